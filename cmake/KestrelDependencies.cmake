@@ -1,0 +1,31 @@
+# The foreign libraries, each behind a target of ours that names what it is for.
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+
+# Demuxing, decoding, filtering, encoding, resampling and scaling.
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET
+  libavformat libavcodec libavfilter libavutil libswscale libswresample)
+# Text: layout, drawing, the installed fonts.
+pkg_check_modules(PANGO REQUIRED IMPORTED_TARGET pangocairo cairo fontconfig)
+# Display names of languages, scripts and encodings of text.
+pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
+# Kernels for pictures, compiled for several instruction sets and chosen at run time.
+pkg_check_modules(HIGHWAY REQUIRED IMPORTED_TARGET libhwy)
+# Formatted text.
+pkg_check_modules(FMT REQUIRED IMPORTED_TARGET fmt)
+
+add_library(kestrel_foreign INTERFACE)
+target_link_libraries(kestrel_foreign INTERFACE
+  PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::FMT Threads::Threads)
+
+# The command line: option parsing and JSON, both headers only. The tests read JSON too.
+find_package(CLI11 2.1 REQUIRED)
+find_package(nlohmann_json 3.11 REQUIRED)
+
+if(KESTREL_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+
+# Measurements of single kernels; without it only those are left out.
+find_package(benchmark QUIET)
