@@ -1,0 +1,207 @@
+#pragma once
+
+#include <kestrel/Export.h>
+#include <kestrel/IndexSet.h>
+#include <kestrel/LMFFFormat.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct AVFormatContext;
+struct AVFrame;
+struct AVPacket;
+struct AVSubtitle;
+
+namespace kestrel {
+
+class Image;
+class LMFFImage;
+class LMFFMediaStream;
+class LMFFMovie;
+class LMMediaSource;
+
+/// One demuxing unit: an input source opened once, with a stream object for each container stream.
+///
+/// It reads packets in file order and routes each to its stream, seeks all streams together, and
+/// answers which frame, subtitle or sound belongs to a time by reading forward just far enough.
+/// Times are microseconds from the media's own start; the movie's time is that plus
+/// `movie_position`. A media is used from one thread at a time; `source`, `streams` and the
+/// selections may be read from others. Failures show as false, 0 or null; why reading ended is the
+/// source's `lastError`.
+class KESTREL_API LMFFMedia {
+ public:
+  using FrameBlock = std::function<void(AVFrame*)>;
+
+  LMFFMedia();
+  ~LMFFMedia();
+  LMFFMedia(const LMFFMedia&) = delete;
+  LMFFMedia& operator=(const LMFFMedia&) = delete;
+
+  /// An unopened media at the same place over a copy of the source, with the same selections.
+  std::shared_ptr<LMFFMedia> copy() const;
+
+  // Content access: the content is never discarded, so access always begins.
+  bool beginContentAccess() const;
+  void endContentAccess();
+  void discardContentIfPossible();
+  bool isContentDiscarded() const;
+
+  /// Texts are shown through the streams' `subtitleString`: none here.
+  std::vector<std::string> textsFromAVSubtitle(const AVSubtitle* subtitle) const;
+
+  // Properties.
+
+  /// This media is one of the movie's current ones.
+  bool isCurrentSynced() const;
+  void setIsCurrentSynced(bool synced);
+
+  /// The movie that opened this media; not owned, null for a media on its own.
+  LMFFMovie* movie() const;
+  void setMovie(LMFFMovie* movie);
+
+  std::shared_ptr<LMMediaSource> source() const;
+  void setSource(std::shared_ptr<LMMediaSource> source);
+
+  /// Where this media starts on the movie's time line, microseconds.
+  int64_t movie_position() const;
+  void setMovie_position(int64_t position);
+
+  /// The time, in microseconds, of the last packet routed to an enabled stream;
+  /// `AV_NOPTS_VALUE` at first and after a seek.
+  int64_t last_pts() const;
+  void setLast_pts(int64_t pts);
+
+  /// One for each container stream, at its index.
+  std::vector<std::shared_ptr<LMFFMediaStream>> streams() const;
+  void setStreams(std::vector<std::shared_ptr<LMFFMediaStream>> streams);
+
+  /// The container streams to open; absent: all.
+  std::optional<IndexSet> selectStreams() const;
+  void setSelectStreams(std::optional<IndexSet> streams);
+
+  /// The audio tracks to enable; absent: all open ones. A track's number is its place among the
+  /// open audio streams, or for a DVD the low four bits of its container id.
+  std::optional<IndexSet> selectAudios() const;
+  void setSelectAudios(std::optional<IndexSet> audios);
+
+  /// The subtitle tracks to enable, numbered alike.
+  std::optional<IndexSet> selectSubtitles() const;
+  void setSelectSubtitles(std::optional<IndexSet> subtitles);
+
+  // Opening and selection.
+
+  /// Opens the source and makes its streams; called again, it adds streams that have appeared
+  /// since.
+  void open();
+  bool isOpen() const;
+  AVFormatContext* formatContext() const;
+
+  /// Applies the selections: opens, closes and enables streams.
+  void updateSelectStreams();
+
+  /// The stream at a container index, null when there is none even after another `open`.
+  std::shared_ptr<LMFFMediaStream> mediaStreamForStreamIndex(uint32_t index);
+
+  // Streams and facts. The lists hold the enabled streams of a type in container order, the single
+  // ones are the last of each list.
+
+  std::vector<std::shared_ptr<LMFFMediaStream>> audios() const;
+  std::vector<std::shared_ptr<LMFFMediaStream>> videos() const;
+  std::vector<std::shared_ptr<LMFFMediaStream>> subtitles() const;
+  std::shared_ptr<LMFFMediaStream> audioStream() const;
+  std::shared_ptr<LMFFMediaStream> videoStream() const;
+  std::shared_ptr<LMFFMediaStream> subtitleStream() const;
+
+  /// The tracks' display names: the source's, else the languages of the open streams.
+  std::vector<std::string> audioNames() const;
+  std::vector<std::string> subtitleNames() const;
+
+  bool hasAudio() const;
+  bool hasSubtitle() const;
+  bool hasVideo() const;  ///< never while the movie's video is disabled
+
+  LMFFVideoFormat videoFormat() const;  ///< all zero without video
+  float framerate() const;
+  int64_t videoBitrate() const;
+  int64_t audioBitrate() const;
+  int64_t fileBitrate() const;
+
+  /// What `duration` answers for an input that neither tells how long it is nor can be read twice;
+  /// far enough from the type's end for sums.
+  static constexpr int64_t kUnknownDuration = INT64_MAX / 4;
+
+  /// Microseconds; 0 when not open. An input whose header does not tell is read through once, by
+  /// another reader, when this or a copy is first asked.
+  int64_t duration() const;
+
+  /// The source's start time, microseconds.
+  int64_t start_time() const;
+
+  // Reading.
+
+  /// Reads one packet and routes it. At the end of the input the decoders are drained, one picture
+  /// a call; false when nothing is left, or reading failed.
+  bool forwardNextPacket();
+
+  /// Routes one packet to its stream, or drops it.
+  void forwardPacket(const AVPacket* packet);
+
+  /// Reads until `stream` has a new frame or packet, looking at most two seconds ahead; false at
+  /// the end.
+  bool forwardStream(const std::shared_ptr<LMFFMediaStream>& stream);
+
+  /// The input has been read to its end, and the decoders have been drained, since the last seek.
+  bool isAtEnd() const;
+
+  /// The next undecoded packet of a stream, for stream copy; null at the end.
+  std::shared_ptr<LMFFImage> readNextPacketInStream(const std::shared_ptr<LMFFMediaStream>& stream);
+  std::shared_ptr<LMFFImage> readNextVideoPacket();
+  std::shared_ptr<LMFFImage> readNextAudioPacket();
+
+  // Reading by time.
+
+  /// The picture for a time, owned by the stream and valid until its next decode; the newest there
+  /// is where that time could not be reached within ten steps. Null without video.
+  AVFrame* videoFrameAtTime(int64_t time);
+
+  /// The bitmap subtitle shown at a time, null when there is none. It never reads.
+  std::shared_ptr<const Image> subtitleAtTime(int64_t time) const;
+
+  /// The text shown at a time, absent when there is none; reads forward as far as it must.
+  std::optional<std::string> subtitleStringAtTime(int64_t time);
+
+  /// The same with the text whole and its looks as markup: the stream's `subtitleMarkup`.
+  std::optional<std::string> subtitleMarkupAtTime(int64_t time);
+
+  /// Seeks to a time and calls back with the picture there; without video it does not call.
+  void thumbnailAtTime(int64_t time, const FrameBlock& block);
+
+  // Sound: interleaved stereo float, in the streams' output rate.
+
+  /// Fills `frame` frames from one stream. Where the stream has a gap, or has run dry, the buffer
+  /// is left as it is and the clock moves on.
+  void readAudioStream(const std::shared_ptr<LMFFMediaStream>& stream, float* data, int32_t frame);
+
+  /// Adds `frame` frames of every enabled audio stream to the caller's buffer, without clipping.
+  bool readSample(float* data, int32_t frame);
+
+  /// Moves every stream to a time.
+  void seek(int64_t time);
+
+ private:
+  using StreamTest = bool (LMFFMediaStream::*)() const;
+
+  std::shared_ptr<LMFFMediaStream> lastEnabled(StreamTest isWanted) const;
+  bool hasPictureFor(int64_t target) const;
+  std::shared_ptr<LMFFMediaStream> textStreamShowingAt(int64_t time);
+  void correctAsfSeek(int64_t target);
+
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace kestrel

@@ -1,0 +1,133 @@
+#pragma once
+
+#include <kestrel/Error.h>
+#include <kestrel/Export.h>
+#include <kestrel/IndexSet.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct AVDictionary;
+struct AVFormatContext;
+struct AVIOContext;
+
+namespace kestrel {
+
+class LMFFMedia;
+
+/// Sixteen colours of a disc's subtitles, each 0x00YYCrCb.
+using SubtitlePalette = std::array<uint32_t, 16>;
+
+/// The object behind every demuxer: it owns one libavformat context and knows how to open it, here
+/// by a path in the file system. Subclasses answer from elsewhere (`LMCustomSource`).
+///
+/// A source is made unopened; `open` makes the context, and it lives until the source goes. A
+/// source serves one media and is read by one thread at a time; a second reader of the same input
+/// is a `copy`.
+class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSource> {
+ public:
+  LMMediaSource();
+  virtual ~LMMediaSource();
+  LMMediaSource(const LMMediaSource&) = delete;
+  LMMediaSource& operator=(const LMMediaSource&) = delete;
+
+  /// A new plain source for `path`, whatever class it is asked of.
+  static std::shared_ptr<LMMediaSource> mediaWithPath(const std::string& path);
+
+  /// An unopened source of the same class that reads the same input from a position of its own. It
+  /// takes over `fullpath` alone; a subclass with more state overrides this.
+  virtual std::shared_ptr<LMMediaSource> copy() const;
+
+  /// The demuxing units over this source, opened: one of the video streams and one, over a copy
+  /// of the source, of the audio streams; a single one where the input has only one of the two, where
+  /// it can be read only once, and where the copy does not open; none where no stream can be
+  /// decoded. `streams` limits them to these container indexes; absent, all streams count. The
+  /// source must be held by a shared pointer; the first media keeps it.
+  std::vector<std::shared_ptr<LMFFMedia>> createMediasWithStreams(
+      const std::optional<IndexSet>& streams);
+
+  /// `createMediasWithStreams` over all streams.
+  std::vector<std::shared_ptr<LMFFMedia>> createMedias();
+
+  virtual bool isDVD() const;
+  virtual bool isSubtitle() const;
+
+  /// The colours of bitmap subtitles; null where the input names none.
+  virtual const SubtitlePalette* palette() const;
+
+  /// The I/O context to open through, owned by the source; null to read `path` from the file
+  /// system.
+  virtual AVIOContext* avio_context();
+
+  /// True while there is an open demuxer.
+  bool isOpen() const;
+
+  /// Whether the input can be read from any place, and so more than once: false for pipes and such,
+  /// and while not open.
+  bool isSeekable() const;
+
+  /// Each stream's codec tag as four characters, lowest byte first; four NULs for tag 0.
+  std::vector<std::string> codecs() const;
+
+  /// Logs the entry count, then "key value" for each entry. Null logs nothing.
+  void logMedadata(const AVDictionary* dictionary) const;
+
+  /// Logs the metadata of the container and, for each stream, its metadata and codec tag.
+  void logFormatContext(const AVFormatContext* context) const;
+
+  /// Opens the demuxer and probes its streams, once; afterwards it does nothing. On failure the
+  /// source stays unopened and `lastError` tells why. Probing holds the process's codec lock.
+  virtual void open();
+
+  /// Opens, then logs the metadata of the container and of each stream.
+  void print_source_stream_info();
+
+  /// The container's first time stamp in microseconds; 0 when it has none or nothing is open.
+  virtual int64_t start_time() const;
+
+  /// The last component of `path` without its extension.
+  virtual std::string name() const;
+
+  /// What libavformat opens: `fullpath` here.
+  virtual std::string path() const;
+
+  /// The input's size in bytes where the source answers reads itself; 0 here.
+  virtual int64_t filesize() const;
+
+  /// The tracks' display names in selection order; absent where the streams' languages tell.
+  virtual std::optional<std::vector<std::string>> audioNames() const;
+  virtual std::optional<std::vector<std::string>> subtitleNames() const;
+
+  /// The demuxer, null until `open` succeeded; owned by the source.
+  AVFormatContext* formatContext() const;
+
+  /// The path that the source was made for, "" for sources without one.
+  std::string fullpath() const;
+  void setFullpath(const std::string& path);
+
+  /// Why the last `open` failed, or why reading ended before the input's end.
+  Error lastError() const;
+
+  /// Asked now and then while the source opens or reads; true makes that call fail soon. A
+  /// media's copy hands it on to its own source. Empty: never.
+  std::function<bool()> interrupt() const;
+  void setInterrupt(std::function<bool()> interrupt);
+
+ protected:
+  /// Closes the demuxer. A subclass whose I/O the demuxer reads through calls it before that goes.
+  void closeFormatContext();
+
+  friend class LMFFMedia;
+  void setLastError(Error error);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace kestrel

@@ -1,0 +1,44 @@
+#pragma once
+
+// Every public header of the engine.
+
+#include <kestrel/ArrayFilter.h>
+#include <kestrel/AttributedString.h>
+#include <kestrel/BitmapContext.h>
+#include <kestrel/BitmapFile.h>
+#include <kestrel/BitmapImage.h>
+#include <kestrel/Color.h>
+#include <kestrel/EffectManager.h>
+#include <kestrel/Error.h>
+#include <kestrel/Export.h>
+#include <kestrel/Filter.h>
+#include <kestrel/FilterRegistry.h>
+#include <kestrel/Font.h>
+#include <kestrel/Geometry.h>
+#include <kestrel/Image.h>
+#include <kestrel/ImageContext.h>
+#include <kestrel/IndexSet.h>
+#include <kestrel/LMCustomSource.h>
+#include <kestrel/LMFFAudioResample.h>
+#include <kestrel/LMFFEffectVideoStream.h>
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFImage.h>
+#include <kestrel/LMFFImageColorspaceConverter.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMFFMovieFileOutput.h>
+#include <kestrel/LMFFMovieImageProvider.h>
+#include <kestrel/LMFFVideoColor.h>
+#include <kestrel/LMFIFODataBuffer.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/LMOutputAudioGraph.h>
+#include <kestrel/LMSubtitleSource.h>
+#include <kestrel/LMWavSource.h>
+#include <kestrel/LibMedia.h>
+#include <kestrel/Log.h>
+#include <kestrel/OperationQueue.h>
+#include <kestrel/ParagraphStyle.h>
+#include <kestrel/TextEncoding.h>
+#include <kestrel/Vector.h>
+#include <kestrel/YUVPicture.h>
