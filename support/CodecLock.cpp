@@ -1,0 +1,10 @@
+#include "support/CodecLock.h"
+
+namespace kestrel {
+
+std::mutex& codecLock() {
+  static std::mutex lock;
+  return lock;
+}
+
+}  // namespace kestrel

@@ -1,0 +1,102 @@
+#include "support/FramePlanes.h"
+
+#include <bit>
+#include <utility>
+
+#include "support/PictureColor.h"
+
+extern "C" {
+#include <libavutil/csp.h>
+#include <libavutil/frame.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+constexpr uint64_t kOtherThanPlanes = AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL |
+                                      AV_PIX_FMT_FLAG_BITSTREAM | AV_PIX_FMT_FLAG_HWACCEL |
+                                      AV_PIX_FMT_FLAG_BAYER | AV_PIX_FMT_FLAG_FLOAT;
+
+const AVPixFmtDescriptor* descriptorOf(int pixelFormat) {
+  return av_pix_fmt_desc_get(static_cast<AVPixelFormat>(pixelFormat));
+}
+
+int bytesPerSample(const AVComponentDescriptor& component) {
+  return component.depth + component.shift > 8 ? 2 : 1;
+}
+
+bool isInMachineOrder(const AVPixFmtDescriptor& format) {
+  const bool isBig = (format.flags & AV_PIX_FMT_FLAG_BE) != 0;
+  return bytesPerSample(format.comp[0]) == 1 || isBig == (std::endian::native == std::endian::big);
+}
+
+/// Luma and alpha have planes to themselves; all components have the same kind of samples.
+bool isPlanar(const AVPixFmtDescriptor& format) {
+  const AVComponentDescriptor& luma = format.comp[0];
+  for (int i = 0; i < format.nb_components; ++i) {
+    const AVComponentDescriptor& component = format.comp[i];
+    const bool isChroma = i == 1 || i == 2;
+    if (component.depth != luma.depth || component.shift != luma.shift) return false;
+    if (isChroma ? component.plane == luma.plane : component.step != bytesPerSample(luma))
+      return false;
+  }
+  return format.nb_components != 2 && luma.depth >= 8 && luma.depth <= 16;
+}
+
+const AVPixFmtDescriptor* planesOf(int pixelFormat) {
+  const AVPixFmtDescriptor* format = descriptorOf(pixelFormat);
+  const bool isTaken = format && (format->flags & kOtherThanPlanes) == 0 && isPlanar(*format) &&
+                       isInMachineOrder(*format);
+  return isTaken ? format : nullptr;
+}
+
+std::optional<YUVFormat> formatOf(const AVFrame& frame) {
+  const AVPixFmtDescriptor* planes = planesOf(frame.format);
+  const int matrix = pictureMatrix(frame.colorspace, frame.format, frame.height);
+  const AVLumaCoefficients* luma = av_csp_luma_coeffs_from_avcsp(static_cast<AVColorSpace>(matrix));
+  if (!planes || !luma || !frame.data[0] || frame.width <= 0 || frame.height <= 0)
+    return std::nullopt;
+  return YUVFormat{.width = frame.width,
+                   .height = frame.height,
+                   .chromaShiftX = planes->log2_chroma_w,
+                   .chromaShiftY = planes->log2_chroma_h,
+                   .bitDepth = planes->comp[0].depth,
+                   .bitShift = planes->comp[0].shift,
+                   .kr = av_q2d(luma->cr),
+                   .kb = av_q2d(luma->cb),
+                   .fullRange = pictureRange(frame.color_range, frame.format) == AVCOL_RANGE_JPEG};
+}
+
+template <typename Byte>
+YUVPlaneOf<Byte> planeOf(const AVFrame& frame, int index) {
+  const AVComponentDescriptor& component = descriptorOf(frame.format)->comp[index];
+  return {.data = frame.data[component.plane] + component.offset,
+          .bytesPerRow = frame.linesize[component.plane],
+          .sampleStride = component.step / bytesPerSample(component)};
+}
+
+}  // namespace
+
+bool isYuvPlanes(int pixelFormat) { return planesOf(pixelFormat) != nullptr; }
+
+std::optional<YUVPicture> yuvPictureOf(std::shared_ptr<const AVFrame> frame) {
+  const auto format = frame ? formatOf(*frame) : std::nullopt;
+  if (!format) return std::nullopt;
+  YUVPicture picture{.format = *format, .planes = {}, .owner = nullptr};
+  for (int i = 0; i < descriptorOf(frame->format)->nb_components; ++i)
+    picture.planes[static_cast<size_t>(i)] = planeOf<const uint8_t>(*frame, i);
+  picture.owner = std::move(frame);
+  return picture;
+}
+
+std::optional<YUVTarget> yuvTargetOf(AVFrame& frame) {
+  const auto format = formatOf(frame);
+  if (!format || descriptorOf(frame.format)->nb_components != 3) return std::nullopt;
+  YUVTarget target{.format = *format, .planes = {}};
+  for (int i = 0; i < 3; ++i) target.planes[static_cast<size_t>(i)] = planeOf<uint8_t>(frame, i);
+  return target;
+}
+
+}  // namespace kestrel
