@@ -1,0 +1,51 @@
+#include "platform/image/filters/GaussianBlur.h"
+
+#include <algorithm>
+
+#include "platform/image/Blur.h"
+#include "platform/image/filters/BuiltinFilter.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr double kDefaultRadius = 10;
+constexpr double kExtentInRadii = 3;
+
+class GaussianBlur final : public OneImageFilter<GaussianBlur> {
+ public:
+  explicit GaussianBlur(const std::string& name) : OneImageFilter(name) {
+    setValue(kDefaultRadius, kCIInputRadiusKey);
+  }
+
+  std::shared_ptr<const Image> apply(const std::shared_ptr<const Image>& input) const {
+    const double radius = std::min(number(kCIInputRadiusKey, kDefaultRadius), blur::kMostSigma);
+    if (radius < blur::kLeastSigma || isEmpty(input->extent())) return input;
+    return Image::fromNode(std::make_shared<GaussianBlurNode>(input->node(), radius));
+  }
+};
+
+Rect grown(const Rect& rect, double margin) {
+  if (isInfinite(rect)) return rect;
+  return {{rect.minX() - margin, rect.minY() - margin},
+          {rect.size.width + 2 * margin, rect.size.height + 2 * margin}};
+}
+
+}  // namespace
+
+GaussianBlurNode::GaussianBlurNode(NodePointer picture, double standardDeviation)
+    : FilterNode(picture, grown(picture->extent, kExtentInRadii * standardDeviation)),
+      radius(standardDeviation) {}
+
+const Layer* GaussianBlurNode::plan(Planner& planner, const IntRect& needed) const {
+  const Layer* source = planner.plan(*input, blur::reachOf(needed, radius));
+  if (!source) return nullptr;
+  const BorderedLayer picture(*source, pixelsOf(input->extent), Border::kTransparent);
+  return blur::makeLayer(planner, picture, needed, radius);
+}
+
+std::shared_ptr<Filter> makeGaussianBlur(const std::string& name) {
+  return std::make_shared<GaussianBlur>(name);
+}
+
+}  // namespace kestrel

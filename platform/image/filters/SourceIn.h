@@ -1,0 +1,17 @@
+#pragma once
+
+#include <kestrel/Filter.h>
+
+#include <memory>
+#include <string>
+
+namespace kestrel {
+
+/// The input image where the background image is. With colours multiplied by alpha:
+///
+///     result = input × background.alpha
+///
+/// There is none unless both images are there. The extent is what both cover.
+std::shared_ptr<Filter> makeSourceIn(const std::string& name);
+
+}  // namespace kestrel
