@@ -1,0 +1,343 @@
+#include <kestrel/Image.h>
+#include <kestrel/LMFFImage.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovie.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "media/LMFFMediaState.h"
+#include "support/FFmpegCompat.h"
+#include "support/FFmpegError.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr int kMostForwards = 10;
+constexpr int64_t kLookAhead = 2000000;  // microseconds
+constexpr int kMostPacketsAfterSeek = 1001;
+constexpr int kMostAsfRetries = 10;
+constexpr int kChannels = 2;
+
+/// Backward seeks may land late: in formats without an index by a packet's place in the file, in
+/// others on a key frame that is decoded before the time wanted but shown after it. These are how
+/// far (microseconds) one goes back further.
+constexpr int64_t kBackSteps[] = {0, 1000000, 2000000, 5000000, 10000000, 20000000, 40000000};
+constexpr int kMostPacketsToProbe = 500;
+constexpr int kMostLeadingPictures = 8;
+
+int64_t toStream(int64_t time, const LMFFMediaStream& stream) {
+  return av_rescale_q(time, kMicroseconds, toAV(stream.timebase()));
+}
+
+int64_t packetTime(const AVPacket& packet) {
+  return packet.pts == AV_NOPTS_VALUE ? packet.dts : packet.pts;
+}
+
+int64_t frameEnd(const AVFrame& frame) { return frame.pts + frameDuration(frame); }
+
+/// True strictly between a subtitle's start and end.
+bool isShownAt(int64_t time, const AVFrame& subtitle) {
+  return subtitle.pts != AV_NOPTS_VALUE && subtitle.pts < time &&
+         time - subtitle.pts < frameDuration(subtitle);
+}
+
+bool isFormat(const AVFormatContext& context, std::string_view name) {
+  return context.iformat->name == name;
+}
+
+int seekBackward(AVFormatContext* context, int64_t time) {
+  return av_seek_frame(context, -1, time, AVSEEK_FLAG_BACKWARD);
+}
+
+/// Whether a stream's first packet is not later than a time; of pictures, a key picture.
+bool canStartAt(const LMFFMediaStream& stream, const AVPacket& packet, int64_t time) {
+  if (stream.isVideo() && !(packet.flags & AV_PKT_FLAG_KEY)) return false;
+  int64_t start = packetTime(packet);
+  if (start == AV_NOPTS_VALUE) return false;
+  // Where only the order of decoding is dated, pictures that are decoded after a key picture may be
+  // shown before it, and are lost when decoding starts there.
+  const bool mayLead = stream.isVideo() && stream.codecContext()->has_b_frames > 0;
+  if (packet.pts == AV_NOPTS_VALUE && mayLead) start += kMostLeadingPictures * packet.duration;
+  return av_compare_ts(start, toAV(stream.timebase()), time, kMicroseconds) <= 0;
+}
+
+/// Reads on to find out whether every enabled stream of sound and pictures can be decoded from
+/// `time` on: whether its first packet is a key frame and not later.
+bool startsBefore(AVFormatContext* context, const LMFFMedia& media, int64_t time) {
+  auto waiting = media.videos();
+  std::ranges::copy(media.audios(), std::back_inserter(waiting));
+  const PacketPtr packet = makePacket();
+  for (int i = 0; i < kMostPacketsToProbe && !waiting.empty(); ++i) {
+    if (av_read_frame(context, packet.get()) < 0) return i > 0;  // some seeks end up at the end
+    const auto found = std::ranges::find_if(waiting, [&](const auto& stream) {
+      return stream->stream()->index == packet->stream_index;
+    });
+    const bool isUsable = found == waiting.end() || canStartAt(**found, *packet, time);
+    if (found != waiting.end()) waiting.erase(found);
+    av_packet_unref(packet.get());
+    if (!isUsable) return false;
+  }
+  return true;
+}
+
+/// Moves the demuxer to the input's very first packets: sound decoders need those from before the
+/// first sample that is heard.
+int seekToBeginning(AVFormatContext* context, const LMFFMedia& media) {
+  const bool hasIndex = !(context->iformat->flags & AVFMT_TS_DISCONT);
+  if (hasIndex) return seekBackward(context, std::min<int64_t>(media.start_time(), 0) - kLookAhead);
+  return av_seek_frame(context, -1, 0, AVSEEK_FLAG_BYTE);
+}
+
+/// Moves the demuxer to a place from which `time` can be decoded.
+int seekContainer(AVFormatContext* context, const LMFFMedia& media, int64_t time) {
+  for (const int64_t back : kBackSteps) {
+    const int64_t target = time - back;
+    if (target <= media.start_time()) break;
+    if (seekBackward(context, target) < 0) break;
+    if (startsBefore(context, media, time)) return seekBackward(context, target);
+  }
+  if (seekToBeginning(context, media) >= 0) return 0;
+  if (seekBackward(context, std::min(time, media.start_time())) >= 0) return 0;
+  if (seekBackward(context, time) >= 0) return 0;
+  return av_seek_frame(context, -1, 0, AVSEEK_FLAG_BYTE);
+}
+
+/// Where the last decoded sound ends, in resampled samples.
+int64_t decodedSoundEnd(const LMFFMediaStream& stream) {
+  const AVFrame& frame = *stream.frame();
+  if (frame.pts == AV_NOPTS_VALUE) return 0;
+  const AVRational framebase = toAV(stream.framebase());
+  const int64_t end =
+      av_rescale_q(frame.pts, toAV(stream.timebase()), framebase) + frame.nb_samples;
+  return av_rescale_q(end, framebase, toAV(stream.audioOutputTimebase()));
+}
+
+}  // namespace
+
+bool LMFFMedia::forwardNextPacket() {
+  AVFormatContext* context = formatContext();
+  if (!context) return false;
+  if (!state_->inputEnded) {
+    state_->hasRead = true;
+    AVPacket* packet = state_->packet.get();
+    const int result = av_read_frame(context, packet);
+    if (result >= 0) {
+      forwardPacket(packet);
+      av_packet_unref(packet);
+      return true;
+    }
+    state_->inputEnded = true;
+    if (result != AVERROR_EOF) source()->setLastError(libraryError(result));
+  }
+  for (const auto& stream : streams())
+    if (stream->enable() && stream->drain()) return true;
+  state_->decodersEmpty = true;
+  return false;
+}
+
+void LMFFMedia::forwardPacket(const AVPacket* packet) {
+  const auto stream = mediaStreamForStreamIndex(static_cast<uint32_t>(packet->stream_index));
+  if (!stream || !stream->enable()) return;
+  if (stream->isVideo() && movie() && movie()->disableVideo()) return;
+  if (const int64_t time = packetTime(*packet); time != AV_NOPTS_VALUE)
+    setLast_pts(av_rescale_q(time, toAV(stream->timebase()), kMicroseconds));
+  stream->decodePacket(packet);
+}
+
+bool LMFFMedia::isAtEnd() const { return state_->inputEnded && state_->decodersEmpty; }
+
+bool LMFFMedia::forwardStream(const std::shared_ptr<LMFFMediaStream>& stream) {
+  if (!stream) return false;
+  LMFFMovie* owner = movie();
+  int64_t limit = last_pts();
+  if (stream->isAudio() && !(owner && owner->copy_audio_stream()))
+    limit = std::min(limit, av_rescale_q(stream->audio_sync_frame(),
+                                         toAV(stream->audioOutputTimebase()), kMicroseconds));
+  const bool isDrivenByVideo = !stream->isVideo() && hasVideo();
+  if (isDrivenByVideo && owner && !owner->exportMovie())
+    videoFrameAtTime(owner->currentTime() - movie_position());
+
+  stream->setHasFrame(false);
+  limit += kLookAhead;
+  if (stream->takeQueuedFrame()) return true;
+  for (;;) {
+    if (stream->hasFrame() || stream->hasPacket()) return true;
+    if (isDrivenByVideo) return true;
+    if (last_pts() >= limit) return true;
+    if (!forwardNextPacket()) return false;
+  }
+}
+
+std::shared_ptr<LMFFImage> LMFFMedia::readNextPacketInStream(
+    const std::shared_ptr<LMFFMediaStream>& stream) {
+  if (!stream) return nullptr;
+  auto packet = stream->popFirstRawPacket();
+  for (int i = 0; !packet && i < kMostForwards && forwardStream(stream); ++i)
+    packet = stream->popFirstRawPacket();
+  if (!packet) return nullptr;
+  packet->setPkt_time_offset(start_time());
+  packet->setPkt_display_time(movie_position());
+  return packet;
+}
+
+std::shared_ptr<LMFFImage> LMFFMedia::readNextVideoPacket() {
+  return readNextPacketInStream(videoStream());
+}
+
+std::shared_ptr<LMFFImage> LMFFMedia::readNextAudioPacket() {
+  return readNextPacketInStream(audioStream());
+}
+
+AVFrame* LMFFMedia::videoFrameAtTime(int64_t time) {
+  const auto stream = videoStream();
+  if (!stream) return nullptr;
+  const int64_t wanted = toStream(start_time() + time, *stream);
+  const auto isBefore = [&] {
+    const AVFrame& frame = *stream->frame();
+    return !frame.data[0] || frameEnd(frame) < wanted;
+  };
+  for (int i = 0; i < kMostForwards && isBefore(); ++i)
+    if (!forwardStream(stream)) break;
+  return stream->frame();
+}
+
+std::shared_ptr<const Image> LMFFMedia::subtitleAtTime(int64_t time) const {
+  const auto stream = subtitleStream();
+  if (!stream) return nullptr;
+  const bool isShown = isShownAt(toStream(start_time() + time, *stream), *stream->frame());
+  return isShown ? stream->subtitle() : nullptr;
+}
+
+std::shared_ptr<LMFFMediaStream> LMFFMedia::textStreamShowingAt(int64_t time) {
+  auto stream = subtitleStream();
+  if (!stream) return nullptr;
+  const int64_t target = start_time() + time;
+  const int64_t wanted = toStream(target, *stream);
+  while (frameEnd(*stream->frame()) < wanted) {
+    if (!forwardStream(stream)) break;
+    // A media with pictures does not read for its texts by itself: read up to the time, no further.
+    if (hasVideo() && (last_pts() >= target || !forwardNextPacket())) break;
+  }
+  return isShownAt(wanted, *stream->frame()) ? stream : nullptr;
+}
+
+std::optional<std::string> LMFFMedia::subtitleStringAtTime(int64_t time) {
+  const auto stream = textStreamShowingAt(time);
+  return stream ? stream->subtitleString() : std::nullopt;
+}
+
+std::optional<std::string> LMFFMedia::subtitleMarkupAtTime(int64_t time) {
+  const auto stream = textStreamShowingAt(time);
+  return stream ? stream->subtitleMarkup() : std::nullopt;
+}
+
+void LMFFMedia::thumbnailAtTime(int64_t time, const FrameBlock& block) {
+  const auto stream = videoStream();
+  if (!stream) return;
+  seek(time);
+  if (!stream->frame()->data[0]) forwardStream(stream);
+  block(stream->frame());
+}
+
+void LMFFMedia::readAudioStream(const std::shared_ptr<LMFFMediaStream>& stream, float* data,
+                                int32_t frame) {
+  int32_t available = stream->outputSamples();
+  while (available < frame) {
+    const int32_t before = available;
+    const bool forwarded = forwardStream(stream);
+    available = stream->outputSamples();
+    if (!forwarded || available <= before) break;
+  }
+  // Sound that is due later than this whole request waits for its time.
+  const int64_t position = stream->audio_sync_frame();
+  const bool isDue = available + frame + position > decodedSoundEnd(*stream);
+  if (isDue && available >= frame) stream->readSample(data, frame);
+  stream->setAudio_sync_frame(position + frame);
+}
+
+bool LMFFMedia::readSample(float* data, int32_t frame) {
+  const auto count = static_cast<size_t>(std::max(frame, 0)) * kChannels;
+  auto& scratch = state_->scratch;
+  for (const auto& stream : audios()) {
+    scratch.assign(count, 0);
+    readAudioStream(stream, scratch.data(), frame);
+    std::transform(scratch.begin(), scratch.end(), data, data, std::plus<>());
+  }
+  return true;
+}
+
+void LMFFMedia::seek(int64_t time) {
+  AVFormatContext* context = formatContext();
+  if (!context) return;
+  state_->inputEnded = false;
+  state_->decodersEmpty = false;
+  setLast_pts(AV_NOPTS_VALUE);
+  const int64_t target = start_time() + time;
+  const int64_t clamped = std::max<int64_t>(target, 0);
+  const auto list = streams();
+  for (const auto& stream : list)
+    if (stream->isOpen()) stream->seek(toStream(target, *stream));
+
+  // RealMedia's index is coarse: aim a tenth of a second earlier.
+  const int64_t containerTarget =
+      isFormat(*context, "rm")
+          ? static_cast<int64_t>(static_cast<double>(target) - 0.1 * kMicroseconds.den)
+          : clamped;
+  // What comes only once is read from where it is; and a demuxer at its beginning has every packet
+  // still to come, where seeking there would drop those that lie before the first key picture.
+  const bool canSeek = source()->isSeekable() && (state_->hasRead || time > 0);
+  if (canSeek && seekContainer(context, *this, containerTarget) < 0) {
+    const bool isSubtitleFile = list.size() == 1 && list.front()->isSubtitle();
+    if (isSubtitleFile && target == 0)
+      avformat_seek_file(context, -1, 0, 0, 0, AVSEEK_FLAG_FRAME);
+    else
+      seekBackward(context, clamped);
+  }
+  if (canSeek && isFormat(*context, "asf")) correctAsfSeek(target);
+  // The queue of copied pictures holds the newest packet alone: from the start, keep the first.
+  const auto hasFirstPicture = [this, time] {
+    const auto stream = time <= 0 ? videoStream() : nullptr;
+    return stream && stream->hasPacket();
+  };
+  // Where packets carry no times, only the pictures tell how far one is.
+  const auto isReached = [&] {
+    const auto stream = videoStream();
+    const bool hasPicture = stream && stream->frame()->data[0] && hasPictureFor(target);
+    return last_pts() >= target || hasPicture || hasFirstPicture();
+  };
+  for (int i = 0; i < kMostPacketsAfterSeek && !isReached(); ++i)
+    if (!forwardNextPacket()) break;
+  // Decoders lag behind what they are given: go on until the picture itself is there.
+  while (!hasPictureFor(target) && last_pts() < target + kLookAhead && forwardNextPacket()) {
+  }
+  if (isFormat(*context, "mp3") && hasAudio())
+    while (audioStream()->outputSamples() == 0 && forwardNextPacket()) {
+    }
+}
+
+/// Whether the decoded picture lasts beyond a time of the container's, or none is wanted.
+bool LMFFMedia::hasPictureFor(int64_t target) const {
+  const LMFFMovie* owner = movie();
+  const auto stream =
+      hasVideo() && !(owner && owner->copy_video_stream()) ? videoStream() : nullptr;
+  if (!stream) return true;
+  const AVFrame& frame = *stream->frame();
+  return frame.data[0] &&
+         av_compare_ts(frameEnd(frame), toAV(stream->timebase()), target, kMicroseconds) > 0;
+}
+
+/// ASF seeks land late: goes back by growing steps until what is read lies before the target.
+void LMFFMedia::correctAsfSeek(int64_t target) {
+  if (!forwardNextPacket()) return;
+  for (int i = 0; i < kMostAsfRetries && last_pts() > target; ++i) {
+    const int64_t earlier = target - static_cast<int64_t>(i) * 5 * kMicroseconds.den / 2;
+    seekBackward(formatContext(), std::max<int64_t>(earlier, 0));
+    if (!forwardNextPacket()) return;
+  }
+}
+
+}  // namespace kestrel

@@ -1,0 +1,191 @@
+#include "media/StreamDecoder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "support/CodecLock.h"
+#include "support/FFmpegCompat.h"
+
+namespace kestrel {
+
+namespace {
+
+/// After so many pictures without a time the stream is taken for one that has none.
+constexpr size_t kMostUndated = 8;
+
+}  // namespace
+
+void StreamDecoder::setStream(AVStream* stream, bool isTransport) {
+  close();
+  stream_ = stream;
+  isTransport_ = isTransport;
+  extradata_.clear();
+  makeContext();
+}
+
+void StreamDecoder::setExtradata(std::vector<uint8_t> bytes, int size) {
+  extradata_ = std::move(bytes);
+  extradataSize_ = size;
+  if (!isOpen()) makeContext();
+}
+
+void StreamDecoder::makeContext() {
+  context_.reset();
+  if (!stream_) return;
+  context_.reset(avcodec_alloc_context3(avcodec_find_decoder(stream_->codecpar->codec_id)));
+  if (!context_) return;
+  avcodec_parameters_to_context(context_.get(), stream_->codecpar);
+  context_->pkt_timebase = stream_->time_base;
+  context_->thread_count = 0;  // as many as the machine suits
+  if (extradata_.empty()) return;
+  av_freep(&context_->extradata);
+  context_->extradata_size = 0;
+  auto* copy = static_cast<uint8_t*>(av_mallocz(extradata_.size()));
+  if (!copy) return;
+  std::memcpy(copy, extradata_.data(), extradata_.size());
+  context_->extradata = copy;
+  context_->extradata_size = extradataSize_;
+}
+
+bool StreamDecoder::isOpen() const { return context_ && avcodec_is_open(context_.get()); }
+
+bool StreamDecoder::open() {
+  if (isOpen()) return true;
+  if (!context_ || !context_->codec_id) return false;
+  const AVCodec* codec = avcodec_find_decoder(context_->codec_id);
+  if (!codec) return false;
+  int result = 0;
+  {
+    const std::lock_guard guard(codecLock());
+    result = avcodec_open2(context_.get(), codec, nullptr);
+  }
+  if (result < 0) makeContext();
+  errors_ = 0;
+  return result >= 0;
+}
+
+void StreamDecoder::close() {
+  restart();
+  if (!isOpen()) return;
+  const std::lock_guard guard(codecLock());
+  makeContext();
+}
+
+void StreamDecoder::flush() {
+  restart();
+  if (isOpen()) avcodec_flush_buffers(context_.get());
+}
+
+void StreamDecoder::send(const AVPacket& packet) {
+  if (!isOpen() || ended_) return;
+  if (isFirstPacket_) {
+    hasOnlyDecodingTimes_ =
+        !isTransport_ && packet.pts == AV_NOPTS_VALUE && packet.dts != AV_NOPTS_VALUE;
+    firstTime_ = packet.dts == AV_NOPTS_VALUE ? 0 : packet.dts;
+  }
+  isFirstPacket_ = false;
+  submit(&packet);
+}
+
+void StreamDecoder::sendEnd() {
+  if (!isOpen() || ended_) return;
+  ended_ = true;
+  submit(nullptr);
+}
+
+void StreamDecoder::submit(const AVPacket* packet) {
+  int result = avcodec_send_packet(context_.get(), packet);
+  if (result == AVERROR(EAGAIN)) {
+    collect();
+    result = avcodec_send_packet(context_.get(), packet);
+  }
+  if (result < 0 && result != AVERROR_EOF) ++errors_;
+  collect();
+}
+
+void StreamDecoder::collect() {
+  for (;;) {
+    FramePtr frame = makeFrame();
+    if (!frame || avcodec_receive_frame(context_.get(), frame.get()) < 0) break;
+    if (context_->codec_type == AVMEDIA_TYPE_VIDEO)
+      addPicture(std::move(frame));
+    else
+      frames_.push_back(std::move(frame));
+  }
+  if (ended_) dateBackwards(AV_NOPTS_VALUE);
+}
+
+/// The first pictures after a seek may come without a time: they wait for one that has it.
+void StreamDecoder::addPicture(FramePtr picture) {
+  setTime(*picture);
+  if (picture->pts == AV_NOPTS_VALUE && undated_.size() < kMostUndated) {
+    undated_.push_back(std::move(picture));
+    return;
+  }
+  dateBackwards(picture->pts);
+  if (picture->pts == AV_NOPTS_VALUE) picture->pts = nextTime_;
+  queue(std::move(picture));
+}
+
+/// Dates the pictures that wait so that they end at `end`; without a time, from where decoding
+/// began.
+void StreamDecoder::dateBackwards(int64_t end) {
+  if (undated_.empty()) return;
+  int64_t length = 0;
+  for (const auto& picture : undated_) length += ownDuration(*picture);
+  nextTime_ = end == AV_NOPTS_VALUE ? firstTime_ : end - length;
+  for (auto& picture : std::exchange(undated_, {})) {
+    picture->pts = nextTime_;
+    queue(std::move(picture));
+  }
+}
+
+void StreamDecoder::queue(FramePtr picture) {
+  setFrameDuration(*picture, ownDuration(*picture));
+  nextTime_ = picture->pts + frameDuration(*picture);
+  frames_.push_back(std::move(picture));
+}
+
+void StreamDecoder::setTime(AVFrame& picture) {
+  picture.pts =
+      picture.best_effort_timestamp != AV_NOPTS_VALUE ? picture.best_effort_timestamp : picture.pts;
+  if (hasOnlyDecodingTimes_) {
+    // The decoder dates such a picture by the packet that pushed it out, late by its own delay.
+    const int64_t delay = context_->has_b_frames * ownDuration(picture);
+    picture.pts = picture.pkt_dts == AV_NOPTS_VALUE ? nextTime_ : picture.pkt_dts - delay;
+  }
+  if (picture.pts == AV_NOPTS_VALUE) picture.pts = nextTime_;
+}
+
+/// What the packet or else the stream says that a picture lasts, at least one tick.
+int64_t StreamDecoder::ownDuration(const AVFrame& picture) const {
+  if (frameDuration(picture) > 0) return frameDuration(picture);
+  const AVRational rate = av_guess_frame_rate(nullptr, stream_, nullptr);
+  if (rate.num <= 0) return 1;
+  return std::max<int64_t>(av_rescale_q(1, av_inv_q(rate), stream_->time_base), 1);
+}
+
+/// Forgets all that depends on the packets sent so far.
+void StreamDecoder::restart() {
+  frames_.clear();
+  isFirstPacket_ = true;
+  hasOnlyDecodingTimes_ = false;
+  undated_.clear();
+  nextTime_ = AV_NOPTS_VALUE;
+  ended_ = false;
+}
+
+FramePtr StreamDecoder::take() {
+  const bool isPicture = context_ && context_->codec_type == AVMEDIA_TYPE_VIDEO;
+  if (frames_.empty() || (isPicture && frames_.size() < 2 && !ended_)) return nullptr;
+  FramePtr frame = std::move(frames_.front());
+  frames_.pop_front();
+  // The container's duration belongs to the packet, in decoding order, and is often a guess; the
+  // next picture's time is the truth.
+  if (isPicture && !frames_.empty() && frames_.front()->pts > frame->pts)
+    setFrameDuration(*frame, frames_.front()->pts - frame->pts);
+  return frame;
+}
+
+}  // namespace kestrel

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "support/FFmpegOwners.h"
+
+namespace kestrel {
+
+/// The decoder of one container stream: the send and receive loop, and the frames that wait.
+///
+/// The context exists as soon as there is a stream, so that its facts can be asked, and is opened
+/// and closed under the process's codec lock.
+class StreamDecoder {
+ public:
+  /// Forgets the old stream and makes an unopened context for the new one; null makes none.
+  /// `isTransport`: the container dates some packets only (MPEG-TS and -PS), so that a date that is
+  /// missing tells nothing of the others.
+  void setStream(AVStream* stream, bool isTransport);
+
+  AVCodecContext* context() const { return context_.get(); }
+
+  /// Extra data that replaces the container's from the next open on.
+  void setExtradata(std::vector<uint8_t> bytes, int size);
+
+  bool open();
+  bool isOpen() const;
+  void close();
+
+  /// Drops what the decoder holds and what waits.
+  void flush();
+
+  /// Feeds a packet and collects every frame that comes out. A refused packet is counted.
+  void send(const AVPacket& packet);
+
+  /// Feeds the end of the input, once.
+  void sendEnd();
+
+  /// Takes the oldest frame; null when none waits. A picture waits until the next one is there, or
+  /// the input's end, because it lasts until then. Its `pts` is its best known time.
+  FramePtr take();
+
+  int64_t errors() const { return errors_; }
+
+ private:
+  void makeContext();
+  void submit(const AVPacket* packet);
+  void collect();
+  void addPicture(FramePtr picture);
+  void dateBackwards(int64_t end);
+  void queue(FramePtr picture);
+  void setTime(AVFrame& picture);
+  int64_t ownDuration(const AVFrame& picture) const;
+  void restart();
+
+  AVStream* stream_ = nullptr;
+  bool isTransport_ = false;
+  CodecContextPtr context_;
+  std::vector<uint8_t> extradata_;
+  int extradataSize_ = 0;
+  std::deque<FramePtr> frames_;
+  bool isFirstPacket_ = true;
+  bool hasOnlyDecodingTimes_ = false;  // as the first packet after a seek shows
+  int64_t nextTime_ = AV_NOPTS_VALUE;  // where the last picture ended
+  int64_t firstTime_ = 0;              // when the first packet since a seek is decoded
+  std::vector<FramePtr> undated_;      // pictures that wait for a time
+  bool ended_ = false;
+  int64_t errors_ = 0;
+};
+
+}  // namespace kestrel

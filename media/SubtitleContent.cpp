@@ -1,0 +1,177 @@
+#include "media/SubtitleContent.h"
+
+#include <kestrel/BitmapImage.h>
+#include <kestrel/Image.h>
+
+#include <fmt/format.h>
+
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <utility>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+/// One colour, 0x00YYCrCb to 0x00RRGGBB, each component cut off towards zero.
+uint32_t rgbOfYCrCb(uint32_t entry) {
+  const double y = entry >> 16 & 0xFF;
+  const double cr = static_cast<double>(entry >> 8 & 0xFF) - 128;
+  const double cb = static_cast<double>(entry & 0xFF) - 128;
+  const auto component = [](double value) {
+    return static_cast<uint32_t>(static_cast<int32_t>(value));
+  };
+  return component(y + 1.4075 * cr) << 16 | component(y - 0.3455 * cb - 0.7169 * cr) << 8 |
+         component(y + 1.779 * cb);
+}
+
+/// The fields before the text of a dialogue line as decoders answer it: order, layer, style, name,
+/// three margins and effect.
+constexpr int kFieldsBeforeText = 8;
+
+std::string_view textFieldOf(std::string_view line) {
+  for (int i = 0; i < kFieldsBeforeText; ++i) {
+    const size_t comma = line.find(',');
+    if (comma == std::string_view::npos) return line;
+    line.remove_prefix(comma + 1);
+  }
+  return line;
+}
+
+/// Turns a dialogue's text into markup whose tags are properly nested.
+class MarkupWriter {
+ public:
+  explicit MarkupWriter(std::string_view text) : text_(text) {}
+
+  std::string markup() {
+    while (!text_.empty()) {
+      const size_t end = text_.front() == '{' ? text_.find('}') : std::string_view::npos;
+      if (end != std::string_view::npos) {
+        readCodes(text_.substr(1, end - 1));
+        text_.remove_prefix(end + 1);
+      } else {
+        readCharacter();
+      }
+    }
+    switchTo({});
+    return std::move(markup_);
+  }
+
+ private:
+  using Tags = std::array<bool, 4>;  // in the order of `kTagNames`
+  static constexpr std::string_view kTagNames = "bius";
+
+  /// What stands between two braces: codes that begin with a backslash, and comments.
+  void readCodes(std::string_view codes) {
+    while (!codes.empty()) {
+      const size_t begin = codes.find('\\');
+      if (begin == std::string_view::npos) return;
+      codes.remove_prefix(begin + 1);
+      readCode(codes.substr(0, codes.find('\\')));
+    }
+  }
+
+  /// "i1", "b0", "b700", "p1", "r"; anything else changes nothing here.
+  void readCode(std::string_view code) {
+    if (code.starts_with('r')) wanted_ = {};  // back to the style
+    if (code.size() < 2) return;
+    int value = 0;
+    const char* const end = code.data() + code.size();
+    if (std::from_chars(code.data() + 1, end, value).ptr != end) return;
+    if (code.front() == 'p') isDrawing_ = value != 0;
+    if (const size_t tag = kTagNames.find(code.front()); tag != std::string_view::npos)
+      wanted_[tag] = code.front() == 'b' ? value == 1 || value >= kBoldWeight : value != 0;
+  }
+
+  void readCharacter() {
+    std::string_view shown = text_.substr(0, 1);
+    size_t length = 1;
+    if (text_.starts_with("\\N") || text_.starts_with("\\n")) {
+      shown = "\n";
+      length = 2;
+    } else if (text_.starts_with("\\h")) {
+      shown = "\u00A0";
+      length = 2;
+    } else if (shown == "<") {
+      shown = "&lt;";
+    } else if (shown == ">") {
+      shown = "&gt;";
+    } else if (shown == "&") {
+      shown = "&amp;";
+    }
+    if (!isDrawing_) {
+      switchTo(wanted_);
+      markup_ += shown;
+    }
+    text_.remove_prefix(length);
+  }
+
+  /// Closes every tag and opens those that are wanted, where that makes a difference.
+  void switchTo(const Tags& tags) {
+    if (tags == open_) return;
+    for (size_t i = open_.size(); i-- > 0;)
+      if (open_[i]) markup_ += fmt::format("</{}>", kTagNames[i]);
+    for (size_t i = 0; i < tags.size(); ++i)
+      if (tags[i]) markup_ += fmt::format("<{}>", kTagNames[i]);
+    open_ = tags;
+  }
+
+  static constexpr int kBoldWeight = 600;
+
+  std::string_view text_;
+  std::string markup_;
+  Tags wanted_{};
+  Tags open_{};
+  bool isDrawing_ = false;
+};
+
+}  // namespace
+
+std::string subtitleTextOfLine(std::string_view line) {
+  const size_t cut = line.find_last_of(",}");
+  std::string_view rest = cut == std::string_view::npos ? line : line.substr(cut + 1);
+  std::string text;
+  for (size_t end; (end = rest.find("\\N")) != std::string_view::npos; rest.remove_prefix(end + 2))
+    text.append(rest.substr(0, end)).push_back('\n');
+  return text.append(rest);
+}
+
+std::string subtitleMarkupOfLine(std::string_view line) {
+  return MarkupWriter(textFieldOf(line)).markup();
+}
+
+std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, int videoHeight) {
+  const int width = rect.w;
+  const int height = rect.h;
+  if (width <= 0 || height <= 0 || !rect.data[0] || !rect.data[1]) return nullptr;
+  const auto rowBytes = static_cast<size_t>(width) * 4;
+  std::shared_ptr<uint8_t[]> pixels(new uint8_t[rowBytes * static_cast<size_t>(height)]);
+  uint8_t* out = pixels.get();
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* indexes = rect.data[0] + static_cast<ptrdiff_t>(y) * rect.linesize[0];
+    for (int x = 0; x < width; ++x, out += 4) {
+      uint32_t argb = 0;  // palette entries are host-order 0xAARRGGBB
+      std::memcpy(&argb, rect.data[1] + static_cast<size_t>(indexes[x]) * 4, sizeof argb);
+      out[0] = static_cast<uint8_t>(argb >> 16);
+      out[1] = static_cast<uint8_t>(argb >> 8);
+      out[2] = static_cast<uint8_t>(argb);
+      out[3] = static_cast<uint8_t>(argb >> 24);
+    }
+  }
+  const auto bitmap =
+      BitmapImage::sharing(std::move(pixels), width, height, static_cast<int>(rowBytes));
+  return Image::fromBitmap(bitmap)->translated(rect.x, videoHeight - rect.y - height);
+}
+
+std::string subtitlePaletteText(const SubtitlePalette& palette) {
+  std::string text = "palette:";
+  for (const uint32_t entry : palette) text += fmt::format("{:x},", rgbOfYCrCb(entry));
+  return text + "\n\r";
+}
+
+}  // namespace kestrel

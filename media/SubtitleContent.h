@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <kestrel/LMMediaSource.h>
+
+struct AVSubtitleRect;
+
+namespace kestrel {
+
+class Image;
+
+/// The text that an ASS dialogue line shows: what follows its last comma or closing brace, with
+/// "\N" as a line feed. Fields, override codes and any earlier part of the text are dropped.
+std::string subtitleTextOfLine(std::string_view line);
+
+/// The whole text that an ASS dialogue line shows, as markup: <b>, <i>, <u> and <s> for what its
+/// override codes switch on, line feeds for its line breaks, "&lt;", "&gt;" and "&amp;" for these
+/// characters themselves. Other codes and drawings are left out.
+std::string subtitleMarkupOfLine(std::string_view line);
+
+/// The picture of a bitmap rectangle, placed in video coordinates (lower-left origin) of a video
+/// `videoHeight` pixels high; null when the rectangle holds no pixels.
+std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, int videoHeight);
+
+/// The decoder's extra data for a disc's colours: "palette:", sixteen lower-case hexadecimal RGB
+/// values each followed by a comma, and a line end. Out-of-range colours are not clamped: they
+/// spill into their neighbours' bits, as players of these discs have always shown them.
+std::string subtitlePaletteText(const SubtitlePalette& palette);
+
+}  // namespace kestrel
