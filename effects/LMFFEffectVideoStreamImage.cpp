@@ -1,0 +1,197 @@
+#include <kestrel/EffectManager.h>
+#include <kestrel/FilterRegistry.h>
+#include <kestrel/LMFFEffectVideoStream.h>
+
+#include <algorithm>
+#include <numbers>
+
+namespace kestrel {
+
+namespace {
+
+using Filters = std::vector<std::shared_ptr<Filter>>;
+
+/// Below this a picture would be enlarged beyond any use, or its size divided by zero.
+constexpr float kLeastRatio = 0.001F;
+
+/// How many of `destination` make `source`, in single precision as the factors made of it are.
+float widthRatio(const Rect& source, const Rect& destination) {
+  return static_cast<float>(source.size.width / destination.size.width);
+}
+
+float heightRatio(const Rect& source, const Rect& destination) {
+  return static_cast<float>(source.size.height / destination.size.height);
+}
+
+Rect dividedInMiddleOf(const Rect& source, float ratio, const Rect& destination) {
+  const double divisor = std::max(ratio, kLeastRatio);
+  const Size size{source.size.width / divisor, source.size.height / divisor};
+  return {{destination.origin.x + (destination.size.width - size.width) * 0.5,
+           destination.origin.y + (destination.size.height - size.height) * 0.5},
+          size};
+}
+
+Point centreOf(const Rect& rect) {
+  return {rect.origin.x + rect.size.width * 0.5, rect.origin.y + rect.size.height * 0.5};
+}
+
+std::shared_ptr<const Image> centred(const std::shared_ptr<const Image>& image, const Rect& rect) {
+  const Point centre = centreOf(rect);
+  return image->translated(-centre.x, -centre.y);
+}
+
+float factor(double target, double size) {
+  return static_cast<float>(target / std::max(static_cast<float>(size), 1.0F));
+}
+
+}  // namespace
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::currentEffectImage() const {
+  auto picture = currentCIImage();
+  if (const auto subtitle = mediaSubtitleImage()) picture = sourceOverImage(subtitle, picture);
+  if (!picture) return nullptr;
+
+  // The display shape is that of the whole picture's pixels, whatever the crop leaves of it.
+  const Rect whole = picture->extent();
+  const Rect crop = cropRect();
+  picture = centred(picture->cropped(crop), crop);
+  const Size display = displayVideoSize();
+  if (!isEmpty(whole)) {
+    picture = picture->scaled(display.width / whole.size.width, display.height / whole.size.height);
+  }
+  const double radians = static_cast<double>(rotate()) * std::numbers::pi / 180.0;
+  picture = picture->transformed(
+      AffineTransform::rotation(radians).scaled(hflip() ? -1 : 1, vflip() ? -1 : 1));
+
+  const LMFFVideoFormat format = outputFormat();
+  const Rect output{{0, 0},
+                    {static_cast<double>(format.width), static_cast<double>(format.height)}};
+  picture = image(picture, zoomType(), output);
+  picture = image(picture, effectFilter());
+  picture = sourceOverImage(picture, imagewithColor(Color::black()));
+  if (const auto mark = watermark()) picture = sourceOverImage(mark, picture);
+  if (const auto subtitle = currentSubtitleImage()) picture = sourceOverImage(subtitle, picture);
+  return picture ? picture->cropped(output) : nullptr;
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::image(const std::shared_ptr<const Image>& image,
+                                                          int32_t zoomType,
+                                                          const Rect& rect) const {
+  if (!image) return nullptr;
+  const auto middle = centred(image, image->extent());
+  const Rect extent = middle->extent();
+  Rect target;
+  switch (zoomType) {
+    case 1:
+      target = rect;
+      break;
+    case 2:
+    case 5:
+      target = scaleRectIn(extent, rect);
+      break;
+    case 3:
+      target = scaleRectIn({{0, 0}, {16, 9}}, rect);
+      break;
+    case 4:
+      target = scaleRectIn({{0, 0}, {4, 3}}, rect);
+      break;
+    case 6:
+      target = scaleRectPanscan(extent, rect);
+      break;
+    default:
+      break;
+  }
+  const Point centre = centreOf(target);
+  return middle->transformed(AffineTransform::translation(centre.x, centre.y)
+                                 .scaled(factor(target.size.width, extent.size.width),
+                                         factor(target.size.height, extent.size.height)));
+}
+
+Rect LMFFEffectVideoStream::scaleRectIn(const Rect& source, const Rect& destination) const {
+  const float ratio = std::max(widthRatio(source, destination), heightRatio(source, destination));
+  return dividedInMiddleOf(source, ratio, destination);
+}
+
+Rect LMFFEffectVideoStream::scaleRectPanscan(const Rect& source, const Rect& destination) const {
+  return dividedInMiddleOf(source, widthRatio(source, destination), destination);
+}
+
+Rect LMFFEffectVideoStream::scaleRect(const Rect& rect, float xScale, float yScale) const {
+  const auto x = static_cast<double>(xScale);
+  const auto y = static_cast<double>(yScale);
+  return {{rect.origin.x * x, rect.origin.y * y}, {rect.size.width * x, rect.size.height * y}};
+}
+
+Filters LMFFEffectVideoStream::colorFilter() const {
+  Filters filters;
+  if (const auto controls = FilterRegistry::filterWithName("CIColorControls")) {
+    const float value = saturation();
+    controls->setValue(value + value, kCIInputSaturationKey);
+    controls->setValue(static_cast<float>((static_cast<double>(brightness()) - 0.5) * 2),
+                       kCIInputBrightnessKey);
+    controls->setValue(contrast() * 4.0F, kCIInputContrastKey);
+    filters.push_back(controls);
+  }
+  if (const auto turn = FilterRegistry::filterWithName("CIHueAdjust")) {
+    turn->setValue(static_cast<float>((static_cast<double>(hue()) - 0.5) * 6.28), kCIInputAngleKey);
+    filters.push_back(turn);
+  }
+  return filters;
+}
+
+Filters LMFFEffectVideoStream::effectFilter() const {
+  Filters filters = colorFilter();
+  const auto name = effectName();
+  const auto effect = name ? EffectManager::filterWithName(*name) : EffectManager::Effect{};
+  const auto* filter = std::get_if<std::shared_ptr<Filter>>(&effect);
+  if (filter && *filter) filters.push_back(*filter);
+  return filters;
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::image(const std::shared_ptr<const Image>& image,
+                                                          const Filters& filters) const {
+  auto result = image;
+  for (const auto& filter : filters) {
+    filter->setValue(result, kCIInputImageKey);
+    result = filter->outputImage();
+  }
+  return result;
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::composition(
+    const std::string& filterName, const std::shared_ptr<const Image>& image,
+    const std::shared_ptr<const Image>& background) const {
+  const auto filter = FilterRegistry::filterWithName(filterName);
+  if (!filter) return nullptr;
+  filter->setValue(background, kCIInputBackgroundImageKey);
+  filter->setValue(image, kCIInputImageKey);
+  return filter->outputImage();
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::sourceOverImage(
+    const std::shared_ptr<const Image>& image,
+    const std::shared_ptr<const Image>& background) const {
+  return composition("CISourceOverCompositing", image, background);
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::sourceInImage(
+    const std::shared_ptr<const Image>& image,
+    const std::shared_ptr<const Image>& background) const {
+  return composition("CISourceInCompositing", image, background);
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::imagewithColor(const Color& color) const {
+  return Image::fromColor(color);
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::translateImage(
+    const std::shared_ptr<const Image>& image, const Size& size) const {
+  return image ? image->translated(size.width, size.height) : nullptr;
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::scaleImage(
+    const std::shared_ptr<const Image>& image, const Size& size) const {
+  return image ? image->scaled(size.width, size.height) : nullptr;
+}
+
+}  // namespace kestrel

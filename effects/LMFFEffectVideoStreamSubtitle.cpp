@@ -1,0 +1,59 @@
+#include <kestrel/LMFFEffectVideoStream.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "effects/EffectVideoStreamState.h"
+#include "support/SubtitleMarkup.h"
+
+namespace kestrel {
+
+AttributedString LMFFEffectVideoStream::subtitleAttributedText() const {
+  TextAttributes attributes{.font = subtitleFont(),
+                            .foregroundColor = subtitleColor(),
+                            .paragraphStyle = ParagraphStyle::defaultParagraphStyle()};
+  attributes.paragraphStyle.alignment = TextAlignment::kCenter;
+  std::string source = subtitleCurrentString().value_or("");
+  MarkedText text =
+      subtitleMarkup() ? readSubtitleMarkup(source) : MarkedText{std::move(source), {}};
+  return AttributedString(std::move(text.text), std::move(attributes), std::move(text.runs))
+      .trimmed();
+}
+
+std::shared_ptr<const BitmapImage> LMFFEffectVideoStream::subtitleImageWithAttributedString(
+    const std::optional<AttributedString>& string) const {
+  if (!string) return nullptr;
+  const LMFFVideoFormat output = outputFormat();
+  const Size limits{static_cast<double>(output.width), static_cast<double>(output.height)};
+  Rect box = string->boundingRectWithSize(limits);
+  const float room = static_cast<float>(output.height) * (1.0F - subtitlePosition());
+  box.size.height = static_cast<double>(std::min(static_cast<float>(box.size.height), room));
+  return isEmpty(box) ? nullptr : string->bitmapImageWithSize(box.size);
+}
+
+std::shared_ptr<const Image> LMFFEffectVideoStream::currentSubtitleImage() const {
+  const auto text = subtitleCurrentString();
+  if (!text || text->empty()) return nullptr;
+  if (text == subtitleImageString()) return subtitleImage();
+  // The text is noted before it is drawn: a setting that changes meanwhile takes the note away, and
+  // the next picture draws the text again.
+  state_->subtitleImageString.set(text);
+  state_->subtitleImage.set(nullptr);
+  auto image = Image::fromBitmap(subtitleImageWithAttributedString(subtitleAttributedText()));
+  if (image) {
+    const LMFFVideoFormat output = outputFormat();
+    const Rect extent = image->extent();
+    image = translateImage(
+        image, {output.width * 0.5 - (extent.origin.x + extent.size.width * 0.5),
+                static_cast<double>(subtitlePosition() * static_cast<float>(output.height))});
+  }
+  state_->subtitleImage.set(image);
+  return image;
+}
+
+void LMFFEffectVideoStream::updateSubtitle() {
+  setSubtitleImageString(std::nullopt);
+  setSubtitleImage(nullptr);
+}
+
+}  // namespace kestrel
