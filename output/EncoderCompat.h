@@ -1,0 +1,72 @@
+#pragma once
+
+// What library versions spell differently about encoders and about what streams carry beside their
+// packets.
+
+#include <cstring>
+
+#include "support/FFmpegOwners.h"
+
+namespace kestrel {
+
+/// The pixel format that an encoder names first; 8-bit 4:2:0 for one that takes any.
+inline AVPixelFormat firstPixelFormat(const AVCodec* codec) {
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100)
+  const void* list = nullptr;
+  avcodec_get_supported_config(nullptr, codec, AV_CODEC_CONFIG_PIX_FORMAT, 0, &list, nullptr);
+  const auto* formats = static_cast<const AVPixelFormat*>(list);
+#else
+  const AVPixelFormat* formats = codec->pix_fmts;
+#endif
+  return formats ? formats[0] : AV_PIX_FMT_YUV420P;
+}
+
+/// The sample format that an encoder names first; the engine's own for one that takes any.
+inline AVSampleFormat firstSampleFormat(const AVCodec* codec) {
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100)
+  const void* list = nullptr;
+  avcodec_get_supported_config(nullptr, codec, AV_CODEC_CONFIG_SAMPLE_FORMAT, 0, &list, nullptr);
+  const auto* formats = static_cast<const AVSampleFormat*>(list);
+#else
+  const AVSampleFormat* formats = codec->sample_fmts;
+#endif
+  return formats ? formats[0] : static_cast<AVSampleFormat>(lm_get_default_sample_fmt());
+}
+
+/// Leaves the choice of picture type to the encoder.
+inline void clearPictureType(AVFrame& frame) {
+  frame.pict_type = AV_PICTURE_TYPE_NONE;
+#if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(58, 7, 100)
+  frame.flags &= ~AV_FRAME_FLAG_KEY;
+#else
+  frame.key_frame = 0;
+#endif
+}
+
+/// Hands on what an encoder tells the container beside its parameters, such as buffer sizes. Later
+/// libraries keep it among the parameters.
+inline void copyEncoderSideData([[maybe_unused]] const AVCodecContext& encoder,
+                                [[maybe_unused]] AVStream& stream) {
+#if LIBAVCODEC_VERSION_INT < AV_VERSION_INT(60, 30, 100)
+  for (int i = 0; i < encoder.nb_coded_side_data; i++) {
+    const AVPacketSideData& data = encoder.coded_side_data[i];
+    uint8_t* copy = av_stream_new_side_data(&stream, data.type, data.size);
+    if (copy) std::memcpy(copy, data.data, data.size);
+  }
+#endif
+}
+
+/// Hands on what a container tells of a stream beside its parameters, such as how a picture is to
+/// be turned. Later libraries keep it among the parameters.
+inline void copyStreamSideData([[maybe_unused]] const AVStream& from,
+                               [[maybe_unused]] AVStream& stream) {
+#if LIBAVCODEC_VERSION_INT < AV_VERSION_INT(60, 30, 100)
+  for (int i = 0; i < from.nb_side_data; i++) {
+    const AVPacketSideData& data = from.side_data[i];
+    uint8_t* copy = av_stream_new_side_data(&stream, data.type, data.size);
+    if (copy) std::memcpy(copy, data.data, data.size);
+  }
+#endif
+}
+
+}  // namespace kestrel

@@ -1,0 +1,93 @@
+#include "output/EncoderSettings.h"
+
+extern "C" {
+#include <libavutil/opt.h>
+}
+
+#include "output/EncoderCompat.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr int kPicturesPerGroup = 12;
+
+// What a DVD player takes.
+constexpr int kDvdPacketSize = 2048;             // bytes
+constexpr int kDvdRateBuffer = 1835008;          // bits
+constexpr const char* kDvdMuxRate = "10080000";  // bits per second
+
+/// Sets the aspect of a pixel such that the picture has the display aspect that is asked for.
+void setAspect(const LMFFMovieFileOutputFormat& format, AVStream& stream, AVCodecContext& encoder) {
+  if (format.aspect == 0.0F) return;
+  const float pixel =
+      format.aspect * static_cast<float>(format.height) / static_cast<float>(format.width);
+  encoder.sample_aspect_ratio = av_d2q(pixel, 255);
+  stream.sample_aspect_ratio = encoder.sample_aspect_ratio;
+}
+
+void setColor(const LMFFVideoColor& color, AVCodecContext& encoder) {
+  encoder.color_primaries = static_cast<AVColorPrimaries>(color.primaries);
+  encoder.color_trc = static_cast<AVColorTransferCharacteristic>(color.transfer);
+  encoder.colorspace = static_cast<AVColorSpace>(color.matrix);
+  encoder.color_range = static_cast<AVColorRange>(color.range);
+}
+
+void setQuality(AVCodecContext& encoder) {
+  switch (encoder.codec_id) {
+    case AV_CODEC_ID_MPEG1VIDEO:
+    case AV_CODEC_ID_MPEG2VIDEO:
+    case AV_CODEC_ID_MSMPEG4V3:
+      encoder.mb_decision = FF_MB_DECISION_RD;
+      break;
+    case AV_CODEC_ID_H264:
+      av_opt_set(encoder.priv_data, "preset", "fast", 0);
+      av_opt_set(encoder.priv_data, "profile", "Main", 0);
+      break;
+    case AV_CODEC_ID_HEVC:
+      // x265 writes to standard error by itself, past the libraries' log.
+      av_opt_set(encoder.priv_data, "x265-params", "log-level=none", 0);
+      break;
+    default:
+      break;
+  }
+}
+
+}  // namespace
+
+void configurePicture(const LMFFMovieFileOutputFormat& format, const LMFFVideoColor& color,
+                      AVStream& stream, AVCodecContext& encoder) {
+  encoder.codec_id = encoder.codec->id;
+  encoder.bit_rate = format.video_bitrate;
+  encoder.width = format.width;
+  encoder.height = format.height;
+  encoder.pix_fmt = firstPixelFormat(encoder.codec);
+  encoder.time_base = {format.frameTime, format.framerate};
+  encoder.framerate = {format.framerate, format.frameTime};
+  setAspect(format, stream, encoder);
+  setColor(color, encoder);
+  encoder.gop_size = kPicturesPerGroup;
+  setQuality(encoder);
+}
+
+void configureForDvd(const LMFFMovieFileOutputFormat& format, AVFormatContext& container,
+                     AVCodecContext& encoder) {
+  encoder.pix_fmt = AV_PIX_FMT_YUV420P;
+  encoder.gop_size = format.framerate == 25 ? 15 : 18;
+  encoder.rc_max_rate = encoder.bit_rate;
+  encoder.rc_min_rate = encoder.bit_rate;
+  encoder.rc_buffer_size = kDvdRateBuffer;
+  container.packet_size = kDvdPacketSize;
+  // Containers that keep this to their muxer go on working it out from the bit rates.
+  av_opt_set(&container, "muxrate", kDvdMuxRate, 0);
+}
+
+void configureSound(const LMFFMovieFileOutputFormat& format, AVCodecContext& encoder) {
+  encoder.sample_fmt = firstSampleFormat(encoder.codec);
+  encoder.bit_rate = format.audio_bitrate;
+  encoder.sample_rate = format.sample_rate;
+  encoder.time_base = {1, format.sample_rate};
+  av_channel_layout_from_mask(&encoder.ch_layout, static_cast<uint64_t>(format.channel_layout));
+}
+
+}  // namespace kestrel

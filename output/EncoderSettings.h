@@ -1,0 +1,22 @@
+#pragma once
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFVideoColor.h>
+
+#include "support/FFmpegOwners.h"
+
+namespace kestrel {
+
+/// Sets up an unopened video encoder, and the aspect of its stream, as the record says.
+void configurePicture(const LMFFMovieFileOutputFormat& format, const LMFFVideoColor& color,
+                      AVStream& stream, AVCodecContext& encoder);
+
+/// Then makes it what a DVD player takes: a constant bit rate, pictures in groups of about half a
+/// second, 4:2:0.
+void configureForDvd(const LMFFMovieFileOutputFormat& format, AVFormatContext& container,
+                     AVCodecContext& encoder);
+
+/// Sets up an unopened audio encoder as the record says.
+void configureSound(const LMFFMovieFileOutputFormat& format, AVCodecContext& encoder);
+
+}  // namespace kestrel

@@ -1,0 +1,302 @@
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovieFileOutput.h>
+
+#include <string_view>
+#include <utility>
+
+#include "output/DictionaryEntries.h"
+#include "output/EncoderCompat.h"
+#include "output/EncoderSettings.h"
+#include "output/MovieFileOutputState.h"
+#include "support/FFmpegCompat.h"
+
+namespace kestrel {
+
+namespace {
+
+Error noEncoder(AVCodecID codec, const AVOutputFormat& muxer) {
+  const std::string message = codec == AV_CODEC_ID_NONE
+                                  ? std::string("the container format '") + muxer.name +
+                                        "' has no default codec for this stream"
+                                  : std::string("no encoder for '") + avcodec_get_name(codec) + "'";
+  return engineError(AVERROR_ENCODER_NOT_FOUND, message);
+}
+
+}  // namespace
+
+LMFFMovieFileOutput::LMFFMovieFileOutput() : state_(std::make_unique<State>()) {}
+
+LMFFMovieFileOutput::~LMFFMovieFileOutput() = default;
+
+std::shared_ptr<LMFFAudioResample> LMFFMovieFileOutput::resample() const {
+  return state_->resample;
+}
+
+void LMFFMovieFileOutput::setResample(std::shared_ptr<LMFFAudioResample> resample) {
+  state_->resample = std::move(resample);
+}
+
+std::shared_ptr<LMFFImageColorspaceConverter> LMFFMovieFileOutput::videoConverter() const {
+  return state_->videoConverter;
+}
+
+void LMFFMovieFileOutput::setVideoConverter(
+    std::shared_ptr<LMFFImageColorspaceConverter> converter) {
+  state_->videoConverter = std::move(converter);
+}
+
+std::string LMFFMovieFileOutput::path() const { return state_->path.get(); }
+
+void LMFFMovieFileOutput::setPath(const std::string& path) { state_->path.set(path); }
+
+LMFFAudioFormat LMFFMovieFileOutput::audioInputFormat() const {
+  return state_->audioInputFormat.get();
+}
+
+void LMFFMovieFileOutput::setAudioInputFormat(const LMFFAudioFormat& format) {
+  state_->audioInputFormat.set(format);
+}
+
+LMFFMovieFileOutputFormat LMFFMovieFileOutput::movieFormat() const {
+  return state_->movieFormat.get();
+}
+
+void LMFFMovieFileOutput::setMovieFormat(const LMFFMovieFileOutputFormat& format) {
+  state_->movieFormat.set(format);
+}
+
+std::string LMFFMovieFileOutput::formatName() const { return state_->formatName; }
+
+void LMFFMovieFileOutput::setFormatName(const std::string& name) { state_->formatName = name; }
+
+LMFFMovieFileOutput::Entries LMFFMovieFileOutput::videoOptions() const {
+  return state_->videoOptions;
+}
+
+void LMFFMovieFileOutput::setVideoOptions(const Entries& options) {
+  state_->videoOptions = options;
+}
+
+LMFFMovieFileOutput::Entries LMFFMovieFileOutput::audioOptions() const {
+  return state_->audioOptions;
+}
+
+void LMFFMovieFileOutput::setAudioOptions(const Entries& options) {
+  state_->audioOptions = options;
+}
+
+LMFFMovieFileOutput::Entries LMFFMovieFileOutput::muxerOptions() const {
+  return state_->muxerOptions;
+}
+
+void LMFFMovieFileOutput::setMuxerOptions(const Entries& options) {
+  state_->muxerOptions = options;
+}
+
+LMFFVideoColor LMFFMovieFileOutput::outputColor() const { return state_->outputColor; }
+
+void LMFFMovieFileOutput::setOutputColor(const LMFFVideoColor& color) {
+  state_->outputColor = color;
+}
+
+LMFFMovieFileOutput::Entries LMFFMovieFileOutput::metadata() const { return state_->metadata; }
+
+void LMFFMovieFileOutput::setMetadata(const Entries& metadata) { state_->metadata = metadata; }
+
+LMFFMovieFileOutput::Entries LMFFMovieFileOutput::videoMetadata() const {
+  return state_->videoMetadata;
+}
+
+void LMFFMovieFileOutput::setVideoMetadata(const Entries& metadata) {
+  state_->videoMetadata = metadata;
+}
+
+LMFFMovieFileOutput::Entries LMFFMovieFileOutput::audioMetadata() const {
+  return state_->audioMetadata;
+}
+
+void LMFFMovieFileOutput::setAudioMetadata(const Entries& metadata) {
+  state_->audioMetadata = metadata;
+}
+
+std::vector<LMFFMovieFileOutput::Chapter> LMFFMovieFileOutput::chapters() const {
+  return state_->chapters;
+}
+
+void LMFFMovieFileOutput::setChapters(std::vector<Chapter> chapters) {
+  state_->chapters = std::move(chapters);
+}
+
+std::function<bool()> LMFFMovieFileOutput::interrupt() const { return state_->interrupt; }
+
+void LMFFMovieFileOutput::setInterrupt(std::function<bool()> interrupt) {
+  state_->interrupt = std::move(interrupt);
+}
+
+bool LMFFMovieFileOutput::isMovieOpen() const { return formatContext() != nullptr; }
+
+bool LMFFMovieFileOutput::isAudioOpen() const { return state_->audioStream != nullptr; }
+
+bool LMFFMovieFileOutput::isVideoOpen() const { return state_->videoStream != nullptr; }
+
+AVFormatContext* LMFFMovieFileOutput::formatContext() const { return state_->muxer.context(); }
+
+AVStream* LMFFMovieFileOutput::audioStream() const { return state_->audioStream; }
+
+AVStream* LMFFMovieFileOutput::videoStream() const { return state_->videoStream; }
+
+AVCodecContext* LMFFMovieFileOutput::codecContext(const AVStream* stream) const {
+  const StreamEncoder* encoder = state_->encoderOf(stream);
+  return encoder ? encoder->context() : nullptr;
+}
+
+bool LMFFMovieFileOutput::copy_video_stream() const { return state_->copyVideo; }
+
+bool LMFFMovieFileOutput::copy_audio_stream() const { return state_->copyAudio; }
+
+LMFFAudioFormat LMFFMovieFileOutput::outputAudioFormat() const {
+  if (!state_->audioStream) return {};
+  const AVCodecParameters& parameters = *state_->audioStream->codecpar;
+  return {parameters.format, layoutMask(parameters.ch_layout), parameters.sample_rate};
+}
+
+LMFFVideoFormat LMFFMovieFileOutput::outputVideoFormat() const {
+  if (!state_->videoStream) return {};
+  const AVCodecParameters& parameters = *state_->videoStream->codecpar;
+  return {parameters.format, parameters.width, parameters.height};
+}
+
+Rational LMFFMovieFileOutput::movieFrameDuration() const {
+  const LMFFMovieFileOutputFormat format = movieFormat();
+  return {format.frameTime, format.framerate};
+}
+
+Error LMFFMovieFileOutput::lastError() const { return state_->errors.get(); }
+
+void LMFFMovieFileOutput::createMovieOutput() {
+  if (isMovieOpen()) return;
+  state_->muxer.create(path(), state_->formatName, state_->interrupt);
+}
+
+AVStream* LMFFMovieFileOutput::openOutputStream(int codec, const ConfigurationBlock& block) {
+  if (!isMovieOpen()) return nullptr;
+  State& state = *state_;
+  const AVOutputFormat& muxer = *formatContext()->oformat;
+  const auto id = static_cast<AVCodecID>(codec);
+  const AVCodec* found = avcodec_find_encoder(id);
+  if (!found) {
+    state.errors.note(noEncoder(id, muxer));
+    return nullptr;
+  }
+  AVStream* stream = state.muxer.addStream();
+  if (!stream) {
+    state.errors.note(engineError(AVERROR(EINVAL), "streams are added before the output starts"));
+    return nullptr;
+  }
+  stream->id = stream->index + 1;
+  auto encoder = std::make_unique<StreamEncoder>(stream, found);
+  AVCodecContext* context = encoder->context();
+  if (!context) return stream;
+  context->thread_count = 0;
+  if (muxer.flags & AVFMT_GLOBALHEADER) context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  if (found->capabilities & AV_CODEC_CAP_EXPERIMENTAL) {
+    context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
+  }
+  if (block) block(stream, context);
+  const bool isSound = found->type == AVMEDIA_TYPE_AUDIO;
+  const Error error = encoder->open(isSound ? state.audioOptions : state.videoOptions);
+  state.errors.note(error);
+  if (error) return nullptr;
+  state.encoders.push_back(std::move(encoder));
+  return stream;
+}
+
+void LMFFMovieFileOutput::openAudio() {
+  createMovieOutput();
+  if (!isMovieOpen()) return;
+  const LMFFMovieFileOutputFormat format = movieFormat();
+  const int codec = format.audio_codec ? format.audio_codec : formatContext()->oformat->audio_codec;
+  state_->audioStream = openOutputStream(
+      codec, [&](AVStream*, AVCodecContext* encoder) { configureSound(format, *encoder); });
+}
+
+void LMFFMovieFileOutput::openVideo() {
+  createMovieOutput();
+  if (!isMovieOpen()) return;
+  const LMFFMovieFileOutputFormat format = movieFormat();
+  AVFormatContext& container = *formatContext();
+  const int codec = format.video_codec ? format.video_codec : container.oformat->video_codec;
+  state_->videoStream = openOutputStream(codec, [&](AVStream* stream, AVCodecContext* encoder) {
+    configurePicture(format, state_->outputColor, *stream, *encoder);
+    if (std::string_view(container.oformat->name) == "dvd") {
+      configureForDvd(format, container, *encoder);
+    }
+  });
+}
+
+void LMFFMovieFileOutput::copyOutputStream(const AVStream* stream) {
+  createMovieOutput();
+  if (!isMovieOpen() || !stream) return;
+  State& state = *state_;
+  AVStream* copy = state.muxer.addStream();
+  if (!copy || !state.errors.succeeded(avcodec_parameters_copy(copy->codecpar, stream->codecpar))) {
+    return;
+  }
+  copyStreamSideData(*stream, *copy);
+  copy->codecpar->codec_tag = 0;
+  copy->codecpar->sample_aspect_ratio = stream->sample_aspect_ratio;
+  copy->sample_aspect_ratio = stream->sample_aspect_ratio;
+  copy->r_frame_rate = stream->r_frame_rate;
+  copy->avg_frame_rate = stream->avg_frame_rate;
+  copy->time_base = stream->time_base;
+  state.copies.push_back(std::make_unique<CopiedStream>(copy, *formatContext()->oformat));
+  state.errors.note(state.copies.back()->error());
+  if (copy->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+    state.audioStream = copy;
+    state.copyAudio = true;
+  } else if (copy->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+    state.videoStream = copy;
+    state.copyVideo = true;
+  }
+}
+
+void LMFFMovieFileOutput::copyVideoMedia(const std::shared_ptr<LMFFMedia>& media) {
+  const auto stream = media ? media->videoStream() : nullptr;
+  copyOutputStream(stream ? stream->stream() : nullptr);
+}
+
+void LMFFMovieFileOutput::copyAudioMedia(const std::shared_ptr<LMFFMedia>& media) {
+  const auto stream = media ? media->audioStream() : nullptr;
+  copyOutputStream(stream ? stream->stream() : nullptr);
+}
+
+bool LMFFMovieFileOutput::startOutput() {
+  State& state = *state_;
+  if (!isMovieOpen() || !state.muxer.isSettingUp()) {
+    state.errors.note(engineError(AVERROR(EINVAL), "there is no output to start"));
+    return false;
+  }
+  if (state.audioStream && state.resample) {
+    state.resample->convertFormat(audioInputFormat(), outputAudioFormat());
+  }
+  if (state.videoStream && state.videoConverter) {
+    state.videoConverter->setOutputFormat(outputVideoFormat());
+    if (state.outputColor != LMFFVideoColor{}) {
+      state.videoConverter->setOutputColor(state.outputColor);
+    }
+  }
+  state.applyTags();
+  return state.muxer.start(state.muxerOptions);
+}
+
+void LMFFMovieFileOutput::State::applyTags() {
+  addEntries(metadata, &muxer.context()->metadata);
+  if (audioStream) addEntries(audioMetadata, &audioStream->metadata);
+  if (videoStream) addEntries(videoMetadata, &videoStream->metadata);
+  for (const Chapter& chapter : chapters) {
+    muxer.addChapter(chapter.start_us, chapter.end_us, chapter.tags);
+  }
+}
+
+}  // namespace kestrel

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <kestrel/Error.h>
+
+#include <string>
+
+namespace kestrel {
+
+/// Listens, while it lives, to the errors that the media libraries log on this thread: they say why
+/// an encoder or a muxer refuses something, where the code they answer does not.
+///
+/// The first one made in the process sets the libraries' log callback, which passes every line on
+/// to their default one. Where a host has replaced the callback since, nothing is heard.
+class LibraryLog {
+ public:
+  LibraryLog();
+  ~LibraryLog();
+  LibraryLog(const LibraryLog&) = delete;
+  LibraryLog& operator=(const LibraryLog&) = delete;
+
+  /// The error for a negative library code: "`subject`: " and the first line that was logged, else
+  /// the library's text for the code.
+  Error explain(int code, const std::string& subject) const;
+
+ private:
+  friend struct LibraryLogCallback;
+
+  void hear(const char* text);
+
+  std::string line_;
+  bool complete_ = false;
+  LibraryLog* outer_;
+};
+
+}  // namespace kestrel

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <kestrel/LMFFAudioResample.h>
+#include <kestrel/LMFFImageColorspaceConverter.h>
+#include <kestrel/LMFFMovieFileOutput.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "output/CopiedStream.h"
+#include "output/Muxer.h"
+#include "output/StreamEncoder.h"
+#include "support/Guarded.h"
+
+namespace kestrel {
+
+/// What the two halves of the class share: one sets up, the other writes.
+struct LMFFMovieFileOutput::State {
+  /// Null for null, for a copied stream, and for one whose encoder was refused.
+  StreamEncoder* encoderOf(const AVStream* stream) const { return find(encoders, stream); }
+
+  /// Null for null and for an encoded stream.
+  CopiedStream* copyOf(const AVStream* stream) const { return find(copies, stream); }
+
+  /// Null also while there is nothing to write to.
+  StreamEncoder* writingEncoderOf(const AVStream* stream) const {
+    return muxer.isWriting() ? encoderOf(stream) : nullptr;
+  }
+
+  void applyTags();
+
+  AVFrame* soundFrame(const StreamEncoder& encoder);
+  bool readSound(AVFrame& frame) const;
+  void encodeSound(StreamEncoder& encoder, AVFrame& frame);
+  void encodeQueuedSound(StreamEncoder& encoder);
+  void encodeRemainingSound(StreamEncoder& encoder);
+
+  bool encode(StreamEncoder& encoder, AVFrame& frame, int64_t duration);
+  bool writeNextPacket(StreamEncoder& encoder);
+  void drain(const AVStream* stream);
+
+  bool restamp(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
+  void muxReady(CopiedStream& copy);
+
+  int64_t microseconds(int64_t time, const AVStream* stream) const;
+
+  // Settings.
+  std::shared_ptr<LMFFAudioResample> resample = std::make_shared<LMFFAudioResample>();
+  std::shared_ptr<LMFFImageColorspaceConverter> videoConverter =
+      std::make_shared<LMFFImageColorspaceConverter>();
+  Guarded<std::string> path;
+  Guarded<LMFFAudioFormat> audioInputFormat{lm_get_default_audio_format()};
+  Guarded<LMFFMovieFileOutputFormat> movieFormat{lm_get_default_movie_file_ouput_format()};
+  std::string formatName;
+  Entries videoOptions;
+  Entries audioOptions;
+  Entries muxerOptions;
+  LMFFVideoColor outputColor;
+  Entries metadata;
+  Entries videoMetadata;
+  Entries audioMetadata;
+  std::vector<Chapter> chapters;
+  std::function<bool()> interrupt;
+
+  // The file.
+  FirstError errors;
+  Muxer muxer{errors};
+  AVStream* audioStream = nullptr;
+  AVStream* videoStream = nullptr;
+  bool copyAudio = false;
+  bool copyVideo = false;
+  std::vector<std::unique_ptr<StreamEncoder>> encoders;
+  std::vector<std::unique_ptr<CopiedStream>> copies;
+
+  // Writing.
+  int64_t audioTime = 0;
+  int64_t videoTime = 0;
+  bool videoStarted = false;   // a copied video packet has been written
+  bool audioFinished = false;  // the last frame of sound has been encoded
+  FramePtr sound;              // what the audio encoder is fed with
+  PacketPtr encoded = makePacket();
+
+ private:
+  template <typename T>
+  static T* find(const std::vector<std::unique_ptr<T>>& streams, const AVStream* stream) {
+    const auto found = std::find_if(streams.begin(), streams.end(),
+                                    [&](const auto& each) { return each->stream() == stream; });
+    return found == streams.end() ? nullptr : found->get();
+  }
+};
+
+}  // namespace kestrel

@@ -1,0 +1,191 @@
+#include "output/Muxer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "output/DictionaryEntries.h"
+#include "output/LibraryLog.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr int kMaximumMuxingDelay = 700000;         // microseconds
+constexpr int64_t kLongestInterleaving = 10000000;  // microseconds
+
+std::string lowercaseExtension(const std::string& path) {
+  const size_t dot = path.find_last_of("./");
+  if (dot == std::string::npos || path[dot] == '/') return "";
+  std::string extension = path.substr(dot + 1);
+  for (char& c : extension) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return extension;
+}
+
+/// What the library opens for a path: itself, unless its beginning looks like a protocol that there
+/// is not.
+std::string urlFor(const std::string& path) {
+  return avio_find_protocol_name(path.c_str()) ? path : "file:" + path;
+}
+
+/// The short name of the container to force; "" leaves the choice to the path.
+std::string forcedFormat(const std::string& path, const std::string& format) {
+  if (!format.empty() || lowercaseExtension(path) != "m4r") return format;
+  const AVOutputFormat* ringtone = av_guess_format(nullptr, ".m4a", nullptr);
+  return ringtone ? ringtone->name : "";
+}
+
+std::string creationProblem(const std::string& path, const std::string& format) {
+  if (!format.empty()) return "unknown container format '" + format + "'";
+  const std::string extension = lowercaseExtension(path);
+  if (extension.empty()) return "no extension that tells the container format";
+  return "no container format is known by the extension '" + extension + "'";
+}
+
+/// The tag of HEVC whose parameter sets lie in the container alone: many players of MPEG-4 files
+/// take no other.
+constexpr uint32_t kHevcTag = MKTAG('h', 'v', 'c', '1');
+
+void chooseTag(const AVOutputFormat& format, AVCodecParameters& parameters) {
+  const bool isKnown = av_codec_get_id(format.codec_tag, kHevcTag) == AV_CODEC_ID_HEVC;
+  if (parameters.codec_id == AV_CODEC_ID_HEVC && parameters.codec_tag == 0 && isKnown)
+    parameters.codec_tag = kHevcTag;
+}
+
+int askInterrupt(void* interrupt) {
+  const auto& function = *static_cast<const std::function<bool()>*>(interrupt);
+  return function && function() ? 1 : 0;
+}
+
+}  // namespace
+
+void Muxer::create(const std::string& path, const std::string& format,
+                   std::function<bool()> interrupt) {
+  const std::string forced = forcedFormat(path, format);
+  AVFormatContext* context = nullptr;
+  const int result = avformat_alloc_output_context2(
+      &context, nullptr, forced.empty() ? nullptr : forced.c_str(), urlFor(path).c_str());
+  if (result < 0) {
+    errors_.note(engineError(result, creationProblem(path, format)));
+    return;
+  }
+  context_.reset(context);
+  context->max_delay = kMaximumMuxingDelay;
+  interrupt_ = std::move(interrupt);
+  context->interrupt_callback = {&askInterrupt, &interrupt_};
+}
+
+AVStream* Muxer::addStream() {
+  if (!context_ || phase_ != Phase::kSettingUp) return nullptr;
+  return avformat_new_stream(context_.get(), nullptr);
+}
+
+void Muxer::addChapter(int64_t start, int64_t end, const std::map<std::string, std::string>& tags) {
+  const auto count = static_cast<size_t>(context_->nb_chapters);
+  void* list = av_realloc_array(context_->chapters, count + 1, sizeof(AVChapter*));
+  if (!list) return;
+  context_->chapters = static_cast<AVChapter**>(list);
+  auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+  if (!chapter) return;
+  chapter->id = static_cast<int64_t>(count) + 1;
+  chapter->time_base = kMicroseconds;
+  chapter->start = start;
+  chapter->end = end;
+  addEntries(tags, &chapter->metadata);
+  context_->chapters[context_->nb_chapters++] = chapter;
+}
+
+bool Muxer::start(const std::map<std::string, std::string>& options) {
+  phase_ = Phase::kEnded;
+  if (!openFile() || !writeHeader(options)) return false;
+  phase_ = Phase::kWriting;
+  newest_.assign(context_->nb_streams, AV_NOPTS_VALUE);
+  return true;
+}
+
+bool Muxer::openFile() {
+  if (hasFlag(AVFMT_NOFILE)) {
+    errors_.note(engineError(AVERROR(ENOSYS), std::string("the container format '") +
+                                                  context_->oformat->name +
+                                                  "' does not write to one file"));
+    return false;
+  }
+  return errors_.succeeded(avio_open2(&context_->pb, context_->url, AVIO_FLAG_WRITE,
+                                      &context_->interrupt_callback, nullptr));
+}
+
+bool Muxer::writeHeader(const std::map<std::string, std::string>& options) {
+  Dictionary dictionary;
+  addEntries(options, dictionary.get());
+  for (unsigned i = 0; i < context_->nb_streams; i++)
+    chooseTag(*context_->oformat, *context_->streams[i]->codecpar);
+  const LibraryLog log;
+  const int result = avformat_write_header(context_.get(), dictionary.get());
+  if (result < 0) {
+    errors_.note(headerError(refusal(result, log)));
+    return false;
+  }
+  const Error unknown = unknownOption(*dictionary.get());
+  errors_.note(unknown);
+  return !unknown;
+}
+
+// A failure of the file explains all others.
+Error Muxer::refusal(int result, const LibraryLog& log) const {
+  if (context_->pb && context_->pb->error < 0) return libraryError(context_->pb->error);
+  return log.explain(result, context_->oformat->name);
+}
+
+Error Muxer::headerError(Error refusal) const {
+  for (unsigned i = 0; i < context_->nb_streams; i++) {
+    const AVCodecID codec = context_->streams[i]->codecpar->codec_id;
+    if (avformat_query_codec(context_->oformat, codec, FF_COMPLIANCE_EXPERIMENTAL) != 0) continue;
+    refusal.message = std::string("the container format '") + context_->oformat->name +
+                      "' has no place for the codec '" + avcodec_get_name(codec) + "'";
+  }
+  return refusal;
+}
+
+void Muxer::write(AVPacket& packet, const AVStream& stream) {
+  if (isWriting()) {
+    const int64_t time = packet.dts;
+    packet.stream_index = stream.index;
+    const LibraryLog log;
+    const int result = av_interleaved_write_frame(context_.get(), &packet);
+    if (result < 0) errors_.note(refusal(result, log));
+    limitQueue(time, stream);
+  }
+  av_packet_unref(&packet);
+}
+
+// The library's queue waits for a stream that lags behind, with some codecs without end. So that
+// its memory stays bounded, it is emptied once per stretch that is too long to wait for.
+void Muxer::limitQueue(int64_t dts, const AVStream& stream) {
+  if (dts == AV_NOPTS_VALUE) return;
+  const int64_t time = av_rescale_q(dts, stream.time_base, kMicroseconds);
+  newest_[static_cast<size_t>(stream.index)] = time;
+  for (int64_t& newest : newest_) {
+    if (newest == AV_NOPTS_VALUE) newest = time;
+  }
+  if (time - *std::min_element(newest_.begin(), newest_.end()) <= kLongestInterleaving) return;
+  errors_.succeeded(av_interleaved_write_frame(context_.get(), nullptr));
+  for (int64_t& newest : newest_) newest = std::max(newest, time);
+}
+
+void Muxer::complete() {
+  if (!isWriting()) return;
+  phase_ = Phase::kEnded;
+  errors_.succeeded(av_interleaved_write_frame(context_.get(), nullptr));
+  const LibraryLog log;
+  const int result = av_write_trailer(context_.get());
+  if (result < 0) errors_.note(refusal(result, log));
+}
+
+void Muxer::close() {
+  phase_ = Phase::kEnded;
+  if (!context_ || hasFlag(AVFMT_NOFILE)) return;
+  errors_.succeeded(avio_closep(&context_->pb));
+}
+
+}  // namespace kestrel
