@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+#include <libavutil/avutil.h>
+}
+
+struct AVOutputFormat;
+
+/// Which codecs a conversion can use, and in which container. What throws throws a `Failure`.
+
+/// The container that a file's name asks for; throws when none is known by that name.
+const AVOutputFormat& outputFormatFor(const std::string& path);
+
+/// The codec that a user's name means ("h264", "x265", "libvorbis"). Throws unless it is of that
+/// type and can be encoded.
+AVCodecID codecByName(const std::string& name, AVMediaType type);
+
+/// The codec that pictures get without a word, none where the file is for sound.
+AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& path);
+
+/// The codec that sound gets without a word.
+AVCodecID defaultAudioCodec(const AVOutputFormat& format);
+
+/// Throws unless the container has a place for a codec, one that players will find it in.
+void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
+
+/// Throws unless it can be encoded, too.
+void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
+
+/// Throws unless it is a preset of the H.264 and HEVC encoders, which would complain on standard
+/// error by themselves.
+void requirePreset(const std::string& name);

@@ -1,0 +1,312 @@
+#include "Convert.h"
+
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMFFMovieFileOutput.h>
+#include <kestrel/LMMediaSource.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "AutoCrop.h"
+#include "ConvertPlan.h"
+#include "Failure.h"
+#include "Input.h"
+#include "Interrupt.h"
+#include "JobQueue.h"
+#include "OutputFile.h"
+#include "PictureMaker.h"
+#include "Tracks.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+}
+
+using namespace kestrel;
+
+namespace {
+
+constexpr int64_t kSecond = 1000000;
+
+/// Pictures and blocks of sound on their way to the encoder: enough that neither side waits for the
+/// other, few enough that they cost no memory to speak of.
+constexpr size_t kMostJobs = 2;
+
+/// A seek may land a few pictures late: it aims this much earlier and what is too early is dropped.
+constexpr int64_t kPreroll = kSecond / 2;
+
+/// An input that ends this much before its stated length has ended early.
+constexpr int64_t kMissingTolerance = kSecond;
+
+std::map<std::string, std::string> tagsOf(const AVDictionary* dictionary) {
+  // What the old container says of itself is not true of the new one.
+  static const std::vector<std::string> kOfContainer{"major_brand", "minor_version",
+                                                     "compatible_brands", "encoder"};
+  std::map<std::string, std::string> tags;
+  const AVDictionaryEntry* entry = nullptr;
+  while ((entry = av_dict_get(dictionary, "", entry, AV_DICT_IGNORE_SUFFIX)))
+    if (!std::ranges::count(kOfContainer, entry->key)) tags[entry->key] = entry->value;
+  return tags;
+}
+
+/// The input's chapters within the converted span, counted from its start.
+std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& input,
+                                                     const ConvertPlan& plan) {
+  std::vector<LMFFMovieFileOutput::Chapter> chapters;
+  const int64_t begin = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
+  for (unsigned i = 0; i < input.nb_chapters; ++i) {
+    const AVChapter& chapter = *input.chapters[i];
+    const auto toMovie = [&](int64_t time) {
+      return av_rescale_q(time, chapter.time_base, AV_TIME_BASE_Q) - begin;
+    };
+    const int64_t start = std::max(toMovie(chapter.start), plan.start);
+    const int64_t end = std::min(toMovie(chapter.end), plan.end.value_or(INT64_MAX));
+    if (end > start)
+      chapters.push_back({start - plan.start, end - plan.start, tagsOf(chapter.metadata)});
+  }
+  return chapters;
+}
+
+class Conversion {
+ public:
+  explicit Conversion(const ConvertSettings& settings) : settings_(settings) {}
+
+  int run() {
+    source_ = openInput(settings_.input);
+    if (settings_.look.autoCrop) settings_.look.crop = findPicture();
+    plan_ = planConversion(settings_, *source_->formatContext());
+    OutputFile target(settings_.output, settings_.force, settings_.input);
+    openMovie();
+    openOutput(target.path());
+    pump();
+    output_.stopOutput();
+    if (interrupted()) return kInterrupted;
+    requireOutput();
+    target.commit();
+    return judgeInput();
+  }
+
+ private:
+  /// What lies between the black bars; nothing where there are none.
+  std::optional<Area> findPicture() const {
+    LMFFMovie movie;
+    movie.openMedias(openInput(settings_.input)->createMedias());
+    return withoutBars(movie);
+  }
+
+  void openMovie() {
+    IndexSet streams = plan_.audioIndexes;
+    if (plan_.videoIndex) streams.insert(*plan_.videoIndex);
+    const auto medias = createMedias(streams);
+    if (medias.empty())
+      throw Failure{kFailed, fmt::format("cannot convert '{}': none of its streams can be decoded",
+                                         settings_.input)};
+    movie_.setExportMovie(true);
+    movie_.setCopy_video_stream(plan_.video == StreamAction::kCopy);
+    movie_.setCopy_audio_stream(plan_.audio == StreamAction::kCopy);
+    movie_.setVolume(settings_.volume);
+    movie_.openMedias(medias);
+    movie_.setSelectAudioStreams(plan_.audioTracks);
+    if (plan_.video == StreamAction::kEncode && !plan_.look.isPlain())
+      plan_.look.apply(movie_, {static_cast<double>(plan_.format.width),
+                                static_cast<double>(plan_.format.height)});
+    if (!movie_.hasVideo()) plan_.video = StreamAction::kNone;
+    if (!movie_.hasAudio()) plan_.audio = StreamAction::kNone;
+    if (movie_.duration() > 0 && plan_.start >= movie_.duration())
+      throw wrongUsage(fmt::format("the start lies behind the end of '{}'", settings_.input));
+  }
+
+  /// Sound and pictures come from a reader each, so that neither waits for the other's decoding.
+  /// Packets that only pass through come from one: the file is read once.
+  LMFFMovie::MediaList createMedias(const IndexSet& streams) {
+    if (plan_.video != StreamAction::kCopy || plan_.audio != StreamAction::kCopy)
+      return source_->createMediasWithStreams(streams);
+    auto media = std::make_shared<LMFFMedia>();
+    media->setSource(source_);
+    media->setSelectStreams(streams);
+    return {media};
+  }
+
+  [[noreturn]] void failToWrite() const {
+    throw Failure{kFailed, fmt::format("cannot write '{}': {}", settings_.output,
+                                       output_.lastError().message)};
+  }
+
+  void openOutput(const std::string& path) {
+    output_.setPath(path);
+    output_.setFormatName(plan_.formatName);
+    output_.setMovieFormat(plan_.format);
+    output_.setOutputColor(plan_.color);
+    output_.setVideoOptions(plan_.videoOptions);
+    output_.setAudioOptions(plan_.audioOptions);
+    output_.setMuxerOptions(plan_.muxerOptions);
+    output_.setInterrupt(interrupted);
+    if (settings_.keepMetadata) keepMetadata();
+    openStreams();
+    if (!output_.startOutput()) failToWrite();
+  }
+
+  void openStreams() {
+    const bool hasVideo = plan_.video != StreamAction::kNone;
+    const bool hasAudio = plan_.audio != StreamAction::kNone;
+    if (plan_.video == StreamAction::kEncode) output_.openVideo();
+    if (plan_.video == StreamAction::kCopy) output_.copyVideoMedia(movie_.videoMedia());
+    if (plan_.audio == StreamAction::kEncode) output_.openAudio();
+    if (plan_.audio == StreamAction::kCopy) output_.copyAudioMedia(movie_.audios().back());
+    if (output_.isVideoOpen() != hasVideo || output_.isAudioOpen() != hasAudio) failToWrite();
+  }
+
+  void keepMetadata() {
+    const AVFormatContext& input = *source_->formatContext();
+    output_.setMetadata(tagsOf(input.metadata));
+    output_.setChapters(chaptersOf(input, plan_));
+    const auto language = [&](uint32_t index) {
+      std::map<std::string, std::string> tags;
+      const AVDictionary* metadata = input.streams[index]->metadata;
+      if (const auto* entry = av_dict_get(metadata, "language", nullptr, 0))
+        tags["language"] = entry->value;
+      return tags;
+    };
+    if (plan_.videoIndex) output_.setVideoMetadata(language(*plan_.videoIndex));
+    if (!plan_.audioTracks.empty())
+      output_.setAudioMetadata(
+          language(*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())));
+  }
+
+  std::vector<std::unique_ptr<Track>> makeTracks(int64_t preroll) {
+    std::vector<std::unique_ptr<Track>> tracks;
+    if (plan_.video == StreamAction::kEncode) {
+      auto maker = plan_.look.isPlain()
+                       ? nullptr
+                       : std::make_unique<PictureMaker>(movie_, *output_.videoConverter());
+      tracks.push_back(std::make_unique<EncodedVideoTrack>(movie_, plan_, std::move(maker)));
+    }
+    if (plan_.video == StreamAction::kCopy)
+      tracks.push_back(std::make_unique<CopiedTrack>(movie_, plan_, true, nullptr));
+    const bool hasOneMedia = movie_.medias().size() == 1 && !tracks.empty();
+    const Track* reader = hasOneMedia ? tracks.front().get() : nullptr;
+    if (plan_.audio == StreamAction::kEncode)
+      tracks.push_back(std::make_unique<EncodedAudioTrack>(movie_, plan_, preroll, reader));
+    if (plan_.audio == StreamAction::kCopy)
+      tracks.push_back(std::make_unique<CopiedTrack>(movie_, plan_, false, reader));
+    return tracks;
+  }
+
+  /// How long before the movie its copied sound begins, with its encoder's delay; microseconds.
+  int64_t soundLead() const {
+    const AVFormatContext& input = *source_->formatContext();
+    AVStream* sound =
+        input.streams[*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())];
+    const AVIndexEntry* first = avformat_index_get_entry(sound, 0);
+    if (!first || input.start_time == AV_NOPTS_VALUE) return 0;
+    const int64_t begin = av_rescale_q(first->timestamp, sound->time_base, AV_TIME_BASE_Q);
+    return std::max<int64_t>(input.start_time - begin, 0);
+  }
+
+  /// Reads and decodes on the movie's queue, in one piece of work there, so that no picture has to
+  /// change threads on its way; encodes and writes on a thread of its own.
+  void pump() {
+    const int64_t preroll = std::min(kPreroll, plan_.start);
+    movie_.seek(plan_.start - preroll);
+    movie_.flushOperation();
+    // An output has no times before 0: copied sound that begins earlier takes the pictures along.
+    const bool onlyCopies = plan_.video != StreamAction::kEncode;
+    if (plan_.audio == StreamAction::kCopy && onlyCopies && plan_.start == 0)
+      plan_.start = -soundLead();
+    std::exception_ptr failure;
+    movie_.decodeImage(
+        [&] {
+          try {
+            pumpTracks(makeTracks(preroll));
+          } catch (...) {
+            failure = std::current_exception();
+          }
+        },
+        true);
+    if (failure) std::rethrow_exception(failure);
+  }
+
+  void pumpTracks(const std::vector<std::unique_ptr<Track>>& tracks) {
+    const int64_t end = std::min(plan_.end.value_or(INT64_MAX), movie_.duration());
+    Progress progress(settings_.progress, lm_ff_time_to_double(end - plan_.start));
+    JobQueue encoding(kMostJobs);
+    const bool isEncoding =
+        plan_.video == StreamAction::kEncode || plan_.audio == StreamAction::kEncode;
+    int64_t pictures = 0;
+    while (!interrupted()) {
+      const auto behind =
+          std::ranges::min_element(tracks, {}, [](const auto& track) { return track->time(); });
+      const int64_t time = (*behind)->time();
+      if (time == Track::kEnded) break;
+      progress.update(lm_ff_time_to_double(time), pictures);
+      Track::Job job = (*behind)->step();
+      if (!job) continue;
+      if (plan_.video != StreamAction::kNone && behind == tracks.begin()) ++pictures;
+      // A packet is written where it was read, while it is still in that core's cache.
+      if (!isEncoding) {
+        carryOut(job);
+        continue;
+      }
+      encoding.push([this, job = std::move(job)] { carryOut(job); });
+    }
+    if (interrupted()) return;
+    for (const auto& track : tracks) inputEnd_ = std::max(inputEnd_, track->end());
+    if (plan_.audio == StreamAction::kEncode) encoding.push([this] { output_.finishAudio(); });
+    encoding.finish();
+    if (inputEnd_ == 0)
+      throw Failure{kFailed, fmt::format("nothing could be decoded from '{}'", settings_.input)};
+    progress.finish();
+  }
+
+  void carryOut(const Track::Job& job) {
+    job(output_);
+    if (output_.lastError()) failToWrite();
+  }
+
+  void requireOutput() {
+    if (output_.lastError()) failToWrite();
+  }
+
+  /// Whether the result is all that the input promised; what is missing is said.
+  int judgeInput() {
+    const AVFormatContext& input = *source_->formatContext();
+    const int64_t reached = plan_.start + inputEnd_;
+    const bool isExact = input.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
+    const bool endedEarly = isExact && input.duration != AV_NOPTS_VALUE && !plan_.end &&
+                            input.duration - reached > kMissingTolerance;
+    Error error;
+    int64_t refused = 0;
+    for (const auto& media : movie_.medias()) {
+      if (!error) error = media->source()->lastError();
+      for (const auto& stream : media->streams())
+        if (stream->enable()) refused += stream->decodeErrors();
+    }
+    if (!endedEarly && !error && refused == 0) return kDone;
+    fmt::print(
+        stderr, "kestrel: '{}' {}\n", settings_.input,
+        endedEarly || error
+            ? fmt::format("ended early, at {:.2f} of {:.2f} s{}", lm_ff_time_to_double(reached),
+                          lm_ff_time_to_double(std::max(input.duration, reached)),
+                          error ? ": " + error.message : "")
+            : fmt::format("is damaged: {} of its packets could not be decoded", refused));
+    return kDoneInPart;
+  }
+
+  ConvertSettings settings_;
+  std::shared_ptr<LMMediaSource> source_;
+  ConvertPlan plan_;
+  LMFFMovie movie_;
+  LMFFMovieFileOutput output_;
+  int64_t inputEnd_ = 0;  // how much of the input there was, microseconds after the start
+};
+
+}  // namespace
+
+int convertFile(const ConvertSettings& settings) { return Conversion(settings).run(); }

@@ -1,0 +1,54 @@
+#include "Input.h"
+
+#include <kestrel/LMMediaSource.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "Failure.h"
+#include "Interrupt.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+using kestrel::LMMediaSource;
+namespace fs = std::filesystem;
+
+namespace {
+
+/// What can be said of a file without reading it; "" when nothing speaks against it.
+std::string obviousProblem(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (fs::is_directory(status)) return "Is a directory";
+  if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error) {
+    return "the file is empty";
+  }
+  return {};
+}
+
+std::string reason(const kestrel::Error& error) {
+  if (error.code == AVERROR_INVALIDDATA) return "not a media file, or damaged at its beginning";
+  if (error.code == AVERROR_EOF) return "the file ends too early";
+  if (error.message.empty()) return "unknown error";
+  return error.message;
+}
+
+}  // namespace
+
+std::shared_ptr<LMMediaSource> openInput(const std::string& path) {
+  const auto cannotOpen = [&](const std::string& why) {
+    return Failure{kFailed, "cannot open '" + path + "': " + why};
+  };
+  if (const std::string problem = obviousProblem(path); !problem.empty()) {
+    throw cannotOpen(problem);
+  }
+  auto source = LMMediaSource::mediaWithPath(path);
+  source->setInterrupt(interrupted);
+  source->open();
+  if (interrupted()) throw Failure{kInterrupted, "interrupted"};
+  if (!source->isOpen()) throw cannotOpen(reason(source->lastError()));
+  if (source->formatContext()->nb_streams == 0) throw cannotOpen("it has no streams");
+  return source;
+}

@@ -1,0 +1,100 @@
+#include "Interrupt.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <ctime>
+#include <mutex>
+#include <set>
+#include <string_view>
+#include <thread>
+
+#include "ExitStatus.h"
+
+namespace {
+
+/// How long the program may take to stop by itself; with what follows it stays below a second.
+constexpr timespec kGrace{0, 700'000'000};
+
+std::atomic<bool> isInterrupted{false};
+
+struct DoomedFiles {
+  std::mutex lock;
+  std::set<std::string> paths;
+};
+
+/// Never destroyed: the watching thread may need it while the program's statics go.
+DoomedFiles& doomedFiles() {
+  static auto& files = *new DoomedFiles;
+  return files;
+}
+
+sigset_t watchedSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction action {};
+    sigaction(number, nullptr, &action);
+    // A program started by nohup outlives its terminal.
+    if (number == SIGHUP && action.sa_handler == SIG_IGN) continue;
+    // A shell starts background jobs with SIGINT ignored; whoever sends it all the same means it.
+    std::signal(number, SIG_DFL);
+    sigaddset(&signals, number);
+  }
+  return signals;
+}
+
+/// Never waits: a reader of standard error that does not read must not keep the program alive.
+void say(std::string_view text) {
+  pollfd standardError{STDERR_FILENO, POLLOUT, 0};
+  if (poll(&standardError, 1, 0) <= 0) return;
+  [[maybe_unused]] const auto ignored = write(STDERR_FILENO, text.data(), text.size());
+}
+
+[[noreturn]] void endNow() {
+  auto& files = doomedFiles();
+  const std::lock_guard guard(files.lock);
+  for (const std::string& path : files.paths) unlink(path.c_str());
+  reportInterrupt();
+  _exit(kInterrupted);
+}
+
+void watch(sigset_t signals) {
+  int number = 0;
+  sigwait(&signals, &number);
+  isInterrupted = true;
+  sigtimedwait(&signals, nullptr, &kGrace);
+  endNow();
+}
+
+}  // namespace
+
+void watchForInterrupt() {
+  const sigset_t signals = watchedSignals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::thread(watch, signals).detach();
+}
+
+bool interrupted() { return isInterrupted.load(std::memory_order_relaxed); }
+
+void reportInterrupt() {
+  static std::atomic<bool> isReported{false};
+  if (isReported.exchange(true)) return;
+  if (isatty(STDERR_FILENO)) say("\r\033[K");  // where a progress bar may stand
+  say("kestrel: interrupted\n");
+}
+
+void removeOnInterrupt(const std::string& path) {
+  auto& files = doomedFiles();
+  const std::lock_guard guard(files.lock);
+  files.paths.insert(path);
+}
+
+void keepOnInterrupt(const std::string& path) {
+  auto& files = doomedFiles();
+  const std::lock_guard guard(files.lock);
+  files.paths.erase(path);
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+/// Makes SIGINT, SIGTERM and SIGHUP stop the program in order. Call it first in `main`, before any
+/// thread starts: threads inherit that these signals are not for them.
+///
+/// The first signal sets a flag that every loop asks for (`interrupted`). A program that is not
+/// through with its work within a moment after it, or that gets a second signal, is ended from
+/// here: the files named to `removeOnInterrupt` go, and the exit status is 130.
+void watchForInterrupt();
+
+/// True once a signal has asked the program to stop. Safe from any thread.
+bool interrupted();
+
+/// Says on standard error that the program was interrupted, once however often it is called.
+void reportInterrupt();
+
+/// A file that must not stay behind when the program is ended, from now until `keepOnInterrupt`.
+void removeOnInterrupt(const std::string& path);
+void keepOnInterrupt(const std::string& path);

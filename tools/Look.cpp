@@ -1,0 +1,113 @@
+#include "Look.h"
+
+#include <kestrel/LMFFMedia.h>
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <utility>
+
+#include "Failure.h"
+#include "Overlay.h"
+#include "Rotation.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+using namespace kestrel;
+
+namespace {
+
+constexpr double kSameAngle = 1e-6;        // degrees
+constexpr double kSameShape = 0.03;        // of width / height
+constexpr double kDefaultFontSize = 0.06;  // of the output's height
+
+double pixelAspectOf(const AVStream& stream) {
+  for (const AVRational aspect : {stream.sample_aspect_ratio, stream.codecpar->sample_aspect_ratio})
+    if (aspect.num > 0 && aspect.den > 0) return av_q2d(aspect);
+  return 1;
+}
+
+/// Whether a turn maps the grid of pixels onto itself.
+bool isQuarterTurn(double degrees) { return std::abs(std::remainder(degrees, 90)) < kSameAngle; }
+
+bool swapsSides(double degrees) {
+  return isQuarterTurn(degrees) && std::lround(degrees / 90) % 2 != 0;
+}
+
+}  // namespace
+
+Look::Look(const LookSettings& settings, const AVStream& stream) : settings_(settings) {
+  const Size source{static_cast<double>(stream.codecpar->width),
+                    static_cast<double>(stream.codecpar->height)};
+  crop_ = {{0, 0}, source};
+  if (const auto& crop = settings.crop) {
+    if (crop->x + crop->width > source.width || crop->y + crop->height > source.height)
+      throw wrongUsage(fmt::format("--crop: {},{},{}x{} reaches beyond the picture, which is {}x{}",
+                                   crop->x, crop->y, crop->width, crop->height, source.width,
+                                   source.height));
+    crop_ = {{static_cast<double>(crop->x), source.height - crop->y - crop->height},
+             {static_cast<double>(crop->width), static_cast<double>(crop->height)}};
+  }
+
+  // The movie mirrors before it turns. The input's own turn comes first, then the settings'; a
+  // mirror in between changes the sense of the turn before it.
+  const Orientation own = orientationOf(stream);
+  const bool changesSense = settings.hflip != settings.vflip;
+  rotate_ = static_cast<float>(std::remainder(
+      (changesSense ? -own.counterclockwise : own.counterclockwise) - settings.rotate, 360));
+  mirrored_ = own.mirrored != settings.hflip;
+
+  pixelAspect_ = pixelAspectOf(stream);
+  const bool isSquare = std::abs(pixelAspect_ - 1) < 1e-3;
+  // Boxes, bars and free turns are worked out in square pixels.
+  isFitted_ = settings.zoom.has_value() || !isQuarterTurn(rotate_);
+  const double shape = source.width * pixelAspect_ / source.height;
+  if (settings_.displayAspect == 0 && isFitted_ && !isSquare) {
+    if (std::abs(shape - 4 / 3.0) < kSameShape) settings_.displayAspect = 1;
+    if (std::abs(shape - 16 / 9.0) < kSameShape) settings_.displayAspect = 2;
+  }
+  size_ = crop_.size;
+  if (settings_.displayAspect != 0) {
+    const double display = settings_.displayAspect == 1 ? 4 / 3.0 : 16 / 9.0;
+    size_.width *= source.height * display / source.width;
+    pixelAspect_ = 1;
+  }
+  if (swapsSides(rotate_)) {
+    std::swap(size_.width, size_.height);
+    pixelAspect_ = 1 / pixelAspect_;
+  }
+}
+
+bool Look::isPlain() const {
+  const LookSettings& s = settings_;
+  const LookSettings none;
+  return !s.crop && !s.autoCrop && !s.zoom && s.displayAspect == 0 && rotate_ == 0 && !mirrored_ &&
+         !s.vflip && s.saturation == none.saturation && s.brightness == none.brightness &&
+         s.contrast == none.contrast && s.hue == none.hue && s.effect.empty() && !s.watermark &&
+         s.subtitles.empty() && s.subtitleTrack.empty();
+}
+
+void Look::apply(LMFFMovie& movie, Size output) const {
+  movie.setCropRect(crop_);
+  movie.setZoomType(settings_.zoom.value_or(isFitted_ ? 2 : 1));
+  movie.setAspectType(settings_.displayAspect);
+  movie.setRotate(rotate_);
+  movie.setHflip(mirrored_);
+  movie.setVflip(settings_.vflip);
+  movie.setSaturation(settings_.saturation);
+  movie.setBrightness(settings_.brightness);
+  movie.setContrast(settings_.contrast);
+  movie.setHue(settings_.hue);
+  if (!settings_.effect.empty()) movie.setEffectName(settings_.effect);
+  movie.setOutputVideoSize(output);
+  if (settings_.watermark) movie.setWatermark(loadWatermark(*settings_.watermark, output.height));
+  movie.setFullSubtitleText(true);
+  movie.setSubtitleFont(
+      settings_.subtitleFont.value_or(Font::systemFontOfSize(output.height * kDefaultFontSize)));
+  movie.setSubtitleColor(settings_.subtitleColor);
+  movie.setSubtitlePosition(settings_.subtitlePosition);
+  if (!settings_.subtitles.empty()) openSubtitles(movie, settings_.subtitles);
+  if (!settings_.subtitleTrack.empty()) openSubtitleTrack(movie, settings_.subtitleTrack);
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <kestrel/LMFFImage.h>
+#include <kestrel/LMFFImageColorspaceConverter.h>
+#include <kestrel/LMFFMovie.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// Makes finished pictures of a movie's frames: with the look that the movie has, the subtitles of
+/// their time, and in the form that the encoder takes. It runs on the movie's queue, so that the
+/// encoding thread has nothing to do but encode.
+class PictureMaker {
+ public:
+  /// `output`: the converter of the file output, whose format the pictures get.
+  PictureMaker(kestrel::LMFFMovie& movie, const kestrel::LMFFImageColorspaceConverter& output);
+
+  /// The picture of a frame that is shown at `time`, microseconds on the movie's time line. One
+  /// that looks the same as the one before is the same object.
+  std::shared_ptr<kestrel::LMFFImage> make(const std::shared_ptr<kestrel::LMFFImage>& frame,
+                                           int64_t time);
+
+ private:
+  /// What a picture is made of.
+  struct Parts {
+    std::shared_ptr<kestrel::LMFFImage> frame;
+    std::shared_ptr<const kestrel::Image> bitmapSubtitle;
+    std::optional<std::string> text;
+
+    bool operator==(const Parts&) const = default;
+  };
+
+  kestrel::LMFFMovie& movie_;
+  kestrel::LMFFImageColorspaceConverter converter_;
+  Parts parts_;
+  std::shared_ptr<kestrel::LMFFImage> picture_;
+};

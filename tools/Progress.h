@@ -1,0 +1,62 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+
+/// How far a piece of work is, in numbers that can be shown.
+struct ProgressState {
+  double time = 0;                      ///< seconds of the movie that are done
+  std::optional<double> duration = {};  ///< seconds of the whole movie, where known
+  int64_t frames = 0;                   ///< pictures done
+  double elapsed = 0;                   ///< seconds since the work began
+  bool isDone = false;
+
+  double fps() const;    ///< pictures done per second, 0 at the very start
+  double speed() const;  ///< seconds of movie per second, 0 at the very start
+  std::optional<double> percent() const;
+  std::optional<double> secondsLeft() const;
+};
+
+/// One line of JSON, without a line end: time, duration, percent, frames, fps, speed, eta (unknown
+/// ones null) and, in the last one only, done.
+std::string progressJson(const ProgressState& state);
+
+/// One line of text for a terminal of `columns` columns, which it never fills quite.
+std::string progressBar(const ProgressState& state, int columns);
+
+/// Tells the user on standard error how far a conversion is: by a bar, only on a terminal and gone
+/// at the end; by lines of JSON; or not at all. Safe from any thread.
+class Progress {
+ public:
+  enum class Style { kBar, kJson, kNone };
+
+  /// `duration` in seconds, 0 or less: unknown.
+  Progress(Style style, double duration);
+  /// Clears the bar.
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  /// `seconds` of the movie and `frames` pictures are done. Cheap: what is shown changes no more
+  /// than ten times a second.
+  void update(double seconds, int64_t frames);
+
+  /// The work has come to its end: the bar goes, JSON gets its last line. Once.
+  void finish();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void show();
+  void clearBar();
+
+  const Style style_;
+  const Clock::time_point begin_ = Clock::now();
+  std::mutex lock_;
+  ProgressState state_;
+  Clock::time_point nextShow_ = begin_;
+  bool isBarShown_ = false;
+};
