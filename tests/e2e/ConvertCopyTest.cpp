@@ -1,0 +1,214 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+
+#include "tests/e2e/NumberedClip.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+using testing::SizeIs;
+
+const Arguments kCopyBoth{"--video-codec", "copy", "--audio-codec", "copy"};
+
+/// The payloads of a file's AAC packets without the headers that some containers put before them.
+std::vector<std::string> aacPayloads(const std::filesystem::path& file, const TempDir& folder) {
+  const auto bare = folder / ("bare-" + file.filename().string() + ".mkv");
+  ffmpeg({"-i", file.string(), "-map", "0:a:0", "-c", "copy", "-bsf:a", "aac_adtstoasc",
+          bare.string()});
+  return packetHashes(bare, "a");
+}
+
+size_t packetCount(const std::filesystem::path& file, const std::string& kind) {
+  return packetHashes(file, kind).size();
+}
+
+/// Seconds from the first picture to the last.
+double shownSpan(const std::filesystem::path& file) {
+  const auto times = pictureTimes(file);
+  return times.back() - times.front();
+}
+
+struct CopyCase {
+  std::string source;
+  std::string target;    // extension
+  bool keepsVideoBytes;  // both containers want the same form of the bitstream
+};
+
+void PrintTo(const CopyCase& copied, std::ostream* stream) {
+  *stream << copied.source << " to " << copied.target;
+}
+
+class ConvertCopy : public testing::TestWithParam<CopyCase> {
+ protected:
+  void SetUp() override {
+    source_ = fixture(GetParam().source);
+    output_ = folder_ / ("out." + GetParam().target);
+    ASSERT_TRUE(converts(source_, output_, kCopyBoth));
+  }
+
+  TempDir folder_;
+  std::filesystem::path source_;
+  std::filesystem::path output_;
+};
+
+TEST_P(ConvertCopy, EveryVideoPacketArrivesOnce) {
+  EXPECT_EQ(packetCount(output_, "v"), packetCount(source_, "v"));
+  if (GetParam().keepsVideoBytes) {
+    EXPECT_EQ(packetHashes(output_, "v"), packetHashes(source_, "v"));
+  }
+}
+
+TEST_P(ConvertCopy, DecodesToTheSamePictures) {
+  EXPECT_TRUE(pictureBytes(output_, "format=yuv420p") == pictureBytes(source_, "format=yuv420p"));
+  EXPECT_EQ(shownNumbers(output_), countingFrom(0, 125));
+}
+
+TEST_P(ConvertCopy, EverySoundPacketArrivesOnceByteForByte) {
+  EXPECT_EQ(aacPayloads(output_, folder_), aacPayloads(source_, folder_));
+}
+
+TEST_P(ConvertCopy, BeginsAtZeroAndLastsAsLong) {
+  const auto times = pictureTimes(output_);
+  // A transport stream's clock starts 1.4 s before the first picture. Where a container has no
+  // times before 0, B-frames cost the time of two pictures first.
+  const double begin = GetParam().target == "ts" ? 1.4 : 0;
+  EXPECT_GE(times.front(), begin);
+  EXPECT_LE(times.front(), begin + 0.081);
+  EXPECT_NEAR(shownSpan(output_), 124 / 25.0, 0.041);
+}
+
+TEST_P(ConvertCopy, PicturesFollowOneAnotherEvenly) {
+  const auto times = pictureTimes(output_);
+  for (size_t i = 3; i + 1 < times.size(); ++i)
+    EXPECT_NEAR(times[i + 1] - times[i], 0.04, 0.0021) << "after picture " << i;
+}
+
+TEST_P(ConvertCopy, KeepsSync) {
+  const auto times = pictureTimes(output_);
+  const auto ticks = tickTimes(output_);
+  ASSERT_EQ(ticks.size(), tickTimes(source_).size());
+  // The last tick is heard at 4 s, when picture 100 is shown, the others each a second before.
+  const size_t first = 5 - ticks.size();
+  for (size_t i = 0; i < ticks.size(); ++i)
+    EXPECT_NEAR(ticks[i], times.at(25 * (first + i)), 0.04) << "tick " << first + i;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , ConvertCopy,
+    testing::Values(
+        CopyCase{"numbered25.mp4", "mp4", true}, CopyCase{"numbered25.mp4", "mkv", true},
+        CopyCase{"numbered25.mp4", "mov", true}, CopyCase{"numbered25.mp4", "avi", false},
+        CopyCase{"numbered25.mp4", "ts", false}, CopyCase{"numbered25-aac.mkv", "mp4", true},
+        CopyCase{"numbered25-aac.mkv", "mkv", true}, CopyCase{"numbered25-aac.mkv", "mov", true},
+        CopyCase{"numbered25-aac.mkv", "avi", false}, CopyCase{"numbered25-aac.mkv", "ts", false},
+        CopyCase{"numbered25.ts", "mp4", false}, CopyCase{"numbered25.ts", "ts", true}),
+    [](const auto& tested) {
+      std::string name = tested.param.source + "_to_" + tested.param.target;
+      std::ranges::replace_if(
+          name, [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; }, '_');
+      return name;
+    });
+
+class ConvertCopyOne : public testing::Test {
+ protected:
+  TempDir folder_;
+};
+
+TEST_F(ConvertCopyOne, CopiedPicturesBesideEncodedSound) {
+  const auto source = fixture("numbered25.mp4");
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(source, output, {"--video-codec", "copy", "--audio-codec", "mp3"}));
+  EXPECT_EQ(packetHashes(output, "v"), packetHashes(source, "v"));
+  EXPECT_EQ(streamOf(output, "audio")["codec_name"], "mp3");
+  EXPECT_TRUE(keepsSync(output, {.rate = 25, .ticks = ticksEvery(1, 0, 5)}));
+}
+
+TEST_F(ConvertCopyOne, EncodedPicturesBesideCopiedSound) {
+  const auto source = fixture("numbered25.mp4");
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(source, output, {"--audio-codec", "copy"}));
+  EXPECT_EQ(packetHashes(output, "a"), packetHashes(source, "a"));
+  EXPECT_EQ(shownNumbers(output), countingFrom(0, 125));
+  EXPECT_TRUE(keepsSync(output, {.rate = 25, .ticks = ticksEvery(1, 0, 5)}));
+}
+
+TEST_F(ConvertCopyOne, SoundAloneOutOfAMovie) {
+  const auto source = fixture("numbered25.mp4");
+  const auto output = folder_ / "out.m4a";
+  ASSERT_TRUE(converts(source, output, {"--video-codec", "none", "--audio-codec", "copy"}));
+  EXPECT_EQ(packetHashes(output, "a"), packetHashes(source, "a"));
+  EXPECT_THAT(ffprobeJson(output)["streams"], SizeIs(1));
+}
+
+TEST_F(ConvertCopyOne, PicturesAloneOutOfAMovie) {
+  const auto source = fixture("numbered25.mp4");
+  const auto output = folder_ / "out.mkv";
+  ASSERT_TRUE(converts(source, output, {"--video-codec", "copy", "--audio-codec", "none"}));
+  EXPECT_EQ(packetHashes(output, "v"), packetHashes(source, "v"));
+  EXPECT_THAT(ffprobeJson(output)["streams"], SizeIs(1));
+}
+
+TEST_F(ConvertCopyOne, OneOfSeveralTracks) {
+  const auto source = fixture("av-tracks.mkv");
+  const auto output = folder_ / "out.mkv";
+  ASSERT_TRUE(converts(source, output, joined(kCopyBoth, {"--audio-tracks", "1"})));
+  const auto second =
+      ffmpeg({"-i", source.string(), "-map", "0:a:1", "-c", "copy", "-f", "md5", "-"});
+  EXPECT_EQ(ffmpeg({"-i", output.string(), "-map", "0:a:0", "-c", "copy", "-f", "md5", "-"}),
+            second);
+  EXPECT_EQ(streamOf(output, "audio")["tags"]["language"], "fre");
+}
+
+TEST_F(ConvertCopyOne, UncompressedSoundStaysAsItIs) {
+  const auto source = fixture("numbered25.mkv");
+  for (const char* name : {"out.mkv", "out.mov", "out.avi"}) {
+    SCOPED_TRACE(name);
+    const auto output = folder_ / name;
+    ASSERT_TRUE(converts(source, output, kCopyBoth));
+    EXPECT_EQ(soundHash(output), soundHash(source));
+  }
+}
+
+TEST_F(ConvertCopyOne, BFramesOutOfAviKeepTheirPictures) {
+  const auto source = fixture("mpeg4-bframes.avi");
+  for (const char* name : {"out.mp4", "out.mkv", "out.avi"}) {
+    SCOPED_TRACE(name);
+    const auto output = folder_ / name;
+    ASSERT_TRUE(converts(source, output, kCopyBoth));
+    EXPECT_EQ(packetCount(output, "v"), packetCount(source, "v"));
+    EXPECT_TRUE(pictureBytes(output, "format=yuv420p") == pictureBytes(source, "format=yuv420p"));
+  }
+}
+
+TEST_F(ConvertCopyOne, SoundThatBeginsLaterStaysLater) {
+  const auto source = fixture("numbered-late-audio.mkv");
+  const auto output = folder_ / "out.mkv";
+  ASSERT_TRUE(converts(source, output, kCopyBoth));
+  EXPECT_EQ(packetHashes(output, "a"), packetHashes(source, "a"));
+  EXPECT_TRUE(keepsSync(output, {.rate = 25, .ticks = {2, 3, 4}}));
+}
+
+TEST_F(ConvertCopyOne, AStartBeginsWithTheNextKeyPicture) {
+  // Key pictures lie at 0 s, 2 s and 4 s.
+  const auto source = fixture("numbered25.mp4");
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(source, output, joined(kCopyBoth, {"--start", "1.5"})));
+  const auto pictures = shownPictures(output);
+  ASSERT_EQ(pictures.size(), 75u);
+  // The first one is shown at once; all others, and the sound, have their time from the start on.
+  EXPECT_EQ(pictures[0].number, 50);
+  EXPECT_NEAR(pictures[0].time, 0, 1e-3);
+  for (size_t i = 1; i < pictures.size(); ++i) {
+    EXPECT_EQ(pictures[i].number, 50 + static_cast<int>(i));
+    EXPECT_NEAR(pictures[i].time, pictures[i].number / 25.0 - 1.5, 0.04);
+  }
+  const auto ticks = tickTimes(output);
+  ASSERT_EQ(ticks.size(), 3u);
+  for (size_t i = 0; i < 3; ++i) EXPECT_NEAR(ticks[i], static_cast<double>(i) + 0.5, 0.04);
+}
+
+}  // namespace
+}  // namespace kestrel::test

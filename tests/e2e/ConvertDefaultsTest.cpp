@@ -1,0 +1,247 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+
+#include "tests/e2e/NumberedClip.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+using testing::Each;
+using testing::ElementsAreArray;
+using testing::Ge;
+using testing::SizeIs;
+
+/// The names of an MPEG-4 file's outermost boxes, in order.
+std::vector<std::string> boxNames(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  std::vector<std::string> names;
+  for (std::array<char, 8> head{}; stream.read(head.data(), head.size());) {
+    uint32_t size = 0;
+    for (size_t i = 0; i < 4; ++i) size = size << 8 | static_cast<uint8_t>(head[i]);
+    names.emplace_back(&head[4], 4);
+    if (size < head.size()) break;
+    stream.seekg(size - head.size(), std::ios::cur);
+  }
+  return names;
+}
+
+class ConvertDefaults : public testing::Test {
+ protected:
+  TempDir folder_;
+};
+
+TEST_F(ConvertDefaults, Mp4HoldsH264MainAndStereoAac) {
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(fixture("av25.mp4"), output));
+  const auto probed = ffprobeJson(output);
+  const auto video = streamOf(probed, "video");
+  EXPECT_EQ(video["codec_name"], "h264");
+  EXPECT_EQ(video["profile"], "Main");
+  EXPECT_EQ(video["pix_fmt"], "yuv420p");
+  EXPECT_EQ(video["width"], 320);
+  EXPECT_EQ(video["height"], 180);
+  const auto audio = streamOf(probed, "audio");
+  EXPECT_EQ(audio["codec_name"], "aac");
+  EXPECT_EQ(audio["profile"], "LC");
+  EXPECT_EQ(audio["channels"], 2);
+  EXPECT_THAT(probed["streams"], SizeIs(2));
+}
+
+TEST_F(ConvertDefaults, Mp4HasItsIndexBeforeItsMedia) {
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(fixture("av25.mp4"), output));
+  const auto boxes = boxNames(output);
+  const auto index = std::ranges::find(boxes, "moov");
+  const auto media = std::ranges::find(boxes, "mdat");
+  ASSERT_NE(index, boxes.end());
+  ASSERT_NE(media, boxes.end());
+  EXPECT_LT(index, media);
+}
+
+TEST_F(ConvertDefaults, PicturesLookLikeTheSourcesAtTheSamePlace) {
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(fixture("av25.mp4"), output));
+  const auto before = greyPictures(fixture("av25.mp4"), 320, 180);
+  const auto after = greyPictures(output, 320, 180);
+  ASSERT_EQ(before.size(), 50u);
+  ASSERT_EQ(after.size(), 50u);
+  for (size_t k = 0; k < before.size(); ++k) {
+    SCOPED_TRACE("picture " + std::to_string(k));
+    const double here = psnr(after[k], before[k]);
+    EXPECT_GT(here, 30);
+    const size_t neighbour = k > 0 ? k - 1 : k + 1;
+    EXPECT_GT(here, psnr(after[k], before[neighbour]) + 3);
+  }
+}
+
+TEST_F(ConvertDefaults, EncodesNothingWhereTheInputHasNoSound) {
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(fixture("video-only.mkv"), output));
+  EXPECT_THAT(ffprobeJson(output)["streams"], SizeIs(1));
+  EXPECT_THAT(pictureTimes(output), SizeIs(50));
+}
+
+TEST_F(ConvertDefaults, SoundAloneMakesAFileOfSoundAlone) {
+  for (const char* name : {"out.m4a", "out.mp4"}) {
+    const auto output = folder_ / name;
+    ASSERT_TRUE(converts(fixture("audio-only.m4a"), output));
+    const auto probed = ffprobeJson(output);
+    EXPECT_THAT(probed["streams"], SizeIs(1));
+    EXPECT_EQ(streamOf(probed, "audio")["codec_name"], "aac");
+    EXPECT_NEAR(static_cast<double>(sampleCount(output)), 2 * 44100.0, 1024);
+  }
+}
+
+TEST_F(ConvertDefaults, MonoStaysMono) {
+  const auto output = folder_ / "out.m4a";
+  ASSERT_TRUE(converts(fixture("pcm-mono-44100-s16.wav"), output));
+  EXPECT_EQ(streamOf(output, "audio")["channels"], 1);
+}
+
+TEST_F(ConvertDefaults, BitRatesSuitTheSize) {
+  // By the rule of thumb for H.264 a picture of 360 lines takes some 0.1 to 0.2 bits per pixel:
+  // 0.6 to 1.2 Mbit/s.
+  const auto source = folder_ / "source.mkv";
+  ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=640x360:rate=25:duration=4,noise=alls=40:allf=t",
+          "-c:v", "libx264", "-preset", "ultrafast", source.string()});
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(source, output, {"--encoder-preset", "veryfast"}));
+  const double rate = std::stod(streamOf(output, "video")["bit_rate"].get<std::string>());
+  EXPECT_GT(rate, 0.5e6);
+  EXPECT_LT(rate, 1.5e6);
+}
+
+TEST_F(ConvertDefaults, TheTargetsNameChoosesContainerAndCodecs) {
+  struct Expectation {
+    std::string extension, format, video, audio;
+  };
+  const std::vector<Expectation> expectations{
+      {"mp4", "mov,mp4,m4a,3gp,3g2,mj2", "h264", "aac"},
+      {"m4v", "mov,mp4,m4a,3gp,3g2,mj2", "h264", "aac"},
+      {"mov", "mov,mp4,m4a,3gp,3g2,mj2", "h264", "aac"},
+      {"MP4", "mov,mp4,m4a,3gp,3g2,mj2", "h264", "aac"},
+      {"mkv", "matroska,webm", "h264", ""},
+      {"webm", "matroska,webm", "vp9", "opus"},
+      {"avi", "avi", "mpeg4", "mp3"},
+      {"ts", "mpegts", "mpeg2video", "mp2"},
+      {"flv", "flv", "", ""},
+      {"wmv", "asf", "", ""},
+      {"mpg", "mpeg", "", "mp2"},
+      {"m4a", "mov,mp4,m4a,3gp,3g2,mj2", "", "aac"},
+      {"m4r", "mov,mp4,m4a,3gp,3g2,mj2", "", "aac"},
+      {"mp3", "mp3", "", "mp3"},
+      {"wav", "wav", "", "pcm_s16le"},
+      {"flac", "flac", "", "flac"},
+      {"ogg", "ogg", "", ""},
+      {"opus", "ogg", "", "opus"},
+  };
+  for (const auto& expected : expectations) {
+    SCOPED_TRACE(expected.extension);
+    const auto output = folder_ / ("out." + expected.extension);
+    EXPECT_TRUE(converts(fixture("numbered25.mp4"), output, {"--duration", "1"}));
+    if (!std::filesystem::exists(output)) continue;
+    const auto probed = ffprobeJson(output);
+    EXPECT_EQ(probed["format"]["format_name"], expected.format);
+    const auto video = streamOf(probed, "video");
+    const auto audio = streamOf(probed, "audio");
+    ASSERT_FALSE(audio.is_null());
+    if (!expected.video.empty()) {
+      EXPECT_EQ(video["codec_name"], expected.video);
+    }
+    if (!expected.audio.empty()) {
+      EXPECT_EQ(audio["codec_name"], expected.audio);
+    }
+    EXPECT_NEAR(static_cast<double>(samples(output, 1).size()) /
+                    std::stod(audio["sample_rate"].get<std::string>()),
+                1, 0.1);
+    if (!video.is_null()) {
+      EXPECT_EQ(shownNumbers(output), countingFrom(0, 25));
+    }
+  }
+}
+
+TEST_F(ConvertDefaults, PathsNeedNoEscaping) {
+  const auto source = folder_ / "50% of a:b - it's ümläut?.mp4";
+  const auto output = folder_ / "-out file:%d 'x'.mp4";
+  std::filesystem::copy_file(fixture("numbered25.mp4"), source);
+  ASSERT_TRUE(converts(source, output));
+  EXPECT_EQ(shownNumbers(output), countingFrom(0, 125));
+}
+
+TEST_F(ConvertDefaults, NamesRelativeToTheWorkingFolder) {
+  std::filesystem::copy_file(fixture("numbered25.mp4"), folder_ / "a:b.mp4");
+  const RunResult result = convert("a:b.mp4", "c:d.mp4", {}, {.workingDirectory = folder_.path()});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(shownNumbers(folder_ / "c:d.mp4"), countingFrom(0, 125));
+}
+
+/// A source of constant rate.
+struct ConstantRate {
+  std::string name;
+  int pictures;
+  Fraction rate;
+};
+
+void PrintTo(const ConstantRate& source, std::ostream* stream) { *stream << source.name; }
+
+class ConvertConstantRate : public testing::TestWithParam<ConstantRate> {
+ protected:
+  TempDir folder_;
+};
+
+TEST_P(ConvertConstantRate, EveryPictureArrivesOnceAndTheLastOnesToo) {
+  for (const char* name : {"out.mp4", "out.mkv"}) {
+    const auto output = folder_ / name;
+    ASSERT_TRUE(converts(fixture(GetParam().name), output, {"--video-codec", "h264"}));
+    EXPECT_EQ(shownNumbers(output), countingFrom(0, GetParam().pictures));
+  }
+}
+
+TEST_P(ConvertConstantRate, TheRateIsTheSourcesRationalRate) {
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(fixture(GetParam().name), output));
+  const auto video = streamOf(output, "video");
+  EXPECT_EQ(fraction(video["r_frame_rate"]), GetParam().rate);
+  EXPECT_EQ(fraction(video["avg_frame_rate"]), GetParam().rate);
+}
+
+TEST_P(ConvertConstantRate, TheSoundIsAsLongAsTheSources) {
+  const auto source = fixture(GetParam().name);
+  const auto sourceRate = std::stod(streamOf(source, "audio")["sample_rate"].get<std::string>());
+  const double expected = static_cast<double>(sampleCount(source)) / sourceRate * 44100;
+  for (const char* name : {"out.mp4", "out.wav"}) {
+    const auto output = folder_ / name;
+    ASSERT_TRUE(converts(source, output));
+    EXPECT_NEAR(static_cast<double>(sampleCount(output)), expected, 1024) << name;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , ConvertConstantRate,
+    testing::Values(ConstantRate{"numbered25.mp4", 125, {25, 1}},
+                    ConstantRate{"numbered24000-1001.mp4", 120, {24000, 1001}},
+                    ConstantRate{"numbered30000-1001.mp4", 150, {30000, 1001}},
+                    ConstantRate{"numbered60.mp4", 300, {60, 1}},
+                    ConstantRate{"numbered25.ts", 125, {25, 1}},
+                    ConstantRate{"numbered25.mkv", 125, {25, 1}}),
+    [](const auto& tested) {
+      std::string name = tested.param.name;
+      std::ranges::replace_if(
+          name, [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; }, '_');
+      return name;
+    });
+
+TEST_F(ConvertDefaults, APhonesContainerGetsH264AndAac) {
+  const auto output = folder_ / "out.3gp";
+  ASSERT_TRUE(converts(fixture("av25.mp4"), output));
+  EXPECT_EQ(streamOf(output, "video")["codec_name"], "h264");
+  EXPECT_EQ(streamOf(output, "audio")["codec_name"], "aac");
+}
+
+}  // namespace
+}  // namespace kestrel::test

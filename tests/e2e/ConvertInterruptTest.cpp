@@ -1,0 +1,68 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include "tests/e2e/FileBytes.h"
+#include "tests/e2e/Kestrel.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// A conversion that would take minutes, interrupted once it writes.
+class ConvertInterrupt : public testing::TestWithParam<Arguments> {
+ protected:
+  struct Outcome {
+    RunResult result;
+    Clock::duration took{};  // from the signal to the end
+  };
+
+  Outcome interrupted(int signal, const Arguments& options) {
+    Process process(
+        joined(convertCommand(fixture("numbered25-long.mp4"), output_, GetParam()), options));
+    while (!isWriting()) std::this_thread::sleep_for(10ms);
+    std::this_thread::sleep_for(300ms);
+    const auto before = Clock::now();
+    process.signal(signal);
+    RunResult result = process.wait();
+    return {result, Clock::now() - before};
+  }
+
+  bool isWriting() {
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+      if (entry.path() != output_ && entry.file_size() > 0) return true;
+    return false;
+  }
+
+  TempDir folder_;
+  const std::filesystem::path output_ = folder_ / "out.mkv";
+};
+
+TEST_P(ConvertInterrupt, StopsSoonAndLeavesNoFile) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const auto [result, took] = interrupted(signal, {});
+    EXPECT_TRUE(endsWithSentence(result, 130, "interrupted"));
+    EXPECT_LT(took, 2s);
+    EXPECT_THAT(namesIn(folder_.path()), testing::IsEmpty());
+  }
+}
+
+TEST_P(ConvertInterrupt, LeavesTheOldTargetAsItWas) {
+  writeBytes(output_, "precious");
+  EXPECT_EQ(interrupted(SIGINT, {"--force"}).result.status, 130);
+  EXPECT_EQ(readBytes(output_), "precious");
+  EXPECT_EQ(namesIn(folder_.path()), std::set<std::string>{"out.mkv"});
+}
+
+INSTANTIATE_TEST_SUITE_P(, ConvertInterrupt,
+                         testing::Values(Arguments{"--size", "1280x720"},
+                                         Arguments{"--video-codec", "vp9", "--size", "640x360"}));
+
+}  // namespace
+}  // namespace kestrel::test

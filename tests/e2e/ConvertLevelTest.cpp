@@ -1,0 +1,164 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <numeric>
+
+#include "tests/e2e/Decoded.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+constexpr int kRate = 44100;
+
+class ConvertLevel : public testing::Test {
+ protected:
+  /// A file of the two seconds that an `aevalsrc` expression sounds.
+  std::filesystem::path sound(const std::string& name, const std::string& expression,
+                              const std::string& settings, const Arguments& codec) {
+    const auto file = folder_ / name;
+    ffmpeg(
+        joined(joined({"-f", "lavfi", "-i", "aevalsrc=" + expression + ":d=2:" + settings}, codec),
+               {file.string()}));
+    return file;
+  }
+
+  /// One channel of a file's sound, without its first and last tenth of a second.
+  std::vector<float> channel(const std::filesystem::path& file, size_t index) {
+    const auto all = samples(file);
+    const size_t count = streamOf(file, "audio")["channels"];
+    std::vector<float> one;
+    for (size_t i = index; i < all.size(); i += count) one.push_back(all[i]);
+    const size_t margin = one.size() / 20;
+    return {one.begin() + static_cast<std::ptrdiff_t>(margin),
+            one.end() - static_cast<std::ptrdiff_t>(margin)};
+  }
+
+  TempDir folder_;
+};
+
+TEST_F(ConvertLevel, StereoPassesBitExactAsFloat) {
+  const auto source = fixture("pcm-stereo-44100-f32.wav");
+  const auto before = samples(source);
+  ASSERT_EQ(before.size(), 2u * 2 * kRate);
+  for (const char* name : {"out.wav", "out.mkv", "out.mov"}) {
+    SCOPED_TRACE(name);
+    const auto output = folder_ / name;
+    ASSERT_TRUE(converts(source, output, {"--audio-codec", "pcm_f32le"}));
+    EXPECT_EQ(samples(output), before);
+  }
+}
+
+TEST_F(ConvertLevel, StereoPassesBitExactAs16Bits) {
+  const auto source = fixture("pcm-stereo-44100-s16.wav");
+  for (const auto& [name, codec] : {std::pair{"out.wav", "pcm_s16le"}, {"out.flac", "flac"}}) {
+    SCOPED_TRACE(name);
+    const auto output = folder_ / name;
+    ASSERT_TRUE(converts(source, output, {"--audio-codec", codec}));
+    EXPECT_EQ(samples(output), samples(source));
+  }
+}
+
+TEST_F(ConvertLevel, ValuesBeyondFullScalePassAsFloat) {
+  const auto source =
+      sound("loud.wav", "'1.7*sin(2*PI*440*t)|-1.2'", "s=44100", {"-c:a", "pcm_f32le"});
+  const auto output = folder_ / "out.wav";
+  ASSERT_TRUE(converts(source, output, {"--audio-codec", "pcm_f32le"}));
+  EXPECT_EQ(samples(output), samples(source));
+}
+
+TEST_F(ConvertLevel, MonoThroughStereoToMonoKeepsItsLevel) {
+  const auto source = fixture("pcm-mono-44100-s16.wav");
+  const auto stereo = folder_ / "stereo.wav";
+  const auto mono = folder_ / "mono.wav";
+  ASSERT_TRUE(converts(source, stereo, {"--channels", "stereo", "--audio-codec", "pcm_f32le"}));
+  ASSERT_TRUE(converts(stereo, mono, {"--channels", "mono", "--audio-codec", "pcm_f32le"}));
+  ASSERT_EQ(streamOf(stereo, "audio")["channels"], 2);
+  ASSERT_EQ(streamOf(mono, "audio")["channels"], 1);
+  const double before = rms(channel(source, 0));
+  EXPECT_NEAR(decibel(rms(channel(stereo, 0)) / before), 0, 0.1);
+  EXPECT_NEAR(decibel(rms(channel(stereo, 1)) / before), 0, 0.1);
+  EXPECT_NEAR(decibel(rms(channel(mono, 0)) / before), 0, 0.1);
+}
+
+TEST_F(ConvertLevel, MonoKeepsItsLevelByDefault) {
+  const auto source = fixture("pcm-mono-44100-s16.wav");
+  const auto output = folder_ / "out.m4a";
+  ASSERT_TRUE(converts(source, output));
+  EXPECT_NEAR(decibel(rms(channel(output, 0)) / rms(channel(source, 0))), 0, 0.1);
+}
+
+TEST_F(ConvertLevel, FullScaleSurroundFoldsDownWithoutClipping) {
+  const std::string tone = "sin(2*PI*440*t)";
+  for (const auto& [layout, channels] : {std::pair{"5.1", 6}, {"5.1(side)", 6}, {"7.1", 8}}) {
+    SCOPED_TRACE(layout);
+    std::string expression = "'" + tone;
+    for (int i = 1; i < channels; ++i) expression += "|" + tone;
+    const auto source = sound("full.wav", expression + "'", "s=44100:c=" + std::string(layout),
+                              {"-c:a", "pcm_f32le"});
+    const auto output = folder_ / "out.wav";
+    ASSERT_TRUE(converts(source, output, {"--audio-codec", "pcm_f32le", "--force"}));
+    ASSERT_EQ(streamOf(output, "audio")["channels"], 2);
+    for (const size_t side : {0, 1}) {
+      const auto folded = channel(output, side);
+      EXPECT_LE(peak(folded), 1.0 + 1e-6);
+      EXPECT_GT(peak(folded), 0.9);
+      // A sine's peak is √2 times its root mean square; a clipped one's is less.
+      EXPECT_NEAR(peak(folded) / rms(folded), std::sqrt(2), 0.01);
+    }
+  }
+}
+
+TEST_F(ConvertLevel, EverySurroundChannelIsHeardOnItsSide) {
+  // Front left, front right, centre, low frequencies, back left, back right: a tone each.
+  const auto output = folder_ / "out.wav";
+  ASSERT_TRUE(converts(fixture("pcm-5.1-48000-s16.wav"), output, {"--audio-codec", "pcm_f32le"}));
+  const auto left = channel(output, 0);
+  const auto right = channel(output, 1);
+  const auto hears = [&](const std::vector<float>& side, int number) {
+    return toneAmplitude(side, 440 * number, kRate) > 0.02;
+  };
+  EXPECT_TRUE(hears(left, 1));
+  EXPECT_FALSE(hears(right, 1));
+  EXPECT_FALSE(hears(left, 2));
+  EXPECT_TRUE(hears(right, 2));
+  EXPECT_TRUE(hears(left, 3));
+  EXPECT_TRUE(hears(right, 3));
+  EXPECT_TRUE(hears(left, 5));
+  EXPECT_FALSE(hears(right, 5));
+  EXPECT_FALSE(hears(left, 6));
+  EXPECT_TRUE(hears(right, 6));
+}
+
+TEST_F(ConvertLevel, VolumeIsAFactor) {
+  const auto source = fixture("pcm-stereo-44100-f32.wav");
+  for (const auto& [volume, change] :
+       {std::pair{"0.5", -6.0206}, {"1", 0.0}, {"2", 6.0206}, {"0.1", -20.0}}) {
+    SCOPED_TRACE(volume);
+    const auto output = folder_ / "out.wav";
+    ASSERT_TRUE(
+        converts(source, output, {"--volume", volume, "--audio-codec", "pcm_f32le", "--force"}));
+    EXPECT_NEAR(decibel(rms(channel(output, 0)) / rms(channel(source, 0))), change, 0.001);
+  }
+}
+
+TEST_F(ConvertLevel, VolumeZeroIsSilence) {
+  const auto output = folder_ / "out.wav";
+  ASSERT_TRUE(converts(fixture("pcm-stereo-44100-f32.wav"), output, {"--volume", "0"}));
+  EXPECT_EQ(peak(samples(output)), 0);
+  EXPECT_EQ(sampleCount(output), 2 * kRate);
+}
+
+TEST_F(ConvertLevel, MoreVolumeThanFullScaleDoesNotWrapAround) {
+  const auto output = folder_ / "out.wav";
+  ASSERT_TRUE(converts(fixture("pcm-stereo-44100-f32.wav"), output, {"--volume", "8"}));
+  const auto before = channel(fixture("pcm-stereo-44100-f32.wav"), 0);
+  const auto after = channel(output, 0);
+  ASSERT_EQ(after.size(), before.size());
+  for (size_t i = 0; i < before.size(); ++i)
+    ASSERT_NEAR(after[i], std::clamp(8 * before[i], -1.0F, 1.0F), 1e-3);
+}
+
+}  // namespace
+}  // namespace kestrel::test

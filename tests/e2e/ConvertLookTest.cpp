@@ -1,0 +1,412 @@
+#include <gmock/gmock.h>
+
+#include <array>
+#include <cmath>
+#include <fstream>
+#include <sstream>
+
+#include "tests/e2e/Decoded.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const Arguments kFine{"--video-option", "qp=1", "--encoder-preset", "ultrafast",
+                      "--audio-codec",  "none", "--force"};
+
+/// A smooth picture of 320x180 in which every place looks different, its colours all within RGB.
+const char* const kSlopes =
+    "nullsrc=s=320x180:r=25:d=0.4,geq=lum='70+0.25*X+0.2*Y':cb='118+0.1*X':cr='138-0.2*Y'";
+
+using Rgb = std::array<int, 3>;
+
+class ConvertLook : public testing::Test {
+ protected:
+  fs::path made(const std::string& name, const std::string& graph, const Arguments& options = {}) {
+    const auto file = folder_ / name;
+    ffmpeg(
+        joined(joined({"-f", "lavfi", "-i", graph, "-c:v", "ffv1", "-pix_fmt", "yuv420p"}, options),
+               {file.string()}));
+    return file;
+  }
+
+  fs::path slopes() { return made("slopes.mkv", kSlopes); }
+
+  fs::path converted(const fs::path& source, const Arguments& options,
+                     const std::string& name = "out.mkv") {
+    const auto output = folder_ / name;
+    EXPECT_TRUE(converts(source, output, joined(options, kFine)));
+    return output;
+  }
+
+  TempDir folder_;
+};
+
+/// The lowest likeness of luma, in dB, of any picture to that of another file seen through a
+/// filter.
+double likeness(const fs::path& file, const fs::path& reference, const std::string& filter) {
+  std::istringstream lines(
+      ffmpeg({"-i", file.string(), "-i", reference.string(), "-lavfi",
+              "[1:v]" + filter + "[r];[0:v][r]psnr=stats_file=-", "-f", "null", "-"}));
+  double lowest = 1000;
+  for (std::string line; std::getline(lines, line);) {
+    const size_t at = line.find("psnr_y:");
+    if (at == std::string::npos) continue;
+    const std::string value = line.substr(at + 7);
+    if (!value.starts_with("inf")) lowest = std::min(lowest, std::stod(value));
+  }
+  return lowest;
+}
+
+/// A picture's pixels as R, G, B: the one at a time in seconds.
+class Pixels {
+ public:
+  Pixels(const fs::path& file, double time, int width)
+      : width_(width),
+        bytes_(ffmpeg({"-ss", std::to_string(time), "-i", file.string(), "-frames:v", "1", "-f",
+                       "rawvideo", "-pix_fmt", "rgb24", "-"})) {}
+
+  Rgb at(int x, int y) const {
+    const auto offset = static_cast<size_t>((y * width_ + x) * 3);
+    const auto byte = [&](size_t i) { return int{static_cast<uint8_t>(bytes_.at(offset + i))}; };
+    return {byte(0), byte(1), byte(2)};
+  }
+
+  int height() const { return static_cast<int>(bytes_.size()) / 3 / width_; }
+
+  /// How many pixels of a row are brighter than half.
+  int brightInRow(int y) const {
+    int count = 0;
+    for (int x = 0; x < width_; ++x) count += at(x, y)[1] > 128 ? 1 : 0;
+    return count;
+  }
+
+  int bright() const {
+    int count = 0;
+    for (int y = 0; y < height(); ++y) count += brightInRow(y);
+    return count;
+  }
+
+ private:
+  int width_;
+  std::string bytes_;
+};
+
+void expectNear(const Rgb& color, const Rgb& wanted, int tolerance) {
+  for (size_t i = 0; i < 3; ++i)
+    EXPECT_NEAR(color[i], wanted[i], tolerance) << testing::PrintToString(color);
+}
+
+// Geometry.
+
+TEST_F(ConvertLook, CropKeepsAnAreaCountedFromTheUpperLeft) {
+  const auto source = slopes();
+  const auto output = converted(source, {"--crop", "40,20,240x120"});
+  EXPECT_EQ(streamOf(output, "video")["width"], 240);
+  EXPECT_EQ(streamOf(output, "video")["height"], 120);
+  EXPECT_GT(likeness(output, source, "crop=240:120:40:20"), 45);
+}
+
+TEST_F(ConvertLook, MirrorsAndQuarterTurns) {
+  const auto source = slopes();
+  for (const auto& [options, filter] : {std::pair<Arguments, std::string>{{"--hflip"}, "hflip"},
+                                        {{"--vflip"}, "vflip"},
+                                        {{"--rotate", "90"}, "transpose=clock"},
+                                        {{"--rotate", "-90"}, "transpose=cclock"},
+                                        {{"--rotate", "180"}, "hflip,vflip"},
+                                        {{"--hflip", "--rotate", "90"}, "hflip,transpose=clock"}}) {
+    SCOPED_TRACE(filter);
+    EXPECT_GT(likeness(converted(source, options), source, filter), 45);
+  }
+}
+
+TEST_F(ConvertLook, HalfATurnIsBothMirrors) {
+  const auto source = slopes();
+  const auto turned = converted(source, {"--rotate", "180"}, "turned.mkv");
+  const auto mirrored = converted(source, {"--hflip", "--vflip"}, "mirrored.mkv");
+  EXPECT_EQ(pictureBytes(turned, "format=yuv420p"), pictureBytes(mirrored, "format=yuv420p"));
+}
+
+TEST_F(ConvertLook, AFreeTurnIsClockwiseAndFitsWithBlackAround) {
+  const auto source = made("white.mkv", "color=white:s=320x180:r=25:d=0.2");
+  const auto output = converted(source, {"--rotate", "10"});
+  const Pixels shown(output, 0, 320);
+  expectNear(shown.at(160, 90), {255, 255, 255}, 3);
+  for (const auto& [x, y] : {std::pair{1, 1}, {318, 1}, {1, 178}, {318, 178}})
+    expectNear(shown.at(x, y), {0, 0, 0}, 3);
+  // Clockwise: the upper edge begins high at the left and ends lower at the right.
+  const auto topOf = [&](int x) {
+    int y = 0;
+    while (shown.at(x, y)[1] < 128) ++y;
+    return y;
+  };
+  EXPECT_LT(topOf(100), topOf(220));
+}
+
+TEST_F(ConvertLook, TheInputsOwnTurnIsAppliedOnceInEveryContainer) {
+  const auto source = fixture("av-rotated.mp4");
+  for (const char* name : {"out.mp4", "out.mkv", "out.avi"}) {
+    SCOPED_TRACE(name);
+    const auto output = converted(source, {"--video-codec", "h264"}, name);
+    const auto video = streamOf(output, "video");
+    EXPECT_GT(video["height"], video["width"]);
+    EXPECT_FALSE(video.contains("side_data_list"));
+    EXPECT_GT(likeness(output, source, "null"), 35);  // ffmpeg turns its own input
+  }
+}
+
+TEST_F(ConvertLook, FitPutsBarsOnTwoSides) {
+  const auto source = made("wide.mkv", "color=white:s=240x180:r=25:d=0.2");
+  const Pixels shown(converted(source, {"--size", "320x180", "--zoom", "fit"}), 0, 320);
+  // 4:3 in 320x180 is 240 wide, from 40 to 280.
+  for (const int x : {0, 37}) expectNear(shown.at(x, 90), {0, 0, 0}, 3);
+  for (const int x : {42, 160, 277}) expectNear(shown.at(x, 90), {255, 255, 255}, 3);
+  for (const int x : {282, 319}) expectNear(shown.at(x, 90), {0, 0, 0}, 3);
+}
+
+TEST_F(ConvertLook, ZoomsFillOrBoxTheOutput) {
+  const auto source = made("white.mkv", "color=white:s=240x180:r=25:d=0.2");
+  const Arguments size{"--size", "320x160"};
+  const auto whiteColumns = [&](const std::string& zoom) {
+    return Pixels(converted(source, joined(size, {"--zoom", zoom})), 0, 320).brightInRow(80);
+  };
+  EXPECT_EQ(whiteColumns("stretch"), 320);
+  EXPECT_EQ(whiteColumns("fill-width"), 320);
+  EXPECT_NEAR(whiteColumns("fit"), 160 * 4 / 3.0, 2);
+  EXPECT_NEAR(whiteColumns("4:3"), 160 * 4 / 3.0, 2);
+  EXPECT_NEAR(whiteColumns("16:9"), 160 * 16 / 9.0, 2);
+}
+
+TEST_F(ConvertLook, DisplayAspectWidensTheSource) {
+  const auto source = made("pal.mkv", "color=white:s=360x288:r=25:d=0.2");
+  const auto video = streamOf(converted(source, {"--display-aspect", "16:9"}), "video");
+  EXPECT_EQ(video["width"], 512);
+  EXPECT_EQ(video["height"], 288);
+}
+
+TEST_F(ConvertLook, OddSizesWork) {
+  const auto source = made("odd.mkv", "testsrc2=s=853x479:r=25:d=0.2", {"-pix_fmt", "yuv444p"});
+  const auto video = streamOf(converted(source, {"--rotate", "3", "--hflip"}), "video");
+  EXPECT_EQ(video["width"], 852);
+  EXPECT_EQ(video["height"], 478);
+}
+
+// Colours.
+
+TEST_F(ConvertLook, ColourControlsWork) {
+  const auto source = made("orange.mkv", "color=0xC08040:s=64x64:r=25:d=0.2");
+  const auto shown = [&](const Arguments& options) {
+    return Pixels(converted(source, options), 0, 64).at(32, 32);
+  };
+  const Rgb grey = shown({"--saturation", "0"});
+  EXPECT_NEAR(grey[0], grey[1], 3);
+  EXPECT_NEAR(grey[1], grey[2], 3);
+  expectNear(shown({"--brightness", "0.6"}), {0xC0 + 51, 0x80 + 51, 0x40 + 51}, 4);
+  // (c - ½) × 2 + ½ of 255
+  expectNear(shown({"--contrast", "0.5"}), {255, 129, 1}, 5);
+  const Rgb turned = shown({"--hue", "1"});  // 3.14 radians: orange becomes blue
+  EXPECT_GT(turned[2], turned[0] + 50);
+}
+
+TEST_F(ConvertLook, EffectsAreThoseOfTheCatalogue) {
+  const auto source = made("orange.mkv", "color=0xC08040:s=64x64:r=25:d=0.2");
+  const Pixels shown(converted(source, {"--effect", "Color Invert"}), 0, 64);
+  expectNear(shown.at(32, 32), {255 - 0xC0, 255 - 0x80, 255 - 0x40}, 4);
+}
+
+TEST_F(ConvertLook, TransparentSourcesLieOnBlack) {
+  const auto source = folder_ / "clear.mov";
+  ffmpeg({"-f", "lavfi", "-i", "color=red@0.5:s=64x64:r=25:d=0.2,format=rgba", "-c:v", "qtrle",
+          "-pix_fmt", "argb", source.string()});
+  const Pixels shown(converted(source, {"--hflip"}), 0, 64);
+  expectNear(shown.at(32, 32), {128, 0, 0}, 4);
+}
+
+TEST_F(ConvertLook, DeepSourcesKeepTheirColours) {
+  for (const char* format :
+       {"yuv420p10le", "yuv444p", "yuv444p12le", "yuvj420p", "gray", "rgb24"}) {
+    SCOPED_TRACE(format);
+    const auto source = made("deep.mkv", "color=0x808080:s=64x64:r=25:d=0.2", {"-pix_fmt", format});
+    const Pixels shown(converted(source, {"--hflip"}), 0, 64);
+    expectNear(shown.at(32, 32), {128, 128, 128}, 3);
+  }
+}
+
+// Watermark.
+
+TEST_F(ConvertLook, AWatermarkLiesAtItsPlace) {
+  const auto source = made("black.mkv", "color=black:s=320x180:r=25:d=0.2");
+  const auto mark = folder_ / "10:30 mark.png";  // a colon in a name needs no quoting
+  ffmpeg({"-f", "lavfi", "-i", "color=red:s=20x10:d=0.04,format=rgba", "-frames:v", "1",
+          "file:" + mark.string()});
+  const Pixels plain(converted(source, {"--watermark", mark.string()}), 0, 320);
+  expectNear(plain.at(4, 4), {255, 0, 0}, 12);
+  const Pixels placed(converted(source, {"--watermark", mark.string() + ":100,40"}), 0, 320);
+  expectNear(placed.at(110, 45), {255, 0, 0}, 12);
+  for (const auto& [x, y] : {std::pair{96, 45}, {124, 45}, {110, 36}, {110, 54}})
+    expectNear(placed.at(x, y), {0, 0, 0}, 12);
+  const Pixels faded(converted(source, {"--watermark", mark.string() + ":100,40,2,0.5"}), 0, 320);
+  expectNear(faded.at(120, 50), {128, 0, 0}, 12);
+  expectNear(faded.at(134, 56), {128, 0, 0}, 12);
+}
+
+// Subtitles.
+
+class ConvertSubtitles : public ConvertLook {
+ protected:
+  /// A black movie of three seconds.
+  fs::path black() { return made("black.mkv", "color=black:s=320x180:r=25:d=3"); }
+
+  fs::path written(const std::string& name, const std::string& bytes) {
+    const auto file = folder_ / name;
+    std::ofstream(file, std::ios::binary) << bytes;
+    return file;
+  }
+
+  static constexpr const char* kCue = "1\n00:00:01,000 --> 00:00:02,000\n";
+};
+
+TEST_F(ConvertSubtitles, ShowAtTheirTimes) {
+  const auto text = written("a.srt", std::string(kCue) + "Hello there\n");
+  const auto output = converted(black(), {"--subtitles", text.string()});
+  EXPECT_EQ(Pixels(output, 0.8, 320).bright(), 0);
+  EXPECT_GT(Pixels(output, 1.5, 320).bright(), 100);
+  EXPECT_EQ(Pixels(output, 2.2, 320).bright(), 0);
+}
+
+TEST_F(ConvertSubtitles, KeepTheWholeSentence) {
+  const auto part = written("part.srt", std::string(kCue) + " of course\n");
+  const auto whole = written("whole.srt", std::string(kCue) + "Well, yes, of course\n");
+  const auto source = black();
+  const int ofPart = Pixels(converted(source, {"--subtitles", part.string()}), 1.5, 320).bright();
+  EXPECT_GT(Pixels(converted(source, {"--subtitles", whole.string()}), 1.5, 320).bright(),
+            ofPart * 3 / 2);
+}
+
+TEST_F(ConvertSubtitles, AreReadInWhateverEncodingTheyAre) {
+  const auto source = black();
+  const auto shown = [&](const fs::path& text) {
+    return pictureBytes(
+        converted(source, {"--subtitles", text.string(), "--start", "1.5", "--duration", "0.1"}),
+        "format=gray");
+  };
+  const std::string utf8 = std::string(kCue) + "Él comió piñas, ¿verdad? Será mañana.\n";
+  std::string latin = kCue;
+  latin +=
+      "\xC9l comi\xF3 pi\xF1"
+      "as, \xBFverdad? Ser\xE1 ma\xF1"
+      "ana.\n";
+  std::string utf16 = "\xFF\xFE";
+  for (const char32_t c : std::u32string(U"1\n00:00:01,000 --> 00:00:02,000\nÉl comió piñas, "
+                                         U"¿verdad? Será mañana.\n")) {
+    utf16 += static_cast<char>(c & 0xFF);
+    utf16 += static_cast<char>(c >> 8);
+  }
+  const std::string expected = shown(written("utf8.srt", utf8));
+  EXPECT_EQ(shown(written("bom.srt", "\xEF\xBB\xBF" + utf8)), expected);
+  EXPECT_EQ(shown(written("latin.srt", latin)), expected);
+  EXPECT_EQ(shown(written("utf16.srt", utf16)), expected);
+}
+
+TEST_F(ConvertSubtitles, HaveColourFontAndPlaceAsAsked) {
+  const auto text = written("a.srt", std::string(kCue) + "HHHHHHHH\n");
+  const auto output =
+      converted(black(), {"--subtitles", text.string(), "--subtitle-color", "#FF0000",
+                          "--subtitle-font", "DejaVu Sans Bold 40", "--subtitle-position", "0.5"});
+  const Pixels shown(output, 1.5, 320);
+  int top = 180;
+  int bottom = -1;
+  for (int y = 0; y < 180; ++y)
+    for (int x = 0; x < 320; ++x)
+      if (const Rgb c = shown.at(x, y); c[0] > 128) {
+        EXPECT_LT(c[1], 80);
+        top = std::min(top, y);
+        bottom = std::max(bottom, y);
+      }
+  EXPECT_LT(bottom, 90);             // nothing below the middle
+  EXPECT_NEAR(bottom - top, 29, 3);  // capitals of this font are 0.73 of its size high
+}
+
+TEST_F(ConvertSubtitles, OfTheInputAreChosenByNumberOrLanguage) {
+  const auto first = written("a.srt", std::string(kCue) + "I\n");
+  const auto second = written("b.srt", std::string(kCue) + "MMMMMMMM\n");
+  const auto source = folder_ / "both.mkv";
+  ffmpeg({"-i",
+          black().string(),
+          "-i",
+          first.string(),
+          "-i",
+          second.string(),
+          "-map",
+          "0:v",
+          "-map",
+          "1:s",
+          "-map",
+          "2:s",
+          "-c:v",
+          "copy",
+          "-c:s",
+          "ass",
+          "-metadata:s:s:0",
+          "language=eng",
+          "-metadata:s:s:1",
+          "language=fre",
+          source.string()});
+  const auto inkOf = [&](const std::string& track) {
+    return Pixels(converted(source, {"--subtitle-track", track}), 1.5, 320).bright();
+  };
+  const int few = inkOf("0");
+  const int many = inkOf("1");
+  EXPECT_GT(few, 0);
+  EXPECT_GT(many, 4 * few);
+  EXPECT_EQ(inkOf("en"), few);
+  EXPECT_EQ(inkOf("fra"), many);
+}
+
+// Wrong values.
+
+TEST_F(ConvertLook, WhatCannotBeReadIsNamed) {
+  const auto source = slopes();
+  const auto binary = folder_ / "binary.srt";
+  std::ofstream(binary, std::ios::binary) << std::string(5000, '\0');
+  for (const auto& [option, file] :
+       {std::pair<std::string, std::string>{"--watermark", folder_ / "none.png"},
+        {"--watermark", binary.string()},
+        {"--subtitles", folder_ / "none.srt"},
+        {"--subtitles", binary.string()},
+        {"--subtitles", fixture("av25.mp4").string()}}) {
+    const auto output = folder_ / "bad.mp4";
+    EXPECT_TRUE(endsWithSentence(convert(source, output, {option, file}), 1, file));
+    EXPECT_FALSE(fs::exists(output));
+  }
+}
+
+TEST_F(ConvertLook, WrongValuesAreWrongUsage) {
+  const auto source = slopes();
+  for (const auto& [options, name] :
+       {std::pair<Arguments, std::string>{{"--crop", "1,2,3"}, "'1,2,3'"},
+        {{"--crop", "0,0,0x10"}, "'0,0,0x10'"},
+        {{"--crop", "300,0,100x100"}, "320x180"},
+        {{"--zoom", "big"}, "'big'"},
+        {{"--display-aspect", "5:4"}, "'5:4'"},
+        {{"--rotate", "left"}, "'left'"},
+        {{"--saturation", "-1"}, "--saturation"},
+        {{"--effect", "Blurr"}, "'Blur'"},
+        {{"--watermark", "a.png:1,2,3,4,5"}, "a.png:1,2,3,4,5"},
+        {{"--watermark", "a.png:1,2,0"}, "a.png:1,2,0"},
+        {{"--subtitle-font", "No Such Typeface 30"}, "'No Such Typeface'"},
+        {{"--subtitle-color", "yelow"}, "'Yellow'"},
+        {{"--subtitle-track", "0"}, "subtitle track 0"},
+        {{"--crop", "0,0,10x10", "--auto-crop"}, "give one of them"}}) {
+    SCOPED_TRACE(testing::PrintToString(options));
+    const auto output = folder_ / "bad.mp4";
+    EXPECT_TRUE(endsWithSentence(convert(source, output, options), 2, name));
+    EXPECT_FALSE(fs::exists(output));
+  }
+}
+
+}  // namespace
+}  // namespace kestrel::test

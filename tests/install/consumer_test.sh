@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Installs the build tree BUILD_DIR into a temporary prefix, moves that, and builds and runs the
+# program in consumer/ against it, with the compiler CXX and its flags CXXFLAGS.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+temp=$(mktemp -d)
+trap 'rm -rf "$temp"' EXIT
+
+fail() { echo "FAILED: $*" >&2; exit 1; }
+
+cmake --install "$BUILD_DIR" --prefix "$temp/first" >/dev/null
+mv "$temp/first" "$temp/moved"
+prefix=$temp/moved
+libdir=$(dirname "$(find "$prefix" -name libkestrelcode.so)")
+
+echo "--- what is installed"
+(cd "$prefix" && find . -type l -o -type f | sort)
+[[ -L $libdir/libkestrelcode.so.0 ]] || fail "no link for the library's interface version"
+[[ -f $prefix/include/kestrel/kestrel.h ]] || fail "no headers"
+if grep -rl "$BUILD_DIR" "$libdir/cmake" "$libdir/pkgconfig" "$prefix/include"; then
+  fail "these name the build folder"
+fi
+
+echo "--- by CMake"
+cmake -G Ninja -S "$here/consumer" -B "$temp/build" -DCMAKE_PREFIX_PATH="$prefix"
+cmake --build "$temp/build"
+"$temp/build/consumer"
+
+echo "--- by pkg-config"
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+read -ra flags <<<"$CXXFLAGS $(pkg-config --cflags --libs kestrelcode)"
+"$CXX" -std=c++20 "$here/consumer/main.cpp" "${flags[@]}" -o "$temp/consumer"
+LD_LIBRARY_PATH=$libdir "$temp/consumer"
+
+if [[ -x $prefix/bin/kestrel ]]; then
+  echo "--- the installed command line"
+  "$prefix/bin/kestrel" --version
+fi

@@ -1,0 +1,195 @@
+#include <gtest/gtest.h>
+#include <kestrel/Image.h>
+#include <kestrel/LMFFMovie.h>
+
+#include "tests/media/HandMade.h"
+#include "tests/media/Media.h"
+
+namespace kestrel::test {
+namespace {
+
+// Texts: from 0.2 s to 0.9 s, and from 1.1 s to 1.8 s, in a time base of milliseconds.
+
+const char* const kFirst = "First line";
+const char* const kSecond_ = "Second line\nwith a second row";
+
+class LMFFMediaText : public testing::TestWithParam<const char*> {
+ protected:
+  /// The file's texts alone.
+  LMFFMediaText() {
+    media_.setSource(sourceOf(fixture(GetParam())));
+    media_.open();
+    media_.setSelectStreams(IndexSet{static_cast<uint32_t>(media_.streams().size() - 1)});
+    media_.updateSelectStreams();
+  }
+
+  std::optional<std::string> textAt(int64_t inMilliseconds) {
+    return media_.subtitleStringAtTime(milliseconds(inMilliseconds));
+  }
+
+  LMFFMedia media_;
+};
+
+TEST_P(LMFFMediaText, IsShownFromAfterItsStartToBeforeItsEnd) {
+  EXPECT_EQ(textAt(100), std::nullopt);
+  EXPECT_EQ(textAt(200), std::nullopt);
+  EXPECT_EQ(textAt(201), kFirst);
+  EXPECT_EQ(textAt(550), kFirst);
+  EXPECT_EQ(textAt(899), kFirst);
+  EXPECT_EQ(textAt(900), std::nullopt);
+}
+
+TEST_P(LMFFMediaText, ReadsForwardAsFarAsItMust) {
+  EXPECT_EQ(textAt(1500), kSecond_);
+  EXPECT_EQ(textAt(1799), kSecond_);
+  EXPECT_EQ(textAt(1800), std::nullopt);
+}
+
+TEST_P(LMFFMediaText, NoneIsShownBetweenTwo) {
+  textAt(550);
+  EXPECT_EQ(textAt(1000), std::nullopt);
+  EXPECT_EQ(textAt(1100), std::nullopt);
+  EXPECT_EQ(textAt(1101), kSecond_);
+}
+
+TEST_P(LMFFMediaText, NoneIsShownAfterTheLast) {
+  EXPECT_EQ(textAt(60'000), std::nullopt);
+  EXPECT_EQ(textAt(61'000), std::nullopt);
+}
+
+TEST_P(LMFFMediaText, IsFoundAgainAfterASeekToTheStart) {
+  textAt(1500);
+  textAt(60'000);
+  media_.seek(0);
+  EXPECT_EQ(textAt(550), kFirst);
+  EXPECT_EQ(textAt(1500), kSecond_);
+}
+
+TEST_P(LMFFMediaText, EveryMillisecondIsRight) {
+  for (int64_t t = 0; t <= 2000; ++t) {
+    std::optional<std::string> expected;
+    if (t > 200 && t < 900) expected = kFirst;
+    if (t > 1100 && t < 1800) expected = kSecond_;
+    ASSERT_EQ(textAt(t), expected) << t;
+  }
+}
+
+std::string nameOfText(const testing::TestParamInfo<const char*>& file) {
+  return std::string(file.param).ends_with("srt") ? "alone" : "in_a_movie";
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, LMFFMediaText, testing::Values("subtitles.srt", "text.mkv"),
+                         nameOfText);
+
+TEST(LMFFMediaTexts, SeekToTheStartOfATextFileFallsBackOnItsFirstLine) {
+  // No line begins at or before 0, so there is none to seek back to by time.
+  const auto media = openedMedia(fixture("subtitles.srt"));
+  ASSERT_LT(av_seek_frame(media->formatContext(), -1, 0, AVSEEK_FLAG_BACKWARD), 0);
+  while (media->forwardNextPacket()) {
+  }
+  media->seek(0);
+  EXPECT_EQ(media->subtitleStringAtTime(milliseconds(550)), kFirst);
+}
+
+TEST(LMFFMediaTexts, AreFoundInAMediaThatHasPicturesToo) {
+  const auto media = openedMedia(fixture("text.mkv"));
+  EXPECT_EQ(media->subtitleStringAtTime(milliseconds(550)), kFirst);
+  EXPECT_EQ(media->subtitleStringAtTime(milliseconds(1500)), kSecond_);
+  EXPECT_EQ(media->subtitleStringAtTime(milliseconds(5000)), std::nullopt);
+}
+
+TEST(LMFFMediaTexts, MediaWithoutSubtitlesHasNone) {
+  const auto media = openedMedia(fixture("av25.mp4"));
+  EXPECT_EQ(media->subtitleStringAtTime(milliseconds(550)), std::nullopt);
+  EXPECT_EQ(media->subtitleAtTime(milliseconds(550)), nullptr);
+  EXPECT_EQ(media->last_pts(), AV_NOPTS_VALUE);
+}
+
+// Bitmaps: a media with a subpicture stream beside its own streams.
+
+constexpr int64_t kTicks = 90000;  // per second
+
+class LMFFMediaBitmap : public testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override {
+    media_ = openedMedia(fixture(GetParam()));
+    AVFormatContext* context = media_->formatContext();
+    AVStream* stream = avformat_new_stream(context, nullptr);
+    stream->codecpar->codec_type = AVMEDIA_TYPE_SUBTITLE;
+    stream->codecpar->codec_id = AV_CODEC_ID_DVD_SUBTITLE;
+    stream->time_base = {1, kTicks};
+    media_->open();
+    ASSERT_TRUE(media_->hasSubtitle());
+    start_ = av_rescale_q(media_->start_time(), kMicroseconds, {1, kTicks});
+  }
+
+  /// Routes a subpicture that is shown from one second on for 90 × 1024 / 90 = 1024 ms.
+  void route() {
+    const PacketPtr packet = packetOf(
+        subpictureBytes({.x = 2, .y = 4, .width = 9, .height = 5, .paletteIndex = 1, .end = 90}),
+        start_ + kTicks);
+    packet->stream_index = static_cast<int>(media_->streams().size()) - 1;
+    media_->forwardPacket(packet.get());
+  }
+
+  /// What is shown so many ticks after the media's start; the time is asked for in microseconds
+  /// that fall onto that tick.
+  std::shared_ptr<const Image> shownAt(int64_t tick) {
+    return media_->subtitleAtTime(av_rescale_q(start_ + tick, {1, kTicks}, kMicroseconds) -
+                                  media_->start_time());
+  }
+
+  std::shared_ptr<LMFFMedia> media_;
+  int64_t start_ = 0;
+};
+
+constexpr int64_t kLength = kTicks * 1024 / 1000;
+
+TEST_P(LMFFMediaBitmap, NoneIsShownBeforeOneWasRead) { EXPECT_EQ(shownAt(kTicks + 1), nullptr); }
+
+TEST_P(LMFFMediaBitmap, NoneIsShownAtItsVeryStart) {
+  route();
+  EXPECT_EQ(shownAt(kTicks), nullptr);
+  EXPECT_EQ(shownAt(kTicks - 1), nullptr);
+}
+
+TEST_P(LMFFMediaBitmap, IsShownOneTickLater) {
+  route();
+  ASSERT_NE(shownAt(kTicks + 1), nullptr);
+  EXPECT_EQ(shownAt(kTicks + 1)->extent().size, (Size{9, 5}));
+}
+
+TEST_P(LMFFMediaBitmap, IsShownUntilOneTickBeforeItsEnd) {
+  route();
+  EXPECT_NE(shownAt(kTicks + kLength - 1), nullptr);
+}
+
+TEST_P(LMFFMediaBitmap, NoneIsShownAtItsVeryEnd) {
+  route();
+  EXPECT_EQ(shownAt(kTicks + kLength), nullptr);
+  EXPECT_EQ(shownAt(kTicks + kLength + 1), nullptr);
+}
+
+TEST_P(LMFFMediaBitmap, AskingNeverReads) {
+  route();
+  const int64_t position = media_->last_pts();
+  shownAt(kTicks / 2);
+  shownAt(10 * kTicks);
+  EXPECT_EQ(media_->last_pts(), position);
+}
+
+TEST_P(LMFFMediaBitmap, NoneIsShownAfterASeek) {
+  route();
+  media_->subtitleStream()->seek(start_);
+  EXPECT_EQ(shownAt(kTicks + 1), nullptr);
+}
+
+std::string nameOfPictures(const testing::TestParamInfo<const char*>& file) {
+  return std::string(file.param).ends_with("ts") ? "from_ten_seconds" : "from_zero";
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, LMFFMediaBitmap, testing::Values("av25.mp4", "av25.ts"),
+                         nameOfPictures);
+
+}  // namespace
+}  // namespace kestrel::test

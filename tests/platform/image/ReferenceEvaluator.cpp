@@ -1,0 +1,457 @@
+#include "tests/platform/image/ReferenceEvaluator.h"
+
+#include <kestrel/ImageContext.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <tuple>
+
+#include "platform/image/ImageNode.h"
+#include "platform/image/filters/GaussianBlur.h"
+#include "platform/image/filters/Glow.h"
+#include "platform/image/filters/HexagonalPixellate.h"
+#include "platform/image/filters/LineScreen.h"
+#include "platform/image/filters/SharpenLuminance.h"
+#include "platform/image/filters/SpotLight.h"
+
+namespace kestrel::test {
+
+namespace {
+
+using Cache = std::map<std::tuple<const ImageNode*, int, int>, Sample>;
+
+Sample operator*(const Sample& s, double f) { return {s.r * f, s.g * f, s.b * f, s.a * f}; }
+Sample operator+(const Sample& s, const Sample& t) {
+  return {s.r + t.r, s.g + t.g, s.b + t.b, s.a + t.a};
+}
+
+Sample clampedSample(const Sample& s) {
+  const double a = std::clamp(s.a, 0.0, 1.0);
+  return {std::clamp(s.r, 0.0, a), std::clamp(s.g, 0.0, a), std::clamp(s.b, 0.0, a), a};
+}
+
+Sample mapped(const Sample& s, const ColorMatrix& matrix) {
+  const auto& m = matrix.m;
+  return {m[0][0] * s.r + m[0][1] * s.g + m[0][2] * s.b + m[0][3] * s.a,
+          m[1][0] * s.r + m[1][1] * s.g + m[1][2] * s.b + m[1][3] * s.a,
+          m[2][0] * s.r + m[2][1] * s.g + m[2][2] * s.b + m[2][3] * s.a, s.a};
+}
+
+double overlap(double low, double high, double from, double to) {
+  return std::max(0.0, std::min(high, to) - std::max(low, from));
+}
+
+double snapped(double edge) {
+  return std::abs(edge - std::round(edge)) < 1.0 / 1024 ? std::round(edge) : edge;
+}
+
+Rect snapped(const Rect& rect) {
+  if (isInfinite(rect)) return rect;
+  const double x = snapped(rect.minX());
+  const double y = snapped(rect.minY());
+  return {{x, y}, {snapped(rect.maxX()) - x, snapped(rect.maxY()) - y}};
+}
+
+AffineTransform cleaned(AffineTransform t) {
+  const double most = std::max({std::abs(t.a), std::abs(t.b), std::abs(t.c), std::abs(t.d)});
+  for (double* entry : {&t.a, &t.b, &t.c, &t.d}) {
+    if (std::abs(*entry) < 1e-9 * most) *entry = 0;
+  }
+  return t;
+}
+
+bool isUpright(const AffineTransform& t) {
+  return (t.b == 0 && t.c == 0) || (t.a == 0 && t.d == 0);
+}
+
+/// The share of a pixel that lies in `rect`.
+double share(const Rect& rect, int x, int y) {
+  if (isInfinite(rect)) return 1;
+  return overlap(rect.minX(), rect.maxX(), x, x + 1) * overlap(rect.minY(), rect.maxY(), y, y + 1);
+}
+
+/// One direction of a resampling: which samples with which weights.
+struct Axis {
+  std::vector<std::pair<int, double>> taps;
+};
+
+/// `clip` is in samples; with `block` above 1 the samples are means of that many.
+Axis axis(double center, double span, double low, double high, int block) {
+  Axis result;
+  const double first = std::floor(low);
+  const double last = std::ceil(high) - 1;
+  const double corner = first < -1e15 ? 0 : first;
+  if (block > 1) {
+    center = (center - corner) / block;
+    span = std::max(1.0, span / block);
+  }
+  for (double k = std::floor(center - span / 2) - 1; k <= center + span / 2 + 1; ++k) {
+    const double weight = overlap(k, k + 1, center - span / 2, center + span / 2) / span;
+    if (weight <= 0) continue;
+    if (block == 1) {
+      result.taps.emplace_back(static_cast<int>(std::clamp(k, first, last)), weight);
+      continue;
+    }
+    const double blocks = std::ceil((last + 1 - corner) / block);
+    const double j = std::clamp(k, first < -1e15 ? first : 0.0, blocks - 1);
+    for (int i = 0; i < block; ++i) {
+      const double sample = std::min(corner + j * block + i, last);
+      result.taps.emplace_back(static_cast<int>(sample), weight / block);
+    }
+  }
+  return result;
+}
+
+class Evaluator {
+ public:
+  Sample at(const ImageNode& node, int x, int y);
+
+ private:
+  Sample step(const ImageNode& node, int x, int y);
+  Sample source(const ImageNode& node, int x, int y);
+  /// The Gaussian mean of what `node` shows about (x, y). With `isContinued` the pixels at the
+  /// border of its extent repeat outside of it.
+  Sample blurred(const ImageNode& node, double deviation, bool isContinued, int x, int y);
+  Sample filtered(const FilterNode& node, int x, int y);
+  Sample pixellated(const HexagonalPixellateNode& node, int x, int y);
+  Sample resampled(const ImageNode& node, const Rect& clip, const AffineTransform& map,
+                   const ColorMatrix& color, int x, int y);
+
+  Cache cache_;
+  Cache shown_;
+  std::map<std::tuple<const ImageNode*, double, bool, int, int>, Sample> acrossCache_;
+  Cache hexagons_;
+  std::map<double, std::vector<double>> gaussians_;
+};
+
+double luminance(const Sample& s) { return 0.2126 * s.r + 0.7152 * s.g + 0.0722 * s.b; }
+
+Sample bitmapPixel(const BitmapNode& node, int x, int y) {
+  const uint8_t* p = node.bitmap->row(node.bitmap->height() - 1 - y) + 4 * x;
+  const double a = node.isOpaque ? 1 : p[3] / 255.0;
+  return {p[0] / 255.0 * a, p[1] / 255.0 * a, p[2] / 255.0 * a, a};
+}
+
+double planeSample(const YUVPicture& picture, size_t plane, int x, int row) {
+  const auto& p = picture.planes[plane];
+  const ptrdiff_t at = row * p.bytesPerRow;
+  const ptrdiff_t index = ptrdiff_t{x} * p.sampleStride;
+  if (picture.format.bitDepth == 8) return p.data[at + index];
+  uint16_t value;
+  std::memcpy(&value, p.data + at + 2 * index, 2);
+  return value >> picture.format.bitShift;
+}
+
+Sample planesPixel(const PlanesNode& node, int x, int y) {
+  const YUVPicture& picture = node.picture;
+  const YUVFormat& format = picture.format;
+  const int row = format.height - 1 - y;
+  const double levels = std::exp2(format.bitDepth - 8);
+  const double most = std::exp2(format.bitDepth) - 1;
+  const auto chroma = [&](size_t plane) {
+    if (!picture.planes[plane].data) return 0.0;
+    const int scaleX = 1 << format.chromaShiftX;
+    const int scaleY = 1 << format.chromaShiftY;
+    const int width = (format.width + scaleX - 1) / scaleX;
+    const int height = (format.height + scaleY - 1) / scaleY;
+    const double u = static_cast<double>(x) / scaleX;
+    const double v = (row + 0.5) / scaleY - 0.5;
+    double sum = 0;
+    for (int j = 0; j < 2; ++j) {
+      for (int i = 0; i < 2; ++i) {
+        const double k = std::floor(u) + i;
+        const double l = std::floor(v) + j;
+        const double weight = (1 - std::abs(u - k)) * (1 - std::abs(v - l));
+        sum +=
+            weight * planeSample(picture, plane, std::clamp<int>(static_cast<int>(k), 0, width - 1),
+                                 std::clamp<int>(static_cast<int>(l), 0, height - 1));
+      }
+    }
+    return format.fullRange ? (sum - 128 * levels) / most : (sum - 128 * levels) / (224 * levels);
+  };
+  const double luma = planeSample(picture, 0, x, row);
+  const double yy = format.fullRange ? luma / most : (luma - 16 * levels) / (219 * levels);
+  const double cb = chroma(1);
+  const double cr = chroma(2);
+  const double r = yy + 2 * (1 - format.kr) * cr;
+  const double b = yy + 2 * (1 - format.kb) * cb;
+  const double g = (yy - format.kr * r - format.kb * b) / (1 - format.kr - format.kb);
+  const double a = picture.planes[3].data ? planeSample(picture, 3, x, row) / most : 1;
+  return {r * a, g * a, b * a, a};
+}
+
+Sample Evaluator::source(const ImageNode& node, int x, int y) {
+  if (const auto* bitmap = dynamic_cast<const BitmapNode*>(&node))
+    return bitmapPixel(*bitmap, x, y);
+  if (const auto* planes = dynamic_cast<const PlanesNode*>(&node))
+    return planesPixel(*planes, x, y);
+  if (const auto* color = dynamic_cast<const ColorNode*>(&node)) {
+    const Color& c = color->color;
+    return {c.red * c.alpha, c.green * c.alpha, c.blue * c.alpha, c.alpha};
+  }
+  const auto key = std::make_tuple(&node, x, y);
+  const auto known = cache_.find(key);
+  if (known != cache_.end()) return known->second;
+  const Sample sample = clampedSample(step(node, x, y));
+  cache_.emplace(key, sample);
+  return sample;
+}
+
+Sample Evaluator::step(const ImageNode& node, int x, int y) {
+  if (const auto* over = dynamic_cast<const SourceOverNode*>(&node)) {
+    const Sample front = at(*over->input, x, y);
+    return front + at(*over->background, x, y) * (1 - front.a);
+  }
+  if (const auto* in = dynamic_cast<const SourceInNode*>(&node))
+    return at(*in->input, x, y) * at(*in->background, x, y).a;
+  if (const auto* filter = dynamic_cast<const FilterNode*>(&node)) return filtered(*filter, x, y);
+  return at(node, x, y);
+}
+
+Sample Evaluator::blurred(const ImageNode& node, double deviation, bool isContinued, int x, int y) {
+  if (deviation == 0) return at(node, x, y);
+  const int reach = static_cast<int>(std::ceil(5 * deviation));
+  std::vector<double>& weights = gaussians_[deviation];
+  if (weights.empty()) {
+    double total = 0;
+    for (int d = -reach; d <= reach; ++d) {
+      weights.push_back(std::exp(-d * d / (2 * deviation * deviation)));
+      total += weights.back();
+    }
+    for (double& weight : weights) weight /= total;
+  }
+  const auto weight = [&](int d) { return weights[static_cast<size_t>(d + reach)]; };
+  const Rect picture = integral(node.extent);
+  const auto limited = [&](int place, double low, double high) {
+    return isContinued ? static_cast<int>(std::clamp<double>(place, low, high - 1)) : place;
+  };
+  const auto shown = [&](int column, int row) {
+    const auto key = std::make_tuple(&node, limited(column, picture.minX(), picture.maxX()),
+                                     limited(row, picture.minY(), picture.maxY()));
+    const auto known = shown_.find(key);
+    if (known != shown_.end()) return known->second;
+    return shown_[key] = at(node, std::get<1>(key), std::get<2>(key));
+  };
+  Sample sum;
+  for (int dy = -reach; dy <= reach; ++dy) {
+    const auto [entry, isNew] =
+        acrossCache_.try_emplace({&node, deviation, isContinued, x, y + dy});
+    if (isNew) {
+      Sample across;
+      for (int dx = -reach; dx <= reach; ++dx) across = across + shown(x + dx, y + dy) * weight(dx);
+      entry->second = across;
+    }
+    sum = sum + entry->second * weight(dy);
+  }
+  return sum;
+}
+
+Sample Evaluator::pixellated(const HexagonalPixellateNode& node, int x, int y) {
+  const double width = node.scale * std::sqrt(3.0);
+  const auto center = [&](int k, int j) {
+    return Point{node.center.x + (k + (j % 2 != 0 ? 0.5 : 0.0)) * width,
+                 node.center.y + 1.5 * node.scale * j};
+  };
+  const auto nearest = [&](int column, int row) {
+    const int aboutJ = static_cast<int>((row - node.center.y) / (1.5 * node.scale));
+    const int aboutK = static_cast<int>((column - node.center.x) / width);
+    double least = 1e300;
+    std::pair<int, int> best;
+    for (int j = aboutJ - 2; j <= aboutJ + 2; ++j) {
+      for (int k = aboutK - 2; k <= aboutK + 2; ++k) {
+        const Point c = center(k, j);
+        const double distance = std::hypot(column + 0.5 - c.x, row + 0.5 - c.y);
+        if (distance < least) {
+          least = distance;
+          best = {k, j};
+        }
+      }
+    }
+    return best;
+  };
+  const auto [k, j] = nearest(x, y);
+  const auto [entry, isNew] = hexagons_.try_emplace({&node, k, j});
+  if (!isNew) return entry->second;
+  const Rect picture = integral(node.extent);
+  const Point c = center(k, j);
+  const int reach = static_cast<int>(std::ceil(node.scale)) + 1;
+  Sample sum;
+  int count = 0;
+  for (int row = static_cast<int>(c.y) - reach; row <= c.y + reach; ++row) {
+    for (int column = static_cast<int>(c.x) - reach; column <= c.x + reach; ++column) {
+      if (share(picture, column, row) == 0 || nearest(column, row) != std::pair(k, j)) continue;
+      sum = sum + at(*node.input, column, row);
+      ++count;
+    }
+  }
+  return hexagons_[{&node, k, j}] = sum * (1.0 / std::max(count, 1));
+}
+
+Sample lit(const SpotLight& light, const Sample& s, int x, int y) {
+  const double d[] = {x + 0.5 - light.position[0], y + 0.5 - light.position[1], -light.position[2]};
+  double e[] = {light.pointsAt[0] - light.position[0], light.pointsAt[1] - light.position[1],
+                light.pointsAt[2] - light.position[2]};
+  if (std::hypot(e[0], e[1], e[2]) == 0) e[2] = -1;
+  const double cosine = (d[0] * e[0] + d[1] * e[1] + d[2] * e[2]) /
+                        (std::hypot(d[0], d[1], d[2]) * std::hypot(e[0], e[1], e[2]));
+  const double edge = 1 / std::sqrt(1 + 0.14 * light.concentration);
+  const double t = std::clamp((cosine - edge) / (1 - edge), 0.0, 1.0);
+  const double strength = t * t * (3 - 2 * t) * light.brightness / (1 + light.concentration);
+  return {s.r * strength * light.color.red, s.g * strength * light.color.green,
+          s.b * strength * light.color.blue, s.a};
+}
+
+Sample screened(const LineScreen& lines, const Sample& s, int x, int y) {
+  const double dx = x + 0.5 - lines.center.x;
+  const double dy = y + 0.5 - lines.center.y;
+  const double u = (dy * std::cos(lines.angle) - dx * std::sin(lines.angle)) / lines.width;
+  const double v = 1 - std::abs(2 * (u - std::floor(u)) - 1);
+  const double f = std::max(1 - lines.sharpness, 2 / lines.width);
+  const double grey = std::clamp((luminance(s) / s.a * (1 + f) - v) / f, 0.0, 1.0);
+  return {grey * s.a, grey * s.a, grey * s.a, s.a};
+}
+
+Sample glowing(const GlowNode& glow, const Sample& s, const Sample& mean) {
+  const double i = glow.intensity;
+  const auto joined = [&](double c, double b) {
+    return glow.kind == GlowNode::Kind::kBloom ? c + i * b * (s.a - c) : c * (1 - i * (mean.a - b));
+  };
+  return {joined(s.r, mean.r), joined(s.g, mean.g), joined(s.b, mean.b), s.a};
+}
+
+Sample Evaluator::filtered(const FilterNode& node, int x, int y) {
+  if (const auto* blur = dynamic_cast<const GaussianBlurNode*>(&node))
+    return blurred(*blur->input, blur->radius, false, x, y);
+  if (const auto* hexagons = dynamic_cast<const HexagonalPixellateNode*>(&node))
+    return pixellated(*hexagons, x, y);
+  const Sample s = at(*node.input, x, y);
+  if (s.a == 0) return s;
+  if (const auto* sharpen = dynamic_cast<const SharpenLuminanceNode*>(&node)) {
+    const Sample mean = blurred(*sharpen->input, 1.69, true, x, y);
+    const double more = sharpen->sharpness * (luminance(s) - luminance(mean) / mean.a * s.a);
+    return {s.r + more, s.g + more, s.b + more, s.a};
+  }
+  if (const auto* glow = dynamic_cast<const GlowNode*>(&node))
+    return glowing(*glow, s, blurred(*glow->input, glow->radius, true, x, y));
+  if (const auto* light = dynamic_cast<const SpotLightNode*>(&node))
+    return lit(light->light, s, x, y);
+  if (const auto* lines = dynamic_cast<const LineScreenNode*>(&node))
+    return screened(lines->screen, s, x, y);
+  throw std::logic_error("the evaluator does not know this filter");
+}
+
+Sample Evaluator::resampled(const ImageNode& node, const Rect& clip, const AffineTransform& map,
+                            const ColorMatrix& color, int x, int y) {
+  if (isEmpty(clip)) return {};
+  const AffineTransform back = *map.invert();
+  const Point center = back.apply(Point{x + 0.5, y + 0.5});
+  const double footprintU = std::hypot(back.a, back.c);
+  const double footprintV = std::hypot(back.b, back.d);
+  const double spanU = std::max(1.0, footprintU);
+  const double spanV = std::max(1.0, footprintV);
+  const auto block = [&](double span) {
+    return !isUpright(map) && span > 2 ? static_cast<int>(std::ceil(span / 2)) : 1;
+  };
+  // Without bounds every sample is the same, and there are too many to add up.
+  if (isInfinite(clip) && dynamic_cast<const ColorNode*>(&node))
+    return clampedSample(mapped(source(node, 0, 0), color));
+  const Rect covered = snapped(map.apply(clip));
+  if (share(integral(covered), x, y) == 0) return {};
+  double coverage = 1;
+  if (isUpright(map)) {
+    coverage = share(covered, x, y);
+  } else if (!isInfinite(clip)) {
+    coverage =
+        overlap(clip.minX(), clip.maxX(), center.x - footprintU / 2, center.x + footprintU / 2) /
+        footprintU *
+        overlap(clip.minY(), clip.maxY(), center.y - footprintV / 2, center.y + footprintV / 2) /
+        footprintV;
+  }
+  const Axis across = axis(center.x, spanU, clip.minX(), clip.maxX(), block(spanU));
+  const Axis down = axis(center.y, spanV, clip.minY(), clip.maxY(), block(spanV));
+  Sample sum;
+  for (const auto& [l, weightV] : down.taps) {
+    for (const auto& [k, weightU] : across.taps)
+      sum = sum + source(node, k, l) * (weightU * weightV);
+  }
+  return clampedSample(mapped(sum, color)) * coverage;
+}
+
+Sample Evaluator::at(const ImageNode& top, int x, int y) {
+  const ImageNode* node = &top;
+  Rect clip = Rect::infinite();
+  Rect inner = Rect::infinite();
+  AffineTransform map;
+  bool isMapped = false;
+  ColorMatrix color;
+  for (;;) {
+    if (const auto* crop = dynamic_cast<const CropNode*>(node)) {
+      Rect& rect = isMapped ? inner : clip;
+      rect = intersection(rect, crop->rect);
+      node = crop->input.get();
+    } else if (const auto* matrix = dynamic_cast<const ColorMatrixNode*>(node)) {
+      color = matrix->matrix.then(color);
+      node = matrix->input.get();
+    } else if (const auto* transform = dynamic_cast<const TransformNode*>(node)) {
+      const AffineTransform t = cleaned(transform->transform);
+      if (!isInfinite(inner)) {
+        if (!isUpright(t)) break;
+        inner = t.invert()->apply(inner);
+      }
+      map = t.concat(map);
+      isMapped = true;
+      node = transform->input.get();
+    } else {
+      break;
+    }
+  }
+  const double kept = share(snapped(clip), x, y);
+  if (kept == 0) return {};
+  return resampled(*node, intersection(inner, node->extent), cleaned(map), color, x, y) * kept;
+}
+
+double stepsBetween(const Sample& expected, const uint8_t* pixel) {
+  const double alpha = pixel[3] / 255.0;
+  const double exact[] = {expected.r, expected.g, expected.b};
+  double most = std::abs(expected.a * 255 - pixel[3]);
+  for (int c = 0; c < 3; ++c) {
+    // Rounded alpha scales the colour along with it; what counts is the colour beside its alpha.
+    const double straight = expected.a > 0 ? exact[c] / expected.a : 0;
+    most = std::max(most, std::abs(straight * 255 - pixel[c]) * std::min(alpha, expected.a));
+  }
+  return most;
+}
+
+}  // namespace
+
+Sample evaluate(const Image& image, int x, int y) {
+  return clampedSample(Evaluator().at(*image.node(), x, y));
+}
+
+double largestError(const Image& image, const Rect& bounds, const uint8_t* pixels,
+                    int bytesPerRow) {
+  const Rect whole = integral(bounds);
+  Evaluator evaluator;
+  double most = 0;
+  for (int row = 0; row < static_cast<int>(whole.size.height); ++row) {
+    for (int x = 0; x < static_cast<int>(whole.size.width); ++x) {
+      const Sample expected =
+          clampedSample(evaluator.at(*image.node(), static_cast<int>(whole.minX()) + x,
+                                     static_cast<int>(whole.maxY()) - 1 - row));
+      most = std::max(most, stepsBetween(expected, pixels + ptrdiff_t{row} * bytesPerRow + 4 * x));
+    }
+  }
+  return most;
+}
+
+double largestError(const std::shared_ptr<const Image>& image, const Rect& bounds) {
+  const auto bitmap = ImageContext().bitmapImage(image, bounds);
+  if (!bitmap) return 255;
+  return largestError(*image, bounds, bitmap->pixels(), bitmap->bytesPerRow());
+}
+
+}  // namespace kestrel::test
