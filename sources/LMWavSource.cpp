@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cstring>
 #include <string_view>
 
 namespace kestrel {
@@ -93,7 +92,7 @@ int32_t LMWavSource::readData(uint8_t* data, int32_t size) {
 }
 
 int32_t LMWavSource::readData(uint8_t* data, int64_t /*offset*/, int32_t size) {
-  std::memset(data, 0, static_cast<size_t>(size));
+  std::fill_n(data, size, uint8_t{0});
   return size;
 }
 
