@@ -237,7 +237,8 @@ bool isOpaqueRow(const uint8_t* row, size_t pixels) {
   for (; i + lanes <= 4 * pixels; i += lanes)
     all = hn::And(all, hn::BitCast(d, hn::LoadU(d8, row + i)));
   // Alpha is the byte at the highest address of a pixel, and so the highest in the machine's order.
-  bool isOpaqueSoFar = hn::AllTrue(d, hn::Ge(all, hn::Set(d, 0xFF000000u)));
+  const auto alpha = hn::Set(d, 0xFF000000u);
+  bool isOpaqueSoFar = hn::AllTrue(d, hn::Eq(hn::And(all, alpha), alpha));
   for (; i < 4 * pixels; i += 4) isOpaqueSoFar = isOpaqueSoFar && row[i + 3] == 255;
   return isOpaqueSoFar;
 }
