@@ -35,6 +35,7 @@ struct LMFFEffectVideoStream::State {
   Guarded<LMFFVideoFormat> outputFormat;
   Guarded<DataBuffer> dataBuffer;
   std::atomic<int64_t> aspectType{0};
+  std::atomic<double> displayAspect{0};
   Guarded<Rect> cropRect;
   std::atomic<bool> hflip{false};
   std::atomic<bool> vflip{false};
@@ -56,6 +57,8 @@ struct LMFFEffectVideoStream::State {
   Guarded<std::optional<std::string>> subtitleImageString;
   Guarded<std::optional<std::string>> subtitleCurrentString;
   std::atomic<bool> subtitleMarkup{false};
+  std::atomic<float> subtitleOutline{0};
+  std::atomic<float> subtitleMargin{0};
 };
 
 }  // namespace kestrel

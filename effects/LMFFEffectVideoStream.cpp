@@ -189,8 +189,12 @@ Size LMFFEffectVideoStream::videoSize() const {
 
 Size LMFFEffectVideoStream::displayVideoSize() const {
   Size size = videoSize();
-  if (aspectType() == kSixteenByNine) size.width = size.height / 9.0 * 16.0;
-  if (aspectType() == kFourByThree) size.width = size.height / 3.0 * 4.0;
+  if (const double aspect = displayAspect(); aspect > 0)
+    size.width = size.height * aspect;
+  else if (aspectType() == kSixteenByNine)
+    size.width = size.height / 9.0 * 16.0;
+  else if (aspectType() == kFourByThree)
+    size.width = size.height / 3.0 * 4.0;
   return integral(Rect{{0, 0}, size}).size;
 }
 

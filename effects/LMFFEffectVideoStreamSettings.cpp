@@ -34,6 +34,10 @@ int64_t LMFFEffectVideoStream::aspectType() const { return state_->aspectType; }
 
 void LMFFEffectVideoStream::setAspectType(int64_t type) { state_->aspectType = type; }
 
+double LMFFEffectVideoStream::displayAspect() const { return state_->displayAspect; }
+
+void LMFFEffectVideoStream::setDisplayAspect(double aspect) { state_->displayAspect = aspect; }
+
 Rect LMFFEffectVideoStream::cropRect() const { return state_->cropRect.get(); }
 
 void LMFFEffectVideoStream::setCropRect(const Rect& rect) { state_->cropRect.set(rect); }
@@ -144,5 +148,13 @@ void LMFFEffectVideoStream::setSubtitlePosition(float position) {
 bool LMFFEffectVideoStream::subtitleMarkup() const { return state_->subtitleMarkup; }
 
 void LMFFEffectVideoStream::setSubtitleMarkup(bool markup) { state_->subtitleMarkup = markup; }
+
+float LMFFEffectVideoStream::subtitleOutline() const { return state_->subtitleOutline; }
+
+void LMFFEffectVideoStream::setSubtitleOutline(float width) { state_->subtitleOutline = width; }
+
+float LMFFEffectVideoStream::subtitleMargin() const { return state_->subtitleMargin; }
+
+void LMFFEffectVideoStream::setSubtitleMargin(float share) { state_->subtitleMargin = share; }
 
 }  // namespace kestrel

@@ -13,6 +13,7 @@ AttributedString LMFFEffectVideoStream::subtitleAttributedText() const {
                             .foregroundColor = subtitleColor(),
                             .paragraphStyle = ParagraphStyle::defaultParagraphStyle()};
   attributes.paragraphStyle.alignment = TextAlignment::kCenter;
+  attributes.outline = subtitleOutline();
   std::string source = subtitleCurrentString().value_or("");
   MarkedText text =
       subtitleMarkup() ? readSubtitleMarkup(source) : MarkedText{std::move(source), {}};
@@ -24,7 +25,8 @@ std::shared_ptr<const BitmapImage> LMFFEffectVideoStream::subtitleImageWithAttri
     const std::optional<AttributedString>& string) const {
   if (!string) return nullptr;
   const LMFFVideoFormat output = outputFormat();
-  const Size limits{static_cast<double>(output.width), static_cast<double>(output.height)};
+  const Size limits{output.width * (1 - 2.0 * subtitleMargin()),
+                    static_cast<double>(output.height)};
   Rect box = string->boundingRectWithSize(limits);
   const float room = static_cast<float>(output.height) * (1.0F - subtitlePosition());
   box.size.height = static_cast<double>(std::min(static_cast<float>(box.size.height), room));

@@ -41,6 +41,14 @@ void LMFFMovie::setAspectType(int64_t type) {
   setValue(videoEffectStream(), &Stream::setAspectType, type);
 }
 
+double LMFFMovie::displayAspect() const {
+  return valueOf(videoEffectStream(), &Stream::displayAspect);
+}
+
+void LMFFMovie::setDisplayAspect(double aspect) {
+  setValue(videoEffectStream(), &Stream::setDisplayAspect, aspect);
+}
+
 Rect LMFFMovie::cropRect() const { return valueOf(videoEffectStream(), &Stream::cropRect); }
 
 void LMFFMovie::setCropRect(const Rect& rect) {
@@ -161,6 +169,24 @@ bool LMFFMovie::fullSubtitleText() const {
 
 void LMFFMovie::setFullSubtitleText(bool full) {
   setValue(videoEffectStream(), &Stream::setSubtitleMarkup, full);
+  updateSubtitle();
+}
+
+float LMFFMovie::subtitleOutline() const {
+  return valueOf(videoEffectStream(), &Stream::subtitleOutline);
+}
+
+void LMFFMovie::setSubtitleOutline(float width) {
+  setValue(videoEffectStream(), &Stream::setSubtitleOutline, width);
+  updateSubtitle();
+}
+
+float LMFFMovie::subtitleMargin() const {
+  return valueOf(videoEffectStream(), &Stream::subtitleMargin);
+}
+
+void LMFFMovie::setSubtitleMargin(float share) {
+  setValue(videoEffectStream(), &Stream::setSubtitleMargin, share);
   updateSubtitle();
 }
 

@@ -36,6 +36,7 @@ constexpr double kUnevenness = 3;       // of the means of a bar's lines
 constexpr double kStep = 10;            // from a bar's mean to the picture beside it
 constexpr double kEdgeShare = 0.3;      // of the line beside a bar that is picture at least
 constexpr int kBlurredLines = 2;        // between bar and picture
+constexpr int kFrayedLines = 2;         // outermost ones that may be brighter than their bar
 
 // When it is certain.
 constexpr int kLeastEvidence = 3;       // pictures that show the edge
@@ -114,12 +115,13 @@ class Line {
 
 Observation observe(const Brightness& picture, Side side) {
   const int count = side == kTop || side == kBottom ? picture.height : picture.width;
-  const double level = Line(picture, side, 0).mean();
+  const double level = Line(picture, side, std::min(kFrayedLines, count - 1)).mean();
   int lines = 0;
   for (; lines < count; ++lines) {
     const Line line(picture, side, lines);
     // What gets slowly brighter is a dark scene.
-    if (!line.isDark() || std::abs(line.mean() - level) > kUnevenness) break;
+    const bool isEven = lines < kFrayedLines || std::abs(line.mean() - level) <= kUnevenness;
+    if (!line.isDark() || !isEven) break;
   }
   if (lines == 0 || lines + kBlurredLines >= count) return {lines, false};
   const Line inside(picture, side, lines + kBlurredLines);

@@ -80,7 +80,7 @@ class Conversion {
 
   int run() {
     source_ = openInput(settings_.input);
-    if (settings_.look.autoCrop) settings_.look.crop = findPicture();
+    if (settings_.look.autoCrop) settings_.look.picture = findPicture();
     plan_ = planConversion(settings_, *source_->formatContext());
     OutputFile target(settings_.output, settings_.force, settings_.input);
     openMovie();

@@ -20,8 +20,9 @@ using namespace kestrel;
 namespace {
 
 constexpr double kSameAngle = 1e-6;        // degrees
-constexpr double kSameShape = 0.03;        // of width / height
 constexpr double kDefaultFontSize = 0.06;  // of the output's height
+constexpr double kDefaultOutline = 0.05;   // of the font's size
+constexpr float kSubtitleMargin = 0.05F;   // of the output's width
 
 double pixelAspectOf(const AVStream& stream) {
   for (const AVRational aspect : {stream.sample_aspect_ratio, stream.codecpar->sample_aspect_ratio})
@@ -36,24 +37,58 @@ bool swapsSides(double degrees) {
   return isQuarterTurn(degrees) && std::lround(degrees / 90) % 2 != 0;
 }
 
+/// Whether an area named on the upright picture lies within one of that size.
+bool isWithin(const Area& area, Size size) {
+  return 1.0 * area.x + area.width <= size.width && 1.0 * area.y + area.height <= size.height;
+}
+
+/// The same part of the stored picture, which is `stored` large before it is set upright.
+Area storedArea(const Area& upright, const Orientation& orientation, Size stored) {
+  const int width = static_cast<int>(stored.width);
+  const int height = static_cast<int>(stored.height);
+  const auto& [x, y, w, h] = upright;
+  Area area = upright;
+  const double turn = orientation.counterclockwise;
+  switch (isQuarterTurn(turn) ? std::lround(turn / 90) & 3 : 0) {
+    case 1:
+      area = {width - y - h, x, h, w};
+      break;
+    case 2:
+      area = {width - x - w, height - y - h, w, h};
+      break;
+    case 3:
+      area = {y, height - x - w, h, w};
+      break;
+    default:
+      break;
+  }
+  if (orientation.mirrored) area.x = width - area.x - area.width;
+  return area;
+}
+
 }  // namespace
 
 Look::Look(const LookSettings& settings, const AVStream& stream) : settings_(settings) {
   const Size source{static_cast<double>(stream.codecpar->width),
                     static_cast<double>(stream.codecpar->height)};
-  crop_ = {{0, 0}, source};
+  const Orientation own = orientationOf(stream);
+  std::optional<Area> kept = settings.picture;
   if (const auto& crop = settings.crop) {
-    if (crop->x + crop->width > source.width || crop->y + crop->height > source.height)
+    const Size upright =
+        swapsSides(own.counterclockwise) ? Size{source.height, source.width} : source;
+    if (!isWithin(*crop, upright))
       throw wrongUsage(fmt::format("--crop: {},{},{}x{} reaches beyond the picture, which is {}x{}",
-                                   crop->x, crop->y, crop->width, crop->height, source.width,
-                                   source.height));
-    crop_ = {{static_cast<double>(crop->x), source.height - crop->y - crop->height},
-             {static_cast<double>(crop->width), static_cast<double>(crop->height)}};
+                                   crop->x, crop->y, crop->width, crop->height, upright.width,
+                                   upright.height));
+    kept = storedArea(*crop, own, source);
   }
+  crop_ = {{0, 0}, source};
+  if (kept)
+    crop_ = {{static_cast<double>(kept->x), source.height - kept->y - kept->height},
+             {static_cast<double>(kept->width), static_cast<double>(kept->height)}};
 
   // The movie mirrors before it turns. The input's own turn comes first, then the settings'; a
   // mirror in between changes the sense of the turn before it.
-  const Orientation own = orientationOf(stream);
   const bool changesSense = settings.hflip != settings.vflip;
   rotate_ = static_cast<float>(std::remainder(
       (changesSense ? -own.counterclockwise : own.counterclockwise) - settings.rotate, 360));
@@ -63,15 +98,12 @@ Look::Look(const LookSettings& settings, const AVStream& stream) : settings_(set
   const bool isSquare = std::abs(pixelAspect_ - 1) < 1e-3;
   // Boxes, bars and free turns are worked out in square pixels.
   isFitted_ = settings.zoom.has_value() || !isQuarterTurn(rotate_);
-  const double shape = source.width * pixelAspect_ / source.height;
-  if (settings_.displayAspect == 0 && isFitted_ && !isSquare) {
-    if (std::abs(shape - 4 / 3.0) < kSameShape) settings_.displayAspect = 1;
-    if (std::abs(shape - 16 / 9.0) < kSameShape) settings_.displayAspect = 2;
-  }
+  displayAspect_ = settings.displayAspect;
+  if (displayAspect_ == 0 && isFitted_ && !isSquare)
+    displayAspect_ = source.width * pixelAspect_ / source.height;
   size_ = crop_.size;
-  if (settings_.displayAspect != 0) {
-    const double display = settings_.displayAspect == 1 ? 4 / 3.0 : 16 / 9.0;
-    size_.width *= source.height * display / source.width;
+  if (displayAspect_ != 0) {
+    size_.width *= source.height * displayAspect_ / source.width;
     pixelAspect_ = 1;
   }
   if (swapsSides(rotate_)) {
@@ -83,7 +115,7 @@ Look::Look(const LookSettings& settings, const AVStream& stream) : settings_(set
 bool Look::isPlain() const {
   const LookSettings& s = settings_;
   const LookSettings none;
-  return !s.crop && !s.autoCrop && !s.zoom && s.displayAspect == 0 && rotate_ == 0 && !mirrored_ &&
+  return !s.crop && !s.autoCrop && !s.zoom && displayAspect_ == 0 && rotate_ == 0 && !mirrored_ &&
          !s.vflip && s.saturation == none.saturation && s.brightness == none.brightness &&
          s.contrast == none.contrast && s.hue == none.hue && s.effect.empty() && !s.watermark &&
          s.subtitles.empty() && s.subtitleTrack.empty();
@@ -92,7 +124,7 @@ bool Look::isPlain() const {
 void Look::apply(LMFFMovie& movie, Size output) const {
   movie.setCropRect(crop_);
   movie.setZoomType(settings_.zoom.value_or(isFitted_ ? 2 : 1));
-  movie.setAspectType(settings_.displayAspect);
+  movie.setDisplayAspect(displayAspect_);
   movie.setRotate(rotate_);
   movie.setHflip(mirrored_);
   movie.setVflip(settings_.vflip);
@@ -104,8 +136,12 @@ void Look::apply(LMFFMovie& movie, Size output) const {
   movie.setOutputVideoSize(output);
   if (settings_.watermark) movie.setWatermark(loadWatermark(*settings_.watermark, output.height));
   movie.setFullSubtitleText(true);
-  movie.setSubtitleFont(
-      settings_.subtitleFont.value_or(Font::systemFontOfSize(output.height * kDefaultFontSize)));
+  const Font font =
+      settings_.subtitleFont.value_or(Font::systemFontOfSize(output.height * kDefaultFontSize));
+  movie.setSubtitleFont(font);
+  movie.setSubtitleOutline(
+      settings_.subtitleOutline.value_or(static_cast<float>(font.size * kDefaultOutline)));
+  movie.setSubtitleMargin(kSubtitleMargin);
   movie.setSubtitleColor(settings_.subtitleColor);
   movie.setSubtitlePosition(settings_.subtitlePosition);
   if (!settings_.subtitles.empty()) openSubtitles(movie, settings_.subtitles);

@@ -39,10 +39,11 @@ struct Watermark {
 
 /// How a movie's pictures are to look; `{}` leaves them as they are.
 struct LookSettings {
-  std::optional<Area> crop;
+  std::optional<Area> crop;     ///< of the upright picture, before `rotate`
   bool autoCrop = false;        ///< leaves black bars out
+  std::optional<Area> picture;  ///< what lies between them, of the stored picture
   std::optional<int32_t> zoom;  ///< the movie's `zoomType`
-  int64_t displayAspect = 0;    ///< the movie's `aspectType`
+  double displayAspect = 0;     ///< width / height that the source was meant to have; 0: its own
   double rotate = 0;            ///< degrees clockwise, beside what the input says itself
   bool hflip = false;
   bool vflip = false;
@@ -56,7 +57,8 @@ struct LookSettings {
   std::string subtitleTrack;  ///< a number from 0 or a language; "": none
   std::optional<kestrel::Font> subtitleFont;
   std::optional<kestrel::Color> subtitleColor;
-  float subtitlePosition = 0.05F;  ///< of the output's height, from below
+  std::optional<float> subtitleOutline;  ///< pixels; absent: as suits the font
+  float subtitlePosition = 0.05F;        ///< of the output's height, from below
 };
 
 /// Adds the options of the look to a verb. What they were given is read by the function that this
@@ -94,8 +96,9 @@ class Look {
 
  private:
   LookSettings settings_;
-  kestrel::Rect crop_;  // as the movie takes it
-  float rotate_ = 0;    // as the movie takes it
+  kestrel::Rect crop_;        // as the movie takes it
+  double displayAspect_ = 0;  // as the movie takes it
+  float rotate_ = 0;          // as the movie takes it
   bool mirrored_ = false;
   kestrel::Size size_;
   double pixelAspect_ = 1;

@@ -30,6 +30,7 @@ constexpr double kDefaultFontSize = 40;  // where the font is named without one
 struct Typed {
   LookSettings settings;
   std::string crop, zoom, displayAspect, watermark, font, color;
+  std::string subtitleOption;  // one that says how subtitles look; "": none was given
 };
 
 [[noreturn]] void refuse(std::string_view option, std::string_view text, std::string_view wanted) {
@@ -49,6 +50,21 @@ std::optional<std::vector<double>> numbersOf(std::string_view text) {
     if (part.size() == text.size()) return numbers;
     text.remove_prefix(part.size() + 1);
   }
+}
+
+/// Refuses an option that was given nothing, such as a script's variable that is not set.
+CLI::Validator notEmpty() {
+  return {[](const std::string& text) { return text.empty() ? "the value is empty" : ""; }, ""};
+}
+
+CLI::Validator numberBetween(double low, double high) {
+  return {[=](const std::string& text) {
+            const auto numbers = numbersOf(text);
+            const bool isOne = numbers && numbers->size() == 1 && numbers->front() >= low &&
+                               numbers->front() <= high;
+            return isOne ? "" : fmt::format("'{}' is not a number from {} to {}", text, low, high);
+          },
+          ""};
 }
 
 Area parseArea(std::string_view option, const std::string& text) {
@@ -96,14 +112,25 @@ Watermark parseWatermark(std::string_view option, const std::string& text) {
   mark.y = (*numbers)[1];
   if (numbers->size() > 2) mark.scale = (*numbers)[2];
   if (numbers->size() > 3) mark.opacity = (*numbers)[3];
-  if (mark.scale <= 0 || mark.scale > 100) refuse(option, text, "scaled by 0 to 100");
-  if (mark.opacity < 0 || mark.opacity > 1) refuse(option, text, "of an opacity from 0 to 1");
+  if (mark.scale <= 0 || mark.scale > 100)
+    refuse(option, text,
+           fmt::format("possible: a scale of {} is not above 0 and up to 100", mark.scale));
+  if (mark.opacity < 0 || mark.opacity > 1)
+    refuse(option, text,
+           fmt::format("possible: an opacity of {} is not from 0 to 1", mark.opacity));
   return mark;
+}
+
+/// "#FC0" as "#FFCC00"; any other text as it is.
+std::string withWholeDigits(const std::string& text) {
+  if (text.size() != 4 || text[0] != '#') return text;
+  return {'#', text[1], text[1], text[2], text[2], text[3], text[3]};
 }
 
 Color parseColor(std::string_view option, const std::string& text) {
   std::array<uint8_t, 4> rgba{};
-  if (av_parse_color(rgba.data(), text.c_str(), -1, nullptr) >= 0 && text != "random")
+  if (av_parse_color(rgba.data(), withWholeDigits(text).c_str(), -1, nullptr) >= 0 &&
+      text != "random")
     return {rgba[0] / 255.0, rgba[1] / 255.0, rgba[2] / 255.0, rgba[3] / 255.0};
   std::vector<std::string> names;
   const uint8_t* ignored = nullptr;
@@ -131,8 +158,8 @@ LookSettings settingsOf(const Typed& typed) {
         choose<int32_t>("--zoom", typed.zoom,
                         {{"stretch", 1}, {"fit", 2}, {"16:9", 3}, {"4:3", 4}, {"fill-width", 6}});
   if (!typed.displayAspect.empty())
-    settings.displayAspect = choose<int64_t>("--display-aspect", typed.displayAspect,
-                                             {{"source", 0}, {"4:3", 1}, {"16:9", 2}});
+    settings.displayAspect = choose<double>("--display-aspect", typed.displayAspect,
+                                            {{"source", 0}, {"4:3", 4 / 3.0}, {"16:9", 16 / 9.0}});
   if (!typed.watermark.empty()) settings.watermark = parseWatermark("--watermark", typed.watermark);
   if (!typed.font.empty()) settings.subtitleFont = parseFont("--subtitle-font", typed.font);
   if (!typed.color.empty()) settings.subtitleColor = parseColor("--subtitle-color", typed.color);
@@ -143,22 +170,29 @@ LookSettings settingsOf(const Typed& typed) {
                     settings.effect, nearestNames(settings.effect, names)));
   if (!settings.subtitles.empty() && !settings.subtitleTrack.empty())
     throw wrongUsage("--subtitles and --subtitle-track exclude each other: give one of them");
+  const bool hasSubtitles = !settings.subtitles.empty() || !settings.subtitleTrack.empty();
+  if (!hasSubtitles && !typed.subtitleOption.empty())
+    throw wrongUsage(fmt::format("{} needs --subtitles or --subtitle-track", typed.subtitleOption));
   if (!std::isfinite(settings.rotate)) throw wrongUsage("--rotate: the angle must be finite");
   return settings;
 }
 
 void addGeometry(CLI::App& verb, Typed& typed) {
   LookSettings& settings = typed.settings;
-  verb.add_option("--crop", typed.crop, "what to keep, in pixels from the upper left")
-      ->type_name("X,Y,WxH");
+  verb.add_option("--crop", typed.crop,
+                  "what to keep, in pixels from the upper left of the upright picture")
+      ->type_name("X,Y,WxH")
+      ->check(notEmpty());
   verb.add_flag("--auto-crop", settings.autoCrop, "leave black bars out");
   verb.add_option("--zoom", typed.zoom,
                   "how the picture fits the size: stretch, fit, 16:9, 4:3 "
                   "or fill-width")
-      ->type_name("HOW");
+      ->type_name("HOW")
+      ->check(notEmpty());
   verb.add_option("--display-aspect", typed.displayAspect,
                   "the shape that the source was meant to have: source, 4:3 or 16:9")
-      ->type_name("W:H");
+      ->type_name("W:H")
+      ->check(notEmpty());
   verb.add_option("--rotate", settings.rotate,
                   "degrees clockwise; the source's own turn is applied "
                   "by itself")
@@ -170,32 +204,43 @@ void addGeometry(CLI::App& verb, Typed& typed) {
 void addColors(CLI::App& verb, Typed& typed) {
   LookSettings& settings = typed.settings;
   const auto add = [&](const char* name, float& value, const char* text) {
-    verb.add_option(name, value, text)->type_name("X")->check(CLI::Range(0.0, 10.0));
+    verb.add_option(name, value, text)->type_name("X")->check(numberBetween(0, 10));
   };
   add("--saturation", settings.saturation, "0 is grey, 0.5 neutral, 1 twice as colourful");
   add("--brightness", settings.brightness, "0 is black, 0.5 neutral, 1 white");
   add("--contrast", settings.contrast, "0 is flat, 0.25 neutral, 0.5 twice as much");
   add("--hue", settings.hue, "0.5 is neutral; 0 and 1 turn the colours half way round");
-  verb.add_option("--effect", settings.effect, "a look from 'kestrel effects'")->type_name("NAME");
+  verb.add_option("--effect", settings.effect, "a look from 'kestrel effects'")
+      ->type_name("NAME")
+      ->check(notEmpty());
 }
 
 void addOverlays(CLI::App& verb, Typed& typed) {
   LookSettings& settings = typed.settings;
   verb.add_option("--watermark", typed.watermark, "a picture laid over all, its upper left at X,Y")
-      ->type_name("FILE[:X,Y[,SCALE[,OPACITY]]]");
+      ->type_name("FILE[:X,Y[,SCALE[,OPACITY]]]")
+      ->check(notEmpty());
   verb.add_option("--subtitles", settings.subtitles, "a subtitle file to draw into the picture")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(notEmpty());
   verb.add_option("--subtitle-track", settings.subtitleTrack,
                   "one of the input's own: a number from 0 or a language")
-      ->type_name("N|LANG");
-  verb.add_option("--subtitle-font", typed.font, "such as \"DejaVu Sans Bold 40\" (size in pixels)")
-      ->type_name("FONT");
-  verb.add_option("--subtitle-color", typed.color, "a name or #RRGGBB (default: white)")
-      ->type_name("COLOUR");
-  verb.add_option("--subtitle-position", settings.subtitlePosition,
-                  "the lower edge of the text, from 0 at the bottom to 1 (default: 0.05)")
-      ->type_name("X")
-      ->check(CLI::Range(0.0, 1.0));
+      ->type_name("N|LANG")
+      ->check(notEmpty());
+  const auto add = [&](const char* name, auto& value, const char* text, const char* type) {
+    return verb.add_option(name, value, text)
+        ->type_name(type)
+        ->check(notEmpty())
+        ->each([&typed, name](const std::string&) { typed.subtitleOption = name; });
+  };
+  add("--subtitle-font", typed.font, "such as \"DejaVu Sans Bold 40\" (size in pixels)", "FONT");
+  add("--subtitle-color", typed.color, "a name or #RRGGBB (default: white)", "COLOUR");
+  add("--subtitle-position", settings.subtitlePosition,
+      "the lower edge of the text, from 0 at the bottom to 1 (default: 0.05)", "X")
+      ->check(numberBetween(0, 1));
+  add("--subtitle-outline", settings.subtitleOutline,
+      "how wide the black around the letters is, in pixels (default: as suits the font)", "X")
+      ->check(numberBetween(0, 100));
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <utility>
@@ -37,6 +38,8 @@ using Bytes = std::vector<uint8_t>;
 constexpr std::streamoff kLargestFile = 64 << 20;  // bytes; no subtitles and no logo are larger
 
 Bytes readFile(const std::string& path) {
+  if (std::filesystem::is_directory(path))
+    throw Failure{kFailed, fmt::format("cannot open '{}': {}", path, std::strerror(EISDIR))};
   std::ifstream stream(path, std::ios::binary | std::ios::ate);
   const std::streamoff size = stream ? std::streamoff(stream.tellg()) : -1;
   if (size < 0)
@@ -97,7 +100,13 @@ uint32_t findTrack(const AVFormatContext& input, const std::string& wanted) {
   }
   for (const uint32_t index : tracks)
     if (isSameLanguage(languageOf(*input.streams[index]), wanted)) return index;
-  throw wrongUsage(fmt::format("there is no subtitle track in '{}'", wanted));
+  std::vector<std::string> languages;
+  for (size_t i = 0; i < tracks.size(); ++i)
+    languages.push_back(fmt::format("{} in '{}'", i, languageOf(*input.streams[tracks[i]])));
+  throw wrongUsage(fmt::format("no subtitle track is in the language '{}': {}", wanted,
+                               languages.empty()
+                                   ? "the input has none"
+                                   : fmt::format("there are {}", fmt::join(languages, ", "))));
 }
 
 }  // namespace

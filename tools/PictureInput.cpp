@@ -51,7 +51,7 @@ PictureInput::PictureInput(const std::string& path, const LookSettings& settings
   if (!movie_.hasVideo())
     throw Failure{kFailed, fmt::format("the pictures of '{}' cannot be decoded", path)};
   LookSettings own = settings;
-  if (own.autoCrop) own.crop = withoutBars(movie_);
+  if (own.autoCrop) own.picture = withoutBars(movie_);
   look_ = Look(own, *stream_);
   size_ = wholePixels({look_.size().width * look_.pixelAspect(), look_.size().height});
 }

@@ -15,6 +15,7 @@ constexpr int64_t kSecond = 1000000;
 constexpr int64_t kMinute = 60 * kSecond;
 constexpr int64_t kUsualCount = 100;
 constexpr int kColumns = 10;
+constexpr int64_t kShortestRest = kSecond / 2;
 constexpr int64_t kLongestSide = 16384;  // pixels: what browsers decode everywhere
 
 /// "01:02:03.500", as WebVTT wants it.
@@ -47,7 +48,9 @@ int64_t usualSpan(int64_t duration) {
 }
 
 SpritePlan planSprites(int64_t duration, int64_t span, int width, int height) {
-  const int64_t count = std::max<int64_t>((duration + span - 1) / span, 1);
+  // A rest much shorter than the others gets no picture of its own.
+  const bool hasRest = duration % span > std::min(span / 10, kShortestRest);
+  const int64_t count = std::max<int64_t>(duration / span + (hasRest ? 1 : 0), 1);
   const int64_t columns = std::min<int64_t>(count, kColumns);
   const int64_t rows = (count + columns - 1) / columns;
   if (std::max(columns * width, rows * height) > kLongestSide)
@@ -62,7 +65,7 @@ SpritePlan planSprites(int64_t duration, int64_t span, int width, int height) {
                   .height = height};
   for (int64_t i = 0; i < count; ++i)
     plan.sprites.push_back({.start = i * span,
-                            .end = std::min((i + 1) * span, duration),
+                            .end = i + 1 < count ? (i + 1) * span : duration,
                             .x = static_cast<int>(i % columns) * width,
                             .y = static_cast<int>(i / columns) * height});
   return plan;

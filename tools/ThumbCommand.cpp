@@ -161,6 +161,12 @@ class Thumb {
     return formatTime(static_cast<double>(time) / kSecond);
   }
 
+  /// "0:07" or, where whole seconds are too coarse, "0:07.3".
+  static std::string caption(int64_t time, bool inTenths) {
+    const std::string text = timeText(time / kSecond * kSecond);
+    return inTenths ? fmt::format("{}.{}", text, time % kSecond * 10 / kSecond) : text;
+  }
+
   int drawPicture() const {
     const Moment moment = parseMoment(typed_.time);
     OutputFile target(typed_.output, typed_.force, typed_.input);
@@ -187,11 +193,11 @@ class Thumb {
                         .title = fs::path(typed_.input).filename().string(),
                         .facts = factsOf(input)});
     // In a short movie neighbours are less than a second apart.
-    const int64_t unit = length / count < 2 * kSecond ? kSecond / 10 : kSecond;
+    const bool inTenths = length / count < 2 * kSecond;
     Progress progress(Progress::Style::kBar, static_cast<double>(length) / kSecond);
     for (int i = 0; i < count; ++i) {
       const int64_t time = length * (2 * i + 1) / (2 * count);
-      sheet.add(*input.pictureAt(time), timeText(time / unit * unit));
+      sheet.add(*input.pictureAt(time), caption(time, inTenths));
       progress.update(static_cast<double>(time) / kSecond, i + 1);
     }
     progress.finish();
@@ -204,11 +210,12 @@ class Thumb {
     return input.status();
   }
 
-  /// "1:02:03, 1920x1080, 25 pictures a second".
+  /// "1:02:03  ·  1920 × 1080  ·  25 fps".
   static std::string factsOf(PictureInput& input) {
     const Size size = input.size();
     const AVRational rate = input.stream().avg_frame_rate;
-    std::string facts = fmt::format("{}  ·  {} × {}", timeText(input.duration().value_or(0)),
+    const int64_t length = input.duration().value_or(0);
+    std::string facts = fmt::format("{}  ·  {} × {}", caption(length, length < 10 * kSecond),
                                     size.width, size.height);
     if (rate.num > 0 && rate.den > 0)
       facts += fmt::format("  ·  {} fps", formatNumber(av_q2d(rate), 2));

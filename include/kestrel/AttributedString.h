@@ -21,6 +21,8 @@ struct TextAttributes {
   Font font;
   Color foregroundColor;
   ParagraphStyle paragraphStyle;
+  double outline = 0;  ///< how far a border around the glyphs reaches, pixels; 0: there is none
+  Color outlineColor = Color::black();
 
   bool operator==(const TextAttributes&) const = default;
 };

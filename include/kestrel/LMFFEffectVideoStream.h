@@ -77,8 +77,9 @@ class KESTREL_API LMFFEffectVideoStream {
   /// What a data provider's buffer receives: the output's pixel format at the media's size.
   LMFFVideoFormat outputDataFormat() const;
 
-  Size videoSize() const;         ///< the media's picture, pixels
-  Size displayVideoSize() const;  ///< the same with the width that `aspectType` makes
+  Size videoSize() const;  ///< the media's picture, pixels
+  /// The same with the width that `displayAspect` or, without one, `aspectType` makes.
+  Size displayVideoSize() const;
 
   // The finished picture.
 
@@ -143,7 +144,7 @@ class KESTREL_API LMFFEffectVideoStream {
   /// settings, centred. With `subtitleMarkup` its marks become looks.
   AttributedString subtitleAttributedText() const;
 
-  /// The text drawn on transparent ground, as large as it is when wrapped to the output's width;
+  /// The text drawn on transparent ground, as large as it is when wrapped between the margins;
   /// cut where it would reach above the output's upper edge. Null when nothing is left of it.
   std::shared_ptr<const BitmapImage> subtitleImageWithAttributedString(
       const std::optional<AttributedString>& string) const;
@@ -169,6 +170,10 @@ class KESTREL_API LMFFEffectVideoStream {
   /// The display shape: 1 four by three, 2 sixteen by nine, anything else the source's.
   int64_t aspectType() const;
   void setAspectType(int64_t type);
+  /// The display shape of the whole source, width / height, in place of `aspectType`; 0: that
+  /// counts. For sources whose shape is neither of the two that it knows.
+  double displayAspect() const;
+  void setDisplayAspect(double aspect);
   /// What is kept of the source, pixels.
   Rect cropRect() const;
   void setCropRect(const Rect& rect);
@@ -219,6 +224,12 @@ class KESTREL_API LMFFEffectVideoStream {
   /// made of. Off at first: the text shows as it stands.
   bool subtitleMarkup() const;
   void setSubtitleMarkup(bool markup);
+  /// How far a black outline reaches around the text; pixels. 0 at first: there is none.
+  float subtitleOutline() const;
+  void setSubtitleOutline(float width);
+  /// What stays free of text at the left and at the right, of the output's width. 0 at first.
+  float subtitleMargin() const;
+  void setSubtitleMargin(float share);
 
  private:
   struct State;

@@ -234,6 +234,11 @@ class KESTREL_API LMFFMovie {
   int64_t aspectType() const;
   void setAspectType(int64_t type);
 
+  /// The display shape of the whole source, width / height, in place of `aspectType`; 0: that
+  /// counts. For sources whose shape is neither of the two that it knows.
+  double displayAspect() const;
+  void setDisplayAspect(double aspect);
+
   /// What is kept of the source: pixels, origin at the lower left. As a text it is
   /// "{{10, 20}, {300, 200}}", origin and size; a text that is anything else makes it all zeros.
   Rect cropRect() const;
@@ -289,6 +294,12 @@ class KESTREL_API LMFFMovie {
   /// give them. Off at first: then only what follows the last comma of a line is shown, plainly.
   bool fullSubtitleText() const;
   void setFullSubtitleText(bool full);
+
+  float subtitleOutline() const;  ///< black, around the letters; pixels, 0 at first
+  void setSubtitleOutline(float width);
+  /// What stays free of text at the left and at the right, of the output's width; 0 at first.
+  float subtitleMargin() const;
+  void setSubtitleMargin(float share);
 
   /// Has the text subtitle drawn anew.
   void updateSubtitle();

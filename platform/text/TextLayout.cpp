@@ -173,6 +173,8 @@ TextLayout::TextLayout(const AttributedString& string, const Size& size, bool tr
     : size_(size),
       alignment_(string.attributes().paragraphStyle.alignment),
       color_(string.attributes().foregroundColor),
+      outline_(std::clamp(string.attributes().outline, 0.0, kMaximumFontSize)),
+      outlineColor_(string.attributes().outlineColor),
       sharedAlpha_(largestAlpha(string)) {
   const bool hasRoom = size.width > 0 && size.height > 0;
   if (!hasRoom || !(string.attributes().font.size > 0)) return;
@@ -236,9 +238,12 @@ void TextLayout::readLines() {
       const int right = ink.x + ink.width - logical.x - logical.width;
       const int above = logical.y - ink.y;
       const int below = ink.y + ink.height - logical.y - logical.height;
-      line.beside = pango_units_to_double(std::max({0, left, right}));
-      line.above = std::ceil(pango_units_to_double(std::max(0, above)));
-      line.below = std::ceil(pango_units_to_double(std::max(0, below)));
+      const auto reach = [this](int units) {
+        return std::max(0.0, pango_units_to_double(units) + outline_);
+      };
+      line.beside = reach(std::max(left, right));
+      line.above = std::ceil(reach(above));
+      line.below = std::ceil(reach(below));
     }
     lines_.push_back(line);
   } while (pango_layout_iter_next_line(iter.get()));
@@ -290,15 +295,28 @@ double TextLayout::leftEdgeOf(const Line& line, double margin) const {
 }
 
 void TextLayout::draw(cairo_t* cairo) const {
-  const double alpha = sharedAlpha_ > 0 ? component(color_.alpha) / sharedAlpha_ : 0;
-  cairo_set_source_rgba(cairo, component(color_.red), component(color_.green),
-                        component(color_.blue), alpha);
   // Where there is room, strokes that reach beyond the line's ends stay inside of the rectangle.
   const double margin = std::clamp((size_.width - widest()) / 2, 0.0, sideMargin());
-  for (const Line& line : lines_) {
-    cairo_move_to(cairo, std::floor(leftEdgeOf(line, margin)), topMargin() + line.baseline);
-    pango_cairo_show_layout_line(cairo, line.line);
+  const auto drawLines = [&](const Color& color, double alpha, auto&& draw) {
+    cairo_set_source_rgba(cairo, component(color.red), component(color.green),
+                          component(color.blue), alpha);
+    for (const Line& line : lines_) {
+      cairo_move_to(cairo, std::floor(leftEdgeOf(line, margin)), topMargin() + line.baseline);
+      draw(cairo, line.line);
+    }
+  };
+  if (outline_ > 0) {
+    // Half of a stroke lies inside of its glyph, which is drawn over it.
+    cairo_set_line_width(cairo, 2 * outline_);
+    cairo_set_line_join(cairo, CAIRO_LINE_JOIN_ROUND);
+    drawLines(outlineColor_, component(outlineColor_.alpha),
+              [](cairo_t* target, PangoLayoutLine* line) {
+                pango_cairo_layout_line_path(target, line);
+                cairo_stroke(target);
+              });
   }
+  drawLines(color_, sharedAlpha_ > 0 ? component(color_.alpha) / sharedAlpha_ : 0,
+            pango_cairo_show_layout_line);
 }
 
 }  // namespace kestrel

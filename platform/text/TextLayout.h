@@ -63,6 +63,8 @@ class TextLayout {
   Size size_;
   TextAlignment alignment_;
   Color color_;
+  double outline_ = 0;
+  Color outlineColor_;
   double sharedAlpha_ = 0;
   LayoutPtr layout_;
   std::vector<Line> lines_;

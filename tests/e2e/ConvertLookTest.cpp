@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <array>
@@ -158,6 +159,26 @@ TEST_F(ConvertLook, TheInputsOwnTurnIsAppliedOnceInEveryContainer) {
   }
 }
 
+TEST_F(ConvertLook, CropCountsOnTheUprightPicture) {
+  const auto source = fixture("av-rotated.mp4");
+  const auto upright = streamOf(converted(source, {}, "whole.mkv"), "video");
+  const auto output = converted(source, {"--crop", "8,24,64x80"});
+  EXPECT_EQ(streamOf(output, "video")["width"], 64);
+  EXPECT_EQ(streamOf(output, "video")["height"], 80);
+  EXPECT_GT(likeness(output, source, "crop=64:80:8:24"), 35);  // ffmpeg turns its own input
+  const std::string beyond = fmt::format("0,0,{}x16", upright["width"].get<int>() + 2);
+  EXPECT_TRUE(
+      endsWithSentence(convert(source, folder_ / "bad.mkv", {"--crop", beyond}), 2, beyond));
+}
+
+TEST_F(ConvertLook, PixelsOfAnyShapeAreFittedAsTheyAreMeant) {
+  // 240x180 pixels twice as wide as high show 480x180: 320x120 in 320x180.
+  const auto source = made("flat.mkv", "color=white:s=240x180:r=25:d=0.2,setsar=2");
+  const Pixels shown(converted(source, {"--size", "320x180", "--zoom", "fit"}), 0, 320);
+  for (const int y : {0, 27, 152, 179}) expectNear(shown.at(160, y), {0, 0, 0}, 3);
+  for (const int y : {32, 90, 147}) expectNear(shown.at(160, y), {255, 255, 255}, 3);
+}
+
 TEST_F(ConvertLook, FitPutsBarsOnTwoSides) {
   const auto source = made("wide.mkv", "color=white:s=240x180:r=25:d=0.2");
   const Pixels shown(converted(source, {"--size", "320x180", "--zoom", "fit"}), 0, 320);
@@ -277,6 +298,21 @@ TEST_F(ConvertSubtitles, ShowAtTheirTimes) {
   EXPECT_EQ(Pixels(output, 2.2, 320).bright(), 0);
 }
 
+TEST_F(ConvertSubtitles, CanBeReadOnWhite) {
+  const auto text = written("a.srt", std::string(kCue) + "HHHH\n");
+  const auto white = made("white.mkv", "color=white:s=320x180:r=25:d=3");
+  const auto darkest = [&](const Arguments& options) {
+    const Pixels shown(converted(white, joined({"--subtitles", text.string()}, options)), 1.5, 320);
+    int least = 255;
+    for (int y = 0; y < 180; ++y)
+      for (int x = 0; x < 320; ++x) least = std::min(least, shown.at(x, y)[1]);
+    return least;
+  };
+  EXPECT_LT(darkest({"--subtitle-outline", "2"}), 60);
+  EXPECT_LT(darkest({}), 128);
+  EXPECT_GT(darkest({"--subtitle-outline", "0"}), 240);
+}
+
 TEST_F(ConvertSubtitles, KeepTheWholeSentence) {
   const auto part = written("part.srt", std::string(kCue) + " of course\n");
   const auto whole = written("whole.srt", std::string(kCue) + "Well, yes, of course\n");
@@ -377,6 +413,7 @@ TEST_F(ConvertLook, WhatCannotBeReadIsNamed) {
         {"--watermark", binary.string()},
         {"--subtitles", folder_ / "none.srt"},
         {"--subtitles", binary.string()},
+        {"--subtitles", folder_.path().string()},
         {"--subtitles", fixture("av25.mp4").string()}}) {
     const auto output = folder_ / "bad.mp4";
     EXPECT_TRUE(endsWithSentence(convert(source, output, {option, file}), 1, file));
@@ -400,6 +437,12 @@ TEST_F(ConvertLook, WrongValuesAreWrongUsage) {
         {{"--subtitle-font", "No Such Typeface 30"}, "'No Such Typeface'"},
         {{"--subtitle-color", "yelow"}, "'Yellow'"},
         {{"--subtitle-track", "0"}, "subtitle track 0"},
+        {{"--crop", ""}, "--crop: the value is empty"},
+        {{"--subtitles", ""}, "--subtitles: the value is empty"},
+        {{"--hue", "11"}, "'11' is not a number from 0 to 10"},
+        {{"--subtitle-color", "red"}, "--subtitle-color needs --subtitles"},
+        {{"--subtitle-track", "fre"}, "'fre': the input has none"},
+        {{"--crop", "2000000000,0,2000000000x10"}, "320x180"},
         {{"--crop", "0,0,10x10", "--auto-crop"}, "give one of them"}}) {
     SCOPED_TRACE(testing::PrintToString(options));
     const auto output = folder_ / "bad.mp4";

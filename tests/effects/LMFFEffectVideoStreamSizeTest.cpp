@@ -55,6 +55,14 @@ TEST_F(LMFFEffectVideoStreamSize, FourByThreeWidens) {
   EXPECT_EQ(displaySize(1), (Size{768, 576}));
 }
 
+TEST_F(LMFFEffectVideoStreamSize, AShapeGivenAsANumberComesFirst) {
+  setSize(720, 480);
+  stream_.setDisplayAspect(2);
+  for (const int64_t type : {0, 1, 2}) EXPECT_EQ(displaySize(type), (Size{960, 480}));
+  stream_.setDisplayAspect(0);
+  EXPECT_EQ(displaySize(1), (Size{640, 480}));
+}
+
 TEST_F(LMFFEffectVideoStreamSize, OtherShapesAreTheSources) {
   setSize(720, 576);
   for (const int64_t type : {3, -1, 1000}) EXPECT_EQ(displaySize(type), (Size{720, 576}));

@@ -214,6 +214,36 @@ TEST_F(LMFFEffectVideoStreamSubtitle, NewFontShowsWithTheNextTextOrUpdate) {
   EXPECT_LT(small->extent().size.height, large->extent().size.height);
 }
 
+// Outline and margin.
+
+TEST_F(LMFFEffectVideoStreamSubtitle, AnOutlineIsBlackAndAsWideAsAsked) {
+  const auto plain = drawn("HH");
+  stream_.setSubtitleOutline(4);
+  const auto outlined = drawn("HH");
+  const auto blacks = [](const BitmapImage& image) {
+    int count = 0;
+    for (int y = 0; y < image.height(); ++y)
+      for (int x = 0; x < image.width(); ++x)
+        count += rgbaAt(image, x, y) == Rgba{0, 0, 0, 255} ? 1 : 0;
+    return count;
+  };
+  EXPECT_EQ(blacks(*plain), 0);
+  EXPECT_GT(blacks(*outlined), 1000);
+  const auto [plainTop, plainBottom] = inkRows(*plain);
+  const auto [top, bottom] = inkRows(*outlined);
+  EXPECT_NEAR(bottom - top, plainBottom - plainTop + 2 * 4, 1);
+}
+
+TEST_F(LMFFEffectVideoStreamSubtitle, AMarginWrapsTheTextEarlier) {
+  const std::string text = "many words that take about the whole width of it";
+  const auto wide = drawn(text);
+  stream_.setSubtitleMargin(0.2F);
+  const auto narrow = drawn(text);
+  EXPECT_GT(wide->width(), 1280 * 6 / 10);
+  EXPECT_LE(narrow->width(), 1280 * 6 / 10);
+  EXPECT_GT(narrow->height(), wide->height());
+}
+
 // Markup.
 
 TEST_F(LMFFEffectVideoStreamSubtitle, MarksAreTextUnlessAskedFor) {

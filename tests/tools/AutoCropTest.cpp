@@ -36,6 +36,10 @@ TEST(AutoCrop, FindsBarsAtTheSides) {
   EXPECT_EQ(areaOf("boxed-left-right.mp4"), (Area{40, 0, 240, 180}));
 }
 
+TEST(AutoCrop, FindsBarsWhoseOutermostLineIsBrighter) {
+  EXPECT_EQ(areaOf("boxed-frayed.mp4"), (Area{40, 0, 240, 180}));
+}
+
 TEST(AutoCrop, FindsBarsAllAround) {
   EXPECT_EQ(areaOf("boxed-all-around.mp4"), (Area{40, 22, 240, 136}));
 }

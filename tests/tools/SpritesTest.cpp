@@ -32,6 +32,14 @@ TEST(Sprites, StandInRowsOfTenWithTheLastSpanCutAtTheEnd) {
   EXPECT_EQ(plan.sprites[11].end, 23'500'000);
 }
 
+TEST(Sprites, ARestTooShortToSeeBelongsToTheLastPicture) {
+  const SpritePlan plan = planSprites(30'003'000, kSecond, 160, 90);
+  ASSERT_EQ(plan.sprites.size(), 30u);
+  EXPECT_EQ(plan.rows, 3);
+  EXPECT_EQ(plan.sprites.back().end, 30'003'000);
+  EXPECT_EQ(planSprites(30'200'000, kSecond, 160, 90).sprites.size(), 31u);
+}
+
 TEST(Sprites, FewPicturesMakeANarrowSheet) {
   const SpritePlan plan = planSprites(3 * kSecond, kSecond, 160, 90);
   EXPECT_EQ(plan.columns, 3);
