@@ -95,7 +95,7 @@ void LMFFEffectVideoStream::updateConverter() {
   const int pixelFormat = outputFormat().pix_fmt;
   state.converted = input ? input->videoFormat() : LMFFVideoFormat{};
   state.isToRgba = pixelFormat == AV_PIX_FMT_RGBA;
-  if (!configure(state.graph.get(), state.converted, pixelFormat, &state.buffersrc,
+  if (!configure(state.graph.get(), *state.converted, pixelFormat, &state.buffersrc,
                  &state.buffersink))
     free_graph();
 }
@@ -126,6 +126,10 @@ void LMFFEffectVideoStream::writeFrame(const AVFrame* frame) { writeFrame(frame,
 
 void LMFFEffectVideoStream::writeFrame(const AVFrame* frame, const DataProvider& dataProvider) {
   State& state = *state_;
+  // What a container did not tell when the stream was set up, the first picture does.
+  const auto source = media();
+  if (!state.graph && state.converted && source && source->videoFormat() != *state.converted)
+    updateConverter();
   std::shared_ptr<AVFrame> input;
   if (frame && frame->data[0] && state.buffersrc) input = FramePtr(av_frame_clone(frame));
   if (input) tagPictureColor(*input);  // what the frame says of its colours is honoured

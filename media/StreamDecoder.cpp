@@ -84,8 +84,9 @@ void StreamDecoder::send(const AVPacket& packet) {
         !isTransport_ && packet.pts == AV_NOPTS_VALUE && packet.dts != AV_NOPTS_VALUE;
     firstTime_ = packet.dts == AV_NOPTS_VALUE ? 0 : packet.dts;
   }
+  const bool mayBeCut = isFirstPacket_ && isTransport_;
   isFirstPacket_ = false;
-  submit(&packet);
+  if (!submit(&packet) && !mayBeCut) ++errors_;
 }
 
 void StreamDecoder::sendEnd() {
@@ -94,14 +95,15 @@ void StreamDecoder::sendEnd() {
   submit(nullptr);
 }
 
-void StreamDecoder::submit(const AVPacket* packet) {
+/// False for a packet that the decoder refused.
+bool StreamDecoder::submit(const AVPacket* packet) {
   int result = avcodec_send_packet(context_.get(), packet);
   if (result == AVERROR(EAGAIN)) {
     collect();
     result = avcodec_send_packet(context_.get(), packet);
   }
-  if (result < 0 && result != AVERROR_EOF) ++errors_;
   collect();
+  return result >= 0 || result == AVERROR_EOF;
 }
 
 void StreamDecoder::collect() {

@@ -243,6 +243,28 @@ TEST_F(Thumb, AnInputThatEndsEarlyGivesItsLastPictureAndSaysSo) {
   EXPECT_EQ(thumb({"half.mkv", "begin.png", "--time", "0.5"}).status, 0);
 }
 
+TEST_F(Thumb, AStillIsThereAsLongAsItsSound) {
+  KESTREL_NEED_MEDIA("dvd-still-subpictures-ac3.vob");
+  const std::string clip = mediaFile("dvd-still-subpictures-ac3.vob").string();
+  const fs::path first = folder_ / "first.png";
+  for (const char* time : {"0", "3", "50%", "100%"}) {
+    const RunResult result = thumb({clip, "out.png", "--force", "--time", time});
+    EXPECT_EQ(result.status, 0) << time << result.err;
+    if (!fs::exists(first)) fs::copy(folder_ / "out.png", first);
+    EXPECT_EQ(rgb(folder_ / "out.png"), rgb(first)) << time;
+  }
+}
+
+TEST_F(Thumb, AStillWhoseSoundEndsEarlySaysSo) {
+  ffmpeg({"-f", "lavfi", "-i", "color=red:size=64x64:duration=0.04", "-f", "lavfi", "-i",
+          "sine=duration=20", "-c:v", "ffv1", "-c:a", "flac", (folder_ / "whole.mkv").string()});
+  EXPECT_EQ(thumb({"whole.mkv", "out.png", "--time", "15"}).status, 0);
+  const std::string whole = readBytes(folder_ / "whole.mkv");
+  writeBytes(folder_ / "half.mkv", whole.substr(0, whole.size() / 2));
+  EXPECT_TRUE(endsWithSentence(thumb({"half.mkv", "half.png", "--time", "15"}), 3,
+                               "'half.mkv' ended early, at "));
+}
+
 TEST_F(Thumb, ReadsWhatComesThroughAPipe) {
   const RunResult result = run({"sh", "-c", "cat \"$1\" | \"$0\" thumb /dev/stdin out.png --time 2",
                                 kestrelBinary(), fixture("numbered25.mkv").string()},
