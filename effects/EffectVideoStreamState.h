@@ -30,6 +30,7 @@ struct LMFFEffectVideoStream::State {
   void convert(const AVFrame* frame);
   bool canWait(const std::shared_ptr<const AVFrame>& frame) const;
   void convertPending();
+  bool isOutdated() const;
 
   // Settings.
   Guarded<std::shared_ptr<LMFFMedia>> media;

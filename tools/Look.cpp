@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 #include "Failure.h"
@@ -13,6 +14,7 @@
 
 extern "C" {
 #include <libavformat/avformat.h>
+#include <libavutil/pixdesc.h>
 }
 
 using namespace kestrel;
@@ -29,6 +31,16 @@ double pixelAspectOf(const AVStream& stream) {
   return 1;
 }
 
+/// Whether pictures may have an alpha: by their pixels or, where that lies beside the pictures as
+/// in WebM, by the stream's tags.
+bool isTransparent(const AVStream& stream) {
+  const auto format = static_cast<AVPixelFormat>(stream.codecpar->format);
+  const AVPixFmtDescriptor* description = av_pix_fmt_desc_get(format);
+  const AVDictionaryEntry* mode = av_dict_get(stream.metadata, "alpha_mode", nullptr, 0);
+  return (description && (description->flags & AV_PIX_FMT_FLAG_ALPHA) != 0) ||
+         (mode && std::string_view(mode->value) == "1");
+}
+
 /// Whether a turn maps the grid of pixels onto itself.
 bool isQuarterTurn(double degrees) { return std::abs(std::remainder(degrees, 90)) < kSameAngle; }
 
@@ -38,7 +50,8 @@ bool swapsSides(double degrees) {
 
 }  // namespace
 
-Look::Look(const LookSettings& settings, const AVStream& stream) : settings_(settings) {
+Look::Look(const LookSettings& settings, const AVStream& stream)
+    : settings_(settings), isTransparent_(isTransparent(stream)) {
   const Size source{static_cast<double>(stream.codecpar->width),
                     static_cast<double>(stream.codecpar->height)};
   crop_ = {{0, 0}, source};
@@ -86,7 +99,7 @@ bool Look::isPlain() const {
   return !s.crop && !s.autoCrop && !s.zoom && s.displayAspect == 0 && rotate_ == 0 && !mirrored_ &&
          !s.vflip && s.saturation == none.saturation && s.brightness == none.brightness &&
          s.contrast == none.contrast && s.hue == none.hue && s.effect.empty() && !s.watermark &&
-         s.subtitles.empty() && s.subtitleTrack.empty();
+         s.subtitles.empty() && s.subtitleTrack.empty() && !isTransparent_;
 }
 
 void Look::apply(LMFFMovie& movie, Size output) const {
