@@ -210,6 +210,10 @@ TEST_F(Thumb, WrongUsageIsToldInOneSentence) {
       {{"out.png", "--sprites", "--every", "0"}, "--every"},
       {{"out.png", "--effect", "Bloum"}, "'Bloom'"},
       {{"out.png", "--crop", "0,0,999x10"}, "--crop"},
+      {{"out.png", "--crop", "all"}, "--crop: 'all'"},
+      {{"out.png", "--size", "0x10"}, "--size: '0x10'"},
+      {{"out.png", "--subtitle-font", "No Such Typeface 30"}, "'No Such Typeface'"},
+      {{"out.png", "--subtitle-track", "0"}, "subtitle track 0"},
   };
   for (const auto& [arguments, message] : mistakes)
     EXPECT_TRUE(endsWithSentence(thumb(joined({input}, arguments)), 2, message)) << message;
@@ -225,6 +229,10 @@ TEST_F(Thumb, BadInputIsToldInOneSentence) {
   EXPECT_TRUE(endsWithSentence(thumb({sound, "out.png"}), 1, "has no pictures"));
   EXPECT_TRUE(endsWithSentence(thumb({fixture("av25.mp4").string(), "missing/out.png"}), 1,
                                "missing/out.png"));
+  const std::string movie = fixture("av25.mp4").string();
+  for (const char* option : {"--watermark", "--subtitles"})
+    for (const char* file : {"missing.any", "noise.mp4"})
+      EXPECT_TRUE(endsWithSentence(thumb({movie, "out.png", option, file}), 1, file)) << option;
   EXPECT_EQ(namesIn(folder_.path()), Names{"noise.mp4"});
 }
 
