@@ -13,11 +13,12 @@
 namespace kestrel {
 
 struct LMFFEffectVideoStream::State {
-  // The converter: frames of the format `converted` become `imageFrame`s.
+  // The converter: frames of the format `converted`, absent until it was asked for, become
+  // `imageFrame`s. Without a graph that was not possible.
   FilterGraphPtr graph;
   AVFilterContext* buffersink = nullptr;  // both belong to the graph
   AVFilterContext* buffersrc = nullptr;
-  LMFFVideoFormat converted;
+  std::optional<LMFFVideoFormat> converted;
   bool isToRgba = false;
 
   // The picture. A frame that the image engine can read as it is waits in `pending`, and is
@@ -29,6 +30,7 @@ struct LMFFEffectVideoStream::State {
   void convert(const AVFrame* frame);
   bool canWait(const std::shared_ptr<const AVFrame>& frame) const;
   void convertPending();
+  bool isOutdated() const;
 
   // Settings.
   Guarded<std::shared_ptr<LMFFMedia>> media;

@@ -95,7 +95,7 @@ void LMFFEffectVideoStream::updateConverter() {
   const int pixelFormat = outputFormat().pix_fmt;
   state.converted = input ? input->videoFormat() : LMFFVideoFormat{};
   state.isToRgba = pixelFormat == AV_PIX_FMT_RGBA;
-  if (!configure(state.graph.get(), state.converted, pixelFormat, &state.buffersrc,
+  if (!configure(state.graph.get(), *state.converted, pixelFormat, &state.buffersrc,
                  &state.buffersink))
     free_graph();
 }
@@ -118,6 +118,16 @@ bool LMFFEffectVideoStream::State::canWait(const std::shared_ptr<const AVFrame>&
          Image::fromPlanes(yuvPictureOf(frame).value_or(YUVPicture{})) != nullptr;
 }
 
+/// True when the converter was set up for another kind of pixels than the media's pictures turned
+/// out to have, or could not be set up since the container did not tell enough of them.
+bool LMFFEffectVideoStream::State::isOutdated() const {
+  const auto source = media.get();
+  if (!source || !converted) return false;
+  const LMFFVideoFormat actual = source->videoFormat();
+  const bool hasSize = actual.width == converted->width && actual.height == converted->height;
+  return actual != *converted && (!graph || hasSize);
+}
+
 void LMFFEffectVideoStream::State::convertPending() {
   if (const auto frame = std::exchange(pending, nullptr)) convert(frame.get());
 }
@@ -126,6 +136,7 @@ void LMFFEffectVideoStream::writeFrame(const AVFrame* frame) { writeFrame(frame,
 
 void LMFFEffectVideoStream::writeFrame(const AVFrame* frame, const DataProvider& dataProvider) {
   State& state = *state_;
+  if (state.isOutdated()) updateConverter();
   std::shared_ptr<AVFrame> input;
   if (frame && frame->data[0] && state.buffersrc) input = FramePtr(av_frame_clone(frame));
   if (input) tagPictureColor(*input);  // what the frame says of its colours is honoured

@@ -3,6 +3,7 @@
 #include <kestrel/LMFFEffectVideoStream.h>
 
 #include <algorithm>
+#include <cmath>
 #include <numbers>
 
 namespace kestrel {
@@ -40,6 +41,12 @@ std::shared_ptr<const Image> centred(const std::shared_ptr<const Image>& image, 
   return image->translated(-centre.x, -centre.y);
 }
 
+/// Text between two pixels would be soft.
+std::shared_ptr<const Image> onWholePixels(const std::shared_ptr<const Image>& image) {
+  const Point at = image->extent().origin;
+  return image->translated(std::round(at.x) - at.x, std::round(at.y) - at.y);
+}
+
 float factor(double target, double size) {
   return static_cast<float>(target / std::max(static_cast<float>(size), 1.0F));
 }
@@ -70,7 +77,8 @@ std::shared_ptr<const Image> LMFFEffectVideoStream::currentEffectImage() const {
   picture = image(picture, effectFilter());
   picture = sourceOverImage(picture, imagewithColor(Color::black()));
   if (const auto mark = watermark()) picture = sourceOverImage(mark, picture);
-  if (const auto subtitle = currentSubtitleImage()) picture = sourceOverImage(subtitle, picture);
+  if (const auto subtitle = currentSubtitleImage())
+    picture = sourceOverImage(onWholePixels(subtitle), picture);
   return picture ? picture->cropped(output) : nullptr;
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "media/LMFFMediaState.h"
+#include "media/SubtitleHistory.h"
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
 
@@ -29,6 +30,11 @@ constexpr int64_t kBackSteps[] = {0, 1000000, 2000000, 5000000, 10000000, 200000
 constexpr int kMostPacketsToProbe = 500;
 constexpr int kMostLeadingPictures = 8;
 
+/// A bitmap subtitle that is shown at a time began so long (microseconds) before it at most, and is
+/// looked for among so many packets.
+constexpr int64_t kSubtitleLead = 20000000;
+constexpr int kMostPacketsForSubtitle = 20000;
+
 int64_t toStream(int64_t time, const LMFFMediaStream& stream) {
   return av_rescale_q(time, kMicroseconds, toAV(stream.timebase()));
 }
@@ -39,10 +45,9 @@ int64_t packetTime(const AVPacket& packet) {
 
 int64_t frameEnd(const AVFrame& frame) { return frame.pts + frameDuration(frame); }
 
-/// True strictly between a subtitle's start and end.
-bool isShownAt(int64_t time, const AVFrame& subtitle) {
-  return subtitle.pts != AV_NOPTS_VALUE && subtitle.pts < time &&
-         time - subtitle.pts < frameDuration(subtitle);
+bool isBitmapSubtitle(const LMFFMediaStream& stream) {
+  const auto* codec = avcodec_descriptor_get(static_cast<AVCodecID>(stream.get_codec_id()));
+  return codec && (codec->props & AV_CODEC_PROP_BITMAP_SUB) != 0;
 }
 
 bool isFormat(const AVFormatContext& context, std::string_view name) {
@@ -207,9 +212,7 @@ AVFrame* LMFFMedia::videoFrameAtTime(int64_t time) {
 
 std::shared_ptr<const Image> LMFFMedia::subtitleAtTime(int64_t time) const {
   const auto stream = subtitleStream();
-  if (!stream) return nullptr;
-  const bool isShown = isShownAt(toStream(start_time() + time, *stream), *stream->frame());
-  return isShown ? stream->subtitle() : nullptr;
+  return stream ? stream->subtitleAt(toStream(start_time() + time, *stream)) : nullptr;
 }
 
 std::shared_ptr<LMFFMediaStream> LMFFMedia::textStreamShowingAt(int64_t time) {
@@ -222,7 +225,8 @@ std::shared_ptr<LMFFMediaStream> LMFFMedia::textStreamShowingAt(int64_t time) {
     // A media with pictures does not read for its texts by itself: read up to the time, no further.
     if (hasVideo() && (last_pts() >= target || !forwardNextPacket())) break;
   }
-  return isShownAt(wanted, *stream->frame()) ? stream : nullptr;
+  const AVFrame& text = *stream->frame();
+  return SubtitleSpan{text.pts, frameDuration(text)}.contains(wanted) ? stream : nullptr;
 }
 
 std::optional<std::string> LMFFMedia::subtitleStringAtTime(int64_t time) {
@@ -290,6 +294,7 @@ void LMFFMedia::seek(int64_t time) {
   // What comes only once is read from where it is; and a demuxer at its beginning has every packet
   // still to come, where seeking there would drop those that lie before the first key picture.
   const bool canSeek = source()->isSeekable() && (state_->hasRead || time > 0);
+  if (canSeek) readSubtitleBefore(target);
   if (canSeek && seekContainer(context, *this, containerTarget) < 0) {
     const bool isSubtitleFile = list.size() == 1 && list.front()->isSubtitle();
     if (isSubtitleFile && target == 0)
@@ -317,6 +322,29 @@ void LMFFMedia::seek(int64_t time) {
   if (isFormat(*context, "mp3") && hasAudio())
     while (audioStream()->outputSamples() == 0 && forwardNextPacket()) {
     }
+}
+
+/// Decodes the bitmap subtitle shown at a time of the container's, and those shortly before it: it
+/// may have begun long before the key picture from which the time's picture is decoded.
+void LMFFMedia::readSubtitleBefore(int64_t target) {
+  const auto subtitle = subtitleStream();
+  if (!subtitle || !isBitmapSubtitle(*subtitle) || target <= start_time()) return;
+  AVFormatContext* context = formatContext();
+  const int64_t from = target - kSubtitleLead;
+  state_->hasRead = true;
+  const bool isMoved = from > start_time() && seekBackward(context, from) >= 0;
+  if (!isMoved && seekToBeginning(context, *this) < 0) return;
+  AVPacket* packet = state_->packet.get();
+  bool isPast = false;
+  for (int i = 0; i < kMostPacketsForSubtitle && !isPast; ++i) {
+    if (av_read_frame(context, packet) < 0) return;
+    const auto stream = mediaStreamForStreamIndex(static_cast<uint32_t>(packet->stream_index));
+    const int64_t time = packet->dts == AV_NOPTS_VALUE ? packet->pts : packet->dts;
+    isPast = stream && time != AV_NOPTS_VALUE &&
+             av_compare_ts(time, toAV(stream->timebase()), target, kMicroseconds) >= 0;
+    if (stream == subtitle && !isPast) subtitle->decodePacket(packet);
+    av_packet_unref(packet);
+  }
 }
 
 /// Whether the decoded picture lasts beyond a time of the container's, or none is wanted.

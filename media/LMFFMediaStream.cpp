@@ -14,6 +14,7 @@
 
 #include "media/StreamDecoder.h"
 #include "media/SubtitleContent.h"
+#include "media/SubtitleHistory.h"
 #include "support/FFmpegCompat.h"
 #include "support/Guarded.h"
 
@@ -55,6 +56,8 @@ struct LMFFMediaStream::State {
   int64_t soundEnd = AV_NOPTS_VALUE;  // where the last decoded audio frame ends, in the time base
   int64_t audio_sync_frame = 0;
   Guarded<std::shared_ptr<const Image>> subtitle;
+  Guarded<std::shared_ptr<const Image>> wholeSubtitle;
+  SubtitleHistory earlierSubtitles;
   Guarded<std::optional<std::string>> subtitleString;
   Guarded<std::optional<std::string>> subtitleMarkup;
   Guarded<std::shared_ptr<LMFFAudioResample>> resample;
@@ -79,6 +82,8 @@ struct LMFFMediaStream::State {
   bool storeSound(const LMFFMediaStream& self, FramePtr frame);
   bool decodeSound(const LMFFMediaStream& self);
   bool decodeSubtitle(const LMFFMediaStream& self, const AVPacket* packet);
+  SubtitleSpan subtitleSpan() const { return {currentFrame->pts, frameDuration(*currentFrame)}; }
+  void keepSubtitle(const LMFFMediaStream& self);
 };
 
 LMFFMediaStream::LMFFMediaStream() : state_(std::make_unique<State>()) {}
@@ -207,6 +212,7 @@ void LMFFMediaStream::close() {
   setRawPackets({});
   setResample(nullptr);
   setSubtitle(nullptr);
+  state_->earlierSubtitles.clear();
   setSubtitleString(std::nullopt);
   state_->decoder.close();
 }
@@ -226,6 +232,7 @@ void LMFFMediaStream::seek(int64_t time) {
   state_->soundEnd = AV_NOPTS_VALUE;
   state_->isFlushed = false;
   setSubtitle(nullptr);
+  state_->earlierSubtitles.clear();
   setRawPackets({});
   setAudio_sync_frame(av_rescale_q(time, toAV(timebase()), toAV(audioOutputTimebase())));
   if (const auto resampler = resample()) resampler->close();
@@ -335,12 +342,15 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   frame->pts = start;
   frame->pkt_dts = start;
   // A bitmap that is told no end stays until the next one.
-  const bool isOpenEnded = content.end_display_time == 0 && content.num_rects > 0 &&
-                           content.rects[0]->type == SUBTITLE_BITMAP;
+  const bool isBitmap = content.num_rects > 0 && content.rects[0]->type == SUBTITLE_BITMAP;
+  const bool isOpenEnded = isBitmap && content.end_display_time == 0;
   const int64_t end = isOpenEnded ? std::numeric_limits<uint32_t>::max() : content.end_display_time;
-  setFrameDuration(*frame,
-                   av_rescale_q(end - content.start_display_time, kMilliseconds, timebase));
-  if (content.num_rects == 0) subtitle.set(nullptr);  // ends the one before
+  setFrameDuration(*frame, av_rescale_q(end - content.start_display_time, kMilliseconds, timebase));
+  keepSubtitle(self);
+  if (isBitmap || content.num_rects == 0) {  // an empty one ends the one before
+    subtitle.set(nullptr);
+    wholeSubtitle.set(nullptr);
+  }
   std::string markup;
   for (unsigned i = 0; i < content.num_rects; ++i) {
     const AVSubtitleRect& rect = *content.rects[i];
@@ -348,12 +358,33 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
       subtitleString.set(subtitleTextOfLine(rect.ass));
       markup += (markup.empty() ? "" : "\n") + subtitleMarkupOfLine(rect.ass);
       subtitleMarkup.set(markup);
-    } else if (rect.type == SUBTITLE_BITMAP)
-      subtitle.set(subtitleImageOfBitmap(rect, media ? media->videoFormat().height : 0));
+    } else if (rect.type == SUBTITLE_BITMAP) {
+      const auto image = subtitleImageOfBitmap(rect, media ? media->videoFormat().height : 0);
+      subtitle.set(image);
+      wholeSubtitle.set(subtitleImageOver(image, wholeSubtitle.get()));
+    }
   }
   avsubtitle_free(&content);
   store(std::move(frame));
   return true;
+}
+
+/// Notes the current bitmap subtitle, or that there is none, before the next one replaces it, for
+/// as long as a picture of its time may still be shown.
+void LMFFMediaStream::State::keepSubtitle(const LMFFMediaStream& self) {
+  const auto pictures = media ? media->videoStream() : nullptr;
+  if (!pictures) return;
+  earlierSubtitles.add(subtitleSpan(), wholeSubtitle.get());
+  const AVFrame& picture = *pictures->frame();
+  if (picture.data[0])
+    earlierSubtitles.forgetBefore(
+        av_rescale_q(picture.pts, toAV(pictures->timebase()), toAV(self.timebase())));
+}
+
+std::shared_ptr<const Image> LMFFMediaStream::subtitleAt(int64_t time) const {
+  const SubtitleSpan span = state_->subtitleSpan();
+  if (span.start == AV_NOPTS_VALUE || time <= span.start) return state_->earlierSubtitles.at(time);
+  return span.contains(time) ? state_->wholeSubtitle.get() : nullptr;
 }
 
 AVFrame* LMFFMediaStream::frame() const { return state_->currentFrame.get(); }
@@ -389,6 +420,7 @@ void LMFFMediaStream::setResample(std::shared_ptr<LMFFAudioResample> resample) {
 std::shared_ptr<const Image> LMFFMediaStream::subtitle() const { return state_->subtitle.get(); }
 
 void LMFFMediaStream::setSubtitle(std::shared_ptr<const Image> subtitle) {
+  state_->wholeSubtitle.set(subtitle);
   state_->subtitle.set(std::move(subtitle));
 }
 

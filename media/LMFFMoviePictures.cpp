@@ -16,6 +16,9 @@ namespace {
 /// A picture is enlarged a hundred times at most.
 constexpr double kLeastRatio = 0.01;
 
+/// A fitted size comes of a ratio in single precision; so much of it, in parts, is no pixel more.
+constexpr double kInexact = 1e-6;
+
 }  // namespace
 
 void LMFFMovie::decodeImage(const std::function<void()>& work, bool wait) {
@@ -66,7 +69,8 @@ std::shared_ptr<const BitmapImage> LMFFMovie::thumbnailAtTime(int64_t time, cons
           stream->writeFrame(frame);
           const auto image = stream->currentEffectImage();
           const Rect fitted = scaleRect(image ? image->extent() : Rect{}, {{0, 0}, size});
-          const Rect target = integral({{0, 0}, fitted.size});
+          const Rect target = integral(
+              {{0, 0}, {fitted.size.width * (1 - kInexact), fitted.size.height * (1 - kInexact)}});
           if (image && !isEmpty(target))
             thumbnail = state_->imageContext.bitmapImage(stretchedImage(*image, target), target);
         });

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "support/CodecLock.h"
@@ -13,6 +14,18 @@ namespace {
 
 /// After so many pictures without a time the stream is taken for one that has none.
 constexpr size_t kMostUndated = 8;
+
+/// The decoder of a stream. WebM keeps an alpha beside the pictures, which only some decoders read.
+const AVCodec* decoderOf(const AVStream& stream) {
+  const AVCodecID id = stream.codecpar->codec_id;
+  const AVDictionaryEntry* mode = av_dict_get(stream.metadata, "alpha_mode", nullptr, 0);
+  const AVCodec* codec = nullptr;
+  if (mode && std::string_view(mode->value) == "1") {
+    if (id == AV_CODEC_ID_VP8) codec = avcodec_find_decoder_by_name("libvpx");
+    if (id == AV_CODEC_ID_VP9) codec = avcodec_find_decoder_by_name("libvpx-vp9");
+  }
+  return codec ? codec : avcodec_find_decoder(id);
+}
 
 }  // namespace
 
@@ -33,7 +46,7 @@ void StreamDecoder::setExtradata(std::vector<uint8_t> bytes, int size) {
 void StreamDecoder::makeContext() {
   context_.reset();
   if (!stream_) return;
-  context_.reset(avcodec_alloc_context3(avcodec_find_decoder(stream_->codecpar->codec_id)));
+  context_.reset(avcodec_alloc_context3(decoderOf(*stream_)));
   if (!context_) return;
   avcodec_parameters_to_context(context_.get(), stream_->codecpar);
   context_->pkt_timebase = stream_->time_base;
@@ -53,7 +66,7 @@ bool StreamDecoder::isOpen() const { return context_ && avcodec_is_open(context_
 bool StreamDecoder::open() {
   if (isOpen()) return true;
   if (!context_ || !context_->codec_id) return false;
-  const AVCodec* codec = avcodec_find_decoder(context_->codec_id);
+  const AVCodec* codec = decoderOf(*stream_);
   if (!codec) return false;
   int result = 0;
   {
@@ -84,8 +97,9 @@ void StreamDecoder::send(const AVPacket& packet) {
         !isTransport_ && packet.pts == AV_NOPTS_VALUE && packet.dts != AV_NOPTS_VALUE;
     firstTime_ = packet.dts == AV_NOPTS_VALUE ? 0 : packet.dts;
   }
+  const bool mayBeCut = isFirstPacket_ && isTransport_;
   isFirstPacket_ = false;
-  submit(&packet);
+  if (!submit(&packet) && !mayBeCut) ++errors_;
 }
 
 void StreamDecoder::sendEnd() {
@@ -94,14 +108,15 @@ void StreamDecoder::sendEnd() {
   submit(nullptr);
 }
 
-void StreamDecoder::submit(const AVPacket* packet) {
+/// False for a packet that the decoder refused.
+bool StreamDecoder::submit(const AVPacket* packet) {
   int result = avcodec_send_packet(context_.get(), packet);
   if (result == AVERROR(EAGAIN)) {
     collect();
     result = avcodec_send_packet(context_.get(), packet);
   }
-  if (result < 0 && result != AVERROR_EOF) ++errors_;
   collect();
+  return result >= 0 || result == AVERROR_EOF;
 }
 
 void StreamDecoder::collect() {

@@ -32,7 +32,8 @@ class StreamDecoder {
   /// Drops what the decoder holds and what waits.
   void flush();
 
-  /// Feeds a packet and collects every frame that comes out. A refused packet is counted.
+  /// Feeds a packet and collects every frame that comes out. A refused packet is counted, but not
+  /// the first after a flush where a seek may land within a frame.
   void send(const AVPacket& packet);
 
   /// Feeds the end of the input, once.
@@ -46,7 +47,7 @@ class StreamDecoder {
 
  private:
   void makeContext();
-  void submit(const AVPacket* packet);
+  bool submit(const AVPacket* packet);
   void collect();
   void addPicture(FramePtr picture);
   void dateBackwards(int64_t end);

@@ -1,6 +1,7 @@
 #include "media/SubtitleContent.h"
 
 #include <kestrel/BitmapImage.h>
+#include <kestrel/FilterRegistry.h>
 #include <kestrel/Image.h>
 
 #include <fmt/format.h>
@@ -166,6 +167,15 @@ std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, i
   const auto bitmap =
       BitmapImage::sharing(std::move(pixels), width, height, static_cast<int>(rowBytes));
   return Image::fromBitmap(bitmap)->translated(rect.x, videoHeight - rect.y - height);
+}
+
+std::shared_ptr<const Image> subtitleImageOver(const std::shared_ptr<const Image>& image,
+                                               const std::shared_ptr<const Image>& background) {
+  if (!image || !background) return image ? image : background;
+  const auto filter = FilterRegistry::filterWithName("CISourceOverCompositing");
+  filter->setValue(image, kCIInputImageKey);
+  filter->setValue(background, kCIInputBackgroundImageKey);
+  return filter->outputImage();
 }
 
 std::string subtitlePaletteText(const SubtitlePalette& palette) {

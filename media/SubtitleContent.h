@@ -27,6 +27,10 @@ std::string subtitleMarkupOfLine(std::string_view line);
 /// `videoHeight` pixels high; null when the rectangle holds no pixels.
 std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, int videoHeight);
 
+/// One picture over another; either may be null.
+std::shared_ptr<const Image> subtitleImageOver(const std::shared_ptr<const Image>& image,
+                                               const std::shared_ptr<const Image>& background);
+
 /// The decoder's extra data for a disc's colours: "palette:", sixteen lower-case hexadecimal RGB
 /// values each followed by a comma, and a line end. Out-of-range colours are not clamped: they
 /// spill into their neighbours' bits, as players of these discs have always shown them.

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 #include "Failure.h"
@@ -13,6 +14,7 @@
 
 extern "C" {
 #include <libavformat/avformat.h>
+#include <libavutil/pixdesc.h>
 }
 
 using namespace kestrel;
@@ -28,6 +30,16 @@ double pixelAspectOf(const AVStream& stream) {
   for (const AVRational aspect : {stream.sample_aspect_ratio, stream.codecpar->sample_aspect_ratio})
     if (aspect.num > 0 && aspect.den > 0) return av_q2d(aspect);
   return 1;
+}
+
+/// Whether pictures may have an alpha: by their pixels or, where that lies beside the pictures as
+/// in WebM, by the stream's tags.
+bool isTransparent(const AVStream& stream) {
+  const auto format = static_cast<AVPixelFormat>(stream.codecpar->format);
+  const AVPixFmtDescriptor* description = av_pix_fmt_desc_get(format);
+  const AVDictionaryEntry* mode = av_dict_get(stream.metadata, "alpha_mode", nullptr, 0);
+  return (description && (description->flags & AV_PIX_FMT_FLAG_ALPHA) != 0) ||
+         (mode && std::string_view(mode->value) == "1");
 }
 
 /// Whether a turn maps the grid of pixels onto itself.
@@ -68,7 +80,8 @@ Area storedArea(const Area& upright, const Orientation& orientation, Size stored
 
 }  // namespace
 
-Look::Look(const LookSettings& settings, const AVStream& stream) : settings_(settings) {
+Look::Look(const LookSettings& settings, const AVStream& stream)
+    : settings_(settings), isTransparent_(isTransparent(stream)) {
   const Size source{static_cast<double>(stream.codecpar->width),
                     static_cast<double>(stream.codecpar->height)};
   const Orientation own = orientationOf(stream);
@@ -118,7 +131,7 @@ bool Look::isPlain() const {
   return !s.crop && !s.autoCrop && !s.zoom && displayAspect_ == 0 && rotate_ == 0 && !mirrored_ &&
          !s.vflip && s.saturation == none.saturation && s.brightness == none.brightness &&
          s.contrast == none.contrast && s.hue == none.hue && s.effect.empty() && !s.watermark &&
-         s.subtitles.empty() && s.subtitleTrack.empty();
+         s.subtitles.empty() && s.subtitleTrack.empty() && !isTransparent_;
 }
 
 void Look::apply(LMFFMovie& movie, Size output) const {

@@ -103,4 +103,5 @@ class Look {
   kestrel::Size size_;
   double pixelAspect_ = 1;
   bool isFitted_ = false;
+  bool isTransparent_ = false;  // the pictures may be; they lie on black
 };

@@ -85,6 +85,25 @@ std::shared_ptr<const BitmapImage> PictureInput::pictureAt(int64_t time) {
   return picture;
 }
 
+/// Whether something else of the input, such as sound that goes on with the last picture, is there
+/// at a time or later.
+bool PictureInput::reaches(int64_t time) const {
+  if (!source_->isSeekable()) return false;
+  const auto source = openInput(path_);
+  IndexSet others;
+  for (unsigned i = 0; i < source->formatContext()->nb_streams; ++i)
+    if (static_cast<int>(i) != stream_->index) others.insert(i);
+  LMFFMedia media;
+  media.setSource(source);
+  media.setSelectStreams(others);
+  media.open();
+  media.seek(time);
+  const auto isThere = [&] { return media.last_pts() >= source->start_time() + time; };
+  while (!isThere() && media.forwardNextPacket()) {
+  }
+  return isThere();
+}
+
 int PictureInput::status() const {
   const auto end = reader_ ? reader_->end() : std::nullopt;
   const auto length = duration();
@@ -94,7 +113,8 @@ int PictureInput::status() const {
           ? std::min(av_rescale_q(stream_->duration, stream_->time_base, {1, 1000000}), *length)
           : *length;
   const Error error = source_->lastError();
-  if (!error && std::min(lastAsked_, told) - *end <= kMissingTolerance) return kDone;
+  const int64_t wanted = std::min(lastAsked_, told) - kMissingTolerance;
+  if (!error && (wanted <= *end || reaches(wanted))) return kDone;
   fmt::print(stderr, "kestrel: '{}' ended early, at {:.2f} of {:.2f} s{}\n", path_,
              lm_ff_time_to_double(*end), lm_ff_time_to_double(std::max(told, *end)),
              error ? ": " + error.message : "");

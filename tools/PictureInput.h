@@ -48,6 +48,8 @@ class PictureInput {
   int status() const;
 
  private:
+  bool reaches(int64_t time) const;
+
   const std::string path_;
   std::shared_ptr<kestrel::LMMediaSource> source_;
   const AVStream* stream_ = nullptr;

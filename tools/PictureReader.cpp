@@ -24,9 +24,6 @@ constexpr AVRational kMicroseconds{1, 1000000};
 /// Where nothing is known of key pictures, so far ahead is worth decoding.
 constexpr int64_t kNearEnough = 2000000;
 
-/// Bitmap subtitles that are shown at a time were read so long before it at most.
-constexpr int64_t kSubtitleLead = 10000000;
-
 /// Pictures that a decoder may hold back beside those of its threads and of its reordering.
 constexpr int64_t kSpareFrames = 4;
 
@@ -72,9 +69,8 @@ PictureReader::~PictureReader() { leaveOut(false); }
 std::shared_ptr<LMFFImage> PictureReader::frameAt(int64_t time) {
   if (!stream_) return nullptr;
   const int64_t wanted = time + frameDuration_ / 4;
-  const bool mayLeaveOut = canLeaveOut_ && !media_->hasSubtitle();
-  if (!isNear(wanted)) seek(wanted, mayLeaveOut);
-  if (!readUpTo(wanted, mayLeaveOut)) {
+  if (!isNear(wanted)) seek(wanted, canLeaveOut_);
+  if (!readUpTo(wanted, canLeaveOut_)) {
     seek(wanted, false);
     readUpTo(wanted, false);
   }
@@ -97,7 +93,6 @@ std::shared_ptr<const Image> PictureReader::imageAt(int64_t time) {
 bool PictureReader::isNear(int64_t wanted) const {
   if (!newest_.image || wanted < newest_.start) return false;
   if (atEnd_ || wanted < newest_.end) return true;
-  if (media_->hasSubtitle()) return wanted - newest_.end < kSubtitleLead;
   const auto key = keyTimeBefore(wanted);
   return key ? *key <= sent_ : wanted - newest_.end < kNearEnough;
 }
@@ -119,7 +114,7 @@ void PictureReader::seek(int64_t wanted, bool mayLeaveOut) {
   newest_ = {};
   atEnd_ = false;
   sent_ = wholeFrom_ = kNever;
-  int64_t target = media_->hasSubtitle() ? std::max<int64_t>(wanted - kSubtitleLead, 0) : wanted;
+  int64_t target = wanted;
   const int64_t ahead = 2 * framesAhead() * frameDuration_;
   const auto key = mayLeaveOut ? keyTimeBefore(wanted) : std::nullopt;
   const bool leavesOut = key && *key + ahead < wanted - ahead;

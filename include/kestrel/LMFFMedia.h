@@ -189,7 +189,8 @@ class KESTREL_API LMFFMedia {
   /// Adds `frame` frames of every enabled audio stream to the caller's buffer, without clipping.
   bool readSample(float* data, int32_t frame);
 
-  /// Moves every stream to a time.
+  /// Moves every stream to a time. Of bitmap subtitles it reads those that began shortly before it,
+  /// too: the one shown at that time is there.
   void seek(int64_t time);
 
  private:
@@ -198,6 +199,7 @@ class KESTREL_API LMFFMedia {
   std::shared_ptr<LMFFMediaStream> lastEnabled(StreamTest isWanted) const;
   bool hasPictureFor(int64_t target) const;
   std::shared_ptr<LMFFMediaStream> textStreamShowingAt(int64_t time);
+  void readSubtitleBefore(int64_t target);
   void correctAsfSeek(int64_t target);
 
   struct State;

@@ -133,9 +133,16 @@ class KESTREL_API LMFFMediaStream {
 
   // Subtitles.
 
-  /// The current bitmap subtitle in video coordinates (lower-left origin), null when there is none.
+  /// The newest bitmap subtitle in video coordinates (lower-left origin), null when there is none;
+  /// of one in several rectangles the last of them.
   std::shared_ptr<const Image> subtitle() const;
   void setSubtitle(std::shared_ptr<const Image> subtitle);
+
+  /// The bitmap subtitle shown at a time in `timebase`, strictly between its start and its end,
+  /// with all its rectangles; null when there is none. Where the media has pictures, those that
+  /// newer ones have replaced are kept as long as the current picture may need them. Only for the
+  /// thread that reads the media.
+  std::shared_ptr<const Image> subtitleAt(int64_t time) const;
 
   /// The current text subtitle, absent before the first.
   std::optional<std::string> subtitleString() const;

@@ -1,9 +1,11 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include "tests/e2e/Decoded.h"
@@ -213,6 +215,15 @@ TEST_F(ConvertLook, OddSizesWork) {
   const auto video = streamOf(converted(source, {"--rotate", "3", "--hflip"}), "video");
   EXPECT_EQ(video["width"], 852);
   EXPECT_EQ(video["height"], 478);
+  for (const char* format : {"yuv420p", "yuv444p"}) {
+    SCOPED_TRACE(format);
+    const auto slopes = made("slopes.mkv",
+                             "nullsrc=s=853x479:r=25:d=0.04,geq=lum='60+0.1*X+0.15*Y':"
+                             "cb='118+0.03*X':cr='138-0.06*Y'",
+                             {"-pix_fmt", format});
+    const auto output = converted(slopes, {"--hflip"});
+    EXPECT_GT(likeness(output, slopes, "hflip,scale=852:478:flags=bicubic,format=yuv420p"), 45);
+  }
 }
 
 // Colours.
@@ -242,8 +253,90 @@ TEST_F(ConvertLook, TransparentSourcesLieOnBlack) {
   const auto source = folder_ / "clear.mov";
   ffmpeg({"-f", "lavfi", "-i", "color=red@0.5:s=64x64:r=25:d=0.2,format=rgba", "-c:v", "qtrle",
           "-pix_fmt", "argb", source.string()});
-  const Pixels shown(converted(source, {"--hflip"}), 0, 64);
-  expectNear(shown.at(32, 32), {128, 0, 0}, 4);
+  for (const auto& options : {Arguments{}, Arguments{"--hflip"}})
+    expectNear(Pixels(converted(source, options), 0, 64).at(32, 32), {128, 0, 0}, 4);
+}
+
+TEST_F(ConvertLook, AnAlphaBesideThePicturesCounts) {
+  KESTREL_NEED_MEDIA("alpha-vp9-vorbis.webm");
+  const auto clip = mediaFile("alpha-vp9-vorbis.webm");
+  const auto still = folder_ / "still.png";
+  ffmpeg({"-c:v", "libvpx-vp9", "-ss", "1", "-i", clip.string(), "-frames:v", "1", "-pix_fmt",
+          "rgba", still.string()});
+  const auto onBlack = folder_ / "expected.mkv";
+  ffmpeg({"-f", "lavfi", "-i", "color=black:s=200x200:r=25:d=0.04", "-i", still.string(),
+          "-filter_complex", "[0:v][1:v]overlay=format=gbrp", "-c:v", "ffv1", "-pix_fmt", "gbrp",
+          onBlack.string()});
+  const auto output = folder_ / "out.png";
+  const RunResult result =
+      run({kestrelBinary(), "thumb", clip.string(), output.string(), "--time", "1"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_GT(psnr(pictureBytes(output, "format=rgb24"), pictureBytes(onBlack, "format=rgb24")), 40);
+  // Chroma of half the size blurs the rim of what is seen, but brightness does not.
+  const auto movie = converted(clip, {"--start", "1", "--duration", "0.03"});
+  EXPECT_GT(likeness(movie, onBlack, "scale=out_color_matrix=bt601,format=yuv420p"), 35);
+}
+
+TEST_F(ConvertLook, WithoutAnEffectItIsThePlainConversion) {
+  const auto source = made("plain.mkv", "testsrc2=s=854x480:r=25:d=0.2");
+  const auto plain = converted(source, {}, "converted.mkv");
+  const auto looked = converted(source, {"--zoom", "stretch"}, "looked.mkv");
+  EXPECT_EQ(pictureBytes(looked, "format=yuv420p"), pictureBytes(plain, "format=yuv420p"));
+}
+
+TEST_F(ConvertLook, MirrorsAndTurnsKeepChromaInItsPlace) {
+  // A slope of blue from left to right, two a pixel. A sample of it stands for the left one of two
+  // pixels and lies between two rows.
+  const auto source =
+      made("slope.mkv", "nullsrc=s=64x64:r=25:d=0.04,geq=lum=125:cb='66+4*X':cr=128");
+  struct Case {
+    Arguments options;
+    std::function<double(int x, int y)> column;  // of the source, where a sample's place comes from
+  };
+  for (const auto& [options, column] :
+       {Case{{"--hflip"}, [](int x, int) { return 63.0 - 2 * x; }},
+        Case{{"--vflip"}, [](int x, int) { return 2.0 * x; }},
+        Case{{"--rotate", "180"}, [](int x, int) { return 63.0 - 2 * x; }},
+        Case{{"--rotate", "90"}, [](int, int y) { return 2 * y + 0.5; }},
+        Case{{"--rotate", "-90"}, [](int, int y) { return 63 - (2 * y + 0.5); }}}) {
+    SCOPED_TRACE(testing::PrintToString(options));
+    const std::string blue = pictureBytes(converted(source, options), "extractplanes=u");
+    ASSERT_EQ(blue.size(), 32u * 32);
+    double sum = 0;
+    // The rim is continued by its outermost samples.
+    for (int y = 2; y < 30; ++y) {
+      for (int x = 2; x < 30; ++x) {
+        const int sample = static_cast<uint8_t>(blue[static_cast<size_t>(y * 32 + x)]);
+        const double error = sample - (66 + 2 * column(x, y));
+        ASSERT_LE(std::abs(error), 2) << x << ',' << y;
+        sum += error;
+      }
+    }
+    EXPECT_NEAR(sum / (28 * 28), 0, 0.4);  // half a pixel would be 1
+  }
+}
+
+TEST_F(ConvertLook, DeepSlopesHaveEveryStepOfEightBits) {
+  // From black to white over the width: three pixels of 1280 to each of the 877 steps of ten bits.
+  for (const char* format : {"yuv420p10le", "yuv444p10le"}) {
+    SCOPED_TRACE(format);
+    const auto source = folder_ / "slope.mkv";
+    ffmpeg({"-f", "lavfi", "-i",
+            std::string("nullsrc=s=1280x64:r=25:d=0.04,format=") + format +
+                ",geq=lum='64+X*876/1279':cb=512:cr=512",
+            "-c:v", "ffv1", "-pix_fmt", format, source.string()});
+    const auto output = folder_ / "out.mkv";
+    ASSERT_TRUE(converts(source, output, {"--hflip", "--video-codec", "ffv1", "--force"}));
+    const std::string luma = pictureBytes(output, "extractplanes=y");
+    ASSERT_EQ(luma.size(), 1280u * 64);
+    for (size_t x = 0; x < 1280; ++x) {
+      const double exact = 16 + static_cast<double>(1279 - x) * 219 / 1279;
+      EXPECT_NEAR(static_cast<uint8_t>(luma[1280 * 30 + x]), exact, 1) << x;
+    }
+    std::string steps = luma.substr(1280 * 30, 1280);
+    steps.erase(std::ranges::unique(steps).begin(), steps.end());
+    EXPECT_EQ(steps.size(), 220u);  // each once, none twice
+  }
 }
 
 TEST_F(ConvertLook, DeepSourcesKeepTheirColours) {
@@ -272,6 +365,21 @@ TEST_F(ConvertLook, AWatermarkLiesAtItsPlace) {
   const Pixels faded(converted(source, {"--watermark", mark.string() + ":100,40,2,0.5"}), 0, 320);
   expectNear(faded.at(120, 50), {128, 0, 0}, 12);
   expectNear(faded.at(134, 56), {128, 0, 0}, 12);
+}
+
+TEST_F(ConvertLook, AWatermarkHasNoFringe) {
+  // White that ends in transparent black, enlarged: on white it cannot be seen.
+  const auto source = made("white.mkv", "color=white:s=320x180:r=25:d=0.2");
+  const auto mark = folder_ / "mark.png";
+  ffmpeg({"-f", "lavfi", "-i",
+          "nullsrc=s=31x21:d=0.04,format=rgba,geq=r='255*gt(X,10)':g='255*gt(X,10)':"
+          "b='255*gt(X,10)':a='255*gt(X,10)*gt(Y,3)'",
+          "-frames:v", "1", mark.string()});
+  const auto output = converted(source, {"--watermark", mark.string() + ":100,40,3,0.8"});
+  const std::string luma = pictureBytes(output, "extractplanes=y");
+  EXPECT_GE(static_cast<int>(static_cast<uint8_t>(*std::ranges::min_element(
+                luma, {}, [](char c) { return static_cast<uint8_t>(c); }))),
+            233);
 }
 
 // Subtitles.
@@ -345,6 +453,35 @@ TEST_F(ConvertSubtitles, AreReadInWhateverEncodingTheyAre) {
   EXPECT_EQ(shown(written("bom.srt", "\xEF\xBB\xBF" + utf8)), expected);
   EXPECT_EQ(shown(written("latin.srt", latin)), expected);
   EXPECT_EQ(shown(written("utf16.srt", utf16)), expected);
+}
+
+TEST_F(ConvertSubtitles, AreReadInTheEncodingsOfOtherScripts) {
+  const auto source = black();
+  const auto shown = [&](const fs::path& text) {
+    return pictureBytes(
+        converted(source, {"--subtitles", text.string(), "--start", "1.5", "--duration", "0.1"}),
+        "format=gray");
+  };
+  for (const auto& [encoding, words] :
+       {std::pair{"WINDOWS-1251", "Привет, мир! Как у вас дела сегодня?\nВсё хорошо, спасибо."},
+        {"SHIFT_JIS", "こんにちは、世界。\n今日はいい天気ですね。"},
+        {"UTF-16LE", "Привет, 世界!"},
+        {"UTF-16BE", "Привет, 世界!"}}) {
+    SCOPED_TRACE(encoding);
+    // As iconv writes it; the mark of UTF-16 is a character before the text.
+    const bool hasMark = std::string(encoding).starts_with("UTF-16");
+    const RunResult made =
+        run({"sh", "-c",
+             "printf '%s' \"$1\" > utf8.srt && printf '%s' \"$2$1\" | iconv -f UTF-8 -t \"$3\" > "
+             "other.srt",
+             "sh", std::string(kCue) + words + "\n", hasMark ? "\uFEFF" : "", encoding},
+            {.workingDirectory = folder_.path()});
+    ASSERT_EQ(made.status, 0) << made.err;
+    const std::string expected = shown(folder_ / "utf8.srt");
+    EXPECT_GT(std::ranges::count_if(expected, [](char c) { return static_cast<uint8_t>(c) > 128; }),
+              100);
+    EXPECT_EQ(shown(folder_ / "other.srt"), expected);
+  }
 }
 
 TEST_F(ConvertSubtitles, HaveColourFontAndPlaceAsAsked) {
@@ -436,6 +573,11 @@ TEST_F(ConvertLook, WrongValuesAreWrongUsage) {
         {{"--watermark", "a.png:1,2,0"}, "a.png:1,2,0"},
         {{"--subtitle-font", "No Such Typeface 30"}, "'No Such Typeface'"},
         {{"--subtitle-color", "yelow"}, "'Yellow'"},
+        {{"--effect", "Sepia tone of nothing"}, "'Sepia tone of nothing'"},
+        {{"--crop", "-1,0,10x10"}, "'-1,0,10x10'"},
+        {{"--crop", "0,0,10"}, "'0,0,10'"},
+        {{"--size", "12x"}, "'12x'"},
+        {{"--size", "0x20"}, "'0x20'"},
         {{"--subtitle-track", "0"}, "subtitle track 0"},
         {{"--crop", ""}, "--crop: the value is empty"},
         {{"--subtitles", ""}, "--subtitles: the value is empty"},

@@ -231,6 +231,29 @@ TEST_F(ConvertOptions, EndAndDurationAreExactToTheFrame) {
   }
 }
 
+TEST_F(ConvertOptions, ADurationShorterThanAPictureHasOne) {
+  const auto source = folder_ / "slides.mkv";
+  ffmpeg(
+      {"-i", fixture("numbered25.mp4").string(), "-vf", "fps=1", "-c:v", "ffv1", source.string()});
+  const auto slides = shownNumbers(source);
+  ASSERT_THAT(slides, SizeIs(5));
+  for (const size_t i : {0, 2}) {
+    EXPECT_TRUE(
+        converts(source, output_, {"--force", "--start", std::to_string(i), "--duration", "0.4"}));
+    EXPECT_THAT(shownNumbers(output_), testing::ElementsAre(slides[i]));
+  }
+}
+
+TEST_F(ConvertOptions, ADurationThatEndsBeforeTheFirstPictureShowsThatOne) {
+  // The sound begins 0.7 s before the pictures.
+  const auto source = fixture("late-pictures.ts");
+  EXPECT_TRUE(converts(source, output_, {"--duration", "0.4", "--video-option", "qp=1"}));
+  const auto pictures = greyPictures(output_, 32, 18);
+  EXPECT_THAT(pictures, SizeIs(10));
+  EXPECT_GT(psnr(pictures.at(0), greyPictures(source, 32, 18).at(0)), 35);
+  EXPECT_NEAR(static_cast<double>(sampleCount(output_)), 0.4 * 44100, 1024);
+}
+
 TEST_F(ConvertOptions, RotatedPicturesAreShownUpright) {
   // The source is to be turned for display, so either the target says so too, or it is turned.
   const auto video = videoOf("av-rotated.mp4", {});

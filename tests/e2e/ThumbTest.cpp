@@ -210,6 +210,10 @@ TEST_F(Thumb, WrongUsageIsToldInOneSentence) {
       {{"out.png", "--sprites", "--every", "0"}, "--every"},
       {{"out.png", "--effect", "Bloum"}, "'Bloom'"},
       {{"out.png", "--crop", "0,0,999x10"}, "--crop"},
+      {{"out.png", "--crop", "all"}, "--crop: 'all'"},
+      {{"out.png", "--size", "0x10"}, "--size: '0x10'"},
+      {{"out.png", "--subtitle-font", "No Such Typeface 30"}, "'No Such Typeface'"},
+      {{"out.png", "--subtitle-track", "0"}, "subtitle track 0"},
   };
   for (const auto& [arguments, message] : mistakes)
     EXPECT_TRUE(endsWithSentence(thumb(joined({input}, arguments)), 2, message)) << message;
@@ -225,6 +229,10 @@ TEST_F(Thumb, BadInputIsToldInOneSentence) {
   EXPECT_TRUE(endsWithSentence(thumb({sound, "out.png"}), 1, "has no pictures"));
   EXPECT_TRUE(endsWithSentence(thumb({fixture("av25.mp4").string(), "missing/out.png"}), 1,
                                "missing/out.png"));
+  const std::string movie = fixture("av25.mp4").string();
+  for (const char* option : {"--watermark", "--subtitles"})
+    for (const char* file : {"missing.any", "noise.mp4"})
+      EXPECT_TRUE(endsWithSentence(thumb({movie, "out.png", option, file}), 1, file)) << option;
   EXPECT_EQ(namesIn(folder_.path()), Names{"noise.mp4"});
 }
 
@@ -241,6 +249,28 @@ TEST_F(Thumb, AnInputThatEndsEarlyGivesItsLastPictureAndSaysSo) {
   EXPECT_TRUE(endsWithSentence(result, 3, "'half.mkv' ended early, at "));
   EXPECT_GT(shownNumbers(folder_ / "out.png").at(0), 40);
   EXPECT_EQ(thumb({"half.mkv", "begin.png", "--time", "0.5"}).status, 0);
+}
+
+TEST_F(Thumb, AStillIsThereAsLongAsItsSound) {
+  KESTREL_NEED_MEDIA("dvd-still-subpictures-ac3.vob");
+  const std::string clip = mediaFile("dvd-still-subpictures-ac3.vob").string();
+  const fs::path first = folder_ / "first.png";
+  for (const char* time : {"0", "3", "50%", "100%"}) {
+    const RunResult result = thumb({clip, "out.png", "--force", "--time", time});
+    EXPECT_EQ(result.status, 0) << time << result.err;
+    if (!fs::exists(first)) fs::copy(folder_ / "out.png", first);
+    EXPECT_EQ(rgb(folder_ / "out.png"), rgb(first)) << time;
+  }
+}
+
+TEST_F(Thumb, AStillWhoseSoundEndsEarlySaysSo) {
+  ffmpeg({"-f", "lavfi", "-i", "color=red:size=64x64:duration=0.04", "-f", "lavfi", "-i",
+          "sine=duration=20", "-c:v", "ffv1", "-c:a", "flac", (folder_ / "whole.mkv").string()});
+  EXPECT_EQ(thumb({"whole.mkv", "out.png", "--time", "15"}).status, 0);
+  const std::string whole = readBytes(folder_ / "whole.mkv");
+  writeBytes(folder_ / "half.mkv", whole.substr(0, whole.size() / 2));
+  EXPECT_TRUE(endsWithSentence(thumb({"half.mkv", "half.png", "--time", "15"}), 3,
+                               "'half.mkv' ended early, at "));
 }
 
 TEST_F(Thumb, ReadsWhatComesThroughAPipe) {

@@ -8,14 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "tests/effects/PictureMedia.h"
+#include "support/FFmpegOwners.h"
 
 namespace kestrel {
 namespace {
-
-using test::PictureMedia;
-
-// Settings.
 
 TEST(LMFFEffectVideoStreamSettings, SettingsChangeNothingAtFirst) {
   const LMFFEffectVideoStream stream;
@@ -49,17 +45,17 @@ TEST(LMFFEffectVideoStreamSettings, IsEmptyAtFirst) {
 
 TEST(LMFFEffectVideoStreamSettings, KeepsNumbers) {
   LMFFEffectVideoStream stream;
-  stream.setAspectType(2);
+  stream.setAspectType(-1);
   stream.setZoomType(3);
-  stream.setRotate(90);
+  stream.setRotate(12.5F);
   stream.setSaturation(0.1F);
   stream.setBrightness(0.2F);
   stream.setContrast(0.3F);
   stream.setHue(0.4F);
   stream.setSubtitlePosition(0.6F);
-  EXPECT_EQ(stream.aspectType(), 2);
+  EXPECT_EQ(stream.aspectType(), -1);
   EXPECT_EQ(stream.zoomType(), 3);
-  EXPECT_FLOAT_EQ(stream.rotate(), 90.0F);
+  EXPECT_FLOAT_EQ(stream.rotate(), 12.5F);
   EXPECT_FLOAT_EQ(stream.saturation(), 0.1F);
   EXPECT_FLOAT_EQ(stream.brightness(), 0.2F);
   EXPECT_FLOAT_EQ(stream.contrast(), 0.3F);
@@ -124,67 +120,6 @@ TEST(LMFFEffectVideoStreamSettings, KeepsItsMediaAlive) {
     EXPECT_FALSE(watch.expired());
   }
   EXPECT_TRUE(watch.expired());
-}
-
-// Sizes.
-
-TEST(LMFFEffectVideoStreamSettings, OutputDataHasTheMediasSize) {
-  const PictureMedia media(640, 480);
-  LMFFEffectVideoStream stream;
-  stream.setMedia(media.get());
-  stream.setOutputFormat({AV_PIX_FMT_BGRA, 100, 50});
-  EXPECT_EQ(stream.outputDataFormat(), (LMFFVideoFormat{AV_PIX_FMT_BGRA, 640, 480}));
-}
-
-TEST(LMFFEffectVideoStreamSettings, OutputDataHasNoSizeWithoutMedia) {
-  LMFFEffectVideoStream stream;
-  stream.setOutputFormat({AV_PIX_FMT_RGBA, 100, 50});
-  EXPECT_EQ(stream.outputDataFormat(), (LMFFVideoFormat{AV_PIX_FMT_RGBA, 0, 0}));
-}
-
-TEST(LMFFEffectVideoStreamSettings, VideoSizeIsTheMedias) {
-  const PictureMedia media(640, 480);
-  LMFFEffectVideoStream stream;
-  stream.setMedia(media.get());
-  EXPECT_EQ(stream.videoSize(), (Size{640, 480}));
-}
-
-TEST(LMFFEffectVideoStreamSettings, VideoSizeWithoutMediaIsZero) {
-  EXPECT_EQ(LMFFEffectVideoStream().videoSize(), (Size{0, 0}));
-  EXPECT_EQ(LMFFEffectVideoStream().displayVideoSize(), (Size{0, 0}));
-}
-
-Size displaySize(int width, int height, int64_t aspectType) {
-  const PictureMedia media(width, height);
-  LMFFEffectVideoStream stream;
-  stream.setMedia(media.get());
-  stream.setAspectType(aspectType);
-  return stream.displayVideoSize();
-}
-
-TEST(LMFFEffectVideoStreamSettings, DisplaySizeIsTheSourcesByDefault) {
-  EXPECT_EQ(displaySize(720, 576, 0), (Size{720, 576}));
-}
-
-TEST(LMFFEffectVideoStreamSettings, DisplaySizeMayBeFourByThree) {
-  EXPECT_EQ(displaySize(720, 576, 1), (Size{768, 576}));
-}
-
-TEST(LMFFEffectVideoStreamSettings, DisplaySizeMayBeSixteenByNine) {
-  EXPECT_EQ(displaySize(720, 576, 2), (Size{1024, 576}));
-}
-
-TEST(LMFFEffectVideoStreamSettings, DisplaySizeOfOtherAspectTypesIsTheSources) {
-  EXPECT_EQ(displaySize(720, 576, 3), (Size{720, 576}));
-  EXPECT_EQ(displaySize(720, 576, -1), (Size{720, 576}));
-}
-
-TEST(LMFFEffectVideoStreamSettings, DisplayWidthIsRoundedUp) {
-  EXPECT_EQ(displaySize(720, 480, 2), (Size{854, 480}));  // 853.33
-}
-
-TEST(LMFFEffectVideoStreamSettings, DisplaySizeWithoutHeightIsZero) {
-  for (const int64_t type : {-1, 0, 1, 2, 3}) EXPECT_EQ(displaySize(640, 0, type), Size{}) << type;
 }
 
 }  // namespace

@@ -3,93 +3,99 @@
 
 #include <cmath>
 
-#include "tests/media/Media.h"
+#include "tests/effects/PictureMedia.h"
 
 namespace kestrel::test {
 namespace {
 
-class LMFFEffectVideoStreamSize : public testing::Test {
- protected:
-  LMFFEffectVideoStreamSize() { setSize(64, 36); }
+/// What a stream answers over a media whose pictures have a size.
+class SizedStream {
+ public:
+  SizedStream(int width, int height) : media_(width, height) { stream_.setMedia(media_.get()); }
 
-  /// Makes the media's pictures claim another size.
-  void setSize(int width, int height) {
-    media_ = openedMedia(fixture("raw.avi"));
-    media_->videoStream()->codecContext()->width = width;
-    media_->videoStream()->codecContext()->height = height;
-    stream_.setMedia(media_);
-  }
+  LMFFEffectVideoStream* operator->() { return &stream_; }
 
-  Size displaySize(int64_t aspectType) {
-    stream_.setAspectType(aspectType);
-    return stream_.displayVideoSize();
-  }
-
-  std::shared_ptr<LMFFMedia> media_;
+ private:
+  PictureMedia media_;
   LMFFEffectVideoStream stream_;
 };
 
-TEST_F(LMFFEffectVideoStreamSize, IsTheMediasPictures) {
-  EXPECT_EQ(stream_.videoSize(), (Size{64, 36}));
+Size displaySize(int width, int height, int64_t aspectType) {
+  SizedStream stream(width, height);
+  stream->setAspectType(aspectType);
+  return stream->displayVideoSize();
 }
 
-TEST_F(LMFFEffectVideoStreamSize, WithoutAMediaIsZero) {
-  stream_.setMedia(nullptr);
-  EXPECT_EQ(stream_.videoSize(), (Size{0, 0}));
-  for (const int64_t type : {0, 1, 2}) EXPECT_EQ(displaySize(type), (Size{0, 0}));
-  EXPECT_EQ(stream_.outputDataFormat(), LMFFVideoFormat{});
+TEST(LMFFEffectVideoStreamSize, IsTheMediasPictures) {
+  EXPECT_EQ(SizedStream(640, 480)->videoSize(), (Size{640, 480}));
 }
 
-TEST_F(LMFFEffectVideoStreamSize, SourcesShapeIsKept) {
-  setSize(720, 576);
-  EXPECT_EQ(displaySize(0), (Size{720, 576}));
-}
-
-TEST_F(LMFFEffectVideoStreamSize, SixteenByNineWidens) {
-  setSize(720, 576);
-  EXPECT_EQ(displaySize(2), (Size{1024, 576}));
-}
-
-TEST_F(LMFFEffectVideoStreamSize, FourByThreeWidens) {
-  setSize(720, 576);
-  EXPECT_EQ(displaySize(1), (Size{768, 576}));
-}
-
-TEST_F(LMFFEffectVideoStreamSize, AShapeGivenAsANumberComesFirst) {
-  setSize(720, 480);
-  stream_.setDisplayAspect(2);
-  for (const int64_t type : {0, 1, 2}) EXPECT_EQ(displaySize(type), (Size{960, 480}));
-  stream_.setDisplayAspect(0);
-  EXPECT_EQ(displaySize(1), (Size{640, 480}));
-}
-
-TEST_F(LMFFEffectVideoStreamSize, OtherShapesAreTheSources) {
-  setSize(720, 576);
-  for (const int64_t type : {3, -1, 1000}) EXPECT_EQ(displaySize(type), (Size{720, 576}));
-}
-
-TEST_F(LMFFEffectVideoStreamSize, FractionsAreRoundedUp) {
-  setSize(100, 100);
-  EXPECT_EQ(displaySize(2), (Size{178, 100}));  // 177.8
-  EXPECT_EQ(displaySize(1), (Size{134, 100}));  // 133.3
-}
-
-TEST_F(LMFFEffectVideoStreamSize, HeightZeroIsZeroByZeroForEveryShape) {
-  setSize(720, 0);
-  for (const int64_t type : {0, 1, 2, 3}) EXPECT_EQ(displaySize(type), (Size{0, 0}));
-}
-
-TEST_F(LMFFEffectVideoStreamSize, EveryHeightFollowsTheFormula) {
-  for (int height = 1; height <= 1200; height += 7) {
-    media_->videoStream()->codecContext()->height = height;
-    ASSERT_EQ(displaySize(2), (Size{std::ceil(height / 9.0 * 16.0), static_cast<double>(height)}));
-    ASSERT_EQ(displaySize(1), (Size{std::ceil(height / 3.0 * 4.0), static_cast<double>(height)}));
+TEST(LMFFEffectVideoStreamSize, WithoutAMediaIsZero) {
+  LMFFEffectVideoStream stream;
+  EXPECT_EQ(stream.videoSize(), (Size{0, 0}));
+  for (const int64_t type : {0, 1, 2}) {
+    stream.setAspectType(type);
+    EXPECT_EQ(stream.displayVideoSize(), (Size{0, 0}));
   }
 }
 
-TEST_F(LMFFEffectVideoStreamSize, DataHaveTheMediasSizeWhateverTheOutputs) {
-  stream_.setOutputFormat({AV_PIX_FMT_RGBA, 1920, 1080});
-  EXPECT_EQ(stream_.outputDataFormat(), (LMFFVideoFormat{AV_PIX_FMT_RGBA, 64, 36}));
+TEST(LMFFEffectVideoStreamSize, SourcesShapeIsKept) {
+  EXPECT_EQ(displaySize(720, 576, 0), (Size{720, 576}));
+}
+
+TEST(LMFFEffectVideoStreamSize, SixteenByNineWidens) {
+  EXPECT_EQ(displaySize(720, 576, 2), (Size{1024, 576}));
+}
+
+TEST(LMFFEffectVideoStreamSize, FourByThreeWidens) {
+  EXPECT_EQ(displaySize(720, 576, 1), (Size{768, 576}));
+}
+
+TEST(LMFFEffectVideoStreamSize, AShapeGivenAsANumberComesFirst) {
+  SizedStream stream(720, 480);
+  stream->setDisplayAspect(2);
+  for (const int64_t type : {0, 1, 2}) {
+    stream->setAspectType(type);
+    EXPECT_EQ(stream->displayVideoSize(), (Size{960, 480}));
+  }
+  stream->setDisplayAspect(0);
+  stream->setAspectType(1);
+  EXPECT_EQ(stream->displayVideoSize(), (Size{640, 480}));
+}
+
+TEST(LMFFEffectVideoStreamSize, OtherShapesAreTheSources) {
+  for (const int64_t type : {3, -1, 1000}) EXPECT_EQ(displaySize(720, 576, type), (Size{720, 576}));
+}
+
+TEST(LMFFEffectVideoStreamSize, FractionsAreRoundedUp) {
+  EXPECT_EQ(displaySize(100, 100, 2), (Size{178, 100}));  // 177.8
+  EXPECT_EQ(displaySize(100, 100, 1), (Size{134, 100}));  // 133.3
+  EXPECT_EQ(displaySize(720, 480, 2), (Size{854, 480}));  // 853.3
+}
+
+TEST(LMFFEffectVideoStreamSize, HeightZeroIsZeroByZeroForEveryShape) {
+  for (const int64_t type : {-1, 0, 1, 2, 3}) EXPECT_EQ(displaySize(720, 0, type), (Size{0, 0}));
+}
+
+TEST(LMFFEffectVideoStreamSize, EveryHeightFollowsTheFormula) {
+  for (int height = 1; height <= 1200; height += 7) {
+    const auto side = static_cast<double>(height);
+    ASSERT_EQ(displaySize(64, height, 2), (Size{std::ceil(side / 9.0 * 16.0), side}));
+    ASSERT_EQ(displaySize(64, height, 1), (Size{std::ceil(side / 3.0 * 4.0), side}));
+  }
+}
+
+TEST(LMFFEffectVideoStreamSize, DataHaveTheMediasSizeAndTheOutputsFormat) {
+  SizedStream stream(640, 480);
+  stream->setOutputFormat({AV_PIX_FMT_BGRA, 1920, 1080});
+  EXPECT_EQ(stream->outputDataFormat(), (LMFFVideoFormat{AV_PIX_FMT_BGRA, 640, 480}));
+}
+
+TEST(LMFFEffectVideoStreamSize, DataHaveNoSizeWithoutAMedia) {
+  LMFFEffectVideoStream stream;
+  EXPECT_EQ(stream.outputDataFormat(), LMFFVideoFormat{});
+  stream.setOutputFormat({AV_PIX_FMT_RGBA, 100, 50});
+  EXPECT_EQ(stream.outputDataFormat(), (LMFFVideoFormat{AV_PIX_FMT_RGBA, 0, 0}));
 }
 
 }  // namespace

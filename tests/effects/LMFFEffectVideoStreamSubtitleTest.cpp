@@ -161,6 +161,25 @@ TEST_F(LMFFEffectVideoStreamSubtitle, InkHoldsToThePixelRow) {
     EXPECT_EQ(brightest[static_cast<size_t>(y)] > 0, y >= above + top && y <= above + bottom) << y;
 }
 
+TEST_F(LMFFEffectVideoStreamSubtitle, TextLiesOnWholePixelsInAnyWidth) {
+  for (const int width : {640, 641}) {
+    EffectStream stream(width, 90);
+    stream->setSubtitleFont(Font::systemFontOfSize(20));
+    stream->setSubtitlePosition(0.17F);  // 15.3 of 90
+    stream->setSubtitleCurrentString("Hills and vales");
+    stream->writeFrame(rgbaFrame(width, 90, kBlack).get());
+    const auto block = stream->subtitleImageWithAttributedString(stream->subtitleAttributedText());
+    // White on black shows each pixel's share of the text as it was drawn.
+    const auto picture = stream.picture();
+    const int left = (width - block->width() + 1) / 2;
+    const int above = 90 - 15 - block->height();
+    for (int y = 0; y < block->height(); ++y)
+      for (int x = 0; x < block->width(); ++x)
+        ASSERT_EQ(rgbaAt(*picture, left + x, above + y)[1], rgbaAt(*block, x, y)[3])
+            << width << ' ' << x << ',' << y;
+  }
+}
+
 TEST_F(LMFFEffectVideoStreamSubtitle, BottomIsTheOutputsLowerEdgeAtFirst) {
   drawn("Some words");
   EXPECT_EQ(stream_.currentSubtitleImage()->extent().origin.y, 0);

@@ -124,12 +124,40 @@ class LMFFMediaBitmap : public testing::TestWithParam<const char*> {
   }
 
   /// Routes a subpicture that is shown from one second on for 90 × 1024 / 90 = 1024 ms.
-  void route() {
-    const PacketPtr packet = packetOf(
-        subpictureBytes({.x = 2, .y = 4, .width = 9, .height = 5, .paletteIndex = 1, .end = 90}),
-        start_ + kTicks);
+  void route() { route(kTicks, 9, 90); }
+
+  /// Routes one that is shown from a tick on; without an end it is shown until the next.
+  void route(int64_t tick, int width, int end) {
+    const PacketPtr packet =
+        packetOf(subpictureBytes(
+                     {.x = 2, .y = 4, .width = width, .height = 5, .paletteIndex = 1, .end = end}),
+                 start_ + tick);
     packet->stream_index = static_cast<int>(media_->streams().size()) - 1;
     media_->forwardPacket(packet.get());
+  }
+
+  /// Routes the pictures of the file, which another reader reads, until the one shown at a tick is
+  /// the current one.
+  void routePicturesUpTo(int64_t tick) {
+    const auto reader = openedMedia(fixture(GetParam()));
+    const auto pictures = media_->videoStream();
+    const PacketPtr packet = makePacket();
+    const auto isThere = [&] {
+      const AVFrame& frame = *pictures->frame();
+      return frame.data[0] && av_compare_ts(frame.pts, toAV(pictures->timebase()),
+                                            start_ + tick - kTicks / 25, {1, kTicks}) > 0;
+    };
+    while (!isThere()) {
+      ASSERT_GE(av_read_frame(reader->formatContext(), packet.get()), 0);
+      if (packet->stream_index == pictures->stream()->index) media_->forwardPacket(packet.get());
+      av_packet_unref(packet.get());
+    }
+  }
+
+  /// The width of what is shown, 0 where nothing is.
+  double widthAt(int64_t tick) {
+    const auto image = shownAt(tick);
+    return image ? image->extent().size.width : 0;
   }
 
   /// What is shown so many ticks after the media's start; the time is asked for in microseconds
@@ -182,6 +210,51 @@ TEST_P(LMFFMediaBitmap, NoneIsShownAfterASeek) {
   route();
   media_->subtitleStream()->seek(start_);
   EXPECT_EQ(shownAt(kTicks + 1), nullptr);
+}
+
+TEST_P(LMFFMediaBitmap, EachIsShownAtItsTimeThoughAllWereRead) {
+  route(kTicks, 9, 90);
+  route(3 * kTicks, 10, 90);
+  route(4 * kTicks, 11, 0);
+  route(6 * kTicks, 12, 90);
+  for (int64_t tick = 0; tick < 8 * kTicks; tick += kTicks / 90) {
+    double expected = 0;
+    if (tick > kTicks && tick < kTicks + kLength) expected = 9;
+    if (tick > 3 * kTicks) expected = 10;  // the next one comes before its end
+    if (tick > 4 * kTicks) expected = 11;  // open-ended
+    if (tick > 6 * kTicks) expected = tick < 6 * kTicks + kLength ? 12 : 0;
+    ASSERT_EQ(widthAt(tick), expected) << tick;
+  }
+}
+
+TEST_P(LMFFMediaBitmap, OneThatIsReadAgainReplacesWhatFollowedIt) {
+  route(kTicks, 9, 0);
+  route(2 * kTicks, 10, 0);
+  route(3 * kTicks, 11, 0);
+  route(2 * kTicks, 12, 0);
+  route(4 * kTicks, 13, 0);
+  EXPECT_EQ(widthAt(kTicks + 1), 9);
+  EXPECT_EQ(widthAt(2 * kTicks + 1), 12);
+  EXPECT_EQ(widthAt(3 * kTicks + 1), 12);
+}
+
+TEST_P(LMFFMediaBitmap, ThoseBeforeTheCurrentPictureAreForgotten) {
+  route(0, 9, 0);
+  route(kTicks / 2, 10, 0);
+  route(kTicks, 11, 0);
+  routePicturesUpTo(kTicks * 3 / 2);
+  route(2 * kTicks, 12, 0);
+  EXPECT_EQ(widthAt(kTicks / 4), 0);
+  EXPECT_EQ(widthAt(kTicks * 3 / 4), 0);
+  EXPECT_EQ(widthAt(kTicks * 3 / 2), 11);
+}
+
+TEST_P(LMFFMediaBitmap, NoEarlierOneIsShownAfterASeek) {
+  route(0, 9, 0);
+  route(kTicks, 10, 0);
+  media_->subtitleStream()->seek(start_);
+  EXPECT_EQ(widthAt(kTicks / 2), 0);
+  EXPECT_EQ(widthAt(kTicks * 2), 0);
 }
 
 std::string nameOfPictures(const testing::TestParamInfo<const char*>& file) {

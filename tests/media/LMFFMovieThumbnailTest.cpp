@@ -82,6 +82,22 @@ TEST_F(LMFFMovieThumbnail, HasTheFittedSize) {
   EXPECT_EQ(sizeOf(0, {120, 160}), (Size{120, 68}));  // 67.5, rounded up
 }
 
+TEST_F(LMFFMovieThumbnail, IsNeverLargerThanAsked) {
+  open("av25.mp4");
+  for (const Size shape : {Size{320, 180}, {853, 479}, {720, 576}, {31, 17}}) {
+    movie_.setOutputVideoSize(shape);
+    for (int side = 20; side < 180; side += 3) {
+      // In whole numbers: the longer side is the one asked for, the other one is rounded up.
+      const auto width = static_cast<int>(shape.width);
+      const auto height = static_cast<int>(shape.height);
+      const Size expected = {static_cast<double>(side),
+                             static_cast<double>((side * height + width - 1) / width)};
+      EXPECT_EQ(sizeOf(0, {static_cast<double>(side), static_cast<double>(side)}), expected)
+          << width << 'x' << height;
+    }
+  }
+}
+
 TEST_F(LMFFMovieThumbnail, IsEnlargedAHundredTimesAtMost) {
   open("av25.mp4");
   movie_.setOutputVideoSize({16, 9});
