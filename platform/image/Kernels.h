@@ -42,6 +42,16 @@ void blend8(const uint8_t* const* rows, const int16_t* weights, int taps, size_t
 void joinPlanes(const int16_t* y, const int16_t* cb, const int16_t* cr, int phase, int shift,
                 size_t pixels, int16_t* out);
 
+/// The same from rows of 8-bit samples, where chroma is mixed of two rows of which the second one
+/// counts `part` eighths. `shift` is 0 or 1.
+struct ChromaRows {
+  const uint8_t* cb[2];
+  const uint8_t* cr[2];
+  int part;
+};
+void joinPlanes8(const uint8_t* y, const ChromaRows& chroma, int phase, int shift, size_t pixels,
+                 int16_t* out);
+
 /// True when the fourth byte of every 8-bit pixel is 255.
 bool isOpaque(const uint8_t* row, size_t pixels);
 
@@ -62,7 +72,7 @@ struct RowTaps {
 };
 
 /// `matrix`, where not null, is applied to the result: 16 floats, what r, g, b and a each
-/// contribute to the four values. Nothing is clamped.
+/// contribute to the four values. Then alpha is limited to 0 to 1 and the colours to 0 to alpha.
 void resampleRow(const int16_t* row, const RowTaps& taps, size_t pixels, const float* matrix,
                  float* out);
 
@@ -87,11 +97,8 @@ inline constexpr size_t kMaxAffinePixels = 256;
 
 // On rows of floats.
 
-/// Applies `matrix` (as above) in place.
-void applyMatrix(float* pixels, size_t count, const float* matrix);
-
-/// Limits alpha to 0 to 1 and the colours to 0 to alpha, in place.
-void clampPixels(float* pixels, size_t count);
+/// Applies `matrix` and the limits (as above) in place.
+void mapPixels(float* pixels, size_t count, const float* matrix);
 
 /// Multiplies pixel i by factors[i], in place.
 void scalePixels(float* pixels, size_t count, const float* factors);

@@ -44,24 +44,6 @@ HWY_INLINE hn::Mask<D> alphaLanes(D d) {
   return hn::MaskFromVec(hn::BitCast(d, hn::LoadDup128(d64, kAlpha)));
 }
 
-void applyMatrixNow(float* pixels, size_t count, const float* matrix) {
-  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
-    const auto v = hn::LoadU(d, pixels + i);
-    auto sum = hn::Mul(hn::Broadcast<3>(v), hn::LoadDup128(d, matrix + 12));
-    sum = hn::MulAdd(hn::Broadcast<0>(v), hn::LoadDup128(d, matrix), sum);
-    sum = hn::MulAdd(hn::Broadcast<1>(v), hn::LoadDup128(d, matrix + 4), sum);
-    sum = hn::MulAdd(hn::Broadcast<2>(v), hn::LoadDup128(d, matrix + 8), sum);
-    hn::StoreU(sum, d, pixels + i);
-  });
-}
-
-void clampPixelsNow(float* pixels, size_t count) {
-  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
-    const auto v = hn::Max(hn::Min(hn::LoadU(d, pixels + i), hn::Set(d, 1.0f)), hn::Zero(d));
-    hn::StoreU(hn::Min(v, hn::Broadcast<3>(v)), d, pixels + i);
-  });
-}
-
 void scalePixelsNow(float* pixels, size_t count, const float* factors) {
   for (size_t i = 0; i < count; ++i)
     hn::StoreU(hn::Mul(hn::LoadU(kOnePixel, pixels + 4 * i), hn::Set(kOnePixel, factors[i])),
@@ -193,8 +175,7 @@ void halveRowNow(const float* values, float scale, size_t count, float* out) {
 }
 
 void coverLineNow(const CoverLine& line, size_t count, float* out) {
-  forValues(count, [&](auto d, size_t i) HWY_ATTR {
-    const auto index = hn::Iota(d, static_cast<float>(i));
+  const auto cover = [&](auto d, auto index, size_t i) HWY_ATTR {
     const auto share = [&](const CoverLine::Axis& axis) HWY_ATTR {
       const auto step = hn::Set(d, axis.step);
       const auto low = hn::MulAdd(index, step, hn::Set(d, axis.low));
@@ -202,7 +183,14 @@ void coverLineNow(const CoverLine& line, size_t count, float* out) {
       return hn::Max(hn::Min(hn::Min(low, high), hn::Set(d, axis.most)), hn::Zero(d));
     };
     hn::StoreU(hn::Mul(share(line.u), share(line.v)), d, out + i);
-  });
+  };
+  const hn::FixedTag<float, 1> dOne;
+  const size_t lanes = hn::Lanes(kManyPixels);
+  auto index = hn::Iota(kManyPixels, 0.0f);
+  const auto step = hn::Set(kManyPixels, static_cast<float>(lanes));
+  size_t i = 0;
+  for (; i + lanes <= count; i += lanes, index = hn::Add(index, step)) cover(kManyPixels, index, i);
+  for (; i < count; ++i) cover(dOne, hn::Set(dOne, static_cast<float>(i)), i);
 }
 
 }  // namespace
@@ -212,8 +200,6 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace kestrel::kernels {
 
-HWY_EXPORT(applyMatrixNow);
-HWY_EXPORT(clampPixelsNow);
 HWY_EXPORT(scalePixelsNow);
 HWY_EXPORT(layOverNow);
 HWY_EXPORT(keepInsideNow);
@@ -240,14 +226,6 @@ void coverLine(const CoverLine& line, size_t count, float* out) {
 
 void packSamples(const float* values, size_t count, uint8_t* out) {
   HWY_DYNAMIC_DISPATCH(packSamplesNow)(values, count, out);
-}
-
-void applyMatrix(float* pixels, size_t count, const float* matrix) {
-  HWY_DYNAMIC_DISPATCH(applyMatrixNow)(pixels, count, matrix);
-}
-
-void clampPixels(float* pixels, size_t count) {
-  HWY_DYNAMIC_DISPATCH(clampPixelsNow)(pixels, count);
 }
 
 void scalePixels(float* pixels, size_t count, const float* factors) {
