@@ -79,6 +79,9 @@ void resampleRow(const int16_t* row, const RowTaps& taps, size_t pixels, const f
 /// The same without resampling.
 void widenRow(const int16_t* row, size_t pixels, const float* matrix, float* out);
 
+/// The same from 8-bit pixels whose fourth byte is taken for 255.
+void widenOpaque(const uint8_t* row, size_t pixels, const float* matrix, float* out);
+
 /// A resampling along a line through a tile of pixels. Pixel i lies at (u + i du, v + i dv), where
 /// pixel (k, l) of the tile lies at (k, l); positions are first limited to the given ranges.
 /// `spanU` and `spanV` are the sides of the area that is averaged, 1 to 2. The tile reaches two
@@ -113,7 +116,7 @@ void keepInside(float* pixels, const float* mask, size_t count);
 void fillPixels(float* pixels, size_t count, const float* color);
 
 /// To 8 bits that are not multiplied by alpha, clamped and rounded. An opaque row may hold anything
-/// for alpha.
+/// for alpha; its colours lie within -1000 to 1000.
 void packRgba(const float* pixels, size_t count, bool isOpaque, uint8_t* out);
 
 /// To 16 bits, clamped and rounded.

@@ -155,6 +155,27 @@ void widenRowNow(const int16_t* row, size_t pixels, const float* matrix, float* 
   widenRowBy<false>(row, pixels, matrix, out);
 }
 
+template <bool kMatrix>
+void widenOpaqueBy(const uint8_t* row, size_t pixels, const float* matrix,
+                   float* HWY_RESTRICT out) {
+  forPixels(pixels, [&](auto d, size_t i) HWY_ATTR {
+    const hn::Rebind<int32_t, decltype(d)> d32;
+    const hn::Rebind<uint8_t, decltype(d)> d8;
+    alignas(16) static constexpr uint32_t kAlpha[4] = {0, 0, 0, 255};
+    const auto bytes = hn::PromoteTo(d32, hn::LoadU(d8, row + i));
+    const auto opaque = hn::Or(
+        bytes, hn::BitCast(d32, hn::LoadDup128(hn::Rebind<uint32_t, decltype(d)>(), kAlpha)));
+    auto pixel = hn::Mul(hn::ConvertTo(d, opaque), hn::Set(d, 1.0f / 255));
+    if constexpr (kMatrix) pixel = mapped(d, pixel, matrix);
+    hn::StoreU(pixel, d, out + i);
+  });
+}
+
+void widenOpaqueNow(const uint8_t* row, size_t pixels, const float* matrix, float* out) {
+  if (matrix) return widenOpaqueBy<true>(row, pixels, matrix, out);
+  widenOpaqueBy<false>(row, pixels, matrix, out);
+}
+
 void mapPixelsNow(float* pixels, size_t count, const float* matrix) {
   forPixels(count, [&](auto d, size_t i) HWY_ATTR {
     hn::StoreU(mapped(d, hn::LoadU(d, pixels + i), matrix), d, pixels + i);
@@ -324,6 +345,7 @@ namespace kestrel::kernels {
 
 HWY_EXPORT(resampleRowNow);
 HWY_EXPORT(widenRowNow);
+HWY_EXPORT(widenOpaqueNow);
 HWY_EXPORT(mapPixelsNow);
 HWY_EXPORT(resampleLineNow);
 
@@ -334,6 +356,10 @@ void resampleRow(const int16_t* row, const RowTaps& taps, size_t pixels, const f
 
 void widenRow(const int16_t* row, size_t pixels, const float* matrix, float* out) {
   HWY_DYNAMIC_DISPATCH(widenRowNow)(row, pixels, matrix, out);
+}
+
+void widenOpaque(const uint8_t* row, size_t pixels, const float* matrix, float* out) {
+  HWY_DYNAMIC_DISPATCH(widenOpaqueNow)(row, pixels, matrix, out);
 }
 
 void resampleLine(const AffineLine& line, size_t pixels, const float* matrix, float* out) {

@@ -140,15 +140,10 @@ CopyLayer::CopyLayer(const Raster& source, int dx, int dy, const IntRect& bounds
 
 void CopyLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {
   const ArenaScope scope(worker.memory);
-  constexpr int16_t kWhole[1] = {kernels::kWeightOne - 1};
   const IntRect used = rect.moved(-dx_, -dy_);
   const Raster* const source = source_.local(worker, used);
-  const auto pixels = static_cast<size_t>(rect.width());
-  const auto row = worker.memory.array<int16_t>(4 * pixels);
-  for (int y = 0; y < rect.height(); ++y) {
-    source->blendRows(worker, used.y0 + y, kWhole, 1, used.x0, used.x1, row.data());
-    kernels::widenRow(row.data(), pixels, matrix_, out.row(y));
-  }
+  for (int y = 0; y < rect.height(); ++y)
+    source->readRow(worker, used.y0 + y, used.x0, used.x1, matrix_, out.row(y));
 }
 
 }  // namespace kestrel
