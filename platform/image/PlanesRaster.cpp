@@ -88,8 +88,18 @@ void PlanesRaster::joinRow(Worker& worker, int row, int x0, int x1, int16_t* out
                                    {samplesOf(2, rows[0]), samplesOf(2, rows[1])},
                                    eighths & 7};
   const auto& luma = picture_.planes[0];
-  kernels::joinPlanes8(luma.data + row * luma.bytesPerRow + x0, chroma,
-                       x0 - (left << format.chromaShiftX), format.chromaShiftX,
+  const uint8_t* const samples = luma.data + row * luma.bytesPerRow + x0;
+  if (row >= kRowsAhead) {
+    const uint8_t* const ahead = samples - kRowsAhead * luma.bytesPerRow;
+    fetch(ahead, ahead + (x1 - x0));
+    for (const size_t plane : {1, 2}) {
+      const auto& source = picture_.planes[plane];
+      const uint8_t* const next =
+          source.data + ((row - kRowsAhead) >> format.chromaShiftY) * source.bytesPerRow + left;
+      fetch(next, next + (right - left));
+    }
+  }
+  kernels::joinPlanes8(samples, chroma, x0 - (left << format.chromaShiftX), format.chromaShiftX,
                        static_cast<size_t>(x1 - x0), out);
 }
 

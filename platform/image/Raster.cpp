@@ -36,12 +36,7 @@ void Raster::readRow(Worker& worker, int y, int x0, int x1, const float* matrix,
 }
 
 void BitmapRaster::fetchAhead(int y, int x0, int x1) const {
-  constexpr int kRows = 8;
-  constexpr ptrdiff_t kCacheLine = 64;
-  if (y + kRows >= bounds().y1) return;
-  const uint8_t* const end = at(x1, y + kRows);
-  for (const uint8_t* line = at(x0, y + kRows); line < end; line += kCacheLine)
-    __builtin_prefetch(line);
+  if (y + kRowsAhead < bounds().y1) fetch(at(x0, y + kRowsAhead), at(x1, y + kRowsAhead));
 }
 
 void BitmapRaster::readRow(Worker& worker, int y, int x0, int x1, const float* matrix,
