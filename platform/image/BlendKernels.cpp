@@ -228,6 +228,85 @@ void joinRows(const int16_t* y, const int16_t* cb, const int16_t* cr, size_t pix
   }
 }
 
+/// Chroma of 8 bits for a vector of pixels: the first of them lies at sample `k`, or, where
+/// `kIsBetween`, halfway from there to the next.
+template <int kShift, bool kIsBetween>
+HWY_INLINE V16 mixedChroma(const uint8_t* const* rows, int part, size_t k) {
+  if constexpr (kShift == 0) {
+    const auto weigh = [k](const uint8_t* row, int weight) HWY_ATTR {
+      const auto samples = hn::LoadU(hn::Rebind<uint8_t, decltype(kD16)>(), row + k);
+      return hn::Mul(hn::PromoteTo(kD16, samples), hn::Set(kD16, static_cast<int16_t>(weight)));
+    };
+    return hn::ShiftLeft<4>(hn::Add(weigh(rows[0], 8 - part), weigh(rows[1], part)));
+  } else {
+    // Each lane of 32 bits holds one sample, and at the end two pixels.
+    const hn::RepartitionToWide<decltype(kD16)> d32;
+    const hn::Repartition<uint16_t, decltype(kD16)> du16;
+    const auto mixedAt = [&](size_t at) HWY_ATTR {
+      const auto weigh = [at, d32](const uint8_t* row, int weight) HWY_ATTR {
+        const auto samples = hn::LoadU(hn::Rebind<uint8_t, decltype(d32)>(), row + at);
+        return hn::Mul(hn::BitCast(kD16, hn::PromoteTo(d32, samples)),
+                       hn::Set(kD16, static_cast<int16_t>(weight)));
+      };
+      return hn::ShiftLeft<4>(hn::Add(weigh(rows[0], 8 - part), weigh(rows[1], part)));
+    };
+    const V16 here = mixedAt(k);
+    const V16 next = mixedAt(k + 1);
+    const auto between =
+        hn::BitCast(d32, hn::AverageRound(hn::BitCast(du16, here), hn::BitCast(du16, next)));
+    const auto second = hn::ShiftLeft<16>(kIsBetween ? hn::BitCast(d32, next) : between);
+    return hn::BitCast(kD16, hn::Or(kIsBetween ? between : hn::BitCast(d32, here), second));
+  }
+}
+
+template <int kShift, bool kIsBetween>
+HWY_INLINE void join8(const uint8_t* y, const ChromaRows& chroma, size_t k, int16_t* out) {
+  hn::StoreInterleaved4(Samples8::load(y),
+                        mixedChroma<kShift, kIsBetween>(chroma.cb, chroma.part, k),
+                        mixedChroma<kShift, kIsBetween>(chroma.cr, chroma.part, k),
+                        hn::Set(kD16, static_cast<int16_t>(kOne)), kD16, out);
+}
+
+template <int kShift>
+void joinRowsBy(const uint8_t* y, const ChromaRows& chroma, size_t phase, size_t pixels,
+                int16_t* out) {
+  const size_t lanes = hn::Lanes(kD16);
+  const auto join = [&](size_t i) HWY_ATTR {
+    const size_t k = (phase + i) >> kShift;
+    if (kShift == 0 || (phase + i) % 2 == 0)
+      return join8<kShift, false>(y + i, chroma, k, out + 4 * i);
+    join8<kShift, true>(y + i, chroma, k, out + 4 * i);
+  };
+  size_t i = 0;
+  for (; i + lanes <= pixels; i += lanes) join(i);
+  if (i == pixels) return;
+  if (pixels >= lanes) return join(pixels - lanes);
+
+  // A short row is done in memory of its own: nothing beyond it may be touched.
+  constexpr size_t kMost = HWY_MAX_BYTES / sizeof(int16_t);
+  uint8_t samples[5][kMost + 2] = {};
+  std::memcpy(samples[4], y, pixels);
+  const size_t first = phase >> kShift;
+  const size_t used = ((phase + pixels - 1) >> kShift) + 1 + kShift - first;
+  ChromaRows copies{{samples[0], samples[1]}, {samples[2], samples[3]}, chroma.part};
+  for (size_t row = 0; row < 2; ++row) {
+    std::memcpy(samples[row], chroma.cb[row] + first, used);
+    std::memcpy(samples[2 + row], chroma.cr[row] + first, used);
+  }
+  int16_t result[4 * kMost];
+  if (kShift == 0 || phase % 2 == 0)
+    join8<kShift, false>(samples[4], copies, 0, result);
+  else
+    join8<kShift, true>(samples[4], copies, 0, result);
+  std::memcpy(out, result, 4 * pixels * sizeof(int16_t));
+}
+
+void joinRows8(const uint8_t* y, const ChromaRows& chroma, size_t phase, int shift, size_t pixels,
+               int16_t* out) {
+  if (shift == 0) return joinRowsBy<0>(y, chroma, phase, pixels, out);
+  joinRowsBy<1>(y, chroma, phase, pixels, out);
+}
+
 bool isOpaqueRow(const uint8_t* row, size_t pixels) {
   const hn::ScalableTag<uint32_t> d;
   const hn::Repartition<uint8_t, decltype(d)> d8;
@@ -288,6 +367,7 @@ HWY_EXPORT(blendStraightRows);
 HWY_EXPORT(blendRows16);
 HWY_EXPORT(blendRows8);
 HWY_EXPORT(joinRows);
+HWY_EXPORT(joinRows8);
 HWY_EXPORT(doubleRow);
 HWY_EXPORT(isOpaqueRow);
 HWY_EXPORT(copyOpaqueRow);
@@ -351,6 +431,11 @@ void joinPlanes(const int16_t* y, const int16_t* cb, const int16_t* cr, int phas
     }
     HWY_DYNAMIC_DISPATCH(joinRows)(y + begin, chroma[0], chroma[1], count, out + 4 * begin);
   }
+}
+
+void joinPlanes8(const uint8_t* y, const ChromaRows& chroma, int phase, int shift, size_t pixels,
+                 int16_t* out) {
+  HWY_DYNAMIC_DISPATCH(joinRows8)(y, chroma, static_cast<size_t>(phase), shift, pixels, out);
 }
 
 }  // namespace kestrel::kernels

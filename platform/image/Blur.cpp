@@ -130,8 +130,18 @@ class DirectLayer final : public Layer {
     const IntRect used = rect.grown(weights_.reach);
     const Tile tile = makeTile(worker.memory, used);
     picture_.render(worker, used, tile);
-    blurTile(worker.memory, weights_, 4, tile.pixels, tile.stride, rect.width(), rect.height(),
-             out.pixels, out.stride);
+    const size_t count = weights_.values.size();
+    const auto taps = static_cast<int>(count);
+    const auto rows = worker.memory.array<const float*>(count);
+    const auto columns = worker.memory.array<const float*>(count);
+    const auto sums = worker.memory.array<float>(4 * static_cast<size_t>(used.width()));
+    for (size_t t = 0; t < count; ++t) columns[t] = sums.data() + 4 * t;
+    for (int y = 0; y < rect.height(); ++y) {
+      for (int t = 0; t < taps; ++t) rows[static_cast<size_t>(t)] = tile.row(y + t);
+      kernels::sumRows(rows.data(), weights_.values.data(), taps, sums.size(), sums.data());
+      kernels::sumRows(columns.data(), weights_.values.data(), taps,
+                       4 * static_cast<size_t>(rect.width()), out.row(y));
+    }
   }
 
   bool isOpaque(const IntRect& rect) const override {
@@ -266,24 +276,6 @@ Weights makeWeights(Arena& arena, double sigma) {
   for (int d = -reach; d <= reach; ++d)
     values[static_cast<size_t>(d + reach)] = static_cast<float>(exact(d) / sum);
   return {values, reach};
-}
-
-void blurTile(Arena& arena, const Weights& weights, int channels, const float* tile,
-              ptrdiff_t stride, int width, int height, float* out, ptrdiff_t outStride) {
-  const ArenaScope scope(arena);
-  const auto taps = static_cast<int>(weights.values.size());
-  const int reachValues = channels * weights.reach;
-  const auto rows = arena.array<const float*>(weights.values.size());
-  const auto columns = arena.array<const float*>(weights.values.size());
-  const auto middle = static_cast<size_t>(channels * width);
-  const auto sums = arena.array<float>(middle + 2 * static_cast<size_t>(reachValues));
-  for (int t = 0; t < taps; ++t)
-    columns[static_cast<size_t>(t)] = sums.data() + static_cast<ptrdiff_t>(channels) * t;
-  for (int y = 0; y < height; ++y) {
-    for (int t = 0; t < taps; ++t) rows[static_cast<size_t>(t)] = tile + (y + t) * stride;
-    kernels::sumRows(rows.data(), weights.values.data(), taps, sums.size(), sums.data());
-    kernels::sumRows(columns.data(), weights.values.data(), taps, middle, out + y * outStride);
-  }
 }
 
 IntRect reachOf(const IntRect& needed, double sigma) {

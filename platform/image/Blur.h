@@ -36,12 +36,6 @@ struct Weights {
 };
 Weights makeWeights(Arena& arena, double sigma);
 
-/// Blurs the middle of a tile with `channels` values to the pixel: `tile` is the lower left pixel
-/// of what reaches `weights.reach` pixels beyond `width` × `height` on each side. Both strides are
-/// in values.
-void blurTile(Arena& arena, const Weights& weights, int channels, const float* tile,
-              ptrdiff_t stride, int width, int height, float* out, ptrdiff_t outStride);
-
 /// The pixels that those of `needed` are made of, by the definition above or as it is computed.
 IntRect reachOf(const IntRect& needed, double sigma);
 

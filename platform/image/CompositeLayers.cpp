@@ -34,10 +34,7 @@ void ColorLayer::render(Worker& /*worker*/, const IntRect& rect, const Tile& out
 
 void MatrixLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {
   input_.render(worker, rect, out);
-  for (int y = 0; y < rect.height(); ++y) {
-    kernels::applyMatrix(out.row(y), widthOf(rect), matrix_);
-    kernels::clampPixels(out.row(y), widthOf(rect));
-  }
+  for (int y = 0; y < rect.height(); ++y) kernels::mapPixels(out.row(y), widthOf(rect), matrix_);
 }
 
 CropLayer::CropLayer(const Layer& input, const Rect& rect)

@@ -42,12 +42,14 @@ void takeLuminance(const float* pixels, size_t count, float* luminance);
 /// Luminance and alpha of each pixel, side by side.
 void takeLuminanceAndAlpha(const float* pixels, size_t count, float* values);
 
-/// Adds sharpness × (luminance - blurred) to each colour of opaque pixels, limited to 0 to 1.
-void sharpenOpaque(float* pixels, const float* blurred, size_t count, float sharpness);
+/// From rows of luminance and alpha: sharpness × (luminance - alpha × blurred luminance / blurred
+/// alpha).
+void takeEdges(const float* values, const float* blurred, size_t count, float sharpness,
+               float* edges);
 
-/// The same where alpha counts: `blurred` has luminance and alpha side by side; what is added is
-/// sharpness × (luminance - alpha × blurred luminance / blurred alpha), the limits are 0 and alpha.
-void sharpenPixels(float* pixels, const float* blurred, size_t count, float sharpness);
+/// Adds edges[i] to each colour of pixel i, limited to 0 to alpha. 15 floats beyond the last edge
+/// are read, too.
+void addEdges(const float* pixels, const float* edges, size_t count, float* out);
 
 // What depends on the place.
 

@@ -42,6 +42,16 @@ void blend8(const uint8_t* const* rows, const int16_t* weights, int taps, size_t
 void joinPlanes(const int16_t* y, const int16_t* cb, const int16_t* cr, int phase, int shift,
                 size_t pixels, int16_t* out);
 
+/// The same from rows of 8-bit samples, where chroma is mixed of two rows of which the second one
+/// counts `part` eighths. `shift` is 0 or 1.
+struct ChromaRows {
+  const uint8_t* cb[2];
+  const uint8_t* cr[2];
+  int part;
+};
+void joinPlanes8(const uint8_t* y, const ChromaRows& chroma, int phase, int shift, size_t pixels,
+                 int16_t* out);
+
 /// True when the fourth byte of every 8-bit pixel is 255.
 bool isOpaque(const uint8_t* row, size_t pixels);
 
@@ -62,12 +72,15 @@ struct RowTaps {
 };
 
 /// `matrix`, where not null, is applied to the result: 16 floats, what r, g, b and a each
-/// contribute to the four values. Nothing is clamped.
+/// contribute to the four values. Then alpha is limited to 0 to 1 and the colours to 0 to alpha.
 void resampleRow(const int16_t* row, const RowTaps& taps, size_t pixels, const float* matrix,
                  float* out);
 
 /// The same without resampling.
 void widenRow(const int16_t* row, size_t pixels, const float* matrix, float* out);
+
+/// The same from 8-bit pixels whose fourth byte is taken for 255.
+void widenOpaque(const uint8_t* row, size_t pixels, const float* matrix, float* out);
 
 /// A resampling along a line through a tile of pixels. Pixel i lies at (u + i du, v + i dv), where
 /// pixel (k, l) of the tile lies at (k, l); positions are first limited to the given ranges.
@@ -87,11 +100,8 @@ inline constexpr size_t kMaxAffinePixels = 256;
 
 // On rows of floats.
 
-/// Applies `matrix` (as above) in place.
-void applyMatrix(float* pixels, size_t count, const float* matrix);
-
-/// Limits alpha to 0 to 1 and the colours to 0 to alpha, in place.
-void clampPixels(float* pixels, size_t count);
+/// Applies `matrix` and the limits (as above) in place.
+void mapPixels(float* pixels, size_t count, const float* matrix);
 
 /// Multiplies pixel i by factors[i], in place.
 void scalePixels(float* pixels, size_t count, const float* factors);
@@ -106,7 +116,7 @@ void keepInside(float* pixels, const float* mask, size_t count);
 void fillPixels(float* pixels, size_t count, const float* color);
 
 /// To 8 bits that are not multiplied by alpha, clamped and rounded. An opaque row may hold anything
-/// for alpha.
+/// for alpha; its colours lie within -1000 to 1000.
 void packRgba(const float* pixels, size_t count, bool isOpaque, uint8_t* out);
 
 /// To 16 bits, clamped and rounded.

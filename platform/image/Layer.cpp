@@ -31,7 +31,7 @@ void renderAnywhere(const Layer* layer, Worker& worker, const IntRect& rect, con
 
 Tiling::Tiling(const Layer* layer, const IntRect& rect) : rect_(rect) {
   // A piece and what it is made of stay in a core's own cache.
-  constexpr int kBlockWidth = 128;
+  constexpr int kBlockWidth = 256;
   constexpr int kBlockHeight = 64;
   constexpr int kStripPixels = 12 << 10;
   constexpr int kMostStripRows = 32;

@@ -7,6 +7,9 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include <algorithm>
+#include <cmath>
+
 #include "platform/image/Kernels.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -44,24 +47,6 @@ HWY_INLINE hn::Mask<D> alphaLanes(D d) {
   return hn::MaskFromVec(hn::BitCast(d, hn::LoadDup128(d64, kAlpha)));
 }
 
-void applyMatrixNow(float* pixels, size_t count, const float* matrix) {
-  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
-    const auto v = hn::LoadU(d, pixels + i);
-    auto sum = hn::Mul(hn::Broadcast<3>(v), hn::LoadDup128(d, matrix + 12));
-    sum = hn::MulAdd(hn::Broadcast<0>(v), hn::LoadDup128(d, matrix), sum);
-    sum = hn::MulAdd(hn::Broadcast<1>(v), hn::LoadDup128(d, matrix + 4), sum);
-    sum = hn::MulAdd(hn::Broadcast<2>(v), hn::LoadDup128(d, matrix + 8), sum);
-    hn::StoreU(sum, d, pixels + i);
-  });
-}
-
-void clampPixelsNow(float* pixels, size_t count) {
-  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
-    const auto v = hn::Max(hn::Min(hn::LoadU(d, pixels + i), hn::Set(d, 1.0f)), hn::Zero(d));
-    hn::StoreU(hn::Min(v, hn::Broadcast<3>(v)), d, pixels + i);
-  });
-}
-
 void scalePixelsNow(float* pixels, size_t count, const float* factors) {
   for (size_t i = 0; i < count; ++i)
     hn::StoreU(hn::Mul(hn::LoadU(kOnePixel, pixels + 4 * i), hn::Set(kOnePixel, factors[i])),
@@ -88,11 +73,13 @@ void fillPixelsNow(float* pixels, size_t count, const float* color) {
                        HWY_ATTR { hn::StoreU(hn::LoadDup128(d, color), d, pixels + i); });
 }
 
+/// Added to a float this makes its last bits count whole numbers.
+constexpr float kWholeNumbers = 12582912.0f;
+
 /// Rounds values from 0 to 255 to bytes: in a float this large the last bits count whole numbers.
 template <typename D>
 HWY_INLINE hn::Vec<hn::Rebind<uint32_t, D>> rounded(D d, hn::Vec<D> value) {
   const hn::Rebind<uint32_t, D> du;
-  constexpr float kWholeNumbers = 12582912.0f;
   const auto bits = hn::BitCast(du, hn::Add(value, hn::Set(d, kWholeNumbers)));
   return hn::And(bits, hn::Set(du, 0xFFu));
 }
@@ -103,15 +90,38 @@ HWY_INLINE void storeBytes(D /*d*/, hn::Vec<hn::Rebind<uint32_t, D>> value, uint
   hn::StoreU(hn::U8FromU32(value), d8, out);
 }
 
+/// Two vectors of pixels at a time.
 void packOpaque(const float* pixels, size_t count, uint8_t* out) {
-  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
-    const hn::Rebind<uint32_t, decltype(d)> du;
-    const auto full = hn::Set(d, 255.0f);
-    const auto value = hn::Mul(hn::LoadU(d, pixels + i), full);
-    const auto bytes = rounded(d, hn::Min(hn::Max(value, hn::Zero(d)), full));
-    alignas(16) static constexpr uint32_t kAlpha[4] = {0, 0, 0, 255};
-    storeBytes(d, hn::Or(bytes, hn::LoadDup128(du, kAlpha)), out + i);
-  });
+  const hn::Rebind<int32_t, decltype(kManyPixels)> di;
+  const hn::Repartition<int16_t, decltype(kManyPixels)> d16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const hn::Repartition<uint32_t, decltype(d8)> dPixels;
+  const auto full = hn::Set(kManyPixels, 255.0f);
+  const auto wholes = hn::Set(kManyPixels, kWholeNumbers);
+  const auto wholeBits = hn::BitCast(di, wholes);
+  const auto alpha = hn::Set(dPixels, 0xFF000000u);
+  const auto numbers = [&](size_t i) HWY_ATTR {
+    const auto value = hn::MulAdd(hn::LoadU(kManyPixels, pixels + i), full, wholes);
+    return hn::Sub(hn::BitCast(di, value), wholeBits);
+  };
+  // Narrowing takes blocks of the two in turn.
+  alignas(32) static constexpr int32_t kOrders[3][8] = {
+      {0, 1}, {0, 2, 1, 3}, {0, 2, 4, 6, 1, 3, 5, 7}};
+  const size_t lanes = hn::Lanes(kManyPixels);
+  const auto order = hn::SetTableIndices(dPixels, kOrders[lanes / 8]);
+  const auto pack = [&](size_t i) HWY_ATTR {
+    const auto both = hn::ReorderDemote2To(d16, numbers(i), numbers(i + lanes));
+    const auto bytes = hn::BitCast(dPixels, hn::DemoteTo(d8, both));
+    hn::StoreU(hn::BitCast(d8, hn::Or(hn::TableLookupLanes(bytes, order), alpha)), d8, out + i);
+  };
+  const size_t values = 4 * count;
+  size_t i = 0;
+  for (; i + 2 * lanes <= values; i += 2 * lanes) pack(i);
+  if (i < values && values >= 2 * lanes) return pack(values - 2 * lanes);
+  for (; i < values; ++i) {
+    const float value = std::min(std::max(pixels[i] * 255, 0.0f), 255.0f);
+    out[i] = i % 4 == 3 ? 255 : static_cast<uint8_t>(std::nearbyint(value));
+  }
 }
 
 void packStraight(const float* pixels, size_t count, uint8_t* out) {
@@ -193,8 +203,7 @@ void halveRowNow(const float* values, float scale, size_t count, float* out) {
 }
 
 void coverLineNow(const CoverLine& line, size_t count, float* out) {
-  forValues(count, [&](auto d, size_t i) HWY_ATTR {
-    const auto index = hn::Iota(d, static_cast<float>(i));
+  const auto cover = [&](auto d, auto index, size_t i) HWY_ATTR {
     const auto share = [&](const CoverLine::Axis& axis) HWY_ATTR {
       const auto step = hn::Set(d, axis.step);
       const auto low = hn::MulAdd(index, step, hn::Set(d, axis.low));
@@ -202,7 +211,14 @@ void coverLineNow(const CoverLine& line, size_t count, float* out) {
       return hn::Max(hn::Min(hn::Min(low, high), hn::Set(d, axis.most)), hn::Zero(d));
     };
     hn::StoreU(hn::Mul(share(line.u), share(line.v)), d, out + i);
-  });
+  };
+  const hn::FixedTag<float, 1> dOne;
+  const size_t lanes = hn::Lanes(kManyPixels);
+  auto index = hn::Iota(kManyPixels, 0.0f);
+  const auto step = hn::Set(kManyPixels, static_cast<float>(lanes));
+  size_t i = 0;
+  for (; i + lanes <= count; i += lanes, index = hn::Add(index, step)) cover(kManyPixels, index, i);
+  for (; i < count; ++i) cover(dOne, hn::Set(dOne, static_cast<float>(i)), i);
 }
 
 }  // namespace
@@ -212,8 +228,6 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace kestrel::kernels {
 
-HWY_EXPORT(applyMatrixNow);
-HWY_EXPORT(clampPixelsNow);
 HWY_EXPORT(scalePixelsNow);
 HWY_EXPORT(layOverNow);
 HWY_EXPORT(keepInsideNow);
@@ -240,14 +254,6 @@ void coverLine(const CoverLine& line, size_t count, float* out) {
 
 void packSamples(const float* values, size_t count, uint8_t* out) {
   HWY_DYNAMIC_DISPATCH(packSamplesNow)(values, count, out);
-}
-
-void applyMatrix(float* pixels, size_t count, const float* matrix) {
-  HWY_DYNAMIC_DISPATCH(applyMatrixNow)(pixels, count, matrix);
-}
-
-void clampPixels(float* pixels, size_t count) {
-  HWY_DYNAMIC_DISPATCH(clampPixelsNow)(pixels, count);
 }
 
 void scalePixels(float* pixels, size_t count, const float* factors) {

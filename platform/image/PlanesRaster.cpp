@@ -16,6 +16,14 @@ constexpr int16_t kNeutralChroma = 128 << 7;
 
 int chromaSize(int luma, int shift) { return (luma + (1 << shift) - 1) >> shift; }
 
+bool isJoinedAtOnce(const YUVPicture& picture) {
+  const auto isPlain = [&](size_t plane) {
+    return picture.planes[plane].data && picture.planes[plane].sampleStride == 1;
+  };
+  return picture.format.bitDepth == 8 && picture.format.chromaShiftX <= 1 && isPlain(0) &&
+         isPlain(1) && isPlain(2);
+}
+
 }  // namespace
 
 /// Rows of a plane from `first` on, counted downwards from the top one, and their weights.
@@ -27,6 +35,7 @@ struct PlanesRaster::Rows {
 PlanesRaster::PlanesRaster(const YUVPicture& picture)
     : Raster({0, 0, picture.format.width, picture.format.height}, !picture.planes[3].data),
       picture_(picture),
+      isJoined_(isJoinedAtOnce(picture)),
       chromaWidth_(chromaSize(picture.format.width, picture.format.chromaShiftX)),
       chromaHeight_(chromaSize(picture.format.height, picture.format.chromaShiftY)) {}
 
@@ -34,9 +43,68 @@ void PlanesRaster::blendRows(Worker& worker, int y, const int16_t* weights, int 
                              int x1, int16_t* out) const {
   if (!isOpaque() && count > 1) return blendWithAlpha(worker, y, weights, count, x0, x1, out);
   const ArenaScope scope(worker.memory);
-  const auto downwards = worker.memory.array<int16_t>(static_cast<size_t>(count));
-  std::reverse_copy(weights, weights + count, downwards.begin());
-  const Rows luma{bounds().y1 - y - count, downwards};
+  const int top = bounds().y1 - y - count;
+  if (count == 1 && isJoined_) {
+    joinRow(worker, top, x0, x1, out);
+  } else {
+    const auto downwards = worker.memory.array<int16_t>(static_cast<size_t>(count));
+    std::reverse_copy(weights, weights + count, downwards.begin());
+    blendColors(worker, {top, downwards}, x0, x1, out);
+  }
+  if (isOpaque()) return;
+  const auto pixels = static_cast<size_t>(x1 - x0);
+  int16_t* const alpha = worker.memory.array<int16_t>(pixels).data();
+  widenRow(3, top, x0, x1, alpha);
+  // Alpha is of full range, whose largest sample is less than the scale's 255 above 8 bits.
+  const int bits = picture_.format.bitDepth;
+  const int most = bits > 8 ? ((1 << bits) - 1) << 15 >> bits : kernels::kOne;
+  for (size_t i = 0; i < pixels; ++i, out += 4) {
+    const int a = alpha[i] * kernels::kOne / most;
+    for (int c = 0; c < 3; ++c)
+      out[c] = static_cast<int16_t>((out[c] * a + kernels::kOne / 2) / kernels::kOne);
+    out[3] = static_cast<int16_t>(a);
+  }
+}
+
+void PlanesRaster::joinRow(Worker& worker, int row, int x0, int x1, int16_t* out) const {
+  // The chroma rows around it, and in how many eighths of the way to the second one it lies.
+  const YUVFormat& format = picture_.format;
+  const int eighths = ((2 * row + 1) << 2 >> format.chromaShiftY) - 4;
+  const auto limited = [this](int at) { return std::clamp(at, 0, chromaHeight_ - 1); };
+  const int rows[2] = {limited(eighths >> 3), limited((eighths >> 3) + 1)};
+  // One chroma sample beyond the last, for the interpolation.
+  const int left = x0 >> format.chromaShiftX;
+  const int right = ((x1 - 1) >> format.chromaShiftX) + 1 + format.chromaShiftX;
+  const auto samplesOf = [&](size_t plane, int at) {
+    const auto& source = picture_.planes[plane];
+    const uint8_t* const samples = source.data + at * source.bytesPerRow + left;
+    if (right <= chromaWidth_) return samples;
+    uint8_t* const copy = worker.memory.array<uint8_t>(static_cast<size_t>(right - left)).data();
+    std::memcpy(copy, samples, static_cast<size_t>(chromaWidth_ - left));
+    copy[chromaWidth_ - left] = samples[chromaWidth_ - left - 1];
+    return static_cast<const uint8_t*>(copy);
+  };
+  const kernels::ChromaRows chroma{{samplesOf(1, rows[0]), samplesOf(1, rows[1])},
+                                   {samplesOf(2, rows[0]), samplesOf(2, rows[1])},
+                                   eighths & 7};
+  const auto& luma = picture_.planes[0];
+  const uint8_t* const samples = luma.data + row * luma.bytesPerRow + x0;
+  if (row >= kRowsAhead) {
+    const uint8_t* const ahead = samples - kRowsAhead * luma.bytesPerRow;
+    fetch(ahead, ahead + (x1 - x0));
+    for (const size_t plane : {1, 2}) {
+      const auto& source = picture_.planes[plane];
+      const uint8_t* const next =
+          source.data + ((row - kRowsAhead) >> format.chromaShiftY) * source.bytesPerRow + left;
+      fetch(next, next + (right - left));
+    }
+  }
+  kernels::joinPlanes8(samples, chroma, x0 - (left << format.chromaShiftX), format.chromaShiftX,
+                       static_cast<size_t>(x1 - x0), out);
+}
+
+void PlanesRaster::blendColors(Worker& worker, const Rows& luma, int x0, int x1,
+                               int16_t* out) const {
   const auto pixels = static_cast<size_t>(x1 - x0);
   int16_t* const row = worker.memory.array<int16_t>(pixels).data();
   blendPlane(worker, 0, luma, x0, x1, row);
@@ -57,19 +125,6 @@ void PlanesRaster::blendRows(Worker& worker, int y, const int16_t* weights, int 
       blendChroma(worker, c + 1, chroma, left, right, samples.data());
   }
   kernels::joinPlanes(row, components[0], components[1], x0 - (left << shift), shift, pixels, out);
-
-  if (isOpaque()) return;
-  int16_t* const alpha = row;
-  widenRow(3, luma.first, x0, x1, alpha);
-  // Alpha is of full range, whose largest sample is less than the scale's 255 above 8 bits.
-  const int bits = picture_.format.bitDepth;
-  const int most = bits > 8 ? ((1 << bits) - 1) << 15 >> bits : kernels::kOne;
-  for (size_t i = 0; i < pixels; ++i, out += 4) {
-    const int a = alpha[i] * kernels::kOne / most;
-    for (int c = 0; c < 3; ++c)
-      out[c] = static_cast<int16_t>((out[c] * a + kernels::kOne / 2) / kernels::kOne);
-    out[3] = static_cast<int16_t>(a);
-  }
 }
 
 void PlanesRaster::blendWithAlpha(Worker& worker, int y, const int16_t* weights, int count, int x0,

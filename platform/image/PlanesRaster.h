@@ -22,6 +22,9 @@ class PlanesRaster final : public Raster {
  private:
   struct Rows;
 
+  /// The colours of one row, from planes of 8 bits whose chroma is at most halved across.
+  void joinRow(Worker& worker, int row, int x0, int x1, int16_t* out) const;
+  void blendColors(Worker& worker, const Rows& luma, int x0, int x1, int16_t* out) const;
   void blendWithAlpha(Worker& worker, int y, const int16_t* weights, int count, int x0, int x1,
                       int16_t* out) const;
   void blendPlane(Worker& worker, int plane, const Rows& rows, int x0, int x1, int16_t* out) const;
@@ -30,6 +33,7 @@ class PlanesRaster final : public Raster {
   Rows chromaRows(Worker& worker, const Rows& luma) const;
 
   const YUVPicture& picture_;
+  bool isJoined_;  ///< `joinRow` is there for it
   int chromaWidth_;
   int chromaHeight_;
 };

@@ -111,8 +111,7 @@ const Layer* Planner::plan(const ImageNode& node, const IntRect& needed) {
 const Layer* Planner::planSource(const Chain& chain, const IntRect& needed) {
   if (as<ColorNode>(chain.node) && (isInfinite(chain.source) || resampling::keepsAxes(chain.map)))
     return planColor(chain, needed);
-  const bool isPlanes = as<PlanesNode>(chain.node) != nullptr;
-  const bool isRaster = isPlanes || as<BitmapNode>(chain.node);
+  const bool isRaster = as<PlanesNode>(chain.node) || as<BitmapNode>(chain.node);
   if (!isRaster && resampling::isWholeShift(chain.map)) return planShifted(chain, needed);
 
   ColorMatrix color = chain.color;
@@ -122,7 +121,6 @@ const Layer* Planner::planSource(const Chain& chain, const IntRect& needed) {
                           chain.map,
                           needed,
                           kernelMatrix(color),
-                          isPlanes || !color.isIdentity(),
                           chain.color.isIdentity()};
   const Raster* raster = rasterOf(*chain.node, sampling);
   return raster ? sample(*raster, sampling) : nullptr;
@@ -209,7 +207,7 @@ const Layer* Planner::sample(const Raster& raster, const Sampling& sampling) {
   if (resampling::isWholeShift(map)) {
     const auto* copy = arena_.make<CopyLayer>(raster, static_cast<int>(std::lround(map.tx)),
                                               static_cast<int>(std::lround(map.ty)), bounds,
-                                              sampling.matrix, sampling.clamps, sampling.isPlain);
+                                              sampling.matrix, sampling.isPlain);
     return cropped(copy, covered);
   }
   const bool isQuarterTurn = map.a == 0;
@@ -223,7 +221,7 @@ const Layer* Planner::sample(const Raster& raster, const Sampling& sampling) {
           ? makeAxisTaps(arena_, back->c, back->tx, pixels.x0, pixels.x1, bounds.y0, bounds.y1)
           : makeAxisTaps(arena_, back->d, back->ty, pixels.y0, pixels.y1, bounds.y0, bounds.y1);
   const auto* scaled = arena_.make<ScaleLayer>(arena_, *source, across, down, bounds,
-                                               sampling.matrix, sampling.clamps);
+                                               sampling.matrix);
   return cropped(scaled, covered);
 }
 
@@ -238,7 +236,7 @@ const Layer* Planner::turn(const Raster& raster, const Sampling& sampling) {
   const int m = blockSide(spanV);
   if (n == 1 && m == 1) {
     return arena_.make<TurnLayer>(TurnLayer::Source{raster, pixels, toClip, spanU, spanV}, border,
-                                  sampling.needed, sampling.matrix, sampling.clamps);
+                                  sampling.needed, sampling.matrix);
   }
   const auto* reduced = arena_.make<ReducedRaster>(raster, pixels, n, m);
   const AffineTransform toBlocks =
@@ -246,7 +244,7 @@ const Layer* Planner::turn(const Raster& raster, const Sampling& sampling) {
                      -static_cast<double>(pixels.y0) / m});
   const TurnLayer::Source source{*reduced, reduced->bounds(), toBlocks, std::max(1.0, spanU / n),
                                  std::max(1.0, spanV / m)};
-  return arena_.make<TurnLayer>(source, border, sampling.needed, sampling.matrix, sampling.clamps);
+  return arena_.make<TurnLayer>(source, border, sampling.needed, sampling.matrix);
 }
 
 const Raster* Planner::rasterOf(const ImageNode& node, const Sampling& sampling) {
@@ -288,7 +286,7 @@ const Raster* Planner::materialize(const ImageNode& node, const IntRect& needed)
 
 const Layer* Planner::computedOnce(const Layer* layer) {
   if (layer->asPlainCopy()) return layer;
-  return arena_.make<CopyLayer>(*buffered(*layer), 0, 0, layer->bounds(), nullptr, false);
+  return arena_.make<CopyLayer>(*buffered(*layer), 0, 0, layer->bounds(), nullptr);
 }
 
 const Raster* Planner::buffered(const Layer& layer) {

@@ -58,7 +58,6 @@ class Planner {
     AffineTransform map;  ///< cleaned
     IntRect needed;       ///< pixels of the result
     KernelMatrix matrix;
-    bool clamps;
     bool isPlain;  ///< no colour matrix but the source's own
   };
 

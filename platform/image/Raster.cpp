@@ -28,9 +28,28 @@ void splitEvenly(std::span<int16_t> weights) {
 
 }  // namespace
 
+void Raster::readRow(Worker& worker, int y, int x0, int x1, const float* matrix, float* out) const {
+  const ArenaScope scope(worker.memory);
+  const auto row = worker.memory.array<int16_t>(4 * lengthOf(x0, x1));
+  blendRows(worker, y, kWhole, 1, x0, x1, row.data());
+  kernels::widenRow(row.data(), lengthOf(x0, x1), matrix, out);
+}
+
+void BitmapRaster::fetchAhead(int y, int x0, int x1) const {
+  if (y + kRowsAhead < bounds().y1) fetch(at(x0, y + kRowsAhead), at(x1, y + kRowsAhead));
+}
+
+void BitmapRaster::readRow(Worker& worker, int y, int x0, int x1, const float* matrix,
+                           float* out) const {
+  if (!isOpaque()) return Raster::readRow(worker, y, x0, x1, matrix, out);
+  fetchAhead(y, x0, x1);
+  kernels::widenOpaque(at(x0, y), lengthOf(x0, x1), matrix, out);
+}
+
 void BitmapRaster::blendRows(Worker& worker, int y, const int16_t* weights, int count, int x0,
                              int x1, int16_t* out) const {
   const ArenaScope scope(worker.memory);
+  if (count == 1) fetchAhead(y, x0, x1);
   const auto rows = worker.memory.array<const uint8_t*>(static_cast<size_t>(count));
   for (int i = 0; i < count; ++i) rows[static_cast<size_t>(i)] = at(x0, y + i);
   const auto blend = isOpaque() ? kernels::blendOpaque : kernels::blendStraight;

@@ -28,6 +28,11 @@ class Raster {
   virtual void blendRows(Worker& worker, int y, const int16_t* weights, int count, int x0, int x1,
                          int16_t* out) const = 0;
 
+  /// Writes the pixels of row `y` from `x0` to `x1` as floats, mapped as `kernels::widenRow` does
+  /// it.
+  virtual void readRow(Worker& worker, int y, int x0, int x1, const float* matrix,
+                       float* out) const;
+
   /// The raster to read `rect` from: this one, or one in the worker's memory that has it ready.
   virtual const Raster* local(Worker& /*worker*/, const IntRect& /*rect*/) const { return this; }
 
@@ -51,6 +56,14 @@ class Raster {
   bool isOpaque_;
 };
 
+/// Has the processor bring memory near. Where a picture is read in blocks, it does not see by
+/// itself where reading goes next: some rows further up.
+inline void fetch(const uint8_t* begin, const uint8_t* end) {
+  constexpr ptrdiff_t kCacheLine = 64;
+  for (const uint8_t* line = begin; line < end; line += kCacheLine) __builtin_prefetch(line);
+}
+inline constexpr int kRowsAhead = 8;
+
 /// The pixels of a bitmap.
 class BitmapRaster final : public Raster {
  public:
@@ -59,6 +72,8 @@ class BitmapRaster final : public Raster {
 
   void blendRows(Worker& worker, int y, const int16_t* weights, int count, int x0, int x1,
                  int16_t* out) const override;
+  void readRow(Worker& worker, int y, int x0, int x1, const float* matrix,
+               float* out) const override;
   bool holdsBytes() const override { return true; }
   void copyBytes(int y, int x0, int x1, uint8_t* out) const override;
 
@@ -68,6 +83,8 @@ class BitmapRaster final : public Raster {
   }
 
  private:
+  void fetchAhead(int y, int x0, int x1) const;
+
   const BitmapImage& bitmap_;
 };
 

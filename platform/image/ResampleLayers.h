@@ -11,18 +11,17 @@
 
 namespace kestrel {
 
-/// A mapping of colours as kernels take it: what r, g, b and a each contribute. Not owned; null
-/// leaves colours as they are.
+/// A mapping of colours as kernels take it: what r, g, b and a each contribute, with limits at the
+/// end. Not owned; null leaves colours as they are.
 using KernelMatrix = const float*;
 
 /// The pixels of a raster, moved by whole pixels.
 class CopyLayer final : public Layer {
  public:
-  /// Pixel (x, y) of the result is (x - dx, y - dy) of the source, within `bounds`. With `clamps`
-  /// colours are limited at the end. `isPlain` says that the matrix does no more than to bring the
-  /// source to RGB.
+  /// Pixel (x, y) of the result is (x - dx, y - dy) of the source, within `bounds`. `isPlain`
+  /// says that the matrix does no more than to bring the source to RGB.
   CopyLayer(const Raster& source, int dx, int dy, const IntRect& bounds, KernelMatrix matrix,
-            bool clamps, bool isPlain = false);
+            bool isPlain = false);
 
   void render(Worker& worker, const IntRect& rect, const Tile& out) const override;
   bool isOpaque(const IntRect& /*rect*/) const override { return source_.isOpaque(); }
@@ -38,7 +37,6 @@ class CopyLayer final : public Layer {
   int dx_;
   int dy_;
   KernelMatrix matrix_;
-  bool clamps_;
   bool isPlain_;
 };
 
@@ -60,7 +58,7 @@ AxisTaps makeAxisTaps(Arena& arena, double scale, double offset, int low, int hi
 class ScaleLayer final : public Layer {
  public:
   ScaleLayer(Arena& arena, const Raster& source, const AxisTaps& across, const AxisTaps& down,
-             const IntRect& bounds, KernelMatrix matrix, bool clamps);
+             const IntRect& bounds, KernelMatrix matrix);
 
   void render(Worker& worker, const IntRect& rect, const Tile& out) const override;
   bool isOpaque(const IntRect& /*rect*/) const override { return source_.isOpaque(); }
@@ -72,7 +70,6 @@ class ScaleLayer final : public Layer {
   AxisTaps down_;
   kernels::RowTaps rowTaps_;  ///< of the whole width
   KernelMatrix matrix_;
-  bool clamps_;
 };
 
 /// A raster under a map that keeps neither axis.
@@ -90,8 +87,7 @@ class TurnLayer final : public Layer {
     Rect clip;
     AffineTransform toClip;
   };
-  TurnLayer(const Source& source, const Border& border, const IntRect& bounds, KernelMatrix matrix,
-            bool clamps);
+  TurnLayer(const Source& source, const Border& border, const IntRect& bounds, KernelMatrix matrix);
 
   void render(Worker& worker, const IntRect& rect, const Tile& out) const override;
   bool isOpaque(const IntRect& rect) const override;
@@ -99,6 +95,9 @@ class TurnLayer final : public Layer {
 
  private:
   void renderBlock(Worker& worker, const IntRect& rect, const Tile& out) const;
+  /// Copies the pixels that `rect` is made of to a tile, which lies within the clip.
+  void copyUsed(const Raster& source, Worker& worker, const IntRect& rect, const IntRect& tile,
+                int16_t* pixels, ptrdiff_t stride) const;
   /// True when no pixel of `rect` touches the border.
   bool isInside(const IntRect& rect) const;
   void coverRow(int y, int x0, size_t count, float* coverage) const;
@@ -108,7 +107,6 @@ class TurnLayer final : public Layer {
   double footprintU_;
   double footprintV_;
   KernelMatrix matrix_;
-  bool clamps_;
 };
 
 }  // namespace kestrel

@@ -1,4 +1,4 @@
-// From rows and tiles in 16 bits to resampled pixels in floats.
+// From rows and tiles in 16 bits to resampled pixels in floats, and the mapping of their colours.
 
 #include "platform/image/KernelTargets.h"
 
@@ -21,6 +21,7 @@ const hn::CappedTag<float, 8> kDF;
 const hn::Rebind<int32_t, decltype(kDF)> kD32;
 const hn::Repartition<int16_t, decltype(kD32)> kD16;
 const hn::FixedTag<int16_t, 8> kBlock16;
+const hn::FixedTag<int32_t, 4> kBlock32;
 using VF = hn::Vec<decltype(kDF)>;
 using V32 = hn::Vec<decltype(kD32)>;
 using V16 = hn::Vec<decltype(kD16)>;
@@ -28,6 +29,10 @@ using V16 = hn::Vec<decltype(kD16)>;
 #if HWY_TARGET == HWY_SCALAR
 #error "The kernels need blocks of 128 bits."
 #endif
+
+const hn::ScalableTag<float> kLanesF;
+const hn::Rebind<int32_t, decltype(kLanesF)> kLanes32;
+const hn::Rebind<int16_t, decltype(kLanesF)> kLanes16;
 
 HWY_INLINE size_t pixelsPerVector() { return hn::Lanes(kDF) / 4; }
 
@@ -43,32 +48,38 @@ HWY_INLINE V16 loadPairs(const int16_t* row, const Index* first, ptrdiff_t more)
 }
 
 /// r0 g0 b0 a0 r1 g1 b1 a1 to r0 r1 g0 g1 b0 b1 a0 a1, in each block.
-HWY_INLINE V16 pairUp(V16 v) {
-  const hn::Repartition<uint8_t, decltype(kD16)> d8;
+template <typename D>
+HWY_INLINE hn::Vec<D> pairUp(D d, hn::Vec<D> v) {
+  const hn::Repartition<uint8_t, D> d8;
   alignas(16) static constexpr uint8_t kIndices[16] = {0, 1, 8,  9,  2, 3, 10, 11,
                                                        4, 5, 12, 13, 6, 7, 14, 15};
-  return hn::BitCast(kD16, hn::TableLookupBytes(hn::BitCast(d8, v), hn::LoadDup128(d8, kIndices)));
+  return hn::BitCast(d, hn::TableLookupBytes(hn::BitCast(d8, v), hn::LoadDup128(d8, kIndices)));
 }
 
 /// Adds the products of neighbouring lanes to `sum`.
-HWY_INLINE V32 addPairs(V16 a, V16 b, V32 sum) {
-  V32 odd = hn::Zero(kD32);
-  const V32 even = hn::ReorderWidenMulAccumulate(kD32, a, b, sum, odd);
+template <typename D, typename V>
+HWY_INLINE hn::Vec<D> addPairs(D d, V a, V b, hn::Vec<D> sum) {
+  auto odd = hn::Zero(d);
+  const auto even = hn::ReorderWidenMulAccumulate(d, a, b, sum, odd);
   return hn::RearrangeToOddPlusEven(even, odd);
 }
 
-template <int kLane, typename V>
-HWY_INLINE V channel(V v) {
-  return hn::Broadcast<kLane>(v);
+/// Stores the first pixel of a vector.
+HWY_INLINE void storeFirst(VF pixels, float* out) {
+  alignas(32) float values[8];
+  hn::Store(pixels, kDF, values);
+  __builtin_memcpy(out, values, 4 * sizeof(float));
 }
 
-/// The matrix times each pixel of the vector.
+/// The matrix times each pixel of the vector, and the limits.
 template <typename D>
 HWY_INLINE hn::Vec<D> mapped(D d, hn::Vec<D> v, const float* matrix) {
-  hn::Vec<D> sum = hn::Mul(channel<3>(v), hn::LoadDup128(d, matrix + 12));
-  sum = hn::MulAdd(channel<0>(v), hn::LoadDup128(d, matrix), sum);
-  sum = hn::MulAdd(channel<1>(v), hn::LoadDup128(d, matrix + 4), sum);
-  return hn::MulAdd(channel<2>(v), hn::LoadDup128(d, matrix + 8), sum);
+  hn::Vec<D> sum = hn::Mul(hn::Broadcast<3>(v), hn::LoadDup128(d, matrix + 12));
+  sum = hn::MulAdd(hn::Broadcast<0>(v), hn::LoadDup128(d, matrix), sum);
+  sum = hn::MulAdd(hn::Broadcast<1>(v), hn::LoadDup128(d, matrix + 4), sum);
+  sum = hn::MulAdd(hn::Broadcast<2>(v), hn::LoadDup128(d, matrix + 8), sum);
+  sum = hn::Min(sum, hn::Set(d, 1.0f));
+  return hn::Max(hn::Min(sum, hn::Broadcast<3>(sum)), hn::Zero(d));
 }
 
 constexpr float kScale = 1.0f / kOne;
@@ -77,13 +88,13 @@ constexpr float kWeightedScale = 1.0f / (static_cast<float>(kOne) * kWeightOne);
 /// `kPairs` is the number of pairs, or 0 for any.
 template <int kPairs, bool kMatrix>
 void resampleRowBy(const int16_t* row, const RowTaps& taps, size_t pixels, const float* matrix,
-                   float* out) {
+                   float* HWY_RESTRICT out) {
   const int pairs = kPairs > 0 ? kPairs : taps.pairs;
   const VF scale = hn::Set(kDF, kWeightedScale);
   const auto sumAt = [&](const int32_t* first, const int16_t* weights) HWY_ATTR {
     V32 sum = hn::Zero(kD32);
     for (int p = 0; p < pairs; ++p)
-      sum = addPairs(pairUp(loadPairs(row, first, 2 * p)),
+      sum = addPairs(kD32, pairUp(kD16, loadPairs(row, first, 2 * p)),
                      hn::LoadU(kD16, weights + p * taps.pairStride), sum);
     const VF pixel = hn::Mul(hn::ConvertTo(kDF, sum), scale);
     if constexpr (kMatrix) return mapped(kDF, pixel, matrix);
@@ -95,9 +106,7 @@ void resampleRowBy(const int16_t* row, const RowTaps& taps, size_t pixels, const
     hn::StoreU(sumAt(taps.first + i, taps.weights + 8 * i), kDF, out + 4 * i);
   if (i == pixels) return;
   const int32_t last[2] = {taps.first[i], taps.first[i]};
-  alignas(32) float pixel[8];
-  hn::Store(sumAt(last, taps.weights + 8 * i), kDF, pixel);
-  __builtin_memcpy(out + 4 * i, pixel, 4 * sizeof(float));
+  storeFirst(sumAt(last, taps.weights + 8 * i), out + 4 * i);
 }
 
 template <bool kMatrix>
@@ -119,171 +128,212 @@ void resampleRowNow(const int16_t* row, const RowTaps& taps, size_t pixels, cons
   resampleRowAny<false>(row, taps, pixels, matrix, out);
 }
 
-template <typename D>
-HWY_INLINE size_t widenBy(D d, const int16_t* row, size_t begin, size_t pixels, const float* matrix,
-                          float* out) {
-  const hn::Rebind<int32_t, D> d32;
-  const hn::Rebind<int16_t, D> d16;
-  const auto scale = hn::Set(d, kScale);
-  const size_t step = hn::Lanes(d) / 4;
-  size_t i = begin;
-  for (; i + step <= pixels; i += step) {
-    const auto value = hn::PromoteTo(d32, hn::LoadU(d16, row + 4 * i));
-    const auto pixel = hn::Mul(hn::ConvertTo(d, value), scale);
-    hn::StoreU(matrix ? mapped(d, pixel, matrix) : pixel, d, out + 4 * i);
-  }
-  return i;
+/// Calls `step(d, i)` for as many pixels at a time as a vector holds, then for each of the rest;
+/// `i` is the index of the first value.
+template <typename Step>
+HWY_INLINE void forPixels(size_t count, const Step& step) {
+  const size_t lanes = hn::Lanes(kLanesF);
+  size_t i = 0;
+  for (; i + lanes <= 4 * count; i += lanes) step(kLanesF, i);
+  for (; i < 4 * count; i += 4) step(hn::FixedTag<float, 4>(), i);
+}
+
+template <bool kMatrix>
+void widenRowBy(const int16_t* row, size_t pixels, const float* matrix, float* out) {
+  forPixels(pixels, [&](auto d, size_t i) HWY_ATTR {
+    const hn::Rebind<int32_t, decltype(d)> d32;
+    const hn::Rebind<int16_t, decltype(d)> d16;
+    const auto value = hn::ConvertTo(d, hn::PromoteTo(d32, hn::LoadU(d16, row + i)));
+    auto pixel = hn::Mul(value, hn::Set(d, kScale));
+    if constexpr (kMatrix) pixel = mapped(d, pixel, matrix);
+    hn::StoreU(pixel, d, out + i);
+  });
 }
 
 void widenRowNow(const int16_t* row, size_t pixels, const float* matrix, float* out) {
-  const size_t done = widenBy(hn::ScalableTag<float>(), row, 0, pixels, matrix, out);
-  widenBy(hn::CappedTag<float, 4>(), row, done, pixels, matrix, out);
+  if (matrix) return widenRowBy<true>(row, pixels, matrix, out);
+  widenRowBy<false>(row, pixels, matrix, out);
+}
+
+template <bool kMatrix>
+void widenOpaqueBy(const uint8_t* row, size_t pixels, const float* matrix,
+                   float* HWY_RESTRICT out) {
+  forPixels(pixels, [&](auto d, size_t i) HWY_ATTR {
+    const hn::Rebind<int32_t, decltype(d)> d32;
+    const hn::Rebind<uint8_t, decltype(d)> d8;
+    alignas(16) static constexpr uint32_t kAlpha[4] = {0, 0, 0, 255};
+    const auto bytes = hn::PromoteTo(d32, hn::LoadU(d8, row + i));
+    const auto opaque = hn::Or(
+        bytes, hn::BitCast(d32, hn::LoadDup128(hn::Rebind<uint32_t, decltype(d)>(), kAlpha)));
+    auto pixel = hn::Mul(hn::ConvertTo(d, opaque), hn::Set(d, 1.0f / 255));
+    if constexpr (kMatrix) pixel = mapped(d, pixel, matrix);
+    hn::StoreU(pixel, d, out + i);
+  });
+}
+
+void widenOpaqueNow(const uint8_t* row, size_t pixels, const float* matrix, float* out) {
+  if (matrix) return widenOpaqueBy<true>(row, pixels, matrix, out);
+  widenOpaqueBy<false>(row, pixels, matrix, out);
+}
+
+void mapPixelsNow(float* pixels, size_t count, const float* matrix) {
+  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
+    hn::StoreU(mapped(d, hn::LoadU(d, pixels + i), matrix), d, pixels + i);
+  });
 }
 
 /// Where the pixels of a line begin in the tile, and their weights.
 struct LinePlan {
   alignas(64) int32_t offset[kMaxAffinePixels];
-  alignas(64) int16_t across[4 * kMaxAffinePixels];  ///< four for each pixel
-  alignas(64) int16_t down[3][kMaxAffinePixels];
+  alignas(64) int32_t across[2 * kMaxAffinePixels];  ///< four halves for each pixel
+  alignas(64) int32_t down[3][kMaxAffinePixels];     ///< in both halves the same
 };
 
-const hn::ScalableTag<float> kLanesF;
-const hn::Rebind<int32_t, decltype(kLanesF)> kLanes32;
-const hn::Rebind<int16_t, decltype(kLanesF)> kLanes16;
+/// Added to a float this makes its last 16 bits the nearest whole number.
+constexpr float kWholeNumbers = 12582912.0f;
 
-/// Weights of three neighbours from `base` on, for an area of `span` about `position`.
-struct Weights {
-  HWY_INLINE Weights(hn::Vec<decltype(kLanesF)> position, float span) {
-    const auto reach = hn::Set(kLanesF, (span + 1) / 2);
-    const auto scale = hn::Set(kLanesF, static_cast<float>(kWeightOne - 1) / span);
-    const auto one = hn::Set(kLanesF, 1.0f);
-    base = hn::Add(hn::Floor(hn::Sub(position, reach)), one);
-    auto distance = hn::Sub(base, position);
-    for (auto* weight : {&first, &second, &third}) {
-      const auto inside = hn::Max(hn::Sub(reach, hn::Abs(distance)), hn::Zero(kLanesF));
-      *weight = hn::DemoteTo(kLanes16, hn::NearestInt(hn::Mul(hn::Min(inside, one), scale)));
-      distance = hn::Add(distance, one);
-    }
+/// Along one axis, the footprints of pixels on a line: three neighbours and their weights, for an
+/// area that begins `span` / 2 before the position. Pixel k reaches from k - 1/2 to k + 1/2.
+struct Footprints {
+  HWY_INLINE Footprints(float start, float step, float low, float high, float span)
+      : step_(hn::Set(kLanesF, step)), past_(hn::Set(kLanesF, span - 1.5f)) {
+    start_ = hn::Set(kLanesF, start - span / 2);
+    low_ = hn::Set(kLanesF, low - span / 2);
+    high_ = hn::Set(kLanesF, high - span / 2);
+    scale_ = hn::Set(kLanesF, static_cast<float>(kWeightOne - 1) / span);
   }
 
-  hn::Vec<decltype(kLanesF)> base;
-  hn::Vec<decltype(kLanes16)> first, second, third;
+  /// For the pixels whose numbers are `index`.
+  HWY_INLINE void at(hn::Vec<decltype(kLanesF)> index) {
+    const auto wholes = hn::Set(kLanesF, kWholeNumbers);
+    const auto edge = hn::Min(hn::Max(hn::MulAdd(index, step_, start_), low_), high_);
+    base = hn::Sub(hn::Add(edge, wholes), wholes);
+    const auto rest = hn::Sub(edge, base);
+    const auto before = hn::Sub(hn::Set(kLanesF, 0.5f), rest);
+    const auto beyond = hn::Max(hn::Add(rest, past_), hn::Zero(kLanesF));
+    first = hn::BitCast(kLanes32, hn::MulAdd(before, scale_, wholes));
+    third = hn::BitCast(kLanes32, hn::MulAdd(beyond, scale_, wholes));
+    second = hn::Sub(hn::Set(kLanes32, kWeightOne - 1), hn::Add(first, third));
+  }
+
+  hn::Vec<decltype(kLanesF)> base;                   ///< the first neighbour
+  hn::Vec<decltype(kLanes32)> first, second, third;  ///< the lower halves are the weights
+
+ private:
+  hn::Vec<decltype(kLanesF)> start_, step_, low_, high_, past_, scale_;
 };
 
 void planLine(const AffineLine& line, size_t pixels, LinePlan* plan) {
-  const size_t lanes = hn::Lanes(kLanesF);
-  const auto limited = [](auto position, float low, float high) HWY_ATTR {
-    return hn::Min(hn::Max(position, hn::Set(kLanesF, low)), hn::Set(kLanesF, high));
+  Footprints across(line.u, line.du, line.minU, line.maxU, line.spanU);
+  Footprints down(line.v, line.dv, line.minV, line.maxV, line.spanV);
+  const auto lower = hn::Set(kLanes32, 0xFFFF);
+  const auto bothHalves = [&](auto low, auto high) HWY_ATTR {
+    return hn::Or(hn::And(low, lower), hn::ShiftLeft<16>(high));
   };
-  const auto stride = hn::Set(kLanes32, static_cast<int32_t>(line.rowStride));
-  for (size_t i = 0; i < pixels; i += lanes) {
-    const auto index = hn::Iota(kLanesF, static_cast<float>(i));
-    const auto u = limited(hn::MulAdd(index, hn::Set(kLanesF, line.du), hn::Set(kLanesF, line.u)),
-                           line.minU, line.maxU);
-    const auto v = limited(hn::MulAdd(index, hn::Set(kLanesF, line.dv), hn::Set(kLanesF, line.v)),
-                           line.minV, line.maxV);
-    const Weights across(u, line.spanU);
-    const Weights down(v, line.spanV);
-    hn::StoreU(hn::Add(hn::Mul(hn::ConvertTo(kLanes32, down.base), stride),
-                       hn::ConvertTo(kLanes32, across.base)),
-               kLanes32, plan->offset + i);
-    hn::StoreInterleaved4(across.first, across.second, across.third, hn::Zero(kLanes16), kLanes16,
-                          plan->across + 4 * i);
-    hn::StoreU(down.first, kLanes16, plan->down[0] + i);
-    hn::StoreU(down.second, kLanes16, plan->down[1] + i);
-    hn::StoreU(down.third, kLanes16, plan->down[2] + i);
+  const size_t lanes = hn::Lanes(kLanesF);
+  const auto stride = hn::Set(kLanesF, static_cast<float>(line.rowStride));
+  auto index = hn::Iota(kLanesF, 0.0f);
+  const auto next = hn::Set(kLanesF, static_cast<float>(lanes));
+  for (size_t i = 0; i < pixels; i += lanes, index = hn::Add(index, next)) {
+    across.at(index);
+    down.at(index);
+    const auto offset = hn::MulAdd(down.base, stride, across.base);
+    hn::StoreU(hn::ConvertTo(kLanes32, offset), kLanes32, plan->offset + i);
+    hn::StoreInterleaved2(bothHalves(across.first, across.second), hn::And(across.third, lower),
+                          kLanes32, plan->across + 2 * i);
+    hn::StoreU(bothHalves(down.first, down.first), kLanes32, plan->down[0] + i);
+    hn::StoreU(bothHalves(down.second, down.second), kLanes32, plan->down[1] + i);
+    hn::StoreU(bothHalves(down.third, down.third), kLanes32, plan->down[2] + i);
   }
 }
 
-/// Two neighbours of `kRows` rows, from pixel `more` of the footprint on, with their two weights.
-template <int kRows, int kMore>
-HWY_INLINE hn::Vec<hn::FixedTag<int32_t, 4>> footprintPair(const int16_t* first, ptrdiff_t stride,
-                                                           const LinePlan& plan, size_t i) {
-  const hn::FixedTag<int32_t, 4> d32;
-  const hn::Repartition<uint8_t, decltype(d32)> d8;
-  auto column = hn::MulFixedPoint15(hn::LoadU(kBlock16, first + 4 * kMore),
-                                    hn::Set(kBlock16, plan.down[0][i]));
-  for (int r = 1; r < kRows; ++r)
-    column =
-        hn::Add(column, hn::MulFixedPoint15(hn::LoadU(kBlock16, first + 4 * (r * stride + kMore)),
-                                            hn::Set(kBlock16, plan.down[r][i])));
-  alignas(16) static constexpr uint8_t kPairs[16] = {0, 1, 8,  9,  2, 3, 10, 11,
-                                                     4, 5, 12, 13, 6, 7, 14, 15};
-  const auto pairs =
-      hn::BitCast(kBlock16, hn::TableLookupBytes(hn::BitCast(d8, column), hn::Load(d8, kPairs)));
-  int32_t weights;
-  __builtin_memcpy(&weights, plan.across + 4 * i + kMore, sizeof(weights));
-  auto odd = hn::Zero(d32);
-  const auto even = hn::ReorderWidenMulAccumulate(
-      d32, pairs, hn::BitCast(kBlock16, hn::Set(d32, weights)), hn::Zero(d32), odd);
-  return hn::RearrangeToOddPlusEven(even, odd);
+/// Two neighbours of `kRows` rows from `first` on, the weights of the rows being those of pixel
+/// `i`, times their own two.
+template <int kRows>
+HWY_INLINE hn::Vec<decltype(kBlock32)> footprintPair(const int16_t* first, ptrdiff_t stride,
+                                                     const LinePlan& plan, size_t i,
+                                                     int32_t across) {
+  const auto row = [&](int r) HWY_ATTR {
+    return hn::MulFixedPoint15(hn::LoadU(kBlock16, first + r * stride),
+                               hn::BitCast(kBlock16, hn::Set(kBlock32, plan.down[r][i])));
+  };
+  auto column = hn::Add(row(0), row(1));
+  if constexpr (kRows == 3) column = hn::Add(column, row(2));
+  const auto weights = hn::BitCast(kBlock16, hn::Set(kBlock32, across));
+  return addPairs(kBlock32, pairUp(kBlock16, column), weights, hn::Zero(kBlock32));
 }
 
-/// A footprint of two by two.
-void sampleNarrowLine(const AffineLine& line, size_t pixels, const LinePlan& plan, float* out) {
-  const hn::FixedTag<float, 4> d;
-  const auto scale = hn::Set(d, kWeightedScale);
-  for (size_t i = 0; i < pixels; ++i) {
-    const int16_t* first = line.tile + 4 * static_cast<ptrdiff_t>(plan.offset[i]);
-    const auto sum = footprintPair<2, 0>(first, line.rowStride, plan, i);
-    hn::StoreU(hn::Mul(hn::ConvertTo(d, sum), scale), d, out + 4 * i);
-  }
-}
-
+/// The sums over the footprints, of two by two pixels or three by three, for the pixels of one
+/// vector from `i` on.
+template <bool kWide>
+HWY_INLINE V32 footprints(const int16_t* tile, ptrdiff_t stride, const LinePlan& plan, size_t i) {
+  const auto firstOf = [&](size_t at) {
+    return tile + 4 * static_cast<ptrdiff_t>(plan.offset[at]);
+  };
+  const auto narrow = [&](size_t at) HWY_ATTR {
+    return footprintPair<2>(firstOf(at), stride, plan, at, plan.across[2 * at]);
+  };
 #if HWY_TARGET <= HWY_AVX2 && HWY_ARCH_X86
-/// A footprint of three by three: rows of four pixels as one vector each.
-void sampleWideLine(const AffineLine& line, size_t pixels, const LinePlan& plan, float* out) {
-  const hn::FixedTag<float, 4> d;
-  const hn::FixedTag<int32_t, 4> d32;
-  const hn::FixedTag<int16_t, 16> dRow;
-  const hn::Repartition<uint8_t, decltype(dRow)> d8;
-  const hn::Repartition<uint64_t, decltype(dRow)> d64;
-  const hn::Repartition<int32_t, decltype(dRow)> dSum;
-  // The first pair of weights for the first block, the second for the second.
-  alignas(32) static constexpr uint8_t kSpread[32] = {0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2,
-                                                      3, 0, 1, 2, 3, 4, 5, 6, 7, 4, 5,
-                                                      6, 7, 4, 5, 6, 7, 4, 5, 6, 7};
-  const auto spread = hn::Load(d8, kSpread);
-  const auto scale = hn::Set(d, kWeightedScale);
-  const ptrdiff_t stride = 4 * line.rowStride;
-  for (size_t i = 0; i < pixels; ++i) {
-    const int16_t* first = line.tile + 4 * static_cast<ptrdiff_t>(plan.offset[i]);
+  // Rows of four pixels as one vector each.
+  const auto wide = [&](size_t at) HWY_ATTR {
+    // The first pair of weights for the first block, the second for the second.
+    const hn::Repartition<uint8_t, decltype(kD16)> d8;
+    const hn::Repartition<uint64_t, decltype(kD16)> d64;
+    alignas(32) static constexpr uint8_t kSpread[32] = {0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2,
+                                                        3, 0, 1, 2, 3, 4, 5, 6, 7, 4, 5,
+                                                        6, 7, 4, 5, 6, 7, 4, 5, 6, 7};
+    const int16_t* const first = firstOf(at);
     const auto row = [&](int r) HWY_ATTR {
-      return hn::MulFixedPoint15(hn::LoadU(dRow, first + r * stride),
-                                 hn::Set(dRow, plan.down[r][i]));
+      return hn::MulFixedPoint15(hn::LoadU(kD16, first + r * stride),
+                                 hn::BitCast(kD16, hn::Set(kD32, plan.down[r][at])));
     };
-    const auto column = hn::Add(hn::Add(row(0), row(1)), row(2));
+    const V16 column = hn::Add(hn::Add(row(0), row(1)), row(2));
     uint64_t four;
-    __builtin_memcpy(&four, plan.across + 4 * i, sizeof(four));
+    __builtin_memcpy(&four, plan.across + 2 * at, sizeof(four));
     const auto weights =
-        hn::BitCast(dRow, hn::TableLookupBytes(hn::BitCast(d8, hn::Set(d64, four)), spread));
-    auto odd = hn::Zero(dSum);
-    const auto even =
-        hn::ReorderWidenMulAccumulate(dSum, pairUp(column), weights, hn::Zero(dSum), odd);
-    const auto sums = hn::RearrangeToOddPlusEven(even, odd);
-    const auto sum = hn::Add(hn::LowerHalf(d32, sums), hn::UpperHalf(d32, sums));
-    hn::StoreU(hn::Mul(hn::ConvertTo(d, sum), scale), d, out + 4 * i);
+        hn::TableLookupBytes(hn::BitCast(d8, hn::Set(d64, four)), hn::Load(d8, kSpread));
+    return addPairs(kD32, pairUp(kD16, column), hn::BitCast(kD16, weights), hn::Zero(kD32));
+  };
+  if constexpr (kWide) {
+    const V32 here = wide(i);
+    const V32 next = wide(i + 1);
+    return hn::Add(hn::ConcatLowerLower(kD32, next, here), hn::ConcatUpperUpper(kD32, next, here));
   }
-}
+  return hn::Combine(kD32, narrow(i + 1), narrow(i));
 #else
-/// A footprint of three by three, as two pairs of columns.
-void sampleWideLine(const AffineLine& line, size_t pixels, const LinePlan& plan, float* out) {
-  const hn::FixedTag<float, 4> d;
-  const auto scale = hn::Set(d, kWeightedScale);
-  for (size_t i = 0; i < pixels; ++i) {
-    const int16_t* first = line.tile + 4 * static_cast<ptrdiff_t>(plan.offset[i]);
-    const auto sum = hn::Add(footprintPair<3, 0>(first, line.rowStride, plan, i),
-                             footprintPair<3, 2>(first, line.rowStride, plan, i));
-    hn::StoreU(hn::Mul(hn::ConvertTo(d, sum), scale), d, out + 4 * i);
+  if constexpr (kWide) {
+    return hn::Add(footprintPair<3>(firstOf(i), stride, plan, i, plan.across[2 * i]),
+                   footprintPair<3>(firstOf(i) + 8, stride, plan, i, plan.across[2 * i + 1]));
   }
-}
+  return narrow(i);
 #endif
+}
 
-void resampleLineNow(const AffineLine& line, size_t pixels, float* out) {
+template <bool kWide, bool kMatrix>
+void resampleLineBy(const AffineLine& line, size_t pixels, const float* matrix,
+                    float* HWY_RESTRICT out) {
   LinePlan plan;
   planLine(line, pixels, &plan);
-  if (line.spanU > 1 || line.spanV > 1) return sampleWideLine(line, pixels, plan, out);
-  sampleNarrowLine(line, pixels, plan, out);
+  const int16_t* const tile = line.tile;
+  const ptrdiff_t stride = 4 * line.rowStride;
+  const VF scale = hn::Set(kDF, kWeightedScale);
+  const auto at = [&](size_t i) HWY_ATTR {
+    const VF pixel = hn::Mul(hn::ConvertTo(kDF, footprints<kWide>(tile, stride, plan, i)), scale);
+    if constexpr (kMatrix) return mapped(kDF, pixel, matrix);
+    return pixel;
+  };
+  const size_t step = pixelsPerVector();
+  size_t i = 0;
+  for (; i + step <= pixels; i += step) hn::StoreU(at(i), kDF, out + 4 * i);
+  if (i < pixels) storeFirst(at(i), out + 4 * i);
+}
+
+void resampleLineNow(const AffineLine& line, size_t pixels, const float* matrix, float* out) {
+  const bool isWide = line.spanU > 1 || line.spanV > 1;
+  if (isWide && matrix) return resampleLineBy<true, true>(line, pixels, matrix, out);
+  if (isWide) return resampleLineBy<true, false>(line, pixels, matrix, out);
+  if (matrix) return resampleLineBy<false, true>(line, pixels, matrix, out);
+  resampleLineBy<false, false>(line, pixels, matrix, out);
 }
 
 }  // namespace
@@ -295,6 +345,8 @@ namespace kestrel::kernels {
 
 HWY_EXPORT(resampleRowNow);
 HWY_EXPORT(widenRowNow);
+HWY_EXPORT(widenOpaqueNow);
+HWY_EXPORT(mapPixelsNow);
 HWY_EXPORT(resampleLineNow);
 
 void resampleRow(const int16_t* row, const RowTaps& taps, size_t pixels, const float* matrix,
@@ -306,9 +358,16 @@ void widenRow(const int16_t* row, size_t pixels, const float* matrix, float* out
   HWY_DYNAMIC_DISPATCH(widenRowNow)(row, pixels, matrix, out);
 }
 
+void widenOpaque(const uint8_t* row, size_t pixels, const float* matrix, float* out) {
+  HWY_DYNAMIC_DISPATCH(widenOpaqueNow)(row, pixels, matrix, out);
+}
+
 void resampleLine(const AffineLine& line, size_t pixels, const float* matrix, float* out) {
-  HWY_DYNAMIC_DISPATCH(resampleLineNow)(line, pixels, out);
-  if (matrix) applyMatrix(out, pixels, matrix);
+  HWY_DYNAMIC_DISPATCH(resampleLineNow)(line, pixels, matrix, out);
+}
+
+void mapPixels(float* pixels, size_t count, const float* matrix) {
+  HWY_DYNAMIC_DISPATCH(mapPixelsNow)(pixels, count, matrix);
 }
 
 }  // namespace kestrel::kernels

@@ -77,14 +77,8 @@ AxisTaps makeAxisTaps(Arena& arena, double scale, double offset, int low, int hi
 }
 
 ScaleLayer::ScaleLayer(Arena& arena, const Raster& source, const AxisTaps& across,
-                       const AxisTaps& down, const IntRect& bounds, KernelMatrix matrix,
-                       bool clamps)
-    : Layer(bounds),
-      source_(source),
-      across_(across),
-      down_(down),
-      matrix_(matrix),
-      clamps_(clamps) {
+                       const AxisTaps& down, const IntRect& bounds, KernelMatrix matrix)
+    : Layer(bounds), source_(source), across_(across), down_(down), matrix_(matrix) {
   const size_t pixels = across.first.size();
   const int pairs = (across.most + 1) / 2;
   constexpr size_t kSpare = 4;
@@ -136,34 +130,20 @@ void ScaleLayer::render(Worker& worker, const IntRect& rect, const Tile& out) co
     source->blendRows(worker, down_.first[i],
                       down_.weights.data() + i * static_cast<size_t>(down_.most), down_.count[i],
                       used.x0, used.x1, row.data());
-    float* const to = out.row(y - rect.y0);
-    kernels::resampleRow(row.data(), taps, pixels, matrix_, to);
-    if (clamps_) kernels::clampPixels(to, pixels);
+    kernels::resampleRow(row.data(), taps, pixels, matrix_, out.row(y - rect.y0));
   }
 }
 
 CopyLayer::CopyLayer(const Raster& source, int dx, int dy, const IntRect& bounds,
-                     KernelMatrix matrix, bool clamps, bool isPlain)
-    : Layer(bounds),
-      source_(source),
-      dx_(dx),
-      dy_(dy),
-      matrix_(matrix),
-      clamps_(clamps),
-      isPlain_(isPlain) {}
+                     KernelMatrix matrix, bool isPlain)
+    : Layer(bounds), source_(source), dx_(dx), dy_(dy), matrix_(matrix), isPlain_(isPlain) {}
 
 void CopyLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {
   const ArenaScope scope(worker.memory);
-  constexpr int16_t kWhole[1] = {kernels::kWeightOne - 1};
   const IntRect used = rect.moved(-dx_, -dy_);
   const Raster* const source = source_.local(worker, used);
-  const auto pixels = static_cast<size_t>(rect.width());
-  const auto row = worker.memory.array<int16_t>(4 * pixels);
-  for (int y = 0; y < rect.height(); ++y) {
-    source->blendRows(worker, used.y0 + y, kWhole, 1, used.x0, used.x1, row.data());
-    kernels::widenRow(row.data(), pixels, matrix_, out.row(y));
-    if (clamps_) kernels::clampPixels(out.row(y), pixels);
-  }
+  for (int y = 0; y < rect.height(); ++y)
+    source->readRow(worker, used.y0 + y, used.x0, used.x1, matrix_, out.row(y));
 }
 
 }  // namespace kestrel

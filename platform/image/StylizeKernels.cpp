@@ -112,30 +112,23 @@ void takeLuminanceAndAlphaNow(const float* pixels, size_t count, float* values) 
   });
 }
 
-/// Adds `edge` to the colours.
-template <typename D>
-HWY_INLINE void addToColors(D d, const Planar<D>& v, hn::Vec<D> edge, float* pixels) {
-  hn::StoreInterleaved4(limited(d, hn::Add(v.r, edge), v.a), limited(d, hn::Add(v.g, edge), v.a),
-                        limited(d, hn::Add(v.b, edge), v.a), v.a, d, pixels);
-}
-
-void sharpenOpaqueNow(float* pixels, const float* blurred, size_t count, float sharpness) {
+void takeEdgesNow(const float* values, const float* blurred, size_t count, float sharpness,
+                  float* edges) {
   forPlanar(count, [&](auto d, size_t i) HWY_ATTR {
-    const Planar v(d, pixels + 4 * i);
-    const auto difference = hn::Sub(v.luminance(d), hn::LoadU(d, blurred + i));
-    addToColors(d, v, hn::Mul(difference, hn::Set(d, sharpness)), pixels + 4 * i);
+    auto luminance = hn::Zero(d), alpha = luminance, mean = luminance, around = luminance;
+    hn::LoadInterleaved2(d, values + 2 * i, luminance, alpha);
+    hn::LoadInterleaved2(d, blurred + 2 * i, mean, around);
+    // Where there is no alpha around, there is none here.
+    const auto expected = hn::Div(hn::Mul(mean, alpha), hn::Max(around, hn::Set(d, 1e-6f)));
+    hn::StoreU(hn::Mul(hn::Sub(luminance, expected), hn::Set(d, sharpness)), d, edges + i);
   });
 }
 
-void sharpenPixelsNow(float* pixels, const float* blurred, size_t count, float sharpness) {
-  forPlanar(count, [&](auto d, size_t i) HWY_ATTR {
-    const Planar v(d, pixels + 4 * i);
-    auto luminance = hn::Zero(d), alpha = luminance;
-    hn::LoadInterleaved2(d, blurred + 2 * i, luminance, alpha);
-    // Where there is no alpha around, there is none here.
-    const auto mean = hn::Div(hn::Mul(luminance, v.a), hn::Max(alpha, hn::Set(d, 1e-6f)));
-    const auto difference = hn::Sub(v.luminance(d), mean);
-    addToColors(d, v, hn::Mul(difference, hn::Set(d, sharpness)), pixels + 4 * i);
+void addEdgesNow(const float* pixels, const float* edges, size_t count, float* out) {
+  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
+    const auto v = hn::LoadU(d, pixels + i);
+    const auto edge = hn::IfThenZeroElse(alphaLanes(d), forEachChannel(d, edges + i / 4));
+    hn::StoreU(limited(d, hn::Add(v, edge), hn::Broadcast<3>(v)), d, out + i);
   });
 }
 
@@ -245,8 +238,8 @@ HWY_EXPORT(bloomPixelsNow);
 HWY_EXPORT(gloomPixelsNow);
 HWY_EXPORT(takeLuminanceNow);
 HWY_EXPORT(takeLuminanceAndAlphaNow);
-HWY_EXPORT(sharpenOpaqueNow);
-HWY_EXPORT(sharpenPixelsNow);
+HWY_EXPORT(takeEdgesNow);
+HWY_EXPORT(addEdgesNow);
 HWY_EXPORT(lightPixelsNow);
 HWY_EXPORT(screenPixelsNow);
 HWY_EXPORT(addRunsNow);
@@ -268,12 +261,13 @@ void takeLuminanceAndAlpha(const float* pixels, size_t count, float* values) {
   HWY_DYNAMIC_DISPATCH(takeLuminanceAndAlphaNow)(pixels, count, values);
 }
 
-void sharpenOpaque(float* pixels, const float* blurred, size_t count, float sharpness) {
-  HWY_DYNAMIC_DISPATCH(sharpenOpaqueNow)(pixels, blurred, count, sharpness);
+void takeEdges(const float* values, const float* blurred, size_t count, float sharpness,
+               float* edges) {
+  HWY_DYNAMIC_DISPATCH(takeEdgesNow)(values, blurred, count, sharpness, edges);
 }
 
-void sharpenPixels(float* pixels, const float* blurred, size_t count, float sharpness) {
-  HWY_DYNAMIC_DISPATCH(sharpenPixelsNow)(pixels, blurred, count, sharpness);
+void addEdges(const float* pixels, const float* edges, size_t count, float* out) {
+  HWY_DYNAMIC_DISPATCH(addEdgesNow)(pixels, edges, count, out);
 }
 
 void lightPixels(float* pixels, size_t count, const LightRow& light) {

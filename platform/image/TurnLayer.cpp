@@ -1,5 +1,8 @@
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <limits>
+#include <utility>
 
 #include "platform/image/ResampleLayers.h"
 
@@ -16,17 +19,42 @@ kernels::CoverLine::Axis coverAxis(double start, double step, double width, doub
           static_cast<float>(std::min(1.0, (high - low) / width))};
 }
 
+/// A pixel is made of none that lie farther from its place.
+constexpr int kMargin = 4;
+
+constexpr int16_t kWhole[1] = {kernels::kWeightOne - 1};
+
+/// Where a parallelogram meets the band from `low` to `high`; empty where it does not.
+struct Range {
+  double from = std::numeric_limits<double>::infinity();
+  double to = -std::numeric_limits<double>::infinity();
+};
+Range rangeWithin(const std::array<Point, 4>& corners, double low, double high) {
+  Range range;
+  for (size_t i = 0; i < corners.size(); ++i) {
+    Point a = corners[i];
+    Point b = corners[(i + 1) % corners.size()];
+    if (a.y > b.y) std::swap(a, b);
+    if (b.y < low || a.y > high) continue;
+    const double slope = b.y > a.y ? (b.x - a.x) / (b.y - a.y) : 0;
+    if (b.y > high) b.x = a.x + (high - a.y) * slope;
+    if (a.y < low) a.x += (low - a.y) * slope;
+    range.from = std::min({range.from, a.x, b.x});
+    range.to = std::max({range.to, a.x, b.x});
+  }
+  return range;
+}
+
 }  // namespace
 
 TurnLayer::TurnLayer(const Source& source, const Border& border, const IntRect& bounds,
-                     KernelMatrix matrix, bool clamps)
+                     KernelMatrix matrix)
     : Layer(bounds),
       source_(source),
       border_(border),
       footprintU_(std::hypot(border.toClip.a, border.toClip.c)),
       footprintV_(std::hypot(border.toClip.b, border.toClip.d)),
-      matrix_(matrix),
-      clamps_(clamps) {}
+      matrix_(matrix) {}
 
 bool TurnLayer::isInside(const IntRect& rect) const {
   const Rect centers{{rect.x0 + 0.5, rect.y0 + 0.5}, {rect.width() - 1.0, rect.height() - 1.0}};
@@ -65,7 +93,6 @@ void TurnLayer::renderBlock(Worker& worker, const IntRect& rect, const Tile& out
   const auto limited = [](double position, int low, int high) {
     return std::clamp<double>(position - 0.5, low - 1, high);
   };
-  constexpr int kMargin = 4;
   const IntRect tile{
       static_cast<int>(std::floor(limited(reach.minX(), clip.x0, clip.x1))) - kMargin,
       static_cast<int>(std::floor(limited(reach.minY(), clip.y0, clip.y1))) - kMargin,
@@ -75,7 +102,10 @@ void TurnLayer::renderBlock(Worker& worker, const IntRect& rect, const Tile& out
   const auto pixels = worker.memory.array<int16_t>(static_cast<size_t>(stride) *
                                                    static_cast<size_t>(tile.height()));
   const Raster* const source = source_.raster.local(worker, tile.intersect(clip));
-  copyContinued(*source, worker, clip, tile, pixels.data(), stride);
+  if (clip.contains(tile))
+    copyUsed(*source, worker, rect, tile, pixels.data(), stride);
+  else
+    copyContinued(*source, worker, clip, tile, pixels.data(), stride);
 
   const auto count = static_cast<size_t>(rect.width());
   const bool isWhole = isInside(rect);
@@ -102,10 +132,31 @@ void TurnLayer::renderBlock(Worker& worker, const IntRect& rect, const Tile& out
     line.v = static_cast<float>(start.y - 0.5 - tile.y0);
     float* const row = out.row(y - rect.y0);
     kernels::resampleLine(line, count, matrix_, row);
-    if (clamps_) kernels::clampPixels(row, count);
     if (isWhole) continue;
     coverRow(y, rect.x0, count, covered.data());
     kernels::scalePixels(row, count, covered.data());
+  }
+}
+
+void TurnLayer::copyUsed(const Raster& source, Worker& worker, const IntRect& rect,
+                         const IntRect& tile, int16_t* pixels, ptrdiff_t stride) const {
+  const auto cornerAt = [&](double x, double y) {
+    const Point at = source_.toSource.apply(Point{x, y});
+    return Point{at.x - 0.5, at.y - 0.5};
+  };
+  const std::array<Point, 4> corners = {
+      cornerAt(rect.x0 + 0.5, rect.y0 + 0.5), cornerAt(rect.x1 - 0.5, rect.y0 + 0.5),
+      cornerAt(rect.x1 - 0.5, rect.y1 - 0.5), cornerAt(rect.x0 + 0.5, rect.y1 - 0.5)};
+  constexpr int kBand = 8;
+  for (int y = tile.y0; y < tile.y1; y += kBand) {
+    const int end = std::min(y + kBand, tile.y1);
+    const Range used = rangeWithin(corners, y - kMargin, end - 1 + kMargin);
+    if (used.from > used.to) continue;
+    const int left = std::max(static_cast<int>(std::floor(used.from)) - kMargin, tile.x0);
+    const int right = std::min(static_cast<int>(std::ceil(used.to)) + kMargin + 1, tile.x1);
+    for (int row = y; row < end; ++row)
+      source.blendRows(worker, row, kWhole, 1, left, right,
+                       pixels + (row - tile.y0) * stride + 4 * ptrdiff_t{left - tile.x0});
   }
 }
 

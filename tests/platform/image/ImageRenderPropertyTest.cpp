@@ -144,6 +144,62 @@ TEST_P(RandomRecipeTest, LooksAsThePlainEvaluatorHasIt) {
   }
 }
 
+/// Planes of 4:2:0 with noise, and what the picture of them refers to.
+struct NoisePlanes {
+  NoisePlanes(int width, int height, uint32_t seed)
+      : samples(noise(width, height, seed)), picture{{}, {}, samples} {
+    picture.format.width = width;
+    picture.format.height = height;
+    const ptrdiff_t chroma = (width + 1) / 2;
+    const uint8_t* const y = samples->pixels();
+    const uint8_t* const cb = y + ptrdiff_t{width} * height;
+    picture.planes[0] = {y, width, 1};
+    picture.planes[1] = {cb, chroma, 1};
+    picture.planes[2] = {cb + chroma * ((height + 1) / 2), chroma, 1};
+  }
+
+  std::shared_ptr<const BitmapImage> samples;
+  YUVPicture picture;
+};
+
+class LargeTurnTest : public testing::TestWithParam<uint32_t> {};
+
+// Pictures so large that most of what is shown lies far from their borders.
+TEST_P(LargeTurnTest, LooksAsThePlainEvaluatorHasIt) {
+  std::mt19937 random(GetParam());
+  const auto number = [&](double low, double high) {
+    return std::uniform_real_distribution<double>(low, high)(random);
+  };
+  constexpr int kWidth = 613;
+  constexpr int kHeight = 477;
+  const ImagePointer sources[] = {
+      Image::fromBitmap(noise(kWidth, kHeight, 1), Image::Alpha::kOpaque),
+      Image::fromBitmap(noise(kWidth, kHeight, 2, Image::Alpha::kStraight),
+                        Image::Alpha::kStraight),
+      Image::fromPlanes(NoisePlanes(kWidth, kHeight, 3).picture)};
+  for (int i = 0; i < 4; ++i) {
+    const AffineTransform map =
+        AffineTransform::translation(-kWidth / 2.0 + number(-1, 1), -kHeight / 2.0)
+            .concat(AffineTransform::rotation(number(-3.2, 3.2)))
+            .concat(AffineTransform::scale(number(0.3, 1.7), number(0.3, 1.7)))
+            .concat(AffineTransform::translation(75, 50));
+    for (const ImagePointer& source : sources) {
+      ImagePointer image = source->transformed(map);
+      if (i % 2 == 1) {
+        const auto filter = FilterRegistry::filterWithName("CIColorControls");
+        filter->setValue(1.4, kCIInputSaturationKey);
+        filter->setValue(image, kCIInputImageKey);
+        image = filter->outputImage();
+      }
+      ASSERT_LE(largestError(image, {{0, 0}, {150, 99}}), 1.0)
+          << "picture " << &source - sources << ", map " << map.a << " " << map.b << " " << map.c
+          << " " << map.d;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, LargeTurnTest, testing::Range(1u, 9u));
+
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomRecipeTest, testing::Range(1u, 21u));
 
 }  // namespace

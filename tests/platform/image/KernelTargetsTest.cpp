@@ -56,6 +56,8 @@ std::vector<ImagePointer> recipes() {
       opaque->scaled(1.31, 1.27),
       opaque->scaled(0.07, 0.09),
       opaque->transformed(AffineTransform::rotation(0.3)),
+      filtered("CISepiaTone", opaque->transformed(AffineTransform::rotation(0.3))),
+      Image::fromPlanes(picture)->transformed(AffineTransform::rotation(0.1).scaled(0.7, 0.8)),
       straight->transformed(AffineTransform::rotation(0.3).scaled(0.6, 0.7)),
       opaque->transformed({0, 1, -1, 0, 60, 0}),
       filtered("CISepiaTone", straight),
