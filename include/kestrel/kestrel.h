@@ -7,6 +7,9 @@
 #include <kestrel/BitmapContext.h>
 #include <kestrel/BitmapFile.h>
 #include <kestrel/BitmapImage.h>
+#include <kestrel/Bundle.h>
+#include <kestrel/Coding.h>
+#include <kestrel/CodingBase.h>
 #include <kestrel/Color.h>
 #include <kestrel/EffectManager.h>
 #include <kestrel/Error.h>
@@ -18,6 +21,8 @@
 #include <kestrel/Image.h>
 #include <kestrel/ImageContext.h>
 #include <kestrel/IndexSet.h>
+#include <kestrel/KeyedArchiver.h>
+#include <kestrel/KeyedUnarchiver.h>
 #include <kestrel/LMCustomSource.h>
 #include <kestrel/LMFFAudioResample.h>
 #include <kestrel/LMFFEffectVideoStream.h>
@@ -39,6 +44,9 @@
 #include <kestrel/Log.h>
 #include <kestrel/OperationQueue.h>
 #include <kestrel/ParagraphStyle.h>
+#include <kestrel/Pasteboard.h>
+#include <kestrel/PropertyList.h>
+#include <kestrel/Task.h>
 #include <kestrel/TextEncoding.h>
 #include <kestrel/Vector.h>
 #include <kestrel/YUVPicture.h>
