@@ -37,6 +37,8 @@
 #include <kestrel/LMFFVideoColor.h>
 #include <kestrel/LMFIFODataBuffer.h>
 #include <kestrel/LMMediaSource.h>
+#include <kestrel/LMMovieComposition.h>
+#include <kestrel/LMMovieCompositionTrack.h>
 #include <kestrel/LMOutputAudioGraph.h>
 #include <kestrel/LMSubtitleSource.h>
 #include <kestrel/LMWavSource.h>
@@ -46,6 +48,7 @@
 #include <kestrel/ParagraphStyle.h>
 #include <kestrel/Pasteboard.h>
 #include <kestrel/PropertyList.h>
+#include <kestrel/StreamFit.h>
 #include <kestrel/Task.h>
 #include <kestrel/TextEncoding.h>
 #include <kestrel/Vector.h>
