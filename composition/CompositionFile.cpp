@@ -14,6 +14,9 @@ namespace {
 constexpr int kMaximumMuxingDelay = 700000;         // microseconds
 constexpr int64_t kLongestInterleaving = 10000000;  // microseconds
 
+/// Packets that wait for a decoding time; codecs reorder no more.
+constexpr size_t kMostWaiting = 32;
+
 /// The tag of HEVC whose parameter sets lie in the container alone: many players of MPEG-4 files
 /// take no other.
 constexpr uint32_t kHevcTag = MKTAG('h', 'v', 'c', '1');
@@ -80,17 +83,17 @@ int CompositionFile::addStream(const AVStream& input) {
   stream->disposition = input.disposition;
   if (const auto* language = av_dict_get(input.metadata, "language", nullptr, 0))
     av_dict_set(&stream->metadata, "language", language->value, 0);
-  filters_.emplace_back();
+  lanes_.emplace_back();
   if (const char* name = filterFor(*stream->codecpar, *context_->oformat))
-    openFilter(name, *stream);
+    openFilter(name, *stream, lanes_.back());
   return stream->index;
 }
 
-bool CompositionFile::openFilter(const char* name, AVStream& stream) {
+bool CompositionFile::openFilter(const char* name, AVStream& stream, Lane& lane) {
   const AVBitStreamFilter* filter = av_bsf_get_by_name(name);
   AVBSFContext* context = nullptr;
   if (!succeeded(filter ? av_bsf_alloc(filter, &context) : AVERROR_BSF_NOT_FOUND)) return false;
-  filters_.back().reset(context);
+  lane.filter.reset(context);
   context->time_base_in = stream.time_base;
   return succeeded(avcodec_parameters_copy(context->par_in, stream.codecpar)) &&
          succeeded(av_bsf_init(context)) &&
@@ -105,7 +108,6 @@ bool CompositionFile::start() {
                                               "' does not write to one file");
     return false;
   }
-  newest_.assign(context_->nb_streams, AV_NOPTS_VALUE);
   return succeeded(avio_open2(&context_->pb, context_->url, AVIO_FLAG_WRITE,
                               &context_->interrupt_callback, nullptr)) &&
          succeeded(avformat_write_header(context_.get(), nullptr));
@@ -115,8 +117,44 @@ bool CompositionFile::storesOnlyOrder() const {
   return isAvi(*context_->oformat) || (context_->oformat->flags & AVFMT_NOTIMESTAMPS) != 0;
 }
 
+/// How far packets of a stream usually lie apart, in its time base.
+int64_t CompositionFile::stepOf(int stream) const {
+  const AVRational rate = context_->streams[stream]->avg_frame_rate;
+  const bool isKnown = rate.num > 0 && rate.den > 0;
+  return isKnown ? std::max<int64_t>(av_rescale_q(1, av_inv_q(rate), timeBase(stream)), 1) : 1;
+}
+
 bool CompositionFile::write(AVPacket& packet, int stream) {
-  AVBSFContext* filter = filters_[stream].get();
+  Lane& lane = lanes_[stream];
+  if (packet.dts != AV_NOPTS_VALUE)
+    return writeWaiting(packet.dts, stream) && writeFiltered(packet, stream);
+  if (packet.pts == AV_NOPTS_VALUE) return writeFiltered(packet, stream);
+  lane.waiting.push_back(makePacket());
+  av_packet_move_ref(lane.waiting.back().get(), &packet);
+  const bool isEnough = lane.waiting.size() >= kMostWaiting;
+  return !isEnough ||
+         writeWaiting(lane.lastDts == AV_NOPTS_VALUE
+                          ? lane.waiting.front()->pts
+                          : lane.lastDts + static_cast<int64_t>(kMostWaiting + 1) * stepOf(stream),
+                      stream);
+}
+
+/// Writes what waits, evenly before `next`, in the stream's time base.
+bool CompositionFile::writeWaiting(int64_t next, int stream) {
+  const std::vector<PacketPtr> packets = std::exchange(lanes_[stream].waiting, {});
+  int64_t time = next - static_cast<int64_t>(packets.size()) * stepOf(stream);
+  for (const PacketPtr& packet : packets) {
+    packet->dts = std::min(time, packet->pts);
+    if (lanes_[stream].lastDts != AV_NOPTS_VALUE)
+      packet->dts = std::max(packet->dts, lanes_[stream].lastDts + 1);
+    time += stepOf(stream);
+    if (!writeFiltered(*packet, stream)) return false;
+  }
+  return true;
+}
+
+bool CompositionFile::writeFiltered(AVPacket& packet, int stream) {
+  AVBSFContext* filter = lanes_[stream].filter.get();
   if (!filter) return writeThrough(packet, stream);
   if (!succeeded(av_bsf_send_packet(filter, &packet))) return false;
   int result = 0;
@@ -131,25 +169,31 @@ bool CompositionFile::writeThrough(AVPacket& packet, int stream) {
   packet.stream_index = stream;
   packet.pos = -1;
   if (!succeeded(av_interleaved_write_frame(context_.get(), &packet))) return false;
-  limitQueue(time, stream);
+  if (time != AV_NOPTS_VALUE) limitQueue(time, stream);
   return !error_;
 }
 
 // The library's queue waits for a stream that lags behind, with some codecs without end. So that
 // its memory stays bounded, it is emptied once per stretch that is too long to wait for.
 void CompositionFile::limitQueue(int64_t dts, int stream) {
-  if (dts == AV_NOPTS_VALUE) return;
   const int64_t time = av_rescale_q(dts, timeBase(stream), kMicroseconds);
-  newest_[stream] = time;
-  for (int64_t& newest : newest_) {
-    if (newest == AV_NOPTS_VALUE) newest = time;
+  lanes_[stream].lastDts = dts;
+  lanes_[stream].newest = time;
+  int64_t oldest = time;
+  for (Lane& lane : lanes_) {
+    if (lane.newest == AV_NOPTS_VALUE) lane.newest = time;
+    oldest = std::min(oldest, lane.newest);
   }
-  if (time - *std::ranges::min_element(newest_) <= kLongestInterleaving) return;
+  if (time - oldest <= kLongestInterleaving) return;
   succeeded(av_interleaved_write_frame(context_.get(), nullptr));
-  for (int64_t& newest : newest_) newest = std::max(newest, time);
+  for (Lane& lane : lanes_) lane.newest = std::max(lane.newest, time);
 }
 
 void CompositionFile::finish() {
+  for (int stream = 0; stream < static_cast<int>(lanes_.size()); ++stream) {
+    const std::vector<PacketPtr>& waiting = lanes_[stream].waiting;
+    if (!waiting.empty()) writeWaiting(waiting.back()->pts, stream);
+  }
   succeeded(av_interleaved_write_frame(context_.get(), nullptr));
   succeeded(av_write_trailer(context_.get()));
   succeeded(avio_closep(&context_->pb));

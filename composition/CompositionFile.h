@@ -29,7 +29,8 @@ class CompositionFile {
   bool storesOnlyOrder() const;
 
   /// Takes over a packet that is stamped in the stream's time base, which is blank afterwards;
-  /// false once something has failed.
+  /// false once something has failed. Packets without a decoding time, with which Matroska files
+  /// begin where pictures are reordered, wait for the first one that has it and get theirs from it.
   bool write(AVPacket& packet, int stream);
 
   /// Writes what still waits and the trailer, and closes the file.
@@ -39,15 +40,25 @@ class CompositionFile {
 
  private:
   bool succeeded(int result);
-  bool openFilter(const char* name, AVStream& stream);
+  /// A stream of the file.
+  struct Lane {
+    BitstreamFilterPtr filter;         // null for none
+    std::vector<PacketPtr> waiting;    // for a decoding time
+    int64_t lastDts = AV_NOPTS_VALUE;  // of what has been written, the stream's time base
+    int64_t newest = AV_NOPTS_VALUE;   // the same in microseconds, or where the others are
+  };
+
+  bool openFilter(const char* name, AVStream& stream, Lane& lane);
+  int64_t stepOf(int stream) const;
+  bool writeWaiting(int64_t next, int stream);
+  bool writeFiltered(AVPacket& packet, int stream);
   bool writeThrough(AVPacket& packet, int stream);
   void limitQueue(int64_t dts, int stream);
 
   Error error_;
   std::function<bool()> interrupt_;  // outlives the context, which asks it
   OutputContextPtr context_;
-  std::vector<BitstreamFilterPtr> filters_;  // for each stream, null for none
-  std::vector<int64_t> newest_;              // for each stream, the last decoding time, µs
+  std::vector<Lane> lanes_;
 };
 
 }  // namespace kestrel

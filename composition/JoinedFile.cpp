@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 #include "support/FFmpegError.h"
@@ -136,6 +137,11 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     lane.seam = lane.end;
     lane.offset = offset;
     lane.hasBegun = false;
+    lane.isVague =
+        lane.isVideo &&
+        std::string_view(input.front()->source()->formatContext()->iformat->name) == "avi";
+    lane.first = AV_NOPTS_VALUE;
+    lane.count = 0;
   }
   return true;
 }
@@ -173,6 +179,14 @@ bool JoinedFile::repeatsTheSeam(const AVPacket& packet, const AVStream& stream, 
   return false;
 }
 
+/// Where a packet ends, all in microseconds. AVI may count in ticks of half a picture and say that
+/// each lasts for one: there the pictures' mean distance tells.
+int64_t JoinedFile::endOf(int64_t time, int64_t duration, Lane& lane) {
+  if (lane.count++ == 0) lane.first = time;
+  const bool isMean = lane.isVague && lane.count > 1;
+  return time + (isMean ? (time - lane.first) / (lane.count - 1) : duration);
+}
+
 bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane) {
   if (!beginsWell(packet, lane)) return false;
   if (repeatsTheSeam(packet, stream, lane)) return true;
@@ -198,7 +212,8 @@ bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane
   if (packet.dts != AV_NOPTS_VALUE) lane.lastDts = packet.dts;
   lane.hasBegun = true;
   const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-  if (time != AV_NOPTS_VALUE) lane.end = std::max(lane.end, inMicroseconds(time, base) + duration);
+  if (time != AV_NOPTS_VALUE)
+    lane.end = std::max(lane.end, endOf(inMicroseconds(time, base), duration, lane));
   if (lane.isVideo) ++pictures_;
   if (progress_ && time != AV_NOPTS_VALUE)
     progress_(lm_ff_time_to_double(inMicroseconds(time, base) - origin_), pictures_);

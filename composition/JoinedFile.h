@@ -32,9 +32,12 @@ class JoinedFile {
     int64_t lastDts = AV_NOPTS_VALUE;  // the stream's time base
     int64_t end = AV_NOPTS_VALUE;      // where what was written ends, microseconds
     // Of the current input:
-    int64_t seam = AV_NOPTS_VALUE;  // where the input before it ended, microseconds
-    int64_t offset = 0;             // what its times are moved by, microseconds
-    bool hasBegun = false;          // a packet of it has been written
+    int64_t seam = AV_NOPTS_VALUE;   // where the input before it ended, microseconds
+    int64_t offset = 0;              // what its times are moved by, microseconds
+    bool hasBegun = false;           // a packet of it has been written
+    bool isVague = false;            // its packets do not tell how long they last
+    int64_t first = AV_NOPTS_VALUE;  // when its first packet is, microseconds
+    int64_t count = 0;               // packets written
   };
 
   bool fail(std::string why);
@@ -43,6 +46,7 @@ class JoinedFile {
   bool copyInput(const TrackList& input);
   bool copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane);
   bool beginsWell(const AVPacket& packet, const Lane& lane);
+  static int64_t endOf(int64_t time, int64_t duration, Lane& lane);
   bool repeatsTheSeam(const AVPacket& packet, const AVStream& stream, Lane& lane) const;
 
   std::function<bool()> interrupt_;

@@ -58,7 +58,7 @@ class KESTREL_API LMMovieComposition {
   /// container needs: such inputs have to be encoded anew.
   void joinToFile(const std::string& path);
   static constexpr double kBehind = -1;
-  static constexpr int kDoesNotJoin = -1;
+  static constexpr int kDoesNotJoin = -0x4E494F4A;
 
   // Settings of both, off at first.
 

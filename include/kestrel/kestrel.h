@@ -44,6 +44,7 @@
 #include <kestrel/LMWavSource.h>
 #include <kestrel/LibMedia.h>
 #include <kestrel/Log.h>
+#include <kestrel/MovieHelperTask.h>
 #include <kestrel/OperationQueue.h>
 #include <kestrel/ParagraphStyle.h>
 #include <kestrel/Pasteboard.h>
@@ -52,4 +53,6 @@
 #include <kestrel/Task.h>
 #include <kestrel/TextEncoding.h>
 #include <kestrel/Vector.h>
+#include <kestrel/VideoJoiner.h>
+#include <kestrel/VideoJoinerItem.h>
 #include <kestrel/YUVPicture.h>
