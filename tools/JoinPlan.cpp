@@ -55,8 +55,8 @@ std::vector<std::string> differences(const JoinPart& first, const JoinPart& part
   const auto others = part.streams();
   for (size_t i = 0; i < ours.size(); ++i)
     for (const StreamDifference& difference : streamDifferences(*ours[i], *others[i]))
-      all.push_back(fmt::format("{} {} instead of {}", difference.property, difference.second,
-                                difference.first));
+      all.push_back(fmt::format("{}{} {} instead of {}", i > 0 || !part.video ? "sound " : "",
+                                difference.property, difference.second, difference.first));
   return all;
 }
 
@@ -84,7 +84,7 @@ std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::str
     const std::string verdict = i == 0 ? "sets the format"
                                 : problems[i].empty()
                                     ? "fits"
-                                    : fmt::format("does not fit: {}", fmt::join(problems[i], "; "));
+                                    : fmt::format("does not fit: {}", fmt::join(problems[i], ", "));
     table += fmt::format("{:<{}}  {:<{}}  {}\n", printable(plan.parts[i].input.path), nameWidth,
                          describe(plan.parts[i]), streamWidth, verdict);
   }
@@ -124,8 +124,8 @@ JoinPlan planJoin(const JoinSettings& settings) {
     problems.push_back(differences(plan.parts.front(), plan.parts.back()));
     if (input.rate != 1)
       problems.back().push_back(fmt::format("it plays at {} times its speed", input.rate));
-    for (const std::string& problem : problems.back())
-      plan.reasons.push_back(fmt::format("'{}': {}", input.path, problem));
+    if (!problems.back().empty())
+      plan.reasons.push_back(fmt::format("'{}': {}", input.path, fmt::join(problems.back(), ", ")));
   }
   if (const std::string problem = containerProblem(plan.parts.front(), settings.output);
       !problem.empty())

@@ -29,6 +29,7 @@
 #include "StandardOutput.h"
 #include "Text.h"
 #include "ThumbCommand.h"
+#include "WaveCommand.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -113,6 +114,7 @@ Run chosenRun(CLI::App& app, int argc, char** argv) {
   addThumbCommand(app, run);
   addComposeCommand(app, run);
   addJoinCommand(app, run);
+  addWaveCommand(app, run);
   addEffectsCommand(app, run);
   addDemoCommand(app, run);
   for (auto* verb : app.get_subcommands([](const CLI::App*) { return true; })) verb->group("Verbs");

@@ -44,6 +44,7 @@
 #include <kestrel/LMWavSource.h>
 #include <kestrel/LibMedia.h>
 #include <kestrel/Log.h>
+#include <kestrel/MovieAudioTaskExtractWave.h>
 #include <kestrel/MovieHelperTask.h>
 #include <kestrel/OperationQueue.h>
 #include <kestrel/ParagraphStyle.h>
@@ -55,4 +56,5 @@
 #include <kestrel/Vector.h>
 #include <kestrel/VideoJoiner.h>
 #include <kestrel/VideoJoinerItem.h>
+#include <kestrel/Waveform.h>
 #include <kestrel/YUVPicture.h>
