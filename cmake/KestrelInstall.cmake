@@ -22,8 +22,10 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/kestrel"
 
 if(TARGET kestrel)
   root_from(way "${CMAKE_INSTALL_BINDIR}")
-  set_target_properties(kestrel PROPERTIES INSTALL_RPATH "$ORIGIN/${way}/${CMAKE_INSTALL_LIBDIR}")
-  install(TARGETS kestrel RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  set(programs kestrel QTMovieHelperTask SamplePointsTask)
+  set_target_properties(${programs} PROPERTIES
+    INSTALL_RPATH "$ORIGIN/${way}/${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS ${programs} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endif()
 
 install(EXPORT KestrelCodeTargets NAMESPACE KestrelCode:: DESTINATION "${cmake_dir}")

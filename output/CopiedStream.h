@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "output/DisplayTimes.h"
-#include "output/OutputOwners.h"
+#include "support/MuxingOwners.h"
 
 namespace kestrel {
 

@@ -5,7 +5,7 @@
 #include <deque>
 #include <set>
 
-#include "output/OutputOwners.h"
+#include "support/MuxingOwners.h"
 
 namespace kestrel {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-// What library versions spell differently about encoders and about what streams carry beside their
-// packets.
+// What library versions spell differently about encoders.
 
 #include <cstring>
 
+#include "support/FFmpegCompat.h"
 #include "support/FFmpegOwners.h"
 
 namespace kestrel {
@@ -50,19 +50,6 @@ inline void copyEncoderSideData([[maybe_unused]] const AVCodecContext& encoder,
 #if LIBAVCODEC_VERSION_INT < AV_VERSION_INT(60, 30, 100)
   for (int i = 0; i < encoder.nb_coded_side_data; i++) {
     const AVPacketSideData& data = encoder.coded_side_data[i];
-    uint8_t* copy = av_stream_new_side_data(&stream, data.type, data.size);
-    if (copy) std::memcpy(copy, data.data, data.size);
-  }
-#endif
-}
-
-/// Hands on what a container tells of a stream beside its parameters, such as how a picture is to
-/// be turned. Later libraries keep it among the parameters.
-inline void copyStreamSideData([[maybe_unused]] const AVStream& from,
-                               [[maybe_unused]] AVStream& stream) {
-#if LIBAVCODEC_VERSION_INT < AV_VERSION_INT(60, 30, 100)
-  for (int i = 0; i < from.nb_side_data; i++) {
-    const AVPacketSideData& data = from.side_data[i];
     uint8_t* copy = av_stream_new_side_data(&stream, data.type, data.size);
     if (copy) std::memcpy(copy, data.data, data.size);
   }

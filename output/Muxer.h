@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "output/FirstError.h"
-#include "output/OutputOwners.h"
+#include "support/MuxingOwners.h"
 
 namespace kestrel {
 

@@ -2,6 +2,8 @@
 
 // The few places where library versions ask for different spellings of the same thing.
 
+#include <cstring>
+
 #include "support/FFmpegOwners.h"
 
 namespace kestrel {
@@ -26,6 +28,19 @@ inline void setFrameDuration(AVFrame& frame, int64_t duration) {
 /// A layout's channel mask; 0 when its channels are not in native order.
 inline int64_t layoutMask(const AVChannelLayout& layout) {
   return layout.order == AV_CHANNEL_ORDER_NATIVE ? static_cast<int64_t>(layout.u.mask) : 0;
+}
+
+/// Hands on what a container tells of a stream beside its parameters, such as how a picture is to
+/// be turned. Later libraries keep it among the parameters.
+inline void copyStreamSideData([[maybe_unused]] const AVStream& from,
+                               [[maybe_unused]] AVStream& stream) {
+#if LIBAVCODEC_VERSION_INT < AV_VERSION_INT(60, 30, 100)
+  for (int i = 0; i < from.nb_side_data; i++) {
+    const AVPacketSideData& data = from.side_data[i];
+    uint8_t* copy = av_stream_new_side_data(&stream, data.type, data.size);
+    if (copy) std::memcpy(copy, data.data, data.size);
+  }
+#endif
 }
 
 }  // namespace kestrel

@@ -37,13 +37,6 @@ std::pair<std::string, std::string> parseKeyValue(const std::string& option,
   return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-Progress::Style parseProgress(const std::string& text) {
-  if (text == "bar") return Progress::Style::kBar;
-  if (text == "json") return Progress::Style::kJson;
-  if (text == "none") return Progress::Style::kNone;
-  throw wrongUsage("--progress: '" + text + "' is none of bar, json and none");
-}
-
 /// Refuses options that shape an encoded stream where it is copied or left out: they would do
 /// nothing. `groups`: the headings under which the help shows them.
 void requireEncoding(const CLI::App& verb, const std::string& codecOption, const std::string& codec,
@@ -100,7 +93,7 @@ ConvertSettings settingsOf(const Arguments& arguments) {
   if (!(settings.volume >= 0 && settings.volume <= kLoudest))
     throw wrongUsage(fmt::format("--volume: the factor must be between 0 and {}", kLoudest));
   settings.keepMetadata = !arguments.noMetadata;
-  settings.progress = parseProgress(arguments.progress);
+  settings.progress = parseProgressStyle("--progress", arguments.progress);
   return settings;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "Failure.h"
 #include "Text.h"
 
 namespace {
@@ -133,4 +134,11 @@ void Progress::clearBar() {
   if (!isBarShown_) return;
   print("\r\033[K");
   isBarShown_ = false;
+}
+
+Progress::Style parseProgressStyle(const std::string& option, const std::string& text) {
+  if (text == "bar") return Progress::Style::kBar;
+  if (text == "json") return Progress::Style::kJson;
+  if (text == "none") return Progress::Style::kNone;
+  throw wrongUsage(option + ": '" + text + "' is none of bar, json and none");
 }

@@ -60,3 +60,6 @@ class Progress {
   Clock::time_point nextShow_ = begin_;
   bool isBarShown_ = false;
 };
+
+/// "bar", "json" or "none"; throws the `Failure` of wrong usage for anything else.
+Progress::Style parseProgressStyle(const std::string& option, const std::string& text);

@@ -18,15 +18,18 @@
 #include <vector>
 
 #include "Command.h"
+#include "ComposeCommand.h"
 #include "ConvertCommand.h"
 #include "DemoCommand.h"
 #include "EffectsCommand.h"
 #include "Failure.h"
 #include "InfoCommand.h"
 #include "Interrupt.h"
+#include "JoinCommand.h"
 #include "StandardOutput.h"
 #include "Text.h"
 #include "ThumbCommand.h"
+#include "WaveCommand.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -109,6 +112,9 @@ Run chosenRun(CLI::App& app, int argc, char** argv) {
   addInfoCommand(app, run);
   addConvertCommand(app, run);
   addThumbCommand(app, run);
+  addComposeCommand(app, run);
+  addJoinCommand(app, run);
+  addWaveCommand(app, run);
   addEffectsCommand(app, run);
   addDemoCommand(app, run);
   for (auto* verb : app.get_subcommands([](const CLI::App*) { return true; })) verb->group("Verbs");

@@ -1,0 +1,269 @@
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/Waveform.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "audio/PointMaker.h"
+#include "support/CodecLock.h"
+#include "support/FFmpegError.h"
+#include "support/FFmpegOwners.h"
+
+namespace kestrel {
+
+namespace {
+
+/// What ends the reading before its end.
+struct Stop : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+constexpr size_t kMostPoints = size_t{1} << 27;
+constexpr int64_t kSmallestHole = 100000;  // microseconds
+
+/// A sound track: its decoder, and where its samples go.
+class TrackReader {
+ public:
+  TrackReader(const AVStream& stream, const WaveformSettings& settings, int64_t start)
+      : stream_(stream), settings_(settings), start_(start) {
+    openDecoder();
+    rate_ = decoder_->sample_rate;
+    if (rate_ <= 0) throw Stop("the sound has no sample rate");
+  }
+
+  int32_t rate() const { return rate_; }
+  int32_t samplesPerPoint() const {
+    const double samples = std::round(rate_ / settings_.pointsPerSecond);
+    return static_cast<int32_t>(std::clamp(samples, 1.0, 1e9));
+  }
+  double seconds() const { return static_cast<double>(count_) / rate_; }
+
+  void decode(const AVPacket* packet) {
+    // A damaged packet is passed over.
+    if (avcodec_send_packet(decoder_.get(), packet) < 0) return;
+    while (avcodec_receive_frame(decoder_.get(), frame_.get()) >= 0) {
+      take(*frame_);
+      av_frame_unref(frame_.get());
+    }
+  }
+
+  std::vector<PointMaker>& lanes() { return lanes_; }
+
+ private:
+  void openDecoder() {
+    const AVCodec* codec = avcodec_find_decoder(stream_.codecpar->codec_id);
+    if (!codec)
+      throw Stop(fmt::format("there is no decoder for '{}'",
+                             avcodec_get_name(stream_.codecpar->codec_id)));
+    decoder_.reset(avcodec_alloc_context3(codec));
+    if (!decoder_ || avcodec_parameters_to_context(decoder_.get(), stream_.codecpar) < 0)
+      throw Stop("not enough memory");
+    decoder_->pkt_timebase = stream_.time_base;
+    decoder_->request_sample_fmt = AV_SAMPLE_FMT_FLTP;
+    const std::lock_guard guard(codecLock());
+    const int result = avcodec_open2(decoder_.get(), codec, nullptr);
+    if (result < 0) throw Stop(libraryError(result).message);
+  }
+
+  void take(const AVFrame& frame) {
+    if (frame.nb_samples <= 0) return;
+    if (lanes_.empty()) begin(frame);
+    if (frame.ch_layout.nb_channels != channels_ || frame.sample_rate != rate_)
+      throw Stop("the sound changes its rate or channels on the way");
+    fillHole(frame);
+    const float* const* channels = planes(frame);
+    if (settings_.splitChannels) {
+      for (size_t i = 0; i < lanes_.size(); ++i) lanes_[i].add(channels[i], frame.nb_samples);
+    } else {
+      lanes_.front().add(mean(channels, frame.nb_samples), frame.nb_samples);
+    }
+    count_ += frame.nb_samples;
+    requireRoom(0);
+  }
+
+  void begin(const AVFrame& frame) {
+    channels_ = frame.ch_layout.nb_channels;
+    rate_ = frame.sample_rate;
+    lanes_.assign(settings_.splitChannels ? channels_ : 1, PointMaker(samplesPerPoint()));
+  }
+
+  /// Refuses sound whose outline would be too large with `more` samples.
+  void requireRoom(int64_t more) const {
+    const int64_t points = (count_ + more) / samplesPerPoint();
+    if (points > static_cast<int64_t>(kMostPoints / lanes_.size()))
+      throw Stop("the sound is too long for so many points per second");
+  }
+
+  void fillHole(const AVFrame& frame) {
+    if (frame.pts == AV_NOPTS_VALUE) return;
+    const int64_t now = av_rescale(count_, 1000000, rate_);
+    const int64_t time = av_rescale_q(frame.pts, stream_.time_base, kMicroseconds) - start_;
+    if (time - now < kSmallestHole) return;
+    const int64_t hole = av_rescale(time - now, rate_, 1000000);
+    requireRoom(hole);
+    for (PointMaker& lane : lanes_) lane.add(nullptr, hole);
+    count_ += hole;
+  }
+
+  /// The frame's channels as floats.
+  const float* const* planes(const AVFrame& frame) {
+    if (frame.format == AV_SAMPLE_FMT_FLTP)
+      return reinterpret_cast<const float* const*>(frame.extended_data);
+    if (!converter_) openConverter(frame);
+    const auto count = static_cast<size_t>(frame.nb_samples);
+    converted_.resize(count * channels_);
+    pointers_.resize(channels_);
+    for (size_t i = 0; i < pointers_.size(); ++i) pointers_[i] = converted_.data() + i * count;
+    swr_convert(converter_.get(), reinterpret_cast<uint8_t**>(pointers_.data()), frame.nb_samples,
+                const_cast<const uint8_t**>(frame.extended_data), frame.nb_samples);
+    return pointers_.data();
+  }
+
+  void openConverter(const AVFrame& frame) {
+    // Only the form of the samples changes, so that any layout of as many channels will do.
+    AVChannelLayout layout{};
+    av_channel_layout_default(&layout, frame.ch_layout.nb_channels);
+    SwrContext* context = nullptr;
+    const int result = swr_alloc_set_opts2(&context, &layout, AV_SAMPLE_FMT_FLTP, rate_, &layout,
+                                           static_cast<AVSampleFormat>(frame.format), rate_, 0,
+                                           nullptr);
+    av_channel_layout_uninit(&layout);
+    converter_.reset(context);
+    if (result < 0 || swr_init(context) < 0) throw Stop("the sound's format is unknown");
+  }
+
+  const float* mean(const float* const* channels, int32_t count) {
+    if (channels_ == 1) return channels[0];
+    mean_.assign(channels[0], channels[0] + count);
+    for (int32_t channel = 1; channel < channels_; ++channel)
+      for (int32_t i = 0; i < count; ++i) mean_[i] += channels[channel][i];
+    const float scale = 1.0F / static_cast<float>(channels_);
+    for (float& sample : mean_) sample *= scale;
+    return mean_.data();
+  }
+
+  const AVStream& stream_;
+  const WaveformSettings& settings_;
+  const int64_t start_;  // of the input, microseconds
+  CodecContextPtr decoder_;
+  FramePtr frame_ = makeFrame();
+  SwrPtr converter_;
+  std::vector<float> converted_;
+  std::vector<float*> pointers_;
+  std::vector<float> mean_;
+  int32_t rate_ = 0;
+  int32_t channels_ = 0;
+  int64_t count_ = 0;  // samples per channel, silence included
+  std::vector<PointMaker> lanes_;
+};
+
+/// The container's indexes of the tracks to read.
+std::vector<unsigned> chosenStreams(AVFormatContext& context, const WaveformSettings& settings) {
+  std::vector<unsigned> audios;
+  for (unsigned i = 0; i < context.nb_streams; ++i)
+    if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) audios.push_back(i);
+  if (audios.empty()) throw Stop("it has no sound");
+  if (!settings.tracks) {
+    const int best = av_find_best_stream(&context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    return {best >= 0 ? static_cast<unsigned>(best) : audios.front()};
+  }
+  std::vector<unsigned> chosen;
+  for (const uint32_t track : *settings.tracks) {
+    if (track >= audios.size())
+      throw Stop(fmt::format("it has no sound track {}: there are {}", track, audios.size()));
+    chosen.push_back(audios[track]);
+  }
+  if (chosen.empty()) throw Stop("no sound track is chosen");
+  return chosen;
+}
+
+/// How much of the input has been read, 0 to 1.
+double partRead(const AVFormatContext& context, double seconds) {
+  if (context.duration > 0)
+    return std::clamp(seconds * AV_TIME_BASE / static_cast<double>(context.duration), 0.0, 1.0);
+  const int64_t size = context.pb ? avio_size(context.pb) : 0;
+  return size > 0 ? static_cast<double>(avio_tell(context.pb)) / static_cast<double>(size) : 0;
+}
+
+/// The tracks' channels side by side; tracks that end earlier are silent to the end.
+Waveform woven(std::vector<TrackReader>& tracks) {
+  std::vector<const std::vector<WaveformPoint>*> lanes;
+  size_t length = 0;
+  for (TrackReader& track : tracks)
+    for (PointMaker& lane : track.lanes()) {
+      lane.finish();
+      lanes.push_back(&lane.points());
+      length = std::max(length, lane.points().size());
+    }
+  if (length == 0) throw Stop("no sound could be decoded");
+  Waveform waveform{tracks.front().rate(),
+                    static_cast<int32_t>(lanes.size()),
+                    tracks.front().samplesPerPoint(),
+                    {}};
+  waveform.points.reserve(length * lanes.size());
+  for (size_t i = 0; i < length; ++i)
+    for (const auto* lane : lanes)
+      waveform.points.push_back(i < lane->size() ? (*lane)[i] : WaveformPoint{});
+  return waveform;
+}
+
+Waveform readWaveform(LMMediaSource& source, const WaveformSettings& settings) {
+  source.open();
+  AVFormatContext* context = source.formatContext();
+  if (!context) throw Stop(source.lastError().message);
+  const std::vector<unsigned> chosen = chosenStreams(*context, settings);
+  std::vector<TrackReader> tracks;
+  tracks.reserve(chosen.size());
+  for (unsigned i = 0; i < context->nb_streams; ++i) {
+    if (std::ranges::count(chosen, i))
+      tracks.emplace_back(*context->streams[i], settings, source.start_time());
+    else
+      context->streams[i]->discard = AVDISCARD_ALL;
+  }
+  for (const TrackReader& track : tracks)
+    if (track.rate() != tracks.front().rate())
+      throw Stop("the sound tracks have different sample rates");
+
+  const auto requireGoingOn = [&] {
+    if (settings.interrupt && settings.interrupt()) throw Stop("interrupted");
+  };
+  const PacketPtr packet = makePacket();
+  while (av_read_frame(context, packet.get()) >= 0) {
+    requireGoingOn();
+    const auto place = std::ranges::find(chosen, static_cast<unsigned>(packet->stream_index));
+    if (place != chosen.end()) {
+      TrackReader& track = tracks[static_cast<size_t>(place - chosen.begin())];
+      track.decode(packet.get());
+      if (settings.progress)
+        settings.progress(partRead(*context, track.seconds()), track.seconds());
+    }
+    av_packet_unref(packet.get());
+  }
+  requireGoingOn();
+  for (TrackReader& track : tracks) track.decode(nullptr);
+  return woven(tracks);
+}
+
+}  // namespace
+
+std::optional<Waveform> waveformOfSource(const std::shared_ptr<LMMediaSource>& source,
+                                         const WaveformSettings& settings, Error* error) {
+  LMFFMovie::initialize();
+  try {
+    if (!source) throw Stop("there is no input");
+    if (!(settings.pointsPerSecond > 0)) throw Stop("there are no points in no time");
+    return readWaveform(*source, settings);
+  } catch (const Stop& stop) {
+    if (error) *error = engineError(AVERROR(EINVAL), stop.what());
+    return std::nullopt;
+  }
+}
+
+}  // namespace kestrel

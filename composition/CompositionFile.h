@@ -1,0 +1,64 @@
+#pragma once
+
+#include <kestrel/Error.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/MuxingOwners.h"
+
+namespace kestrel {
+
+/// The file that packets are copied into: streams like those of the inputs, and whatever a
+/// container wants to have changed on the way. What fails first is kept in `error`.
+class CompositionFile {
+ public:
+  CompositionFile(const std::string& path, std::function<bool()> interrupt);
+
+  /// Adds a stream for packets of `input`; -1 when that fails.
+  int addStream(const AVStream& input);
+
+  /// Opens the file and writes its header; false when one of these fails.
+  bool start();
+
+  const AVRational& timeBase(int stream) const { return context_->streams[stream]->time_base; }
+
+  /// Whether pictures may lack the time at which they are shown: the container does not store it.
+  bool storesOnlyOrder() const;
+
+  /// Takes over a packet that is stamped in the stream's time base, which is blank afterwards;
+  /// false once something has failed. Packets without a decoding time, with which Matroska files
+  /// begin where pictures are reordered, wait for the first one that has it and get theirs from it.
+  bool write(AVPacket& packet, int stream);
+
+  /// Writes what still waits and the trailer, and closes the file.
+  void finish();
+
+  const Error& error() const { return error_; }
+
+ private:
+  bool succeeded(int result);
+  /// A stream of the file.
+  struct Lane {
+    BitstreamFilterPtr filter;         // null for none
+    std::vector<PacketPtr> waiting;    // for a decoding time
+    int64_t lastDts = AV_NOPTS_VALUE;  // of what has been written, the stream's time base
+    int64_t newest = AV_NOPTS_VALUE;   // the same in microseconds, or where the others are
+  };
+
+  bool openFilter(const char* name, AVStream& stream, Lane& lane);
+  int64_t stepOf(int stream) const;
+  bool writeWaiting(int64_t next, int stream);
+  bool writeFiltered(AVPacket& packet, int stream);
+  bool writeThrough(AVPacket& packet, int stream);
+  void limitQueue(int64_t dts, int stream);
+
+  Error error_;
+  std::function<bool()> interrupt_;  // outlives the context, which asks it
+  OutputContextPtr context_;
+  std::vector<Lane> lanes_;
+};
+
+}  // namespace kestrel

@@ -1,0 +1,223 @@
+#include "composition/JoinedFile.h"
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/LMMovieCompositionTrack.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+#include "support/FFmpegError.h"
+
+namespace kestrel {
+
+namespace {
+
+/// Streams of an input end at different times, by a packet of sound or so. What is longer than this
+/// (microseconds) is meant.
+constexpr int64_t kOrdinaryOverhang = 100000;
+
+int64_t inMicroseconds(int64_t time, AVRational base) {
+  return av_rescale_q(time, base, kMicroseconds);
+}
+
+/// How long a packet lasts, microseconds; told from the stream where the packet does not say.
+int64_t durationOf(const AVPacket& packet, const AVStream& stream) {
+  if (packet.duration > 0) return inMicroseconds(packet.duration, stream.time_base);
+  const AVCodecParameters& parameters = *stream.codecpar;
+  if (parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.sample_rate > 0)
+    return av_rescale(av_get_audio_frame_duration2(stream.codecpar, packet.size), 1000000,
+                      parameters.sample_rate);
+  const AVRational rate = stream.avg_frame_rate;
+  return rate.num > 0 && rate.den > 0 ? av_rescale(1000000, rate.den, rate.num) : 0;
+}
+
+/// How long a picture or a packet of sound usually lasts, microseconds.
+int64_t usualDuration(const AVStream& stream) {
+  const AVRational rate = stream.avg_frame_rate;
+  if (rate.num > 0 && rate.den > 0) return av_rescale(1000000, rate.den, rate.num);
+  const AVCodecParameters& parameters = *stream.codecpar;
+  if (parameters.frame_size > 0 && parameters.sample_rate > 0)
+    return av_rescale(parameters.frame_size, 1000000, parameters.sample_rate);
+  return 25000;
+}
+
+int64_t startOf(LMMovieCompositionTrack& track) {
+  const AVStream& stream = *track.avstream();
+  return stream.start_time != AV_NOPTS_VALUE ? inMicroseconds(stream.start_time, stream.time_base)
+                                             : track.source()->start_time();
+}
+
+/// The tracks of each input.
+std::vector<JoinedFile::TrackList> inputsOf(const JoinedFile::TrackList& tracks) {
+  std::vector<JoinedFile::TrackList> inputs;
+  for (const auto& track : tracks) {
+    if (inputs.empty() || inputs.back().back()->source() != track->source()) inputs.emplace_back();
+    inputs.back().push_back(track);
+  }
+  return inputs;
+}
+
+}  // namespace
+
+JoinedFile::JoinedFile(const std::string& path, std::function<bool()> interrupt,
+                       std::function<void(double, int64_t)> progress)
+    : interrupt_(std::move(interrupt)), progress_(std::move(progress)), file_(path, interrupt_) {}
+
+bool JoinedFile::fail(std::string why) {
+  if (!error_) error_ = engineError(LMMovieComposition::kDoesNotJoin, std::move(why));
+  return false;
+}
+
+void JoinedFile::write(const TrackList& tracks) {
+  const std::vector<TrackList> inputs = inputsOf(tracks);
+  if (inputs.empty()) return static_cast<void>(fail("there is nothing to join"));
+  if (!addLanes(inputs.front()) || !file_.start()) return;
+  for (const TrackList& input : inputs) {
+    ++count_;
+    if (!settleOffsets(input) || !copyInput(input)) return;
+  }
+  file_.finish();
+}
+
+bool JoinedFile::addLanes(const TrackList& input) {
+  for (const auto& track : input) {
+    const AVStream* stream = track->avstream();
+    Lane lane;
+    lane.stream = stream ? file_.addStream(*stream) : -1;
+    lane.isVideo = track->isVideo();
+    if (lane.stream < 0) return fail(fmt::format("'{}' cannot be read", track->path()));
+    lanes_.push_back(lane);
+  }
+  origin_ = input.front()->source()->start_time();
+  return true;
+}
+
+// Pictures follow pictures, and sound is moved along with them. Where sound meets sound it does so
+// to the sample: that is less than half a packet away from where the pictures have it.
+bool JoinedFile::settleOffsets(const TrackList& input) {
+  if (input.size() != lanes_.size())
+    return fail(fmt::format("'{}' has not as many tracks as the first input", input[0]->path()));
+  for (const auto& track : input) {
+    if (track->source()) track->source()->setInterrupt(interrupt_);
+    if (!track->avstream()) return fail(fmt::format("'{}' cannot be read", track->path()));
+  }
+  const double wanted = input.front()->position();
+  const int64_t start = input.front()->source()->start_time();
+  const bool isBehind = !(wanted >= 0);
+  int64_t offset = 0;
+  if (count_ == 1) {
+    offset = isBehind ? 0 : std::llround(wanted * 1e6);
+  } else {
+    const size_t pace =
+        static_cast<size_t>(std::ranges::find(lanes_, true, &Lane::isVideo) - lanes_.begin()) %
+        lanes_.size();
+    const int64_t contiguous = lanes_[pace].end - startOf(*input[pace]);
+    offset = contiguous;
+    for (size_t i = 0; i < lanes_.size(); ++i) {
+      if (lanes_[i].end == AV_NOPTS_VALUE) continue;
+      const int64_t without = lanes_[i].end - startOf(*input[i]);  // overlap of these
+      if (without > offset + kOrdinaryOverhang) offset = without;
+    }
+    if (!isBehind) {
+      const int64_t there = std::llround(wanted * 1e6) + origin_ - start;
+      const int64_t tolerance = usualDuration(*input[pace]->avstream());
+      if (there < offset - tolerance)
+        return fail(fmt::format("'{}' begins {:.3f} s before the end of what it follows",
+                                input.front()->path(), lm_ff_time_to_double(offset - there)));
+      if (there > offset + tolerance) offset = there;
+    }
+  }
+  for (Lane& lane : lanes_) {
+    lane.seam = lane.end;
+    lane.offset = offset;
+    lane.hasBegun = false;
+    lane.isVague =
+        lane.isVideo &&
+        std::string_view(input.front()->source()->formatContext()->iformat->name) == "avi";
+    lane.first = AV_NOPTS_VALUE;
+    lane.count = 0;
+  }
+  return true;
+}
+
+bool JoinedFile::copyInput(const TrackList& input) {
+  const PacketPtr packet = makePacket();
+  while (!(interrupt_ && interrupt_()) && input.front()->readSourceFrame(packet.get())) {
+    const auto track = std::ranges::find(input, packet->stream_index,
+                                         [](const auto& candidate) { return candidate->track(); });
+    const bool isFine =
+        track == input.end() || copyPacket(*packet, *(*track)->avstream(),
+                                           lanes_[static_cast<size_t>(track - input.begin())]);
+    av_packet_unref(packet.get());
+    if (!isFine) return false;
+  }
+  for (const auto& track : input) track->setFinished(true);
+  return true;
+}
+
+bool JoinedFile::beginsWell(const AVPacket& packet, const Lane& lane) {
+  const bool isWhole = (packet.flags & AV_PKT_FLAG_KEY) && !(packet.flags & AV_PKT_FLAG_DISCARD);
+  if (count_ == 1 || !lane.isVideo || lane.hasBegun || isWhole) return true;
+  return fail(fmt::format("input {} does not begin with a key picture", count_));
+}
+
+/// Whether a packet of sound lies where the input before has sound, too: more than half of it.
+bool JoinedFile::repeatsTheSeam(const AVPacket& packet, const AVStream& stream, Lane& lane) const {
+  if (lane.isVideo || lane.hasBegun || lane.seam == AV_NOPTS_VALUE) return false;
+  const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+  if (time == AV_NOPTS_VALUE) return false;
+  const int64_t start = inMicroseconds(time, stream.time_base) + lane.offset;
+  const int64_t half = durationOf(packet, stream) / 2;
+  if (start + half < lane.seam) return true;
+  if (std::abs(start - lane.seam) <= half + 1) lane.offset += lane.seam - start;
+  return false;
+}
+
+/// Where a packet ends, all in microseconds. AVI may count in ticks of half a picture and say that
+/// each lasts for one: there the pictures' mean distance tells.
+int64_t JoinedFile::endOf(int64_t time, int64_t duration, Lane& lane) {
+  if (lane.count++ == 0) lane.first = time;
+  const bool isMean = lane.isVague && lane.count > 1;
+  return time + (isMean ? (time - lane.first) / (lane.count - 1) : duration);
+}
+
+bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane) {
+  if (!beginsWell(packet, lane)) return false;
+  if (repeatsTheSeam(packet, stream, lane)) return true;
+  const AVRational base = file_.timeBase(lane.stream);
+  if (packet.pts == AV_NOPTS_VALUE && !file_.storesOnlyOrder()) {
+    if (stream.codecpar->video_delay > 0)
+      return fail(fmt::format("input {} does not tell when its pictures are shown", count_));
+    packet.pts = packet.dts;
+  }
+  const int64_t duration = durationOf(packet, stream);
+  const auto move = [&](int64_t& time) {
+    if (time == AV_NOPTS_VALUE) return;
+    time =
+        av_rescale_q(time, stream.time_base, base) + av_rescale_q(lane.offset, kMicroseconds, base);
+  };
+  move(packet.pts);
+  move(packet.dts);
+  packet.duration = av_rescale_q(packet.duration, stream.time_base, base);
+  if (packet.dts != AV_NOPTS_VALUE && lane.lastDts != AV_NOPTS_VALUE)
+    packet.dts = std::max(packet.dts, lane.lastDts + 1);
+  if (packet.pts != AV_NOPTS_VALUE && packet.dts != AV_NOPTS_VALUE)
+    packet.pts = std::max(packet.pts, packet.dts);
+  if (packet.dts != AV_NOPTS_VALUE) lane.lastDts = packet.dts;
+  lane.hasBegun = true;
+  const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+  if (time != AV_NOPTS_VALUE)
+    lane.end = std::max(lane.end, endOf(inMicroseconds(time, base), duration, lane));
+  if (lane.isVideo) ++pictures_;
+  if (progress_ && time != AV_NOPTS_VALUE)
+    progress_(lm_ff_time_to_double(inMicroseconds(time, base) - origin_), pictures_);
+  return file_.write(packet, lane.stream);
+}
+
+}  // namespace kestrel

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <kestrel/LMMovieComposition.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "composition/CompositionFile.h"
+
+namespace kestrel {
+
+/// The writing of `LMMovieComposition::joinToFile`: inputs one after the other, each read once, in
+/// its own order.
+class JoinedFile {
+ public:
+  using TrackList = LMMovieComposition::TrackList;
+
+  JoinedFile(const std::string& path, std::function<bool()> interrupt,
+             std::function<void(double, int64_t)> progress);
+
+  void write(const TrackList& tracks);
+
+  const Error& error() const { return error_ ? error_ : file_.error(); }
+
+ private:
+  /// A stream of the output and how far it has been written.
+  struct Lane {
+    int stream = 0;
+    bool isVideo = false;
+    int64_t lastDts = AV_NOPTS_VALUE;  // the stream's time base
+    int64_t end = AV_NOPTS_VALUE;      // where what was written ends, microseconds
+    // Of the current input:
+    int64_t seam = AV_NOPTS_VALUE;   // where the input before it ended, microseconds
+    int64_t offset = 0;              // what its times are moved by, microseconds
+    bool hasBegun = false;           // a packet of it has been written
+    bool isVague = false;            // its packets do not tell how long they last
+    int64_t first = AV_NOPTS_VALUE;  // when its first packet is, microseconds
+    int64_t count = 0;               // packets written
+  };
+
+  bool fail(std::string why);
+  bool addLanes(const TrackList& input);
+  bool settleOffsets(const TrackList& input);
+  bool copyInput(const TrackList& input);
+  bool copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane);
+  bool beginsWell(const AVPacket& packet, const Lane& lane);
+  static int64_t endOf(int64_t time, int64_t duration, Lane& lane);
+  bool repeatsTheSeam(const AVPacket& packet, const AVStream& stream, Lane& lane) const;
+
+  std::function<bool()> interrupt_;
+  std::function<void(double, int64_t)> progress_;
+  CompositionFile file_;
+  std::vector<Lane> lanes_;
+  size_t count_ = 0;      // inputs begun
+  int64_t origin_ = 0;    // where the first input starts on the output's time line, microseconds
+  int64_t pictures_ = 0;  // packets of pictures written
+  Error error_;
+};
+
+}  // namespace kestrel

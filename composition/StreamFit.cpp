@@ -1,0 +1,108 @@
+#include <kestrel/StreamFit.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "support/FFmpegOwners.h"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/display.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+std::string nameOf(const char* name) { return name ? name : "unknown"; }
+
+std::string ratio(AVRational value) {
+  return fmt::format("{}:{}", value.num == 0 ? 1 : value.num, value.num == 0 ? 1 : value.den);
+}
+
+/// A fingerprint of the codec's own data: enough to see that two are not the same.
+std::string codecData(const AVCodecParameters& parameters) {
+  uint32_t sum = 2166136261U;
+  for (int i = 0; i < parameters.extradata_size; ++i)
+    sum = (sum ^ parameters.extradata[i]) * 16777619U;
+  return parameters.extradata_size == 0
+             ? "none"
+             : fmt::format("{} bytes, {:08x}", parameters.extradata_size, sum);
+}
+
+std::string layoutOf(const AVCodecParameters& parameters) {
+  std::array<char, 128> text{};
+  AVChannelLayout layout{};
+  // One that tells only how many channels there are means the usual one.
+  if (parameters.ch_layout.order == AV_CHANNEL_ORDER_UNSPEC)
+    av_channel_layout_default(&layout, parameters.ch_layout.nb_channels);
+  else
+    av_channel_layout_copy(&layout, &parameters.ch_layout);
+  av_channel_layout_describe(&layout, text.data(), text.size());
+  av_channel_layout_uninit(&layout);
+  return text.data();
+}
+
+std::string rotationOf(const AVStream& stream) {
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 30, 100)
+  const AVPacketSideData* found =
+      av_packet_side_data_get(stream.codecpar->coded_side_data, stream.codecpar->nb_coded_side_data,
+                              AV_PKT_DATA_DISPLAYMATRIX);
+  const uint8_t* data = found ? found->data : nullptr;
+#else
+  const uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+#endif
+  const double angle = data ? av_display_rotation_get(reinterpret_cast<const int32_t*>(data)) : 0;
+  return fmt::format("{:.0f} degrees", std::isnan(angle) || angle == 0 ? 0 : -angle);
+}
+
+std::string colorsOf(const AVCodecParameters& parameters) {
+  return fmt::format("{}, {}, {}, {}", nameOf(av_color_range_name(parameters.color_range)),
+                     nameOf(av_color_space_name(parameters.color_space)),
+                     nameOf(av_color_primaries_name(parameters.color_primaries)),
+                     nameOf(av_color_transfer_name(parameters.color_trc)));
+}
+
+}  // namespace
+
+std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVStream& second) {
+  std::vector<StreamDifference> differences;
+  const auto compare = [&](const char* property, auto describe) {
+    std::string a = describe(first, *first.codecpar);
+    std::string b = describe(second, *second.codecpar);
+    if (a != b) differences.push_back({property, std::move(a), std::move(b)});
+  };
+  using Stream = const AVStream&;
+  using Parameters = const AVCodecParameters&;
+  compare("codec", [](Stream, Parameters p) { return std::string(avcodec_get_name(p.codec_id)); });
+  if (!differences.empty()) return differences;
+  if (first.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+    compare("size", [](Stream, Parameters p) { return fmt::format("{}x{}", p.width, p.height); });
+    compare("pixel format", [](Stream, Parameters p) {
+      return nameOf(av_get_pix_fmt_name(static_cast<AVPixelFormat>(p.format)));
+    });
+    compare("shape of pixels", [](Stream s, Parameters p) {
+      return ratio(s.sample_aspect_ratio.num ? s.sample_aspect_ratio : p.sample_aspect_ratio);
+    });
+    compare("colours", [](Stream, Parameters p) { return colorsOf(p); });
+    compare("rotation", [](Stream s, Parameters) { return rotationOf(s); });
+  } else {
+    compare("sample format", [](Stream, Parameters p) {
+      return nameOf(av_get_sample_fmt_name(static_cast<AVSampleFormat>(p.format)));
+    });
+    compare("sample rate",
+            [](Stream, Parameters p) { return fmt::format("{} Hz", p.sample_rate); });
+    compare("channels", [](Stream, Parameters p) { return layoutOf(p); });
+  }
+  compare("codec data", [](Stream, Parameters p) { return codecData(p); });
+  compare("time base", [](Stream s, Parameters) {
+    return fmt::format("{}/{}", s.time_base.num, s.time_base.den);
+  });
+  return differences;
+}
+
+}  // namespace kestrel

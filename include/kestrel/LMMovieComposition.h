@@ -1,0 +1,84 @@
+#pragma once
+
+#include <kestrel/Error.h>
+#include <kestrel/Export.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kestrel {
+
+class LMMovieCompositionTrack;
+
+/// Places streams of several files on one time line and writes them into one file by copying their
+/// packets: nothing is decoded.
+///
+/// The container follows the output path's extension. An export runs on the calling thread, blocks
+/// until the file is written, and holds a few seconds of packets at most. It opens the tracks'
+/// inputs, which stay open and read to the end: a second export of the same tracks has nothing to
+/// write. Nothing fails loudly; `lastError` tells what the last export failed by.
+///
+/// `tracks` may be read by one thread while another inserts; the rest is for one thread at a time.
+class KESTREL_API LMMovieComposition {
+ public:
+  using TrackList = std::vector<std::shared_ptr<LMMovieCompositionTrack>>;
+
+  LMMovieComposition();
+  ~LMMovieComposition();
+  LMMovieComposition(const LMMovieComposition&) = delete;
+  LMMovieComposition& operator=(const LMMovieComposition&) = delete;
+
+  TrackList tracks() const;
+  void setTracks(TrackList tracks);
+
+  /// Appends a track of the file's first stream at a position (seconds), which is answered so that
+  /// another stream can be chosen. The file is opened by the export.
+  std::shared_ptr<LMMovieCompositionTrack> insert(const std::string& path, double at, double rate);
+
+  /// Writes every track as a stream of its own, shifted so that its input starts at its position.
+  /// Packets of the tracks follow each other in slices of a second. A track that has no input or no
+  /// such stream is left out. The log names every packet without a presentation time.
+  void exportToFile(const std::string& path);
+
+  /// Writes inputs one after the other into the same streams. Consecutive tracks with the same
+  /// source are one input; its first track continues the first one of the input before it, and so
+  /// on, and all inputs need as many tracks as the first has. Whether the streams fit together is
+  /// for the caller to make sure (`streamDifferences`).
+  ///
+  /// An input follows right behind the one before, or where the position of its first track says
+  /// (`kBehind`: right behind), counted from the start of the first input. A position that is less
+  /// than a picture away from right behind means just that, so that rounded lengths neither leave
+  /// gaps nor add up. Pictures set the pace; sound follows them, and what the end of one input and
+  /// the beginning of the next both have is written once.
+  ///
+  /// It fails, with the code `kDoesNotJoin`, where an input begins before the end of the one before
+  /// it, does not begin with a key picture, or has pictures without the time stamps that the
+  /// container needs: such inputs have to be encoded anew.
+  void joinToFile(const std::string& path);
+  static constexpr double kBehind = -1;
+  static constexpr int kDoesNotJoin = -0x4E494F4A;
+
+  // Settings of both, off at first.
+
+  /// Keep the packets' durations. Without, the container tells them from the packets' times, and
+  /// the last one has none.
+  bool keepsDurations() const;
+  void setKeepsDurations(bool keeps);
+
+  /// Asked now and then; true ends the export soon, as a failure.
+  void setInterrupt(std::function<bool()> interrupt);
+
+  /// Told how far on the time line (seconds) the export is, and how many video packets it has
+  /// written.
+  void setProgress(std::function<void(double seconds, int64_t pictures)> progress);
+
+  Error lastError() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace kestrel

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <kestrel/Export.h>
+
+#include <string>
+#include <vector>
+
+struct AVStream;
+
+namespace kestrel {
+
+/// A property in which two streams differ, in words for people.
+struct StreamDifference {
+  std::string property;  ///< such as "size"
+  std::string first;     ///< such as "1920x1080"
+  std::string second;
+
+  bool operator==(const StreamDifference&) const = default;
+};
+
+/// Why packets of the second stream can't continue those of the first: codec, codec data, size,
+/// pixel format, shape, colours, rotation and time base of pictures; codec, codec data, sample
+/// format, rate, channels and time base of sound. Empty where they can.
+KESTREL_API std::vector<StreamDifference> streamDifferences(const AVStream& first,
+                                                            const AVStream& second);
+
+}  // namespace kestrel

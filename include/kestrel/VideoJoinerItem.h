@@ -1,0 +1,37 @@
+#pragma once
+
+#include <kestrel/Coding.h>
+#include <kestrel/Export.h>
+
+#include <memory>
+#include <string>
+
+namespace kestrel {
+
+/// One input of a `VideoJoiner`: a file, where it starts in the output (seconds) and how fast it
+/// plays. All three are stored in archives. One thread uses it at a time, except for `path`, which
+/// one may read while another sets it.
+class KESTREL_API VideoJoinerItem : public Coding {
+ public:
+  VideoJoinerItem();
+  ~VideoJoinerItem() override;
+  VideoJoinerItem(const VideoJoinerItem&) = delete;
+  VideoJoinerItem& operator=(const VideoJoinerItem&) = delete;
+
+  std::string path() const;
+  void setPath(const std::string& path);
+  double position() const;
+  void setPosition(double seconds);
+  double rate() const;
+  void setRate(double rate);
+
+  std::string codingName() const override;
+  void encodeWithCoder(KeyedArchiver& archiver) const override;
+  static std::shared_ptr<VideoJoinerItem> initWithCoder(KeyedUnarchiver& unarchiver);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace kestrel

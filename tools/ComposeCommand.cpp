@@ -1,0 +1,127 @@
+#include "ComposeCommand.h"
+
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/LMMovieComposition.h>
+#include <kestrel/LMMovieCompositionTrack.h>
+
+#include <CLI/CLI.hpp>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "Codecs.h"
+#include "Failure.h"
+#include "Input.h"
+#include "Interrupt.h"
+#include "OutputFile.h"
+#include "Placement.h"
+#include "Progress.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+using namespace kestrel;
+
+namespace {
+
+struct Arguments {
+  std::vector<std::string> tracks;
+  std::string output, save, load;
+  std::string progress = "bar";
+  bool force = false;
+};
+
+/// Opens the track's file and makes sure that the output can take its stream.
+void openTrack(LMMovieCompositionTrack& track, const std::string& output) {
+  track.setSource(openInput(track.path()));
+  const AVFormatContext& context = *track.source()->formatContext();
+  const AVStream* stream = track.avstream();
+  if (!stream)
+    throw Failure{kFailed, fmt::format("'{}' has no stream {}: it has {}", track.path(),
+                                       track.track(), context.nb_streams)};
+  requireContainerHolds(outputFormatFor(output), stream->codecpar->codec_id, output);
+  for (unsigned i = 0; i < context.nb_streams; ++i)
+    if (context.streams[i] != stream) context.streams[i]->discard = AVDISCARD_ALL;
+}
+
+double lengthOf(const LMMovieCompositionTrack& track) {
+  const int64_t duration = track.source()->formatContext()->duration;
+  return duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(duration) / AV_TIME_BASE;
+}
+
+int compose(const std::vector<Placement>& placements, const Arguments& arguments) {
+  LMMovieComposition composition;
+  double length = 0;
+  for (const Placement& placement : placements) {
+    const auto track = composition.insert(placement.path, placement.position, 1);
+    track->setTrack(placement.track);
+    openTrack(*track, arguments.output);
+    length = std::max(length, placement.position + lengthOf(*track));
+    std::error_code ignored;
+    if (std::filesystem::equivalent(arguments.output, placement.path, ignored))
+      throw Failure{
+          kFailed, fmt::format("'{}' is an input itself; choose another output", arguments.output)};
+  }
+  OutputFile target(arguments.output, arguments.force);
+  Progress progress(parseProgressStyle("--progress", arguments.progress), length);
+  composition.setKeepsDurations(true);
+  composition.setInterrupt(interrupted);
+  composition.setProgress(
+      [&](double seconds, int64_t pictures) { progress.update(seconds, pictures); });
+  composition.exportToFile(target.path());
+  if (interrupted()) return kInterrupted;
+  if (const Error error = composition.lastError())
+    throw Failure{kFailed, fmt::format("cannot write '{}': {}", arguments.output, error.message)};
+  progress.finish();
+  target.commit();
+  return kDone;
+}
+
+int run(const Arguments& arguments) {
+  if (arguments.output.empty() && arguments.save.empty())
+    throw wrongUsage("nothing to do: give -o, --save or both");
+  std::vector<Placement> placements;
+  if (!arguments.load.empty()) placements = loadPlacements(arguments.load);
+  for (const std::string& text : arguments.tracks) placements.push_back(parsePlacement(text));
+  if (placements.empty()) throw wrongUsage("there is no track: name files or --load some");
+  for (const Placement& placement : placements)
+    if (!(placement.position >= 0)) throw wrongUsage("a position is 0 or more");
+  if (!arguments.save.empty()) {
+    OutputFile target(arguments.save, arguments.force);
+    savePlacements(placements, target.path());
+    target.commit();
+  }
+  return arguments.output.empty() ? kDone : compose(placements, arguments);
+}
+
+}  // namespace
+
+void addComposeCommand(CLI::App& app, Run& run_) {
+  auto* verb = app.add_subcommand("compose", "Put streams of several files on one time line");
+  verb->footer(
+      "Each FILE[:TRACK][@POSITION] brings one stream, by its number in the file (default: 0),\n"
+      "at a position in seconds or [hh:]mm:ss.mmm (default: 0). Packets are copied, nothing is\n"
+      "encoded anew.\n\n"
+      "Example:\n"
+      "  kestrel demo bars.mp4 && kestrel compose -o late.mp4 bars.mp4:0 bars.mp4:1@0.5");
+  auto arguments = std::make_shared<Arguments>();
+  verb->add_option("tracks", arguments->tracks, "the streams to place")
+      ->type_name("FILE[:TRACK][@POSITION]");
+  verb->add_option("-o,--output", arguments->output, "the file to write")->type_name("FILE");
+  verb->add_option("--save", arguments->save, "store the composition in a property list")
+      ->type_name("FILE");
+  verb->add_option("--load", arguments->load, "begin with a stored composition")->type_name("FILE");
+  verb->add_flag("--force", arguments->force, "replace an existing target");
+  verb->add_option("--progress", arguments->progress,
+                   "bar (on a terminal), json (a line each) or none")
+      ->type_name("STYLE");
+  verb->callback([arguments, &run_] { run_ = [arguments] { return run(*arguments); }; });
+}

@@ -1,0 +1,136 @@
+#include "Join.h"
+
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/LMMovieComposition.h>
+#include <kestrel/LMMovieCompositionTrack.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "Failure.h"
+#include "Interrupt.h"
+#include "JoinEncoder.h"
+#include "JoinPlan.h"
+#include "OutputFile.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+using namespace kestrel;
+
+namespace {
+
+/// How long the result will be, as far as the inputs tell; seconds.
+double expectedLength(const std::vector<JoinPart>& parts) {
+  double end = 0;
+  for (const JoinPart& part : parts) {
+    const int64_t length = part.source->formatContext()->duration;
+    const double begin = part.input.position >= 0 ? part.input.position : end;
+    const double duration =
+        length == AV_NOPTS_VALUE ? 0 : static_cast<double>(length) / AV_TIME_BASE;
+    end = begin + duration / part.input.rate;
+  }
+  return end;
+}
+
+void say(const JoinSettings& settings, const std::string& sentence) {
+  if (settings.say) settings.say(sentence);
+}
+
+/// Has the demuxer pass over what does not take part.
+void ignoreOtherStreams(const JoinPart& part) {
+  const AVFormatContext& context = *part.source->formatContext();
+  const auto streams = part.streams();
+  for (unsigned i = 0; i < context.nb_streams; ++i)
+    if (!std::ranges::count(streams, context.streams[i]))
+      context.streams[i]->discard = AVDISCARD_ALL;
+}
+
+/// Joins by copying packets. Answers why that can't be done, none when it is done; throws `Failure`
+/// when the file cannot be written.
+std::optional<std::string> copyParts(const JoinSettings& settings,
+                                     const std::vector<JoinPart>& parts, const std::string& path) {
+  LMMovieComposition composition;
+  LMMovieComposition::TrackList tracks;
+  for (const JoinPart& part : parts) {
+    ignoreOtherStreams(part);
+    for (const AVStream* stream : part.streams()) {
+      auto track = std::make_shared<LMMovieCompositionTrack>();
+      track->setSource(part.source);
+      track->setTrack(stream->index);
+      track->setPosition(part.input.position >= 0 ? part.input.position
+                                                  : LMMovieComposition::kBehind);
+      track->setRate(part.input.rate);
+      tracks.push_back(std::move(track));
+    }
+  }
+  composition.setTracks(std::move(tracks));
+  Progress progress(settings.progress, expectedLength(parts));
+  composition.setInterrupt(interrupted);
+  composition.setProgress(
+      [&](double seconds, int64_t pictures) { progress.update(seconds, pictures); });
+  composition.joinToFile(path);
+  if (interrupted()) return std::nullopt;
+  const Error error = composition.lastError();
+  if (error.code == LMMovieComposition::kDoesNotJoin) return error.message;
+  if (error)
+    throw Failure{kFailed, fmt::format("cannot write '{}': {}", settings.output, error.message)};
+  progress.finish();
+  return std::nullopt;
+}
+
+/// Whether the inputs were read to their ends; says where not.
+int judgeInputs(const std::vector<JoinPart>& parts) {
+  int status = kDone;
+  for (const JoinPart& part : parts) {
+    const Error error = part.source->lastError();
+    const AVIOContext* io = part.source->formatContext()->pb;
+    const bool isBroken = error || (io && io->error < 0 && io->error != AVERROR_EOF);
+    if (!isBroken) continue;
+    fmt::print(stderr, "kestrel: '{}' ended early\n", part.input.path);
+    status = kDoneInPart;
+  }
+  return status;
+}
+
+}  // namespace
+
+int joinFiles(const JoinSettings& settings) {
+  if (settings.inputs.empty()) throw wrongUsage("there is nothing to join");
+  for (const JoinInput& input : settings.inputs)
+    if (!(input.rate > 0)) throw wrongUsage(fmt::format("'{}': a rate is above 0", input.path));
+  JoinPlan plan = planJoin(settings);
+  OutputFile target(settings.output, settings.force, settings.inputs.front().path);
+  for (const JoinInput& input : settings.inputs) {
+    std::error_code ignored;
+    if (std::filesystem::equivalent(settings.output, input.path, ignored))
+      throw Failure{kFailed,
+                    fmt::format("'{}' is an input itself; choose another output", settings.output)};
+  }
+  if (settings.showTable) settings.showTable(plan.table);
+
+  std::string reason = plan.reasons.empty() ? "" : fmt::format("{}", fmt::join(plan.reasons, "; "));
+  const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
+  bool isCopied = false;
+  if (mayCopy && reason.empty()) {
+    say(settings, "copying packets: the inputs fit together");
+    const auto problem = copyParts(settings, plan.parts, target.path());
+    if (interrupted()) return kInterrupted;
+    isCopied = !problem;
+    reason = problem.value_or("");
+  }
+  if (!isCopied) {
+    if (settings.reencode == JoinSettings::Reencode::kNever)
+      throw Failure{kFailed, "the inputs do not fit together: " + reason};
+    say(settings, "encoding anew: " + (mayCopy ? reason : "as asked for"));
+    for (JoinPart& part : plan.parts) part = openPart(part.input);
+    encodeJoin(settings, plan.parts, expectedLength(plan.parts), target.path());
+    if (interrupted()) return kInterrupted;
+  }
+  const int status = judgeInputs(plan.parts);
+  target.commit();
+  return status;
+}

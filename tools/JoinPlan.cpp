@@ -1,0 +1,135 @@
+#include "JoinPlan.h"
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/StreamFit.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "Codecs.h"
+#include "ConvertPlan.h"
+#include "Failure.h"
+#include "Input.h"
+#include "Text.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+}
+
+using namespace kestrel;
+
+namespace {
+
+std::string describe(const AVStream& stream) {
+  const AVCodecParameters& parameters = *stream.codecpar;
+  const std::string codec = avcodec_get_name(parameters.codec_id);
+  if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
+    const Rational rate = realFrameRate(stream);
+    return fmt::format("{} {}x{} {}/s", codec, parameters.width, parameters.height,
+                       formatNumber(static_cast<double>(rate.num) / rate.den, 2));
+  }
+  return fmt::format("{} {} Hz, {} channel{}", codec, parameters.sample_rate,
+                     parameters.ch_layout.nb_channels,
+                     parameters.ch_layout.nb_channels == 1 ? "" : "s");
+}
+
+std::string describe(const JoinPart& part) {
+  std::vector<std::string> words;
+  for (const AVStream* stream : part.streams()) words.push_back(describe(*stream));
+  return fmt::format("{}", fmt::join(words, " + "));
+}
+
+/// What of a part does not fit the first one.
+std::vector<std::string> differences(const JoinPart& first, const JoinPart& part) {
+  if (first.video.has_value() != part.video.has_value())
+    return {part.video ? "it has pictures" : "it has no pictures"};
+  if (first.audios.size() != part.audios.size())
+    return {fmt::format("it has {} sound track{} instead of {}", part.audios.size(),
+                        part.audios.size() == 1 ? "" : "s", first.audios.size())};
+  std::vector<std::string> all;
+  const auto ours = first.streams();
+  const auto others = part.streams();
+  for (size_t i = 0; i < ours.size(); ++i)
+    for (const StreamDifference& difference : streamDifferences(*ours[i], *others[i]))
+      all.push_back(fmt::format("{}{} {} instead of {}", i > 0 || !part.video ? "sound " : "",
+                                difference.property, difference.second, difference.first));
+  return all;
+}
+
+/// Why the container cannot hold the packets of the first part; "" where it can.
+std::string containerProblem(const JoinPart& first, const std::string& output) {
+  const AVOutputFormat& container = outputFormatFor(output);
+  try {
+    for (const AVStream* stream : first.streams())
+      requireContainerHolds(container, stream->codecpar->codec_id, output);
+  } catch (const Failure& failure) {
+    return failure.message;
+  }
+  return {};
+}
+
+std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::string>>& problems) {
+  size_t nameWidth = 0;
+  size_t streamWidth = 0;
+  for (const JoinPart& part : plan.parts) {
+    nameWidth = std::max(nameWidth, printable(part.input.path).size());
+    streamWidth = std::max(streamWidth, describe(part).size());
+  }
+  std::string table;
+  for (size_t i = 0; i < plan.parts.size(); ++i) {
+    const std::string verdict = i == 0 ? "sets the format"
+                                : problems[i].empty()
+                                    ? "fits"
+                                    : fmt::format("does not fit: {}", fmt::join(problems[i], ", "));
+    table += fmt::format("{:<{}}  {:<{}}  {}\n", printable(plan.parts[i].input.path), nameWidth,
+                         describe(plan.parts[i]), streamWidth, verdict);
+  }
+  return table;
+}
+
+}  // namespace
+
+std::vector<AVStream*> JoinPart::streams() const {
+  const AVFormatContext& context = *source->formatContext();
+  std::vector<AVStream*> all;
+  if (video) all.push_back(context.streams[*video]);
+  for (const uint32_t index : audios) all.push_back(context.streams[index]);
+  return all;
+}
+
+JoinPart openPart(const JoinInput& input) {
+  JoinPart part{input, openInput(input.path), std::nullopt, {}};
+  AVFormatContext* context = part.source->formatContext();
+  const int best = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  if (best >= 0 && !(context->streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC))
+    part.video = static_cast<uint32_t>(best);
+  for (uint32_t i = 0; i < context->nb_streams; ++i) {
+    AVStream& stream = *context->streams[i];
+    if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) part.audios.push_back(i);
+  }
+  if (!part.video && part.audios.empty())
+    throw Failure{kFailed, fmt::format("'{}' has no picture and no sound", input.path)};
+  return part;
+}
+
+JoinPlan planJoin(const JoinSettings& settings) {
+  JoinPlan plan;
+  std::vector<std::vector<std::string>> problems;
+  for (const JoinInput& input : settings.inputs) {
+    plan.parts.push_back(openPart(input));
+    problems.push_back(differences(plan.parts.front(), plan.parts.back()));
+    if (input.rate != 1)
+      problems.back().push_back(fmt::format("it plays at {} times its speed", input.rate));
+    if (!problems.back().empty())
+      plan.reasons.push_back(fmt::format("'{}': {}", input.path, fmt::join(problems.back(), ", ")));
+  }
+  if (const std::string problem = containerProblem(plan.parts.front(), settings.output);
+      !problem.empty())
+    plan.reasons.push_back(problem);
+  plan.table = tableOf(plan, problems);
+  return plan;
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Join.h"
+
+struct AVFormatContext;
+struct AVStream;
+namespace kestrel {
+class LMMediaSource;
+}
+
+/// An opened input of a join: the streams of it that take part.
+struct JoinPart {
+  JoinInput input;
+  std::shared_ptr<kestrel::LMMediaSource> source;
+  std::optional<uint32_t> video;  ///< container index of the pictures
+  std::vector<uint32_t> audios;   ///< container indexes of the sound tracks
+
+  /// Pictures first, then the sound tracks.
+  std::vector<AVStream*> streams() const;
+};
+
+/// What can be said of a join before anything is copied.
+struct JoinPlan {
+  std::vector<JoinPart> parts;
+  std::vector<std::string> reasons;  ///< why packets cannot be copied; empty where they can
+  std::string table;                 ///< what fits and what does not, for people
+};
+
+/// Opens the inputs and compares them; throws `Failure` for one that cannot be opened.
+JoinPlan planJoin(const JoinSettings& settings);
+
+/// Opens an input once more, to be read from its beginning.
+JoinPart openPart(const JoinInput& input);

@@ -1,0 +1,101 @@
+#include "Placement.h"
+
+#include <kestrel/KeyedArchiver.h>
+#include <kestrel/KeyedUnarchiver.h>
+#include <kestrel/LMMovieCompositionTrack.h>
+
+#include <charconv>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "Failure.h"
+#include "Text.h"
+
+using namespace kestrel;
+
+namespace {
+
+constexpr char kTracks[] = "tracks";
+constexpr char kStreams[] = "streams";
+
+bool isFile(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::exists(path, ignored);
+}
+
+/// Takes ":NUMBER" off the end of a path that is no file as it stands.
+void takeTrack(Placement& placement) {
+  const size_t colon = placement.path.rfind(':');
+  if (isFile(placement.path) || colon == std::string::npos) return;
+  const char* const begin = placement.path.data() + colon + 1;
+  const char* const end = placement.path.data() + placement.path.size();
+  int32_t number = 0;
+  const auto [next, problem] = std::from_chars(begin, end, number);
+  if (begin == end || problem != std::errc{} || next != end || number < 0) return;
+  placement.track = number;
+  placement.path.resize(colon);
+}
+
+/// The list under a key of an archive's dictionary; null where there is none.
+std::shared_ptr<CodedValue::Array> listIn(const CodedValue::Dictionary& dictionary,
+                                          const char* key) {
+  const auto place = dictionary.find(key);
+  if (place == dictionary.end()) return nullptr;
+  return place->second.as<std::shared_ptr<CodedValue::Array>>();
+}
+
+}  // namespace
+
+Placement parsePlacement(const std::string& text) {
+  Placement placement{text};
+  const size_t at = text.rfind('@');
+  if (!isFile(text) && at != std::string::npos) {
+    placement.path = text.substr(0, at);
+    takeTrack(placement);
+    placement.position = static_cast<double>(parseTime("the position", text.substr(at + 1))) / 1e6;
+  } else {
+    takeTrack(placement);
+  }
+  if (placement.path.empty()) throw wrongUsage("'" + text + "' names no file");
+  return placement;
+}
+
+void savePlacements(const std::vector<Placement>& placements, const std::string& path) {
+  CodedValue::Array tracks;
+  CodedValue::Array streams;
+  for (const Placement& placement : placements) {
+    auto track = std::make_shared<LMMovieCompositionTrack>();
+    std::error_code ignored;
+    track->setPath(std::filesystem::absolute(placement.path, ignored).string());
+    track->setPosition(placement.position);
+    track->setRate(1);
+    tracks.emplace_back(std::move(track));
+    streams.emplace_back(placement.track);
+  }
+  Error error;
+  const CodedValue root = CodedValue::Dictionary{{kTracks, tracks}, {kStreams, streams}};
+  if (!KeyedArchiver::archiveRootObject(root, path, &error))
+    throw Failure{kFailed, "cannot write '" + path + "': " + error.message};
+}
+
+std::vector<Placement> loadPlacements(const std::string& path) {
+  try {
+    const CodedValue root = KeyedUnarchiver::unarchiveObjectWithFile(path);
+    const auto& dictionary = *root.as<std::shared_ptr<CodedValue::Dictionary>>();
+    const auto tracks = listIn(dictionary, kTracks);
+    const auto streams = listIn(dictionary, kStreams);
+    if (!tracks || (streams && streams->size() != tracks->size()))
+      throw ArchiveError("its lists do not match");
+    std::vector<Placement> placements;
+    for (size_t i = 0; i < tracks->size(); ++i) {
+      const auto track = (*tracks)[i].object<LMMovieCompositionTrack>();
+      if (!track) throw ArchiveError("a track is missing");
+      placements.push_back({track->path(), 0, track->position()});
+      if (streams) placements.back().track = static_cast<int32_t>((*streams)[i].as<int64_t>());
+    }
+    return placements;
+  } catch (const ArchiveError& problem) {
+    throw Failure{kFailed, "'" + path + "' is no stored composition: " + problem.what()};
+  }
+}

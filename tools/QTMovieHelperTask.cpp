@@ -1,0 +1,64 @@
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/Log.h>
+#include <kestrel/VideoJoiner.h>
+#include <kestrel/VideoJoinerItem.h>
+
+#include <fmt/format.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "ExitStatus.h"
+#include "Failure.h"
+#include "Interrupt.h"
+#include "Join.h"
+#include "Text.h"
+
+// The program that `VideoJoiner` runs:
+//
+//     QTMovieHelperTask joiner ARCHIVE
+//
+// It joins what the archive says and tells on standard error which way it went.
+
+namespace {
+
+void say(const std::string& sentence) {
+  fmt::print(stderr, "QTMovieHelperTask: {}\n", printable(sentence));
+}
+
+int joinArchive(const std::string& archive) {
+  const auto joiner = kestrel::VideoJoiner::joinerWithPath(archive);
+  if (!joiner) throw Failure{kFailed, "'" + archive + "' holds nothing to join"};
+  JoinSettings settings;
+  for (const auto& item : joiner->tracks())
+    settings.inputs.push_back({item->path(), item->position(), item->rate() > 0 ? item->rate() : 1});
+  if (settings.inputs.empty()) throw Failure{kFailed, "there is nothing to join"};
+  settings.output = joiner->path();
+  settings.force = true;
+  settings.progress = Progress::Style::kNone;
+  settings.say = say;
+  return joinFiles(settings);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  kestrel::setLogSink([](std::string_view line) { say(std::string(line)); });
+  kestrel::LMFFMovie::initialize();
+  try {
+    watchForInterrupt();
+    if (argc != 3 || std::string_view(argv[1]) != "joiner")
+      throw Failure{kWrongUsage, "usage: QTMovieHelperTask joiner ARCHIVE"};
+    return joinArchive(argv[2]);
+  } catch (const Failure& failure) {
+    say(failure.message);
+    return failure.status;
+  } catch (const std::exception& error) {
+    say(error.what());
+    return kFailed;
+  }
+}

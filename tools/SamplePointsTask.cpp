@@ -1,0 +1,121 @@
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/Log.h>
+#include <kestrel/MovieAudioTaskExtractWave.h>
+#include <kestrel/PropertyList.h>
+#include <kestrel/Waveform.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ExitStatus.h"
+#include "Failure.h"
+#include "Input.h"
+#include "Interrupt.h"
+#include "Text.h"
+
+// The program that `MovieAudioTaskExtractWave` runs:
+//
+//     SamplePointsTask INPUT RESULT [SELECTORS]
+//
+// It decodes the input's sound (of the tracks "1-3", where selectors are given) and writes a
+// property list: "sample", a list with a dictionary for each channel, whose "min", "max" and "rms"
+// are data of 32-bit floats, lowest byte first; "sampleRate", "channels", "pointsPerSecond" and
+// "samplesPerPoint" are numbers beside it. Progress goes through the pasteboard.
+
+using namespace kestrel;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kPause = std::chrono::milliseconds(50);  // between two reports of progress
+
+IndexSet parseSelectors(std::string text) {
+  std::ranges::replace(text, '-', ',');
+  const auto numbers = parseIndexList(text);
+  if (!numbers) throw wrongUsage("'" + text + "' names no sound tracks");
+  return *numbers;
+}
+
+PropertyList::Data floats(const Waveform& waveform, size_t channel, float WaveformPoint::*value) {
+  PropertyList::Data data;
+  data.reserve(waveform.length() * sizeof(float));
+  for (size_t i = 0; i < waveform.length(); ++i) {
+    const WaveformPoint& point =
+        waveform.points[i * static_cast<size_t>(waveform.channels) + channel];
+    const auto bits = std::bit_cast<uint32_t>(point.*value);
+    for (int shift = 0; shift < 32; shift += 8) data.push_back(static_cast<uint8_t>(bits >> shift));
+  }
+  return data;
+}
+
+PropertyList resultOf(const Waveform& waveform) {
+  PropertyList::Array sample;
+  for (size_t channel = 0; channel < static_cast<size_t>(waveform.channels); ++channel)
+    sample.emplace_back(
+        PropertyList::Dictionary{{"min", floats(waveform, channel, &WaveformPoint::min)},
+                                 {"max", floats(waveform, channel, &WaveformPoint::max)},
+                                 {"rms", floats(waveform, channel, &WaveformPoint::rms)}});
+  return PropertyList::Dictionary{{"sample", std::move(sample)},
+                                  {"sampleRate", waveform.sampleRate},
+                                  {"channels", waveform.channels},
+                                  {"samplesPerPoint", waveform.samplesPerPoint},
+                                  {"pointsPerSecond", waveform.pointsPerSecond()}};
+}
+
+int extract(const std::string& input, const std::string& result,
+            const std::optional<std::string>& selectors) {
+  WaveformSettings settings;
+  settings.splitChannels = true;
+  settings.interrupt = interrupted;
+  if (selectors && !selectors->empty()) settings.tracks = parseSelectors(*selectors);
+  MovieAudioTaskExtractWave reporter;
+  auto next = Clock::now();
+  settings.progress = [&](double part, double) {
+    if (Clock::now() < next) return;
+    next = Clock::now() + kPause;
+    reporter.setProgress(part);
+  };
+  Error error;
+  const auto waveform = waveformOfSource(openInput(input), settings, &error);
+  if (interrupted()) return kInterrupted;
+  if (!waveform) throw Failure{kFailed, fmt::format("'{}': {}", input, error.message)};
+  if (!resultOf(*waveform).writeToFile(result, &error))
+    throw Failure{kFailed, fmt::format("cannot write '{}': {}", result, error.message)};
+  reporter.setProgress(1);
+  return kDone;
+}
+
+void say(const std::string& sentence) {
+  fmt::print(stderr, "SamplePointsTask: {}\n", printable(sentence));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  setLogSink([](std::string_view) {});
+  LMFFMovie::initialize();
+  try {
+    watchForInterrupt();
+    if (argc != 3 && argc != 4)
+      throw Failure{kWrongUsage, "usage: SamplePointsTask INPUT RESULT [SELECTORS]"};
+    return extract(argv[1], argv[2],
+                   argc == 4 ? std::optional<std::string>(argv[3]) : std::nullopt);
+  } catch (const Failure& failure) {
+    say(failure.message);
+    return failure.status;
+  } catch (const std::exception& error) {
+    say(error.what());
+    return kFailed;
+  }
+}

@@ -1,0 +1,161 @@
+#include "WaveFile.h"
+
+#include <kestrel/BitmapContext.h>
+#include <kestrel/BitmapFile.h>
+#include <kestrel/BitmapImage.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <system_error>
+#include <vector>
+
+#include "Failure.h"
+
+using namespace kestrel;
+
+namespace {
+
+/// A file that is written in pieces and checked at its end.
+class Writer {
+ public:
+  Writer(const std::string& path, const std::string& target)
+      : target_(target), file_(std::fopen(path.c_str(), "wbe")) {
+    if (!file_) fail();
+  }
+  ~Writer() {
+    if (file_) std::fclose(file_);
+  }
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+
+  void write(const void* bytes, size_t count) {
+    if (std::fwrite(bytes, 1, count, file_) != count) fail();
+  }
+  void write(const std::string& text) { write(text.data(), text.size()); }
+
+  void finish() {
+    const bool isClosed = std::fclose(std::exchange(file_, nullptr)) == 0;
+    if (!isClosed) fail();
+  }
+
+ private:
+  [[noreturn]] void fail() const {
+    throw Failure{kFailed, fmt::format("cannot write '{}': {}", target_,
+                                       std::generic_category().message(errno))};
+  }
+
+  const std::string target_;
+  std::FILE* file_;
+};
+
+void appendLittleEndian(std::string& bytes, int64_t value, int count) {
+  for (int i = 0; i < count; ++i) bytes.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
+}
+
+/// What a column of pixels shows.
+struct Column {
+  float min = 0;
+  float max = 0;
+  float rms = 0;
+};
+
+Column columnAt(const Waveform& waveform, size_t channel, int x, int width) {
+  const auto length = static_cast<int64_t>(waveform.length());
+  const int64_t begin = length * x / width;
+  const int64_t end = std::clamp(length * (x + 1) / width, begin + 1, length);
+  Column column{1, -1, 0};
+  double squares = 0;
+  for (int64_t i = begin; i < end; ++i) {
+    const WaveformPoint& point =
+        waveform.points[static_cast<size_t>(i) * static_cast<size_t>(waveform.channels) + channel];
+    column.min = std::min(column.min, point.min);
+    column.max = std::max(column.max, point.max);
+    squares += static_cast<double>(point.rms) * point.rms;
+  }
+  column.rms = static_cast<float>(std::sqrt(squares / static_cast<double>(end - begin)));
+  return column;
+}
+
+/// Fills from one height to the other, both in samples' scale, within a band of the picture.
+void drawBar(BitmapContext& context, int x, double middle, double half, double low, double high,
+             double r, double g, double b) {
+  const double bottom = middle + half * std::clamp(low, -1.0, 1.0);
+  const double top = middle + half * std::clamp(high, -1.0, 1.0);
+  const double height = std::max(top - bottom, 1.0);
+  context.fillRect({{static_cast<double>(x), (top + bottom - height) / 2}, {1, height}}, r, g, b);
+}
+
+}  // namespace
+
+int quantized(float sample, int bits) {
+  const int full = 1 << (bits - 1);
+  const float scaled = sample * static_cast<float>(full);
+  return static_cast<int>(
+      std::lrint(std::clamp(scaled, -static_cast<float>(full), static_cast<float>(full - 1))));
+}
+
+void writeWaveJson(const Waveform& waveform, int bits, const std::string& path,
+                   const std::string& target) {
+  Writer file(path, target);
+  file.write(fmt::format(
+      "{{\"version\":2,\"channels\":{},\"sample_rate\":{},"
+      "\"samples_per_pixel\":{},\"bits\":{},\"length\":{},\"data\":[",
+      waveform.channels, waveform.sampleRate, waveform.samplesPerPoint, bits, waveform.length()));
+  const char* separator = "";
+  for (const WaveformPoint& point : waveform.points) {
+    file.write(
+        fmt::format("{}{},{}", separator, quantized(point.min, bits), quantized(point.max, bits)));
+    separator = ",";
+  }
+  file.write("]}\n");
+  file.finish();
+}
+
+void writeWaveData(const Waveform& waveform, int bits, const std::string& path,
+                   const std::string& target) {
+  constexpr int kVersion = 2;
+  Writer file(path, target);
+  std::string bytes;
+  for (const int64_t value : {int64_t{kVersion}, int64_t{bits == 8}, int64_t{waveform.sampleRate},
+                              int64_t{waveform.samplesPerPoint},
+                              static_cast<int64_t>(waveform.length()), int64_t{waveform.channels}})
+    appendLittleEndian(bytes, value, 4);
+  file.write(bytes);
+  for (const WaveformPoint& point : waveform.points) {
+    bytes.clear();
+    appendLittleEndian(bytes, quantized(point.min, bits), bits / 8);
+    appendLittleEndian(bytes, quantized(point.max, bits), bits / 8);
+    file.write(bytes);
+  }
+  file.finish();
+}
+
+void writeWavePicture(const Waveform& waveform, int width, int height, const std::string& path,
+                      const std::string& target) {
+  BitmapContext context(width, height);
+  if (!context.data()) throw Failure{kFailed, "not enough memory"};
+  context.fillRect({{0, 0}, {static_cast<double>(width), static_cast<double>(height)}}, 0.08, 0.09,
+                   0.12);
+  const double band = static_cast<double>(height) / waveform.channels;
+  for (int32_t channel = 0; channel < waveform.channels; ++channel) {
+    const double middle = height - band * (channel + 0.5);
+    const double half = band / 2 * 0.94;
+    for (int x = 0; x < width; ++x) {
+      const Column column = columnAt(waveform, static_cast<size_t>(channel), x, width);
+      drawBar(context, x, middle, half, column.min, column.max, 0.24, 0.55, 0.78);
+      drawBar(context, x, middle, half, std::max(-column.rms, column.min),
+              std::min(column.rms, column.max), 0.62, 0.85, 0.97);
+    }
+  }
+  const auto image = BitmapImage::borrowing(context.data(), width, height, context.bytesPerRow());
+  const auto bytes = encodedBitmapImage(*image, PictureFormat::kPNG);
+  if (!bytes) throw Failure{kFailed, fmt::format("cannot write '{}': it is too large", target)};
+  Writer file(path, target);
+  file.write(bytes->data(), bytes->size());
+  file.finish();
+}
