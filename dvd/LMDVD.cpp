@@ -79,6 +79,8 @@ void LMDVD::readTitleSets() {
     const IfoPtr set = openInformation(dvd_reader(), number);
     if (set && set->vtsi_mat && set->vts_pgcit && set->vts_c_adt)
       title_sets_.push_back(readTitleSet(*set, number));
+    else
+      missingTitleSets_.push_back(number);
   }
 }
 

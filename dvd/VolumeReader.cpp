@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdarg>
+#include <filesystem>
+#include <system_error>
 
 namespace kestrel {
 
@@ -14,6 +16,8 @@ void ignore(void* /*opaque*/, dvd_logger_level_t /*level*/, const char* /*format
 }  // namespace
 
 DVDReaderPtr openVolume(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) return nullptr;  // it would print that itself
   static const dvd_logger_cb kSilent{ignore};
   return DVDReaderPtr(DVDOpen2(nullptr, &kSilent, path.c_str()));
 }

@@ -20,6 +20,7 @@
 #include "Command.h"
 #include "ConvertCommand.h"
 #include "DemoCommand.h"
+#include "DvdCommand.h"
 #include "EffectsCommand.h"
 #include "Failure.h"
 #include "InfoCommand.h"
@@ -109,6 +110,7 @@ Run chosenRun(CLI::App& app, int argc, char** argv) {
   addInfoCommand(app, run);
   addConvertCommand(app, run);
   addThumbCommand(app, run);
+  addDvdCommand(app, run);
   addEffectsCommand(app, run);
   addDemoCommand(app, run);
   for (auto* verb : app.get_subcommands([](const CLI::App*) { return true; })) verb->group("Verbs");

@@ -51,6 +51,9 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
   /// The title sets that could be read, in order of their numbers.
   const std::vector<std::shared_ptr<LMDVDTitleSet>>& title_sets() const { return title_sets_; }
 
+  /// The numbers of the title sets that the manager names but that could not be read.
+  const std::vector<int32_t>& missingTitleSets() const { return missingTitleSets_; }
+
   /// Bit n − 1 is set where the disc may not play in region n.
   int32_t region() const { return region_; }
 
@@ -73,6 +76,7 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
   std::string volume_;
   std::string path_;
   std::vector<std::shared_ptr<LMDVDTitleSet>> title_sets_;
+  std::vector<int32_t> missingTitleSets_;
   int32_t region_ = 0;
 };
 
