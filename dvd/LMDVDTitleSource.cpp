@@ -1,6 +1,7 @@
 #include <kestrel/LMDVDTitleSource.h>
 
 #include <fmt/format.h>
+#include <unicode/uloc.h>
 
 #include <algorithm>
 #include <array>
@@ -31,6 +32,12 @@ constexpr int kMostErrorBlocks = 64;
 constexpr int64_t kMostBlocksToCheck = 512;
 
 constexpr int32_t kBufferBytes = 1048576;
+
+/// The code by which containers name a language that a disc names by two letters.
+std::string threeLetters(const std::string& language) {
+  const std::string code = uloc_getISO3Language(language.c_str());
+  return code.empty() ? language : code;
+}
 
 /// Cells whose time stamps go on from each to the next.
 struct Segment {
@@ -217,6 +224,7 @@ void LMDVDTitleSource::open() {
   context.start_time = av_rescale_q(kFirstTick, kTicks, kMicroseconds);
   context.duration = duration();
   tagLanguages();
+  addChapters();
 }
 
 bool LMDVDTitleSource::beginsScrambled() const {
@@ -240,7 +248,25 @@ void LMDVDTitleSource::tagLanguages() {
         type == AVMEDIA_TYPE_AUDIO ? state_->title->audioTracks() : state_->title->subtitleTracks();
     const auto track = std::ranges::find(tracks, stream.id, &LMDVDTrack::stream_id);
     if (track != tracks.end() && !track->language.empty())
-      av_dict_set(&stream.metadata, "language", track->language.c_str(), 0);
+      av_dict_set(&stream.metadata, "language", threeLetters(track->language).c_str(), 0);
+  }
+}
+
+/// Makes the title's chapters the container's, as if it held them itself. The context owns them.
+void LMDVDTitleSource::addChapters() {
+  AVFormatContext& context = *formatContext();
+  const auto times = chapterTimes();
+  for (size_t i = 0; i < times.size(); ++i) {
+    auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+    if (!chapter) return;
+    chapter->id = static_cast<int64_t>(i);
+    chapter->time_base = kMicroseconds;
+    chapter->start = context.start_time + times[i];
+    chapter->end = context.start_time + (i + 1 < times.size() ? times[i + 1] : duration());
+    av_dict_set(&chapter->metadata, "title", fmt::format("Chapter {}", i + 1).c_str(), 0);
+    int count = static_cast<int>(context.nb_chapters);
+    av_dynarray_add(&context.chapters, &count, chapter);
+    context.nb_chapters = static_cast<unsigned>(count);
   }
 }
 

@@ -238,6 +238,10 @@ void LMFFMediaStream::fillPalette(const SubtitlePalette& palette) {
   state_->decoder.setExtradata(std::move(bytes), kPaletteSize);
 }
 
+void LMFFMediaStream::setDeinterlacing(Deinterlacing mode) {
+  state_->decoder.setDeinterlacing(mode);
+}
+
 bool LMFFMediaStream::decodePacket(const AVPacket* packet) {
   if (!packet || packet->size < 1) return false;
   const LMFFMovie* movie = media() ? media()->movie() : nullptr;
@@ -338,8 +342,7 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   const bool isOpenEnded = content.end_display_time == 0 && content.num_rects > 0 &&
                            content.rects[0]->type == SUBTITLE_BITMAP;
   const int64_t end = isOpenEnded ? std::numeric_limits<uint32_t>::max() : content.end_display_time;
-  setFrameDuration(*frame,
-                   av_rescale_q(end - content.start_display_time, kMilliseconds, timebase));
+  setFrameDuration(*frame, av_rescale_q(end - content.start_display_time, kMilliseconds, timebase));
   if (content.num_rects == 0) subtitle.set(nullptr);  // ends the one before
   std::string markup;
   for (unsigned i = 0; i < content.num_rects; ++i) {

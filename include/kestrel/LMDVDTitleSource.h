@@ -36,8 +36,8 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   const std::shared_ptr<LMDVDTitleSet>& title_set() const;
   const std::shared_ptr<LMDVDTitle>& title() const;
 
-  /// Opens as the base does; start and length are the title's own, and each sound and subpicture
-  /// stream is tagged with its language. A scrambled title is not opened.
+  /// Opens as the base does; start, length and chapters are the title's own, and each sound and
+  /// subpicture stream is tagged with its language. A scrambled title is not opened.
   void open() override;
 
   bool isDVD() const override;
@@ -61,6 +61,7 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
  private:
   bool beginsScrambled() const;
   void tagLanguages();
+  void addChapters();
   int64_t timeOfCell(size_t index) const;
 
   struct State;
