@@ -12,12 +12,15 @@ pkg_check_modules(PANGO REQUIRED IMPORTED_TARGET pangocairo cairo fontconfig)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 # Kernels for pictures, compiled for several instruction sets and chosen at run time.
 pkg_check_modules(HIGHWAY REQUIRED IMPORTED_TARGET libhwy)
+# Discs: their file system and information files.
+pkg_check_modules(DVDREAD REQUIRED IMPORTED_TARGET dvdread)
 # Formatted text.
 pkg_check_modules(FMT REQUIRED IMPORTED_TARGET fmt)
 
 add_library(kestrel_foreign INTERFACE)
 target_link_libraries(kestrel_foreign INTERFACE
-  PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::FMT Threads::Threads)
+  PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::DVDREAD
+  PkgConfig::FMT Threads::Threads)
 
 # The command line: option parsing and JSON, both headers only. The tests read JSON too.
 find_package(CLI11 2.1 REQUIRED)

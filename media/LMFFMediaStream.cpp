@@ -245,6 +245,10 @@ void LMFFMediaStream::fillPalette(const SubtitlePalette& palette) {
   state_->decoder.setExtradata(std::move(bytes), kPaletteSize);
 }
 
+void LMFFMediaStream::setDeinterlacing(Deinterlacing mode) {
+  state_->decoder.setDeinterlacing(mode);
+}
+
 bool LMFFMediaStream::decodePacket(const AVPacket* packet) {
   if (!packet || packet->size < 1) return false;
   const LMFFMovie* movie = media() ? media()->movie() : nullptr;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -59,6 +60,11 @@ void StreamDecoder::makeContext() {
   std::memcpy(copy, extradata_.data(), extradata_.size());
   context_->extradata = copy;
   context_->extradata_size = extradataSize_;
+}
+
+void StreamDecoder::setDeinterlacing(Deinterlacing mode) {
+  deinterlacing_ = mode;
+  deinterlacer_.reset();
 }
 
 bool StreamDecoder::isOpen() const { return context_ && avcodec_is_open(context_.get()); }
@@ -128,7 +134,9 @@ void StreamDecoder::collect() {
     else
       frames_.push_back(std::move(frame));
   }
-  if (ended_) dateBackwards(AV_NOPTS_VALUE);
+  if (!ended_) return;
+  dateBackwards(AV_NOPTS_VALUE);
+  if (deinterlacer_) std::ranges::move(deinterlacer_->finish(), std::back_inserter(frames_));
 }
 
 /// The first pictures after a seek may come without a time: they wait for one that has it.
@@ -159,7 +167,12 @@ void StreamDecoder::dateBackwards(int64_t end) {
 void StreamDecoder::queue(FramePtr picture) {
   setFrameDuration(*picture, ownDuration(*picture));
   nextTime_ = picture->pts + frameDuration(*picture);
-  frames_.push_back(std::move(picture));
+  if (deinterlacing_ == Deinterlacing::kOff) {
+    frames_.push_back(std::move(picture));
+    return;
+  }
+  if (!deinterlacer_) deinterlacer_.emplace(deinterlacing_, stream_->time_base);
+  std::ranges::move(deinterlacer_->push(std::move(picture)), std::back_inserter(frames_));
 }
 
 void StreamDecoder::setTime(AVFrame& picture) {
@@ -184,6 +197,7 @@ int64_t StreamDecoder::ownDuration(const AVFrame& picture) const {
 /// Forgets all that depends on the packets sent so far.
 void StreamDecoder::restart() {
   frames_.clear();
+  deinterlacer_.reset();
   isFirstPacket_ = true;
   hasOnlyDecodingTimes_ = false;
   undated_.clear();

@@ -3,8 +3,10 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <vector>
 
+#include "media/Deinterlacer.h"
 #include "support/FFmpegOwners.h"
 
 namespace kestrel {
@@ -24,6 +26,9 @@ class StreamDecoder {
 
   /// Extra data that replaces the container's from the next open on.
   void setExtradata(std::vector<uint8_t> bytes, int size);
+
+  /// What becomes of interlaced pictures from the next one on.
+  void setDeinterlacing(Deinterlacing mode);
 
   bool open();
   bool isOpen() const;
@@ -67,6 +72,8 @@ class StreamDecoder {
   int64_t nextTime_ = AV_NOPTS_VALUE;  // where the last picture ended
   int64_t firstTime_ = 0;              // when the first packet since a seek is decoded
   std::vector<FramePtr> undated_;      // pictures that wait for a time
+  Deinterlacing deinterlacing_ = Deinterlacing::kOff;
+  std::optional<Deinterlacer> deinterlacer_;
   bool ended_ = false;
   int64_t errors_ = 0;
 };

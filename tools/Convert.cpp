@@ -79,9 +79,9 @@ class Conversion {
   explicit Conversion(const ConvertSettings& settings) : settings_(settings) {}
 
   int run() {
-    source_ = openInput(settings_.input);
+    source_ = openInput(settings_.input, settings_.title);
     if (settings_.look.autoCrop) settings_.look.picture = findPicture();
-    plan_ = planConversion(settings_, *source_->formatContext());
+    plan_ = planConversion(settings_, *source_);
     OutputFile target(settings_.output, settings_.force, settings_.input);
     openMovie();
     openOutput(target.path());
@@ -97,7 +97,7 @@ class Conversion {
   /// What lies between the black bars; nothing where there are none.
   std::optional<Area> findPicture() const {
     LMFFMovie movie;
-    movie.openMedias(openInput(settings_.input)->createMedias());
+    movie.openMedias(openInput(settings_.input, settings_.title)->createMedias());
     return withoutBars(movie);
   }
 
@@ -113,7 +113,9 @@ class Conversion {
     movie_.setCopy_audio_stream(plan_.audio == StreamAction::kCopy);
     movie_.setVolume(settings_.volume);
     movie_.openMedias(medias);
-    movie_.setSelectAudioStreams(plan_.audioTracks);
+    // A disc's tracks go by other numbers there; only the chosen ones are open anyway.
+    if (!source_->isDVD()) movie_.setSelectAudioStreams(plan_.audioTracks);
+    deinterlace();
     if (plan_.video == StreamAction::kEncode && !plan_.look.isPlain())
       plan_.look.apply(movie_, {static_cast<double>(plan_.format.width),
                                 static_cast<double>(plan_.format.height)});
@@ -121,6 +123,12 @@ class Conversion {
     if (!movie_.hasAudio()) plan_.audio = StreamAction::kNone;
     if (movie_.duration() > 0 && plan_.start >= movie_.duration())
       throw wrongUsage(fmt::format("the start lies behind the end of '{}'", settings_.input));
+  }
+
+  void deinterlace() {
+    const auto byDefault = source_->isDVD() ? Deinterlacing::kAuto : Deinterlacing::kOff;
+    for (const auto& media : movie_.videos())
+      media->videoStream()->setDeinterlacing(settings_.deinterlacing.value_or(byDefault));
   }
 
   /// Sound and pictures come from a reader each, so that neither waits for the other's decoding.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFMediaStream.h>
 
 #include <cstdint>
 #include <map>
@@ -9,10 +10,12 @@
 
 #include "Look.h"
 #include "Progress.h"
+#include "Text.h"
 
 /// How one file is to be converted; `{}` beside the two names means the defaults.
 struct ConvertSettings {
   std::string input;
+  std::string title;  ///< of a disc: a number from 1 or "main"; "" where the input is a file
   std::string output;
   bool force = false;  ///< replace an existing target
 
@@ -21,6 +24,7 @@ struct ConvertSettings {
   std::string audioCodec;
 
   LookSettings look;
+  std::optional<kestrel::Deinterlacing> deinterlacing;  ///< absent: automatic for a disc, else off
   std::optional<int> width;              ///< pixels; absent beside a height: keep the shape
   std::optional<int> height;             ///< pixels
   std::optional<kestrel::Rational> fps;  ///< pictures per second; absent: the source's real rate
@@ -37,9 +41,10 @@ struct ConvertSettings {
   std::string audioTracks;        ///< "0,2", "all" or a language; "": the default track
   double volume = 1;
 
-  int64_t start = 0;                ///< microseconds from the movie's start
-  std::optional<int64_t> end;       ///< microseconds from the movie's start
-  std::optional<int64_t> duration;  ///< microseconds
+  int64_t start = 0;                     ///< microseconds from the movie's start
+  std::optional<int64_t> end;            ///< microseconds from the movie's start
+  std::optional<int64_t> duration;       ///< microseconds
+  std::optional<ChapterRange> chapters;  ///< what to convert, instead of start and end
 
   bool keepMetadata = true;  ///< tags and chapters
   Progress::Style progress = Progress::Style::kBar;

@@ -7,12 +7,16 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Convert.h"
 #include "Failure.h"
 #include "Text.h"
+
+using kestrel::Deinterlacing;
 
 namespace {
 
@@ -22,7 +26,8 @@ constexpr int kLoudest = 1000;  // 60 dB: more than any recording is too quiet b
 /// of like any other failure.
 struct Arguments {
   ConvertSettings settings;
-  std::string size, fps, aspect, videoBitrate, audioBitrate, start, end, duration;
+  std::string size, fps, aspect, videoBitrate, audioBitrate, start, end, duration, chapters;
+  std::string deinterlace;
   std::string progress = "bar";
   std::vector<std::string> videoOptions, audioOptions;
   std::function<LookSettings()> look;
@@ -35,6 +40,14 @@ std::pair<std::string, std::string> parseKeyValue(const std::string& option,
   if (equals == std::string::npos || equals == 0)
     throw wrongUsage(option + ": '" + text + "' is not of the form KEY=VALUE");
   return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+std::optional<Deinterlacing> parseDeinterlacing(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  if (text == "auto") return Deinterlacing::kAuto;
+  if (text == "on") return Deinterlacing::kOn;
+  if (text == "off") return Deinterlacing::kOff;
+  throw wrongUsage("--deinterlace: '" + text + "' is none of auto, on and off");
 }
 
 /// Refuses options that shape an encoded stream where it is copied or left out: they would do
@@ -77,6 +90,14 @@ ConvertSettings settingsOf(const Arguments& arguments) {
   parse("--start", arguments.start, parseTime, settings.start);
   parse("--end", arguments.end, parseTime, settings.end);
   parse("--duration", arguments.duration, parseTime, settings.duration);
+  parse("--chapters", arguments.chapters, parseChapters, settings.chapters);
+  settings.deinterlacing = parseDeinterlacing(arguments.deinterlace);
+  for (const auto& [option, text] : {std::pair{"--start", &arguments.start},
+                                     {"--end", &arguments.end},
+                                     {"--duration", &arguments.duration}})
+    if (settings.chapters && !text->empty())
+      throw wrongUsage(
+          fmt::format("--chapters and {} exclude each other: give one of them", option));
   if (settings.end && settings.duration)
     throw wrongUsage("--end and --duration say the same thing: give one of them");
   if (settings.start < 0) throw wrongUsage("--start: the movie starts at 0");
@@ -116,6 +137,9 @@ void addVideoOptions(CLI::App& verb, Arguments& arguments) {
   verb.add_option("--encoder-preset", settings.encoderPreset,
                   "the encoder's preset (default for H.264: fast)")
       ->type_name("NAME");
+  verb.add_option("--deinterlace", arguments.deinterlace,
+                  "auto: interlaced pictures; on: all; off (default: off, for discs auto)")
+      ->type_name("WHEN");
   verb.add_option("--video-option", arguments.videoOptions, "an option of the encoder's own")
       ->type_name("KEY=VALUE")
       ->expected(1)
@@ -154,6 +178,10 @@ void addOtherOptions(CLI::App& verb, Arguments& arguments) {
   verb.add_option("--start", arguments.start, "seconds or [hh:]mm:ss.mmm")->type_name("TIME");
   verb.add_option("--end", arguments.end, "where to stop, in the source's time")->type_name("TIME");
   verb.add_option("--duration", arguments.duration, "how much to convert")->type_name("TIME");
+  verb.add_option("--chapters", arguments.chapters, "chapters to convert, counted from 1")
+      ->type_name("A[-B]");
+  verb.add_option("--title", settings.title, "of a disc: a number (see 'kestrel dvd') or 'main'")
+      ->type_name("N|main");
   verb.add_flag("--no-metadata", arguments.noMetadata, "leave tags and chapters out");
   verb.add_flag("--force", settings.force, "replace an existing target");
   verb.add_option("--progress", arguments.progress,
@@ -171,7 +199,7 @@ void addConvertCommand(CLI::App& app, Run& run) {
       "Example:\n"
       "  kestrel demo example.mp4 && kestrel convert example.mp4 small.mp4 --size 640x-");
   auto arguments = std::make_shared<Arguments>();
-  verb->add_option("input", arguments->settings.input, "the file to read")->required();
+  verb->add_option("input", arguments->settings.input, "the file or disc to read")->required();
   verb->add_option("output", arguments->settings.output, "the file to write")->required();
   addVideoOptions(*verb, *arguments);
   arguments->look = addLookOptions(*verb);

@@ -1,5 +1,6 @@
 #include "ConvertPlan.h"
 
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LibMedia.h>
 
 #include <fmt/format.h>
@@ -10,6 +11,7 @@
 #include <iterator>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Codecs.h"
@@ -51,10 +53,22 @@ IndexSet findAudios(const AVFormatContext& input) {
   return indexes;
 }
 
-/// The tracks that the user chose, by number, language, or "all"; without a word the default one.
+/// The audio streams in the order in which users count them: a disc's own order, or else the
+/// container's.
+std::vector<uint32_t> inUsersOrder(const LMMediaSource& source, const IndexSet& audios) {
+  const auto* disc = dynamic_cast<const LMDVDTitleSource*>(&source);
+  if (!disc) return {audios.begin(), audios.end()};
+  std::vector<uint32_t> indexes;
+  for (const auto& track : disc->title()->audioTracks())
+    for (const uint32_t index : audios)
+      if (source.formatContext()->streams[index]->id == track.stream_id) indexes.push_back(index);
+  return indexes;
+}
+
+/// Which of the streams the user chose, by number, language, or "all"; without a word the default
+/// one.
 IndexSet chooseTracks(const std::string& wanted, const AVFormatContext& input,
-                      const IndexSet& audios) {
-  const std::vector<uint32_t> indexes(audios.begin(), audios.end());
+                      const std::vector<uint32_t>& indexes) {
   const auto where = [&](auto isWanted) {
     IndexSet tracks;
     for (uint32_t track = 0; track < indexes.size(); ++track)
@@ -167,9 +181,10 @@ int supportedSampleRate(int rate, const AVCodec& encoder) {
 
 class Planner {
  public:
-  Planner(const ConvertSettings& settings, const AVFormatContext& input)
+  Planner(const ConvertSettings& settings, const LMMediaSource& source)
       : settings_(settings),
-        input_(const_cast<AVFormatContext&>(input)),
+        source_(source),
+        input_(*source.formatContext()),
         container_(outputFormatFor(settings.output)) {}
 
   ConvertPlan plan() {
@@ -181,6 +196,7 @@ class Planner {
     if (plan_.video == StreamAction::kEncode && plan_.audio == StreamAction::kNone)
       plan_.start = std::max(plan_.start, picturesBegin());
     plan_.end = settings_.end;
+    if (settings_.chapters) planChapters(*settings_.chapters);
     if (settings_.duration) plan_.end = plan_.start + *settings_.duration;
     if (plan_.video == StreamAction::kEncode) planVideo();
     if (plan_.audio == StreamAction::kEncode) planAudio();
@@ -217,7 +233,7 @@ class Planner {
         actionFor(settings_.audioCodec, !plan_.audioIndexes.empty(), defaultAudioCodec(container_));
     if (plan_.video == StreamAction::kNone) plan_.videoIndex.reset();
     if (plan_.audio == StreamAction::kNone) plan_.audioIndexes.clear();
-    plan_.audioTracks = chooseTracks(settings_.audioTracks, input_, plan_.audioIndexes);
+    chooseAudio();
     if (plan_.audio == StreamAction::kCopy && plan_.audioTracks.size() > 1)
       throw wrongUsage("only one audio track can be copied at a time");
     if (plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone)
@@ -230,6 +246,36 @@ class Planner {
         throw Failure{kFailed,
                       fmt::format("cannot convert '{}': its video has no size", settings_.input)};
     }
+  }
+
+  /// Keeps the chosen streams alone; the tracks are then counted among these.
+  void chooseAudio() {
+    const auto order = inUsersOrder(source_, plan_.audioIndexes);
+    IndexSet chosen;
+    for (const uint32_t track : chooseTracks(settings_.audioTracks, input_, order))
+      chosen.insert(order[track]);
+    if (order.empty()) plan_.audio = StreamAction::kNone;
+    plan_.audioIndexes = std::move(chosen);
+    for (uint32_t track = 0; track < plan_.audioIndexes.size(); ++track)
+      plan_.audioTracks.insert(track);
+  }
+
+  /// The span of the chosen chapters.
+  void planChapters(const ChapterRange& range) {
+    const auto count = static_cast<int>(input_.nb_chapters);
+    if (range.last > count)
+      throw wrongUsage(
+          count == 0 ? std::string("--chapters: the input has no chapters")
+                     : fmt::format("there is no chapter {}: the input has {}", range.last, count));
+    const int64_t begin = input_.start_time == AV_NOPTS_VALUE ? 0 : input_.start_time;
+    const auto toMovie = [&](int64_t time, const AVChapter& chapter) {
+      return std::max<int64_t>(av_rescale_q(time, chapter.time_base, AV_TIME_BASE_Q) - begin, 0);
+    };
+    const AVChapter& first = *input_.chapters[range.first - 1];
+    const AVChapter& last = *input_.chapters[range.last - 1];
+    plan_.start = toMovie(first.start, first);
+    // The last one may hold a little more than its container counts.
+    if (range.last < count) plan_.end = toMovie(last.end, last);
   }
 
   void planVideo() {
@@ -317,6 +363,7 @@ class Planner {
   }
 
   const ConvertSettings& settings_;
+  const LMMediaSource& source_;
   AVFormatContext& input_;
   const AVOutputFormat& container_;
   ConvertPlan plan_;
@@ -360,6 +407,6 @@ Rational realFrameRate(const AVStream& stream) {
   return av_q2d(rate) <= kFastest ? answer(rate) : Rational{25, 1};
 }
 
-ConvertPlan planConversion(const ConvertSettings& settings, const AVFormatContext& input) {
+ConvertPlan planConversion(const ConvertSettings& settings, const LMMediaSource& input) {
   return Planner(settings, input).plan();
 }

@@ -12,9 +12,12 @@
 #include "Convert.h"
 #include "Look.h"
 
-struct AVFormatContext;
 struct AVOutputFormat;
 struct AVStream;
+
+namespace kestrel {
+class LMMediaSource;
+}
 
 /// What becomes of one kind of stream.
 enum class StreamAction { kNone, kEncode, kCopy };
@@ -27,7 +30,7 @@ struct ConvertPlan {
   StreamAction video = StreamAction::kNone;
   StreamAction audio = StreamAction::kNone;
   std::optional<uint32_t> videoIndex;  ///< container index of the video stream
-  kestrel::IndexSet audioIndexes;      ///< container indexes of all audio streams
+  kestrel::IndexSet audioIndexes;      ///< container indexes of the audio streams to open
   kestrel::IndexSet audioTracks;       ///< the chosen ones, counted among the audio streams
   kestrel::LMFFMovieFileOutputFormat format;
   kestrel::Rational rate;  ///< pictures per second
@@ -42,7 +45,7 @@ struct ConvertPlan {
 };
 
 /// Plans the conversion of an opened input; throws `Failure` for what cannot be done.
-ConvertPlan planConversion(const ConvertSettings& settings, const AVFormatContext& input);
+ConvertPlan planConversion(const ConvertSettings& settings, const kestrel::LMMediaSource& input);
 
 /// The rate at which a stream's pictures really come: the container's base rate, unless that
 /// counts fields or clock ticks instead of pictures.

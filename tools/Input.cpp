@@ -1,10 +1,12 @@
 #include "Input.h"
 
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMMediaSource.h>
 
 #include <filesystem>
 #include <system_error>
 
+#include "Disc.h"
 #include "Failure.h"
 #include "Interrupt.h"
 
@@ -12,6 +14,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
+using kestrel::LMDVDTitleSource;
 using kestrel::LMMediaSource;
 namespace fs = std::filesystem;
 
@@ -35,20 +38,37 @@ std::string reason(const kestrel::Error& error) {
   return error.message;
 }
 
-}  // namespace
-
-std::shared_ptr<LMMediaSource> openInput(const std::string& path) {
+/// Opens a source that was made for `path`, or throws.
+void openSource(LMMediaSource& source, const std::string& path) {
   const auto cannotOpen = [&](const std::string& why) {
     return Failure{kFailed, "cannot open '" + path + "': " + why};
   };
-  if (const std::string problem = obviousProblem(path); !problem.empty()) {
-    throw cannotOpen(problem);
-  }
-  auto source = LMMediaSource::mediaWithPath(path);
-  source->setInterrupt(interrupted);
-  source->open();
+  source.setInterrupt(interrupted);
+  source.open();
   if (interrupted()) throw Failure{kInterrupted, "interrupted"};
-  if (!source->isOpen()) throw cannotOpen(reason(source->lastError()));
-  if (source->formatContext()->nb_streams == 0) throw cannotOpen("it has no streams");
+  if (!source.isOpen()) throw cannotOpen(reason(source.lastError()));
+  if (source.formatContext()->nb_streams == 0) throw cannotOpen("it has no streams");
+}
+
+}  // namespace
+
+std::shared_ptr<LMMediaSource> openInput(const std::string& path) {
+  if (const std::string problem = obviousProblem(path); !problem.empty())
+    throw Failure{kFailed, "cannot open '" + path + "': " + problem};
+  auto source = LMMediaSource::mediaWithPath(path);
+  openSource(*source, path);
+  return source;
+}
+
+std::shared_ptr<LMMediaSource> openInput(const std::string& path, const std::string& title) {
+  if (title.empty()) {
+    if (isDisc(path))
+      throw wrongUsage("'" + path + "' is a disc: choose a title with --title N or --title main");
+    return openInput(path);
+  }
+  const auto disc = openDisc(path);
+  const DiscTitle chosen = chooseTitle(*disc, title);
+  auto source = std::make_shared<LMDVDTitleSource>(disc, chosen.set, chosen.title);
+  openSource(*source, path);
   return source;
 }

@@ -10,3 +10,8 @@ class LMMediaSource;
 /// Opens a media file that has at least one stream. Throws `Failure` with one sentence when that
 /// can't be done; a signal ends the attempt, too.
 std::shared_ptr<kestrel::LMMediaSource> openInput(const std::string& path);
+
+/// The same of one title of a disc, or of a file where `title` is "". A disc without a title is
+/// wrong usage, and so is a title of a file.
+std::shared_ptr<kestrel::LMMediaSource> openInput(const std::string& path,
+                                                  const std::string& title);

@@ -5,6 +5,7 @@
 #include <kestrel/FilterRegistry.h>
 #include <kestrel/Image.h>
 #include <kestrel/LMCustomSource.h>
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/TextEncoding.h>
@@ -23,6 +24,7 @@
 
 #include "Failure.h"
 #include "Languages.h"
+#include "Text.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -109,6 +111,41 @@ uint32_t findTrack(const AVFormatContext& input, const std::string& wanted) {
                                    : fmt::format("there are {}", fmt::join(languages, ", "))));
 }
 
+/// The track of a disc that a user means.
+const LMDVDTrack& findTrack(const LMDVDTitle& title, const std::string& wanted) {
+  const auto& tracks = title.subtitleTracks();
+  if (const auto numbers = parseIndexList(wanted); numbers && numbers->size() == 1) {
+    const uint32_t number = *numbers->begin();
+    if (number < tracks.size()) return tracks[number];
+    throw wrongUsage(
+        fmt::format("there is no subtitle track {}: the title has {}", wanted, tracks.size()));
+  }
+  for (const auto& track : tracks)
+    if (!track.language.empty() && isSameLanguage(track.language, wanted)) return track;
+  throw wrongUsage(fmt::format("there is no subtitle track in '{}'", wanted));
+}
+
+/// Lets the pictures' own reader bring a disc's subpictures along. The demuxer may come across
+/// their first only in the middle of the movie, so every stream that it finds later is let in, and
+/// the track is chosen by its number.
+void openDiscTrack(LMFFMedia& video, const LMDVDTitle& title, const std::string& wanted) {
+  constexpr uint32_t kMostStreams = 64;
+  constexpr uint32_t kTrackMask = 0xF;
+  const LMDVDTrack& track = findTrack(title, wanted);
+  IndexSet streams;
+  const auto known = video.streams();
+  for (uint32_t i = 0; i < known.size(); ++i) {
+    const LMFFMediaStream& stream = *known[i];
+    if (stream.stream()->id == track.stream_id || (stream.isVideo() && stream.enable()))
+      streams.insert(i);
+  }
+  for (auto i = static_cast<uint32_t>(known.size()); i < kMostStreams; ++i) streams.insert(i);
+  video.setSelectStreams(streams);
+  video.setSelectSubtitles(IndexSet{static_cast<uint32_t>(track.stream_id) & kTrackMask});
+  video.setSelectAudios(IndexSet{});
+  video.updateSelectStreams();
+}
+
 }  // namespace
 
 std::shared_ptr<const Image> loadWatermark(const Watermark& watermark, double outputHeight) {
@@ -137,6 +174,8 @@ void openSubtitles(LMFFMovie& movie, const std::string& path) {
 void openSubtitleTrack(LMFFMovie& movie, const std::string& track) {
   const auto video = movie.videoMedia();
   if (!video) return;
+  if (const auto disc = std::dynamic_pointer_cast<LMDVDTitleSource>(video->source()))
+    return openDiscTrack(*video, *disc->title(), track);
   const uint32_t index = findTrack(*video->formatContext(), track);
   IndexSet streams{index};
   if (!isText(*video->streams()[index])) {

@@ -5,6 +5,7 @@
 #include <kestrel/LMFFMovie.h>
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,8 +33,18 @@ class PictureMaker {
     bool operator==(const Parts&) const = default;
   };
 
+  /// A bitmap subtitle that was read, and when it shows; microseconds in the media's own time.
+  struct Bitmap {
+    int64_t start = 0;
+    int64_t end = 0;
+    std::shared_ptr<const kestrel::Image> image;
+  };
+
+  std::shared_ptr<const kestrel::Image> bitmapAt(const kestrel::LMFFMedia& media, int64_t time);
+
   kestrel::LMFFMovie& movie_;
   kestrel::LMFFImageColorspaceConverter converter_;
+  std::deque<Bitmap> bitmaps_;  // in the order in which they begin
   Parts parts_;
   std::shared_ptr<kestrel::LMFFImage> picture_;
 };

@@ -227,6 +227,17 @@ int parseBitRate(std::string_view option, std::string_view text) {
   return static_cast<int>(rate);
 }
 
+ChapterRange parseChapters(std::string_view option, std::string_view text) {
+  constexpr int64_t kHighest = 99999;
+  const size_t dash = text.find('-');
+  const auto first = wholeNumber(text.substr(0, dash), kHighest);
+  const auto last =
+      dash == std::string_view::npos ? first : wholeNumber(text.substr(dash + 1), kHighest);
+  if (!first || !last || *first < 1 || *last < *first)
+    throw noSuchValue(option, text, "a chapter such as 3 or a range such as 2-5");
+  return {static_cast<int>(*first), static_cast<int>(*last)};
+}
+
 std::optional<kestrel::IndexSet> parseIndexList(std::string_view text) {
   kestrel::IndexSet indexes;
   for (const std::string_view part : split(text, ',')) {

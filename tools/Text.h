@@ -39,6 +39,17 @@ double parseAspect(std::string_view option, std::string_view text);
 /// "4M", "1.5M", "192k" or "192000" bits per second, with decimal factors; at least 1.
 int parseBitRate(std::string_view option, std::string_view text);
 
+/// Chapters from one to another, counted from 1; both belong to it.
+struct ChapterRange {
+  int first = 1;
+  int last = 1;
+
+  bool operator==(const ChapterRange&) const = default;
+};
+
+/// "3" or "2-5"; the first is at least 1, the last no smaller.
+ChapterRange parseChapters(std::string_view option, std::string_view text);
+
 /// "0,2": whole numbers from 0, separated by commas. None for any other text, which may then mean
 /// something else.
 std::optional<kestrel::IndexSet> parseIndexList(std::string_view text);

@@ -21,6 +21,7 @@
 #include "ComposeCommand.h"
 #include "ConvertCommand.h"
 #include "DemoCommand.h"
+#include "DvdCommand.h"
 #include "EffectsCommand.h"
 #include "Failure.h"
 #include "InfoCommand.h"
@@ -115,6 +116,7 @@ Run chosenRun(CLI::App& app, int argc, char** argv) {
   addComposeCommand(app, run);
   addJoinCommand(app, run);
   addWaveCommand(app, run);
+  addDvdCommand(app, run);
   addEffectsCommand(app, run);
   addDemoCommand(app, run);
   for (auto* verb : app.get_subcommands([](const CLI::App*) { return true; })) verb->group("Verbs");

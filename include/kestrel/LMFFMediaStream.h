@@ -22,6 +22,9 @@ class LMFFAudioResample;
 class LMFFImage;
 class LMFFMedia;
 
+/// Which pictures are deinterlaced: none, those that say they are interlaced, or all.
+enum class Deinterlacing { kOff, kAuto, kOn };
+
 /// One container stream of a media: its decoder, its newest frame, its current subtitle, its
 /// resampler (audio) and its queue of undecoded packets (stream copy).
 ///
@@ -93,6 +96,10 @@ class KESTREL_API LMFFMediaStream {
   void fillPalette(const SubtitlePalette& palette);
 
   // Decoding.
+
+  /// What becomes of interlaced pictures; none are touched unless this is set, before the first is
+  /// decoded. Each picture stays one picture at its own time.
+  void setDeinterlacing(Deinterlacing mode);
 
   /// Decodes one packet, or queues it where the movie copies streams; answers whether a frame came
   /// out. A picture beyond the first that one packet gives waits for `takeQueuedFrame`.

@@ -52,7 +52,7 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
       const std::optional<IndexSet>& streams);
 
   /// `createMediasWithStreams` over all streams.
-  std::vector<std::shared_ptr<LMFFMedia>> createMedias();
+  virtual std::vector<std::shared_ptr<LMFFMedia>> createMedias();
 
   virtual bool isDVD() const;
   virtual bool isSubtitle() const;

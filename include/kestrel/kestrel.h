@@ -24,6 +24,15 @@
 #include <kestrel/KeyedArchiver.h>
 #include <kestrel/KeyedUnarchiver.h>
 #include <kestrel/LMCustomSource.h>
+#include <kestrel/LMDVD.h>
+#include <kestrel/LMDVDFile.h>
+#include <kestrel/LMDVDIO.h>
+#include <kestrel/LMDVDInternal.h>
+#include <kestrel/LMDVDMedia.h>
+#include <kestrel/LMDVDSource.h>
+#include <kestrel/LMDVDTitle.h>
+#include <kestrel/LMDVDTitleSet.h>
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFAudioResample.h>
 #include <kestrel/LMFFEffectVideoStream.h>
 #include <kestrel/LMFFFormat.h>

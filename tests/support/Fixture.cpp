@@ -132,6 +132,26 @@ fs::path fixture(const std::string& name) {
   return file;
 }
 
+fs::path discFixture(const std::string& name) {
+  const fs::path script = kListedDir / "dvd" / "make_disc.py";
+  const fs::path folder = fixtureDir() / hexadecimal(hash(name, hash(readAll(script))));
+  const fs::path finished = folder / "disc";
+  if (fs::exists(finished)) return finished;
+
+  fs::create_directories(folder);
+  const FileLock lock(folder / "lock");
+  if (fs::exists(finished)) return finished;
+  const fs::path partial = folder / ("partial-" + std::to_string(getpid()));
+  fs::create_directories(partial);
+  const RunResult result = run({"python3", script.string(), name, partial.string()});
+  if (result.status != 0) {
+    fs::remove_all(partial);
+    throw std::runtime_error("cannot make disc '" + name + "': " + result.err);
+  }
+  fs::rename(partial, finished);
+  return finished;
+}
+
 std::vector<std::string> fixtureNames() {
   std::vector<std::string> names;
   for (const auto& [name, arguments] : table()) names.push_back(name);

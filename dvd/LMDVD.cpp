@@ -1,0 +1,127 @@
+#include <kestrel/LMDVD.h>
+#include <kestrel/LMDVDFile.h>
+#include <kestrel/LMDVDSource.h>
+#include <kestrel/Log.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "dvd/TitleSetReader.h"
+#include "dvd/VolumeReader.h"
+
+namespace kestrel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// No disc has more title sets; a manager that claims more is damaged.
+constexpr int kMostTitleSets = 99;
+
+/// The folder or file by its name, whatever way led to it.
+std::string displayName(const fs::path& path) {
+  std::error_code error;
+  fs::path full = fs::weakly_canonical(path, error);
+  if (error) full = path.lexically_normal();
+  if (!full.has_filename()) full = full.parent_path();
+  return full.has_filename() ? full.filename().string() : full.string();
+}
+
+bool isVideoFolder(const fs::path& path) {
+  std::error_code error;
+  if (!fs::is_directory(path, error)) return false;
+  std::string name = displayName(path);
+  std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
+  return name == "video_ts";
+}
+
+}  // namespace
+
+LMDVD::LMDVD() : internal_(std::make_shared<LMDVDInternal>()) {}
+
+LMDVD::~LMDVD() { const DVDReaderPtr closes(dvd_reader()); }
+
+std::shared_ptr<LMDVD> LMDVD::open(const std::string& path) {
+  DVDReaderPtr reader = openVolume(path);
+  if (!reader) return nullptr;
+  auto dvd = std::make_shared<LMDVD>();
+  dvd->internal_->setDvd(reader.release());
+  dvd->path_ = path;
+  dvd->readName();
+  dvd->readTitleSets();
+  return dvd;
+}
+
+void LMDVD::readName() {
+  volume_ = volumeIdentifier(dvd_reader());
+  if (!volume_.empty()) return;
+  std::error_code error;
+  fs::path named(path_);
+  if (isVideoFolder(named)) named = fs::weakly_canonical(named, error).parent_path();
+  volume_ = displayName(named);
+}
+
+void LMDVD::readTitleSets() {
+  int count = 0;
+  {
+    const IfoPtr manager = openInformation(dvd_reader(), 0);
+    if (!manager || !manager->vmgi_mat) return;
+    count = manager->vmgi_mat->vmg_nr_of_title_sets;
+    region_ = static_cast<int32_t>(manager->vmgi_mat->vmg_category >> 16 & 0xFF);
+  }
+  log(fmt::format("title_sets {} Region 0x{:02x}", count, region_ ^ 0xFF));
+  for (int number = 1; number <= std::min(count, kMostTitleSets); ++number) {
+    const IfoPtr set = openInformation(dvd_reader(), number);
+    if (set && set->vtsi_mat && set->vts_pgcit && set->vts_c_adt)
+      title_sets_.push_back(readTitleSet(*set, number));
+    else
+      missingTitleSets_.push_back(number);
+  }
+}
+
+std::vector<std::shared_ptr<LMDVDFile>> LMDVD::dvdFiles() {
+  std::vector<std::shared_ptr<LMDVDFile>> files;
+  for (int32_t title = 0; title <= static_cast<int32_t>(title_sets_.size()); ++title) {
+    for (int32_t domain = DVD_READ_INFO_FILE; domain <= DVD_READ_TITLE_VOBS; ++domain) {
+      if (title == 0 && domain == DVD_READ_TITLE_VOBS) continue;  // the manager has no titles
+      dvd_stat_t status{};
+      if (DVDFileStat(dvd_reader(), title, static_cast<dvd_read_domain_t>(domain), &status) != 0)
+        continue;
+      for (int32_t part = 0; part < status.nr_parts; ++part) {
+        auto file = std::make_shared<LMDVDFile>();
+        file->setDvd(shared_from_this());
+        file->setDvd_read_domain(domain);
+        file->setTitle_num(title);
+        file->setFile_part(part);
+        file->setFile_size(status.parts_size[part]);
+        files.push_back(std::move(file));
+      }
+    }
+  }
+  return files;
+}
+
+std::vector<std::shared_ptr<LMDVDSource>> LMDVD::titleSources() {
+  std::vector<std::shared_ptr<LMDVDSource>> sources;
+  for (const auto& set : title_sets_) {
+    for (const auto& title : set->titles()) {
+      auto whole = std::make_shared<LMDVDSource>();
+      whole->setDvd(shared_from_this());
+      whole->setTitle_set(set);
+      whole->setTitle(title);
+      auto runs = whole->dvdMediaSources();
+      if (static_cast<int32_t>(runs.size()) < dvdTitleSplitVobCount())
+        sources.push_back(std::move(whole));
+      else
+        std::ranges::move(runs, std::back_inserter(sources));
+    }
+  }
+  return sources;
+}
+
+}  // namespace kestrel

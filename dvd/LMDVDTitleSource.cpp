@@ -1,0 +1,324 @@
+#include <kestrel/LMDVDTitleSource.h>
+
+#include <fmt/format.h>
+#include <unicode/uloc.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "dvd/DVDOwners.h"
+#include "dvd/Sectors.h"
+#include "support/FFmpegError.h"
+#include "support/FFmpegOwners.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr AVRational kTicks{1, 90000};
+
+/// Where the stream's time begins, in ticks: far enough from 0 that what is decoded before the
+/// first picture is shown has times, too.
+constexpr int64_t kFirstTick = 90000;
+
+/// How much is left out where sectors can't be read: the unit in which discs protect their data.
+constexpr int64_t kErrorBlock = 16;
+
+/// So many units that can't be read one after another are the end.
+constexpr int kMostErrorBlocks = 64;
+
+/// How far into the title one looks whether it is scrambled.
+constexpr int64_t kMostBlocksToCheck = 512;
+
+constexpr int32_t kBufferBytes = 1048576;
+
+/// The code by which containers name a language that a disc names by two letters.
+std::string threeLetters(const std::string& language) {
+  const std::string code = uloc_getISO3Language(language.c_str());
+  return code.empty() ? language : code;
+}
+
+/// Cells whose time stamps go on from each to the next.
+struct Segment {
+  uint32_t first_sector = 0;
+  int64_t sectors = 0;
+  int64_t position = 0;   // its first sector in the virtual file
+  int64_t start = 0;      // when it begins in the stream, ticks
+  int64_t own_start = 0;  // and by its own clock
+  int64_t length = 0;     // ticks
+};
+
+bool followsOn(const LMDVDCell& cell, const LMDVDCell& before) {
+  return cell.vob_id == before.vob_id && cell.first_sector == before.last_sector + 1 &&
+         !cell.restartsClock;
+}
+
+}  // namespace
+
+struct LMDVDTitleSource::State {
+  std::shared_ptr<LMDVD> dvd;
+  std::shared_ptr<LMDVDTitleSet> title_set;
+  std::shared_ptr<LMDVDTitle> title;
+  DVDFilePtr vobs;
+  std::vector<Segment> segments;
+  std::vector<std::optional<size_t>> segmentOfCell;  // none for a cell that is not there
+  int64_t blocks = 0;                                // of the virtual file
+  bool isCut = false;                                // cells lie beyond the end of the VOBs
+  int failures = 0;                                  // units in a row that could not be read
+
+  void openVobs();
+  void layOut();
+  std::optional<NavigationTimes> timesAt(uint32_t sector) const;
+  const Segment* segmentAt(int64_t block) const;
+  int64_t readBlocks(int64_t block, int64_t count, uint8_t* buffer);
+};
+
+LMDVDTitleSource::LMDVDTitleSource(std::shared_ptr<LMDVD> dvd,
+                                   std::shared_ptr<LMDVDTitleSet> title_set,
+                                   std::shared_ptr<LMDVDTitle> title)
+    : state_(std::make_unique<State>()) {
+  state_->dvd = std::move(dvd);
+  state_->title_set = std::move(title_set);
+  state_->title = std::move(title);
+}
+
+LMDVDTitleSource::~LMDVDTitleSource() { closeFormatContext(); }
+
+std::shared_ptr<LMMediaSource> LMDVDTitleSource::copy() const {
+  return std::make_shared<LMDVDTitleSource>(state_->dvd, state_->title_set, state_->title);
+}
+
+const std::shared_ptr<LMDVD>& LMDVDTitleSource::dvd() const { return state_->dvd; }
+
+const std::shared_ptr<LMDVDTitleSet>& LMDVDTitleSource::title_set() const {
+  return state_->title_set;
+}
+
+const std::shared_ptr<LMDVDTitle>& LMDVDTitleSource::title() const { return state_->title; }
+
+void LMDVDTitleSource::State::openVobs() {
+  if (vobs) return;
+  vobs.reset(DVDOpenFile(dvd->dvd_reader(), title_set->title_set(), DVD_READ_TITLE_VOBS));
+  if (vobs) layOut();
+}
+
+std::optional<NavigationTimes> LMDVDTitleSource::State::timesAt(uint32_t sector) const {
+  std::array<uint8_t, kSectorBytes> bytes;
+  const bool isRead = DVDReadBlocks(vobs.get(), static_cast<int>(sector), 1, bytes.data()) == 1;
+  return isRead ? navigationTimes(bytes.data()) : std::nullopt;
+}
+
+/// Puts the cells one behind the other, as far as the VOBs hold them.
+void LMDVDTitleSource::State::layOut() {
+  const int64_t available = std::max<ssize_t>(DVDFileSize(vobs.get()), 0);
+  const auto& cells = title->cells();
+  int64_t tick = kFirstTick;
+  for (size_t i = 0; i < cells.size();) {
+    const size_t first = i;
+    int64_t stated = cells[i].duration;
+    for (++i; i < cells.size() && followsOn(cells[i], cells[i - 1]); ++i)
+      stated += cells[i].duration;
+    const LMDVDCell& last = cells[i - 1];
+
+    Segment segment;
+    segment.first_sector = cells[first].first_sector;
+    const int64_t end = std::min<int64_t>(int64_t{last.last_sector} + 1, available);
+    segment.sectors = end - segment.first_sector;
+    isCut = isCut || int64_t{last.last_sector} >= available;
+    const bool isThere = segment.sectors > 0;
+    segmentOfCell.resize(i, isThere ? std::optional(segments.size()) : std::nullopt);
+    if (!isThere) continue;
+    segment.position = blocks;
+    segment.start = tick;
+    segment.length = av_rescale_q(stated, kMicroseconds, kTicks);
+    const auto opening = timesAt(segment.first_sector);
+    segment.own_start = opening            ? int64_t{opening->start}
+                        : segments.empty() ? tick
+                                           : segments.back().own_start + segments.back().length;
+    const auto closing = timesAt(last.last_vobu_sector);
+    if (opening && closing && closing->end > opening->start)
+      segment.length = int64_t{closing->end} - opening->start;
+    tick += segment.length;
+    blocks += segment.sectors;
+    segments.push_back(segment);
+  }
+}
+
+const Segment* LMDVDTitleSource::State::segmentAt(int64_t block) const {
+  const auto next = std::ranges::upper_bound(segments, block, {}, &Segment::position);
+  if (block < 0 || next == segments.begin()) return nullptr;
+  const Segment& segment = *std::prev(next);
+  return block < segment.position + segment.sectors ? &segment : nullptr;
+}
+
+/// Reads blocks of one segment, their times moved. What can't be read is blank: demuxers look for
+/// the next pack there. Answers how many came, 0 at the end, below 0 when some of them are blank.
+int64_t LMDVDTitleSource::State::readBlocks(int64_t block, int64_t count, uint8_t* buffer) {
+  const Segment* segment = segmentAt(block);
+  if (!segment) return 0;
+  const int64_t within = block - segment->position;
+  const auto first = static_cast<int>(segment->first_sector + within);
+  count = std::min(count, segment->sectors - within);
+  int64_t got = DVDReadBlocks(vobs.get(), first, static_cast<size_t>(count), buffer);
+  bool isWhole = true;
+  if (got <= 0) {
+    // Read by and by, up to the place itself.
+    got = std::min(kErrorBlock - first % kErrorBlock, count);
+    isWhole = DVDReadBlocks(vobs.get(), first, static_cast<size_t>(got), buffer) == got;
+    failures = isWhole ? 0 : failures + 1;
+    if (!isWhole) std::fill_n(buffer, got * kSectorBytes, uint8_t{0});
+    if (failures > kMostErrorBlocks) return 0;
+  } else {
+    failures = 0;
+  }
+  const int64_t ticks = segment->start - segment->own_start;
+  for (int64_t i = 0; i < got; ++i) {
+    uint8_t* sector = buffer + i * kSectorBytes;
+    if (isScrambled(sector)) {
+      std::fill_n(sector, kSectorBytes, uint8_t{0});
+      isWhole = false;
+    }
+    moveTimes(sector, ticks);
+  }
+  return isWhole ? got : -got;
+}
+
+AVIOContext* LMDVDTitleSource::avio_context() {
+  state_->openVobs();
+  return LMCustomSource::avio_context();
+}
+
+int32_t LMDVDTitleSource::read(uint8_t* buffer, int32_t size) {
+  if (!state_->vobs || read_offset() < 0) return 0;
+  const int64_t block = read_offset() / kSectorBytes;
+  const int64_t within = read_offset() % kSectorBytes;
+  const bool isAligned = within == 0 && size >= kSectorBytes;
+  std::array<uint8_t, kSectorBytes> sector;
+  const int64_t answer = isAligned ? state_->readBlocks(block, size / kSectorBytes, buffer)
+                                   : state_->readBlocks(block, 1, sector.data());
+  const bool isMissing = answer == 0 && (block < state_->blocks || state_->isCut);
+  if (answer < 0 || isMissing)
+    setLastError(engineError(AVERROR(EIO), "not all of its sectors can be read"));
+  const int64_t got = std::abs(answer);
+  if (isAligned || got == 0) return static_cast<int32_t>(got * kSectorBytes);
+  const int64_t count = std::min<int64_t>(size, kSectorBytes - within);
+  std::copy_n(sector.data() + within, count, buffer);
+  return static_cast<int32_t>(count);
+}
+
+void LMDVDTitleSource::open() {
+  if (isOpen()) return;
+  state_->openVobs();
+  if (!state_->vobs)
+    return setLastError(engineError(AVERROR(EIO), "the title's VOBs cannot be opened"));
+  if (state_->segments.empty())
+    return setLastError(engineError(AVERROR(EIO), "none of the title's sectors are there"));
+  if (beginsScrambled())
+    return setLastError(
+        engineError(AVERROR(EACCES),
+                    "the disc is scrambled (copy protection), and scrambled discs are not read"));
+  LMCustomSource::open();
+  if (!isOpen()) return;
+  AVFormatContext& context = *formatContext();
+  context.start_time = av_rescale_q(kFirstTick, kTicks, kMicroseconds);
+  context.duration = duration();
+  tagLanguages();
+  addChapters();
+}
+
+bool LMDVDTitleSource::beginsScrambled() const {
+  const Segment& first = state_->segments.front();
+  const int64_t count = std::min(first.sectors, kMostBlocksToCheck);
+  std::vector<uint8_t> bytes(static_cast<size_t>(count * kSectorBytes));
+  const int64_t got = DVDReadBlocks(state_->vobs.get(), static_cast<int>(first.first_sector),
+                                    static_cast<size_t>(count), bytes.data());
+  for (int64_t i = 0; i < got; ++i)
+    if (isScrambled(bytes.data() + i * kSectorBytes)) return true;
+  return false;
+}
+
+void LMDVDTitleSource::tagLanguages() {
+  AVFormatContext& context = *formatContext();
+  for (unsigned i = 0; i < context.nb_streams; ++i) {
+    AVStream& stream = *context.streams[i];
+    const AVMediaType type = stream.codecpar->codec_type;
+    if (type != AVMEDIA_TYPE_AUDIO && type != AVMEDIA_TYPE_SUBTITLE) continue;
+    const auto& tracks =
+        type == AVMEDIA_TYPE_AUDIO ? state_->title->audioTracks() : state_->title->subtitleTracks();
+    const auto track = std::ranges::find(tracks, stream.id, &LMDVDTrack::stream_id);
+    if (track != tracks.end() && !track->language.empty())
+      av_dict_set(&stream.metadata, "language", threeLetters(track->language).c_str(), 0);
+  }
+}
+
+/// Makes the title's chapters the container's, as if it held them itself. The context owns them.
+void LMDVDTitleSource::addChapters() {
+  AVFormatContext& context = *formatContext();
+  const auto times = chapterTimes();
+  for (size_t i = 0; i < times.size(); ++i) {
+    auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+    if (!chapter) return;
+    chapter->id = static_cast<int64_t>(i);
+    chapter->time_base = kMicroseconds;
+    chapter->start = context.start_time + times[i];
+    chapter->end = context.start_time + (i + 1 < times.size() ? times[i + 1] : duration());
+    av_dict_set(&chapter->metadata, "title", fmt::format("Chapter {}", i + 1).c_str(), 0);
+    int count = static_cast<int>(context.nb_chapters);
+    av_dynarray_add(&context.chapters, &count, chapter);
+    context.nb_chapters = static_cast<unsigned>(count);
+  }
+}
+
+bool LMDVDTitleSource::isDVD() const { return true; }
+
+std::string LMDVDTitleSource::name() const {
+  return fmt::format("{}_{}_{}", state_->dvd->volume(), state_->title_set->title_set(),
+                     state_->title->title() + 1);
+}
+
+std::string LMDVDTitleSource::path() const { return state_->dvd->path(); }
+
+const SubtitlePalette* LMDVDTitleSource::palette() const { return state_->title->palette(); }
+
+std::optional<std::vector<std::string>> LMDVDTitleSource::audioNames() const {
+  return state_->title_set->audioLanguages();
+}
+
+std::optional<std::vector<std::string>> LMDVDTitleSource::subtitleNames() const {
+  return state_->title_set->subtitleLanguages();
+}
+
+int64_t LMDVDTitleSource::filesize() const { return state_->blocks * kSectorBytes; }
+
+int32_t LMDVDTitleSource::buffer_size() const { return kBufferBytes; }
+
+std::vector<int64_t> LMDVDTitleSource::chapterTimes() {
+  std::vector<int64_t> times;
+  for (const size_t cell : state_->title->chapters()) times.push_back(timeOfCell(cell));
+  return times;
+}
+
+/// Where a cell begins in the stream, microseconds: by its own navigation, or else as the disc
+/// states.
+int64_t LMDVDTitleSource::timeOfCell(size_t index) const {
+  const auto& cells = state_->title->cells();
+  const auto segment = state_->segmentOfCell[index];
+  const auto own = segment ? state_->timesAt(cells[index].first_sector) : std::nullopt;
+  if (own) {
+    const Segment& holder = state_->segments[*segment];
+    return av_rescale_q(holder.start + int64_t{own->start} - holder.own_start - kFirstTick, kTicks,
+                        kMicroseconds);
+  }
+  int64_t stated = 0;
+  for (size_t i = 0; i < index; ++i) stated += cells[i].duration;
+  return std::min(stated, duration());
+}
+
+int64_t LMDVDTitleSource::duration() const {
+  if (state_->segments.empty()) return 0;
+  const Segment& last = state_->segments.back();
+  return av_rescale_q(last.start + last.length - kFirstTick, kTicks, kMicroseconds);
+}
+
+}  // namespace kestrel

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <kestrel/LMDVDTitleSet.h>
+
+#include <memory>
+
+#include "dvd/DVDOwners.h"
+
+namespace kestrel {
+
+/// Builds a title set of its information, which must have all three of its tables.
+std::shared_ptr<LMDVDTitleSet> readTitleSet(const ifo_handle_t& information, int32_t number);
+
+/// A time as discs write it, in decimal digits with pictures counted at the disc's rate;
+/// microseconds. Digits that are none count as 0.
+int64_t microsecondsOf(const dvd_time_t& time);
+
+}  // namespace kestrel

@@ -1,0 +1,45 @@
+#include "dvd/VolumeReader.h"
+
+#include <array>
+#include <cstdarg>
+#include <filesystem>
+#include <system_error>
+
+namespace kestrel {
+
+namespace {
+
+/// What libdvdread notes of a disc on the way is nothing that its user could act on.
+void ignore(void* /*opaque*/, dvd_logger_level_t /*level*/, const char* /*format*/,
+            va_list /*arguments*/) {}
+
+}  // namespace
+
+DVDReaderPtr openVolume(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) return nullptr;  // it would print that itself
+  static const dvd_logger_cb kSilent{ignore};
+  return DVDReaderPtr(DVDOpen2(nullptr, &kSilent, path.c_str()));
+}
+
+std::string volumeIdentifier(dvd_reader_t* reader) {
+  std::array<char, 33> identifier{};  // one more: the last of 32 bytes need not be NUL
+  if (DVDUDFVolumeInfo(reader, identifier.data(), 32, nullptr, 0) != 0) return {};
+  std::string name;
+  for (const char* c = identifier.data(); *c != 0; ++c) {
+    const auto code = static_cast<unsigned char>(*c);  // ISO Latin-1
+    if (code < 0x80) {
+      name.push_back(*c);
+    } else {
+      name.push_back(static_cast<char>(0xC0 | code >> 6));
+      name.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    }
+  }
+  return name;
+}
+
+IfoPtr openInformation(dvd_reader_t* reader, int title_set) {
+  return IfoPtr(ifoOpen(reader, title_set));
+}
+
+}  // namespace kestrel

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <kestrel/LMDVD.h>
+#include <kestrel/LMDVDTitleSource.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+
+/// A test disc as a folder and as an image.
+inline std::filesystem::path discFolder(const std::string& name) {
+  return discFixture(name) / "disc";
+}
+inline std::filesystem::path discImage(const std::string& name) {
+  return discFixture(name) / "disc.iso";
+}
+
+inline std::string bytesOf(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+inline void writeBytes(const std::filesystem::path& file, const std::string& bytes) {
+  std::ofstream(file, std::ios::binary) << bytes;
+}
+
+/// A copy of a test disc that a test may damage.
+class DiscCopy {
+ public:
+  explicit DiscCopy(const std::string& name) {
+    std::filesystem::copy(discFolder(name), path(), std::filesystem::copy_options::recursive);
+  }
+
+  std::filesystem::path path() const { return folder_ / "disc"; }
+  std::filesystem::path file(const std::string& name) const { return path() / "VIDEO_TS" / name; }
+
+  /// Keeps the first `size` bytes of a file.
+  void cut(const std::string& name, uintmax_t size) const {
+    std::filesystem::resize_file(file(name), size);
+  }
+
+  /// Replaces bytes of an information file and of its backup from `offset` on.
+  void patchInformation(const std::string& stem, size_t offset, const std::string& bytes) const {
+    for (const char* extension : {".IFO", ".BUP"}) {
+      std::string content = bytesOf(file(stem + extension));
+      writeBytes(file(stem + extension), content.replace(offset, bytes.size(), bytes));
+    }
+  }
+
+ private:
+  TempDir folder_;
+};
+
+/// A 32-bit number as discs write it.
+inline std::string bigEndian32(uint32_t value) {
+  return {static_cast<char>(value >> 24), static_cast<char>(value >> 16),
+          static_cast<char>(value >> 8), static_cast<char>(value)};
+}
+
+/// A title of a disc, counted from 0 over all title sets, as one stream.
+inline std::shared_ptr<LMDVDTitleSource> titleSource(const std::shared_ptr<LMDVD>& dvd,
+                                                     size_t index) {
+  for (const auto& set : dvd->title_sets()) {
+    if (index < set->titles().size())
+      return std::make_shared<LMDVDTitleSource>(dvd, set, set->titles()[index]);
+    index -= set->titles().size();
+  }
+  return nullptr;
+}
+
+}  // namespace kestrel::test

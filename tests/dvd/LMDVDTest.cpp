@@ -1,0 +1,260 @@
+#include <gmock/gmock.h>
+#include <kestrel/LMDVD.h>
+#include <kestrel/LMDVDFile.h>
+#include <kestrel/LMDVDSource.h>
+#include <kestrel/LibMedia.h>
+#include <kestrel/Log.h>
+
+#include "tests/dvd/Disc.h"
+
+namespace kestrel::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr int64_t kSecond = 1000000;
+
+std::string english(const std::string& code) { return LibMedia::displayStringForLanguage(code); }
+
+TEST(LMDVD, AnswersNullForWhatIsNotThere) { EXPECT_EQ(LMDVD::open("/nowhere/at/all"), nullptr); }
+
+TEST(LMDVD, AnswersAVolumeWithoutTitleSetsForAnyOtherFile) {
+  const TempDir folder;
+  writeBytes(folder / "text.iso", "no disc");
+  const auto dvd = LMDVD::open((folder / "text.iso").string());
+  ASSERT_NE(dvd, nullptr);
+  EXPECT_THAT(dvd->title_sets(), IsEmpty());
+  EXPECT_THAT(dvd->titleSources(), IsEmpty());
+}
+
+TEST(LMDVD, TakesTheNameOfAFolder) {
+  const TempDir folder;
+  fs::copy(discFolder("runs"), folder / "MOVIE", fs::copy_options::recursive);
+  EXPECT_EQ(LMDVD::open((folder / "MOVIE").string())->volume(), "MOVIE");
+  EXPECT_EQ(LMDVD::open((folder / "MOVIE/").string())->volume(), "MOVIE");
+}
+
+TEST(LMDVD, TakesTheNameOfTheFolderAboveVideoTs) {
+  const TempDir folder;
+  fs::copy(discFolder("runs"), folder / "MOVIE", fs::copy_options::recursive);
+  const auto path = (folder / "MOVIE/VIDEO_TS").string();
+  const auto dvd = LMDVD::open(path);
+  EXPECT_EQ(dvd->volume(), "MOVIE");
+  EXPECT_EQ(dvd->path(), path);
+  EXPECT_THAT(dvd->title_sets(), SizeIs(1));
+}
+
+TEST(LMDVD, TakesTheNameThatAnImageHas) {
+  EXPECT_EQ(LMDVD::open(discImage("pal").string())->volume(), "KESTREL_PAL");
+}
+
+TEST(LMDVD, ListsTitleSetsAndTitles) {
+  for (const auto& path : {discFolder("pal"), discImage("pal")}) {
+    const auto dvd = LMDVD::open(path.string());
+    ASSERT_THAT(dvd->title_sets(), SizeIs(2));
+    EXPECT_EQ(dvd->title_sets()[0]->title_set(), 1);
+    EXPECT_EQ(dvd->title_sets()[1]->title_set(), 2);
+    const auto& titles = dvd->title_sets()[0]->titles();
+    ASSERT_THAT(titles, SizeIs(3));
+    EXPECT_EQ(titles[2]->title(), 2);
+    EXPECT_EQ(titles[0]->duration(), 8 * kSecond);
+    EXPECT_EQ(titles[1]->duration(), 6 * kSecond + 80000);
+    EXPECT_THAT(titles[0]->chapterTimes(), ElementsAre(0, 2 * kSecond, 4 * kSecond, 6 * kSecond));
+    EXPECT_THAT(titles[1]->chapterTimes(), ElementsAre(0, 3 * kSecond, 3 * kSecond + 80000));
+  }
+}
+
+TEST(LMDVD, JoinsNeighbouringCellsOfOneVob) {
+  const auto dvd = LMDVD::open(discFolder("pal").string());
+  const auto& titles = dvd->title_sets()[0]->titles();
+  // Four cells of one VOB; three cells of three VOBs that lie one behind the other.
+  EXPECT_THAT(titles[0]->cells(), SizeIs(4));
+  ASSERT_THAT(titles[0]->medias(), SizeIs(1));
+  EXPECT_EQ(titles[0]->medias()[0]->vob_id(), 1);
+  ASSERT_THAT(titles[1]->medias(), SizeIs(3));
+  const auto& runs = titles[1]->medias();
+  EXPECT_EQ(runs[0]->start_sector() + runs[0]->sector_count(), runs[1]->start_sector());
+  EXPECT_NE(runs[0]->vob_id(), runs[1]->vob_id());
+}
+
+TEST(LMDVD, KnowsWhereEachVobLies) {
+  const auto dvd = LMDVD::open(discFolder("pal").string());
+  const auto& set = *dvd->title_sets()[0];
+  ASSERT_THAT(set.medias(), SizeIs(4));
+  // They fill the title VOBs without a gap.
+  int32_t next = 0;
+  for (const auto& vob : set.medias()) {
+    EXPECT_EQ(vob->start_sector(), next);
+    next += vob->sector_count();
+  }
+  const auto size = fs::file_size(discFolder("pal") / "VIDEO_TS" / "VTS_01_1.VOB");
+  EXPECT_EQ(static_cast<uintmax_t>(next) * 2048, size);
+  EXPECT_EQ(set.mediaForVob(3), set.medias()[3]);
+  EXPECT_EQ(set.mediaForVob(4), nullptr);
+}
+
+TEST(LMDVD, AnAddressOfAnUnknownVobChangesNothing) {
+  const DiscCopy disc("pal");
+  // The sector of the cell address table stands at 0xE0; its entries begin 8 bytes into it.
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t table = static_cast<size_t>(static_cast<uint8_t>(content[0xE3])) * 2048;
+  disc.patchInformation("VTS_01_0", table + 8, std::string("\x03\xE7", 2));  // VOB 999
+  const auto dvd = LMDVD::open(disc.path().string());
+  ASSERT_THAT(dvd->title_sets(), SizeIs(2));
+  const auto whole = LMDVD::open(discFolder("pal").string());
+  const auto& vobs = dvd->title_sets()[0]->medias();
+  const auto& wholeVobs = whole->title_sets()[0]->medias();
+  ASSERT_GE(vobs.size(), 4U);
+  // The first VOB now begins with its second cell; the others are as they were.
+  EXPECT_GT(vobs[0]->start_sector(), 0);
+  EXPECT_EQ(vobs[1]->description(), wholeVobs[1]->description());
+}
+
+TEST(LMDVD, TakesStandardAndAspectFromTheFirstAttributeByteAsItIsDefined) {
+  const auto byteOf = [](const fs::path& disc) {
+    return static_cast<uint8_t>(bytesOf(disc / "VIDEO_TS" / "VTS_01_0.IFO")[0x200]);
+  };
+  // MPEG-2, PAL, 16:9, letterboxed: 01 01 11 and two bits more.
+  ASSERT_EQ(byteOf(discFolder("pal")) >> 2, 0b010111);
+  const auto pal = LMDVD::open(discFolder("pal").string())->title_sets();
+  EXPECT_EQ(pal[0]->dvdFormat(), std::nullopt);             // bits 2 and 3: 3
+  EXPECT_EQ(pal[0]->display_aspect_ratio(), std::nullopt);  // bits 4 and 5: 1
+  EXPECT_EQ(pal[1]->dvdFormat(), "ntsc");                   // 4:3 stands there as 0
+
+  ASSERT_EQ(byteOf(discFolder("ntsc")) >> 2, 0b010000);
+  const auto ntsc = LMDVD::open(discFolder("ntsc").string())->title_sets();
+  EXPECT_EQ(ntsc[0]->dvdFormat(), "ntsc");
+  EXPECT_EQ(ntsc[0]->display_aspect_ratio(), "4:3");
+}
+
+TEST(LMDVD, EveryValueOfStandardAndAspectHasItsName) {
+  const DiscCopy disc("ntsc");
+  const std::vector<std::optional<std::string>> formats{"ntsc", "pal", std::nullopt, std::nullopt};
+  const std::vector<std::optional<std::string>> aspects{"4:3", std::nullopt, std::nullopt, "16:9"};
+  for (unsigned value = 0; value < 4; ++value) {
+    disc.patchInformation("VTS_01_0", 0x200,
+                          std::string(1, static_cast<char>(0x40 | value << 4 | value << 2)));
+    const auto dvd = LMDVD::open(disc.path().string());
+    ASSERT_THAT(dvd->title_sets(), SizeIs(1)) << value;
+    EXPECT_EQ(dvd->title_sets()[0]->dvdFormat(), formats[value]) << value;
+    EXPECT_EQ(dvd->title_sets()[0]->display_aspect_ratio(), aspects[value]) << value;
+  }
+}
+
+TEST(LMDVD, NamesTheLanguages) {
+  const auto dvd = LMDVD::open(discFolder("pal").string());
+  const auto& set = *dvd->title_sets()[0];
+  EXPECT_THAT(set.audioLanguages(), ElementsAre(english("en"), english("fr"), english("de")));
+  EXPECT_THAT(set.subtitleLanguages(), ElementsAre(english("en"), english("fr")));
+  EXPECT_EQ(set.description(), "format:(null) aspect_ratio:(null) audios:(" + english("en") + ", " +
+                                   english("fr") + ", " + english("de") + ") subtitle:(" +
+                                   english("en") + ", " + english("fr") + ")");
+}
+
+TEST(LMDVD, AnUnknownLanguageIsShownAsThatOfNoLetters) {
+  const DiscCopy disc("ntsc");
+  // The language of sound 0 stands at 0x204 + 2.
+  disc.patchInformation("VTS_01_0", 0x206, "\xFF\xFF");
+  const auto dvd = LMDVD::open(disc.path().string());
+  ASSERT_THAT(dvd->title_sets(), SizeIs(1));
+  EXPECT_THAT(dvd->title_sets()[0]->audioLanguages(), ElementsAre(english("")));
+  ASSERT_THAT(dvd->title_sets()[0]->titles()[0]->audioTracks(), SizeIs(1));
+  EXPECT_EQ(dvd->title_sets()[0]->titles()[0]->audioTracks()[0].language, "");
+}
+
+TEST(LMDVD, ListsTheTracksOfEachTitle) {
+  const auto dvd = LMDVD::open(discFolder("pal").string());
+  const auto& title = *dvd->title_sets()[0]->titles()[0];
+  EXPECT_THAT(title.audioTracks(), ElementsAre(LMDVDTrack{0, 0x80, "en", english("en")},
+                                               LMDVDTrack{1, 0x81, "fr", english("fr")},
+                                               LMDVDTrack{2, 0x1C2, "de", english("de")}));
+  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "en", english("en")},
+                                                  LMDVDTrack{1, 0x21, "fr", english("fr")}));
+  EXPECT_THAT(dvd->title_sets()[0]->titles()[1]->subtitleTracks(), IsEmpty());
+}
+
+TEST(LMDVD, CopiesThePalette) {
+  const DiscCopy disc("ntsc");
+  // The table of program chains begins at the sector that 0xCC names; its first chain's place
+  // stands 12 bytes into it, and a chain's colours 164 bytes into that.
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t table = static_cast<size_t>(static_cast<uint8_t>(content[0xCF])) * 2048;
+  const size_t chain = table + static_cast<size_t>(static_cast<uint8_t>(content[table + 15]));
+  disc.patchInformation("VTS_01_0", chain + 164 + 3 * 4, bigEndian32(0x00518FF0));
+  const auto dvd = LMDVD::open(disc.path().string());
+  ASSERT_THAT(dvd->title_sets(), SizeIs(1));
+  EXPECT_EQ((*dvd->title_sets()[0]->titles()[0]->palette())[3], 0x00518FF0U);
+}
+
+TEST(LMDVD, AProgramChainWithoutCellsIsNoTitle) {
+  const DiscCopy disc("pal");
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t table = static_cast<size_t>(static_cast<uint8_t>(content[0xCF])) * 2048;
+  const auto at = [&](size_t place) { return static_cast<uint8_t>(content[place]); };
+  const size_t second = table + 8 + 8 + 4;
+  const size_t chain = table + (size_t{at(second + 2)} << 8 | at(second + 3));
+  ASSERT_EQ(at(chain + 3), 3);  // its number of cells
+  // No programs, no cells, and no tables of them.
+  disc.patchInformation("VTS_01_0", chain + 2, std::string(2, '\0'));
+  disc.patchInformation("VTS_01_0", chain + 230, std::string(6, '\0'));
+  const auto dvd = LMDVD::open(disc.path().string());
+  ASSERT_THAT(dvd->title_sets(), SizeIs(2));
+  const auto& titles = dvd->title_sets()[0]->titles();
+  ASSERT_THAT(titles, SizeIs(2));
+  EXPECT_EQ(titles[0]->title(), 0);
+  EXPECT_EQ(titles[1]->title(), 2);
+}
+
+TEST(LMDVD, TellsTheRegionAndLogsIt) {
+  const DiscCopy disc("pal");
+  disc.patchInformation("VIDEO_TS", 0x23, "\xFD");  // may play in region 2 alone
+  std::vector<std::string> lines;
+  setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  const auto dvd = LMDVD::open(disc.path().string());
+  setLogSink(nullptr);
+  EXPECT_EQ(dvd->region(), 0xFD);
+  EXPECT_THAT(lines, testing::Contains("title_sets 2 Region 0x02"));
+}
+
+TEST(LMDVD, OffersATitleWholeUpTo199RunsAndInPiecesFrom200On) {
+  const auto dvd = LMDVD::open(discFolder("runs").string());
+  EXPECT_EQ(LMDVD::dvdTitleSplitVobCount(), 200);
+  const auto& titles = dvd->title_sets()[0]->titles();
+  ASSERT_THAT(titles, SizeIs(2));
+  ASSERT_THAT(titles[0]->medias(), SizeIs(199));
+  ASSERT_THAT(titles[1]->medias(), SizeIs(200));
+  const auto sources = dvd->titleSources();
+  ASSERT_THAT(sources, SizeIs(1 + 200));
+  EXPECT_EQ(sources[0]->media(), nullptr);
+  EXPECT_EQ(sources[0]->title(), titles[0]);
+  EXPECT_EQ(sources[1]->media(), titles[1]->medias()[0]);
+  EXPECT_EQ(sources[200]->media(), titles[1]->medias()[199]);
+}
+
+TEST(LMDVD, ListsTheFiles) {
+  const auto dvd = LMDVD::open(discFolder("pal").string());
+  std::vector<std::string> names;
+  for (const auto& file : dvd->dvdFiles()) {
+    names.push_back(file->filename());
+    EXPECT_EQ(static_cast<uintmax_t>(file->filesize()),
+              fs::file_size(discFolder("pal") / file->filename()));
+    EXPECT_EQ(file->offset(), 0);
+    EXPECT_EQ(file->dvd(), dvd);
+  }
+  EXPECT_THAT(
+      names,
+      ElementsAre("VIDEO_TS/VIDEO_TS.IFO", "VIDEO_TS/VIDEO_TS.BUP", "VIDEO_TS/VIDEO_TS.VOB",
+                  "VIDEO_TS/VTS_01_0.IFO", "VIDEO_TS/VTS_01_0.BUP", "VIDEO_TS/VTS_01_1.VOB",
+                  "VIDEO_TS/VTS_02_0.IFO", "VIDEO_TS/VTS_02_0.BUP", "VIDEO_TS/VTS_02_1.VOB"));
+}
+
+TEST(LMDVD, NeverListsTitleVobsOfTheManager) {
+  for (const auto& file : LMDVD::open(discImage("pal").string())->dvdFiles())
+    EXPECT_FALSE(file->title_num() == 0 && file->dvd_read_domain() == 3);
+}
+
+}  // namespace
+}  // namespace kestrel::test

@@ -1,0 +1,223 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "tests/dvd/Disc.h"
+#include "tests/e2e/Decoded.h"
+#include "tests/e2e/Kestrel.h"
+#include "tests/support/Ffprobe.h"
+
+namespace kestrel::test {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+RunResult dvd(const fs::path& path, const Arguments& options = {}) {
+  return run(joined({kestrelBinary(), "dvd", path.string()}, options));
+}
+
+json dvdJson(const fs::path& path) {
+  const RunResult result = dvd(path, {"--json"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  return json::parse(result.out);
+}
+
+std::vector<double> chapterStarts(const json& title) {
+  std::vector<double> starts;
+  for (const auto& chapter : title["chapters"]) starts.push_back(chapter["start"]);
+  return starts;
+}
+
+TEST(Dvd, ListsADiscAsJson) {
+  const json disc = dvdJson(discImage("pal"));
+  EXPECT_EQ(disc["volume"], "KESTREL_PAL");
+  EXPECT_EQ(disc["region"], 0);
+  EXPECT_EQ(disc["path"], discImage("pal").string());
+  ASSERT_EQ(disc["titles"].size(), 4U);
+  const json first = disc["titles"][0];
+  EXPECT_EQ(first["title"], 1);
+  EXPECT_EQ(first["title_set"], 1);
+  EXPECT_EQ(first["duration"], 8.0);
+  EXPECT_THAT(chapterStarts(first), ElementsAre(0, 2, 4, 6));
+  EXPECT_EQ(first["chapters"][3]["end"], 8.0);
+  EXPECT_EQ(first["width"], 720);
+  EXPECT_EQ(first["height"], 576);
+  EXPECT_EQ(first["standard"], "PAL");
+  EXPECT_EQ(first["aspect"], "16:9");
+  EXPECT_EQ(first["audio"], json::parse(R"([{"track": 0, "language": "en", "name": "English"},
+                            {"track": 1, "language": "fr", "name": "French"},
+                            {"track": 2, "language": "de", "name": "German"}])"));
+  EXPECT_EQ(first["subtitles"], json::parse(R"([{"track": 0, "language": "en", "name": "English"},
+                            {"track": 1, "language": "fr", "name": "French"}])"));
+  EXPECT_EQ(first["main"], true);
+  EXPECT_EQ(first["main_reason"], "longest");
+  EXPECT_EQ(first["same_as"], nullptr);
+  const json third = disc["titles"][2];
+  EXPECT_EQ(third["same_as"], 1);
+  EXPECT_EQ(third["main"], false);
+  const json last = disc["titles"][3];
+  EXPECT_EQ(last["title"], 4);
+  EXPECT_EQ(last["title_set"], 2);
+  EXPECT_EQ(last["aspect"], "4:3");
+  EXPECT_EQ(last["audio"], json::parse(R"([{"track": 0, "language": null, "name": null}])"));
+}
+
+TEST(Dvd, AFolderAndItsVideoFolderAreTheSameDisc) {
+  const json folder = dvdJson(discFolder("pal"));
+  EXPECT_EQ(folder["volume"], "disc");
+  EXPECT_EQ(folder["titles"], dvdJson(discImage("pal"))["titles"]);
+  EXPECT_EQ(folder["titles"], dvdJson(discFolder("pal") / "VIDEO_TS")["titles"]);
+}
+
+TEST(Dvd, KnowsNtscFromItsPictures) {
+  const json title = dvdJson(discFolder("ntsc"))["titles"][0];
+  EXPECT_EQ(title["standard"], "NTSC");
+  EXPECT_EQ(title["aspect"], "4:3");
+  EXPECT_EQ(title["height"], 480);
+}
+
+/// What lsdvd says: one match for each title.
+TEST(Dvd, AgreesWithAnotherProgram) {
+  for (const char* name : {"pal", "ntsc", "seams", "runs", "many"}) {
+    const auto path = discImage(name).string();
+    const std::string text = run({"lsdvd", "-c", path}).out;
+    static const std::regex kTitle(
+        R"(Title: (\d+), Length: (\d+):(\d+):([\d.]+) Chapters: (\d+), Cells: \d+, Audio streams: (\d+), Subpictures: (\d+))");
+    const json titles = dvdJson(path)["titles"];
+    size_t index = 0;
+    for (std::sregex_iterator match(text.begin(), text.end(), kTitle), end; match != end;
+         ++match, ++index) {
+      ASSERT_LT(index, titles.size()) << name;
+      const json& title = titles[index];
+      const auto number = [&](size_t group) { return std::stod((*match)[group].str()); };
+      EXPECT_EQ(title["title"], number(1));
+      EXPECT_NEAR(title["duration"], (number(2) * 60 + number(3)) * 60 + number(4), 0.002);
+      EXPECT_EQ(title["chapters"].size(), number(5));
+      EXPECT_EQ(title["audio"].size(), number(6));
+      EXPECT_EQ(title["subtitles"].size(), number(7));
+    }
+    EXPECT_EQ(index, titles.size()) << name;
+  }
+}
+
+TEST(Dvd, AgreesWithTheVobs) {
+  const json title = dvdJson(discFolder("ntsc"))["titles"][0];
+  const json video = streamOf(discFolder("ntsc") / "VIDEO_TS" / "VTS_01_1.VOB", "video");
+  EXPECT_EQ(title["width"], video["width"]);
+  EXPECT_EQ(title["height"], video["height"]);
+  EXPECT_EQ(title["aspect"], video["display_aspect_ratio"]);
+}
+
+TEST(Dvd, ListsADiscInWords) {
+  const RunResult result = dvd(discImage("pal"));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out,
+              HasSubstr("KESTREL_PAL: DVD-Video, all regions, 2 title sets, 4 titles\n"));
+  EXPECT_THAT(result.out,
+              HasSubstr("Title 1     0:08, 4 chapters, 720x576, PAL, 16:9, title set 1\n"
+                        "  sound     0 English (en), 1 French (fr), 2 German (de)\n"
+                        "  subtitles 0 English (en), 1 French (fr)\n"
+                        "  main      the main feature: longest\n"));
+  EXPECT_THAT(result.out, HasSubstr("  same as   title 1\n"));
+}
+
+TEST(Dvd, NamesTheRegionsInWhichADiscPlays) {
+  const DiscCopy disc("runs");
+  disc.patchInformation("VIDEO_TS", 0x23, "\xF5");
+  EXPECT_THAT(dvd(disc.path()).out, HasSubstr("regions 2, 4,"));
+  EXPECT_EQ(dvdJson(disc.path())["region"], 0xF5);
+}
+
+TEST(Dvd, ListsTheFiles) {
+  const RunResult result = dvd(discImage("pal"), {"--files"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr(" 12288  VIDEO_TS/VIDEO_TS.IFO\n"));
+  const auto size = fs::file_size(discFolder("pal") / "VIDEO_TS" / "VTS_02_1.VOB");
+  EXPECT_THAT(result.out, HasSubstr(std::to_string(size) + "  VIDEO_TS/VTS_02_1.VOB\n"));
+  const json document = json::parse(dvd(discImage("pal"), {"--files", "--json"}).out);
+  EXPECT_EQ(document["files"].size(), 9U);
+  EXPECT_EQ(document["files"][8]["size"], size);
+}
+
+TEST(Dvd, DumpsTheStructure) {
+  const RunResult result = dvd(discImage("pal"), {"--dump"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(result.out, HasSubstr("title_set_nr 2 1 1 angle:1\n"));
+  EXPECT_THAT(result.out, HasSubstr("+++++++title_set 1 program:3 cell:3 pgc:1\n"));
+}
+
+TEST(Dvd, RefusesWhatIsNoDisc) {
+  const TempDir folder;
+  fs::create_directory(folder / "VIDEO_TS");
+  writeBytes(folder / "film.iso", std::string(100000, 'x'));
+  EXPECT_TRUE(endsWithSentence(dvd(folder / "none"), 1, "No such file or directory"));
+  EXPECT_TRUE(endsWithSentence(dvd(folder.path()), 1, folder.path().string()));
+  EXPECT_TRUE(endsWithSentence(dvd(folder / "VIDEO_TS"), 1, "VIDEO_TS"));
+  EXPECT_TRUE(endsWithSentence(dvd(folder / "film.iso"), 1, "film.iso"));
+  EXPECT_TRUE(endsWithSentence(dvd(discFolder("pal"), {"--dump", "--json"}), 2, "--dump"));
+  EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "dvd"}), 2, "path"));
+}
+
+TEST(Dvd, ABackupStandsInForAnInformationFile) {
+  const DiscCopy disc("pal");
+  fs::remove(disc.file("VTS_01_0.IFO"));
+  disc.cut("VTS_02_0.IFO", 1000);
+  disc.cut("VIDEO_TS.IFO", 2048);
+  EXPECT_EQ(dvdJson(disc.path())["titles"].size(), 4U);
+}
+
+TEST(Dvd, ReadsADiscOfBackupsAlone) {
+  const DiscCopy disc("pal");
+  for (const char* stem : {"VIDEO_TS", "VTS_01_0", "VTS_02_0"})
+    fs::remove(disc.file(std::string(stem) + ".IFO"));
+  EXPECT_EQ(dvdJson(disc.path())["titles"].size(), 4U);
+}
+
+TEST(Dvd, ListsWhatIsLeftOfADamagedDiscAndSaysSo) {
+  const DiscCopy disc("pal");
+  disc.cut("VTS_01_0.IFO", 3000);
+  disc.cut("VTS_01_0.BUP", 3000);
+  const RunResult result = dvd(disc.path(), {"--json"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, HasSubstr("title set 1 cannot be read"));
+  const json titles = json::parse(result.out)["titles"];
+  ASSERT_EQ(titles.size(), 1U);
+  EXPECT_EQ(titles[0]["title_set"], 2);
+}
+
+/// Every kind of nonsense at every place of the tables: no crash, no hang, an answer.
+TEST(Dvd, SurvivesAbsurdNumbers) {
+  const std::string content = bytesOf(discFolder("pal") / "VIDEO_TS" / "VTS_01_0.IFO");
+  int answered = 0;
+  for (const char* stem : {"VIDEO_TS", "VTS_01_0"}) {
+    for (size_t place : {0x3EU,  0xC0U,  0xC4U, 0xC8U, 0xCCU, 0xD0U,  0xD8U, 0xE0U, 0xE4U,
+                         0x202U, 0x254U, 2048U, 2052U, 4096U, 4100U,  4104U, 4108U, 4112U,
+                         4340U,  6144U,  6148U, 8192U, 8196U, 10240U, 10244U}) {
+      for (const uint32_t value : {0xFFFFFFFFU, 0x7FFFFFFFU, 0x0000FFFFU, 0x00010000U}) {
+        const DiscCopy disc("pal");
+        if (place + 4 > content.size()) continue;
+        disc.patchInformation(stem, place, bigEndian32(value));
+        const RunResult result = run({kestrelBinary(), "dvd", disc.path().string()},
+                                     {.timeLimit = std::chrono::seconds(60)});
+        EXPECT_TRUE(result.status == 0 || result.status == 1 || result.status == 3)
+            << stem << " at " << place << ": " << value << ": status " << result.status << ", "
+            << result.err;
+        ++answered;
+      }
+    }
+  }
+  EXPECT_GT(answered, 100);
+}
+
+}  // namespace
+}  // namespace kestrel::test
