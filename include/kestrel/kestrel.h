@@ -4,6 +4,8 @@
 
 #include <kestrel/ArrayFilter.h>
 #include <kestrel/AttributedString.h>
+#include <kestrel/AudioDevice.h>
+#include <kestrel/AudioGraph.h>
 #include <kestrel/BitmapContext.h>
 #include <kestrel/BitmapFile.h>
 #include <kestrel/BitmapImage.h>
@@ -18,6 +20,7 @@
 #include <kestrel/Image.h>
 #include <kestrel/ImageContext.h>
 #include <kestrel/IndexSet.h>
+#include <kestrel/LMAudioGraph.h>
 #include <kestrel/LMCustomSource.h>
 #include <kestrel/LMFFAudioResample.h>
 #include <kestrel/LMFFEffectVideoStream.h>
