@@ -2,6 +2,7 @@
 
 #include <kestrel/Export.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -57,7 +58,8 @@ KESTREL_API std::shared_ptr<AudioDevice> makeDefaultAudioDevice();
 KESTREL_API std::shared_ptr<AudioDevice> makeNullAudioDevice();
 
 /// A device without a thread or a clock: whoever holds it asks for sound, and its time is the sound
-/// that was asked for. For tests, and for hosts that render what would be heard.
+/// that was asked for. It belongs to one thread, which also starts and stops what it plays; `now`
+/// is for any. For tests, and for hosts that render what would be heard.
 class KESTREL_API PulledAudioDevice : public AudioDevice {
  public:
   PulledAudioDevice() = default;
@@ -80,7 +82,7 @@ class KESTREL_API PulledAudioDevice : public AudioDevice {
  private:
   Format format_;
   Fill fill_;
-  int64_t frames_ = 0;
+  std::atomic<int64_t> frames_{0};
   bool isStarted_ = false;
   bool isMissing_ = false;
 };

@@ -63,6 +63,11 @@ struct AudioGraph::State {
     return {};  // a ring
   }
 
+  void setDevice(std::shared_ptr<AudioDevice> next) {
+    device = std::move(next);
+    const std::lock_guard guard(clock);
+    shownDevice = device;
+  }
   bool openDevice();
   bool prepare(const std::vector<Node*>& list);
   void fill(float* data, int32_t frames);
@@ -77,7 +82,9 @@ struct AudioGraph::State {
   bool isSilent = false;
   std::shared_ptr<AudioDevice> wanted = makeDefaultAudioDevice();
   std::shared_ptr<AudioDevice> fallback = makeNullAudioDevice();
-  std::shared_ptr<AudioDevice> device;  // the one that is played through
+  std::shared_ptr<AudioDevice> device;       // the one that is played through
+  std::mutex clock;                          // of `shownDevice`
+  std::shared_ptr<AudioDevice> shownDevice;  // `device`, for those who only ask for the time
 
   // Set while nothing runs, used on the device's thread.
   std::vector<std::shared_ptr<AudioStage>> stages;  // from the output on
@@ -98,7 +105,7 @@ bool AudioGraph::State::openDevice() {
     if (!next->open(toFill)) return false;
   }
   if (device && device != next) device->close();
-  device = next;
+  setDevice(next);
   return true;
 }
 
@@ -233,7 +240,7 @@ void AudioGraph::close() {
   stop();
   const std::lock_guard guard(state_->control);
   if (state_->device) state_->device->close();
-  state_->device = nullptr;
+  state_->setDevice(nullptr);
   state_->isInitialized = false;
   state_->isOpen = false;
 }
@@ -277,8 +284,8 @@ bool AudioGraph::isRunning() const {
 void AudioGraph::flush() { state_->isFlushWanted = true; }
 
 int64_t AudioGraph::now() const {
-  const std::lock_guard guard(state_->control);
-  return state_->device ? state_->device->now() : 0;
+  const std::lock_guard guard(state_->clock);
+  return state_->shownDevice ? state_->shownDevice->now() : 0;
 }
 
 float AudioGraph::takePeak(int32_t channel) {
