@@ -24,6 +24,7 @@
 #include "Failure.h"
 #include "InfoCommand.h"
 #include "Interrupt.h"
+#include "PlayCommand.h"
 #include "StandardOutput.h"
 #include "Text.h"
 #include "ThumbCommand.h"
@@ -109,6 +110,7 @@ Run chosenRun(CLI::App& app, int argc, char** argv) {
   addInfoCommand(app, run);
   addConvertCommand(app, run);
   addThumbCommand(app, run);
+  addPlayCommand(app, run);
   addEffectsCommand(app, run);
   addDemoCommand(app, run);
   for (auto* verb : app.get_subcommands([](const CLI::App*) { return true; })) verb->group("Verbs");
