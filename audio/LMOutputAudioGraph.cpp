@@ -3,6 +3,7 @@
 #include <atomic>
 #include <utility>
 
+#include "audio/PlayedPosition.h"
 #include "support/Guarded.h"
 
 namespace kestrel {
@@ -10,6 +11,7 @@ namespace kestrel {
 namespace {
 
 constexpr uint64_t kBytesPerFrame = 2 * sizeof(float);
+constexpr int32_t kSampleRate = 44100;
 
 uint64_t bytesOf(int32_t frames) {
   return frames > 0 ? static_cast<uint64_t>(frames) * kBytesPerFrame : 0;
@@ -18,30 +20,65 @@ uint64_t bytesOf(int32_t frames) {
 }  // namespace
 
 struct LMOutputAudioGraph::State {
-  std::atomic<bool> isStart{false};
-  std::atomic<float> rate{1};
-  std::atomic<float> volume{1};
+  int32_t outputConverterNode = 0;
+  int32_t outputNode = 0;
+  int32_t speedNode = 0;
   std::atomic<LMOutputAudioGraphDelegate*> delegate{nullptr};
   Guarded<std::shared_ptr<LMFIFODataBuffer>> dataBuffer{std::make_shared<LMFIFODataBuffer>()};
+  PlayedPosition position;
+  std::atomic<int64_t> taken{0};      // frames that ever left the queue
+  std::atomic<bool> hasSound{false};  // something was written since the queue was made or cleared
+  std::atomic<int64_t> underruns{0};
 };
 
-LMOutputAudioGraph::LMOutputAudioGraph() : state_(std::make_unique<State>()) {}
+LMOutputAudioGraph::LMOutputAudioGraph() : state_(std::make_unique<State>()) { build(); }
 
 LMOutputAudioGraph::~LMOutputAudioGraph() { stop(); }
 
-void LMOutputAudioGraph::start() { state_->isStart = true; }
+void LMOutputAudioGraph::createNode() {
+  state_->outputConverterNode =
+      createAUNode(kAudioUnitType_FormatConverter, kAudioUnitSubType_Converter);
+  state_->outputNode = createAUNode(kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput);
+  state_->speedNode = createAUNode(kAudioUnitType_FormatConverter, kAudioUnitSubType_TimePitch);
+  connectNode(state_->outputConverterNode, state_->speedNode);
+  connectNode(state_->speedNode, state_->outputNode);
+}
 
-void LMOutputAudioGraph::stop() { state_->isStart = false; }
+void LMOutputAudioGraph::configNode() {
+  auto& state = *state_;
+  graph().setInputCallback(
+      state.outputConverterNode, [this, &state](int32_t bus, int32_t frames, float* data) {
+        const int64_t before = state.taken;
+        state.position.beginTaking();
+        PushCurrentInputBufferIntoAudioUnit(this, bus, frames, data, bytesOf(frames));
+        state.position.endTaking(frames, state.taken - before);
+      });
+  graph().setRenderCallback([&state](const AudioGraph::Rendered& piece) {
+    state.position.noteRendered(piece.begin, piece.end, piece.inputBegin, piece.inputEnd);
+  });
+  setConverterNode(state.outputConverterNode, static_cast<uint32_t>(AudioScope::kInput),
+                   kSampleRate);
+}
 
-bool LMOutputAudioGraph::isStart() const { return state_->isStart; }
+float LMOutputAudioGraph::rate() const {
+  const auto unit = audioUnitForNode(state_->speedNode);
+  return unit ? unit->parameter(kAudioUnitParameter_Rate).value_or(0) : 0;
+}
 
-float LMOutputAudioGraph::rate() const { return state_->rate; }
+void LMOutputAudioGraph::setRate(float rate) {
+  if (const auto unit = audioUnitForNode(state_->speedNode))
+    unit->setParameter(kAudioUnitParameter_Rate, rate);
+}
 
-void LMOutputAudioGraph::setRate(float rate) { state_->rate = rate; }
+float LMOutputAudioGraph::volume() const {
+  const auto unit = audioUnitForNode(state_->outputNode);
+  return unit ? unit->parameter(kAudioUnitParameter_Volume).value_or(0) : 0;
+}
 
-float LMOutputAudioGraph::volume() const { return state_->volume; }
-
-void LMOutputAudioGraph::setVolume(float volume) { state_->volume = volume; }
+void LMOutputAudioGraph::setVolume(float volume) {
+  if (const auto unit = audioUnitForNode(state_->outputNode))
+    unit->setParameter(kAudioUnitParameter_Volume, volume);
+}
 
 LMOutputAudioGraphDelegate* LMOutputAudioGraph::delegate() const { return state_->delegate; }
 
@@ -60,11 +97,16 @@ void LMOutputAudioGraph::setDataBuffer(std::shared_ptr<LMFIFODataBuffer> buffer)
 bool LMOutputAudioGraph::readSample(void* data, int32_t frame) {
   decodeMoreAudioDataToAudioOutput();
   const auto buffer = dataBuffer();
-  return buffer && buffer->readBytes(data, bytesOf(frame)) == bytesOf(frame);
+  const uint64_t count = buffer ? buffer->readBytes(data, bytesOf(frame)) : 0;
+  state_->taken += static_cast<int64_t>(count / kBytesPerFrame);
+  const bool isWhole = buffer && count == bytesOf(frame);
+  if (!isWhole && state_->hasSound) ++state_->underruns;
+  return isWhole;
 }
 
 bool LMOutputAudioGraph::writeSample(const void* data, int32_t frame) {
   if (const auto buffer = dataBuffer()) buffer->appendBytes(data, bytesOf(frame));
+  if (frame > 0) state_->hasSound = true;
   return true;
 }
 
@@ -83,12 +125,25 @@ int32_t LMOutputAudioGraph::bufferFrames() const {
                 : 0;
 }
 
-void LMOutputAudioGraph::clearBuffer() {
-  if (const auto buffer = dataBuffer()) buffer->clear();
+double LMOutputAudioGraph::unheardFrames() const {
+  return state_->position.unheard(graph().now(), [this] { return bufferFrames(); });
 }
+
+void LMOutputAudioGraph::clearBuffer() {
+  state_->hasSound = false;
+  if (const auto buffer = dataBuffer()) buffer->clear();
+  state_->position.forget();
+  graph().flush();
+}
+
+int64_t LMOutputAudioGraph::underruns() const { return state_->underruns; }
 
 void LMOutputAudioGraph::decodeMoreAudioDataToAudioOutput() {
   if (auto* target = delegate()) target->decodeMoreAudioDataToAudioOutput();
+}
+
+void LMOutputAudioGraph::audioOutputForwordSample(double frames) {
+  if (auto* target = delegate()) target->audioOutputForwordSample(frames);
 }
 
 }  // namespace kestrel

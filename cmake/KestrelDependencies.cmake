@@ -14,13 +14,17 @@ pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(HIGHWAY REQUIRED IMPORTED_TARGET libhwy)
 # Discs: their file system and information files.
 pkg_check_modules(DVDREAD REQUIRED IMPORTED_TARGET dvdread)
+# Sound: the tempo of playback; the device, whose library is loaded when it is first needed.
+pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband)
+pkg_check_modules(SDL REQUIRED sdl2)
 # Formatted text.
 pkg_check_modules(FMT REQUIRED IMPORTED_TARGET fmt)
 
 add_library(kestrel_foreign INTERFACE)
 target_link_libraries(kestrel_foreign INTERFACE
   PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::DVDREAD
-  PkgConfig::FMT Threads::Threads)
+  PkgConfig::RUBBERBAND PkgConfig::FMT Threads::Threads ${CMAKE_DL_LIBS})
+target_include_directories(kestrel_foreign SYSTEM INTERFACE ${SDL_INCLUDE_DIRS})
 
 # The command line: option parsing and JSON, both headers only. The tests read JSON too.
 find_package(CLI11 2.1 REQUIRED)

@@ -73,6 +73,8 @@ void LMFFMovie::openMedias(const MediaList& medias) {
 }
 
 void LMFFMovie::close() {
+  pause();
+  flushOperation();  // what it does needs the medias
   setMedias({});
   if (const auto graph = audioOutputGraph()) graph->setDelegate(nullptr);
   setAudioOutputGraph(nullptr);

@@ -10,20 +10,41 @@
 #include <mutex>
 #include <vector>
 
+#include "media/SoundPump.h"
 #include "support/Guarded.h"
 
 namespace kestrel {
 
 struct LMFFMovie::State : LMOutputAudioGraphDelegate {
-  /// The clock's two values, read and written together.
+  /// The clock: its two values, and how they hang together with what is played. Read and written
+  /// together.
   struct Clock {
     int64_t seek_point = 0;  // microseconds
     double decode_samples = 0;
+    double pumped = 0;           // those of decode_samples that went into the playback buffer
+    double pumping = 0;          // those that are being decoded for it, and are not in it yet
+    bool isPumping = false;      // what is read now is for playback
+    bool isPositioning = false;  // a seek's work waits: nothing counts until it is done
+    uint64_t origins = 0;        // how often the origin was set
+
+    void setOrigin(int64_t time);
+    void forward(double samples);
+    /// What was pumped will not be played.
+    void forgetPumped();
   };
 
   explicit State(LMFFMovie& owner) : movie(owner) {}
 
-  void decodeMoreAudioDataToAudioOutput() override { movie.decodeMoreAudioDataToAudioOutput(); }
+  void decodeMoreAudioDataToAudioOutput() override;
+  void audioOutputForwordSample(double frames) override { movie.forwardAudioDecodeTime(frames); }
+
+  /// Where the next sound is read, microseconds: ahead of the clock by what has not been heard.
+  int64_t readTime() const;
+  /// Has a media that the clock has just entered take over what is played.
+  void playFrom(int64_t time);
+  /// Tops the playback buffer up for some time to come. On the queue.
+  void fillPlaybackBuffer();
+  int32_t soundAtOnce(int32_t frames);
 
   LMFFMovie& movie;
   Guarded<Clock> clock;
@@ -41,6 +62,8 @@ struct LMFFMovie::State : LMOutputAudioGraphDelegate {
   Guarded<std::weak_ptr<LMFFMovieImageProvider>> delegate;
   std::vector<float> scratch;  // one media's sound before it is mixed
   ImageContext imageContext;   // of thumbnails
+  std::atomic<bool> isFillQueued{false};
+  SoundPump pump;
 };
 
 }  // namespace kestrel

@@ -4,7 +4,6 @@
 #include <kestrel/Log.h>
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <memory>
 #include <utility>
@@ -17,10 +16,15 @@ namespace kestrel {
 namespace {
 
 constexpr int kChannels = 2;
-constexpr int32_t kBlockFrames = 2048;  // what one top-up of the playback buffer decodes
 
 /// How far the clock moves where no packet tells the time, in seconds.
 constexpr double kPacketlessStep = 0.02;
+
+/// How long so many samples of the pump's last, microseconds.
+int64_t durationOf(double samples) {
+  return static_cast<int64_t>(static_cast<double>(lm_default_time_base()) * samples /
+                              lm_get_default_audio_format().sample_rate);
+}
 
 bool covers(const LMFFMedia& media, int64_t time) {
   const int64_t start = media.movie_position();
@@ -29,22 +33,45 @@ bool covers(const LMFFMedia& media, int64_t time) {
 
 }  // namespace
 
+void LMFFMovie::State::Clock::setOrigin(int64_t time) {
+  *this = {.seek_point = time, .isPumping = isPumping, .origins = origins + 1};
+}
+
+void LMFFMovie::State::Clock::forward(double samples) {
+  decode_samples += samples;
+  if (isPumping) pumping += samples;
+}
+
+void LMFFMovie::State::Clock::forgetPumped() {
+  decode_samples -= pumped;
+  pumped = 0;
+}
+
+int64_t LMFFMovie::State::readTime() const {
+  return clock.with([](const Clock& now) {
+    return now.seek_point + (now.isPositioning ? 0 : durationOf(now.decode_samples));
+  });
+}
+
 int64_t LMFFMovie::currentTime() const {
-  const auto clock = state_->clock.get();
   const auto graph = audioOutputGraph();
-  const double played = clock.decode_samples - (graph ? graph->bufferFrames() : 0);
-  const double rate = defaultOutputFormat().sample_rate;
-  return clock.seek_point +
-         static_cast<int64_t>(static_cast<double>(lm_default_time_base()) * played / rate);
+  // Under the clock's lock, so that sound that is just written is counted in one place.
+  return state_->clock.with([&](const State::Clock& clock) {
+    if (clock.isPositioning) return clock.seek_point;
+    const double unheard = clock.pumping + (graph ? graph->unheardFrames() : 0);
+    return clock.seek_point + durationOf(clock.decode_samples - unheard);
+  });
 }
 
 void LMFFMovie::setCurrentTime(int64_t time) { seek(time); }
 
 void LMFFMovie::forwardAudioDecodeTime(double samples) {
-  state_->clock.with([samples](auto& clock) { clock.decode_samples += samples; });
+  state_->clock.with([samples](auto& clock) { clock.forward(samples); });
 }
 
-void LMFFMovie::update_current_time_to(int64_t time) { state_->clock.set({time, 0}); }
+void LMFFMovie::update_current_time_to(int64_t time) {
+  state_->clock.with([time](auto& clock) { clock.setOrigin(time); });
+}
 
 void LMFFMovie::updateAudioPacketTime(const std::shared_ptr<LMFFImage>& packet) {
   if (!packet) {
@@ -70,12 +97,18 @@ int64_t LMFFMovie::currentVideoMediaMaxTime() const {
 
 void LMFFMovie::updateCurrentMedias() { updateCurrentMedias(false); }
 
+/// Sound that is read by itself goes by where it is read, which is ahead of the clock while some
+/// waits to be played; everything else by the clock.
 void LMFFMovie::updateCurrentMedias(bool force) {
-  const int64_t time = currentTime();
+  const int64_t heard = currentTime();
+  const int64_t read = state_->readTime();
   for (const auto& media : medias()) {
+    const bool hasPictures = media->hasVideo();
+    const int64_t time = hasPictures || !media->hasAudio() ? heard : read;
     if (!covers(*media, time)) {
       media->setIsCurrentSynced(false);
     } else if (force || !media->isCurrentSynced()) {
+      if (!force && hasPictures && media->hasAudio()) state_->playFrom(time);
       media->seek(time - media->movie_position());
       media->setIsCurrentSynced(true);
     }
@@ -83,14 +116,24 @@ void LMFFMovie::updateCurrentMedias(bool force) {
 }
 
 void LMFFMovie::seek(int64_t time) {
-  update_current_time_to(time);
   const auto queue = decodeQueue();
+  const uint64_t origin = state_->clock.with([&](auto& clock) {
+    clock.setOrigin(time);
+    clock.isPositioning = queue != nullptr;
+    return clock.origins;
+  });
   if (!queue) return;
-  queue->addOperation([this, graph = audioOutputGraph(), time] {
-    if (state_->clock.get().seek_point != time) return;  // a later seek has replaced this one
+  queue->addOperation([this, graph = audioOutputGraph(), origin] {
+    // A later seek may have replaced this one.
+    if (state_->clock.with([](const auto& clock) { return clock.origins; }) != origin) return;
     if (graph) graph->clearBuffer();
+    state_->clock.with([](auto& clock) {
+      clock.forgetPumped();
+      clock.isPositioning = false;
+    });
     updateCurrentMedias(true);
     if (const auto text = subtitle()) text->seek(0);
+    if (state_->pump.isRunning()) state_->fillPlaybackBuffer();
   });
 }
 
@@ -99,39 +142,6 @@ void LMFFMovie::flushOperation() {
 }
 
 bool LMFFMovie::forward() { return true; }
-
-void LMFFMovie::play() {
-  if (const auto graph = audioOutputGraph()) graph->start();
-}
-
-void LMFFMovie::pause() {
-  if (const auto graph = audioOutputGraph()) graph->stop();
-}
-
-void LMFFMovie::stop() { pause(); }
-
-bool LMFFMovie::isPlay() const {
-  const auto graph = audioOutputGraph();
-  return graph && graph->isStart();
-}
-
-void LMFFMovie::setRate(float rate) {
-  if (const auto graph = audioOutputGraph()) graph->setRate(rate);
-}
-
-float LMFFMovie::rate() const {
-  const auto graph = audioOutputGraph();
-  return graph ? graph->rate() : 0;
-}
-
-double LMFFMovie::playVolume() const {
-  const auto graph = audioOutputGraph();
-  return graph ? static_cast<double>(graph->volume()) : 0;
-}
-
-void LMFFMovie::setPlayVolume(double volume) {
-  if (const auto graph = audioOutputGraph()) graph->setVolume(static_cast<float>(volume));
-}
 
 bool LMFFMovie::readSample(float* data, int32_t frame) {
   updateCurrentMedias();
@@ -156,26 +166,6 @@ std::shared_ptr<LMFFImage> LMFFMovie::readNextAudioPacket() {
   auto packet = media ? media->readNextAudioPacket() : nullptr;
   updateAudioPacketTime(packet);
   return packet;
-}
-
-bool LMFFMovie::decodeAudioToAudioOutput() {
-  if (exportMovie()) return true;
-  std::array<float, static_cast<size_t>(kBlockFrames) * kChannels> block{};
-  readSample(block.data(), kBlockFrames);
-  if (const auto graph = audioOutputGraph())
-    graph->streamWriteSample(0, block.data(), kBlockFrames);
-  return true;
-}
-
-void LMFFMovie::decodeMoreAudioDataToAudioOutputHelper() {
-  const auto graph = audioOutputGraph();
-  if (graph && graph->bufferFrames() >= kBlockFrames) return;
-  decodeAudioToAudioOutput();
-}
-
-void LMFFMovie::decodeMoreAudioDataToAudioOutput() {
-  if (const auto queue = decodeQueue())
-    queue->addOperation([this] { decodeMoreAudioDataToAudioOutputHelper(); });
 }
 
 }  // namespace kestrel

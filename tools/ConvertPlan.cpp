@@ -410,3 +410,9 @@ Rational realFrameRate(const AVStream& stream) {
 ConvertPlan planConversion(const ConvertSettings& settings, const LMMediaSource& input) {
   return Planner(settings, input).plan();
 }
+
+AudioChoice chooseAudio(const std::string& wanted, const AVFormatContext& input) {
+  IndexSet streams = findAudios(input);
+  IndexSet tracks = chooseTracks(wanted, input, streams);
+  return {.streams = std::move(streams), .tracks = std::move(tracks)};
+}

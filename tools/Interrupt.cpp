@@ -20,6 +20,7 @@ namespace {
 constexpr timespec kGrace{0, 700'000'000};
 
 std::atomic<bool> isInterrupted{false};
+std::atomic<void (*)()> forcedEndAction{nullptr};
 
 struct DoomedFiles {
   std::mutex lock;
@@ -58,6 +59,7 @@ void say(std::string_view text) {
   auto& files = doomedFiles();
   const std::lock_guard guard(files.lock);
   for (const std::string& path : files.paths) unlink(path.c_str());
+  if (auto* const action = forcedEndAction.load()) action();
   reportInterrupt();
   _exit(kInterrupted);
 }
@@ -98,3 +100,5 @@ void keepOnInterrupt(const std::string& path) {
   const std::lock_guard guard(files.lock);
   files.paths.erase(path);
 }
+
+void onForcedEnd(void (*action)()) { forcedEndAction = action; }

@@ -19,3 +19,7 @@ void reportInterrupt();
 /// A file that must not stay behind when the program is ended, from now until `keepOnInterrupt`.
 void removeOnInterrupt(const std::string& path);
 void keepOnInterrupt(const std::string& path);
+
+/// What else has to happen when the program is ended from here, such as putting a terminal back; it
+/// runs on a thread of its own while the others go on. The last one set counts.
+void onForcedEnd(void (*action)());

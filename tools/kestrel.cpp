@@ -27,6 +27,7 @@
 #include "InfoCommand.h"
 #include "Interrupt.h"
 #include "JoinCommand.h"
+#include "PlayCommand.h"
 #include "StandardOutput.h"
 #include "Text.h"
 #include "ThumbCommand.h"
@@ -117,6 +118,7 @@ Run chosenRun(CLI::App& app, int argc, char** argv) {
   addJoinCommand(app, run);
   addWaveCommand(app, run);
   addDvdCommand(app, run);
+  addPlayCommand(app, run);
   addEffectsCommand(app, run);
   addDemoCommand(app, run);
   for (auto* verb : app.get_subcommands([](const CLI::App*) { return true; })) verb->group("Verbs");

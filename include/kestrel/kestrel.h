@@ -4,6 +4,8 @@
 
 #include <kestrel/ArrayFilter.h>
 #include <kestrel/AttributedString.h>
+#include <kestrel/AudioDevice.h>
+#include <kestrel/AudioGraph.h>
 #include <kestrel/BitmapContext.h>
 #include <kestrel/BitmapFile.h>
 #include <kestrel/BitmapImage.h>
@@ -23,6 +25,7 @@
 #include <kestrel/IndexSet.h>
 #include <kestrel/KeyedArchiver.h>
 #include <kestrel/KeyedUnarchiver.h>
+#include <kestrel/LMAudioGraph.h>
 #include <kestrel/LMCustomSource.h>
 #include <kestrel/LMDVD.h>
 #include <kestrel/LMDVDFile.h>

@@ -43,11 +43,18 @@ class Feeder : public LMOutputAudioGraphDelegate {
 
 class LMOutputAudioGraphTest : public testing::Test {
  protected:
+  LMOutputAudioGraphTest() { graph_.graph().setDevice(device_); }
+
   void queueBytes(size_t count) {
     const std::vector<uint8_t> bytes(count, 1);
     graph_.dataBuffer()->appendBytes(bytes.data(), bytes.size());
   }
 
+  void write(const std::vector<float>& sound) {
+    graph_.writeSample(sound.data(), static_cast<int32_t>(sound.size() / 2));
+  }
+
+  std::shared_ptr<PulledAudioDevice> device_ = std::make_shared<PulledAudioDevice>();
   LMOutputAudioGraph graph_;
 };
 
@@ -176,6 +183,163 @@ TEST_F(LMOutputAudioGraphTest, RequestForMoreIsForwarded) {
   graph_.decodeMoreAudioDataToAudioOutput();
   EXPECT_EQ(feeder.asked, 1);
   EXPECT_EQ(graph_.bufferFrames(), 100);
+}
+
+TEST_F(LMOutputAudioGraphTest, ForwardedSamplesReachTheDelegate) {
+  struct Listener : LMOutputAudioGraphDelegate {
+    void decodeMoreAudioDataToAudioOutput() override {}
+    void audioOutputForwordSample(double count) override { frames += count; }
+    double frames = 0;
+  };
+  graph_.audioOutputForwordSample(1);  // to nobody
+  Listener listener;
+  graph_.setDelegate(&listener);
+  graph_.audioOutputForwordSample(2048.5);
+  EXPECT_EQ(listener.frames, 2048.5);
+  Feeder feeder(graph_, 0);
+  graph_.audioOutputForwordSample(1);  // to one whom it does not concern
+}
+
+// The device.
+
+TEST_F(LMOutputAudioGraphTest, StartedGraphPlaysTheQueue) {
+  const auto sound = counting(2000);
+  write(sound);
+  graph_.start();
+  EXPECT_EQ(device_->pull(1000), std::vector<float>(sound.begin(), sound.begin() + 2000));
+  EXPECT_EQ(device_->pull(1000), std::vector<float>(sound.begin() + 2000, sound.end()));
+  EXPECT_EQ(graph_.bufferFrames(), 0);
+}
+
+TEST_F(LMOutputAudioGraphTest, RateAndVolumeAreThoseOfTheUnits) {
+  graph_.setVolume(0.5F);
+  write(std::vector<float>(2000, 0.5F));
+  graph_.start();
+  EXPECT_THAT(device_->pull(1000), Each(0.25F));
+  EXPECT_EQ(device_->format(), (AudioDevice::Format{44100, 2}));
+}
+
+TEST_F(LMOutputAudioGraphTest, StoppedGraphLosesAndRepeatsNothing) {
+  const auto sound = counting(3000);
+  write(sound);
+  std::vector<float> played;
+  for (int i = 0; i < 6; ++i) {
+    graph_.start();
+    const auto piece = device_->pull(500);
+    played.insert(played.end(), piece.begin(), piece.end());
+    graph_.stop();
+    EXPECT_THAT(device_->pull(100), Each(0.0F));
+  }
+  EXPECT_EQ(played, sound);
+  EXPECT_EQ(graph_.underruns(), 0);
+}
+
+TEST_F(LMOutputAudioGraphTest, ShortCycleIsSilentAsAWholeAndCounted) {
+  write(counting(300, 1));
+  graph_.start();
+  device_->pull(200);
+  EXPECT_THAT(device_->pull(200), Each(0.0F));  // there were 100
+  EXPECT_EQ(graph_.underruns(), 1);
+  device_->pull(200);
+  EXPECT_EQ(graph_.underruns(), 2);
+  const auto more = counting(200, 1);
+  write(more);
+  EXPECT_EQ(device_->pull(200), more);
+  EXPECT_EQ(graph_.underruns(), 2);
+}
+
+TEST_F(LMOutputAudioGraphTest, WaitingForTheFirstSoundIsNoUnderrun) {
+  graph_.start();
+  device_->pull(512);
+  EXPECT_EQ(graph_.underruns(), 0);
+  write(counting(512, 1));
+  device_->pull(512);
+  graph_.clearBuffer();
+  device_->pull(512);
+  EXPECT_EQ(graph_.underruns(), 0);
+}
+
+TEST_F(LMOutputAudioGraphTest, EachCycleAsksForMore) {
+  Feeder feeder(graph_, 2);
+  graph_.start();
+  device_->pull(100);
+  EXPECT_EQ(feeder.asked, 1);
+  graph_.stop();
+}
+
+// What has been heard.
+
+TEST_F(LMOutputAudioGraphTest, UnheardIsWhatIsQueuedUntilItIsPlayed) {
+  write(counting(1000));
+  EXPECT_EQ(graph_.unheardFrames(), 1000);
+  std::vector<float> byHand(2 * 100);
+  graph_.readSample(byHand.data(), 100);
+  EXPECT_EQ(graph_.unheardFrames(), 900);
+  graph_.start();
+  device_->pull(400);
+  EXPECT_EQ(graph_.unheardFrames(), 500);
+}
+
+TEST_F(LMOutputAudioGraphTest, UnheardCountsWhatIsOnItsWay) {
+  graph_.setRate(2);
+  graph_.start();
+  double heard = 0;
+  int64_t written = 0;
+  for (int i = 0; i < 200; ++i) {
+    while (graph_.bufferFrames() < 4096) {
+      write(counting(1024));
+      written += 1024;
+    }
+    device_->pull(512);
+    const double now = static_cast<double>(written) - graph_.unheardFrames();
+    EXPECT_GE(now, heard);
+    if (i > 20) {
+      EXPECT_NEAR(now - heard, 1024, 300);  // the window moves in steps
+    }
+    heard = now;
+  }
+  EXPECT_GT(graph_.unheardFrames(), graph_.bufferFrames());
+}
+
+TEST_F(LMOutputAudioGraphTest, UnderrunDoesNotMoveWhatIsHeard) {
+  write(counting(1024));
+  graph_.start();
+  device_->pull(1024);
+  EXPECT_EQ(graph_.unheardFrames(), 0);
+  device_->pull(2048);  // silence
+  EXPECT_EQ(graph_.unheardFrames(), 0);
+  write(counting(1000));
+  device_->pull(512);
+  EXPECT_EQ(graph_.unheardFrames(), 488);
+  device_->pull(512);  // the rest is lost
+  EXPECT_EQ(graph_.unheardFrames(), 0);
+}
+
+TEST_F(LMOutputAudioGraphTest, UnderrunInAnotherTempoDoesNotEither) {
+  graph_.setRate(1.5F);
+  graph_.start();
+  for (int i = 0; i < 40; ++i) {
+    write(counting(1024));
+    device_->pull(512);
+  }
+  while (graph_.bufferFrames() > 0) device_->pull(512);
+  for (int i = 0; i < 40; ++i) device_->pull(512);
+  EXPECT_EQ(graph_.unheardFrames(), 0);  // all has been heard, with silence behind it
+}
+
+TEST_F(LMOutputAudioGraphTest, NothingIsUnheardOnceCleared) {
+  graph_.setRate(0.5F);
+  graph_.start();
+  for (int i = 0; i < 40; ++i) {
+    write(counting(512));
+    device_->pull(512);
+  }
+  EXPECT_GT(graph_.unheardFrames(), 0);
+  graph_.clearBuffer();
+  EXPECT_EQ(graph_.unheardFrames(), 0);
+  write(counting(2000));
+  device_->pull(512);
+  EXPECT_NEAR(graph_.unheardFrames(), 2000 - 512, 1);  // it begins at its own tempo
 }
 
 // Two threads.

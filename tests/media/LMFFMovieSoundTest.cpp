@@ -217,6 +217,7 @@ TEST_F(LMFFMovieSound, ExportedMovieLeavesThePlaybackBufferUntouched) {
 TEST_F(LMFFMovieSound, PlaybackIsTheGraphs) {
   movie_.openMedias({toneFrom(0)});
   const auto graph = movie_.audioOutputGraph();
+  graph->graph().setDevice(std::make_shared<PulledAudioDevice>());
   EXPECT_FALSE(movie_.isPlay());
   movie_.play();
   EXPECT_TRUE(movie_.isPlay() && graph->isStart());

@@ -1,50 +1,17 @@
-// Counts what rendering allocates. It has a program of its own because it replaces the allocation
-// functions of the whole program.
+// What rendering allocates.
 
 #include <gtest/gtest.h>
 #include <kestrel/FilterRegistry.h>
 #include <kestrel/ImageContext.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <vector>
 
-namespace {
-
-std::atomic<int> allocations = 0;
-
-void* counted(size_t size, size_t alignment) {
-  ++allocations;
-  const size_t rounded = (size + alignment - 1) / alignment * alignment;
-  if (void* memory = std::aligned_alloc(alignment, rounded)) return memory;
-  throw std::bad_alloc();
-}
-
-/// Not inlined: the compiler would take the calls of a pair for a mix-up.
-[[gnu::noinline]] void release(void* memory) noexcept { std::free(memory); }
-
-}  // namespace
-
-void* operator new(size_t size) { return counted(size, alignof(std::max_align_t)); }
-void* operator new[](size_t size) { return counted(size, alignof(std::max_align_t)); }
-void* operator new(size_t size, std::align_val_t alignment) {
-  return counted(size, static_cast<size_t>(alignment));
-}
-void* operator new[](size_t size, std::align_val_t alignment) {
-  return counted(size, static_cast<size_t>(alignment));
-}
-void operator delete(void* memory) noexcept { release(memory); }
-void operator delete[](void* memory) noexcept { release(memory); }
-void operator delete(void* memory, size_t) noexcept { release(memory); }
-void operator delete[](void* memory, size_t) noexcept { release(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { release(memory); }
-void operator delete[](void* memory, std::align_val_t) noexcept { release(memory); }
-void operator delete(void* memory, size_t, std::align_val_t) noexcept { release(memory); }
-void operator delete[](void* memory, size_t, std::align_val_t) noexcept { release(memory); }
+#include "tests/memory/Allocations.h"
 
 namespace kestrel {
 namespace {
+
+using test::allocations;
 
 using ImagePointer = std::shared_ptr<const Image>;
 

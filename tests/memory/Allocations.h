@@ -1,0 +1,11 @@
+#pragma once
+
+#include <atomic>
+
+namespace kestrel::test {
+
+/// How often memory was allocated by `new`, by whichever thread. These tests have a program of
+/// their own because it replaces the allocation functions of the whole program.
+extern std::atomic<int> allocations;
+
+}  // namespace kestrel::test
