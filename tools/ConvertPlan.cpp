@@ -222,7 +222,7 @@ class Planner {
 
   void chooseStreams() {
     plan_.videoIndex = findVideo(input_);
-    plan_.audioIndexes = findAudios(input_);
+    plan_.audioIndexes = chosenAudios(settings_.audioTracks, source_);
     const bool hasVideo = plan_.videoIndex.has_value();
     if (!hasVideo && plan_.audioIndexes.empty())
       throw Failure{kFailed, fmt::format("'{}' has no picture and no sound that can be decoded",
@@ -233,7 +233,8 @@ class Planner {
         actionFor(settings_.audioCodec, !plan_.audioIndexes.empty(), defaultAudioCodec(container_));
     if (plan_.video == StreamAction::kNone) plan_.videoIndex.reset();
     if (plan_.audio == StreamAction::kNone) plan_.audioIndexes.clear();
-    chooseAudio();
+    for (uint32_t track = 0; track < plan_.audioIndexes.size(); ++track)
+      plan_.audioTracks.insert(track);
     if (plan_.audio == StreamAction::kCopy && plan_.audioTracks.size() > 1)
       throw wrongUsage("only one audio track can be copied at a time");
     if (plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone)
@@ -246,18 +247,6 @@ class Planner {
         throw Failure{kFailed,
                       fmt::format("cannot convert '{}': its video has no size", settings_.input)};
     }
-  }
-
-  /// Keeps the chosen streams alone; the tracks are then counted among these.
-  void chooseAudio() {
-    const auto order = inUsersOrder(source_, plan_.audioIndexes);
-    IndexSet chosen;
-    for (const uint32_t track : chooseTracks(settings_.audioTracks, input_, order))
-      chosen.insert(order[track]);
-    if (order.empty()) plan_.audio = StreamAction::kNone;
-    plan_.audioIndexes = std::move(chosen);
-    for (uint32_t track = 0; track < plan_.audioIndexes.size(); ++track)
-      plan_.audioTracks.insert(track);
   }
 
   /// The span of the chosen chapters.
@@ -411,8 +400,10 @@ ConvertPlan planConversion(const ConvertSettings& settings, const LMMediaSource&
   return Planner(settings, input).plan();
 }
 
-AudioChoice chooseAudio(const std::string& wanted, const AVFormatContext& input) {
-  IndexSet streams = findAudios(input);
-  IndexSet tracks = chooseTracks(wanted, input, streams);
-  return {.streams = std::move(streams), .tracks = std::move(tracks)};
+IndexSet chosenAudios(const std::string& wanted, const LMMediaSource& source) {
+  const AVFormatContext& input = *source.formatContext();
+  const auto order = inUsersOrder(source, findAudios(input));
+  IndexSet chosen;
+  for (const uint32_t track : chooseTracks(wanted, input, order)) chosen.insert(order[track]);
+  return chosen;
 }

@@ -51,12 +51,7 @@ ConvertPlan planConversion(const ConvertSettings& settings, const kestrel::LMMed
 /// counts fields or clock ticks instead of pictures.
 kestrel::Rational realFrameRate(const AVStream& stream);
 
-/// The sound of an input that a user wants.
-struct AudioChoice {
-  kestrel::IndexSet streams;  ///< container indexes of all audio streams
-  kestrel::IndexSet tracks;   ///< the chosen ones, counted among the audio streams
-};
-
-/// The tracks that `wanted` names: numbers from 0, "all", a language, or "" for the usual one.
-/// Throws `Failure` for one that is not there.
-AudioChoice chooseAudio(const std::string& wanted, const AVFormatContext& input);
+/// The container indexes of the audio streams that `wanted` names: numbers from 0 in the order in
+/// which users count them, "all", a language, or "" for the usual one. Throws `Failure` for one that
+/// is not there.
+kestrel::IndexSet chosenAudios(const std::string& wanted, const kestrel::LMMediaSource& source);

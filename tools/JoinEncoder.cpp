@@ -198,7 +198,7 @@ class JoinEncoder {
         parts_(parts),
         progress_(settings.progress, length),
         format_(formatOf(settings, parts.front())),
-        plan_(planConversion(format_, *parts.front().source->formatContext())),
+        plan_(planConversion(format_, *parts.front().source)),
         rate_(plan_.video == StreamAction::kEncode ? plan_.rate : kSoundAlone) {}
 
   void run(const std::string& path) {

@@ -59,6 +59,7 @@ struct Typed {
   std::string input;
   std::string start;
   std::string audioTracks;
+  std::string title;
   double rate = 1;
   double volume = 1;
   bool picture = false;
@@ -92,12 +93,13 @@ class Player {
 
  private:
   void open() {
-    source_ = openInput(typed_.input);
+    source_ = openInput(typed_.input, typed_.title);
     const AVFormatContext& input = *source_->formatContext();
-    const AudioChoice audio = chooseAudio(typed_.audioTracks, input);
+    IndexSet streams = chosenAudios(typed_.audioTracks, *source_);
+    IndexSet tracks;
+    for (uint32_t track = 0; track < streams.size(); ++track) tracks.insert(track);
     const int best =
         av_find_best_stream(source_->formatContext(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    IndexSet streams = audio.streams;
     // Without sound it is the pictures that say how long the movie is.
     if (best >= 0 && (typed_.picture || streams.empty()))
       streams.insert(static_cast<uint32_t>(best));
@@ -105,7 +107,7 @@ class Player {
       throw Failure{kFailed, fmt::format("'{}' has no pictures", typed_.input)};
     if (best >= 0) pictures_ = input.streams[best];
     if (!streams.empty()) movie_.openMedias(source_->createMediasWithStreams(streams));
-    movie_.setSelectAudioStreams(audio.tracks);
+    movie_.setSelectAudioStreams(tracks);
     if (!movie_.hasAudio() && !movie_.hasVideo())
       throw Failure{kFailed, fmt::format("cannot play '{}': none of its streams can be decoded",
                                          typed_.input)};
@@ -319,6 +321,8 @@ void addPlayCommand(CLI::App& app, Run& run) {
   const auto typed = std::make_shared<Typed>();
   CLI::App* verb = app.add_subcommand("play", "Play a movie's sound");
   verb->add_option("input", typed->input, "the movie to play")->required()->type_name("FILE");
+  verb->add_option("--title", typed->title, "of a disc: a number (see 'kestrel dvd') or 'main'")
+      ->type_name("N");
   verb->add_option("--start", typed->start, "where to begin (default: 0)")->type_name("TIME");
   verb->add_option("--rate", typed->rate,
                    "factor on the tempo, from 0.25 to 4; the pitch stays (default: 1)")
