@@ -81,6 +81,12 @@ void OverLayer::render(Worker& worker, const IntRect& rect, const Tile& out) con
     renderBehind({shared.x1, shared.y0, rect.x1, shared.y1});
     return front_.render(worker, shared, tileAt(shared));
   }
+  if (behind_.color() && shared == rect && behind_.bounds().contains(rect)) {
+    front_.render(worker, rect, out);
+    for (int y = 0; y < rect.height(); ++y)
+      kernels::layOverColor(out.row(y), widthOf(rect), behind_.color());
+    return;
+  }
   renderBehind(rect);
   const ArenaScope scope(worker.memory);
   const Tile above = makeTile(worker.memory, shared);

@@ -16,6 +16,7 @@ class ColorLayer final : public Layer {
 
   void render(Worker& worker, const IntRect& rect, const Tile& out) const override;
   bool isOpaque(const IntRect& /*rect*/) const override { return color_[3] == 1; }
+  const float* color() const override { return color_; }
 
  private:
   float color_[4];

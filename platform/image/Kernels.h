@@ -69,6 +69,7 @@ struct RowTaps {
   const int16_t* weights;
   size_t pairStride;
   int pairs;
+  bool isOpaque;  ///< of all that is resampled, the same below
 };
 
 /// `matrix`, where not null, is applied to the result: 16 floats, what r, g, b and a each
@@ -92,6 +93,7 @@ struct AffineLine {
   float u, v, du, dv;
   float minU, maxU, minV, maxV;
   float spanU, spanV;
+  bool isOpaque;
 };
 
 /// At most `kMaxAffinePixels` at a time.
@@ -108,6 +110,9 @@ void scalePixels(float* pixels, size_t count, const float* factors);
 
 /// Lays `front` over `pixels`, in place.
 void layOver(float* pixels, const float* front, size_t count);
+
+/// Lays `pixels` over one colour, in place.
+void layOverColor(float* pixels, size_t count, const float* color);
 
 /// Multiplies pixel i by the alpha of mask[4 i …], in place.
 void keepInside(float* pixels, const float* mask, size_t count);

@@ -51,6 +51,9 @@ class Layer {
   /// True when squares are cheaper to compute than rows of full width.
   virtual bool prefersBlocks() const { return false; }
 
+  /// The one colour that it has everywhere, four values, else null.
+  virtual const float* color() const { return nullptr; }
+
   /// This layer where all it does is to show pixels of a raster in their own colours, else null.
   virtual const CopyLayer* asPlainCopy() const { return nullptr; }
 

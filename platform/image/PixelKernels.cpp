@@ -61,6 +61,14 @@ void layOverNow(float* pixels, const float* front, size_t count) {
   });
 }
 
+void layOverColorNow(float* pixels, size_t count, const float* color) {
+  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
+    const auto above = hn::LoadU(d, pixels + i);
+    const auto rest = hn::Sub(hn::Set(d, 1.0f), hn::Broadcast<3>(above));
+    hn::StoreU(hn::MulAdd(hn::LoadDup128(d, color), rest, above), d, pixels + i);
+  });
+}
+
 void keepInsideNow(float* pixels, const float* mask, size_t count) {
   forPixels(count, [&](auto d, size_t i) HWY_ATTR {
     const auto kept = hn::Broadcast<3>(hn::LoadU(d, mask + i));
@@ -230,6 +238,7 @@ namespace kestrel::kernels {
 
 HWY_EXPORT(scalePixelsNow);
 HWY_EXPORT(layOverNow);
+HWY_EXPORT(layOverColorNow);
 HWY_EXPORT(keepInsideNow);
 HWY_EXPORT(fillPixelsNow);
 HWY_EXPORT(packRgbaNow);
@@ -262,6 +271,10 @@ void scalePixels(float* pixels, size_t count, const float* factors) {
 
 void layOver(float* pixels, const float* front, size_t count) {
   HWY_DYNAMIC_DISPATCH(layOverNow)(pixels, front, count);
+}
+
+void layOverColor(float* pixels, size_t count, const float* color) {
+  HWY_DYNAMIC_DISPATCH(layOverColorNow)(pixels, count, color);
 }
 
 void keepInside(float* pixels, const float* mask, size_t count) {

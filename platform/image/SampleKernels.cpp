@@ -7,6 +7,8 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include <type_traits>
+
 #include "platform/image/Kernels.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -71,22 +73,37 @@ HWY_INLINE void storeFirst(VF pixels, float* out) {
   __builtin_memcpy(out, values, 4 * sizeof(float));
 }
 
+/// What is done with the colours of resampled pixels.
+enum class Colors { kKept, kMapped, kMappedOpaque };
+
 /// The matrix times each pixel of the vector, and the limits.
-template <typename D>
+template <Colors kColors, typename D>
 HWY_INLINE hn::Vec<D> mapped(D d, hn::Vec<D> v, const float* matrix) {
-  hn::Vec<D> sum = hn::Mul(hn::Broadcast<3>(v), hn::LoadDup128(d, matrix + 12));
+  if constexpr (kColors == Colors::kKept) return v;
+  constexpr bool kIsOpaque = kColors == Colors::kMappedOpaque;
+  hn::Vec<D> sum = hn::LoadDup128(d, matrix + 12);
+  if constexpr (!kIsOpaque) sum = hn::Mul(hn::Broadcast<3>(v), sum);
   sum = hn::MulAdd(hn::Broadcast<0>(v), hn::LoadDup128(d, matrix), sum);
   sum = hn::MulAdd(hn::Broadcast<1>(v), hn::LoadDup128(d, matrix + 4), sum);
   sum = hn::MulAdd(hn::Broadcast<2>(v), hn::LoadDup128(d, matrix + 8), sum);
   sum = hn::Min(sum, hn::Set(d, 1.0f));
-  return hn::Max(hn::Min(sum, hn::Broadcast<3>(sum)), hn::Zero(d));
+  if constexpr (!kIsOpaque) sum = hn::Min(sum, hn::Broadcast<3>(sum));
+  return hn::Max(sum, hn::Zero(d));
+}
+
+/// Calls `run` with what there is to do with colours, as a type.
+template <typename Run>
+void withColors(const float* matrix, bool isOpaque, const Run& run) {
+  if (!matrix) return run(std::integral_constant<Colors, Colors::kKept>());
+  if (isOpaque) return run(std::integral_constant<Colors, Colors::kMappedOpaque>());
+  run(std::integral_constant<Colors, Colors::kMapped>());
 }
 
 constexpr float kScale = 1.0f / kOne;
 constexpr float kWeightedScale = 1.0f / (static_cast<float>(kOne) * kWeightOne);
 
 /// `kPairs` is the number of pairs, or 0 for any.
-template <int kPairs, bool kMatrix>
+template <int kPairs, Colors kColors>
 void resampleRowBy(const int16_t* row, const RowTaps& taps, size_t pixels, const float* matrix,
                    float* HWY_RESTRICT out) {
   const int pairs = kPairs > 0 ? kPairs : taps.pairs;
@@ -97,8 +114,7 @@ void resampleRowBy(const int16_t* row, const RowTaps& taps, size_t pixels, const
       sum = addPairs(kD32, pairUp(kD16, loadPairs(row, first, 2 * p)),
                      hn::LoadU(kD16, weights + p * taps.pairStride), sum);
     const VF pixel = hn::Mul(hn::ConvertTo(kDF, sum), scale);
-    if constexpr (kMatrix) return mapped(kDF, pixel, matrix);
-    return pixel;
+    return mapped<kColors>(kDF, pixel, matrix);
   };
   const size_t step = pixelsPerVector();
   size_t i = 0;
@@ -109,23 +125,24 @@ void resampleRowBy(const int16_t* row, const RowTaps& taps, size_t pixels, const
   storeFirst(sumAt(last, taps.weights + 8 * i), out + 4 * i);
 }
 
-template <bool kMatrix>
+template <Colors kColors>
 void resampleRowAny(const int16_t* row, const RowTaps& taps, size_t pixels, const float* matrix,
                     float* out) {
   switch (taps.pairs) {
     case 1:
-      return resampleRowBy<1, kMatrix>(row, taps, pixels, matrix, out);
+      return resampleRowBy<1, kColors>(row, taps, pixels, matrix, out);
     case 2:
-      return resampleRowBy<2, kMatrix>(row, taps, pixels, matrix, out);
+      return resampleRowBy<2, kColors>(row, taps, pixels, matrix, out);
     default:
-      return resampleRowBy<0, kMatrix>(row, taps, pixels, matrix, out);
+      return resampleRowBy<0, kColors>(row, taps, pixels, matrix, out);
   }
 }
 
 void resampleRowNow(const int16_t* row, const RowTaps& taps, size_t pixels, const float* matrix,
                     float* out) {
-  if (matrix) return resampleRowAny<true>(row, taps, pixels, matrix, out);
-  resampleRowAny<false>(row, taps, pixels, matrix, out);
+  withColors(matrix, taps.isOpaque, [&](auto colors) {
+    resampleRowAny<decltype(colors)::value>(row, taps, pixels, matrix, out);
+  });
 }
 
 /// Calls `step(d, i)` for as many pixels at a time as a vector holds, then for each of the rest;
@@ -138,24 +155,23 @@ HWY_INLINE void forPixels(size_t count, const Step& step) {
   for (; i < 4 * count; i += 4) step(hn::FixedTag<float, 4>(), i);
 }
 
-template <bool kMatrix>
+template <Colors kColors>
 void widenRowBy(const int16_t* row, size_t pixels, const float* matrix, float* out) {
   forPixels(pixels, [&](auto d, size_t i) HWY_ATTR {
     const hn::Rebind<int32_t, decltype(d)> d32;
     const hn::Rebind<int16_t, decltype(d)> d16;
     const auto value = hn::ConvertTo(d, hn::PromoteTo(d32, hn::LoadU(d16, row + i)));
-    auto pixel = hn::Mul(value, hn::Set(d, kScale));
-    if constexpr (kMatrix) pixel = mapped(d, pixel, matrix);
-    hn::StoreU(pixel, d, out + i);
+    const auto pixel = hn::Mul(value, hn::Set(d, kScale));
+    hn::StoreU(mapped<kColors>(d, pixel, matrix), d, out + i);
   });
 }
 
 void widenRowNow(const int16_t* row, size_t pixels, const float* matrix, float* out) {
-  if (matrix) return widenRowBy<true>(row, pixels, matrix, out);
-  widenRowBy<false>(row, pixels, matrix, out);
+  if (matrix) return widenRowBy<Colors::kMapped>(row, pixels, matrix, out);
+  widenRowBy<Colors::kKept>(row, pixels, matrix, out);
 }
 
-template <bool kMatrix>
+template <Colors kColors>
 void widenOpaqueBy(const uint8_t* row, size_t pixels, const float* matrix,
                    float* HWY_RESTRICT out) {
   forPixels(pixels, [&](auto d, size_t i) HWY_ATTR {
@@ -165,20 +181,19 @@ void widenOpaqueBy(const uint8_t* row, size_t pixels, const float* matrix,
     const auto bytes = hn::PromoteTo(d32, hn::LoadU(d8, row + i));
     const auto opaque = hn::Or(
         bytes, hn::BitCast(d32, hn::LoadDup128(hn::Rebind<uint32_t, decltype(d)>(), kAlpha)));
-    auto pixel = hn::Mul(hn::ConvertTo(d, opaque), hn::Set(d, 1.0f / 255));
-    if constexpr (kMatrix) pixel = mapped(d, pixel, matrix);
-    hn::StoreU(pixel, d, out + i);
+    const auto pixel = hn::Mul(hn::ConvertTo(d, opaque), hn::Set(d, 1.0f / 255));
+    hn::StoreU(mapped<kColors>(d, pixel, matrix), d, out + i);
   });
 }
 
 void widenOpaqueNow(const uint8_t* row, size_t pixels, const float* matrix, float* out) {
-  if (matrix) return widenOpaqueBy<true>(row, pixels, matrix, out);
-  widenOpaqueBy<false>(row, pixels, matrix, out);
+  if (matrix) return widenOpaqueBy<Colors::kMappedOpaque>(row, pixels, matrix, out);
+  widenOpaqueBy<Colors::kKept>(row, pixels, matrix, out);
 }
 
 void mapPixelsNow(float* pixels, size_t count, const float* matrix) {
   forPixels(count, [&](auto d, size_t i) HWY_ATTR {
-    hn::StoreU(mapped(d, hn::LoadU(d, pixels + i), matrix), d, pixels + i);
+    hn::StoreU(mapped<Colors::kMapped>(d, hn::LoadU(d, pixels + i), matrix), d, pixels + i);
   });
 }
 
@@ -309,7 +324,7 @@ HWY_INLINE V32 footprints(const int16_t* tile, ptrdiff_t stride, const LinePlan&
 #endif
 }
 
-template <bool kWide, bool kMatrix>
+template <bool kWide, Colors kColors>
 void resampleLineBy(const AffineLine& line, size_t pixels, const float* matrix,
                     float* HWY_RESTRICT out) {
   LinePlan plan;
@@ -319,8 +334,7 @@ void resampleLineBy(const AffineLine& line, size_t pixels, const float* matrix,
   const VF scale = hn::Set(kDF, kWeightedScale);
   const auto at = [&](size_t i) HWY_ATTR {
     const VF pixel = hn::Mul(hn::ConvertTo(kDF, footprints<kWide>(tile, stride, plan, i)), scale);
-    if constexpr (kMatrix) return mapped(kDF, pixel, matrix);
-    return pixel;
+    return mapped<kColors>(kDF, pixel, matrix);
   };
   const size_t step = pixelsPerVector();
   size_t i = 0;
@@ -329,11 +343,13 @@ void resampleLineBy(const AffineLine& line, size_t pixels, const float* matrix,
 }
 
 void resampleLineNow(const AffineLine& line, size_t pixels, const float* matrix, float* out) {
-  const bool isWide = line.spanU > 1 || line.spanV > 1;
-  if (isWide && matrix) return resampleLineBy<true, true>(line, pixels, matrix, out);
-  if (isWide) return resampleLineBy<true, false>(line, pixels, matrix, out);
-  if (matrix) return resampleLineBy<false, true>(line, pixels, matrix, out);
-  resampleLineBy<false, false>(line, pixels, matrix, out);
+  withColors(matrix, line.isOpaque, [&](auto colors) {
+    constexpr Colors kColors = decltype(colors)::value;
+    if (line.spanU > 1 || line.spanV > 1)
+      resampleLineBy<true, kColors>(line, pixels, matrix, out);
+    else
+      resampleLineBy<false, kColors>(line, pixels, matrix, out);
+  });
 }
 
 }  // namespace

@@ -94,7 +94,7 @@ ScaleLayer::ScaleLayer(Arena& arena, const Raster& source, const AxisTaps& acros
       }
     }
   }
-  rowTaps_ = {across.first.data(), weights.data(), stride, pairs};
+  rowTaps_ = {across.first.data(), weights.data(), stride, pairs, source.isOpaque()};
 }
 
 void ScaleLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {

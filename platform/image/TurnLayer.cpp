@@ -72,7 +72,7 @@ bool TurnLayer::isOpaque(const IntRect& rect) const {
 void TurnLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {
   // The tile of the source that a block needs stays small whatever the caller asks for.
   constexpr int kWidth = static_cast<int>(kernels::kMaxAffinePixels);
-  constexpr int kHeight = 64;
+  constexpr int kHeight = 32;
   for (int y = rect.y0; y < rect.y1; y += kHeight) {
     for (int x = rect.x0; x < rect.x1; x += kWidth) {
       const IntRect block = IntRect{x, y, x + kWidth, y + kHeight}.intersect(rect);
@@ -126,13 +126,14 @@ void TurnLayer::renderBlock(Worker& worker, const IntRect& rect, const Tile& out
   line.maxV = std::min(line.maxV, static_cast<float>(tile.height() - kMargin));
   line.spanU = static_cast<float>(source_.spanU);
   line.spanV = static_cast<float>(source_.spanV);
+  line.isOpaque = source->isOpaque();
   for (int y = rect.y0; y < rect.y1; ++y) {
     const Point start = map.apply(Point{rect.x0 + 0.5, y + 0.5});
     line.u = static_cast<float>(start.x - 0.5 - tile.x0);
     line.v = static_cast<float>(start.y - 0.5 - tile.y0);
     float* const row = out.row(y - rect.y0);
     kernels::resampleLine(line, count, matrix_, row);
-    if (isWhole) continue;
+    if (isWhole || isInside({rect.x0, y, rect.x1, y + 1})) continue;
     coverRow(y, rect.x0, count, covered.data());
     kernels::scalePixels(row, count, covered.data());
   }
