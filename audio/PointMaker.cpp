@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace kestrel {
 
@@ -79,8 +80,9 @@ void PointMaker::endStretch() {
   squares_ = 0;
 }
 
-void PointMaker::finish() {
+std::vector<WaveformPoint> PointMaker::finish() {
   if (count_ > 0) endStretch();
+  return std::move(points_);
 }
 
 }  // namespace kestrel

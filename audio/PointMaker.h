@@ -11,15 +11,16 @@ namespace kestrel {
 /// Makes points of samples, stretch by stretch; one channel.
 class PointMaker {
  public:
-  explicit PointMaker(int32_t samplesPerPoint) : samplesPerPoint_(samplesPerPoint) {}
+  /// `expected`: how many points there will be, as far as is known.
+  PointMaker(int32_t samplesPerPoint, size_t expected) : samplesPerPoint_(samplesPerPoint) {
+    points_.reserve(expected);
+  }
 
   /// Counts samples; null counts silence.
   void add(const float* samples, int64_t count);
 
-  /// Ends the stretch that is not full yet, if any.
-  void finish();
-
-  const std::vector<WaveformPoint>& points() const { return points_; }
+  /// Ends the stretch that is not full yet, if any, and hands out all points.
+  std::vector<WaveformPoint> finish();
 
  private:
   void addToStretch(const float* samples, size_t count);

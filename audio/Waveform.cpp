@@ -26,15 +26,20 @@ struct Stop : std::runtime_error {
 };
 
 constexpr size_t kMostPoints = size_t{1} << 27;
-constexpr int64_t kSmallestHole = 100000;  // microseconds
+constexpr double kMostExpectedPoints = 4e6;  // that memory is set aside for
+constexpr int64_t kSmallestHole = 100000;    // microseconds
 
 /// A sound track: its decoder, and where its samples go.
 class TrackReader {
  public:
-  TrackReader(const AVStream& stream, const WaveformSettings& settings, int64_t start)
+  TrackReader(const AVStream& stream, const WaveformSettings& settings,
+              const AVFormatContext& input, int64_t start)
       : stream_(stream), settings_(settings), start_(start) {
     openDecoder();
     rate_ = decoder_->sample_rate;
+    const double seconds = static_cast<double>(std::max<int64_t>(input.duration, 0)) / AV_TIME_BASE;
+    expectedPoints_ = static_cast<size_t>(
+        std::min(seconds * settings.pointsPerSecond * 1.01 + 10, kMostExpectedPoints));
     if (rate_ <= 0) throw Stop("the sound has no sample rate");
   }
 
@@ -91,7 +96,8 @@ class TrackReader {
   void begin(const AVFrame& frame) {
     channels_ = frame.ch_layout.nb_channels;
     rate_ = frame.sample_rate;
-    lanes_.assign(settings_.splitChannels ? channels_ : 1, PointMaker(samplesPerPoint()));
+    for (int32_t lane = 0; lane < (settings_.splitChannels ? channels_ : 1); ++lane)
+      lanes_.emplace_back(samplesPerPoint(), expectedPoints_);
   }
 
   /// Refuses sound whose outline would be too large with `more` samples.
@@ -131,9 +137,9 @@ class TrackReader {
     AVChannelLayout layout{};
     av_channel_layout_default(&layout, frame.ch_layout.nb_channels);
     SwrContext* context = nullptr;
-    const int result = swr_alloc_set_opts2(&context, &layout, AV_SAMPLE_FMT_FLTP, rate_, &layout,
-                                           static_cast<AVSampleFormat>(frame.format), rate_, 0,
-                                           nullptr);
+    const int result =
+        swr_alloc_set_opts2(&context, &layout, AV_SAMPLE_FMT_FLTP, rate_, &layout,
+                            static_cast<AVSampleFormat>(frame.format), rate_, 0, nullptr);
     av_channel_layout_uninit(&layout);
     converter_.reset(context);
     if (result < 0 || swr_init(context) < 0) throw Stop("the sound's format is unknown");
@@ -158,6 +164,7 @@ class TrackReader {
   std::vector<float> converted_;
   std::vector<float*> pointers_;
   std::vector<float> mean_;
+  size_t expectedPoints_ = 0;
   int32_t rate_ = 0;
   int32_t channels_ = 0;
   int64_t count_ = 0;  // samples per channel, silence included
@@ -193,24 +200,16 @@ double partRead(const AVFormatContext& context, double seconds) {
 }
 
 /// The tracks' channels side by side; tracks that end earlier are silent to the end.
-Waveform woven(std::vector<TrackReader>& tracks) {
-  std::vector<const std::vector<WaveformPoint>*> lanes;
+Waveform wholeOf(std::vector<TrackReader>& tracks) {
+  Waveform waveform{tracks.front().rate(), tracks.front().samplesPerPoint(), {}};
   size_t length = 0;
   for (TrackReader& track : tracks)
     for (PointMaker& lane : track.lanes()) {
-      lane.finish();
-      lanes.push_back(&lane.points());
-      length = std::max(length, lane.points().size());
+      waveform.channels.push_back(lane.finish());
+      length = std::max(length, waveform.channels.back().size());
     }
   if (length == 0) throw Stop("no sound could be decoded");
-  Waveform waveform{tracks.front().rate(),
-                    static_cast<int32_t>(lanes.size()),
-                    tracks.front().samplesPerPoint(),
-                    {}};
-  waveform.points.reserve(length * lanes.size());
-  for (size_t i = 0; i < length; ++i)
-    for (const auto* lane : lanes)
-      waveform.points.push_back(i < lane->size() ? (*lane)[i] : WaveformPoint{});
+  for (auto& points : waveform.channels) points.resize(length);
   return waveform;
 }
 
@@ -223,7 +222,7 @@ Waveform readWaveform(LMMediaSource& source, const WaveformSettings& settings) {
   tracks.reserve(chosen.size());
   for (unsigned i = 0; i < context->nb_streams; ++i) {
     if (std::ranges::count(chosen, i))
-      tracks.emplace_back(*context->streams[i], settings, source.start_time());
+      tracks.emplace_back(*context->streams[i], settings, *context, source.start_time());
     else
       context->streams[i]->discard = AVDISCARD_ALL;
   }
@@ -248,7 +247,7 @@ Waveform readWaveform(LMMediaSource& source, const WaveformSettings& settings) {
   }
   requireGoingOn();
   for (TrackReader& track : tracks) track.decode(nullptr);
-  return woven(tracks);
+  return wholeOf(tracks);
 }
 
 }  // namespace

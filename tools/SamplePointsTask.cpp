@@ -16,6 +16,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "ExitStatus.h"
 #include "Failure.h"
@@ -37,6 +39,7 @@ using namespace kestrel;
 namespace {
 
 using Clock = std::chrono::steady_clock;
+constexpr double kPointsPerSecond = 50;
 constexpr auto kPause = std::chrono::milliseconds(50);  // between two reports of progress
 
 IndexSet parseSelectors(std::string text) {
@@ -46,36 +49,41 @@ IndexSet parseSelectors(std::string text) {
   return *numbers;
 }
 
-PropertyList::Data floats(const Waveform& waveform, size_t channel, float WaveformPoint::*value) {
+PropertyList floats(const std::vector<WaveformPoint>& points, float WaveformPoint::*value) {
   PropertyList::Data data;
-  data.reserve(waveform.length() * sizeof(float));
-  for (size_t i = 0; i < waveform.length(); ++i) {
-    const WaveformPoint& point =
-        waveform.points[i * static_cast<size_t>(waveform.channels) + channel];
+  data.reserve(points.size() * sizeof(float));
+  for (const WaveformPoint& point : points) {
     const auto bits = std::bit_cast<uint32_t>(point.*value);
     for (int shift = 0; shift < 32; shift += 8) data.push_back(static_cast<uint8_t>(bits >> shift));
   }
   return data;
 }
 
-PropertyList resultOf(const Waveform& waveform) {
+/// Takes the waveform's points apart: both at once would be much for long sound.
+PropertyList resultOf(Waveform waveform) {
   PropertyList::Array sample;
-  for (size_t channel = 0; channel < static_cast<size_t>(waveform.channels); ++channel)
-    sample.emplace_back(
-        PropertyList::Dictionary{{"min", floats(waveform, channel, &WaveformPoint::min)},
-                                 {"max", floats(waveform, channel, &WaveformPoint::max)},
-                                 {"rms", floats(waveform, channel, &WaveformPoint::rms)}});
-  return PropertyList::Dictionary{{"sample", std::move(sample)},
-                                  {"sampleRate", waveform.sampleRate},
-                                  {"channels", waveform.channels},
-                                  {"samplesPerPoint", waveform.samplesPerPoint},
-                                  {"pointsPerSecond", waveform.pointsPerSecond()}};
+  for (std::vector<WaveformPoint>& points : waveform.channels) {
+    PropertyList::Dictionary channel;
+    channel["min"] = floats(points, &WaveformPoint::min);
+    channel["max"] = floats(points, &WaveformPoint::max);
+    channel["rms"] = floats(points, &WaveformPoint::rms);
+    sample.emplace_back(std::move(channel));
+    points = {};
+  }
+  PropertyList::Dictionary result;
+  result["sampleRate"] = waveform.sampleRate;
+  result["channels"] = static_cast<int64_t>(waveform.channels.size());
+  result["samplesPerPoint"] = waveform.samplesPerPoint;
+  result["pointsPerSecond"] = waveform.pointsPerSecond();
+  result["sample"] = std::move(sample);
+  return result;
 }
 
 int extract(const std::string& input, const std::string& result,
             const std::optional<std::string>& selectors) {
   WaveformSettings settings;
   settings.splitChannels = true;
+  settings.pointsPerSecond = kPointsPerSecond;
   settings.interrupt = interrupted;
   if (selectors && !selectors->empty()) settings.tracks = parseSelectors(*selectors);
   MovieAudioTaskExtractWave reporter;
@@ -86,10 +94,10 @@ int extract(const std::string& input, const std::string& result,
     reporter.setProgress(part);
   };
   Error error;
-  const auto waveform = waveformOfSource(openInput(input), settings, &error);
+  auto waveform = waveformOfSource(openInput(input), settings, &error);
   if (interrupted()) return kInterrupted;
   if (!waveform) throw Failure{kFailed, fmt::format("'{}': {}", input, error.message)};
-  if (!resultOf(*waveform).writeToFile(result, &error))
+  if (!resultOf(std::move(*waveform)).writeToFile(result, &error))
     throw Failure{kFailed, fmt::format("cannot write '{}': {}", result, error.message)};
   reporter.setProgress(1);
   return kDone;

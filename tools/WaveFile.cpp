@@ -57,6 +57,13 @@ void appendLittleEndian(std::string& bytes, int64_t value, int count) {
   for (int i = 0; i < count; ++i) bytes.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
 }
 
+/// Points in the order in which they are stored: the channels of a stretch beside each other.
+template <typename Use>
+void forEachPoint(const Waveform& waveform, Use use) {
+  for (size_t i = 0; i < waveform.length(); ++i)
+    for (const auto& channel : waveform.channels) use(channel[i]);
+}
+
 /// What a column of pixels shows.
 struct Column {
   float min = 0;
@@ -71,8 +78,7 @@ Column columnAt(const Waveform& waveform, size_t channel, int x, int width) {
   Column column{1, -1, 0};
   double squares = 0;
   for (int64_t i = begin; i < end; ++i) {
-    const WaveformPoint& point =
-        waveform.points[static_cast<size_t>(i) * static_cast<size_t>(waveform.channels) + channel];
+    const WaveformPoint& point = waveform.channels[channel][static_cast<size_t>(i)];
     column.min = std::min(column.min, point.min);
     column.max = std::max(column.max, point.max);
     squares += static_cast<double>(point.rms) * point.rms;
@@ -102,16 +108,17 @@ int quantized(float sample, int bits) {
 void writeWaveJson(const Waveform& waveform, int bits, const std::string& path,
                    const std::string& target) {
   Writer file(path, target);
-  file.write(fmt::format(
-      "{{\"version\":2,\"channels\":{},\"sample_rate\":{},"
-      "\"samples_per_pixel\":{},\"bits\":{},\"length\":{},\"data\":[",
-      waveform.channels, waveform.sampleRate, waveform.samplesPerPoint, bits, waveform.length()));
+  file.write(
+      fmt::format("{{\"version\":2,\"channels\":{},\"sample_rate\":{},"
+                  "\"samples_per_pixel\":{},\"bits\":{},\"length\":{},\"data\":[",
+                  waveform.channels.size(), waveform.sampleRate, waveform.samplesPerPoint, bits,
+                  waveform.length()));
   const char* separator = "";
-  for (const WaveformPoint& point : waveform.points) {
+  forEachPoint(waveform, [&](const WaveformPoint& point) {
     file.write(
         fmt::format("{}{},{}", separator, quantized(point.min, bits), quantized(point.max, bits)));
     separator = ",";
-  }
+  });
   file.write("]}\n");
   file.finish();
 }
@@ -121,17 +128,18 @@ void writeWaveData(const Waveform& waveform, int bits, const std::string& path,
   constexpr int kVersion = 2;
   Writer file(path, target);
   std::string bytes;
-  for (const int64_t value : {int64_t{kVersion}, int64_t{bits == 8}, int64_t{waveform.sampleRate},
-                              int64_t{waveform.samplesPerPoint},
-                              static_cast<int64_t>(waveform.length()), int64_t{waveform.channels}})
+  for (const int64_t value :
+       {int64_t{kVersion}, int64_t{bits == 8}, int64_t{waveform.sampleRate},
+        int64_t{waveform.samplesPerPoint}, static_cast<int64_t>(waveform.length()),
+        static_cast<int64_t>(waveform.channels.size())})
     appendLittleEndian(bytes, value, 4);
   file.write(bytes);
-  for (const WaveformPoint& point : waveform.points) {
+  forEachPoint(waveform, [&](const WaveformPoint& point) {
     bytes.clear();
     appendLittleEndian(bytes, quantized(point.min, bits), bits / 8);
     appendLittleEndian(bytes, quantized(point.max, bits), bits / 8);
     file.write(bytes);
-  }
+  });
   file.finish();
 }
 
@@ -141,12 +149,12 @@ void writeWavePicture(const Waveform& waveform, int width, int height, const std
   if (!context.data()) throw Failure{kFailed, "not enough memory"};
   context.fillRect({{0, 0}, {static_cast<double>(width), static_cast<double>(height)}}, 0.08, 0.09,
                    0.12);
-  const double band = static_cast<double>(height) / waveform.channels;
-  for (int32_t channel = 0; channel < waveform.channels; ++channel) {
-    const double middle = height - band * (channel + 0.5);
+  const double band = static_cast<double>(height) / static_cast<double>(waveform.channels.size());
+  for (size_t channel = 0; channel < waveform.channels.size(); ++channel) {
+    const double middle = height - band * (static_cast<double>(channel) + 0.5);
     const double half = band / 2 * 0.94;
     for (int x = 0; x < width; ++x) {
-      const Column column = columnAt(waveform, static_cast<size_t>(channel), x, width);
+      const Column column = columnAt(waveform, channel, x, width);
       drawBar(context, x, middle, half, column.min, column.max, 0.24, 0.55, 0.78);
       drawBar(context, x, middle, half, std::max(-column.rms, column.min),
               std::min(column.rms, column.max), 0.62, 0.85, 0.97);

@@ -26,12 +26,11 @@ struct WaveformPoint {
 /// The outline of an input's sound: for every stretch of `samplesPerPoint` samples one point a
 /// channel. The last stretch may be shorter.
 struct Waveform {
-  int32_t sampleRate = 0;             ///< samples per second and channel
-  int32_t channels = 0;               ///< those of `points`
-  int32_t samplesPerPoint = 0;        ///< samples per channel
-  std::vector<WaveformPoint> points;  ///< channels of one stretch beside each other
+  int32_t sampleRate = 0;                            ///< samples per second and channel
+  int32_t samplesPerPoint = 0;                       ///< samples per channel
+  std::vector<std::vector<WaveformPoint>> channels;  ///< the points of each, all as many
 
-  size_t length() const { return channels > 0 ? points.size() / channels : 0; }
+  size_t length() const { return channels.empty() ? 0 : channels.front().size(); }
   double pointsPerSecond() const {
     return samplesPerPoint > 0 ? static_cast<double>(sampleRate) / samplesPerPoint : 0;
   }

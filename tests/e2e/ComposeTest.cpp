@@ -1,0 +1,120 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "tests/e2e/Decoded.h"
+#include "tests/e2e/FileBytes.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::IsEmpty;
+
+class ComposeTest : public testing::Test {
+ protected:
+  static RunResult compose(const Arguments& arguments) {
+    return run(joined({kestrelBinary(), "compose"}, arguments));
+  }
+
+  /// Presentation times of a stream's packets, in microseconds, and their hashes.
+  static std::vector<std::pair<int64_t, std::string>> packets(const fs::path& file,
+                                                              const std::string& kind) {
+    const auto probed = ffprobeJson(file, {"-show_packets", "-select_streams", kind + ":0"});
+    const auto hashes = packetHashes(file, kind);
+    std::vector<std::pair<int64_t, std::string>> all;
+    for (size_t i = 0; i < hashes.size(); ++i) {
+      const auto time = probed["packets"][i]["pts_time"].get<std::string>();
+      all.emplace_back(std::llround(std::stod(time) * 1e6), hashes[i]);
+    }
+    return all;
+  }
+
+  TempDir folder_;
+  const std::string output_ = (folder_ / "out.mp4").string();
+};
+
+TEST_F(ComposeTest, PicturesOfOneFileAndSoundOfAnotherAtPositions) {
+  const auto pictures = fixture("av25.mp4");
+  const auto sound = fixture("av60.mp4");
+  const RunResult result =
+      compose({"-o", output_, pictures.string() + ":0@0", sound.string() + ":1@0:01.500"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out + result.err, "");
+  EXPECT_EQ(packets(output_, "v"), packets(pictures, "v"));
+  auto expected = packets(sound, "a");
+  for (auto& packet : expected) packet.first += 1500000;
+  EXPECT_EQ(packets(output_, "a"), expected);
+}
+
+TEST_F(ComposeTest, AStoredCompositionGivesTheSameFile) {
+  const auto stored = (folder_ / "stored.plist").string();
+  const auto clip = fixture("av25.mp4").string();
+  ASSERT_EQ(compose({"--save", stored, clip + ":1@1.25", clip}).status, 0);
+  ASSERT_EQ(compose({"--load", stored, "-o", output_}).status, 0);
+  const auto direct = (folder_ / "direct.mp4").string();
+  ASSERT_EQ(compose({"-o", direct, clip + ":1@1.25", clip}).status, 0);
+  EXPECT_EQ(readBytes(output_), readBytes(direct));
+  EXPECT_EQ(packets(output_, "a").front().first, packets(clip, "a").front().first + 1250000);
+}
+
+TEST_F(ComposeTest, PythonReadsAStoredCompositionAndWritesOne) {
+  const auto stored = (folder_ / "stored.plist").string();
+  const auto clip = fixture("av25.mp4").string();
+  ASSERT_EQ(compose({"--save", stored, clip + ":1@1.25"}).status, 0);
+  const RunResult read = run({"python3", "-c", R"(
+import plistlib, sys
+p = plistlib.load(open(sys.argv[1], 'rb')); o = p['$objects']
+get = lambda uid: o[uid.data]
+root = get(p['$top']['root'])
+d = dict(zip([get(k) for k in root['NS.keys']], [get(v) for v in root['NS.objects']]))
+track = get(d['tracks']['NS.objects'][0])
+print(get(track['path']) == sys.argv[2], track['position'], track['rate'], get(d['streams']['NS.objects'][0]))
+)",
+                              stored, clip});
+  EXPECT_EQ(read.out, "True 1.25 1.0 1\n");
+  // One without numbers of streams, as another program may write it.
+  const RunResult written = run({"python3", "-c", R"(
+import plistlib, sys
+U = plistlib.UID
+def cls(*n): return {'$classname': n[0], '$classes': list(n)}
+plistlib.dump({'$archiver': 'NSKeyedArchiver', '$version': 100000, '$top': {'root': U(1)}, '$objects': ['$null',
+  {'$class': U(2), 'NS.keys': [U(3)], 'NS.objects': [U(4)]}, cls('NSDictionary', 'NSObject'), 'tracks',
+  {'$class': U(5), 'NS.objects': [U(6)]}, cls('NSArray', 'NSObject'),
+  {'$class': U(7), 'path': U(8), 'position': 0.5, 'rate': 1.0}, cls('LMMovieCompositionTrack', 'NSObject'),
+  sys.argv[2]]}, open(sys.argv[1], 'wb'), fmt=plistlib.FMT_BINARY)
+)",
+                                 stored, clip});
+  ASSERT_EQ(written.status, 0) << written.err;
+  ASSERT_EQ(compose({"--load", stored, "-o", output_}).status, 0);
+  EXPECT_EQ(packets(output_, "v").front().first, 500000);
+}
+
+TEST_F(ComposeTest, NamesThatLookLikePlacementsAreFiles) {
+  const auto odd = folder_ / "a:1@2.mp4";
+  fs::copy_file(fixture("av25.mp4"), odd);
+  ASSERT_EQ(compose({"-o", output_, odd.string() + ":1@3", odd.string()}).status, 0);
+  EXPECT_EQ(packets(output_, "v").front().first, 0);
+  EXPECT_NEAR(static_cast<double>(packets(output_, "a").front().first), 3e6, 30000);
+}
+
+TEST_F(ComposeTest, WrongUsageIsOneSentence) {
+  const auto clip = fixture("av25.mp4").string();
+  EXPECT_TRUE(endsWithSentence(compose({clip}), 2, "-o"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_}), 2, "no track"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_, clip + ":9"}), 1, "no stream 9"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_, clip + "@soon"}), 2, "soon"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_, "absent.mp4"}), 1, "absent.mp4"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", (folder_ / "out.webm").string(), clip}), 1, "h264"));
+  EXPECT_TRUE(endsWithSentence(compose({"--load", clip, "-o", output_}), 1, "no stored"));
+  EXPECT_THAT(namesIn(folder_.path()), IsEmpty());
+  writeBytes(output_, "precious");
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_, clip}), 1, "--force"));
+  EXPECT_EQ(readBytes(output_), "precious");
+}
+
+}  // namespace
+}  // namespace kestrel::test
