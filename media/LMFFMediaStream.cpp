@@ -220,7 +220,9 @@ void LMFFMediaStream::setEnable(bool enable) {
 }
 
 void LMFFMediaStream::seek(int64_t time) {
-  state_->decoder.flush();
+  const AVStream* stream = state_->stream;
+  state_->decoder.flush(stream && stream->start_time != AV_NOPTS_VALUE &&
+                        time > stream->start_time);
   av_frame_unref(state_->currentFrame.get());
   state_->currentFrame->pts = time;
   state_->soundEnd = AV_NOPTS_VALUE;

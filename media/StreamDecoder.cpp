@@ -78,8 +78,9 @@ void StreamDecoder::close() {
   makeContext();
 }
 
-void StreamDecoder::flush() {
+void StreamDecoder::flush(bool isMidway) {
   restart();
+  mayBeRest_ = isMidway;
   if (isOpen()) avcodec_flush_buffers(context_.get());
 }
 
@@ -106,7 +107,8 @@ void StreamDecoder::submit(const AVPacket* packet) {
     collect();
     result = avcodec_send_packet(context_.get(), packet);
   }
-  if (result < 0 && result != AVERROR_EOF) ++errors_;
+  if (result < 0 && result != AVERROR_EOF && !mayBeRest_) ++errors_;
+  mayBeRest_ = false;
   collect();
 }
 

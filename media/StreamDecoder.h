@@ -34,8 +34,9 @@ class StreamDecoder {
   bool isOpen() const;
   void close();
 
-  /// Drops what the decoder holds and what waits.
-  void flush();
+  /// Drops what the decoder holds and what waits. `isMidway`: what comes next lies in the middle of
+  /// the stream, where the first packet may be the rest of one.
+  void flush(bool isMidway);
 
   /// Feeds a packet and collects every frame that comes out. A refused packet is counted.
   void send(const AVPacket& packet);
@@ -73,6 +74,7 @@ class StreamDecoder {
   std::vector<FramePtr> undated_;      // pictures that wait for a time
   Deinterlacing deinterlacing_ = Deinterlacing::kOff;
   std::optional<Deinterlacer> deinterlacer_;
+  bool mayBeRest_ = false;  // the next packet may be the rest of one
   bool ended_ = false;
   int64_t errors_ = 0;
 };
