@@ -69,14 +69,14 @@ void LMDVD::readName() {
 void LMDVD::readTitleSets() {
   int count = 0;
   {
-    const IfoPtr manager = openInformation(dvd_reader(), 0);
+    const IfoPtr manager = openManager(dvd_reader());
     if (!manager || !manager->vmgi_mat) return;
     count = manager->vmgi_mat->vmg_nr_of_title_sets;
     region_ = static_cast<int32_t>(manager->vmgi_mat->vmg_category >> 16 & 0xFF);
   }
   log(fmt::format("title_sets {} Region 0x{:02x}", count, region_ ^ 0xFF));
   for (int number = 1; number <= std::min(count, kMostTitleSets); ++number) {
-    const IfoPtr set = openInformation(dvd_reader(), number);
+    const IfoPtr set = openTitleSet(dvd_reader(), number);
     if (set && set->vtsi_mat && set->vts_pgcit && set->vts_c_adt)
       title_sets_.push_back(readTitleSet(*set, number));
     else

@@ -57,7 +57,7 @@ void dumpAddresses(const c_adt_t& table) {
 
 void dumpTitleSet(dvd_reader_t* reader, int set) {
   dumpSize(reader, set);
-  const IfoPtr information = openInformation(reader, set);
+  const IfoPtr information = openTitleSet(reader, set);
   if (information && information->vts_pgcit) {
     const pgcit_t& chains = *information->vts_pgcit;
     for (int k = 0; chains.pgci_srp && k < chains.nr_of_pgci_srp; ++k)
@@ -76,12 +76,12 @@ void LMDVDIO::test(const std::string& path) {
   const std::string identifier = reader ? volumeIdentifier(reader.get()) : "";
   log(fmt::format("dvd {} {}", static_cast<const void*>(reader.get()), identifier));
   if (!reader) return;
-  const IfoPtr manager = openInformation(reader.get(), 0);
+  const IfoPtr manager = openManager(reader.get());
   if (!manager || !manager->vmgi_mat) return;
   const int count = manager->vmgi_mat->vmg_nr_of_title_sets;
   log(fmt::format("title_sets {} Region 0x{:02x}", count,
                   (manager->vmgi_mat->vmg_category >> 16 & 0xFF) ^ 0xFF));
-  if (manager->tt_srpt) dumpTitles(*manager->tt_srpt);
+  if (readTitleTable(*manager)) dumpTitles(*manager->tt_srpt);
   for (int set = 1; set <= std::min(count, kMostTitleSets); ++set) dumpTitleSet(reader.get(), set);
 }
 

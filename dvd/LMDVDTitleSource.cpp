@@ -191,6 +191,7 @@ AVIOContext* LMDVDTitleSource::avio_context() {
 
 int32_t LMDVDTitleSource::read(uint8_t* buffer, int32_t size) {
   if (!state_->vobs || read_offset() < 0) return 0;
+  if (const auto stop = interrupt(); stop && stop()) return AVERROR_EXIT;
   const int64_t block = read_offset() / kSectorBytes;
   const int64_t within = read_offset() % kSectorBytes;
   const bool isAligned = within == 0 && size >= kSectorBytes;

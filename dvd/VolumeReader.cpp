@@ -38,8 +38,14 @@ std::string volumeIdentifier(dvd_reader_t* reader) {
   return name;
 }
 
-IfoPtr openInformation(dvd_reader_t* reader, int title_set) {
-  return IfoPtr(ifoOpen(reader, title_set));
+IfoPtr openManager(dvd_reader_t* reader) { return IfoPtr(ifoOpenVMGI(reader)); }
+
+bool readTitleTable(ifo_handle_t& manager) {
+  if (ifoRead_TT_SRPT(&manager)) return true;
+  manager.tt_srpt = nullptr;  // what is left there has been freed
+  return false;
 }
+
+IfoPtr openTitleSet(dvd_reader_t* reader, int number) { return IfoPtr(ifoOpen(reader, number)); }
 
 }  // namespace kestrel

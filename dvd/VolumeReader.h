@@ -12,8 +12,14 @@ DVDReaderPtr openVolume(const std::string& path);
 /// The volume's own name, "" where it has none (a folder has none).
 std::string volumeIdentifier(dvd_reader_t* reader);
 
-/// The information of the manager (0) or a title set; null where it can't be read, by its backup
-/// neither.
-IfoPtr openInformation(dvd_reader_t* reader, int title_set);
+/// The manager's information, with its first table alone; null where it can't be read, by its backup
+/// neither. libdvdread breaks on some damage in the other tables, which hardly anybody needs.
+IfoPtr openManager(dvd_reader_t* reader);
+
+/// Reads the manager's table of titles; false where it is damaged.
+bool readTitleTable(ifo_handle_t& manager);
+
+/// The information of a title set; null where it can't be read, by its backup neither.
+IfoPtr openTitleSet(dvd_reader_t* reader, int number);
 
 }  // namespace kestrel

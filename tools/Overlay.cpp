@@ -125,25 +125,24 @@ const LMDVDTrack& findTrack(const LMDVDTitle& title, const std::string& wanted) 
   throw wrongUsage(fmt::format("there is no subtitle track in '{}'", wanted));
 }
 
-/// Lets the pictures' own reader bring a disc's subpictures along. The demuxer may come across
-/// their first only in the middle of the movie, so every stream that it finds later is let in, and
-/// the track is chosen by its number.
-void openDiscTrack(LMFFMedia& video, const LMDVDTitle& title, const std::string& wanted) {
+/// Reads a disc's subpictures by themselves: they stand behind the pictures that they are shown
+/// with. The demuxer may come across their first only in the middle of the movie, so every stream
+/// that it finds later is let in, and the track is chosen by its number.
+void openDiscTrack(LMFFMovie& movie, const LMFFMedia& video, const LMDVDTitle& title,
+                   const std::string& wanted) {
   constexpr uint32_t kMostStreams = 64;
   constexpr uint32_t kTrackMask = 0xF;
   const LMDVDTrack& track = findTrack(title, wanted);
   IndexSet streams;
-  const auto known = video.streams();
-  for (uint32_t i = 0; i < known.size(); ++i) {
-    const LMFFMediaStream& stream = *known[i];
-    if (stream.stream()->id == track.stream_id || (stream.isVideo() && stream.enable()))
-      streams.insert(i);
-  }
-  for (auto i = static_cast<uint32_t>(known.size()); i < kMostStreams; ++i) streams.insert(i);
-  video.setSelectStreams(streams);
-  video.setSelectSubtitles(IndexSet{static_cast<uint32_t>(track.stream_id) & kTrackMask});
-  video.setSelectAudios(IndexSet{});
-  video.updateSelectStreams();
+  const AVFormatContext& known = *video.formatContext();
+  for (uint32_t i = 0; i < kMostStreams; ++i)
+    if (i >= known.nb_streams || known.streams[i]->id == track.stream_id) streams.insert(i);
+  auto media = video.copy();
+  media->setSelectStreams(streams);
+  media->setSelectSubtitles(IndexSet{static_cast<uint32_t>(track.stream_id) & kTrackMask});
+  media->setSelectAudios(IndexSet{});
+  media->open();
+  movie.setSubtitle(std::move(media));
 }
 
 }  // namespace
@@ -175,7 +174,7 @@ void openSubtitleTrack(LMFFMovie& movie, const std::string& track) {
   const auto video = movie.videoMedia();
   if (!video) return;
   if (const auto disc = std::dynamic_pointer_cast<LMDVDTitleSource>(video->source()))
-    return openDiscTrack(*video, *disc->title(), track);
+    return openDiscTrack(movie, *video, *disc->title(), track);
   const uint32_t index = findTrack(*video->formatContext(), track);
   IndexSet streams{index};
   if (!isText(*video->streams()[index])) {

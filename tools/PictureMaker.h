@@ -37,10 +37,14 @@ class PictureMaker {
   struct Bitmap {
     int64_t start = 0;
     int64_t end = 0;
-    std::shared_ptr<const kestrel::Image> image;
+    std::shared_ptr<const kestrel::Image> read;   // as the stream answered it
+    std::shared_ptr<const kestrel::Image> shown;  // at its place in the picture
   };
 
-  std::shared_ptr<const kestrel::Image> bitmapAt(const kestrel::LMFFMedia& media, int64_t time);
+  void note(const kestrel::LMFFMedia& media, int32_t lift);
+  std::shared_ptr<const kestrel::Image> bitmapAt(int64_t time);
+  void readBitmaps(kestrel::LMFFMedia& media, int64_t time, int32_t lift);
+  void addSubtitle(Parts& parts, int64_t time);
 
   kestrel::LMFFMovie& movie_;
   kestrel::LMFFImageColorspaceConverter converter_;

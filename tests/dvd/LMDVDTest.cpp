@@ -256,5 +256,30 @@ TEST(LMDVD, NeverListsTitleVobsOfTheManager) {
     EXPECT_FALSE(file->title_num() == 0 && file->dvd_read_domain() == 3);
 }
 
+/// Absurd numbers at every place of the tables that a disc's information begins with, and of the
+/// first that these lead to: nothing breaks, and nothing grows without bound.
+TEST(LMDVD, SurvivesAbsurdNumbers) {
+  const DiscCopy disc("runs");
+  const auto path = disc.path().string();
+  int opened = 0;
+  for (const char* stem : {"VIDEO_TS", "VTS_01_0"}) {
+    const std::string whole = bytesOf(disc.file(std::string(stem) + ".IFO"));
+    for (size_t place = 0x3C; place + 4 <= std::min<size_t>(whole.size(), 6 * 2048);
+         place += place % 2048 < 0x300 ? 8 : 104) {
+      for (const uint32_t value : {0xFFFFFFFFU, 0x0000FFFFU}) {
+        disc.patchInformation(stem, place, bigEndian32(value));
+        const auto dvd = LMDVD::open(path);
+        if (!dvd) continue;
+        ++opened;
+        for (const auto& source : dvd->titleSources()) EXPECT_GE(source->sector_count(), 0U);
+        for (const auto& set : dvd->title_sets())
+          for (const auto& title : set->titles()) EXPECT_LE(title->cells().size(), 255U);
+      }
+      disc.patchInformation(stem, place, whole.substr(place, 4));
+    }
+  }
+  EXPECT_GT(opened, 100);
+}
+
 }  // namespace
 }  // namespace kestrel::test

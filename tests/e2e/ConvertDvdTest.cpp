@@ -29,12 +29,19 @@ const Arguments kFast{"--encoder-preset", "ultrafast"};
 
 class ConvertDvd : public testing::Test {
  protected:
+  /// The same of a title's sound alone.
+  testing::AssertionResult convertsSound(const fs::path& disc, const std::string& title,
+                                         const Arguments& options = {}) {
+    return converts(disc, output(),
+                    joined({"--title", title, "--video-codec", "none", "--force"}, options));
+  }
+
   fs::path output(const std::string& name = "out.mkv") const { return folder_ / name; }
 
   /// Whether a title converts without a word.
   testing::AssertionResult convertsTitle(const fs::path& disc, const std::string& title,
                                          const Arguments& options = {}) {
-    return converts(disc, output(), joined({"--title", title}, joined(kFast, options)));
+    return converts(disc, output(), joined(joined({"--title", title}, kFast), options));
   }
 
   TempDir folder_;
@@ -46,7 +53,8 @@ double durationOf(const fs::path& file) {
 
 std::vector<double> chapterStarts(const fs::path& file) {
   std::vector<double> starts;
-  for (const auto& chapter : ffprobeJson(file)["chapters"])
+  const json probed = ffprobeJson(file);
+  for (const auto& chapter : probed["chapters"])
     starts.push_back(std::stod(chapter["start_time"].get<std::string>()));
   return starts;
 }
@@ -91,12 +99,12 @@ TEST_F(ConvertDvd, ConvertsATitleWithItsChapters) {
 }
 
 TEST_F(ConvertDvd, TheMainTitleIsTheLongest) {
-  ASSERT_TRUE(convertsTitle(discFolder("runs"), "main", {"--video-codec", "none"}));
+  ASSERT_TRUE(convertsSound(discFolder("runs"), "main"));
   EXPECT_NEAR(durationOf(output()), 200 * 0.2, 2);
 }
 
 TEST_F(ConvertDvd, TakesTheFirstTrackUnlessToldOtherwise) {
-  ASSERT_TRUE(convertsTitle(discFolder("pal"), "1", {"--video-codec", "none"}));
+  ASSERT_TRUE(convertsSound(discFolder("pal"), "1"));
   EXPECT_GT(toneAmplitude(samples(output(), 1), 440, 44100), 0.05);
   EXPECT_EQ(languageOf(streamOf(output(), "audio")), "eng");
 }
@@ -110,8 +118,7 @@ TEST_F(ConvertDvd, ChoosesSoundByNumberAndLanguage) {
     return heard;
   };
   const auto chosen = [&](const std::string& tracks) {
-    EXPECT_TRUE(convertsTitle(discFolder("pal"), "1",
-                              {"--video-codec", "none", "--force", "--audio-tracks", tracks}));
+    EXPECT_TRUE(convertsSound(discFolder("pal"), "1", {"--audio-tracks", tracks}));
     return tones();
   };
   EXPECT_THAT(chosen("0"), ElementsAre(true, false, false));
@@ -186,13 +193,12 @@ TEST_F(ConvertDvd, TimesGoOnFromSeamToSeam) {
   const auto times = pictureTimes(output());
   ASSERT_EQ(times.size(), 22U * 25);
   for (size_t i = 0; i < times.size(); ++i)
-    EXPECT_NEAR(times[i], static_cast<double>(i) / 25, 0.002);
+    EXPECT_NEAR(times[i] - times[0], static_cast<double>(i) / 25, 0.002);
 }
 
 TEST_F(ConvertDvd, SoundGoesThroughSeamsWithoutAGapOrAClick) {
-  ASSERT_TRUE(convertsTitle(
-      discFolder("seams"), "1",
-      {"--video-codec", "none", "--audio-codec", "pcm_s16le", "--audio-tracks", "1"}));
+  ASSERT_TRUE(convertsSound(discFolder("seams"), "1",
+                            {"--audio-codec", "pcm_s16le", "--audio-tracks", "1"}));
   const auto sound = samples(output(), 1);
   ASSERT_GT(sound.size(), 21U * 44100);
   // A sine of 1000 Hz and amplitude 0.5: every 10 ms have the same loudness, and no two samples
