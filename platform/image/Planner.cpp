@@ -117,10 +117,7 @@ const Layer* Planner::planSource(const Chain& chain, const IntRect& needed) {
   ColorMatrix color = chain.color;
   if (const auto* planes = as<PlanesNode>(chain.node))
     color = matrixOfPlanes(planes->picture.format).then(color);
-  const Sampling sampling{chain.source,
-                          chain.map,
-                          needed,
-                          kernelMatrix(color),
+  const Sampling sampling{chain.source, chain.map, needed, kernelMatrix(color),
                           chain.color.isIdentity()};
   const Raster* raster = rasterOf(*chain.node, sampling);
   return raster ? sample(*raster, sampling) : nullptr;
@@ -220,8 +217,8 @@ const Layer* Planner::sample(const Raster& raster, const Sampling& sampling) {
       isQuarterTurn
           ? makeAxisTaps(arena_, back->c, back->tx, pixels.x0, pixels.x1, bounds.y0, bounds.y1)
           : makeAxisTaps(arena_, back->d, back->ty, pixels.y0, pixels.y1, bounds.y0, bounds.y1);
-  const auto* scaled = arena_.make<ScaleLayer>(arena_, *source, across, down, bounds,
-                                               sampling.matrix);
+  const auto* scaled =
+      arena_.make<ScaleLayer>(arena_, *source, across, down, bounds, sampling.matrix);
   return cropped(scaled, covered);
 }
 
