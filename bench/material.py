@@ -4,6 +4,7 @@ import hashlib
 import mmap
 import os
 import re
+import shutil
 from pathlib import Path
 
 from measuring import Failure, ask, say
@@ -74,6 +75,33 @@ def large_clip():
     return made("clip-1gb.mp4", ["-stream_loop", repeats, "-i", source, "-c", "copy"], [source])
 
 
+def disc():
+    """A PAL disc whose one title takes 1 GB, and the parts of that title's VOB."""
+    source = made("pal.vob", [
+        *("-f", "lavfi", "-i", "testsrc2=size=720x576:rate=25:duration=60,noise=alls=12:allf=t"),
+        *("-f", "lavfi", "-i", "anoisesrc=sample_rate=48000:duration=60:amplitude=0.1"),
+        *("-target", "pal-dvd", "-b:v", "6000k", "-aspect", "16:9"),
+    ])  # fmt: skip
+    repeats = -(-LARGE_BYTES // source.stat().st_size) - 1
+    command = ["-stream_loop", repeats, "-i", source, "-c", "copy", "-target", "pal-dvd"]
+    long = made("pal-1gb.vob", command, [source])
+    folder = long.with_suffix(".disc")
+    if not folder.exists():
+        say(f"making {folder.name}")
+        partial = folder.with_name(f"partial-{folder.name}")
+        shutil.rmtree(partial, ignore_errors=True)
+        order = FOLDER / "disc.xml"
+        order.write_text(
+            "<dvdauthor><vmgm/><titleset><titles><video format='pal' aspect='16:9'/>"
+            f"<pgc><vob file='{long}'/></pgc></titles></titleset></dvdauthor>"
+        )
+        os.environ["VIDEO_FORMAT"] = "PAL"
+        ask("dvdauthor", "-o", partial, "-x", order)
+        partial.rename(folder)
+        say("")
+    return folder, sorted(folder.glob("VIDEO_TS/VTS_01_[1-9].VOB"))
+
+
 def small_clips(extension):
     """A small moving picture with sound, of 2 minutes and of 2 hours."""
     # The sound is noise, because a pure tone sends AAC's encoder into long searches, and FLAC,
@@ -106,7 +134,7 @@ def streams(path):
     text = ask("ffprobe", "-v", "error", "-count_packets", "-show_entries", entries,
                "-of", "compact=p=0", path)  # fmt: skip
     found = []
-    for line in text.splitlines():
+    for line in filter(None, text.splitlines()):
         facts = dict(re.findall(r"(\w+)=([^|]+)", line))
         size = f"{facts['width']}x{facts['height']}" if "width" in facts else ""
         packets = int(facts["nb_read_packets"])

@@ -107,13 +107,13 @@ TEST(Usage, TheExampleOfEffectsWorks) { expectExampleWorks("effects"); }
 TEST(Usage, TheExampleOfDemoWorks) { expectExampleWorks("demo"); }
 
 TEST(Usage, AVerbIsNeeded) {
-  EXPECT_TRUE(endsWithSentence(kestrel({}), 2, "info, convert, thumb, effects and demo"));
+  EXPECT_TRUE(endsWithSentence(kestrel({}), 2, "info, convert, thumb, dvd, effects and demo"));
 }
 
 TEST(Usage, AnUnknownVerbIsAnsweredWithTheKnownOnes) {
   const RunResult result = kestrel({"transmogrify", "a", "b"});
   EXPECT_TRUE(endsWithSentence(result, 2, "unknown verb 'transmogrify'"));
-  EXPECT_THAT(result.err, HasSubstr("info, convert, thumb, effects and demo"));
+  EXPECT_THAT(result.err, HasSubstr("info, convert, thumb, dvd, effects and demo"));
 }
 
 TEST(Usage, WrongUsageIsToldInOneSentenceThatPointsToHelp) {
