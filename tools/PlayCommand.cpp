@@ -65,6 +65,14 @@ struct Typed {
   bool noInput = false;
 };
 
+/// The container index of the pictures, below 0 where there are none; a cover does not count.
+int mainPictures(AVFormatContext& input) {
+  const int best = av_find_best_stream(&input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  const bool isCover =
+      best >= 0 && (input.streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+  return isCover ? -1 : best;
+}
+
 class Player {
  public:
   explicit Player(const Typed& typed) : typed_(typed) {
@@ -95,8 +103,7 @@ class Player {
     source_ = openInput(typed_.input);
     const AVFormatContext& input = *source_->formatContext();
     const AudioChoice audio = chooseAudio(typed_.audioTracks, input);
-    const int best =
-        av_find_best_stream(source_->formatContext(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    const int best = mainPictures(*source_->formatContext());
     IndexSet streams = audio.streams;
     // Without sound it is the pictures that say how long the movie is.
     if (best >= 0 && (typed_.picture || streams.empty()))
