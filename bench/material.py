@@ -51,6 +51,16 @@ def clip():
     return made("clip-1080p.mp4", command, [source])
 
 
+def sound():
+    """Half a minute of noise and tones without a pause, AAC."""
+    graph = "sine=frequency=440:sample_rate=44100[a];anoisesrc=r=44100:a=0.1:seed=1[b];[a][b]amix"
+    command = [
+        *("-f", "lavfi", "-i", graph, "-t", CLIP_SECONDS, "-ac", "2"),
+        *("-c:a", "aac", "-b:a", "192k"),
+    ]
+    return made("sound.m4a", command)
+
+
 def mark():
     """A small picture to lay over others."""
     graph = "testsrc2=size=160x90,format=rgba,colorchannelmixer=aa=0.7"

@@ -66,6 +66,14 @@ struct Typed {
   bool noInput = false;
 };
 
+/// The container index of the pictures, below 0 where there are none; a cover does not count.
+int mainPictures(AVFormatContext& input) {
+  const int best = av_find_best_stream(&input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  const bool isCover =
+      best >= 0 && (input.streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+  return isCover ? -1 : best;
+}
+
 class Player {
  public:
   explicit Player(const Typed& typed) : typed_(typed) {
@@ -98,8 +106,7 @@ class Player {
     IndexSet streams = chosenAudios(typed_.audioTracks, *source_);
     IndexSet tracks;
     for (uint32_t track = 0; track < streams.size(); ++track) tracks.insert(track);
-    const int best =
-        av_find_best_stream(source_->formatContext(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    const int best = mainPictures(*source_->formatContext());
     // Without sound it is the pictures that say how long the movie is.
     if (best >= 0 && (typed_.picture || streams.empty()))
       streams.insert(static_cast<uint32_t>(best));
