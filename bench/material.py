@@ -112,6 +112,14 @@ def disc():
     return folder, sorted(folder.glob("VIDEO_TS/VTS_01_[1-9].VOB"))
 
 
+def two_hours_of_sound():
+    """A minute of noise over and over."""
+    noise = "anoisesrc=color=pink:sample_rate=44100:seed=1:amplitude=0.5:duration=60"
+    minute = made("minute.m4a", ["-f", "lavfi", "-i", noise, "-ac", "2", "-c:a", "aac"])
+    repeats = LONG_SECONDS // 60 - 1
+    return made("sound-2h.m4a", ["-stream_loop", repeats, "-i", minute, "-c", "copy"], [minute])
+
+
 def small_clips(extension):
     """A small moving picture with sound, of 2 minutes and of 2 hours."""
     # The sound is noise, because a pure tone sends AAC's encoder into long searches, and FLAC,

@@ -1,11 +1,16 @@
 #include "composition/CompositionFile.h"
 
 #include <algorithm>
+#include <numeric>
 #include <string_view>
 #include <utility>
 
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
+
+extern "C" {
+#include <libavutil/opt.h>
+}
 
 namespace kestrel {
 
@@ -13,6 +18,9 @@ namespace {
 
 constexpr int kMaximumMuxingDelay = 700000;         // microseconds
 constexpr int64_t kLongestInterleaving = 10000000;  // microseconds
+
+/// Units of a second; more of them would leave no room for hours.
+constexpr int64_t kFinestMovieTime = 100000000;
 
 /// Packets that wait for a decoding time; codecs reorder no more.
 constexpr size_t kMostWaiting = 32;
@@ -108,9 +116,23 @@ bool CompositionFile::start() {
                                               "' does not write to one file");
     return false;
   }
+  refineMovieTime();
   return succeeded(avio_open2(&context_->pb, context_->url, AVIO_FLAG_WRITE,
                               &context_->interrupt_callback, nullptr)) &&
          succeeded(avformat_write_header(context_.get(), nullptr));
+}
+
+/// MPEG-4 files say where a track begins in the movie's own unit, usually a millisecond. Here it is
+/// one that all streams' units are multiples of.
+void CompositionFile::refineMovieTime() {
+  int64_t unit = 1000;
+  for (unsigned i = 0; i < context_->nb_streams; ++i) {
+    const AVStream& stream = *context_->streams[i];
+    const int rate = stream.codecpar->sample_rate;
+    unit = std::lcm(unit, int64_t{rate > 0 ? rate : std::max(stream.time_base.den, 1)});
+    if (unit > kFinestMovieTime) return;
+  }
+  av_opt_set_int(context_.get(), "movie_timescale", unit, AV_OPT_SEARCH_CHILDREN);
 }
 
 bool CompositionFile::storesOnlyOrder() const {

@@ -50,6 +50,7 @@ class CompositionFile {
 
   bool openFilter(const char* name, AVStream& stream, Lane& lane);
   int64_t stepOf(int stream) const;
+  void refineMovieTime();
   bool writeWaiting(int64_t next, int stream);
   bool writeFiltered(AVPacket& packet, int stream);
   bool writeThrough(AVPacket& packet, int stream);
