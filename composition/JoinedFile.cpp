@@ -47,6 +47,7 @@ int64_t usualDuration(const AVStream& stream) {
   return 25000;
 }
 
+/// When a track begins by what the container says, microseconds.
 int64_t startOf(LMMovieCompositionTrack& track) {
   const AVStream& stream = *track.avstream();
   return stream.start_time != AV_NOPTS_VALUE ? inMicroseconds(stream.start_time, stream.time_base)
@@ -117,8 +118,7 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     const size_t pace =
         static_cast<size_t>(std::ranges::find(lanes_, true, &Lane::isVideo) - lanes_.begin()) %
         lanes_.size();
-    const int64_t contiguous = lanes_[pace].end - startOf(*input[pace]);
-    offset = contiguous;
+    offset = lanes_[pace].end - firstShown(*input[pace]);
     for (size_t i = 0; i < lanes_.size(); ++i) {
       if (lanes_[i].end == AV_NOPTS_VALUE) continue;
       const int64_t without = lanes_[i].end - startOf(*input[i]);  // overlap of these
@@ -146,9 +146,37 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
   return true;
 }
 
+/// When a track's first picture is shown, microseconds. It need not be the first in the file:
+/// pictures behind a key picture may be shown before it.
+int64_t JoinedFile::firstShown(LMMovieCompositionTrack& track) {
+  constexpr int kMostAhead = 200;  // packets of all streams
+  const AVStream& stream = *track.avstream();
+  int64_t first = startOf(track);
+  int missing = stream.codecpar->video_delay > 0 ? stream.codecpar->video_delay + 2 : 0;
+  for (int i = 0; i < kMostAhead && missing > 0; ++i) {
+    PacketPtr packet = makePacket();
+    if (!track.readSourceFrame(packet.get())) break;
+    if (packet->stream_index == track.track()) {
+      --missing;
+      if (packet->pts != AV_NOPTS_VALUE)
+        first = std::min(first, inMicroseconds(packet->pts, stream.time_base));
+    }
+    ahead_.push_back(std::move(packet));
+  }
+  return first;
+}
+
+/// The input's next packet, those that were looked at ahead first.
+bool JoinedFile::read(LMMovieCompositionTrack& track, AVPacket& packet) {
+  if (ahead_.empty()) return track.readSourceFrame(&packet);
+  av_packet_move_ref(&packet, ahead_.front().get());
+  ahead_.pop_front();
+  return true;
+}
+
 bool JoinedFile::copyInput(const TrackList& input) {
   const PacketPtr packet = makePacket();
-  while (!(interrupt_ && interrupt_()) && input.front()->readSourceFrame(packet.get())) {
+  while (!(interrupt_ && interrupt_()) && read(*input.front(), *packet)) {
     const auto track = std::ranges::find(input, packet->stream_index,
                                          [](const auto& candidate) { return candidate->track(); });
     const bool isFine =

@@ -3,6 +3,7 @@
 #include <kestrel/LMMovieComposition.h>
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -43,6 +44,8 @@ class JoinedFile {
   bool fail(std::string why);
   bool addLanes(const TrackList& input);
   bool settleOffsets(const TrackList& input);
+  int64_t firstShown(LMMovieCompositionTrack& track);
+  bool read(LMMovieCompositionTrack& track, AVPacket& packet);
   bool copyInput(const TrackList& input);
   bool copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane);
   bool beginsWell(const AVPacket& packet, const Lane& lane);
@@ -53,7 +56,8 @@ class JoinedFile {
   std::function<void(double, int64_t)> progress_;
   CompositionFile file_;
   std::vector<Lane> lanes_;
-  size_t count_ = 0;      // inputs begun
+  std::deque<PacketPtr> ahead_;  // read from the current input and not copied yet
+  size_t count_ = 0;             // inputs begun
   int64_t origin_ = 0;    // where the first input starts on the output's time line, microseconds
   int64_t pictures_ = 0;  // packets of pictures written
   Error error_;

@@ -83,7 +83,9 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   if (first.audios.empty()) return format;
   const AVStream& sound = *context.streams[first.audios.front()];
   own(format.audioCodec, sound);
-  if (!format.sampleRate) format.sampleRate = sound.codecpar->sample_rate;
+  // Another codec may not know the rate.
+  if (!format.sampleRate && format.audioCodec == avcodec_get_name(sound.codecpar->codec_id))
+    format.sampleRate = sound.codecpar->sample_rate;
   if (format.channels.empty()) format.channels = layoutName(sound.codecpar->ch_layout);
   return format;
 }

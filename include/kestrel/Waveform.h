@@ -42,16 +42,16 @@ struct WaveformSettings {
 
   /// The sound tracks to read, by their numbers among the input's sound tracks; absent: the one
   /// that a player would choose. Several need the same rate; each has channels of its own.
-  std::optional<IndexSet> tracks;
+  std::optional<IndexSet> tracks = {};
 
   /// A point for every channel of a track, instead of one for the mean of them.
   bool splitChannels = false;
 
   /// Told now and then how much of the input has been read, 0 to 1, and how many seconds.
-  std::function<void(double part, double seconds)> progress;
+  std::function<void(double part, double seconds)> progress = {};
 
   /// Asked now and then; true ends the reading soon. Empty: never.
-  std::function<bool()> interrupt;
+  std::function<bool()> interrupt = {};
 };
 
 /// Decodes an input's sound and draws its outline. Samples count from the input's start: where the
