@@ -293,7 +293,9 @@ void LMFFMedia::seek(int64_t time) {
           : clamped;
   // What comes only once is read from where it is; and a demuxer at its beginning has every packet
   // still to come, where seeking there would drop those that lie before the first key picture.
-  const bool canSeek = source()->isSeekable() && (state_->hasRead || time > 0);
+  // A picture file's demuxer gives nothing after a seek to its one picture.
+  const bool isFresh = !state_->hasRead && (time <= 0 || isFormat(*context, "image2"));
+  const bool canSeek = source()->isSeekable() && !isFresh;
   if (canSeek) readSubtitleBefore(target);
   if (canSeek && seekContainer(context, *this, containerTarget) < 0) {
     const bool isSubtitleFile = list.size() == 1 && list.front()->isSubtitle();

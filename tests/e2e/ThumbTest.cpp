@@ -287,6 +287,19 @@ TEST_F(Thumb, ASinglePictureIsAMovieToo) {
   EXPECT_EQ(sizeOf(folder_ / "out.jpg"), std::pair(100, 56));
 }
 
+TEST_F(Thumb, PictureFilesOfAnyKindAreMovies) {
+  for (const char* name : {"in.jpg", "in.tga", "in.bmp", "in.png"}) {
+    ffmpeg({"-f", "lavfi", "-i", "color=red:size=64x48", "-frames:v", "1",
+            (folder_ / name).string()});
+    for (const Arguments& time : {Arguments{}, {"--time", "0"}, {"--time", "100%"}}) {
+      SCOPED_TRACE(name + testing::PrintToString(time));
+      const RunResult result = thumb(joined({name, "out.png", "--force"}, time));
+      EXPECT_EQ(result.status, 0) << result.err;
+      EXPECT_GT(static_cast<uint8_t>(rgb(folder_ / "out.png").at(0)), 250);
+    }
+  }
+}
+
 /// The numbers that the pictures of a sheet carry, row by row, where pictures are 128 × 32 in
 /// columns 132 pixels apart, the first 4 pixels from the left.
 std::vector<int> numbersOnSheet(const fs::path& file, int columns) {
