@@ -289,8 +289,8 @@ TEST_F(Thumb, ASinglePictureIsAMovieToo) {
 
 TEST_F(Thumb, PictureFilesOfAnyKindAreMovies) {
   for (const char* name : {"in.jpg", "in.tga", "in.bmp", "in.png"}) {
-    ffmpeg({"-f", "lavfi", "-i", "color=red:size=64x48", "-frames:v", "1",
-            (folder_ / name).string()});
+    ffmpeg(
+        {"-f", "lavfi", "-i", "color=red:size=64x48", "-frames:v", "1", (folder_ / name).string()});
     for (const Arguments& time : {Arguments{}, {"--time", "0"}, {"--time", "100%"}}) {
       SCOPED_TRACE(name + testing::PrintToString(time));
       const RunResult result = thumb(joined({name, "out.png", "--force"}, time));
