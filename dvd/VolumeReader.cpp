@@ -38,10 +38,18 @@ std::string volumeIdentifier(dvd_reader_t* reader) {
   return name;
 }
 
-IfoPtr openManager(dvd_reader_t* reader) { return IfoPtr(ifoOpenVMGI(reader)); }
+IfoPtr openManager(dvd_reader_t* reader) {
+  // Of a damaged manager `ifoOpen` frees tables twice: it is asked only where there is but the
+  // backup, which the other one does not look for.
+  if (IfoPtr manager{ifoOpenVMGI(reader)}) return manager;
+  dvd_file_t* file = DVDOpenFile(reader, 0, DVD_READ_INFO_FILE);
+  if (!file) return IfoPtr(ifoOpen(reader, 0));
+  DVDCloseFile(file);
+  return nullptr;
+}
 
 bool readTitleTable(ifo_handle_t& manager) {
-  if (ifoRead_TT_SRPT(&manager)) return true;
+  if (manager.tt_srpt || ifoRead_TT_SRPT(&manager)) return true;
   manager.tt_srpt = nullptr;  // what is left there has been freed
   return false;
 }

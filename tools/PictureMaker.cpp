@@ -90,8 +90,7 @@ void PictureMaker::addSubtitle(Parts& parts, int64_t time) {
     readBitmaps(*own, ownTime, video->videoFormat().height);
     parts.bitmapSubtitle = bitmapAt(ownTime);
   } else if (video) {
-    note(*video, 0);
-    parts.bitmapSubtitle = bitmapAt(time - video->movie_position());
+    parts.bitmapSubtitle = video->subtitleAtTime(time - video->movie_position());
   }
 }
 
