@@ -12,8 +12,9 @@ DVDReaderPtr openVolume(const std::string& path);
 /// The volume's own name, "" where it has none (a folder has none).
 std::string volumeIdentifier(dvd_reader_t* reader);
 
-/// The manager's information, with its first table alone; null where it can't be read, by its backup
-/// neither. libdvdread breaks on some damage in the other tables, which hardly anybody needs.
+/// The manager's information, with its first table alone where it is not the backup that is read;
+/// null where neither can be. libdvdread breaks on some damage in the other tables, which hardly
+/// anybody needs.
 IfoPtr openManager(dvd_reader_t* reader);
 
 /// Reads the manager's table of titles; false where it is damaged.

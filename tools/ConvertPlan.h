@@ -52,6 +52,6 @@ ConvertPlan planConversion(const ConvertSettings& settings, const kestrel::LMMed
 kestrel::Rational realFrameRate(const AVStream& stream);
 
 /// The container indexes of the audio streams that `wanted` names: numbers from 0 in the order in
-/// which users count them, "all", a language, or "" for the usual one. Throws `Failure` for one that
-/// is not there.
+/// which users count them, "all", a language, or "" for the usual one. Throws `Failure` for one
+/// that is not there.
 kestrel::IndexSet chosenAudios(const std::string& wanted, const kestrel::LMMediaSource& source);

@@ -34,7 +34,8 @@ int joinArchive(const std::string& archive) {
   if (!joiner) throw Failure{kFailed, "'" + archive + "' holds nothing to join"};
   JoinSettings settings;
   for (const auto& item : joiner->tracks())
-    settings.inputs.push_back({item->path(), item->position(), item->rate() > 0 ? item->rate() : 1});
+    settings.inputs.push_back(
+        {item->path(), item->position(), item->rate() > 0 ? item->rate() : 1});
   if (settings.inputs.empty()) throw Failure{kFailed, "there is nothing to join"};
   settings.output = joiner->path();
   settings.force = true;

@@ -61,8 +61,7 @@ EncodedVideoTrack::EncodedVideoTrack(LMFFMovie& movie, const ConvertPlan& plan,
 
 int64_t EncodedVideoTrack::time() const {
   // A picture that would show for less than half its time is left out, unless it is the only one.
-  const bool isPast =
-      stop_ && feed_.time() > 0 && feed_.time() + feed_.tickDuration() / 2 > *stop_;
+  const bool isPast = stop_ && feed_.time() > 0 && feed_.time() + feed_.tickDuration() / 2 > *stop_;
   return ended_ || isPast ? kEnded : feed_.time();
 }
 

@@ -238,8 +238,8 @@ class KESTREL_API LMFFMovieFileOutput {
   /// and for an item without either.
   void writeImage(const std::shared_ptr<LMFFImage>& image);
 
-  /// Converts an image as the converter's `convertImage` does, stretched over the whole picture, and
-  /// encodes it for `movieFrameDuration`; nothing for null.
+  /// Converts an image as the converter's `convertImage` does, stretched over the whole picture,
+  /// and encodes it for `movieFrameDuration`; nothing for null.
   void writeImage(const std::shared_ptr<const Image>& image);
   void writeImage(const std::shared_ptr<const BitmapImage>& image);
   void writeImage(std::nullptr_t /*image*/) {}
@@ -279,9 +279,9 @@ class KESTREL_API LMFFMovieFileOutput {
   // The way into the file.
 
   /// Encodes one frame, which stays the caller's, stamped in the encoder's time base (sound is
-  /// moved by the encoder's `delay`, in place), and writes every packet that is ready. Null ends the
-  /// pictures or the sound and writes the next packet that the encoder still holds: call until it
-  /// answers false, as `stopOutput` does. A frame without data writes a packet that is ready and
+  /// moved by the encoder's `delay`, in place), and writes every packet that is ready. Null ends
+  /// the pictures or the sound and writes the next packet that the encoder still holds: call until
+  /// it answers false, as `stopOutput` does. A frame without data writes a packet that is ready and
   /// gives the encoder nothing. Answers whether a packet was written.
   bool writeFrame(AVFrame* frame, AVStream* stream);
 

@@ -44,8 +44,8 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   virtual std::shared_ptr<LMMediaSource> copy() const;
 
   /// The demuxing units over this source, opened: one of the video streams and one, over a copy
-  /// of the source, of the audio streams; a single one where the input has only one of the two, where
-  /// it can be read only once, and where the copy does not open; none where no stream can be
+  /// of the source, of the audio streams; a single one where the input has only one of the two,
+  /// where it can be read only once, and where the copy does not open; none where no stream can be
   /// decoded. `streams` limits them to these container indexes; absent, all streams count. The
   /// source must be held by a shared pointer; the first media keeps it.
   std::vector<std::shared_ptr<LMFFMedia>> createMediasWithStreams(
