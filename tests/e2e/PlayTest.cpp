@@ -153,6 +153,8 @@ class PlayOnTerminal : public testing::Test {
 
 TEST_F(PlayOnTerminal, KeysDoWhatTheyAreKnownFor) {
   press(" ", "paused");
+  // Away from the start first: a line that stays the same is not drawn again.
+  press("\x1b[C", "paused   0:0[5-9]|paused   0:[1-9]");
   press("\x1b[H", "paused   0:00.0");
   press("\x1b[C", "paused   0:05.0");
   press("\x1b[A", "paused   1:05.0");
