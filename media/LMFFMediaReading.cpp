@@ -45,11 +45,6 @@ int64_t packetTime(const AVPacket& packet) {
 
 int64_t frameEnd(const AVFrame& frame) { return frame.pts + frameDuration(frame); }
 
-bool isBitmapSubtitle(const LMFFMediaStream& stream) {
-  const auto* codec = avcodec_descriptor_get(static_cast<AVCodecID>(stream.get_codec_id()));
-  return codec && (codec->props & AV_CODEC_PROP_BITMAP_SUB) != 0;
-}
-
 bool isFormat(const AVFormatContext& context, std::string_view name) {
   return context.iformat->name == name;
 }
@@ -215,28 +210,35 @@ std::shared_ptr<const Image> LMFFMedia::subtitleAtTime(int64_t time) const {
   return stream ? stream->subtitleAt(toStream(start_time() + time, *stream)) : nullptr;
 }
 
-std::shared_ptr<LMFFMediaStream> LMFFMedia::textStreamShowingAt(int64_t time) {
-  auto stream = subtitleStream();
-  if (!stream) return nullptr;
-  const int64_t target = start_time() + time;
-  const int64_t wanted = toStream(target, *stream);
-  while (frameEnd(*stream->frame()) < wanted) {
+/// Reads texts for as long as the newest one leaves more to be wanted for `target`.
+void LMFFMedia::readTexts(const std::shared_ptr<LMFFMediaStream>& stream, int64_t target,
+                          const std::function<bool(const AVFrame&)>& isMoreWanted) {
+  while (isMoreWanted(*stream->frame())) {
     if (!forwardStream(stream)) break;
     // A media with pictures does not read for its texts by itself: read up to the time, no further.
     if (hasVideo() && (last_pts() >= target || !forwardNextPacket())) break;
   }
-  const AVFrame& text = *stream->frame();
-  return SubtitleSpan{text.pts, frameDuration(text)}.contains(wanted) ? stream : nullptr;
 }
 
 std::optional<std::string> LMFFMedia::subtitleStringAtTime(int64_t time) {
-  const auto stream = textStreamShowingAt(time);
-  return stream ? stream->subtitleString() : std::nullopt;
+  const auto stream = subtitleStream();
+  if (!stream) return std::nullopt;
+  const int64_t target = start_time() + time;
+  const int64_t wanted = toStream(target, *stream);
+  readTexts(stream, target, [wanted](const AVFrame& text) { return frameEnd(text) < wanted; });
+  const AVFrame& text = *stream->frame();
+  return SubtitleSpan{text.pts, frameDuration(text)}.contains(wanted) ? stream->subtitleString()
+                                                                      : std::nullopt;
 }
 
 std::optional<std::string> LMFFMedia::subtitleMarkupAtTime(int64_t time) {
-  const auto stream = textStreamShowingAt(time);
-  return stream ? stream->subtitleMarkup() : std::nullopt;
+  const auto stream = subtitleStream();
+  if (!stream) return std::nullopt;
+  const int64_t target = start_time() + time;
+  const int64_t wanted = toStream(target, *stream);
+  // Until one begins later, another that is shown may follow.
+  readTexts(stream, target, [wanted](const AVFrame& text) { return text.pts < wanted; });
+  return stream->subtitleMarkupAt(wanted);
 }
 
 void LMFFMedia::thumbnailAtTime(int64_t time, const FrameBlock& block) {
@@ -326,11 +328,11 @@ void LMFFMedia::seek(int64_t time) {
     }
 }
 
-/// Decodes the bitmap subtitle shown at a time of the container's, and those shortly before it: it
+/// Decodes the subtitles shown at a time of the container's, and those shortly before it: they
 /// may have begun long before the key picture from which the time's picture is decoded.
 void LMFFMedia::readSubtitleBefore(int64_t target) {
   const auto subtitle = subtitleStream();
-  if (!subtitle || !isBitmapSubtitle(*subtitle) || target <= start_time()) return;
+  if (!subtitle || target <= start_time()) return;
   AVFormatContext* context = formatContext();
   const int64_t from = target - kSubtitleLead;
   state_->hasRead = true;

@@ -59,7 +59,7 @@ struct LMFFMediaStream::State {
   Guarded<std::shared_ptr<const Image>> wholeSubtitle;
   SubtitleHistory earlierSubtitles;
   Guarded<std::optional<std::string>> subtitleString;
-  Guarded<std::optional<std::string>> subtitleMarkup;
+  SubtitleTexts texts;
   Guarded<std::shared_ptr<LMFFAudioResample>> resample;
   Guarded<std::deque<std::shared_ptr<LMFFImage>>> rawPackets;
   std::atomic<bool> hasPacket{false};  // whether that is empty, asked for every packet read
@@ -213,6 +213,7 @@ void LMFFMediaStream::close() {
   setResample(nullptr);
   setSubtitle(nullptr);
   state_->earlierSubtitles.clear();
+  state_->texts.clear();
   setSubtitleString(std::nullopt);
   state_->decoder.close();
 }
@@ -233,6 +234,7 @@ void LMFFMediaStream::seek(int64_t time) {
   state_->isFlushed = false;
   setSubtitle(nullptr);
   state_->earlierSubtitles.clear();
+  state_->texts.clear();
   setRawPackets({});
   setAudio_sync_frame(av_rescale_q(time, toAV(timebase()), toAV(audioOutputTimebase())));
   if (const auto resampler = resample()) resampler->close();
@@ -361,7 +363,6 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
     if (rect.type == SUBTITLE_ASS && rect.ass && *rect.ass) {
       subtitleString.set(subtitleTextOfLine(rect.ass));
       markup += (markup.empty() ? "" : "\n") + subtitleMarkupOfLine(rect.ass);
-      subtitleMarkup.set(markup);
     } else if (rect.type == SUBTITLE_BITMAP) {
       const auto image = subtitleImageOfBitmap(rect, media ? media->videoFormat().height : 0);
       subtitle.set(image);
@@ -370,6 +371,7 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   }
   avsubtitle_free(&content);
   store(std::move(frame));
+  if (!markup.empty()) texts.add(subtitleSpan(), std::move(markup));
   return true;
 }
 
@@ -436,8 +438,9 @@ void LMFFMediaStream::setSubtitleString(std::optional<std::string> string) {
   state_->subtitleString.set(std::move(string));
 }
 
-std::optional<std::string> LMFFMediaStream::subtitleMarkup() const {
-  return state_->subtitleMarkup.get();
+std::optional<std::string> LMFFMediaStream::subtitleMarkupAt(int64_t time) {
+  state_->texts.forgetBefore(time);
+  return state_->texts.at(time);
 }
 
 std::vector<std::shared_ptr<LMFFImage>> LMFFMediaStream::rawPackets() const {

@@ -1,7 +1,12 @@
 #include "media/SubtitleHistory.h"
 
+#include <fmt/ranges.h>
+
 #include <algorithm>
+#include <ranges>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 extern "C" {
 #include <libavutil/avutil.h>
@@ -27,6 +32,27 @@ std::shared_ptr<const Image> SubtitleHistory::at(int64_t time) const {
   const auto last = std::find_if(subtitles_.rbegin(), subtitles_.rend(),
                                  [time](const auto& one) { return one.span.start < time; });
   return last != subtitles_.rend() && last->span.contains(time) ? last->image : nullptr;
+}
+
+void SubtitleTexts::add(const SubtitleSpan& span, std::string markup) {
+  constexpr size_t kMost = 1000;
+  if (texts_.size() == kMost) texts_.pop_front();
+  texts_.push_back({span, std::move(markup)});
+}
+
+void SubtitleTexts::forgetBefore(int64_t time) {
+  std::erase_if(texts_, [time](const Text& text) {
+    return text.span.start < time && time - text.span.start > text.span.duration;
+  });
+}
+
+std::optional<std::string> SubtitleTexts::at(int64_t time) const {
+  std::vector<std::string_view> shown;
+  for (const Text& text : std::views::reverse(texts_))
+    if (text.span.contains(time) && std::ranges::find(shown, text.markup) == shown.end())
+      shown.push_back(text.markup);
+  if (shown.empty()) return std::nullopt;
+  return fmt::format("{}", fmt::join(shown, "\n"));
 }
 
 }  // namespace kestrel

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace kestrel {
 
@@ -42,6 +44,31 @@ class SubtitleHistory {
   };
 
   std::deque<Subtitle> subtitles_;  // in rising order of their starts
+};
+
+/// The text subtitles of a stream that may still be shown. Unlike bitmap ones, which replace each
+/// other, several may be shown at the same time.
+class SubtitleTexts {
+ public:
+  /// Of more than a thousand that nobody asks for, the oldest are forgotten.
+  void add(const SubtitleSpan& span, std::string markup);
+
+  /// Forgets those that end before a time.
+  void forgetBefore(int64_t time);
+
+  /// All that are shown at a time, the latest above, each text once: layers that repeat a text for
+  /// its border or shadow are one. Absent when there is none.
+  std::optional<std::string> at(int64_t time) const;
+
+  void clear() { texts_.clear(); }
+
+ private:
+  struct Text {
+    SubtitleSpan span;
+    std::string markup;
+  };
+
+  std::deque<Text> texts_;
 };
 
 }  // namespace kestrel

@@ -174,7 +174,9 @@ class KESTREL_API LMFFMedia {
   /// The text shown at a time, absent when there is none; reads forward as far as it must.
   std::optional<std::string> subtitleStringAtTime(int64_t time);
 
-  /// The same with the text whole and its looks as markup: the stream's `subtitleMarkup`.
+  /// All texts shown at a time, whole and with their looks as markup: the stream's
+  /// `subtitleMarkupAt`. It reads on to the first text that begins later, so the same media is not
+  /// asked for `subtitleStringAtTime`, too.
   std::optional<std::string> subtitleMarkupAtTime(int64_t time);
 
   /// Seeks to a time and calls back with the picture there; without video it does not call.
@@ -189,8 +191,8 @@ class KESTREL_API LMFFMedia {
   /// Adds `frame` frames of every enabled audio stream to the caller's buffer, without clipping.
   bool readSample(float* data, int32_t frame);
 
-  /// Moves every stream to a time. Of bitmap subtitles it reads those that began shortly before it,
-  /// too: the one shown at that time is there.
+  /// Moves every stream to a time. Of subtitles it reads those that began shortly before it, too:
+  /// what is shown at that time is there.
   void seek(int64_t time);
 
  private:
@@ -198,7 +200,8 @@ class KESTREL_API LMFFMedia {
 
   std::shared_ptr<LMFFMediaStream> lastEnabled(StreamTest isWanted) const;
   bool hasPictureFor(int64_t target) const;
-  std::shared_ptr<LMFFMediaStream> textStreamShowingAt(int64_t time);
+  void readTexts(const std::shared_ptr<LMFFMediaStream>& stream, int64_t target,
+                 const std::function<bool(const AVFrame&)>& isMoreWanted);
   void readSubtitleBefore(int64_t target);
   void correctAsfSeek(int64_t target);
 

@@ -155,10 +155,12 @@ class KESTREL_API LMFFMediaStream {
   std::optional<std::string> subtitleString() const;
   void setSubtitleString(std::optional<std::string> string);
 
-  /// The current text subtitle whole, where `subtitleString` keeps only what follows the last comma
-  /// or override code: with <b>, <i>, <u> and <s> as the file asks for them, and "&lt;", "&gt;" and
-  /// "&amp;" for these characters themselves. Absent before the first.
-  std::optional<std::string> subtitleMarkup() const;
+  /// The text subtitles shown at a time in `timebase`, the latest above, absent when there is none.
+  /// They are whole, where `subtitleString` keeps only what follows the last comma or override
+  /// code: with <b>, <i>, <u> and <s> as the file asks for them, and "&lt;", "&gt;" and "&amp;" for
+  /// these characters themselves. Times may only rise until the next `seek`: what has ended is
+  /// forgotten. Only for the thread that reads the media.
+  std::optional<std::string> subtitleMarkupAt(int64_t time);
 
   // Stream copy.
 

@@ -29,15 +29,18 @@ class LMFFMediaStreamText : public testing::Test {
   /// The text that is shown for the text field of a dialogue line.
   std::optional<std::string> shown(const std::string& text) {
     const std::string line = "0,0,Default,,0,0,0,," + text;
-    EXPECT_TRUE(stream_->decodePacket(packetOf(line, 250, 150).get()));
+    start_ += 200;
+    EXPECT_TRUE(stream_->decodePacket(packetOf(line, start_, 150).get()));
     return stream_->subtitleString();
   }
 
   /// The same as markup.
   std::optional<std::string> marked(const std::string& text) {
     shown(text);
-    return stream_->subtitleMarkup();
+    return stream_->subtitleMarkupAt(start_ + 1);
   }
+
+  int64_t start_ = 50;  // of the newest line, in hundredths
 
   HandMadeContainer container_;
   std::unique_ptr<LMFFMediaStream> stream_;
@@ -70,7 +73,7 @@ TEST_F(LMFFMediaStreamText, OtherBackslashesStay) {
 TEST_F(LMFFMediaStreamText, BytesBeyondAsciiStay) { EXPECT_EQ(shown("Größe ★"), "Größe ★"); }
 
 TEST_F(LMFFMediaStreamText, MarkupKeepsTheWholeText) {
-  EXPECT_EQ(stream_->subtitleMarkup(), std::nullopt);
+  EXPECT_EQ(stream_->subtitleMarkupAt(1), std::nullopt);
   EXPECT_EQ(marked("Well, yes, of course"), "Well, yes, of course");
 }
 

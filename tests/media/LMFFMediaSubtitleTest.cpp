@@ -81,6 +81,34 @@ std::string nameOfText(const testing::TestParamInfo<const char*>& file) {
 INSTANTIATE_TEST_SUITE_P(Files, LMFFMediaText, testing::Values("subtitles.srt", "text.mkv"),
                          nameOfText);
 
+class LMFFMediaOverlappingTexts : public testing::TestWithParam<const char*> {};
+
+TEST_P(LMFFMediaOverlappingTexts, AreShownTogether) {
+  struct Cue {
+    int64_t start;
+    int64_t end;
+    const char* markup;
+  };
+  constexpr Cue kCues[] = {{200, 1500, "A sign that stays"},
+                           {400, 700, "<i>First</i> words, over it"},
+                           {600, 900, "An answer, before they end"},
+                           {1000, 1300, "Twice the same"}};  // the longer of the two
+  const auto media = openedMedia(fixture(GetParam()));
+  for (const int64_t start : {0, 650}) {
+    media->seek(milliseconds(start));
+    for (int64_t t = start == 0 ? 0 : 1001; t <= 2000; ++t) {
+      std::string expected;
+      for (const Cue& cue : kCues)
+        if (t > cue.start && t < cue.end)
+          expected = cue.markup + (expected.empty() ? "" : "\n" + expected);
+      ASSERT_EQ(media->subtitleMarkupAtTime(milliseconds(t)).value_or(""), expected) << t;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, LMFFMediaOverlappingTexts,
+                         testing::Values("overlapping.srt", "overlapping.mkv"), nameOfText);
+
 TEST(LMFFMediaTexts, SeekToTheStartOfATextFileFallsBackOnItsFirstLine) {
   // No line begins at or before 0, so there is none to seek back to by time.
   const auto media = openedMedia(fixture("subtitles.srt"));
