@@ -3,6 +3,7 @@
 #include <kestrel/LMFFMovieFileOutput.h>
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "output/EncoderCompat.h"
@@ -47,6 +48,27 @@ FramePtr makeSoundFrame(const AVCodecContext& encoder) {
   return ready ? std::move(frame) : nullptr;
 }
 
+/// Keeps damaged samples from an encoder that would refuse them or search for ever: no number
+/// becomes silence, and nothing is more than 30 dB above full scale.
+void limitLevel(AVFrame& frame) {
+  const auto format = static_cast<AVSampleFormat>(frame.format);
+  if (av_get_packed_sample_fmt(format) != AV_SAMPLE_FMT_FLT) return;
+  constexpr float kMost = 32;
+  const bool isPlanar = av_sample_fmt_is_planar(format) != 0;
+  const int planes = isPlanar ? frame.ch_layout.nb_channels : 1;
+  const int count = frame.nb_samples * (isPlanar ? 1 : frame.ch_layout.nb_channels);
+  for (int plane = 0; plane < planes; ++plane) {
+    auto* const samples = reinterpret_cast<float*>(frame.extended_data[plane]);
+    for (int i = 0; i < count; ++i)
+      samples[i] = std::isnan(samples[i]) ? 0 : std::clamp(samples[i], -kMost, kMost);
+  }
+}
+
+bool isLossy(const AVCodecContext& encoder) {
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(encoder.codec_id);
+  return codec && (codec->props & AV_CODEC_PROP_LOSSLESS) == 0;
+}
+
 /// The time of a copied packet in its stream: moved by `offset`, and never before 0.
 int64_t streamTime(int64_t time, AVRational from, AVRational to, int64_t offset) {
   return std::max<int64_t>(av_sat_add64(av_rescale_q(time, from, to), offset), 0);
@@ -78,6 +100,7 @@ bool LMFFMovieFileOutput::State::readSound(AVFrame& frame) const {
 void LMFFMovieFileOutput::State::encodeSound(StreamEncoder& encoder, AVFrame& frame) {
   frame.pts = audioTime;
   audioTime += frame.nb_samples;
+  if (isLossy(*encoder.context())) limitLevel(frame);
   encode(encoder, frame, 0);
 }
 

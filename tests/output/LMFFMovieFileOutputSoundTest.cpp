@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 #include "support/FFmpegOwners.h"
@@ -152,6 +153,43 @@ TEST(LMFFMovieFileOutputSound, EndOfTheSoundSurvivesEveryEncoder) {
     EXPECT_FALSE(output.lastError()) << name << ": " << output.lastError().message;
     EXPECT_NEAR(energyOf(decodedSound(dir / name)) / (0.125 * 1000), 1, 0.15) << name;
   }
+}
+
+// AAC's encoder refuses what is no number, and does not come back from a billion.
+TEST(LMFFMovieFileOutputSound, DamagedSamplesDoNotStopAnEncoder) {
+  const TempDir dir;
+  const auto file = dir / "a.m4a";
+  SoundOutput output(file, AV_CODEC_ID_AAC);
+  constexpr int kCount = 20000;
+  constexpr int kDamaged = 4000;
+  std::vector<float> samples(2 * kCount);
+  for (int i = 0; i < kCount; ++i)
+    samples[2 * i] = samples[2 * i + 1] = static_cast<float>(toneAt(i));
+  for (int i = 0; i < kDamaged; ++i) {
+    samples[2 * i] = std::numeric_limits<float>::quiet_NaN();
+    samples[2 * i + 1] = 1e9F * std::sin(0.05F * static_cast<float>(i));
+  }
+  samples[0] = std::numeric_limits<float>::infinity();
+  output.writeSample(samples.data(), kCount);
+  output.finishAudio();
+  output.stopOutput();
+  EXPECT_FALSE(output.lastError()) << output.lastError().message;
+  const std::vector<float> decoded = decodedSound(file);
+  ASSERT_GE(decoded.size(), static_cast<size_t>(kCount));
+  for (int i = 12000; i < 13000; i++) ASSERT_NEAR(decoded[i], toneAt(i), 0.06) << i;
+}
+
+// Samples that are kept as they are keep whatever they are.
+TEST(LMFFMovieFileOutputSound, LosslessEncodersKeepWhatIsBeyondFullScale) {
+  const TempDir dir;
+  SoundOutput output(dir / "a.wav", AV_CODEC_ID_PCM_F32LE);
+  const std::vector<float> samples(2 * 1024, 100.0F);
+  output.writeSample(samples.data(), 1024);
+  output.finishAudio();
+  output.stopOutput();
+  const std::vector<float> decoded = decodedSound(dir / "a.wav");
+  ASSERT_GE(decoded.size(), 1024u);
+  EXPECT_EQ(decoded[500], 100.0F);
 }
 
 // The tone's phase tells where the samples lie: one sample later differs by up to 0.03.
