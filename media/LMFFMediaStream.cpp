@@ -357,6 +357,8 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
     subtitle.set(nullptr);
     wholeSubtitle.set(nullptr);
   }
+  const LMFFVideoFormat format = media ? media->videoFormat() : LMFFVideoFormat{};
+  const Size video{static_cast<double>(format.width), static_cast<double>(format.height)};
   std::string markup;
   for (unsigned i = 0; i < content.num_rects; ++i) {
     const AVSubtitleRect& rect = *content.rects[i];
@@ -364,9 +366,11 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
       subtitleString.set(subtitleTextOfLine(rect.ass));
       markup += (markup.empty() ? "" : "\n") + subtitleMarkupOfLine(rect.ass);
     } else if (rect.type == SUBTITLE_BITMAP) {
-      const auto image = subtitleImageOfBitmap(rect, media ? media->videoFormat().height : 0);
-      subtitle.set(image);
-      wholeSubtitle.set(subtitleImageOver(image, wholeSubtitle.get()));
+      const AVCodecContext& context = *decoder.context();
+      const Size canvas{static_cast<double>(context.width), static_cast<double>(context.height)};
+      subtitle.set(subtitleImageOfBitmap(rect, static_cast<int>(video.height)));
+      wholeSubtitle.set(
+          subtitleImageOver(subtitleImageOnVideo(rect, canvas, video), wholeSubtitle.get()));
     }
   }
   avsubtitle_free(&content);

@@ -169,6 +169,23 @@ std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, i
   return Image::fromBitmap(bitmap)->translated(rect.x, videoHeight - rect.y - height);
 }
 
+std::shared_ptr<const Image> subtitleImageOnVideo(const AVSubtitleRect& rect, const Size& canvas,
+                                                  const Size& video) {
+  const int videoHeight = static_cast<int>(video.height);
+  const bool isCanvasKnown = canvas.width > 0 && canvas.height > 0;
+  if (!isCanvasKnown || canvas == video || video.width <= 0)
+    return subtitleImageOfBitmap(rect, videoHeight);
+  const auto image = subtitleImageOfBitmap(rect, static_cast<int>(canvas.height));
+  if (!image) return nullptr;
+  constexpr double kMostLinesOfOlderDiscs = 576;
+  const double sx = video.width / canvas.width;
+  if (canvas.height <= kMostLinesOfOlderDiscs && sx != 1)
+    return image->scaled(sx, video.height / canvas.height);
+  const double below = canvas.height - rect.y - rect.h;
+  const double lacking = below <= rect.y ? 0 : video.height - canvas.height * sx;
+  return image->scaled(sx, sx)->translated(0, lacking);
+}
+
 std::shared_ptr<const Image> subtitleImageOver(const std::shared_ptr<const Image>& image,
                                                const std::shared_ptr<const Image>& background) {
   if (!image || !background) return image ? image : background;

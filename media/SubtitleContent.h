@@ -13,6 +13,7 @@ struct AVSubtitleRect;
 namespace kestrel {
 
 class Image;
+struct Size;
 
 /// The text that an ASS dialogue line shows: what follows its last comma or closing brace, with
 /// "\N" as a line feed. Fields, override codes and any earlier part of the text are dropped.
@@ -26,6 +27,15 @@ std::string subtitleMarkupOfLine(std::string_view line);
 /// The picture of a bitmap rectangle, placed in video coordinates (lower-left origin) of a video
 /// `videoHeight` pixels high; null when the rectangle holds no pixels.
 std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, int videoHeight);
+
+/// The same as it is shown over a video for which it may not have been made: a subtitle is drawn on
+/// a canvas, empty where that is not known, which may be larger or smaller than the video.
+///
+/// A canvas of square pixels, and one as wide as the video, is scaled alike in both directions;
+/// what of it the video lacks has been cropped, so that the distance to the nearer edge stays,
+/// above or below. The canvas of an older disc fills the video, as its pixels may have any shape.
+std::shared_ptr<const Image> subtitleImageOnVideo(const AVSubtitleRect& rect, const Size& canvas,
+                                                  const Size& video);
 
 /// One picture over another; either may be null.
 std::shared_ptr<const Image> subtitleImageOver(const std::shared_ptr<const Image>& image,

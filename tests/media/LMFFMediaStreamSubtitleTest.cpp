@@ -299,6 +299,30 @@ TEST_F(LMFFMediaStreamBitmap, OutlivesTheStreamsNextOne) {
   EXPECT_EQ(kept->bitmap()->row(6)[0], 114);
 }
 
+// Pictures of 320 × 180; the subtitle covers 20 to 31 across and 30 to 37 from above.
+TEST_F(LMFFMediaStreamBitmap, IsShownInProportionToTheCanvasThatItWasMadeFor) {
+  const auto shownFor = [this](int width, int height, const Subpicture& picture = kPicture) {
+    stream_.seek(0);
+    stream_.codecContext()->width = width;
+    stream_.codecContext()->height = height;
+    decode(picture, 0);
+    return stream_.subtitleAt(1)->extent();
+  };
+  EXPECT_EQ(shownFor(0, 0), (Rect{{20, 143}, {11, 7}}));
+  EXPECT_EQ(shownFor(320, 180), (Rect{{20, 143}, {11, 7}}));
+  // A larger disc: half as large, and so its distances to the edges.
+  EXPECT_EQ(shownFor(640, 360 * 2), (Rect{{10, 180 - 18.5}, {5.5, 3.5}}));  // cropped, from above
+  EXPECT_EQ(shownFor(1280, 720), (Rect{{5, 180 - 37 / 4.0}, {11 / 4.0, 7 / 4.0}}));
+  // The same canvas near its lower edge, whose last 90 lines and first 90 the video lacks.
+  Subpicture low = kPicture;
+  low.y = 320;
+  EXPECT_EQ(shownFor(320, 360, low), (Rect{{20, 360 - 327}, {11, 7}}));
+  // Lines and columns of an older disc are stretched by themselves.
+  EXPECT_EQ(shownFor(160, 360), (Rect{{40, (360 - 37) / 2.0}, {22, 3.5}}));
+  // What a host asks for without a time stays as it was stored.
+  EXPECT_EQ(stream_.subtitle()->extent(), (Rect{{20, 143}, {11, 7}}));
+}
+
 TEST_F(LMFFMediaStreamBitmap, LeavesTheTextAlone) {
   stream_.setSubtitleString("text");
   decode(kPicture, 0);
