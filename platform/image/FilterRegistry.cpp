@@ -9,6 +9,7 @@
 #include "platform/image/filters/ColorControls.h"
 #include "platform/image/filters/ColorInvert.h"
 #include "platform/image/filters/ColorMonochrome.h"
+#include "platform/image/filters/Compositing.h"
 #include "platform/image/filters/ExposureAdjust.h"
 #include "platform/image/filters/GaussianBlur.h"
 #include "platform/image/filters/Gloom.h"
@@ -17,8 +18,6 @@
 #include "platform/image/filters/LineScreen.h"
 #include "platform/image/filters/SepiaTone.h"
 #include "platform/image/filters/SharpenLuminance.h"
-#include "platform/image/filters/SourceIn.h"
-#include "platform/image/filters/SourceOver.h"
 #include "platform/image/filters/SpotLight.h"
 
 namespace kestrel {

@@ -8,44 +8,21 @@
 #include <functional>
 #include <sstream>
 
-#include "tests/e2e/Decoded.h"
+#include "tests/e2e/Look.h"
 #include "tests/support/Fixture.h"
-#include "tests/support/TempDir.h"
 
 namespace kestrel::test {
 namespace {
 
 namespace fs = std::filesystem;
 
-const Arguments kFine{"--video-option", "qp=1", "--encoder-preset", "ultrafast",
-                      "--audio-codec",  "none", "--force"};
-
 /// A smooth picture of 320x180 in which every place looks different, its colours all within RGB.
 const char* const kSlopes =
     "nullsrc=s=320x180:r=25:d=0.4,geq=lum='70+0.25*X+0.2*Y':cb='118+0.1*X':cr='138-0.2*Y'";
 
-using Rgb = std::array<int, 3>;
-
-class ConvertLook : public testing::Test {
+class ConvertLook : public LookTest {
  protected:
-  fs::path made(const std::string& name, const std::string& graph, const Arguments& options = {}) {
-    const auto file = folder_ / name;
-    ffmpeg(
-        joined(joined({"-f", "lavfi", "-i", graph, "-c:v", "ffv1", "-pix_fmt", "yuv420p"}, options),
-               {file.string()}));
-    return file;
-  }
-
   fs::path slopes() { return made("slopes.mkv", kSlopes); }
-
-  fs::path converted(const fs::path& source, const Arguments& options,
-                     const std::string& name = "out.mkv") {
-    const auto output = folder_ / name;
-    EXPECT_TRUE(converts(source, output, joined(options, kFine)));
-    return output;
-  }
-
-  TempDir folder_;
 };
 
 /// The lowest likeness of luma, in dB, of any picture to that of another file seen through a
@@ -63,40 +40,6 @@ double likeness(const fs::path& file, const fs::path& reference, const std::stri
   }
   return lowest;
 }
-
-/// A picture's pixels as R, G, B: the one at a time in seconds.
-class Pixels {
- public:
-  Pixels(const fs::path& file, double time, int width)
-      : width_(width),
-        bytes_(ffmpeg({"-ss", std::to_string(time), "-i", file.string(), "-frames:v", "1", "-f",
-                       "rawvideo", "-pix_fmt", "rgb24", "-"})) {}
-
-  Rgb at(int x, int y) const {
-    const auto offset = static_cast<size_t>((y * width_ + x) * 3);
-    const auto byte = [&](size_t i) { return int{static_cast<uint8_t>(bytes_.at(offset + i))}; };
-    return {byte(0), byte(1), byte(2)};
-  }
-
-  int height() const { return static_cast<int>(bytes_.size()) / 3 / width_; }
-
-  /// How many pixels of a row are brighter than half.
-  int brightInRow(int y) const {
-    int count = 0;
-    for (int x = 0; x < width_; ++x) count += at(x, y)[1] > 128 ? 1 : 0;
-    return count;
-  }
-
-  int bright() const {
-    int count = 0;
-    for (int y = 0; y < height(); ++y) count += brightInRow(y);
-    return count;
-  }
-
- private:
-  int width_;
-  std::string bytes_;
-};
 
 void expectNear(const Rgb& color, const Rgb& wanted, int tolerance) {
   for (size_t i = 0; i < 3; ++i)
@@ -380,163 +323,6 @@ TEST_F(ConvertLook, AWatermarkHasNoFringe) {
   EXPECT_GE(static_cast<int>(static_cast<uint8_t>(*std::ranges::min_element(
                 luma, {}, [](char c) { return static_cast<uint8_t>(c); }))),
             233);
-}
-
-// Subtitles.
-
-class ConvertSubtitles : public ConvertLook {
- protected:
-  /// A black movie of three seconds.
-  fs::path black() { return made("black.mkv", "color=black:s=320x180:r=25:d=3"); }
-
-  fs::path written(const std::string& name, const std::string& bytes) {
-    const auto file = folder_ / name;
-    std::ofstream(file, std::ios::binary) << bytes;
-    return file;
-  }
-
-  static constexpr const char* kCue = "1\n00:00:01,000 --> 00:00:02,000\n";
-};
-
-TEST_F(ConvertSubtitles, ShowAtTheirTimes) {
-  const auto text = written("a.srt", std::string(kCue) + "Hello there\n");
-  const auto output = converted(black(), {"--subtitles", text.string()});
-  EXPECT_EQ(Pixels(output, 0.8, 320).bright(), 0);
-  EXPECT_GT(Pixels(output, 1.5, 320).bright(), 100);
-  EXPECT_EQ(Pixels(output, 2.2, 320).bright(), 0);
-}
-
-TEST_F(ConvertSubtitles, CanBeReadOnWhite) {
-  const auto text = written("a.srt", std::string(kCue) + "HHHH\n");
-  const auto white = made("white.mkv", "color=white:s=320x180:r=25:d=3");
-  const auto darkest = [&](const Arguments& options) {
-    const Pixels shown(converted(white, joined({"--subtitles", text.string()}, options)), 1.5, 320);
-    int least = 255;
-    for (int y = 0; y < 180; ++y)
-      for (int x = 0; x < 320; ++x) least = std::min(least, shown.at(x, y)[1]);
-    return least;
-  };
-  EXPECT_LT(darkest({"--subtitle-outline", "2"}), 60);
-  EXPECT_LT(darkest({}), 128);
-  EXPECT_GT(darkest({"--subtitle-outline", "0"}), 240);
-}
-
-TEST_F(ConvertSubtitles, KeepTheWholeSentence) {
-  const auto part = written("part.srt", std::string(kCue) + " of course\n");
-  const auto whole = written("whole.srt", std::string(kCue) + "Well, yes, of course\n");
-  const auto source = black();
-  const int ofPart = Pixels(converted(source, {"--subtitles", part.string()}), 1.5, 320).bright();
-  EXPECT_GT(Pixels(converted(source, {"--subtitles", whole.string()}), 1.5, 320).bright(),
-            ofPart * 3 / 2);
-}
-
-TEST_F(ConvertSubtitles, AreReadInWhateverEncodingTheyAre) {
-  const auto source = black();
-  const auto shown = [&](const fs::path& text) {
-    return pictureBytes(
-        converted(source, {"--subtitles", text.string(), "--start", "1.5", "--duration", "0.1"}),
-        "format=gray");
-  };
-  const std::string utf8 = std::string(kCue) + "Él comió piñas, ¿verdad? Será mañana.\n";
-  std::string latin = kCue;
-  latin +=
-      "\xC9l comi\xF3 pi\xF1"
-      "as, \xBFverdad? Ser\xE1 ma\xF1"
-      "ana.\n";
-  std::string utf16 = "\xFF\xFE";
-  for (const char32_t c : std::u32string(U"1\n00:00:01,000 --> 00:00:02,000\nÉl comió piñas, "
-                                         U"¿verdad? Será mañana.\n")) {
-    utf16 += static_cast<char>(c & 0xFF);
-    utf16 += static_cast<char>(c >> 8);
-  }
-  const std::string expected = shown(written("utf8.srt", utf8));
-  EXPECT_EQ(shown(written("bom.srt", "\xEF\xBB\xBF" + utf8)), expected);
-  EXPECT_EQ(shown(written("latin.srt", latin)), expected);
-  EXPECT_EQ(shown(written("utf16.srt", utf16)), expected);
-}
-
-TEST_F(ConvertSubtitles, AreReadInTheEncodingsOfOtherScripts) {
-  const auto source = black();
-  const auto shown = [&](const fs::path& text) {
-    return pictureBytes(
-        converted(source, {"--subtitles", text.string(), "--start", "1.5", "--duration", "0.1"}),
-        "format=gray");
-  };
-  for (const auto& [encoding, words] :
-       {std::pair{"WINDOWS-1251", "Привет, мир! Как у вас дела сегодня?\nВсё хорошо, спасибо."},
-        {"SHIFT_JIS", "こんにちは、世界。\n今日はいい天気ですね。"},
-        {"UTF-16LE", "Привет, 世界!"},
-        {"UTF-16BE", "Привет, 世界!"}}) {
-    SCOPED_TRACE(encoding);
-    // As iconv writes it; the mark of UTF-16 is a character before the text.
-    const bool hasMark = std::string(encoding).starts_with("UTF-16");
-    const RunResult made =
-        run({"sh", "-c",
-             "printf '%s' \"$1\" > utf8.srt && printf '%s' \"$2$1\" | iconv -f UTF-8 -t \"$3\" > "
-             "other.srt",
-             "sh", std::string(kCue) + words + "\n", hasMark ? "\uFEFF" : "", encoding},
-            {.workingDirectory = folder_.path()});
-    ASSERT_EQ(made.status, 0) << made.err;
-    const std::string expected = shown(folder_ / "utf8.srt");
-    EXPECT_GT(std::ranges::count_if(expected, [](char c) { return static_cast<uint8_t>(c) > 128; }),
-              100);
-    EXPECT_EQ(shown(folder_ / "other.srt"), expected);
-  }
-}
-
-TEST_F(ConvertSubtitles, HaveColourFontAndPlaceAsAsked) {
-  const auto text = written("a.srt", std::string(kCue) + "HHHHHHHH\n");
-  const auto output =
-      converted(black(), {"--subtitles", text.string(), "--subtitle-color", "#FF0000",
-                          "--subtitle-font", "DejaVu Sans Bold 40", "--subtitle-position", "0.5"});
-  const Pixels shown(output, 1.5, 320);
-  int top = 180;
-  int bottom = -1;
-  for (int y = 0; y < 180; ++y)
-    for (int x = 0; x < 320; ++x)
-      if (const Rgb c = shown.at(x, y); c[0] > 128) {
-        EXPECT_LT(c[1], 80);
-        top = std::min(top, y);
-        bottom = std::max(bottom, y);
-      }
-  EXPECT_LT(bottom, 90);             // nothing below the middle
-  EXPECT_NEAR(bottom - top, 29, 3);  // capitals of this font are 0.73 of its size high
-}
-
-TEST_F(ConvertSubtitles, OfTheInputAreChosenByNumberOrLanguage) {
-  const auto first = written("a.srt", std::string(kCue) + "I\n");
-  const auto second = written("b.srt", std::string(kCue) + "MMMMMMMM\n");
-  const auto source = folder_ / "both.mkv";
-  ffmpeg({"-i",
-          black().string(),
-          "-i",
-          first.string(),
-          "-i",
-          second.string(),
-          "-map",
-          "0:v",
-          "-map",
-          "1:s",
-          "-map",
-          "2:s",
-          "-c:v",
-          "copy",
-          "-c:s",
-          "ass",
-          "-metadata:s:s:0",
-          "language=eng",
-          "-metadata:s:s:1",
-          "language=fre",
-          source.string()});
-  const auto inkOf = [&](const std::string& track) {
-    return Pixels(converted(source, {"--subtitle-track", track}), 1.5, 320).bright();
-  };
-  const int few = inkOf("0");
-  const int many = inkOf("1");
-  EXPECT_GT(few, 0);
-  EXPECT_GT(many, 4 * few);
-  EXPECT_EQ(inkOf("en"), few);
-  EXPECT_EQ(inkOf("fra"), many);
 }
 
 // Wrong values.
