@@ -38,7 +38,8 @@ std::string reason(const kestrel::Error& error) {
   return error.message;
 }
 
-/// Opens a source that was made for `path`, or throws.
+}  // namespace
+
 void openSource(LMMediaSource& source, const std::string& path) {
   const auto cannotOpen = [&](const std::string& why) {
     return Failure{kFailed, "cannot open '" + path + "': " + why};
@@ -49,8 +50,6 @@ void openSource(LMMediaSource& source, const std::string& path) {
   if (!source.isOpen()) throw cannotOpen(reason(source.lastError()));
   if (source.formatContext()->nb_streams == 0) throw cannotOpen("it has no streams");
 }
-
-}  // namespace
 
 std::shared_ptr<LMMediaSource> openInput(const std::string& path) {
   if (const std::string problem = obviousProblem(path); !problem.empty())

@@ -15,3 +15,6 @@ std::shared_ptr<kestrel::LMMediaSource> openInput(const std::string& path);
 /// wrong usage, and so is a title of a file.
 std::shared_ptr<kestrel::LMMediaSource> openInput(const std::string& path,
                                                   const std::string& title);
+
+/// Opens a source that was made of what `path` names, under the same terms.
+void openSource(kestrel::LMMediaSource& source, const std::string& path);

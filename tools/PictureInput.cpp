@@ -9,6 +9,7 @@
 #include <new>
 
 #include "AutoCrop.h"
+#include "CoverSource.h"
 #include "Failure.h"
 #include "Input.h"
 #include "Interrupt.h"
@@ -30,9 +31,17 @@ constexpr double kLongestSide = 32768;
 
 const AVStream* mainPictures(AVFormatContext& input) {
   const int best = av_find_best_stream(&input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  const bool isCover =
-      best >= 0 && (input.streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-  return best < 0 || isCover ? nullptr : input.streams[best];
+  return best < 0 ? nullptr : input.streams[best];
+}
+
+/// Where a cover is all that there is to see, the cover as an input of its own.
+std::shared_ptr<LMMediaSource> openPictures(const std::string& path) {
+  auto source = openInput(path);
+  const AVStream* const pictures = mainPictures(*source->formatContext());
+  if (!pictures || !(pictures->disposition & AV_DISPOSITION_ATTACHED_PIC)) return source;
+  auto cover = makeCoverSource(*pictures);
+  openSource(*cover, path);
+  return cover;
 }
 
 Size wholePixels(Size size) {
@@ -42,7 +51,7 @@ Size wholePixels(Size size) {
 }  // namespace
 
 PictureInput::PictureInput(const std::string& path, const LookSettings& settings)
-    : path_(path), source_(openInput(path)) {
+    : path_(path), source_(openPictures(path)) {
   stream_ = mainPictures(*source_->formatContext());
   if (!stream_) throw Failure{kFailed, fmt::format("'{}' has no pictures", path)};
   movie_.setExportMovie(true);

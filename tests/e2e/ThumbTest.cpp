@@ -300,6 +300,36 @@ TEST_F(Thumb, PictureFilesOfAnyKindAreMovies) {
   }
 }
 
+TEST_F(Thumb, ACoverIsWhatThereIsToSeeOfASong) {
+  for (const char* codec : {"png", "mjpeg"}) {
+    ffmpeg({"-f",
+            "lavfi",
+            "-i",
+            "sine=duration=2",
+            "-f",
+            "lavfi",
+            "-i",
+            "color=red:size=64x48:rate=1:duration=1",
+            "-frames:v",
+            "1",
+            "-map",
+            "0",
+            "-map",
+            "1",
+            "-c:v",
+            codec,
+            "-disposition:v",
+            "attached_pic",
+            "-y",
+            (folder_ / "song.mp3").string()});
+    const RunResult result = thumb({"song.mp3", "out.png", "--force"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(sizeOf(folder_ / "out.png"), std::pair(64, 48));
+    EXPECT_GT(static_cast<uint8_t>(rgb(folder_ / "out.png").at(0)), 250);
+  }
+}
+
 /// The numbers that the pictures of a sheet carry, row by row, where pictures are 128 × 32 in
 /// columns 132 pixels apart, the first 4 pixels from the left.
 std::vector<int> numbersOnSheet(const fs::path& file, int columns) {
