@@ -37,6 +37,13 @@ int64_t validChannelLayout(const AVCodecContext& context) {
   return isValid ? mask : lm_get_default_channel_layout(channels);
 }
 
+/// The script header of a text subtitle decoder.
+std::string_view headerOf(const AVCodecContext& context) {
+  if (!context.subtitle_header || context.subtitle_header_size <= 0) return {};
+  return {reinterpret_cast<const char*>(context.subtitle_header),
+          static_cast<size_t>(context.subtitle_header_size)};
+}
+
 /// A rate in whole pictures per second, absent for an invalid one.
 std::optional<float> wholeRate(AVRational rate) {
   if (rate.num < 1 || rate.den < 1) return std::nullopt;
@@ -60,6 +67,7 @@ struct LMFFMediaStream::State {
   SubtitleHistory earlierSubtitles;
   Guarded<std::optional<std::string>> subtitleString;
   SubtitleTexts texts;
+  std::optional<SubtitleStyles> styles;  // of the decoder, once a text was there
   Guarded<std::shared_ptr<LMFFAudioResample>> resample;
   Guarded<std::deque<std::shared_ptr<LMFFImage>>> rawPackets;
   std::atomic<bool> hasPacket{false};  // whether that is empty, asked for every packet read
@@ -214,6 +222,7 @@ void LMFFMediaStream::close() {
   setSubtitle(nullptr);
   state_->earlierSubtitles.clear();
   state_->texts.clear();
+  state_->styles.reset();
   setSubtitleString(std::nullopt);
   state_->decoder.close();
 }
@@ -363,8 +372,9 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   for (unsigned i = 0; i < content.num_rects; ++i) {
     const AVSubtitleRect& rect = *content.rects[i];
     if (rect.type == SUBTITLE_ASS && rect.ass && *rect.ass) {
+      if (!styles) styles = subtitleStylesOfHeader(headerOf(*decoder.context()));
       subtitleString.set(subtitleTextOfLine(rect.ass));
-      markup += (markup.empty() ? "" : "\n") + subtitleMarkupOfLine(rect.ass);
+      markup += (markup.empty() ? "" : "\n") + subtitleMarkupOfLine(rect.ass, *styles);
     } else if (rect.type == SUBTITLE_BITMAP) {
       const AVCodecContext& context = *decoder.context();
       const Size canvas{static_cast<double>(context.width), static_cast<double>(context.height)};

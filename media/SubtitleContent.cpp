@@ -6,10 +6,11 @@
 
 #include <fmt/format.h>
 
-#include <array>
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -33,10 +34,12 @@ uint32_t rgbOfYCrCb(uint32_t entry) {
 
 /// The fields before the text of a dialogue line as decoders answer it: order, layer, style, name,
 /// three margins and effect.
+constexpr int kFieldsBeforeStyle = 2;
 constexpr int kFieldsBeforeText = 8;
 
-std::string_view textFieldOf(std::string_view line) {
-  for (int i = 0; i < kFieldsBeforeText; ++i) {
+/// What is left behind so many commas, or behind the last.
+std::string_view afterFields(std::string_view line, int count) {
+  for (int i = 0; i < count; ++i) {
     const size_t comma = line.find(',');
     if (comma == std::string_view::npos) return line;
     line.remove_prefix(comma + 1);
@@ -44,10 +47,43 @@ std::string_view textFieldOf(std::string_view line) {
   return line;
 }
 
+using Looks = std::array<bool, 4>;  // in the order of `kLookNames`
+constexpr std::string_view kLookNames = "bius";
+constexpr int kBoldWeight = 600;
+
+/// "1" and "-1" switch a look on, 0 switches it off; bold may be a weight.
+bool isOn(size_t look, int value) {
+  return kLookNames[look] == 'b' && value > 1 ? value >= kBoldWeight : value != 0;
+}
+
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view kSpace = " \t\r\n";
+  const size_t begin = text.find_first_not_of(kSpace);
+  if (begin == std::string_view::npos) return {};
+  return text.substr(begin, text.find_last_not_of(kSpace) + 1 - begin);
+}
+
+/// The values behind a line's colon, between its commas.
+std::vector<std::string_view> valuesOf(std::string_view line) {
+  std::vector<std::string_view> values;
+  line.remove_prefix(line.find(':') + 1);
+  for (;;) {
+    const size_t comma = line.find(',');
+    values.push_back(trimmed(line.substr(0, comma)));
+    if (comma == std::string_view::npos) return values;
+    line.remove_prefix(comma + 1);
+  }
+}
+
 /// Turns a dialogue's text into markup whose tags are properly nested.
 class MarkupWriter {
  public:
-  explicit MarkupWriter(std::string_view text) : text_(text) {}
+  MarkupWriter(std::string_view line, const SubtitleStyles& styles)
+      : styles_(styles), text_(afterFields(line, kFieldsBeforeText)) {
+    const std::string_view name = afterFields(line, kFieldsBeforeStyle);
+    style_ = styleNamed(name.substr(0, name.find(',')));
+    wanted_ = style_;
+  }
 
   std::string markup() {
     while (!text_.empty()) {
@@ -64,8 +100,10 @@ class MarkupWriter {
   }
 
  private:
-  using Tags = std::array<bool, 4>;  // in the order of `kTagNames`
-  static constexpr std::string_view kTagNames = "bius";
+  Looks styleNamed(std::string_view name) const {
+    const auto found = styles_.find(trimmed(name));
+    return found == styles_.end() ? Looks{} : found->second;
+  }
 
   /// What stands between two braces: codes that begin with a backslash, and comments.
   void readCodes(std::string_view codes) {
@@ -79,14 +117,15 @@ class MarkupWriter {
 
   /// "i1", "b0", "b700", "p1", "r"; anything else changes nothing here.
   void readCode(std::string_view code) {
-    if (code.starts_with('r')) wanted_ = {};  // back to the style
+    if (code == "r") wanted_ = style_;
+    if (code.size() > 1 && code.front() == 'r') wanted_ = styleNamed(code.substr(1));
     if (code.size() < 2) return;
     int value = 0;
     const char* const end = code.data() + code.size();
     if (std::from_chars(code.data() + 1, end, value).ptr != end) return;
     if (code.front() == 'p') isDrawing_ = value != 0;
-    if (const size_t tag = kTagNames.find(code.front()); tag != std::string_view::npos)
-      wanted_[tag] = code.front() == 'b' ? value == 1 || value >= kBoldWeight : value != 0;
+    if (const size_t look = kLookNames.find(code.front()); look != std::string_view::npos)
+      wanted_[look] = isOn(look, value);
   }
 
   void readCharacter() {
@@ -113,21 +152,21 @@ class MarkupWriter {
   }
 
   /// Closes every tag and opens those that are wanted, where that makes a difference.
-  void switchTo(const Tags& tags) {
-    if (tags == open_) return;
+  void switchTo(const Looks& looks) {
+    if (looks == open_) return;
     for (size_t i = open_.size(); i-- > 0;)
-      if (open_[i]) markup_ += fmt::format("</{}>", kTagNames[i]);
-    for (size_t i = 0; i < tags.size(); ++i)
-      if (tags[i]) markup_ += fmt::format("<{}>", kTagNames[i]);
-    open_ = tags;
+      if (open_[i]) markup_ += fmt::format("</{}>", kLookNames[i]);
+    for (size_t i = 0; i < looks.size(); ++i)
+      if (looks[i]) markup_ += fmt::format("<{}>", kLookNames[i]);
+    open_ = looks;
   }
 
-  static constexpr int kBoldWeight = 600;
-
+  const SubtitleStyles& styles_;
   std::string_view text_;
   std::string markup_;
-  Tags wanted_{};
-  Tags open_{};
+  Looks style_{};
+  Looks wanted_{};
+  Looks open_{};
   bool isDrawing_ = false;
 };
 
@@ -142,8 +181,34 @@ std::string subtitleTextOfLine(std::string_view line) {
   return text.append(rest);
 }
 
-std::string subtitleMarkupOfLine(std::string_view line) {
-  return MarkupWriter(textFieldOf(line)).markup();
+SubtitleStyles subtitleStylesOfHeader(std::string_view header) {
+  constexpr std::array<std::string_view, 4> kColumns{"Bold", "Italic", "Underline", "StrikeOut"};
+  SubtitleStyles styles;
+  std::vector<std::string_view> columns;
+  while (!header.empty()) {
+    const size_t end = header.find('\n');
+    const std::string_view line = trimmed(header.substr(0, end));
+    header.remove_prefix(end == std::string_view::npos ? header.size() : end + 1);
+    if (line == "[Events]") break;  // their format is another
+    if (line.starts_with("Format:")) columns = valuesOf(line);
+    if (!line.starts_with("Style:")) continue;
+    const auto values = valuesOf(line);
+    Looks looks{};
+    for (size_t i = 1; i < std::min(columns.size(), values.size()); ++i) {
+      const auto column = std::ranges::find(kColumns, columns[i]);
+      int value = 0;
+      std::from_chars(values[i].data(), values[i].data() + values[i].size(), value);
+      if (column == kColumns.end()) continue;
+      const auto look = static_cast<size_t>(column - kColumns.begin());
+      looks[look] = isOn(look, value);
+    }
+    styles.insert_or_assign(std::string(values.front()), looks);
+  }
+  return styles;
+}
+
+std::string subtitleMarkupOfLine(std::string_view line, const SubtitleStyles& styles) {
+  return MarkupWriter(line, styles).markup();
 }
 
 std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, int videoHeight) {

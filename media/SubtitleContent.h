@@ -1,6 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -19,10 +22,17 @@ struct Size;
 /// "\N" as a line feed. Fields, override codes and any earlier part of the text are dropped.
 std::string subtitleTextOfLine(std::string_view line);
 
+/// The looks of a script's styles by their names: whether each is bold, italic, underlined and
+/// struck out.
+using SubtitleStyles = std::map<std::string, std::array<bool, 4>, std::less<>>;
+
+/// Reads them from the header of an ASS script, as a decoder answers it.
+SubtitleStyles subtitleStylesOfHeader(std::string_view header);
+
 /// The whole text that an ASS dialogue line shows, as markup: <b>, <i>, <u> and <s> for what its
-/// override codes switch on, line feeds for its line breaks, "&lt;", "&gt;" and "&amp;" for these
-/// characters themselves. Other codes and drawings are left out.
-std::string subtitleMarkupOfLine(std::string_view line);
+/// style and its override codes switch on, line feeds for its line breaks, "&lt;", "&gt;" and
+/// "&amp;" for these characters themselves. Other codes and drawings are left out.
+std::string subtitleMarkupOfLine(std::string_view line, const SubtitleStyles& styles = {});
 
 /// The picture of a bitmap rectangle, placed in video coordinates (lower-left origin) of a video
 /// `videoHeight` pixels high; null when the rectangle holds no pixels.

@@ -18,6 +18,12 @@ bool isRgb(int pixelFormat) {
   return format && (format->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL));
 }
 
+/// Without any colour, with or without alpha.
+bool isGrey(int pixelFormat) {
+  const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(pixelFormat));
+  return format && format->nb_components > 0 && format->nb_components <= 2;
+}
+
 bool isFullRangeYuv(int pixelFormat) {
   switch (pixelFormat) {
     case AV_PIX_FMT_YUVJ420P:
@@ -43,7 +49,8 @@ int pictureMatrix(int colorspace, int pixelFormat, int height) {
 
 int pictureRange(int range, int pixelFormat) {
   if (isRgb(pixelFormat) || isFullRangeYuv(pixelFormat)) return AVCOL_RANGE_JPEG;
-  return range == AVCOL_RANGE_UNSPECIFIED ? AVCOL_RANGE_MPEG : range;
+  if (range != AVCOL_RANGE_UNSPECIFIED) return range;
+  return isGrey(pixelFormat) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
 LMFFVideoColor lm_resolved_video_color(const LMFFVideoColor& color, int pix_fmt, int height) {

@@ -10,8 +10,8 @@ namespace kestrel {
 /// RGB pixel formats.
 int pictureMatrix(int colorspace, int pixelFormat, int height);
 
-/// The `AVCOL_RANGE_…` of a picture: its own, else full for RGB and the "J" pixel formats, limited
-/// for the rest.
+/// The `AVCOL_RANGE_…` of a picture: its own, else full for RGB, grey and the "J" pixel formats,
+/// limited for the rest.
 int pictureRange(int range, int pixelFormat);
 
 /// Writes a frame's matrix and range into it where it leaves them open.

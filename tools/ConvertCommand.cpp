@@ -143,6 +143,7 @@ void addVideoOptions(CLI::App& verb, Arguments& arguments) {
   verb.add_option("--video-option", arguments.videoOptions, "an option of the encoder's own")
       ->type_name("KEY=VALUE")
       ->expected(1)
+      ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
@@ -169,6 +170,7 @@ void addAudioOptions(CLI::App& verb, Arguments& arguments) {
   verb.add_option("--audio-option", arguments.audioOptions, "an option of the encoder's own")
       ->type_name("KEY=VALUE")
       ->expected(1)
+      ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 

@@ -85,10 +85,10 @@ Look::Look(const LookSettings& settings, const AVStream& stream)
   const Size source{static_cast<double>(stream.codecpar->width),
                     static_cast<double>(stream.codecpar->height)};
   const Orientation own = orientationOf(stream);
+  const bool liesOnItsSide = swapsSides(own.counterclockwise);
   std::optional<Area> kept = settings.picture;
   if (const auto& crop = settings.crop) {
-    const Size upright =
-        swapsSides(own.counterclockwise) ? Size{source.height, source.width} : source;
+    const Size upright = liesOnItsSide ? Size{source.height, source.width} : source;
     if (!isWithin(*crop, upright))
       throw wrongUsage(fmt::format("--crop: {},{},{}x{} reaches beyond the picture, which is {}x{}",
                                    crop->x, crop->y, crop->width, crop->height, upright.width,
@@ -111,7 +111,8 @@ Look::Look(const LookSettings& settings, const AVStream& stream)
   const bool isSquare = std::abs(pixelAspect_ - 1) < 1e-3;
   // Boxes, bars and free turns are worked out in square pixels.
   isFitted_ = settings.zoom.has_value() || !isQuarterTurn(rotate_);
-  displayAspect_ = settings.displayAspect;
+  displayAspect_ = liesOnItsSide && settings.displayAspect != 0 ? 1 / settings.displayAspect
+                                                                : settings.displayAspect;
   if (displayAspect_ == 0 && isFitted_ && !isSquare)
     displayAspect_ = source.width * pixelAspect_ / source.height;
   size_ = crop_.size;
@@ -119,7 +120,8 @@ Look::Look(const LookSettings& settings, const AVStream& stream)
     size_.width *= source.height * displayAspect_ / source.width;
     pixelAspect_ = 1;
   }
-  if (swapsSides(rotate_)) {
+  // A free turn keeps the shape of the upright picture.
+  if (isQuarterTurn(rotate_) ? swapsSides(rotate_) : liesOnItsSide) {
     std::swap(size_.width, size_.height);
     pixelAspect_ = 1 / pixelAspect_;
   }

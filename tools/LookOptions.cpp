@@ -236,8 +236,8 @@ void addOverlays(CLI::App& verb, Typed& typed) {
   add("--subtitle-font", typed.font, "such as \"DejaVu Sans Bold 40\" (size in pixels)", "FONT");
   add("--subtitle-color", typed.color, "a name or #RRGGBB (default: white)", "COLOUR");
   add("--subtitle-position", settings.subtitlePosition,
-      "the lower edge of the text, from 0 at the bottom to 1 (default: 0.05)", "X")
-      ->check(numberBetween(0, 1));
+      "the lower edge of the text, from 0 at the bottom to 0.9 (default: 0.05)", "X")
+      ->check(numberBetween(0, 0.9));  // at 1 there is no room for a text
   add("--subtitle-outline", settings.subtitleOutline,
       "how wide the black around the letters is, in pixels (default: as suits the font)", "X")
       ->check(numberBetween(0, 100));

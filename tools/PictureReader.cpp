@@ -68,7 +68,7 @@ PictureReader::~PictureReader() { leaveOut(false); }
 
 std::shared_ptr<LMFFImage> PictureReader::frameAt(int64_t time) {
   if (!stream_) return nullptr;
-  const int64_t wanted = time + frameDuration_ / 4;
+  const int64_t wanted = meant(time);
   if (!isNear(wanted)) seek(wanted, canLeaveOut_);
   if (!readUpTo(wanted, canLeaveOut_)) {
     seek(wanted, false);
@@ -81,10 +81,12 @@ std::shared_ptr<const Image> PictureReader::imageAt(int64_t time) {
   const auto frame = frameAt(time);
   const auto effects = movie_.videoEffectStream();
   if (!frame || !effects) return nullptr;
-  effects->setMediaSubtitleImage(media_->subtitleAtTime(time - media_->movie_position()));
+  // A subtitle that begins at this very time is shown, too.
+  const int64_t wanted = meant(time);
+  effects->setMediaSubtitleImage(media_->subtitleAtTime(wanted - media_->movie_position()));
   const auto text = movie_.subtitle();
-  effects->setSubtitleCurrentString(text ? text->subtitleMarkupAtTime(time - text->movie_position())
-                                         : std::nullopt);
+  effects->setSubtitleCurrentString(
+      text ? text->subtitleMarkupAtTime(wanted - text->movie_position()) : std::nullopt);
   effects->writeFrame(frame->getFrame());
   return effects->currentEffectImage();
 }

@@ -43,6 +43,7 @@ class PictureReader {
     int64_t end = 0;
   };
 
+  int64_t meant(int64_t time) const { return time + frameDuration_ / 4; }
   bool isNear(int64_t wanted) const;
   std::optional<int64_t> keyTimeBefore(int64_t wanted) const;
   void seek(int64_t wanted, bool mayLeaveOut);

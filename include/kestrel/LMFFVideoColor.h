@@ -19,8 +19,8 @@ struct LMFFVideoColor {
 
 /// `color` with matrix and range told: what a picture of this pixel format (`AV_PIX_FMT_…`) and
 /// height (pixels) that leaves them open is taken for. An open matrix is BT.709 from 720 lines up
-/// and BT.601 below, RGB for RGB formats; an open range is limited, full for RGB and for the
-/// formats that are full by name.
+/// and BT.601 below, RGB for RGB formats; an open range is limited, full for RGB, grey
+/// and the formats that are full by name.
 KESTREL_API LMFFVideoColor lm_resolved_video_color(const LMFFVideoColor& color, int pix_fmt,
                                                    int height);
 

@@ -92,6 +92,24 @@ TEST_F(ConvertLook, AFreeTurnIsClockwiseAndFitsWithBlackAround) {
   EXPECT_LT(topOf(100), topOf(220));
 }
 
+TEST_F(ConvertLook, AFreeTurnKeepsTheShapeOfTheUprightPicture) {
+  const auto lying = made("lying.mp4", "color=white:s=320x180:r=25:d=0.2,format=yuv420p",
+                          {"-c:v", "mpeg4", "-q:v", "2"});
+  const auto upright = folder_ / "upright.mp4";
+  ffmpeg({"-i", lying.string(), "-c", "copy", "-metadata:s:v:0", "rotate=90", upright.string()});
+  const auto output = converted(upright, {"--rotate", "3"});
+  EXPECT_EQ(streamOf(output, "video")["width"], 180);
+  EXPECT_EQ(streamOf(output, "video")["height"], 320);
+  // Turned by 3 degrees it fits when it is 0.916 as large: 0.84 of the pixels.
+  EXPECT_NEAR(Pixels(output, 0, 180).bright() / (180.0 * 320), 0.84, 0.02);
+  // One that was upright stays as wide as it was, even turned by nearly a quarter.
+  const auto turned = converted(lying, {"--rotate", "87"}, "turned.mkv");
+  EXPECT_EQ(streamOf(turned, "video")["width"], 320);
+  // The shape that is asked for is that of the picture as it is seen.
+  const auto shaped = streamOf(converted(upright, {"--display-aspect", "3:4"}), "video");
+  EXPECT_NEAR(shaped["width"].get<double>() / shaped["height"].get<double>(), 0.75, 0.01);
+}
+
 TEST_F(ConvertLook, TheInputsOwnTurnIsAppliedOnceInEveryContainer) {
   const auto source = fixture("av-rotated.mp4");
   for (const char* name : {"out.mp4", "out.mkv", "out.avi"}) {

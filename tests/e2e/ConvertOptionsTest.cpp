@@ -150,6 +150,13 @@ TEST_F(ConvertOptions, AudioOptionsReachTheEncoder) {
   EXPECT_EQ(audio["profile"], "LTP");
 }
 
+TEST_F(ConvertOptions, FilesMayFollowAnEncodersOption) {
+  const RunResult result =
+      run({kestrelBinary(), "convert", "--video-option", "bf=0", "--audio-option", "cutoff=8000",
+           fixture("av25.mp4").string(), output_.string(), "--force"});
+  EXPECT_EQ(result.status, 0) << result.err;
+}
+
 TEST_F(ConvertOptions, UnknownEncoderOptionsFailByName) {
   for (const char* kind : {"--video-option", "--audio-option"}) {
     const auto result = convert(fixture("av25.mp4"), output_, {kind, "no_such_key=1"});

@@ -176,6 +176,17 @@ TEST_F(Thumb, TakesTheLookOptions) {
   EXPECT_GT(psnr(rgb(negative), rgb(plain, "negate")), 45);
 }
 
+TEST_F(Thumb, ShowsASubtitleFromTheTimeAtWhichItBegins) {
+  const auto text = folder_ / "one.srt";
+  std::ofstream(text) << "1\n00:00:01,000 --> 00:00:02,000\nHello\n";
+  const auto shown = [&](const std::string& time, const Arguments& options) {
+    return rgb(made("av25.mp4", "out.png", joined({"--force", "--time", time}, options)));
+  };
+  const Arguments withText{"--subtitles", text.string()};
+  EXPECT_NE(shown("1", withText), shown("1", {}));
+  EXPECT_EQ(shown("0.96", withText), shown("0.96", {}));
+}
+
 TEST_F(Thumb, LeavesBlackBarsOutWhereAsked) {
   const auto picture = made("boxed-top-bottom.mp4", "out.png", {"--auto-crop"});
   EXPECT_EQ(sizeOf(picture), std::pair(320, 136));

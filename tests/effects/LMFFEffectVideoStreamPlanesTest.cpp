@@ -130,6 +130,11 @@ TEST(LMFFEffectVideoStreamGrey, ShowsAsItsConversionDoes) {
     const auto planes = stream.picture();
     ASSERT_TRUE(stream->currentImage());
     EXPECT_LE(worstDifference(*planes, *stream.picture()), 1) << range;
+    // Grey that tells nothing of its range uses all of it.
+    for (int x = 8; x < 56; ++x) {
+      const double level = range == AVCOL_RANGE_MPEG ? (4 * x - 16) * 255.0 / 219 : 4 * x;
+      EXPECT_NEAR(planes->row(18)[4 * x], std::clamp(level, 0.0, 255.0), 1) << range;
+    }
   }
 }
 

@@ -125,6 +125,34 @@ TEST_F(LMFFMediaStreamText, EmptyPacketKeepsTheText) {
   EXPECT_EQ(stream_->subtitleString(), "one");
 }
 
+TEST_F(LMFFMediaStreamText, MarkupHonoursTheStylesOfTheScript) {
+  const std::string header =
+      "[Script Info]\r\nScriptType: v4.00+\r\n\r\n[V4+ Styles]\r\n"
+      "Format: Name, Fontname, Bold, Italic, Underline, StrikeOut\r\n"
+      "Style: Default,Sans,0,0,0,0\r\nStyle: Narrator, Sans, -1, 1, 0, 0\r\n"
+      "Style: Light,Sans,400,0,0,-1\r\nStyle: Heavy,Sans,700,0,1,0\r\n\r\n"
+      "[Events]\r\nFormat: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, "
+      "Text\r\n";
+  AVStream* stream = container_.addStream(AVMEDIA_TYPE_SUBTITLE, AV_CODEC_ID_ASS, {1, 100});
+  auto* bytes = static_cast<uint8_t*>(av_mallocz(header.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+  std::memcpy(bytes, header.data(), header.size());
+  stream->codecpar->extradata = bytes;
+  stream->codecpar->extradata_size = static_cast<int>(header.size());
+  stream_ = openedStream(stream);
+  const auto inStyle = [&](const std::string& style, const std::string& text) {
+    start_ += 200;
+    stream_->decodePacket(packetOf("0,0," + style + ",,0,0,0,," + text, start_, 150).get());
+    return stream_->subtitleMarkupAt(start_ + 1).value_or("none");
+  };
+  EXPECT_EQ(inStyle("Default", "plain"), "plain");
+  EXPECT_EQ(inStyle("Narrator", "a, {\\i0}b"), "<b><i>a, </i></b><b>b</b>");
+  EXPECT_EQ(inStyle("Light", "a"), "<s>a</s>");
+  EXPECT_EQ(inStyle("Heavy", "a{\\b0\\i1}b{\\r}c"),
+            "<b><u>a</u></b><i><u>b</u></i><b><u>c</u></b>");
+  EXPECT_EQ(inStyle("Default", "a{\\rNarrator}b"), "a<b><i>b</i></b>");
+  EXPECT_EQ(inStyle("Unknown", "a"), "a");
+}
+
 // Colours of discs.
 
 class LMFFMediaStreamPalette : public testing::Test {
