@@ -68,20 +68,41 @@ void LMDVD::readName() {
 
 void LMDVD::readTitleSets() {
   int count = 0;
+  std::vector<TitleEntry> table;
   {
     const IfoPtr manager = openManager(dvd_reader());
     if (!manager || !manager->vmgi_mat) return;
     count = manager->vmgi_mat->vmg_nr_of_title_sets;
     region_ = static_cast<int32_t>(manager->vmgi_mat->vmg_category >> 16 & 0xFF);
+    table = readTitleTable(dvd_reader(), manager->vmgi_mat->tt_srpt);
   }
+  for (const TitleEntry& entry : table)
+    numberedTitles_.push_back({entry.title_set, nullptr, nullptr});
   log(fmt::format("title_sets {} Region 0x{:02x}", count, region_ ^ 0xFF));
   for (int number = 1; number <= std::min(count, kMostTitleSets); ++number) {
     const IfoPtr set = openTitleSet(dvd_reader(), number);
-    if (set && set->vtsi_mat && set->vts_pgcit && set->vts_c_adt)
-      title_sets_.push_back(readTitleSet(*set, number));
-    else
+    if (!set || !set->vtsi_mat || !set->vts_pgcit || !set->vts_c_adt) {
       missingTitleSets_.push_back(number);
+      continue;
+    }
+    title_sets_.push_back(readTitleSet(*set, number));
+    for (size_t i = 0; i < table.size(); ++i)
+      if (table[i].title_set == number)
+        numberedTitles_[i] = {number, title_sets_.back(),
+                              numberedTitle(*set, *title_sets_.back(), table[i].number)};
   }
+  hasTitleTable_ = std::ranges::any_of(numberedTitles_, [](const LMDVDNumberedTitle& numbered) {
+    return numbered.title != nullptr;
+  });
+  if (!hasTitleTable_) numberInOrder();
+}
+
+/// What is left where the disc's own numbers are not known.
+void LMDVD::numberInOrder() {
+  numberedTitles_.clear();
+  for (const auto& set : title_sets_)
+    for (const auto& title : set->titles())
+      numberedTitles_.push_back({set->title_set(), set, title});
 }
 
 std::vector<std::shared_ptr<LMDVDFile>> LMDVD::dvdFiles() {

@@ -233,4 +233,15 @@ std::shared_ptr<LMDVDTitleSet> readTitleSet(const ifo_handle_t& information, int
   return set;
 }
 
+std::shared_ptr<LMDVDTitle> numberedTitle(const ifo_handle_t& information, const LMDVDTitleSet& set,
+                                          int32_t number) {
+  const vts_ptt_srpt_t* table = information.vts_ptt_srpt;
+  if (!table || !table->title || number < 1 || number > table->nr_of_srpts) return nullptr;
+  const ttu_t& chapters = table->title[number - 1];
+  if (chapters.nr_of_ptts == 0 || !chapters.ptt) return nullptr;
+  const int32_t chain = chapters.ptt[0].pgcn - 1;
+  const auto title = std::ranges::find(set.titles(), chain, &LMDVDTitle::title);
+  return title != set.titles().end() ? *title : nullptr;
+}
+
 }  // namespace kestrel

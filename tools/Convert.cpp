@@ -1,5 +1,6 @@
 #include "Convert.h"
 
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
@@ -16,6 +17,7 @@
 
 #include "AutoCrop.h"
 #include "ConvertPlan.h"
+#include "Disc.h"
 #include "Failure.h"
 #include "Input.h"
 #include "Interrupt.h"
@@ -90,7 +92,8 @@ class Conversion {
     if (interrupted()) return kInterrupted;
     requireOutput();
     target.commit();
-    return judgeInput();
+    const int ofDisc = judgeDisc();
+    return std::max(ofDisc, judgeInput());
   }
 
  private:
@@ -280,6 +283,18 @@ class Conversion {
 
   void requireOutput() {
     if (output_.lastError()) failToWrite();
+  }
+
+  /// Whether another title may have been meant: the disc's main one, or whatever had the number,
+  /// may be lost.
+  int judgeDisc() {
+    const auto title = std::dynamic_pointer_cast<LMDVDTitleSource>(source_);
+    if (!title) return kDone;
+    const std::string damage = damageOf(*title->dvd());
+    const bool matters = settings_.title == "main" || !title->dvd()->hasTitleTable();
+    if (damage.empty() || !matters) return kDone;
+    fmt::print(stderr, "kestrel: '{}' is damaged: {}\n", settings_.input, damage);
+    return kDoneInPart;
   }
 
   /// Whether the result is all that the input promised; what is missing is said.

@@ -204,9 +204,9 @@ int list(const DvdSettings& settings) {
     else
       writeStandardOutput(discText(document, *disc));
   }
-  if (disc->missingTitleSets().empty()) return kDone;
-  fmt::print(stderr, "kestrel: '{}' is damaged: title set {} cannot be read\n",
-             printable(settings.input), fmt::join(disc->missingTitleSets(), ", "));
+  const std::string damage = damageOf(*disc);
+  if (damage.empty()) return kDone;
+  fmt::print(stderr, "kestrel: '{}' is damaged: {}\n", printable(settings.input), damage);
   return kDoneInPart;
 }
 

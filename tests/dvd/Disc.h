@@ -65,6 +65,22 @@ inline std::string bigEndian32(uint32_t value) {
           static_cast<char>(value >> 8), static_cast<char>(value)};
 }
 
+inline uint32_t readBigEndian32(const std::string& bytes, size_t offset) {
+  uint32_t value = 0;
+  for (size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<uint8_t>(bytes[offset + i]);
+  return value;
+}
+
+/// Exchanges two titles, counted from 1, in a disc's own table of titles.
+inline void exchangeTitles(const DiscCopy& disc, size_t a, size_t b) {
+  const std::string manager = bytesOf(disc.file("VIDEO_TS.IFO"));
+  const auto entry = [&](size_t number) {  // the table's sector stands at 0xC4
+    return size_t{readBigEndian32(manager, 0xC4)} * 2048 + 8 + (number - 1) * 12;
+  };
+  disc.patchInformation("VIDEO_TS", entry(a), manager.substr(entry(b), 12));
+  disc.patchInformation("VIDEO_TS", entry(b), manager.substr(entry(a), 12));
+}
+
 /// A title of a disc, counted from 0 over all title sets, as one stream.
 inline std::shared_ptr<LMDVDTitleSource> titleSource(const std::shared_ptr<LMDVD>& dvd,
                                                      size_t index) {

@@ -5,6 +5,8 @@
 #include <kestrel/LibMedia.h>
 #include <kestrel/Log.h>
 
+#include <fmt/format.h>
+
 #include "tests/dvd/Disc.h"
 
 namespace kestrel::test {
@@ -65,6 +67,64 @@ TEST(LMDVD, ListsTitleSetsAndTitles) {
     EXPECT_THAT(titles[0]->chapterTimes(), ElementsAre(0, 2 * kSecond, 4 * kSecond, 6 * kSecond));
     EXPECT_THAT(titles[1]->chapterTimes(), ElementsAre(0, 3 * kSecond, 3 * kSecond + 80000));
   }
+}
+
+/// Title set and title of each number, "-" where that is lost.
+std::string numbersOf(const LMDVD& dvd) {
+  std::string text;
+  for (const auto& numbered : dvd.numberedTitles())
+    text += fmt::format("{}:{} ", numbered.title_set,
+                        numbered.title ? std::to_string(numbered.title->title()) : "-");
+  return text;
+}
+
+TEST(LMDVD, NumbersTitlesByTheDiscsOwnTable) {
+  const DiscCopy disc("pal");
+  EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:0 1:1 1:2 2:0 ");
+  exchangeTitles(disc, 1, 4);
+  const auto dvd = LMDVD::open(disc.path().string());
+  EXPECT_EQ(numbersOf(*dvd), "2:0 1:1 1:2 1:0 ");
+  EXPECT_TRUE(dvd->hasTitleTable());
+  EXPECT_EQ(dvd->numberedTitles()[0].set, dvd->title_sets()[1]);
+}
+
+TEST(LMDVD, LostTitlesKeepTheirNumbers) {
+  const DiscCopy disc("pal");
+  disc.cut("VTS_01_0.IFO", 3000);
+  disc.cut("VTS_01_0.BUP", 3000);
+  const auto dvd = LMDVD::open(disc.path().string());
+  EXPECT_EQ(numbersOf(*dvd), "1:- 1:- 1:- 2:0 ");
+  EXPECT_THAT(dvd->missingTitleSets(), ElementsAre(1));
+}
+
+TEST(LMDVD, TheBackupsTableOfTitlesStandsIn) {
+  const DiscCopy disc("pal");
+  exchangeTitles(disc, 1, 4);
+  disc.cut("VIDEO_TS.IFO", 2048);
+  EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "2:0 1:1 1:2 1:0 ");
+}
+
+TEST(LMDVD, WithoutATableTitlesAreNumberedInTheOrderOfTitleSets) {
+  const DiscCopy disc("pal");
+  exchangeTitles(disc, 1, 4);
+  disc.cut("VIDEO_TS.IFO", 2048);
+  disc.cut("VIDEO_TS.BUP", 2048);
+  const auto dvd = LMDVD::open(disc.path().string());
+  EXPECT_EQ(numbersOf(*dvd), "1:0 1:1 1:2 2:0 ");
+  EXPECT_FALSE(dvd->hasTitleTable());
+}
+
+TEST(LMDVD, ATitleIsTheChainThatItsFirstChapterNames) {
+  const DiscCopy disc("pal");
+  // The sector of the title set's table of chapters stands at 0xC8, the places of its titles' lists
+  // 8 bytes into it; each begins with the number of a chain, from 1.
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t table = size_t{readBigEndian32(content, 0xC8)} * 2048;
+  const size_t first = table + readBigEndian32(content, table + 8);
+  disc.patchInformation("VTS_01_0", first, std::string("\0\x02", 2));
+  EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:1 1:1 1:2 2:0 ");
+  disc.patchInformation("VTS_01_0", first, std::string("\0\x09", 2));  // there are three
+  EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:- 1:1 1:2 2:0 ");
 }
 
 TEST(LMDVD, JoinsNeighbouringCellsOfOneVob) {

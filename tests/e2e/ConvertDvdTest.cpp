@@ -292,6 +292,34 @@ TEST_F(ConvertDvd, RefusesWrongChoices) {
   EXPECT_TRUE(refuses({"--title", "1", "--deinterlace", "maybe"}, "--deinterlace"));
 }
 
+TEST_F(ConvertDvd, NeverTakesOneTitleForAnother) {
+  const DiscCopy disc("pal");
+  exchangeTitles(disc, 1, 4);
+  ASSERT_TRUE(convertsSound(disc.path(), "1"));
+  EXPECT_NEAR(durationOf(output()), 2, 0.1);
+  disc.cut("VTS_01_0.IFO", 3000);
+  disc.cut("VTS_01_0.BUP", 3000);
+  ASSERT_TRUE(convertsSound(disc.path(), "1"));
+  EXPECT_NEAR(durationOf(output()), 2, 0.1);
+  fs::remove(output());
+  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), {"--title", "4"}), 1,
+                               "title 4 cannot be read: title set 1, which holds it, is lost"));
+  EXPECT_FALSE(fs::exists(output()));
+  // Of the longest film nobody knows; what is left converts.
+  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), {"--title", "main"}), 3,
+                               "title set 1 cannot be read (titles 2 to 4)"));
+  EXPECT_NEAR(durationOf(output()), 2, 0.1);
+}
+
+TEST_F(ConvertDvd, SaysThatNumbersAreDoubtfulWithoutATableOfTitles) {
+  const DiscCopy disc("ntsc");
+  disc.cut("VIDEO_TS.IFO", 2048);
+  disc.cut("VIDEO_TS.BUP", 2048);
+  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), joined({"--title", "1"}, kFast)), 3,
+                               "table of titles"));
+  EXPECT_NEAR(durationOf(output()), 3, 0.1);
+}
+
 TEST_F(ConvertDvd, AFileHasNoTitles) {
   EXPECT_TRUE(endsWithSentence(convert(fixture("av25.mp4"), output(), {"--title", "1"}), 1,
                                "no DVD-Video"));

@@ -85,28 +85,42 @@ TEST(Dvd, KnowsNtscFromItsPictures) {
   EXPECT_EQ(title["height"], 480);
 }
 
-/// What lsdvd says: one match for each title.
-TEST(Dvd, AgreesWithAnotherProgram) {
-  for (const char* name : {"pal", "ntsc", "seams", "runs", "many"}) {
-    const auto path = discImage(name).string();
-    const std::string text = run({"lsdvd", "-c", path}).out;
-    static const std::regex kTitle(
-        R"(Title: (\d+), Length: (\d+):(\d+):([\d.]+) Chapters: (\d+), Cells: \d+, Audio streams: (\d+), Subpictures: (\d+))");
-    const json titles = dvdJson(path)["titles"];
-    size_t index = 0;
-    for (std::sregex_iterator match(text.begin(), text.end(), kTitle), end; match != end;
-         ++match, ++index) {
-      ASSERT_LT(index, titles.size()) << name;
-      const json& title = titles[index];
-      const auto number = [&](size_t group) { return std::stod((*match)[group].str()); };
-      EXPECT_EQ(title["title"], number(1));
-      EXPECT_NEAR(title["duration"], (number(2) * 60 + number(3)) * 60 + number(4), 0.002);
-      EXPECT_EQ(title["chapters"].size(), number(5));
-      EXPECT_EQ(title["audio"].size(), number(6));
-      EXPECT_EQ(title["subtitles"].size(), number(7));
-    }
-    EXPECT_EQ(index, titles.size()) << name;
+/// Compares the titles with what lsdvd says: one match for each.
+void expectAgreement(const fs::path& path) {
+  const std::string text = run({"lsdvd", "-c", path.string()}).out;
+  static const std::regex kTitle(
+      R"(Title: (\d+), Length: (\d+):(\d+):([\d.]+) Chapters: (\d+), Cells: \d+, Audio streams: (\d+), Subpictures: (\d+))");
+  const json titles = dvdJson(path)["titles"];
+  size_t index = 0;
+  for (std::sregex_iterator match(text.begin(), text.end(), kTitle), end; match != end;
+       ++match, ++index) {
+    ASSERT_LT(index, titles.size()) << path;
+    const json& title = titles[index];
+    const auto number = [&](size_t group) { return std::stod((*match)[group].str()); };
+    EXPECT_EQ(title["title"], number(1));
+    EXPECT_NEAR(title["duration"], (number(2) * 60 + number(3)) * 60 + number(4), 0.002);
+    EXPECT_EQ(title["chapters"].size(), number(5));
+    EXPECT_EQ(title["audio"].size(), number(6));
+    EXPECT_EQ(title["subtitles"].size(), number(7));
   }
+  EXPECT_EQ(index, titles.size()) << path;
+}
+
+TEST(Dvd, AgreesWithAnotherProgram) {
+  for (const char* name : {"pal", "ntsc", "seams", "runs", "many"})
+    expectAgreement(discImage(name));
+}
+
+TEST(Dvd, NumbersTitlesAsTheDiscsTableDoes) {
+  const DiscCopy disc("pal");
+  exchangeTitles(disc, 1, 4);
+  expectAgreement(disc.path());
+  const json titles = dvdJson(disc.path())["titles"];
+  EXPECT_EQ(titles[0]["title_set"], 2);
+  EXPECT_EQ(titles[0]["duration"], 2.0);
+  EXPECT_EQ(titles[3]["duration"], 8.0);
+  EXPECT_EQ(titles[2]["main"], true);
+  EXPECT_EQ(titles[3]["same_as"], 3);
 }
 
 TEST(Dvd, AgreesWithTheVobs) {
@@ -189,10 +203,21 @@ TEST(Dvd, ListsWhatIsLeftOfADamagedDiscAndSaysSo) {
   disc.cut("VTS_01_0.BUP", 3000);
   const RunResult result = dvd(disc.path(), {"--json"});
   EXPECT_EQ(result.status, 3);
-  EXPECT_THAT(result.err, HasSubstr("title set 1 cannot be read"));
+  EXPECT_THAT(result.err, HasSubstr("title set 1 cannot be read (titles 1 to 3)\n"));
   const json titles = json::parse(result.out)["titles"];
   ASSERT_EQ(titles.size(), 1U);
+  EXPECT_EQ(titles[0]["title"], 4);
   EXPECT_EQ(titles[0]["title_set"], 2);
+}
+
+TEST(Dvd, SaysWhereTheTableOfTitlesIsLost) {
+  const DiscCopy disc("pal");
+  disc.cut("VIDEO_TS.IFO", 2048);
+  disc.cut("VIDEO_TS.BUP", 2048);
+  const RunResult result = dvd(disc.path(), {"--json"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, HasSubstr("its table of titles cannot be read"));
+  EXPECT_EQ(json::parse(result.out)["titles"].size(), 4U);
 }
 
 }  // namespace
