@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <utility>
 
 #include "dvd/DVDOwners.h"
@@ -30,6 +31,10 @@ constexpr int kMostErrorBlocks = 64;
 
 /// How far into the title one looks whether it is scrambled.
 constexpr int64_t kMostBlocksToCheck = 512;
+
+/// Where one looks how the pictures come: so many places, evenly spread, of so many blocks.
+constexpr int64_t kSamples = 16;
+constexpr int64_t kSampleBlocks = 128;
 
 constexpr int32_t kBufferBytes = 1048576;
 
@@ -71,6 +76,7 @@ struct LMDVDTitleSource::State {
   void layOut();
   std::optional<NavigationTimes> timesAt(uint32_t sector) const;
   const Segment* segmentAt(int64_t block) const;
+  std::optional<Rational> pictureRate();
   int64_t readBlocks(int64_t block, int64_t count, uint8_t* buffer);
 };
 
@@ -184,6 +190,29 @@ int64_t LMDVDTitleSource::State::readBlocks(int64_t block, int64_t count, uint8_
   return isWhole ? got : -got;
 }
 
+/// Pictures per second. Discs state 29.97 of film, too: its pictures then repeat fields by turns,
+/// so that four of them last as long as five. Where all but a few samples do so it is film;
+/// elsewhere 23.976 would lose pictures.
+std::optional<Rational> LMDVDTitleSource::State::pictureRate() {
+  constexpr Rational kVideo{30000, 1001};
+  constexpr Rational kFilm{24000, 1001};
+  constexpr double kFieldsOfFilm = 2.45;  // per picture; 2.5 where there is nothing else
+  std::vector<uint8_t> bytes(static_cast<size_t>(kSampleBlocks * kSectorBytes));
+  std::optional<Rational> rate;
+  FieldCount count;
+  for (int64_t i = 0; i < kSamples; ++i) {
+    const int64_t block = (2 * i + 1) * blocks / (2 * kSamples);
+    const auto got = static_cast<size_t>(std::abs(readBlocks(block, kSampleBlocks, bytes.data())));
+    const std::span<const uint8_t> sample(bytes.data(), got * kSectorBytes);
+    if (const auto facts = findPictureFacts(sample); facts && !rate) rate = facts->framerate;
+    if (rate && *rate != kVideo) return rate;
+    for (size_t k = 0; k < got; ++k) countFields(bytes.data() + k * kSectorBytes, count);
+  }
+  const bool isFilm =
+      static_cast<double>(count.fields) > static_cast<double>(count.pictures) * kFieldsOfFilm;
+  return rate && isFilm ? kFilm : rate;
+}
+
 AVIOContext* LMDVDTitleSource::avio_context() {
   state_->openVobs();
   return LMCustomSource::avio_context();
@@ -224,8 +253,22 @@ void LMDVDTitleSource::open() {
   AVFormatContext& context = *formatContext();
   context.start_time = av_rescale_q(kFirstTick, kTicks, kMicroseconds);
   context.duration = duration();
+  setPictureRate();
   tagLanguages();
   addChapters();
+}
+
+/// The demuxer's own idea of it counts fields where pictures repeat them.
+void LMDVDTitleSource::setPictureRate() {
+  const auto rate = state_->pictureRate();
+  if (!rate) return;
+  AVFormatContext& context = *formatContext();
+  for (unsigned i = 0; i < context.nb_streams; ++i) {
+    AVStream& stream = *context.streams[i];
+    if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO) continue;
+    stream.r_frame_rate = {rate->num, rate->den};
+    stream.avg_frame_rate = stream.r_frame_rate;
+  }
 }
 
 bool LMDVDTitleSource::beginsScrambled() const {

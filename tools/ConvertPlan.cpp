@@ -374,13 +374,20 @@ AVRational standardRate(AVRational average) {
   return best;
 }
 
+/// The rate of which a stream's times are multiples. Where MPEG-2 pictures repeat fields, that of
+/// the fields is found there; the codec itself states the pictures' own.
+AVRational baseRate(const AVStream& stream) {
+  if (stream.codecpar->codec_id != AV_CODEC_ID_MPEG2VIDEO) return stream.r_frame_rate;
+  return av_guess_frame_rate(nullptr, const_cast<AVStream*>(&stream), nullptr);
+}
+
 }  // namespace
 
 Rational realFrameRate(const AVStream& stream) {
   constexpr double kFastest = 240;
   constexpr double kFastestVariable = 60.5;
   const auto isRate = [](AVRational rate) { return rate.num > 0 && rate.den > 0; };
-  const AVRational base = stream.r_frame_rate;
+  const AVRational base = baseRate(stream);
   const AVRational average = stream.avg_frame_rate;
   const auto answer = [](AVRational rate) { return Rational{rate.num, rate.den}; };
   if (!isRate(base) && !isRate(average)) return {25, 1};

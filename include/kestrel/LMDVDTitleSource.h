@@ -36,8 +36,9 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   const std::shared_ptr<LMDVDTitleSet>& title_set() const;
   const std::shared_ptr<LMDVDTitle>& title() const;
 
-  /// Opens as the base does; start, length and chapters are the title's own, and each sound and
-  /// subpicture stream is tagged with its language. A scrambled title is not opened.
+  /// Opens as the base does; start, length, chapters and the rate of the pictures are the title's
+  /// own, and each sound and subpicture stream is tagged with its language. Film that repeats
+  /// fields for NTSC has 24000/1001 pictures per second. A scrambled title is not opened.
   void open() override;
 
   bool isDVD() const override;
@@ -60,6 +61,7 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
 
  private:
   bool beginsScrambled() const;
+  void setPictureRate();
   void tagLanguages();
   void addChapters();
   int64_t timeOfCell(size_t index) const;

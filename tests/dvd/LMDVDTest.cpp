@@ -283,15 +283,17 @@ TEST(LMDVD, OffersATitleWholeUpTo199RunsAndInPiecesFrom200On) {
   const auto dvd = LMDVD::open(discFolder("runs").string());
   EXPECT_EQ(LMDVD::dvdTitleSplitVobCount(), 200);
   const auto& titles = dvd->title_sets()[0]->titles();
-  ASSERT_THAT(titles, SizeIs(2));
+  ASSERT_THAT(titles, SizeIs(3));
   ASSERT_THAT(titles[0]->medias(), SizeIs(199));
   ASSERT_THAT(titles[1]->medias(), SizeIs(200));
+  ASSERT_THAT(titles[2]->medias(), SizeIs(201));
   const auto sources = dvd->titleSources();
-  ASSERT_THAT(sources, SizeIs(1 + 200));
+  ASSERT_THAT(sources, SizeIs(1 + 200 + 201));
   EXPECT_EQ(sources[0]->media(), nullptr);
   EXPECT_EQ(sources[0]->title(), titles[0]);
   EXPECT_EQ(sources[1]->media(), titles[1]->medias()[0]);
   EXPECT_EQ(sources[200]->media(), titles[1]->medias()[199]);
+  EXPECT_EQ(sources[401]->media(), titles[2]->medias()[200]);
 }
 
 TEST(LMDVD, ListsTheFiles) {

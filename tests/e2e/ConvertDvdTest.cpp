@@ -225,10 +225,37 @@ TEST_F(ConvertDvd, ShortCellsAreShownToo) {
             2);
 }
 
-TEST_F(ConvertDvd, ConvertsATitleOfTwoHundredRunsWhole) {
-  ASSERT_TRUE(convertsTitle(discFolder("runs"), "2"));
-  EXPECT_NEAR(static_cast<double>(pictureTimes(output()).size()), 1000, 50);
-  EXPECT_EQ(chapterStarts(output()).size(), 200U);
+TEST_F(ConvertDvd, ConvertsATitleOfMoreThanTwoHundredRunsWhole) {
+  ASSERT_TRUE(convertsTitle(discFolder("runs"), "3"));
+  EXPECT_NEAR(static_cast<double>(pictureTimes(output()).size()), 1005, 50);
+  EXPECT_EQ(chapterStarts(output()).size(), 201U);
+}
+
+TEST_F(ConvertDvd, FilmThatRepeatsFieldsKeepsItsPictures) {
+  ASSERT_TRUE(convertsTitle(discFolder("film"), "1", {"--crf", "18"}));
+  EXPECT_EQ(streamOf(output(), "video")["r_frame_rate"], "24000/1001");
+  EXPECT_EQ(shownNumbers(output()), countingFrom(0, 240));
+  EXPECT_TRUE(keepsSync(output(), {.rate = 24000.0 / 1001, .ticks = ticksEvery(1.001, 0, 10)}));
+}
+
+TEST_F(ConvertDvd, FilmIsNoFasterThanVideoWhereItIsCopied) {
+  ASSERT_TRUE(converts(discFolder("film"), output(),
+                       {"--title", "1", "--video-codec", "copy", "--audio-codec", "none"}));
+  EXPECT_EQ(streamOf(output(), "video")["r_frame_rate"], "24000/1001");
+  EXPECT_EQ(pictureTimes(output()).size(), 240U);
+}
+
+TEST_F(ConvertDvd, FilmBesideVideoBecomesVideo) {
+  ASSERT_TRUE(convertsTitle(discFolder("film"), "2"));
+  EXPECT_EQ(streamOf(output(), "video")["r_frame_rate"], "30000/1001");
+  EXPECT_NEAR(static_cast<double>(pictureTimes(output()).size()), 600, 1);
+}
+
+TEST_F(ConvertDvd, AVobOfFilmIsNoFasterThanVideo) {
+  ASSERT_TRUE(converts(discFolder("film") / "VIDEO_TS" / "VTS_01_1.VOB", output(),
+                       joined({"--duration", "9"}, kFast)));
+  EXPECT_EQ(streamOf(output(), "video")["r_frame_rate"], "30000/1001");
+  EXPECT_NEAR(static_cast<double>(pictureTimes(output()).size()), 270, 1);
 }
 
 /// How much neighbouring lines differ at the moving bar's edges: combed pictures differ by much.
