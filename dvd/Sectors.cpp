@@ -53,7 +53,7 @@ bool carriesMedia(uint8_t id) { return id == kPrivate1 || (id >= 0xC0 && id <= 0
 /// subpictures; `packet` points at its start code, and `size` bytes of it lie in the sector.
 template <typename Byte, typename Use>
 void forEachPacket(Byte* sector, Use use) {
-  if (!isStartCode(sector, kPack)) return;
+  if (!isPack(sector)) return;
   size_t position = kPackHeader + (sector[13] & 7U);
   while (position + kPacketHeader <= kSectorBytes) {
     Byte* packet = sector + position;
@@ -84,6 +84,8 @@ std::optional<NavigationTimes> navigationTimes(const uint8_t* sector) {
   const bool makesSense = times.end > times.start && times.end - times.start <= kLongestUnit;
   return makesSense ? std::optional(times) : std::nullopt;
 }
+
+bool isPack(const uint8_t* sector) { return isStartCode(sector, kPack); }
 
 bool isScrambled(const uint8_t* sector) {
   bool scrambled = false;

@@ -20,6 +20,9 @@ struct NavigationTimes {
 /// that make no sense.
 std::optional<NavigationTimes> navigationTimes(const uint8_t* sector);
 
+/// Whether it is a pack at all, as all sectors of a whole VOB are.
+bool isPack(const uint8_t* sector);
+
 /// Whether what the sector carries is scrambled.
 bool isScrambled(const uint8_t* sector);
 

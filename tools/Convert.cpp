@@ -293,7 +293,7 @@ class Conversion {
     const std::string damage = damageOf(*title->dvd());
     const bool matters = settings_.title == "main" || !title->dvd()->hasTitleTable();
     if (damage.empty() || !matters) return kDone;
-    fmt::print(stderr, "kestrel: '{}' is damaged: {}\n", settings_.input, damage);
+    fmt::print(stderr, "kestrel: '{}' cannot be read whole: {}\n", settings_.input, damage);
     return kDoneInPart;
   }
 
@@ -312,13 +312,16 @@ class Conversion {
         if (stream->enable()) refused += stream->decodeErrors();
     }
     if (!endedEarly && !error && refused == 0) return kDone;
-    fmt::print(
-        stderr, "kestrel: '{}' {}\n", settings_.input,
-        endedEarly || error
-            ? fmt::format("ended early, at {:.2f} of {:.2f} s{}", lm_ff_time_to_double(reached),
-                          lm_ff_time_to_double(std::max(input.duration, reached)),
-                          error ? ": " + error.message : "")
-            : fmt::format("is damaged: {} of its packets could not be decoded", refused));
+    std::string finding;
+    if (endedEarly)
+      finding =
+          fmt::format("ended early, at {:.2f} of {:.2f} s{}", lm_ff_time_to_double(reached),
+                      lm_ff_time_to_double(input.duration), error ? ": " + error.message : "");
+    else if (error)
+      finding = "was not read whole: " + error.message;
+    else
+      finding = fmt::format("is damaged: {} of its packets could not be decoded", refused);
+    fmt::print(stderr, "kestrel: '{}' {}\n", settings_.input, finding);
     return kDoneInPart;
   }
 

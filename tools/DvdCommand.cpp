@@ -2,6 +2,7 @@
 
 #include <kestrel/LMDVDFile.h>
 #include <kestrel/LMDVDIO.h>
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/Log.h>
 
@@ -9,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -188,6 +190,15 @@ void dump(const std::string& path) {
   writeStandardOutput(text);
 }
 
+/// What keeps titles from being read whole, and which ones.
+std::map<std::string, std::vector<int>> problemsOf(const std::shared_ptr<LMDVD>& disc) {
+  std::map<std::string, std::vector<int>> problems;
+  for (const auto& title : titlesOf(*disc))
+    if (const Error error = LMDVDTitleSource(disc, title.set, title.title).problem())
+      problems[error.message].push_back(title.number);
+  return problems;
+}
+
 int list(const DvdSettings& settings) {
   if (settings.dump && (settings.files || settings.asJson))
     throw wrongUsage(fmt::format("--dump and {} exclude each other: give one of them",
@@ -204,9 +215,14 @@ int list(const DvdSettings& settings) {
     else
       writeStandardOutput(discText(document, *disc));
   }
-  const std::string damage = damageOf(*disc);
-  if (damage.empty()) return kDone;
-  fmt::print(stderr, "kestrel: '{}' is damaged: {}\n", printable(settings.input), damage);
+  std::vector<std::string> findings;
+  if (const std::string damage = damageOf(*disc); !damage.empty()) findings.push_back(damage);
+  if (!settings.dump && !settings.files)
+    for (const auto& [problem, numbers] : problemsOf(disc))
+      findings.push_back(nounAndNumbers("title", numbers) + ": " + problem);
+  if (findings.empty()) return kDone;
+  fmt::print(stderr, "kestrel: '{}' cannot be read whole: {}\n", printable(settings.input),
+             fmt::join(findings, "; "));
   return kDoneInPart;
 }
 

@@ -41,6 +41,10 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   /// fields for NTSC has 24000/1001 pictures per second. A scrambled title is not opened.
   void open() override;
 
+  /// What keeps the title from being read whole, as far as that shows without reading it through:
+  /// VOBs that are not there or too short, scrambled ones.
+  Error problem();
+
   bool isDVD() const override;
   std::string name() const override;
   std::string path() const override;
@@ -60,7 +64,7 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   int64_t duration() const;
 
  private:
-  bool beginsScrambled() const;
+  Error whyUnreadable();
   void setPictureRate();
   void tagLanguages();
   void addChapters();

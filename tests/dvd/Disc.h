@@ -3,6 +3,7 @@
 #include <kestrel/LMDVD.h>
 #include <kestrel/LMDVDTitleSource.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -69,6 +70,25 @@ inline uint32_t readBigEndian32(const std::string& bytes, size_t offset) {
   uint32_t value = 0;
   for (size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<uint8_t>(bytes[offset + i]);
   return value;
+}
+
+/// Where a cell of a program chain, both counted from 0, stands in the information of the first
+/// title set. The sector of the table of chains stands at 0xCC; a chain names the place of its
+/// cells, of 24 bytes each, 232 bytes into it. Of a cell, the first sector stands at 8, the last at
+/// 20, and where its last unit begins at 16.
+inline size_t placeOfCell(const DiscCopy& disc, size_t chain, size_t cell) {
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t chains = size_t{readBigEndian32(content, 0xCC)} * 2048;
+  const size_t place = chains + readBigEndian32(content, chains + 8 + 8 * chain + 4);
+  return place + (readBigEndian32(content, place + 232) >> 16) + 24 * cell;
+}
+
+/// Scrambles a title set's sectors from `first` up to `end`, as their packets say.
+inline void scramble(const DiscCopy& disc, size_t first, size_t end = SIZE_MAX) {
+  std::string content = bytesOf(disc.file("VTS_01_1.VOB"));
+  for (size_t sector = first; sector < std::min(end, content.size() / 2048); ++sector)
+    if (content[sector * 2048 + 17] != '\xBB') content[sector * 2048 + 20] |= '\x30';
+  writeBytes(disc.file("VTS_01_1.VOB"), content);
 }
 
 /// Exchanges two titles, counted from 1, in a disc's own table of titles.

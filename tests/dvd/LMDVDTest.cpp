@@ -127,6 +127,33 @@ TEST(LMDVD, ATitleIsTheChainThatItsFirstChapterNames) {
   EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:- 1:1 1:2 2:0 ");
 }
 
+TEST(LMDVD, OfSeveralAnglesTheFirstIsPlayed) {
+  const auto dvd = LMDVD::open(discFolder("angles").string());
+  const auto& title = *dvd->title_sets()[0]->titles()[0];
+  EXPECT_THAT(title.medias(), SizeIs(4));
+  ASSERT_THAT(title.cells(), SizeIs(3));
+  EXPECT_THAT(title.cells()[0].pieces, IsEmpty());
+  // The second angle's units lie between those of the first.
+  const auto& pieces = title.cells()[1].pieces;
+  ASSERT_THAT(pieces, SizeIs(5));
+  EXPECT_EQ(pieces.front().first, title.cells()[1].first_sector);
+  EXPECT_EQ(pieces.back().last, title.cells()[1].last_sector);
+  for (size_t i = 1; i < pieces.size(); ++i) EXPECT_GT(pieces[i].first, pieces[i - 1].last + 1);
+  EXPECT_NEAR(static_cast<double>(title.duration()), 6 * kSecond, 0.05 * kSecond);
+  EXPECT_THAT(title.chapters(), ElementsAre(0, 1, 2));
+}
+
+TEST(LMDVD, AnglesThatLieOneBehindTheOtherAreLeftOutToo) {
+  const DiscCopy disc("pal");
+  disc.patchInformation("VTS_01_0", placeOfCell(disc, 0, 1), "\x50");  // the first of a block
+  disc.patchInformation("VTS_01_0", placeOfCell(disc, 0, 2), "\xD0");  // the last
+  const auto dvd = LMDVD::open(disc.path().string());
+  const auto& title = *dvd->title_sets()[0]->titles()[0];
+  EXPECT_THAT(title.medias(), SizeIs(1));
+  EXPECT_THAT(title.cells(), SizeIs(3));
+  EXPECT_THAT(title.chapterTimes(), ElementsAre(0, 2 * kSecond, 4 * kSecond));
+}
+
 TEST(LMDVD, JoinsNeighbouringCellsOfOneVob) {
   const auto dvd = LMDVD::open(discFolder("pal").string());
   const auto& titles = dvd->title_sets()[0]->titles();

@@ -210,6 +210,32 @@ TEST(Dvd, ListsWhatIsLeftOfADamagedDiscAndSaysSo) {
   EXPECT_EQ(titles[0]["title_set"], 2);
 }
 
+TEST(Dvd, SaysWhichTitlesAreNotWhole) {
+  const DiscCopy disc("pal");
+  const auto finds = [&](const std::string& finding) {
+    const RunResult result = dvd(disc.path());
+    EXPECT_THAT(result.out, HasSubstr("4 titles\n"));
+    EXPECT_THAT(result.err, testing::EndsWith("cannot be read whole: " + finding + "\n"));
+    return result.status;
+  };
+  disc.cut("VTS_01_1.VOB", fs::file_size(disc.file("VTS_01_1.VOB")) - 2048);
+  EXPECT_EQ(finds("title 2: not all of the title's sectors are there"), 3);
+  disc.cut("VTS_01_1.VOB", 0);
+  EXPECT_EQ(finds("titles 1 to 3: none of the title's sectors are there"), 3);
+  fs::remove(disc.file("VTS_02_1.VOB"));
+  EXPECT_EQ(finds("titles 1 to 3: none of the title's sectors are there; title 4: the title's VOBs "
+                  "cannot be opened"),
+            3);
+}
+
+TEST(Dvd, SaysThatADiscIsScrambled) {
+  const DiscCopy disc("pal");
+  scramble(disc, 10);
+  const RunResult result = dvd(disc.path());
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, HasSubstr("titles 1 to 3: the disc is scrambled"));
+}
+
 TEST(Dvd, SaysWhereTheTableOfTitlesIsLost) {
   const DiscCopy disc("pal");
   disc.cut("VIDEO_TS.IFO", 2048);
