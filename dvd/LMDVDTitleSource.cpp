@@ -286,7 +286,7 @@ void LMDVDTitleSource::open() {
   context.start_time = av_rescale_q(kFirstTick, kTicks, kMicroseconds);
   context.duration = duration();
   setPictureRate();
-  tagLanguages();
+  describeStreams();
   addChapters();
 }
 
@@ -316,7 +316,9 @@ bool LMDVDTitleSource::State::beginsScrambled() const {
   return false;
 }
 
-void LMDVDTitleSource::tagLanguages() {
+/// Adds what the disc says of the streams. Sound that begins late has been found without its
+/// format.
+void LMDVDTitleSource::describeStreams() {
   AVFormatContext& context = *formatContext();
   for (unsigned i = 0; i < context.nb_streams; ++i) {
     AVStream& stream = *context.streams[i];
@@ -325,8 +327,12 @@ void LMDVDTitleSource::tagLanguages() {
     const auto& tracks =
         type == AVMEDIA_TYPE_AUDIO ? state_->title->audioTracks() : state_->title->subtitleTracks();
     const auto track = std::ranges::find(tracks, stream.id, &LMDVDTrack::stream_id);
-    if (track != tracks.end() && !track->language.empty())
+    if (track == tracks.end()) continue;
+    if (!track->language.empty())
       av_dict_set(&stream.metadata, "language", threeLetters(track->language).c_str(), 0);
+    if (type != AVMEDIA_TYPE_AUDIO || stream.codecpar->sample_rate > 0) continue;
+    stream.codecpar->sample_rate = track->sample_rate;
+    av_channel_layout_default(&stream.codecpar->ch_layout, track->channels);
   }
 }
 

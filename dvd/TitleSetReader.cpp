@@ -85,9 +85,11 @@ std::vector<LMDVDTrack> audioTracksOf(const vtsi_mat_t& table, const pgc_t& chai
   for (size_t i = 0; i < audioCount(table); ++i) {
     const uint16_t control = chain.audio_control[i];
     const audio_attr_t& attributes = table.vts_audio_attr[i];
-    if (control & kIsThere)
-      addTrack(tracks, firstStreamId(attributes.audio_format) + (control >> 8 & 7U),
-               attributes.lang_code);
+    if (!(control & kIsThere)) continue;
+    addTrack(tracks, firstStreamId(attributes.audio_format) + (control >> 8 & 7U),
+             attributes.lang_code);
+    tracks.back().channels = attributes.channels + 1;
+    tracks.back().sample_rate = attributes.sample_frequency == 1 ? 96000 : 48000;
   }
   return tracks;
 }

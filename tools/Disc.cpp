@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -62,12 +65,24 @@ bool isInFolder(const fs::path& path) {
   return false;
 }
 
+/// Whether a file is an image of a disc, by the name that its seventeenth sector bears.
+bool isImage(const fs::path& path) {
+  constexpr std::streamoff kPlace = 16 * 2048 + 1;
+  std::array<char, 5> name{};
+  std::ifstream file(path, std::ios::binary);
+  file.seekg(kPlace);
+  if (!file.read(name.data(), name.size())) return false;
+  const std::string_view text(name.data(), name.size());
+  return text == "CD001" || text == "BEA01";
+}
+
 }  // namespace
 
 bool isDisc(const std::string& path) {
   std::error_code error;
   if (fs::is_directory(path, error)) return isInFolder(path);
-  if (lowerCased(fs::path(path).extension().string()) != ".iso") return false;
+  const bool isReadable = fs::is_regular_file(path, error) || fs::is_block_file(path, error);
+  if (!isReadable || !isImage(path)) return false;
   const auto disc = LMDVD::open(path);
   return disc && hasTitles(*disc);
 }

@@ -39,8 +39,10 @@ struct LMDVDTrack {
   uint32_t track = 0;  ///< counted from 0 among the title's tracks of its kind
   int32_t stream_id =
       0;  ///< the id of its container stream, whose low four bits select it in a movie
-  std::string language;  ///< two letters, "" where the disc names none
-  std::string name;      ///< the language's name for display, "" likewise
+  std::string language;     ///< two letters, "" where the disc names none
+  std::string name;         ///< the language's name for display, "" likewise
+  int32_t channels = 0;     ///< of sound, as the disc states
+  int32_t sample_rate = 0;  ///< Hz, likewise
 
   bool operator==(const LMDVDTrack&) const = default;
 };

@@ -66,7 +66,7 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
  private:
   Error whyUnreadable();
   void setPictureRate();
-  void tagLanguages();
+  void describeStreams();
   void addChapters();
   int64_t timeOfCell(size_t index) const;
 

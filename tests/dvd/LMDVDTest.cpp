@@ -255,9 +255,10 @@ TEST(LMDVD, AnUnknownLanguageIsShownAsThatOfNoLetters) {
 TEST(LMDVD, ListsTheTracksOfEachTitle) {
   const auto dvd = LMDVD::open(discFolder("pal").string());
   const auto& title = *dvd->title_sets()[0]->titles()[0];
-  EXPECT_THAT(title.audioTracks(), ElementsAre(LMDVDTrack{0, 0x80, "en", english("en")},
-                                               LMDVDTrack{1, 0x81, "fr", english("fr")},
-                                               LMDVDTrack{2, 0x1C2, "de", english("de")}));
+  EXPECT_THAT(title.audioTracks(),
+              ElementsAre(LMDVDTrack{0, 0x80, "en", english("en"), 2, 48000},
+                          LMDVDTrack{1, 0x81, "fr", english("fr"), 6, 48000},
+                          LMDVDTrack{2, 0x1C2, "de", english("de"), 2, 48000}));
   EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "en", english("en")},
                                                   LMDVDTrack{1, 0x21, "fr", english("fr")}));
   EXPECT_THAT(dvd->title_sets()[0]->titles()[1]->subtitleTracks(), IsEmpty());

@@ -98,6 +98,18 @@ TEST_F(ConvertDvd, ConvertsATitleWithItsChapters) {
   }
 }
 
+TEST_F(ConvertDvd, ItsNameDoesNotMatter) {
+  for (const char* name : {"disc.img", "disc.jpg", "disc.yuv", "disc.cdg", "disc"}) {
+    fs::copy_file(discImage("pal"), folder_ / name);
+    ASSERT_TRUE(convertsSound(folder_ / name, "4")) << name;
+    EXPECT_NEAR(durationOf(output()), 2, 0.1) << name;
+    EXPECT_TRUE(endsWithSentence(convert(folder_ / name, output("none.mkv")), 2, "choose a title"));
+  }
+  fs::copy(discFolder("pal"), folder_ / "folder.jpg", fs::copy_options::recursive);
+  ASSERT_TRUE(convertsSound(folder_ / "folder.jpg", "4"));
+  EXPECT_NEAR(durationOf(output()), 2, 0.1);
+}
+
 TEST_F(ConvertDvd, TheMainTitleIsTheLongest) {
   ASSERT_TRUE(convertsSound(discFolder("runs"), "main"));
   EXPECT_NEAR(durationOf(output()), 200 * 0.2, 2);
@@ -129,6 +141,65 @@ TEST_F(ConvertDvd, ChoosesSoundByNumberAndLanguage) {
   EXPECT_THAT(chosen("fre"), ElementsAre(false, true, false));
   EXPECT_THAT(chosen("0,2"), ElementsAre(true, false, true));
   EXPECT_THAT(chosen("all"), ElementsAre(true, true, true));
+}
+
+/// Makes a sound track's packets of the first title set padding.
+void removeSound(const DiscCopy& disc, char id) {
+  std::string content = bytesOf(disc.file("VTS_01_1.VOB"));
+  for (size_t sector = 0; sector < content.size(); sector += 2048) {
+    const size_t packet = sector + 14;
+    const auto header = static_cast<uint8_t>(content[packet + 8]);
+    if (content[packet + 3] == '\xBD' && content[packet + 9 + header] == id)
+      content[packet + 3] = '\xBE';
+  }
+  writeBytes(disc.file("VTS_01_1.VOB"), content);
+}
+
+TEST_F(ConvertDvd, TracksKeepTheirNumbersWhereOneIsNotThere) {
+  const DiscCopy disc("pal");
+  removeSound(disc, '\x80');
+  EXPECT_TRUE(
+      endsWithSentence(convert(disc.path(), output(), {"--title", "1", "--audio-tracks", "0"}), 1,
+                       "audio track 0 is not in the title's VOBs"));
+  EXPECT_TRUE(
+      endsWithSentence(convert(disc.path(), output(), {"--title", "1", "--audio-tracks", "3"}), 2,
+                       "there is no audio track 3: the input has 3"));
+  EXPECT_TRUE(
+      endsWithSentence(convert(disc.path(), output(), {"--title", "1", "--audio-tracks", "en"}), 2,
+                       "there is no audio track in 'en'"));
+  ASSERT_TRUE(convertsSound(disc.path(), "1", {"--audio-tracks", "1"}));
+  EXPECT_EQ(languageOf(streamOf(output(), "audio")), "fra");
+  ASSERT_TRUE(convertsSound(disc.path(), "1", {"--audio-tracks", "2"}));
+  EXPECT_EQ(languageOf(streamOf(output(), "audio")), "deu");
+  ASSERT_TRUE(convertsSound(disc.path(), "1"));
+  EXPECT_EQ(languageOf(streamOf(output(), "audio")), "fra");
+}
+
+TEST_F(ConvertDvd, SoundThatBeginsLateIsConvertedAndCopied) {
+  ASSERT_TRUE(convertsSound(discFolder("late"), "1", {"--audio-tracks", "fr"}));
+  const auto sound = samples(output(), 1);
+  const std::vector<float> early(sound.begin(), sound.begin() + 9 * 44100);
+  const std::vector<float> late(sound.begin() + 11 * 44100, sound.begin() + 17 * 44100);
+  EXPECT_LT(rms(early), 0.001);
+  EXPECT_GT(toneAmplitude(late, 880, 44100), 0.05);
+  EXPECT_LT(toneAmplitude(late, 440, 44100), 0.01);
+  ASSERT_TRUE(converts(discFolder("late"), output(),
+                       {"--title", "1", "--video-codec", "copy", "--audio-codec", "copy",
+                        "--audio-tracks", "1", "--force"}));
+  const json copied = streamOf(output(), "audio");
+  EXPECT_EQ(copied["codec_name"], "ac3");
+  EXPECT_EQ(copied["channels"], 2);
+  EXPECT_EQ(copied["sample_rate"], "48000");
+  EXPECT_NEAR(soundStart(output()), 10, 0.1);
+  EXPECT_GT(toneAmplitude(samples(output(), 1), 880, 48000), 0.02);
+}
+
+TEST_F(ConvertDvd, SubpicturesThatBeginLateAreDrawn) {
+  ASSERT_TRUE(convertsTitle(discFolder("late"), "1", {"--subtitle-track", "0", "--start", "11"}));
+  EXPECT_TRUE(isNear(colourAt(output(), 3, "80:24:110:408"), {235, 16, 16}));
+  EXPECT_TRUE(isNear(colourAt(output(), 3, "80:24:210:408"), {16, 16, 235}));
+  EXPECT_TRUE(isNear(colourAt(output(), 1, "80:24:110:408"), {128, 128, 128}));
+  EXPECT_TRUE(isNear(colourAt(output(), 5, "80:24:110:408"), {128, 128, 128}));
 }
 
 TEST_F(ConvertDvd, CopiesATrack) {

@@ -182,6 +182,17 @@ TEST(Dvd, RefusesWhatIsNoDisc) {
   EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "dvd"}), 2, "path"));
 }
 
+TEST(Dvd, OtherVerbsSayThatItIsADisc) {
+  for (const auto& disc : {discFolder("pal"), discImage("pal")}) {
+    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "info", disc.string()}), 1,
+                                 "it is a DVD-Video disc"));
+    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "wave", disc.string(), "wave.png"}), 1,
+                                 "it is a DVD-Video disc"));
+    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "thumb", disc.string(), "picture.png"}), 1,
+                                 "it is a DVD-Video disc"));
+  }
+}
+
 TEST(Dvd, ABackupStandsInForAnInformationFile) {
   const DiscCopy disc("pal");
   fs::remove(disc.file("VTS_01_0.IFO"));
