@@ -107,21 +107,26 @@ void LMDVD::numberInOrder() {
 
 std::vector<std::shared_ptr<LMDVDFile>> LMDVD::dvdFiles() {
   std::vector<std::shared_ptr<LMDVDFile>> files;
-  for (int32_t title = 0; title <= static_cast<int32_t>(title_sets_.size()); ++title) {
-    for (int32_t domain = DVD_READ_INFO_FILE; domain <= DVD_READ_TITLE_VOBS; ++domain) {
-      if (title == 0 && domain == DVD_READ_TITLE_VOBS) continue;  // the manager has no titles
-      dvd_stat_t status{};
-      if (DVDFileStat(dvd_reader(), title, static_cast<dvd_read_domain_t>(domain), &status) != 0)
-        continue;
-      for (int32_t part = 0; part < status.nr_parts; ++part) {
-        auto file = std::make_shared<LMDVDFile>();
-        file->setDvd(shared_from_this());
-        file->setDvd_read_domain(domain);
-        file->setTitle_num(title);
-        file->setFile_part(part);
-        file->setFile_size(status.parts_size[part]);
-        files.push_back(std::move(file));
-      }
+  for (int32_t number = 0; number <= static_cast<int32_t>(title_sets_.size()); ++number)
+    std::ranges::move(filesOfTitleSet(number), std::back_inserter(files));
+  return files;
+}
+
+std::vector<std::shared_ptr<LMDVDFile>> LMDVD::filesOfTitleSet(int32_t number) {
+  std::vector<std::shared_ptr<LMDVDFile>> files;
+  for (int32_t domain = DVD_READ_INFO_FILE; domain <= DVD_READ_TITLE_VOBS; ++domain) {
+    if (number == 0 && domain == DVD_READ_TITLE_VOBS) continue;  // the manager has no titles
+    dvd_stat_t status{};
+    if (DVDFileStat(dvd_reader(), number, static_cast<dvd_read_domain_t>(domain), &status) != 0)
+      continue;
+    for (int32_t part = 0; part < status.nr_parts; ++part) {
+      auto file = std::make_shared<LMDVDFile>();
+      file->setDvd(shared_from_this());
+      file->setDvd_read_domain(domain);
+      file->setTitle_num(number);
+      file->setFile_part(part);
+      file->setFile_size(status.parts_size[part]);
+      files.push_back(std::move(file));
     }
   }
   return files;

@@ -25,12 +25,6 @@ unsigned firstAttributeByte(const video_attr_t& attributes) {
          attributes.display_aspect_ratio << 2U | attributes.permitted_df;
 }
 
-/// The two letters of a language code, the high byte first; two NULs where there is none.
-std::string lettersOf(uint16_t code) {
-  if (code == 0xFFFF) code = 0;
-  return {static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)};
-}
-
 /// The letters, "" unless they are letters that name a language.
 std::string languageOf(uint16_t code) {
   std::string letters = lettersOf(code);

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <memory>
@@ -155,12 +156,13 @@ std::string titleText(const ordered_json& title) {
 }
 
 std::string discText(const ordered_json& disc, const LMDVD& dvd) {
+  std::string volume = printable(disc["volume"].get<std::string>());
+  std::ranges::replace(volume, '\n', ' ');
   const size_t sets = dvd.title_sets().size();
   const size_t titles = disc["titles"].size();
-  std::string text =
-      fmt::format("{}: DVD-Video, {}, {} title {}, {} {}\n",
-                  printable(disc["volume"].get<std::string>()), regions(disc["region"].get<int>()),
-                  sets, sets == 1 ? "set" : "sets", titles, titles == 1 ? "title" : "titles");
+  std::string text = fmt::format(
+      "{}: DVD-Video, {}, {} title {}, {} {}\n", volume, regions(disc["region"].get<int>()), sets,
+      sets == 1 ? "set" : "sets", titles, titles == 1 ? "title" : "titles");
   for (const auto& title : disc["titles"]) text += "\n" + titleText(title);
   return text;
 }
@@ -172,9 +174,12 @@ void writeDocument(const ordered_json& document) {
 void listFiles(LMDVD& disc, bool asJson) {
   auto files = ordered_json::array();
   std::string text;
-  for (const auto& file : disc.dvdFiles()) {
-    files.push_back({{"name", file->filename()}, {"size", file->filesize()}});
-    text += fmt::format("{:>14}  {}\n", file->filesize(), file->filename());
+  const size_t sets = disc.title_sets().size() + disc.missingTitleSets().size();
+  for (size_t number = 0; number <= sets; ++number) {
+    for (const auto& file : disc.filesOfTitleSet(static_cast<int32_t>(number))) {
+      files.push_back({{"name", file->filename()}, {"size", file->filesize()}});
+      text += fmt::format("{:>14}  {}\n", file->filesize(), file->filename());
+    }
   }
   if (asJson)
     writeDocument({{"volume", disc.volume()}, {"path", disc.path()}, {"files", files}});

@@ -71,9 +71,13 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
   /// Bit n − 1 is set where the disc may not play in region n.
   int32_t region() const { return region_; }
 
-  /// The files of the volume: for the manager and each title set the information file, its backup,
-  /// the menu's VOBs and the parts of the title VOBs, as far as they are there.
+  /// The files of the volume: for the manager and as many title sets as could be read the
+  /// information file, its backup, the menu's VOBs and the parts of the title VOBs, as far as they
+  /// are there.
   std::vector<std::shared_ptr<LMDVDFile>> dvdFiles();
+
+  /// Those of one title set, of the manager for 0.
+  std::vector<std::shared_ptr<LMDVDFile>> filesOfTitleSet(int32_t number);
 
   /// From this number of runs on a title is offered in pieces.
   static int32_t dvdTitleSplitVobCount() { return 200; }

@@ -72,14 +72,20 @@ inline uint32_t readBigEndian32(const std::string& bytes, size_t offset) {
   return value;
 }
 
-/// Where a cell of a program chain, both counted from 0, stands in the information of the first
-/// title set. The sector of the table of chains stands at 0xCC; a chain names the place of its
-/// cells, of 24 bytes each, 232 bytes into it. Of a cell, the first sector stands at 8, the last at
-/// 20, and where its last unit begins at 16.
-inline size_t placeOfCell(const DiscCopy& disc, size_t chain, size_t cell) {
+/// Where a program chain, counted from 0, stands in the information of the first title set. The
+/// sector of the table of chains stands at 0xCC.
+inline size_t placeOfChain(const DiscCopy& disc, size_t chain) {
   const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
   const size_t chains = size_t{readBigEndian32(content, 0xCC)} * 2048;
-  const size_t place = chains + readBigEndian32(content, chains + 8 + 8 * chain + 4);
+  return chains + readBigEndian32(content, chains + 8 + 8 * chain + 4);
+}
+
+/// Where a cell of a chain stands: the place of the cells, of 24 bytes each, stands 232 bytes into
+/// the chain. Of a cell, the first sector stands at 8, the last at 20, and where its last unit
+/// begins at 16.
+inline size_t placeOfCell(const DiscCopy& disc, size_t chain, size_t cell) {
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t place = placeOfChain(disc, chain);
   return place + (readBigEndian32(content, place + 232) >> 16) + 24 * cell;
 }
 

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "dvd/TitleSetReader.h"
 #include "tests/dvd/Disc.h"
 
 namespace kestrel::test {
@@ -67,6 +68,28 @@ TEST(LMDVD, ListsTitleSetsAndTitles) {
     EXPECT_THAT(titles[0]->chapterTimes(), ElementsAre(0, 2 * kSecond, 4 * kSecond, 6 * kSecond));
     EXPECT_THAT(titles[1]->chapterTimes(), ElementsAre(0, 3 * kSecond, 3 * kSecond + 80000));
   }
+}
+
+TEST(LMDVD, KnowsTheStreamsOfEverySoundFormatAndOfNarrowPictures) {
+  const auto dvd = LMDVD::open(discFolder("formats").string());
+  const auto& title = *dvd->title_sets()[0]->titles()[0];
+  EXPECT_THAT(title.audioTracks(), ElementsAre(LMDVDTrack{0, 0xA0, "en", english("en"), 2, 48000},
+                                               LMDVDTrack{1, 0x88, "fr", english("fr"), 2, 48000},
+                                               LMDVDTrack{2, 0x80, "de", english("de"), 2, 48000}));
+  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "nl", english("nl")}));
+}
+
+/// Pictures of 4:3 have their subpictures' number in the highest byte of its word, others in the
+/// second: of the first title it stands 28 bytes into the chain.
+TEST(LMDVD, TakesTheSubpicturesForTheWholePicture) {
+  const auto idIn = [](const char* name) {
+    const DiscCopy disc(name);
+    disc.patchInformation("VTS_01_0", placeOfChain(disc, 0) + 28, bigEndian32(0x81020304));
+    const auto dvd = LMDVD::open(disc.path().string());
+    return dvd->title_sets().at(0)->titles().at(0)->subtitleTracks().at(0).stream_id;
+  };
+  EXPECT_EQ(idIn("formats"), 0x21);
+  EXPECT_EQ(idIn("pal"), 0x22);
 }
 
 /// Title set and title of each number, "-" where that is lost.
@@ -239,6 +262,15 @@ TEST(LMDVD, NamesTheLanguages) {
   EXPECT_EQ(set.description(), "format:(null) aspect_ratio:(null) audios:(" + english("en") + ", " +
                                    english("fr") + ", " + english("de") + ") subtitle:(" +
                                    english("en") + ", " + english("fr") + ")");
+}
+
+TEST(LMDVD, ALanguageCodeIsTwoLettersAndNoneTwoNuls) {
+  EXPECT_EQ(lettersOf(0x656E), "en");
+  EXPECT_EQ(lettersOf(0xFF65),
+            "\xFF"
+            "e");
+  EXPECT_EQ(lettersOf(0xFFFF), std::string(2, '\0'));
+  EXPECT_EQ(lettersOf(0x0000), std::string(2, '\0'));
 }
 
 TEST(LMDVD, AnUnknownLanguageIsShownAsThatOfNoLetters) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/dvd/Disc.h"
+#include "tests/e2e/ConvertDvd.h"
 #include "tests/e2e/Decoded.h"
 #include "tests/e2e/Kestrel.h"
 #include "tests/e2e/NumberedClip.h"
@@ -20,36 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-using testing::Each;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::SizeIs;
-
-const Arguments kFast{"--encoder-preset", "ultrafast"};
-
-class ConvertDvd : public testing::Test {
- protected:
-  /// The same of a title's sound alone.
-  testing::AssertionResult convertsSound(const fs::path& disc, const std::string& title,
-                                         const Arguments& options = {}) {
-    return converts(disc, output(),
-                    joined({"--title", title, "--video-codec", "none", "--force"}, options));
-  }
-
-  fs::path output(const std::string& name = "out.mkv") const { return folder_ / name; }
-
-  /// Whether a title converts without a word.
-  testing::AssertionResult convertsTitle(const fs::path& disc, const std::string& title,
-                                         const Arguments& options = {}) {
-    return converts(disc, output(), joined(joined({"--title", title}, kFast), options));
-  }
-
-  TempDir folder_;
-};
-
-double durationOf(const fs::path& file) {
-  return std::stod(ffprobeJson(file)["format"]["duration"].get<std::string>());
-}
 
 std::vector<double> chapterStarts(const fs::path& file) {
   std::vector<double> starts;
@@ -57,10 +30,6 @@ std::vector<double> chapterStarts(const fs::path& file) {
   for (const auto& chapter : probed["chapters"])
     starts.push_back(std::stod(chapter["start_time"].get<std::string>()));
   return starts;
-}
-
-std::string languageOf(const json& stream) {
-  return stream.value("tags", json::object()).value("language", "");
 }
 
 /// The mean colour of a rectangle of the picture shown at a time: red, green, blue.
@@ -143,38 +112,6 @@ TEST_F(ConvertDvd, ChoosesSoundByNumberAndLanguage) {
   EXPECT_THAT(chosen("all"), ElementsAre(true, true, true));
 }
 
-/// Makes a sound track's packets of the first title set padding.
-void removeSound(const DiscCopy& disc, char id) {
-  std::string content = bytesOf(disc.file("VTS_01_1.VOB"));
-  for (size_t sector = 0; sector < content.size(); sector += 2048) {
-    const size_t packet = sector + 14;
-    const auto header = static_cast<uint8_t>(content[packet + 8]);
-    if (content[packet + 3] == '\xBD' && content[packet + 9 + header] == id)
-      content[packet + 3] = '\xBE';
-  }
-  writeBytes(disc.file("VTS_01_1.VOB"), content);
-}
-
-TEST_F(ConvertDvd, TracksKeepTheirNumbersWhereOneIsNotThere) {
-  const DiscCopy disc("pal");
-  removeSound(disc, '\x80');
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1", "--audio-tracks", "0"}), 1,
-                       "audio track 0 is not in the title's VOBs"));
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1", "--audio-tracks", "3"}), 2,
-                       "there is no audio track 3: the input has 3"));
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1", "--audio-tracks", "en"}), 2,
-                       "there is no audio track in 'en'"));
-  ASSERT_TRUE(convertsSound(disc.path(), "1", {"--audio-tracks", "1"}));
-  EXPECT_EQ(languageOf(streamOf(output(), "audio")), "fra");
-  ASSERT_TRUE(convertsSound(disc.path(), "1", {"--audio-tracks", "2"}));
-  EXPECT_EQ(languageOf(streamOf(output(), "audio")), "deu");
-  ASSERT_TRUE(convertsSound(disc.path(), "1"));
-  EXPECT_EQ(languageOf(streamOf(output(), "audio")), "fra");
-}
-
 TEST_F(ConvertDvd, SoundThatBeginsLateIsConvertedAndCopied) {
   ASSERT_TRUE(convertsSound(discFolder("late"), "1", {"--audio-tracks", "fr"}));
   const auto sound = samples(output(), 1);
@@ -200,6 +137,20 @@ TEST_F(ConvertDvd, SubpicturesThatBeginLateAreDrawn) {
   EXPECT_TRUE(isNear(colourAt(output(), 3, "80:24:210:408"), {16, 16, 235}));
   EXPECT_TRUE(isNear(colourAt(output(), 1, "80:24:110:408"), {128, 128, 128}));
   EXPECT_TRUE(isNear(colourAt(output(), 5, "80:24:110:408"), {128, 128, 128}));
+}
+
+TEST_F(ConvertDvd, FindsTracksOfEveryFormat) {
+  const std::vector<double> frequencies{440, 880, 220};  // LPCM, DTS, AC-3
+  for (size_t track = 0; track < frequencies.size(); ++track) {
+    ASSERT_TRUE(
+        convertsSound(discFolder("formats"), "2", {"--audio-tracks", std::to_string(track)}));
+    const auto sound = samples(output(), 1);
+    for (const double frequency : frequencies)
+      EXPECT_EQ(toneAmplitude(sound, frequency, 44100) > 0.02, frequency == frequencies[track])
+          << "track " << track << ", " << frequency << " Hz";
+  }
+  ASSERT_TRUE(convertsTitle(discFolder("formats"), "1", {"--subtitle-track", "nl", "--force"}));
+  EXPECT_TRUE(isNear(colourAt(output(), 2, "80:24:110:408"), {235, 16, 16}));
 }
 
 TEST_F(ConvertDvd, CopiesATrack) {
@@ -390,113 +341,11 @@ TEST_F(ConvertDvd, RefusesWrongChoices) {
   EXPECT_TRUE(refuses({"--title", "1", "--deinterlace", "maybe"}, "--deinterlace"));
 }
 
-TEST_F(ConvertDvd, NeverTakesOneTitleForAnother) {
-  const DiscCopy disc("pal");
-  exchangeTitles(disc, 1, 4);
-  ASSERT_TRUE(convertsSound(disc.path(), "1"));
-  EXPECT_NEAR(durationOf(output()), 2, 0.1);
-  disc.cut("VTS_01_0.IFO", 3000);
-  disc.cut("VTS_01_0.BUP", 3000);
-  ASSERT_TRUE(convertsSound(disc.path(), "1"));
-  EXPECT_NEAR(durationOf(output()), 2, 0.1);
-  fs::remove(output());
-  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), {"--title", "4"}), 1,
-                               "title 4 cannot be read: title set 1, which holds it, is lost"));
-  EXPECT_FALSE(fs::exists(output()));
-  // Of the longest film nobody knows; what is left converts.
-  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), {"--title", "main"}), 3,
-                               "title set 1 cannot be read (titles 2 to 4)"));
-  EXPECT_NEAR(durationOf(output()), 2, 0.1);
-}
-
-TEST_F(ConvertDvd, SaysThatNumbersAreDoubtfulWithoutATableOfTitles) {
-  const DiscCopy disc("ntsc");
-  disc.cut("VIDEO_TS.IFO", 2048);
-  disc.cut("VIDEO_TS.BUP", 2048);
-  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), joined({"--title", "1"}, kFast)), 3,
-                               "table of titles"));
-  EXPECT_NEAR(durationOf(output()), 3, 0.1);
-}
-
 TEST_F(ConvertDvd, AFileHasNoTitles) {
   EXPECT_TRUE(endsWithSentence(convert(fixture("av25.mp4"), output(), {"--title", "1"}), 1,
                                "no DVD-Video"));
   EXPECT_TRUE(endsWithSentence(convert(fixture("av25.mp4"), output(), {"--chapters", "1"}), 2,
                                "the input has no chapters"));
-}
-
-TEST_F(ConvertDvd, ConvertsWhatATruncatedVobHoldsAndSaysSo) {
-  const DiscCopy disc("pal");
-  disc.cut("VTS_01_1.VOB", fs::file_size(disc.file("VTS_01_1.VOB")) / 4);
-  const RunResult result = convert(disc.path(), output(), joined({"--title", "1"}, kFast));
-  EXPECT_TRUE(endsWithSentence(result, 3, disc.path().string()));
-  EXPECT_GT(durationOf(output()), 2);
-  EXPECT_LT(durationOf(output()), 8);
-}
-
-TEST_F(ConvertDvd, ConvertsWhatIsLeftAroundSectorsThatAreNoPacks) {
-  const DiscCopy disc("pal");
-  std::string content = bytesOf(disc.file("VTS_01_1.VOB"));
-  std::fill_n(content.begin() + 2048 * 200, 2048 * 60, '\xFF');
-  writeBytes(disc.file("VTS_01_1.VOB"), content);
-  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), joined({"--title", "1"}, kFast)), 3,
-                               "not all of its sectors can be read"));
-  EXPECT_NEAR(durationOf(output()), 8, 1);
-}
-
-TEST_F(ConvertDvd, FailsInASentenceWhereNothingIsLeft) {
-  const DiscCopy disc("ntsc");
-  disc.cut("VTS_01_1.VOB", 0);
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1"}), 1, disc.path().string()));
-  fs::remove(disc.file("VTS_01_1.VOB"));
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1"}), 1, disc.path().string()));
-  EXPECT_FALSE(fs::exists(output()));
-}
-
-TEST_F(ConvertDvd, SectorsBehindTheEndAreNotRead) {
-  const DiscCopy disc("ntsc");
-  // Where the first cell's last unit begins, and its last sector.
-  disc.patchInformation("VTS_01_0", placeOfCell(disc, 0, 0) + 16,
-                        bigEndian32(0x7FFFFF00) + bigEndian32(0x7FFFFFF0));
-  const RunResult result = convert(disc.path(), output(), joined({"--title", "1"}, kFast));
-  EXPECT_TRUE(endsWithSentence(result, 3, disc.path().string()));
-  EXPECT_NEAR(durationOf(output()), 3, 0.2);
-}
-
-TEST_F(ConvertDvd, SaysThatADiscIsScrambled) {
-  const DiscCopy disc("ntsc");
-  scramble(disc, 20);
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1"}), 1, "is scrambled"));
-  EXPECT_FALSE(fs::exists(output()));
-}
-
-TEST_F(ConvertDvd, SaysThatWhatFollowsOnAPlainStartIsScrambled) {
-  const DiscCopy disc("pal");
-  const auto dvd = LMDVD::open(disc.path().string());
-  const auto& titles = dvd->title_sets()[0]->titles();
-  // From the middle of title 1 on, and all of the last piece of title 2.
-  const auto& film = *titles[0]->medias()[0];
-  scramble(disc, film.sector_count() / 2, film.sector_count());
-  const auto& last = *titles[1]->medias()[2];
-  scramble(disc, last.start_sector(), last.start_sector() + last.sector_count());
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "2"}), 1, "is scrambled"));
-  EXPECT_FALSE(fs::exists(output()));
-  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), joined({"--title", "1"}, kFast)), 3,
-                               "is scrambled"));
-  EXPECT_GT(durationOf(output()), 2);
-}
-
-TEST_F(ConvertDvd, CellsWithoutSectorsAreMissed) {
-  const DiscCopy disc("pal");
-  for (const size_t cell : {1, 2})  // their last sectors
-    disc.patchInformation("VTS_01_0", placeOfCell(disc, 0, cell) + 20, bigEndian32(0));
-  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), joined({"--title", "1"}, kFast)), 3,
-                               "not all of its sectors can be read"));
-  EXPECT_NEAR(durationOf(output()), 4, 0.1);
 }
 
 TEST_F(ConvertDvd, PlaysTheFirstOfSeveralAngles) {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -107,7 +108,7 @@ void expectAgreement(const fs::path& path) {
 }
 
 TEST(Dvd, AgreesWithAnotherProgram) {
-  for (const char* name : {"pal", "ntsc", "seams", "runs", "many"})
+  for (const char* name : {"pal", "ntsc", "seams", "runs", "many", "film", "late", "formats"})
     expectAgreement(discImage(name));
 }
 
@@ -245,6 +246,74 @@ TEST(Dvd, SaysThatADiscIsScrambled) {
   const RunResult result = dvd(disc.path());
   EXPECT_EQ(result.status, 3);
   EXPECT_THAT(result.err, HasSubstr("titles 1 to 3: the disc is scrambled"));
+}
+
+json titleOf(const json& disc, int number) {
+  return disc["titles"][static_cast<size_t>(number) - 1];
+}
+
+TEST(Dvd, TheMainTitleIsTheOneWithMostChaptersOfTheLongest) {
+  const json disc = dvdJson(discFolder("formats"));
+  EXPECT_EQ(titleOf(disc, 1)["duration"], titleOf(disc, 2)["duration"]);
+  EXPECT_EQ(titleOf(disc, 1)["main"], false);
+  EXPECT_EQ(titleOf(disc, 2)["main_reason"], "longest, most chapters");
+}
+
+TEST(Dvd, OfTitlesAlikeTheFirstIsTheMainOne) {
+  const json disc = dvdJson(discFolder("many"));
+  EXPECT_EQ(titleOf(disc, 1)["main_reason"], "the first of 6 that are longest");
+  // Each title set has two titles of their own; the others repeat them.
+  EXPECT_EQ(titleOf(disc, 3)["same_as"], 1);
+  EXPECT_EQ(titleOf(disc, 34)["same_as"], nullptr);
+}
+
+TEST(Dvd, ListsTheFilesOfLostTitleSets) {
+  const DiscCopy disc("pal");
+  disc.cut("VTS_01_0.IFO", 3000);
+  disc.cut("VTS_01_0.BUP", 3000);
+  const RunResult result = dvd(disc.path(), {"--files"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.out, HasSubstr(" 3000  VIDEO_TS/VTS_01_0.IFO\n"));
+  EXPECT_THAT(result.out, HasSubstr("  VIDEO_TS/VTS_02_1.VOB\n"));
+}
+
+TEST(Dvd, AVolumesNameStaysOnItsLine) {
+  const TempDir folder;
+  fs::copy(discFolder("runs"), folder / "a\xFF\nb", fs::copy_options::recursive);
+  EXPECT_THAT(dvd(folder / "a\xFF\nb").out, testing::StartsWith("a\uFFFD b: DVD-Video, "));
+}
+
+TEST(Dvd, ReadsADiscOfAbsurdCounts) {
+  const DiscCopy disc("pal");
+  disc.patchInformation("VIDEO_TS", 0x3E, "\xFF\xFF");  // title sets
+  const RunResult sets = dvd(disc.path());
+  EXPECT_EQ(sets.status, 3);
+  EXPECT_THAT(sets.out, HasSubstr("2 title sets, 4 titles\n"));
+  EXPECT_THAT(sets.err, HasSubstr(": title sets 3 to 99 cannot be read\n"));
+  // Chains, cells and cell addresses: the tables' sectors stand at 0xCC and 0xE0.
+  const std::string content = bytesOf(disc.file("VTS_02_0.IFO"));
+  for (const size_t table : {0xCC, 0xE0})
+    disc.patchInformation("VTS_02_0", size_t{readBigEndian32(content, table)} * 2048,
+                          std::string(8, '\xFF'));
+  const RunResult tables = dvd(disc.path());
+  EXPECT_EQ(tables.status, 3);
+  EXPECT_THAT(tables.out, HasSubstr("Title 1     0:08, 4 chapters"));
+}
+
+TEST(Dvd, ReadsWhatIsLeftOfADamagedImage) {
+  const TempDir folder;
+  const std::string whole = bytesOf(discImage("pal"));
+  writeBytes(folder / "half.iso", whole.substr(0, whole.size() / 2));
+  const RunResult half = dvd(folder / "half.iso");
+  EXPECT_EQ(half.status, 3);
+  EXPECT_THAT(half.out, HasSubstr("Title 1     0:08, 4 chapters, 720x576"));
+  EXPECT_THAT(half.err, HasSubstr("title"));
+  writeBytes(folder / "begun.iso", whole.substr(0, 100000));
+  EXPECT_TRUE(endsWithSentence(dvd(folder / "begun.iso"), 1, "begun.iso"));
+  std::string blank = whole;
+  std::fill_n(blank.begin() + 16 * 2048, 400 * 2048, '\0');  // what tells where files lie
+  writeBytes(folder / "blank.iso", blank);
+  EXPECT_TRUE(endsWithSentence(dvd(folder / "blank.iso"), 1, "blank.iso"));
 }
 
 TEST(Dvd, SaysWhereTheTableOfTitlesIsLost) {
