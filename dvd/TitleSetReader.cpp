@@ -148,6 +148,7 @@ std::vector<LMDVDSectors> piecesOf(const cell_playback_t& cell, const cell_posit
         address.start_sector <= address.last_sector)
       pieces.push_back({address.start_sector, address.last_sector});
   }
+  std::ranges::sort(pieces, {}, &LMDVDSectors::first);
   return pieces;
 }
 

@@ -110,7 +110,7 @@ std::string damageOf(const LMDVD& disc) {
     if (!lost.empty()) findings.back() += " (" + nounAndNumbers("title", lost) + ")";
   }
   if (!disc.hasTitleTable())
-    findings.push_back("its table of titles cannot be read, so they may have other numbers");
+    findings.push_back("its table of titles cannot be read, so titles may have other numbers");
   return fmt::format("{}", fmt::join(findings, "; "));
 }
 

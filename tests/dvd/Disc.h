@@ -89,6 +89,15 @@ inline size_t placeOfCell(const DiscCopy& disc, size_t chain, size_t cell) {
   return place + (readBigEndian32(content, place + 232) >> 16) + 24 * cell;
 }
 
+/// Makes the title that the first title set counts first begin with a chain, counted from 1. The
+/// sector of its table of chapters stands at 0xC8, the place of the title's list 8 bytes into it.
+inline void setFirstChain(const DiscCopy& disc, uint8_t chain) {
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t table = size_t{readBigEndian32(content, 0xC8)} * 2048;
+  const size_t list = table + readBigEndian32(content, table + 8);
+  disc.patchInformation("VTS_01_0", list, {'\0', static_cast<char>(chain)});
+}
+
 /// Scrambles a title set's sectors from `first` up to `end`, as their packets say.
 inline void scramble(const DiscCopy& disc, size_t first, size_t end = SIZE_MAX) {
   std::string content = bytesOf(disc.file("VTS_01_1.VOB"));

@@ -139,14 +139,9 @@ TEST(LMDVD, WithoutATableTitlesAreNumberedInTheOrderOfTitleSets) {
 
 TEST(LMDVD, ATitleIsTheChainThatItsFirstChapterNames) {
   const DiscCopy disc("pal");
-  // The sector of the title set's table of chapters stands at 0xC8, the places of its titles' lists
-  // 8 bytes into it; each begins with the number of a chain, from 1.
-  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
-  const size_t table = size_t{readBigEndian32(content, 0xC8)} * 2048;
-  const size_t first = table + readBigEndian32(content, table + 8);
-  disc.patchInformation("VTS_01_0", first, std::string("\0\x02", 2));
+  setFirstChain(disc, 2);
   EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:1 1:1 1:2 2:0 ");
-  disc.patchInformation("VTS_01_0", first, std::string("\0\x09", 2));  // there are three
+  setFirstChain(disc, 9);  // there are three
   EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:- 1:1 1:2 2:0 ");
 }
 

@@ -69,6 +69,15 @@ TEST_F(ConvertDamagedDvd, NeverTakesOneTitleForAnother) {
   EXPECT_NEAR(durationOf(output()), 2, 0.1);
 }
 
+TEST_F(ConvertDamagedDvd, ATitleWithoutItsChainIsRefused) {
+  const DiscCopy disc("pal");
+  setFirstChain(disc, 9);
+  EXPECT_TRUE(endsWithSentence(convert(disc.path(), output(), {"--title", "1"}), 1,
+                               "title 1 cannot be read: its program chain is empty or damaged"));
+  ASSERT_TRUE(convertsSound(disc.path(), "3"));
+  EXPECT_NEAR(durationOf(output()), 8, 0.1);
+}
+
 TEST_F(ConvertDamagedDvd, SaysThatNumbersAreDoubtfulWithoutATableOfTitles) {
   const DiscCopy disc("ntsc");
   disc.cut("VIDEO_TS.IFO", 2048);
