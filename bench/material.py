@@ -112,6 +112,21 @@ def disc():
     return folder, sorted(folder.glob("VIDEO_TS/VTS_01_[1-9].VOB"))
 
 
+def disc_of_many_titles():
+    """A disc of 99 titles, the most that there may be, as the tests have it."""
+    script = ROOT / "tests" / "fixtures" / "dvd" / "make_disc.py"
+    folder = FOLDER / "many.disc"
+    if not folder.exists():
+        say(f"making {folder.name}")
+        partial = folder.with_name(f"partial-{folder.name}")
+        shutil.rmtree(partial, ignore_errors=True)
+        partial.mkdir()
+        ask("python3", script, "many", partial)
+        partial.rename(folder)
+        say("")
+    return folder / "disc.iso"
+
+
 def two_hours_of_sound():
     """A minute of noise over and over."""
     noise = "anoisesrc=color=pink:sample_rate=44100:seed=1:amplitude=0.5:duration=60"

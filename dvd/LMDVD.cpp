@@ -68,39 +68,65 @@ void LMDVD::readName() {
 
 void LMDVD::readTitleSets() {
   int count = 0;
+  std::vector<TitleEntry> table;
   {
     const IfoPtr manager = openManager(dvd_reader());
     if (!manager || !manager->vmgi_mat) return;
     count = manager->vmgi_mat->vmg_nr_of_title_sets;
     region_ = static_cast<int32_t>(manager->vmgi_mat->vmg_category >> 16 & 0xFF);
+    table = readTitleTable(dvd_reader(), manager->vmgi_mat->tt_srpt);
   }
+  for (const TitleEntry& entry : table)
+    numberedTitles_.push_back({entry.title_set, nullptr, nullptr});
   log(fmt::format("title_sets {} Region 0x{:02x}", count, region_ ^ 0xFF));
   for (int number = 1; number <= std::min(count, kMostTitleSets); ++number) {
     const IfoPtr set = openTitleSet(dvd_reader(), number);
-    if (set && set->vtsi_mat && set->vts_pgcit && set->vts_c_adt)
-      title_sets_.push_back(readTitleSet(*set, number));
-    else
+    if (!set || !set->vtsi_mat || !set->vts_pgcit || !set->vts_c_adt) {
       missingTitleSets_.push_back(number);
+      continue;
+    }
+    title_sets_.push_back(readTitleSet(*set, number));
+    for (size_t i = 0; i < table.size(); ++i)
+      if (table[i].title_set == number)
+        numberedTitles_[i] = {number, title_sets_.back(),
+                              numberedTitle(*set, *title_sets_.back(), table[i].number)};
   }
+  hasTitleTable_ = std::ranges::any_of(numberedTitles_, [](const LMDVDNumberedTitle& numbered) {
+    return numbered.title != nullptr;
+  });
+  if (!hasTitleTable_) numberInOrder();
+}
+
+/// What is left where the disc's own numbers are not known.
+void LMDVD::numberInOrder() {
+  numberedTitles_.clear();
+  for (const auto& set : title_sets_)
+    for (const auto& title : set->titles())
+      numberedTitles_.push_back({set->title_set(), set, title});
 }
 
 std::vector<std::shared_ptr<LMDVDFile>> LMDVD::dvdFiles() {
   std::vector<std::shared_ptr<LMDVDFile>> files;
-  for (int32_t title = 0; title <= static_cast<int32_t>(title_sets_.size()); ++title) {
-    for (int32_t domain = DVD_READ_INFO_FILE; domain <= DVD_READ_TITLE_VOBS; ++domain) {
-      if (title == 0 && domain == DVD_READ_TITLE_VOBS) continue;  // the manager has no titles
-      dvd_stat_t status{};
-      if (DVDFileStat(dvd_reader(), title, static_cast<dvd_read_domain_t>(domain), &status) != 0)
-        continue;
-      for (int32_t part = 0; part < status.nr_parts; ++part) {
-        auto file = std::make_shared<LMDVDFile>();
-        file->setDvd(shared_from_this());
-        file->setDvd_read_domain(domain);
-        file->setTitle_num(title);
-        file->setFile_part(part);
-        file->setFile_size(status.parts_size[part]);
-        files.push_back(std::move(file));
-      }
+  for (int32_t number = 0; number <= static_cast<int32_t>(title_sets_.size()); ++number)
+    std::ranges::move(filesOfTitleSet(number), std::back_inserter(files));
+  return files;
+}
+
+std::vector<std::shared_ptr<LMDVDFile>> LMDVD::filesOfTitleSet(int32_t number) {
+  std::vector<std::shared_ptr<LMDVDFile>> files;
+  for (int32_t domain = DVD_READ_INFO_FILE; domain <= DVD_READ_TITLE_VOBS; ++domain) {
+    if (number == 0 && domain == DVD_READ_TITLE_VOBS) continue;  // the manager has no titles
+    dvd_stat_t status{};
+    if (DVDFileStat(dvd_reader(), number, static_cast<dvd_read_domain_t>(domain), &status) != 0)
+      continue;
+    for (int32_t part = 0; part < status.nr_parts; ++part) {
+      auto file = std::make_shared<LMDVDFile>();
+      file->setDvd(shared_from_this());
+      file->setDvd_read_domain(domain);
+      file->setTitle_num(number);
+      file->setFile_part(part);
+      file->setFile_size(status.parts_size[part]);
+      files.push_back(std::move(file));
     }
   }
   return files;

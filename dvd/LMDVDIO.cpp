@@ -13,12 +13,10 @@ namespace {
 
 constexpr int kMostTitleSets = 99;
 
-void dumpTitles(const tt_srpt_t& titles) {
-  for (int i = 0; titles.title && i < titles.nr_of_srpts; ++i) {
-    const title_info_t& title = titles.title[i];
-    log(fmt::format("title_set_nr {} {} {} angle:{}", title.title_set_nr, title.vts_ttn,
-                    title.nr_of_ptts, title.nr_of_angles));
-  }
+void dumpTitles(const std::vector<TitleEntry>& titles) {
+  for (const TitleEntry& title : titles)
+    log(fmt::format("title_set_nr {} {} {} angle:{}", title.title_set, title.number, title.chapters,
+                    title.angles));
 }
 
 void dumpSize(dvd_reader_t* reader, int set) {
@@ -81,7 +79,7 @@ void LMDVDIO::test(const std::string& path) {
   const int count = manager->vmgi_mat->vmg_nr_of_title_sets;
   log(fmt::format("title_sets {} Region 0x{:02x}", count,
                   (manager->vmgi_mat->vmg_category >> 16 & 0xFF) ^ 0xFF));
-  if (readTitleTable(*manager)) dumpTitles(*manager->tt_srpt);
+  dumpTitles(readTitleTable(reader.get(), manager->vmgi_mat->tt_srpt));
   for (int set = 1; set <= std::min(count, kMostTitleSets); ++set) dumpTitleSet(reader.get(), set);
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <utility>
 
 #include "dvd/DVDOwners.h"
@@ -28,8 +29,12 @@ constexpr int64_t kErrorBlock = 16;
 /// So many units that can't be read one after another are the end.
 constexpr int kMostErrorBlocks = 64;
 
-/// How far into the title one looks whether it is scrambled.
-constexpr int64_t kMostBlocksToCheck = 512;
+/// How far into each piece of the title one looks whether it is scrambled.
+constexpr int64_t kMostBlocksToCheck = 64;
+
+/// Where one looks how the pictures come: so many places, evenly spread, of so many blocks.
+constexpr int64_t kSamples = 16;
+constexpr int64_t kSampleBlocks = 128;
 
 constexpr int32_t kBufferBytes = 1048576;
 
@@ -39,7 +44,12 @@ std::string threeLetters(const std::string& language) {
   return code.empty() ? language : code;
 }
 
-/// Cells whose time stamps go on from each to the next.
+Error scrambledError() {
+  return engineError(AVERROR(EACCES),
+                     "the disc is scrambled (copy protection), and scrambled discs are not read");
+}
+
+/// Cells whose time stamps go on from each to the next, or a piece of one.
 struct Segment {
   uint32_t first_sector = 0;
   int64_t sectors = 0;
@@ -51,7 +61,8 @@ struct Segment {
 
 bool followsOn(const LMDVDCell& cell, const LMDVDCell& before) {
   return cell.vob_id == before.vob_id && cell.first_sector == before.last_sector + 1 &&
-         !cell.restartsClock;
+         cell.first_sector <= cell.last_sector && !cell.restartsClock && cell.pieces.empty() &&
+         before.pieces.empty();
 }
 
 }  // namespace
@@ -63,14 +74,19 @@ struct LMDVDTitleSource::State {
   DVDFilePtr vobs;
   std::vector<Segment> segments;
   std::vector<std::optional<size_t>> segmentOfCell;  // none for a cell that is not there
+  int64_t available = 0;                             // blocks of the title set's VOBs
   int64_t blocks = 0;                                // of the virtual file
-  bool isCut = false;                                // cells lie beyond the end of the VOBs
+  bool isCut = false;                                // not all of the cells' sectors are there
+  bool metScrambled = false;                         // a scrambled sector has been read
   int failures = 0;                                  // units in a row that could not be read
 
   void openVobs();
   void layOut();
+  void addSectors(Segment segment, LMDVDSectors sectors);
+  bool beginsScrambled() const;
   std::optional<NavigationTimes> timesAt(uint32_t sector) const;
   const Segment* segmentAt(int64_t block) const;
+  std::optional<Rational> pictureRate();
   int64_t readBlocks(int64_t block, int64_t count, uint8_t* buffer);
 };
 
@@ -105,44 +121,55 @@ void LMDVDTitleSource::State::openVobs() {
 
 std::optional<NavigationTimes> LMDVDTitleSource::State::timesAt(uint32_t sector) const {
   std::array<uint8_t, kSectorBytes> bytes;
-  const bool isRead = DVDReadBlocks(vobs.get(), static_cast<int>(sector), 1, bytes.data()) == 1;
+  const bool isRead = int64_t{sector} < available &&
+                      DVDReadBlocks(vobs.get(), static_cast<int>(sector), 1, bytes.data()) == 1;
   return isRead ? navigationTimes(bytes.data()) : std::nullopt;
 }
 
 /// Puts the cells one behind the other, as far as the VOBs hold them.
 void LMDVDTitleSource::State::layOut() {
-  const int64_t available = std::max<ssize_t>(DVDFileSize(vobs.get()), 0);
+  available = std::max<ssize_t>(DVDFileSize(vobs.get()), 0);
   const auto& cells = title->cells();
   int64_t tick = kFirstTick;
   for (size_t i = 0; i < cells.size();) {
-    const size_t first = i;
-    int64_t stated = cells[i].duration;
+    const LMDVDCell& first = cells[i];
+    int64_t stated = first.duration;
     for (++i; i < cells.size() && followsOn(cells[i], cells[i - 1]); ++i)
       stated += cells[i].duration;
     const LMDVDCell& last = cells[i - 1];
 
     Segment segment;
-    segment.first_sector = cells[first].first_sector;
-    const int64_t end = std::min<int64_t>(int64_t{last.last_sector} + 1, available);
-    segment.sectors = end - segment.first_sector;
-    isCut = isCut || int64_t{last.last_sector} >= available;
-    const bool isThere = segment.sectors > 0;
-    segmentOfCell.resize(i, isThere ? std::optional(segments.size()) : std::nullopt);
-    if (!isThere) continue;
-    segment.position = blocks;
     segment.start = tick;
     segment.length = av_rescale_q(stated, kMicroseconds, kTicks);
-    const auto opening = timesAt(segment.first_sector);
+    const auto opening = timesAt(first.first_sector);
     segment.own_start = opening            ? int64_t{opening->start}
                         : segments.empty() ? tick
                                            : segments.back().own_start + segments.back().length;
     const auto closing = timesAt(last.last_vobu_sector);
     if (opening && closing && closing->end > opening->start)
       segment.length = int64_t{closing->end} - opening->start;
-    tick += segment.length;
-    blocks += segment.sectors;
-    segments.push_back(segment);
+    const size_t index = segments.size();
+    if (first.pieces.empty()) {
+      addSectors(segment, {first.first_sector, last.last_sector});
+    } else {
+      for (const LMDVDSectors& piece : first.pieces) addSectors(segment, piece);
+    }
+    const bool isThere = segments.size() > index;
+    segmentOfCell.resize(i, isThere ? std::optional(index) : std::nullopt);
+    if (isThere) tick += segment.length;
   }
+}
+
+/// Adds those of some sectors that are there, with a segment's clock.
+void LMDVDTitleSource::State::addSectors(Segment segment, LMDVDSectors sectors) {
+  const int64_t end = std::min<int64_t>(int64_t{sectors.last} + 1, available);
+  segment.first_sector = sectors.first;
+  segment.sectors = end - sectors.first;
+  segment.position = blocks;
+  isCut = isCut || int64_t{sectors.last} >= available || segment.sectors <= 0;
+  if (segment.sectors <= 0) return;
+  blocks += segment.sectors;
+  segments.push_back(segment);
 }
 
 const Segment* LMDVDTitleSource::State::segmentAt(int64_t block) const {
@@ -175,13 +202,38 @@ int64_t LMDVDTitleSource::State::readBlocks(int64_t block, int64_t count, uint8_
   const int64_t ticks = segment->start - segment->own_start;
   for (int64_t i = 0; i < got; ++i) {
     uint8_t* sector = buffer + i * kSectorBytes;
-    if (isScrambled(sector)) {
+    const bool scrambled = isScrambled(sector);
+    metScrambled = metScrambled || scrambled;
+    if (scrambled || !isPack(sector)) {
       std::fill_n(sector, kSectorBytes, uint8_t{0});
       isWhole = false;
     }
     moveTimes(sector, ticks);
   }
   return isWhole ? got : -got;
+}
+
+/// Pictures per second. Discs state 29.97 of film, too: its pictures then repeat fields by turns,
+/// so that four of them last as long as five. Where all but a few samples do so it is film;
+/// elsewhere 23.976 would lose pictures.
+std::optional<Rational> LMDVDTitleSource::State::pictureRate() {
+  constexpr Rational kVideo{30000, 1001};
+  constexpr Rational kFilm{24000, 1001};
+  constexpr double kFieldsOfFilm = 2.45;  // per picture; 2.5 where there is nothing else
+  std::vector<uint8_t> bytes(static_cast<size_t>(kSampleBlocks * kSectorBytes));
+  std::optional<Rational> rate;
+  FieldCount count;
+  for (int64_t i = 0; i < kSamples; ++i) {
+    const int64_t block = (2 * i + 1) * blocks / (2 * kSamples);
+    const auto got = static_cast<size_t>(std::abs(readBlocks(block, kSampleBlocks, bytes.data())));
+    const std::span<const uint8_t> sample(bytes.data(), got * kSectorBytes);
+    if (const auto facts = findPictureFacts(sample); facts && !rate) rate = facts->framerate;
+    if (rate && *rate != kVideo) return rate;
+    for (size_t k = 0; k < got; ++k) countFields(bytes.data() + k * kSectorBytes, count);
+  }
+  const bool isFilm =
+      static_cast<double>(count.fields) > static_cast<double>(count.pictures) * kFieldsOfFilm;
+  return rate && isFilm ? kFilm : rate;
 }
 
 AVIOContext* LMDVDTitleSource::avio_context() {
@@ -200,7 +252,9 @@ int32_t LMDVDTitleSource::read(uint8_t* buffer, int32_t size) {
                                    : state_->readBlocks(block, 1, sector.data());
   const bool isMissing = answer == 0 && (block < state_->blocks || state_->isCut);
   if (answer < 0 || isMissing)
-    setLastError(engineError(AVERROR(EIO), "not all of its sectors can be read"));
+    setLastError(state_->metScrambled
+                     ? scrambledError()
+                     : engineError(AVERROR(EIO), "not all of its sectors can be read"));
   const int64_t got = std::abs(answer);
   if (isAligned || got == 0) return static_cast<int32_t>(got * kSectorBytes);
   const int64_t count = std::min<int64_t>(size, kSectorBytes - within);
@@ -208,38 +262,63 @@ int32_t LMDVDTitleSource::read(uint8_t* buffer, int32_t size) {
   return static_cast<int32_t>(count);
 }
 
+Error LMDVDTitleSource::whyUnreadable() {
+  state_->openVobs();
+  if (!state_->vobs) return engineError(AVERROR(EIO), "the title's VOBs cannot be opened");
+  if (state_->segments.empty())
+    return engineError(AVERROR(EIO), "none of the title's sectors are there");
+  return state_->beginsScrambled() ? scrambledError() : Error{};
+}
+
+Error LMDVDTitleSource::problem() {
+  Error error = whyUnreadable();
+  if (!error && state_->isCut)
+    error = engineError(AVERROR(EIO), "not all of the title's sectors are there");
+  return error;
+}
+
 void LMDVDTitleSource::open() {
   if (isOpen()) return;
-  state_->openVobs();
-  if (!state_->vobs)
-    return setLastError(engineError(AVERROR(EIO), "the title's VOBs cannot be opened"));
-  if (state_->segments.empty())
-    return setLastError(engineError(AVERROR(EIO), "none of the title's sectors are there"));
-  if (beginsScrambled())
-    return setLastError(
-        engineError(AVERROR(EACCES),
-                    "the disc is scrambled (copy protection), and scrambled discs are not read"));
+  if (const Error error = whyUnreadable()) return setLastError(error);
   LMCustomSource::open();
   if (!isOpen()) return;
   AVFormatContext& context = *formatContext();
   context.start_time = av_rescale_q(kFirstTick, kTicks, kMicroseconds);
   context.duration = duration();
-  tagLanguages();
+  setPictureRate();
+  describeStreams();
   addChapters();
 }
 
-bool LMDVDTitleSource::beginsScrambled() const {
-  const Segment& first = state_->segments.front();
-  const int64_t count = std::min(first.sectors, kMostBlocksToCheck);
-  std::vector<uint8_t> bytes(static_cast<size_t>(count * kSectorBytes));
-  const int64_t got = DVDReadBlocks(state_->vobs.get(), static_cast<int>(first.first_sector),
-                                    static_cast<size_t>(count), bytes.data());
-  for (int64_t i = 0; i < got; ++i)
-    if (isScrambled(bytes.data() + i * kSectorBytes)) return true;
+/// The demuxer's own idea of it counts fields where pictures repeat them.
+void LMDVDTitleSource::setPictureRate() {
+  const auto rate = state_->pictureRate();
+  if (!rate) return;
+  AVFormatContext& context = *formatContext();
+  for (unsigned i = 0; i < context.nb_streams; ++i) {
+    AVStream& stream = *context.streams[i];
+    if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO) continue;
+    stream.r_frame_rate = {rate->num, rate->den};
+    stream.avg_frame_rate = stream.r_frame_rate;
+  }
+}
+
+/// Looks at the beginning of every segment: what comes before a film is often not scrambled.
+bool LMDVDTitleSource::State::beginsScrambled() const {
+  std::vector<uint8_t> bytes(static_cast<size_t>(kMostBlocksToCheck * kSectorBytes));
+  for (const Segment& segment : segments) {
+    const auto count = static_cast<size_t>(std::min(segment.sectors, kMostBlocksToCheck));
+    const int64_t got =
+        DVDReadBlocks(vobs.get(), static_cast<int>(segment.first_sector), count, bytes.data());
+    for (int64_t i = 0; i < got; ++i)
+      if (isScrambled(bytes.data() + i * kSectorBytes)) return true;
+  }
   return false;
 }
 
-void LMDVDTitleSource::tagLanguages() {
+/// Adds what the disc says of the streams. Sound that begins late has been found without its
+/// format.
+void LMDVDTitleSource::describeStreams() {
   AVFormatContext& context = *formatContext();
   for (unsigned i = 0; i < context.nb_streams; ++i) {
     AVStream& stream = *context.streams[i];
@@ -248,8 +327,12 @@ void LMDVDTitleSource::tagLanguages() {
     const auto& tracks =
         type == AVMEDIA_TYPE_AUDIO ? state_->title->audioTracks() : state_->title->subtitleTracks();
     const auto track = std::ranges::find(tracks, stream.id, &LMDVDTrack::stream_id);
-    if (track != tracks.end() && !track->language.empty())
+    if (track == tracks.end()) continue;
+    if (!track->language.empty())
       av_dict_set(&stream.metadata, "language", threeLetters(track->language).c_str(), 0);
+    if (type != AVMEDIA_TYPE_AUDIO || stream.codecpar->sample_rate > 0) continue;
+    stream.codecpar->sample_rate = track->sample_rate;
+    av_channel_layout_default(&stream.codecpar->ch_layout, track->channels);
   }
 }
 

@@ -16,6 +16,7 @@ constexpr uint8_t kSystemHeader = 0xBB;
 constexpr uint8_t kPrivate1 = 0xBD;  // AC-3, DTS, LPCM, subpictures
 constexpr uint8_t kPrivate2 = 0xBF;  // navigation
 constexpr uint8_t kSequence = 0xB3;
+constexpr uint8_t kExtension = 0xB5;
 
 constexpr size_t kPackHeader = 14;
 constexpr size_t kPacketHeader = 6;
@@ -52,7 +53,7 @@ bool carriesMedia(uint8_t id) { return id == kPrivate1 || (id >= 0xC0 && id <= 0
 /// subpictures; `packet` points at its start code, and `size` bytes of it lie in the sector.
 template <typename Byte, typename Use>
 void forEachPacket(Byte* sector, Use use) {
-  if (!isStartCode(sector, kPack)) return;
+  if (!isPack(sector)) return;
   size_t position = kPackHeader + (sector[13] & 7U);
   while (position + kPacketHeader <= kSectorBytes) {
     Byte* packet = sector + position;
@@ -84,6 +85,8 @@ std::optional<NavigationTimes> navigationTimes(const uint8_t* sector) {
   return makesSense ? std::optional(times) : std::nullopt;
 }
 
+bool isPack(const uint8_t* sector) { return isStartCode(sector, kPack); }
+
 bool isScrambled(const uint8_t* sector) {
   bool scrambled = false;
   forEachPacket(sector, [&](const uint8_t* packet, size_t size) {
@@ -104,6 +107,20 @@ void moveTimes(uint8_t* sector, int64_t ticks) {
     if ((packet[7] & 0x80) && size >= 14) moveStamp(packet + 9, ticks);
     if ((packet[7] & 0xC0) == 0xC0 && size >= 19) moveStamp(packet + 14, ticks);
   });
+}
+
+void countFields(const uint8_t* sector, FieldCount& count) {
+  constexpr size_t kSize = 9;  // of what is read of a picture's extension
+  constexpr unsigned kOfPicture = 8;
+  constexpr unsigned kWholePicture = 3;
+  for (size_t i = 0; i + kSize <= kSectorBytes; ++i) {
+    const uint8_t* bytes = sector + i;
+    if (!isStartCode(bytes, kExtension) || bytes[4] >> 4 != kOfPicture) continue;
+    if ((bytes[6] & 3U) != kWholePicture) continue;
+    const bool repeatsField = (bytes[7] & 2U) != 0;
+    ++count.pictures;
+    count.fields += repeatsField ? 3 : 2;
+  }
 }
 
 std::optional<LMDVDPictureFacts> findPictureFacts(std::span<const uint8_t> sectors) {

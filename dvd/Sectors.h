@@ -20,11 +20,23 @@ struct NavigationTimes {
 /// that make no sense.
 std::optional<NavigationTimes> navigationTimes(const uint8_t* sector);
 
+/// Whether it is a pack at all, as all sectors of a whole VOB are.
+bool isPack(const uint8_t* sector);
+
 /// Whether what the sector carries is scrambled.
 bool isScrambled(const uint8_t* sector);
 
 /// Moves all times in the sector by `ticks` of 90 kHz.
 void moveTimes(uint8_t* sector, int64_t ticks);
+
+/// For how many fields pictures are shown: two each, unless one of them is shown again.
+struct FieldCount {
+  int64_t pictures = 0;
+  int64_t fields = 0;
+};
+
+/// Adds the whole pictures that begin in a sector.
+void countFields(const uint8_t* sector, FieldCount& count);
 
 /// What the first MPEG sequence header in some sectors says; none without one.
 std::optional<LMDVDPictureFacts> findPictureFacts(std::span<const uint8_t> sectors);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -22,12 +23,6 @@ using MediaList = std::vector<std::shared_ptr<LMDVDMedia>>;
 unsigned firstAttributeByte(const video_attr_t& attributes) {
   return attributes.mpeg_version << 6U | attributes.video_format << 4U |
          attributes.display_aspect_ratio << 2U | attributes.permitted_df;
-}
-
-/// The two letters of a language code, the high byte first; two NULs where there is none.
-std::string lettersOf(uint16_t code) {
-  if (code == 0xFFFF) code = 0;
-  return {static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)};
 }
 
 /// The letters, "" unless they are letters that name a language.
@@ -84,9 +79,11 @@ std::vector<LMDVDTrack> audioTracksOf(const vtsi_mat_t& table, const pgc_t& chai
   for (size_t i = 0; i < audioCount(table); ++i) {
     const uint16_t control = chain.audio_control[i];
     const audio_attr_t& attributes = table.vts_audio_attr[i];
-    if (control & kIsThere)
-      addTrack(tracks, firstStreamId(attributes.audio_format) + (control >> 8 & 7U),
-               attributes.lang_code);
+    if (!(control & kIsThere)) continue;
+    addTrack(tracks, firstStreamId(attributes.audio_format) + (control >> 8 & 7U),
+             attributes.lang_code);
+    tracks.back().channels = attributes.channels + 1;
+    tracks.back().sample_rate = attributes.sample_frequency == 1 ? 96000 : 48000;
   }
   return tracks;
 }
@@ -108,6 +105,11 @@ std::vector<LMDVDTrack> subtitleTracksOf(const vtsi_mat_t& table, const pgc_t& c
   return tracks;
 }
 
+uint32_t addressCount(const c_adt_t& table) {
+  return table.last_byte < 7 || !table.cell_adr_table ? 0
+                                                      : (table.last_byte - 7) / kCellAddressBytes;
+}
+
 /// The span of each VOB, from the addresses of its cells. An address whose VOB does not exist
 /// changes nothing.
 void readVobs(LMDVDTitleSet& set, const c_adt_t& table) {
@@ -116,10 +118,7 @@ void readVobs(LMDVDTitleSet& set, const c_adt_t& table) {
     medias.push_back(std::make_shared<LMDVDMedia>(kNoSector, 0));
   set.setMedias(std::move(medias));
 
-  const uint32_t bytes = table.last_byte - 7;
-  const uint32_t count =
-      table.last_byte < 7 || !table.cell_adr_table ? 0 : bytes / kCellAddressBytes;
-  for (uint32_t i = 0; i < count; ++i) {
+  for (uint32_t i = 0; i < addressCount(table); ++i) {
     const cell_adr_t& cell = table.cell_adr_table[i];
     const auto media = set.mediaForVob(uint32_t{cell.vob_id} - 1);
     if (!media) continue;
@@ -132,15 +131,52 @@ void readVobs(LMDVDTitleSet& set, const c_adt_t& table) {
   }
 }
 
-std::vector<LMDVDCell> cellsOf(const pgc_t& chain) {
+/// Whether a cell shows what another one before it shows from a different angle.
+bool isFurtherAngle(const cell_playback_t& cell) {
+  return cell.block_type == BLOCK_TYPE_ANGLE_BLOCK &&
+         (cell.block_mode == BLOCK_MODE_IN_BLOCK || cell.block_mode == BLOCK_MODE_LAST_CELL);
+}
+
+/// The pieces of an interleaved cell, from the addresses of all cells' pieces.
+std::vector<LMDVDSectors> piecesOf(const cell_playback_t& cell, const cell_position_t& position,
+                                   const c_adt_t& table) {
+  std::vector<LMDVDSectors> pieces;
+  for (uint32_t i = 0; i < addressCount(table); ++i) {
+    const cell_adr_t& address = table.cell_adr_table[i];
+    if (address.vob_id == position.vob_id_nr && address.cell_id == position.cell_nr &&
+        address.start_sector >= cell.first_sector && address.last_sector <= cell.last_sector &&
+        address.start_sector <= address.last_sector)
+      pieces.push_back({address.start_sector, address.last_sector});
+  }
+  std::ranges::sort(pieces, {}, &LMDVDSectors::first);
+  return pieces;
+}
+
+std::vector<LMDVDCell> cellsOf(const pgc_t& chain, const c_adt_t& table) {
   std::vector<LMDVDCell> cells;
   for (unsigned c = 0; c < chain.nr_of_cells; ++c) {
     const cell_playback_t& cell = chain.cell_playback[c];
-    cells.push_back({cell.first_sector, cell.last_sector, cell.last_vobu_start_sector,
-                     chain.cell_position ? chain.cell_position[c].vob_id_nr : 0,
-                     cell.stc_discontinuity != 0, microsecondsOf(cell.playback_time)});
+    LMDVDCell own{cell.first_sector,
+                  cell.last_sector,
+                  cell.last_vobu_start_sector,
+                  chain.cell_position ? chain.cell_position[c].vob_id_nr : 0,
+                  cell.stc_discontinuity != 0,
+                  microsecondsOf(cell.playback_time),
+                  {}};
+    if (cell.interleaved && chain.cell_position)
+      own.pieces = piecesOf(cell, chain.cell_position[c], table);
+    cells.push_back(std::move(own));
   }
   return cells;
+}
+
+/// The cells without those of further angles.
+std::vector<LMDVDCell> withoutFurtherAngles(const pgc_t& chain,
+                                            const std::vector<LMDVDCell>& cells) {
+  std::vector<LMDVDCell> left;
+  for (size_t c = 0; c < cells.size(); ++c)
+    if (!isFurtherAngle(chain.cell_playback[c])) left.push_back(cells[c]);
+  return left;
 }
 
 /// Neighbouring cells of one VOB make one run.
@@ -163,25 +199,31 @@ MediaList runsOf(const std::vector<LMDVDCell>& cells) {
   return runs;
 }
 
-/// The first cells of the programs, as far as they rise.
+/// The first cells of the programs, as far as they rise, counted without those of further angles.
 std::vector<size_t> chaptersOf(const pgc_t& chain) {
   std::vector<size_t> chapters;
   for (unsigned p = 0; chain.program_map && p < chain.nr_of_programs; ++p) {
     const size_t cell = chain.program_map[p];
-    const bool isThere = cell >= 1 && cell <= chain.nr_of_cells;
-    if (isThere && (chapters.empty() || cell - 1 > chapters.back())) chapters.push_back(cell - 1);
+    if (cell < 1 || cell > chain.nr_of_cells) continue;
+    const std::span cells(chain.cell_playback, cell);
+    if (isFurtherAngle(cells.back())) continue;
+    const size_t index =
+        cell - 1 - static_cast<size_t>(std::ranges::count_if(cells, isFurtherAngle));
+    if (chapters.empty() || index > chapters.back()) chapters.push_back(index);
   }
   return chapters;
 }
 
-std::shared_ptr<LMDVDTitle> readTitle(const vtsi_mat_t& table, const pgc_t& chain, int32_t index) {
+std::shared_ptr<LMDVDTitle> readTitle(const vtsi_mat_t& table, const c_adt_t& addresses,
+                                      const pgc_t& chain, int32_t index) {
   auto title = std::make_shared<LMDVDTitle>();
   title->setTitle(index);
   SubtitlePalette palette{};
   for (size_t i = 0; i < palette.size(); ++i) palette[i] = chain.palette[i];
   title->setPalette(palette);
-  title->setCells(cellsOf(chain));
-  title->setMedias(runsOf(title->cells()));
+  const auto cells = cellsOf(chain, addresses);
+  title->setMedias(runsOf(cells));
+  title->setCells(withoutFurtherAngles(chain, cells));
   title->setChapters(chaptersOf(chain));
   title->setDuration(microsecondsOf(chain.playback_time));
   title->setAudioTracks(audioTracksOf(table, chain));
@@ -227,10 +269,22 @@ std::shared_ptr<LMDVDTitleSet> readTitleSet(const ifo_handle_t& information, int
   std::vector<std::shared_ptr<LMDVDTitle>> titles;
   for (int32_t k = 0; chains.pgci_srp && k < chains.nr_of_pgci_srp; ++k) {
     const pgc_t* chain = chains.pgci_srp[k].pgc;
-    if (chain && chain->cell_playback) titles.push_back(readTitle(table, *chain, k));
+    if (chain && chain->cell_playback)
+      titles.push_back(readTitle(table, *information.vts_c_adt, *chain, k));
   }
   set->setTitles(std::move(titles));
   return set;
+}
+
+std::shared_ptr<LMDVDTitle> numberedTitle(const ifo_handle_t& information, const LMDVDTitleSet& set,
+                                          int32_t number) {
+  const vts_ptt_srpt_t* table = information.vts_ptt_srpt;
+  if (!table || !table->title || number < 1 || number > table->nr_of_srpts) return nullptr;
+  const ttu_t& chapters = table->title[number - 1];
+  if (chapters.nr_of_ptts == 0 || !chapters.ptt) return nullptr;
+  const int32_t chain = chapters.ptt[0].pgcn - 1;
+  const auto title = std::ranges::find(set.titles(), chain, &LMDVDTitle::title);
+  return title != set.titles().end() ? *title : nullptr;
 }
 
 }  // namespace kestrel

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdarg>
 #include <filesystem>
+#include <span>
 #include <system_error>
 
 namespace kestrel {
@@ -12,6 +13,24 @@ namespace {
 /// What libdvdread notes of a disc on the way is nothing that its user could act on.
 void ignore(void* /*opaque*/, dvd_logger_level_t /*level*/, const char* /*format*/,
             va_list /*arguments*/) {}
+
+// How the table of titles is laid out: bytes. A disc has 99 titles at most.
+constexpr size_t kMostTitles = 99;
+constexpr size_t kTableHeader = 8;
+constexpr size_t kTitleEntry = 12;
+
+/// The entries of a table of titles; none where one of them names no title.
+std::vector<TitleEntry> titleEntries(std::span<const uint8_t> table) {
+  const size_t count = size_t{table[0]} << 8 | table[1];
+  if (count > kMostTitles) return {};
+  std::vector<TitleEntry> entries;
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t* bytes = table.data() + kTableHeader + i * kTitleEntry;
+    entries.push_back({bytes[6], bytes[7], bytes[2] << 8 | bytes[3], bytes[1]});
+    if (bytes[6] == 0 || bytes[7] == 0) return {};
+  }
+  return entries;
+}
 
 }  // namespace
 
@@ -48,10 +67,20 @@ IfoPtr openManager(dvd_reader_t* reader) {
   return nullptr;
 }
 
-bool readTitleTable(ifo_handle_t& manager) {
-  if (manager.tt_srpt || ifoRead_TT_SRPT(&manager)) return true;
-  manager.tt_srpt = nullptr;  // what is left there has been freed
-  return false;
+std::vector<TitleEntry> readTitleTable(dvd_reader_t* reader, uint32_t sector) {
+  if (sector > INT32_MAX / kSectorBytes) return {};
+  for (const dvd_read_domain_t domain : {DVD_READ_INFO_FILE, DVD_READ_INFO_BACKUP_FILE}) {
+    const DVDFilePtr file(DVDOpenFile(reader, 0, domain));
+    std::array<uint8_t, kTableHeader + kMostTitles * kTitleEntry> bytes{};
+    const auto position = static_cast<int32_t>(sector * kSectorBytes);
+    const bool isRead =
+        file && DVDFileSeek(file.get(), position) == position &&
+        DVDReadBytes(file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    if (!isRead) continue;
+    auto entries = titleEntries(bytes);
+    if (!entries.empty()) return entries;
+  }
+  return {};
 }
 
 IfoPtr openTitleSet(dvd_reader_t* reader, int number) { return IfoPtr(ifoOpen(reader, number)); }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "dvd/DVDOwners.h"
 
@@ -17,8 +19,17 @@ std::string volumeIdentifier(dvd_reader_t* reader);
 /// anybody needs.
 IfoPtr openManager(dvd_reader_t* reader);
 
-/// Reads the manager's table of titles; false where it is damaged.
-bool readTitleTable(ifo_handle_t& manager);
+/// One line of the manager's table of titles.
+struct TitleEntry {
+  int32_t title_set = 0;
+  int32_t number = 0;  ///< of the title in its title set, from 1
+  int32_t chapters = 0;
+  int32_t angles = 0;
+};
+
+/// The manager's table of titles, which begins at `sector` of its information: title 1 comes first.
+/// Read from the backup where the file itself is damaged; empty where both are.
+std::vector<TitleEntry> readTitleTable(dvd_reader_t* reader, uint32_t sector);
 
 /// The information of a title set; null where it can't be read, by its backup neither.
 IfoPtr openTitleSet(dvd_reader_t* reader, int number);

@@ -33,8 +33,9 @@ int askInterrupt(void* opaque) {
 }
 
 /// What libavformat opens. A file whose name looks like a protocol ("10:30.mov") is named as a
-/// file.
+/// file; a disc's name says nothing of what its sectors hold, and might look like another format's.
 std::string url(const LMMediaSource& source, const AVIOContext* io) {
+  if (io && source.isDVD()) return "";
   const std::string path = source.path();
   std::error_code ignored;
   const bool looksLikeProtocol = path.find(':') != std::string::npos;

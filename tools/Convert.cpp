@@ -1,5 +1,6 @@
 #include "Convert.h"
 
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
@@ -16,6 +17,7 @@
 
 #include "AutoCrop.h"
 #include "ConvertPlan.h"
+#include "Disc.h"
 #include "Failure.h"
 #include "Input.h"
 #include "Interrupt.h"
@@ -90,7 +92,8 @@ class Conversion {
     if (interrupted()) return kInterrupted;
     requireOutput();
     target.commit();
-    return judgeInput();
+    const int ofDisc = judgeDisc();
+    return std::max(ofDisc, judgeInput());
   }
 
  private:
@@ -282,6 +285,18 @@ class Conversion {
     if (output_.lastError()) failToWrite();
   }
 
+  /// Whether another title may have been meant: the disc's main one, or whatever had the number,
+  /// may be lost.
+  int judgeDisc() {
+    const auto title = std::dynamic_pointer_cast<LMDVDTitleSource>(source_);
+    if (!title) return kDone;
+    const std::string damage = damageOf(*title->dvd());
+    const bool matters = settings_.title == "main" || !title->dvd()->hasTitleTable();
+    if (damage.empty() || !matters) return kDone;
+    fmt::print(stderr, "kestrel: '{}' cannot be read whole: {}\n", settings_.input, damage);
+    return kDoneInPart;
+  }
+
   /// Whether the result is all that the input promised; what is missing is said.
   int judgeInput() {
     const AVFormatContext& input = *source_->formatContext();
@@ -297,13 +312,16 @@ class Conversion {
         if (stream->enable()) refused += stream->decodeErrors();
     }
     if (!endedEarly && !error && refused == 0) return kDone;
-    fmt::print(
-        stderr, "kestrel: '{}' {}\n", settings_.input,
-        endedEarly || error
-            ? fmt::format("ended early, at {:.2f} of {:.2f} s{}", lm_ff_time_to_double(reached),
-                          lm_ff_time_to_double(std::max(input.duration, reached)),
-                          error ? ": " + error.message : "")
-            : fmt::format("is damaged: {} of its packets could not be decoded", refused));
+    std::string finding;
+    if (endedEarly)
+      finding =
+          fmt::format("ended early, at {:.2f} of {:.2f} s{}", lm_ff_time_to_double(reached),
+                      lm_ff_time_to_double(input.duration), error ? ": " + error.message : "");
+    else if (error)
+      finding = "was not read whole: " + error.message;
+    else
+      finding = fmt::format("is damaged: {} of its packets could not be decoded", refused);
+    fmt::print(stderr, "kestrel: '{}' {}\n", settings_.input, finding);
     return kDoneInPart;
   }
 

@@ -53,45 +53,20 @@ IndexSet findAudios(const AVFormatContext& input) {
   return indexes;
 }
 
-/// The audio streams in the order in which users count them: a disc's own order, or else the
-/// container's.
-std::vector<uint32_t> inUsersOrder(const LMMediaSource& source, const IndexSet& audios) {
+/// The audio streams in the order in which users count them: a disc's own order, with none for a
+/// track that its VOBs do not hold, or else the container's.
+std::vector<std::optional<uint32_t>> inUsersOrder(const LMMediaSource& source,
+                                                  const IndexSet& audios) {
   const auto* disc = dynamic_cast<const LMDVDTitleSource*>(&source);
   if (!disc) return {audios.begin(), audios.end()};
-  std::vector<uint32_t> indexes;
-  for (const auto& track : disc->title()->audioTracks())
-    for (const uint32_t index : audios)
-      if (source.formatContext()->streams[index]->id == track.stream_id) indexes.push_back(index);
+  std::vector<std::optional<uint32_t>> indexes;
+  for (const auto& track : disc->title()->audioTracks()) {
+    const auto index = std::ranges::find_if(audios, [&](uint32_t candidate) {
+      return source.formatContext()->streams[candidate]->id == track.stream_id;
+    });
+    indexes.push_back(index != audios.end() ? std::optional(*index) : std::nullopt);
+  }
   return indexes;
-}
-
-/// Which of the streams the user chose, by number, language, or "all"; without a word the default
-/// one.
-IndexSet chooseTracks(const std::string& wanted, const AVFormatContext& input,
-                      const std::vector<uint32_t>& indexes) {
-  const auto where = [&](auto isWanted) {
-    IndexSet tracks;
-    for (uint32_t track = 0; track < indexes.size(); ++track)
-      if (isWanted(*input.streams[indexes[track]])) tracks.insert(track);
-    return tracks;
-  };
-  if (indexes.empty()) return {};
-  if (wanted == "all") return where([](const AVStream&) { return true; });
-  if (wanted.empty()) {
-    const IndexSet defaults = where(
-        [](const AVStream& stream) { return (stream.disposition & AV_DISPOSITION_DEFAULT) != 0; });
-    return {defaults.empty() ? 0 : *defaults.begin()};
-  }
-  if (const auto numbers = parseIndexList(wanted)) {
-    if (*numbers->rbegin() >= indexes.size())
-      throw wrongUsage(fmt::format("there is no audio track {}: the input has {}",
-                                   *numbers->rbegin(), indexes.size()));
-    return *numbers;
-  }
-  const IndexSet named =
-      where([&](const AVStream& stream) { return isSameLanguage(languageOf(stream), wanted); });
-  if (named.empty()) throw wrongUsage(fmt::format("there is no audio track in '{}'", wanted));
-  return {*named.begin()};
 }
 
 struct Shape {
@@ -374,13 +349,20 @@ AVRational standardRate(AVRational average) {
   return best;
 }
 
+/// The rate of which a stream's times are multiples. Where MPEG-2 pictures repeat fields, that of
+/// the fields is found there; the codec itself states the pictures' own.
+AVRational baseRate(const AVStream& stream) {
+  if (stream.codecpar->codec_id != AV_CODEC_ID_MPEG2VIDEO) return stream.r_frame_rate;
+  return av_guess_frame_rate(nullptr, const_cast<AVStream*>(&stream), nullptr);
+}
+
 }  // namespace
 
 Rational realFrameRate(const AVStream& stream) {
   constexpr double kFastest = 240;
   constexpr double kFastestVariable = 60.5;
   const auto isRate = [](AVRational rate) { return rate.num > 0 && rate.den > 0; };
-  const AVRational base = stream.r_frame_rate;
+  const AVRational base = baseRate(stream);
   const AVRational average = stream.avg_frame_rate;
   const auto answer = [](AVRational rate) { return Rational{rate.num, rate.den}; };
   if (!isRate(base) && !isRate(average)) return {25, 1};
@@ -402,8 +384,36 @@ ConvertPlan planConversion(const ConvertSettings& settings, const LMMediaSource&
 
 IndexSet chosenAudios(const std::string& wanted, const LMMediaSource& source) {
   const AVFormatContext& input = *source.formatContext();
-  const auto order = inUsersOrder(source, findAudios(input));
+  const auto tracks = inUsersOrder(source, findAudios(input));
+  const auto firstWhere = [&](auto isWanted) {
+    for (const auto index : tracks)
+      if (index && isWanted(*input.streams[*index])) return IndexSet{*index};
+    return IndexSet{};
+  };
+  if (wanted.empty()) {
+    const IndexSet chosen = firstWhere(
+        [](const AVStream& stream) { return (stream.disposition & AV_DISPOSITION_DEFAULT) != 0; });
+    return chosen.empty() ? firstWhere([](const AVStream&) { return true; }) : chosen;
+  }
   IndexSet chosen;
-  for (const uint32_t track : chooseTracks(wanted, input, order)) chosen.insert(order[track]);
+  if (wanted == "all" || tracks.empty()) {
+    for (const auto index : tracks)
+      if (index) chosen.insert(*index);
+    return chosen;
+  }
+  if (const auto numbers = parseIndexList(wanted)) {
+    for (const uint32_t number : *numbers) {
+      if (number >= tracks.size())
+        throw wrongUsage(
+            fmt::format("there is no audio track {}: the input has {}", number, tracks.size()));
+      if (!tracks[number])
+        throw Failure{kFailed, fmt::format("audio track {} is not in the title's VOBs", number)};
+      chosen.insert(*tracks[number]);
+    }
+    return chosen;
+  }
+  chosen = firstWhere(
+      [&](const AVStream& stream) { return isSameLanguage(languageOf(stream), wanted); });
+  if (chosen.empty()) throw wrongUsage(fmt::format("there is no audio track in '{}'", wanted));
   return chosen;
 }

@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -21,10 +24,9 @@ namespace {
 /// Lengths that differ by less than this are the same to people, microseconds.
 constexpr int64_t kSameLength = 1000000;
 
-size_t titleCount(const LMDVD& disc) {
-  size_t count = 0;
-  for (const auto& set : disc.title_sets()) count += set->titles().size();
-  return count;
+bool hasTitles(const LMDVD& disc) {
+  return std::ranges::any_of(disc.numberedTitles(),
+                             [](const auto& numbered) { return numbered.title != nullptr; });
 }
 
 bool hasSameCells(const DiscTitle& a, const DiscTitle& b) {
@@ -37,14 +39,21 @@ void markMain(std::vector<DiscTitle>& titles) {
   const auto isLong = [&](const DiscTitle& title) {
     return !title.sameAs && lengthOf(title) > longest - kSameLength;
   };
+  const auto chaptersOf = [](const DiscTitle& title) { return title.title->chapters().size(); };
   DiscTitle* main = nullptr;
-  for (auto& title : titles) {
-    const auto chapters = [](const DiscTitle& t) { return t.title->chapters().size(); };
-    if (isLong(title) && (!main || chapters(title) > chapters(*main))) main = &title;
-  }
+  for (auto& title : titles)
+    if (isLong(title) && (!main || chaptersOf(title) > chaptersOf(*main))) main = &title;
   if (!main) return;
-  const bool isAlone = std::ranges::count_if(titles, isLong) == 1;
-  main->whyMain = isAlone ? "longest" : "longest, most chapters";
+  const auto isLikeMain = [&](const DiscTitle& title) {
+    return isLong(title) && chaptersOf(title) == chaptersOf(*main);
+  };
+  const auto alike = std::ranges::count_if(titles, isLikeMain);
+  if (alike > 1)
+    main->whyMain = fmt::format("the first of {} that are longest", alike);
+  else if (std::ranges::count_if(titles, isLong) > 1)
+    main->whyMain = "longest, most chapters";
+  else
+    main->whyMain = "longest";
 }
 
 bool isInFolder(const fs::path& path) {
@@ -56,14 +65,26 @@ bool isInFolder(const fs::path& path) {
   return false;
 }
 
+/// Whether a file is an image of a disc, by the name that its seventeenth sector bears.
+bool isImage(const fs::path& path) {
+  constexpr std::streamoff kPlace = 16 * 2048 + 1;
+  std::array<char, 5> name{};
+  std::ifstream file(path, std::ios::binary);
+  file.seekg(kPlace);
+  if (!file.read(name.data(), name.size())) return false;
+  const std::string_view text(name.data(), name.size());
+  return text == "CD001" || text == "BEA01";
+}
+
 }  // namespace
 
 bool isDisc(const std::string& path) {
   std::error_code error;
   if (fs::is_directory(path, error)) return isInFolder(path);
-  if (lowerCased(fs::path(path).extension().string()) != ".iso") return false;
+  const bool isReadable = fs::is_regular_file(path, error) || fs::is_block_file(path, error);
+  if (!isReadable || !isImage(path)) return false;
   const auto disc = LMDVD::open(path);
-  return disc && titleCount(*disc) > 0;
+  return disc && hasTitles(*disc);
 }
 
 std::shared_ptr<LMDVD> openDisc(const std::string& path) {
@@ -75,20 +96,35 @@ std::shared_ptr<LMDVD> openDisc(const std::string& path) {
   if (!disc) throw cannotOpen("it is no DVD-Video disc, image or folder");
   if (disc->title_sets().empty() && disc->missingTitleSets().empty())
     throw cannotOpen("no DVD-Video is found there, or its VIDEO_TS.IFO is damaged");
-  if (titleCount(*disc) == 0) throw cannotOpen("none of the disc's title sets can be read");
+  if (!hasTitles(*disc)) throw cannotOpen("none of the disc's title sets can be read");
   return disc;
+}
+
+std::string damageOf(const LMDVD& disc) {
+  std::vector<std::string> findings;
+  if (const auto& sets = disc.missingTitleSets(); !sets.empty()) {
+    std::vector<int> lost;
+    for (size_t i = 0; i < disc.numberedTitles().size(); ++i)
+      if (!disc.numberedTitles()[i].set) lost.push_back(static_cast<int>(i) + 1);
+    findings.push_back(nounAndNumbers("title set", sets) + " cannot be read");
+    if (!lost.empty()) findings.back() += " (" + nounAndNumbers("title", lost) + ")";
+  }
+  if (!disc.hasTitleTable())
+    findings.push_back("its table of titles cannot be read, so titles may have other numbers");
+  return fmt::format("{}", fmt::join(findings, "; "));
 }
 
 std::vector<DiscTitle> titlesOf(const LMDVD& disc) {
   std::vector<DiscTitle> titles;
-  for (const auto& set : disc.title_sets()) {
-    for (const auto& title : set->titles()) {
-      DiscTitle own{static_cast<int>(titles.size()) + 1, set, title, std::nullopt, {}};
-      const auto same = std::ranges::find_if(
-          titles, [&](const DiscTitle& other) { return hasSameCells(other, own); });
-      if (same != titles.end()) own.sameAs = same->sameAs.value_or(same->number);
-      titles.push_back(std::move(own));
-    }
+  int number = 0;
+  for (const auto& numbered : disc.numberedTitles()) {
+    ++number;
+    if (!numbered.title) continue;
+    DiscTitle own{number, numbered.set, numbered.title, std::nullopt, {}};
+    const auto same = std::ranges::find_if(
+        titles, [&](const DiscTitle& other) { return hasSameCells(other, own); });
+    if (same != titles.end()) own.sameAs = same->sameAs.value_or(same->number);
+    titles.push_back(std::move(own));
   }
   if (!titles.empty()) markMain(titles);
   return titles;
@@ -101,12 +137,19 @@ DiscTitle chooseTitle(const LMDVD& disc, const std::string& wanted) {
         std::ranges::find_if(titles, [](const DiscTitle& title) { return !title.whyMain.empty(); });
     if (main != titles.end()) return *main;
   }
-  size_t number = 0;
+  int number = 0;
   const char* const end = wanted.data() + wanted.size();
   const auto [last, error] = std::from_chars(wanted.data(), end, number);
   if (error != std::errc{} || last != end)
     throw wrongUsage(fmt::format("--title: '{}' is neither a number nor 'main'", wanted));
-  if (number < 1 || number > titles.size())
-    throw wrongUsage(fmt::format("there is no title {}: the disc has {}", wanted, titles.size()));
-  return titles[number - 1];
+  const auto count = static_cast<int>(disc.numberedTitles().size());
+  if (number < 1 || number > count)
+    throw wrongUsage(fmt::format("there is no title {}: the disc has {}", wanted, count));
+  const auto chosen = std::ranges::find(titles, number, &DiscTitle::number);
+  if (chosen != titles.end()) return *chosen;
+  const auto& lost = disc.numberedTitles()[number - 1];
+  throw Failure{kFailed, fmt::format("title {} cannot be read: {}", number,
+                                     lost.set ? "its program chain is empty or damaged"
+                                              : fmt::format("title set {}, which holds it, is lost",
+                                                            lost.title_set))};
 }

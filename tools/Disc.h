@@ -12,7 +12,7 @@
 
 /// One title of a disc as people count them.
 struct DiscTitle {
-  int number = 0;  ///< from 1 over all title sets
+  int number = 0;  ///< from 1, as the disc's own table counts
   std::shared_ptr<kestrel::LMDVDTitleSet> set;
   std::shared_ptr<kestrel::LMDVDTitle> title;
   std::optional<int> sameAs;  ///< the number of an earlier title of the same cells
@@ -25,9 +25,13 @@ bool isDisc(const std::string& path);
 /// Opens a disc that has titles. Throws `Failure` with one sentence when that can't be done.
 std::shared_ptr<kestrel::LMDVD> openDisc(const std::string& path);
 
-/// All titles, with the main feature marked: of those that do not repeat another the longest, among
-/// several of that length the one of most chapters.
+/// What of a disc could not be read, as the end of a sentence; "" where nothing is missing.
+std::string damageOf(const kestrel::LMDVD& disc);
+
+/// All titles that could be read, with the main feature marked: of those that do not repeat another
+/// the longest, among several of that length the one of most chapters.
 std::vector<DiscTitle> titlesOf(const kestrel::LMDVD& disc);
 
-/// The title that a user means: a number from 1, or "main". Throws `Failure` for any other.
+/// The title that a user means: a number from 1, or "main". Throws `Failure` for any other and for
+/// one that is lost.
 DiscTitle chooseTitle(const kestrel::LMDVD& disc, const std::string& wanted);

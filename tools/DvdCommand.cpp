@@ -2,13 +2,16 @@
 
 #include <kestrel/LMDVDFile.h>
 #include <kestrel/LMDVDIO.h>
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/Log.h>
 
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -153,12 +156,13 @@ std::string titleText(const ordered_json& title) {
 }
 
 std::string discText(const ordered_json& disc, const LMDVD& dvd) {
+  std::string volume = printable(disc["volume"].get<std::string>());
+  std::ranges::replace(volume, '\n', ' ');
   const size_t sets = dvd.title_sets().size();
   const size_t titles = disc["titles"].size();
-  std::string text =
-      fmt::format("{}: DVD-Video, {}, {} title {}, {} {}\n",
-                  printable(disc["volume"].get<std::string>()), regions(disc["region"].get<int>()),
-                  sets, sets == 1 ? "set" : "sets", titles, titles == 1 ? "title" : "titles");
+  std::string text = fmt::format(
+      "{}: DVD-Video, {}, {} title {}, {} {}\n", volume, regions(disc["region"].get<int>()), sets,
+      sets == 1 ? "set" : "sets", titles, titles == 1 ? "title" : "titles");
   for (const auto& title : disc["titles"]) text += "\n" + titleText(title);
   return text;
 }
@@ -170,9 +174,12 @@ void writeDocument(const ordered_json& document) {
 void listFiles(LMDVD& disc, bool asJson) {
   auto files = ordered_json::array();
   std::string text;
-  for (const auto& file : disc.dvdFiles()) {
-    files.push_back({{"name", file->filename()}, {"size", file->filesize()}});
-    text += fmt::format("{:>14}  {}\n", file->filesize(), file->filename());
+  const size_t sets = disc.title_sets().size() + disc.missingTitleSets().size();
+  for (size_t number = 0; number <= sets; ++number) {
+    for (const auto& file : disc.filesOfTitleSet(static_cast<int32_t>(number))) {
+      files.push_back({{"name", file->filename()}, {"size", file->filesize()}});
+      text += fmt::format("{:>14}  {}\n", file->filesize(), file->filename());
+    }
   }
   if (asJson)
     writeDocument({{"volume", disc.volume()}, {"path", disc.path()}, {"files", files}});
@@ -186,6 +193,15 @@ void dump(const std::string& path) {
   LMDVDIO::test(path);
   setLogSink([](std::string_view) {});
   writeStandardOutput(text);
+}
+
+/// What keeps titles from being read whole, and which ones.
+std::map<std::string, std::vector<int>> problemsOf(const std::shared_ptr<LMDVD>& disc) {
+  std::map<std::string, std::vector<int>> problems;
+  for (const auto& title : titlesOf(*disc))
+    if (const Error error = LMDVDTitleSource(disc, title.set, title.title).problem())
+      problems[error.message].push_back(title.number);
+  return problems;
 }
 
 int list(const DvdSettings& settings) {
@@ -204,9 +220,14 @@ int list(const DvdSettings& settings) {
     else
       writeStandardOutput(discText(document, *disc));
   }
-  if (disc->missingTitleSets().empty()) return kDone;
-  fmt::print(stderr, "kestrel: '{}' is damaged: title set {} cannot be read\n",
-             printable(settings.input), fmt::join(disc->missingTitleSets(), ", "));
+  std::vector<std::string> findings;
+  if (const std::string damage = damageOf(*disc); !damage.empty()) findings.push_back(damage);
+  if (!settings.dump && !settings.files)
+    for (const auto& [problem, numbers] : problemsOf(disc))
+      findings.push_back(nounAndNumbers("title", numbers) + ": " + problem);
+  if (findings.empty()) return kDone;
+  fmt::print(stderr, "kestrel: '{}' cannot be read whole: {}\n", printable(settings.input),
+             fmt::join(findings, "; "));
   return kDoneInPart;
 }
 

@@ -51,7 +51,9 @@ void openSource(LMMediaSource& source, const std::string& path) {
   if (source.formatContext()->nb_streams == 0) throw cannotOpen("it has no streams");
 }
 
-std::shared_ptr<LMMediaSource> openInput(const std::string& path) {
+namespace {
+
+std::shared_ptr<LMMediaSource> openFile(const std::string& path) {
   if (const std::string problem = obviousProblem(path); !problem.empty())
     throw Failure{kFailed, "cannot open '" + path + "': " + problem};
   auto source = LMMediaSource::mediaWithPath(path);
@@ -59,11 +61,21 @@ std::shared_ptr<LMMediaSource> openInput(const std::string& path) {
   return source;
 }
 
+}  // namespace
+
+std::shared_ptr<LMMediaSource> openInput(const std::string& path) {
+  if (isDisc(path))
+    throw Failure{kFailed, "cannot open '" + path +
+                               "': it is a DVD-Video disc, whose titles 'kestrel dvd' lists and "
+                               "'kestrel convert --title' makes files of"};
+  return openFile(path);
+}
+
 std::shared_ptr<LMMediaSource> openInput(const std::string& path, const std::string& title) {
   if (title.empty()) {
     if (isDisc(path))
       throw wrongUsage("'" + path + "' is a disc: choose a title with --title N or --title main");
-    return openInput(path);
+    return openFile(path);
   }
   const auto disc = openDisc(path);
   const DiscTitle chosen = chooseTitle(*disc, title);

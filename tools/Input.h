@@ -8,7 +8,7 @@ class LMMediaSource;
 }
 
 /// Opens a media file that has at least one stream. Throws `Failure` with one sentence when that
-/// can't be done; a signal ends the attempt, too.
+/// can't be done, as with a disc; a signal ends the attempt, too.
 std::shared_ptr<kestrel::LMMediaSource> openInput(const std::string& path);
 
 /// The same of one title of a disc, or of a file where `title` is "". A disc without a title is

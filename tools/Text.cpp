@@ -274,6 +274,19 @@ std::string formatNumber(double number, int decimals) {
   return text;
 }
 
+std::string nounAndNumbers(std::string_view noun, const std::vector<int>& numbers) {
+  std::vector<std::string> runs;
+  for (size_t i = 0; i < numbers.size();) {
+    const size_t first = i++;
+    while (i < numbers.size() && numbers[i] == numbers[i - 1] + 1) ++i;
+    const int count = static_cast<int>(i - first);
+    if (count < 3) i = first + 1;
+    runs.push_back(count < 3 ? fmt::format("{}", numbers[first])
+                             : fmt::format("{} to {}", numbers[first], numbers[i - 1]));
+  }
+  return fmt::format("{}{} {}", noun, numbers.size() == 1 ? "" : "s", fmt::join(runs, ", "));
+}
+
 std::string lowerCased(std::string_view text) {
   std::string lowered(text);
   std::ranges::transform(lowered, lowered.begin(), [](unsigned char c) { return std::tolower(c); });

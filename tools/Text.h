@@ -67,6 +67,10 @@ std::string formatByteCount(int64_t bytes);
 /// A number to `decimals` places at most, zeros at the end left out: "29.97", "25".
 std::string formatNumber(double number, int decimals);
 
+/// Rising numbers behind what they number: "title 4", and with neighbours drawn together
+/// "titles 1 to 3, 7".
+std::string nounAndNumbers(std::string_view noun, const std::vector<int>& numbers);
+
 /// The text with its ASCII letters in lower case.
 std::string lowerCased(std::string_view text);
 

@@ -16,6 +16,13 @@ namespace kestrel {
 class LMDVDFile;
 class LMDVDSource;
 
+/// A title under the number that players give it.
+struct LMDVDNumberedTitle {
+  int32_t title_set = 0;               ///< the number of its title set
+  std::shared_ptr<LMDVDTitleSet> set;  ///< null where that could not be read
+  std::shared_ptr<LMDVDTitle> title;   ///< null where that or its chain could not be read
+};
+
 /// A DVD-Video volume: a disc, an image of one, or a folder with a VIDEO_TS folder in it, with all
 /// its title sets and titles.
 ///
@@ -54,12 +61,23 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
   /// The numbers of the title sets that the manager names but that could not be read.
   const std::vector<int32_t>& missingTitleSets() const { return missingTitleSets_; }
 
+  /// The titles as the disc's own table numbers them: title 1 comes first. Titles that could not be
+  /// read keep their numbers. Where the table itself can't be read, all titles of all title sets.
+  const std::vector<LMDVDNumberedTitle>& numberedTitles() const { return numberedTitles_; }
+
+  /// Whether the disc's table of titles could be read.
+  bool hasTitleTable() const { return hasTitleTable_; }
+
   /// Bit n − 1 is set where the disc may not play in region n.
   int32_t region() const { return region_; }
 
-  /// The files of the volume: for the manager and each title set the information file, its backup,
-  /// the menu's VOBs and the parts of the title VOBs, as far as they are there.
+  /// The files of the volume: for the manager and as many title sets as could be read the
+  /// information file, its backup, the menu's VOBs and the parts of the title VOBs, as far as they
+  /// are there.
   std::vector<std::shared_ptr<LMDVDFile>> dvdFiles();
+
+  /// Those of one title set, of the manager for 0.
+  std::vector<std::shared_ptr<LMDVDFile>> filesOfTitleSet(int32_t number);
 
   /// From this number of runs on a title is offered in pieces.
   static int32_t dvdTitleSplitVobCount() { return 200; }
@@ -71,12 +89,15 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
  private:
   void readName();
   void readTitleSets();
+  void numberInOrder();
 
   std::shared_ptr<LMDVDInternal> internal_;
   std::string volume_;
   std::string path_;
   std::vector<std::shared_ptr<LMDVDTitleSet>> title_sets_;
   std::vector<int32_t> missingTitleSets_;
+  std::vector<LMDVDNumberedTitle> numberedTitles_;
+  bool hasTitleTable_ = false;
   int32_t region_ = 0;
 };
 

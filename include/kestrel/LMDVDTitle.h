@@ -11,7 +11,15 @@
 
 namespace kestrel {
 
-/// One cell of a title: a piece of a VOB that is played from its first sector to its last.
+/// Neighbouring sectors, counted in the title VOBs of the title set.
+struct LMDVDSectors {
+  uint32_t first = 0;
+  uint32_t last = 0;
+
+  bool operator==(const LMDVDSectors&) const = default;
+};
+
+/// One cell of a title: a part of a VOB that is played from its first sector to its last.
 struct LMDVDCell {
   uint32_t first_sector = 0;  ///< counted in the title VOBs of the title set
   uint32_t last_sector = 0;
@@ -19,6 +27,9 @@ struct LMDVDCell {
   int32_t vob_id = 0;
   bool restartsClock = false;  ///< its time stamps do not go on from those of the cell before
   int64_t duration = 0;        ///< what the disc says, microseconds
+
+  /// Its own sectors where other angles' lie between them; else empty, and all are its own.
+  std::vector<LMDVDSectors> pieces;
 
   bool operator==(const LMDVDCell&) const = default;
 };
@@ -28,8 +39,10 @@ struct LMDVDTrack {
   uint32_t track = 0;  ///< counted from 0 among the title's tracks of its kind
   int32_t stream_id =
       0;  ///< the id of its container stream, whose low four bits select it in a movie
-  std::string language;  ///< two letters, "" where the disc names none
-  std::string name;      ///< the language's name for display, "" likewise
+  std::string language;     ///< two letters, "" where the disc names none
+  std::string name;         ///< the language's name for display, "" likewise
+  int32_t channels = 0;     ///< of sound, as the disc states
+  int32_t sample_rate = 0;  ///< Hz, likewise
 
   bool operator==(const LMDVDTrack&) const = default;
 };
@@ -43,7 +56,7 @@ class KESTREL_API LMDVDTitle {
   int32_t title() const { return title_; }
   void setTitle(int32_t title) { title_ = title; }
 
-  /// The runs in the order of playback: neighbouring cells of one VOB make one run.
+  /// The runs of all cells, those of every angle: neighbouring cells of one VOB make one run.
   const std::vector<std::shared_ptr<LMDVDMedia>>& medias() const { return medias_; }
   void setMedias(std::vector<std::shared_ptr<LMDVDMedia>> medias) { medias_ = std::move(medias); }
 
@@ -61,7 +74,7 @@ class KESTREL_API LMDVDTitle {
   int64_t duration() const { return duration_; }
   void setDuration(int64_t duration) { duration_ = duration; }
 
-  /// The cells in the order of playback.
+  /// The cells in the order of playback; of several angles the first one's.
   const std::vector<LMDVDCell>& cells() const { return cells_; }
   void setCells(std::vector<LMDVDCell> cells) { cells_ = std::move(cells); }
 

@@ -36,9 +36,14 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   const std::shared_ptr<LMDVDTitleSet>& title_set() const;
   const std::shared_ptr<LMDVDTitle>& title() const;
 
-  /// Opens as the base does; start, length and chapters are the title's own, and each sound and
-  /// subpicture stream is tagged with its language. A scrambled title is not opened.
+  /// Opens as the base does; start, length, chapters and the rate of the pictures are the title's
+  /// own, and each sound and subpicture stream is tagged with its language. Film that repeats
+  /// fields for NTSC has 24000/1001 pictures per second. A scrambled title is not opened.
   void open() override;
+
+  /// What keeps the title from being read whole, as far as that shows without reading it through:
+  /// VOBs that are not there or too short, scrambled ones.
+  Error problem();
 
   bool isDVD() const override;
   std::string name() const override;
@@ -59,8 +64,9 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   int64_t duration() const;
 
  private:
-  bool beginsScrambled() const;
-  void tagLanguages();
+  Error whyUnreadable();
+  void setPictureRate();
+  void describeStreams();
   void addChapters();
   int64_t timeOfCell(size_t index) const;
 

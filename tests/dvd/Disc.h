@@ -3,6 +3,7 @@
 #include <kestrel/LMDVD.h>
 #include <kestrel/LMDVDTitleSource.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -63,6 +64,56 @@ class DiscCopy {
 inline std::string bigEndian32(uint32_t value) {
   return {static_cast<char>(value >> 24), static_cast<char>(value >> 16),
           static_cast<char>(value >> 8), static_cast<char>(value)};
+}
+
+inline uint32_t readBigEndian32(const std::string& bytes, size_t offset) {
+  uint32_t value = 0;
+  for (size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<uint8_t>(bytes[offset + i]);
+  return value;
+}
+
+/// Where a program chain, counted from 0, stands in the information of the first title set. The
+/// sector of the table of chains stands at 0xCC.
+inline size_t placeOfChain(const DiscCopy& disc, size_t chain) {
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t chains = size_t{readBigEndian32(content, 0xCC)} * 2048;
+  return chains + readBigEndian32(content, chains + 8 + 8 * chain + 4);
+}
+
+/// Where a cell of a chain stands: the place of the cells, of 24 bytes each, stands 232 bytes into
+/// the chain. Of a cell, the first sector stands at 8, the last at 20, and where its last unit
+/// begins at 16.
+inline size_t placeOfCell(const DiscCopy& disc, size_t chain, size_t cell) {
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t place = placeOfChain(disc, chain);
+  return place + (readBigEndian32(content, place + 232) >> 16) + 24 * cell;
+}
+
+/// Makes the title that the first title set counts first begin with a chain, counted from 1. The
+/// sector of its table of chapters stands at 0xC8, the place of the title's list 8 bytes into it.
+inline void setFirstChain(const DiscCopy& disc, uint8_t chain) {
+  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
+  const size_t table = size_t{readBigEndian32(content, 0xC8)} * 2048;
+  const size_t list = table + readBigEndian32(content, table + 8);
+  disc.patchInformation("VTS_01_0", list, {'\0', static_cast<char>(chain)});
+}
+
+/// Scrambles a title set's sectors from `first` up to `end`, as their packets say.
+inline void scramble(const DiscCopy& disc, size_t first, size_t end = SIZE_MAX) {
+  std::string content = bytesOf(disc.file("VTS_01_1.VOB"));
+  for (size_t sector = first; sector < std::min(end, content.size() / 2048); ++sector)
+    if (content[sector * 2048 + 17] != '\xBB') content[sector * 2048 + 20] |= '\x30';
+  writeBytes(disc.file("VTS_01_1.VOB"), content);
+}
+
+/// Exchanges two titles, counted from 1, in a disc's own table of titles.
+inline void exchangeTitles(const DiscCopy& disc, size_t a, size_t b) {
+  const std::string manager = bytesOf(disc.file("VIDEO_TS.IFO"));
+  const auto entry = [&](size_t number) {  // the table's sector stands at 0xC4
+    return size_t{readBigEndian32(manager, 0xC4)} * 2048 + 8 + (number - 1) * 12;
+  };
+  disc.patchInformation("VIDEO_TS", entry(a), manager.substr(entry(b), 12));
+  disc.patchInformation("VIDEO_TS", entry(b), manager.substr(entry(a), 12));
 }
 
 /// A title of a disc, counted from 0 over all title sets, as one stream.

@@ -172,6 +172,15 @@ TEST(LMDVDSource, MakesAMediaOfEachRunThatIsLongEnough) {
   }
 }
 
+TEST(LMDVDSource, OpensWhateverTheDiscIsCalled) {
+  const TempDir folder;
+  fs::copy_file(discImage("pal"), folder / "disc.jpg");
+  const auto medias =
+      LMDVD::open((folder / "disc.jpg").string())->titleSources().at(3)->createMedias();
+  ASSERT_THAT(medias, SizeIs(1));
+  EXPECT_EQ(medias[0]->videoStream()->codecName(), "mpeg2video");
+}
+
 TEST(LMDVDSource, ASourceOfOneRunMakesOneMedia) {
   const auto dvd = LMDVD::open(discFolder("pal").string());
   const auto runs = dvd->titleSources().at(1)->dvdMediaSources();

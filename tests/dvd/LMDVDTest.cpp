@@ -5,6 +5,9 @@
 #include <kestrel/LibMedia.h>
 #include <kestrel/Log.h>
 
+#include <fmt/format.h>
+
+#include "dvd/TitleSetReader.h"
 #include "tests/dvd/Disc.h"
 
 namespace kestrel::test {
@@ -65,6 +68,108 @@ TEST(LMDVD, ListsTitleSetsAndTitles) {
     EXPECT_THAT(titles[0]->chapterTimes(), ElementsAre(0, 2 * kSecond, 4 * kSecond, 6 * kSecond));
     EXPECT_THAT(titles[1]->chapterTimes(), ElementsAre(0, 3 * kSecond, 3 * kSecond + 80000));
   }
+}
+
+TEST(LMDVD, KnowsTheStreamsOfEverySoundFormatAndOfNarrowPictures) {
+  const auto dvd = LMDVD::open(discFolder("formats").string());
+  const auto& title = *dvd->title_sets()[0]->titles()[0];
+  EXPECT_THAT(title.audioTracks(), ElementsAre(LMDVDTrack{0, 0xA0, "en", english("en"), 2, 48000},
+                                               LMDVDTrack{1, 0x88, "fr", english("fr"), 2, 48000},
+                                               LMDVDTrack{2, 0x80, "de", english("de"), 2, 48000}));
+  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "nl", english("nl")}));
+}
+
+/// Pictures of 4:3 have their subpictures' number in the highest byte of its word, others in the
+/// second: of the first title it stands 28 bytes into the chain.
+TEST(LMDVD, TakesTheSubpicturesForTheWholePicture) {
+  const auto idIn = [](const char* name) {
+    const DiscCopy disc(name);
+    disc.patchInformation("VTS_01_0", placeOfChain(disc, 0) + 28, bigEndian32(0x81020304));
+    const auto dvd = LMDVD::open(disc.path().string());
+    return dvd->title_sets().at(0)->titles().at(0)->subtitleTracks().at(0).stream_id;
+  };
+  EXPECT_EQ(idIn("formats"), 0x21);
+  EXPECT_EQ(idIn("pal"), 0x22);
+}
+
+/// Title set and title of each number, "-" where that is lost.
+std::string numbersOf(const LMDVD& dvd) {
+  std::string text;
+  for (const auto& numbered : dvd.numberedTitles())
+    text += fmt::format("{}:{} ", numbered.title_set,
+                        numbered.title ? std::to_string(numbered.title->title()) : "-");
+  return text;
+}
+
+TEST(LMDVD, NumbersTitlesByTheDiscsOwnTable) {
+  const DiscCopy disc("pal");
+  EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:0 1:1 1:2 2:0 ");
+  exchangeTitles(disc, 1, 4);
+  const auto dvd = LMDVD::open(disc.path().string());
+  EXPECT_EQ(numbersOf(*dvd), "2:0 1:1 1:2 1:0 ");
+  EXPECT_TRUE(dvd->hasTitleTable());
+  EXPECT_EQ(dvd->numberedTitles()[0].set, dvd->title_sets()[1]);
+}
+
+TEST(LMDVD, LostTitlesKeepTheirNumbers) {
+  const DiscCopy disc("pal");
+  disc.cut("VTS_01_0.IFO", 3000);
+  disc.cut("VTS_01_0.BUP", 3000);
+  const auto dvd = LMDVD::open(disc.path().string());
+  EXPECT_EQ(numbersOf(*dvd), "1:- 1:- 1:- 2:0 ");
+  EXPECT_THAT(dvd->missingTitleSets(), ElementsAre(1));
+}
+
+TEST(LMDVD, TheBackupsTableOfTitlesStandsIn) {
+  const DiscCopy disc("pal");
+  exchangeTitles(disc, 1, 4);
+  disc.cut("VIDEO_TS.IFO", 2048);
+  EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "2:0 1:1 1:2 1:0 ");
+}
+
+TEST(LMDVD, WithoutATableTitlesAreNumberedInTheOrderOfTitleSets) {
+  const DiscCopy disc("pal");
+  exchangeTitles(disc, 1, 4);
+  disc.cut("VIDEO_TS.IFO", 2048);
+  disc.cut("VIDEO_TS.BUP", 2048);
+  const auto dvd = LMDVD::open(disc.path().string());
+  EXPECT_EQ(numbersOf(*dvd), "1:0 1:1 1:2 2:0 ");
+  EXPECT_FALSE(dvd->hasTitleTable());
+}
+
+TEST(LMDVD, ATitleIsTheChainThatItsFirstChapterNames) {
+  const DiscCopy disc("pal");
+  setFirstChain(disc, 2);
+  EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:1 1:1 1:2 2:0 ");
+  setFirstChain(disc, 9);  // there are three
+  EXPECT_EQ(numbersOf(*LMDVD::open(disc.path().string())), "1:- 1:1 1:2 2:0 ");
+}
+
+TEST(LMDVD, OfSeveralAnglesTheFirstIsPlayed) {
+  const auto dvd = LMDVD::open(discFolder("angles").string());
+  const auto& title = *dvd->title_sets()[0]->titles()[0];
+  EXPECT_THAT(title.medias(), SizeIs(4));
+  ASSERT_THAT(title.cells(), SizeIs(3));
+  EXPECT_THAT(title.cells()[0].pieces, IsEmpty());
+  // The second angle's units lie between those of the first.
+  const auto& pieces = title.cells()[1].pieces;
+  ASSERT_THAT(pieces, SizeIs(5));
+  EXPECT_EQ(pieces.front().first, title.cells()[1].first_sector);
+  EXPECT_EQ(pieces.back().last, title.cells()[1].last_sector);
+  for (size_t i = 1; i < pieces.size(); ++i) EXPECT_GT(pieces[i].first, pieces[i - 1].last + 1);
+  EXPECT_NEAR(static_cast<double>(title.duration()), 6 * kSecond, 0.05 * kSecond);
+  EXPECT_THAT(title.chapters(), ElementsAre(0, 1, 2));
+}
+
+TEST(LMDVD, AnglesThatLieOneBehindTheOtherAreLeftOutToo) {
+  const DiscCopy disc("pal");
+  disc.patchInformation("VTS_01_0", placeOfCell(disc, 0, 1), "\x50");  // the first of a block
+  disc.patchInformation("VTS_01_0", placeOfCell(disc, 0, 2), "\xD0");  // the last
+  const auto dvd = LMDVD::open(disc.path().string());
+  const auto& title = *dvd->title_sets()[0]->titles()[0];
+  EXPECT_THAT(title.medias(), SizeIs(1));
+  EXPECT_THAT(title.cells(), SizeIs(3));
+  EXPECT_THAT(title.chapterTimes(), ElementsAre(0, 2 * kSecond, 4 * kSecond));
 }
 
 TEST(LMDVD, JoinsNeighbouringCellsOfOneVob) {
@@ -154,6 +259,15 @@ TEST(LMDVD, NamesTheLanguages) {
                                    english("en") + ", " + english("fr") + ")");
 }
 
+TEST(LMDVD, ALanguageCodeIsTwoLettersAndNoneTwoNuls) {
+  EXPECT_EQ(lettersOf(0x656E), "en");
+  EXPECT_EQ(lettersOf(0xFF65),
+            "\xFF"
+            "e");
+  EXPECT_EQ(lettersOf(0xFFFF), std::string(2, '\0'));
+  EXPECT_EQ(lettersOf(0x0000), std::string(2, '\0'));
+}
+
 TEST(LMDVD, AnUnknownLanguageIsShownAsThatOfNoLetters) {
   const DiscCopy disc("ntsc");
   // The language of sound 0 stands at 0x204 + 2.
@@ -168,9 +282,10 @@ TEST(LMDVD, AnUnknownLanguageIsShownAsThatOfNoLetters) {
 TEST(LMDVD, ListsTheTracksOfEachTitle) {
   const auto dvd = LMDVD::open(discFolder("pal").string());
   const auto& title = *dvd->title_sets()[0]->titles()[0];
-  EXPECT_THAT(title.audioTracks(), ElementsAre(LMDVDTrack{0, 0x80, "en", english("en")},
-                                               LMDVDTrack{1, 0x81, "fr", english("fr")},
-                                               LMDVDTrack{2, 0x1C2, "de", english("de")}));
+  EXPECT_THAT(title.audioTracks(),
+              ElementsAre(LMDVDTrack{0, 0x80, "en", english("en"), 2, 48000},
+                          LMDVDTrack{1, 0x81, "fr", english("fr"), 6, 48000},
+                          LMDVDTrack{2, 0x1C2, "de", english("de"), 2, 48000}));
   EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "en", english("en")},
                                                   LMDVDTrack{1, 0x21, "fr", english("fr")}));
   EXPECT_THAT(dvd->title_sets()[0]->titles()[1]->subtitleTracks(), IsEmpty());
@@ -223,15 +338,17 @@ TEST(LMDVD, OffersATitleWholeUpTo199RunsAndInPiecesFrom200On) {
   const auto dvd = LMDVD::open(discFolder("runs").string());
   EXPECT_EQ(LMDVD::dvdTitleSplitVobCount(), 200);
   const auto& titles = dvd->title_sets()[0]->titles();
-  ASSERT_THAT(titles, SizeIs(2));
+  ASSERT_THAT(titles, SizeIs(3));
   ASSERT_THAT(titles[0]->medias(), SizeIs(199));
   ASSERT_THAT(titles[1]->medias(), SizeIs(200));
+  ASSERT_THAT(titles[2]->medias(), SizeIs(201));
   const auto sources = dvd->titleSources();
-  ASSERT_THAT(sources, SizeIs(1 + 200));
+  ASSERT_THAT(sources, SizeIs(1 + 200 + 201));
   EXPECT_EQ(sources[0]->media(), nullptr);
   EXPECT_EQ(sources[0]->title(), titles[0]);
   EXPECT_EQ(sources[1]->media(), titles[1]->medias()[0]);
   EXPECT_EQ(sources[200]->media(), titles[1]->medias()[199]);
+  EXPECT_EQ(sources[401]->media(), titles[2]->medias()[200]);
 }
 
 TEST(LMDVD, ListsTheFiles) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/dvd/Disc.h"
+#include "tests/e2e/ConvertDvd.h"
 #include "tests/e2e/Decoded.h"
 #include "tests/e2e/Kestrel.h"
 #include "tests/e2e/NumberedClip.h"
@@ -20,36 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-using testing::Each;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::SizeIs;
-
-const Arguments kFast{"--encoder-preset", "ultrafast"};
-
-class ConvertDvd : public testing::Test {
- protected:
-  /// The same of a title's sound alone.
-  testing::AssertionResult convertsSound(const fs::path& disc, const std::string& title,
-                                         const Arguments& options = {}) {
-    return converts(disc, output(),
-                    joined({"--title", title, "--video-codec", "none", "--force"}, options));
-  }
-
-  fs::path output(const std::string& name = "out.mkv") const { return folder_ / name; }
-
-  /// Whether a title converts without a word.
-  testing::AssertionResult convertsTitle(const fs::path& disc, const std::string& title,
-                                         const Arguments& options = {}) {
-    return converts(disc, output(), joined(joined({"--title", title}, kFast), options));
-  }
-
-  TempDir folder_;
-};
-
-double durationOf(const fs::path& file) {
-  return std::stod(ffprobeJson(file)["format"]["duration"].get<std::string>());
-}
 
 std::vector<double> chapterStarts(const fs::path& file) {
   std::vector<double> starts;
@@ -57,10 +30,6 @@ std::vector<double> chapterStarts(const fs::path& file) {
   for (const auto& chapter : probed["chapters"])
     starts.push_back(std::stod(chapter["start_time"].get<std::string>()));
   return starts;
-}
-
-std::string languageOf(const json& stream) {
-  return stream.value("tags", json::object()).value("language", "");
 }
 
 /// The mean colour of a rectangle of the picture shown at a time: red, green, blue.
@@ -98,6 +67,18 @@ TEST_F(ConvertDvd, ConvertsATitleWithItsChapters) {
   }
 }
 
+TEST_F(ConvertDvd, ItsNameDoesNotMatter) {
+  for (const char* name : {"disc.img", "disc.jpg", "disc.yuv", "disc.cdg", "disc"}) {
+    fs::copy_file(discImage("pal"), folder_ / name);
+    ASSERT_TRUE(convertsSound(folder_ / name, "4")) << name;
+    EXPECT_NEAR(durationOf(output()), 2, 0.1) << name;
+    EXPECT_TRUE(endsWithSentence(convert(folder_ / name, output("none.mkv")), 2, "choose a title"));
+  }
+  fs::copy(discFolder("pal"), folder_ / "folder.jpg", fs::copy_options::recursive);
+  ASSERT_TRUE(convertsSound(folder_ / "folder.jpg", "4"));
+  EXPECT_NEAR(durationOf(output()), 2, 0.1);
+}
+
 TEST_F(ConvertDvd, TheMainTitleIsTheLongest) {
   ASSERT_TRUE(convertsSound(discFolder("runs"), "main"));
   EXPECT_NEAR(durationOf(output()), 200 * 0.2, 2);
@@ -129,6 +110,47 @@ TEST_F(ConvertDvd, ChoosesSoundByNumberAndLanguage) {
   EXPECT_THAT(chosen("fre"), ElementsAre(false, true, false));
   EXPECT_THAT(chosen("0,2"), ElementsAre(true, false, true));
   EXPECT_THAT(chosen("all"), ElementsAre(true, true, true));
+}
+
+TEST_F(ConvertDvd, SoundThatBeginsLateIsConvertedAndCopied) {
+  ASSERT_TRUE(convertsSound(discFolder("late"), "1", {"--audio-tracks", "fr"}));
+  const auto sound = samples(output(), 1);
+  const std::vector<float> early(sound.begin(), sound.begin() + 9 * 44100);
+  const std::vector<float> late(sound.begin() + 11 * 44100, sound.begin() + 17 * 44100);
+  EXPECT_LT(rms(early), 0.001);
+  EXPECT_GT(toneAmplitude(late, 880, 44100), 0.05);
+  EXPECT_LT(toneAmplitude(late, 440, 44100), 0.01);
+  ASSERT_TRUE(converts(discFolder("late"), output(),
+                       {"--title", "1", "--video-codec", "copy", "--audio-codec", "copy",
+                        "--audio-tracks", "1", "--force"}));
+  const json copied = streamOf(output(), "audio");
+  EXPECT_EQ(copied["codec_name"], "ac3");
+  EXPECT_EQ(copied["channels"], 2);
+  EXPECT_EQ(copied["sample_rate"], "48000");
+  EXPECT_NEAR(soundStart(output()), 10, 0.1);
+  EXPECT_GT(toneAmplitude(samples(output(), 1), 880, 48000), 0.02);
+}
+
+TEST_F(ConvertDvd, SubpicturesThatBeginLateAreDrawn) {
+  ASSERT_TRUE(convertsTitle(discFolder("late"), "1", {"--subtitle-track", "0", "--start", "11"}));
+  EXPECT_TRUE(isNear(colourAt(output(), 3, "80:24:110:408"), {235, 16, 16}));
+  EXPECT_TRUE(isNear(colourAt(output(), 3, "80:24:210:408"), {16, 16, 235}));
+  EXPECT_TRUE(isNear(colourAt(output(), 1, "80:24:110:408"), {128, 128, 128}));
+  EXPECT_TRUE(isNear(colourAt(output(), 5, "80:24:110:408"), {128, 128, 128}));
+}
+
+TEST_F(ConvertDvd, FindsTracksOfEveryFormat) {
+  const std::vector<double> frequencies{440, 880, 220};  // LPCM, DTS, AC-3
+  for (size_t track = 0; track < frequencies.size(); ++track) {
+    ASSERT_TRUE(
+        convertsSound(discFolder("formats"), "2", {"--audio-tracks", std::to_string(track)}));
+    const auto sound = samples(output(), 1);
+    for (const double frequency : frequencies)
+      EXPECT_EQ(toneAmplitude(sound, frequency, 44100) > 0.02, frequency == frequencies[track])
+          << "track " << track << ", " << frequency << " Hz";
+  }
+  ASSERT_TRUE(convertsTitle(discFolder("formats"), "1", {"--subtitle-track", "nl", "--force"}));
+  EXPECT_TRUE(isNear(colourAt(output(), 2, "80:24:110:408"), {235, 16, 16}));
 }
 
 TEST_F(ConvertDvd, CopiesATrack) {
@@ -225,10 +247,37 @@ TEST_F(ConvertDvd, ShortCellsAreShownToo) {
             2);
 }
 
-TEST_F(ConvertDvd, ConvertsATitleOfTwoHundredRunsWhole) {
-  ASSERT_TRUE(convertsTitle(discFolder("runs"), "2"));
-  EXPECT_NEAR(static_cast<double>(pictureTimes(output()).size()), 1000, 50);
-  EXPECT_EQ(chapterStarts(output()).size(), 200U);
+TEST_F(ConvertDvd, ConvertsATitleOfMoreThanTwoHundredRunsWhole) {
+  ASSERT_TRUE(convertsTitle(discFolder("runs"), "3"));
+  EXPECT_NEAR(static_cast<double>(pictureTimes(output()).size()), 1005, 50);
+  EXPECT_EQ(chapterStarts(output()).size(), 201U);
+}
+
+TEST_F(ConvertDvd, FilmThatRepeatsFieldsKeepsItsPictures) {
+  ASSERT_TRUE(convertsTitle(discFolder("film"), "1", {"--crf", "18"}));
+  EXPECT_EQ(streamOf(output(), "video")["r_frame_rate"], "24000/1001");
+  EXPECT_EQ(shownNumbers(output()), countingFrom(0, 240));
+  EXPECT_TRUE(keepsSync(output(), {.rate = 24000.0 / 1001, .ticks = ticksEvery(1.001, 0, 10)}));
+}
+
+TEST_F(ConvertDvd, FilmIsNoFasterThanVideoWhereItIsCopied) {
+  ASSERT_TRUE(converts(discFolder("film"), output(),
+                       {"--title", "1", "--video-codec", "copy", "--audio-codec", "none"}));
+  EXPECT_EQ(streamOf(output(), "video")["r_frame_rate"], "24000/1001");
+  EXPECT_EQ(pictureTimes(output()).size(), 240U);
+}
+
+TEST_F(ConvertDvd, FilmBesideVideoBecomesVideo) {
+  ASSERT_TRUE(convertsTitle(discFolder("film"), "2"));
+  EXPECT_EQ(streamOf(output(), "video")["r_frame_rate"], "30000/1001");
+  EXPECT_NEAR(static_cast<double>(pictureTimes(output()).size()), 600, 1);
+}
+
+TEST_F(ConvertDvd, AVobOfFilmIsNoFasterThanVideo) {
+  ASSERT_TRUE(converts(discFolder("film") / "VIDEO_TS" / "VTS_01_1.VOB", output(),
+                       joined({"--duration", "9"}, kFast)));
+  EXPECT_EQ(streamOf(output(), "video")["r_frame_rate"], "30000/1001");
+  EXPECT_NEAR(static_cast<double>(pictureTimes(output()).size()), 270, 1);
 }
 
 /// How much neighbouring lines differ at the moving bar's edges: combed pictures differ by much.
@@ -299,58 +348,17 @@ TEST_F(ConvertDvd, AFileHasNoTitles) {
                                "the input has no chapters"));
 }
 
-TEST_F(ConvertDvd, ConvertsWhatATruncatedVobHoldsAndSaysSo) {
-  const DiscCopy disc("pal");
-  disc.cut("VTS_01_1.VOB", fs::file_size(disc.file("VTS_01_1.VOB")) / 4);
-  const RunResult result = convert(disc.path(), output(), joined({"--title", "1"}, kFast));
-  EXPECT_TRUE(endsWithSentence(result, 3, disc.path().string()));
-  EXPECT_GT(durationOf(output()), 2);
-  EXPECT_LT(durationOf(output()), 8);
-}
-
-TEST_F(ConvertDvd, ConvertsWhatIsLeftAroundSectorsThatAreNoPacks) {
-  const DiscCopy disc("pal");
-  std::string content = bytesOf(disc.file("VTS_01_1.VOB"));
-  std::fill_n(content.begin() + 2048 * 200, 2048 * 60, '\xFF');
-  writeBytes(disc.file("VTS_01_1.VOB"), content);
-  const RunResult result = convert(disc.path(), output(), joined({"--title", "1"}, kFast));
-  EXPECT_TRUE(result.status == 0 || result.status == 3) << result.status;
-  EXPECT_NEAR(durationOf(output()), 8, 1);
-}
-
-TEST_F(ConvertDvd, FailsInASentenceWhereNothingIsLeft) {
-  const DiscCopy disc("ntsc");
-  disc.cut("VTS_01_1.VOB", 0);
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1"}), 1, disc.path().string()));
-  fs::remove(disc.file("VTS_01_1.VOB"));
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1"}), 1, disc.path().string()));
-  EXPECT_FALSE(fs::exists(output()));
-}
-
-TEST_F(ConvertDvd, SectorsBehindTheEndAreNotRead) {
-  const DiscCopy disc("ntsc");
-  // The first cell's last sector, and where its last unit begins.
-  const std::string content = bytesOf(disc.file("VTS_01_0.IFO"));
-  const auto at = [&](size_t place) { return static_cast<uint8_t>(content[place]); };
-  const size_t table = size_t{at(0xCF)} * 2048;
-  const size_t chain = table + at(table + 15);
-  const size_t cell = chain + (size_t{at(chain + 232)} << 8 | at(chain + 233));
-  disc.patchInformation("VTS_01_0", cell + 16, bigEndian32(0x7FFFFF00) + bigEndian32(0x7FFFFFF0));
-  const RunResult result = convert(disc.path(), output(), joined({"--title", "1"}, kFast));
-  EXPECT_TRUE(endsWithSentence(result, 3, disc.path().string()));
-  EXPECT_NEAR(durationOf(output()), 3, 0.2);
-}
-
-TEST_F(ConvertDvd, SaysThatADiscIsScrambled) {
-  const DiscCopy disc("ntsc");
-  std::string content = bytesOf(disc.file("VTS_01_1.VOB"));
-  for (size_t sector = 2048 * 20; sector < content.size(); sector += 2048)
-    if (content[sector + 17] != '\xBB') content[sector + 20] |= '\x30';
-  writeBytes(disc.file("VTS_01_1.VOB"), content);
-  EXPECT_TRUE(
-      endsWithSentence(convert(disc.path(), output(), {"--title", "1"}), 1, "is scrambled"));
+TEST_F(ConvertDvd, PlaysTheFirstOfSeveralAngles) {
+  ASSERT_TRUE(convertsTitle(discImage("angles"), "1", {"--crf", "10"}));
+  const auto pictures = greyPictures(output(), 1, 1);
+  EXPECT_NEAR(static_cast<double>(pictures.size()), 150, 2);
+  // Yellow, which the second angle shows, is the only bright colour.
+  for (const std::string& picture : pictures) EXPECT_LT(static_cast<uint8_t>(picture[0]), 150);
+  EXPECT_TRUE(isNear(colourAt(output(), 1, "100:100:100:100"), {255, 0, 0}));
+  for (const double time : {2.2, 2.6, 3.0, 3.4, 3.8})
+    EXPECT_TRUE(isNear(colourAt(output(), time, "100:100:100:100"), {0, 128, 0}));
+  EXPECT_TRUE(isNear(colourAt(output(), 5, "100:100:100:100"), {0, 0, 255}));
+  EXPECT_THAT(chapterStarts(output()), SizeIs(3));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -85,28 +86,42 @@ TEST(Dvd, KnowsNtscFromItsPictures) {
   EXPECT_EQ(title["height"], 480);
 }
 
-/// What lsdvd says: one match for each title.
-TEST(Dvd, AgreesWithAnotherProgram) {
-  for (const char* name : {"pal", "ntsc", "seams", "runs", "many"}) {
-    const auto path = discImage(name).string();
-    const std::string text = run({"lsdvd", "-c", path}).out;
-    static const std::regex kTitle(
-        R"(Title: (\d+), Length: (\d+):(\d+):([\d.]+) Chapters: (\d+), Cells: \d+, Audio streams: (\d+), Subpictures: (\d+))");
-    const json titles = dvdJson(path)["titles"];
-    size_t index = 0;
-    for (std::sregex_iterator match(text.begin(), text.end(), kTitle), end; match != end;
-         ++match, ++index) {
-      ASSERT_LT(index, titles.size()) << name;
-      const json& title = titles[index];
-      const auto number = [&](size_t group) { return std::stod((*match)[group].str()); };
-      EXPECT_EQ(title["title"], number(1));
-      EXPECT_NEAR(title["duration"], (number(2) * 60 + number(3)) * 60 + number(4), 0.002);
-      EXPECT_EQ(title["chapters"].size(), number(5));
-      EXPECT_EQ(title["audio"].size(), number(6));
-      EXPECT_EQ(title["subtitles"].size(), number(7));
-    }
-    EXPECT_EQ(index, titles.size()) << name;
+/// Compares the titles with what lsdvd says: one match for each.
+void expectAgreement(const fs::path& path) {
+  const std::string text = run({"lsdvd", "-c", path.string()}).out;
+  static const std::regex kTitle(
+      R"(Title: (\d+), Length: (\d+):(\d+):([\d.]+) Chapters: (\d+), Cells: \d+, Audio streams: (\d+), Subpictures: (\d+))");
+  const json titles = dvdJson(path)["titles"];
+  size_t index = 0;
+  for (std::sregex_iterator match(text.begin(), text.end(), kTitle), end; match != end;
+       ++match, ++index) {
+    ASSERT_LT(index, titles.size()) << path;
+    const json& title = titles[index];
+    const auto number = [&](size_t group) { return std::stod((*match)[group].str()); };
+    EXPECT_EQ(title["title"], number(1));
+    EXPECT_NEAR(title["duration"], (number(2) * 60 + number(3)) * 60 + number(4), 0.002);
+    EXPECT_EQ(title["chapters"].size(), number(5));
+    EXPECT_EQ(title["audio"].size(), number(6));
+    EXPECT_EQ(title["subtitles"].size(), number(7));
   }
+  EXPECT_EQ(index, titles.size()) << path;
+}
+
+TEST(Dvd, AgreesWithAnotherProgram) {
+  for (const char* name : {"pal", "ntsc", "seams", "runs", "many", "film", "late", "formats"})
+    expectAgreement(discImage(name));
+}
+
+TEST(Dvd, NumbersTitlesAsTheDiscsTableDoes) {
+  const DiscCopy disc("pal");
+  exchangeTitles(disc, 1, 4);
+  expectAgreement(disc.path());
+  const json titles = dvdJson(disc.path())["titles"];
+  EXPECT_EQ(titles[0]["title_set"], 2);
+  EXPECT_EQ(titles[0]["duration"], 2.0);
+  EXPECT_EQ(titles[3]["duration"], 8.0);
+  EXPECT_EQ(titles[2]["main"], true);
+  EXPECT_EQ(titles[3]["same_as"], 3);
 }
 
 TEST(Dvd, AgreesWithTheVobs) {
@@ -168,6 +183,17 @@ TEST(Dvd, RefusesWhatIsNoDisc) {
   EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "dvd"}), 2, "path"));
 }
 
+TEST(Dvd, OtherVerbsSayThatItIsADisc) {
+  for (const auto& disc : {discFolder("pal"), discImage("pal")}) {
+    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "info", disc.string()}), 1,
+                                 "it is a DVD-Video disc"));
+    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "wave", disc.string(), "wave.png"}), 1,
+                                 "it is a DVD-Video disc"));
+    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "thumb", disc.string(), "picture.png"}), 1,
+                                 "it is a DVD-Video disc"));
+  }
+}
+
 TEST(Dvd, ABackupStandsInForAnInformationFile) {
   const DiscCopy disc("pal");
   fs::remove(disc.file("VTS_01_0.IFO"));
@@ -189,10 +215,115 @@ TEST(Dvd, ListsWhatIsLeftOfADamagedDiscAndSaysSo) {
   disc.cut("VTS_01_0.BUP", 3000);
   const RunResult result = dvd(disc.path(), {"--json"});
   EXPECT_EQ(result.status, 3);
-  EXPECT_THAT(result.err, HasSubstr("title set 1 cannot be read"));
+  EXPECT_THAT(result.err, HasSubstr("title set 1 cannot be read (titles 1 to 3)\n"));
   const json titles = json::parse(result.out)["titles"];
   ASSERT_EQ(titles.size(), 1U);
+  EXPECT_EQ(titles[0]["title"], 4);
   EXPECT_EQ(titles[0]["title_set"], 2);
+}
+
+TEST(Dvd, SaysWhichTitlesAreNotWhole) {
+  const DiscCopy disc("pal");
+  const auto finds = [&](const std::string& finding) {
+    const RunResult result = dvd(disc.path());
+    EXPECT_THAT(result.out, HasSubstr("4 titles\n"));
+    EXPECT_THAT(result.err, testing::EndsWith("cannot be read whole: " + finding + "\n"));
+    return result.status;
+  };
+  disc.cut("VTS_01_1.VOB", fs::file_size(disc.file("VTS_01_1.VOB")) - 2048);
+  EXPECT_EQ(finds("title 2: not all of the title's sectors are there"), 3);
+  disc.cut("VTS_01_1.VOB", 0);
+  EXPECT_EQ(finds("titles 1 to 3: none of the title's sectors are there"), 3);
+  fs::remove(disc.file("VTS_02_1.VOB"));
+  EXPECT_EQ(finds("titles 1 to 3: none of the title's sectors are there; title 4: the title's VOBs "
+                  "cannot be opened"),
+            3);
+}
+
+TEST(Dvd, SaysThatADiscIsScrambled) {
+  const DiscCopy disc("pal");
+  scramble(disc, 10);
+  const RunResult result = dvd(disc.path());
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, HasSubstr("titles 1 to 3: the disc is scrambled"));
+}
+
+json titleOf(const json& disc, int number) {
+  return disc["titles"][static_cast<size_t>(number) - 1];
+}
+
+TEST(Dvd, TheMainTitleIsTheOneWithMostChaptersOfTheLongest) {
+  const json disc = dvdJson(discFolder("formats"));
+  EXPECT_EQ(titleOf(disc, 1)["duration"], titleOf(disc, 2)["duration"]);
+  EXPECT_EQ(titleOf(disc, 1)["main"], false);
+  EXPECT_EQ(titleOf(disc, 2)["main_reason"], "longest, most chapters");
+}
+
+TEST(Dvd, OfTitlesAlikeTheFirstIsTheMainOne) {
+  const json disc = dvdJson(discFolder("many"));
+  EXPECT_EQ(titleOf(disc, 1)["main_reason"], "the first of 6 that are longest");
+  // Each title set has two titles of their own; the others repeat them.
+  EXPECT_EQ(titleOf(disc, 3)["same_as"], 1);
+  EXPECT_EQ(titleOf(disc, 34)["same_as"], nullptr);
+}
+
+TEST(Dvd, ListsTheFilesOfLostTitleSets) {
+  const DiscCopy disc("pal");
+  disc.cut("VTS_01_0.IFO", 3000);
+  disc.cut("VTS_01_0.BUP", 3000);
+  const RunResult result = dvd(disc.path(), {"--files"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.out, HasSubstr(" 3000  VIDEO_TS/VTS_01_0.IFO\n"));
+  EXPECT_THAT(result.out, HasSubstr("  VIDEO_TS/VTS_02_1.VOB\n"));
+}
+
+TEST(Dvd, AVolumesNameStaysOnItsLine) {
+  const TempDir folder;
+  fs::copy(discFolder("runs"), folder / "a\xFF\nb", fs::copy_options::recursive);
+  EXPECT_THAT(dvd(folder / "a\xFF\nb").out, testing::StartsWith("a\uFFFD b: DVD-Video, "));
+}
+
+TEST(Dvd, ReadsADiscOfAbsurdCounts) {
+  const DiscCopy disc("pal");
+  disc.patchInformation("VIDEO_TS", 0x3E, "\xFF\xFF");  // title sets
+  const RunResult sets = dvd(disc.path());
+  EXPECT_EQ(sets.status, 3);
+  EXPECT_THAT(sets.out, HasSubstr("2 title sets, 4 titles\n"));
+  EXPECT_THAT(sets.err, HasSubstr(": title sets 3 to 99 cannot be read\n"));
+  // Chains, cells and cell addresses: the tables' sectors stand at 0xCC and 0xE0.
+  const std::string content = bytesOf(disc.file("VTS_02_0.IFO"));
+  for (const size_t table : {0xCC, 0xE0})
+    disc.patchInformation("VTS_02_0", size_t{readBigEndian32(content, table)} * 2048,
+                          std::string(8, '\xFF'));
+  const RunResult tables = dvd(disc.path());
+  EXPECT_EQ(tables.status, 3);
+  EXPECT_THAT(tables.out, HasSubstr("Title 1     0:08, 4 chapters"));
+}
+
+TEST(Dvd, ReadsWhatIsLeftOfADamagedImage) {
+  const TempDir folder;
+  const std::string whole = bytesOf(discImage("pal"));
+  writeBytes(folder / "half.iso", whole.substr(0, whole.size() / 2));
+  const RunResult half = dvd(folder / "half.iso");
+  EXPECT_EQ(half.status, 3);
+  EXPECT_THAT(half.out, HasSubstr("Title 1     0:08, 4 chapters, 720x576"));
+  EXPECT_THAT(half.err, HasSubstr("title"));
+  writeBytes(folder / "begun.iso", whole.substr(0, 100000));
+  EXPECT_TRUE(endsWithSentence(dvd(folder / "begun.iso"), 1, "begun.iso"));
+  std::string blank = whole;
+  std::fill_n(blank.begin() + 16 * 2048, 400 * 2048, '\0');  // what tells where files lie
+  writeBytes(folder / "blank.iso", blank);
+  EXPECT_TRUE(endsWithSentence(dvd(folder / "blank.iso"), 1, "blank.iso"));
+}
+
+TEST(Dvd, SaysWhereTheTableOfTitlesIsLost) {
+  const DiscCopy disc("pal");
+  disc.cut("VIDEO_TS.IFO", 2048);
+  disc.cut("VIDEO_TS.BUP", 2048);
+  const RunResult result = dvd(disc.path(), {"--json"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, HasSubstr("its table of titles cannot be read"));
+  EXPECT_EQ(json::parse(result.out)["titles"].size(), 4U);
 }
 
 }  // namespace

@@ -199,4 +199,11 @@ TEST(NearestNames, WhatIsLikeNothingHasNone) {
   EXPECT_EQ(nearestNames("fast", {}), "");
 }
 
+TEST(NounAndNumbers, DrawsNeighboursTogether) {
+  EXPECT_EQ(nounAndNumbers("title", {4}), "title 4");
+  EXPECT_EQ(nounAndNumbers("title", {4, 5}), "titles 4, 5");
+  EXPECT_EQ(nounAndNumbers("title", {1, 2, 3, 7, 9, 10}), "titles 1 to 3, 7, 9, 10");
+  EXPECT_EQ(nounAndNumbers("title set", {3, 4, 5, 6}), "title sets 3 to 6");
+}
+
 }  // namespace
