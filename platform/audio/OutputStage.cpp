@@ -7,7 +7,7 @@ namespace kestrel {
 
 namespace {
 
-constexpr float kLoudest = 100;  // 40 dB; what is far beyond it has no number
+constexpr float kLoudest = 1000;  // 60 dB: more than any recording is too quiet by
 
 }  // namespace
 
