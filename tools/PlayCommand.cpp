@@ -398,7 +398,7 @@ void addPlayCommand(CLI::App& app, Run& run) {
   verb->add_option("--rate", typed->rate,
                    "factor on the tempo, from 0.25 to 4; the pitch stays (default: 1)")
       ->type_name("X");
-  verb->add_option("--volume", typed->volume, "factor on the loudness (default: 1)")
+  verb->add_option("--volume", typed->volume, "factor on the loudness, from 0 to 1000 (default: 1)")
       ->type_name("X");
   verb->add_option("--audio-tracks", typed->audioTracks,
                    "tracks to mix: numbers from 0, 'all', or a language code")
