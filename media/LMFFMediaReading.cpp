@@ -118,9 +118,15 @@ int64_t decodedSoundEnd(const LMFFMediaStream& stream) {
 
 }  // namespace
 
+/// What is heard does not wait for pictures, which may take long.
+void LMFFMedia::keepSoundGoing() const {
+  if (movie() && hasVideo() && !hasAudio()) movie()->keepSoundGoing();
+}
+
 bool LMFFMedia::forwardNextPacket() {
   AVFormatContext* context = formatContext();
   if (!context) return false;
+  keepSoundGoing();
   if (!state_->inputEnded) {
     state_->hasRead = true;
     AVPacket* packet = state_->packet.get();
@@ -279,6 +285,7 @@ bool LMFFMedia::readSample(float* data, int32_t frame) {
 void LMFFMedia::seek(int64_t time) {
   AVFormatContext* context = formatContext();
   if (!context) return;
+  keepSoundGoing();
   state_->inputEnded = false;
   state_->decodersEmpty = false;
   setLast_pts(AV_NOPTS_VALUE);

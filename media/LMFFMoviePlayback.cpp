@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 
 #include "media/LMFFMovieState.h"
 
@@ -73,18 +74,30 @@ int32_t LMFFMovie::State::soundAtOnce(int32_t frames) {
 void LMFFMovie::State::fillPlaybackBuffer() {
   const auto graph = movie.audioOutputGraph();
   if (!graph || movie.exportMovie()) return;
-  const float rate = std::clamp(graph->rate(), 1.0F, kFastest);
-  const auto wanted = static_cast<int32_t>(std::lround(kBlocksAhead * kBlockFrames * rate));
+  const float rate = graph->rate();
+  const float factor = std::isfinite(rate) ? std::clamp(rate, 1.0F, kFastest) : 1.0F;
+  const auto wanted = static_cast<int32_t>(std::lround(kBlocksAhead * kBlockFrames * factor));
   const auto isReplaced = [this] {
     return clock.with([](const Clock& now) { return now.isPositioning; });
   };
   while (graph->bufferFrames() < wanted && !isReplaced()) movie.decodeAudioToAudioOutput();
 }
 
+/// Called by a media before each packet that it reads for pictures alone: many may have to be
+/// decoded for one picture, and the queue is busy for as long as that takes.
+void LMFFMovie::keepSoundGoing() {
+  auto& state = *state_;
+  if (!state.pump.isRunning()) return;
+  const auto queue = decodeQueue();
+  const bool isPumping = state.clock.with([](const State::Clock& now) { return now.isPumping; });
+  if (queue && queue->isCurrentQueue() && !isPumping) state.fillPlaybackBuffer();
+}
+
 void LMFFMovie::play() {
   const auto graph = audioOutputGraph();
   if (!graph) return;
   auto& state = *state_;
+  const std::lock_guard guard(state.playing);
   state.pump.start([this, &state] {
     const auto queue = decodeQueue();
     if (!queue || state.isFillQueued.exchange(true)) return;
@@ -100,6 +113,7 @@ void LMFFMovie::play() {
 }
 
 void LMFFMovie::pause() {
+  const std::lock_guard guard(state_->playing);
   if (const auto graph = audioOutputGraph()) graph->stop();
   state_->pump.stop();
 }
@@ -126,7 +140,9 @@ double LMFFMovie::playVolume() const {
 }
 
 void LMFFMovie::setPlayVolume(double volume) {
-  if (const auto graph = audioOutputGraph()) graph->setVolume(static_cast<float>(volume));
+  constexpr double kMost = std::numeric_limits<float>::max();
+  if (const auto graph = audioOutputGraph())
+    graph->setVolume(static_cast<float>(std::min(volume, kMost)));
 }
 
 bool LMFFMovie::decodeAudioToAudioOutput() {

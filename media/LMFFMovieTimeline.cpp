@@ -98,19 +98,22 @@ int64_t LMFFMovie::currentVideoMediaMaxTime() const {
 void LMFFMovie::updateCurrentMedias() { updateCurrentMedias(false); }
 
 /// Sound that is read by itself goes by where it is read, which is ahead of the clock while some
-/// waits to be played; everything else by the clock.
+/// waits to be played; everything else by the clock. It is positioned first, so that it can go on
+/// while pictures are.
 void LMFFMovie::updateCurrentMedias(bool force) {
   const int64_t heard = currentTime();
   const int64_t read = state_->readTime();
-  for (const auto& media : medias()) {
+  MediaList list = medias();
+  std::ranges::stable_partition(list, [](const auto& media) { return media->hasAudio(); });
+  for (const auto& media : list) {
     const bool hasPictures = media->hasVideo();
     const int64_t time = hasPictures || !media->hasAudio() ? heard : read;
     if (!covers(*media, time)) {
       media->setIsCurrentSynced(false);
     } else if (force || !media->isCurrentSynced()) {
       if (!force && hasPictures && media->hasAudio()) state_->playFrom(time);
-      media->seek(time - media->movie_position());
       media->setIsCurrentSynced(true);
+      media->seek(time - media->movie_position());
     }
   }
 }

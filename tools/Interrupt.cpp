@@ -36,7 +36,7 @@ DoomedFiles& doomedFiles() {
 sigset_t watchedSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     struct sigaction action {};
     sigaction(number, nullptr, &action);
     // A program started by nohup outlives its terminal.

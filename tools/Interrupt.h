@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// Makes SIGINT, SIGTERM and SIGHUP stop the program in order. Call it first in `main`, before any
+/// Makes SIGINT, SIGTERM, SIGHUP and SIGQUIT stop the program in order. Call it first in `main`, before any
 /// thread starts: threads inherit that these signals are not for them.
 ///
 /// The first signal sets a flag that every loop asks for (`interrupted`). A program that is not

@@ -13,15 +13,18 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
+#include <atomic>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "ConvertPlan.h"
 #include "Failure.h"
@@ -36,6 +39,7 @@
 
 extern "C" {
 #include <libavformat/avformat.h>
+#include <libavutil/parseutils.h>
 }
 
 using namespace kestrel;
@@ -46,6 +50,7 @@ constexpr int64_t kSecond = 1000000;
 constexpr double kSlowest = 0.25;
 constexpr double kFastest = 4;
 constexpr double kLoudest = 1.3;  // by the keys; --volume may say more
+constexpr double kLoudestTyped = 1000;
 constexpr double kRateStep = 1.1;
 constexpr double kVolumeStep = 0.02;
 constexpr int kWait = 50;         // milliseconds from line to line
@@ -66,6 +71,14 @@ struct Typed {
   bool noInput = false;
 };
 
+/// How long a stream says that it is, microseconds; 0 where it does not. Matroska has a tag for it.
+int64_t statedLength(const AVStream& stream) {
+  if (stream.duration > 0) return av_rescale_q(stream.duration, stream.time_base, {1, kSecond});
+  const AVDictionaryEntry* tag = av_dict_get(stream.metadata, "DURATION", nullptr, 0);
+  int64_t length = 0;
+  return tag && av_parse_time(&length, tag->value, 1) >= 0 ? length : 0;
+}
+
 /// The container index of the pictures, below 0 where there are none; a cover does not count.
 int mainPictures(AVFormatContext& input) {
   const int best = av_find_best_stream(&input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
@@ -74,14 +87,38 @@ int mainPictures(AVFormatContext& input) {
   return isCover ? -1 : best;
 }
 
+std::string_view fromEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? value : "";
+}
+
+/// Whether the terminal is not one of those known to have two colours.
+bool showsColors() {
+  const std::string_view name = fromEnvironment("TERM");
+  return !name.empty() && name != "dumb" && !name.starts_with("vt");
+}
+
+/// Whether the environment names a character set that has half blocks, or none. Its locale need not
+/// be installed here: what the terminal shows is decided where it is.
+bool showsBlocks() {
+  for (const char* const name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    std::string locale(fromEnvironment(name));
+    if (locale.empty()) continue;
+    std::ranges::transform(locale, locale.begin(), [](unsigned char c) { return std::tolower(c); });
+    return locale.find("utf-8") != std::string::npos || locale.find("utf8") != std::string::npos;
+  }
+  return true;
+}
+
 class Player {
  public:
   explicit Player(const Typed& typed) : typed_(typed) {
     if (!(typed.rate >= kSlowest && typed.rate <= kFastest))
       throw wrongUsage(fmt::format("--rate: '{}' is not a factor from {} to {}", typed.rate,
                                    kSlowest, kFastest));
-    if (!(typed.volume >= 0 && std::isfinite(typed.volume)))
-      throw wrongUsage(fmt::format("--volume: '{}' is not a factor from 0", typed.volume));
+    if (!(typed.volume >= 0 && typed.volume <= kLoudestTyped))
+      throw wrongUsage(
+          fmt::format("--volume: '{}' is not a factor from 0 to {}", typed.volume, kLoudestTyped));
     if (!typed.start.empty()) start_ = parseTime("--start", typed.start);
     volume_ = typed.volume;
   }
@@ -128,10 +165,10 @@ class Player {
 
   void requirePictureTerminal(const Terminal& terminal) const {
     if (!typed_.picture) return;
-    const char* name = std::getenv("TERM");
-    const bool isDumb = name && std::string_view(name) == "dumb";
-    if (!terminal.isStandardOutput() || isDumb)
+    if (!terminal.isStandardOutput() || !showsColors())
       throw wrongUsage("--picture needs standard output to be a terminal that shows colours");
+    if (!showsBlocks())
+      throw wrongUsage("--picture needs a locale of UTF-8, such as LC_ALL=C.UTF-8");
   }
 
   void play(Terminal& terminal) {
@@ -142,6 +179,7 @@ class Player {
     if (movie_.audioOutputGraph()->graph().lacksDevice() && movie_.hasAudio())
       std::fputs("kestrel: there is no audio device: playing without being heard\n", stderr);
     while (!wantsQuit_ && !interrupted() && !isAtEnd()) {
+      lookOn(terminal);
       show(terminal);
       for (const PlayKey key : keys_.read(terminal.read(typed_.picture ? kPictureWait : kWait)))
         obey(key, terminal);
@@ -196,8 +234,10 @@ class Player {
 
   void seekBy(int64_t step) {
     const int64_t target = std::max<int64_t>(time() + step, 0);
-    inputEnd_.reset();
     movie_.seek(duration_ ? std::min(target, *duration_) : target);
+    const std::lock_guard guard(lock_);
+    ++seeks_;
+    inputEnd_.reset();
   }
 
   /// A rate that is within half a step of 1 is meant to be 1.
@@ -216,35 +256,35 @@ class Player {
   bool isAtEnd() {
     const int64_t now = movie_.currentTime();
     if (duration_ && now >= *duration_) return true;
-    if (!inputEnd_) findInputEnd();
+    const std::lock_guard guard(lock_);
     return inputEnd_ && now >= *inputEnd_;
   }
 
   /// An input may end before the time that it states, or state none: what is left then is what has
-  /// been read and not been heard.
-  void findInputEnd() {
-    movie_.decodeImage(
-        [this] {
-          if (!movie_.isPlay()) return;
-          const auto medias = movie_.medias();
-          const bool hasEnded = std::ranges::all_of(medias, [](const auto& media) {
-            const auto sounds = media->audios();
-            return media->isAtEnd() && std::ranges::all_of(sounds, [](const auto& stream) {
-                     return stream->outputSamples() == 0;
-                   });
-          });
-          if (!hasEnded) return;
-          const double unheard = movie_.audioOutputGraph()->unheardFrames();
-          const double rate = movie_.defaultOutputFormat().sample_rate;
-          inputEnd_ = movie_.currentTime() + static_cast<int64_t>(unheard / rate * kSecond);
-        },
-        true);
+  /// been read and not been heard. On the decode queue.
+  void findInputEnd(int seeks) {
+    if (!movie_.isPlay()) return;
+    const auto medias = movie_.medias();
+    const bool hasEnded = std::ranges::all_of(medias, [](const auto& media) {
+      const auto sounds = media->audios();
+      return media->isAtEnd() && std::ranges::all_of(sounds, [](const auto& stream) {
+               return stream->outputSamples() == 0;
+             });
+    });
+    if (!hasEnded) return;
+    const double unheard = movie_.audioOutputGraph()->unheardFrames();
+    const double rate = movie_.defaultOutputFormat().sample_rate;
+    const int64_t end = movie_.currentTime() + static_cast<int64_t>(unheard / rate * kSecond);
+    const std::lock_guard guard(lock_);
+    if (!inputEnd_ && seeks == seeks_) inputEnd_ = end;
   }
 
-  int status() const {
+  int status() {
+    movie_.flushOperation();
     const Error error = source_->lastError();
+    const auto stated = soundEnd();
     const bool isShort =
-        inputEnd_ && duration_ && !wantsQuit_ && soundEnd() - *inputEnd_ > kMissingTolerance;
+        inputEnd_ && stated && !wantsQuit_ && *stated - *inputEnd_ > kMissingTolerance;
     if (!error && !isShort) return kDone;
     fmt::print(stderr, "kestrel: '{}' ended early, at {:.2f}{} s{}\n", typed_.input,
                lm_ff_time_to_double(inputEnd_.value_or(time())),
@@ -253,17 +293,15 @@ class Player {
     return kDoneInPart;
   }
 
-  /// Where the sound says that it ends; where it says nothing, where the movie does.
-  int64_t soundEnd() const {
+  /// Where the sound says that it ends. Where it says nothing, beside pictures that may be longer,
+  /// nobody knows.
+  std::optional<int64_t> soundEnd() const {
     int64_t end = 0;
-    for (const auto& media : movie_.medias()) {
-      for (const auto& stream : media->audios()) {
-        const AVStream& own = *stream->stream();
-        if (own.duration > 0)
-          end = std::max(end, av_rescale_q(own.duration, own.time_base, {1, kSecond}));
-      }
-    }
-    return end > 0 ? std::min(end, *duration_) : *duration_;
+    for (const auto& media : movie_.medias())
+      for (const auto& stream : media->audios())
+        end = std::max(end, statedLength(*stream->stream()));
+    if (end == 0 && !(pictures_ && movie_.hasAudio())) return duration_;
+    return end > 0 ? std::optional(std::min(end, duration_.value_or(end))) : std::nullopt;
   }
 
   // What is shown.
@@ -281,28 +319,46 @@ class Player {
         .isMuted = isMuted_,
         .peaks = {graph.takePeak(0), graph.takePeak(1)}};
     std::string text = playLine(state, size.columns);
-    if (typed_.picture) text += pictureFor(size);
+    {
+      const std::lock_guard guard(lock_);
+      if (pictureTerminal_ == size) text += picture_;
+    }
     terminal.show(text);
   }
 
-  std::string pictureFor(TerminalSize terminal) {
+  /// Has the decode queue find out what is new. Nobody waits for it: a picture may take long.
+  void lookOn(const Terminal& terminal) {
+    if (isLooking_.exchange(true)) return;
+    const bool wantsPicture = typed_.picture && terminal.isShown();
+    movie_.decodeImage(
+        [this, wantsPicture, size = terminal.size(), seeks = seeks_] {
+          if (wantsPicture) decodePicture(size);
+          findInputEnd(seeks);
+          isLooking_ = false;
+        },
+        false);
+  }
+
+  /// On the decode queue.
+  void decodePicture(TerminalSize terminal) {
     const Look look(LookSettings{}, *pictures_);
     const Size own = look.size();
     const Size size = terminalPictureSize(look.pixelAspect() * own.width / own.height, terminal);
-    if (size.width < 1 || size.height < 1) return {};
-    if (!(size == pictureSize_)) {
-      pictureSize_ = size;
-      movie_.decodeImage([&] { look.apply(movie_, size); }, true);
-    }
+    if (size.width < 1 || size.height < 1) return;
+    if (!(size == pictureSize_)) look.apply(movie_, size);
+    pictureSize_ = size;
     movie_.decodeImageAtTime(time(), provider_);
-    return picture_;
+    const std::lock_guard guard(lock_);
+    pictureTerminal_ = terminal;
   }
 
-  /// On the decode queue, while `pictureFor` waits for it.
   void draw(const std::shared_ptr<const Image>& image) {
     if (!image) return;
     const auto bitmap = context_.bitmapImage(image, {{0, 0}, pictureSize_});
-    if (bitmap) picture_ = terminalPicture(*bitmap);
+    if (!bitmap) return;
+    std::string picture = terminalPicture(*bitmap);
+    const std::lock_guard guard(lock_);
+    picture_ = std::move(picture);
   }
 
   const Typed& typed_;
@@ -313,11 +369,19 @@ class Player {
   std::shared_ptr<LMMediaSource> source_;
   const AVStream* pictures_ = nullptr;
   std::optional<int64_t> duration_;
-  std::optional<int64_t> inputEnd_;  // where the input turned out to end
+  int seeks_ = 0;  // how often it was sought, by keys
   KeyReader keys_;
+
+  // What the decode queue finds out.
+  std::atomic<bool> isLooking_{false};
+  std::mutex lock_;                  // of the next three, and of changing `seeks_`
+  std::optional<int64_t> inputEnd_;  // where the input turned out to end
+  std::string picture_;
+  TerminalSize pictureTerminal_;  // which it was made for
+
+  // Of the decode queue alone.
   ImageContext context_;
   Size pictureSize_;
-  std::string picture_;
   std::shared_ptr<LMFFMovieImageProvider> provider_ = std::make_shared<LMFFMovieImageProvider>();
   LMFFMovie movie_;
 };
@@ -334,7 +398,7 @@ void addPlayCommand(CLI::App& app, Run& run) {
   verb->add_option("--rate", typed->rate,
                    "factor on the tempo, from 0.25 to 4; the pitch stays (default: 1)")
       ->type_name("X");
-  verb->add_option("--volume", typed->volume, "factor on the loudness (default: 1)")
+  verb->add_option("--volume", typed->volume, "factor on the loudness, from 0 to 1000 (default: 1)")
       ->type_name("X");
   verb->add_option("--audio-tracks", typed->audioTracks,
                    "tracks to mix: numbers from 0, 'all', or a language code")

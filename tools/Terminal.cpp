@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <mutex>
 #include <thread>
 
 #include "Interrupt.h"
@@ -21,6 +22,8 @@ constexpr std::string_view kShowCursor = "\x1b[0m\x1b[?25h";
 
 /// What has to be put back. Kept outside of the object: a signal may end the program at any time.
 struct Changes {
+  std::mutex lock;      // of the input's settings
+  bool isOver = false;  // they have been put back for good
   termios input{};
   std::atomic<bool> hasInput{false};
   std::atomic<int> output{-1};
@@ -39,53 +42,91 @@ void writeAll(int file, std::string_view text) {
   }
 }
 
-/// Only calls that are safe wherever the program is.
-void putBack() {
+bool isInForeground() { return tcgetpgrp(STDIN_FILENO) == getpgrp(); }
+
+/// Whether a terminal is another program's now; not so where it is none that programs share.
+bool isInBackground(int terminal) {
+  const pid_t front = tcgetpgrp(terminal);
+  return front >= 0 && front != getpgrp();
+}
+
+/// Has keys come at once and unseen; false where they do already, and where that is not to be.
+bool takeInput() {
   auto& kept = changes();
-  if (kept.hasInput.exchange(false)) tcsetattr(STDIN_FILENO, TCSANOW, &kept.input);
+  const std::lock_guard guard(kept.lock);
+  termios now{};
+  if (kept.isOver || !isInForeground() || tcgetattr(STDIN_FILENO, &now) != 0) return false;
+  // A shell that was in front in the meantime has put its own settings back.
+  if (kept.hasInput && (now.c_lflag & ICANON) == 0) return false;
+  kept.input = now;
+  kept.hasInput = true;
+  now.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  now.c_cc[VMIN] = 0;
+  now.c_cc[VTIME] = 0;
+  now.c_cc[VSUSP] = _POSIX_VDISABLE;  // it comes as a key: the terminal is put back first
+  return tcsetattr(STDIN_FILENO, TCSANOW, &now) == 0;
+}
+
+void putBack(bool isOver) {
+  auto& kept = changes();
+  {
+    const std::lock_guard guard(kept.lock);
+    kept.isOver = isOver;
+    if (kept.hasInput.exchange(false) && isInForeground())
+      tcsetattr(STDIN_FILENO, TCSANOW, &kept.input);
+  }
   const int output = kept.output.exchange(-1);
   if (output < 0) return;
   pollfd terminal{output, POLLOUT, 0};
   if (poll(&terminal, 1, 0) > 0) writeAll(output, kShowCursor);
 }
 
-bool isInForeground() { return tcgetpgrp(STDIN_FILENO) == getpgrp(); }
+// Somebody else's wish to have the program stopped: it is put off until the terminal is put back.
+std::atomic<bool> isStopWanted{false};
+extern "C" void wantStop(int) { isStopWanted = true; }
+
+/// Sets what SIGTSTP does, unless it is ignored.
+void onStop(void (*action)(int)) {
+  if (std::signal(SIGTSTP, action) == SIG_IGN) std::signal(SIGTSTP, SIG_IGN);
+}
 
 }  // namespace
 
-Terminal::Terminal(bool readsKeys) : readsKeys_(readsKeys && isatty(STDIN_FILENO) != 0) {
+Terminal::Terminal(bool readsKeys) : wantsKeys_(readsKeys && isatty(STDIN_FILENO) != 0) {
   if (isatty(STDOUT_FILENO)) {
     output_ = STDOUT_FILENO;
   } else if (isatty(STDERR_FILENO)) {
     output_ = STDERR_FILENO;
   }
-  onForcedEnd(putBack);
+  onForcedEnd([] { putBack(true); });
+  onStop(wantStop);
   enter();
 }
 
-Terminal::~Terminal() { restore(); }
+Terminal::~Terminal() {
+  onStop(SIG_DFL);
+  putBack(false);
+}
 
 bool Terminal::isStandardOutput() const { return output_ == STDOUT_FILENO; }
 
+/// Takes the terminal unless it is taken; whoever else may be in front has put it back before.
 void Terminal::enter() {
   auto& kept = changes();
-  if (readsKeys_ && isInForeground() && tcgetattr(STDIN_FILENO, &kept.input) == 0) {
-    kept.hasInput = true;
-    termios raw = kept.input;
-    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-    raw.c_cc[VMIN] = 0;
-    raw.c_cc[VTIME] = 0;
-    raw.c_cc[VSUSP] = _POSIX_VDISABLE;  // it comes as a key: the terminal is put back first
-    tcsetattr(STDIN_FILENO, TCSANOW, &raw);
-  } else {
-    readsKeys_ = false;
+  const bool isBehind = isInBackground(output_ >= 0 ? output_ : STDIN_FILENO);
+  if (isBehind) {
+    kept.hasInput = false;
+    kept.output = -1;
   }
-  if (output_ < 0) return;
+  const bool hasTaken = !isBehind && wantsKeys_ && takeInput();
+  if (isEntered_ == !isBehind && !hasTaken) return;
+  isEntered_ = !isBehind;
+  shown_.clear();
+  shownLines_ = 0;
+  if (output_ < 0 || isBehind) return;
   kept.output = output_;
   writeAll(output_, kHideCursor);
 }
-
-void Terminal::restore() { putBack(); }
 
 TerminalSize Terminal::size() const {
   winsize size{};
@@ -94,7 +135,7 @@ TerminalSize Terminal::size() const {
 }
 
 void Terminal::show(const std::string& text) {
-  if (output_ < 0 || text == shown_) return;
+  if (!isShown() || text == shown_) return;
   std::string bytes = "\r";
   if (shownLines_ > 0) bytes += "\x1b[" + std::to_string(shownLines_) + "A";
   shownLines_ = 0;
@@ -118,7 +159,9 @@ void Terminal::leave() {
 }
 
 std::string Terminal::read(int milliseconds) {
-  if (!readsKeys_) {
+  if (isStopWanted.exchange(false)) suspend();
+  enter();
+  if (!wantsKeys_ || !changes().hasInput) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     return {};
   }
@@ -127,13 +170,16 @@ std::string Terminal::read(int milliseconds) {
   char bytes[256];
   const ssize_t count = ::read(STDIN_FILENO, bytes, sizeof bytes);
   if (count > 0) return {bytes, static_cast<size_t>(count)};
-  readsKeys_ = count < 0 && (errno == EINTR || errno == EAGAIN);
+  wantsKeys_ = count < 0 && (errno == EINTR || errno == EAGAIN);
   return {};
 }
 
 void Terminal::suspend() {
   leave();
-  restore();
+  putBack(false);
+  isEntered_ = false;
+  onStop(SIG_DFL);
   raise(SIGTSTP);
+  onStop(wantStop);
   enter();
 }

@@ -8,14 +8,17 @@
 struct TerminalSize {
   int columns = 80;
   int rows = 24;
+
+  bool operator==(const TerminalSize&) const = default;
 };
 
 /// The terminal that a player shows itself on and reads its keys from.
 ///
 /// While it lives, keys come at once and without being shown, and the cursor is hidden; afterwards,
-/// and when a signal ends the program, the terminal is as it was. One at a time. Where the program
-/// runs in the background, or without a terminal, there are no keys; where neither standard output
-/// nor standard error is a terminal, nothing is shown.
+/// while a signal or a key has stopped the program, and when a signal ends it, the terminal is as
+/// it was. One at a time. In the background there are no keys and nothing is shown, until the
+/// program is in front again; without a terminal there are no keys, and where neither standard
+/// output nor standard error is one, nothing is shown.
 class Terminal {
  public:
   explicit Terminal(bool readsKeys);
@@ -23,8 +26,8 @@ class Terminal {
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
 
-  /// Whether there is something to show text on.
-  bool isShown() const { return output_ >= 0; }
+  /// Whether there is something to show text on now.
+  bool isShown() const { return output_ >= 0 && isEntered_; }
   /// Whether that is standard output.
   bool isStandardOutput() const;
 
@@ -45,10 +48,10 @@ class Terminal {
 
  private:
   void enter();
-  void restore();
 
   int output_ = -1;
-  bool readsKeys_ = false;
-  int shownLines_ = 0;  // above the one that the cursor is in
+  bool wantsKeys_ = false;
+  bool isEntered_ = false;  // the terminal is the program's own now
+  int shownLines_ = 0;      // above the one that the cursor is in
   std::string shown_;
 };

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -49,31 +50,41 @@ double residentMegabytes() {
   return static_cast<double>(pages) * 4096 / 1e6;
 }
 
-/// Keeps the pace of sound, and times each call.
+double cpuSecondsOfThread() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+/// Keeps about the pace of sound, whatever its rate, and times each call.
 class TimedDevice : public AudioDevice {
  public:
+  explicit TimedDevice(int32_t sampleRate) : sampleRate_(sampleRate) {}
   bool open(Fill fill) override {
     return device_->open([this, fill = std::move(fill)](float* data, int32_t frames) {
       const auto begin = Clock::now();
+      const double cpu = cpuSecondsOfThread();
       fill(data, frames);
-      const double time = secondsSince(begin);
-      if (time > worst) worst = time;
-      period = static_cast<double>(frames) / device_->format().sampleRate;
+      worstCpu = std::max(worstCpu.load(), cpuSecondsOfThread() - cpu);
+      worst = std::max(worst.load(), secondsSince(begin));
+      period = static_cast<double>(frames) / sampleRate_;
       if (std::any_of(data, data + 2 * frames, [](float s) { return s != 0; })) ++heard;
     });
   }
   void close() override { device_->close(); }
   bool isOpen() const override { return device_->isOpen(); }
-  Format format() const override { return device_->format(); }
+  Format format() const override { return {.sampleRate = sampleRate_, .channels = 2}; }
   void start() override { device_->start(); }
   void stop() override { device_->stop(); }
   int64_t now() const override { return device_->now(); }
 
   std::atomic<int> heard{0};  // calls that were answered with sound
   std::atomic<double> worst{0};
+  std::atomic<double> worstCpu{0};
   std::atomic<double> period{0};
 
  private:
+  const int32_t sampleRate_;
   std::shared_ptr<AudioDevice> device_ = makeNullAudioDevice();
 };
 
@@ -86,7 +97,7 @@ Json playing(const std::string& path, double rate, double seconds) {
   const auto begin = Clock::now();
   LMFFMovie movie;
   movie.openMedias(LMMediaSource::mediaWithPath(path)->createMedias());
-  const auto device = std::make_shared<TimedDevice>();
+  const auto device = std::make_shared<TimedDevice>(kRate);
   const auto graph = movie.audioOutputGraph();
   graph->graph().setDevice(device);
   movie.setRate(static_cast<float>(rate));
@@ -98,7 +109,6 @@ Json playing(const std::string& path, double rate, double seconds) {
   const double cpu = cpuSeconds();
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
   const double share = (cpuSeconds() - cpu) / secondsSince(measured);
-  const double worst = device->worst;
 
   std::vector<double> seeks;
   for (int i = 0; i < 20; ++i) {
@@ -113,9 +123,36 @@ Json playing(const std::string& path, double rate, double seconds) {
           {"cpu", share},
           {"first", first},
           {"seek", *std::ranges::max_element(seeks)},
-          {"call", worst},
-          {"period", device->period.load()},
           {"underruns", graph->underruns()}};
+}
+
+/// How long the device's calls take at most while rates change and places are sought, beside `busy`
+/// threads that do nothing else but work.
+Json calls(const std::string& path, int32_t deviceRate, int busy, double seconds) {
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < busy; ++i)
+    threads.emplace_back([](const std::stop_token& stop) {
+      while (!stop.stop_requested()) {
+      }
+    });
+  LMFFMovie movie;
+  movie.openMedias(LMMediaSource::mediaWithPath(path)->createMedias());
+  const auto device = std::make_shared<TimedDevice>(deviceRate);
+  movie.audioOutputGraph()->graph().setDevice(device);
+  movie.play();
+  const auto begin = Clock::now();
+  for (int i = 0; secondsSince(begin) < seconds; ++i) {
+    constexpr float kRates[] = {1, 2, 1, 0.5, 1.3F, 4, 3, 1};
+    movie.setRate(kRates[i % 8]);
+    if (i % 5 == 4) movie.seek((i * 7 % 20) * kSecond);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  return {{"device", deviceRate},
+          {"busy", busy},
+          {"call", device->worst.load()},
+          {"cpu", device->worstCpu.load()},
+          {"period", device->period.load()},
+          {"underruns", movie.audioOutputGraph()->underruns()}};
 }
 
 /// An hour and some of computed sound.
@@ -148,7 +185,7 @@ Json hour(double rate) {
       device->pull(441);
     }
   };
-  pull(60 * kRate);
+  pull(900 * kRate);  // what is kept for good is there by then
   const double memory = residentMegabytes();
   const int64_t begin = movie.currentTime();
   pull(3600 * kRate);
@@ -171,6 +208,9 @@ int main(int argc, char** argv) {
   Json figures;
   for (const double rate : {1.0, 2.0})
     figures["playing"].push_back(playing(argv[1], rate, seconds));
+  for (const int32_t deviceRate : {44100, 48000})
+    for (const int busy : {0, 2})
+      figures["calls"].push_back(calls(argv[1], deviceRate, busy, seconds));
   for (const double rate : {1.0, 1.5}) figures["hour"].push_back(hour(rate));
   std::puts(figures.dump(2).c_str());
   return 0;

@@ -24,7 +24,7 @@ inline constexpr uint32_t kAudioUnitSubType_TimePitch = fourCharCode("tmpt");
 inline constexpr uint32_t kAudioUnitSubType_DefaultOutput = fourCharCode("def ");
 
 /// Parameters of the units: the time-pitch unit's factor on the tempo, taken from 0.25 to 4, and
-/// the output unit's factor on the samples, from 0.
+/// the output unit's factor on the samples, taken from 0 to 1000.
 inline constexpr uint32_t kAudioUnitParameter_Rate = 0;
 inline constexpr uint32_t kAudioUnitParameter_Volume = 14;
 

@@ -200,6 +200,7 @@ class KESTREL_API LMFFMedia {
 
   std::shared_ptr<LMFFMediaStream> lastEnabled(StreamTest isWanted) const;
   bool hasPictureFor(int64_t target) const;
+  void keepSoundGoing() const;
   void readTexts(const std::shared_ptr<LMFFMediaStream>& stream, int64_t target,
                  const std::function<bool(const AVFrame&)>& isMoreWanted);
   void readSubtitleBefore(int64_t target);

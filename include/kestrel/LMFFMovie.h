@@ -307,7 +307,9 @@ class KESTREL_API LMFFMovie {
  private:
   std::optional<std::string> subtitleTextAtTime(int64_t time) const;
   void provideImage(int64_t time, LMFFMovieImageProvider* provider);
+  void keepSoundGoing();
 
+  friend class LMFFMedia;  // keeps the sound going while it reads pictures
   struct State;
   std::unique_ptr<State> state_;
 };

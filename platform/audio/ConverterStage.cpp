@@ -17,6 +17,7 @@ namespace kestrel {
 namespace {
 
 constexpr int32_t kPieceFrames = 128;  // what is converted at a time
+constexpr int kWarmingPieces = 4;
 constexpr int64_t kDelayUnits = 1000;  // of a frame, in which the converter's delay is asked for
 constexpr uint32_t kMostChannels = 8;
 constexpr double kHighestRate = 384000;
@@ -84,8 +85,8 @@ class ConverterStage : public AudioStage {
     inputData_.assign(size(kPieceFrames, input), 0.0F);
     capacity_ = swr_get_out_samples(converter_.get(), 2 * kPieceFrames) + kPieceFrames;
     outputData_.assign(size(capacity_, output), 0.0F);
-    // The first piece has the library allocate what it needs; it is silence, and dropped.
-    convertPiece();
+    // The first pieces have the library allocate what it needs.
+    for (int i = 0; i < kWarmingPieces; ++i) convertPiece();
     waiting_ = 0;
     return input;
   }
@@ -118,7 +119,15 @@ class ConverterStage : public AudioStage {
     return converter_ ? static_cast<double>(input_->sampleRate) / output_->sampleRate : 1;
   }
 
-  void flush() override { waiting_ = 0; }
+  /// What the converter still has of the sound gives way to silence.
+  void flush() override {
+    if (!converter_) return;
+    std::ranges::fill(inputData_, 0.0F);
+    // It looks as far back as it looks ahead, which is what it delays the sound by.
+    const int64_t delay = swr_get_delay(converter_.get(), input_->sampleRate);
+    for (int64_t fed = 0; fed < 2 * delay + kPieceFrames; fed += kPieceFrames) convertPiece();
+    waiting_ = 0;
+  }
 
  private:
   void convertPiece() {

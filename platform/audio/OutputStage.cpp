@@ -5,6 +5,12 @@
 
 namespace kestrel {
 
+namespace {
+
+constexpr float kLoudest = 1000;  // 60 dB: more than any recording is too quiet by
+
+}  // namespace
+
 bool OutputStage::setParameter(uint32_t parameter, float value) {
   if (parameter != kAudioUnitParameter_Volume) return false;
   volume_ = value;
@@ -31,7 +37,7 @@ std::optional<AudioDevice::Format> OutputStage::prepare(const Format& output) {
 void OutputStage::render(float* data, int32_t frames) {
   pull(data, frames);
   const float set = volume_;
-  const float volume = std::isfinite(set) ? std::max(set, 0.0F) : 1.0F;
+  const float volume = std::isnan(set) ? 1.0F : std::clamp(set, 0.0F, kLoudest);
   if (reached_ < 0) reached_ = volume;
   const float step = (volume - reached_) / static_cast<float>(frames);
   for (int32_t i = 0; i < frames; ++i) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cmath>
 #include <memory>
 #include <mutex>
@@ -28,6 +29,13 @@ constexpr int64_t kMostShift = 256;    // how far the blend looks for a place wh
 // whose tempo is not changed.
 constexpr int kOptions = Stretcher::OptionProcessRealTime | Stretcher::OptionEngineFiner |
                          Stretcher::OptionWindowShort | Stretcher::OptionThreadingNever;
+
+/// It would write to standard error, such as that 384 kHz are more than it has been tuned for.
+struct NoLog : Stretcher::Logger {
+  void log(const char*) override {}
+  void log(const char*, double) override {}
+  void log(const char*, double, double) override {}
+};
 
 double usable(float rate) {
   return std::isfinite(rate) ? std::clamp(static_cast<double>(rate), kSlowest, kFastest) : 1.0;
@@ -66,10 +74,11 @@ class TimePitchStage : public AudioStage {
     if (format_ == output) return output;
     format_ = output;
     channels_ = static_cast<size_t>(output.channels);
-    stretcher_ =
-        std::make_unique<Stretcher>(static_cast<size_t>(output.sampleRate), channels_, kOptions);
+    stretcher_ = std::make_unique<Stretcher>(static_cast<size_t>(output.sampleRate), channels_,
+                                             std::make_shared<NoLog>(), kOptions);
     stretcher_->setMaxProcessSize(kMostFrames);
     pad_ = static_cast<int64_t>(stretcher_->getPreferredStartPad());
+    middle_ = static_cast<int64_t>(std::bit_floor(static_cast<uint64_t>(pad_)));
     ring_.assign(static_cast<size_t>(kRingFrames) * channels_, 0.0F);
     for (auto& plane : planes_) plane.assign(kMostFrames, 0.0F);
     for (auto& plane : stretched_) plane.assign(kMostFrames, 0.0F);
@@ -170,7 +179,7 @@ class TimePitchStage : public AudioStage {
     emitted_ = 0;
     markCount_ = 1;
     marks_[0] = {0, start_};
-    addMark(pad_, start_ + pad_);
+    addMark(middle_, start_ + middle_);
   }
 
   /// True when the stretcher stands where the sound does and can deliver `frames` frames.
@@ -229,10 +238,10 @@ class TimePitchStage : public AudioStage {
   }
 
   /// With nothing left to deliver, what the stretcher lacks of its next window tells where that
-  /// window begins. Its middle will be delivered half a window from now.
+  /// window begins. Its middle will be delivered as long from now as it lies behind the beginning.
   void markWindow() {
     const auto lacking = static_cast<int64_t>(stretcher_->getSamplesRequired());
-    addMark(emitted_ + pad_, fed_ - (2 * pad_ - lacking) + pad_);
+    addMark(emitted_ + middle_, fed_ - (2 * pad_ - lacking) + middle_);
   }
 
   void addMark(int64_t output, int64_t input) {
@@ -308,7 +317,9 @@ class TimePitchStage : public AudioStage {
   std::optional<Format> format_;
   size_t channels_ = 2;
   std::unique_ptr<Stretcher> stretcher_;
-  int64_t pad_ = 0;  // half a window, in frames
+  int64_t pad_ = 0;     // half of what the stretcher looks at for a window, in frames
+  int64_t middle_ = 0;  // of the window itself, a power of two; what is behind it only tells what
+                        // kind of sound comes next
   Mode mode_ = Mode::kPlain;
   std::vector<float> ring_;
   int64_t taken_ = 0;    // frames pulled

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kestrel {
@@ -145,6 +146,8 @@ TEST(LMAudioGraph, ItselfSuppliesAndTakesNothing) {
 
 TEST(LMAudioGraph, WithoutADeviceItPlaysOnAndSaysSoOnce) {
   const LogLines log;
+  // No other test of this program lacks a device; this one may be run again.
+  static bool isFirstRun = true;
   for (int i = 0; i < 2; ++i) {
     Chain chain;
     chain.device->setIsMissing(true);
@@ -154,8 +157,10 @@ TEST(LMAudioGraph, WithoutADeviceItPlaysOnAndSaysSoOnce) {
       chain.stop();
     }
   }
-  // Another test of this process may have been the one to be told.
-  EXPECT_LE(log.get().size(), 1);
+  if (std::exchange(isFirstRun, false))
+    EXPECT_THAT(log.get(), ElementsAre("there is no audio device: playing without being heard"));
+  else
+    EXPECT_THAT(log.get(), IsEmpty());
 }
 
 TEST(LMAudioGraph, CallbackFillsWhatIsMissingWithSilence) {

@@ -5,8 +5,10 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <optional>
 
 #include "tests/audio/Sound.h"
+#include "tests/dvd/Disc.h"
 #include "tests/e2e/Kestrel.h"
 #include "tests/e2e/TerminalRun.h"
 #include "tests/support/Fixture.h"
@@ -105,22 +107,42 @@ TEST(Play, InputWithoutALengthEndsToo) {
   EXPECT_EQ(result.status, 0) << result.err;
 }
 
+TEST(Play, SoundThatEndsBeforeThePicturesIsWhole) {
+  // The first says how long its sound is, the second does not.
+  for (const char* const name : {"sound-shorter.mkv", "sound-shorter.flv"}) {
+    const RunResult result = play(fixture(name), {"--rate", "4"});
+    EXPECT_EQ(result.status, 0) << name;
+    EXPECT_EQ(result.err, "") << name;
+  }
+}
+
+TEST(Play, SaysThatAnInputEndedEarly) {
+  const TempDir folder;
+  const auto file = folder / "cut.mkv";
+  const auto whole = fixture("sound-longer.mkv");
+  std::filesystem::copy_file(whole, file);
+  std::filesystem::resize_file(file, std::filesystem::file_size(whole) / 2);
+  EXPECT_TRUE(endsWithSentence(play(file, {"--rate", "4"}), 3, "ended early"));
+}
+
 TEST(Play, RefusesWhatHasNoSense) {
   const auto file = fixture("tone.mp3");
   EXPECT_TRUE(endsWithSentence(play(file, {"--rate", "5"}), 2, "--rate"));
   EXPECT_TRUE(endsWithSentence(play(file, {"--rate", "nan"}), 2, "--rate"));
   EXPECT_TRUE(endsWithSentence(play(file, {"--rate", "fast"}), 2, "--rate"));
-  EXPECT_TRUE(endsWithSentence(play(file, {"--volume", "-1"}), 2, "--volume"));
+  for (const char* const volume : {"-1", "1001", "1e300", "inf", "nan"})
+    EXPECT_TRUE(endsWithSentence(play(file, {"--volume", volume}), 2, "--volume"));
   EXPECT_TRUE(endsWithSentence(play(file, {"--start", "soon"}), 2, "--start"));
   EXPECT_TRUE(endsWithSentence(play(file, {"--start", "9:00"}), 2, "tone.mp3"));
   EXPECT_TRUE(endsWithSentence(play(file, {"--audio-tracks", "3"}), 2, "track 3"));
   EXPECT_TRUE(endsWithSentence(play(file, {"--picture"}), 1, "no pictures"));
   EXPECT_TRUE(endsWithSentence(play(fixture("av25.mp4"), {"--picture"}), 2, "--picture"));
+  EXPECT_TRUE(endsWithSentence(play(discImage("pal"), {"--title", "9"}), 2, "title 9"));
   EXPECT_TRUE(endsWithSentence(play("absent.mp3"), 1, "absent.mp3"));
 }
 
 TEST(Play, EndsAtOnceWhenInterrupted) {
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     TerminalRun program(playCommand(fixture("minutes.wav"), {"--no-input"}), kDummy);
     program.waitFor("playing");
     program.signal(number);
@@ -201,6 +223,12 @@ TEST_F(PlayOnTerminal, CtrlCInterrupts) {
   expectRestored();
 }
 
+TEST_F(PlayOnTerminal, CtrlBackslashInterruptsToo) {
+  program_.type("\x1c");
+  EXPECT_EQ(program_.wait(), 130);
+  expectRestored();
+}
+
 TEST_F(PlayOnTerminal, TwoSignalsLeaveTheTerminalAsItWas) {
   program_.signal(SIGTERM);
   program_.signal(SIGINT);
@@ -208,24 +236,83 @@ TEST_F(PlayOnTerminal, TwoSignalsLeaveTheTerminalAsItWas) {
   expectRestored();
 }
 
-TEST(PlaySuspended, GivesTheTerminalBackForTheTime) {
-  // Only what a shell has started can be stopped and go on.
-  TerminalRun program(
-      {"/bin/bash", "-c", "set -m; \"$0\" play \"$1\"; echo halted; read; fg; echo status=$?",
-       kestrelBinary(), fixture("minutes.wav").string()},
-      kDummy);
-  program.waitFor("playing  0:0");
-  program.type("\x1a");
-  program.waitFor("halted");
-  EXPECT_TRUE(isSame(program.settings(), program.firstSettings()));
-  program.type("\n");
-  program.waitFor("playing");
-  program.waitFor("playing");
-  EXPECT_EQ(program.settings().c_lflag & (ECHO | ICANON), 0U);
-  program.type("q");
-  program.waitFor("status=0");
-  EXPECT_EQ(program.wait(), 0);
-  EXPECT_TRUE(isSame(program.settings(), program.firstSettings()));
+/// Only what a shell has started can be stopped and go on: `script` says how, after that has been
+/// stopped.
+class PlayInShell : public testing::Test {
+ protected:
+  void begin(const std::string& script) {
+    program_.emplace(
+        Arguments{"/bin/bash", "-c", "set -m; was=$(stty -g); \"$0\" play \"$1\"; " + script,
+                  kestrelBinary(), fixture("minutes.wav").string()},
+        kDummy);
+    program_->waitFor("playing  0:0");
+  }
+
+  void expectRestored() {
+    EXPECT_TRUE(isSame(program_->settings(), program_->firstSettings()));
+    EXPECT_GT(program_->output().rfind("\x1b[?25h"), program_->output().rfind("\x1b[?25l"));
+  }
+
+  /// It is in front again, and its keys do something.
+  void expectKeysUntilItQuits() {
+    program_->waitFor("\x1b\\[\\?25l");
+    program_->waitFor("playing");
+    EXPECT_EQ(program_->settings().c_lflag & (ECHO | ICANON), 0U);
+    program_->type(" ");
+    program_->waitFor("paused");
+    program_->type("q");
+    program_->waitFor("status=0");
+    EXPECT_EQ(program_->wait(), 0);
+    expectRestored();
+  }
+
+  std::optional<TerminalRun> program_;
+};
+
+TEST_F(PlayInShell, StoppedByItsKeyItGivesTheTerminalBackForTheTime) {
+  begin("echo halted; read; fg; echo status=$?");
+  program_->type("\x1a");
+  program_->waitFor("halted");
+  expectRestored();
+  program_->type("\n");
+  expectKeysUntilItQuits();
+}
+
+TEST_F(PlayInShell, StoppedByASignalToo) {
+  begin("echo halted; read; fg; echo status=$?");
+  program_->signalForeground(SIGTSTP);
+  program_->waitFor("halted");
+  expectRestored();
+  program_->type("\n");
+  expectKeysUntilItQuits();
+}
+
+TEST_F(PlayInShell, StoppedWithoutNoticeItTakesTheTerminalAnew) {
+  begin("stty $was; echo halted; read; fg; echo status=$?");
+  program_->signalForeground(SIGSTOP);
+  program_->waitFor("halted");
+  program_->type("\n");
+  expectKeysUntilItQuits();
+}
+
+TEST_F(PlayInShell, InTheBackgroundItLeavesTheTerminalAlone) {
+  begin("bg; echo behind; sleep 1; echo shell; fg; echo status=$?");
+  program_->type("\x1a");
+  program_->waitFor("behind");
+  expectRestored();
+  const std::string shown = program_->waitFor("([\\s\\S]*)shell");
+  EXPECT_THAT(shown, Not(HasSubstr("playing")));
+  expectKeysUntilItQuits();
+}
+
+TEST(PlayDisc, PlaysTheTitleThatIsNamed) {
+  for (const auto& [title, length] :
+       {std::pair{"1", "0:08.0"}, std::pair{"main", "0:08.0"}, std::pair{"4", "0:02.0"}}) {
+    TerminalRun program(playCommand(discImage("pal"), {"--title", title}), kDummy);
+    program.waitFor(std::string("playing  0:0[0-9.]+ / ") + length);
+    program.type("q");
+    EXPECT_EQ(program.wait(), 0);
+  }
 }
 
 struct PlayWithoutKeys : PlayOnTerminal {
@@ -237,24 +324,6 @@ TEST_F(PlayWithoutKeys, LeavesTheTerminalsInputAlone) {
   program_.signal(SIGTERM);
   EXPECT_EQ(program_.wait(), 130);
   expectRestored();
-}
-
-TEST(PlayPicture, IsShownBelowTheLine) {
-  TerminalRun program(playCommand(fixture("numbered25.mp4"), {"--picture"}), kDummy);
-  program.waitFor("playing");
-  program.waitFor("\x1b\\[38;2;[0-9]+;[0-9]+;[0-9]+m\x1b\\[48;2;[0-9]+;[0-9]+;[0-9]+m▀");
-  program.waitFor("playing  0:0[1-9]");
-  program.type("q");
-  EXPECT_EQ(program.wait(), 0);
-  EXPECT_TRUE(isSame(program.settings(), program.firstSettings()));
-}
-
-TEST(PlayPicture, NeedsATerminalWithColors) {
-  TerminalRun program(playCommand(fixture("numbered25.mp4"), {"--picture"}),
-                      {"SDL_AUDIODRIVER=dummy", "TERM=dumb"});
-  EXPECT_EQ(program.wait(), 2);
-  EXPECT_THAT(program.output(), HasSubstr("--picture"));
-  EXPECT_THAT(program.output(), Not(HasSubstr("▀")));
 }
 
 }  // namespace

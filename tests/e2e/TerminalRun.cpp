@@ -70,6 +70,10 @@ void TerminalRun::signal(int number) const {
   if (pid_ > 0) kill(pid_, number);
 }
 
+void TerminalRun::signalForeground(int number) const {
+  if (const pid_t group = tcgetpgrp(terminal_); group > 0) kill(-group, number);
+}
+
 /// Reads what is there, waiting for a moment; false when there is nothing.
 bool TerminalRun::readSome() {
   pollfd file{terminal_, POLLIN, 0};
@@ -95,6 +99,15 @@ std::string TerminalRun::waitFor(const std::string& pattern) {
     }
     if (std::chrono::steady_clock::now() > deadline)
       throw std::runtime_error("never shown: " + pattern + "; shown: " + output_);
+    readSome();
+  }
+}
+
+void TerminalRun::waitUntil(const std::function<bool(const std::string& output)>& isReached) {
+  const auto deadline = std::chrono::steady_clock::now() + kTimeLimit;
+  while (!isReached(output_)) {
+    if (std::chrono::steady_clock::now() > deadline)
+      throw std::runtime_error("never reached; shown: " + output_);
     readSome();
   }
 }

@@ -4,6 +4,7 @@
 #include <termios.h>
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -23,10 +24,15 @@ class TerminalRun {
 
   void type(const std::string& bytes) const;
   void signal(int number) const;
+  /// Sends a signal to what runs in front on the terminal, as a job of the program's.
+  void signalForeground(int number) const;
 
   /// Waits until something is shown, after what was waited for before, that a regular expression
   /// matches, and answers its first group, or all of it.
   std::string waitFor(const std::string& pattern);
+
+  /// Waits until all that was shown so far is as it should be.
+  void waitUntil(const std::function<bool(const std::string& output)>& isReached);
 
   /// Waits until the program ends; its exit status, or 128 + n after signal n.
   int wait();

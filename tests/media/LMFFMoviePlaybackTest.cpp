@@ -145,19 +145,24 @@ TEST(LMFFMoviePlayback, PausedAtAnotherRateTheClockGoesOnWhereItWas) {
 // The clock.
 
 /// Plays a pulse each second and compares the clock with what is heard.
-class PlaybackClock : public testing::TestWithParam<float> {};
+class PlaybackClock : public testing::TestWithParam<std::tuple<int32_t, float>> {};
 
 TEST_P(PlaybackClock, FollowsWhatIsHeard) {
-  const float rate = GetParam();
-  PulledMovie movie(std::make_shared<ComputedSound>(30 * kRate, [](int64_t frame) {
-                      const int64_t offset = frame % kRate;
-                      return offset < 400 ? sineAt(1000, offset, 44100, 0.8) : 0.0F;
-                    })->createMedias());
+  const auto [deviceRate, rate] = GetParam();
+  PulledMovie movie(std::make_shared<ComputedSound>(30 * kRate,
+                                                    [](int64_t frame) {
+                                                      const int64_t offset = frame % kRate;
+                                                      return offset < 400
+                                                                 ? sineAt(1000, offset, 44100, 0.8)
+                                                                 : 0.0F;
+                                                    })
+                        ->createMedias(),
+                    {.sampleRate = deviceRate, .channels = 2});
   movie->setRate(rate);
   movie->play();
   movie.pull(kRate / 2);
   std::set<int64_t> heard;
-  for (int i = 0; i < 4 * kRate / 128; ++i) {
+  for (int i = 0; i < 4 * deviceRate / 128; ++i) {
     const int64_t before = movie->currentTime();
     const auto sound = movie.pull(128, 128);
     const int64_t after = movie->currentTime();
@@ -172,7 +177,8 @@ TEST_P(PlaybackClock, FollowsWhatIsHeard) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rates, PlaybackClock,
-                         testing::Values(0.25F, 0.5F, 1.0F, 1.5F, 2.0F, 4.0F));
+                         testing::Combine(testing::Values(44100, 48000, 96000),
+                                          testing::Values(0.25F, 0.5F, 1.0F, 1.5F, 2.0F, 4.0F)));
 
 TEST(LMFFMoviePlayback, ClockIsExactAtRateOne) {
   PulledMovie movie(toneOf(2 * kRate));

@@ -51,7 +51,8 @@ class ComputedSound : public LMWavSource {
 /// asked for before it is there, so that what is heard does not depend on how busy the machine is.
 class PulledMovie {
  public:
-  explicit PulledMovie(const LMFFMovie::MediaList& medias) {
+  explicit PulledMovie(const LMFFMovie::MediaList& medias, AudioDevice::Format format = {})
+      : device_(std::make_shared<PulledAudioDevice>(format)) {
     movie_.openMedias(medias);
     movie_.audioOutputGraph()->graph().setDevice(device_);
   }
@@ -81,7 +82,7 @@ class PulledMovie {
   }
 
  private:
-  std::shared_ptr<PulledAudioDevice> device_ = std::make_shared<PulledAudioDevice>();
+  std::shared_ptr<PulledAudioDevice> device_;
   LMFFMovie movie_;
 };
 

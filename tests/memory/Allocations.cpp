@@ -1,38 +1,61 @@
 #include "tests/memory/Allocations.h"
 
+#include <cerrno>
 #include <cstddef>
-#include <cstdlib>
-#include <new>
 
 std::atomic<int> kestrel::test::allocations = 0;
 
+using kestrel::test::allocations;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+
+// A sanitizer has replaced the functions itself, and tells of each call.
+
+#include <sanitizer/allocator_interface.h>
+
 namespace {
 
-void* counted(size_t size, size_t alignment) {
-  ++kestrel::test::allocations;
-  const size_t rounded = (size + alignment - 1) / alignment * alignment;
-  if (void* memory = std::aligned_alloc(alignment, rounded)) return memory;
-  throw std::bad_alloc();
-}
+void count(const volatile void* /*memory*/, size_t /*size*/) { ++allocations; }
+void countNothing(const volatile void* /*memory*/) {}
 
-/// Not inlined: the compiler would take the calls of a pair for a mix-up.
-[[gnu::noinline]] void release(void* memory) noexcept { std::free(memory); }
+[[maybe_unused]] const int isInstalled =
+    __sanitizer_install_malloc_and_free_hooks(count, countNothing);
 
 }  // namespace
 
-void* operator new(size_t size) { return counted(size, alignof(std::max_align_t)); }
-void* operator new[](size_t size) { return counted(size, alignof(std::max_align_t)); }
-void* operator new(size_t size, std::align_val_t alignment) {
-  return counted(size, static_cast<size_t>(alignment));
+#else
+
+// These take the place of the C library's own, for every library: `new` and av_malloc end here,
+// too.
+#pragma GCC visibility push(default)
+extern "C" {
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* memory, size_t size);
+void* __libc_memalign(size_t alignment, size_t size);
+
+void* malloc(size_t size) {
+  ++allocations;
+  return __libc_malloc(size);
 }
-void* operator new[](size_t size, std::align_val_t alignment) {
-  return counted(size, static_cast<size_t>(alignment));
+void* calloc(size_t count, size_t size) {
+  ++allocations;
+  return __libc_calloc(count, size);
 }
-void operator delete(void* memory) noexcept { release(memory); }
-void operator delete[](void* memory) noexcept { release(memory); }
-void operator delete(void* memory, size_t) noexcept { release(memory); }
-void operator delete[](void* memory, size_t) noexcept { release(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { release(memory); }
-void operator delete[](void* memory, std::align_val_t) noexcept { release(memory); }
-void operator delete(void* memory, size_t, std::align_val_t) noexcept { release(memory); }
-void operator delete[](void* memory, size_t, std::align_val_t) noexcept { release(memory); }
+void* realloc(void* memory, size_t size) {
+  ++allocations;
+  return __libc_realloc(memory, size);
+}
+void* memalign(size_t alignment, size_t size) {
+  ++allocations;
+  return __libc_memalign(alignment, size);
+}
+void* aligned_alloc(size_t alignment, size_t size) { return memalign(alignment, size); }
+int posix_memalign(void** memory, size_t alignment, size_t size) {
+  *memory = memalign(alignment, size);
+  return *memory ? 0 : ENOMEM;
+}
+}
+#pragma GCC visibility pop
+
+#endif

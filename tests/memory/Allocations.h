@@ -4,8 +4,8 @@
 
 namespace kestrel::test {
 
-/// How often memory was allocated by `new`, by whichever thread. These tests have a program of
-/// their own because it replaces the allocation functions of the whole program.
+/// How often memory was allocated, in whichever way and by whichever thread. These tests have a
+/// program of their own because it replaces the allocation functions of the whole program.
 extern std::atomic<int> allocations;
 
 }  // namespace kestrel::test

@@ -7,6 +7,10 @@
 
 #include "tests/memory/Allocations.h"
 
+extern "C" {
+#include <libavutil/mem.h>
+}
+
 namespace kestrel {
 namespace {
 
@@ -40,8 +44,8 @@ class FixedDevice : public AudioDevice {
   std::vector<float> data_;
 };
 
-/// How many allocations a few seconds of playing take: at rate 1, while the rate changes, after the
-/// queue was cleared, and while it is empty.
+/// How many allocations a few seconds of playing take, from the first call on: at rate 1, while the
+/// rate changes, after the queue was cleared, and while it is empty.
 int allocationsOfPlaying(AudioDevice::Format format) {
   const auto device = std::make_shared<FixedDevice>(format);
   LMOutputAudioGraph graph;
@@ -49,19 +53,23 @@ int allocationsOfPlaying(AudioDevice::Format format) {
   graph.start();
   const std::vector<float> sound(2 * 4096, 0.1F);
   int count = 0;
-  for (int round = 0; round < 2; ++round) {
-    for (int i = 0; i < 300; ++i) {
-      if (i < 280)
-        while (graph.bufferFrames() < 8192) graph.writeSample(sound.data(), 4096);
-      graph.setRate(i % 150 < 40 ? 1.0F : 0.25F + static_cast<float>(i % 16) / 4);
-      graph.setVolume(static_cast<float>(i % 3));
-      if (i % 70 == 0) graph.clearBuffer();
-      const int before = allocations;
-      device->play();
-      if (round > 0) count += allocations - before;  // the first round is for warming up
-    }
+  for (int i = 0; i < 300; ++i) {
+    if (i < 280)
+      while (graph.bufferFrames() < 8192) graph.writeSample(sound.data(), 4096);
+    graph.setRate(i % 150 < 40 ? 1.0F : 0.25F + static_cast<float>(i % 16) / 4);
+    graph.setVolume(static_cast<float>(i % 3));
+    if (i % 70 == 69) graph.clearBuffer();
+    const int before = allocations;
+    device->play();
+    count += allocations - before;
   }
   return count;
+}
+
+TEST(PlaybackAllocationTest, FFmpegsAllocationsAreCountedToo) {
+  const int before = allocations;
+  av_free(av_malloc(100));
+  EXPECT_GT(allocations, before);
 }
 
 TEST(PlaybackAllocationTest, CallForSoundAllocatesNothing) {
@@ -69,7 +77,10 @@ TEST(PlaybackAllocationTest, CallForSoundAllocatesNothing) {
 }
 
 TEST(PlaybackAllocationTest, NeitherDoesOneThatConverts) {
-  EXPECT_EQ(allocationsOfPlaying({.sampleRate = 48000, .channels = 6}), 0);
+  for (const int32_t rate : {8000, 22050, 48000, 96000, 192000})
+    for (const int32_t channels : {1, 2, 6})
+      EXPECT_EQ(allocationsOfPlaying({.sampleRate = rate, .channels = channels}), 0)
+          << rate << " Hz, " << channels << " channels";
 }
 
 }  // namespace
