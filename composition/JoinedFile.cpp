@@ -22,6 +22,9 @@ namespace {
 /// (microseconds) is meant.
 constexpr int64_t kOrdinaryOverhang = 100000;
 
+/// Positions beyond it are no times of a movie: about thirty years.
+constexpr double kLongestTime = 1e9;
+
 int64_t inMicroseconds(int64_t time, AVRational base) {
   return av_rescale_q(time, base, kMicroseconds);
 }
@@ -109,6 +112,8 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     if (!track->avstream()) return fail(fmt::format("'{}' cannot be read", track->path()));
   }
   const double wanted = input.front()->position();
+  if (wanted > kLongestTime)
+    return fail(fmt::format("'{}' begins at no time", input.front()->path()));
   const int64_t start = input.front()->source()->start_time();
   const bool isBehind = !(wanted >= 0);
   int64_t offset = 0;

@@ -9,11 +9,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
-#include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
-#include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Codecs.h"
@@ -39,17 +38,26 @@ struct Arguments {
   bool force = false;
 };
 
-/// Opens the track's file and makes sure that the output can take its stream.
-void openTrack(LMMovieCompositionTrack& track, const std::string& output) {
-  track.setSource(openInput(track.path()));
-  const AVFormatContext& context = *track.source()->formatContext();
-  const AVStream* stream = track.avstream();
-  if (!stream)
-    throw Failure{kFailed, fmt::format("'{}' has no stream {}: it has {}", track.path(),
-                                       track.track(), context.nb_streams)};
-  requireContainerHolds(outputFormatFor(output), stream->codecpar->codec_id, output);
-  for (unsigned i = 0; i < context.nb_streams; ++i)
-    if (context.streams[i] != stream) context.streams[i]->discard = AVDISCARD_ALL;
+/// The tracks that placements stand for, their files opened and read no further than needed.
+LMMovieComposition::TrackList openTracks(const std::vector<Placement>& placements) {
+  LMMovieComposition::TrackList tracks;
+  for (const Placement& placement : placements) {
+    auto track = std::make_shared<LMMovieCompositionTrack>();
+    track->setSource(openInput(placement.path));
+    track->setTrack(placement.track);
+    track->setPosition(placement.position);
+    track->setRate(placement.rate);
+    const AVFormatContext& context = *track->source()->formatContext();
+    const AVStream* stream = track->avstream();
+    if (!stream)
+      throw Failure{kFailed,
+                    fmt::format("'{}' has no stream {}: the last one is {}", placement.path,
+                                placement.track, static_cast<int>(context.nb_streams) - 1)};
+    for (unsigned i = 0; i < context.nb_streams; ++i)
+      if (context.streams[i] != stream) context.streams[i]->discard = AVDISCARD_ALL;
+    tracks.push_back(std::move(track));
+  }
+  return tracks;
 }
 
 double lengthOf(const LMMovieCompositionTrack& track) {
@@ -57,21 +65,17 @@ double lengthOf(const LMMovieCompositionTrack& track) {
   return duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(duration) / AV_TIME_BASE;
 }
 
-int compose(const std::vector<Placement>& placements, const Arguments& arguments) {
+int compose(const LMMovieComposition::TrackList& tracks, const Arguments& arguments) {
   LMMovieComposition composition;
   double length = 0;
-  for (const Placement& placement : placements) {
-    const auto track = composition.insert(placement.path, placement.position, 1);
-    track->setTrack(placement.track);
-    openTrack(*track, arguments.output);
-    length = std::max(length, placement.position + lengthOf(*track));
-    std::error_code ignored;
-    if (std::filesystem::equivalent(arguments.output, placement.path, ignored))
-      throw Failure{
-          kFailed, fmt::format("'{}' is an input itself; choose another output", arguments.output)};
+  for (const auto& track : tracks) {
+    requireContainerHolds(outputFormatFor(arguments.output), track->avstream()->codecpar->codec_id,
+                          arguments.output);
+    length = std::max(length, track->position() + lengthOf(*track));
   }
   OutputFile target(arguments.output, arguments.force);
   Progress progress(parseProgressStyle("--progress", arguments.progress), length);
+  composition.setTracks(tracks);
   composition.setKeepsDurations(true);
   composition.setInterrupt(interrupted);
   composition.setProgress(
@@ -85,21 +89,37 @@ int compose(const std::vector<Placement>& placements, const Arguments& arguments
   return kDone;
 }
 
-int run(const Arguments& arguments) {
+/// The placements that are loaded and named; throws where they cannot be meant.
+std::vector<Placement> placementsOf(const Arguments& arguments) {
   if (arguments.output.empty() && arguments.save.empty())
     throw wrongUsage("nothing to do: give -o, --save or both");
   std::vector<Placement> placements;
   if (!arguments.load.empty()) placements = loadPlacements(arguments.load);
   for (const std::string& text : arguments.tracks) placements.push_back(parsePlacement(text));
   if (placements.empty()) throw wrongUsage("there is no track: name files or --load some");
-  for (const Placement& placement : placements)
+  std::vector<std::string> paths;
+  for (const Placement& placement : placements) {
     if (!(placement.position >= 0)) throw wrongUsage("a position is 0 or more");
-  if (!arguments.save.empty()) {
-    OutputFile target(arguments.save, arguments.force);
-    savePlacements(placements, target.path());
-    target.commit();
+    paths.push_back(placement.path);
   }
-  return arguments.output.empty() ? kDone : compose(placements, arguments);
+  if (!arguments.output.empty()) requireNoInput(arguments.output, paths);
+  if (!arguments.save.empty()) requireNoInput(arguments.save, paths);
+  if (!arguments.save.empty() && isSameFile(arguments.save, arguments.output))
+    throw wrongUsage("--save and -o name the same file");
+  return placements;
+}
+
+int run(const Arguments& arguments) {
+  const std::vector<Placement> placements = placementsOf(arguments);
+  const auto tracks = openTracks(placements);
+  std::optional<OutputFile> stored;
+  if (!arguments.save.empty()) {
+    stored.emplace(arguments.save, arguments.force);
+    savePlacements(placements, stored->path());
+  }
+  const int status = arguments.output.empty() ? kDone : compose(tracks, arguments);
+  if (stored && status != kInterrupted) stored->commit();
+  return status;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 
 #include "Failure.h"
@@ -34,6 +35,20 @@ double expectedLength(const std::vector<JoinPart>& parts) {
     end = begin + duration / part.input.rate;
   }
   return end;
+}
+
+/// Nobody plays slower or faster, or waits longer for an input.
+constexpr double kSlowest = 0.01;
+constexpr double kFastest = 100;
+constexpr double kLatest = 7 * 24 * 3600.0;  // seconds
+
+void requirePossible(const JoinInput& input) {
+  if (!(input.rate >= kSlowest && input.rate <= kFastest))
+    throw wrongUsage(fmt::format("'{}': the rate {} does not lie between {} and {}", input.path,
+                                 input.rate, kSlowest, kFastest));
+  if (!std::isfinite(input.position) || input.position > kLatest)
+    throw wrongUsage(fmt::format("'{}': the position {} s does not lie within a week", input.path,
+                                 input.position));
 }
 
 void say(const JoinSettings& settings, const std::string& sentence) {
@@ -100,16 +115,14 @@ int judgeInputs(const std::vector<JoinPart>& parts) {
 
 int joinFiles(const JoinSettings& settings) {
   if (settings.inputs.empty()) throw wrongUsage("there is nothing to join");
-  for (const JoinInput& input : settings.inputs)
-    if (!(input.rate > 0)) throw wrongUsage(fmt::format("'{}': a rate is above 0", input.path));
-  JoinPlan plan = planJoin(settings);
-  OutputFile target(settings.output, settings.force, settings.inputs.front().path);
+  std::vector<std::string> paths;
   for (const JoinInput& input : settings.inputs) {
-    std::error_code ignored;
-    if (std::filesystem::equivalent(settings.output, input.path, ignored))
-      throw Failure{kFailed,
-                    fmt::format("'{}' is an input itself; choose another output", settings.output)};
+    requirePossible(input);
+    paths.push_back(input.path);
   }
+  requireNoInput(settings.output, paths);
+  JoinPlan plan = planJoin(settings);
+  OutputFile target(settings.output, settings.force);
   if (settings.showTable) settings.showTable(plan.table);
 
   std::string reason = plan.reasons.empty() ? "" : fmt::format("{}", fmt::join(plan.reasons, "; "));
