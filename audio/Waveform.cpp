@@ -234,7 +234,7 @@ Waveform readWaveform(LMMediaSource& source, const WaveformSettings& settings) {
     if (settings.interrupt && settings.interrupt()) throw Stop("interrupted");
   };
   const PacketPtr packet = makePacket();
-  while (av_read_frame(context, packet.get()) >= 0) {
+  while (source.readPacket(packet.get())) {
     requireGoingOn();
     const auto place = std::ranges::find(chosen, static_cast<unsigned>(packet->stream_index));
     if (place != chosen.end()) {

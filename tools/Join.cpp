@@ -66,11 +66,12 @@ void ignoreOtherStreams(const JoinPart& part) {
 
 /// Joins by copying packets. Answers why that can't be done, none when it is done; throws `Failure`
 /// when the file cannot be written.
-std::optional<std::string> copyParts(const JoinSettings& settings,
-                                     const std::vector<JoinPart>& parts, const std::string& path) {
+std::optional<std::string> copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
+                                     const std::string& path) {
   LMMovieComposition composition;
   LMMovieComposition::TrackList tracks;
-  for (const JoinPart& part : parts) {
+  std::vector<JoinPart*> owners;  // of the tracks
+  for (JoinPart& part : parts) {
     ignoreOtherStreams(part);
     for (const AVStream* stream : part.streams()) {
       auto track = std::make_shared<LMMovieCompositionTrack>();
@@ -80,9 +81,10 @@ std::optional<std::string> copyParts(const JoinSettings& settings,
                                                   : LMMovieComposition::kBehind);
       track->setRate(part.input.rate);
       tracks.push_back(std::move(track));
+      owners.push_back(&part);
     }
   }
-  composition.setTracks(std::move(tracks));
+  composition.setTracks(tracks);
   Progress progress(settings.progress, expectedLength(parts));
   composition.setInterrupt(interrupted);
   composition.setProgress(
@@ -93,6 +95,10 @@ std::optional<std::string> copyParts(const JoinSettings& settings,
   if (error.code == LMMovieComposition::kDoesNotJoin) return error.message;
   if (error)
     throw Failure{kFailed, fmt::format("cannot write '{}': {}", settings.output, error.message)};
+  for (size_t i = 0; i < tracks.size(); ++i) {
+    const auto reached = static_cast<int64_t>((tracks[i]->dts() - tracks[i]->startTime()) * 1e6);
+    owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
+  }
   progress.finish();
   return std::nullopt;
 }
@@ -101,12 +107,8 @@ std::optional<std::string> copyParts(const JoinSettings& settings,
 int judgeInputs(const std::vector<JoinPart>& parts) {
   int status = kDone;
   for (const JoinPart& part : parts) {
-    const Error error = part.source->lastError();
-    const AVIOContext* io = part.source->formatContext()->pb;
-    const bool isBroken = error || (io && io->error < 0 && io->error != AVERROR_EOF);
-    if (!isBroken) continue;
-    fmt::print(stderr, "kestrel: '{}' ended early\n", part.input.path);
-    status = kDoneInPart;
+    const int64_t promised = part.isCut ? 0 : promisedLength(*part.source->formatContext());
+    if (judgeInput(part.input.path, promised, part.end) != kDone) status = kDoneInPart;
   }
   return status;
 }

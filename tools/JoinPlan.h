@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "InputEnd.h"
 #include "Join.h"
 
 struct AVFormatContext;
@@ -20,6 +21,8 @@ struct JoinPart {
   std::shared_ptr<kestrel::LMMediaSource> source;
   std::optional<uint32_t> video;  ///< container index of the pictures
   std::vector<uint32_t> audios;   ///< container indexes of the sound tracks
+  InputEnd end = {};              ///< how far it was read by the join
+  bool isCut = false;             ///< it was not to be read to its end
 
   /// Pictures first, then the sound tracks.
   std::vector<AVStream*> streams() const;
