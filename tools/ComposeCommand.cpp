@@ -12,12 +12,14 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Codecs.h"
 #include "Failure.h"
 #include "Input.h"
+#include "InputEnd.h"
 #include "Interrupt.h"
 #include "OutputFile.h"
 #include "Placement.h"
@@ -44,6 +46,7 @@ LMMovieComposition::TrackList openTracks(const std::vector<Placement>& placement
   for (const Placement& placement : placements) {
     auto track = std::make_shared<LMMovieCompositionTrack>();
     track->setSource(openInput(placement.path));
+    fillInTimes(*track->source());
     track->setTrack(placement.track);
     track->setPosition(placement.position);
     track->setRate(placement.rate);
@@ -65,12 +68,36 @@ double lengthOf(const LMMovieCompositionTrack& track) {
   return duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(duration) / AV_TIME_BASE;
 }
 
+/// Whether the tracks were read to their ends; says where not.
+int judgeTracks(const LMMovieComposition::TrackList& tracks) {
+  int status = kDone;
+  for (const auto& track : tracks) {
+    const auto reached = static_cast<int64_t>((track->dts() - track->startTime()) * 1e6);
+    const int64_t promised = promisedLength(*track->source()->formatContext(), *track->avstream());
+    const InputEnd end{reached, track->source()->lastError(), 0};
+    if (judgeInput(track->path(), promised, end) != kDone) status = kDoneInPart;
+  }
+  return status;
+}
+
+/// AVI stores pictures in the order of decoding and no times: where that is not the order in which
+/// they are shown, only another AVI can take them.
+void requireTimes(LMMovieCompositionTrack& track, const AVOutputFormat& container) {
+  const std::string_view input = track.source()->formatContext()->iformat->name;
+  if (input == "avi" && track.avstream()->codecpar->video_delay > 0 &&
+      std::string_view(container.name) != "avi")
+    throw Failure{kFailed, fmt::format("'{}' does not tell when its pictures are shown; 'convert' "
+                                       "or 'join' encodes them anew",
+                                       track.path())};
+}
+
 int compose(const LMMovieComposition::TrackList& tracks, const Arguments& arguments) {
   LMMovieComposition composition;
   double length = 0;
+  const AVOutputFormat& container = outputFormatFor(arguments.output);
   for (const auto& track : tracks) {
-    requireContainerHolds(outputFormatFor(arguments.output), track->avstream()->codecpar->codec_id,
-                          arguments.output);
+    requireContainerHolds(container, track->avstream()->codecpar->codec_id, arguments.output);
+    requireTimes(*track, container);
     length = std::max(length, track->position() + lengthOf(*track));
   }
   OutputFile target(arguments.output, arguments.force);
@@ -86,7 +113,7 @@ int compose(const LMMovieComposition::TrackList& tracks, const Arguments& argume
     throw Failure{kFailed, fmt::format("cannot write '{}': {}", arguments.output, error.message)};
   progress.finish();
   target.commit();
-  return kDone;
+  return judgeTracks(tracks);
 }
 
 /// The placements that are loaded and named; throws where they cannot be meant.

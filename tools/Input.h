@@ -15,3 +15,8 @@ std::shared_ptr<kestrel::LMMediaSource> openInput(const std::string& path);
 /// wrong usage, and so is a title of a file.
 std::shared_ptr<kestrel::LMMediaSource> openInput(const std::string& path,
                                                   const std::string& title);
+
+/// Has the demuxer of an opened input fill in when pictures are shown where its container, which
+/// usually tells, leaves that out: broadcasts begin with such pictures. To be called before the
+/// first packet is read.
+void fillInTimes(const kestrel::LMMediaSource& source);

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "Failure.h"
+#include "Input.h"
 #include "Interrupt.h"
 #include "JoinEncoder.h"
 #include "JoinPlan.h"
@@ -36,6 +37,9 @@ double expectedLength(const std::vector<JoinPart>& parts) {
   }
   return end;
 }
+
+/// What sound that is encoded anew has at most.
+constexpr int kStereo = 2;
 
 /// Nobody plays slower or faster, or waits longer for an input.
 constexpr double kSlowest = 0.01;
@@ -73,6 +77,7 @@ std::optional<std::string> copyParts(const JoinSettings& settings, std::vector<J
   std::vector<JoinPart*> owners;  // of the tracks
   for (JoinPart& part : parts) {
     ignoreOtherStreams(part);
+    fillInTimes(*part.source);
     for (const AVStream* stream : part.streams()) {
       auto track = std::make_shared<LMMovieCompositionTrack>();
       track->setSource(part.source);
@@ -125,7 +130,10 @@ int joinFiles(const JoinSettings& settings) {
   requireNoInput(settings.output, paths);
   JoinPlan plan = planJoin(settings);
   OutputFile target(settings.output, settings.force);
-  if (settings.showTable) settings.showTable(plan.table);
+  if (settings.showTable)
+    settings.showTable(plan.table);
+  else
+    for (const std::string& sentence : plan.leftOut) say(settings, sentence);
 
   std::string reason = plan.reasons.empty() ? "" : fmt::format("{}", fmt::join(plan.reasons, "; "));
   const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
@@ -141,6 +149,8 @@ int joinFiles(const JoinSettings& settings) {
     if (settings.reencode == JoinSettings::Reencode::kNever)
       throw Failure{kFailed, "the inputs do not fit together: " + reason};
     say(settings, "encoding anew: " + (mayCopy ? reason : "as asked for"));
+    if (const int channels = plan.parts.front().channels(); channels > kStereo)
+      say(settings, fmt::format("{} channels of sound become {}", channels, kStereo));
     for (JoinPart& part : plan.parts) part = openPart(part.input);
     encodeJoin(settings, plan.parts, expectedLength(plan.parts), target.path());
     if (interrupted()) return kInterrupted;

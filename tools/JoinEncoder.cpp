@@ -30,7 +30,6 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/channel_layout.h>
 #include <libavutil/mathematics.h>
 }
 
@@ -47,15 +46,6 @@ constexpr int64_t kLongestLead = 1000000;
 
 /// By how much time stamps may be early, in ticks.
 constexpr double kJitter = 0.05;
-
-std::string layoutName(const AVChannelLayout& layout) {
-  const int64_t usual = lm_get_default_channel_layout(layout.nb_channels);
-  char text[64] = "";
-  AVChannelLayout named{};
-  if (usual) av_channel_layout_from_mask(&named, static_cast<uint64_t>(usual));
-  av_channel_layout_describe(&named, text, sizeof text);
-  return usual ? text : "";
-}
 
 bool isEncodable(const AVOutputFormat& container, AVCodecID codec, const std::string& path) {
   try {
@@ -86,7 +76,11 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   // Another codec may not know the rate.
   if (!format.sampleRate && format.audioCodec == avcodec_get_name(sound.codecpar->codec_id))
     format.sampleRate = sound.codecpar->sample_rate;
-  if (format.channels.empty()) format.channels = layoutName(sound.codecpar->ch_layout);
+  // The movie's own sound, which goes into the encoder, is stereo.
+  const bool isMono = std::ranges::all_of(first.audios, [&](uint32_t stream) {
+    return context.streams[stream]->codecpar->ch_layout.nb_channels == 1;
+  });
+  if (format.channels.empty()) format.channels = isMono ? "mono" : "stereo";
   return format;
 }
 

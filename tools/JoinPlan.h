@@ -26,12 +26,16 @@ struct JoinPart {
 
   /// Pictures first, then the sound tracks.
   std::vector<AVStream*> streams() const;
+
+  /// The most channels that one of the sound tracks has; 0 without any.
+  int channels() const;
 };
 
 /// What can be said of a join before anything is copied.
 struct JoinPlan {
   std::vector<JoinPart> parts;
   std::vector<std::string> reasons;  ///< why packets cannot be copied; empty where they can
+  std::vector<std::string> leftOut;  ///< what of the inputs has no place in the output, a line each
   std::string table;                 ///< what fits and what does not, for people
 };
 

@@ -161,6 +161,46 @@ TEST_F(ComposeTest, AListIsStoredOnlyWhereTheWholeIsDone) {
   EXPECT_THAT(namesIn(folder_.path()), IsEmpty());
 }
 
+TEST_F(ComposeTest, AviHasNoPlaceForPositionsOfSound) {
+  const auto avi = folder_ / "in.avi";
+  ffmpeg({"-i", fixture("av25.mp4").string(), "-c:v", "mpeg4", "-c:a", "mp3", avi.string()});
+  const auto output = (folder_ / "out.avi").string();
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output, avi.string(), avi.string() + ":1@1.25"}), 1,
+                               "the avi format has no place for the gap"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output, avi.string() + "@0.5"}), 1, "gap"));
+  EXPECT_FALSE(fs::exists(output));
+  EXPECT_EQ(compose({"-o", output, avi.string(), avi.string() + ":1"}).status, 0);
+  EXPECT_EQ(packetHashes(output, "a"), packetHashes(avi, "a"));
+}
+
+TEST_F(ComposeTest, PicturesWithoutTimesAreRefusedInWords) {
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_, fixture("mpeg4-bframes.avi").string()}), 1,
+                               "does not tell when"));
+}
+
+TEST_F(ComposeTest, AnInputThatEndsEarlyIsToldOf) {
+  const auto whole = folder_ / "whole.mp4";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-c", "copy", "-movflags", "+faststart",
+          whole.string()});
+  const auto cut = folder_ / "cut.mp4";
+  const std::string bytes = readBytes(whole);
+  writeBytes(cut, bytes.substr(0, bytes.size() / 2));
+  const RunResult result = compose({"-o", output_, cut.string() + ":0", whole.string() + ":1"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, testing::HasSubstr("cut.mp4' ended early, at "));
+  EXPECT_THAT(result.err, testing::Not(testing::HasSubstr("whole")));
+  EXPECT_FALSE(packets(output_, "v").empty());
+}
+
+TEST_F(ComposeTest, ATrackThatIsShorterThanItsFileHasNotEndedEarly) {
+  const auto clip = folder_ / "short-sound.mkv";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-i", fixture("av25.mp4").string(), "-map",
+          "0:v", "-map", "1:a", "-c", "copy", clip.string()});
+  const RunResult result = compose({"-o", output_, clip.string() + ":1"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+}
+
 TEST_F(ComposeTest, WrongUsageIsOneSentence) {
   const auto clip = fixture("av25.mp4").string();
   EXPECT_TRUE(endsWithSentence(compose({clip}), 2, "-o"));

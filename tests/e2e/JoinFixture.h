@@ -18,6 +18,8 @@ namespace kestrel::test {
 
 /// What `cut` does without encoding.
 inline const Arguments kCopy{"-c", "copy"};
+inline const Arguments kBFrames{"-c:v", "mpeg4", "-bf",  "2",   "-g",  "25",
+                                "-q:v", "3",     "-c:a", "mp3", "-ac", "2"};
 
 /// Joins files by `kestrel join` and by the worker, into a folder of its own.
 class JoinTest : public testing::Test {

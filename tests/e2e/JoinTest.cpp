@@ -21,9 +21,6 @@ struct Halves {
   Arguments codecs;
 };
 
-const Arguments kBFrames{"-c:v", "mpeg4", "-bf",  "2",   "-g",  "25",
-                         "-q:v", "3",     "-c:a", "mp3", "-ac", "2"};
-
 class JoinHalvesTest : public JoinTest, public testing::WithParamInterface<Halves> {};
 
 TEST_P(JoinHalvesTest, TwoHalvesAreTheWhole) {
@@ -128,6 +125,23 @@ TEST_F(JoinTest, CodecsThatTheContainerHasNoPlaceForAreEncodedAnew) {
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("cannot hold h264"));
   EXPECT_EQ(streamOf(output, "video")["codec_name"], "vp9");
+}
+
+TEST_F(JoinTest, APictureWithoutATimeAtTheBeginningDoesNotPreventCopying) {
+  const char* media = std::getenv("KESTREL_MEDIA_DIR");
+  if (!media) GTEST_SKIP() << "KESTREL_MEDIA_DIR is not set";
+  const auto clip = fs::path(media) / "mpeg2-mp3.ts";
+  const auto output = folder_ / "out.mp4";
+  const RunResult result = join({clip, clip}, output, {"--reencode", "never"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(packetHashes(output, "v").size(), 2 * packetHashes(clip, "v").size());
+}
+
+TEST_F(JoinTest, TheOutputBeginsAtItsStart) {
+  const auto clip = fixture("av25.ts");  // whose times begin at 10 s
+  ASSERT_EQ(join({clip, clip}, folder_ / "out.mkv", {"--reencode", "never"}).status, 0);
+  EXPECT_NEAR(pictureTimes(folder_ / "out.mkv").front(), 0, 0.05);
+  EXPECT_NEAR(pictureTimes(folder_ / "out.mkv").back(), 3.96, 0.05);
 }
 
 TEST_F(JoinTest, BFramesOutOfAviAreNotCopiedWithoutTheirTimes) {

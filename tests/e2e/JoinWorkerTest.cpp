@@ -73,6 +73,46 @@ TEST_F(JoinWorkerTest, TheWorkerLetsTheLaterInputTakeOver) {
   EXPECT_EQ(numbers[75], 0);
 }
 
+TEST_F(JoinWorkerTest, TheFirstInputBeginsWhereItsPositionSays) {
+  // Its own times begin at 10 s.
+  const auto clip = fixture("av25.ts");
+  const auto output = folder_ / "out.mp4";
+  ASSERT_EQ(work(output, {{clip, 3, 1}}).status, 0);
+  EXPECT_NEAR(pictureTimes(output).front(), 3, 0.05);
+  ASSERT_EQ(work(output, {{clip, -1, 1}, {clip, -1, 1}}).status, 0);
+  EXPECT_NEAR(pictureTimes(output).front(), 0, 0.05);
+  EXPECT_NEAR(pictureTimes(output).back(), 3.96, 0.05);
+  const RunResult encoded = work(output, {{clip, 3, 1}, {fixture("numbered60.mp4"), -1, 1}});
+  ASSERT_EQ(encoded.status, 0) << encoded.err;
+  EXPECT_THAT(encoded.err, HasSubstr("encoding anew"));
+  EXPECT_NEAR(static_cast<double>(pictureTimes(output).size()), (3 + 2 + 5) * 25, 1);
+}
+
+TEST_F(JoinWorkerTest, AviHasNoPlaceForGapsSoTheyAreEncoded) {
+  cut("numbered25.mp4", "avi", kBFrames);
+  const RunResult result = work(joined_, {{whole_, 0, 1}, {whole_, 8, 1}});
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.err, HasSubstr("encoding anew: the avi format has no place for the gap"));
+  const auto ticks = tickTimes(joined_);
+  ASSERT_EQ(ticks.size(), 10);
+  EXPECT_NEAR(ticks[5], 8, 0.06);  // at the first picture of the second
+  EXPECT_NEAR(static_cast<double>(shownNumbers(joined_).size()), 13 * 25, 1);
+}
+
+TEST_F(JoinWorkerTest, PositionsOfRoundedLengthsLeaveNoBlackPictureAndCutNone) {
+  const auto clip = fixture("numbered25.mp4");
+  const auto other = fixture("numbered60.mp4");
+  for (const double position : {4.97, 5.0, 5.03}) {
+    const auto output = folder_ / "out.mp4";
+    ASSERT_EQ(work(output, {{clip, 0, 1}, {other, position, 1}}).status, 0);
+    const auto numbers = shownNumbers(output);
+    ASSERT_GE(numbers.size(), 126) << position;
+    EXPECT_EQ(numbers[124], 124) << position;
+    EXPECT_LE(numbers[125], 1) << position;
+    EXPECT_GE(numbers[126], 1) << position;
+  }
+}
+
 TEST_F(JoinWorkerTest, TheWorkersStatusTellsItsFailures) {
   EXPECT_EQ(run({worker()}).status, 2);
   EXPECT_EQ(run({worker(), "other", "x"}).status, 2);
