@@ -85,8 +85,8 @@ bool CompositionFile::succeeded(int result) {
   return result >= 0;
 }
 
-bool CompositionFile::refuse(std::string why) {
-  if (!error_) error_ = engineError(LMMovieComposition::kDoesNotJoin, std::move(why));
+bool CompositionFile::refuse(std::string why, int code) {
+  if (!error_) error_ = engineError(code, std::move(why));
   return false;
 }
 
@@ -104,7 +104,7 @@ int CompositionFile::addStream(const AVStream& input) {
   AVStream* stream = context_ ? avformat_new_stream(context_.get(), nullptr) : nullptr;
   if (!stream || !succeeded(avcodec_parameters_copy(stream->codecpar, input.codecpar))) return -1;
   if (input.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && input.codecpar->width <= 0) {
-    refuse("the video has no size");
+    refuse("the video has no size", LMMovieComposition::kContainerRefuses);
     return -1;
   }
   copyStreamSideData(input, *stream);
@@ -150,9 +150,15 @@ bool CompositionFile::start() {
     return false;
   const LibraryLog log;
   const int result = avformat_write_header(context_.get(), nullptr);
-  if (result < 0 && context_->pb->error == 0)
-    return refuse(log.explain(result, format.name).message);
+  if (isRefusal(result))
+    return refuse(log.explain(result, format.name).message, LMMovieComposition::kContainerRefuses);
   return succeeded(result);
+}
+
+/// Whether the muxer does not take what it got, rather than that the file could not be written.
+bool CompositionFile::isRefusal(int result) const {
+  return result < 0 && result != AVERROR_EXIT && result != AVERROR(ENOMEM) &&
+         context_->pb->error == 0;
 }
 
 /// MPEG-4 files say where a track begins in the movie's own unit, usually a millisecond. Here it is
@@ -195,7 +201,8 @@ bool CompositionFile::staysInTime(const AVPacket& packet, int stream) {
   const int64_t time = av_rescale_q(stamp, timeBase(stream), kMicroseconds);
   if (time - lane.end > kOrdinaryGap && (isSound || !lane.hasBegun))
     return refuse(fmt::format("the {} format has no place for the gap before {:.2f} s",
-                              context_->oformat->name, lm_ff_time_to_double(time)));
+                              context_->oformat->name, lm_ff_time_to_double(time)),
+                  LMMovieComposition::kDoesNotJoin);
   lane.hasBegun = true;
   lane.end = time + av_rescale_q(durationOf(packet, stream), timeBase(stream), kMicroseconds);
   return true;
@@ -261,9 +268,10 @@ bool CompositionFile::writeThrough(AVPacket& packet, int stream) {
   packet.pos = -1;
   const LibraryLog log;
   const int result = av_interleaved_write_frame(context_.get(), &packet);
-  if (result < 0 && context_->pb->error == 0)
+  if (isRefusal(result))
     return refuse(isTimeless ? "a picture or sound does not tell when it is played"
-                             : log.explain(result, context_->oformat->name).message);
+                             : log.explain(result, context_->oformat->name).message,
+                  LMMovieComposition::kDoesNotJoin);
   if (!succeeded(result)) return false;
   if (time != AV_NOPTS_VALUE) limitQueue(time, stream);
   return !error_;

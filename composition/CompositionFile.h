@@ -12,8 +12,8 @@
 namespace kestrel {
 
 /// The file that packets are copied into: streams like those of the inputs, and whatever a
-/// container wants to have changed on the way. What fails first is kept in `error`: with the code
-/// `kDoesNotJoin` where the container cannot hold the packets as they are.
+/// container wants to have changed on the way. What fails first is kept in `error`: with the codes
+/// of `LMMovieComposition` where the container cannot hold the packets as they are.
 class CompositionFile {
  public:
   CompositionFile(const std::string& path, std::function<bool()> interrupt);
@@ -44,7 +44,8 @@ class CompositionFile {
 
  private:
   bool succeeded(int result);
-  bool refuse(std::string why);
+  bool refuse(std::string why, int code);
+  bool isRefusal(int result) const;
   /// A stream of the file.
   struct Lane {
     BitstreamFilterPtr filter;         // null for none

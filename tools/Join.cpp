@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
 
 #include "Failure.h"
 #include "Input.h"
@@ -70,8 +69,8 @@ void ignoreOtherStreams(const JoinPart& part) {
 
 /// Joins by copying packets. Answers why that can't be done, none when it is done; throws `Failure`
 /// when the file cannot be written.
-std::optional<std::string> copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
-                                     const std::string& path) {
+Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
+                const std::string& path) {
   LMMovieComposition composition;
   LMMovieComposition::TrackList tracks;
   std::vector<JoinPart*> owners;  // of the tracks
@@ -95,9 +94,11 @@ std::optional<std::string> copyParts(const JoinSettings& settings, std::vector<J
   composition.setProgress(
       [&](double seconds, int64_t pictures) { progress.update(seconds, pictures); });
   composition.joinToFile(path);
-  if (interrupted()) return std::nullopt;
+  if (interrupted()) return {};
   const Error error = composition.lastError();
-  if (error.code == LMMovieComposition::kDoesNotJoin) return error.message;
+  if (error.code == LMMovieComposition::kDoesNotJoin ||
+      error.code == LMMovieComposition::kContainerRefuses)
+    return error;
   if (error)
     throw Failure{kFailed, fmt::format("cannot write '{}': {}", settings.output, error.message)};
   for (size_t i = 0; i < tracks.size(); ++i) {
@@ -105,7 +106,7 @@ std::optional<std::string> copyParts(const JoinSettings& settings, std::vector<J
     owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
   }
   progress.finish();
-  return std::nullopt;
+  return {};
 }
 
 /// Whether the inputs were read to their ends; says where not.
@@ -138,12 +139,14 @@ int joinFiles(const JoinSettings& settings) {
   std::string reason = plan.reasons.empty() ? "" : fmt::format("{}", fmt::join(plan.reasons, "; "));
   const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
   bool isCopied = false;
+  bool keepsCodecs = true;
   if (mayCopy && reason.empty()) {
     say(settings, "copying packets: the inputs fit together");
-    const auto problem = copyParts(settings, plan.parts, target.path());
+    const Error problem = copyParts(settings, plan.parts, target.path());
     if (interrupted()) return kInterrupted;
     isCopied = !problem;
-    reason = problem.value_or("");
+    reason = problem.message;
+    keepsCodecs = problem.code != LMMovieComposition::kContainerRefuses;
   }
   if (!isCopied) {
     if (settings.reencode == JoinSettings::Reencode::kNever)
@@ -152,7 +155,9 @@ int joinFiles(const JoinSettings& settings) {
     if (const int channels = plan.parts.front().channels(); channels > kStereo)
       say(settings, fmt::format("{} channels of sound become {}", channels, kStereo));
     for (JoinPart& part : plan.parts) part = openPart(part.input);
-    encodeJoin(settings, plan.parts, expectedLength(plan.parts), target.path());
+    JoinSettings encoding = settings;
+    encoding.keepsCodecs = keepsCodecs;
+    encodeJoin(encoding, plan.parts, expectedLength(plan.parts), target.path());
     if (interrupted()) return kInterrupted;
   }
   const int status = judgeInputs(plan.parts);

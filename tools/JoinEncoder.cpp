@@ -66,7 +66,7 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   const AVFormatContext& context = *first.source->formatContext();
   const auto own = [&](std::string& name, const AVStream& stream) {
     const AVCodecID codec = stream.codecpar->codec_id;
-    if (name.empty() && isEncodable(container, codec, settings.output))
+    if (name.empty() && settings.keepsCodecs && isEncodable(container, codec, settings.output))
       name = avcodec_get_name(codec);
   };
   if (first.video) own(format.videoCodec, *context.streams[*first.video]);

@@ -56,11 +56,13 @@ class KESTREL_API LMMovieComposition {
   ///
   /// It fails, with the code `kDoesNotJoin`, where an input begins before the end of the one before
   /// it, does not begin with a key picture, or has pictures without the time stamps that the
-  /// container needs, where there is a gap and the container has no place for one, and where it
-  /// refuses the packets: such inputs have to be encoded anew.
+  /// container needs, where there is a gap and the container has no place for one: such inputs
+  /// have to be encoded anew. The code is `kContainerRefuses` where the container does not take
+  /// packets like these.
   void joinToFile(const std::string& path);
   static constexpr double kBehind = -1;
   static constexpr int kDoesNotJoin = -0x4E494F4A;
+  static constexpr int kContainerRefuses = -0x46455243;
 
   // Settings of both, off at first.
 
