@@ -58,7 +58,9 @@ int64_t promisedLength(const AVFormatContext& input) {
 }
 
 int64_t promisedLength(const AVFormatContext& input, const AVStream& stream) {
-  const int64_t whole = promisedLength(input);
+  // What is told from the packets themselves is no promise.
+  const bool isStated = input.duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
+  const int64_t whole = isStated ? promisedLength(input) : 0;
   if (whole == 0 || (stream.disposition & AV_DISPOSITION_ATTACHED_PIC)) return 0;
   if (const int64_t tagged = taggedLength(stream)) return std::min(tagged, whole);
   const int64_t start = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;

@@ -134,7 +134,14 @@ TEST_F(JoinTest, APictureWithoutATimeAtTheBeginningDoesNotPreventCopying) {
   const auto output = folder_ / "out.mp4";
   const RunResult result = join({clip, clip}, output, {"--reencode", "never"});
   ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_EQ(packetHashes(output, "v").size(), 2 * 706);
+  const auto pictures = [](const fs::path& file) {
+    return std::stoi(
+        run({"ffprobe", "-v", "quiet", "-count_packets", "-select_streams", "v", "-show_entries",
+             "stream=nb_read_packets", "-of", "csv=p=0", file.string()})
+            .out);
+  };
+  EXPECT_GT(pictures(clip), 100);
+  EXPECT_EQ(pictures(output), 2 * pictures(clip));
 }
 
 TEST_F(JoinTest, TheOutputBeginsAtItsStart) {
