@@ -66,6 +66,10 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   const AVFormatContext& context = *first.source->formatContext();
   const auto own = [&](std::string& name, const AVStream& stream) {
     const AVCodecID codec = stream.codecpar->codec_id;
+    // A file of bare packets is one codec's alone.
+    const bool isOthers =
+        (container.flags & AVFMT_NOTIMESTAMPS) != 0 && codec != container.audio_codec;
+    if (isOthers) return;
     if (name.empty() && settings.keepsCodecs && isEncodable(container, codec, settings.output))
       name = avcodec_get_name(codec);
   };

@@ -60,7 +60,8 @@ void JoinSound::follow(std::unique_ptr<PartSound> part) {
 
 void JoinSound::begin(std::unique_ptr<PartSound> part, int64_t seam, int64_t begin) {
   part_ = std::move(part);
-  waiting_.assign(static_cast<size_t>(std::max<int64_t>(seam - frames_ + begin, 0) * kChannels), 0);
+  const int64_t silence = std::max<int64_t>(seam - frames_, 0) + std::max<int64_t>(begin, 0);
+  waiting_.assign(static_cast<size_t>(silence * kChannels), 0);
   if (part_ && begin < 0) drop(-begin);
 }
 

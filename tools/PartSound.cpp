@@ -32,6 +32,7 @@ PartSound::PartSound(const JoinPart& part, uint32_t stream, bool hasHidden)
 
 int32_t PartSound::readAtOwnRate(float* data, int32_t frames) {
   const size_t left = hidden_.size() - hiddenRead_;
+  if (left == 0 && !movie_.hasAudio()) return 0;  // without a decoder
   if (left == 0) {
     const int32_t got = feed_.read(data, frames);
     reached_ += got;

@@ -162,6 +162,20 @@ TEST_F(JoinEncodeTest, WhatTheContainerRefusesIsEncodedAnew) {
   EXPECT_THAT(result.out, HasSubstr("encoding anew: matroska: "));
 }
 
+TEST_F(JoinEncodeTest, PicturesAndSoundBecomeSoundAlone) {
+  const auto sound = folder_ / "sound.wav";
+  ffmpeg({"-f", "lavfi", "-i", "sine=frequency=440:duration=1.013", sound.string()});
+  const auto clip = folder_ / "clip.mkv";
+  ffmpeg({"-i", fixture("av25.mp4").string(), "-i", sound.string(), "-map", "0:v", "-map", "1:a",
+          "-c:v", "copy", "-c:a", "pcm_s16le", clip.string()});
+  const auto output = folder_ / "out.mp3";
+  const RunResult result = join({clip, sound, sound}, output);
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(ffprobeJson(output)["streams"].size(), 1);
+  EXPECT_LT(longestSilence(output, 0.2, 2.9), 0.01);  // the seams are within a picture
+  EXPECT_NEAR(static_cast<double>(sampleCount(output)) / 44100, 3.039, 0.06);
+}
+
 // --- Damaged inputs.
 
 class JoinTruncatedTest : public JoinTest, public testing::WithParamInterface<std::string> {};
