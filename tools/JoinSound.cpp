@@ -43,25 +43,26 @@ JoinSound::JoinSound(LMFFMovieFileOutput& output, const AVStream& first) : outpu
 void JoinSound::meet(std::unique_ptr<PartSound> part, int64_t seam, int64_t begin) {
   ahead(kOrdinaryOverhang);
   const int64_t end = frames_ + framesIn(waiting_) - seam;
+  pause_ = 0;
   part_ = std::move(part);
   if (!part_) return;
   if (std::abs(begin - end) <= kRounding) return;
   const int64_t cut = std::min(end, std::max<int64_t>(begin, 0));
   waiting_.resize(waiting_.size() - static_cast<size_t>((end - cut) * kChannels));
   if (begin < cut) drop(cut - begin);
-  if (begin > cut)
-    waiting_.resize(waiting_.size() + static_cast<size_t>((begin - cut) * kChannels));
+  pause_ = std::max<int64_t>(begin - cut, 0);
 }
 
 void JoinSound::follow(std::unique_ptr<PartSound> part) {
   ahead(kOrdinaryOverhang);
+  pause_ = 0;
   part_ = std::move(part);
 }
 
 void JoinSound::begin(std::unique_ptr<PartSound> part, int64_t seam, int64_t begin) {
   part_ = std::move(part);
-  const int64_t silence = std::max<int64_t>(seam - frames_, 0) + std::max<int64_t>(begin, 0);
-  waiting_.assign(static_cast<size_t>(silence * kChannels), 0);
+  waiting_.clear();
+  pause_ = std::max<int64_t>(seam - frames_, 0) + std::max<int64_t>(begin, 0);
   if (part_ && begin < 0) drop(-begin);
 }
 
@@ -78,8 +79,11 @@ void JoinSound::drop(int64_t frames) {
 
 int32_t JoinSound::ahead(int32_t most) {
   std::vector<float> block(static_cast<size_t>(kBlock) * kChannels);
-  while (framesIn(waiting_) < most && part_) {
-    const int32_t got = part_->read(block.data(), kBlock);
+  while (framesIn(waiting_) < most && (pause_ > 0 || part_)) {
+    const auto pause = static_cast<int32_t>(std::min<int64_t>(pause_, kBlock));
+    pause_ -= pause;
+    if (pause > 0) std::ranges::fill(block, 0.F);
+    const int32_t got = pause > 0 ? pause : part_->read(block.data(), kBlock);
     if (got == 0) break;
     waiting_.insert(waiting_.end(), block.begin(), block.begin() + std::ptrdiff_t{kChannels} * got);
   }

@@ -61,9 +61,12 @@ class JoinSound {
   void drop(int64_t frames);
   void encodeFrames(int32_t fewest);
 
+  // What is to be handed out, in this order:
+  std::deque<float> waiting_;  // read and not handed out yet
+  int64_t pause_ = 0;          // silence, frames
   std::unique_ptr<PartSound> part_;
-  std::deque<float> waiting_;  // read from the part and not handed out yet
-  int64_t frames_ = 0;         // handed out
+
+  int64_t frames_ = 0;  // handed out
 
   kestrel::LMFFMovieFileOutput& output_;
   AVStream* stream_ = nullptr;
