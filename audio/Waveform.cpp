@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -29,12 +30,18 @@ constexpr size_t kMostPoints = size_t{1} << 27;
 constexpr double kMostExpectedPoints = 4e6;  // that memory is set aside for
 constexpr int64_t kSmallestHole = 100000;    // microseconds
 
+/// Where clocks may be set anew on the way, a leap this long (microseconds) is that and no hole.
+constexpr int64_t kShortestLeap = 10000000;
+
 /// A sound track: its decoder, and where its samples go.
 class TrackReader {
  public:
   TrackReader(const AVStream& stream, const WaveformSettings& settings,
               const AVFormatContext& input, int64_t start)
-      : stream_(stream), settings_(settings), start_(start) {
+      : stream_(stream),
+        settings_(settings),
+        start_(start),
+        mayLeap_((input.iformat->flags & AVFMT_TS_DISCONT) != 0) {
     openDecoder();
     rate_ = decoder_->sample_rate;
     const double seconds = static_cast<double>(std::max<int64_t>(input.duration, 0)) / AV_TIME_BASE;
@@ -62,6 +69,14 @@ class TrackReader {
   std::vector<PointMaker>& lanes() { return lanes_; }
 
  private:
+  /// How samples come.
+  struct Form {
+    int format = AV_SAMPLE_FMT_NONE;
+    int32_t channels = 0;
+    int32_t rate = 0;
+    bool operator==(const Form&) const = default;
+  };
+
   void openDecoder() {
     const AVCodec* codec = avcodec_find_decoder(stream_.codecpar->codec_id);
     if (!codec)
@@ -80,16 +95,15 @@ class TrackReader {
   void take(const AVFrame& frame) {
     if (frame.nb_samples <= 0) return;
     if (lanes_.empty()) begin(frame);
-    if (frame.ch_layout.nb_channels != channels_ || frame.sample_rate != rate_)
-      throw Stop("the sound changes its rate or channels on the way");
     fillHole(frame);
-    const float* const* channels = planes(frame);
+    int32_t count = frame.nb_samples;
+    const float* const* channels = planes(frame, count);
     if (settings_.splitChannels) {
-      for (size_t i = 0; i < lanes_.size(); ++i) lanes_[i].add(channels[i], frame.nb_samples);
+      for (size_t i = 0; i < lanes_.size(); ++i) lanes_[i].add(channels[i], count);
     } else {
-      lanes_.front().add(mean(channels, frame.nb_samples), frame.nb_samples);
+      lanes_.front().add(mean(channels, count), count);
     }
-    count_ += frame.nb_samples;
+    count_ += count;
     requireRoom(0);
   }
 
@@ -110,7 +124,11 @@ class TrackReader {
   void fillHole(const AVFrame& frame) {
     if (frame.pts == AV_NOPTS_VALUE) return;
     const int64_t now = av_rescale(count_, 1000000, rate_);
-    const int64_t time = av_rescale_q(frame.pts, stream_.time_base, kMicroseconds) - start_;
+    int64_t time = av_rescale_q(frame.pts, stream_.time_base, kMicroseconds) - start_;
+    if (mayLeap_ && count_ > 0 && std::abs(time - now) > kShortestLeap) {
+      start_ += time - now;
+      time = now;
+    }
     if (time - now < kSmallestHole) return;
     const int64_t hole = av_rescale(time - now, rate_, 1000000);
     requireRoom(hole);
@@ -118,30 +136,37 @@ class TrackReader {
     count_ += hole;
   }
 
-  /// The frame's channels as floats.
-  const float* const* planes(const AVFrame& frame) {
-    if (frame.format == AV_SAMPLE_FMT_FLTP)
+  /// The frame's channels as floats, at the rate and with the channels that the sound began with;
+  /// `count` becomes how many samples that makes.
+  const float* const* planes(const AVFrame& frame, int32_t& count) {
+    const Form form{frame.format, frame.ch_layout.nb_channels, frame.sample_rate};
+    if (form == Form{AV_SAMPLE_FMT_FLTP, channels_, rate_})
       return reinterpret_cast<const float* const*>(frame.extended_data);
-    if (!converter_) openConverter(frame);
-    const auto count = static_cast<size_t>(frame.nb_samples);
-    converted_.resize(count * channels_);
+    if (!converter_ || form != convertedFrom_) openConverter(form);
+    const int32_t room = swr_get_out_samples(converter_.get(), frame.nb_samples);
+    converted_.resize(static_cast<size_t>(room) * channels_);
     pointers_.resize(channels_);
-    for (size_t i = 0; i < pointers_.size(); ++i) pointers_[i] = converted_.data() + i * count;
-    swr_convert(converter_.get(), reinterpret_cast<uint8_t**>(pointers_.data()), frame.nb_samples,
-                const_cast<const uint8_t**>(frame.extended_data), frame.nb_samples);
+    for (size_t i = 0; i < pointers_.size(); ++i) pointers_[i] = converted_.data() + i * room;
+    count = swr_convert(converter_.get(), reinterpret_cast<uint8_t**>(pointers_.data()), room,
+                        const_cast<const uint8_t**>(frame.extended_data), frame.nb_samples);
+    count = std::max(count, 0);
     return pointers_.data();
   }
 
-  void openConverter(const AVFrame& frame) {
-    // Only the form of the samples changes, so that any layout of as many channels will do.
-    AVChannelLayout layout{};
-    av_channel_layout_default(&layout, frame.ch_layout.nb_channels);
+  void openConverter(const Form& form) {
+    // Which speaker a channel is for does not matter while their number stays.
+    AVChannelLayout from{};
+    AVChannelLayout to{};
+    av_channel_layout_default(&from, form.channels);
+    av_channel_layout_default(&to, channels_);
     SwrContext* context = nullptr;
     const int result =
-        swr_alloc_set_opts2(&context, &layout, AV_SAMPLE_FMT_FLTP, rate_, &layout,
-                            static_cast<AVSampleFormat>(frame.format), rate_, 0, nullptr);
-    av_channel_layout_uninit(&layout);
+        swr_alloc_set_opts2(&context, &to, AV_SAMPLE_FMT_FLTP, rate_, &from,
+                            static_cast<AVSampleFormat>(form.format), form.rate, 0, nullptr);
+    av_channel_layout_uninit(&from);
+    av_channel_layout_uninit(&to);
     converter_.reset(context);
+    convertedFrom_ = form;
     if (result < 0 || swr_init(context) < 0) throw Stop("the sound's format is unknown");
   }
 
@@ -157,10 +182,12 @@ class TrackReader {
 
   const AVStream& stream_;
   const WaveformSettings& settings_;
-  const int64_t start_;  // of the input, microseconds
+  int64_t start_;  // of the input, microseconds; moved where the clock leaps
+  const bool mayLeap_;
   CodecContextPtr decoder_;
   FramePtr frame_ = makeFrame();
   SwrPtr converter_;
+  Form convertedFrom_;
   std::vector<float> converted_;
   std::vector<float*> pointers_;
   std::vector<float> mean_;
@@ -234,7 +261,7 @@ Waveform readWaveform(LMMediaSource& source, const WaveformSettings& settings) {
     if (settings.interrupt && settings.interrupt()) throw Stop("interrupted");
   };
   const PacketPtr packet = makePacket();
-  while (av_read_frame(context, packet.get()) >= 0) {
+  while (source.readPacket(packet.get())) {
     requireGoingOn();
     const auto place = std::ranges::find(chosen, static_cast<unsigned>(packet->stream_index));
     if (place != chosen.end()) {

@@ -1,5 +1,10 @@
 #include "composition/CompositionFile.h"
 
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMMovieComposition.h>
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <numeric>
 #include <string_view>
@@ -7,6 +12,7 @@
 
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
+#include "support/LibraryLog.h"
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -18,6 +24,9 @@ namespace {
 
 constexpr int kMaximumMuxingDelay = 700000;         // microseconds
 constexpr int64_t kLongestInterleaving = 10000000;  // microseconds
+
+/// Sound that is missing for less than this (microseconds) does no harm where it isn't made up for.
+constexpr int64_t kOrdinaryGap = 100000;
 
 /// Units of a second; more of them would leave no room for hours.
 constexpr int64_t kFinestMovieTime = 100000000;
@@ -76,9 +85,28 @@ bool CompositionFile::succeeded(int result) {
   return result >= 0;
 }
 
+bool CompositionFile::refuse(std::string why, int code) {
+  if (!error_) error_ = engineError(code, std::move(why));
+  return false;
+}
+
+void CompositionFile::setTags(const AVFormatContext& input) {
+  // What the old container says of itself is not true of the new one.
+  static constexpr std::string_view kOfContainer[] = {"major_brand", "minor_version",
+                                                      "compatible_brands", "encoder"};
+  const AVDictionaryEntry* entry = nullptr;
+  while (context_ && (entry = av_dict_get(input.metadata, "", entry, AV_DICT_IGNORE_SUFFIX)))
+    if (!std::ranges::count(kOfContainer, entry->key))
+      av_dict_set(&context_->metadata, entry->key, entry->value, 0);
+}
+
 int CompositionFile::addStream(const AVStream& input) {
   AVStream* stream = context_ ? avformat_new_stream(context_.get(), nullptr) : nullptr;
   if (!stream || !succeeded(avcodec_parameters_copy(stream->codecpar, input.codecpar))) return -1;
+  if (input.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && input.codecpar->width <= 0) {
+    refuse("the video has no size", LMMovieComposition::kContainerRefuses);
+    return -1;
+  }
   copyStreamSideData(input, *stream);
   const bool wantsHevcTag =
       av_codec_get_id(context_->oformat->codec_tag, kHevcTag) == AV_CODEC_ID_HEVC;
@@ -117,9 +145,20 @@ bool CompositionFile::start() {
     return false;
   }
   refineMovieTime();
-  return succeeded(avio_open2(&context_->pb, context_->url, AVIO_FLAG_WRITE,
-                              &context_->interrupt_callback, nullptr)) &&
-         succeeded(avformat_write_header(context_.get(), nullptr));
+  if (!succeeded(avio_open2(&context_->pb, context_->url, AVIO_FLAG_WRITE,
+                            &context_->interrupt_callback, nullptr)))
+    return false;
+  const LibraryLog log;
+  const int result = avformat_write_header(context_.get(), nullptr);
+  if (isRefusal(result))
+    return refuse(log.explain(result, format.name).message, LMMovieComposition::kContainerRefuses);
+  return succeeded(result);
+}
+
+/// Whether the muxer does not take what it got, rather than that the file could not be written.
+bool CompositionFile::isRefusal(int result) const {
+  return result < 0 && result != AVERROR_EXIT && result != AVERROR(ENOMEM) &&
+         context_->pb->error == 0;
 }
 
 /// MPEG-4 files say where a track begins in the movie's own unit, usually a millisecond. Here it is
@@ -139,6 +178,12 @@ bool CompositionFile::storesOnlyOrder() const {
   return isAvi(*context_->oformat) || (context_->oformat->flags & AVFMT_NOTIMESTAMPS) != 0;
 }
 
+/// Whether sound is played where it lies in the file.
+bool CompositionFile::placesByOrder() const {
+  static constexpr std::string_view kOfSamples[] = {"wav", "w64", "aiff", "au", "caf"};
+  return storesOnlyOrder() || std::ranges::count(kOfSamples, context_->oformat->name) > 0;
+}
+
 /// How far packets of a stream usually lie apart, in its time base.
 int64_t CompositionFile::stepOf(int stream) const {
   const AVRational rate = context_->streams[stream]->avg_frame_rate;
@@ -146,7 +191,33 @@ int64_t CompositionFile::stepOf(int stream) const {
   return isKnown ? std::max<int64_t>(av_rescale_q(1, av_inv_q(rate), timeBase(stream)), 1) : 1;
 }
 
+/// Whether a packet lies where a container without times has it: behind the one before, the first
+/// at the beginning. Gaps between pictures are filled by the container itself.
+bool CompositionFile::staysInTime(const AVPacket& packet, int stream) {
+  const int64_t stamp = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+  if (!placesByOrder() || stamp == AV_NOPTS_VALUE) return true;
+  Lane& lane = lanes_[stream];
+  const bool isSound = context_->streams[stream]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+  const int64_t time = av_rescale_q(stamp, timeBase(stream), kMicroseconds);
+  if (time - lane.end > kOrdinaryGap && (isSound || !lane.hasBegun))
+    return refuse(fmt::format("the {} format has no place for the gap before {:.2f} s",
+                              context_->oformat->name, lm_ff_time_to_double(time)),
+                  LMMovieComposition::kDoesNotJoin);
+  lane.hasBegun = true;
+  lane.end = time + av_rescale_q(durationOf(packet, stream), timeBase(stream), kMicroseconds);
+  return true;
+}
+
+/// How long a packet lasts, in its stream's time base.
+int64_t CompositionFile::durationOf(const AVPacket& packet, int stream) const {
+  AVCodecParameters& parameters = *context_->streams[stream]->codecpar;
+  if (packet.duration > 0 || parameters.sample_rate <= 0) return packet.duration;
+  return av_rescale_q(av_get_audio_frame_duration2(&parameters, packet.size),
+                      {1, parameters.sample_rate}, timeBase(stream));
+}
+
 bool CompositionFile::write(AVPacket& packet, int stream) {
+  if (!staysInTime(packet, stream)) return false;
   Lane& lane = lanes_[stream];
   if (packet.dts != AV_NOPTS_VALUE)
     return writeWaiting(packet.dts, stream) && writeFiltered(packet, stream);
@@ -167,8 +238,6 @@ bool CompositionFile::writeWaiting(int64_t next, int stream) {
   int64_t time = next - static_cast<int64_t>(packets.size()) * stepOf(stream);
   for (const PacketPtr& packet : packets) {
     packet->dts = std::min(time, packet->pts);
-    if (lanes_[stream].lastDts != AV_NOPTS_VALUE)
-      packet->dts = std::max(packet->dts, lanes_[stream].lastDts + 1);
     time += stepOf(stream);
     if (!writeFiltered(*packet, stream)) return false;
   }
@@ -187,10 +256,23 @@ bool CompositionFile::writeFiltered(AVPacket& packet, int stream) {
 }
 
 bool CompositionFile::writeThrough(AVPacket& packet, int stream) {
+  // No container takes a decoding time twice, nor one behind that of showing.
+  const int64_t last = lanes_[stream].lastDts;
+  if (packet.dts != AV_NOPTS_VALUE && last != AV_NOPTS_VALUE)
+    packet.dts = std::max(packet.dts, last + 1);
+  if (packet.dts != AV_NOPTS_VALUE && packet.pts != AV_NOPTS_VALUE)
+    packet.pts = std::max(packet.pts, packet.dts);
   const int64_t time = packet.dts;
+  const bool isTimeless = packet.pts == AV_NOPTS_VALUE;
   packet.stream_index = stream;
   packet.pos = -1;
-  if (!succeeded(av_interleaved_write_frame(context_.get(), &packet))) return false;
+  const LibraryLog log;
+  const int result = av_interleaved_write_frame(context_.get(), &packet);
+  if (isRefusal(result))
+    return refuse(isTimeless ? "a picture or sound does not tell when it is played"
+                             : log.explain(result, context_->oformat->name).message,
+                  LMMovieComposition::kDoesNotJoin);
+  if (!succeeded(result)) return false;
   if (time != AV_NOPTS_VALUE) limitQueue(time, stream);
   return !error_;
 }

@@ -12,7 +12,8 @@
 namespace kestrel {
 
 /// The file that packets are copied into: streams like those of the inputs, and whatever a
-/// container wants to have changed on the way. What fails first is kept in `error`.
+/// container wants to have changed on the way. What fails first is kept in `error`: with the codes
+/// of `LMMovieComposition` where the container cannot hold the packets as they are.
 class CompositionFile {
  public:
   CompositionFile(const std::string& path, std::function<bool()> interrupt);
@@ -22,6 +23,9 @@ class CompositionFile {
 
   /// Opens the file and writes its header; false when one of these fails.
   bool start();
+
+  /// Writes an input's tags, such as its title, as the file's own; before `start`.
+  void setTags(const AVFormatContext& input);
 
   const AVRational& timeBase(int stream) const { return context_->streams[stream]->time_base; }
 
@@ -40,16 +44,23 @@ class CompositionFile {
 
  private:
   bool succeeded(int result);
+  bool refuse(std::string why, int code);
+  bool isRefusal(int result) const;
   /// A stream of the file.
   struct Lane {
     BitstreamFilterPtr filter;         // null for none
     std::vector<PacketPtr> waiting;    // for a decoding time
     int64_t lastDts = AV_NOPTS_VALUE;  // of what has been written, the stream's time base
     int64_t newest = AV_NOPTS_VALUE;   // the same in microseconds, or where the others are
+    int64_t end = 0;                   // of what came, microseconds, for containers without times
+    bool hasBegun = false;
   };
 
   bool openFilter(const char* name, AVStream& stream, Lane& lane);
   int64_t stepOf(int stream) const;
+  bool placesByOrder() const;
+  int64_t durationOf(const AVPacket& packet, int stream) const;
+  bool staysInTime(const AVPacket& packet, int stream);
   void refineMovieTime();
   bool writeWaiting(int64_t next, int stream);
   bool writeFiltered(AVPacket& packet, int stream);

@@ -22,6 +22,9 @@ namespace {
 /// (microseconds) is meant.
 constexpr int64_t kOrdinaryOverhang = 100000;
 
+/// Positions beyond it are no times of a movie: about thirty years.
+constexpr double kLongestTime = 1e9;
+
 int64_t inMicroseconds(int64_t time, AVRational base) {
   return av_rescale_q(time, base, kMicroseconds);
 }
@@ -78,7 +81,9 @@ bool JoinedFile::fail(std::string why) {
 void JoinedFile::write(const TrackList& tracks) {
   const std::vector<TrackList> inputs = inputsOf(tracks);
   if (inputs.empty()) return static_cast<void>(fail("there is nothing to join"));
-  if (!addLanes(inputs.front()) || !file_.start()) return;
+  if (!addLanes(inputs.front())) return;
+  file_.setTags(*inputs.front().front()->source()->formatContext());
+  if (!file_.start()) return;
   for (const TrackList& input : inputs) {
     ++count_;
     if (!settleOffsets(input) || !copyInput(input)) return;
@@ -90,12 +95,12 @@ bool JoinedFile::addLanes(const TrackList& input) {
   for (const auto& track : input) {
     const AVStream* stream = track->avstream();
     Lane lane;
-    lane.stream = stream ? file_.addStream(*stream) : -1;
+    if (!stream) return fail(fmt::format("'{}' cannot be read", track->path()));
+    lane.stream = file_.addStream(*stream);
     lane.isVideo = track->isVideo();
-    if (lane.stream < 0) return fail(fmt::format("'{}' cannot be read", track->path()));
+    if (lane.stream < 0) return false;
     lanes_.push_back(lane);
   }
-  origin_ = input.front()->source()->start_time();
   return true;
 }
 
@@ -109,11 +114,13 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     if (!track->avstream()) return fail(fmt::format("'{}' cannot be read", track->path()));
   }
   const double wanted = input.front()->position();
+  if (wanted > kLongestTime)
+    return fail(fmt::format("'{}' begins at no time", input.front()->path()));
   const int64_t start = input.front()->source()->start_time();
   const bool isBehind = !(wanted >= 0);
   int64_t offset = 0;
   if (count_ == 1) {
-    offset = isBehind ? 0 : std::llround(wanted * 1e6);
+    offset = (isBehind ? 0 : std::llround(wanted * 1e6)) - start;
   } else {
     const size_t pace =
         static_cast<size_t>(std::ranges::find(lanes_, true, &Lane::isVideo) - lanes_.begin()) %
@@ -125,7 +132,7 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
       if (without > offset + kOrdinaryOverhang) offset = without;
     }
     if (!isBehind) {
-      const int64_t there = std::llround(wanted * 1e6) + origin_ - start;
+      const int64_t there = std::llround(wanted * 1e6) - start;
       const int64_t tolerance = usualDuration(*input[pace]->avstream());
       if (there < offset - tolerance)
         return fail(fmt::format("'{}' begins {:.3f} s before the end of what it follows",
@@ -179,6 +186,9 @@ bool JoinedFile::copyInput(const TrackList& input) {
   while (!(interrupt_ && interrupt_()) && read(*input.front(), *packet)) {
     const auto track = std::ranges::find(input, packet->stream_index,
                                          [](const auto& candidate) { return candidate->track(); });
+    if (track != input.end() && packet->dts != AV_NOPTS_VALUE)
+      (*track)->setDts(
+          lm_ff_time_to_double(inMicroseconds(packet->dts, (*track)->avstream()->time_base)));
     const bool isFine =
         track == input.end() || copyPacket(*packet, *(*track)->avstream(),
                                            lanes_[static_cast<size_t>(track - input.begin())]);
@@ -233,18 +243,13 @@ bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane
   move(packet.pts);
   move(packet.dts);
   packet.duration = av_rescale_q(packet.duration, stream.time_base, base);
-  if (packet.dts != AV_NOPTS_VALUE && lane.lastDts != AV_NOPTS_VALUE)
-    packet.dts = std::max(packet.dts, lane.lastDts + 1);
-  if (packet.pts != AV_NOPTS_VALUE && packet.dts != AV_NOPTS_VALUE)
-    packet.pts = std::max(packet.pts, packet.dts);
-  if (packet.dts != AV_NOPTS_VALUE) lane.lastDts = packet.dts;
   lane.hasBegun = true;
   const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
   if (time != AV_NOPTS_VALUE)
     lane.end = std::max(lane.end, endOf(inMicroseconds(time, base), duration, lane));
   if (lane.isVideo) ++pictures_;
   if (progress_ && time != AV_NOPTS_VALUE)
-    progress_(lm_ff_time_to_double(inMicroseconds(time, base) - origin_), pictures_);
+    progress_(lm_ff_time_to_double(inMicroseconds(time, base)), pictures_);
   return file_.write(packet, lane.stream);
 }
 

@@ -30,7 +30,6 @@ class JoinedFile {
   struct Lane {
     int stream = 0;
     bool isVideo = false;
-    int64_t lastDts = AV_NOPTS_VALUE;  // the stream's time base
     int64_t end = AV_NOPTS_VALUE;      // where what was written ends, microseconds
     // Of the current input:
     int64_t seam = AV_NOPTS_VALUE;   // where the input before it ended, microseconds
@@ -58,8 +57,7 @@ class JoinedFile {
   std::vector<Lane> lanes_;
   std::deque<PacketPtr> ahead_;  // read from the current input and not copied yet
   size_t count_ = 0;             // inputs begun
-  int64_t origin_ = 0;    // where the first input starts on the output's time line, microseconds
-  int64_t pictures_ = 0;  // packets of pictures written
+  int64_t pictures_ = 0;         // packets of pictures written
   Error error_;
 };
 

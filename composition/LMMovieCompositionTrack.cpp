@@ -114,8 +114,7 @@ bool LMMovieCompositionTrack::isVideo() { return mediaType() == AVMEDIA_TYPE_VID
 bool LMMovieCompositionTrack::isAudio() { return mediaType() == AVMEDIA_TYPE_AUDIO; }
 
 bool LMMovieCompositionTrack::readSourceFrame(AVPacket* packet) {
-  AVFormatContext* context = state_->source ? state_->source->formatContext() : nullptr;
-  return context && av_read_frame(context, packet) == 0;
+  return state_->source && state_->source->readPacket(packet);
 }
 
 bool LMMovieCompositionTrack::readFrame(AVPacket* packet) {
@@ -126,8 +125,7 @@ bool LMMovieCompositionTrack::readFrame(AVPacket* packet) {
     }
     // A packet without a time does not move the track.
     if (packet->dts != AV_NOPTS_VALUE)
-      state_->dts =
-          lm_ff_time_to_double(av_rescale_q(packet->dts, avstream()->time_base, kMicroseconds));
+      setDts(lm_ff_time_to_double(av_rescale_q(packet->dts, avstream()->time_base, kMicroseconds)));
     return true;
   }
   state_->finished = true;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <span>
 
 #include "support/FFmpegOwners.h"
 
@@ -24,7 +25,7 @@ std::string ratio(AVRational value) {
   return fmt::format("{}:{}", value.num == 0 ? 1 : value.num, value.num == 0 ? 1 : value.den);
 }
 
-/// A fingerprint of the codec's own data: enough to see that two are not the same.
+/// The codec's own data for people: its length and a fingerprint.
 std::string codecData(const AVCodecParameters& parameters) {
   uint32_t sum = 2166136261U;
   for (int i = 0; i < parameters.extradata_size; ++i)
@@ -98,7 +99,11 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
             [](Stream, Parameters p) { return fmt::format("{} Hz", p.sample_rate); });
     compare("channels", [](Stream, Parameters p) { return layoutOf(p); });
   }
-  compare("codec data", [](Stream, Parameters p) { return codecData(p); });
+  const auto bytes = [](Parameters p) {
+    return std::span(p.extradata, static_cast<size_t>(p.extradata_size));
+  };
+  if (!std::ranges::equal(bytes(*first.codecpar), bytes(*second.codecpar)))
+    differences.push_back({"codec data", codecData(*first.codecpar), codecData(*second.codecpar)});
   compare("time base", [](Stream s, Parameters) {
     return fmt::format("{}/{}", s.time_base.num, s.time_base.den);
   });

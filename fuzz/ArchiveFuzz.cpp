@@ -1,12 +1,20 @@
 #include <kestrel/CodingBase.h>
 #include <kestrel/KeyedArchiver.h>
 #include <kestrel/KeyedUnarchiver.h>
+#include <kestrel/LMMovieCompositionTrack.h>
 #include <kestrel/PropertyList.h>
+#include <kestrel/VideoJoiner.h>
+#include <kestrel/VideoJoinerItem.h>
+
+#include <malloc.h>
+#include <sys/time.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,11 +23,49 @@
 //
 //     fuzz_archive SECONDS [SEED]
 //
-// What the readers answer does not matter; that they come back does. Build it with a sanitizer.
+// What the readers answer does not matter; that they come back does, soon and with memory in
+// proportion to the file. Build it with a sanitizer.
 
 using namespace kestrel;
 
 namespace {
+
+/// What reading may take: processor time, so that a busy machine does not matter, and memory beside
+/// what is in use before.
+constexpr int kMostSeconds = 20;
+constexpr size_t kSparedBytes = size_t{2} << 20;
+constexpr size_t kMostBytesPerByte = 1024;
+
+std::atomic<size_t> bytesInUse{0};
+std::atomic<size_t> mostBytes{SIZE_MAX};
+
+[[noreturn]] void endFor(const char* what) {
+  std::fputs(what, stderr);
+  std::abort();
+}
+
+/// Ends the program where reading takes more than it may.
+class Bounds {
+ public:
+  explicit Bounds(size_t size) {
+    mostBytes = bytesInUse + kSparedBytes + kMostBytesPerByte * size;
+    setTimer(kMostSeconds);
+  }
+  ~Bounds() {
+    mostBytes = SIZE_MAX;
+    setTimer(0);
+  }
+  Bounds(const Bounds&) = delete;
+  Bounds& operator=(const Bounds&) = delete;
+
+ private:
+  /// The signal that comes when it runs out ends the program.
+  static void setTimer(int seconds) {
+    itimerval timer{};
+    timer.it_value.tv_sec = seconds;
+    setitimer(ITIMER_PROF, &timer, nullptr);
+  }
+};
 
 using Bytes = PropertyList::Data;
 
@@ -42,6 +88,60 @@ class Track : public Coding {
   }
 };
 
+class Settings : public CodingBase {
+ public:
+  std::string title = "Bars";
+  CodedValue more = CodedValue::Array{1, 2};
+
+  std::string codingName() const override { return "Settings"; }
+  std::vector<std::string> allCoderKeys() const override { return {"title", "more"}; }
+  CodedValue valueForKey(const std::string& key) const override {
+    return key == "title" ? CodedValue(title) : more;
+  }
+  void setValueForKey(const CodedValue& value, const std::string& key) override {
+    if (key == "title")
+      title = value.text().value_or("");
+    else
+      more = value;
+  }
+  static std::shared_ptr<Coding> decode(KeyedUnarchiver& unarchiver) {
+    auto settings = std::make_shared<Settings>();
+    for (const std::string& key : settings->allCoderKeys()) settings->decoder(unarchiver, key);
+    return settings;
+  }
+};
+
+/// A text that is used so often that all uses together go just beyond what may be read.
+PropertyList multiplying() {
+  using Uid = PropertyList::Uid;
+  using Array = PropertyList::Array;
+  using Dictionary = PropertyList::Dictionary;
+  return Dictionary{
+      {"$archiver", "NSKeyedArchiver"},
+      {"$version", 100000},
+      {"$top", Dictionary{{"root", Uid{1}}}},
+      {"$objects",
+       Array{"$null", Dictionary{{"$class", Uid{2}}, {"NS.objects", Array(8000, Uid{3})}},
+             Dictionary{{"$classname", "NSArray"}, {"$classes", Array{"NSArray", "NSObject"}}},
+             std::string(8000, 'x')}}};
+}
+
+CodedValue someJoiner() {
+  auto joiner = std::make_shared<VideoJoiner>();
+  joiner->setPath("both.mp4");
+  joiner->join("one.mp4", 0, 1);
+  joiner->join("two.mp4", 12.5, 2);
+  return joiner;
+}
+
+CodedValue someComposition() {
+  auto track = std::make_shared<LMMovieCompositionTrack>();
+  track->setPath("Grüße.mp4");
+  track->setPosition(1.5);
+  return CodedValue::Dictionary{{"tracks", CodedValue::Array{track}},
+                                {"streams", CodedValue::Array{1}}};
+}
+
 CodedValue someTrack(CodedValue more) {
   auto track = std::make_shared<Track>();
   track->path = "Grüße.mp4";
@@ -59,7 +159,11 @@ std::vector<Bytes> seeds() {
                                  {"data", CodedValue::Data(100, 7)},
                                  {"date", CodedValue::Date{5}},
                                  {"list", CodedValue::Array{1, 2.5, true, CodedValue()}}}),
-      PropertyList(PropertyList::Array(300, PropertyList("text"))).toData()};
+      PropertyList(PropertyList::Array(300, PropertyList("text"))).toData(),
+      KeyedArchiver::archivedDataWithRootObject(someJoiner()),
+      KeyedArchiver::archivedDataWithRootObject(someComposition()),
+      KeyedArchiver::archivedDataWithRootObject(std::make_shared<Settings>()),
+      multiplying().toData()};
 }
 
 class Mutator {
@@ -118,6 +222,7 @@ class Mutator {
 
 /// True when the bytes were read as an archive.
 bool read(const Bytes& bytes) {
+  const Bounds bounds(bytes.size());
   if (const auto list = PropertyList::fromData(bytes))
     if (!PropertyList::fromData(list->toData())) std::abort();
   try {
@@ -129,17 +234,36 @@ bool read(const Bytes& bytes) {
 
 }  // namespace
 
+// All memory goes through here and is counted.
+
+void* operator new(size_t size) {
+  void* const place = std::malloc(size);
+  if (!place) throw std::bad_alloc();
+  bytesInUse += malloc_usable_size(place);
+  if (bytesInUse > mostBytes) endFor("an archive takes too much memory\n");
+  return place;
+}
+
+void operator delete(void* place) noexcept {
+  if (place) bytesInUse -= malloc_usable_size(place);
+  std::free(place);
+}
+
+void operator delete(void* place, size_t /*size*/) noexcept { operator delete(place); }
+
 int main(int argc, char** argv) {
   if (argc < 2) {
     std::fputs("usage: fuzz_archive SECONDS [SEED]\n", stderr);
     return 2;
   }
   registerCodingClass("Track", Track::decode);
+  registerCodingClass("Settings", Settings::decode);
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(std::atol(argv[1]));
   Mutator mutator(argc > 2 ? std::strtoull(argv[2], nullptr, 10) : std::random_device{}());
   const std::vector<Bytes> originals = seeds();
   for (const Bytes& original : originals) {
     if (!PropertyList::fromData(original)) return 1;
+    read(original);
   }
 
   std::vector<Bytes> pool = originals;  // damaged ones that were still read get damaged further

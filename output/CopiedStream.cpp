@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "output/LibraryLog.h"
+#include "support/LibraryLog.h"
 
 namespace kestrel {
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "output/EncoderCompat.h"
-#include "output/LibraryLog.h"
+#include "support/LibraryLog.h"
 #include "output/MovieFileOutputState.h"
 #include "support/FFmpegCompat.h"
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "output/DictionaryEntries.h"
-#include "output/LibraryLog.h"
+#include "support/LibraryLog.h"
 
 namespace kestrel {
 

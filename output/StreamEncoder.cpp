@@ -4,7 +4,7 @@
 
 #include "output/DictionaryEntries.h"
 #include "output/EncoderCompat.h"
-#include "output/LibraryLog.h"
+#include "support/LibraryLog.h"
 #include "support/CodecLock.h"
 
 namespace kestrel {

@@ -205,6 +205,16 @@ void LMMediaSource::setFullpath(const std::string& path) {
   state_->fullpath = path;
 }
 
+bool LMMediaSource::readPacket(AVPacket* packet) {
+  AVFormatContext* context = formatContext();
+  if (!context) return false;
+  int result = av_read_frame(context, packet);
+  // Some demuxers take a failed read for the end.
+  if (result == AVERROR_EOF && context->pb && context->pb->error < 0) result = context->pb->error;
+  if (result < 0 && result != AVERROR_EOF) setLastError(libraryError(result));
+  return result >= 0;
+}
+
 Error LMMediaSource::lastError() const {
   const std::lock_guard guard(state_->lock);
   return state_->lastError;

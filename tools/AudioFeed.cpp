@@ -104,6 +104,19 @@ int32_t AudioFeed::waitingFrames() const {
   return fewest;
 }
 
+int64_t AudioFeed::skipSilence() {
+  movie_.updateCurrentMedias();
+  int64_t silence = std::numeric_limits<int64_t>::max();
+  for (const auto& input : currentInputs()) {
+    prefetch(input, 1);
+    if (input.stream->outputSamples() > 0)
+      silence = std::min(silence, std::max<int64_t>(framesUntilSound(*input.stream), 0));
+  }
+  if (silence == std::numeric_limits<int64_t>::max()) return 0;
+  if (silence > kTolerance) skip(silence);
+  return silence;
+}
+
 void AudioFeed::skip(int64_t frames) {
   std::vector<float> scratch(static_cast<size_t>(kMostFrames) * kChannels);
   while (frames > 0) {

@@ -26,6 +26,10 @@ class AudioFeed {
   /// From now on reads past the pictures of a media that has both, which nobody wants any more.
   void readAlone() { readsAlone_ = true; }
 
+  /// Before the first read: leaves out the silence that stands for the time before the input's
+  /// sound, and answers how long that time is, frames.
+  int64_t skipSilence();
+
   /// Reads and drops `frames` frames.
   void skip(int64_t frames);
 

@@ -9,16 +9,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
-#include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
-#include <system_error>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Codecs.h"
 #include "Failure.h"
 #include "Input.h"
+#include "InputEnd.h"
 #include "Interrupt.h"
 #include "OutputFile.h"
 #include "Placement.h"
@@ -39,17 +40,27 @@ struct Arguments {
   bool force = false;
 };
 
-/// Opens the track's file and makes sure that the output can take its stream.
-void openTrack(LMMovieCompositionTrack& track, const std::string& output) {
-  track.setSource(openInput(track.path()));
-  const AVFormatContext& context = *track.source()->formatContext();
-  const AVStream* stream = track.avstream();
-  if (!stream)
-    throw Failure{kFailed, fmt::format("'{}' has no stream {}: it has {}", track.path(),
-                                       track.track(), context.nb_streams)};
-  requireContainerHolds(outputFormatFor(output), stream->codecpar->codec_id, output);
-  for (unsigned i = 0; i < context.nb_streams; ++i)
-    if (context.streams[i] != stream) context.streams[i]->discard = AVDISCARD_ALL;
+/// The tracks that placements stand for, their files opened and read no further than needed.
+LMMovieComposition::TrackList openTracks(const std::vector<Placement>& placements) {
+  LMMovieComposition::TrackList tracks;
+  for (const Placement& placement : placements) {
+    auto track = std::make_shared<LMMovieCompositionTrack>();
+    track->setSource(openInput(placement.path));
+    fillInTimes(*track->source());
+    track->setTrack(placement.track);
+    track->setPosition(placement.position);
+    track->setRate(placement.rate);
+    const AVFormatContext& context = *track->source()->formatContext();
+    const AVStream* stream = track->avstream();
+    if (!stream)
+      throw Failure{kFailed,
+                    fmt::format("'{}' has no stream {}: the last one is {}", placement.path,
+                                placement.track, static_cast<int>(context.nb_streams) - 1)};
+    for (unsigned i = 0; i < context.nb_streams; ++i)
+      if (context.streams[i] != stream) context.streams[i]->discard = AVDISCARD_ALL;
+    tracks.push_back(std::move(track));
+  }
+  return tracks;
 }
 
 double lengthOf(const LMMovieCompositionTrack& track) {
@@ -57,21 +68,41 @@ double lengthOf(const LMMovieCompositionTrack& track) {
   return duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(duration) / AV_TIME_BASE;
 }
 
-int compose(const std::vector<Placement>& placements, const Arguments& arguments) {
+/// Whether the tracks were read to their ends; says where not.
+int judgeTracks(const LMMovieComposition::TrackList& tracks) {
+  int status = kDone;
+  for (const auto& track : tracks) {
+    const auto reached = static_cast<int64_t>((track->dts() - track->startTime()) * 1e6);
+    const int64_t promised = promisedLength(*track->source()->formatContext(), *track->avstream());
+    const InputEnd end{reached, track->source()->lastError(), 0};
+    if (judgeInput(track->path(), promised, end) != kDone) status = kDoneInPart;
+  }
+  return status;
+}
+
+/// AVI stores pictures in the order of decoding and no times: where that is not the order in which
+/// they are shown, only another AVI can take them.
+void requireTimes(LMMovieCompositionTrack& track, const AVOutputFormat& container) {
+  const std::string_view input = track.source()->formatContext()->iformat->name;
+  if (input == "avi" && track.avstream()->codecpar->video_delay > 0 &&
+      std::string_view(container.name) != "avi")
+    throw Failure{kFailed, fmt::format("'{}' does not tell when its pictures are shown; 'convert' "
+                                       "or 'join' encodes them anew",
+                                       track.path())};
+}
+
+int compose(const LMMovieComposition::TrackList& tracks, const Arguments& arguments) {
   LMMovieComposition composition;
   double length = 0;
-  for (const Placement& placement : placements) {
-    const auto track = composition.insert(placement.path, placement.position, 1);
-    track->setTrack(placement.track);
-    openTrack(*track, arguments.output);
-    length = std::max(length, placement.position + lengthOf(*track));
-    std::error_code ignored;
-    if (std::filesystem::equivalent(arguments.output, placement.path, ignored))
-      throw Failure{
-          kFailed, fmt::format("'{}' is an input itself; choose another output", arguments.output)};
+  const AVOutputFormat& container = outputFormatFor(arguments.output);
+  for (const auto& track : tracks) {
+    requireContainerHolds(container, track->avstream()->codecpar->codec_id, arguments.output);
+    requireTimes(*track, container);
+    length = std::max(length, track->position() + lengthOf(*track));
   }
   OutputFile target(arguments.output, arguments.force);
   Progress progress(parseProgressStyle("--progress", arguments.progress), length);
+  composition.setTracks(tracks);
   composition.setKeepsDurations(true);
   composition.setInterrupt(interrupted);
   composition.setProgress(
@@ -82,24 +113,40 @@ int compose(const std::vector<Placement>& placements, const Arguments& arguments
     throw Failure{kFailed, fmt::format("cannot write '{}': {}", arguments.output, error.message)};
   progress.finish();
   target.commit();
-  return kDone;
+  return judgeTracks(tracks);
 }
 
-int run(const Arguments& arguments) {
+/// The placements that are loaded and named; throws where they cannot be meant.
+std::vector<Placement> placementsOf(const Arguments& arguments) {
   if (arguments.output.empty() && arguments.save.empty())
     throw wrongUsage("nothing to do: give -o, --save or both");
   std::vector<Placement> placements;
   if (!arguments.load.empty()) placements = loadPlacements(arguments.load);
   for (const std::string& text : arguments.tracks) placements.push_back(parsePlacement(text));
   if (placements.empty()) throw wrongUsage("there is no track: name files or --load some");
-  for (const Placement& placement : placements)
+  std::vector<std::string> paths;
+  for (const Placement& placement : placements) {
     if (!(placement.position >= 0)) throw wrongUsage("a position is 0 or more");
-  if (!arguments.save.empty()) {
-    OutputFile target(arguments.save, arguments.force);
-    savePlacements(placements, target.path());
-    target.commit();
+    paths.push_back(placement.path);
   }
-  return arguments.output.empty() ? kDone : compose(placements, arguments);
+  if (!arguments.output.empty()) requireNoInput(arguments.output, paths);
+  if (!arguments.save.empty()) requireNoInput(arguments.save, paths);
+  if (!arguments.save.empty() && isSameFile(arguments.save, arguments.output))
+    throw wrongUsage("--save and -o name the same file");
+  return placements;
+}
+
+int run(const Arguments& arguments) {
+  const std::vector<Placement> placements = placementsOf(arguments);
+  const auto tracks = openTracks(placements);
+  std::optional<OutputFile> stored;
+  if (!arguments.save.empty()) {
+    stored.emplace(arguments.save, arguments.force);
+    savePlacements(placements, stored->path());
+  }
+  const int status = arguments.output.empty() ? kDone : compose(tracks, arguments);
+  if (stored && status != kInterrupted) stored->commit();
+  return status;
 }
 
 }  // namespace

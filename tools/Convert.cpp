@@ -20,15 +20,16 @@
 #include "Disc.h"
 #include "Failure.h"
 #include "Input.h"
+#include "InputEnd.h"
 #include "Interrupt.h"
 #include "JobQueue.h"
 #include "OutputFile.h"
 #include "PictureMaker.h"
+#include "PlannedOutput.h"
 #include "Tracks.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
-#include <libavutil/dict.h>
 }
 
 using namespace kestrel;
@@ -43,20 +44,6 @@ constexpr size_t kMostJobs = 2;
 
 /// A seek may land a few pictures late: it aims this much earlier and what is too early is dropped.
 constexpr int64_t kPreroll = kSecond / 2;
-
-/// An input that ends this much before its stated length has ended early.
-constexpr int64_t kMissingTolerance = kSecond;
-
-std::map<std::string, std::string> tagsOf(const AVDictionary* dictionary) {
-  // What the old container says of itself is not true of the new one.
-  static const std::vector<std::string> kOfContainer{"major_brand", "minor_version",
-                                                     "compatible_brands", "encoder"};
-  std::map<std::string, std::string> tags;
-  const AVDictionaryEntry* entry = nullptr;
-  while ((entry = av_dict_get(dictionary, "", entry, AV_DICT_IGNORE_SUFFIX)))
-    if (!std::ranges::count(kOfContainer, entry->key)) tags[entry->key] = entry->value;
-  return tags;
-}
 
 /// The input's chapters within the converted span, counted from its start.
 std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& input,
@@ -90,7 +77,7 @@ class Conversion {
     pump();
     output_.stopOutput();
     if (interrupted()) return kInterrupted;
-    requireOutput();
+    requireOutput(output_, settings_.output);
     target.commit();
     const int ofDisc = judgeDisc();
     return std::max(ofDisc, judgeInput());
@@ -145,23 +132,12 @@ class Conversion {
     return {media};
   }
 
-  [[noreturn]] void failToWrite() const {
-    throw Failure{kFailed, fmt::format("cannot write '{}': {}", settings_.output,
-                                       output_.lastError().message)};
-  }
-
   void openOutput(const std::string& path) {
-    output_.setPath(path);
-    output_.setFormatName(plan_.formatName);
-    output_.setMovieFormat(plan_.format);
-    output_.setOutputColor(plan_.color);
-    output_.setVideoOptions(plan_.videoOptions);
-    output_.setAudioOptions(plan_.audioOptions);
-    output_.setMuxerOptions(plan_.muxerOptions);
-    output_.setInterrupt(interrupted);
+    setUpOutput(output_, plan_, path);
     if (settings_.keepMetadata) keepMetadata();
     openStreams();
-    if (!output_.startOutput()) failToWrite();
+    output_.startOutput();
+    requireOutput(output_, settings_.output);
   }
 
   void openStreams() {
@@ -171,24 +147,18 @@ class Conversion {
     if (plan_.video == StreamAction::kCopy) output_.copyVideoMedia(movie_.videoMedia());
     if (plan_.audio == StreamAction::kEncode) output_.openAudio();
     if (plan_.audio == StreamAction::kCopy) output_.copyAudioMedia(movie_.audios().back());
-    if (output_.isVideoOpen() != hasVideo || output_.isAudioOpen() != hasAudio) failToWrite();
+    if (output_.isVideoOpen() != hasVideo || output_.isAudioOpen() != hasAudio)
+      requireOutput(output_, settings_.output);
   }
 
   void keepMetadata() {
     const AVFormatContext& input = *source_->formatContext();
     output_.setMetadata(tagsOf(input.metadata));
     output_.setChapters(chaptersOf(input, plan_));
-    const auto language = [&](uint32_t index) {
-      std::map<std::string, std::string> tags;
-      const AVDictionary* metadata = input.streams[index]->metadata;
-      if (const auto* entry = av_dict_get(metadata, "language", nullptr, 0))
-        tags["language"] = entry->value;
-      return tags;
-    };
-    if (plan_.videoIndex) output_.setVideoMetadata(language(*plan_.videoIndex));
+    if (plan_.videoIndex) output_.setVideoMetadata(languageTag(*input.streams[*plan_.videoIndex]));
     if (!plan_.audioTracks.empty())
-      output_.setAudioMetadata(
-          language(*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())));
+      output_.setAudioMetadata(languageTag(
+          *input.streams[*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())]));
   }
 
   std::vector<std::unique_ptr<Track>> makeTracks(int64_t preroll) {
@@ -278,11 +248,7 @@ class Conversion {
 
   void carryOut(const Track::Job& job) {
     job(output_);
-    if (output_.lastError()) failToWrite();
-  }
-
-  void requireOutput() {
-    if (output_.lastError()) failToWrite();
+    requireOutput(output_, settings_.output);
   }
 
   /// Whether another title may have been meant: the disc's main one, or whatever had the number,
@@ -299,30 +265,10 @@ class Conversion {
 
   /// Whether the result is all that the input promised; what is missing is said.
   int judgeInput() {
-    const AVFormatContext& input = *source_->formatContext();
-    const int64_t reached = plan_.start + inputEnd_;
-    const bool isExact = input.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
-    const bool endedEarly = isExact && input.duration != AV_NOPTS_VALUE && !plan_.end &&
-                            input.duration - reached > kMissingTolerance;
-    Error error;
-    int64_t refused = 0;
-    for (const auto& media : movie_.medias()) {
-      if (!error) error = media->source()->lastError();
-      for (const auto& stream : media->streams())
-        if (stream->enable()) refused += stream->decodeErrors();
-    }
-    if (!endedEarly && !error && refused == 0) return kDone;
-    std::string finding;
-    if (endedEarly)
-      finding =
-          fmt::format("ended early, at {:.2f} of {:.2f} s{}", lm_ff_time_to_double(reached),
-                      lm_ff_time_to_double(input.duration), error ? ": " + error.message : "");
-    else if (error)
-      finding = "was not read whole: " + error.message;
-    else
-      finding = fmt::format("is damaged: {} of its packets could not be decoded", refused);
-    fmt::print(stderr, "kestrel: '{}' {}\n", settings_.input, finding);
-    return kDoneInPart;
+    InputEnd end = faultsOf(movie_);
+    end.reached = plan_.start + inputEnd_;
+    const int64_t promised = plan_.end ? 0 : promisedLength(*source_->formatContext());
+    return ::judgeInput(settings_.input, promised, end);
   }
 
   ConvertSettings settings_;

@@ -7,9 +7,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <optional>
+#include <cmath>
 
 #include "Failure.h"
+#include "Input.h"
 #include "Interrupt.h"
 #include "JoinEncoder.h"
 #include "JoinPlan.h"
@@ -36,6 +37,23 @@ double expectedLength(const std::vector<JoinPart>& parts) {
   return end;
 }
 
+/// What sound that is encoded anew has at most.
+constexpr int kStereo = 2;
+
+/// Nobody plays slower or faster, or waits longer for an input.
+constexpr double kSlowest = 0.01;
+constexpr double kFastest = 100;
+constexpr double kLatest = 7 * 24 * 3600.0;  // seconds
+
+void requirePossible(const JoinInput& input) {
+  if (!(input.rate >= kSlowest && input.rate <= kFastest))
+    throw wrongUsage(fmt::format("'{}': the rate {} does not lie between {} and {}", input.path,
+                                 input.rate, kSlowest, kFastest));
+  if (!std::isfinite(input.position) || input.position > kLatest)
+    throw wrongUsage(fmt::format("'{}': the position {} s does not lie within a week", input.path,
+                                 input.position));
+}
+
 void say(const JoinSettings& settings, const std::string& sentence) {
   if (settings.say) settings.say(sentence);
 }
@@ -51,12 +69,14 @@ void ignoreOtherStreams(const JoinPart& part) {
 
 /// Joins by copying packets. Answers why that can't be done, none when it is done; throws `Failure`
 /// when the file cannot be written.
-std::optional<std::string> copyParts(const JoinSettings& settings,
-                                     const std::vector<JoinPart>& parts, const std::string& path) {
+Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
+                const std::string& path) {
   LMMovieComposition composition;
   LMMovieComposition::TrackList tracks;
-  for (const JoinPart& part : parts) {
+  std::vector<JoinPart*> owners;  // of the tracks
+  for (JoinPart& part : parts) {
     ignoreOtherStreams(part);
+    fillInTimes(*part.source);
     for (const AVStream* stream : part.streams()) {
       auto track = std::make_shared<LMMovieCompositionTrack>();
       track->setSource(part.source);
@@ -65,33 +85,36 @@ std::optional<std::string> copyParts(const JoinSettings& settings,
                                                   : LMMovieComposition::kBehind);
       track->setRate(part.input.rate);
       tracks.push_back(std::move(track));
+      owners.push_back(&part);
     }
   }
-  composition.setTracks(std::move(tracks));
+  composition.setTracks(tracks);
   Progress progress(settings.progress, expectedLength(parts));
   composition.setInterrupt(interrupted);
   composition.setProgress(
       [&](double seconds, int64_t pictures) { progress.update(seconds, pictures); });
   composition.joinToFile(path);
-  if (interrupted()) return std::nullopt;
+  if (interrupted()) return {};
   const Error error = composition.lastError();
-  if (error.code == LMMovieComposition::kDoesNotJoin) return error.message;
+  if (error.code == LMMovieComposition::kDoesNotJoin ||
+      error.code == LMMovieComposition::kContainerRefuses)
+    return error;
   if (error)
     throw Failure{kFailed, fmt::format("cannot write '{}': {}", settings.output, error.message)};
+  for (size_t i = 0; i < tracks.size(); ++i) {
+    const auto reached = static_cast<int64_t>((tracks[i]->dts() - tracks[i]->startTime()) * 1e6);
+    owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
+  }
   progress.finish();
-  return std::nullopt;
+  return {};
 }
 
 /// Whether the inputs were read to their ends; says where not.
 int judgeInputs(const std::vector<JoinPart>& parts) {
   int status = kDone;
   for (const JoinPart& part : parts) {
-    const Error error = part.source->lastError();
-    const AVIOContext* io = part.source->formatContext()->pb;
-    const bool isBroken = error || (io && io->error < 0 && io->error != AVERROR_EOF);
-    if (!isBroken) continue;
-    fmt::print(stderr, "kestrel: '{}' ended early\n", part.input.path);
-    status = kDoneInPart;
+    const int64_t promised = part.isCut ? 0 : promisedLength(*part.source->formatContext());
+    if (judgeInput(part.input.path, promised, part.end) != kDone) status = kDoneInPart;
   }
   return status;
 }
@@ -100,34 +123,41 @@ int judgeInputs(const std::vector<JoinPart>& parts) {
 
 int joinFiles(const JoinSettings& settings) {
   if (settings.inputs.empty()) throw wrongUsage("there is nothing to join");
-  for (const JoinInput& input : settings.inputs)
-    if (!(input.rate > 0)) throw wrongUsage(fmt::format("'{}': a rate is above 0", input.path));
-  JoinPlan plan = planJoin(settings);
-  OutputFile target(settings.output, settings.force, settings.inputs.front().path);
+  std::vector<std::string> paths;
   for (const JoinInput& input : settings.inputs) {
-    std::error_code ignored;
-    if (std::filesystem::equivalent(settings.output, input.path, ignored))
-      throw Failure{kFailed,
-                    fmt::format("'{}' is an input itself; choose another output", settings.output)};
+    requirePossible(input);
+    paths.push_back(input.path);
   }
-  if (settings.showTable) settings.showTable(plan.table);
+  requireNoInput(settings.output, paths);
+  JoinPlan plan = planJoin(settings);
+  OutputFile target(settings.output, settings.force);
+  if (settings.showTable)
+    settings.showTable(plan.table);
+  else
+    for (const std::string& sentence : plan.leftOut) say(settings, sentence);
 
   std::string reason = plan.reasons.empty() ? "" : fmt::format("{}", fmt::join(plan.reasons, "; "));
   const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
   bool isCopied = false;
+  bool keepsCodecs = true;
   if (mayCopy && reason.empty()) {
     say(settings, "copying packets: the inputs fit together");
-    const auto problem = copyParts(settings, plan.parts, target.path());
+    const Error problem = copyParts(settings, plan.parts, target.path());
     if (interrupted()) return kInterrupted;
     isCopied = !problem;
-    reason = problem.value_or("");
+    reason = problem.message;
+    keepsCodecs = problem.code != LMMovieComposition::kContainerRefuses;
   }
   if (!isCopied) {
     if (settings.reencode == JoinSettings::Reencode::kNever)
       throw Failure{kFailed, "the inputs do not fit together: " + reason};
     say(settings, "encoding anew: " + (mayCopy ? reason : "as asked for"));
+    if (const int channels = plan.parts.front().channels(); channels > kStereo)
+      say(settings, fmt::format("{} channels of sound become {}", channels, kStereo));
     for (JoinPart& part : plan.parts) part = openPart(part.input);
-    encodeJoin(settings, plan.parts, expectedLength(plan.parts), target.path());
+    JoinSettings encoding = settings;
+    encoding.keepsCodecs = keepsCodecs;
+    encodeJoin(encoding, plan.parts, expectedLength(plan.parts), target.path());
     if (interrupted()) return kInterrupted;
   }
   const int status = judgeInputs(plan.parts);

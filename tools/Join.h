@@ -31,6 +31,9 @@ struct JoinSettings {
   /// first input's.
   ConvertSettings format;
 
+  /// Whether that includes the first input's codecs; else they are the container's.
+  bool keepsCodecs = true;
+
   Progress::Style progress = Progress::Style::kBar;
 
   /// Told what fits and what does not, as a table; empty: nobody.

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <deque>
 #include <exception>
 #include <limits>
 #include <memory>
@@ -17,21 +16,20 @@
 #include <utility>
 #include <vector>
 
-#include "AudioFeed.h"
 #include "Codecs.h"
 #include "ConvertPlan.h"
 #include "Failure.h"
 #include "Interrupt.h"
 #include "JobQueue.h"
+#include "JoinSound.h"
 #include "PictureMaker.h"
+#include "PlannedOutput.h"
 #include "Progress.h"
-#include "Tempo.h"
 #include "VideoFeed.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/channel_layout.h>
 #include <libavutil/mathematics.h>
 }
 
@@ -39,23 +37,15 @@ using namespace kestrel;
 
 namespace {
 
-constexpr int32_t kSoundRate = 44100;  // the movie's own
-constexpr int32_t kChannels = 2;
 constexpr Rational kSoundAlone{50, 1};  // how often sound is written where there are no pictures
 constexpr size_t kMostJobs = 4;
 constexpr double kSameShape = 0.03;  // of width / height
 
-/// Sound that goes on for less than this after the last picture belongs to no picture; frames.
-constexpr int32_t kOrdinaryOverhang = kSoundRate / 10;
+/// Sound that begins earlier than this before the pictures is no rest of a cut; microseconds.
+constexpr int64_t kLongestLead = 1000000;
 
-std::string layoutName(const AVChannelLayout& layout) {
-  const int64_t usual = lm_get_default_channel_layout(layout.nb_channels);
-  char text[64] = "";
-  AVChannelLayout named{};
-  if (usual) av_channel_layout_from_mask(&named, static_cast<uint64_t>(usual));
-  av_channel_layout_describe(&named, text, sizeof text);
-  return usual ? text : "";
-}
+/// By how much time stamps may be early, in ticks.
+constexpr double kJitter = 0.05;
 
 bool isEncodable(const AVOutputFormat& container, AVCodecID codec, const std::string& path) {
   try {
@@ -76,7 +66,11 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   const AVFormatContext& context = *first.source->formatContext();
   const auto own = [&](std::string& name, const AVStream& stream) {
     const AVCodecID codec = stream.codecpar->codec_id;
-    if (name.empty() && isEncodable(container, codec, settings.output))
+    // A file of bare packets is one codec's alone.
+    const bool isOthers =
+        (container.flags & AVFMT_NOTIMESTAMPS) != 0 && codec != container.audio_codec;
+    if (isOthers) return;
+    if (name.empty() && settings.keepsCodecs && isEncodable(container, codec, settings.output))
       name = avcodec_get_name(codec);
   };
   if (first.video) own(format.videoCodec, *context.streams[*first.video]);
@@ -86,23 +80,25 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   // Another codec may not know the rate.
   if (!format.sampleRate && format.audioCodec == avcodec_get_name(sound.codecpar->codec_id))
     format.sampleRate = sound.codecpar->sample_rate;
-  if (format.channels.empty()) format.channels = layoutName(sound.codecpar->ch_layout);
+  // The movie's own sound, which goes into the encoder, is stereo.
+  const bool isMono = std::ranges::all_of(first.audios, [&](uint32_t stream) {
+    return context.streams[stream]->codecpar->ch_layout.nb_channels == 1;
+  });
+  if (format.channels.empty()) format.channels = isMono ? "mono" : "stereo";
   return format;
 }
 
-/// One part as it plays: pictures by the output's ticks, and sound, both at its rate.
-class Player {
+/// One part's pictures as they play, by the output's ticks at the part's rate.
+class PartPictures {
  public:
-  Player(const JoinPart& part, const ConvertPlan& plan, const LMFFMovieFileOutput& output)
-      : rate_(part.input.rate) {
-    IndexSet streams;
-    if (part.video) streams.insert(*part.video);
-    if (!part.audios.empty()) streams.insert(part.audios.front());
+  /// Opens what is to be shown; `start` is the part's time (microseconds) that the first tick
+  /// begins at.
+  PartPictures(const JoinPart& part, const ConvertPlan& plan, const LMFFMovieFileOutput& output,
+               int64_t start) {
     movie_.setExportMovie(true);
-    movie_.openMedias(part.source->createMediasWithStreams(streams));
-    if (movie_.hasVideo() && plan.video == StreamAction::kEncode) openPictures(part, plan, output);
-    if (movie_.hasAudio()) sound_ = std::make_unique<AudioFeed>(movie_);
-    if (rate_ != 1 && sound_) tempo_ = std::make_unique<Tempo>(rate_);
+    if (!part.video) return;
+    movie_.openMedias(part.source->createMediasWithStreams(IndexSet{*part.video}));
+    if (movie_.hasVideo()) open(part, plan, output, start);
     movie_.seek(0);
     movie_.flushOperation();
   }
@@ -110,39 +106,26 @@ class Player {
   LMFFMovie& movie() { return movie_; }
 
   /// The next picture, null when there is none any more.
-  std::shared_ptr<LMFFImage> nextPicture() {
-    if (!pictures_) return nullptr;
-    const int64_t middle = pictures_->time() + pictures_->tickDuration() / 2;
-    auto picture = pictures_->next();
-    if (!picture) pictures_.reset();
+  std::shared_ptr<LMFFImage> next() {
+    if (!feed_) return nullptr;
+    const int64_t middle = feed_->time() + feed_->tickDuration() / 2;
+    auto picture = feed_->next();
+    if (!picture) {
+      reached_ = feed_->time();
+      feed_.reset();
+    }
     return picture && maker_ ? maker_->make(picture, middle) : picture;
   }
 
-  /// Makes sure that `frames` of sound wait; fewer where it ends before.
-  int32_t fetchSound(int32_t frames) {
-    std::vector<float> block(static_cast<size_t>(kBlock) * kChannels);
-    while (waitingFrames() < frames && sound_) {
-      const int32_t got = readSound(block.data(), kBlock);
-      if (got == 0 && !sound_) break;
-      waiting_.insert(waiting_.end(), block.begin(), block.begin() + kChannels * got);
-    }
-    return std::min(frames, waitingFrames());
-  }
-
-  /// Moves waiting sound into `data`.
-  void takeSound(float* data, int32_t frames) {
-    const auto end = waiting_.begin() + std::ptrdiff_t{kChannels} * frames;
-    std::copy(waiting_.begin(), end, data);
-    waiting_.erase(waiting_.begin(), end);
+  InputEnd inputEnd() const {
+    InputEnd end = faultsOf(movie_);
+    end.reached = feed_ ? feed_->time() : reached_;
+    return end;
   }
 
  private:
-  static constexpr int32_t kBlock = 1024;
-
-  int32_t waitingFrames() const { return static_cast<int32_t>(waiting_.size()) / kChannels; }
-
-  void openPictures(const JoinPart& part, const ConvertPlan& plan,
-                    const LMFFMovieFileOutput& output) {
+  void open(const JoinPart& part, const ConvertPlan& plan, const LMFFMovieFileOutput& output,
+            int64_t start) {
     const AVStream& stream = *part.source->formatContext()->streams[*part.video];
     const Size size{static_cast<double>(plan.format.width),
                     static_cast<double>(plan.format.height)};
@@ -159,85 +142,66 @@ class Player {
       maker_ = std::make_unique<PictureMaker>(movie_, *output.videoConverter());
     }
     const AVRational ticks =
-        av_mul_q({plan.rate.num, plan.rate.den}, av_inv_q(av_d2q(rate_, kMostExactRate)));
-    pictures_ = std::make_unique<VideoFeed>(movie_, 0, Rational{ticks.num, ticks.den});
-  }
-
-  /// Reads some sound; `sound_` goes at its end.
-  int32_t readSound(float* data, int32_t frames) {
-    if (!tempo_) {
-      const int32_t got = sound_->read(data, frames);
-      if (got == 0) sound_.reset();
-      return got;
-    }
-    int32_t got = 0;
-    while ((got = tempo_->read(data, frames)) == 0 && !isDrained_) {
-      const int32_t more = sound_->read(data, frames);
-      tempo_->write(data, more);
-      isDrained_ = more == 0;
-    }
-    if (got == 0) sound_.reset();
-    return got;
+        av_mul_q({plan.rate.num, plan.rate.den}, av_inv_q(av_d2q(part.input.rate, kMostExactRate)));
+    feed_ = std::make_unique<VideoFeed>(movie_, start, Rational{ticks.num, ticks.den});
   }
 
   static constexpr int32_t kWholeWithBars = 2;
   static constexpr int kMostExactRate = 100000;
 
-  const double rate_;
   LMFFMovie movie_;
-  std::unique_ptr<VideoFeed> pictures_;
+  std::unique_ptr<VideoFeed> feed_;
   std::unique_ptr<PictureMaker> maker_;
-  std::unique_ptr<AudioFeed> sound_;
-  std::unique_ptr<Tempo> tempo_;
-  bool isDrained_ = false;
-  std::deque<float> waiting_;
+  int64_t reached_ = 0;
 };
 
 class JoinEncoder {
  public:
-  JoinEncoder(const JoinSettings& settings, const std::vector<JoinPart>& parts, double length)
+  JoinEncoder(const JoinSettings& settings, std::vector<JoinPart>& parts, double length)
       : settings_(settings),
         parts_(parts),
         progress_(settings.progress, length),
         format_(formatOf(settings, parts.front())),
         plan_(planConversion(format_, *parts.front().source)),
-        rate_(plan_.video == StreamAction::kEncode ? plan_.rate : kSoundAlone) {}
+        hasPictures_(plan_.video == StreamAction::kEncode),
+        rate_(hasPictures_ ? plan_.rate : kSoundAlone) {}
 
   void run(const std::string& path) {
     openOutput(path);
     for (size_t i = 0; i < parts_.size() && !interrupted(); ++i) writePart(i);
     if (interrupted()) return;
-    if (plan_.audio == StreamAction::kEncode) encoding_.push([this] { output_.finishAudio(); });
+    for (const auto& sound : sounds_)
+      push([&sound, rest = sound->rest(framesAt(tick_))] { sound->encode(rest); });
+    for (const auto& sound : sounds_) push([&sound] { sound->finish(); });
     encoding_.finish();
     output_.stopOutput();
-    requireOutput();
+    requireOutput(output_, settings_.output);
     progress_.finish();
   }
 
  private:
-  void requireOutput() {
-    if (!output_.lastError() || interrupted()) return;
-    throw Failure{kFailed, fmt::format("cannot write '{}': {}", settings_.output,
-                                       output_.lastError().message)};
-  }
-
   void openOutput(const std::string& path) {
-    output_.setPath(path);
-    output_.setFormatName(plan_.formatName);
-    output_.setMovieFormat(plan_.format);
-    output_.setOutputColor(plan_.color);
-    output_.setVideoOptions(plan_.videoOptions);
-    output_.setAudioOptions(plan_.audioOptions);
-    output_.setMuxerOptions(plan_.muxerOptions);
-    output_.setInterrupt(interrupted);
-    if (plan_.video == StreamAction::kEncode) output_.openVideo();
-    if (plan_.audio == StreamAction::kEncode) output_.openAudio();
-    if (!output_.startOutput()) requireOutput();
-    if (plan_.video == StreamAction::kEncode) black_ = output_.createCGContext();
+    const AVFormatContext& first = *parts_.front().source->formatContext();
+    setUpOutput(output_, plan_, path);
+    output_.setMetadata(tagsOf(first.metadata));
+    if (hasPictures_) {
+      output_.setVideoMetadata(languageTag(*first.streams[*parts_.front().video]));
+      output_.openVideo();
+    }
+    if (plan_.audio == StreamAction::kEncode)
+      for (const uint32_t stream : parts_.front().audios)
+        sounds_.push_back(std::make_unique<JoinSound>(output_, *first.streams[stream]));
+    output_.startOutput();
+    requireOutput(output_, settings_.output);
+    if (hasPictures_) black_ = output_.createCGContext();
   }
 
   /// The tick that a time (seconds) falls on.
   int64_t tickAt(double seconds) const { return std::llround(seconds * rate_.num / rate_.den); }
+
+  int64_t framesAt(int64_t tick) const {
+    return av_rescale(tick, int64_t{PartSound::kRate} * rate_.den, rate_.num);
+  }
 
   /// The first tick that belongs to the part behind `i`, where that says.
   int64_t limitOf(size_t i) const {
@@ -245,16 +209,44 @@ class JoinEncoder {
     return isStated ? tickAt(parts_[i + 1].input.position) : std::numeric_limits<int64_t>::max();
   }
 
+  /// Whether a part follows the one before without a gap: a position that is less than a picture
+  /// away means that, too.
+  bool followsTheOther(size_t i) const {
+    const double position = parts_[i].input.position;
+    return i > 0 && !parts_[i - 1].isCut &&
+           (position < 0 || std::abs(tickAt(position) - tick_) <= 1);
+  }
+
+  /// The part's time at which its first tick begins, microseconds: with the first picture where
+  /// pictures follow pictures, else less than a tick after its own, so that pictures fall on ticks.
+  int64_t startOf(const JoinPart& part, bool follows) const {
+    const AVFormatContext& context = *part.source->formatContext();
+    if (!hasPictures_ || !part.video) return 0;
+    const AVStream& stream = *context.streams[*part.video];
+    if (stream.start_time == AV_NOPTS_VALUE || context.start_time == AV_NOPTS_VALUE) return 0;
+    const int64_t first =
+        av_rescale_q(stream.start_time, stream.time_base, AV_TIME_BASE_Q) - context.start_time;
+    if (follows && first <= kLongestLead) return std::max<int64_t>(first, 0);
+    const double tick = 1e6 * part.input.rate * rate_.den / rate_.num;
+    const double ticks = std::floor(static_cast<double>(first) / tick + kJitter);
+    return first - std::llround(ticks * tick);
+  }
+
   void writePart(size_t i) {
-    if (parts_[i].input.position >= 0)
-      while (tick_ < tickAt(parts_[i].input.position) && !interrupted())
-        writeTick(nullptr, nullptr);
-    Player player(parts_[i], plan_, output_);
+    JoinPart& part = parts_[i];
+    const bool follows = followsTheOther(i);
+    if (!follows && part.input.position >= 0) {
+      for (const auto& sound : sounds_) sound->end();
+      while (tick_ < tickAt(part.input.position) && !interrupted()) writeTick(nullptr);
+    }
+    const int64_t start = startOf(part, follows);
+    beginSound(part, start, follows);
+    PartPictures pictures(hasPictures_ ? part : JoinPart{}, plan_, output_, start);
     std::exception_ptr failure;
-    player.movie().decodeImage(
+    pictures.movie().decodeImage(
         [&] {
           try {
-            playPart(player, limitOf(i));
+            playPart(pictures, limitOf(i), part);
           } catch (...) {
             failure = std::current_exception();
           }
@@ -262,68 +254,93 @@ class JoinEncoder {
         true);
     encoding_.finish();  // it may still read the part's pictures
     if (failure) std::rethrow_exception(failure);
+    part.end = pictures.inputEnd();
+    for (const auto& sound : sounds_) part.end.add(sound->inputEnd());
   }
 
-  void playPart(Player& player, int64_t limit) {
-    const int32_t overhang = plan_.video == StreamAction::kEncode ? kOrdinaryOverhang : 1;
+  void beginSound(const JoinPart& part, int64_t start, bool follows) {
+    const auto lead =
+        std::llround(static_cast<double>(start) * PartSound::kRate / 1e6 / part.input.rate);
+    for (size_t i = 0; i < sounds_.size(); ++i) {
+      std::unique_ptr<PartSound> sound;
+      if (i < part.audios.size())
+        sound = std::make_unique<PartSound>(part, part.audios[i], follows && hasPictures_);
+      const int64_t begin = sound ? sound->begin() - lead : 0;
+      if (!follows)
+        sounds_[i]->begin(std::move(sound), framesAt(tick_), begin);
+      else if (hasPictures_)
+        sounds_[i]->meet(std::move(sound), framesAt(tick_), begin);
+      else
+        sounds_[i]->follow(std::move(sound));
+    }
+  }
+
+  /// Whether some sound track goes on for so many frames.
+  bool goesOnFor(int32_t frames) {
+    return std::ranges::any_of(sounds_,
+                               [&](const auto& sound) { return sound->ahead(frames) >= frames; });
+  }
+
+  void playPart(PartPictures& pictures, int64_t limit, JoinPart& part) {
+    const int32_t overhang = hasPictures_ ? JoinSound::kOrdinaryOverhang : 1;
     bool goesOn = false;  // without pictures
-    while (tick_ < limit && !interrupted()) {
-      const auto picture = player.nextPicture();
+    auto next = pictures.next();
+    while (!interrupted()) {
+      const auto picture = next;
+      if (picture) next = pictures.next();
       if (!picture) {  // then it goes on only for sound that is more than an overhang
-        goesOn = goesOn ||
-                 (plan_.audio == StreamAction::kEncode && player.fetchSound(overhang) >= overhang);
-        if (!goesOn || player.fetchSound(1) == 0) return;
+        goesOn = goesOn || goesOnFor(overhang);
+        if (!goesOn || !goesOnFor(1)) return;
       }
-      writeTick(picture, &player);
+      // A last picture at the limit still belongs to the part: lengths are rounded.
+      if (tick_ >= limit && (tick_ > limit || !picture || next)) {
+        part.isCut = true;
+        return;
+      }
+      writeTick(picture);
     }
   }
 
-  /// Writes one tick of pictures and sound: a picture, black without one; a player's sound, silence
-  /// where that has ended or there is no player.
-  void writeTick(const std::shared_ptr<LMFFImage>& picture, Player* player) {
+  /// Writes one tick of pictures and sound: a picture, black without one, and the sound of its
+  /// time.
+  void writeTick(const std::shared_ptr<LMFFImage>& picture) {
     ++tick_;
-    if (plan_.audio == StreamAction::kEncode) {
-      const int64_t end = av_rescale(tick_, int64_t{kSoundRate} * rate_.den, rate_.num);
-      const auto wanted = static_cast<int32_t>(end - frames_);
-      auto block =
-          std::make_shared<std::vector<float>>(static_cast<size_t>(wanted) * kChannels, 0.F);
-      if (player) player->takeSound(block->data(), player->fetchSound(wanted));
-      frames_ = end;
-      push([this, block, wanted] { output_.writeSample(block->data(), wanted); });
-    }
-    if (plan_.video == StreamAction::kEncode) {
+    for (const auto& sound : sounds_)
+      push([&sound, samples = sound->take(framesAt(tick_))] { sound->encode(samples); });
+    if (hasPictures_) {
       if (picture)
         push([this, picture] { output_.writeImage(picture); });
       else
         push([this] { output_.writeCGContext(black_.get()); });
     }
     const double seconds = static_cast<double>(tick_) * rate_.den / rate_.num;
-    progress_.update(seconds, plan_.video == StreamAction::kEncode ? tick_ : 0);
+    progress_.update(seconds, hasPictures_ ? tick_ : 0);
   }
 
   void push(std::function<void()> job) {
     encoding_.push([this, job = std::move(job)] {
       job();
-      requireOutput();
+      requireOutput(output_, settings_.output);
     });
   }
 
   const JoinSettings& settings_;
-  const std::vector<JoinPart>& parts_;
+  std::vector<JoinPart>& parts_;
   Progress progress_;
   const ConvertSettings format_;
   const ConvertPlan plan_;
+  const bool hasPictures_;
   const Rational rate_;  // ticks per second
   LMFFMovieFileOutput output_;
+  std::vector<std::unique_ptr<JoinSound>> sounds_;
   std::unique_ptr<BitmapContext> black_;
-  int64_t tick_ = 0;    // ticks written
-  int64_t frames_ = 0;  // of sound written
+  int64_t tick_ = 0;  // ticks written
   JobQueue encoding_{kMostJobs};
 };
 
 }  // namespace
 
-void encodeJoin(const JoinSettings& settings, const std::vector<JoinPart>& parts, double length,
+void encodeJoin(const JoinSettings& settings, std::vector<JoinPart>& parts, double length,
                 const std::string& path) {
   JoinEncoder(settings, parts, length).run(path);
 }

@@ -43,6 +43,36 @@ std::string describe(const JoinPart& part) {
   return fmt::format("{}", fmt::join(words, " + "));
 }
 
+/// "3 chapters", "1 cover"; "" for none.
+std::string counted(size_t count, const char* what) {
+  return count == 0 ? "" : fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+/// What of a part does not go into the output; "" for nothing.
+std::string leftOut(const JoinPart& part) {
+  const AVFormatContext& context = *part.source->formatContext();
+  const auto taken = part.streams();
+  size_t pictures = 0, covers = 0, subtitles = 0, others = 0;
+  for (unsigned i = 0; i < context.nb_streams; ++i) {
+    const AVStream* stream = context.streams[i];
+    if (std::ranges::count(taken, stream) > 0) continue;
+    const AVMediaType type = stream->codecpar->codec_type;
+    const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    const bool isPicture = type == AVMEDIA_TYPE_VIDEO;
+    ++(isCover                         ? covers
+       : isPicture                     ? pictures
+       : type == AVMEDIA_TYPE_SUBTITLE ? subtitles
+                                       : others);
+  }
+  std::string all;
+  for (const std::string& some :
+       {counted(pictures, "video track"), counted(subtitles, "subtitle track"),
+        counted(covers, "cover"), counted(context.nb_chapters, "chapter"),
+        counted(others, "other track")})
+    if (!some.empty()) all += (all.empty() ? "" : ", ") + some;
+  return all;
+}
+
 /// What of a part does not fit the first one.
 std::vector<std::string> differences(const JoinPart& first, const JoinPart& part) {
   if (first.video.has_value() != part.video.has_value())
@@ -85,8 +115,10 @@ std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::str
                                 : problems[i].empty()
                                     ? "fits"
                                     : fmt::format("does not fit: {}", fmt::join(problems[i], ", "));
-    table += fmt::format("{:<{}}  {:<{}}  {}\n", printable(plan.parts[i].input.path), nameWidth,
-                         describe(plan.parts[i]), streamWidth, verdict);
+    const std::string missing = leftOut(plan.parts[i]);
+    table += fmt::format("{:<{}}  {:<{}}  {}{}\n", printable(plan.parts[i].input.path), nameWidth,
+                         describe(plan.parts[i]), streamWidth, verdict,
+                         missing.empty() ? "" : "; left out: " + missing);
   }
   return table;
 }
@@ -99,6 +131,13 @@ std::vector<AVStream*> JoinPart::streams() const {
   if (video) all.push_back(context.streams[*video]);
   for (const uint32_t index : audios) all.push_back(context.streams[index]);
   return all;
+}
+
+int JoinPart::channels() const {
+  int most = 0;
+  for (const uint32_t index : audios)
+    most = std::max(most, source->formatContext()->streams[index]->codecpar->ch_layout.nb_channels);
+  return most;
 }
 
 JoinPart openPart(const JoinInput& input) {
@@ -122,6 +161,8 @@ JoinPlan planJoin(const JoinSettings& settings) {
   for (const JoinInput& input : settings.inputs) {
     plan.parts.push_back(openPart(input));
     problems.push_back(differences(plan.parts.front(), plan.parts.back()));
+    if (const std::string missing = leftOut(plan.parts.back()); !missing.empty())
+      plan.leftOut.push_back(fmt::format("left out of '{}': {}", input.path, missing));
     if (input.rate != 1)
       problems.back().push_back(fmt::format("it plays at {} times its speed", input.rate));
     if (!problems.back().empty())

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "InputEnd.h"
 #include "Join.h"
 
 struct AVFormatContext;
@@ -20,15 +21,21 @@ struct JoinPart {
   std::shared_ptr<kestrel::LMMediaSource> source;
   std::optional<uint32_t> video;  ///< container index of the pictures
   std::vector<uint32_t> audios;   ///< container indexes of the sound tracks
+  InputEnd end = {};              ///< how far it was read by the join
+  bool isCut = false;             ///< it was not to be read to its end
 
   /// Pictures first, then the sound tracks.
   std::vector<AVStream*> streams() const;
+
+  /// The most channels that one of the sound tracks has; 0 without any.
+  int channels() const;
 };
 
 /// What can be said of a join before anything is copied.
 struct JoinPlan {
   std::vector<JoinPart> parts;
   std::vector<std::string> reasons;  ///< why packets cannot be copied; empty where they can
+  std::vector<std::string> leftOut;  ///< what of the inputs has no place in the output, a line each
   std::string table;                 ///< what fits and what does not, for people
 };
 

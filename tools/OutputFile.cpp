@@ -102,3 +102,15 @@ void OutputFile::commit() {
   isPartial_ = false;
   keepOnInterrupt(path_);
 }
+
+bool isSameFile(const std::string& one, const std::string& other) {
+  std::error_code ignored;
+  return fs::equivalent(one, other, ignored) ||
+         fs::weakly_canonical(one, ignored) == fs::weakly_canonical(other, ignored);
+}
+
+void requireNoInput(const std::string& target, const std::vector<std::string>& inputs) {
+  for (const std::string& input : inputs)
+    if (isSameFile(target, input))
+      throw Failure{kFailed, "'" + target + "' is an input itself; choose another output"};
+}

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 /// The way to a target file that is never half written: the work goes to a partial file beside the
 /// target, whose name says what it is, and `commit` puts it in the target's place. Until then an
@@ -33,3 +34,9 @@ class OutputFile {
   bool force_;
   bool isPartial_ = false;  // what lies at `path_` is this object's to remove
 };
+
+/// Whether two names, given as users write them, mean one file, be it there or not.
+bool isSameFile(const std::string& one, const std::string& other);
+
+/// Throws `Failure` when `target` is one of the files that are read.
+void requireNoInput(const std::string& target, const std::vector<std::string>& inputs);

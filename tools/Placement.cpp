@@ -6,6 +6,7 @@
 
 #include <charconv>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <system_error>
 
@@ -28,13 +29,26 @@ bool isFile(const std::string& path) {
 void takeTrack(Placement& placement) {
   const size_t colon = placement.path.rfind(':');
   if (isFile(placement.path) || colon == std::string::npos) return;
-  const char* const begin = placement.path.data() + colon + 1;
-  const char* const end = placement.path.data() + placement.path.size();
-  int32_t number = 0;
-  const auto [next, problem] = std::from_chars(begin, end, number);
-  if (begin == end || problem != std::errc{} || next != end || number < 0) return;
-  placement.track = number;
-  placement.path.resize(colon);
+  const std::string file = placement.path.substr(0, colon);
+  const std::string text = placement.path.substr(colon + 1);
+  const char* const end = text.data() + text.size();
+  const auto [next, problem] = std::from_chars(text.data(), end, placement.track);
+  const bool isNumber = problem == std::errc{} && next == end && placement.track >= 0;
+  if (!isNumber && isFile(file))
+    throw wrongUsage("'" + text + "' is no stream of '" + file + "': they are numbers from 0");
+  if (!isNumber) {
+    placement.track = 0;
+    return;
+  }
+  placement.path = file;
+}
+
+/// A stream's number as it is stored.
+int32_t trackIn(const CodedValue& value) {
+  const auto number = value.as<int64_t>();
+  if (number < 0 || number > std::numeric_limits<int32_t>::max())
+    throw ArchiveError("a stream's number is none");
+  return static_cast<int32_t>(number);
 }
 
 /// The list under a key of an archive's dictionary; null where there is none.
@@ -69,7 +83,7 @@ void savePlacements(const std::vector<Placement>& placements, const std::string&
     std::error_code ignored;
     track->setPath(std::filesystem::absolute(placement.path, ignored).string());
     track->setPosition(placement.position);
-    track->setRate(1);
+    track->setRate(placement.rate);
     tracks.emplace_back(std::move(track));
     streams.emplace_back(placement.track);
   }
@@ -91,8 +105,8 @@ std::vector<Placement> loadPlacements(const std::string& path) {
     for (size_t i = 0; i < tracks->size(); ++i) {
       const auto track = (*tracks)[i].object<LMMovieCompositionTrack>();
       if (!track) throw ArchiveError("a track is missing");
-      placements.push_back({track->path(), 0, track->position()});
-      if (streams) placements.back().track = static_cast<int32_t>((*streams)[i].as<int64_t>());
+      placements.push_back(
+          {track->path(), streams ? trackIn((*streams)[i]) : 0, track->position(), track->rate()});
     }
     return placements;
   } catch (const ArchiveError& problem) {

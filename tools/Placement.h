@@ -9,6 +9,7 @@ struct Placement {
   std::string path;
   int32_t track = 0;    ///< the stream's index in the file
   double position = 0;  ///< seconds
+  double rate = 1;      ///< kept for other programs; packets are copied as they are
 
   bool operator==(const Placement&) const = default;
 };

@@ -80,7 +80,7 @@ bool VideoFeed::take(const AVFrame& frame, const LMFFMedia& media, int64_t time)
 /// Finds the picture shown at the start. One that ends within a quarter of a tick gives way to the
 /// next, so that a start given in rounded seconds hits the picture that was meant.
 void VideoFeed::findFirst() {
-  if (!fetch(start_ + ticks(1) / 4) && !newest_.image) return;
+  if (!fetch(std::max<int64_t>(start_ + ticks(1) / 4, 0)) && !newest_.image) return;
   shown_ = newest_;
   anchor_ = std::max(newest_.start, start_);
   anchorTick_ =

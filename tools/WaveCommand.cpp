@@ -10,10 +10,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "Failure.h"
 #include "Input.h"
+#include "InputEnd.h"
 #include "Interrupt.h"
 #include "OutputFile.h"
 #include "Progress.h"
@@ -28,24 +31,57 @@ using namespace kestrel;
 
 namespace {
 
-constexpr int kLargestSide = 16384;  // pixels
+constexpr char kUsualSize[] = "1200x240";  // pixels
+constexpr int kLargestSide = 16384;
 
 struct Arguments {
   std::string input, output, tracks;
-  std::string size = "1200x240";
+  std::string size;
   std::string progress = "bar";
   double pointsPerSecond = 100;
-  int bits = 16;
+  std::optional<int> bits;
   bool splitChannels = false;
   bool force = false;
 };
 
 PictureSize parsePictureSize(const std::string& text) {
-  const PictureSize size = parseSize("--size", text);
-  if (!size.width || !size.height) throw wrongUsage("--size: a waveform needs both sides");
-  if (std::max(*size.width, *size.height) > kLargestSide)
-    throw wrongUsage(fmt::format("--size: a side has {} pixels at most", kLargestSide));
+  PictureSize size;
+  try {
+    size = parseSize("--size", text.empty() ? kUsualSize : text);
+  } catch (const Failure&) {
+    size = {};
+  }
+  if (!size.width || !size.height || std::max(*size.width, *size.height) > kLargestSide)
+    throw wrongUsage(
+        fmt::format("--size: '{}' is not a size such as 1200x240, with up to {} pixels a side",
+                    text, kLargestSide));
   return size;
+}
+
+/// Options that would do nothing are mistakes.
+void requireMeaning(const Arguments& arguments, const std::string& extension) {
+  if (extension == ".png" && arguments.bits)
+    throw wrongUsage("--bits does nothing for a picture: its numbers are those of .json and .dat");
+  if (extension != ".png" && !arguments.size.empty())
+    throw wrongUsage(fmt::format("--size does nothing for {}: it is that of a .png", extension));
+  if (arguments.bits && *arguments.bits != 8 && *arguments.bits != 16)
+    throw wrongUsage("--bits is 8 or 16");
+}
+
+/// How long the chosen sound tracks promise to be together, microseconds.
+int64_t promisedSound(AVFormatContext& context, const WaveformSettings& settings) {
+  std::vector<unsigned> audios;
+  for (unsigned i = 0; i < context.nb_streams; ++i)
+    if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) audios.push_back(i);
+  const int best = av_find_best_stream(&context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+  int64_t promised = 0;
+  for (uint32_t track = 0; track < audios.size(); ++track) {
+    const bool isChosen = settings.tracks ? settings.tracks->contains(track)
+                                          : audios[track] == static_cast<unsigned>(best);
+    if (isChosen)
+      promised = std::max(promised, promisedLength(context, *context.streams[audios[track]]));
+  }
+  return promised;
 }
 
 WaveformSettings settingsOf(const Arguments& arguments) {
@@ -67,7 +103,8 @@ int run(const Arguments& arguments) {
       lowerCased(std::filesystem::path(arguments.output).extension().string());
   if (extension != ".json" && extension != ".dat" && extension != ".png")
     throw wrongUsage(fmt::format("'{}' is neither .json nor .dat nor .png", arguments.output));
-  if (arguments.bits != 8 && arguments.bits != 16) throw wrongUsage("--bits is 8 or 16");
+  requireMeaning(arguments, extension);
+  const int bits = arguments.bits.value_or(16);
   const PictureSize size = parsePictureSize(arguments.size);
   WaveformSettings settings = settingsOf(arguments);
   const auto source = openInput(arguments.input);
@@ -80,7 +117,11 @@ int run(const Arguments& arguments) {
   if (extension == ".png" && length > 0)
     settings.pointsPerSecond = std::max(settings.pointsPerSecond, *size.width / length);
   Progress progress(parseProgressStyle("--progress", arguments.progress), length);
-  settings.progress = [&](double, double seconds) { progress.update(seconds, 0); };
+  InputEnd end;
+  settings.progress = [&](double, double seconds) {
+    end.reached = std::max(end.reached, static_cast<int64_t>(seconds * AV_TIME_BASE));
+    progress.update(seconds, 0);
+  };
   Error error;
   const auto waveform = waveformOfSource(source, settings, &error);
   if (interrupted()) return kInterrupted;
@@ -88,13 +129,14 @@ int run(const Arguments& arguments) {
     throw Failure{kFailed, fmt::format("cannot draw '{}': {}", arguments.input, error.message)};
   progress.finish();
   if (extension == ".json")
-    writeWaveJson(*waveform, arguments.bits, target.path(), arguments.output);
+    writeWaveJson(*waveform, bits, target.path(), arguments.output);
   else if (extension == ".dat")
-    writeWaveData(*waveform, arguments.bits, target.path(), arguments.output);
+    writeWaveData(*waveform, bits, target.path(), arguments.output);
   else
     writeWavePicture(*waveform, *size.width, *size.height, target.path(), arguments.output);
   target.commit();
-  return kDone;
+  end.error = source->lastError();
+  return judgeInput(arguments.input, promisedSound(*source->formatContext(), settings), end);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 struct AVDictionary;
 struct AVFormatContext;
 struct AVIOContext;
+struct AVPacket;
 
 namespace kestrel {
 
@@ -109,6 +110,10 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// The path that the source was made for, "" for sources without one.
   std::string fullpath() const;
   void setFullpath(const std::string& path);
+
+  /// Reads the next packet of the open demuxer, which the caller unrefs; false at the end, and where
+  /// reading failed, which `lastError` then tells.
+  bool readPacket(AVPacket* packet);
 
   /// Why the last `open` failed, or why reading ended before the input's end.
   Error lastError() const;

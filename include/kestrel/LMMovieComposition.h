@@ -48,17 +48,21 @@ class KESTREL_API LMMovieComposition {
   /// for the caller to make sure (`streamDifferences`).
   ///
   /// An input follows right behind the one before, or where the position of its first track says
-  /// (`kBehind`: right behind), counted from the start of the first input. A position that is less
-  /// than a picture away from right behind means just that, so that rounded lengths neither leave
-  /// gaps nor add up. Pictures set the pace; sound follows them, and what the end of one input and
+  /// (`kBehind`: right behind, for the first input 0). A position that is less than a picture away
+  /// from right behind means just that, so that rounded lengths neither leave gaps nor add up. Pictures set the pace; sound follows them, and what the end of one input and
   /// the beginning of the next both have is written once.
+  ///
+  /// The first input's tags, such as its title, become the file's.
   ///
   /// It fails, with the code `kDoesNotJoin`, where an input begins before the end of the one before
   /// it, does not begin with a key picture, or has pictures without the time stamps that the
-  /// container needs: such inputs have to be encoded anew.
+  /// container needs, where there is a gap and the container has no place for one: such inputs
+  /// have to be encoded anew. The code is `kContainerRefuses` where the container does not take
+  /// packets like these.
   void joinToFile(const std::string& path);
   static constexpr double kBehind = -1;
   static constexpr int kDoesNotJoin = -0x4E494F4A;
+  static constexpr int kContainerRefuses = -0x46455243;
 
   // Settings of both, off at first.
 

@@ -54,8 +54,10 @@ class KESTREL_API Task {
   /// Asks the program to end (SIGTERM); nothing unless it runs.
   void terminate();
 
-  /// What the program answered, 128 + n after signal n; 0 while it has not ended.
+  /// What the program answered, 128 + n after signal n; 0 while it has not ended. `kUnknownStatus`
+  /// where the host has the system discard what its programs answer (it ignores SIGCHLD).
   int terminationStatus() const;
+  static constexpr int kUnknownStatus = -1;
 
  private:
   struct State;

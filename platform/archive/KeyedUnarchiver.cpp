@@ -50,6 +50,11 @@ const T& require(const Dictionary& dictionary, const char* key) {
   return *value;
 }
 
+/// How many times as long as the archive the texts and data may be that it hands out, when each use
+/// is counted: a few are stored once and used often.
+constexpr size_t kMostRepetition = 64;
+constexpr size_t kSparedBytes = size_t{1} << 16;
+
 PropertyList readArchive(std::span<const uint8_t> bytes) {
   Error error;
   auto list = PropertyList::fromData(bytes, &error);
@@ -60,14 +65,25 @@ PropertyList readArchive(std::span<const uint8_t> bytes) {
 }  // namespace
 
 struct KeyedUnarchiver::State {
+  using BuiltIn = CodedValue (State::*)(const Dictionary& object);
+
+  /// How objects of a class are made: by the one or by the other.
+  struct Kind {
+    BuiltIn builtIn = nullptr;
+    CodingFactory factory;
+  };
+
   PropertyList archive;
   const PropertyList::Array* objects = nullptr;
   const Dictionary* values = nullptr;  // of the object that is being made
   std::map<uint32_t, CodedValue> made;
   std::set<uint32_t> unfinished;
+  std::map<uint32_t, Kind> kinds;  // of the classes, by the number of their object
+  size_t bytesLeft = 0;
   KeyedUnarchiver* unarchiver = nullptr;
 
-  explicit State(std::span<const uint8_t> bytes) : archive(readArchive(bytes)) {
+  explicit State(std::span<const uint8_t> bytes)
+      : archive(readArchive(bytes)), bytesLeft(bytes.size() * kMostRepetition + kSparedBytes) {
     const auto* whole = archive.as<Dictionary>();
     if (!whole) throw ArchiveError("it is no archive");
     if (require<std::string>(*whole, keys::kArchiver) != keys::kArchiverName)
@@ -89,7 +105,16 @@ struct KeyedUnarchiver::State {
 
   CodedValue decode(const PropertyList& value) {
     const Uid* uid = value.as<Uid>();
-    return uid ? decode(*uid) : plain(value);
+    CodedValue decoded = uid ? decode(*uid) : plain(value);
+    if (const auto* text = std::get_if<std::string>(&decoded.value())) spend(text->size());
+    if (const auto* data = std::get_if<CodedValue::Data>(&decoded.value())) spend(data->size());
+    return decoded;
+  }
+
+  /// Counts what is handed out as a copy.
+  void spend(size_t bytes) {
+    if (bytes > bytesLeft) throw ArchiveError("its texts multiply");
+    bytesLeft -= bytes;
   }
 
   CodedValue decode(Uid uid) {
@@ -117,26 +142,40 @@ struct KeyedUnarchiver::State {
     throw ArchiveError("an object is of an unknown kind");
   }
 
-  /// The names of an object's class and of those that it derives from.
-  std::vector<std::string> classNames(const Dictionary& object) const {
-    const auto* names = stored(require<Uid>(object, keys::kClass)).as<Dictionary>();
+  /// What an object's class is understood as: that class itself, or the first one known of those
+  /// that it derives from.
+  const Kind& kindOf(const Dictionary& object) {
+    const Uid uid = require<Uid>(object, keys::kClass);
+    const auto known = kinds.find(uid.value);
+    if (known != kinds.end()) return known->second;
+    const auto* names = stored(uid).as<Dictionary>();
     if (!names) throw ArchiveError("a class is no class");
-    std::vector<std::string> all{require<std::string>(*names, keys::kClassName)};
+    const auto& name = require<std::string>(*names, keys::kClassName);
+    std::optional<Kind> kind = kindNamed(name);
     const auto place = names->find(keys::kClasses);
-    const auto* list = place == names->end() ? nullptr : place->second.as<PropertyList::Array>();
-    if (!list) return all;
-    for (const PropertyList& name : *list)
-      if (const auto* text = name.as<std::string>()) all.push_back(*text);
-    return all;
+    const auto* bases = place == names->end() ? nullptr : place->second.as<PropertyList::Array>();
+    for (size_t i = 0; !kind && bases && i < bases->size(); ++i)
+      if (const auto* base = (*bases)[i].as<std::string>()) kind = kindNamed(*base);
+    if (!kind) throw ArchiveError("the class '" + name + "' is unknown");
+    return kinds.emplace(uid.value, std::move(*kind)).first->second;
+  }
+
+  static std::optional<Kind> kindNamed(const std::string& name) {
+    static const std::map<std::string, BuiltIn> kBuiltIn{
+        {"NSArray", &State::list},      {"NSSet", &State::list},
+        {"NSOrderedSet", &State::list}, {"NSDictionary", &State::dictionary},
+        {"NSString", &State::text},     {"NSData", &State::data},
+        {"NSDate", &State::date},       {"NSNull", &State::nothing},
+        {"NSValue", &State::structure}};
+    const auto place = kBuiltIn.find(name);
+    if (place != kBuiltIn.end()) return Kind{place->second, nullptr};
+    CodingFactory factory = codingFactory(name);
+    return factory ? std::optional(Kind{nullptr, std::move(factory)}) : std::nullopt;
   }
 
   CodedValue instance(const Dictionary& object) {
-    const std::vector<std::string> names = classNames(object);
-    for (const std::string& name : names) {
-      if (const auto value = builtIn(name, object)) return *value;
-      if (const auto factory = codingFactory(name)) return make(factory, object);
-    }
-    throw ArchiveError("the class '" + names.front() + "' is unknown");
+    const Kind& kind = kindOf(object);
+    return kind.builtIn ? (this->*kind.builtIn)(object) : make(kind.factory, object);
   }
 
   CodedValue make(const CodingFactory& factory, const Dictionary& object) {
@@ -151,21 +190,19 @@ struct KeyedUnarchiver::State {
     }
   }
 
-  std::optional<CodedValue> builtIn(const std::string& name, const Dictionary& object) {
-    if (name == "NSArray" || name == "NSSet" || name == "NSOrderedSet")
-      return list(require<PropertyList::Array>(object, keys::kListObjects));
-    if (name == "NSDictionary") return dictionary(object);
-    if (name == "NSString") return require<std::string>(object, keys::kString);
-    if (name == "NSData") return require<PropertyList::Data>(object, keys::kData);
-    if (name == "NSDate") return PropertyList::Date{require<double>(object, keys::kTime)};
-    if (name == "NSNull") return CodedValue();
-    if (name == "NSValue") return structure(object);
-    return std::nullopt;
+  CodedValue text(const Dictionary& object) { return require<std::string>(object, keys::kString); }
+  CodedValue data(const Dictionary& object) {
+    return require<PropertyList::Data>(object, keys::kData);
   }
+  CodedValue date(const Dictionary& object) {
+    return PropertyList::Date{require<double>(object, keys::kTime)};
+  }
+  CodedValue nothing(const Dictionary& /*object*/) { return {}; }
 
-  CodedValue list(const PropertyList::Array& references) {
+  CodedValue list(const Dictionary& object) {
     CodedValue::Array values_of_it;
-    for (const PropertyList& reference : references) values_of_it.push_back(decode(reference));
+    for (const PropertyList& reference : require<PropertyList::Array>(object, keys::kListObjects))
+      values_of_it.push_back(decode(reference));
     return values_of_it;
   }
 

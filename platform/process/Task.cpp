@@ -55,9 +55,14 @@ struct Task::State {
   /// sent to a number that is free again.
   void reap() {
     int wait = 0;
-    if (process <= 0 || hasEnded || waitpid(process, &wait, WNOHANG) == 0) return;
+    if (process <= 0 || hasEnded) return;
+    const pid_t found = waitpid(process, &wait, WNOHANG);
+    if (found == 0) return;
     hasEnded = true;
-    status = WIFSIGNALED(wait) ? 128 + WTERMSIG(wait) : WEXITSTATUS(wait);
+    if (found < 0)
+      status = kUnknownStatus;
+    else
+      status = WIFSIGNALED(wait) ? 128 + WTERMSIG(wait) : WEXITSTATUS(wait);
   }
 
   void wait() {

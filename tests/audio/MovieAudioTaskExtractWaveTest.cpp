@@ -5,6 +5,7 @@
 #include <kestrel/Task.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -95,6 +96,18 @@ TEST_F(MovieAudioTaskExtractWaveTest, HasTheHelperBesideTheProgramDoTheWork) {
   install("echo damaged > \"$2\"\n");
   EXPECT_EQ(wave_.samplePointsFromPath("a.mp4"), std::nullopt);
   EXPECT_TRUE(fs::is_empty(temporary_.path()));
+
+  // An extractor that is still held is ended first.
+  const auto held = std::make_shared<Task>();
+  held->setLaunchPath("/bin/sleep");
+  held->setArguments({"1000"});
+  held->launch();
+  wave_.setTask(held);
+  install("exit 0\n");
+  EXPECT_EQ(wave_.samplePointsFromPath("a.mp4"), std::nullopt);
+  held->waitUntilExit();
+  EXPECT_EQ(held->terminationStatus(), 128 + SIGTERM);
+  EXPECT_TRUE(wave_.isFinished());
 
   // Cancelled from another thread.
   install("exec sleep 1000\n");

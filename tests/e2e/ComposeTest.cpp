@@ -1,4 +1,7 @@
 #include <gmock/gmock.h>
+#include <kestrel/KeyedArchiver.h>
+#include <kestrel/KeyedUnarchiver.h>
+#include <kestrel/LMMovieCompositionTrack.h>
 
 #include <cmath>
 #include <filesystem>
@@ -101,11 +104,110 @@ TEST_F(ComposeTest, NamesThatLookLikePlacementsAreFiles) {
   EXPECT_NEAR(static_cast<double>(packets(output_, "a").front().first), 3e6, 30000);
 }
 
+TEST_F(ComposeTest, AStoredCompositionKeepsRatesOfOthers) {
+  const auto stored = (folder_ / "stored.plist").string();
+  const auto again = (folder_ / "again.plist").string();
+  const auto track = std::make_shared<LMMovieCompositionTrack>();
+  track->setPath(fixture("av25.mp4").string());
+  track->setRate(2);
+  const CodedValue root = CodedValue::Dictionary{{"tracks", CodedValue::Array{track}}};
+  ASSERT_TRUE(KeyedArchiver::archiveRootObject(root, stored));
+  ASSERT_EQ(compose({"--load", stored, "--save", again}).status, 0);
+  const CodedValue back = KeyedUnarchiver::unarchiveObjectWithFile(again);
+  const auto tracks = back.as<std::shared_ptr<CodedValue::Dictionary>>()->at("tracks");
+  const auto list = tracks.as<std::shared_ptr<CodedValue::Array>>();
+  ASSERT_EQ(list->size(), 1);
+  EXPECT_EQ(list->front().object<LMMovieCompositionTrack>()->rate(), 2);
+}
+
+TEST_F(ComposeTest, StoredNumbersThatAreNoStreamsAreRefused) {
+  const auto stored = (folder_ / "stored.plist").string();
+  const auto track = std::make_shared<LMMovieCompositionTrack>();
+  track->setPath(fixture("av25.mp4").string());
+  for (const int64_t number : {int64_t{-1}, (int64_t{1} << 32) + 1}) {
+    const CodedValue root = CodedValue::Dictionary{{"tracks", CodedValue::Array{track}},
+                                                   {"streams", CodedValue::Array{number}}};
+    ASSERT_TRUE(KeyedArchiver::archiveRootObject(root, stored));
+    EXPECT_TRUE(endsWithSentence(compose({"--load", stored, "-o", output_}), 1, "number"))
+        << number;
+  }
+}
+
+TEST_F(ComposeTest, AFileIsNeverReplacedByAList) {
+  const auto own = folder_ / "own.mp4";
+  fs::copy_file(fixture("av25.mp4"), own);
+  const std::string before = readBytes(own);
+  fs::create_symlink(own, folder_ / "link.mp4");
+  for (const fs::path& target : {own, folder_ / "link.mp4", folder_ / "." / "own.mp4"})
+    EXPECT_TRUE(endsWithSentence(compose({"--save", target.string(), own.string(), "--force"}), 1,
+                                 "input itself"));
+  EXPECT_EQ(readBytes(own), before);
+  const auto same = (folder_ / "." / "out.mp4").string();
+  EXPECT_TRUE(
+      endsWithSentence(compose({"--save", output_, "-o", same, own.string()}), 2, "--save"));
+  EXPECT_TRUE(endsWithSentence(compose({"--save", output_, "-o", same, own.string(), "--force"}), 2,
+                               "--save"));
+  EXPECT_FALSE(fs::exists(output_));
+}
+
+TEST_F(ComposeTest, AListIsStoredOnlyWhereTheWholeIsDone) {
+  const auto stored = folder_ / "stored.plist";
+  const auto clip = fixture("av25.mp4").string();
+  EXPECT_TRUE(endsWithSentence(compose({"--save", stored.string(), "absent.mp4"}), 1, "absent"));
+  EXPECT_TRUE(endsWithSentence(compose({"--save", stored.string(), clip + ":9"}), 1, "stream 9"));
+  EXPECT_TRUE(endsWithSentence(
+      compose({"--save", stored.string(), "-o", (folder_ / "out.webm").string(), clip}), 1,
+      "h264"));
+  EXPECT_THAT(namesIn(folder_.path()), IsEmpty());
+}
+
+TEST_F(ComposeTest, AviHasNoPlaceForPositionsOfSound) {
+  const auto avi = folder_ / "in.avi";
+  ffmpeg({"-i", fixture("av25.mp4").string(), "-c:v", "mpeg4", "-c:a", "mp3", avi.string()});
+  const auto output = (folder_ / "out.avi").string();
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output, avi.string(), avi.string() + ":1@1.25"}), 1,
+                               "the avi format has no place for the gap"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output, avi.string() + "@0.5"}), 1, "gap"));
+  EXPECT_FALSE(fs::exists(output));
+  EXPECT_EQ(compose({"-o", output, avi.string(), avi.string() + ":1"}).status, 0);
+  EXPECT_EQ(packetHashes(output, "a"), packetHashes(avi, "a"));
+}
+
+TEST_F(ComposeTest, PicturesWithoutTimesAreRefusedInWords) {
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_, fixture("mpeg4-bframes.avi").string()}), 1,
+                               "does not tell when"));
+}
+
+TEST_F(ComposeTest, AnInputThatEndsEarlyIsToldOf) {
+  const auto whole = folder_ / "whole.mp4";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-c", "copy", "-movflags", "+faststart",
+          whole.string()});
+  const auto cut = folder_ / "cut.mp4";
+  const std::string bytes = readBytes(whole);
+  writeBytes(cut, bytes.substr(0, bytes.size() / 2));
+  const RunResult result = compose({"-o", output_, cut.string() + ":0", whole.string() + ":1"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, testing::HasSubstr("cut.mp4' ended early, at "));
+  EXPECT_THAT(result.err, testing::Not(testing::HasSubstr("whole")));
+  EXPECT_FALSE(packets(output_, "v").empty());
+}
+
+TEST_F(ComposeTest, ATrackThatIsShorterThanItsFileHasNotEndedEarly) {
+  const auto clip = folder_ / "short-sound.mkv";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-i", fixture("av25.mp4").string(), "-map",
+          "0:v", "-map", "1:a", "-c", "copy", clip.string()});
+  const RunResult result = compose({"-o", output_, clip.string() + ":1"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+}
+
 TEST_F(ComposeTest, WrongUsageIsOneSentence) {
   const auto clip = fixture("av25.mp4").string();
   EXPECT_TRUE(endsWithSentence(compose({clip}), 2, "-o"));
   EXPECT_TRUE(endsWithSentence(compose({"-o", output_}), 2, "no track"));
   EXPECT_TRUE(endsWithSentence(compose({"-o", output_, clip + ":9"}), 1, "no stream 9"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_, clip + ":"}), 2, "numbers from 0"));
+  EXPECT_TRUE(endsWithSentence(compose({"-o", output_, clip + ":-1"}), 2, "numbers from 0"));
   EXPECT_TRUE(endsWithSentence(compose({"-o", output_, clip + "@soon"}), 2, "soon"));
   EXPECT_TRUE(endsWithSentence(compose({"-o", output_, "absent.mp4"}), 1, "absent.mp4"));
   EXPECT_TRUE(endsWithSentence(compose({"-o", (folder_ / "out.webm").string(), clip}), 1, "h264"));

@@ -1,6 +1,4 @@
 #include <gmock/gmock.h>
-#include <kestrel/KeyedArchiver.h>
-#include <kestrel/VideoJoiner.h>
 
 #include <cmath>
 #include <csignal>
@@ -8,9 +6,8 @@
 #include <thread>
 
 #include "tests/e2e/FileBytes.h"
+#include "tests/e2e/JoinFixture.h"
 #include "tests/e2e/NumberedClip.h"
-#include "tests/support/Fixture.h"
-#include "tests/support/TempDir.h"
 
 namespace kestrel::test {
 namespace {
@@ -18,62 +15,11 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::StartsWith;
-
-class JoinTest : public testing::Test {
- protected:
-  static RunResult join(const std::vector<fs::path>& inputs, const fs::path& output,
-                        const Arguments& options = {}) {
-    Arguments arguments{kestrelBinary(), "join"};
-    for (const fs::path& input : inputs) arguments.push_back(input.string());
-    return run(joined(joined(arguments, {"-o", output.string()}), options));
-  }
-
-  /// The worker, with an archive of what it is to do.
-  RunResult work(const fs::path& output,
-                 const std::vector<std::tuple<fs::path, double, double>>& items) {
-    const auto joiner = std::make_shared<VideoJoiner>();
-    joiner->setPath(output.string());
-    for (const auto& [path, position, rate] : items) joiner->join(path.string(), position, rate);
-    const auto archive = folder_ / "archive";
-    KeyedArchiver::archiveRootObject(joiner, archive.string());
-    return run({worker(), "joiner", archive.string()});
-  }
-
-  static std::string worker() {
-    return (fs::path(kestrelBinary()).parent_path() / "QTMovieHelperTask").string();
-  }
-
-  /// Copies a clip into a container, and cuts it there at the key picture at 2 s.
-  void cut(const std::string& clip, const std::string& extension, const Arguments& codecs) {
-    const auto whole = folder_ / "whole.mkv";
-    ffmpeg(joined({"-i", fixture(clip).string()}, joined(codecs, {whole.string()})));
-    ffmpeg({"-i", whole.string(), "-map", "0", "-c", "copy", "-f", "segment", "-segment_times", "2",
-            "-reset_timestamps", "1", (folder_ / "part%d.mkv").string()});
-    for (const std::string name : {"whole", "part0", "part1", "part2"}) {
-      const auto file = folder_ / (name + ".mkv");
-      if (extension != "mkv" && fs::exists(file))
-        ffmpeg({"-i", file.string(), "-map", "0", "-c", "copy",
-                (folder_ / (name + "." + extension)).string()});
-    }
-    whole_ = folder_ / ("whole." + extension);
-    first_ = folder_ / ("part0." + extension);
-    second_ = folder_ / ("part1." + extension);
-    joined_ = folder_ / ("joined." + extension);
-  }
-
-  TempDir folder_;
-  fs::path whole_, first_, second_, joined_;
-};
 
 struct Halves {
   std::string extension;
   Arguments codecs;
 };
-
-const Arguments kCopy{"-c", "copy"};
-const Arguments kBFrames{"-c:v", "mpeg4", "-bf",  "2",   "-g",  "25",
-                         "-q:v", "3",     "-c:a", "mp3", "-ac", "2"};
 
 class JoinHalvesTest : public JoinTest, public testing::WithParamInterface<Halves> {};
 
@@ -181,6 +127,30 @@ TEST_F(JoinTest, CodecsThatTheContainerHasNoPlaceForAreEncodedAnew) {
   EXPECT_EQ(streamOf(output, "video")["codec_name"], "vp9");
 }
 
+TEST_F(JoinTest, APictureWithoutATimeAtTheBeginningDoesNotPreventCopying) {
+  const char* media = std::getenv("KESTREL_MEDIA_DIR");
+  if (!media) GTEST_SKIP() << "KESTREL_MEDIA_DIR is not set";
+  const auto clip = fs::path(media) / "mpeg2-mp3.ts";
+  const auto output = folder_ / "out.mp4";
+  const RunResult result = join({clip, clip}, output, {"--reencode", "never"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  const auto pictures = [](const fs::path& file) {
+    return std::stoi(
+        run({"ffprobe", "-v", "quiet", "-count_packets", "-select_streams", "v", "-show_entries",
+             "stream=nb_read_packets", "-of", "csv=p=0", file.string()})
+            .out);
+  };
+  EXPECT_GT(pictures(clip), 100);
+  EXPECT_EQ(pictures(output), 2 * pictures(clip));
+}
+
+TEST_F(JoinTest, TheOutputBeginsAtItsStart) {
+  const auto clip = fixture("av25.ts");  // whose times begin at 10 s
+  ASSERT_EQ(join({clip, clip}, folder_ / "out.mkv", {"--reencode", "never"}).status, 0);
+  EXPECT_NEAR(pictureTimes(folder_ / "out.mkv").front(), 0, 0.05);
+  EXPECT_NEAR(pictureTimes(folder_ / "out.mkv").back(), 3.96, 0.05);
+}
+
 TEST_F(JoinTest, BFramesOutOfAviAreNotCopiedWithoutTheirTimes) {
   const auto clip = fixture("mpeg4-bframes.avi");
   const RunResult result = join({clip, clip}, folder_ / "out.mp4");
@@ -225,78 +195,6 @@ TEST_F(JoinTest, ProgressIsLinesOfJson) {
   const auto line = nlohmann::json::parse(result.err.substr(last));
   EXPECT_EQ(line["done"], true);
   EXPECT_NEAR(line["duration"].get<double>(), 10, 0.1);
-}
-
-// --- The worker.
-
-TEST_F(JoinTest, TheWorkerCopiesWhatFits) {
-  cut("numbered25.mp4", "mp4", kCopy);
-  // The host's positions are sums of rounded lengths.
-  const RunResult result = work(joined_, {{first_, 0, 1}, {second_, 2.013, 1}});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.err, StartsWith("QTMovieHelperTask: copying packets"));
-  EXPECT_EQ(packetHashes(joined_, "v"), packetHashes(whole_, "v"));
-  EXPECT_EQ(soundHash(joined_), soundHash(whole_));
-}
-
-TEST_F(JoinTest, TheWorkerHonoursGaps) {
-  cut("numbered25.mp4", "mp4", kCopy);
-  ASSERT_EQ(work(joined_, {{first_, 0, 1}, {second_, 5, 1}}).status, 0);
-  const auto times = pictureTimes(joined_);
-  ASSERT_EQ(times.size(), 125);
-  EXPECT_NEAR(times[50] - times[0], 5, 0.1);  // the first sound lies 23 ms before the pictures
-}
-
-TEST_F(JoinTest, TheWorkerHonoursGapsWhenItEncodes) {
-  const auto output = folder_ / "out.mp4";
-  const RunResult result =
-      work(output, {{fixture("numbered25.mp4"), 0, 1}, {fixture("numbered60.mp4"), 6, 1}});
-  ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(result.err, HasSubstr("encoding anew"));
-  const auto shown = shownPictures(output);
-  ASSERT_EQ(shown.size(), 275);
-  EXPECT_EQ(shown[124].number, 124);
-  EXPECT_EQ(shown[137].number, 0);  // black
-  EXPECT_LE(shown[150].number, 1);
-  EXPECT_NEAR(shown[200].number, 121, 2);  // 2 s into the second, which counts 60 a second
-  const auto ticks = tickTimes(output);
-  ASSERT_GE(ticks.size(), 8);
-  EXPECT_NEAR(ticks.back(), 10, 0.05);
-}
-
-TEST_F(JoinTest, TheWorkerAppliesRates) {
-  const auto output = folder_ / "out.mp4";
-  const RunResult result = work(output, {{fixture("numbered25.mp4"), 0, 2}});
-  ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(result.err, HasSubstr("2 times its speed"));
-  const auto numbers = shownNumbers(output);
-  EXPECT_NEAR(static_cast<double>(numbers.size()), 62, 2);
-  for (size_t i = 1; i < 60; ++i) EXPECT_NEAR(numbers[i], 2.0 * static_cast<double>(i), 1.01) << i;
-  EXPECT_NEAR(static_cast<double>(sampleCount(output)) / 44100, 2.5, 0.1);
-}
-
-TEST_F(JoinTest, TheWorkerLetsTheLaterInputTakeOver) {
-  const auto clip = fixture("numbered25.mp4");
-  const auto output = folder_ / "out.mp4";
-  const RunResult result = work(output, {{clip, 0, 1}, {clip, 3, 1}});
-  ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(result.err, HasSubstr("before the end"));
-  const auto numbers = shownNumbers(output);
-  ASSERT_EQ(numbers.size(), 200);
-  EXPECT_EQ(numbers[74], 74);
-  EXPECT_EQ(numbers[75], 0);
-}
-
-TEST_F(JoinTest, TheWorkersStatusTellsItsFailures) {
-  EXPECT_EQ(run({worker()}).status, 2);
-  EXPECT_EQ(run({worker(), "other", "x"}).status, 2);
-  EXPECT_EQ(run({worker(), "joiner", (folder_ / "absent").string()}).status, 1);
-  const auto output = folder_ / "out.mp4";
-  EXPECT_EQ(work(output, {}).status, 1);
-  const RunResult result = work(output, {{folder_ / "absent.mp4", 0, 1}});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.err, HasSubstr("absent.mp4"));
-  EXPECT_FALSE(fs::exists(output));
 }
 
 }  // namespace

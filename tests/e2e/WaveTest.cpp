@@ -181,6 +181,55 @@ TEST_F(WaveTest, SoundThatBeginsLaterHasSilenceBeforeIt) {
   EXPECT_LT(document["data"][2 * 55].get<int>(), -1000);
 }
 
+TEST_F(WaveTest, AClockThatIsSetAnewOnTheWayIsNoHole) {
+  const auto clip = folder_ / "leap.ts";
+  const auto sound = [&](const char* name, const char* offset) {
+    const auto file = folder_ / name;
+    ffmpeg({"-f", "lavfi", "-i", "aevalsrc=0.5*sin(600*t):s=48000:d=2", "-c:a", "mp2",
+            "-output_ts_offset", offset, file.string()});
+    return readBytes(file);
+  };
+  writeBytes(clip, sound("a.ts", "0") + sound("b.ts", "50000") + sound("c.ts", "100"));
+  const auto document = waveJson(clip);
+  EXPECT_NEAR(document["length"].get<int>(), 600, 15);
+  const auto both = waveJson(clip, {"--tracks", "0"});
+  EXPECT_EQ(document, both);
+}
+
+TEST_F(WaveTest, SoundMayChangeItsChannelsOnTheWay) {
+  const auto clip = folder_ / "changing.ts";
+  const auto sound = [&](const char* name, const char* what, const char* offset) {
+    const auto file = folder_ / name;
+    ffmpeg({"-f", "lavfi", "-i", what, "-c:a", "aac", "-output_ts_offset", offset, file.string()});
+    return readBytes(file);
+  };
+  writeBytes(clip, sound("a.ts", "aevalsrc=0.5*sin(600*t)|0.5*sin(600*t):s=48000:d=2", "0") +
+                       sound("b.ts", "aevalsrc=0.25*sin(600*t):s=48000:d=2", "2"));
+  const auto document = waveJson(clip);
+  EXPECT_NEAR(document["length"].get<int>(), 400, 15);
+  const auto highest = [&](int from, int to) {
+    int best = 0;
+    for (int i = from; i < to; ++i)
+      best = std::max(best, document["data"][2 * static_cast<size_t>(i) + 1].get<int>());
+    return best / 32768.0;
+  };
+  EXPECT_NEAR(highest(50, 150), 0.5, 0.05);
+  EXPECT_NEAR(highest(250, 350), 0.25, 0.08);  // mono may be spread over two sides at less power
+}
+
+TEST_F(WaveTest, AnInputThatEndsEarlyIsToldOf) {
+  const auto whole = folder_ / "whole.mp4";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-c", "copy", "-movflags", "+faststart",
+          whole.string()});
+  const std::string bytes = readBytes(whole);
+  writeBytes(folder_ / "cut.mp4", bytes.substr(0, bytes.size() / 2));
+  const RunResult result = wave(folder_ / "cut.mp4", folder_ / "out.json");
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, testing::HasSubstr("cut.mp4' ended early, at "));
+  EXPECT_TRUE(fs::exists(folder_ / "out.json"));
+  EXPECT_EQ(wave(whole, folder_ / "whole.json").status, 0);
+}
+
 TEST_F(WaveTest, WrongUsageIsOneSentence) {
   const auto clip = fixture("av25.mp4");
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.txt"), 2, ".json"));
@@ -190,6 +239,10 @@ TEST_F(WaveTest, WrongUsageIsOneSentence) {
       endsWithSentence(wave(clip, folder_ / "out.json", {"--points-per-second", "0"}), 2, "above"));
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.png", {"--size", "9x"}), 2, "--size"));
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.json", {"--bits", "9"}), 2, "--bits"));
+  EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.json", {"--size", "9x9"}), 2, "--size"));
+  EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.png", {"--bits", "8"}), 2, "--bits"));
+  EXPECT_TRUE(
+      endsWithSentence(wave(clip, folder_ / "out.png", {"--size", "99999x10"}), 2, "16384"));
   EXPECT_TRUE(endsWithSentence(wave("absent.mp4", folder_ / "out.json"), 1, "absent.mp4"));
   const auto silent = folder_ / "silent.mp4";
   ffmpeg({"-i", clip.string(), "-an", "-c", "copy", silent.string()});
@@ -249,19 +302,42 @@ TEST_F(WaveTest, TheWorkerTakesSelectorsAndTellsItsProgress) {
   unsetenv("XDG_RUNTIME_DIR");
 }
 
-TEST_F(WaveTest, ATerminatedWorkerLeavesNoResult) {
-  // An hour of sound that costs nothing to make.
-  const auto clip = folder_ / "hour.wav";
-  ffmpeg({"-f", "lavfi", "-i", "anullsrc=r=8000:cl=mono", "-t", "36000", "-c:a", "pcm_u8",
-          clip.string()});
+TEST_F(WaveTest, TheWorkerTellsItsProgressAndStopsWhenTerminated) {
+  // Days of sound that take no room: what nobody has written reads as zeros.
+  constexpr uint32_t kBytes = 4000000000U;
+  const auto clip = folder_ / "days.wav";
+  std::string head = "RIFF....WAVEfmt ....................data....";
+  const auto put = [&](size_t at, uint32_t value, size_t size) {
+    for (size_t i = 0; i < size; ++i) head[at + i] = static_cast<char>(value >> (8 * i));
+  };
+  put(4, kBytes + 36, 4);
+  put(16, 16, 4);    // bytes of the format
+  put(20, 1, 2);     // PCM
+  put(22, 1, 2);     // channels
+  put(24, 8000, 4);  // samples per second
+  put(28, 8000, 4);  // bytes per second
+  put(32, 1, 2);     // bytes per sample
+  put(34, 8, 2);     // bits
+  put(40, kBytes, 4);
+  writeBytes(clip, head);
+  fs::resize_file(clip, head.size() + kBytes);
+
   setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1);
   const MovieAudioTaskExtractWave reader;
   const auto result = folder_ / "result";
   Process process({worker(), clip.string(), result.string()},
                   {.environment = {"XDG_RUNTIME_DIR=" + folder_.path().string()}});
+  std::vector<double> seen{0};
+  while (seen.size() < 5 && !fs::exists(result)) {
+    const double now = reader.progress();
+    if (now != seen.back()) seen.push_back(now);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   process.signal(SIGTERM);
-  EXPECT_NE(process.wait().status, 0);
+  EXPECT_EQ(process.wait().status, 130);
   EXPECT_FALSE(fs::exists(result));
+  EXPECT_TRUE(std::ranges::is_sorted(seen));
+  EXPECT_LT(seen.back(), 1);
   unsetenv("XDG_RUNTIME_DIR");
 }
 

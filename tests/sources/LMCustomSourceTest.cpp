@@ -387,5 +387,39 @@ TEST(LMCustomSourceTest, MediasReadFromPlacesOfTheirOwn) {
   EXPECT_FALSE(medias[0]->isAtEnd());
 }
 
+// Packets.
+
+/// Fails from a place on.
+class FailingSource : public MemorySource {
+ public:
+  using MemorySource::MemorySource;
+  int64_t failsFrom = std::numeric_limits<int64_t>::max();
+
+  int32_t read(uint8_t* buffer, int32_t size) override {
+    return read_offset() >= failsFrom ? AVERROR(EIO) : MemorySource::read(buffer, size);
+  }
+};
+
+TEST(LMCustomSourceTest, TellsAFailedReadFromTheEnd) {
+  const Bytes whole = contentOf(test::fixture("numbered25.mkv"));
+  for (const bool fails : {false, true}) {
+    FailingSource source(whole);
+    source.open();
+    ASSERT_TRUE(source.isOpen());
+    if (fails) source.failsFrom = source.read_offset();
+    AVPacket* packet = av_packet_alloc();
+    int count = 0;
+    while (source.readPacket(packet)) {
+      ++count;
+      av_packet_unref(packet);
+    }
+    av_packet_free(&packet);
+    EXPECT_GT(count, 0);
+    EXPECT_EQ(source.lastError().code, fails ? AVERROR(EIO) : 0);
+  }
+  FailingSource closed(whole);
+  EXPECT_FALSE(closed.readPacket(nullptr));
+}
+
 }  // namespace
 }  // namespace kestrel

@@ -274,6 +274,38 @@ TEST_F(KeyedArchiverTest, ListsThatMultiplyAreMadeOnce) {
   EXPECT_EQ(refusalOf(archiveOf(objects)), "");
 }
 
+TEST_F(KeyedArchiverTest, TextsAndDataThatMultiplyAreRefused) {
+  const auto listOf = [](PropertyList what) {
+    return refusalOf(
+        archiveOf({Dictionary{{"$class", Uid{2}}, {"NS.objects", Array(20000, Uid{3})}},
+                   classOf("NSArray"), std::move(what)}));
+  };
+  EXPECT_EQ(listOf("short"), "");
+  EXPECT_THAT(listOf(std::string(100000, 'x')), HasSubstr("multiply"));
+  EXPECT_THAT(listOf(PropertyList::Data(100000, 7)), HasSubstr("multiply"));
+  EXPECT_THAT(refusalOf(archiveOf({Dictionary{{"$class", Uid{2}},
+                                              {"NS.keys", Array(20000, Uid{3})},
+                                              {"NS.objects", Array(20000, Uid{0})}},
+                                   classOf("NSDictionary"), std::string(100000, 'x')})),
+              HasSubstr("multiply"));
+}
+
+// Looked through anew for each object, the names would take many minutes.
+TEST_F(KeyedArchiverTest, AClassWithManyNamesIsUnderstoodOnce) {
+  constexpr size_t kMany = 100000;
+  Array names(kMany, "Stranger");
+  names.emplace_back("NSArray");
+  Array objects{Dictionary{{"$classname", "Stranger"}, {"$classes", names}},
+                Dictionary{{"$class", Uid{1}}, {"NS.objects", Array{}}}};
+  Array references;
+  for (size_t i = 0; i < kMany; ++i) {
+    references.emplace_back(Uid{static_cast<uint32_t>(objects.size() + 1)});
+    objects.emplace_back(Dictionary{{"$class", Uid{1}}, {"NS.objects", Array{}}});
+  }
+  objects[1] = Dictionary{{"$class", Uid{1}}, {"NS.objects", references}};
+  EXPECT_EQ(refusalOf(archiveOf(objects, Uid{2})), "");
+}
+
 TEST_F(KeyedArchiverTest, ListsThatLieTooDeepAreRefused) {
   constexpr uint32_t kLevels = 100000;
   Array objects{classOf("NSArray")};

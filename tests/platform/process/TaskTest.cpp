@@ -50,6 +50,15 @@ TEST_F(TaskTest, RunsAProgramAndAnswersItsStatus) {
   EXPECT_EQ(task_.terminationStatus(), 7);
 }
 
+TEST_F(TaskTest, AStatusThatTheHostHasDiscardedIsUnknown) {
+  const auto before = std::signal(SIGCHLD, SIG_IGN);
+  launch("exit 0");
+  task_.waitUntilExit();
+  EXPECT_FALSE(task_.isRunning());
+  EXPECT_EQ(task_.terminationStatus(), Task::kUnknownStatus);
+  std::signal(SIGCHLD, before);
+}
+
 TEST_F(TaskTest, ArgumentsArriveAsTheyAre) {
   const fs::path file = folder_ / "words";
   const std::vector<std::string> words{file.string(), "a b", "", "$HOME", "*", "'\"\\", "Grüße"};

@@ -1,4 +1,4 @@
-#include "output/LibraryLog.h"
+#include "support/LibraryLog.h"
 
 #include <array>
 #include <cstdarg>

@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+#include <kestrel/StreamFit.h>
+
+#include <cstring>
+#include <string>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/mem.h>
+}
+
+namespace kestrel::test {
+namespace {
+
+/// Two video streams that are alike until a test changes one.
+class StreamFitTest : public testing::Test {
+ protected:
+  StreamFitTest() : context_(avformat_alloc_context()), first_(add()), second_(add()) {}
+  ~StreamFitTest() override { avformat_free_context(context_); }
+
+  AVStream& add() const {
+    AVStream& stream = *avformat_new_stream(context_, nullptr);
+    stream.codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+    stream.codecpar->codec_id = AV_CODEC_ID_H264;
+    stream.codecpar->width = 320;
+    stream.codecpar->height = 180;
+    stream.time_base = {1, 1000};
+    return stream;
+  }
+
+  static void setCodecData(const AVStream& stream, const std::string& bytes) {
+    av_freep(&stream.codecpar->extradata);
+    stream.codecpar->extradata =
+        static_cast<uint8_t*>(av_mallocz(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    std::memcpy(stream.codecpar->extradata, bytes.data(), bytes.size());
+    stream.codecpar->extradata_size = static_cast<int>(bytes.size());
+  }
+
+  /// The only property in which the streams differ, "" for none and for several.
+  std::string difference() const {
+    const auto differences = streamDifferences(first_, second_);
+    return differences.size() == 1 ? differences.front().property : "";
+  }
+
+  AVFormatContext* const context_;
+  AVStream& first_;
+  AVStream& second_;
+};
+
+TEST_F(StreamFitTest, EqualStreamsFit) {
+  EXPECT_TRUE(streamDifferences(first_, second_).empty());
+  setCodecData(first_, "the same");
+  setCodecData(second_, "the same");
+  EXPECT_TRUE(streamDifferences(first_, second_).empty());
+}
+
+TEST_F(StreamFitTest, CodecDataIsComparedByteForByte) {
+  setCodecData(first_, "some");
+  EXPECT_EQ(difference(), "codec data");
+  // As long, and with the same FNV-1a hash of 32 bits.
+  setCodecData(first_, "declinate");
+  setCodecData(second_, "macallums");
+  EXPECT_EQ(difference(), "codec data");
+}
+
+TEST_F(StreamFitTest, EachPropertyCounts) {
+  second_.codecpar->width = 322;
+  EXPECT_EQ(difference(), "size");
+  second_.codecpar->width = 320;
+  second_.time_base = {1, 90000};
+  EXPECT_EQ(difference(), "time base");
+  second_.time_base = first_.time_base;
+  second_.codecpar->codec_id = AV_CODEC_ID_HEVC;
+  EXPECT_EQ(difference(), "codec");
+}
+
+}  // namespace
+}  // namespace kestrel::test

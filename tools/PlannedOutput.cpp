@@ -1,0 +1,50 @@
+#include "PlannedOutput.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "Failure.h"
+#include "Interrupt.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+}
+
+using kestrel::LMFFMovieFileOutput;
+
+void setUpOutput(LMFFMovieFileOutput& output, const ConvertPlan& plan, const std::string& path) {
+  output.setPath(path);
+  output.setFormatName(plan.formatName);
+  output.setMovieFormat(plan.format);
+  output.setOutputColor(plan.color);
+  output.setVideoOptions(plan.videoOptions);
+  output.setAudioOptions(plan.audioOptions);
+  output.setMuxerOptions(plan.muxerOptions);
+  output.setInterrupt(interrupted);
+}
+
+void requireOutput(const LMFFMovieFileOutput& output, const std::string& target) {
+  if (const kestrel::Error error = output.lastError())
+    throw Failure{interrupted() ? kInterrupted : kFailed,
+                  fmt::format("cannot write '{}': {}", target, error.message)};
+}
+
+std::map<std::string, std::string> tagsOf(const AVDictionary* dictionary) {
+  // What the old container says of itself is not true of the new one.
+  static const std::vector<std::string> kOfContainer{"major_brand", "minor_version",
+                                                     "compatible_brands", "encoder"};
+  std::map<std::string, std::string> tags;
+  const AVDictionaryEntry* entry = nullptr;
+  while ((entry = av_dict_get(dictionary, "", entry, AV_DICT_IGNORE_SUFFIX)))
+    if (!std::ranges::count(kOfContainer, entry->key)) tags[entry->key] = entry->value;
+  return tags;
+}
+
+std::map<std::string, std::string> languageTag(const AVStream& stream) {
+  const auto* entry = av_dict_get(stream.metadata, "language", nullptr, 0);
+  return entry ? std::map<std::string, std::string>{{"language", entry->value}}
+               : std::map<std::string, std::string>{};
+}
