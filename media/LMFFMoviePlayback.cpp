@@ -142,7 +142,7 @@ double LMFFMovie::playVolume() const {
 void LMFFMovie::setPlayVolume(double volume) {
   constexpr double kMost = std::numeric_limits<float>::max();
   if (const auto graph = audioOutputGraph())
-    graph->setVolume(static_cast<float>(std::min(volume, kMost)));
+    graph->setVolume(static_cast<float>(std::clamp(volume, -kMost, kMost)));
 }
 
 bool LMFFMovie::decodeAudioToAudioOutput() {

@@ -71,7 +71,7 @@ void putBack(bool isOver) {
   auto& kept = changes();
   {
     const std::lock_guard guard(kept.lock);
-    kept.isOver = isOver;
+    kept.isOver = kept.isOver || isOver;
     if (kept.hasInput.exchange(false) && isInForeground())
       tcsetattr(STDIN_FILENO, TCSANOW, &kept.input);
   }

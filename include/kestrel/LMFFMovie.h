@@ -169,7 +169,7 @@ class KESTREL_API LMFFMovie {
 
   bool forward();  ///< true
 
-  // Playback.
+  // Playback, from any thread. What is out of range counts as the nearest in it, no number as 1.
 
   void play();
   void pause();

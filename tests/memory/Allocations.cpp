@@ -7,11 +7,23 @@ std::atomic<int> kestrel::test::allocations = 0;
 
 using kestrel::test::allocations;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KESTREL_IS_SANITIZED
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KESTREL_IS_SANITIZED
+#endif
 
-// A sanitizer has replaced the functions itself, and tells of each call.
+#ifdef KESTREL_IS_SANITIZED
 
-#include <sanitizer/allocator_interface.h>
+// A sanitizer has replaced the functions itself, and tells of most calls.
+
+const bool kestrel::test::isEveryAllocationCounted = false;
+
+extern "C" int __sanitizer_install_malloc_and_free_hooks(
+    void (*onMalloc)(const volatile void* memory, size_t size),
+    void (*onFree)(const volatile void* memory));
 
 namespace {
 
@@ -24,6 +36,8 @@ void countNothing(const volatile void* /*memory*/) {}
 }  // namespace
 
 #else
+
+const bool kestrel::test::isEveryAllocationCounted = true;
 
 // These take the place of the C library's own, for every library: `new` and av_malloc end here,
 // too.

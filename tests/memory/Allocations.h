@@ -8,4 +8,7 @@ namespace kestrel::test {
 /// program of their own because it replaces the allocation functions of the whole program.
 extern std::atomic<int> allocations;
 
+/// False under a sanitizer, which does not tell of allocations with an alignment.
+extern const bool isEveryAllocationCounted;
+
 }  // namespace kestrel::test

@@ -113,7 +113,7 @@ TEST_P(AudioGraphClock, PositionIsThatOfTheSoundHeard) {
 
 INSTANTIATE_TEST_SUITE_P(Devices, AudioGraphClock,
                          testing::Combine(testing::Values(22050, 44100, 48000, 96000),
-                                          testing::Values(0.5F, 1.0F, 1.5F, 2.0F, 4.0F)));
+                                          testing::Values(0.25F, 0.5F, 1.0F, 1.5F, 2.0F, 4.0F)));
 
 class AudioGraphFlush : public testing::TestWithParam<DeviceAndTempo> {};
 
