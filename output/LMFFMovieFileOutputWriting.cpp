@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "output/EncoderCompat.h"
-#include "support/LibraryLog.h"
 #include "output/MovieFileOutputState.h"
 #include "support/FFmpegCompat.h"
+#include "support/LibraryLog.h"
 
 extern "C" {
 #include <libavutil/common.h>
