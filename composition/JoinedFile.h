@@ -30,7 +30,7 @@ class JoinedFile {
   struct Lane {
     int stream = 0;
     bool isVideo = false;
-    int64_t end = AV_NOPTS_VALUE;      // where what was written ends, microseconds
+    int64_t end = AV_NOPTS_VALUE;  // where what was written ends, microseconds
     // Of the current input:
     int64_t seam = AV_NOPTS_VALUE;   // where the input before it ended, microseconds
     int64_t offset = 0;              // what its times are moved by, microseconds

@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "output/EncoderCompat.h"
-#include "support/LibraryLog.h"
 #include "output/MovieFileOutputState.h"
 #include "support/FFmpegCompat.h"
+#include "support/LibraryLog.h"
 
 extern "C" {
 #include <libavutil/common.h>

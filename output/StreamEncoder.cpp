@@ -4,8 +4,8 @@
 
 #include "output/DictionaryEntries.h"
 #include "output/EncoderCompat.h"
-#include "support/LibraryLog.h"
 #include "support/CodecLock.h"
+#include "support/LibraryLog.h"
 
 namespace kestrel {
 

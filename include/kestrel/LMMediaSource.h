@@ -111,8 +111,8 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   std::string fullpath() const;
   void setFullpath(const std::string& path);
 
-  /// Reads the next packet of the open demuxer, which the caller unrefs; false at the end, and where
-  /// reading failed, which `lastError` then tells.
+  /// Reads the next packet of the open demuxer, which the caller unrefs; false at the end, and
+  /// where reading failed, which `lastError` then tells.
   bool readPacket(AVPacket* packet);
 
   /// Why the last `open` failed, or why reading ended before the input's end.

@@ -49,8 +49,9 @@ class KESTREL_API LMMovieComposition {
   ///
   /// An input follows right behind the one before, or where the position of its first track says
   /// (`kBehind`: right behind, for the first input 0). A position that is less than a picture away
-  /// from right behind means just that, so that rounded lengths neither leave gaps nor add up. Pictures set the pace; sound follows them, and what the end of one input and
-  /// the beginning of the next both have is written once.
+  /// from right behind means just that, so that rounded lengths neither leave gaps nor add up.
+  /// Pictures set the pace; sound follows them, and what the end of one input and the beginning of
+  /// the next both have is written once.
   ///
   /// The first input's tags, such as its title, become the file's.
   ///

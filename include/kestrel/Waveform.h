@@ -56,8 +56,9 @@ struct WaveformSettings {
 
 /// Decodes an input's sound and draws its outline. Samples count from the input's start: where the
 /// sound begins later than that by more than a tenth of a second, or has a hole of that size, there
-/// is silence; a clock that a broadcast sets anew on the way is no hole. Sound that changes its rate
-/// or channels on the way goes on with those that it began with. Beside the points, memory does not grow with the length.
+/// is silence; a clock that a broadcast sets anew on the way is no hole. Sound that changes its
+/// rate or channels on the way goes on with those that it began with. Beside the points, memory
+/// does not grow with the length.
 ///
 /// The source is opened if need be and read to its end. None when there is no sound, when it cannot
 /// be decoded, when its outline would have more than 2^27 points, and when interrupted; `error`,
