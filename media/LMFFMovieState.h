@@ -62,7 +62,7 @@ struct LMFFMovie::State : LMOutputAudioGraphDelegate {
   Guarded<std::weak_ptr<LMFFMovieImageProvider>> delegate;
   std::vector<float> scratch;  // one media's sound before it is mixed
   ImageContext imageContext;   // of thumbnails
-  std::mutex playing;  // of starting and stopping, which are several steps each
+  std::mutex playing;          // of starting and stopping, which are several steps each
   std::atomic<bool> isFillQueued{false};
   SoundPump pump;
 };

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// Makes SIGINT, SIGTERM, SIGHUP and SIGQUIT stop the program in order. Call it first in `main`, before any
-/// thread starts: threads inherit that these signals are not for them.
+/// Makes SIGINT, SIGTERM, SIGHUP and SIGQUIT stop the program in order. Call it first in `main`,
+/// before any thread starts: threads inherit that these signals are not for them.
 ///
 /// The first signal sets a flag that every loop asks for (`interrupted`). A program that is not
 /// through with its work within a moment after it, or that gets a second signal, is ended from
