@@ -106,8 +106,8 @@ TEST_F(ConvertLook, AFreeTurnKeepsTheShapeOfTheUprightPicture) {
   const auto turned = converted(lying, {"--rotate", "87"}, "turned.mkv");
   EXPECT_EQ(streamOf(turned, "video")["width"], 320);
   // The shape that is asked for is that of the picture as it is seen.
-  const auto shaped = streamOf(converted(upright, {"--display-aspect", "3:4"}), "video");
-  EXPECT_NEAR(shaped["width"].get<double>() / shaped["height"].get<double>(), 0.75, 0.01);
+  const auto shaped = streamOf(converted(upright, {"--display-aspect", "4:3"}), "video");
+  EXPECT_NEAR(shaped["width"].get<double>() / shaped["height"].get<double>(), 4.0 / 3, 0.01);
 }
 
 TEST_F(ConvertLook, TheInputsOwnTurnIsAppliedOnceInEveryContainer) {
