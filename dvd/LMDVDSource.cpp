@@ -12,6 +12,7 @@
 #include "dvd/Sectors.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
+#include "support/ReadCallbacks.h"
 
 namespace kestrel {
 
@@ -26,16 +27,6 @@ constexpr uint32_t kMostUnitBlocks = 2048;
 constexpr int64_t kMostBlocksToFacts = 128;
 
 constexpr AVRational kTicks{1, 90000};
-
-/// The library takes an answer of 0 for "try again", not for the end.
-int readPacketOf(void* opaque, uint8_t* buffer, int size) {
-  const int32_t count = static_cast<LMDVDSource*>(opaque)->read_packet(buffer, size);
-  return count == 0 ? AVERROR_EOF : count;
-}
-
-int64_t seekOf(void* opaque, int64_t offset, int whence) {
-  return static_cast<LMDVDSource*>(opaque)->seek(offset, whence);
-}
 
 /// The times from the first unit's start to the last unit's end; none where navigation is missing
 /// or its clock is set anew within the run.
@@ -86,14 +77,8 @@ void LMDVDSource::openReader() {
 
 AVIOContext* LMDVDSource::avio_context() {
   if (io_context_) return io_context_;
-  auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferBytes));
   openReader();
-  if (buffer)
-    io_context_ = avio_alloc_context(buffer, kBufferBytes, 0, this, readPacketOf, nullptr, seekOf);
-  if (io_context_)
-    io_context_->max_packet_size = kBufferBytes;  // fill the whole buffer with one read
-  else
-    av_free(buffer);
+  io_context_ = makeReadContext(*this, kBufferBytes);
   return io_context_;
 }
 
@@ -203,22 +188,11 @@ int32_t LMDVDSource::read_packet(uint8_t* buffer, int32_t size) {
 }
 
 int64_t LMDVDSource::seek(int64_t offset, int32_t whence) {
-  switch (whence) {
-    case AVSEEK_SIZE:
-      return filesize();
-    case SEEK_SET:
-      break;
-    case SEEK_CUR:
-      offset += read_offset_;
-      break;
-    case SEEK_END:
-      offset += filesize();
-      break;
-    default:
-      return AVERROR(ENOSYS);
-  }
-  read_offset_ = offset;
-  return offset;
+  if (whence == AVSEEK_SIZE) return filesize();
+  const auto target = seekTarget(offset, whence, read_offset_, filesize());
+  if (!target) return AVERROR(ENOSYS);
+  read_offset_ = *target;
+  return *target;
 }
 
 std::optional<LMDVDPictureFacts> LMDVDSource::pictureFacts() {

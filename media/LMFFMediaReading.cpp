@@ -120,7 +120,9 @@ int64_t decodedSoundEnd(const LMFFMediaStream& stream) {
 
 /// What is heard does not wait for pictures, which may take long.
 void LMFFMedia::keepSoundGoing() const {
-  if (movie() && hasVideo() && !hasAudio()) movie()->keepSoundGoing();
+  LMFFMovie* const owner = movie();
+  const bool isHeard = owner && !owner->exportMovie();
+  if (isHeard && hasVideo() && !hasAudio()) owner->keepSoundGoing();
 }
 
 bool LMFFMedia::forwardNextPacket() {

@@ -7,6 +7,7 @@
 #include "tests/e2e/FileBytes.h"
 #include "tests/e2e/JoinFixture.h"
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/Fixture.h"
 
 namespace kestrel::test {
 namespace {
@@ -151,9 +152,8 @@ TEST_F(JoinEncodeTest, SoundOfManyChannelsBecomesStereoAndThatIsSaid) {
 }
 
 TEST_F(JoinEncodeTest, WhatTheContainerRefusesIsEncodedAnew) {
-  const char* media = std::getenv("KESTREL_MEDIA_DIR");
-  if (!media) GTEST_SKIP() << "KESTREL_MEDIA_DIR is not set";
-  const auto clip = fs::path(media) / "real-rv20.rm";
+  KESTREL_NEED_MEDIA("real-rv20.rm");
+  const auto clip = mediaFile("real-rv20.rm");
   const RunResult never = join({clip}, folder_ / "out.mkv", {"--reencode", "never"});
   EXPECT_EQ(never.status, 1);
   EXPECT_THAT(never.err, HasSubstr("does not yet support muxing rv20"));

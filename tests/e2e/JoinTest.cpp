@@ -8,6 +8,7 @@
 #include "tests/e2e/FileBytes.h"
 #include "tests/e2e/JoinFixture.h"
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/Fixture.h"
 
 namespace kestrel::test {
 namespace {
@@ -128,9 +129,8 @@ TEST_F(JoinTest, CodecsThatTheContainerHasNoPlaceForAreEncodedAnew) {
 }
 
 TEST_F(JoinTest, APictureWithoutATimeAtTheBeginningDoesNotPreventCopying) {
-  const char* media = std::getenv("KESTREL_MEDIA_DIR");
-  if (!media) GTEST_SKIP() << "KESTREL_MEDIA_DIR is not set";
-  const auto clip = fs::path(media) / "mpeg2-mp3.ts";
+  KESTREL_NEED_MEDIA("mpeg2-mp3.ts");
+  const auto clip = mediaFile("mpeg2-mp3.ts");
   const auto output = folder_ / "out.mp4";
   const RunResult result = join({clip, clip}, output, {"--reencode", "never"});
   ASSERT_EQ(result.status, 0) << result.err;
