@@ -3,9 +3,11 @@
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 
-# Demuxing, decoding, filtering, encoding, resampling and scaling.
+# Demuxing, decoding, encoding, resampling and scaling; filtering, whose library is loaded when it is
+# first needed.
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET
-  libavformat libavcodec libavfilter libavutil libswscale libswresample)
+  libavformat libavcodec libavutil libswscale libswresample)
+pkg_check_modules(AVFILTER REQUIRED libavfilter)
 # Text: layout, drawing, the installed fonts.
 pkg_check_modules(PANGO REQUIRED IMPORTED_TARGET pangocairo cairo fontconfig)
 # Display names of languages, scripts and encodings of text.
@@ -24,7 +26,7 @@ add_library(kestrel_foreign INTERFACE)
 target_link_libraries(kestrel_foreign INTERFACE
   PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::DVDREAD
   PkgConfig::RUBBERBAND PkgConfig::FMT Threads::Threads ${CMAKE_DL_LIBS})
-target_include_directories(kestrel_foreign SYSTEM INTERFACE ${SDL_INCLUDE_DIRS})
+target_include_directories(kestrel_foreign SYSTEM INTERFACE ${SDL_INCLUDE_DIRS} ${AVFILTER_INCLUDE_DIRS})
 
 # The command line: option parsing and JSON, both headers only. The tests read JSON too.
 find_package(CLI11 2.1 REQUIRED)

@@ -7,19 +7,14 @@
 #include <optional>
 #include <string>
 
+#include "effects/PictureConverter.h"
 #include "support/FFmpegOwners.h"
 #include "support/Guarded.h"
 
 namespace kestrel {
 
 struct LMFFEffectVideoStream::State {
-  // The converter: frames of the format `converted`, absent until it was asked for, become
-  // `imageFrame`s. Without a graph that was not possible.
-  FilterGraphPtr graph;
-  AVFilterContext* buffersink = nullptr;  // both belong to the graph
-  AVFilterContext* buffersrc = nullptr;
-  std::optional<LMFFVideoFormat> converted;
-  bool isToRgba = false;
+  std::optional<PictureConverter> converter;
 
   // The picture. A frame that the image engine can read as it is waits in `pending`, and is
   // converted when somebody asks for its bytes.

@@ -1,8 +1,6 @@
 #include <kestrel/LMFFEffectVideoStream.h>
 #include <kestrel/LMFFMedia.h>
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cstring>
 #include <tuple>
@@ -13,9 +11,6 @@
 #include "support/PictureColor.h"
 
 extern "C" {
-#include <libavfilter/buffersink.h>
-#include <libavfilter/buffersrc.h>
-#include <libavutil/mem.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -25,41 +20,6 @@ namespace {
 
 constexpr int64_t kFourByThree = 1;
 constexpr int64_t kSixteenByNine = 2;
-
-/// Puts a filter after `last`, where there is one, and becomes the last; false when that is not
-/// possible.
-bool append(AVFilterGraph* graph, const char* filter, const char* name,
-            const std::string& arguments, AVFilterContext*& last) {
-  AVFilterContext* before = std::exchange(last, nullptr);
-  return avfilter_graph_create_filter(&last, avfilter_get_by_name(filter), name, arguments.c_str(),
-                                      nullptr, graph) >= 0 &&
-         (!before || avfilter_link(before, 0, last, 0) >= 0);
-}
-
-/// Makes source and sink with the conversion between them; false when that is not possible.
-bool configure(AVFilterGraph* graph, const LMFFVideoFormat& from, int pixelFormat,
-               AVFilterContext** source, AVFilterContext** sink) {
-  const char* formatName = av_get_pix_fmt_name(static_cast<AVPixelFormat>(pixelFormat));
-  if (!graph || !formatName) return false;
-  // The graph carries no timing and no aspect: the stream's settings see to the shape.
-  const std::string arguments =
-      fmt::format("video_size={}x{}:pix_fmt={}:time_base=1/25:pixel_aspect=0/1", from.width,
-                  from.height, from.pix_fmt);
-  // The library's fast ways to RGB are off by several steps.
-  graph->scale_sws_opts = av_strdup("flags=bilinear+accurate_rnd+full_chroma_int");
-  AVFilterContext* last = nullptr;
-  if (!append(graph, "buffer", "buffersrc", arguments, last)) return false;
-  *source = last;
-  // On the straight way from grey to RGB the range of the frame would not count.
-  if (from.pix_fmt == AV_PIX_FMT_GRAY8 &&
-      !append(graph, "format", "grey", "pix_fmts=yuv444p", last))
-    return false;
-  if (!append(graph, "format", "format", fmt::format("pix_fmts={}", formatName), last) ||
-      !append(graph, "buffersink", "buffersink", "", last))
-    return false;
-  *sink = last;
-  return avfilter_graph_config(graph, nullptr) >= 0;
-}
 
 bool hasAlpha(int pixelFormat) {
   const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(pixelFormat));
@@ -76,10 +36,8 @@ LMFFEffectVideoStream::~LMFFEffectVideoStream() {
 }
 
 void LMFFEffectVideoStream::free_graph() {
-  state_->convertPending();  // the graph's last service to the picture that there is
-  state_->buffersrc = nullptr;
-  state_->buffersink = nullptr;
-  state_->graph.reset();
+  state_->convertPending();  // the converter's last service to the picture that there is
+  state_->converter.reset();
 }
 
 void LMFFEffectVideoStream::free_frame_image_buffer() {
@@ -89,43 +47,36 @@ void LMFFEffectVideoStream::free_frame_image_buffer() {
 
 void LMFFEffectVideoStream::updateConverter() {
   free_graph();
-  State& state = *state_;
-  state.graph.reset(avfilter_graph_alloc());
   const auto input = media();
-  const int pixelFormat = outputFormat().pix_fmt;
-  state.converted = input ? input->videoFormat() : LMFFVideoFormat{};
-  state.isToRgba = pixelFormat == AV_PIX_FMT_RGBA;
-  if (!configure(state.graph.get(), *state.converted, pixelFormat, &state.buffersrc,
-                 &state.buffersink))
-    free_graph();
+  state_->converter.emplace(input ? input->videoFormat() : LMFFVideoFormat{},
+                            outputFormat().pix_fmt);
 }
 
 /// A frame that is refused shows as an empty picture.
 void LMFFEffectVideoStream::State::convert(const AVFrame* frame) {
-  if (frame && buffersrc) {
-    isOpaque = !hasAlpha(frame->format);
-    std::ignore = av_buffersrc_write_frame(buffersrc, frame);
-  }
-  imageFrame = std::shared_ptr<AVFrame>(makeFrame());
-  if (!buffersink || !imageFrame || av_buffersink_get_frame(buffersink, imageFrame.get()) < 0)
-    imageFrame.reset();
+  imageFrame.reset();
+  if (!frame || !converter) return;
+  isOpaque = !hasAlpha(frame->format);
+  imageFrame = converter->convert(*frame);
 }
 
 /// True when the image engine can do without the converter, which would not change more than the
 /// form of the pixels.
 bool LMFFEffectVideoStream::State::canWait(const std::shared_ptr<const AVFrame>& frame) const {
-  return isToRgba && LMFFVideoFormat{frame->format, frame->width, frame->height} == converted &&
+  return converter->pixelFormat() == AV_PIX_FMT_RGBA &&
+         LMFFVideoFormat{frame->format, frame->width, frame->height} == converter->from() &&
          Image::fromPlanes(yuvPictureOf(frame).value_or(YUVPicture{})) != nullptr;
 }
 
-/// True when the converter was set up for another kind of pixels than the media's pictures turned
-/// out to have, or could not be set up since the container did not tell enough of them.
+/// True when the converter is for another kind of pixels than the media's pictures turned out to
+/// have, or does nothing since the container did not tell enough of them.
 bool LMFFEffectVideoStream::State::isOutdated() const {
   const auto source = media.get();
-  if (!source || !converted) return false;
+  if (!source || !converter) return false;
   const LMFFVideoFormat actual = source->videoFormat();
-  const bool hasSize = actual.width == converted->width && actual.height == converted->height;
-  return actual != *converted && (!graph || hasSize);
+  const LMFFVideoFormat& from = converter->from();
+  const bool hasSize = actual.width == from.width && actual.height == from.height;
+  return actual != from && (!converter->isUsable() || hasSize);
 }
 
 void LMFFEffectVideoStream::State::convertPending() {
@@ -138,7 +89,8 @@ void LMFFEffectVideoStream::writeFrame(const AVFrame* frame, const DataProvider&
   State& state = *state_;
   if (state.isOutdated()) updateConverter();
   std::shared_ptr<AVFrame> input;
-  if (frame && frame->data[0] && state.buffersrc) input = FramePtr(av_frame_clone(frame));
+  if (frame && frame->data[0] && state.converter && state.converter->isUsable())
+    input = FramePtr(av_frame_clone(frame));
   if (input) tagPictureColor(*input);  // what the frame says of its colours is honoured
   free_frame_image_buffer();
   if (input && !dataProvider && state.canWait(input))

@@ -6,22 +6,16 @@
 #include <iterator>
 #include <utility>
 
-extern "C" {
-#include <libavfilter/buffersink.h>
-#include <libavfilter/buffersrc.h>
-}
-
 #include "support/FFmpegCompat.h"
 
 namespace kestrel {
 
 bool Deinterlacer::fits(const AVFrame& picture) const {
-  return graph_ && picture.width == width_ && picture.height == height_ &&
+  return chain_ && picture.width == width_ && picture.height == height_ &&
          picture.format == format_;
 }
 
-bool Deinterlacer::build(const AVFrame& picture) {
-  graph_.reset(avfilter_graph_alloc());
+void Deinterlacer::build(const AVFrame& picture) {
   width_ = picture.width;
   height_ = picture.height;
   format_ = picture.format;
@@ -29,26 +23,15 @@ bool Deinterlacer::build(const AVFrame& picture) {
                                         height_, format_, timebase_.num, timebase_.den);
   const std::string settings = fmt::format("mode=send_frame:parity=auto:deint={}",
                                            mode_ == Deinterlacing::kOn ? "all" : "interlaced");
-  AVFilterContext* filter = nullptr;
-  const auto add = [&](AVFilterContext*& made, const char* name, const std::string& arguments) {
-    return graph_ && avfilter_graph_create_filter(&made, avfilter_get_by_name(name), nullptr,
-                                                  arguments.c_str(), nullptr, graph_.get()) >= 0;
-  };
-  const bool isBuilt = add(source_, "buffer", input) && add(filter, "bwdif", settings) &&
-                       add(sink_, "buffersink", "") && avfilter_link(source_, 0, filter, 0) >= 0 &&
-                       avfilter_link(filter, 0, sink_, 0) >= 0 &&
-                       avfilter_graph_config(graph_.get(), nullptr) >= 0;
-  if (!isBuilt) graph_.reset();
-  return isBuilt;
+  chain_ = FilterChain::make({{"buffer", input}, {"bwdif", settings}, {"buffersink", ""}});
 }
 
 std::vector<FramePtr> Deinterlacer::collect() {
   std::vector<FramePtr> finished;
-  const AVRational own = av_buffersink_get_time_base(sink_);
   for (;;) {
     FramePtr picture = makeFrame();
-    if (!picture || av_buffersink_get_frame(sink_, picture.get()) < 0) return finished;
-    picture->pts = av_rescale_q(picture->pts, own, timebase_);
+    if (!picture || !chain_->pull(*picture)) return finished;
+    picture->pts = av_rescale_q(picture->pts, chain_->timebase(), timebase_);
     finished.push_back(std::move(picture));
   }
 }
@@ -59,7 +42,7 @@ std::vector<FramePtr> Deinterlacer::push(FramePtr picture) {
     finished = finish();
     build(*picture);
   }
-  if (!graph_ || av_buffersrc_write_frame(source_, picture.get()) < 0) {
+  if (!chain_ || !chain_->push(picture.get())) {
     finished.push_back(std::move(picture));
     return finished;
   }
@@ -68,10 +51,10 @@ std::vector<FramePtr> Deinterlacer::push(FramePtr picture) {
 }
 
 std::vector<FramePtr> Deinterlacer::finish() {
-  if (!graph_) return {};
+  if (!chain_) return {};
   std::vector<FramePtr> finished;
-  if (av_buffersrc_write_frame(source_, nullptr) >= 0) finished = collect();
-  graph_.reset();
+  if (chain_->push(nullptr)) finished = collect();
+  chain_.reset();
   return finished;
 }
 

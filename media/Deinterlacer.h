@@ -2,9 +2,11 @@
 
 #include <kestrel/LMFFMediaStream.h>
 
+#include <memory>
 #include <vector>
 
 #include "support/FFmpegOwners.h"
+#include "support/FilterChain.h"
 
 namespace kestrel {
 
@@ -24,14 +26,12 @@ class Deinterlacer {
 
  private:
   bool fits(const AVFrame& picture) const;
-  bool build(const AVFrame& picture);
+  void build(const AVFrame& picture);
   std::vector<FramePtr> collect();
 
   Deinterlacing mode_;
   AVRational timebase_;
-  FilterGraphPtr graph_;
-  AVFilterContext* source_ = nullptr;
-  AVFilterContext* sink_ = nullptr;
+  std::unique_ptr<FilterChain> chain_;
   int width_ = 0;
   int height_ = 0;
   int format_ = -1;

@@ -2,9 +2,12 @@
 
 #include <kestrel/LMMediaSource.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 
+#include "Failure.h"
 #include "Input.h"
 
 using namespace kestrel;
@@ -22,7 +25,9 @@ PartSound::PartSound(const JoinPart& part, uint32_t stream, bool hasHidden)
   movie_.openMedias(openInput(part.input.path)->createMediasWithStreams(IndexSet{stream}));
   movie_.seek(0);
   movie_.flushOperation();
-  if (rate_ != 1) tempo_ = std::make_unique<Tempo>(rate_);
+  if (rate_ != 1) tempo_ = AudioTempo::make(rate_, kRate, kChannels);
+  if (rate_ != 1 && !tempo_)
+    throw Failure{kFailed, fmt::format("cannot play at {} times the speed", rate_)};
   begin_ = feed_.skipSilence();
   reached_ = begin_;
   if (hasHidden && begin_ < kRounding) hidden_ = hiddenSound(part.input.path, stream);

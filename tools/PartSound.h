@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrel/AudioTempo.h>
 #include <kestrel/LMFFMovie.h>
 
 #include <cstdint>
@@ -9,7 +10,6 @@
 #include "AudioFeed.h"
 #include "InputEnd.h"
 #include "JoinPlan.h"
-#include "Tempo.h"
 
 /// One sound track of one part of a join as it plays: interleaved stereo (float, 44100 Hz), at the
 /// part's rate.
@@ -38,7 +38,7 @@ class PartSound {
   const double rate_;
   kestrel::LMFFMovie movie_;
   AudioFeed feed_{movie_};
-  std::unique_ptr<Tempo> tempo_;  // null at the usual rate
+  std::unique_ptr<kestrel::AudioTempo> tempo_;  // null at the usual rate
   std::vector<float> hidden_;
   size_t hiddenRead_ = 0;
   bool isDrained_ = false;

@@ -35,7 +35,7 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
-#include <libavfilter/avfilter.h>
+#include <libavfilter/version.h>
 #include <libavformat/avformat.h>
 #include <libavutil/avutil.h>
 #include <libswresample/swresample.h>
@@ -50,7 +50,7 @@ std::string versionText() {
                        AV_VERSION_MICRO(version));
   };
   return "kestrel " KESTREL_VERSION "\n" + library("libavformat", avformat_version()) +
-         library("libavcodec", avcodec_version()) + library("libavfilter", avfilter_version()) +
+         library("libavcodec", avcodec_version()) + library("libavfilter", LIBAVFILTER_VERSION_INT) +
          library("libavutil", avutil_version()) + library("libswscale", swscale_version()) +
          library("libswresample", swresample_version()) + "ICU " U_ICU_VERSION "\n";
 }

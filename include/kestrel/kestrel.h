@@ -6,6 +6,7 @@
 #include <kestrel/AttributedString.h>
 #include <kestrel/AudioDevice.h>
 #include <kestrel/AudioGraph.h>
+#include <kestrel/AudioTempo.h>
 #include <kestrel/BitmapContext.h>
 #include <kestrel/BitmapFile.h>
 #include <kestrel/BitmapImage.h>

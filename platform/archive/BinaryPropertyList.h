@@ -3,6 +3,7 @@
 #include <kestrel/PropertyList.h>
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <stdexcept>
 
@@ -18,7 +19,9 @@ class PropertyListError : public std::runtime_error {
 inline constexpr int kDeepestPropertyList = 256;
 
 /// The two halves of the binary form: a header, objects, a table of where each begins, a trailer.
+/// What is written is handed out piece by piece.
 PropertyList readBinaryPropertyList(std::span<const uint8_t> bytes);
-PropertyList::Data writeBinaryPropertyList(const PropertyList& list);
+void writeBinaryPropertyList(const PropertyList& list,
+                             const std::function<void(std::span<const uint8_t>)>& take);
 
 }  // namespace kestrel

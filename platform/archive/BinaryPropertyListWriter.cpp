@@ -9,6 +9,7 @@ namespace kestrel {
 namespace {
 
 using Bytes = PropertyList::Data;
+using Take = std::function<void(std::span<const uint8_t>)>;
 
 enum Marker : uint8_t {
   kFalse = 0x08,
@@ -88,26 +89,38 @@ struct Object {
 
 class Writer {
  public:
-  Bytes write(const PropertyList& list) {
+  explicit Writer(const Take& take) : take_(take) {}
+
+  void write(const PropertyList& list) {
     collect(list);
     const size_t referenceSize = size_t{1} << powerFor(objects_.size() - 1);
     static constexpr std::string_view kHeader = "bplist00";
     out_.assign(kHeader.begin(), kHeader.end());
     std::vector<uint64_t> offsets;
     for (const Object& object : objects_) {
-      offsets.push_back(out_.size());
+      offsets.push_back(taken_ + out_.size());
       put(object);
       for (const uint64_t reference : object.references)
         putBigEndian(reference, referenceSize, out_);
+      if (out_.size() >= kPiece) handOut();
     }
-    const uint64_t table = out_.size();
+    const uint64_t table = taken_ + out_.size();
     const size_t offsetSize = size_t{1} << powerFor(table);
     for (const uint64_t offset : offsets) putBigEndian(offset, offsetSize, out_);
     putTrailer(offsetSize, referenceSize, table);
-    return std::move(out_);
+    handOut();
   }
 
  private:
+  static constexpr size_t kPiece = 1 << 16;
+
+  /// Hands out what has gathered.
+  void handOut() {
+    take_(out_);
+    taken_ += out_.size();
+    out_.clear();
+  }
+
   void putTrailer(size_t offsetSize, size_t referenceSize, uint64_t table) {
     putBigEndian(0, 6, out_);
     putBigEndian(offsetSize, 1, out_);
@@ -154,7 +167,13 @@ class Writer {
   void put(const std::string& value) { putText(value, out_); }
   void put(const PropertyList::Data& value) {
     putMarker(kData, value.size(), out_);
-    out_.insert(out_.end(), value.begin(), value.end());
+    if (value.size() < kPiece) {
+      out_.insert(out_.end(), value.begin(), value.end());
+      return;
+    }
+    handOut();
+    take_(value);
+    taken_ += value.size();
   }
   void put(PropertyList::Date value) {
     out_.push_back(kDate);
@@ -170,13 +189,15 @@ class Writer {
 
   std::vector<Object> objects_;
   std::map<std::string_view, uint64_t> texts_;
+  const Take& take_;
   Bytes out_;
+  uint64_t taken_ = 0;  // bytes handed out
 };
 
 }  // namespace
 
-PropertyList::Data writeBinaryPropertyList(const PropertyList& list) {
-  return Writer().write(list);
+void writeBinaryPropertyList(const PropertyList& list, const Take& take) {
+  Writer(take).write(list);
 }
 
 }  // namespace kestrel

@@ -74,10 +74,18 @@ std::optional<PropertyList> PropertyList::fromFile(const std::string& path, Erro
   return bytes ? fromData(*bytes, error) : std::nullopt;
 }
 
-PropertyList::Data PropertyList::toData() const { return writeBinaryPropertyList(*this); }
+PropertyList::Data PropertyList::toData() const {
+  Data all;
+  writeBinaryPropertyList(*this, [&](std::span<const uint8_t> bytes) {
+    all.insert(all.end(), bytes.begin(), bytes.end());
+  });
+  return all;
+}
 
 bool PropertyList::writeToFile(const std::string& path, Error* error) const {
-  const Error failure = replaceFile(path, toData());
+  AtomicFile file(path);
+  writeBinaryPropertyList(*this, [&](std::span<const uint8_t> bytes) { file.write(bytes); });
+  const Error failure = file.commit();
   if (error && failure) *error = failure;
   return !failure;
 }

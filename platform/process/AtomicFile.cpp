@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 namespace kestrel {
 
@@ -25,19 +26,42 @@ bool writeAll(int file, std::span<const uint8_t> bytes) {
   return true;
 }
 
+std::string partialPath(const std::string& path) {
+  static std::atomic<unsigned> counter{0};
+  return fmt::format("{}.partial-{}-{}", path, getpid(), counter++);
+}
+
 }  // namespace
 
+AtomicFile::AtomicFile(const std::string& path)
+    : path_(path),
+      partial_(partialPath(path)),
+      file_(open(partial_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666)) {
+  if (file_ < 0) error_ = systemError();
+}
+
+AtomicFile::~AtomicFile() {
+  if (file_ < 0) return;
+  close(file_);
+  unlink(partial_.c_str());
+}
+
+void AtomicFile::write(std::span<const uint8_t> bytes) {
+  if (!error_ && !writeAll(file_, bytes)) error_ = systemError();
+}
+
+Error AtomicFile::commit() {
+  if (error_) return error_;
+  if (close(std::exchange(file_, -1)) != 0) error_ = systemError();
+  if (!error_ && std::rename(partial_.c_str(), path_.c_str()) != 0) error_ = systemError();
+  if (error_) unlink(partial_.c_str());
+  return error_;
+}
+
 Error replaceFile(const std::string& path, std::span<const uint8_t> bytes) {
-  static std::atomic<unsigned> counter{0};
-  const std::string partial = fmt::format("{}.partial-{}-{}", path, getpid(), counter++);
-  const int file = open(partial.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
-  if (file < 0) return systemError();
-  Error error;
-  if (!writeAll(file, bytes)) error = systemError();
-  if (close(file) != 0 && !error) error = systemError();
-  if (!error && std::rename(partial.c_str(), path.c_str()) != 0) error = systemError();
-  if (error) unlink(partial.c_str());
-  return error;
+  AtomicFile file(path);
+  file.write(bytes);
+  return file.commit();
 }
 
 }  // namespace kestrel

@@ -68,6 +68,14 @@ TEST(Usage, VersionNamesProgramAndLibraries) {
     EXPECT_THAT(lines[1], HasSubstr(library));
 }
 
+// What filters pictures and plays sound brings dozens of libraries along.
+TEST(Usage, LibrariesThatFewNeedAreLoadedWhenTheyAre) {
+  const RunResult result = kestrel({"--version"}, {.environment = {"LD_TRACE_LOADED_OBJECTS=1"}});
+  ASSERT_THAT(result.out, HasSubstr("libavcodec.so"));
+  EXPECT_THAT(result.out, Not(HasSubstr("libavfilter.so")));
+  EXPECT_THAT(result.out, Not(HasSubstr("libSDL2")));
+}
+
 TEST(Usage, HelpListsTheVerbs) {
   EXPECT_THAT(verbs(), testing::IsSupersetOf({"info", "convert", "thumb", "effects", "demo"}));
 }
