@@ -58,8 +58,11 @@ class TrackReader {
   double seconds() const { return static_cast<double>(count_) / rate_; }
 
   void decode(const AVPacket* packet) {
-    // A damaged packet is passed over.
-    if (avcodec_send_packet(decoder_.get(), packet) < 0) return;
+    // A damaged packet is passed over; the first of a broadcast may be cut.
+    if (avcodec_send_packet(decoder_.get(), packet) < 0) {
+      if (packet && (count_ > 0 || !mayLeap_)) ++decodeErrors_;
+      return;
+    }
     while (avcodec_receive_frame(decoder_.get(), frame_.get()) >= 0) {
       take(*frame_);
       av_frame_unref(frame_.get());
@@ -67,6 +70,7 @@ class TrackReader {
   }
 
   std::vector<PointMaker>& lanes() { return lanes_; }
+  int64_t decodeErrors() const { return decodeErrors_; }
 
  private:
   /// How samples come.
@@ -195,6 +199,7 @@ class TrackReader {
   int32_t rate_ = 0;
   int32_t channels_ = 0;
   int64_t count_ = 0;  // samples per channel, silence included
+  int64_t decodeErrors_ = 0;
   std::vector<PointMaker> lanes_;
 };
 
@@ -230,11 +235,13 @@ double partRead(const AVFormatContext& context, double seconds) {
 Waveform wholeOf(std::vector<TrackReader>& tracks) {
   Waveform waveform{tracks.front().rate(), tracks.front().samplesPerPoint(), {}};
   size_t length = 0;
-  for (TrackReader& track : tracks)
+  for (TrackReader& track : tracks) {
+    waveform.decodeErrors += track.decodeErrors();
     for (PointMaker& lane : track.lanes()) {
       waveform.channels.push_back(lane.finish());
       length = std::max(length, waveform.channels.back().size());
     }
+  }
   if (length == 0) throw Stop("no sound could be decoded");
   for (auto& points : waveform.channels) points.resize(length);
   return waveform;

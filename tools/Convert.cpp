@@ -26,6 +26,7 @@
 #include "OutputFile.h"
 #include "PictureMaker.h"
 #include "PlannedOutput.h"
+#include "Say.h"
 #include "Tracks.h"
 
 extern "C" {
@@ -259,7 +260,7 @@ class Conversion {
     const std::string damage = damageOf(*title->dvd());
     const bool matters = settings_.title == "main" || !title->dvd()->hasTitleTable();
     if (damage.empty() || !matters) return kDone;
-    fmt::print(stderr, "kestrel: '{}' cannot be read whole: {}\n", settings_.input, damage);
+    say(fmt::format("'{}' cannot be read whole: {}", settings_.input, damage));
     return kDoneInPart;
   }
 

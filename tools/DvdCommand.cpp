@@ -19,6 +19,7 @@
 
 #include "Disc.h"
 #include "Failure.h"
+#include "Say.h"
 #include "StandardOutput.h"
 #include "Text.h"
 
@@ -226,8 +227,7 @@ int list(const DvdSettings& settings) {
     for (const auto& [problem, numbers] : problemsOf(disc))
       findings.push_back(nounAndNumbers("title", numbers) + ": " + problem);
   if (findings.empty()) return kDone;
-  fmt::print(stderr, "kestrel: '{}' cannot be read whole: {}\n", printable(settings.input),
-             fmt::join(findings, "; "));
+  say(fmt::format("'{}' cannot be read whole: {}", settings.input, fmt::join(findings, "; ")));
   return kDoneInPart;
 }
 

@@ -11,7 +11,7 @@
 #include <algorithm>
 
 #include "ExitStatus.h"
-#include "Text.h"
+#include "Say.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -83,6 +83,6 @@ int judgeInput(const std::string& path, int64_t promised, const InputEnd& end) {
     finding = "was not read whole: " + end.error.message;
   else
     finding = fmt::format("is damaged: {} of its packets could not be decoded", end.refused);
-  fmt::print(stderr, "kestrel: '{}' {}\n", printable(path), finding);
+  say(fmt::format("'{}' {}", path, finding));
   return kDoneInPart;
 }

@@ -1,5 +1,7 @@
 #include "Interrupt.h"
 
+#include <errno.h>  // where the program's name is
+#include <fmt/format.h>
 #include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -49,7 +51,7 @@ sigset_t watchedSignals() {
 }
 
 /// Never waits: a reader of standard error that does not read must not keep the program alive.
-void say(std::string_view text) {
+void sayAtOnce(std::string_view text) {
   pollfd standardError{STDERR_FILENO, POLLOUT, 0};
   if (poll(&standardError, 1, 0) <= 0) return;
   [[maybe_unused]] const auto ignored = write(STDERR_FILENO, text.data(), text.size());
@@ -85,8 +87,8 @@ bool interrupted() { return isInterrupted.load(std::memory_order_relaxed); }
 void reportInterrupt() {
   static std::atomic<bool> isReported{false};
   if (isReported.exchange(true)) return;
-  if (isatty(STDERR_FILENO)) say("\r\033[K");  // where a progress bar may stand
-  say("kestrel: interrupted\n");
+  if (isatty(STDERR_FILENO)) sayAtOnce("\r\033[K");  // where a progress bar may stand
+  sayAtOnce(fmt::format("{}: interrupted\n", program_invocation_short_name));
 }
 
 void removeOnInterrupt(const std::string& path) {

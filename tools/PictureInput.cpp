@@ -13,6 +13,7 @@
 #include "Failure.h"
 #include "Input.h"
 #include "Interrupt.h"
+#include "Say.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -124,8 +125,7 @@ int PictureInput::status() const {
   const Error error = source_->lastError();
   const int64_t wanted = std::min(lastAsked_, told) - kMissingTolerance;
   if (!error && (wanted <= *end || reaches(wanted))) return kDone;
-  fmt::print(stderr, "kestrel: '{}' ended early, at {:.2f} of {:.2f} s{}\n", path_,
-             lm_ff_time_to_double(*end), lm_ff_time_to_double(std::max(told, *end)),
-             error ? ": " + error.message : "");
+  say(fmt::format("'{}' ended early, at {:.2f} of {:.2f} s{}", path_, lm_ff_time_to_double(*end),
+                  lm_ff_time_to_double(std::max(told, *end)), error ? ": " + error.message : ""));
   return kDoneInPart;
 }

@@ -33,6 +33,7 @@
 #include "Keys.h"
 #include "Look.h"
 #include "PlayLine.h"
+#include "Say.h"
 #include "Terminal.h"
 #include "TerminalPicture.h"
 #include "Text.h"
@@ -177,7 +178,7 @@ class Player {
     if (start_ > 0) movie_.seek(start_);
     movie_.play();
     if (movie_.audioOutputGraph()->graph().lacksDevice() && movie_.hasAudio())
-      std::fputs("kestrel: there is no audio device: playing without being heard\n", stderr);
+      say("there is no audio device: playing without being heard");
     while (!wantsQuit_ && !interrupted() && !isAtEnd()) {
       lookOn(terminal);
       show(terminal);
@@ -286,10 +287,10 @@ class Player {
     const bool isShort =
         inputEnd_ && stated && !wantsQuit_ && *stated - *inputEnd_ > kMissingTolerance;
     if (!error && !isShort) return kDone;
-    fmt::print(stderr, "kestrel: '{}' ended early, at {:.2f}{} s{}\n", typed_.input,
-               lm_ff_time_to_double(inputEnd_.value_or(time())),
-               duration_ ? fmt::format(" of {:.2f}", lm_ff_time_to_double(*duration_)) : "",
-               error ? ": " + error.message : "");
+    say(fmt::format("'{}' ended early, at {:.2f}{} s{}", typed_.input,
+                    lm_ff_time_to_double(inputEnd_.value_or(time())),
+                    duration_ ? fmt::format(" of {:.2f}", lm_ff_time_to_double(*duration_)) : "",
+                    error ? ": " + error.message : ""));
     return kDoneInPart;
   }
 

@@ -3,10 +3,7 @@
 #include <kestrel/VideoJoiner.h>
 #include <kestrel/VideoJoinerItem.h>
 
-#include <fmt/format.h>
-
 #include <csignal>
-#include <cstdio>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -15,7 +12,7 @@
 #include "Failure.h"
 #include "Interrupt.h"
 #include "Join.h"
-#include "Text.h"
+#include "Say.h"
 
 // The program that `VideoJoiner` runs:
 //
@@ -24,10 +21,6 @@
 // It joins what the archive says and tells on standard error which way it went.
 
 namespace {
-
-void say(const std::string& sentence) {
-  fmt::print(stderr, "QTMovieHelperTask: {}\n", printable(sentence));
-}
 
 int joinArchive(const std::string& archive) {
   const auto joiner = kestrel::VideoJoiner::joinerWithPath(archive);

@@ -11,7 +11,6 @@
 #include <bit>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <exception>
 #include <optional>
 #include <string>
@@ -19,10 +18,13 @@
 #include <utility>
 #include <vector>
 
+#include "DrawnWave.h"
 #include "ExitStatus.h"
 #include "Failure.h"
 #include "Input.h"
+#include "InputEnd.h"
 #include "Interrupt.h"
+#include "Say.h"
 #include "Text.h"
 
 // The program that `MovieAudioTaskExtractWave` runs:
@@ -84,7 +86,6 @@ int extract(const std::string& input, const std::string& result,
   WaveformSettings settings;
   settings.splitChannels = true;
   settings.pointsPerSecond = kPointsPerSecond;
-  settings.interrupt = interrupted;
   if (selectors && !selectors->empty()) settings.tracks = parseSelectors(*selectors);
   MovieAudioTaskExtractWave reporter;
   auto next = Clock::now();
@@ -93,18 +94,13 @@ int extract(const std::string& input, const std::string& result,
     next = Clock::now() + kPause;
     reporter.setProgress(part);
   };
+  auto drawn = drawWave(input, openInput(input), settings);
+  if (!drawn) return kInterrupted;
   Error error;
-  auto waveform = waveformOfSource(openInput(input), settings, &error);
-  if (interrupted()) return kInterrupted;
-  if (!waveform) throw Failure{kFailed, fmt::format("'{}': {}", input, error.message)};
-  if (!resultOf(std::move(*waveform)).writeToFile(result, &error))
+  if (!resultOf(std::move(drawn->waveform)).writeToFile(result, &error))
     throw Failure{kFailed, fmt::format("cannot write '{}': {}", result, error.message)};
   reporter.setProgress(1);
-  return kDone;
-}
-
-void say(const std::string& sentence) {
-  fmt::print(stderr, "SamplePointsTask: {}\n", printable(sentence));
+  return judgeInput(input, drawn->promised, drawn->end);
 }
 
 }  // namespace

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
+#include "DrawnWave.h"
 #include "Failure.h"
 #include "Input.h"
 #include "InputEnd.h"
-#include "Interrupt.h"
 #include "OutputFile.h"
 #include "Progress.h"
 #include "Text.h"
@@ -68,29 +68,12 @@ void requireMeaning(const Arguments& arguments, const std::string& extension) {
     throw wrongUsage("--bits is 8 or 16");
 }
 
-/// How long the chosen sound tracks promise to be together, microseconds.
-int64_t promisedSound(AVFormatContext& context, const WaveformSettings& settings) {
-  std::vector<unsigned> audios;
-  for (unsigned i = 0; i < context.nb_streams; ++i)
-    if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) audios.push_back(i);
-  const int best = av_find_best_stream(&context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-  int64_t promised = 0;
-  for (uint32_t track = 0; track < audios.size(); ++track) {
-    const bool isChosen = settings.tracks ? settings.tracks->contains(track)
-                                          : audios[track] == static_cast<unsigned>(best);
-    if (isChosen)
-      promised = std::max(promised, promisedLength(context, *context.streams[audios[track]]));
-  }
-  return promised;
-}
-
 WaveformSettings settingsOf(const Arguments& arguments) {
   WaveformSettings settings;
   settings.pointsPerSecond = arguments.pointsPerSecond;
   if (!(settings.pointsPerSecond > 0))
     throw wrongUsage("--points-per-second: the number must be above 0");
   settings.splitChannels = arguments.splitChannels;
-  settings.interrupt = interrupted;
   if (arguments.tracks.empty()) return settings;
   settings.tracks = parseIndexList(arguments.tracks);
   if (!settings.tracks)
@@ -117,26 +100,18 @@ int run(const Arguments& arguments) {
   if (extension == ".png" && length > 0)
     settings.pointsPerSecond = std::max(settings.pointsPerSecond, *size.width / length);
   Progress progress(parseProgressStyle("--progress", arguments.progress), length);
-  InputEnd end;
-  settings.progress = [&](double, double seconds) {
-    end.reached = std::max(end.reached, static_cast<int64_t>(seconds * AV_TIME_BASE));
-    progress.update(seconds, 0);
-  };
-  Error error;
-  const auto waveform = waveformOfSource(source, settings, &error);
-  if (interrupted()) return kInterrupted;
-  if (!waveform)
-    throw Failure{kFailed, fmt::format("cannot draw '{}': {}", arguments.input, error.message)};
+  settings.progress = [&](double, double seconds) { progress.update(seconds, 0); };
+  const auto drawn = drawWave(arguments.input, source, settings);
+  if (!drawn) return kInterrupted;
   progress.finish();
   if (extension == ".json")
-    writeWaveJson(*waveform, bits, target.path(), arguments.output);
+    writeWaveJson(drawn->waveform, bits, target.path(), arguments.output);
   else if (extension == ".dat")
-    writeWaveData(*waveform, bits, target.path(), arguments.output);
+    writeWaveData(drawn->waveform, bits, target.path(), arguments.output);
   else
-    writeWavePicture(*waveform, *size.width, *size.height, target.path(), arguments.output);
+    writeWavePicture(drawn->waveform, *size.width, *size.height, target.path(), arguments.output);
   target.commit();
-  end.error = source->lastError();
-  return judgeInput(arguments.input, promisedSound(*source->formatContext(), settings), end);
+  return judgeInput(arguments.input, drawn->promised, drawn->end);
 }
 
 }  // namespace

@@ -28,8 +28,8 @@
 #include "Interrupt.h"
 #include "JoinCommand.h"
 #include "PlayCommand.h"
+#include "Say.h"
 #include "StandardOutput.h"
-#include "Text.h"
 #include "ThumbCommand.h"
 #include "WaveCommand.h"
 
@@ -50,9 +50,10 @@ std::string versionText() {
                        AV_VERSION_MICRO(version));
   };
   return "kestrel " KESTREL_VERSION "\n" + library("libavformat", avformat_version()) +
-         library("libavcodec", avcodec_version()) + library("libavfilter", LIBAVFILTER_VERSION_INT) +
-         library("libavutil", avutil_version()) + library("libswscale", swscale_version()) +
-         library("libswresample", swresample_version()) + "ICU " U_ICU_VERSION "\n";
+         library("libavcodec", avcodec_version()) +
+         library("libavfilter", LIBAVFILTER_VERSION_INT) + library("libavutil", avutil_version()) +
+         library("libswscale", swscale_version()) + library("libswresample", swresample_version()) +
+         "ICU " U_ICU_VERSION "\n";
 }
 
 std::vector<std::string> verbs(const CLI::App& app) {
@@ -162,11 +163,7 @@ int report(const Failure& failure, const CLI::App& app) {
     help = fmt::format(" (see 'kestrel {}--help')",
                        chosen.empty() ? "" : chosen.front()->get_name() + " ");
   }
-  if (!failure.message.empty()) {
-    std::string line = printable(failure.message);  // names of files may hold anything
-    std::ranges::replace(line, '\n', ' ');
-    std::fputs(("kestrel: " + line + help + "\n").c_str(), stderr);
-  }
+  if (!failure.message.empty()) say(failure.message + help);
   return failure.status;
 }
 

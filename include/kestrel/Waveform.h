@@ -29,6 +29,7 @@ struct Waveform {
   int32_t sampleRate = 0;                            ///< samples per second and channel
   int32_t samplesPerPoint = 0;                       ///< samples per channel
   std::vector<std::vector<WaveformPoint>> channels;  ///< the points of each, all as many
+  int64_t decodeErrors = 0;                          ///< packets that could not be decoded
 
   size_t length() const { return channels.empty() ? 0 : channels.front().size(); }
   double pointsPerSecond() const {

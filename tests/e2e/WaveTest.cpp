@@ -227,7 +227,26 @@ TEST_F(WaveTest, AnInputThatEndsEarlyIsToldOf) {
   EXPECT_EQ(result.status, 3);
   EXPECT_THAT(result.err, testing::HasSubstr("cut.mp4' ended early, at "));
   EXPECT_TRUE(fs::exists(folder_ / "out.json"));
+  const RunResult ofWorker =
+      run({worker(), (folder_ / "cut.mp4").string(), (folder_ / "result").string()});
+  EXPECT_EQ(ofWorker.status, 3);
+  EXPECT_THAT(ofWorker.err, testing::HasSubstr("cut.mp4' ended early, at "));
+  EXPECT_TRUE(PropertyList::fromFile((folder_ / "result").string()));
   EXPECT_EQ(wave(whole, folder_ / "whole.json").status, 0);
+}
+
+// Every tenth packet of the sound is cut to half its length.
+TEST_F(WaveTest, DamagedSoundIsToldOf) {
+  const auto damaged = folder_ / "damaged.mka";
+  ffmpeg({"-f", "lavfi", "-i", "sine=d=5", "-c:a", "flac", "-bsf:a",
+          "noise=amount='if(mod(n,10),0,-30)':drop=0", damaged.string()});
+  const RunResult result = wave(damaged, folder_ / "out.json");
+  EXPECT_EQ(result.status, 3) << result.err;
+  EXPECT_THAT(result.err, testing::HasSubstr("kestrel: '" + damaged.string() + "' is damaged: "));
+  const RunResult ofWorker = run({worker(), damaged.string(), (folder_ / "result").string()});
+  EXPECT_EQ(ofWorker.status, 3) << ofWorker.err;
+  EXPECT_THAT(ofWorker.err, testing::HasSubstr("SamplePointsTask: '" + damaged.string()));
+  EXPECT_TRUE(PropertyList::fromFile((folder_ / "result").string()));
 }
 
 TEST_F(WaveTest, WrongUsageIsOneSentence) {
