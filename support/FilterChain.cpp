@@ -1,8 +1,8 @@
 #include "support/FilterChain.h"
 
-#include <dlfcn.h>
+#include <utility>
 
-#include <type_traits>
+#include "platform/process/LoadedLibrary.h"
 
 extern "C" {
 #include <libavfilter/buffersink.h>
@@ -15,8 +15,6 @@ namespace kestrel {
 
 namespace {
 
-constexpr char kLibrary[] = "libavfilter.so." AV_STRINGIFY(LIBAVFILTER_VERSION_MAJOR);
-
 /// The library's calls.
 struct Calls {
   decltype(&avfilter_graph_alloc) allocateGraph = nullptr;
@@ -28,29 +26,23 @@ struct Calls {
   decltype(&av_buffersrc_write_frame) writeFrame = nullptr;
   decltype(&av_buffersink_get_frame) getFrame = nullptr;
   decltype(&av_buffersink_get_time_base) getTimebase = nullptr;
-  bool areAllThere = true;
+  bool areAllThere = false;
 
   Calls() {
-    void* library = dlopen(kLibrary, RTLD_NOW | RTLD_LOCAL);
-    const auto find = [&](auto& function, const char* name) {
-      if (library)
-        function =
-            reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
-      areAllThere = areAllThere && function;
-    };
-    find(allocateGraph, "avfilter_graph_alloc");
-    find(freeGraph, "avfilter_graph_free");
-    find(filterNamed, "avfilter_get_by_name");
-    find(createFilter, "avfilter_graph_create_filter");
-    find(link, "avfilter_link");
-    find(configure, "avfilter_graph_config");
-    find(writeFrame, "av_buffersrc_write_frame");
-    find(getFrame, "av_buffersink_get_frame");
-    find(getTimebase, "av_buffersink_get_time_base");
+    LoadedLibrary library("libavfilter.so." AV_STRINGIFY(LIBAVFILTER_VERSION_MAJOR));
+    library.find(allocateGraph, "avfilter_graph_alloc");
+    library.find(freeGraph, "avfilter_graph_free");
+    library.find(filterNamed, "avfilter_get_by_name");
+    library.find(createFilter, "avfilter_graph_create_filter");
+    library.find(link, "avfilter_link");
+    library.find(configure, "avfilter_graph_config");
+    library.find(writeFrame, "av_buffersrc_write_frame");
+    library.find(getFrame, "av_buffersink_get_frame");
+    library.find(getTimebase, "av_buffersink_get_time_base");
+    areAllThere = library.isWhole();
   }
 };
 
-/// They stay loaded.
 const Calls& calls() {
   static const Calls all;
   return all;
@@ -72,8 +64,8 @@ std::unique_ptr<FilterChain> FilterChain::make(const std::vector<Filter>& filter
   if (scaling) graph->scale_sws_opts = av_strdup(scaling);
   for (const auto& [name, arguments] : filters) {
     AVFilterContext* filter = nullptr;
-    if (calls().createFilter(&filter, calls().filterNamed(name), name, arguments.c_str(),
-                             nullptr, graph) < 0)
+    if (calls().createFilter(&filter, calls().filterNamed(name), name, arguments.c_str(), nullptr,
+                             graph) < 0)
       return nullptr;
     if (chain->sink_ && calls().link(chain->sink_, 0, filter, 0) < 0) return nullptr;
     if (!chain->source_) chain->source_ = filter;

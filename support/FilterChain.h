@@ -14,8 +14,7 @@ namespace kestrel {
 
 /// Filters of libavfilter in a row: frames go in at one end and come out at the other.
 ///
-/// The library is loaded when the first chain is made. It brings thirty others along, for speech,
-/// for graphics cards, which no program that filters nothing should have to load.
+/// The library is loaded when the first chain is made: it brings thirty others along.
 class FilterChain {
  public:
   struct Filter {

@@ -7,8 +7,9 @@
 #include <memory>
 #include <mutex>
 #include <string_view>
-#include <type_traits>
 #include <utility>
+
+#include "platform/process/LoadedLibrary.h"
 
 namespace kestrel {
 
@@ -17,8 +18,7 @@ namespace {
 constexpr Uint16 kPeriodFrames = 512;
 constexpr int kMostChannels = 8;
 
-/// SDL's calls, found when they are first needed: it brings dozens of libraries along, which no
-/// program that plays nothing should have to load.
+/// SDL's calls.
 struct Sdl {
   decltype(&SDL_InitSubSystem) initSubSystem = nullptr;
   decltype(&SDL_QuitSubSystem) quitSubSystem = nullptr;
@@ -28,28 +28,23 @@ struct Sdl {
   decltype(&SDL_CloseAudioDevice) closeDevice = nullptr;
   decltype(&SDL_GetCurrentAudioDriver) currentDriver = nullptr;
   decltype(&SDL_LogSetPriority) setLogPriority = nullptr;
-  bool isWhole = true;
+  bool isWhole = false;
 
   Sdl() {
-    void* library = dlopen("libSDL2-2.0.so.0", RTLD_NOW | RTLD_LOCAL);
-    const auto find = [&](auto& function, const char* name) {
-      if (library)
-        function =
-            reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
-      isWhole = isWhole && function;
-    };
-    find(initSubSystem, "SDL_InitSubSystem");
-    find(quitSubSystem, "SDL_QuitSubSystem");
-    find(setHint, "SDL_SetHint");
-    find(openDevice, "SDL_OpenAudioDevice");
-    find(pauseDevice, "SDL_PauseAudioDevice");
-    find(closeDevice, "SDL_CloseAudioDevice");
-    find(currentDriver, "SDL_GetCurrentAudioDriver");
-    find(setLogPriority, "SDL_LogSetPriority");
+    LoadedLibrary library("libSDL2-2.0.so.0");
+    library.find(initSubSystem, "SDL_InitSubSystem");
+    library.find(quitSubSystem, "SDL_QuitSubSystem");
+    library.find(setHint, "SDL_SetHint");
+    library.find(openDevice, "SDL_OpenAudioDevice");
+    library.find(pauseDevice, "SDL_PauseAudioDevice");
+    library.find(closeDevice, "SDL_CloseAudioDevice");
+    library.find(currentDriver, "SDL_GetCurrentAudioDriver");
+    library.find(setLogPriority, "SDL_LogSetPriority");
+    isWhole = library.isWhole();
   }
 };
 
-/// SDL, or null where it is not installed. It stays loaded: its threads may outlive any device.
+/// SDL, loaded when it is first needed, or null where it is not installed.
 const Sdl* sdl() {
   static const Sdl library;
   return library.isWhole ? &library : nullptr;
