@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <set>
 #include <span>
 
 #include "support/FFmpegOwners.h"
@@ -68,6 +69,14 @@ std::string colorsOf(const AVCodecParameters& parameters) {
                      nameOf(av_color_transfer_name(parameters.color_trc)));
 }
 
+/// Whether sound is a row of blocks of one size that only the container knows.
+bool hasBlocks(const AVCodecParameters& parameters) {
+  static const std::set<AVCodecID> kFindTheirOwn{AV_CODEC_ID_MP1, AV_CODEC_ID_MP2, AV_CODEC_ID_MP3,
+                                                 AV_CODEC_ID_AAC, AV_CODEC_ID_AC3, AV_CODEC_ID_EAC3,
+                                                 AV_CODEC_ID_DTS, AV_CODEC_ID_FLAC};
+  return parameters.block_align > 0 && !kFindTheirOwn.contains(parameters.codec_id);
+}
+
 }  // namespace
 
 std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVStream& second) {
@@ -98,6 +107,12 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
     compare("sample rate",
             [](Stream, Parameters p) { return fmt::format("{} Hz", p.sample_rate); });
     compare("channels", [](Stream, Parameters p) { return layoutOf(p); });
+    const auto bits = [](Parameters p) { return p.bits_per_coded_sample; };
+    if (bits(*first.codecpar) > 0 && bits(*second.codecpar) > 0)
+      compare("bits per sample", [&](Stream, Parameters p) { return fmt::format("{}", bits(p)); });
+    // What decoders of blocks cut the sound by; others find their own packets in it.
+    if (hasBlocks(*first.codecpar) && hasBlocks(*second.codecpar))
+      compare("block size", [](Stream, Parameters p) { return fmt::format("{}", p.block_align); });
   }
   const auto bytes = [](Parameters p) {
     return std::span(p.extradata, static_cast<size_t>(p.extradata_size));

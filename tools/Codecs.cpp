@@ -31,7 +31,12 @@ bool holds(const AVOutputFormat& format, AVCodecID codec) {
       AV_CODEC_ID_MP1,        AV_CODEC_ID_MP2,        AV_CODEC_ID_MP3,   AV_CODEC_ID_AAC,
       AV_CODEC_ID_AAC_LATM,   AV_CODEC_ID_AC3,        AV_CODEC_ID_EAC3,  AV_CODEC_ID_DTS,
       AV_CODEC_ID_TRUEHD,     AV_CODEC_ID_OPUS,       AV_CODEC_ID_S302M, AV_CODEC_ID_PCM_BLURAY};
-  if (std::string_view(format.name) == "mpegts") return kInTransportStream.contains(codec);
+  // Their packets would lie there one behind the other without a word where each begins.
+  static const std::set<AVCodecID> kNeedFraming{AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS,
+                                                AV_CODEC_ID_SPEEX};
+  const std::string_view name = format.name;
+  if (name == "mpegts") return kInTransportStream.contains(codec);
+  if ((name == "wav" || name == "w64") && kNeedFraming.contains(codec)) return false;
   // Containers with a list of tags of their own may take more than they answer for.
   return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) != 0 ||
          (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);

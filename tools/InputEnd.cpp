@@ -34,6 +34,14 @@ int64_t taggedLength(const AVStream& stream) {
   return entry && av_parse_time(&length, entry->value, 1) >= 0 ? length : 0;
 }
 
+/// How much of an input's stated length may lie before its start, microseconds: MPEG-4 and Matroska
+/// files count from 0, whatever their first time stamp is.
+int64_t timeBeforeStart(const AVFormatContext& input) {
+  const bool isStated = input.duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
+  return isStated && input.start_time != AV_NOPTS_VALUE ? std::max<int64_t>(input.start_time, 0)
+                                                        : 0;
+}
+
 }  // namespace
 
 void InputEnd::add(const InputEnd& other) {
@@ -54,7 +62,8 @@ InputEnd faultsOf(const LMFFMovie& movie) {
 
 int64_t promisedLength(const AVFormatContext& input) {
   const bool isExact = input.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
-  return isExact && input.duration != AV_NOPTS_VALUE ? input.duration : 0;
+  if (!isExact || input.duration == AV_NOPTS_VALUE) return 0;
+  return std::max<int64_t>(input.duration - timeBeforeStart(input), 0);
 }
 
 int64_t promisedLength(const AVFormatContext& input, const AVStream& stream) {
@@ -62,7 +71,8 @@ int64_t promisedLength(const AVFormatContext& input, const AVStream& stream) {
   const bool isStated = input.duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
   const int64_t whole = isStated ? promisedLength(input) : 0;
   if (whole == 0 || (stream.disposition & AV_DISPOSITION_ATTACHED_PIC)) return 0;
-  if (const int64_t tagged = taggedLength(stream)) return std::min(tagged, whole);
+  if (const int64_t tagged = taggedLength(stream))
+    return std::clamp<int64_t>(tagged - timeBeforeStart(input), 0, whole);
   const int64_t start = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
   if (stream.duration != AV_NOPTS_VALUE && stream.start_time != AV_NOPTS_VALUE)
     return std::min(

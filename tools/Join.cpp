@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "Failure.h"
 #include "Input.h"
@@ -52,6 +53,25 @@ void requirePossible(const JoinInput& input) {
   if (!std::isfinite(input.position) || input.position > kLatest)
     throw wrongUsage(fmt::format("'{}': the position {} s does not lie within a week", input.path,
                                  input.position));
+}
+
+/// The inputs in the order of the time line; one without a position stays behind the one before it.
+/// Refuses those that begin where another one does: one of them would never be seen.
+std::vector<JoinInput> inOrder(const std::vector<JoinInput>& inputs) {
+  std::vector<std::pair<double, JoinInput>> placed;
+  for (const JoinInput& input : inputs) {
+    const double before = placed.empty() ? 0 : placed.back().first;
+    placed.emplace_back(input.position >= 0 ? input.position : before, input);
+  }
+  std::ranges::stable_sort(placed, {}, [](const auto& place) { return place.first; });
+  std::vector<JoinInput> ordered;
+  for (const auto& [begin, input] : placed) {
+    if (!ordered.empty() && input.position >= 0 && begin == placed[ordered.size() - 1].first)
+      throw wrongUsage(
+          fmt::format("'{}' and '{}' both begin at {} s", ordered.back().path, input.path, begin));
+    ordered.push_back(input);
+  }
+  return ordered;
 }
 
 void say(const JoinSettings& settings, const std::string& sentence) {
@@ -121,13 +141,15 @@ int judgeInputs(const std::vector<JoinPart>& parts) {
 
 }  // namespace
 
-int joinFiles(const JoinSettings& settings) {
-  if (settings.inputs.empty()) throw wrongUsage("there is nothing to join");
+int joinFiles(const JoinSettings& asked) {
+  if (asked.inputs.empty()) throw wrongUsage("there is nothing to join");
   std::vector<std::string> paths;
-  for (const JoinInput& input : settings.inputs) {
+  for (const JoinInput& input : asked.inputs) {
     requirePossible(input);
     paths.push_back(input.path);
   }
+  JoinSettings settings = asked;
+  settings.inputs = inOrder(asked.inputs);
   requireNoInput(settings.output, paths);
   JoinPlan plan = planJoin(settings);
   OutputFile target(settings.output, settings.force);
@@ -155,9 +177,8 @@ int joinFiles(const JoinSettings& settings) {
     if (const int channels = plan.parts.front().channels(); channels > kStereo)
       say(settings, fmt::format("{} channels of sound become {}", channels, kStereo));
     for (JoinPart& part : plan.parts) part = openPart(part.input);
-    JoinSettings encoding = settings;
-    encoding.keepsCodecs = keepsCodecs;
-    encodeJoin(encoding, plan.parts, expectedLength(plan.parts), target.path());
+    settings.keepsCodecs = keepsCodecs;
+    encodeJoin(settings, plan.parts, expectedLength(plan.parts), target.path());
     if (interrupted()) return kInterrupted;
   }
   const int status = judgeInputs(plan.parts);

@@ -75,5 +75,26 @@ TEST_F(StreamFitTest, EachPropertyCounts) {
   EXPECT_EQ(difference(), "codec");
 }
 
+TEST_F(StreamFitTest, BlocksOfSoundCount) {
+  for (AVStream* stream : {&first_, &second_}) {
+    stream->codecpar->codec_type = AVMEDIA_TYPE_AUDIO;
+    stream->codecpar->codec_id = AV_CODEC_ID_WMAV2;
+    stream->codecpar->block_align = 743;
+  }
+  EXPECT_EQ(difference(), "");
+  second_.codecpar->block_align = 1487;
+  EXPECT_EQ(difference(), "block size");
+  second_.codecpar->block_align = 0;  // not every container tells
+  EXPECT_EQ(difference(), "");
+  for (AVStream* stream : {&first_, &second_}) stream->codecpar->codec_id = AV_CODEC_ID_MP3;
+  second_.codecpar->block_align = 1;
+  EXPECT_EQ(difference(), "");
+  for (AVStream* stream : {&first_, &second_}) stream->codecpar->codec_id = AV_CODEC_ID_ADPCM_G726;
+  first_.codecpar->block_align = 0;
+  first_.codecpar->bits_per_coded_sample = 2;
+  second_.codecpar->bits_per_coded_sample = 4;
+  EXPECT_EQ(difference(), "bits per sample");
+}
+
 }  // namespace
 }  // namespace kestrel::test

@@ -67,6 +67,30 @@ TEST_F(JoinTest, InputsWithOtherStartTimesFollowEachOther) {
   EXPECT_NEAR(times.back() - times.front(), 124 / 25.0, 0.001);
 }
 
+class JoinLateTest : public JoinTest, public testing::WithParamInterface<std::string> {};
+
+// These containers state when they end, not how long they last.
+TEST_P(JoinLateTest, AnInputWhoseTimesStartLateHasNotEndedEarly) {
+  cut("numbered25.mp4", GetParam(), kCopy);
+  const auto late = folder_ / ("late." + GetParam());
+  ffmpeg({"-i", second_.string(), "-c", "copy", "-output_ts_offset", "4", late.string()});
+  const RunResult copied = join({first_, late}, joined_, {"--reencode", "never"});
+  EXPECT_EQ(copied.status, 0) << copied.err;
+  EXPECT_EQ(packetHashes(joined_, "v"), packetHashes(whole_, "v"));
+  const RunResult encoded = join({first_, late}, joined_, {"--reencode", "always", "--force"});
+  EXPECT_EQ(encoded.status, 0) << encoded.err;
+  EXPECT_NEAR(static_cast<double>(shownNumbers(joined_).size()), 125, 1);
+  const RunResult converted = run({kestrelBinary(), "convert", late.string(),
+                                   (folder_ / "out.mp4").string(), "--video-codec", "copy"});
+  EXPECT_EQ(converted.status, 0) << converted.err;
+  const RunResult drawn =
+      run({kestrelBinary(), "wave", late.string(), (folder_ / "out.json").string()});
+  EXPECT_EQ(drawn.status, 0) << drawn.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(, JoinLateTest, testing::Values("mp4", "mov", "mkv"),
+                         [](const auto& tested) { return tested.param; });
+
 TEST_F(JoinTest, ThreeTimesTheSameFileStaysInSync) {
   const auto clip = fixture("numbered25.mp4");
   const auto output = folder_ / "out.mp4";
@@ -126,6 +150,22 @@ TEST_F(JoinTest, CodecsThatTheContainerHasNoPlaceForAreEncodedAnew) {
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("cannot hold h264"));
   EXPECT_EQ(streamOf(output, "video")["codec_name"], "vp9");
+}
+
+// Nothing in a WAV file says where packets of AAC begin.
+TEST_F(JoinTest, WavTakesNoPacketsThatNeedAContainersHelp) {
+  const auto sound = folder_ / "sound.m4a";
+  ffmpeg({"-i", fixture("av25.mp4").string(), "-vn", "-c", "copy", sound.string()});
+  const auto output = folder_ / "out.wav";
+  const RunResult result = join({sound, sound}, output);
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(streamOf(output, "audio")["codec_name"], "pcm_s16le");
+  EXPECT_NEAR(static_cast<double>(sampleCount(output)),
+              2.0 * static_cast<double>(sampleCount(sound)), 2048);
+  const RunResult composed =
+      run({kestrelBinary(), "compose", "-o", (folder_ / "o.wav").string(), sound.string()});
+  EXPECT_EQ(composed.status, 1);
+  EXPECT_THAT(composed.err, HasSubstr("cannot hold aac"));
 }
 
 TEST_F(JoinTest, APictureWithoutATimeAtTheBeginningDoesNotPreventCopying) {

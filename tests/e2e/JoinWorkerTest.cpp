@@ -73,6 +73,24 @@ TEST_F(JoinWorkerTest, TheWorkerLetsTheLaterInputTakeOver) {
   EXPECT_EQ(numbers[75], 0);
 }
 
+TEST_F(JoinWorkerTest, InputsPlayInTheOrderOfTheirPositions) {
+  cut("numbered25.mp4", "mp4", kCopy);
+  const RunResult result = work(joined_, {{second_, 2, 1}, {first_, 0, 1}});
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(packetHashes(joined_, "v"), packetHashes(whole_, "v"));
+}
+
+TEST_F(JoinWorkerTest, AnInputThatWouldNeverBeSeenIsRefused) {
+  const auto clip = fixture("numbered25.mp4");
+  const auto output = folder_ / "out.mp4";
+  for (const double position : {0.0, -1.0}) {
+    const RunResult result = work(output, {{clip, position, 1}, {clip, 0, 1}});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("both begin at 0 s"));
+    EXPECT_FALSE(fs::exists(output));
+  }
+}
+
 TEST_F(JoinWorkerTest, TheFirstInputBeginsWhereItsPositionSays) {
   // Its own times begin at 10 s.
   const auto clip = fixture("av25.ts");
