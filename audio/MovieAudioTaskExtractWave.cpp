@@ -62,8 +62,13 @@ std::optional<PropertyList> MovieAudioTaskExtractWave::samplePointsFromPath(
   const auto extractor = std::make_shared<Task>();
   extractor->setLaunchPath(Bundle::mainBundle().siblingPath(kName));
   extractor->setArguments(std::move(arguments));
-  extractor->launch();
   setTask(extractor);
+  try {
+    extractor->launch();
+  } catch (const TaskError&) {
+    setTask(nullptr);
+    throw;
+  }
   extractor->waitUntilExit();
   setTask(nullptr);
 

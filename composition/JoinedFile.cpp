@@ -186,9 +186,7 @@ bool JoinedFile::copyInput(const TrackList& input) {
   while (!(interrupt_ && interrupt_()) && read(*input.front(), *packet)) {
     const auto track = std::ranges::find(input, packet->stream_index,
                                          [](const auto& candidate) { return candidate->track(); });
-    if (track != input.end() && packet->dts != AV_NOPTS_VALUE)
-      (*track)->setDts(
-          lm_ff_time_to_double(inMicroseconds(packet->dts, (*track)->avstream()->time_base)));
+    if (track != input.end()) (*track)->passPacket(*packet);
     const bool isFine =
         track == input.end() || copyPacket(*packet, *(*track)->avstream(),
                                            lanes_[static_cast<size_t>(track - input.begin())]);

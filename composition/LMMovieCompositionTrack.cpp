@@ -4,6 +4,7 @@
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/LMMovieCompositionTrack.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "support/FFmpegOwners.h"
@@ -31,6 +32,7 @@ struct LMMovieCompositionTrack::State {
   double rate = 0;
   bool finished = false;
   double dts = 0;
+  double end = 0;  // of the packets read, in the input's own time
 };
 
 LMMovieCompositionTrack::LMMovieCompositionTrack() : state_(std::make_unique<State>()) {}
@@ -69,6 +71,7 @@ bool LMMovieCompositionTrack::finished() const { return state_->finished; }
 void LMMovieCompositionTrack::setFinished(bool finished) { state_->finished = finished; }
 double LMMovieCompositionTrack::dts() const { return state_->dts; }
 void LMMovieCompositionTrack::setDts(double seconds) { state_->dts = seconds; }
+double LMMovieCompositionTrack::reached() const { return state_->end - startTime(); }
 
 void LMMovieCompositionTrack::open() {
   if (state_->source) state_->source->open();
@@ -123,13 +126,20 @@ bool LMMovieCompositionTrack::readFrame(AVPacket* packet) {
       av_packet_unref(packet);
       continue;
     }
-    // A packet without a time does not move the track.
-    if (packet->dts != AV_NOPTS_VALUE)
-      setDts(lm_ff_time_to_double(av_rescale_q(packet->dts, avstream()->time_base, kMicroseconds)));
+    passPacket(*packet);
     return true;
   }
   state_->finished = true;
   return false;
+}
+
+void LMMovieCompositionTrack::passPacket(const AVPacket& packet) {
+  if (packet.dts == AV_NOPTS_VALUE) return;
+  const auto seconds = [base = avstream()->time_base](int64_t time) {
+    return lm_ff_time_to_double(av_rescale_q(time, base, kMicroseconds));
+  };
+  state_->dts = seconds(packet.dts);
+  state_->end = std::max(state_->end, seconds(packet.dts + std::max<int64_t>(packet.duration, 0)));
 }
 
 std::string LMMovieCompositionTrack::codingName() const { return kClassName; }

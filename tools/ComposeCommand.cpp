@@ -72,7 +72,7 @@ double lengthOf(const LMMovieCompositionTrack& track) {
 int judgeTracks(const LMMovieComposition::TrackList& tracks) {
   int status = kDone;
   for (const auto& track : tracks) {
-    const auto reached = static_cast<int64_t>((track->dts() - track->startTime()) * 1e6);
+    const auto reached = static_cast<int64_t>(track->reached() * 1e6);
     const int64_t promised = promisedLength(*track->source()->formatContext(), *track->avstream());
     const InputEnd end{reached, track->source()->lastError(), 0};
     if (judgeInput(track->path(), promised, end) != kDone) status = kDoneInPart;

@@ -122,7 +122,7 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
   if (error)
     throw Failure{kFailed, fmt::format("cannot write '{}': {}", settings.output, error.message)};
   for (size_t i = 0; i < tracks.size(); ++i) {
-    const auto reached = static_cast<int64_t>((tracks[i]->dts() - tracks[i]->startTime()) * 1e6);
+    const auto reached = static_cast<int64_t>(tracks[i]->reached() * 1e6);
     owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
   }
   progress.finish();

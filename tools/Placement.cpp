@@ -79,9 +79,12 @@ void savePlacements(const std::vector<Placement>& placements, const std::string&
   CodedValue::Array tracks;
   CodedValue::Array streams;
   for (const Placement& placement : placements) {
-    auto track = std::make_shared<LMMovieCompositionTrack>();
     std::error_code ignored;
-    track->setPath(std::filesystem::absolute(placement.path, ignored).string());
+    const std::string place = std::filesystem::absolute(placement.path, ignored).string();
+    if (!isUtf8(place))  // its bytes would be lost
+      throw Failure{kFailed, "cannot store '" + place + "': its name is no UTF-8"};
+    auto track = std::make_shared<LMMovieCompositionTrack>();
+    track->setPath(place);
     track->setPosition(placement.position);
     track->setRate(placement.rate);
     tracks.emplace_back(std::move(track));

@@ -309,6 +309,15 @@ std::string nearestNames(std::string_view typed, const std::vector<std::string>&
   return text.empty() ? text : text + "?";
 }
 
+bool isUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const size_t length = characterLength(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
 std::string printable(std::string_view text) {
   std::string result;
   while (!text.empty()) {

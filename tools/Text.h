@@ -78,6 +78,9 @@ std::string lowerCased(std::string_view text);
 /// "; did you mean 'fast' or 'faster'?", "" where none is near. Case does not count.
 std::string nearestNames(std::string_view typed, const std::vector<std::string>& names);
 
+/// Whether text is UTF-8 throughout.
+bool isUtf8(std::string_view text);
+
 /// Text from a file made fit for a terminal: bytes that are no UTF-8 become U+FFFD, control
 /// characters blanks. Line ends of any kind become "\n".
 std::string printable(std::string_view text);

@@ -33,6 +33,7 @@ namespace {
 
 constexpr char kUsualSize[] = "1200x240";  // pixels
 constexpr int kLargestSide = 16384;
+constexpr int64_t kMostPixels = int64_t{1} << 27;
 
 struct Arguments {
   std::string input, output, tracks;
@@ -51,10 +52,13 @@ PictureSize parsePictureSize(const std::string& text) {
   } catch (const Failure&) {
     size = {};
   }
-  if (!size.width || !size.height || std::max(*size.width, *size.height) > kLargestSide)
-    throw wrongUsage(
-        fmt::format("--size: '{}' is not a size such as 1200x240, with up to {} pixels a side",
-                    text, kLargestSide));
+  const bool isPossible = size.width && size.height &&
+                          std::max(*size.width, *size.height) <= kLargestSide &&
+                          int64_t{*size.width} * *size.height <= kMostPixels;
+  if (!isPossible)
+    throw wrongUsage(fmt::format(
+        "--size: '{}' is not a size such as 1200x240, with up to {} pixels a side and {} in all",
+        text, kLargestSide, kMostPixels));
   return size;
 }
 

@@ -61,6 +61,9 @@ class KESTREL_API LMMovieCompositionTrack : public Coding {
   double dts() const;
   void setDts(double seconds);
 
+  /// Where the packets read so far end, seconds after the input's start.
+  double reached() const;
+
   // The input. Without one, and where it has no such stream: 0, null, false.
 
   void open();
@@ -89,6 +92,10 @@ class KESTREL_API LMMovieCompositionTrack : public Coding {
   /// The next packet of the track's own stream, whose decoding time becomes `dts`. False, and
   /// `finished`, when there is none.
   bool readFrame(AVPacket* packet);
+
+  /// Takes note of a packet of the track's own stream that `readSourceFrame` brought, as
+  /// `readFrame` does by itself. One without a time does not move the track.
+  void passPacket(const AVPacket& packet);
 
   // Archives.
 

@@ -161,6 +161,18 @@ TEST_F(ComposeTest, AListIsStoredOnlyWhereTheWholeIsDone) {
   EXPECT_THAT(namesIn(folder_.path()), IsEmpty());
 }
 
+// Property lists hold text.
+TEST_F(ComposeTest, ANameThatIsNoTextIsNotStored) {
+  const auto clip = folder_ / "caf\xE9.mp4";
+  fs::copy_file(fixture("av25.mp4"), clip);
+  const auto list = folder_ / "p.plist";
+  const RunResult result =
+      run({kestrelBinary(), "compose", "--save", list.string(), clip.string()});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, testing::HasSubstr("its name is no UTF-8"));
+  EXPECT_FALSE(fs::exists(list));
+}
+
 TEST_F(ComposeTest, AviHasNoPlaceForPositionsOfSound) {
   const auto avi = folder_ / "in.avi";
   ffmpeg({"-i", fixture("av25.mp4").string(), "-c:v", "mpeg4", "-c:a", "mp3", avi.string()});

@@ -86,6 +86,9 @@ TEST_P(JoinLateTest, AnInputWhoseTimesStartLateHasNotEndedEarly) {
   const RunResult drawn =
       run({kestrelBinary(), "wave", late.string(), (folder_ / "out.json").string()});
   EXPECT_EQ(drawn.status, 0) << drawn.err;
+  const RunResult composed =
+      run({kestrelBinary(), "compose", "-o", (folder_ / "one.mkv").string(), late.string() + ":0"});
+  EXPECT_EQ(composed.status, 0) << composed.err;
 }
 
 INSTANTIATE_TEST_SUITE_P(, JoinLateTest, testing::Values("mp4", "mov", "mkv"),
@@ -150,6 +153,18 @@ TEST_F(JoinTest, CodecsThatTheContainerHasNoPlaceForAreEncodedAnew) {
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("cannot hold h264"));
   EXPECT_EQ(streamOf(output, "video")["codec_name"], "vp9");
+}
+
+// One packet may be all of a file.
+TEST_F(JoinTest, AFileOfOneLongPacketHasNotEndedEarly) {
+  const auto sound = folder_ / "sound.wav";
+  ffmpeg({"-f", "lavfi", "-i", "sine=d=2:r=8000", "-c:a", "g726", "-b:a", "16k", sound.string()});
+  const RunResult result = join({sound, sound}, folder_ / "out.wav", {"--reencode", "never"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(sampleCount(folder_ / "out.wav"), 32000);
+  const RunResult composed =
+      run({kestrelBinary(), "compose", "-o", (folder_ / "o.wav").string(), sound.string()});
+  EXPECT_EQ(composed.status, 0) << composed.err;
 }
 
 // Nothing in a WAV file says where packets of AAC begin.

@@ -262,6 +262,8 @@ TEST_F(WaveTest, WrongUsageIsOneSentence) {
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.png", {"--bits", "8"}), 2, "--bits"));
   EXPECT_TRUE(
       endsWithSentence(wave(clip, folder_ / "out.png", {"--size", "99999x10"}), 2, "16384"));
+  EXPECT_TRUE(
+      endsWithSentence(wave(clip, folder_ / "out.png", {"--size", "16384x8193"}), 2, "134217728"));
   EXPECT_TRUE(endsWithSentence(wave("absent.mp4", folder_ / "out.json"), 1, "absent.mp4"));
   const auto silent = folder_ / "silent.mp4";
   ffmpeg({"-i", clip.string(), "-an", "-c", "copy", silent.string()});

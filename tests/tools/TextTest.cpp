@@ -167,6 +167,8 @@ TEST(Printable, KeepsTextInAnyScript) {
 
 TEST(Printable, ReplacesWhatIsNoText) {
   EXPECT_EQ(printable("caf\xE9!"), "caf\uFFFD!");
+  EXPECT_FALSE(isUtf8("caf\xE9!"));
+  EXPECT_TRUE(isUtf8("Größe 東京"));
   EXPECT_EQ(printable("\xC0\x80"), "\uFFFD\uFFFD");                 // a NUL, longer than needed
   EXPECT_EQ(printable("\xED\xA0\x80"), "\uFFFD\uFFFD\uFFFD");       // half of a pair
   EXPECT_EQ(printable("\xF4\x90\x80\x80").substr(0, 3), "\uFFFD");  // beyond the last character
