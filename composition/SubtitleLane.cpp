@@ -18,6 +18,10 @@ namespace {
 /// library's queue waits for it.
 constexpr int64_t kLongestHold = 5000000;
 
+int64_t endOf(const AVPacket& packet) {
+  return av_sat_add64(packet.pts, std::max<int64_t>(packet.duration, 0));
+}
+
 }  // namespace
 
 /// The two times that stand for "never" stay as they are.
@@ -37,7 +41,7 @@ void SubtitleLane::beginInput(int64_t begin, int64_t likelyEnd) {
 /// Leaves of a packet what lies between two times; false where that is nothing. One that does not
 /// tell how long it lasts only moves: it may be what ends the one before.
 bool SubtitleLane::clip(AVPacket& packet, int64_t begin, int64_t end) {
-  const int64_t last = std::min(packet.pts + packet.duration, end);
+  const int64_t last = std::min(endOf(packet), end);
   const bool isTimed = packet.duration > 0;
   packet.pts = std::clamp(packet.pts, begin, end);
   packet.dts = packet.pts;
@@ -88,9 +92,9 @@ PacketPtr SubtitleLane::take(int64_t reached) {
   if (held_.empty()) return nullptr;
   AVPacket& packet = *held_.front();
   const int64_t start = av_rescale_q(packet.pts, output_.time_base, kMicroseconds);
-  const int64_t end = av_rescale_q(packet.pts + packet.duration, output_.time_base, kMicroseconds);
+  const int64_t end = av_rescale_q(endOf(packet), output_.time_base, kMicroseconds);
   if (end > reached) {
-    if (reached - start < kLongestHold) return nullptr;
+    if (av_sat_sub64(reached, start) < kLongestHold) return nullptr;
     if (packet.pts < likelyEnd_) clip(packet, INT64_MIN, likelyEnd_);
   }
   PacketPtr taken = std::move(held_.front());

@@ -112,7 +112,10 @@ AVCodecID defaultAudioCodec(const AVOutputFormat& format) {
 bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
   const std::string_view name = format.name;
   if (name == "avi") return false;
-  if (name != "mpegts") return holds(format, codec);
+  // A codec that a muxer does not know of might keep it from writing at all.
+  if (name != "mpegts")
+    return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
+           (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
   // The muxer has names for these alone; one of them in its form for discs.
   const bool isForDiscs = lowerCased(path).ends_with(".m2ts");
   return codec == AV_CODEC_ID_DVB_SUBTITLE || codec == AV_CODEC_ID_DVB_TELETEXT ||
