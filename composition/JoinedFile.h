@@ -52,11 +52,11 @@ class JoinedFile {
 
   bool fail(std::string why);
   bool addLanes(const TrackList& input);
+  bool settleOffsets(const TrackList& input);
+  bool beginStretch(const TrackList& input, int64_t begin, int64_t offset);
   void clipChapters(int64_t end);
   void finish();
   bool writeSubtitles(int64_t reached);
-  bool settleOffsets(const TrackList& input);
-  bool beginStretch(const TrackList& input, int64_t begin, int64_t offset);
   int64_t firstShown(LMMovieCompositionTrack& track);
   bool read(LMMovieCompositionTrack& track, AVPacket& packet);
   bool copyInput(const TrackList& input);
@@ -69,7 +69,7 @@ class JoinedFile {
   std::function<void(double, int64_t)> progress_;
   CompositionFile file_;
   std::deque<Lane> lanes_;
-  size_t pace_ = 0;  // the lane that the others follow
+  size_t pace_ = 0;  // which lane the others follow
   std::vector<Chapter> chapters_;
   std::deque<PacketPtr> ahead_;  // read from the current input and not copied yet
   size_t count_ = 0;             // inputs begun

@@ -112,6 +112,16 @@ TEST_F(JoinToFileTest, SubtitlesMoveWithThePicturesWhicheverTrackComesFirst) {
   EXPECT_THAT(subtitles(), ElementsAre(Shown{500, 500, "a"}, Shown{2100, 1100, "b"}));
 }
 
+TEST_F(JoinToFileTest, TextsOfTheSameTimeStayThere) {
+  const auto first = clip("first",
+                          "1\n00:00:00,500 --> 00:00:01,000\na\n\n"
+                          "2\n00:00:00,500 --> 00:00:00,700\nb\n\n"
+                          "3\n00:00:00,500 --> 00:00:00,600\nc\n\n");
+  join({first}, {0, 1});
+  EXPECT_THAT(subtitles(),
+              ElementsAre(Shown{500, 500, "a"}, Shown{500, 200, "b"}, Shown{500, 100, "c"}));
+}
+
 TEST_F(JoinToFileTest, SubtitlesAloneDoNotJoin) {
   const auto first = clip("first", "1\n00:00:00,500 --> 00:00:01,000\na\n\n");
   join({first, first}, {1});

@@ -297,13 +297,14 @@ TEST_F(JoinSubtitlesTest, InputsWithOtherStartTimesKeepTheirDistances) {
   const auto times = pictureTimes(output);
   EXPECT_NEAR(times.at(0), 0, 0.1);
   const auto own = subtitlePackets(late);
-  const Packet text = *std::ranges::find_if(  // beside it there are gaps
+  const auto text = std::ranges::find_if(  // beside it there are gaps
       own, [](const Packet& packet) { return std::abs(packet.length - 0.6) < 0.002; });
+  ASSERT_TRUE(text != own.end());
   std::vector<Packet> packets = subtitlePackets(output);
-  std::erase_if(packets, [&](const Packet& packet) { return packet.hash != text.hash; });
+  std::erase_if(packets, [&](const Packet& packet) { return packet.hash != text->hash; });
   ASSERT_THAT(packets, SizeIs(2));
   for (size_t i = 0; i < 2; ++i) {
-    EXPECT_NEAR(packets[i].start, times.at(50 * i) + text.start - start, 0.002);
+    EXPECT_NEAR(packets[i].start, times.at(50 * i) + text->start - start, 0.002);
     EXPECT_NEAR(packets[i].length, 0.6, 0.002);
   }
 }
