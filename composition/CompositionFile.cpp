@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "composition/CodecData.h"
+#include "support/Chapters.h"
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
 #include "support/LibraryLog.h"
@@ -100,6 +102,11 @@ void CompositionFile::setTags(const AVFormatContext& input) {
       av_dict_set(&context_->metadata, entry->key, entry->value, 0);
 }
 
+void CompositionFile::addChapter(const AVChapter& input, int64_t start, int64_t end) {
+  if (AVChapter* chapter = kestrel::addChapter(*context_, start, end))
+    av_dict_copy(&chapter->metadata, input.metadata, 0);
+}
+
 int CompositionFile::addStream(const AVStream& input) {
   AVStream* stream = context_ ? avformat_new_stream(context_.get(), nullptr) : nullptr;
   if (!stream || !succeeded(avcodec_parameters_copy(stream->codecpar, input.codecpar))) return -1;
@@ -107,6 +114,7 @@ int CompositionFile::addStream(const AVStream& input) {
     refuse("the video has no size", LMMovieComposition::kContainerRefuses);
     return -1;
   }
+  stream->codecpar->extradata_size = static_cast<int>(codecDataOf(*stream->codecpar).size());
   copyStreamSideData(input, *stream);
   const bool wantsHevcTag =
       av_codec_get_id(context_->oformat->codec_tag, kHevcTag) == AV_CODEC_ID_HEVC;
@@ -120,6 +128,7 @@ int CompositionFile::addStream(const AVStream& input) {
   if (const auto* language = av_dict_get(input.metadata, "language", nullptr, 0))
     av_dict_set(&stream->metadata, "language", language->value, 0);
   lanes_.emplace_back();
+  lanes_.back().isSparse = input.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;
   if (const char* name = filterFor(*stream->codecpar, *context_->oformat))
     openFilter(name, *stream, lanes_.back());
   return stream->index;
@@ -162,11 +171,12 @@ bool CompositionFile::isRefusal(int result) const {
 }
 
 /// MPEG-4 files say where a track begins in the movie's own unit, usually a millisecond. Here it is
-/// one that all streams' units are multiples of.
+/// one that all streams' units are multiples of. Subtitles begin with the movie, with none.
 void CompositionFile::refineMovieTime() {
   int64_t unit = 1000;
   for (unsigned i = 0; i < context_->nb_streams; ++i) {
     const AVStream& stream = *context_->streams[i];
+    if (lanes_[i].isSparse) continue;
     const int rate = stream.codecpar->sample_rate;
     unit = std::lcm(unit, int64_t{rate > 0 ? rate : std::max(stream.time_base.den, 1)});
     if (unit > kFinestMovieTime) return;
@@ -256,10 +266,10 @@ bool CompositionFile::writeFiltered(AVPacket& packet, int stream) {
 }
 
 bool CompositionFile::writeThrough(AVPacket& packet, int stream) {
-  // No container takes a decoding time twice, nor one behind that of showing.
+  // No container takes a decoding time twice, but for subtitles, nor one behind that of showing.
   const int64_t last = lanes_[stream].lastDts;
   if (packet.dts != AV_NOPTS_VALUE && last != AV_NOPTS_VALUE)
-    packet.dts = std::max(packet.dts, last + 1);
+    packet.dts = std::max(packet.dts, lanes_[stream].isSparse ? last : last + 1);
   if (packet.dts != AV_NOPTS_VALUE && packet.pts != AV_NOPTS_VALUE)
     packet.pts = std::max(packet.pts, packet.dts);
   const int64_t time = packet.dts;
@@ -282,9 +292,11 @@ bool CompositionFile::writeThrough(AVPacket& packet, int stream) {
 void CompositionFile::limitQueue(int64_t dts, int stream) {
   const int64_t time = av_rescale_q(dts, timeBase(stream), kMicroseconds);
   lanes_[stream].lastDts = dts;
+  if (lanes_[stream].isSparse) return;
   lanes_[stream].newest = time;
   int64_t oldest = time;
   for (Lane& lane : lanes_) {
+    if (lane.isSparse) continue;
     if (lane.newest == AV_NOPTS_VALUE) lane.newest = time;
     oldest = std::min(oldest, lane.newest);
   }

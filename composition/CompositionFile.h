@@ -27,7 +27,12 @@ class CompositionFile {
   /// Writes an input's tags, such as its title, as the file's own; before `start`.
   void setTags(const AVFormatContext& input);
 
-  const AVRational& timeBase(int stream) const { return context_->streams[stream]->time_base; }
+  /// Adds a chapter like one of an input's, between two times (microseconds) of the file; before
+  /// `finish`. Containers that write chapters last keep it.
+  void addChapter(const AVChapter& input, int64_t start, int64_t end);
+
+  const AVStream& stream(int index) const { return *context_->streams[index]; }
+  const AVRational& timeBase(int stream) const { return this->stream(stream).time_base; }
 
   /// Whether pictures may lack the time at which they are shown: the container does not store it.
   bool storesOnlyOrder() const;
@@ -54,6 +59,7 @@ class CompositionFile {
     int64_t newest = AV_NOPTS_VALUE;   // the same in microseconds, or where the others are
     int64_t end = 0;                   // of what came, microseconds, for containers without times
     bool hasBegun = false;
+    bool isSparse = false;  // subtitles, for which nothing waits
   };
 
   bool openFilter(const char* name, AVStream& stream, Lane& lane);

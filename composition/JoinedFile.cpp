@@ -14,6 +14,10 @@
 
 #include "support/FFmpegError.h"
 
+extern "C" {
+#include <libavutil/parseutils.h>
+}
+
 namespace kestrel {
 
 namespace {
@@ -57,6 +61,17 @@ int64_t startOf(LMMovieCompositionTrack& track) {
                                              : track.source()->start_time();
 }
 
+/// When a track ends by what the container says, microseconds; INT64_MAX where it says nothing.
+int64_t statedEnd(const AVStream& stream) {
+  const auto* tag = av_dict_get(stream.metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
+  int64_t end = 0;
+  if (tag && av_parse_time(&end, tag->value, 1) >= 0) return end;
+  const bool isStated = stream.duration != AV_NOPTS_VALUE && stream.start_time != AV_NOPTS_VALUE;
+  return isStated
+             ? inMicroseconds(av_sat_add64(stream.start_time, stream.duration), stream.time_base)
+             : INT64_MAX;
+}
+
 /// The tracks of each input.
 std::vector<JoinedFile::TrackList> inputsOf(const JoinedFile::TrackList& tracks) {
   std::vector<JoinedFile::TrackList> inputs;
@@ -85,10 +100,10 @@ void JoinedFile::write(const TrackList& tracks) {
   file_.setTags(*inputs.front().front()->source()->formatContext());
   if (!file_.start()) return;
   for (const TrackList& input : inputs) {
-    ++count_;
+    isLast_ = ++count_ == inputs.size();
     if (!settleOffsets(input) || !copyInput(input)) return;
   }
-  file_.finish();
+  finish();
 }
 
 bool JoinedFile::addLanes(const TrackList& input) {
@@ -99,8 +114,15 @@ bool JoinedFile::addLanes(const TrackList& input) {
     lane.stream = file_.addStream(*stream);
     lane.isVideo = track->isVideo();
     if (lane.stream < 0) return false;
-    lanes_.push_back(lane);
+    if (stream->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE)
+      lane.subtitles.emplace(file_.stream(lane.stream));
+    lanes_.push_back(std::move(lane));
   }
+  auto pace = std::ranges::find(lanes_, true, &Lane::isVideo);
+  if (pace == lanes_.end())
+    pace = std::ranges::find_if(lanes_, [](const Lane& lane) { return !lane.subtitles; });
+  if (pace == lanes_.end()) return fail("there are no pictures and no sound");
+  pace_ = static_cast<size_t>(pace - lanes_.begin());
   return true;
 }
 
@@ -118,14 +140,13 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     return fail(fmt::format("'{}' begins at no time", input.front()->path()));
   const int64_t start = input.front()->source()->start_time();
   const bool isBehind = !(wanted >= 0);
+  int64_t begin = start;
   int64_t offset = 0;
   if (count_ == 1) {
     offset = (isBehind ? 0 : std::llround(wanted * 1e6)) - start;
   } else {
-    const size_t pace =
-        static_cast<size_t>(std::ranges::find(lanes_, true, &Lane::isVideo) - lanes_.begin()) %
-        lanes_.size();
-    offset = lanes_[pace].end - firstShown(*input[pace]);
+    begin = firstShown(*input[pace_]);
+    offset = lanes_[pace_].end - begin;
     for (size_t i = 0; i < lanes_.size(); ++i) {
       if (lanes_[i].end == AV_NOPTS_VALUE) continue;
       const int64_t without = lanes_[i].end - startOf(*input[i]);  // overlap of these
@@ -133,7 +154,7 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     }
     if (!isBehind) {
       const int64_t there = std::llround(wanted * 1e6) - start;
-      const int64_t tolerance = usualDuration(*input[pace]->avstream());
+      const int64_t tolerance = usualDuration(*input[pace_]->avstream());
       if (there < offset - tolerance)
         return fail(fmt::format("'{}' begins {:.3f} s before the end of what it follows",
                                 input.front()->path(), lm_ff_time_to_double(offset - there)));
@@ -150,6 +171,46 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     lane.first = AV_NOPTS_VALUE;
     lane.count = 0;
   }
+  return beginStretch(input, begin + offset, offset);
+}
+
+/// Cuts what lasts longer than the input before where the next one begins, and takes in its
+/// chapters.
+bool JoinedFile::beginStretch(const TrackList& input, int64_t begin, int64_t offset) {
+  const int64_t end = isLast_ ? INT64_MAX : statedEnd(*input[pace_]->avstream());
+  for (Lane& lane : lanes_)
+    if (lane.subtitles)
+      lane.subtitles->beginInput(begin, end == INT64_MAX ? end : av_sat_add64(end, offset));
+  clipChapters(begin);
+  const AVFormatContext& context = *input.front()->source()->formatContext();
+  for (unsigned i = 0; i < context.nb_chapters; ++i) {
+    const AVChapter& chapter = *context.chapters[i];
+    const auto moved = [&](int64_t time) {
+      return av_sat_add64(inMicroseconds(time, chapter.time_base), offset);
+    };
+    chapters_.push_back({&chapter, std::max(moved(chapter.start), begin), moved(chapter.end)});
+  }
+  return writeSubtitles(INT64_MAX);
+}
+
+void JoinedFile::clipChapters(int64_t end) {
+  for (Chapter& chapter : chapters_) chapter.end = std::min(chapter.end, end);
+  std::erase_if(chapters_, [](const Chapter& chapter) { return chapter.end <= chapter.start; });
+}
+
+void JoinedFile::finish() {
+  if (!writeSubtitles(INT64_MAX)) return;
+  clipChapters(std::ranges::max_element(lanes_, {}, &Lane::end)->end);
+  for (const Chapter& chapter : chapters_)
+    file_.addChapter(*chapter.input, chapter.start, chapter.end);
+  file_.finish();
+}
+
+/// Writes the subtitles that the pictures, which have come to `reached`, leave behind.
+bool JoinedFile::writeSubtitles(int64_t reached) {
+  for (Lane& lane : lanes_)
+    while (const PacketPtr packet = lane.subtitles ? lane.subtitles->take(reached) : nullptr)
+      if (!file_.write(*packet, lane.stream)) return false;
   return true;
 }
 
@@ -241,6 +302,10 @@ bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane
   move(packet.pts);
   move(packet.dts);
   packet.duration = av_rescale_q(packet.duration, stream.time_base, base);
+  if (lane.subtitles) {
+    lane.subtitles->hold(packet);
+    return true;
+  }
   lane.hasBegun = true;
   const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
   if (time != AV_NOPTS_VALUE)
@@ -248,7 +313,8 @@ bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane
   if (lane.isVideo) ++pictures_;
   if (progress_ && time != AV_NOPTS_VALUE)
     progress_(lm_ff_time_to_double(inMicroseconds(time, base)), pictures_);
-  return file_.write(packet, lane.stream);
+  if (!file_.write(packet, lane.stream)) return false;
+  return &lane != &lanes_[pace_] || writeSubtitles(lane.end);
 }
 
 }  // namespace kestrel

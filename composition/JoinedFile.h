@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "composition/CompositionFile.h"
+#include "composition/SubtitleLane.h"
 
 namespace kestrel {
 
@@ -30,7 +32,8 @@ class JoinedFile {
   struct Lane {
     int stream = 0;
     bool isVideo = false;
-    int64_t end = AV_NOPTS_VALUE;  // where what was written ends, microseconds
+    std::optional<SubtitleLane> subtitles;  // none for pictures and sound
+    int64_t end = AV_NOPTS_VALUE;           // where what was written ends, microseconds
     // Of the current input:
     int64_t seam = AV_NOPTS_VALUE;   // where the input before it ended, microseconds
     int64_t offset = 0;              // what its times are moved by, microseconds
@@ -40,9 +43,20 @@ class JoinedFile {
     int64_t count = 0;               // packets written
   };
 
+  /// A chapter of an input, where it lies in the output.
+  struct Chapter {
+    const AVChapter* input = nullptr;
+    int64_t start = 0;  // microseconds
+    int64_t end = 0;    // the same
+  };
+
   bool fail(std::string why);
   bool addLanes(const TrackList& input);
   bool settleOffsets(const TrackList& input);
+  bool beginStretch(const TrackList& input, int64_t begin, int64_t offset);
+  void clipChapters(int64_t end);
+  void finish();
+  bool writeSubtitles(int64_t reached);
   int64_t firstShown(LMMovieCompositionTrack& track);
   bool read(LMMovieCompositionTrack& track, AVPacket& packet);
   bool copyInput(const TrackList& input);
@@ -54,9 +68,12 @@ class JoinedFile {
   std::function<bool()> interrupt_;
   std::function<void(double, int64_t)> progress_;
   CompositionFile file_;
-  std::vector<Lane> lanes_;
+  std::deque<Lane> lanes_;
+  size_t pace_ = 0;  // which lane the others follow
+  std::vector<Chapter> chapters_;
   std::deque<PacketPtr> ahead_;  // read from the current input and not copied yet
   size_t count_ = 0;             // inputs begun
+  bool isLast_ = false;          // the current input
   int64_t pictures_ = 0;         // packets of pictures written
   Error error_;
 };

@@ -6,8 +6,8 @@
 #include <array>
 #include <cmath>
 #include <set>
-#include <span>
 
+#include "composition/CodecData.h"
 #include "support/FFmpegOwners.h"
 
 extern "C" {
@@ -28,12 +28,10 @@ std::string ratio(AVRational value) {
 
 /// The codec's own data for people: its length and a fingerprint.
 std::string codecData(const AVCodecParameters& parameters) {
+  const auto data = codecDataOf(parameters);
   uint32_t sum = 2166136261U;
-  for (int i = 0; i < parameters.extradata_size; ++i)
-    sum = (sum ^ parameters.extradata[i]) * 16777619U;
-  return parameters.extradata_size == 0
-             ? "none"
-             : fmt::format("{} bytes, {:08x}", parameters.extradata_size, sum);
+  for (const uint8_t byte : data) sum = (sum ^ byte) * 16777619U;
+  return data.empty() ? "none" : fmt::format("{} bytes, {:08x}", data.size(), sum);
 }
 
 std::string layoutOf(const AVCodecParameters& parameters) {
@@ -88,10 +86,11 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
   };
   using Stream = const AVStream&;
   using Parameters = const AVCodecParameters&;
+  const auto sizeOf = [](Stream, Parameters p) { return fmt::format("{}x{}", p.width, p.height); };
   compare("codec", [](Stream, Parameters p) { return std::string(avcodec_get_name(p.codec_id)); });
   if (!differences.empty()) return differences;
   if (first.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
-    compare("size", [](Stream, Parameters p) { return fmt::format("{}x{}", p.width, p.height); });
+    compare("size", sizeOf);
     compare("pixel format", [](Stream, Parameters p) {
       return nameOf(av_get_pix_fmt_name(static_cast<AVPixelFormat>(p.format)));
     });
@@ -100,6 +99,9 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
     });
     compare("colours", [](Stream, Parameters p) { return colorsOf(p); });
     compare("rotation", [](Stream s, Parameters) { return rotationOf(s); });
+  } else if (first.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE) {
+    const AVCodecDescriptor* codec = avcodec_descriptor_get(first.codecpar->codec_id);
+    if (codec && (codec->props & AV_CODEC_PROP_BITMAP_SUB)) compare("size", sizeOf);
   } else {
     compare("sample format", [](Stream, Parameters p) {
       return nameOf(av_get_sample_fmt_name(static_cast<AVSampleFormat>(p.format)));
@@ -114,14 +116,13 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
     if (hasBlocks(*first.codecpar) && hasBlocks(*second.codecpar))
       compare("block size", [](Stream, Parameters p) { return fmt::format("{}", p.block_align); });
   }
-  const auto bytes = [](Parameters p) {
-    return std::span(p.extradata, static_cast<size_t>(p.extradata_size));
-  };
-  if (!std::ranges::equal(bytes(*first.codecpar), bytes(*second.codecpar)))
+  if (!std::ranges::equal(codecDataOf(*first.codecpar), codecDataOf(*second.codecpar)))
     differences.push_back({"codec data", codecData(*first.codecpar), codecData(*second.codecpar)});
-  compare("time base", [](Stream s, Parameters) {
-    return fmt::format("{}/{}", s.time_base.num, s.time_base.den);
-  });
+  // Subtitles need not follow each other to the tick.
+  if (first.codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)
+    compare("time base", [](Stream s, Parameters) {
+      return fmt::format("{}/{}", s.time_base.num, s.time_base.den);
+    });
   return differences;
 }
 

@@ -294,6 +294,11 @@ void LMFFMovieFileOutput::State::applyTags() {
   addEntries(metadata, &muxer.context()->metadata);
   if (audioStream) addEntries(audioMetadata, &audioStream->metadata);
   if (videoStream) addEntries(videoMetadata, &videoStream->metadata);
+  addChapters();
+}
+
+void LMFFMovieFileOutput::State::addChapters() {
+  if (muxer.context()->nb_chapters > 0) return;
   for (const Chapter& chapter : chapters) {
     muxer.addChapter(chapter.start_us, chapter.end_us, chapter.tags);
   }

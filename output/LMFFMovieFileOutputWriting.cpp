@@ -367,6 +367,7 @@ void LMFFMovieFileOutput::stopOutput() {
       copy->finish();
       state.muxReady(*copy);
     }
+    state.addChapters();
     state.muxer.complete();
   }
   state.encoders.clear();

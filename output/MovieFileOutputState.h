@@ -29,6 +29,7 @@ struct LMFFMovieFileOutput::State {
   }
 
   void applyTags();
+  void addChapters();  ///< where there are none yet
 
   AVFrame* soundFrame(const StreamEncoder& encoder);
   bool readSound(AVFrame& frame) const;

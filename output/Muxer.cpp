@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "output/DictionaryEntries.h"
+#include "support/Chapters.h"
 #include "support/LibraryLog.h"
 
 namespace kestrel {
@@ -82,18 +83,8 @@ AVStream* Muxer::addStream() {
 }
 
 void Muxer::addChapter(int64_t start, int64_t end, const std::map<std::string, std::string>& tags) {
-  const auto count = static_cast<size_t>(context_->nb_chapters);
-  void* list = av_realloc_array(context_->chapters, count + 1, sizeof(AVChapter*));
-  if (!list) return;
-  context_->chapters = static_cast<AVChapter**>(list);
-  auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
-  if (!chapter) return;
-  chapter->id = static_cast<int64_t>(count) + 1;
-  chapter->time_base = kMicroseconds;
-  chapter->start = start;
-  chapter->end = end;
-  addEntries(tags, &chapter->metadata);
-  context_->chapters[context_->nb_chapters++] = chapter;
+  if (AVChapter* chapter = kestrel::addChapter(*context_, start, end))
+    addEntries(tags, &chapter->metadata);
 }
 
 bool Muxer::start(const std::map<std::string, std::string>& options) {

@@ -114,6 +114,24 @@ AVCodecID defaultAudioCodec(const AVOutputFormat& format) {
                     : orElse(format, format.audio_codec, {AV_CODEC_ID_AAC, AV_CODEC_ID_MP3});
 }
 
+bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
+  const std::string_view name = format.name;
+  if (name == "avi") return false;
+  // A codec that a muxer does not know of might keep it from writing at all.
+  if (name != "mpegts")
+    return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
+           (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
+  // The muxer has names for these alone; one of them in its form for discs.
+  const bool isForDiscs = lowerCased(path).ends_with(".m2ts");
+  return codec == AV_CODEC_ID_DVB_SUBTITLE || codec == AV_CODEC_ID_DVB_TELETEXT ||
+         (codec == AV_CODEC_ID_HDMV_PGS_SUBTITLE && isForDiscs);
+}
+
+bool holdsLateChapters(const AVOutputFormat& format) {
+  static const std::set<std::string_view> kNames{"mp4", "mov", "ipod", "matroska", "webm"};
+  return kNames.contains(format.name);
+}
+
 void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
   if (!avcodec_find_encoder(codec))
     throw Failure{kFailed, fmt::format("cannot write '{}': there is no encoder for {}", path,

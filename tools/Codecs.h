@@ -27,6 +27,12 @@ AVCodecID defaultAudioCodec(const AVOutputFormat& format);
 /// Throws unless the container has a place for a codec, one that players will find it in.
 void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
 
+/// Whether it has a place for such subtitles, whose times are the container's.
+bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
+
+/// Whether it takes chapters once everything else has been written.
+bool holdsLateChapters(const AVOutputFormat& format);
+
 /// Throws unless it can be encoded, too.
 void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
 

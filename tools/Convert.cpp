@@ -46,24 +46,6 @@ constexpr size_t kMostJobs = 2;
 /// A seek may land a few pictures late: it aims this much earlier and what is too early is dropped.
 constexpr int64_t kPreroll = kSecond / 2;
 
-/// The input's chapters within the converted span, counted from its start.
-std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& input,
-                                                     const ConvertPlan& plan) {
-  std::vector<LMFFMovieFileOutput::Chapter> chapters;
-  const int64_t begin = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
-  for (unsigned i = 0; i < input.nb_chapters; ++i) {
-    const AVChapter& chapter = *input.chapters[i];
-    const auto toMovie = [&](int64_t time) {
-      return av_rescale_q(time, chapter.time_base, AV_TIME_BASE_Q) - begin;
-    };
-    const int64_t start = std::max(toMovie(chapter.start), plan.start);
-    const int64_t end = std::min(toMovie(chapter.end), plan.end.value_or(INT64_MAX));
-    if (end > start)
-      chapters.push_back({start - plan.start, end - plan.start, tagsOf(chapter.metadata)});
-  }
-  return chapters;
-}
-
 class Conversion {
  public:
   explicit Conversion(const ConvertSettings& settings) : settings_(settings) {}
@@ -155,7 +137,7 @@ class Conversion {
   void keepMetadata() {
     const AVFormatContext& input = *source_->formatContext();
     output_.setMetadata(tagsOf(input.metadata));
-    output_.setChapters(chaptersOf(input, plan_));
+    output_.setChapters(chaptersOf(input, plan_.start, plan_.end.value_or(INT64_MAX)));
     if (plan_.videoIndex) output_.setVideoMetadata(languageTag(*input.streams[*plan_.videoIndex]));
     if (!plan_.audioTracks.empty())
       output_.setAudioMetadata(languageTag(

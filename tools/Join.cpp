@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 #include <utility>
 
 #include "Failure.h"
@@ -129,11 +130,26 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
   return {};
 }
 
+/// How long a part promises to be, as `promisedLength` of its input. Subtitles, which may last
+/// longer than what they belong to, do not count.
+int64_t promisedLength(const JoinPart& part) {
+  const AVFormatContext& context = *part.source->formatContext();
+  const bool hasSubtitles = std::ranges::any_of(
+      std::span(context.streams, context.nb_streams),
+      [](const AVStream* stream) { return stream->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE; });
+  if (!hasSubtitles) return promisedLength(context);
+  int64_t length = 0;
+  for (const AVStream* stream : part.streams())
+    if (stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)
+      length = std::max(length, promisedLength(context, *stream));
+  return length;
+}
+
 /// Whether the inputs were read to their ends; says where not.
 int judgeInputs(const std::vector<JoinPart>& parts) {
   int status = kDone;
   for (const JoinPart& part : parts) {
-    const int64_t promised = part.isCut ? 0 : promisedLength(*part.source->formatContext());
+    const int64_t promised = part.isCut ? 0 : promisedLength(part);
     if (judgeInput(part.input.path, promised, part.end) != kDone) status = kDoneInPart;
   }
   return status;
@@ -176,7 +192,11 @@ int joinFiles(const JoinSettings& asked) {
     say(settings, "encoding anew: " + (mayCopy ? reason : "as asked for"));
     if (const int channels = plan.parts.front().channels(); channels > kStereo)
       say(settings, fmt::format("{} channels of sound become {}", channels, kStereo));
-    for (JoinPart& part : plan.parts) part = openPart(part.input);
+    for (JoinPart& part : plan.parts) {
+      if (!part.subtitles.empty())
+        say(settings, fmt::format("left out of '{}': {}", part.input.path, part.subtitleTracks()));
+      part = openPart(part.input);
+    }
     settings.keepsCodecs = keepsCodecs;
     encodeJoin(settings, plan.parts, expectedLength(plan.parts), target.path());
     if (interrupted()) return kInterrupted;

@@ -174,6 +174,7 @@ class JoinEncoder {
       push([&sound, rest = sound->rest(framesAt(tick_))] { sound->encode(rest); });
     for (const auto& sound : sounds_) push([&sound] { sound->finish(); });
     encoding_.finish();
+    output_.setChapters(chapters_);
     output_.stopOutput();
     requireOutput(output_, settings_.output);
     progress_.finish();
@@ -198,6 +199,10 @@ class JoinEncoder {
 
   /// The tick that a time (seconds) falls on.
   int64_t tickAt(double seconds) const { return std::llround(seconds * rate_.num / rate_.den); }
+
+  int64_t microsecondsAt(int64_t tick) const {
+    return av_rescale(tick, int64_t{AV_TIME_BASE} * rate_.den, rate_.num);
+  }
 
   int64_t framesAt(int64_t tick) const {
     return av_rescale(tick, int64_t{PartSound::kRate} * rate_.den, rate_.num);
@@ -240,6 +245,7 @@ class JoinEncoder {
       while (tick_ < tickAt(part.input.position) && !interrupted()) writeTick(nullptr);
     }
     const int64_t start = startOf(part, follows);
+    const int64_t begin = tick_;
     beginSound(part, start, follows);
     PartPictures pictures(hasPictures_ ? part : JoinPart{}, plan_, output_, start);
     std::exception_ptr failure;
@@ -256,6 +262,20 @@ class JoinEncoder {
     if (failure) std::rethrow_exception(failure);
     part.end = pictures.inputEnd();
     for (const auto& sound : sounds_) part.end.add(sound->inputEnd());
+    takeChapters(part, start, begin);
+  }
+
+  /// Takes in the chapters of what has been written of a part, whose time `start` lies at the
+  /// output's tick `begin`.
+  void takeChapters(const JoinPart& part, int64_t start, int64_t begin) {
+    const double rate = part.input.rate;
+    const int64_t offset = microsecondsAt(begin);
+    const auto length = static_cast<double>(microsecondsAt(tick_) - offset);
+    for (auto& chapter :
+         chaptersOf(*part.source->formatContext(), start, start + std::llround(length * rate)))
+      chapters_.push_back({offset + std::llround(static_cast<double>(chapter.start_us) / rate),
+                           offset + std::llround(static_cast<double>(chapter.end_us) / rate),
+                           std::move(chapter.tags)});
   }
 
   void beginSound(const JoinPart& part, int64_t start, bool follows) {
@@ -334,6 +354,7 @@ class JoinEncoder {
   LMFFMovieFileOutput output_;
   std::vector<std::unique_ptr<JoinSound>> sounds_;
   std::unique_ptr<BitmapContext> black_;
+  std::vector<LMFFMovieFileOutput::Chapter> chapters_;
   int64_t tick_ = 0;  // ticks written
   JobQueue encoding_{kMostJobs};
 };

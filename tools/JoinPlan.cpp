@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <initializer_list>
 
 #include "Codecs.h"
 #include "ConvertPlan.h"
@@ -39,7 +40,8 @@ std::string describe(const AVStream& stream) {
 
 std::string describe(const JoinPart& part) {
   std::vector<std::string> words;
-  for (const AVStream* stream : part.streams()) words.push_back(describe(*stream));
+  for (const AVStream* stream : part.streams())
+    if (stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE) words.push_back(describe(*stream));
   return fmt::format("{}", fmt::join(words, " + "));
 }
 
@@ -48,15 +50,29 @@ std::string counted(size_t count, const char* what) {
   return count == 0 ? "" : fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
 }
 
+std::string listed(std::initializer_list<std::string> words) {
+  std::vector<std::string> all(words);
+  std::erase(all, "");
+  return fmt::format("{}", fmt::join(all, ", "));
+}
+
+/// What goes into the output beside pictures and sound; "" for nothing.
+std::string kept(const JoinPart& part, bool keepsChapters) {
+  const unsigned chapters = part.source->formatContext()->nb_chapters;
+  return listed({part.subtitleTracks(), counted(keepsChapters ? chapters : 0, "chapter")});
+}
+
 /// What of a part does not go into the output; "" for nothing.
-std::string leftOut(const JoinPart& part) {
+std::string leftOut(const JoinPart& part, bool keepsChapters) {
   const AVFormatContext& context = *part.source->formatContext();
   const auto taken = part.streams();
   size_t pictures = 0, covers = 0, subtitles = 0, others = 0;
   for (unsigned i = 0; i < context.nb_streams; ++i) {
     const AVStream* stream = context.streams[i];
-    if (std::ranges::count(taken, stream) > 0) continue;
     const AVMediaType type = stream->codecpar->codec_type;
+    // The demuxer passes over data that it has made chapters of.
+    const bool isOfChapters = type == AVMEDIA_TYPE_DATA && stream->discard == AVDISCARD_ALL;
+    if (isOfChapters || std::ranges::count(taken, stream) > 0) continue;
     const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
     const bool isPicture = type == AVMEDIA_TYPE_VIDEO;
     ++(isCover                         ? covers
@@ -64,13 +80,38 @@ std::string leftOut(const JoinPart& part) {
        : type == AVMEDIA_TYPE_SUBTITLE ? subtitles
                                        : others);
   }
-  std::string all;
-  for (const std::string& some :
-       {counted(pictures, "video track"), counted(subtitles, "subtitle track"),
-        counted(covers, "cover"), counted(context.nb_chapters, "chapter"),
-        counted(others, "other track")})
-    if (!some.empty()) all += (all.empty() ? "" : ", ") + some;
+  return listed({counted(pictures, "video track"), counted(subtitles, "subtitle track"),
+                 counted(covers, "cover"),
+                 counted(keepsChapters ? 0 : context.nb_chapters, "chapter"),
+                 counted(others, "other track")});
+}
+
+std::vector<const AVStream*> subtitlesOf(const JoinPart& part) {
+  const AVFormatContext& context = *part.source->formatContext();
+  std::vector<const AVStream*> all(context.streams, context.streams + context.nb_streams);
+  std::erase_if(all, [](const AVStream* stream) {
+    return stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE;
+  });
   return all;
+}
+
+/// Takes in the subtitles that all parts have alike, where they are as many, and that the container
+/// holds.
+void takeSubtitles(std::vector<JoinPart>& parts, const std::string& output) {
+  std::vector<std::vector<const AVStream*>> tracks;  // of each part
+  for (const JoinPart& part : parts) {
+    tracks.push_back(subtitlesOf(part));
+    if (tracks.back().size() != tracks.front().size()) return;
+  }
+  for (size_t i = 0; i < tracks.front().size(); ++i) {
+    const AVStream& first = *tracks.front()[i];
+    const bool fits = std::ranges::all_of(
+        tracks, [&](const auto& own) { return streamDifferences(first, *own[i]).empty(); });
+    if (!fits || !holdsSubtitles(outputFormatFor(output), first.codecpar->codec_id, output))
+      continue;
+    for (size_t k = 0; k < parts.size(); ++k)
+      parts[k].subtitles.push_back(static_cast<uint32_t>(tracks[k][i]->index));
+  }
 }
 
 /// What of a part does not fit the first one.
@@ -102,7 +143,8 @@ std::string containerProblem(const JoinPart& first, const std::string& output) {
   return {};
 }
 
-std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::string>>& problems) {
+std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::string>>& problems,
+                    bool keepsChapters) {
   size_t nameWidth = 0;
   size_t streamWidth = 0;
   for (const JoinPart& part : plan.parts) {
@@ -115,9 +157,11 @@ std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::str
                                 : problems[i].empty()
                                     ? "fits"
                                     : fmt::format("does not fit: {}", fmt::join(problems[i], ", "));
-    const std::string missing = leftOut(plan.parts[i]);
-    table += fmt::format("{:<{}}  {:<{}}  {}{}\n", printable(plan.parts[i].input.path), nameWidth,
+    const std::string along = kept(plan.parts[i], keepsChapters);
+    const std::string missing = leftOut(plan.parts[i], keepsChapters);
+    table += fmt::format("{:<{}}  {:<{}}  {}{}{}\n", printable(plan.parts[i].input.path), nameWidth,
                          describe(plan.parts[i]), streamWidth, verdict,
+                         along.empty() ? "" : "; kept: " + along,
                          missing.empty() ? "" : "; left out: " + missing);
   }
   return table;
@@ -129,9 +173,12 @@ std::vector<AVStream*> JoinPart::streams() const {
   const AVFormatContext& context = *source->formatContext();
   std::vector<AVStream*> all;
   if (video) all.push_back(context.streams[*video]);
-  for (const uint32_t index : audios) all.push_back(context.streams[index]);
+  for (const auto* indexes : {&audios, &subtitles})
+    for (const uint32_t index : *indexes) all.push_back(context.streams[index]);
   return all;
 }
+
+std::string JoinPart::subtitleTracks() const { return counted(subtitles.size(), "subtitle track"); }
 
 int JoinPart::channels() const {
   int most = 0;
@@ -141,7 +188,7 @@ int JoinPart::channels() const {
 }
 
 JoinPart openPart(const JoinInput& input) {
-  JoinPart part{input, openInput(input.path), std::nullopt, {}};
+  JoinPart part{input, openInput(input.path), std::nullopt, {}, {}};
   AVFormatContext* context = part.source->formatContext();
   const int best = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
   if (best >= 0 && !(context->streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC))
@@ -161,8 +208,6 @@ JoinPlan planJoin(const JoinSettings& settings) {
   for (const JoinInput& input : settings.inputs) {
     plan.parts.push_back(openPart(input));
     problems.push_back(differences(plan.parts.front(), plan.parts.back()));
-    if (const std::string missing = leftOut(plan.parts.back()); !missing.empty())
-      plan.leftOut.push_back(fmt::format("left out of '{}': {}", input.path, missing));
     if (input.rate != 1)
       problems.back().push_back(fmt::format("it plays at {} times its speed", input.rate));
     if (!problems.back().empty())
@@ -171,6 +216,12 @@ JoinPlan planJoin(const JoinSettings& settings) {
   if (const std::string problem = containerProblem(plan.parts.front(), settings.output);
       !problem.empty())
     plan.reasons.push_back(problem);
-  plan.table = tableOf(plan, problems);
+  if (plan.reasons.empty() && settings.reencode != JoinSettings::Reencode::kAlways)
+    takeSubtitles(plan.parts, settings.output);
+  const bool keepsChapters = holdsLateChapters(outputFormatFor(settings.output));
+  for (const JoinPart& part : plan.parts)
+    if (const std::string missing = leftOut(part, keepsChapters); !missing.empty())
+      plan.leftOut.push_back(fmt::format("left out of '{}': {}", part.input.path, missing));
+  plan.table = tableOf(plan, problems, keepsChapters);
   return plan;
 }

@@ -19,13 +19,17 @@ class LMMediaSource;
 struct JoinPart {
   JoinInput input;
   std::shared_ptr<kestrel::LMMediaSource> source;
-  std::optional<uint32_t> video;  ///< container index of the pictures
-  std::vector<uint32_t> audios;   ///< container indexes of the sound tracks
-  InputEnd end = {};              ///< how far it was read by the join
-  bool isCut = false;             ///< it was not to be read to its end
+  std::optional<uint32_t> video;    ///< container index of the pictures
+  std::vector<uint32_t> audios;     ///< container indexes of the sound tracks
+  std::vector<uint32_t> subtitles;  ///< the same of subtitles that are copied along
+  InputEnd end = {};                ///< how far it was read by the join
+  bool isCut = false;               ///< it was not to be read to its end
 
-  /// Pictures first, then the sound tracks.
+  /// Pictures first, then the sound tracks, then subtitles.
   std::vector<AVStream*> streams() const;
+
+  /// What is said of them where they are left out after all: their number; "" for none.
+  std::string subtitleTracks() const;
 
   /// The most channels that one of the sound tracks has; 0 without any.
   int channels() const;

@@ -43,6 +43,22 @@ std::map<std::string, std::string> tagsOf(const AVDictionary* dictionary) {
   return tags;
 }
 
+std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& input, int64_t start,
+                                                     int64_t end) {
+  std::vector<LMFFMovieFileOutput::Chapter> chapters;
+  const int64_t begin = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
+  for (unsigned i = 0; i < input.nb_chapters; ++i) {
+    const AVChapter& chapter = *input.chapters[i];
+    const auto toMovie = [&](int64_t time) {
+      return av_rescale_q(time, chapter.time_base, AV_TIME_BASE_Q) - begin;
+    };
+    const int64_t first = std::max(toMovie(chapter.start), start);
+    const int64_t last = std::min(toMovie(chapter.end), end);
+    if (last > first) chapters.push_back({first - start, last - start, tagsOf(chapter.metadata)});
+  }
+  return chapters;
+}
+
 std::map<std::string, std::string> languageTag(const AVStream& stream) {
   const auto* entry = av_dict_get(stream.metadata, "language", nullptr, 0);
   return entry ? std::map<std::string, std::string>{{"language", entry->value}}

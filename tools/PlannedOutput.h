@@ -2,12 +2,15 @@
 
 #include <kestrel/LMFFMovieFileOutput.h>
 
+#include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "ConvertPlan.h"
 
 struct AVDictionary;
+struct AVFormatContext;
 
 /// Sets an output up as it is planned, up to the opening of its streams.
 void setUpOutput(kestrel::LMFFMovieFileOutput& output, const ConvertPlan& plan,
@@ -18,6 +21,11 @@ void requireOutput(const kestrel::LMFFMovieFileOutput& output, const std::string
 
 /// The tags of an input that are true of another file, too.
 std::map<std::string, std::string> tagsOf(const AVDictionary* dictionary);
+
+/// The chapters of an input between two of its times (microseconds after its start), counted from
+/// the first of these.
+std::vector<kestrel::LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& input,
+                                                              int64_t start, int64_t end);
 
 /// The language of a stream as a tag; none where it has none.
 std::map<std::string, std::string> languageTag(const AVStream& stream);

@@ -117,7 +117,8 @@ class KESTREL_API LMFFMovieFileOutput {
   void setOutputColor(const LMFFVideoColor& color);
 
   /// Tags of the file ("title"), of the video and of the audio stream ("language"), and chapters,
-  /// all as of `startOutput`. Containers keep the ones that they have a place for.
+  /// all as of `startOutput`. Containers keep the ones that they have a place for. Where there were
+  /// no chapters then, MPEG-4 and Matroska take those that there are at `stopOutput`.
   Entries metadata() const;
   void setMetadata(const Entries& metadata);
   Entries videoMetadata() const;

@@ -53,7 +53,13 @@ class KESTREL_API LMMovieComposition {
   /// Pictures set the pace; sound follows them, and what the end of one input and the beginning of
   /// the next both have is written once.
   ///
-  /// The first input's tags, such as its title, become the file's.
+  /// Subtitles move along with the pictures and set nothing. What of an input's subtitles lies
+  /// before its first picture or where the next input has begun is cut off. Events of SubStation
+  /// Alpha get other numbers where two inputs have the same.
+  ///
+  /// The first input's tags, such as its title, become the file's. Chapters of all inputs move with
+  /// their pictures and are cut like subtitles; MPEG-4 and Matroska take them, other containers
+  /// leave them out.
   ///
   /// It fails, with the code `kDoesNotJoin`, where an input begins before the end of the one before
   /// it, does not begin with a key picture, or has pictures without the time stamps that the

@@ -20,7 +20,8 @@ struct StreamDifference {
 
 /// Why packets of the second stream can't continue those of the first: codec, codec data, size,
 /// pixel format, shape, colours, rotation and time base of pictures; codec, codec data, sample
-/// format, rate, channels and time base of sound. Empty where they can.
+/// format, rate, channels and time base of sound; codec, codec data and, where they are pictures,
+/// size of subtitles. Empty where they can.
 KESTREL_API std::vector<StreamDifference> streamDifferences(const AVStream& first,
                                                             const AVStream& second);
 

@@ -96,5 +96,45 @@ TEST_F(StreamFitTest, BlocksOfSoundCount) {
   EXPECT_EQ(difference(), "bits per sample");
 }
 
+TEST_F(StreamFitTest, SubtitlesNeedNotFitToTheTick) {
+  for (AVStream* stream : {&first_, &second_}) {
+    stream->codecpar->codec_type = AVMEDIA_TYPE_SUBTITLE;
+    stream->codecpar->codec_id = AV_CODEC_ID_ASS;
+  }
+  second_.time_base = {1, 90000};
+  second_.codecpar->width = 322;  // texts have no size of their own
+  EXPECT_EQ(difference(), "");
+  setCodecData(second_, "[Script Info]");
+  EXPECT_EQ(difference(), "codec data");
+  second_.codecpar->codec_id = AV_CODEC_ID_SUBRIP;
+  EXPECT_EQ(difference(), "codec");
+}
+
+TEST_F(StreamFitTest, SizeCountsForSubtitlesThatArePictures) {
+  for (AVStream* stream : {&first_, &second_}) {
+    stream->codecpar->codec_type = AVMEDIA_TYPE_SUBTITLE;
+    stream->codecpar->codec_id = AV_CODEC_ID_HDMV_PGS_SUBTITLE;
+  }
+  EXPECT_EQ(difference(), "");
+  EXPECT_TRUE(streamDifferences(first_, second_).empty());
+  second_.codecpar->width = 322;
+  EXPECT_EQ(difference(), "size");
+}
+
+TEST_F(StreamFitTest, TheBitRateOfATextTrackDoesNotCount) {
+  const auto bitRate = [](char rate) {
+    return std::string("\0\0\0\x14", 4) + "btrt" + std::string(11, '\0') + rate;
+  };
+  for (AVStream* stream : {&first_, &second_}) {
+    stream->codecpar->codec_type = AVMEDIA_TYPE_SUBTITLE;
+    stream->codecpar->codec_id = AV_CODEC_ID_MOV_TEXT;
+  }
+  setCodecData(first_, "style" + bitRate(1));
+  setCodecData(second_, "style" + bitRate(2) + bitRate(3));
+  EXPECT_TRUE(streamDifferences(first_, second_).empty());
+  setCodecData(second_, "other" + bitRate(1));
+  EXPECT_EQ(difference(), "codec data");
+}
+
 }  // namespace
 }  // namespace kestrel::test

@@ -86,6 +86,22 @@ TEST(LMFFMovieFileOutputFile, TagsOfFileAndStreamsAreWritten) {
   }
 }
 
+TEST(LMFFMovieFileOutputFile, ChaptersThatAreKnownLateAreWritten) {
+  const TempDir dir;
+  for (const char* name : {"a.mkv", "a.mp4"}) {
+    LMFFMovieFileOutput output;
+    output.setMovieFormat(smallFormat(AV_CODEC_ID_MPEG4));
+    test::start(output, dir / name, true, false);
+    writePictures(output, 50);
+    output.setChapters({{0, 800000, {{"title", "First"}}}, {800000, 2000000, {}}});
+    output.stopOutput();
+    const nlohmann::json chapters = ffprobeJson(dir / name)["chapters"];
+    ASSERT_EQ(chapters.size(), 2u) << name;
+    EXPECT_EQ(chapters[0]["tags"]["title"], "First") << name;
+    EXPECT_NEAR(number(chapters[1]["start_time"]), 0.8, 0.001) << name;
+  }
+}
+
 TEST(LMFFMovieFileOutputFile, ChaptersAreWritten) {
   const TempDir dir;
   for (const char* name : {"a.mkv", "a.mp4"}) {

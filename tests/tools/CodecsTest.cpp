@@ -1,0 +1,51 @@
+#include "tools/Codecs.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// Subtitles that players find in a file, of some that one might put there.
+struct Held {
+  std::string path;
+  std::vector<AVCodecID> codecs;
+};
+
+TEST(Codecs, SubtitlesThatAContainerHolds) {
+  const std::vector<AVCodecID> all{
+      AV_CODEC_ID_MOV_TEXT,     AV_CODEC_ID_SUBRIP,       AV_CODEC_ID_ASS,
+      AV_CODEC_ID_WEBVTT,       AV_CODEC_ID_DVB_SUBTITLE, AV_CODEC_ID_DVB_TELETEXT,
+      AV_CODEC_ID_DVD_SUBTITLE, AV_CODEC_ID_XSUB,         AV_CODEC_ID_HDMV_PGS_SUBTITLE};
+  const std::vector<Held> containers{
+      {"a.mp4", {AV_CODEC_ID_MOV_TEXT, AV_CODEC_ID_DVD_SUBTITLE}},
+      {"a.mov", {AV_CODEC_ID_MOV_TEXT}},
+      {"a.mkv",
+       {AV_CODEC_ID_SUBRIP, AV_CODEC_ID_ASS, AV_CODEC_ID_WEBVTT, AV_CODEC_ID_DVB_SUBTITLE,
+        AV_CODEC_ID_DVD_SUBTITLE, AV_CODEC_ID_HDMV_PGS_SUBTITLE}},
+      {"a.webm", {AV_CODEC_ID_WEBVTT}},
+      {"a.ts", {AV_CODEC_ID_DVB_SUBTITLE, AV_CODEC_ID_DVB_TELETEXT}},
+      {"a.M2TS",
+       {AV_CODEC_ID_DVB_SUBTITLE, AV_CODEC_ID_DVB_TELETEXT, AV_CODEC_ID_HDMV_PGS_SUBTITLE}},
+      {"a.avi", {}},
+      {"a.mpg", {}},
+      {"a.ogg", {}},
+      {"a.wav", {}}};
+  for (const auto& [path, codecs] : containers)
+    for (const AVCodecID codec : all) {
+      const bool expected = std::ranges::count(codecs, codec) > 0;
+      EXPECT_EQ(holdsSubtitles(outputFormatFor(path), codec, path), expected)
+          << path << " " << codec;
+    }
+}
+
+TEST(Codecs, ContainersThatTakeChaptersLast) {
+  for (const std::string path : {"a.mp4", "a.mov", "a.m4a", "a.m4v", "a.mkv", "a.mka", "a.webm"})
+    EXPECT_TRUE(holdsLateChapters(outputFormatFor(path))) << path;
+  for (const std::string path : {"a.ts", "a.avi", "a.3gp", "a.ogg", "a.mp3", "a.wav"})
+    EXPECT_FALSE(holdsLateChapters(outputFormatFor(path))) << path;
+}
+
+}  // namespace
