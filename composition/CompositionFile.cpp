@@ -184,6 +184,12 @@ void CompositionFile::refineMovieTime() {
   av_opt_set_int(context_.get(), "movie_timescale", unit, AV_OPT_SEARCH_CHILDREN);
 }
 
+bool CompositionFile::hidesPackets() const {
+  static constexpr std::array<std::string_view, 6> kHaveEditLists{"mp4", "mov", "ipod",
+                                                                  "psp", "3gp", "3g2"};
+  return std::ranges::count(kHaveEditLists, context_->oformat->name) > 0;
+}
+
 bool CompositionFile::storesOnlyOrder() const {
   return isAvi(*context_->oformat) || (context_->oformat->flags & AVFMT_NOTIMESTAMPS) != 0;
 }

@@ -37,6 +37,9 @@ class CompositionFile {
   /// Whether pictures may lack the time at which they are shown: the container does not store it.
   bool storesOnlyOrder() const;
 
+  /// Whether the container can hold packets that are decoded and not shown.
+  bool hidesPackets() const;
+
   /// Takes over a packet that is stamped in the stream's time base, which is blank afterwards;
   /// false once something has failed. Packets without a decoding time, with which Matroska files
   /// begin where pictures are reordered, wait for the first one that has it and get theirs from it.

@@ -126,6 +126,15 @@ bool JoinedFile::addLanes(const TrackList& input) {
   return true;
 }
 
+/// The lane whose end tells where the next input begins: the one that sets the pace, or where
+/// nothing of it has been written, another one.
+size_t JoinedFile::paceLane() const {
+  const auto isWritten = [](const Lane& lane) { return lane.end != AV_NOPTS_VALUE; };
+  if (isWritten(lanes_[pace_])) return pace_;
+  const auto other = std::ranges::find_if(lanes_, isWritten);
+  return other == lanes_.end() ? pace_ : static_cast<size_t>(other - lanes_.begin());
+}
+
 // Pictures follow pictures, and sound is moved along with them. Where sound meets sound it does so
 // to the sample: that is less than half a packet away from where the pictures have it.
 bool JoinedFile::settleOffsets(const TrackList& input) {
@@ -145,8 +154,9 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
   if (count_ == 1) {
     offset = (isBehind ? 0 : std::llround(wanted * 1e6)) - start;
   } else {
-    begin = firstShown(*input[pace_]);
-    offset = lanes_[pace_].end - begin;
+    const size_t pace = paceLane();
+    begin = firstShown(*input[pace]);
+    offset = lanes_[pace].end != AV_NOPTS_VALUE ? lanes_[pace].end - begin : -begin;
     for (size_t i = 0; i < lanes_.size(); ++i) {
       if (lanes_[i].end == AV_NOPTS_VALUE) continue;
       const int64_t without = lanes_[i].end - startOf(*input[i]);  // overlap of these
@@ -154,7 +164,7 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     }
     if (!isBehind) {
       const int64_t there = std::llround(wanted * 1e6) - start;
-      const int64_t tolerance = usualDuration(*input[pace_]->avstream());
+      const int64_t tolerance = usualDuration(*input[pace]->avstream());
       if (there < offset - tolerance)
         return fail(fmt::format("'{}' begins {:.3f} s before the end of what it follows",
                                 input.front()->path(), lm_ff_time_to_double(offset - there)));
@@ -259,8 +269,14 @@ bool JoinedFile::copyInput(const TrackList& input) {
 }
 
 bool JoinedFile::beginsWell(const AVPacket& packet, const Lane& lane) {
-  const bool isWhole = (packet.flags & AV_PKT_FLAG_KEY) && !(packet.flags & AV_PKT_FLAG_DISCARD);
-  if (count_ == 1 || !lane.isVideo || lane.hasBegun || isWhole) return true;
+  if (!lane.isVideo || lane.hasBegun) return true;
+  const bool isKey = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+  const bool isHidden = (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
+  if (count_ == 1) {
+    if (!isHidden || file_.hidesPackets()) return true;
+    return fail("input 1 begins with hidden pictures, which would be seen");
+  }
+  if (isKey && !isHidden) return true;
   return fail(fmt::format("input {} does not begin with a key picture", count_));
 }
 

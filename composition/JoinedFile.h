@@ -52,6 +52,7 @@ class JoinedFile {
 
   bool fail(std::string why);
   bool addLanes(const TrackList& input);
+  size_t paceLane() const;
   bool settleOffsets(const TrackList& input);
   bool beginStretch(const TrackList& input, int64_t begin, int64_t offset);
   void clipChapters(int64_t end);

@@ -56,17 +56,48 @@ std::string listed(std::initializer_list<std::string> words) {
   return fmt::format("{}", fmt::join(all, ", "));
 }
 
+/// What the output has a place for.
+struct Places {
+  bool pictures = false;
+  size_t sounds = 0;
+  bool chapters = false;
+};
+
+/// For what is copied, or else encoded like the first part.
+Places placesIn(const std::string& output, const JoinPart& first, bool isCopied) {
+  const AVOutputFormat& container = outputFormatFor(output);
+  if (isCopied) return {true, first.audios.size(), holdsLateChapters(container)};
+  const bool holdsPictures = defaultVideoCodec(container, output) != AV_CODEC_ID_NONE;
+  const bool holdsSound = defaultAudioCodec(container) != AV_CODEC_ID_NONE;
+  return {first.video && holdsPictures, holdsSound ? first.audios.size() : 0,
+          holdsLateChapters(container)};
+}
+
 /// What goes into the output beside pictures and sound; "" for nothing.
-std::string kept(const JoinPart& part, bool keepsChapters) {
+std::string kept(const JoinPart& part, const Places& places) {
   const unsigned chapters = part.source->formatContext()->nb_chapters;
-  return listed({part.subtitleTracks(), counted(keepsChapters ? chapters : 0, "chapter")});
+  return listed({part.subtitleTracks(), counted(places.chapters ? chapters : 0, "chapter")});
+}
+
+/// The streams of a part that go into the output.
+std::vector<const AVStream*> takenStreams(const JoinPart& part, const Places& places) {
+  std::vector<const AVStream*> taken;
+  size_t sounds = 0;
+  for (const AVStream* stream : part.streams()) {
+    const AVMediaType type = stream->codecpar->codec_type;
+    const bool hasPlace = type == AVMEDIA_TYPE_VIDEO   ? places.pictures
+                          : type == AVMEDIA_TYPE_AUDIO ? sounds++ < places.sounds
+                                                       : true;
+    if (hasPlace) taken.push_back(stream);
+  }
+  return taken;
 }
 
 /// What of a part does not go into the output; "" for nothing.
-std::string leftOut(const JoinPart& part, bool keepsChapters) {
+std::string leftOut(const JoinPart& part, const Places& places) {
   const AVFormatContext& context = *part.source->formatContext();
-  const auto taken = part.streams();
-  size_t pictures = 0, covers = 0, subtitles = 0, others = 0;
+  const auto taken = takenStreams(part, places);
+  size_t pictures = 0, sounds = 0, covers = 0, subtitles = 0, others = 0;
   for (unsigned i = 0; i < context.nb_streams; ++i) {
     const AVStream* stream = context.streams[i];
     const AVMediaType type = stream->codecpar->codec_type;
@@ -77,12 +108,13 @@ std::string leftOut(const JoinPart& part, bool keepsChapters) {
     const bool isPicture = type == AVMEDIA_TYPE_VIDEO;
     ++(isCover                         ? covers
        : isPicture                     ? pictures
+       : type == AVMEDIA_TYPE_AUDIO    ? sounds
        : type == AVMEDIA_TYPE_SUBTITLE ? subtitles
                                        : others);
   }
-  return listed({counted(pictures, "video track"), counted(subtitles, "subtitle track"),
-                 counted(covers, "cover"),
-                 counted(keepsChapters ? 0 : context.nb_chapters, "chapter"),
+  return listed({counted(pictures, "video track"), counted(sounds, "sound track"),
+                 counted(subtitles, "subtitle track"), counted(covers, "cover"),
+                 counted(places.chapters ? 0 : context.nb_chapters, "chapter"),
                  counted(others, "other track")});
 }
 
@@ -144,7 +176,7 @@ std::string containerProblem(const JoinPart& first, const std::string& output) {
 }
 
 std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::string>>& problems,
-                    bool keepsChapters) {
+                    const Places& places) {
   size_t nameWidth = 0;
   size_t streamWidth = 0;
   for (const JoinPart& part : plan.parts) {
@@ -157,8 +189,8 @@ std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::str
                                 : problems[i].empty()
                                     ? "fits"
                                     : fmt::format("does not fit: {}", fmt::join(problems[i], ", "));
-    const std::string along = kept(plan.parts[i], keepsChapters);
-    const std::string missing = leftOut(plan.parts[i], keepsChapters);
+    const std::string along = kept(plan.parts[i], places);
+    const std::string missing = leftOut(plan.parts[i], places);
     table += fmt::format("{:<{}}  {:<{}}  {}{}{}\n", printable(plan.parts[i].input.path), nameWidth,
                          describe(plan.parts[i]), streamWidth, verdict,
                          along.empty() ? "" : "; kept: " + along,
@@ -216,12 +248,13 @@ JoinPlan planJoin(const JoinSettings& settings) {
   if (const std::string problem = containerProblem(plan.parts.front(), settings.output);
       !problem.empty())
     plan.reasons.push_back(problem);
-  if (plan.reasons.empty() && settings.reencode != JoinSettings::Reencode::kAlways)
-    takeSubtitles(plan.parts, settings.output);
-  const bool keepsChapters = holdsLateChapters(outputFormatFor(settings.output));
+  const bool isCopied =
+      plan.reasons.empty() && settings.reencode != JoinSettings::Reencode::kAlways;
+  if (isCopied) takeSubtitles(plan.parts, settings.output);
+  const Places places = placesIn(settings.output, plan.parts.front(), isCopied);
   for (const JoinPart& part : plan.parts)
-    if (const std::string missing = leftOut(part, keepsChapters); !missing.empty())
+    if (const std::string missing = leftOut(part, places); !missing.empty())
       plan.leftOut.push_back(fmt::format("left out of '{}': {}", part.input.path, missing));
-  plan.table = tableOf(plan, problems, keepsChapters);
+  plan.table = tableOf(plan, problems, places);
   return plan;
 }

@@ -123,6 +123,18 @@ TEST_F(JoinEncodeTest, WhatIsLeftOutIsInTheTable) {
   EXPECT_THAT(result.err, HasSubstr("': 1 subtitle track"));
 }
 
+TEST_F(JoinEncodeTest, TracksThatTheFirstInputHasNotAreSaidToBeLeftOut) {
+  const auto sound = folder_ / "sound.m4a";
+  ffmpeg({"-i", fixture("av25.mp4").string(), "-vn", "-c", "copy", sound.string()});
+  const RunResult result = join({sound, fixture("av-tracks.mkv")}, folder_ / "out.mp4");
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("; left out: 1 video track, 1 sound track"));
+  const RunResult silent =
+      join({fixture("av25.mp4"), fixture("numbered60.mp4")}, folder_ / "out.wav");
+  ASSERT_EQ(silent.status, 0) << silent.err;
+  EXPECT_THAT(silent.out, HasSubstr("sets the format; left out: 1 video track\n"));
+}
+
 TEST_F(JoinEncodeTest, TheFirstInputsTitleBecomesTheFiles) {
   const auto titled = folder_ / "titled.mp4";
   ffmpeg({"-i", fixture("av25.mp4").string(), "-c", "copy", "-metadata", "title=Bars",

@@ -8,6 +8,7 @@
 #include "tests/e2e/FileBytes.h"
 #include "tests/e2e/JoinFixture.h"
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
 
 namespace kestrel::test {
@@ -153,6 +154,38 @@ TEST_F(JoinTest, CodecsThatTheContainerHasNoPlaceForAreEncodedAnew) {
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("cannot hold h264"));
   EXPECT_EQ(streamOf(output, "video")["codec_name"], "vp9");
+}
+
+// Then the sound sets the pace.
+TEST_F(JoinTest, PicturesThatNeverComeDoNotMoveTheSound) {
+  const auto clip = folder_ / "clip.mkv";
+  ffmpeg({"-i", fixture("av25.mp4").string(), "-c", "copy", "-bsf:v", "noise=drop=1",
+          "-output_ts_offset", "3", clip.string()});
+  const auto output = folder_ / "out.mkv";
+  ASSERT_EQ(join({clip, clip}, output, {"--reencode", "never"}).status, 0);
+  const auto packets = ffprobeJson(output, {"-show_packets", "-select_streams", "a"})["packets"];
+  ASSERT_EQ(packets.size(), 2 * packetHashes(clip, "a").size());
+  const auto timeOf = [](const nlohmann::json& packet) {
+    return std::stod(packet["pts_time"].get<std::string>());
+  };
+  EXPECT_NEAR(timeOf(packets.back()) - timeOf(packets.front()),
+              static_cast<double>(packets.size() - 1) * 1024 / 44100, 0.003);
+}
+
+// A file that was cut without encoding hides what lies between the key picture and the cut.
+TEST_F(JoinTest, PicturesThatTheFirstInputHidesAreNotShown) {
+  const auto late = folder_ / "late.mp4";
+  ffmpeg({"-ss", "1", "-i", fixture("numbered25.mp4").string(), "-c", "copy", late.string()});
+  const size_t own = shownNumbers(late).size();
+  ASSERT_LT(own, packetHashes(late, "v").size());
+  const auto clip = fixture("numbered25.mp4");
+  const RunResult result = join({late, clip}, folder_ / "out.mkv");
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("hidden pictures"));
+  EXPECT_NEAR(static_cast<double>(shownNumbers(folder_ / "out.mkv").size()),
+              static_cast<double>(own + 125), 1);
+  EXPECT_EQ(join({late, clip}, folder_ / "out.mp4", {"--reencode", "never"}).status, 0);
+  EXPECT_EQ(shownNumbers(folder_ / "out.mp4").size(), own + 125);
 }
 
 // One packet may be all of a file.
