@@ -37,6 +37,7 @@ bool holds(const AVOutputFormat& format, AVCodecID codec) {
   const std::string_view name = format.name;
   if (name == "mpegts") return kInTransportStream.contains(codec);
   if ((name == "wav" || name == "w64") && kNeedFraming.contains(codec)) return false;
+  if (name == "caf" && codec == AV_CODEC_ID_AAC) return false;  // has a tag for it all the same
   // Containers with a list of tags of their own may take more than they answer for.
   return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) != 0 ||
          (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
@@ -130,6 +131,12 @@ bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::st
 bool holdsLateChapters(const AVOutputFormat& format) {
   static const std::set<std::string_view> kNames{"mp4", "mov", "ipod", "matroska", "webm"};
   return kNames.contains(format.name);
+}
+
+bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec) {
+  const bool isTold = avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
+                      (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
+  return holds(format, codec) && (isTold || std::string_view(format.name) == "mpegts");
 }
 
 void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {

@@ -33,6 +33,10 @@ bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::st
 /// Whether it takes chapters once everything else has been written.
 bool holdsLateChapters(const AVOutputFormat& format);
 
+/// Whether the container's muxer says that it takes a codec; where it says nothing, it may still
+/// refuse it when the file is begun.
+bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec);
+
 /// Throws unless it can be encoded, too.
 void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
 

@@ -47,15 +47,6 @@ constexpr int64_t kLongestLead = 1000000;
 /// By how much time stamps may be early, in ticks.
 constexpr double kJitter = 0.05;
 
-bool isEncodable(const AVOutputFormat& container, AVCodecID codec, const std::string& path) {
-  try {
-    requireEncodable(container, codec, path);
-    return true;
-  } catch (const Failure&) {
-    return false;
-  }
-}
-
 /// The format asked for, with what it leaves open as in the first part, as far as the container
 /// and the encoders allow.
 ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
@@ -70,8 +61,8 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
     const bool isOthers =
         (container.flags & AVFMT_NOTIMESTAMPS) != 0 && codec != container.audio_codec;
     if (isOthers) return;
-    if (name.empty() && settings.keepsCodecs && isEncodable(container, codec, settings.output))
-      name = avcodec_get_name(codec);
+    const bool isPossible = avcodec_find_encoder(codec) && isKnownToHold(container, codec);
+    if (name.empty() && settings.keepsCodecs && isPossible) name = avcodec_get_name(codec);
   };
   if (first.video) own(format.videoCodec, *context.streams[*first.video]);
   if (first.audios.empty()) return format;

@@ -123,6 +123,16 @@ TEST_F(JoinEncodeTest, WhatIsLeftOutIsInTheTable) {
   EXPECT_THAT(result.err, HasSubstr("': 1 subtitle track"));
 }
 
+TEST_F(JoinEncodeTest, ContainersThatDoNotTellGetTheirOwnCodecs) {
+  const auto clip = fixture("av25.mp4");
+  const auto ogg = folder_ / "out.ogg";
+  ASSERT_EQ(join({clip, clip}, ogg, {"--reencode", "always"}).status, 0);
+  EXPECT_EQ(streamOf(ogg, "video")["codec_name"], "theora");
+  const auto sound = folder_ / "out.caf";
+  ASSERT_EQ(join({clip, clip}, sound).status, 0);
+  EXPECT_EQ(streamOf(sound, "audio")["codec_name"], "pcm_s16be");
+}
+
 TEST_F(JoinEncodeTest, TracksThatTheFirstInputHasNotAreSaidToBeLeftOut) {
   const auto sound = folder_ / "sound.m4a";
   ffmpeg({"-i", fixture("av25.mp4").string(), "-vn", "-c", "copy", sound.string()});

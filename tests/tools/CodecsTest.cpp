@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/Failure.h"
+
 namespace {
 
 /// Subtitles that players find in a file, of some that one might put there.
@@ -39,6 +41,37 @@ TEST(Codecs, SubtitlesThatAContainerHolds) {
       EXPECT_EQ(holdsSubtitles(outputFormatFor(path), codec, path), expected)
           << path << " " << codec;
     }
+}
+
+bool isRefused(const std::string& path, AVCodecID codec) {
+  try {
+    requireContainerHolds(outputFormatFor(path), codec, path);
+    return false;
+  } catch (const Failure&) {
+    return true;
+  }
+}
+
+TEST(Codecs, WavHoldsNoPacketsThatNeedFraming) {
+  for (const std::string path : {"a.wav", "a.w64"}) {
+    for (const AVCodecID codec : {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_SPEEX})
+      EXPECT_TRUE(isRefused(path, codec)) << path << codec;
+    for (const AVCodecID codec : {AV_CODEC_ID_MP3, AV_CODEC_ID_AC3, AV_CODEC_ID_PCM_S16LE})
+      EXPECT_FALSE(isRefused(path, codec)) << path << codec;
+  }
+  EXPECT_TRUE(isRefused("a.caf", AV_CODEC_ID_AAC));
+  EXPECT_FALSE(isRefused("a.caf", AV_CODEC_ID_ALAC));
+}
+
+TEST(Codecs, AMuxerThatDoesNotTellIsNotTakenAtItsWord) {
+  EXPECT_FALSE(isRefused("a.ogg", AV_CODEC_ID_H264));
+  EXPECT_FALSE(isKnownToHold(outputFormatFor("a.ogg"), AV_CODEC_ID_H264));
+  EXPECT_FALSE(isKnownToHold(outputFormatFor("a.webm"), AV_CODEC_ID_H264));
+  EXPECT_FALSE(isKnownToHold(outputFormatFor("a.wav"), AV_CODEC_ID_AAC));
+  EXPECT_TRUE(isKnownToHold(outputFormatFor("a.webm"), AV_CODEC_ID_VP9));
+  EXPECT_TRUE(isKnownToHold(outputFormatFor("a.mp4"), AV_CODEC_ID_H264));
+  EXPECT_TRUE(isKnownToHold(outputFormatFor("a.avi"), AV_CODEC_ID_H264));
+  EXPECT_TRUE(isKnownToHold(outputFormatFor("a.ts"), AV_CODEC_ID_H264));
 }
 
 TEST(Codecs, ContainersThatTakeChaptersLast) {
