@@ -133,6 +133,11 @@ bool holdsLateChapters(const AVOutputFormat& format) {
   return kNames.contains(format.name);
 }
 
+int onlySampleRate(const AVOutputFormat& format) {
+  static const std::set<std::string_view> kOfStudios{"mxf", "mxf_d10", "mxf_opatom", "dv", "gxf"};
+  return kOfStudios.contains(format.name) ? 48000 : 0;
+}
+
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec) {
   const bool isTold = avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
                       (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);

@@ -24,6 +24,9 @@ AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& pat
 /// The codec that sound gets without a word.
 AVCodecID defaultAudioCodec(const AVOutputFormat& format);
 
+/// The one rate of sound (Hz) that a container takes; 0 where there are several.
+int onlySampleRate(const AVOutputFormat& format);
+
 /// Throws unless the container has a place for a codec, one that players will find it in.
 void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
 

@@ -288,8 +288,9 @@ class Planner {
     const int64_t layout = audioLayout();
     plan_.format.audio_codec = codec;
     plan_.format.channel_layout = layout;
+    const int only = onlySampleRate(container_);
     plan_.format.sample_rate = settings_.sampleRate.value_or(
-        supportedSampleRate(kEngineRate, *avcodec_find_encoder(codec)));
+        supportedSampleRate(only > 0 ? only : kEngineRate, *avcodec_find_encoder(codec)));
     const int channels = lm_get_channel_layout_nb_channels(layout);
     plan_.format.audio_bitrate = settings_.audioBitrate.value_or(96000 * channels);
     plan_.audioOptions = settings_.audioOptions;

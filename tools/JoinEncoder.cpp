@@ -69,7 +69,8 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   const AVStream& sound = *context.streams[first.audios.front()];
   own(format.audioCodec, sound);
   // Another codec may not know the rate.
-  if (!format.sampleRate && format.audioCodec == avcodec_get_name(sound.codecpar->codec_id))
+  if (!format.sampleRate && onlySampleRate(container) == 0 &&
+      format.audioCodec == avcodec_get_name(sound.codecpar->codec_id))
     format.sampleRate = sound.codecpar->sample_rate;
   // The movie's own sound, which goes into the encoder, is stereo.
   const bool isMono = std::ranges::all_of(first.audios, [&](uint32_t stream) {

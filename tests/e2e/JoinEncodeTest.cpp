@@ -131,6 +131,10 @@ TEST_F(JoinEncodeTest, ContainersThatDoNotTellGetTheirOwnCodecs) {
   const auto sound = folder_ / "out.caf";
   ASSERT_EQ(join({clip, clip}, sound).status, 0);
   EXPECT_EQ(streamOf(sound, "audio")["codec_name"], "pcm_s16be");
+  const auto studio = folder_ / "out.mxf";  // which has sound of 48 kHz only
+  const RunResult result = join({clip, clip}, studio, {"--reencode", "always"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(streamOf(studio, "audio")["sample_rate"], "48000");
 }
 
 TEST_F(JoinEncodeTest, TracksThatTheFirstInputHasNotAreSaidToBeLeftOut) {
