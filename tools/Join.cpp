@@ -5,6 +5,7 @@
 #include <kestrel/LMMovieCompositionTrack.h>
 
 #include <fmt/format.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
@@ -54,6 +55,14 @@ void requirePossible(const JoinInput& input) {
   if (!std::isfinite(input.position) || input.position > kLatest)
     throw wrongUsage(fmt::format("'{}': the position {} s does not lie within a week", input.path,
                                  input.position));
+}
+
+/// All inputs are open at the same time: lets the process have as many files as it may.
+void allowManyFiles() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 /// The inputs in the order of the time line; one without a position stays behind the one before it.
@@ -167,6 +176,7 @@ int joinFiles(const JoinSettings& asked) {
   JoinSettings settings = asked;
   settings.inputs = inOrder(asked.inputs);
   requireNoInput(settings.output, paths);
+  allowManyFiles();
   JoinPlan plan = planJoin(settings);
   OutputFile target(settings.output, settings.force);
   if (settings.showTable)

@@ -188,6 +188,17 @@ TEST_F(JoinTest, PicturesThatTheFirstInputHidesAreNotShown) {
   EXPECT_EQ(shownNumbers(folder_ / "out.mp4").size(), own + 125);
 }
 
+TEST_F(JoinTest, ManyInputsMayBeOpenAtOnce) {
+  const auto sound = folder_ / "sound.wav";
+  ffmpeg({"-f", "lavfi", "-i", "sine=d=0.1:r=8000", sound.string()});
+  Arguments arguments{"sh", "-c", "ulimit -Sn 40 && exec \"$@\"", "sh", kestrelBinary(), "join"};
+  for (int i = 0; i < 60; ++i) arguments.push_back(sound.string());
+  const auto output = folder_ / "out.wav";
+  const RunResult result = run(joined(arguments, {"-o", output.string()}));
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(sampleCount(output), 60 * 800);
+}
+
 // One packet may be all of a file.
 TEST_F(JoinTest, AFileOfOneLongPacketHasNotEndedEarly) {
   const auto sound = folder_ / "sound.wav";
