@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -72,6 +74,24 @@ int64_t statedEnd(const AVStream& stream) {
              : INT64_MAX;
 }
 
+/// An input while its turn is: opened for it, unless it was open before, and then closed after it.
+class OpenInput {
+ public:
+  OpenInput(LMMediaSource& source, const std::function<bool()>& interrupt) {
+    source.setInterrupt(interrupt);
+    if (!source.isOpen()) opened_.reset(&source);
+    source.open();
+    source.fillInTimes();
+  }
+
+ private:
+  struct Closer {
+    void operator()(LMMediaSource* source) const { source->close(); }
+  };
+
+  std::unique_ptr<LMMediaSource, Closer> opened_;
+};
+
 /// The tracks of each input.
 std::vector<JoinedFile::TrackList> inputsOf(const JoinedFile::TrackList& tracks) {
   std::vector<JoinedFile::TrackList> inputs;
@@ -96,21 +116,40 @@ bool JoinedFile::fail(std::string why) {
 void JoinedFile::write(const TrackList& tracks) {
   const std::vector<TrackList> inputs = inputsOf(tracks);
   if (inputs.empty()) return static_cast<void>(fail("there is nothing to join"));
-  if (!addLanes(inputs.front())) return;
-  file_.setTags(*inputs.front().front()->source()->formatContext());
-  if (!file_.start()) return;
+  std::optional<OpenInput> current;
   for (const TrackList& input : inputs) {
     isLast_ = ++count_ == inputs.size();
-    if (!settleOffsets(input) || !copyInput(input)) return;
+    OpenInput next(*input.front()->source(), interrupt_);
+    if (!prepare(input) || (count_ == 1 && !begin(input)) || !settleOffsets(input)) return;
+    current.emplace(std::move(next));  // the one before may go
+    if (!copyInput(input)) return;
   }
   finish();
+}
+
+/// Has the demuxer pass over what does not take part.
+bool JoinedFile::prepare(const TrackList& input) {
+  for (const auto& track : input)
+    if (!track->avstream()) return fail(fmt::format("'{}' cannot be read", track->path()));
+  const AVFormatContext& context = *input.front()->source()->formatContext();
+  for (unsigned i = 0; i < context.nb_streams; ++i)
+    if (std::ranges::find(input, static_cast<int32_t>(i),
+                          [](const auto& track) { return track->track(); }) == input.end())
+      context.streams[i]->discard = AVDISCARD_ALL;
+  return true;
+}
+
+/// Begins the output like its first input.
+bool JoinedFile::begin(const TrackList& input) {
+  if (!addLanes(input)) return false;
+  file_.setTags(*input.front()->source()->formatContext());
+  return file_.start();
 }
 
 bool JoinedFile::addLanes(const TrackList& input) {
   for (const auto& track : input) {
     const AVStream* stream = track->avstream();
     Lane lane;
-    if (!stream) return fail(fmt::format("'{}' cannot be read", track->path()));
     lane.stream = file_.addStream(*stream);
     lane.isVideo = track->isVideo();
     if (lane.stream < 0) return false;
@@ -140,10 +179,6 @@ size_t JoinedFile::paceLane() const {
 bool JoinedFile::settleOffsets(const TrackList& input) {
   if (input.size() != lanes_.size())
     return fail(fmt::format("'{}' has not as many tracks as the first input", input[0]->path()));
-  for (const auto& track : input) {
-    if (track->source()) track->source()->setInterrupt(interrupt_);
-    if (!track->avstream()) return fail(fmt::format("'{}' cannot be read", track->path()));
-  }
   const double wanted = input.front()->position();
   if (wanted > kLongestTime)
     return fail(fmt::format("'{}' begins at no time", input.front()->path()));
@@ -191,7 +226,7 @@ bool JoinedFile::beginStretch(const TrackList& input, int64_t begin, int64_t off
   for (Lane& lane : lanes_)
     if (lane.subtitles)
       lane.subtitles->beginInput(begin, end == INT64_MAX ? end : av_sat_add64(end, offset));
-  clipChapters(begin);
+  writeChapters(begin);
   const AVFormatContext& context = *input.front()->source()->formatContext();
   for (unsigned i = 0; i < context.nb_chapters; ++i) {
     const AVChapter& chapter = *context.chapters[i];
@@ -203,16 +238,16 @@ bool JoinedFile::beginStretch(const TrackList& input, int64_t begin, int64_t off
   return writeSubtitles(INT64_MAX);
 }
 
-void JoinedFile::clipChapters(int64_t end) {
-  for (Chapter& chapter : chapters_) chapter.end = std::min(chapter.end, end);
-  std::erase_if(chapters_, [](const Chapter& chapter) { return chapter.end <= chapter.start; });
+/// Writes the chapters of the current input, whose stretch ends at `end`.
+void JoinedFile::writeChapters(int64_t end) {
+  for (const Chapter& chapter : std::exchange(chapters_, {}))
+    if (std::min(chapter.end, end) > chapter.start)
+      file_.addChapter(*chapter.input, chapter.start, std::min(chapter.end, end));
 }
 
 void JoinedFile::finish() {
   if (!writeSubtitles(INT64_MAX)) return;
-  clipChapters(std::ranges::max_element(lanes_, {}, &Lane::end)->end);
-  for (const Chapter& chapter : chapters_)
-    file_.addChapter(*chapter.input, chapter.start, chapter.end);
+  writeChapters(std::ranges::max_element(lanes_, {}, &Lane::end)->end);
   file_.finish();
 }
 

@@ -51,11 +51,13 @@ class JoinedFile {
   };
 
   bool fail(std::string why);
+  bool prepare(const TrackList& input);
+  bool begin(const TrackList& input);
   bool addLanes(const TrackList& input);
   size_t paceLane() const;
   bool settleOffsets(const TrackList& input);
   bool beginStretch(const TrackList& input, int64_t begin, int64_t offset);
-  void clipChapters(int64_t end);
+  void writeChapters(int64_t end);
   void finish();
   bool writeSubtitles(int64_t reached);
   int64_t firstShown(LMMovieCompositionTrack& track);
@@ -71,7 +73,7 @@ class JoinedFile {
   CompositionFile file_;
   std::deque<Lane> lanes_;
   size_t pace_ = 0;  // which lane the others follow
-  std::vector<Chapter> chapters_;
+  std::vector<Chapter> chapters_;  // of the current input
   std::deque<PacketPtr> ahead_;  // read from the current input and not copied yet
   size_t count_ = 0;             // inputs begun
   bool isLast_ = false;          // the current input

@@ -32,7 +32,7 @@ struct LMMovieCompositionTrack::State {
   double rate = 0;
   bool finished = false;
   double dts = 0;
-  double end = 0;  // of the packets read, in the input's own time
+  double reached = 0;
 };
 
 LMMovieCompositionTrack::LMMovieCompositionTrack() : state_(std::make_unique<State>()) {}
@@ -71,7 +71,7 @@ bool LMMovieCompositionTrack::finished() const { return state_->finished; }
 void LMMovieCompositionTrack::setFinished(bool finished) { state_->finished = finished; }
 double LMMovieCompositionTrack::dts() const { return state_->dts; }
 void LMMovieCompositionTrack::setDts(double seconds) { state_->dts = seconds; }
-double LMMovieCompositionTrack::reached() const { return state_->end - startTime(); }
+double LMMovieCompositionTrack::reached() const { return state_->reached; }
 
 void LMMovieCompositionTrack::open() {
   if (state_->source) state_->source->open();
@@ -139,7 +139,8 @@ void LMMovieCompositionTrack::passPacket(const AVPacket& packet) {
     return lm_ff_time_to_double(av_rescale_q(time, base, kMicroseconds));
   };
   state_->dts = seconds(packet.dts);
-  state_->end = std::max(state_->end, seconds(packet.dts + std::max<int64_t>(packet.duration, 0)));
+  const double end = seconds(packet.dts + std::max<int64_t>(packet.duration, 0));
+  state_->reached = std::max(state_->reached, end - startTime());
 }
 
 std::string LMMovieCompositionTrack::codingName() const { return kClassName; }

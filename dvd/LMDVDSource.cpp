@@ -51,7 +51,7 @@ std::optional<NavigationTimes> timesOf(LMDVDSource& source) {
 LMDVDSource::LMDVDSource() = default;
 
 LMDVDSource::~LMDVDSource() {
-  closeFormatContext();  // the demuxer reads through the context until it is closed
+  close();  // the demuxer reads through the context until it is closed
   const DVDFilePtr closes(reader_);
   if (!io_context_) return;
   av_freep(&io_context_->buffer);

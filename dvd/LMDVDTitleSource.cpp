@@ -99,7 +99,7 @@ LMDVDTitleSource::LMDVDTitleSource(std::shared_ptr<LMDVD> dvd,
   state_->title = std::move(title);
 }
 
-LMDVDTitleSource::~LMDVDTitleSource() { closeFormatContext(); }
+LMDVDTitleSource::~LMDVDTitleSource() { close(); }
 
 std::shared_ptr<LMMediaSource> LMDVDTitleSource::copy() const {
   return std::make_shared<LMDVDTitleSource>(state_->dvd, state_->title_set, state_->title);

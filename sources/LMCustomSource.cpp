@@ -7,7 +7,7 @@ namespace kestrel {
 LMCustomSource::LMCustomSource() = default;
 
 LMCustomSource::~LMCustomSource() {
-  closeFormatContext();  // the demuxer reads through the context until it is closed
+  close();  // the demuxer reads through the context until it is closed
   if (!io_context_) return;
   av_freep(&io_context_->buffer);
   avio_context_free(&io_context_);

@@ -7,8 +7,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 #include "support/CodecLock.h"
@@ -62,9 +64,16 @@ struct LMMediaSource::State {
 
 LMMediaSource::LMMediaSource() : state_(std::make_unique<State>()) { LMFFMovie::initialize(); }
 
-LMMediaSource::~LMMediaSource() { closeFormatContext(); }
+LMMediaSource::~LMMediaSource() { close(); }
 
-void LMMediaSource::closeFormatContext() { avformat_close_input(&state_->formatContext); }
+void LMMediaSource::close() { avformat_close_input(&state_->formatContext); }
+
+void LMMediaSource::fillInTimes() {
+  static constexpr std::string_view kLeaveTimesOut[] = {"mpegts", "mpeg", "mxf"};
+  AVFormatContext* context = formatContext();
+  if (context && std::ranges::count(kLeaveTimesOut, context->iformat->name) > 0)
+    context->flags |= AVFMT_FLAG_GENPTS;
+}
 
 std::shared_ptr<LMMediaSource> LMMediaSource::mediaWithPath(const std::string& path) {
   auto source = std::make_shared<LMMediaSource>();

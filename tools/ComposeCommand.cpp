@@ -46,7 +46,7 @@ LMMovieComposition::TrackList openTracks(const std::vector<Placement>& placement
   for (const Placement& placement : placements) {
     auto track = std::make_shared<LMMovieCompositionTrack>();
     track->setSource(openInput(placement.path));
-    fillInTimes(*track->source());
+    track->source()->fillInTimes();
     track->setTrack(placement.track);
     track->setPosition(placement.position);
     track->setRate(placement.rate);

@@ -3,9 +3,7 @@
 #include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMMediaSource.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <string_view>
 #include <system_error>
 
 #include "Disc.h"
@@ -84,11 +82,4 @@ std::shared_ptr<LMMediaSource> openInput(const std::string& path, const std::str
   auto source = std::make_shared<LMDVDTitleSource>(disc, chosen.set, chosen.title);
   openSource(*source, path);
   return source;
-}
-
-void fillInTimes(const LMMediaSource& source) {
-  static constexpr std::string_view kLeaveTimesOut[] = {"mpegts", "mpeg", "mxf"};
-  AVFormatContext& context = *source.formatContext();
-  if (std::ranges::count(kLeaveTimesOut, context.iformat->name) > 0)
-    context.flags |= AVFMT_FLAG_GENPTS;
 }

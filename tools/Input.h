@@ -18,8 +18,3 @@ std::shared_ptr<kestrel::LMMediaSource> openInput(const std::string& path,
 
 /// Opens a source that was made of what `path` names, under the same terms.
 void openSource(kestrel::LMMediaSource& source, const std::string& path);
-
-/// Has the demuxer of an opened input fill in when pictures are shown where its container, which
-/// usually tells, leaves that out: broadcasts begin with such pictures. To be called before the
-/// first packet is read.
-void fillInTimes(const kestrel::LMMediaSource& source);

@@ -5,7 +5,6 @@
 #include <kestrel/LMMovieCompositionTrack.h>
 
 #include <fmt/format.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
@@ -31,7 +30,7 @@ namespace {
 double expectedLength(const std::vector<JoinPart>& parts) {
   double end = 0;
   for (const JoinPart& part : parts) {
-    const int64_t length = part.source->formatContext()->duration;
+    const int64_t length = part.outline->duration;
     const double begin = part.input.position >= 0 ? part.input.position : end;
     const double duration =
         length == AV_NOPTS_VALUE ? 0 : static_cast<double>(length) / AV_TIME_BASE;
@@ -57,14 +56,6 @@ void requirePossible(const JoinInput& input) {
                                  input.position));
 }
 
-/// All inputs are open at the same time: lets the process have as many files as it may.
-void allowManyFiles() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 /// The inputs in the order of the time line; one without a position stays behind the one before it.
 /// Refuses those that begin where another one does: one of them would never be seen.
 std::vector<JoinInput> inOrder(const std::vector<JoinInput>& inputs) {
@@ -88,15 +79,6 @@ void say(const JoinSettings& settings, const std::string& sentence) {
   if (settings.say) settings.say(sentence);
 }
 
-/// Has the demuxer pass over what does not take part.
-void ignoreOtherStreams(const JoinPart& part) {
-  const AVFormatContext& context = *part.source->formatContext();
-  const auto streams = part.streams();
-  for (unsigned i = 0; i < context.nb_streams; ++i)
-    if (!std::ranges::count(streams, context.streams[i]))
-      context.streams[i]->discard = AVDISCARD_ALL;
-}
-
 /// Joins by copying packets. Answers why that can't be done, none when it is done; throws `Failure`
 /// when the file cannot be written.
 Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
@@ -105,8 +87,6 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
   LMMovieComposition::TrackList tracks;
   std::vector<JoinPart*> owners;  // of the tracks
   for (JoinPart& part : parts) {
-    ignoreOtherStreams(part);
-    fillInTimes(*part.source);
     for (const AVStream* stream : part.streams()) {
       auto track = std::make_shared<LMMovieCompositionTrack>();
       track->setSource(part.source);
@@ -142,7 +122,7 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
 /// How long a part promises to be, as `promisedLength` of its input. Subtitles, which may last
 /// longer than what they belong to, do not count.
 int64_t promisedLength(const JoinPart& part) {
-  const AVFormatContext& context = *part.source->formatContext();
+  const AVFormatContext& context = *part.outline;
   const bool hasSubtitles = std::ranges::any_of(
       std::span(context.streams, context.nb_streams),
       [](const AVStream* stream) { return stream->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE; });
@@ -176,7 +156,6 @@ int joinFiles(const JoinSettings& asked) {
   JoinSettings settings = asked;
   settings.inputs = inOrder(asked.inputs);
   requireNoInput(settings.output, paths);
-  allowManyFiles();
   JoinPlan plan = planJoin(settings);
   OutputFile target(settings.output, settings.force);
   if (settings.showTable)
@@ -205,7 +184,8 @@ int joinFiles(const JoinSettings& asked) {
     for (JoinPart& part : plan.parts) {
       if (!part.subtitles.empty())
         say(settings, fmt::format("left out of '{}': {}", part.input.path, part.subtitleTracks()));
-      part = openPart(part.input);
+      part.subtitles.clear();
+      part.end = {};
     }
     settings.keepsCodecs = keepsCodecs;
     encodeJoin(settings, plan.parts, expectedLength(plan.parts), target.path());

@@ -19,6 +19,7 @@
 #include "Codecs.h"
 #include "ConvertPlan.h"
 #include "Failure.h"
+#include "Input.h"
 #include "Interrupt.h"
 #include "JobQueue.h"
 #include "JoinSound.h"
@@ -54,7 +55,7 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   format.input = first.input.path;
   format.output = settings.output;
   const AVOutputFormat& container = outputFormatFor(settings.output);
-  const AVFormatContext& context = *first.source->formatContext();
+  const AVFormatContext& context = *first.outline;
   const auto own = [&](std::string& name, const AVStream& stream) {
     const AVCodecID codec = stream.codecpar->codec_id;
     // A file of bare packets is one codec's alone.
@@ -79,6 +80,22 @@ ConvertSettings formatOf(const JoinSettings& settings, const JoinPart& first) {
   if (format.channels.empty()) format.channels = isMono ? "mono" : "stereo";
   return format;
 }
+
+/// A part's source, opened while this lives.
+class OpenPart {
+ public:
+  explicit OpenPart(const JoinPart& part) : part_(part) {
+    openSource(*part.source, part.input.path);
+  }
+  ~OpenPart() { part_.release(); }
+  OpenPart(const OpenPart&) = delete;
+  OpenPart& operator=(const OpenPart&) = delete;
+
+  const LMMediaSource& source() const { return *part_.source; }
+
+ private:
+  const JoinPart& part_;
+};
 
 /// One part's pictures as they play, by the output's ticks at the part's rate.
 class PartPictures {
@@ -154,7 +171,7 @@ class JoinEncoder {
         parts_(parts),
         progress_(settings.progress, length),
         format_(formatOf(settings, parts.front())),
-        plan_(planConversion(format_, *parts.front().source)),
+        plan_(planConversion(format_, OpenPart(parts.front()).source())),
         hasPictures_(plan_.video == StreamAction::kEncode),
         rate_(hasPictures_ ? plan_.rate : kSoundAlone) {}
 
@@ -174,7 +191,7 @@ class JoinEncoder {
 
  private:
   void openOutput(const std::string& path) {
-    const AVFormatContext& first = *parts_.front().source->formatContext();
+    const AVFormatContext& first = *parts_.front().outline;
     setUpOutput(output_, plan_, path);
     output_.setMetadata(tagsOf(first.metadata));
     if (hasPictures_) {
@@ -217,7 +234,7 @@ class JoinEncoder {
   /// The part's time at which its first tick begins, microseconds: with the first picture where
   /// pictures follow pictures, else less than a tick after its own, so that pictures fall on ticks.
   int64_t startOf(const JoinPart& part, bool follows) const {
-    const AVFormatContext& context = *part.source->formatContext();
+    const AVFormatContext& context = *part.outline;
     if (!hasPictures_ || !part.video) return 0;
     const AVStream& stream = *context.streams[*part.video];
     if (stream.start_time == AV_NOPTS_VALUE || context.start_time == AV_NOPTS_VALUE) return 0;
@@ -238,6 +255,7 @@ class JoinEncoder {
     }
     const int64_t start = startOf(part, follows);
     const int64_t begin = tick_;
+    const OpenPart open(part);
     beginSound(part, start, follows);
     PartPictures pictures(hasPictures_ ? part : JoinPart{}, plan_, output_, start);
     std::exception_ptr failure;

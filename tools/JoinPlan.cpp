@@ -13,6 +13,7 @@
 #include "ConvertPlan.h"
 #include "Failure.h"
 #include "Input.h"
+#include "InputOutline.h"
 #include "Text.h"
 
 extern "C" {
@@ -75,8 +76,7 @@ Places placesIn(const std::string& output, const JoinPart& first, bool isCopied)
 
 /// What goes into the output beside pictures and sound; "" for nothing.
 std::string kept(const JoinPart& part, const Places& places) {
-  const unsigned chapters = part.source->formatContext()->nb_chapters;
-  return listed({part.subtitleTracks(), counted(places.chapters ? chapters : 0, "chapter")});
+  return listed({part.subtitleTracks(), counted(places.chapters ? part.chapters : 0, "chapter")});
 }
 
 /// The streams of a part that go into the output.
@@ -95,7 +95,7 @@ std::vector<const AVStream*> takenStreams(const JoinPart& part, const Places& pl
 
 /// What of a part does not go into the output; "" for nothing.
 std::string leftOut(const JoinPart& part, const Places& places) {
-  const AVFormatContext& context = *part.source->formatContext();
+  const AVFormatContext& context = *part.outline;
   const auto taken = takenStreams(part, places);
   size_t pictures = 0, sounds = 0, covers = 0, subtitles = 0, others = 0;
   for (unsigned i = 0; i < context.nb_streams; ++i) {
@@ -114,12 +114,12 @@ std::string leftOut(const JoinPart& part, const Places& places) {
   }
   return listed({counted(pictures, "video track"), counted(sounds, "sound track"),
                  counted(subtitles, "subtitle track"), counted(covers, "cover"),
-                 counted(places.chapters ? 0 : context.nb_chapters, "chapter"),
+                 counted(places.chapters ? 0 : part.chapters, "chapter"),
                  counted(others, "other track")});
 }
 
 std::vector<const AVStream*> subtitlesOf(const JoinPart& part) {
-  const AVFormatContext& context = *part.source->formatContext();
+  const AVFormatContext& context = *part.outline;
   std::vector<const AVStream*> all(context.streams, context.streams + context.nb_streams);
   std::erase_if(all, [](const AVStream* stream) {
     return stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE;
@@ -199,10 +199,36 @@ std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::str
   return table;
 }
 
+JoinPart lookInto(const JoinInput& input) {
+  JoinPart part;
+  part.input = input;
+  part.source = openInput(input.path);
+  AVFormatContext* context = part.source->formatContext();
+  part.outline = outlineOf(*context);
+  part.chapters = context->nb_chapters;
+  const int best = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  if (best >= 0 && !(context->streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC))
+    part.video = static_cast<uint32_t>(best);
+  for (uint32_t i = 0; i < context->nb_streams; ++i) {
+    AVStream& stream = *context->streams[i];
+    if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) part.audios.push_back(i);
+  }
+  if (!part.video && part.audios.empty())
+    throw Failure{kFailed, fmt::format("'{}' has no picture and no sound", input.path)};
+  part.release();
+  return part;
+}
+
 }  // namespace
 
+void JoinPart::release() const {
+  const AVFormatContext* context = source->formatContext();
+  const AVIOContext* io = context ? context->pb : nullptr;  // none: the demuxer opens files itself
+  if (!io || (io->seekable & AVIO_SEEKABLE_NORMAL)) source->close();
+}
+
 std::vector<AVStream*> JoinPart::streams() const {
-  const AVFormatContext& context = *source->formatContext();
+  const AVFormatContext& context = *outline;
   std::vector<AVStream*> all;
   if (video) all.push_back(context.streams[*video]);
   for (const auto* indexes : {&audios, &subtitles})
@@ -215,30 +241,15 @@ std::string JoinPart::subtitleTracks() const { return counted(subtitles.size(), 
 int JoinPart::channels() const {
   int most = 0;
   for (const uint32_t index : audios)
-    most = std::max(most, source->formatContext()->streams[index]->codecpar->ch_layout.nb_channels);
+    most = std::max(most, outline->streams[index]->codecpar->ch_layout.nb_channels);
   return most;
-}
-
-JoinPart openPart(const JoinInput& input) {
-  JoinPart part{input, openInput(input.path), std::nullopt, {}, {}};
-  AVFormatContext* context = part.source->formatContext();
-  const int best = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  if (best >= 0 && !(context->streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC))
-    part.video = static_cast<uint32_t>(best);
-  for (uint32_t i = 0; i < context->nb_streams; ++i) {
-    AVStream& stream = *context->streams[i];
-    if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) part.audios.push_back(i);
-  }
-  if (!part.video && part.audios.empty())
-    throw Failure{kFailed, fmt::format("'{}' has no picture and no sound", input.path)};
-  return part;
 }
 
 JoinPlan planJoin(const JoinSettings& settings) {
   JoinPlan plan;
   std::vector<std::vector<std::string>> problems;
   for (const JoinInput& input : settings.inputs) {
-    plan.parts.push_back(openPart(input));
+    plan.parts.push_back(lookInto(input));
     problems.push_back(differences(plan.parts.front(), plan.parts.back()));
     if (input.rate != 1)
       problems.back().push_back(fmt::format("it plays at {} times its speed", input.rate));

@@ -15,15 +15,21 @@ namespace kestrel {
 class LMMediaSource;
 }
 
-/// An opened input of a join: the streams of it that take part.
+/// An input of a join and the streams of it that take part.
 struct JoinPart {
   JoinInput input;
+  /// Closed, for there may be many inputs, except while its turn is.
   std::shared_ptr<kestrel::LMMediaSource> source;
+  std::shared_ptr<AVFormatContext> outline;
+  unsigned chapters = 0;
   std::optional<uint32_t> video;    ///< container index of the pictures
   std::vector<uint32_t> audios;     ///< container indexes of the sound tracks
   std::vector<uint32_t> subtitles;  ///< the same of subtitles that are copied along
   InputEnd end = {};                ///< how far it was read by the join
   bool isCut = false;               ///< it was not to be read to its end
+
+  /// Closes the source unless it can be read only once.
+  void release() const;
 
   /// Pictures first, then the sound tracks, then subtitles.
   std::vector<AVStream*> streams() const;
@@ -43,8 +49,5 @@ struct JoinPlan {
   std::string table;                 ///< what fits and what does not, for people
 };
 
-/// Opens the inputs and compares them; throws `Failure` for one that cannot be opened.
+/// Looks into the inputs and compares them; throws `Failure` for one that cannot be opened.
 JoinPlan planJoin(const JoinSettings& settings);
-
-/// Opens an input once more, to be read from its beginning.
-JoinPart openPart(const JoinInput& input);

@@ -85,6 +85,15 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// source stays unopened and `lastError` tells why. Probing holds the process's codec lock.
   virtual void open();
 
+  /// Closes the demuxer; all that belongs to it is gone. `open` opens it again, a source by path from
+  /// its beginning. A subclass whose I/O the demuxer reads through calls it before that goes.
+  void close();
+
+  /// Has the demuxer fill in when pictures are shown where its container, which usually tells,
+  /// leaves that out: broadcasts begin with such pictures. Once open, before the first packet is
+  /// read.
+  void fillInTimes();
+
   /// Opens, then logs the metadata of the container and of each stream.
   void print_source_stream_info();
 
@@ -124,9 +133,6 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   void setInterrupt(std::function<bool()> interrupt);
 
  protected:
-  /// Closes the demuxer. A subclass whose I/O the demuxer reads through calls it before that goes.
-  void closeFormatContext();
-
   friend class LMFFMedia;
   void setLastError(Error error);
 

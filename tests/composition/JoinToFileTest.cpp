@@ -3,6 +3,7 @@
 #include <kestrel/LMMovieComposition.h>
 #include <kestrel/LMMovieCompositionTrack.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -120,6 +121,31 @@ TEST_F(JoinToFileTest, TextsOfTheSameTimeStayThere) {
   join({first}, {0, 1});
   EXPECT_THAT(subtitles(),
               ElementsAre(Shown{500, 500, "a"}, Shown{500, 200, "b"}, Shown{500, 100, "c"}));
+}
+
+TEST_F(JoinToFileTest, InputsAreOpenWhileTheirTurnIs) {
+  std::vector<std::shared_ptr<LMMediaSource>> sources;
+  LMMovieComposition::TrackList tracks;
+  for (int i = 0; i < 3; ++i) {
+    sources.push_back(LMMediaSource::mediaWithPath(fixture("video-only.mkv").string()));
+    tracks.push_back(std::make_shared<LMMovieCompositionTrack>());
+    tracks.back()->setSource(sources.back());
+    tracks.back()->setPosition(LMMovieComposition::kBehind);
+  }
+  sources[1]->open();
+  size_t mostOpen = 0;
+  composition_.setProgress([&](double, int64_t) {
+    mostOpen = std::max<size_t>(
+        mostOpen, std::ranges::count_if(sources, [](const auto& s) { return s->isOpen(); }));
+  });
+  composition_.setTracks(tracks);
+  composition_.joinToFile(output_.string());
+  EXPECT_FALSE(composition_.lastError());
+  EXPECT_EQ(mostOpen, 2U);  // the one whose turn it is, and the one that was open
+  EXPECT_FALSE(sources[0]->isOpen());
+  EXPECT_TRUE(sources[1]->isOpen());
+  EXPECT_FALSE(sources[2]->isOpen());
+  EXPECT_NEAR(tracks[0]->reached(), 2, 0.1);
 }
 
 TEST_F(JoinToFileTest, SubtitlesAloneDoNotJoin) {

@@ -136,6 +136,26 @@ TEST(LMSubtitleSourceTest, CopyIsASubtitleToo) {
 
 // Copies.
 
+TEST(LMMediaSourceTest, ClosedAndOpenedAgainItBeginsAnew) {
+  const auto source = LMMediaSource::mediaWithPath(fixture("av25.mp4").string());
+  source->close();
+  EXPECT_FALSE(source->isOpen());
+  std::vector<int64_t> places;
+  for (int i = 0; i < 2; ++i) {
+    source->open();
+    ASSERT_TRUE(source->isOpen());
+    const PacketPtr packet = makePacket();
+    ASSERT_TRUE(source->readPacket(packet.get()));
+    places.push_back(packet->pos);
+    av_packet_unref(packet.get());
+    ASSERT_TRUE(source->readPacket(packet.get()));
+    source->close();
+    EXPECT_FALSE(source->isOpen());
+    EXPECT_EQ(source->formatContext(), nullptr);
+  }
+  EXPECT_EQ(places[0], places[1]);
+}
+
 TEST(LMMediaSourceTest, CopyTakesThePathAlone) {
   const auto source = openedSourceOf("av25.mp4");
   const auto copy = source->copy();
