@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -90,7 +91,7 @@ void AudioTempo::write(const float* data, int32_t frames) {
   FramePtr frame;
   if (frames > 0) {
     frame = frameOf(data, frames, state_->sampleRate, state_->channels);
-    if (!frame) return;
+    if (!frame) throw std::bad_alloc();
     frame->pts = state_->time;
     state_->time += frames;
   }

@@ -103,6 +103,7 @@ void CompositionFile::setTags(const AVFormatContext& input) {
 }
 
 void CompositionFile::addChapter(const AVChapter& input, int64_t start, int64_t end) {
+  if (!takesLateChapters(*context_->oformat)) return;
   if (AVChapter* chapter = kestrel::addChapter(*context_, start, end))
     av_dict_copy(&chapter->metadata, input.metadata, 0);
 }
@@ -125,8 +126,9 @@ int CompositionFile::addStream(const AVStream& input) {
   stream->r_frame_rate = input.r_frame_rate;
   stream->sample_aspect_ratio = input.sample_aspect_ratio;
   stream->disposition = input.disposition;
-  if (const auto* language = av_dict_get(input.metadata, "language", nullptr, 0))
-    av_dict_set(&stream->metadata, "language", language->value, 0);
+  for (const char* tag : {"language", "title"})
+    if (const auto* entry = av_dict_get(input.metadata, tag, nullptr, 0))
+      av_dict_set(&stream->metadata, tag, entry->value, 0);
   lanes_.emplace_back();
   lanes_.back().isSparse = input.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;
   if (const char* name = filterFor(*stream->codecpar, *context_->oformat))

@@ -235,7 +235,7 @@ bool JoinedFile::beginStretch(const TrackList& input, int64_t begin, int64_t off
     };
     chapters_.push_back({&chapter, std::max(moved(chapter.start), begin), moved(chapter.end)});
   }
-  return writeSubtitles(INT64_MAX);
+  return writeSubtitles(begin);
 }
 
 /// Writes the chapters of the current input, whose stretch ends at `end`.
@@ -251,7 +251,7 @@ void JoinedFile::finish() {
   file_.finish();
 }
 
-/// Writes the subtitles that the pictures, which have come to `reached`, leave behind.
+/// Writes the subtitles that pictures and sound, which have come to `reached`, leave behind.
 bool JoinedFile::writeSubtitles(int64_t reached) {
   for (Lane& lane : lanes_)
     while (const PacketPtr packet = lane.subtitles ? lane.subtitles->take(reached) : nullptr)
@@ -365,7 +365,8 @@ bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane
   if (progress_ && time != AV_NOPTS_VALUE)
     progress_(lm_ff_time_to_double(inMicroseconds(time, base)), pictures_);
   if (!file_.write(packet, lane.stream)) return false;
-  return &lane != &lanes_[pace_] || writeSubtitles(lane.end);
+  reached_ = std::max(reached_, lane.end);
+  return writeSubtitles(reached_);
 }
 
 }  // namespace kestrel

@@ -72,12 +72,13 @@ class JoinedFile {
   std::function<void(double, int64_t)> progress_;
   CompositionFile file_;
   std::deque<Lane> lanes_;
-  size_t pace_ = 0;  // which lane the others follow
+  size_t pace_ = 0;                // which lane the others follow
   std::vector<Chapter> chapters_;  // of the current input
-  std::deque<PacketPtr> ahead_;  // read from the current input and not copied yet
-  size_t count_ = 0;             // inputs begun
-  bool isLast_ = false;          // the current input
-  int64_t pictures_ = 0;         // packets of pictures written
+  std::deque<PacketPtr> ahead_;    // read from the current input and not copied yet
+  size_t count_ = 0;               // inputs begun
+  bool isLast_ = false;            // the current input
+  int64_t pictures_ = 0;           // packets of pictures written
+  int64_t reached_ = INT64_MIN;    // where pictures or sound that were written end, microseconds
   Error error_;
 };
 

@@ -139,7 +139,7 @@ void LMMovieCompositionTrack::passPacket(const AVPacket& packet) {
     return lm_ff_time_to_double(av_rescale_q(time, base, kMicroseconds));
   };
   state_->dts = seconds(packet.dts);
-  const double end = seconds(packet.dts + std::max<int64_t>(packet.duration, 0));
+  const double end = seconds(av_sat_add64(packet.dts, std::max<int64_t>(packet.duration, 0)));
   state_->reached = std::max(state_->reached, end - startTime());
 }
 

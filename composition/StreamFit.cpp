@@ -67,6 +67,13 @@ std::string colorsOf(const AVCodecParameters& parameters) {
                      nameOf(av_color_transfer_name(parameters.color_trc)));
 }
 
+/// Whether only the container knows how many bits a sample has.
+bool hasBitsOfItsOwn(const AVCodecParameters& parameters) {
+  static const std::set<AVCodecID> kCodecs{AV_CODEC_ID_ADPCM_G726, AV_CODEC_ID_ADPCM_G726LE,
+                                           AV_CODEC_ID_PCM_DVD, AV_CODEC_ID_PCM_BLURAY};
+  return kCodecs.contains(parameters.codec_id);
+}
+
 /// Whether sound is a row of blocks of one size that only the container knows.
 bool hasBlocks(const AVCodecParameters& parameters) {
   static const std::set<AVCodecID> kFindTheirOwn{AV_CODEC_ID_MP1, AV_CODEC_ID_MP2, AV_CODEC_ID_MP3,
@@ -109,9 +116,10 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
     compare("sample rate",
             [](Stream, Parameters p) { return fmt::format("{} Hz", p.sample_rate); });
     compare("channels", [](Stream, Parameters p) { return layoutOf(p); });
-    const auto bits = [](Parameters p) { return p.bits_per_coded_sample; };
-    if (bits(*first.codecpar) > 0 && bits(*second.codecpar) > 0)
-      compare("bits per sample", [&](Stream, Parameters p) { return fmt::format("{}", bits(p)); });
+    // Of most codecs, what containers say of it tells who wrote them.
+    if (hasBitsOfItsOwn(*first.codecpar))
+      compare("bits per sample",
+              [](Stream, Parameters p) { return fmt::format("{}", p.bits_per_coded_sample); });
     // What decoders of blocks cut the sound by; others find their own packets in it.
     if (hasBlocks(*first.codecpar) && hasBlocks(*second.codecpar))
       compare("block size", [](Stream, Parameters p) { return fmt::format("{}", p.block_align); });

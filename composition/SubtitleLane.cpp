@@ -33,20 +33,28 @@ int64_t SubtitleLane::ticks(int64_t time) const {
 void SubtitleLane::beginInput(int64_t begin, int64_t likelyEnd) {
   begin_ = ticks(begin);
   likelyEnd_ = ticks(likelyEnd);
-  std::erase_if(held_, [&](const PacketPtr& packet) { return !clip(*packet, INT64_MIN, begin_); });
+  std::erase_if(held_, [&](const PacketPtr& packet) { return !endEarlier(*packet, begin_); });
   numberOffset_ = 0;
   ofOthers_ = highest_;
 }
 
-/// Leaves of a packet what lies between two times; false where that is nothing. One that does not
-/// tell how long it lasts only moves: it may be what ends the one before.
-bool SubtitleLane::clip(AVPacket& packet, int64_t begin, int64_t end) {
-  const int64_t last = std::min(endOf(packet), end);
+/// Has a packet begin no earlier; false where nothing is left of it.
+bool SubtitleLane::beginLater(AVPacket& packet, int64_t begin) {
+  if (packet.pts >= begin) return true;
   const bool isTimed = packet.duration > 0;
-  packet.pts = std::clamp(packet.pts, begin, end);
-  packet.dts = packet.pts;
-  if (isTimed) packet.duration = last - packet.pts;
+  if (isTimed)
+    packet.duration = endOf(packet) - begin;
+  else
+    moved_ = std::max(begin, moved_ + 1);  // two of the same time would be taken for one
+  packet.pts = packet.dts = isTimed ? begin : moved_;
   return !isTimed || packet.duration > 0;
+}
+
+/// Has a packet end no later; false where nothing is left of it.
+bool SubtitleLane::endEarlier(AVPacket& packet, int64_t end) {
+  if (packet.duration <= 0 || endOf(packet) <= end) return true;
+  packet.duration = end - packet.pts;
+  return packet.duration > 0;
 }
 
 /// Whether a packet is what MPEG-4 files have between two texts: the muxer writes its own.
@@ -57,10 +65,11 @@ bool SubtitleLane::isGap(const AVPacket& packet) const {
 
 void SubtitleLane::hold(AVPacket& packet) {
   const bool isKept = packet.pts != AV_NOPTS_VALUE && !isGap(packet) &&
-                      clip(packet, begin_, INT64_MAX) && renumber(packet);
+                      beginLater(packet, begin_) && renumber(packet);
   if (isKept) {
-    held_.push_back(makePacket());
-    av_packet_move_ref(held_.back().get(), &packet);
+    const auto behind = std::ranges::upper_bound(held_, packet.pts, {},
+                                                 [](const PacketPtr& held) { return held->pts; });
+    av_packet_move_ref(held_.insert(behind, makePacket())->get(), &packet);
   }
   av_packet_unref(&packet);
 }
@@ -95,10 +104,12 @@ PacketPtr SubtitleLane::take(int64_t reached) {
   const int64_t end = av_rescale_q(endOf(packet), output_.time_base, kMicroseconds);
   if (end > reached) {
     if (av_sat_sub64(reached, start) < kLongestHold) return nullptr;
-    if (packet.pts < likelyEnd_) clip(packet, INT64_MIN, likelyEnd_);
+    if (packet.pts < likelyEnd_) endEarlier(packet, likelyEnd_);
   }
   PacketPtr taken = std::move(held_.front());
   held_.pop_front();
+  if (!beginLater(*taken, last_)) return take(reached);
+  last_ = taken->pts;
   return taken;
 }
 

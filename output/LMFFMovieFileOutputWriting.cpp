@@ -8,6 +8,7 @@
 
 #include "output/EncoderCompat.h"
 #include "output/MovieFileOutputState.h"
+#include "support/Chapters.h"
 #include "support/FFmpegCompat.h"
 #include "support/LibraryLog.h"
 
@@ -367,7 +368,7 @@ void LMFFMovieFileOutput::stopOutput() {
       copy->finish();
       state.muxReady(*copy);
     }
-    state.addChapters();
+    if (takesLateChapters(*state.muxer.context()->oformat)) state.addChapters();
     state.muxer.complete();
   }
   state.encoders.clear();

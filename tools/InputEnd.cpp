@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <string_view>
 
 #include "ExitStatus.h"
 #include "Say.h"
@@ -37,9 +38,12 @@ int64_t taggedLength(const AVStream& stream) {
 /// How much of an input's stated length may lie before its start, microseconds: MPEG-4 and Matroska
 /// files count from 0, whatever their first time stamp is.
 int64_t timeBeforeStart(const AVFormatContext& input) {
-  const bool isStated = input.duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
-  return isStated && input.start_time != AV_NOPTS_VALUE ? std::max<int64_t>(input.start_time, 0)
-                                                        : 0;
+  static constexpr std::string_view kCountFromZero[] = {"mov,mp4,m4a,3gp,3g2,mj2", "matroska,webm"};
+  const bool countsFromZero =
+      input.iformat && std::ranges::count(kCountFromZero, input.iformat->name) > 0;
+  return countsFromZero && input.start_time != AV_NOPTS_VALUE
+             ? std::max<int64_t>(input.start_time, 0)
+             : 0;
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ class KESTREL_API AudioTempo {
   AudioTempo(const AudioTempo&) = delete;
   AudioTempo& operator=(const AudioTempo&) = delete;
 
-  /// Takes `frames` frames; 0 says that no more come.
+  /// Takes `frames` frames; 0 says that no more come. Throws std::bad_alloc.
   void write(const float* data, int32_t frames);
 
   /// Hands out up to `frames` frames; fewer where there are no more yet.

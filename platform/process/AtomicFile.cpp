@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -28,6 +29,9 @@ bool writeAll(int file, std::span<const uint8_t> bytes) {
 
 std::string partialPath(const std::string& path) {
   static std::atomic<unsigned> counter{0};
+  struct stat status {};
+  const bool isNoFile = stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+  if (isNoFile) return {};
   return fmt::format("{}.partial-{}-{}", path, getpid(), counter++);
 }
 
@@ -36,14 +40,16 @@ std::string partialPath(const std::string& path) {
 AtomicFile::AtomicFile(const std::string& path)
     : path_(path),
       partial_(partialPath(path)),
-      file_(open(partial_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666)) {
+      file_(partial_.empty()
+                ? open(path.c_str(), O_WRONLY | O_CLOEXEC)
+                : open(partial_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666)) {
   if (file_ < 0) error_ = systemError();
 }
 
 AtomicFile::~AtomicFile() {
   if (file_ < 0) return;
   close(file_);
-  unlink(partial_.c_str());
+  if (!partial_.empty()) unlink(partial_.c_str());
 }
 
 void AtomicFile::write(std::span<const uint8_t> bytes) {
@@ -53,6 +59,7 @@ void AtomicFile::write(std::span<const uint8_t> bytes) {
 Error AtomicFile::commit() {
   if (error_) return error_;
   if (close(std::exchange(file_, -1)) != 0) error_ = systemError();
+  if (partial_.empty()) return error_;
   if (!error_ && std::rename(partial_.c_str(), path_.c_str()) != 0) error_ = systemError();
   if (error_) unlink(partial_.c_str());
   return error_;

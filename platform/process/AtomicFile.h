@@ -10,7 +10,8 @@ namespace kestrel {
 
 /// Replaces a file as a whole: what is written goes to a file beside it, which then takes its
 /// place. Whoever reads meanwhile sees the old bytes or the new ones. Without a commit, and when
-/// one fails, the old file is as it was, and no other one stays behind.
+/// one fails, the old file is as it was, and no other one stays behind. What is no file, such as a
+/// device, is written to.
 class AtomicFile {
  public:
   explicit AtomicFile(const std::string& path);
@@ -25,7 +26,7 @@ class AtomicFile {
 
  private:
   const std::string path_;
-  const std::string partial_;
+  const std::string partial_;  // "" where that is not possible
   int file_;
   Error error_;
 };

@@ -208,12 +208,62 @@ std::string compositions(const std::vector<double>& times) {
   return file;
 }
 
-TEST_F(JoinToFileTest, WhatEndsAtNoTimeMovesToWhereTheNextInputBegins) {
+TEST_F(JoinToFileTest, WhatEndsAtNoTimeKeepsItsTime) {
   const auto first = clip("first", compositions({0, 1, 2.5}));
   join({first, first}, {0, 1});
   std::vector<int64_t> starts;
   for (const Shown& shown : subtitles()) starts.push_back(shown.start);
-  EXPECT_THAT(starts, ElementsAre(0, 1000, 2000, 2000, 3000, 4500));
+  EXPECT_THAT(starts, ElementsAre(0, 1000, 2000, 2500, 3000, 4500));
+}
+
+// It lies in the file where a player that reads on and on needs it.
+TEST_F(JoinToFileTest, TextsDoNotWaitForPicturesThatHaveEnded) {
+  const auto pictures = clip("pictures", "1\n00:00:03,000 --> 00:00:03,500\na\n\n");
+  const auto file = folder_ / "long.mkv";
+  const RunResult result =
+      run({"ffmpeg", "-v", "error", "-y", "-i", pictures, "-f", "lavfi", "-i", "sine=d=20", "-map",
+           "0", "-map", "1", "-c", "copy", "-c:a", "aac", file.string()});
+  ASSERT_EQ(result.status, 0) << result.err;
+  join({file.string()}, {0, 1, 2});
+  EXPECT_FALSE(composition_.lastError()) << composition_.lastError().message;
+  double sound = 0;
+  bool isFound = false;
+  const auto probed = ffprobeJson(output_, {"-show_packets"});
+  for (const auto& packet : probed["packets"]) {
+    if (packet["codec_type"] == "subtitle") {
+      isFound = true;
+      EXPECT_LT(sound, 5.5);
+    }
+    if (packet["codec_type"] == "audio") sound = std::stod(packet["pts_time"].get<std::string>());
+  }
+  EXPECT_TRUE(isFound);
+}
+
+// Containers that write chapters in their header would write it anew, over packets.
+TEST_F(JoinToFileTest, ContainersThatTakeNoLateChaptersGetNone) {
+  std::ofstream(folder_ / "chapters") << ";FFMETADATA1\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\n"
+                                         "END=1000\ntitle=one\n";
+  const auto file = folder_ / "in.mkv";
+  const RunResult result =
+      run({"ffmpeg", "-v", "error", "-y", "-i", fixture("numbered25.mp4").string(), "-i",
+           (folder_ / "chapters").string(), "-map_metadata", "1", "-c", "copy", file.string()});
+  ASSERT_EQ(result.status, 0) << result.err;
+  for (const std::string name : {"out.asf", "out.mkv"}) {
+    LMMovieComposition::TrackList tracks;
+    const auto source = LMMediaSource::mediaWithPath(file.string());
+    for (const int32_t stream : {0, 1}) {
+      tracks.push_back(std::make_shared<LMMovieCompositionTrack>());
+      tracks.back()->setSource(source);
+      tracks.back()->setTrack(stream);
+    }
+    composition_.setTracks(tracks);
+    composition_.joinToFile((folder_ / name).string());
+    EXPECT_FALSE(composition_.lastError()) << name;
+    EXPECT_EQ(ffprobeJson(folder_ / name)["chapters"].size(), name == "out.mkv" ? 1U : 0U);
+    const RunResult decoded =
+        run({"ffmpeg", "-v", "error", "-i", (folder_ / name).string(), "-f", "null", "-"});
+    EXPECT_EQ(decoded.err, "") << name;
+  }
 }
 
 TEST_F(JoinToFileTest, TimesThatAreNoneAreSurvived) {

@@ -88,6 +88,8 @@ TEST_F(StreamFitTest, BlocksOfSoundCount) {
   EXPECT_EQ(difference(), "");
   for (AVStream* stream : {&first_, &second_}) stream->codecpar->codec_id = AV_CODEC_ID_MP3;
   second_.codecpar->block_align = 1;
+  first_.codecpar->bits_per_coded_sample = 16;
+  second_.codecpar->bits_per_coded_sample = 32;
   EXPECT_EQ(difference(), "");
   for (AVStream* stream : {&first_, &second_}) stream->codecpar->codec_id = AV_CODEC_ID_ADPCM_G726;
   first_.codecpar->block_align = 0;

@@ -137,7 +137,7 @@ TEST(LMSubtitleSourceTest, CopyIsASubtitleToo) {
 // Copies.
 
 TEST(LMMediaSourceTest, ClosedAndOpenedAgainItBeginsAnew) {
-  const auto source = LMMediaSource::mediaWithPath(fixture("av25.mp4").string());
+  const auto source = LMMediaSource::mediaWithPath(test::fixture("av25.mp4").string());
   source->close();
   EXPECT_FALSE(source->isOpen());
   std::vector<int64_t> places;

@@ -1,5 +1,8 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <kestrel/PropertyList.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -127,6 +130,20 @@ TEST_F(PropertyListTest, WritingReplacesTheWholeFileAndLeavesNoOther) {
   ASSERT_TRUE(PropertyList("short").writeToFile(file_.string()));
   EXPECT_EQ(PropertyList::fromFile(file_.string()), PropertyList("short"));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 1);
+}
+
+// It would be gone if another file took its place.
+TEST_F(PropertyListTest, ADeviceIsWrittenToAndStays) {
+  const auto pipe = folder_ / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(reader, 0);
+  EXPECT_TRUE(PropertyList("short").writeToFile(pipe.string()));
+  char start[9] = {};
+  EXPECT_EQ(read(reader, start, 8), 8);
+  EXPECT_STREQ(start, "bplist00");
+  close(reader);
+  EXPECT_TRUE(std::filesystem::is_fifo(pipe));
 }
 
 TEST_F(PropertyListTest, TellsWhyAFileCannotBeReadOrWritten) {
