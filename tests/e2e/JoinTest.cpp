@@ -95,6 +95,19 @@ TEST_P(JoinLateTest, AnInputWhoseTimesStartLateHasNotEndedEarly) {
 INSTANTIATE_TEST_SUITE_P(, JoinLateTest, testing::Values("mp4", "mov", "mkv"),
                          [](const auto& tested) { return tested.param; });
 
+// This one states how long it lasts.
+TEST_F(JoinTest, AnInputWhoseTimesStartLateMayHaveEndedEarly) {
+  const auto clip = folder_ / "late.flv";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-c", "copy", "-output_ts_offset", "100",
+          clip.string()});
+  EXPECT_EQ(join({clip}, folder_ / "out.mkv").status, 0);
+  const std::string bytes = readBytes(clip);
+  writeBytes(clip, bytes.substr(0, bytes.size() / 2));
+  const RunResult result = join({clip}, folder_ / "out.mkv", {"--force"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, HasSubstr("ended early"));
+}
+
 TEST_F(JoinTest, ThreeTimesTheSameFileStaysInSync) {
   const auto clip = fixture("numbered25.mp4");
   const auto output = folder_ / "out.mp4";
