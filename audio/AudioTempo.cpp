@@ -67,7 +67,6 @@ struct AudioTempo::State {
       const auto* samples = reinterpret_cast<const float*>(frame->data[0]);
       waiting.insert(waiting.end(), samples,
                      samples + static_cast<size_t>(frame->nb_samples) * channels);
-      av_frame_unref(frame.get());
     }
   }
 };

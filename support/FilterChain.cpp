@@ -76,7 +76,10 @@ std::unique_ptr<FilterChain> FilterChain::make(const std::vector<Filter>& filter
 
 bool FilterChain::push(const AVFrame* frame) { return calls().writeFrame(source_, frame) >= 0; }
 
-bool FilterChain::pull(AVFrame& frame) { return calls().getFrame(sink_, &frame) >= 0; }
+bool FilterChain::pull(AVFrame& frame) {
+  av_frame_unref(&frame);
+  return calls().getFrame(sink_, &frame) >= 0;
+}
 
 AVRational FilterChain::timebase() const { return calls().getTimebase(sink_); }
 

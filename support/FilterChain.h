@@ -32,7 +32,8 @@ class FilterChain {
   /// refused.
   bool push(const AVFrame* frame);
 
-  /// Moves the next finished frame into `frame`; false where there is none yet.
+  /// Moves the next finished frame into `frame`, which lets go of what it held; false where there
+  /// is none yet.
   bool pull(AVFrame& frame);
 
   /// Of the times of finished frames.
