@@ -182,6 +182,11 @@ int joinFiles(const JoinSettings& asked) {
     if (const int channels = plan.parts.front().channels(); channels > kStereo)
       say(settings, fmt::format("{} channels of sound become {}", channels, kStereo));
     for (JoinPart& part : plan.parts) {
+      part.release();
+      if (part.source->isOpen())
+        throw Failure{kFailed, fmt::format("'{}' can be read only once, and encoding reads it "
+                                           "several times: store it in a file first",
+                                           part.input.path)};
       if (!part.subtitles.empty())
         say(settings, fmt::format("left out of '{}': {}", part.input.path, part.subtitleTracks()));
       part.subtitles.clear();

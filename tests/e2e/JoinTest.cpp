@@ -212,6 +212,24 @@ TEST_F(JoinTest, ManyInputsMayBeOpenAtOnce) {
   EXPECT_EQ(sampleCount(output), 60 * 800);
 }
 
+TEST_F(JoinTest, APipeIsCopiedOrRefused) {
+  const auto clip = fixture("av25.ts");
+  const auto output = folder_ / "out.mkv";
+  const Arguments command{kestrelBinary(), "join", "/dev/stdin",
+                          clip.string(),   "-o",   output.string()};
+  const auto piped = [&](const Arguments& options) {
+    return run(
+        joined(joined({"sh", "-c", "cat \"$0\" | \"$@\"", clip.string()}, command), options));
+  };
+  const RunResult encoded = piped({"--reencode", "always"});
+  EXPECT_EQ(encoded.status, 1);
+  EXPECT_THAT(encoded.err, HasSubstr("can be read only once"));
+  EXPECT_FALSE(fs::exists(output));
+  const RunResult copied = piped({});
+  ASSERT_EQ(copied.status, 0) << copied.err;
+  EXPECT_EQ(packetHashes(output, "v").size(), 2 * packetHashes(clip, "v").size());
+}
+
 // One packet may be all of a file.
 TEST_F(JoinTest, AFileOfOneLongPacketHasNotEndedEarly) {
   const auto sound = folder_ / "sound.wav";
