@@ -119,7 +119,9 @@ void JoinedFile::write(const TrackList& tracks) {
   std::optional<OpenInput> current;
   for (const TrackList& input : inputs) {
     isLast_ = ++count_ == inputs.size();
-    OpenInput next(*input.front()->source(), interrupt_);
+    const auto source = input.front()->source();
+    if (!source) return static_cast<void>(fail("a track has no input"));
+    OpenInput next(*source, interrupt_);
     if (!prepare(input) || (count_ == 1 && !begin(input)) || !settleOffsets(input)) return;
     current.emplace(std::move(next));  // the one before may go
     if (!copyInput(input)) return;

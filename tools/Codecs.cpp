@@ -22,6 +22,12 @@ using namespace kestrel;
 
 namespace {
 
+/// Whether a muxer says that it takes a codec, be it by a list of tags alone.
+bool isTold(const AVOutputFormat& format, AVCodecID codec) {
+  return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
+         (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
+}
+
 /// Whether a container has a place for a codec, one that players will find it in.
 bool holds(const AVOutputFormat& format, AVCodecID codec) {
   // The muxer takes anything, but writes what is none of these as data without a name.
@@ -119,9 +125,7 @@ bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::st
   const std::string_view name = format.name;
   if (name == "avi") return false;
   // A codec that a muxer does not know of might keep it from writing at all.
-  if (name != "mpegts")
-    return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
-           (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
+  if (name != "mpegts") return isTold(format, codec);
   // The muxer has names for these alone; one of them in its form for discs.
   const bool isForDiscs = lowerCased(path).ends_with(".m2ts");
   return codec == AV_CODEC_ID_DVB_SUBTITLE || codec == AV_CODEC_ID_DVB_TELETEXT ||
@@ -139,9 +143,8 @@ int onlySampleRate(const AVOutputFormat& format) {
 }
 
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec) {
-  const bool isTold = avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
-                      (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
-  return holds(format, codec) && (isTold || std::string_view(format.name) == "mpegts");
+  return holds(format, codec) &&
+         (isTold(format, codec) || std::string_view(format.name) == "mpegts");
 }
 
 void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {

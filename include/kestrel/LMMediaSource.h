@@ -85,8 +85,8 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// source stays unopened and `lastError` tells why. Probing holds the process's codec lock.
   virtual void open();
 
-  /// Closes the demuxer; all that belongs to it is gone. `open` opens it again, a source by path from
-  /// its beginning. A subclass whose I/O the demuxer reads through calls it before that goes.
+  /// Closes the demuxer; all that belongs to it is gone. `open` opens it again, a source by path
+  /// from its beginning. A subclass whose I/O the demuxer reads through calls it before that goes.
   void close();
 
   /// Has the demuxer fill in when pictures are shown where its container, which usually tells,

@@ -46,7 +46,8 @@ class KESTREL_API LMMovieComposition {
   /// source are one input; its first track continues the first one of the input before it, and so
   /// on, and all inputs need as many tracks as the first has. Whether the streams fit together is
   /// for the caller to make sure (`streamDifferences`). A source is opened when its turn comes and
-  /// closed afterwards, unless it was open before; its demuxer passes over streams that take no part.
+  /// closed afterwards, unless it was open before; its demuxer passes over streams that take no
+  /// part.
   ///
   /// An input follows right behind the one before, or where the position of its first track says
   /// (`kBehind`: right behind, for the first input 0). A position that is less than a picture away

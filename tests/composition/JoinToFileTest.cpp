@@ -148,6 +148,16 @@ TEST_F(JoinToFileTest, InputsAreOpenWhileTheirTurnIs) {
   EXPECT_NEAR(tracks[0]->reached(), 2, 0.1);
 }
 
+TEST_F(JoinToFileTest, TracksWithoutAnInputDoNotJoin) {
+  const auto track = std::make_shared<LMMovieCompositionTrack>();
+  composition_.setTracks({track});
+  composition_.joinToFile(output_.string());
+  EXPECT_EQ(composition_.lastError().code, LMMovieComposition::kDoesNotJoin);
+  track->setPath((folder_ / "absent.mkv").string());
+  composition_.joinToFile(output_.string());
+  EXPECT_EQ(composition_.lastError().code, LMMovieComposition::kDoesNotJoin);
+}
+
 TEST_F(JoinToFileTest, SubtitlesAloneDoNotJoin) {
   const auto first = clip("first", "1\n00:00:00,500 --> 00:00:01,000\na\n\n");
   join({first, first}, {1});
