@@ -1,3 +1,4 @@
+#include <kestrel/AtomicFile.h>
 #include <kestrel/CodingBase.h>
 #include <kestrel/KeyedArchiver.h>
 #include <kestrel/KeyedUnarchiver.h>
@@ -8,7 +9,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/process/AtomicFile.h"
 
 namespace kestrel {
 

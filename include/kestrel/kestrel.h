@@ -3,6 +3,7 @@
 // Every public header of the engine.
 
 #include <kestrel/ArrayFilter.h>
+#include <kestrel/AtomicFile.h>
 #include <kestrel/AttributedString.h>
 #include <kestrel/AudioDevice.h>
 #include <kestrel/AudioGraph.h>

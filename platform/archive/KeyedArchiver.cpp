@@ -1,3 +1,4 @@
+#include <kestrel/AtomicFile.h>
 #include <kestrel/KeyedArchiver.h>
 
 #include <fmt/format.h>
@@ -5,7 +6,6 @@
 #include <optional>
 
 #include "platform/archive/CodingClasses.h"
-#include "platform/process/AtomicFile.h"
 
 namespace kestrel {
 

@@ -1,3 +1,4 @@
+#include <kestrel/AtomicFile.h>
 #include <kestrel/PropertyList.h>
 
 #include <cerrno>
@@ -6,7 +7,6 @@
 #include <system_error>
 
 #include "platform/archive/BinaryPropertyList.h"
-#include "platform/process/AtomicFile.h"
 
 namespace kestrel {
 
