@@ -77,18 +77,30 @@ int CopiedStream::push(PacketPtr packet) {
     deliver(std::move(packet));
     return 0;
   }
-  const int result = av_bsf_send_packet(filter_.get(), packet.get());
-  return result < 0 ? result : receive();
+  const int result = send(packet.get());
+  if (result >= 0 || result == AVERROR(ENOMEM)) return std::min(result, 0);
+  ++refused_;
+  refusal_ = result;
+  return 0;
 }
 
-void CopiedStream::finish() {
-  if (filter_) {
-    av_bsf_send_packet(filter_.get(), nullptr);
-    receive();
+int CopiedStream::finish() {
+  if (filter_) send(nullptr);
+  if (times_) {
+    times_->finish();
+    while (PacketPtr packet = times_->pop()) ready_.push_back(std::move(packet));
   }
-  if (!times_) return;
-  times_->finish();
-  while (PacketPtr packet = times_->pop()) ready_.push_back(std::move(packet));
+  return hasDelivered_ ? 0 : refusal_;
+}
+
+/// Gives the filter a packet, or the end, and takes what comes out of it.
+int CopiedStream::send(AVPacket* packet) {
+  int result = av_bsf_send_packet(filter_.get(), packet);
+  if (result == AVERROR(EAGAIN)) {  // it still holds the damaged packet before
+    av_bsf_flush(filter_.get());
+    result = av_bsf_send_packet(filter_.get(), packet);
+  }
+  return result < 0 ? result : receive();
 }
 
 PacketPtr CopiedStream::pop() {
@@ -109,6 +121,7 @@ int CopiedStream::receive() {
 }
 
 void CopiedStream::deliver(PacketPtr packet) {
+  hasDelivered_ = true;
   if (!times_) {
     ready_.push_back(std::move(packet));
     return;

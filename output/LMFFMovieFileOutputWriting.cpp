@@ -357,6 +357,12 @@ int64_t LMFFMovieFileOutput::video_output_time() const {
   return state_->microseconds(state_->videoTime, state_->videoStream);
 }
 
+int64_t LMFFMovieFileOutput::refusedPackets() const {
+  int64_t count = state_->refusedPackets;
+  for (const auto& copy : state_->copies) count += copy->refused();
+  return count;
+}
+
 // The end.
 
 void LMFFMovieFileOutput::stopOutput() {
@@ -365,12 +371,13 @@ void LMFFMovieFileOutput::stopOutput() {
     state.drain(state.audioStream);
     state.drain(state.videoStream);
     for (const auto& copy : state.copies) {
-      copy->finish();
+      state.errors.succeeded(copy->finish());
       state.muxReady(*copy);
     }
     if (takesLateChapters(*state.muxer.context()->oformat)) state.addChapters();
     state.muxer.complete();
   }
+  state.refusedPackets = refusedPackets();
   state.encoders.clear();
   state.copies.clear();
   state.muxer.close();

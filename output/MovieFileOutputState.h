@@ -78,6 +78,7 @@ struct LMFFMovieFileOutput::State {
   int64_t audioTime = 0;
   int64_t videoTime = 0;
   bool videoStarted = false;   // a copied video packet has been written
+  int64_t refusedPackets = 0;  // by copied streams that are gone
   bool audioFinished = false;  // the last frame of sound has been encoded
   FramePtr sound;              // what the audio encoder is fed with
   PacketPtr encoded = makePacket();

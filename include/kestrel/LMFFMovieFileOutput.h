@@ -203,7 +203,8 @@ class KESTREL_API LMFFMovieFileOutput {
   /// audio or video stream becomes the one to write. Null does nothing.
   ///
   /// Packets are rewritten where the container wants the same bits in another form (H.264 and HEVC
-  /// with start codes, MPEG-4 without packed B-frames); none is lost by that.
+  /// with start codes, MPEG-4 without packed B-frames). Only one whose damage leaves no way to
+  /// rewrite it is lost by that, and counted by `refusedPackets`.
   void copyOutputStream(const AVStream* stream);
   void copyVideoMedia(const std::shared_ptr<LMFFMedia>& media);  ///< its `videoStream`
   void copyAudioMedia(const std::shared_ptr<LMFFMedia>& media);  ///< its `audioStream`
@@ -276,6 +277,10 @@ class KESTREL_API LMFFMovieFileOutput {
   /// presentation time get one, derived from the order of decoding, on their way into containers
   /// that need it.
   void writeRawPacket(const std::shared_ptr<LMFFImage>& packet, AVStream* stream);
+
+  /// How many packets of copied streams were too damaged to be rewritten for the container, and are
+  /// not in the file. Where that befell all of a stream, `lastError` says so at `stopOutput`.
+  int64_t refusedPackets() const;
 
   // The way into the file.
 

@@ -496,5 +496,42 @@ TEST(LMFFMovieFileOutputCopy, VideoIsCopiedBesideSoundThatIsEncoded) {
   EXPECT_NEAR(number(streamOf(dir / "a.mp4", "a")["duration"]), 2, 0.001);
 }
 
+/// Copies a clip's pictures into a transport stream, those for which `isDamaged` answers true with
+/// a first unit that claims to be longer than its packet.
+template <typename Test>
+void copyDamaged(LMFFMovieFileOutput& output, const std::filesystem::path& to, Test isDamaged) {
+  test::PacketReader reader(fixture("video-only.mp4"));
+  output.setPath(to.string());
+  output.copyOutputStream(reader.video());
+  ASSERT_TRUE(output.startOutput()) << output.lastError().message;
+  for (int i = 0; const auto item = reader.next(); ++i) {
+    if (isDamaged(i)) {
+      ASSERT_GE(av_packet_make_writable(item->getPacket()), 0);
+      item->getPacket()->data[0] = 0x7F;
+    }
+    output.writeVideoPacket(item);
+  }
+  output.stopOutput();
+}
+
+TEST(LMFFMovieFileOutputCopy, PacketThatCannotBeRewrittenIsLostAlone) {
+  const TempDir dir;
+  LMFFMovieFileOutput output;
+  copyDamaged(output, dir / "a.ts", [](int i) { return i == 7 || i == 20; });
+  EXPECT_FALSE(output.lastError()) << output.lastError().message;
+  EXPECT_EQ(output.refusedPackets(), 2);
+  EXPECT_EQ(packetsOf(dir / "a.ts", "v").size(),
+            packetsOf(fixture("video-only.mp4"), "v").size() - 2);
+}
+
+TEST(LMFFMovieFileOutputCopy, StreamOfWhichNothingCanBeRewrittenIsAFailure) {
+  const TempDir dir;
+  LMFFMovieFileOutput output;
+  copyDamaged(output, dir / "a.ts", [](int) { return true; });
+  EXPECT_TRUE(output.lastError());
+  EXPECT_EQ(output.refusedPackets(),
+            static_cast<int64_t>(packetsOf(fixture("video-only.mp4"), "v").size()));
+}
+
 }  // namespace
 }  // namespace kestrel
