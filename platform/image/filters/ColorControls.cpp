@@ -1,7 +1,7 @@
 #include "platform/image/filters/ColorControls.h"
 
-#include "platform/image/ImageNode.h"
 #include "platform/image/filters/BuiltinFilter.h"
+#include "platform/image/recipe/ImageNode.h"
 
 namespace kestrel {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/image/ImageNode.h"
 #include "platform/image/filters/BuiltinFilter.h"
+#include "platform/image/recipe/ImageNode.h"
 
 namespace kestrel {
 

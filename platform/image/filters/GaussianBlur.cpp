@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/image/Blur.h"
+#include "platform/image/filters/Blur.h"
 #include "platform/image/filters/BuiltinFilter.h"
 
 namespace kestrel {

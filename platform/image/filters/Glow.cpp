@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "platform/image/Blur.h"
-#include "platform/image/FilterKernels.h"
+#include "platform/image/filters/Blur.h"
+#include "platform/image/kernels/FilterKernels.h"
 
 namespace kestrel {
 

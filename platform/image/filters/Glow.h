@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/image/ImageNode.h"
+#include "platform/image/recipe/ImageNode.h"
 
 namespace kestrel {
 

@@ -5,10 +5,10 @@
 #include <numbers>
 #include <span>
 
-#include "platform/image/FilterKernels.h"
-#include "platform/image/Planner.h"
 #include "platform/image/filters/BuiltinFilter.h"
 #include "platform/image/filters/FilterNumbers.h"
+#include "platform/image/kernels/FilterKernels.h"
+#include "platform/image/plan/Planner.h"
 
 namespace kestrel {
 

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "platform/image/ImageNode.h"
 #include "platform/image/filters/BuiltinFilter.h"
+#include "platform/image/recipe/ImageNode.h"
 
 namespace kestrel {
 

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/image/FilterKernels.h"
-#include "platform/image/Planner.h"
 #include "platform/image/filters/BuiltinFilter.h"
 #include "platform/image/filters/FilterNumbers.h"
 #include "platform/image/filters/PlaceLayer.h"
+#include "platform/image/kernels/FilterKernels.h"
+#include "platform/image/plan/Planner.h"
 
 namespace kestrel {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/image/Layer.h"
+#include "platform/image/layers/Layer.h"
 
 namespace kestrel {
 

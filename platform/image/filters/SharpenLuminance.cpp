@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <span>
 
-#include "platform/image/Blur.h"
-#include "platform/image/FilterKernels.h"
+#include "platform/image/filters/Blur.h"
 #include "platform/image/filters/BuiltinFilter.h"
+#include "platform/image/kernels/FilterKernels.h"
 
 namespace kestrel {
 

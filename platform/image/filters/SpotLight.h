@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/image/ImageNode.h"
+#include "platform/image/recipe/ImageNode.h"
 
 namespace kestrel {
 

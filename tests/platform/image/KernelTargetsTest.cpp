@@ -6,7 +6,7 @@
 
 #include <cstdlib>
 
-#include "platform/image/KernelTargets.h"
+#include "platform/image/kernels/KernelTargets.h"
 // After the choice of targets.
 #include <hwy/highway.h>
 

@@ -1,13 +1,13 @@
 // What a recipe becomes before a pixel is touched.
 
-#include "platform/image/Planner.h"
+#include "platform/image/plan/Planner.h"
 
 #include <gtest/gtest.h>
 #include <kestrel/FilterRegistry.h>
 
 #include <numbers>
 
-#include "platform/image/CompositeLayers.h"
+#include "platform/image/layers/CompositeLayers.h"
 #include "tests/platform/image/TestPictures.h"
 
 namespace kestrel {

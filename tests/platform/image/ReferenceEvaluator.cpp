@@ -10,13 +10,13 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "platform/image/ImageNode.h"
 #include "platform/image/filters/GaussianBlur.h"
 #include "platform/image/filters/Glow.h"
 #include "platform/image/filters/HexagonalPixellate.h"
 #include "platform/image/filters/LineScreen.h"
 #include "platform/image/filters/SharpenLuminance.h"
 #include "platform/image/filters/SpotLight.h"
+#include "platform/image/recipe/ImageNode.h"
 
 namespace kestrel::test {
 

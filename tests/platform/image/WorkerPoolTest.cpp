@@ -1,4 +1,4 @@
-#include "platform/image/WorkerPool.h"
+#include "platform/image/plan/WorkerPool.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <set>
 #include <thread>
 
-#include "platform/image/Arena.h"
-#include "platform/image/Layer.h"
+#include "platform/image/layers/Arena.h"
+#include "platform/image/layers/Layer.h"
 
 namespace kestrel {
 namespace {

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <kestrel/YUVPicture.h>
+
+#include <cstdint>
+
+#include "platform/image/layers/Arena.h"
+#include "platform/image/layers/Layer.h"
+
+namespace kestrel {
+
+/// The pass that writes the pixels of `picture` to `pixels`, the top row first, as R, G, B, A not
+/// multiplied by alpha. A null layer is all transparent.
+const Pass* makeRgbaPass(Arena& arena, const Layer* layer, const IntRect& picture, uint8_t* pixels,
+                         ptrdiff_t bytesPerRow);
+
+/// True when `target` has its planes and a format that `makePlanesPass` writes.
+bool isWritable(const YUVTarget& target);
+
+/// The pass that writes the pixels of `picture`, over black, to planes.
+const Pass* makePlanesPass(Arena& arena, const Layer* layer, const IntRect& picture,
+                           const YUVTarget& target);
+
+}  // namespace kestrel

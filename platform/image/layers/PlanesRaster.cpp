@@ -1,0 +1,241 @@
+#include "platform/image/layers/PlanesRaster.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "platform/image/kernels/Kernels.h"
+#include "platform/image/values/ColorMatrix.h"
+
+namespace kestrel {
+
+namespace {
+
+/// Half of 2^bits, at the scale of 8 bits.
+constexpr int16_t kNeutralChroma = 128 << 7;
+
+int chromaSize(int luma, int shift) { return (luma + (1 << shift) - 1) >> shift; }
+
+bool isJoinedAtOnce(const YUVPicture& picture) {
+  const auto isPlain = [&](size_t plane) {
+    return picture.planes[plane].data && picture.planes[plane].sampleStride == 1;
+  };
+  return picture.format.bitDepth == 8 && picture.format.chromaShiftX <= 1 && isPlain(0) &&
+         isPlain(1) && isPlain(2);
+}
+
+}  // namespace
+
+/// Rows of a plane from `first` on, counted downwards from the top one, and their weights.
+struct PlanesRaster::Rows {
+  int first;
+  std::span<const int16_t> weights;
+};
+
+PlanesRaster::PlanesRaster(const YUVPicture& picture)
+    : Raster({0, 0, picture.format.width, picture.format.height}, !picture.planes[3].data),
+      picture_(picture),
+      isJoined_(isJoinedAtOnce(picture)),
+      chromaWidth_(chromaSize(picture.format.width, picture.format.chromaShiftX)),
+      chromaHeight_(chromaSize(picture.format.height, picture.format.chromaShiftY)) {}
+
+void PlanesRaster::blendRows(Worker& worker, int y, const int16_t* weights, int count, int x0,
+                             int x1, int16_t* out) const {
+  if (!isOpaque() && count > 1) return blendWithAlpha(worker, y, weights, count, x0, x1, out);
+  const ArenaScope scope(worker.memory);
+  const int top = bounds().y1 - y - count;
+  if (count == 1 && isJoined_) {
+    joinRow(worker, top, x0, x1, out);
+  } else {
+    const auto downwards = worker.memory.array<int16_t>(static_cast<size_t>(count));
+    std::reverse_copy(weights, weights + count, downwards.begin());
+    blendColors(worker, {top, downwards}, x0, x1, out);
+  }
+  if (isOpaque()) return;
+  const auto pixels = static_cast<size_t>(x1 - x0);
+  int16_t* const alpha = worker.memory.array<int16_t>(pixels).data();
+  widenRow(3, top, x0, x1, alpha);
+  // Alpha is of full range, whose largest sample is less than the scale's 255 above 8 bits.
+  const int bits = picture_.format.bitDepth;
+  const int most = bits > 8 ? ((1 << bits) - 1) << 15 >> bits : kernels::kOne;
+  for (size_t i = 0; i < pixels; ++i, out += 4) {
+    const int a = alpha[i] * kernels::kOne / most;
+    for (int c = 0; c < 3; ++c)
+      out[c] = static_cast<int16_t>((out[c] * a + kernels::kOne / 2) / kernels::kOne);
+    out[3] = static_cast<int16_t>(a);
+  }
+}
+
+void PlanesRaster::joinRow(Worker& worker, int row, int x0, int x1, int16_t* out) const {
+  // The chroma rows around it, and in how many eighths of the way to the second one it lies.
+  const YUVFormat& format = picture_.format;
+  const int eighths = ((2 * row + 1) << 2 >> format.chromaShiftY) - 4;
+  const auto limited = [this](int at) { return std::clamp(at, 0, chromaHeight_ - 1); };
+  const int rows[2] = {limited(eighths >> 3), limited((eighths >> 3) + 1)};
+  // One chroma sample beyond the last, for the interpolation.
+  const int left = x0 >> format.chromaShiftX;
+  const int right = ((x1 - 1) >> format.chromaShiftX) + 1 + format.chromaShiftX;
+  const auto samplesOf = [&](size_t plane, int at) {
+    const auto& source = picture_.planes[plane];
+    const uint8_t* const samples = source.data + at * source.bytesPerRow + left;
+    if (right <= chromaWidth_) return samples;
+    uint8_t* const copy = worker.memory.array<uint8_t>(static_cast<size_t>(right - left)).data();
+    std::memcpy(copy, samples, static_cast<size_t>(chromaWidth_ - left));
+    copy[chromaWidth_ - left] = samples[chromaWidth_ - left - 1];
+    return static_cast<const uint8_t*>(copy);
+  };
+  const kernels::ChromaRows chroma{{samplesOf(1, rows[0]), samplesOf(1, rows[1])},
+                                   {samplesOf(2, rows[0]), samplesOf(2, rows[1])},
+                                   eighths & 7};
+  const auto& luma = picture_.planes[0];
+  const uint8_t* const samples = luma.data + row * luma.bytesPerRow + x0;
+  if (row >= kRowsAhead) {
+    const uint8_t* const ahead = samples - kRowsAhead * luma.bytesPerRow;
+    fetch(ahead, ahead + (x1 - x0));
+    for (const size_t plane : {1, 2}) {
+      const auto& source = picture_.planes[plane];
+      const uint8_t* const next =
+          source.data + ((row - kRowsAhead) >> format.chromaShiftY) * source.bytesPerRow + left;
+      fetch(next, next + (right - left));
+    }
+  }
+  kernels::joinPlanes8(samples, chroma, x0 - (left << format.chromaShiftX), format.chromaShiftX,
+                       static_cast<size_t>(x1 - x0), out);
+}
+
+void PlanesRaster::blendColors(Worker& worker, const Rows& luma, int x0, int x1,
+                               int16_t* out) const {
+  const auto pixels = static_cast<size_t>(x1 - x0);
+  int16_t* const row = worker.memory.array<int16_t>(pixels).data();
+  blendPlane(worker, 0, luma, x0, x1, row);
+
+  // One chroma sample beyond the last, for the interpolation.
+  const int shift = picture_.format.chromaShiftX;
+  const int left = x0 >> shift;
+  const int right = ((x1 - 1) >> shift) + 2;
+  const bool isGrey = !picture_.planes[1].data || !picture_.planes[2].data;
+  const Rows chroma = isGrey ? Rows{0, {}} : chromaRows(worker, luma);
+  int16_t* components[2];
+  for (int c = 0; c < 2; ++c) {
+    const auto samples = worker.memory.array<int16_t>(static_cast<size_t>(right - left));
+    components[c] = samples.data();
+    if (isGrey)
+      std::fill(samples.begin(), samples.end(), kNeutralChroma);
+    else
+      blendChroma(worker, c + 1, chroma, left, right, samples.data());
+  }
+  kernels::joinPlanes(row, components[0], components[1], x0 - (left << shift), shift, pixels, out);
+}
+
+void PlanesRaster::blendWithAlpha(Worker& worker, int y, const int16_t* weights, int count, int x0,
+                                  int x1, int16_t* out) const {
+  const ArenaScope scope(worker.memory);
+  const size_t values = 4 * static_cast<size_t>(x1 - x0);
+  const auto rows = worker.memory.array<const int16_t*>(static_cast<size_t>(count));
+  constexpr int16_t kWhole[1] = {kernels::kWeightOne - 1};
+  for (int i = 0; i < count; ++i) {
+    int16_t* const row = worker.memory.array<int16_t>(values).data();
+    blendRows(worker, y + i, kWhole, 1, x0, x1, row);
+    rows[static_cast<size_t>(i)] = row;
+  }
+  kernels::blend16(rows.data(), weights, count, values, out);
+}
+
+PlanesRaster::Rows PlanesRaster::chromaRows(Worker& worker, const Rows& luma) const {
+  const int shift = picture_.format.chromaShiftY;
+  if (shift == 0) return luma;
+  const int scale = 1 << shift;
+  const auto at = [&](int row) { return (row + 0.5) / scale - 0.5; };
+  const auto limited = [&](double row) {
+    return std::clamp(static_cast<int>(std::floor(row)), 0, chromaHeight_ - 1);
+  };
+  const int count = static_cast<int>(luma.weights.size());
+  const int first = limited(at(luma.first));
+  const int last = limited(at(luma.first + count - 1) + 1);
+  const auto shares = worker.memory.array<float>(static_cast<size_t>(last - first + 1));
+  std::fill(shares.begin(), shares.end(), 0.0f);
+  for (int i = 0; i < count; ++i) {
+    const double position = at(luma.first + i);
+    const auto part = static_cast<float>(position - std::floor(position));
+    const auto weight =
+        count == 1 ? float{kernels::kWeightOne} : static_cast<float>(luma.weights[i]);
+    shares[static_cast<size_t>(limited(position) - first)] += weight * (1 - part);
+    shares[static_cast<size_t>(limited(position + 1) - first)] += weight * part;
+  }
+  const auto weights = worker.memory.array<int16_t>(shares.size());
+  for (size_t i = 0; i < shares.size(); ++i) {
+    weights[i] =
+        static_cast<int16_t>(std::min<long>(std::lround(shares[i]), kernels::kWeightOne - 1));
+  }
+  return {first, weights};
+}
+
+void PlanesRaster::blendChroma(Worker& worker, int plane, const Rows& rows, int x0, int x1,
+                               int16_t* out) const {
+  const int end = std::min(x1, chromaWidth_);
+  blendPlane(worker, plane, rows, x0, end, out);
+  for (int x = end; x < x1; ++x) out[x - x0] = out[end - 1 - x0];
+}
+
+void PlanesRaster::blendPlane(Worker& worker, int plane, const Rows& rows, int x0, int x1,
+                              int16_t* out) const {
+  const auto& source = picture_.planes[static_cast<size_t>(plane)];
+  const auto count = rows.weights.size();
+  const auto values = static_cast<size_t>(x1 - x0);
+  const ArenaScope scope(worker.memory);
+  if (picture_.format.bitDepth == 8 && source.sampleStride == 1) {
+    const auto bytes = worker.memory.array<const uint8_t*>(count);
+    for (size_t i = 0; i < count; ++i)
+      bytes[i] = source.data + (rows.first + static_cast<ptrdiff_t>(i)) * source.bytesPerRow + x0;
+    return kernels::blend8(bytes.data(), rows.weights.data(), static_cast<int>(count), values, out);
+  }
+  const auto wide = worker.memory.array<const int16_t*>(count);
+  for (size_t i = 0; i < count; ++i) {
+    int16_t* const row = worker.memory.array<int16_t>(values).data();
+    widenRow(plane, rows.first + static_cast<int>(i), x0, x1, row);
+    wide[i] = row;
+  }
+  kernels::blend16(wide.data(), rows.weights.data(), static_cast<int>(count), values, out);
+}
+
+void PlanesRaster::widenRow(int plane, int row, int x0, int x1, int16_t* out) const {
+  const auto& source = picture_.planes[static_cast<size_t>(plane)];
+  const uint8_t* const bytes = source.data + row * source.bytesPerRow;
+  const ptrdiff_t stride = source.sampleStride;
+  const int bits = picture_.format.bitDepth;
+  if (bits == 8) {
+    for (int x = x0; x < x1; ++x) out[x - x0] = static_cast<int16_t>(bytes[x * stride] << 7);
+    return;
+  }
+  const int most = (1 << bits) - 1;
+  const int shift = picture_.format.bitShift;
+  for (int x = x0; x < x1; ++x) {
+    uint16_t sample;
+    std::memcpy(&sample, bytes + 2 * (x * stride), sizeof(sample));
+    out[x - x0] = static_cast<int16_t>(std::min(sample >> shift, most) << 15 >> bits);
+  }
+}
+
+ColorMatrix matrixOfPlanes(const YUVFormat& format) {
+  // What a raster holds for a sample, as a share of 1: the scale of 8 bits over 255.
+  const double step = 1.0 / 255;
+  const double levels = std::ldexp(1.0, format.bitDepth - 8);
+  const double fullScale = 255 * levels / (255 * levels + levels - 1);
+  const double black = format.fullRange ? 0 : 16 * step;
+  const double lumaScale = format.fullRange ? fullScale : 255.0 / 219;
+  const double chromaScale = format.fullRange ? fullScale : 255.0 / 224;
+  const double neutral = 128 * step;
+  const double kg = 1 - format.kr - format.kb;
+  const double redOfCr = 2 * (1 - format.kr) * chromaScale;
+  const double blueOfCb = 2 * (1 - format.kb) * chromaScale;
+  const double greenOfCr = -redOfCr * format.kr / kg;
+  const double greenOfCb = -blueOfCb * format.kb / kg;
+  ColorMatrix matrix;
+  matrix.m = {{{lumaScale, 0, redOfCr, 0},
+               {lumaScale, greenOfCb, greenOfCr, 0},
+               {lumaScale, blueOfCb, 0, 0}}};
+  for (auto& row : matrix.m) row[3] = -row[0] * black - (row[1] + row[2]) * neutral;
+  return matrix;
+}
+
+}  // namespace kestrel
