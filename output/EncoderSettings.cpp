@@ -12,6 +12,9 @@ namespace {
 
 constexpr int kPicturesPerGroup = 12;
 
+/// The finest ticks, per second, that MPEG-4's 16 bits hold.
+constexpr int kMostMpeg4Ticks = 65535;
+
 // What a DVD player takes.
 constexpr int kDvdPacketSize = 2048;             // bytes
 constexpr int kDvdRateBuffer = 1835008;          // bits
@@ -31,6 +34,16 @@ void setColor(const LMFFVideoColor& color, AVCodecContext& encoder) {
   encoder.color_trc = static_cast<AVColorTransferCharacteristic>(color.transfer);
   encoder.colorspace = static_cast<AVColorSpace>(color.matrix);
   encoder.color_range = static_cast<AVColorRange>(color.range);
+}
+
+/// Sets the time base and the rate, as near to a picture's duration as the codec can tell it.
+void setRate(AVRational duration, AVCodecContext& encoder) {
+  if (encoder.codec_id == AV_CODEC_ID_MPEG4 && duration.den > kMostMpeg4Ticks) {
+    av_reduce(&duration.num, &duration.den, duration.num, duration.den, kMostMpeg4Ticks);
+    if (duration.num == 0) duration = {1, kMostMpeg4Ticks};
+  }
+  encoder.time_base = duration;
+  encoder.framerate = av_inv_q(duration);
 }
 
 void setQuality(AVCodecContext& encoder) {
@@ -62,8 +75,7 @@ void configurePicture(const LMFFMovieFileOutputFormat& format, const LMFFVideoCo
   encoder.width = format.width;
   encoder.height = format.height;
   encoder.pix_fmt = firstPixelFormat(encoder.codec);
-  encoder.time_base = {format.frameTime, format.framerate};
-  encoder.framerate = {format.framerate, format.frameTime};
+  setRate({format.frameTime, format.framerate}, encoder);
   setAspect(format, stream, encoder);
   setColor(color, encoder);
   encoder.gop_size = kPicturesPerGroup;

@@ -1,5 +1,6 @@
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovie.h>
 #include <kestrel/LMFFMovieFileOutput.h>
 
 #include <string_view>
@@ -25,7 +26,9 @@ Error noEncoder(AVCodecID codec, const AVOutputFormat& muxer) {
 
 }  // namespace
 
-LMFFMovieFileOutput::LMFFMovieFileOutput() : state_(std::make_unique<State>()) {}
+LMFFMovieFileOutput::LMFFMovieFileOutput() : state_(std::make_unique<State>()) {
+  LMFFMovie::initialize();
+}
 
 LMFFMovieFileOutput::~LMFFMovieFileOutput() = default;
 

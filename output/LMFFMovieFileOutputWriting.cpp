@@ -303,6 +303,10 @@ bool LMFFMovieFileOutput::State::writeNextPacket(StreamEncoder& encoder) {
 
 bool LMFFMovieFileOutput::State::encode(StreamEncoder& encoder, AVFrame& frame, int64_t duration) {
   const AVCodecContext& context = *encoder.context();
+  if (const Error refusal = encoder.refusal(frame)) {
+    errors.note(refusal);
+    return false;
+  }
   if (context.codec_type == AVMEDIA_TYPE_AUDIO) frame.pts += context.delay;
   const LibraryLog log;
   bool hasWritten = false;

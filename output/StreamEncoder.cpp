@@ -1,13 +1,58 @@
 #include "output/StreamEncoder.h"
 
+#include <fmt/format.h>
+
 #include <mutex>
 
 #include "output/DictionaryEntries.h"
 #include "output/EncoderCompat.h"
 #include "support/CodecLock.h"
+#include "support/FFmpegError.h"
 #include "support/LibraryLog.h"
 
+extern "C" {
+#include <libavutil/pixdesc.h>
+#include <libavutil/samplefmt.h>
+}
+
 namespace kestrel {
+
+namespace {
+
+std::string describedPicture(int width, int height, int format) {
+  const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(format));
+  return fmt::format("{} x {}, {}", width, height, name ? name : "no format");
+}
+
+std::string describedSound(int channels, int rate, int format) {
+  const char* name = av_get_sample_fmt_name(static_cast<AVSampleFormat>(format));
+  return fmt::format("{} channels, {} Hz, {}", channels, rate, name ? name : "no format");
+}
+
+/// What tells whether two pictures, or two pieces of sound, are stored alike.
+std::string described(const AVFrame& frame, AVMediaType type) {
+  return type == AVMEDIA_TYPE_VIDEO
+             ? describedPicture(frame.width, frame.height, frame.format)
+             : describedSound(frame.ch_layout.nb_channels, frame.sample_rate, frame.format);
+}
+
+std::string described(const AVCodecContext& encoder) {
+  return encoder.codec_type == AVMEDIA_TYPE_VIDEO
+             ? describedPicture(encoder.width, encoder.height, encoder.pix_fmt)
+             : describedSound(encoder.ch_layout.nb_channels, encoder.sample_rate,
+                              encoder.sample_fmt);
+}
+
+bool isStoredAlike(const AVFrame& frame, const AVCodecContext& encoder) {
+  if (encoder.codec_type == AVMEDIA_TYPE_VIDEO)
+    return frame.format == encoder.pix_fmt && frame.width == encoder.width &&
+           frame.height == encoder.height;
+  const bool hasRate = frame.sample_rate == 0 || frame.sample_rate == encoder.sample_rate;
+  return frame.format == encoder.sample_fmt && hasRate &&
+         frame.ch_layout.nb_channels == encoder.ch_layout.nb_channels;
+}
+
+}  // namespace
 
 StreamEncoder::StreamEncoder(AVStream* stream, const AVCodec* codec)
     : stream_(stream), context_(avcodec_alloc_context3(codec)) {}
@@ -42,6 +87,14 @@ void StreamEncoder::describeStream() {
     stream_->time_base = context_->time_base;
   }
   stream_->avg_frame_rate = context_->framerate;
+}
+
+Error StreamEncoder::refusal(const AVFrame& frame) const {
+  if (isStoredAlike(frame, *context_)) return {};
+  return engineError(AVERROR(EINVAL),
+                     fmt::format("a frame of another format ({}) than the one that "
+                                 "is encoded ({})",
+                                 described(frame, context_->codec_type), described(*context_)));
 }
 
 int StreamEncoder::send(const AVFrame& frame, int64_t duration) {

@@ -28,6 +28,10 @@ class StreamEncoder {
   /// container. The stream has the parameters that were asked for even where this fails.
   Error open(const std::map<std::string, std::string>& options);
 
+  /// Why the encoder is not to be given a frame: its samples are stored otherwise than the encoder
+  /// reads them. None for one that fits, and for sound that does not tell its rate.
+  Error refusal(const AVFrame& frame) const;
+
   /// Hands over a frame. `duration` (in the encoder's time base; 0: unknown) is how long its packet
   /// lasts where the encoder does not tell. `AVERROR(EAGAIN)` means that the frame was not taken
   /// and packets must be received first.

@@ -40,7 +40,8 @@ class KESTREL_API LMFFMovie {
   using ImageAction = std::function<void(const std::shared_ptr<LMFFImage>&)>;
 
   /// Sets the media libraries up for the process, once however often and from wherever it is
-  /// called: only their fatal messages are printed. Making a movie calls it.
+  /// called: only their fatal messages are printed. Making a movie, a source or a file output
+  /// calls it.
   static void initialize();
 
   LMFFMovie();

@@ -288,7 +288,8 @@ class KESTREL_API LMFFMovieFileOutput {
   /// moved by the encoder's `delay`, in place), and writes every packet that is ready. Null ends
   /// the pictures or the sound and writes the next packet that the encoder still holds: call until
   /// it answers false, as `stopOutput` does. A frame without data writes a packet that is ready and
-  /// gives the encoder nothing. Answers whether a packet was written.
+  /// gives the encoder nothing. One of another size, format, rate or number of channels than the
+  /// encoder's is refused. Answers whether a packet was written.
   bool writeFrame(AVFrame* frame, AVStream* stream);
 
   /// Hands a packet, stamped in the stream's time base, to the muxer as a packet of `stream`. The

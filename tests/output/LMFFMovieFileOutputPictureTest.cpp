@@ -232,6 +232,29 @@ TEST(LMFFMovieFileOutputPicture, FramesMayBeEncodedWithTimesOfTheirOwn) {
   EXPECT_EQ(framesOf(dir / "a.mkv", 25), (std::vector<int>{0, 1, 4}));
 }
 
+TEST(LMFFMovieFileOutputPicture, FrameForTheEncoderIsRefusedInAnotherSizeOrFormat) {
+  const auto frameOf = [](AVPixelFormat format, int width, int height) {
+    FramePtr frame = makeFrame();
+    frame->format = format;
+    frame->width = width;
+    frame->height = height;
+    EXPECT_GE(av_frame_get_buffer(frame.get(), 0), 0);
+    return frame;
+  };
+  const TempDir dir;
+  LMFFMovieFileOutput output;
+  output.setMovieFormat(test::smallFormat(AV_CODEC_ID_MPEG4));
+  test::start(output, dir / "a.mkv", true, false);
+  for (const FramePtr& other :
+       {frameOf(AV_PIX_FMT_YUV420P, 16, 16), frameOf(AV_PIX_FMT_GRAY8, 160, 120)})
+    EXPECT_FALSE(output.writeFrame(other.get(), output.videoStream()));
+  EXPECT_NE(output.lastError().message.find("16 x 16, yuv420p"), std::string::npos)
+      << output.lastError().message;
+  test::writePictures(output, 3);
+  output.stopOutput();
+  EXPECT_EQ(packetsOf(dir / "a.mkv", "v").size(), 3u);
+}
+
 TEST(LMFFMovieFileOutputPicture, FrameOfAnotherSizeAndFormatIsConverted) {
   const TempDir dir;
   PictureOutput output(dir / "a.mkv", AV_CODEC_ID_MPEG4);

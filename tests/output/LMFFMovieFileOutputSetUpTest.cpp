@@ -234,6 +234,49 @@ TEST(LMFFMovieFileOutputSetUp, AspectBecomesThatOfAPixel) {
   EXPECT_EQ(stream["display_aspect_ratio"], "16:9");
 }
 
+TEST(LMFFMovieFileOutputSetUp, RateTooFineForMpeg4IsApproximated) {
+  for (const auto& [framerate, frameTime] :
+       {std::pair{500000, 33369}, std::pair{1000000, 66733}, std::pair{10000000, 333667}}) {
+    const TempDir dir;
+    LMFFMovieFileOutput output;
+    LMFFMovieFileOutputFormat format = smallFormat(AV_CODEC_ID_MPEG4);
+    format.framerate = framerate;
+    format.frameTime = frameTime;
+    output.setMovieFormat(format);
+    test::start(output, dir / "a.avi", true, false);
+    const AVRational base = output.codecContext(output.videoStream())->time_base;
+    EXPECT_LE(base.den, 65535);
+    const double duration = static_cast<double>(frameTime) / framerate;
+    EXPECT_NEAR(av_q2d(base) / duration, 1, 1e-8);
+    test::writePictures(output, 30);
+    output.stopOutput();
+    EXPECT_FALSE(output.lastError()) << output.lastError().message;
+    EXPECT_EQ(test::packetsOf(dir / "a.avi", "v").size(), 30u);
+    EXPECT_NEAR(test::lengthOf(dir / "a.avi"), 30 * duration, 1e-3);
+  }
+}
+
+TEST(LMFFMovieFileOutputSetUp, RateWithoutNeighbourInMpeg4IsTheFinestThere) {
+  LMFFMovieFileOutput output;
+  output.setPath("/tmp/a.mkv");
+  LMFFMovieFileOutputFormat format = smallFormat(AV_CODEC_ID_MPEG4);
+  format.framerate = 1000000;
+  output.setMovieFormat(format);
+  output.openVideo();
+  ASSERT_TRUE(output.isVideoOpen());
+  EXPECT_EQ(fromAV(output.codecContext(output.videoStream())->time_base), (Rational{1, 65535}));
+}
+
+TEST(LMFFMovieFileOutputSetUpDeathTest, OutputAloneKeepsTheLibrariesQuiet) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process in which nothing has been made yet
+  const auto levelOfOutput = [] {
+    av_log_set_level(AV_LOG_INFO);
+    const LMFFMovieFileOutput output;
+    return av_log_get_level();
+  };
+  EXPECT_EXIT(std::exit(levelOfOutput()), testing::ExitedWithCode(AV_LOG_FATAL), "");
+}
+
 TEST(LMFFMovieFileOutputSetUp, DvdHasAGroupOfHalfASecondAtAConstantRate) {
   for (const auto& [framerate, frameTime, group] :
        {std::tuple{25, 1, 15}, std::tuple{30000, 1001, 18}}) {

@@ -333,5 +333,35 @@ TEST(LMFFMovieFileOutputSound, ExperimentalEncoderIsAllowed) {
             FF_COMPLIANCE_EXPERIMENTAL);
 }
 
+TEST(LMFFMovieFileOutputSound, FrameOfAnotherFormatIsRefused) {
+  const auto frameOf = [](AVSampleFormat format, int channels, int rate) {
+    FramePtr frame = makeFrame();
+    frame->format = format;
+    frame->sample_rate = rate;
+    frame->nb_samples = 1024;
+    av_channel_layout_default(&frame->ch_layout, channels);
+    EXPECT_GE(av_frame_get_buffer(frame.get(), 0), 0);
+    av_samples_set_silence(frame->extended_data, 0, 1024, channels, format);
+    return frame;
+  };
+  const TempDir dir;
+  LMFFMovieFileOutput output;
+  LMFFMovieFileOutputFormat format = test::smallFormat(0, AV_CODEC_ID_AAC);
+  format.channel_layout = lm_get_default_channel_layout(2);
+  output.setMovieFormat(format);
+  test::start(output, dir / "a.mkv", false, true);
+  for (const FramePtr& other :
+       {frameOf(AV_SAMPLE_FMT_FLT, 2, 44100), frameOf(AV_SAMPLE_FMT_S16, 2, 44100),
+        frameOf(AV_SAMPLE_FMT_FLTP, 1, 44100), frameOf(AV_SAMPLE_FMT_FLTP, 2, 48000)})
+    EXPECT_FALSE(output.writeFrame(other.get(), output.audioStream()));
+  EXPECT_NE(output.lastError().message.find("2 channels, 44100 Hz, flt"), std::string::npos)
+      << output.lastError().message;
+  const FramePtr own = frameOf(AV_SAMPLE_FMT_FLTP, 2, 44100);
+  own->pts = 0;
+  output.writeFrame(own.get(), output.audioStream());
+  output.stopOutput();
+  EXPECT_FALSE(test::packetsOf(dir / "a.mkv", "a").empty());
+}
+
 }  // namespace
 }  // namespace kestrel
