@@ -4,15 +4,11 @@
 #include <kestrel/LMSubtitleSource.h>
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 #include "media/LMFFMovieState.h"
 #include "support/FFmpegOwners.h"
-
-extern "C" {
-#include <libavutil/log.h>
-}
+#include "support/LibraryLog.h"
 
 namespace kestrel {
 
@@ -41,10 +37,7 @@ bool hasVideoIn(const std::shared_ptr<LMFFMedia>& media) { return media->hasVide
 
 }  // namespace
 
-void LMFFMovie::initialize() {
-  static std::once_flag once;
-  std::call_once(once, [] { av_log_set_level(AV_LOG_FATAL); });
-}
+void LMFFMovie::initialize() { quietLibraries(); }
 
 LMFFMovie::LMFFMovie() : state_(std::make_unique<State>(*this)) {
   initialize();

@@ -104,7 +104,8 @@ void LMFFMovie::updateCurrentMedias(bool force) {
   const int64_t heard = currentTime();
   const int64_t read = state_->readTime();
   MediaList list = medias();
-  std::ranges::stable_partition(list, [](const auto& media) { return media->hasAudio(); });
+  std::stable_partition(list.begin(), list.end(),
+                        [](const auto& media) { return media->hasAudio(); });
   for (const auto& media : list) {
     const bool hasPictures = media->hasVideo();
     const int64_t time = hasPictures || !media->hasAudio() ? heard : read;

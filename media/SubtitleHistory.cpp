@@ -3,7 +3,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <ranges>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -48,9 +47,9 @@ void SubtitleTexts::forgetBefore(int64_t time) {
 
 std::optional<std::string> SubtitleTexts::at(int64_t time) const {
   std::vector<std::string_view> shown;
-  for (const Text& text : std::views::reverse(texts_))
-    if (text.span.contains(time) && std::ranges::find(shown, text.markup) == shown.end())
-      shown.push_back(text.markup);
+  for (auto text = texts_.rbegin(); text != texts_.rend(); ++text)
+    if (text->span.contains(time) && std::ranges::find(shown, text->markup) == shown.end())
+      shown.push_back(text->markup);
   if (shown.empty()) return std::nullopt;
   return fmt::format("{}", fmt::join(shown, "\n"));
 }

@@ -1,6 +1,5 @@
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
-#include <kestrel/LMFFMovie.h>
 #include <kestrel/LMFFMovieFileOutput.h>
 
 #include <string_view>
@@ -11,6 +10,7 @@
 #include "output/EncoderSettings.h"
 #include "output/MovieFileOutputState.h"
 #include "support/FFmpegCompat.h"
+#include "support/LibraryLog.h"
 
 namespace kestrel {
 
@@ -26,9 +26,7 @@ Error noEncoder(AVCodecID codec, const AVOutputFormat& muxer) {
 
 }  // namespace
 
-LMFFMovieFileOutput::LMFFMovieFileOutput() : state_(std::make_unique<State>()) {
-  LMFFMovie::initialize();
-}
+LMFFMovieFileOutput::LMFFMovieFileOutput() : state_(std::make_unique<State>()) { quietLibraries(); }
 
 LMFFMovieFileOutput::~LMFFMovieFileOutput() = default;
 

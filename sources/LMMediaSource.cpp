@@ -1,7 +1,3 @@
-#include <kestrel/LMFFFormat.h>
-#include <kestrel/LMFFMedia.h>
-#include <kestrel/LMFFMediaStream.h>
-#include <kestrel/LMFFMovie.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/Log.h>
 
@@ -16,6 +12,7 @@
 #include "support/CodecLock.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
+#include "support/LibraryLog.h"
 
 namespace kestrel {
 
@@ -44,14 +41,6 @@ std::string url(const LMMediaSource& source, const AVIOContext* io) {
   return !io && looksLikeProtocol && std::filesystem::exists(path, ignored) ? "file:" + path : path;
 }
 
-IndexSet indexesWhere(const LMFFMedia& media, bool (LMFFMediaStream::*isWanted)() const) {
-  IndexSet indexes;
-  const auto streams = media.streams();
-  for (uint32_t i = 0; i < streams.size(); ++i)
-    if (streams[i]->enable() && ((*streams[i]).*isWanted)()) indexes.insert(i);
-  return indexes;
-}
-
 }  // namespace
 
 struct LMMediaSource::State {
@@ -62,7 +51,7 @@ struct LMMediaSource::State {
   std::function<bool()> interrupt;
 };
 
-LMMediaSource::LMMediaSource() : state_(std::make_unique<State>()) { LMFFMovie::initialize(); }
+LMMediaSource::LMMediaSource() : state_(std::make_unique<State>()) { quietLibraries(); }
 
 LMMediaSource::~LMMediaSource() { close(); }
 
@@ -82,37 +71,6 @@ std::shared_ptr<LMMediaSource> LMMediaSource::mediaWithPath(const std::string& p
 }
 
 std::shared_ptr<LMMediaSource> LMMediaSource::copy() const { return mediaWithPath(fullpath()); }
-
-std::vector<std::shared_ptr<LMFFMedia>> LMMediaSource::createMediasWithStreams(
-    const std::optional<IndexSet>& streams) {
-  auto media = std::make_shared<LMFFMedia>();
-  media->setSource(shared_from_this());
-  media->setSelectStreams(streams);
-  media->open();
-
-  const IndexSet videos = indexesWhere(*media, &LMFFMediaStream::isVideo);
-  const IndexSet audios = indexesWhere(*media, &LMFFMediaStream::isAudio);
-  if (videos.empty() && audios.empty()) return {};
-
-  std::vector<std::shared_ptr<LMFFMedia>> medias{media};
-  IndexSet own = videos.empty() ? audios : videos;
-  if (!videos.empty() && !audios.empty()) {
-    auto audioMedia = media->copy();
-    audioMedia->setSelectStreams(audios);
-    if (isSeekable()) audioMedia->open();
-    if (audioMedia->isOpen())
-      medias.push_back(audioMedia);
-    else  // the bytes come once: one reader has to do for both
-      own.insert(audios.begin(), audios.end());
-  }
-  media->setSelectStreams(own);
-  media->updateSelectStreams();
-  return medias;
-}
-
-std::vector<std::shared_ptr<LMFFMedia>> LMMediaSource::createMedias() {
-  return createMediasWithStreams(std::nullopt);
-}
 
 bool LMMediaSource::isDVD() const { return false; }
 

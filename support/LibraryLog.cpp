@@ -16,6 +16,11 @@ thread_local LibraryLog* listener = nullptr;
 
 }  // namespace
 
+void quietLibraries() {
+  static std::once_flag once;
+  std::call_once(once, [] { av_log_set_level(AV_LOG_FATAL); });
+}
+
 struct LibraryLogCallback {
   static void call(void* context, int level, const char* format, va_list arguments) {
     // The bits above the lowest eight choose a colour.

@@ -6,6 +6,10 @@
 
 namespace kestrel {
 
+/// Has the media libraries log nothing but what is fatal to the process. The first call does it; a
+/// host that wants more sets its level afterwards.
+void quietLibraries();
+
 /// Listens, while it lives, to the errors that the media libraries log on this thread: they say why
 /// an encoder or a muxer refuses something, where the code they answer does not.
 ///

@@ -1,74 +1,16 @@
 #pragma once
 
-// Every public header of the engine.
+// Every public header. Start here:
+//
+// A program that converts, joins, plays or looks at movies begins with the first of these and needs
+// a later one only where the first leaves off; each says what it is for, none needs one before it.
+//
+//   engine.h    What the jobs are made of: sources, movies, frames, effects, the file output.
+//   disc.h      Video discs: the volume, its titles, and titles as sources.
+//   image.h     Pictures: lazy images, filters, the renderer, bitmaps, picture files, text.
+//   platform.h  What systems offer: files, processes, archives, queues, sound devices.
 
-#include <kestrel/ArrayFilter.h>
-#include <kestrel/AtomicFile.h>
-#include <kestrel/AttributedString.h>
-#include <kestrel/AudioDevice.h>
-#include <kestrel/AudioGraph.h>
-#include <kestrel/AudioTempo.h>
-#include <kestrel/BitmapContext.h>
-#include <kestrel/BitmapFile.h>
-#include <kestrel/BitmapImage.h>
-#include <kestrel/Bundle.h>
-#include <kestrel/Coding.h>
-#include <kestrel/CodingBase.h>
-#include <kestrel/Color.h>
-#include <kestrel/EffectManager.h>
-#include <kestrel/Error.h>
-#include <kestrel/Export.h>
-#include <kestrel/Filter.h>
-#include <kestrel/FilterRegistry.h>
-#include <kestrel/Font.h>
-#include <kestrel/Geometry.h>
-#include <kestrel/Image.h>
-#include <kestrel/ImageContext.h>
-#include <kestrel/IndexSet.h>
-#include <kestrel/KeyedArchiver.h>
-#include <kestrel/KeyedUnarchiver.h>
-#include <kestrel/LMAudioGraph.h>
-#include <kestrel/LMCustomSource.h>
-#include <kestrel/LMDVD.h>
-#include <kestrel/LMDVDFile.h>
-#include <kestrel/LMDVDIO.h>
-#include <kestrel/LMDVDInternal.h>
-#include <kestrel/LMDVDMedia.h>
-#include <kestrel/LMDVDSource.h>
-#include <kestrel/LMDVDTitle.h>
-#include <kestrel/LMDVDTitleSet.h>
-#include <kestrel/LMDVDTitleSource.h>
-#include <kestrel/LMFFAudioResample.h>
-#include <kestrel/LMFFEffectVideoStream.h>
-#include <kestrel/LMFFFormat.h>
-#include <kestrel/LMFFImage.h>
-#include <kestrel/LMFFImageColorspaceConverter.h>
-#include <kestrel/LMFFMedia.h>
-#include <kestrel/LMFFMediaStream.h>
-#include <kestrel/LMFFMovie.h>
-#include <kestrel/LMFFMovieFileOutput.h>
-#include <kestrel/LMFFMovieImageProvider.h>
-#include <kestrel/LMFFVideoColor.h>
-#include <kestrel/LMFIFODataBuffer.h>
-#include <kestrel/LMMediaSource.h>
-#include <kestrel/LMMovieComposition.h>
-#include <kestrel/LMMovieCompositionTrack.h>
-#include <kestrel/LMOutputAudioGraph.h>
-#include <kestrel/LMSubtitleSource.h>
-#include <kestrel/LMWavSource.h>
-#include <kestrel/LibMedia.h>
-#include <kestrel/Log.h>
-#include <kestrel/MovieAudioTaskExtractWave.h>
-#include <kestrel/MovieHelperTask.h>
-#include <kestrel/OperationQueue.h>
-#include <kestrel/ParagraphStyle.h>
-#include <kestrel/Pasteboard.h>
-#include <kestrel/PropertyList.h>
-#include <kestrel/StreamFit.h>
-#include <kestrel/Task.h>
-#include <kestrel/TextEncoding.h>
-#include <kestrel/Vector.h>
-#include <kestrel/VideoJoiner.h>
-#include <kestrel/VideoJoinerItem.h>
-#include <kestrel/Waveform.h>
-#include <kestrel/YUVPicture.h>
+#include <kestrel/disc.h>
+#include <kestrel/engine.h>
+#include <kestrel/image.h>
+#include <kestrel/platform.h>

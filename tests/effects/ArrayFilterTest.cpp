@@ -2,7 +2,7 @@
 #include <kestrel/ArrayFilter.h>
 #include <kestrel/FilterRegistry.h>
 
-#include "tests/effects/EffectStream.h"
+#include "tests/media/EffectStream.h"
 
 namespace kestrel::test {
 namespace {

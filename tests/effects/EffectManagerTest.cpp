@@ -5,7 +5,7 @@
 #include <cmath>
 #include <thread>
 
-#include "tests/effects/EffectStream.h"
+#include "tests/media/EffectStream.h"
 
 namespace kestrel::test {
 namespace {

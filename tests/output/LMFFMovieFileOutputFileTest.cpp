@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "support/FFmpegOwners.h"
+#include "tests/frames/Pictures.h"
 #include "tests/output/MovieOutput.h"
-#include "tests/output/Pictures.h"
 #include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"

@@ -4,8 +4,8 @@
 #include <kestrel/LMFFImageColorspaceConverter.h>
 #include <kestrel/LMFFMovieFileOutput.h>
 
+#include "tests/frames/Pictures.h"
 #include "tests/output/MovieOutput.h"
-#include "tests/output/Pictures.h"
 #include "tests/support/TempDir.h"
 
 namespace kestrel::test {

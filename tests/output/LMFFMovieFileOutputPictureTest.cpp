@@ -8,8 +8,8 @@
 #include <numeric>
 
 #include "support/FFmpegOwners.h"
+#include "tests/frames/Pictures.h"
 #include "tests/output/MovieOutput.h"
-#include "tests/output/Pictures.h"
 #include "tests/support/TempDir.h"
 
 namespace kestrel {

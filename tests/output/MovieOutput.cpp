@@ -9,7 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "tests/output/Pictures.h"
+#include "tests/frames/Pictures.h"
 #include "tests/support/Ffprobe.h"
 #include "tests/support/Process.h"
 

@@ -2,34 +2,55 @@
 """Guards how the folders of the project hang together.
 
     check_structure.py ROOT                    every rule below, on the tree at ROOT
-    check_structure.py ROOT --write-umbrella   writes include/kestrel/kestrel.h anew
+    check_structure.py ROOT --write-umbrella   writes the headers of the tiers and kestrel.h anew
 
 Rules, by what a file includes:
-- platform/ knows nothing of the engine, nor of support/;
-- support/ knows platform/ and the engine's plain records;
-- the folders of the engine know each other by public headers only, and beside these the private
-  headers of their own folder, of support/ and of platform/;
-- tools/ is a host: public headers, its own headers, foreign libraries;
-- a public header includes public headers of its own layer or below and the standard library, so
-  that a host needs no foreign header.
+- ORDER says which folders a file may know: its own and those before it, by their public headers;
+  private headers only those of its own folder, of support/ and of platform/;
+- convert/ is what programs are told to use, so nothing of the engine knows it; tools/ is a host: its
+  own headers, public headers, foreign libraries;
+- no circles, down to the smallest folder: when a file of A includes one of B, none of B leads back;
+- a public header includes public headers of its own folder or of those before it and the standard
+  library, so that a host needs no foreign header.
 
-Then: kestrel.h includes every public header, and a public class that is implemented in a .cpp, or a
-public function, is marked KESTREL_API.
+Then: each public header is in the header of its tier, kestrel.h includes all tiers, and a public
+class that is implemented in a .cpp, or a public function, is marked KESTREL_API.
 """
 
+import collections
 import pathlib
 import re
 import sys
 
-ENGINE = ["media", "sources", "output", "effects", "dvd", "composition", "audio"]
-LAYERS = {"platform": 0, "support": 1, **{folder: 2 for folder in ENGINE}, "tools": 3}
+ORDER = ["platform", "support", "frames", "sources", "effects", "audio", "media", "output", "dvd",
+         "composition", "waveform", "convert", "tools"]
 
-# The engine's plain records, which support/ speaks, too.
-RECORDS = {"LMFFFormat.h"}
+# The folders of public headers that have no .cpp of their own.
+HOMES = {
+    "Color.h": "platform/image/values", "Vector.h": "platform/image/values",
+    "YUVPicture.h": "platform/image/bitmap", "ParagraphStyle.h": "platform/text",
+    "Error.h": "platform", "Export.h": "platform", "IndexSet.h": "platform",
+    "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "LMDVDInternal.h": "dvd",
+}
 
 # Private headers that a folder may include, beside its own.
-PRIVATE = {"platform": [], "support": ["platform"], "tools": []}
-PRIVATE.update({folder: ["support", "platform"] for folder in ENGINE})
+PRIVATE = {folder: ["support", "platform"] for folder in ORDER}
+PRIVATE.update({"platform": [], "support": ["platform"], "tools": []})
+
+# The headers of the tiers, what they are for, and the folders whose headers they include. A folder
+# counts for the longest name that it begins with.
+TIERS = {
+    "convert.h": ("Whole jobs: facts about inputs, conversions, joins, pictures of a time, playing.",
+                  ["convert"]),
+    "engine.h": ("What the jobs are made of: sources, movies, frames, effects, the file output.",
+                 ["support", "frames", "sources", "effects", "audio", "media", "output",
+                  "composition", "waveform"]),
+    "disc.h": ("Video discs: the volume, its titles, and titles as sources.", ["dvd"]),
+    "image.h": ("Pictures: lazy images, filters, the renderer, bitmaps, picture files, text.",
+                ["platform/image", "platform/text"]),
+    "platform.h": ("What systems offer: files, processes, archives, queues, sound devices.",
+                   ["platform"]),
+}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
 
@@ -43,34 +64,43 @@ def includes(file):
 class Tree:
     def __init__(self, root):
         self.root = pathlib.Path(root)
-        self.public = sorted((self.root / "include/kestrel").glob("*.h"))
+        headers = self.root / "include/kestrel"
+        umbrellas = {"kestrel.h", *TIERS}
+        self.public = sorted(f for f in headers.rglob("*.h")
+                             if f.relative_to(headers).as_posix() not in umbrellas)
         self.sources = {}  # folder -> its files
-        for folder in LAYERS:
+        for folder in ORDER:
             files = (self.root / folder).rglob("*")
             self.sources[folder] = sorted(f for f in files if f.suffix in (".h", ".cpp"))
-        self.home = {}  # public header's name -> folder that implements it
+        self.homes = dict(HOMES)  # public header, as kestrel/... -> folder that implements it
         for folder, files in self.sources.items():
+            below = "convert/" if folder == "convert" else ""
             for file in files:
                 if file.suffix == ".cpp":
-                    self.home.setdefault(file.stem + ".h", folder)
+                    self.homes.setdefault(below + file.stem + ".h", self.folder(file))
 
     def name(self, file):
         return file.relative_to(self.root).as_posix()
 
-    def layer_of_public(self, name):
-        """The layer of a public header: its implementation's, else the highest that it includes."""
-        return self._layer_of_public(name, frozenset())
+    def folder(self, file):
+        return self.name(file.parent)
 
-    def _layer_of_public(self, name, seen):
-        if name in RECORDS:
-            return LAYERS["support"]
-        if name in self.home:
-            return LAYERS[self.home[name]]
-        file = self.root / "include/kestrel" / name
-        if name in seen or not file.exists():
-            return 0
-        below = [n[len("kestrel/"):] for _, n in includes(file) if n.startswith("kestrel/")]
-        return max((self._layer_of_public(n, seen | {name}) for n in below), default=0)
+    def public_name(self, file):
+        return file.relative_to(self.root / "include/kestrel").as_posix()
+
+    def home(self, name):
+        """The folder of a public header; of an umbrella header the last one that it includes."""
+        if name in self.homes:
+            return self.homes[name]
+        if name.startswith("convert/"):
+            return "convert"
+        if name in TIERS:
+            return max(TIERS[name][1], key=rank)
+        return ORDER[-2] if name == "kestrel.h" else None
+
+
+def rank(folder):
+    return ORDER.index(folder.partition("/")[0])
 
 
 def direction_of_sources(tree):
@@ -87,8 +117,9 @@ def problem_of_include(tree, folder, system, name):
     if top == "kestrel":
         if not system:
             return "public headers go in <>"
-        if tree.layer_of_public(rest) > LAYERS[folder]:
-            return f"{folder}/ may not know {tree.home.get(rest, 'the engine')}/"
+        home = tree.home(rest)
+        if home and rank(home) > ORDER.index(folder):
+            return f"{folder}/ may not know {home}/"
         return None
     if system:
         return None
@@ -101,28 +132,96 @@ def problem_of_include(tree, folder, system, name):
 
 def direction_of_public_headers(tree):
     for file in tree.public:
-        own_layer = tree.layer_of_public(file.name)
+        own = tree.home(tree.public_name(file))
+        if not own:
+            yield f"{tree.name(file)}: belongs to no folder; HOMES may say to which"
+            continue
         for system, name in includes(file):
             if system and name.startswith("kestrel/"):
-                included = name[len("kestrel/"):]
-                if file.name != "kestrel.h" and tree.layer_of_public(included) > own_layer:
+                home = tree.home(name[len("kestrel/"):])
+                if home and rank(home) > rank(own):
                     yield f"{tree.name(file)}: includes {name}, which lies above it"
             elif not system or "/" in name or "." in name:
                 yield f"{tree.name(file)}: includes {name}, which is neither public nor standard"
 
 
-def umbrella_text(tree):
-    names = [f.name for f in tree.public if f.name != "kestrel.h"]
-    lines = [f"#include <kestrel/{name}>" for name in sorted(names)]
-    return "\n".join(["#pragma once", "", "// Every public header of the engine.", ""] + lines) + "\n"
+def folders_known(tree):
+    """folder -> folder that it includes from -> one of the includes; public headers count as files
+    of the folder that implements them."""
+    known = collections.defaultdict(dict)
+    files = [(tree.folder(f), f) for files in tree.sources.values() for f in files]
+    files += [(tree.home(tree.public_name(f)), f) for f in tree.public]
+    for folder, file in files:
+        for system, name in includes(file):
+            if name.startswith("kestrel/"):
+                target = tree.home(name[len("kestrel/"):])
+            elif system or not (tree.root / name).exists():
+                continue
+            else:
+                target = tree.folder(tree.root / name)
+            if folder and target and target != folder:
+                known[folder].setdefault(target, f"{tree.name(file)} includes {name}")
+    return known
+
+
+def circles(tree):
+    """One circle for each folder that first closes one."""
+    known = folders_known(tree)
+    done = set()
+
+    def follow(folder, path):
+        if folder in path:
+            circle = path[path.index(folder):] + [folder]
+            steps = "; ".join(known[a][b] for a, b in zip(circle, circle[1:]))
+            yield f"circle {' -> '.join(circle)}: {steps}"
+        elif folder not in done:
+            for target in sorted(known.get(folder, {})):
+                yield from follow(target, path + [folder])
+            done.add(folder)
+
+    for folder in sorted(known):
+        yield from follow(folder, [])
+
+
+def tier_of(folder):
+    """The name of the tier's header that a folder's public headers are in."""
+    below = [(len(start), tier) for tier, (_, folders) in TIERS.items() for start in folders
+             if (folder + "/").startswith(start + "/")]
+    return max(below)[1] if below else None
+
+
+def umbrella_texts(tree):
+    """Header's name -> what it must hold."""
+    members = collections.defaultdict(list)
+    for file in tree.public:
+        name = tree.public_name(file)
+        members[tier_of(tree.home(name) or "")].append(name)
+    texts = {}
+    guide = []
+    for tier, (about, _) in TIERS.items():
+        if not members[tier]:
+            continue
+        lines = [f"#include <kestrel/{name}>" for name in sorted(members[tier])]
+        texts[tier] = "\n".join(["#pragma once", "", f"// {about}", "", *lines]) + "\n"
+        guide.append(f"//   {tier}".ljust(17) + about)
+    lines = [f"#include <kestrel/{name}>" for name in sorted(texts)]
+    texts["kestrel.h"] = "\n".join(["#pragma once", "", *START_HERE, *guide, "", *lines]) + "\n"
+    return texts
+
+
+START_HERE = """\
+// Every public header. Start here:
+//
+// A program that converts, joins, plays or looks at movies begins with the first of these and needs
+// a later one only where the first leaves off; each says what it is for, none needs one before it.
+//""".split("\n")
 
 
 def umbrella(tree):
-    file = tree.root / "include/kestrel/kestrel.h"
-    listed = [name for _, name in includes(file)] if file.exists() else []
-    for header in tree.public:
-        if header.name != "kestrel.h" and f"kestrel/{header.name}" not in listed:
-            yield f"include/kestrel/kestrel.h: lacks {header.name}"
+    for name, text in umbrella_texts(tree).items():
+        file = tree.root / "include/kestrel" / name
+        if not file.exists() or file.read_text(encoding="utf-8") != text:
+            yield f"include/kestrel/{name}: is not what --write-umbrella writes"
 
 
 def declarations(text):
@@ -161,7 +260,7 @@ def marks(tree):
 
 def check(root):
     tree = Tree(root)
-    rules = [direction_of_sources, direction_of_public_headers, umbrella, marks]
+    rules = [direction_of_sources, direction_of_public_headers, circles, umbrella, marks]
     return [problem for rule in rules for problem in rule(tree)]
 
 
@@ -169,7 +268,8 @@ def main():
     root = sys.argv[1]
     if sys.argv[2:] == ["--write-umbrella"]:
         tree = Tree(root)
-        (tree.root / "include/kestrel/kestrel.h").write_text(umbrella_text(tree), encoding="utf-8")
+        for name, text in umbrella_texts(tree).items():
+            (tree.root / "include/kestrel" / name).write_text(text, encoding="utf-8")
         return 0
     problems = check(root)
     print("\n".join(problems), end="\n" if problems else "")

@@ -2,6 +2,7 @@
 """Feeds check_structure.py small trees, sound ones and ones that break a rule."""
 
 import pathlib
+import re
 import tempfile
 import unittest
 
@@ -11,8 +12,6 @@ SOUND = {
     "include/kestrel/Error.h": "#pragma once\n#include <string>\nstruct Error {};\n",
     "include/kestrel/Queue.h": "class KESTREL_API Queue {\n  void run();\n};\n",
     "include/kestrel/Movie.h": "#include <kestrel/Queue.h>\nclass KESTREL_API Movie {\n};\n",
-    "include/kestrel/kestrel.h": "#include <kestrel/Error.h>\n#include <kestrel/Movie.h>\n"
-                                 "#include <kestrel/Queue.h>\n",
     "platform/queue/Queue.cpp": "#include <kestrel/Queue.h>\n#include <thread>\n"
                                 "void Queue::run() {}\n",
     "platform/queue/Thread.h": "#pragma once\n",
@@ -28,21 +27,30 @@ SOUND = {
 
 
 class CheckStructureTest(unittest.TestCase):
-    def problems(self, **changed):
-        """What the checker says of the sound tree with the files of `changed` put in."""
+    def problems(self, files=None, written=True):
+        """What the checker says of the sound tree with `files` put in, its umbrellas written."""
         with tempfile.TemporaryDirectory() as folder:
             root = pathlib.Path(folder)
-            for name, text in {**SOUND, **changed.get("files", {})}.items():
+            for name, text in {**SOUND, **(files or {})}.items():
                 file = root / name
                 file.parent.mkdir(parents=True, exist_ok=True)
                 file.write_text(text, encoding="utf-8")
+            if written:
+                for name, text in check_structure.umbrella_texts(
+                        check_structure.Tree(root)).items():
+                    (root / "include/kestrel" / name).write_text(text, encoding="utf-8")
             return check_structure.check(root)
 
     def assertRefused(self, file, text, about):
-        problems = self.problems(files={file: text})
+        problems = [p for p in self.problems({file: text}) if not p.startswith("circle")]
         self.assertEqual(len(problems), 1, problems)
         self.assertIn(file, problems[0])
         self.assertIn(about, problems[0])
+
+    def assertCircle(self, files, *folders):
+        problems = self.problems(files)
+        self.assertEqual(len(problems), 1, problems)
+        self.assertIn("circle " + " -> ".join(folders), problems[0])
 
     def test_sound_tree_passes(self):
         self.assertEqual(self.problems(), [])
@@ -59,15 +67,41 @@ class CheckStructureTest(unittest.TestCase):
     def test_support_may_not_include_a_public_header_of_the_engine(self):
         self.assertRefused("support/A.cpp", "#include <kestrel/Movie.h>\n", "media/")
 
-    def test_support_may_include_the_records_and_platform_may_not(self):
-        files = {"include/kestrel/LMFFFormat.h": "struct Rational {};\n",
-                 "include/kestrel/kestrel.h": SOUND["include/kestrel/kestrel.h"]
-                 + "#include <kestrel/LMFFFormat.h>\n",
-                 "media/LMFFFormat.cpp": "#include <kestrel/LMFFFormat.h>\n",
-                 "support/A.h": "#include <kestrel/LMFFFormat.h>\n"}
-        self.assertEqual(self.problems(files=files), [])
-        files["platform/queue/A.h"] = files["support/A.h"]
-        self.assertEqual(len(self.problems(files=files)), 1)
+    def test_engine_folders_may_know_those_before_them_only(self):
+        self.assertEqual(self.problems({"output/File.cpp": "#include <kestrel/Movie.h>\n"}), [])
+        self.assertRefused("sources/Source.cpp", "#include <kestrel/Movie.h>\n", "media/")
+
+    def test_convert_sees_the_engine_and_is_seen_by_tools_only(self):
+        files = {"include/kestrel/convert/Job.h": "class KESTREL_API Job {\n};\n",
+                 "convert/run/Job.cpp": "#include <kestrel/convert/Job.h>\n"
+                                        "#include <kestrel/Movie.h>\nJob::Job() {}\n",
+                 "tools/Verb.cpp": "#include <kestrel/convert/Job.h>\n"}
+        self.assertEqual(self.problems(files), [])
+        files["output/A.cpp"] = "#include <kestrel/convert/Job.h>\n"
+        self.assertIn("output/ may not know convert/run/", self.problems(files)[0])
+        self.assertRefused("convert/run/A.cpp", '#include "media/Clock.h"\n', "media/")
+
+    def test_circle_between_rooms_of_one_folder(self):
+        self.assertCircle({"platform/files/A.h": '#include "platform/queue/Thread.h"\n',
+                           "platform/queue/Thread.h": '#include "platform/files/A.h"\n'},
+                          "platform/queue", "platform/files", "platform/queue")
+
+    def test_circle_through_public_headers(self):
+        self.assertCircle({"include/kestrel/File.h": "class KESTREL_API File {\n};\n",
+                           "platform/files/File.cpp": "#include <kestrel/Queue.h>\n"
+                                                      "#include <kestrel/File.h>\n",
+                           "include/kestrel/Queue.h": "#include <kestrel/File.h>\n"
+                                                      "class KESTREL_API Queue {\n};\n"},
+                          "platform/queue", "platform/files", "platform/queue")
+
+    def test_longer_circle(self):
+        self.assertCircle({"platform/a/A.h": '#include "platform/b/B.h"\n',
+                           "platform/b/B.h": '#include "platform/c/C.h"\n',
+                           "platform/c/C.h": '#include "platform/a/A.h"\n'},
+                          "platform/a", "platform/b", "platform/c", "platform/a")
+
+    def test_header_that_belongs_nowhere(self):
+        self.assertRefused("include/kestrel/New.h", "#pragma once\n", "belongs to no folder")
 
     def test_engine_folders_may_not_include_each_others_private_headers(self):
         self.assertRefused("output/File.cpp", '#include "media/Clock.h"\n', "media/")
@@ -98,9 +132,27 @@ class CheckStructureTest(unittest.TestCase):
         self.assertRefused("platform/queue/A.cpp", '#if 1\n #  include "media/Clock.h"\n#endif\n',
                            "media/")
 
-    def test_header_that_the_umbrella_lacks(self):
-        problems = self.problems(files={"include/kestrel/New.h": "#pragma once\n"})
-        self.assertEqual(problems, ["include/kestrel/kestrel.h: lacks New.h"])
+    def test_umbrella_that_was_not_written_anew(self):
+        problems = self.problems(written=False)
+        self.assertIn("include/kestrel/kestrel.h: is not what --write-umbrella writes", problems)
+        self.assertIn("include/kestrel/engine.h: is not what --write-umbrella writes", problems)
+
+    def test_headers_go_to_the_tier_of_their_folder(self):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            for name in ["platform/queue/Queue.cpp", "platform/image/recipe/Image.cpp",
+                         "media/Movie.cpp", "dvd/Disc.cpp", "include/kestrel/Queue.h",
+                         "include/kestrel/Image.h", "include/kestrel/Movie.h",
+                         "include/kestrel/Disc.h", "include/kestrel/convert/Report.h"]:
+                (root / name).parent.mkdir(parents=True, exist_ok=True)
+                (root / name).write_text("", encoding="utf-8")
+            texts = check_structure.umbrella_texts(check_structure.Tree(root))
+        included = {name: re.findall("include <kestrel/(.*)>", text)
+                    for name, text in texts.items()}
+        self.assertEqual(included, {
+            "convert.h": ["convert/Report.h"], "engine.h": ["Movie.h"], "disc.h": ["Disc.h"],
+            "image.h": ["Image.h"], "platform.h": ["Queue.h"],
+            "kestrel.h": ["convert.h", "disc.h", "engine.h", "image.h", "platform.h"]})
 
     def test_unmarked_class_with_an_implementation(self):
         self.assertRefused("include/kestrel/Movie.h", "class Movie : public Base {\n};\n",
@@ -112,23 +164,14 @@ class CheckStructureTest(unittest.TestCase):
 
     def test_mark_may_stand_on_the_line_before(self):
         text = "struct Error {};\nKESTREL_API LongName\nfunction(int a);\n"
-        self.assertEqual(self.problems(files={"include/kestrel/Error.h": text}), [])
+        self.assertEqual(self.problems({"include/kestrel/Error.h": text}), [])
 
     def test_inline_function_needs_no_mark(self):
         text = ("#define MANY(x) \\\n  int m(x);\nstruct AVFrame;\nnamespace kestrel {\n"
                 "struct Error {\n  int code();\n};\ninline int f() { return g(1); }\nclass Movie;\n"
                 "using F = std::function<void(int)>;\nenum class Kind { kOne };\n"
                 "inline constexpr int kOne = one(1);\n}\n")
-        self.assertEqual(self.problems(files={"include/kestrel/Error.h": text}), [])
-
-    def test_written_umbrella_is_complete(self):
-        with tempfile.TemporaryDirectory() as folder:
-            root = pathlib.Path(folder)
-            (root / "include/kestrel").mkdir(parents=True)
-            (root / "include/kestrel/A.h").write_text("#pragma once\n", encoding="utf-8")
-            text = check_structure.umbrella_text(check_structure.Tree(root))
-            (root / "include/kestrel/kestrel.h").write_text(text, encoding="utf-8")
-            self.assertEqual(check_structure.check(root), [])
+        self.assertEqual(self.problems({"include/kestrel/Error.h": text}), [])
 
 
 if __name__ == "__main__":

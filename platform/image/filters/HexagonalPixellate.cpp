@@ -89,11 +89,13 @@ class Hexagons {
       run(x, until, column, of);
       x = until;
     };
-    for (int column = floorOf((x0 - center_.x) / width_) - 1; x < x1; ++column) {
+    int column = floorOf((x0 - center_.x) / width_) - 1;
+    while (x < x1) {
       const double place = column + offset;
       if (share < 0.5)
         advance(pixelFrom(center_.x + width_ * (place - share)), column + shift, row + 1);
       if (share > 0) advance(pixelFrom(center_.x + width_ * (place + share)), column, row);
+      ++column;
     }
   }
 

@@ -34,7 +34,6 @@ using V16 = hn::Vec<decltype(kD16)>;
 
 const hn::ScalableTag<float> kLanesF;
 const hn::Rebind<int32_t, decltype(kLanesF)> kLanes32;
-const hn::Rebind<int16_t, decltype(kLanesF)> kLanes16;
 
 HWY_INLINE size_t pixelsPerVector() { return hn::Lanes(kDF) / 4; }
 

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "support/FFmpegOwners.h"
-#include "tests/output/Pictures.h"
+#include "tests/frames/Pictures.h"
 
 namespace kestrel {
 namespace {

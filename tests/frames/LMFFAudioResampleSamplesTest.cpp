@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "support/FFmpegOwners.h"
-#include "tests/output/Pcm.h"
+#include "tests/frames/Pcm.h"
 
 namespace kestrel {
 namespace {

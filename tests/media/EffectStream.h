@@ -9,8 +9,8 @@
 #include <functional>
 #include <memory>
 
-#include "tests/effects/PictureMedia.h"
-#include "tests/output/Pictures.h"
+#include "tests/frames/Pictures.h"
+#include "tests/media/PictureMedia.h"
 
 namespace kestrel::test {
 

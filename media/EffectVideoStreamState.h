@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "effects/PictureConverter.h"
+#include "media/PictureConverter.h"
 #include "support/FFmpegOwners.h"
 #include "support/Guarded.h"
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "support/FFmpegOwners.h"
-#include "tests/output/Pictures.h"
+#include "tests/frames/Pictures.h"
 
 namespace kestrel {
 namespace {

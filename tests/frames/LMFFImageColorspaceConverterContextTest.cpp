@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/output/Pictures.h"
+#include "tests/frames/Pictures.h"
 
 namespace kestrel {
 namespace {

@@ -1,4 +1,4 @@
-#include "audio/PointMaker.h"
+#include "waveform/PointMaker.h"
 
 #include <algorithm>
 #include <cmath>

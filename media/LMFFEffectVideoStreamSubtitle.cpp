@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "effects/EffectVideoStreamState.h"
+#include "media/EffectVideoStreamState.h"
 #include "support/SubtitleMarkup.h"
 
 namespace kestrel {

@@ -1,4 +1,4 @@
-#include "output/DrawingSurface.h"
+#include "frames/DrawingSurface.h"
 
 #include <kestrel/FilterRegistry.h>
 

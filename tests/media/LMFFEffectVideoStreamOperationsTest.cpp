@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <kestrel/EffectManager.h>
 
-#include "tests/effects/EffectStream.h"
+#include "tests/media/EffectStream.h"
 
 namespace kestrel::test {
 namespace {

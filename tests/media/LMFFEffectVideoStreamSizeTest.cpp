@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "tests/effects/PictureMedia.h"
+#include "tests/media/PictureMedia.h"
 
 namespace kestrel::test {
 namespace {

@@ -13,9 +13,9 @@ extern "C" {
 #include <iterator>
 #include <utility>
 
-#include "output/DrawingSurface.h"
-#include "output/PicturePool.h"
-#include "output/PictureScaler.h"
+#include "frames/DrawingSurface.h"
+#include "frames/PicturePool.h"
+#include "frames/PictureScaler.h"
 #include "support/FFmpegOwners.h"
 #include "support/FramePlanes.h"
 #include "support/Guarded.h"

@@ -12,10 +12,10 @@
 #include <string>
 #include <utility>
 
-#include "audio/PointMaker.h"
 #include "support/CodecLock.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
+#include "waveform/PointMaker.h"
 
 namespace kestrel {
 

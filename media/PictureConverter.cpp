@@ -1,4 +1,4 @@
-#include "effects/PictureConverter.h"
+#include "media/PictureConverter.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "output/PictureScaler.h"
+#include "frames/PictureScaler.h"
 
 extern "C" {
 #include <libavutil/opt.h>

@@ -6,7 +6,7 @@
 #include <tuple>
 #include <utility>
 
-#include "effects/EffectVideoStreamState.h"
+#include "media/EffectVideoStreamState.h"
 #include "support/FramePlanes.h"
 #include "support/PictureColor.h"
 

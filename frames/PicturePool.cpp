@@ -1,4 +1,4 @@
-#include "output/PicturePool.h"
+#include "frames/PicturePool.h"
 
 extern "C" {
 #include <libavutil/buffer.h>

@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "tests/output/Pictures.h"
+#include "tests/frames/Pictures.h"
 
 namespace kestrel::test {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "support/FFmpegOwners.h"
-#include "tests/output/Pictures.h"
+#include "tests/frames/Pictures.h"
 
 namespace kestrel {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tests/effects/EffectStream.h"
+#include "tests/media/EffectStream.h"
 
 namespace kestrel::test {
 namespace {

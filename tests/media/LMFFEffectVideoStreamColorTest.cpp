@@ -5,7 +5,7 @@
 #include <cstring>
 #include <numbers>
 
-#include "tests/effects/EffectStream.h"
+#include "tests/media/EffectStream.h"
 
 namespace kestrel::test {
 namespace {

@@ -1,6 +1,6 @@
 #include <utility>
 
-#include "effects/EffectVideoStreamState.h"
+#include "media/EffectVideoStreamState.h"
 
 namespace kestrel {
 
