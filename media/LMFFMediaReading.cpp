@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "media/LMFFMediaState.h"
+#include "media/StreamTime.h"
 #include "media/SubtitleHistory.h"
-#include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
 
 namespace kestrel {
@@ -35,15 +35,9 @@ constexpr int kMostLeadingPictures = 8;
 constexpr int64_t kSubtitleLead = 20000000;
 constexpr int kMostPacketsForSubtitle = 20000;
 
-int64_t toStream(int64_t time, const LMFFMediaStream& stream) {
-  return av_rescale_q(time, kMicroseconds, toAV(stream.timebase()));
-}
-
 int64_t packetTime(const AVPacket& packet) {
   return packet.pts == AV_NOPTS_VALUE ? packet.dts : packet.pts;
 }
-
-int64_t frameEnd(const AVFrame& frame) { return frame.pts + frameDuration(frame); }
 
 bool isFormat(const AVFormatContext& context, std::string_view name) {
   return context.iformat->name == name;
@@ -154,6 +148,16 @@ void LMFFMedia::forwardPacket(const AVPacket* packet) {
   if (const int64_t time = packetTime(*packet); time != AV_NOPTS_VALUE)
     setLast_pts(av_rescale_q(time, toAV(stream->timebase()), kMicroseconds));
   stream->decodePacket(packet);
+  if (stream->isVideo())
+    state_->fillingUntil = stream->isDecoderFilling() ? last_pts() : AV_NOPTS_VALUE;
+}
+
+/// Whether reading has come to a time; of a decoder that is still filling, that it is as far beyond
+/// its newest packet as one looks ahead. That takes few packets, of which each may last long.
+bool LMFFMedia::isBeyond(int64_t limit) const {
+  if (state_->fillingUntil != AV_NOPTS_VALUE)
+    limit = std::max(limit, state_->fillingUntil + kLookAhead);
+  return last_pts() >= limit;
 }
 
 bool LMFFMedia::isAtEnd() const { return state_->inputEnded && state_->decodersEmpty; }
@@ -175,7 +179,7 @@ bool LMFFMedia::forwardStream(const std::shared_ptr<LMFFMediaStream>& stream) {
   for (;;) {
     if (stream->hasFrame() || stream->hasPacket()) return true;
     if (isDrivenByVideo) return true;
-    if (last_pts() >= limit) return true;
+    if (stream->isVideo() ? isBeyond(limit) : last_pts() >= limit) return true;
     if (!forwardNextPacket()) return false;
   }
 }
@@ -198,19 +202,6 @@ std::shared_ptr<LMFFImage> LMFFMedia::readNextVideoPacket() {
 
 std::shared_ptr<LMFFImage> LMFFMedia::readNextAudioPacket() {
   return readNextPacketInStream(audioStream());
-}
-
-AVFrame* LMFFMedia::videoFrameAtTime(int64_t time) {
-  const auto stream = videoStream();
-  if (!stream) return nullptr;
-  const int64_t wanted = toStream(start_time() + time, *stream);
-  const auto isBefore = [&] {
-    const AVFrame& frame = *stream->frame();
-    return !frame.data[0] || frameEnd(frame) < wanted;
-  };
-  for (int i = 0; i < kMostForwards && isBefore(); ++i)
-    if (!forwardStream(stream)) break;
-  return stream->frame();
 }
 
 std::shared_ptr<const Image> LMFFMedia::subtitleAtTime(int64_t time) const {
@@ -249,14 +240,6 @@ std::optional<std::string> LMFFMedia::subtitleMarkupAtTime(int64_t time) {
   return stream->subtitleMarkupAt(wanted);
 }
 
-void LMFFMedia::thumbnailAtTime(int64_t time, const FrameBlock& block) {
-  const auto stream = videoStream();
-  if (!stream) return;
-  seek(time);
-  if (!stream->frame()->data[0]) forwardStream(stream);
-  block(stream->frame());
-}
-
 void LMFFMedia::readAudioStream(const std::shared_ptr<LMFFMediaStream>& stream, float* data,
                                 int32_t frame) {
   int32_t available = stream->outputSamples();
@@ -290,6 +273,7 @@ void LMFFMedia::seek(int64_t time) {
   keepSoundGoing();
   state_->inputEnded = false;
   state_->decodersEmpty = false;
+  state_->fillingUntil = AV_NOPTS_VALUE;
   setLast_pts(AV_NOPTS_VALUE);
   const int64_t target = start_time() + time;
   const int64_t clamped = std::max<int64_t>(target, 0);
@@ -330,7 +314,7 @@ void LMFFMedia::seek(int64_t time) {
   for (int i = 0; i < kMostPacketsAfterSeek && !isReached(); ++i)
     if (!forwardNextPacket()) break;
   // Decoders lag behind what they are given: go on until the picture itself is there.
-  while (!hasPictureFor(target) && last_pts() < target + kLookAhead && forwardNextPacket()) {
+  while (!hasPictureFor(target) && !isBeyond(target + kLookAhead) && forwardNextPacket()) {
   }
   if (isFormat(*context, "mp3") && hasAudio())
     while (audioStream()->outputSamples() == 0 && forwardNextPacket()) {
@@ -358,17 +342,6 @@ void LMFFMedia::readSubtitleBefore(int64_t target) {
     if (stream == subtitle && !isPast) subtitle->decodePacket(packet);
     av_packet_unref(packet);
   }
-}
-
-/// Whether the decoded picture lasts beyond a time of the container's, or none is wanted.
-bool LMFFMedia::hasPictureFor(int64_t target) const {
-  const LMFFMovie* owner = movie();
-  const auto stream =
-      hasVideo() && !(owner && owner->copy_video_stream()) ? videoStream() : nullptr;
-  if (!stream) return true;
-  const AVFrame& frame = *stream->frame();
-  return frame.data[0] &&
-         av_compare_ts(frameEnd(frame), toAV(stream->timebase()), target, kMicroseconds) > 0;
 }
 
 /// ASF seeks land late: goes back by growing steps until what is read lies before the target.

@@ -29,6 +29,9 @@ struct LMFFMedia::State {
   bool hasRead = false;        // the demuxer has left its beginning
   bool inputEnded = false;     // it has nothing more
   bool decodersEmpty = false;  // and neither have the decoders
+  /// The time, in microseconds, of the newest packet of pictures, as long as the decoder needs more
+  /// of them before it gives one; `AV_NOPTS_VALUE` otherwise.
+  int64_t fillingUntil = AV_NOPTS_VALUE;
   /// What reading the input through found, for this media and its copies; none before.
   std::shared_ptr<std::atomic<int64_t>> measuredDuration =
       std::make_shared<std::atomic<int64_t>>(AV_NOPTS_VALUE);

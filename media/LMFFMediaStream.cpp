@@ -413,6 +413,8 @@ bool LMFFMediaStream::hasFrame() const { return state_->hasFrame; }
 
 void LMFFMediaStream::setHasFrame(bool hasFrame) { state_->hasFrame = hasFrame; }
 
+bool LMFFMediaStream::isDecoderFilling() const { return state_->decoder.isFilling(); }
+
 int64_t LMFFMediaStream::decodeErrors() const { return state_->decoder.errors(); }
 
 int64_t LMFFMediaStream::audio_sync_frame() const { return state_->audio_sync_frame; }

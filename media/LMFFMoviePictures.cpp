@@ -1,6 +1,7 @@
 #include <kestrel/BitmapImage.h>
 #include <kestrel/LMFFImage.h>
 #include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMFFMovieImageProvider.h>
 
@@ -31,6 +32,14 @@ void LMFFMovie::decodeImage(const std::function<void()>& work, bool wait) {
   if (wait) operation->waitUntilFinished();
 }
 
+/// While the movie plays, a late picture is worth more than the right one later still.
+AVFrame* LMFFMovie::frameAtTime(LMFFMedia& media, int64_t time) const {
+  if (isPlay()) return media.videoFrameAtTime(time);
+  media.pictureAtTime(time);
+  const auto stream = media.videoStream();
+  return stream ? stream->frame() : nullptr;
+}
+
 void LMFFMovie::decodeImageAtTime(int64_t time, bool decode, const ImageAction& action) {
   decodeImage(
       [&] {
@@ -38,8 +47,7 @@ void LMFFMovie::decodeImageAtTime(int64_t time, bool decode, const ImageAction& 
         const auto media = currentVideoMedia();
         std::shared_ptr<LMFFImage> image;
         if (media && decode)
-          image =
-              LMFFImage::imageWithFrame(media->videoFrameAtTime(time - media->movie_position()));
+          image = LMFFImage::imageWithFrame(frameAtTime(*media, time - media->movie_position()));
         else if (media)
           image = media->readNextVideoPacket();
         action(image);
@@ -100,7 +108,7 @@ void LMFFMovie::provideImage(int64_t time, LMFFMovieImageProvider* provider) {
   if (!stream) return;
   const auto media = currentVideoMedia();
   const int64_t offset = media ? time - media->movie_position() : time;
-  const AVFrame* frame = media ? media->videoFrameAtTime(offset) : nullptr;
+  const AVFrame* frame = media ? frameAtTime(*media, offset) : nullptr;
   stream->setMediaSubtitleImage(media ? media->subtitleAtTime(offset) : nullptr);
   stream->setSubtitleCurrentString(subtitleTextAtTime(time));
 

@@ -16,6 +16,12 @@ namespace {
 /// After so many pictures without a time the stream is taken for one that has none.
 constexpr size_t kMostUndated = 8;
 
+/// What a decoder may keep back beside the pictures of its threads and of its reordering.
+constexpr int64_t kSparePackets = 4;
+
+/// A decoder that answers so many errors in a row has nothing more.
+constexpr int kMostErrorsInARow = 1000;
+
 /// The decoder of a stream. WebM keeps an alpha beside the pictures, which only some decoders read.
 const AVCodec* decoderOf(const AVStream& stream) {
   const AVCodecID id = stream.codecpar->codec_id;
@@ -103,9 +109,10 @@ void StreamDecoder::send(const AVPacket& packet) {
         !isTransport_ && packet.pts == AV_NOPTS_VALUE && packet.dts != AV_NOPTS_VALUE;
     firstTime_ = packet.dts == AV_NOPTS_VALUE ? 0 : packet.dts;
   }
-  const bool mayBeCut = isFirstPacket_ && isTransport_;
+  if (isFirstPacket_) mayBeCut_ = isTransport_;
   isFirstPacket_ = false;
-  if (!submit(&packet) && !mayBeCut) ++errors_;
+  ++sent_;
+  submit(&packet);
 }
 
 void StreamDecoder::sendEnd() {
@@ -114,29 +121,52 @@ void StreamDecoder::sendEnd() {
   submit(nullptr);
 }
 
-/// False for a packet that the decoder refused.
-bool StreamDecoder::submit(const AVPacket* packet) {
+void StreamDecoder::submit(const AVPacket* packet) {
   int result = avcodec_send_packet(context_.get(), packet);
   if (result == AVERROR(EAGAIN)) {
     collect();
     result = avcodec_send_packet(context_.get(), packet);
   }
+  if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF) noteError();
   collect();
-  return result >= 0 || result == AVERROR_EOF;
+  if (!ended_) return;
+  dateBackwards(AV_NOPTS_VALUE);
+  if (deinterlacer_) std::ranges::move(deinterlacer_->finish(), std::back_inserter(frames_));
 }
 
+/// Takes what the decoder has ready. The error of a damaged packet comes out between the frames,
+/// late by the number of threads, and is not the end of them.
 void StreamDecoder::collect() {
-  for (;;) {
+  for (int errors = 0; errors < kMostErrorsInARow;) {
     FramePtr frame = makeFrame();
-    if (!frame || avcodec_receive_frame(context_.get(), frame.get()) < 0) break;
+    if (!frame) return;
+    const int result = avcodec_receive_frame(context_.get(), frame.get());
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
+    if (result < 0) {
+      noteError();
+      ++errors;
+      continue;
+    }
+    errors = 0;
+    ++received_;
+    mayBeCut_ = false;
     if (context_->codec_type == AVMEDIA_TYPE_VIDEO)
       addPicture(std::move(frame));
     else
       frames_.push_back(std::move(frame));
   }
-  if (!ended_) return;
-  dateBackwards(AV_NOPTS_VALUE);
-  if (deinterlacer_) std::ranges::move(deinterlacer_->finish(), std::back_inserter(frames_));
+}
+
+void StreamDecoder::noteError() {
+  if (!std::exchange(mayBeCut_, false)) ++errors_;
+}
+
+bool StreamDecoder::isFilling() const {
+  if (!isOpen() || ended_) return false;
+  const bool hasFrameThreads = (context_->active_thread_type & FF_THREAD_FRAME) != 0;
+  const int64_t threads = hasFrameThreads ? context_->thread_count : 1;
+  const int64_t held = sent_ - received_;
+  return held > 0 && held <= threads + context_->has_b_frames + kSparePackets;
 }
 
 /// The first pictures after a seek may come without a time: they wait for one that has it.
@@ -203,6 +233,9 @@ void StreamDecoder::restart() {
   undated_.clear();
   nextTime_ = AV_NOPTS_VALUE;
   ended_ = false;
+  sent_ = 0;
+  received_ = 0;
+  mayBeCut_ = false;
 }
 
 FramePtr StreamDecoder::take() {

@@ -38,7 +38,8 @@ class StreamDecoder {
   void flush();
 
   /// Feeds a packet and collects every frame that comes out. A refused packet is counted, but not
-  /// the first after a flush where a seek may land within a frame.
+  /// the first after a flush where a seek may land within a frame. With threads that is found out
+  /// some packets later.
   void send(const AVPacket& packet);
 
   /// Feeds the end of the input, once.
@@ -50,10 +51,16 @@ class StreamDecoder {
 
   int64_t errors() const { return errors_; }
 
+  /// Whether frames are missing only because the decoder keeps some back, for its threads and for
+  /// the order of display: it holds packets, and no more than that takes. A decoder that holds more
+  /// makes nothing of them.
+  bool isFilling() const;
+
  private:
   void makeContext();
-  bool submit(const AVPacket* packet);
+  void submit(const AVPacket* packet);
   void collect();
+  void noteError();
   void addPicture(FramePtr picture);
   void dateBackwards(int64_t end);
   void queue(FramePtr picture);
@@ -75,6 +82,9 @@ class StreamDecoder {
   Deinterlacing deinterlacing_ = Deinterlacing::kOff;
   std::optional<Deinterlacer> deinterlacer_;
   bool ended_ = false;
+  int64_t sent_ = 0;       // packets since the last flush
+  int64_t received_ = 0;   // frames since then
+  bool mayBeCut_ = false;  // the first packet, if nothing was made of any yet
   int64_t errors_ = 0;
 };
 

@@ -164,8 +164,34 @@ class KESTREL_API LMFFMedia {
 
   // Reading by time.
 
+  /// A decoded picture and its span: it is shown from `start` on, until before `end`; microseconds
+  /// from the media's start. The frame is the stream's, valid until its next decode.
+  struct Picture {
+    AVFrame* frame = nullptr;
+    int64_t start = 0;
+    int64_t end = 0;
+
+    /// Whether there is a picture.
+    explicit operator bool() const;
+  };
+
+  /// Exactly the picture that is shown at a time, on every machine: reads on until a picture lasts
+  /// beyond that time, or the input and its decoder have no more. At a time before the picture that
+  /// the media is at, that one is the answer: `seek` first to go back. Behind the last picture,
+  /// that is. Times count as rounded to whole microseconds. Null without pictures, and where
+  /// packets are copied undecoded.
+  ///
+  /// There is no other bound than the input's end, so it may take as long as decoding up to there.
+  /// But sound that this media reads along is kept waiting for five minutes' worth at most; who has
+  /// pictures and sound in medias of their own (`createMedias`) does not meet that.
+  Picture pictureAtTime(int64_t time);
+
+  /// The picture that the media is at, without reading.
+  Picture currentPicture() const;
+
   /// The picture for a time, owned by the stream and valid until its next decode; the newest there
-  /// is where that time could not be reached within ten steps. Null without video.
+  /// is where that time could not be reached within ten steps: for who plays, and would rather see
+  /// a late picture than wait. Null without video.
   AVFrame* videoFrameAtTime(int64_t time);
 
   /// The bitmap subtitle shown at a time, null when there is none. It never reads.
@@ -179,7 +205,7 @@ class KESTREL_API LMFFMedia {
   /// asked for `subtitleStringAtTime`, too.
   std::optional<std::string> subtitleMarkupAtTime(int64_t time);
 
-  /// Seeks to a time and calls back with the picture there; without video it does not call.
+  /// Seeks to a time and calls back with its `pictureAtTime`; without video it does not call.
   void thumbnailAtTime(int64_t time, const FrameBlock& block);
 
   // Sound: interleaved stereo float, in the streams' output rate.
@@ -199,7 +225,11 @@ class KESTREL_API LMFFMedia {
   using StreamTest = bool (LMFFMediaStream::*)() const;
 
   std::shared_ptr<LMFFMediaStream> lastEnabled(StreamTest isWanted) const;
+  bool decodesPictures() const;
   bool hasPictureFor(int64_t target) const;
+  bool readPicture(LMFFMediaStream& stream);
+  bool isSoundFull() const;
+  bool isBeyond(int64_t limit) const;
   void keepSoundGoing() const;
   void readTexts(const std::shared_ptr<LMFFMediaStream>& stream, int64_t target,
                  const std::function<bool(const AVFrame&)>& isMoreWanted);

@@ -120,6 +120,11 @@ class KESTREL_API LMFFMediaStream {
   bool hasFrame() const;
   void setHasFrame(bool hasFrame);
 
+  /// No frame has come out yet only because the decoder keeps some back: it was given packets
+  /// beyond the frames that came of them, and no more than its threads and the order of display
+  /// account for.
+  bool isDecoderFilling() const;
+
   /// How many packets the decoder refused since `open`.
   int64_t decodeErrors() const;
 

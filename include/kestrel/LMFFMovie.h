@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+struct AVFrame;
+
 namespace kestrel {
 
 class BitmapImage;
@@ -202,9 +204,11 @@ class KESTREL_API LMFFMovie {
   /// it has run.
   void decodeImage(const std::function<void()>& work, bool wait);
 
-  /// Calls `action` on the queue with the picture for a time (`decode`), or with the next undecoded
-  /// video packet; with null where no current media has video. Blocks. A decoded picture is
-  /// borrowed: it is the stream's until the next decode.
+  /// Calls `action` on the queue with the picture that is shown at a time (`decode`), or with the
+  /// next undecoded video packet; with null where no current media has video. Blocks. A decoded
+  /// picture is borrowed: it is the stream's until the next decode. It is exactly the one of that
+  /// time (`LMFFMedia::pictureAtTime`), unless the movie plays: then it may be an earlier one, so
+  /// that a slow machine shows late pictures rather than none.
   void decodeImageAtTime(int64_t time, bool decode, const ImageAction& action);
 
   /// Makes the picture of a time, subtitles and effects included, and hands it to `provider`, on
@@ -306,6 +310,7 @@ class KESTREL_API LMFFMovie {
   void updateSubtitle();
 
  private:
+  AVFrame* frameAtTime(LMFFMedia& media, int64_t time) const;
   std::optional<std::string> subtitleTextAtTime(int64_t time) const;
   void provideImage(int64_t time, LMFFMovieImageProvider* provider);
   void keepSoundGoing();
