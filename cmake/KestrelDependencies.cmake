@@ -29,8 +29,10 @@ target_link_libraries(kestrel_foreign INTERFACE
 target_include_directories(kestrel_foreign SYSTEM INTERFACE ${SDL_INCLUDE_DIRS} ${AVFILTER_INCLUDE_DIRS})
 
 # The command line: option parsing and JSON, both headers only. The tests read JSON too.
-find_package(CLI11 2.1 REQUIRED)
-find_package(nlohmann_json 3.11 REQUIRED)
+if(KESTREL_BUILD_TOOLS)
+  find_package(CLI11 2.1 REQUIRED)
+  find_package(nlohmann_json 3.11 REQUIRED)
+endif()
 
 if(KESTREL_BUILD_TESTS)
   find_package(GTest REQUIRED)

@@ -16,6 +16,13 @@ configure() {
     -DKESTREL_FIXTURE_DIR="$root/build/fixtures" "$@"
 }
 
+# configure_clang [cmake option...]: build/clang, for what Clang says of the sources. Nothing there
+# need be fast.
+configure_clang() {
+  configure "$root/build/clang" -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=Debug \
+    -DCMAKE_CXX_FLAGS_DEBUG=-O0 -DKESTREL_BUILD_TESTS=ON "$@"
+}
+
 # is_configured <folder>: whether its build files are whole and belong to this place.
 is_configured() {
   [[ -f $1/build.ninja ]] &&

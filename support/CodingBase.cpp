@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <system_error>
 
-
 namespace kestrel {
 
 namespace {
