@@ -19,6 +19,8 @@ target_compile_options(kestrel_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
   # GCC 12 sees overlapping copies in the sum of two strings where there are none.
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  # Some of FFmpeg's constants are compound literals.
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-c99-extensions>
   $<$<BOOL:${KESTREL_WERROR}>:-Werror>)
 
 # 'address' brings the undefined-behaviour checks along; every report ends the program, so that no

@@ -1,11 +1,12 @@
 #pragma once
 
 #include <kestrel/LMFFEffectVideoStream.h>
+#include <kestrel/MovieLook.h>
 
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "media/PictureConverter.h"
 #include "support/FFmpegOwners.h"
@@ -27,35 +28,26 @@ struct LMFFEffectVideoStream::State {
   void convertPending();
   bool isOutdated() const;
 
-  // Settings.
+  template <typename Value>
+  Value setting(Value MovieLook::*field) const {
+    return look.with([field](const MovieLook& settings) { return settings.*field; });
+  }
+  template <typename Value>
+  void set(Value MovieLook::*field, Value value) {
+    // What was there before goes after the lock is given back.
+    look.with([field, &value](MovieLook& settings) { std::swap(settings.*field, value); });
+  }
+
   Guarded<std::shared_ptr<LMFFMedia>> media;
   Guarded<LMFFVideoFormat> outputFormat;
   Guarded<DataBuffer> dataBuffer;
-  std::atomic<int64_t> aspectType{0};
-  std::atomic<double> displayAspect{0};
-  Guarded<Rect> cropRect;
-  std::atomic<bool> hflip{false};
-  std::atomic<bool> vflip{false};
-  std::atomic<float> rotate{0};
-  std::atomic<float> saturation{0.5F};
-  std::atomic<float> brightness{0.5F};
-  std::atomic<float> contrast{0.25F};
-  std::atomic<float> hue{0.5F};
-  std::atomic<int32_t> zoomType{5};
-  Guarded<std::optional<std::string>> effectName;
-  Guarded<std::shared_ptr<const Image>> watermark;
+  Guarded<MovieLook> look;
 
-  // Subtitles.
+  // Subtitles of the current time.
   Guarded<std::shared_ptr<const Image>> mediaSubtitleImage;
   Guarded<std::shared_ptr<const Image>> subtitleImage;
-  Guarded<std::optional<Font>> subtitleFont;
-  Guarded<std::optional<Color>> subtitleColor;
-  std::atomic<float> subtitlePosition{0};
   Guarded<std::optional<std::string>> subtitleImageString;
   Guarded<std::optional<std::string>> subtitleCurrentString;
-  std::atomic<bool> subtitleMarkup{false};
-  std::atomic<float> subtitleOutline{0};
-  std::atomic<float> subtitleMargin{0};
 };
 
 }  // namespace kestrel

@@ -1,6 +1,7 @@
 #include <kestrel/EffectManager.h>
 #include <kestrel/FilterRegistry.h>
 #include <kestrel/LMFFEffectVideoStream.h>
+#include <kestrel/MovieLook.h>
 
 #include <algorithm>
 #include <cmath>
@@ -58,25 +59,25 @@ std::shared_ptr<const Image> LMFFEffectVideoStream::currentEffectImage() const {
   if (const auto subtitle = mediaSubtitleImage()) picture = sourceOverImage(subtitle, picture);
   if (!picture) return nullptr;
 
+  const MovieLook settings = look();
   // The display shape is that of the whole picture's pixels, whatever the crop leaves of it.
   const Rect whole = picture->extent();
-  const Rect crop = cropRect();
-  picture = centred(picture->cropped(crop), crop);
+  picture = centred(picture->cropped(settings.cropRect), settings.cropRect);
   const Size display = displayVideoSize();
   if (!isEmpty(whole)) {
     picture = picture->scaled(display.width / whole.size.width, display.height / whole.size.height);
   }
-  const double radians = static_cast<double>(rotate()) * std::numbers::pi / 180.0;
+  const double radians = static_cast<double>(settings.rotate) * std::numbers::pi / 180.0;
   picture = picture->transformed(
-      AffineTransform::rotation(radians).scaled(hflip() ? -1 : 1, vflip() ? -1 : 1));
+      AffineTransform::rotation(radians).scaled(settings.hflip ? -1 : 1, settings.vflip ? -1 : 1));
 
   const LMFFVideoFormat format = outputFormat();
   const Rect output{{0, 0},
                     {static_cast<double>(format.width), static_cast<double>(format.height)}};
-  picture = image(picture, zoomType(), output);
+  picture = image(picture, settings.zoomType, output);
   picture = image(picture, effectFilter());
   picture = sourceOverImage(picture, imagewithColor(Color::black()));
-  if (const auto mark = watermark()) picture = sourceOverImage(mark, picture);
+  if (settings.watermark) picture = sourceOverImage(settings.watermark, picture);
   if (const auto subtitle = currentSubtitleImage())
     picture = sourceOverImage(onWholePixels(subtitle), picture);
   return picture ? picture->cropped(output) : nullptr;

@@ -30,64 +30,85 @@ void LMFFEffectVideoStream::setDataBuffer(DataBuffer buffer) {
   state_->dataBuffer.set(std::move(buffer));
 }
 
-int64_t LMFFEffectVideoStream::aspectType() const { return state_->aspectType; }
+MovieLook LMFFEffectVideoStream::look() const { return state_->look.get(); }
 
-void LMFFEffectVideoStream::setAspectType(int64_t type) { state_->aspectType = type; }
+void LMFFEffectVideoStream::setLook(MovieLook look) {
+  state_->look.set(std::move(look));
+  updateSubtitle();
+}
 
-double LMFFEffectVideoStream::displayAspect() const { return state_->displayAspect; }
+int64_t LMFFEffectVideoStream::aspectType() const {
+  return state_->setting(&MovieLook::aspectType);
+}
 
-void LMFFEffectVideoStream::setDisplayAspect(double aspect) { state_->displayAspect = aspect; }
+void LMFFEffectVideoStream::setAspectType(int64_t type) {
+  state_->set(&MovieLook::aspectType, type);
+}
 
-Rect LMFFEffectVideoStream::cropRect() const { return state_->cropRect.get(); }
+double LMFFEffectVideoStream::displayAspect() const {
+  return state_->setting(&MovieLook::displayAspect);
+}
 
-void LMFFEffectVideoStream::setCropRect(const Rect& rect) { state_->cropRect.set(rect); }
+void LMFFEffectVideoStream::setDisplayAspect(double aspect) {
+  state_->set(&MovieLook::displayAspect, aspect);
+}
 
-bool LMFFEffectVideoStream::hflip() const { return state_->hflip; }
+Rect LMFFEffectVideoStream::cropRect() const { return state_->setting(&MovieLook::cropRect); }
 
-void LMFFEffectVideoStream::setHflip(bool flip) { state_->hflip = flip; }
+void LMFFEffectVideoStream::setCropRect(const Rect& rect) {
+  state_->set(&MovieLook::cropRect, rect);
+}
 
-bool LMFFEffectVideoStream::vflip() const { return state_->vflip; }
+bool LMFFEffectVideoStream::hflip() const { return state_->setting(&MovieLook::hflip); }
 
-void LMFFEffectVideoStream::setVflip(bool flip) { state_->vflip = flip; }
+void LMFFEffectVideoStream::setHflip(bool flip) { state_->set(&MovieLook::hflip, flip); }
 
-float LMFFEffectVideoStream::rotate() const { return state_->rotate; }
+bool LMFFEffectVideoStream::vflip() const { return state_->setting(&MovieLook::vflip); }
 
-void LMFFEffectVideoStream::setRotate(float degrees) { state_->rotate = degrees; }
+void LMFFEffectVideoStream::setVflip(bool flip) { state_->set(&MovieLook::vflip, flip); }
 
-float LMFFEffectVideoStream::saturation() const { return state_->saturation; }
+float LMFFEffectVideoStream::rotate() const { return state_->setting(&MovieLook::rotate); }
 
-void LMFFEffectVideoStream::setSaturation(float value) { state_->saturation = value; }
+void LMFFEffectVideoStream::setRotate(float degrees) { state_->set(&MovieLook::rotate, degrees); }
 
-float LMFFEffectVideoStream::brightness() const { return state_->brightness; }
+float LMFFEffectVideoStream::saturation() const { return state_->setting(&MovieLook::saturation); }
 
-void LMFFEffectVideoStream::setBrightness(float value) { state_->brightness = value; }
+void LMFFEffectVideoStream::setSaturation(float value) {
+  state_->set(&MovieLook::saturation, value);
+}
 
-float LMFFEffectVideoStream::contrast() const { return state_->contrast; }
+float LMFFEffectVideoStream::brightness() const { return state_->setting(&MovieLook::brightness); }
 
-void LMFFEffectVideoStream::setContrast(float value) { state_->contrast = value; }
+void LMFFEffectVideoStream::setBrightness(float value) {
+  state_->set(&MovieLook::brightness, value);
+}
 
-float LMFFEffectVideoStream::hue() const { return state_->hue; }
+float LMFFEffectVideoStream::contrast() const { return state_->setting(&MovieLook::contrast); }
 
-void LMFFEffectVideoStream::setHue(float value) { state_->hue = value; }
+void LMFFEffectVideoStream::setContrast(float value) { state_->set(&MovieLook::contrast, value); }
 
-int32_t LMFFEffectVideoStream::zoomType() const { return state_->zoomType; }
+float LMFFEffectVideoStream::hue() const { return state_->setting(&MovieLook::hue); }
 
-void LMFFEffectVideoStream::setZoomType(int32_t type) { state_->zoomType = type; }
+void LMFFEffectVideoStream::setHue(float value) { state_->set(&MovieLook::hue, value); }
+
+int32_t LMFFEffectVideoStream::zoomType() const { return state_->setting(&MovieLook::zoomType); }
+
+void LMFFEffectVideoStream::setZoomType(int32_t type) { state_->set(&MovieLook::zoomType, type); }
 
 std::optional<std::string> LMFFEffectVideoStream::effectName() const {
-  return state_->effectName.get();
+  return state_->setting(&MovieLook::effectName);
 }
 
 void LMFFEffectVideoStream::setEffectName(std::optional<std::string> name) {
-  state_->effectName.set(std::move(name));
+  state_->set(&MovieLook::effectName, std::move(name));
 }
 
 std::shared_ptr<const Image> LMFFEffectVideoStream::watermark() const {
-  return state_->watermark.get();
+  return state_->setting(&MovieLook::watermark);
 }
 
 void LMFFEffectVideoStream::setWatermark(std::shared_ptr<const Image> image) {
-  state_->watermark.set(std::move(image));
+  state_->set(&MovieLook::watermark, std::move(image));
 }
 
 std::shared_ptr<const Image> LMFFEffectVideoStream::mediaSubtitleImage() const {
@@ -123,38 +144,52 @@ void LMFFEffectVideoStream::setSubtitleCurrentString(std::optional<std::string> 
 }
 
 Font LMFFEffectVideoStream::subtitleFont() const {
-  const auto font = state_->subtitleFont.get();
+  const auto font = state_->setting(&MovieLook::subtitleFont);
   return font ? *font : Font::systemFontOfSize(kDefaultFontSize);
 }
 
 void LMFFEffectVideoStream::setSubtitleFont(const std::optional<Font>& font) {
-  state_->subtitleFont.set(font);
+  state_->set(&MovieLook::subtitleFont, font);
 }
 
 Color LMFFEffectVideoStream::subtitleColor() const {
-  return state_->subtitleColor.get().value_or(Color::white());
+  return state_->setting(&MovieLook::subtitleColor).value_or(Color::white());
 }
 
 void LMFFEffectVideoStream::setSubtitleColor(const std::optional<Color>& color) {
-  state_->subtitleColor.set(color);
+  state_->set(&MovieLook::subtitleColor, color);
 }
 
-float LMFFEffectVideoStream::subtitlePosition() const { return state_->subtitlePosition; }
+float LMFFEffectVideoStream::subtitlePosition() const {
+  return state_->setting(&MovieLook::subtitlePosition);
+}
 
 void LMFFEffectVideoStream::setSubtitlePosition(float position) {
-  state_->subtitlePosition = position;
+  state_->set(&MovieLook::subtitlePosition, position);
 }
 
-bool LMFFEffectVideoStream::subtitleMarkup() const { return state_->subtitleMarkup; }
+bool LMFFEffectVideoStream::subtitleMarkup() const {
+  return state_->setting(&MovieLook::subtitleMarkup);
+}
 
-void LMFFEffectVideoStream::setSubtitleMarkup(bool markup) { state_->subtitleMarkup = markup; }
+void LMFFEffectVideoStream::setSubtitleMarkup(bool markup) {
+  state_->set(&MovieLook::subtitleMarkup, markup);
+}
 
-float LMFFEffectVideoStream::subtitleOutline() const { return state_->subtitleOutline; }
+float LMFFEffectVideoStream::subtitleOutline() const {
+  return state_->setting(&MovieLook::subtitleOutline);
+}
 
-void LMFFEffectVideoStream::setSubtitleOutline(float width) { state_->subtitleOutline = width; }
+void LMFFEffectVideoStream::setSubtitleOutline(float width) {
+  state_->set(&MovieLook::subtitleOutline, width);
+}
 
-float LMFFEffectVideoStream::subtitleMargin() const { return state_->subtitleMargin; }
+float LMFFEffectVideoStream::subtitleMargin() const {
+  return state_->setting(&MovieLook::subtitleMargin);
+}
 
-void LMFFEffectVideoStream::setSubtitleMargin(float share) { state_->subtitleMargin = share; }
+void LMFFEffectVideoStream::setSubtitleMargin(float share) {
+  state_->set(&MovieLook::subtitleMargin, share);
+}
 
 }  // namespace kestrel

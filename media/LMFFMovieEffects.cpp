@@ -1,4 +1,5 @@
 #include <kestrel/LMFFMovie.h>
+#include <kestrel/MovieLook.h>
 
 #include <cstdint>
 #include <limits>
@@ -32,6 +33,12 @@ int32_t wholePixels(double length) {
 }
 
 }  // namespace
+
+MovieLook LMFFMovie::look() const { return valueOf(videoEffectStream(), &Stream::look); }
+
+void LMFFMovie::setLook(const MovieLook& look) {
+  setValue(videoEffectStream(), &Stream::setLook, look);
+}
 
 Size LMFFMovie::videoSize() const { return valueOf(videoEffectStream(), &Stream::videoSize); }
 

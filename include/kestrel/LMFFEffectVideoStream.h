@@ -22,6 +22,7 @@ struct AVFrame;
 namespace kestrel {
 
 class LMFFMedia;
+struct MovieLook;
 
 /// Turns a movie's decoded frames into the pictures that are shown or encoded.
 ///
@@ -166,6 +167,12 @@ class KESTREL_API LMFFEffectVideoStream {
   void setOutputFormat(const LMFFVideoFormat& format);
   DataBuffer dataBuffer() const;
   void setDataBuffer(DataBuffer buffer);
+
+  /// All settings of the look as one. Setting it also forgets the drawn text (`updateSubtitle`).
+  MovieLook look() const;
+  void setLook(MovieLook look);
+
+  // The same one by one.
 
   /// The display shape: 1 four by three, 2 sixteen by nine, anything else the source's.
   int64_t aspectType() const;

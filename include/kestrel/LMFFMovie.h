@@ -26,6 +26,7 @@ class LMFFMedia;
 class LMFFMovieImageProvider;
 class LMOutputAudioGraph;
 class OperationQueue;
+struct MovieLook;
 
 /// One opened movie: its medias, an external subtitle, the effect stream, the playback graph, and
 /// the serial queue on which all its decoding runs.
@@ -234,6 +235,11 @@ class KESTREL_API LMFFMovie {
   // and output size anew.
 
   Size videoSize() const;  ///< the media's picture, pixels
+
+  /// All of the following as one (<kestrel/MovieLook.h>), but for the output's size: a look that
+  /// was read, changed and set again changes nothing else.
+  MovieLook look() const;
+  void setLook(const MovieLook& look);
 
   /// The display shape: 1 four by three, 2 sixteen by nine, anything else the source's.
   int64_t aspectType() const;

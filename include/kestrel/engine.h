@@ -30,6 +30,7 @@
 #include <kestrel/Log.h>
 #include <kestrel/MovieAudioTaskExtractWave.h>
 #include <kestrel/MovieHelperTask.h>
+#include <kestrel/MovieLook.h>
 #include <kestrel/StreamFit.h>
 #include <kestrel/VideoJoiner.h>
 #include <kestrel/VideoJoinerItem.h>

@@ -3,6 +3,7 @@
 #include <kestrel/Image.h>
 #include <kestrel/LMFFEffectVideoStream.h>
 #include <kestrel/LMFFMovie.h>
+#include <kestrel/MovieLook.h>
 
 #include <cmath>
 
@@ -56,6 +57,46 @@ TEST_F(LMFFMovieEffects, SettingsReachTheEffectStream) {
   EXPECT_EQ(stream().subtitlePosition(), 0.25F);
   movie_.setVflip(true);
   EXPECT_TRUE(stream().vflip());
+}
+
+TEST_F(LMFFMovieEffects, LookIsEverySettingAtOnce) {
+  MovieLook look = movie_.look();
+  EXPECT_EQ(look.saturation, 0.5F);
+  EXPECT_EQ(look.contrast, 0.25F);
+  EXPECT_EQ(look.zoomType, 5);
+  movie_.setHue(0.75F);
+  movie_.setSubtitleMargin(0.125F);
+  look = movie_.look();
+  EXPECT_EQ(look.hue, 0.75F);
+  EXPECT_EQ(look.subtitleMargin, 0.125F);
+
+  look.aspectType = 2;
+  look.cropRect = {{1, 2}, {3, 4}};
+  look.rotate = 90;
+  look.effectName = "Blur";
+  look.watermark = Image::emptyInfiniteImage();
+  look.subtitleColor = Color{1, 0, 0, 1};
+  look.subtitleMarkup = true;
+  drawText();
+  movie_.setLook(look);
+  EXPECT_FALSE(isTextDrawn());  // it is drawn anew
+  EXPECT_EQ(movie_.aspectType(), 2);
+  EXPECT_EQ(movie_.cropRect(), (Rect{{1, 2}, {3, 4}}));
+  EXPECT_EQ(movie_.rotate(), 90);
+  EXPECT_EQ(movie_.hue(), 0.75F);
+  EXPECT_EQ(movie_.effectName(), "Blur");
+  EXPECT_EQ(movie_.watermark(), look.watermark);
+  EXPECT_EQ(movie_.subtitleColor(), (Color{1, 0, 0, 1}));
+  EXPECT_TRUE(movie_.fullSubtitleText());
+  EXPECT_EQ(movie_.subtitleMargin(), 0.125F);
+}
+
+TEST_F(LMFFMovieEffects, WithoutAnEffectStreamTheLookChangesNothing) {
+  movie_.setVideoEffectStream(nullptr);
+  MovieLook look;
+  look.hue = 0.75F;
+  movie_.setLook(look);
+  EXPECT_EQ(movie_.look().hue, 0.5F);
 }
 
 TEST_F(LMFFMovieEffects, SettingsAreTheEffectStreams) {

@@ -30,7 +30,8 @@ HOMES = {
     "Color.h": "platform/image/values", "Vector.h": "platform/image/values",
     "YUVPicture.h": "platform/image/bitmap", "ParagraphStyle.h": "platform/text",
     "Error.h": "platform", "Export.h": "platform", "IndexSet.h": "platform",
-    "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "LMDVDInternal.h": "dvd",
+    "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "MovieLook.h": "media",
+    "LMDVDInternal.h": "dvd",
 }
 
 # Private headers that a folder may include, beside its own.
