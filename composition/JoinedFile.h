@@ -25,7 +25,7 @@ class JoinedFile {
 
   void write(const TrackList& tracks);
 
-  const Error& error() const { return error_ ? error_ : file_.error(); }
+  Error error() const { return error_ ? error_ : file_.error(); }
 
  private:
   /// A stream of the output and how far it has been written.

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <set>
 
-#include "composition/CodecData.h"
 #include "support/FFmpegOwners.h"
+#include "support/copy/CodecData.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <utility>
 
-#include "output/DictionaryEntries.h"
 #include "output/EncoderCompat.h"
 #include "output/EncoderSettings.h"
 #include "output/MovieFileOutputState.h"
+#include "support/DictionaryEntries.h"
 #include "support/FFmpegCompat.h"
 #include "support/LibraryLog.h"
 
@@ -241,17 +241,8 @@ void LMFFMovieFileOutput::copyOutputStream(const AVStream* stream) {
   if (!isMovieOpen() || !stream) return;
   State& state = *state_;
   AVStream* copy = state.muxer.addStream();
-  if (!copy || !state.errors.succeeded(avcodec_parameters_copy(copy->codecpar, stream->codecpar))) {
-    return;
-  }
-  copyStreamSideData(*stream, *copy);
-  copy->codecpar->codec_tag = 0;
-  copy->codecpar->sample_aspect_ratio = stream->sample_aspect_ratio;
-  copy->sample_aspect_ratio = stream->sample_aspect_ratio;
-  copy->r_frame_rate = stream->r_frame_rate;
-  copy->avg_frame_rate = stream->avg_frame_rate;
-  copy->time_base = stream->time_base;
-  state.copies.push_back(std::make_unique<CopiedStream>(copy, *formatContext()->oformat));
+  if (!copy) return;
+  state.copies.push_back(std::make_unique<StreamCopier>(*stream, *copy, *formatContext()->oformat));
   state.errors.note(state.copies.back()->error());
   if (copy->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
     state.audioStream = copy;
@@ -288,6 +279,7 @@ bool LMFFMovieFileOutput::startOutput() {
     }
   }
   state.applyTags();
+  for (const auto& copy : state.copies) copy->settle();
   return state.muxer.start(state.muxerOptions);
 }
 

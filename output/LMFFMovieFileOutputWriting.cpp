@@ -70,9 +70,9 @@ bool isLossy(const AVCodecContext& encoder) {
   return codec && (codec->props & AV_CODEC_PROP_LOSSLESS) == 0;
 }
 
-/// The time of a copied packet in its stream: moved by `offset`, and never before 0.
+/// The time of a copied packet in its stream: moved by `offset`.
 int64_t streamTime(int64_t time, AVRational from, AVRational to, int64_t offset) {
-  return std::max<int64_t>(av_sat_add64(av_rescale_q(time, from, to), offset), 0);
+  return av_sat_add64(av_rescale_q(time, from, to), offset);
 }
 
 /// How many units of `timeBase` make `duration`; 0 where that is no number.
@@ -235,21 +235,45 @@ void LMFFMovieFileOutput::writeVideoFrameDuration(Rational duration) {
 
 // Copied packets.
 
+/// Stamps a packet that is decoded and not shown. It takes no part in counting and may lie before
+/// 0.
+void LMFFMovieFileOutput::State::restampHidden(AVPacket& packet, const LMFFImage& item,
+                                               const AVStream& stream) {
+  const AVRational from = toAV(item.time_base());
+  const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, stream.time_base);
+  for (int64_t* time : {&packet.dts, &packet.pts})
+    if (*time != AV_NOPTS_VALUE) *time = streamTime(*time, from, stream.time_base, offset);
+  packet.duration = av_rescale_q(packet.duration, from, stream.time_base);
+  packet.pos = -1;
+  // What is shown may then be decoded before time 0, too.
+  if (!videoStarted && hidesFirstPictures(*muxer.context()->oformat)) {
+    videoBegin = INT64_MIN;
+    if (packet.dts != AV_NOPTS_VALUE) videoTime = packet.dts;
+  }
+  videoStarted = true;
+}
+
 // Answers whether the packet is to be written; its time stamps are the new ones in either case.
 bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item,
                                          const AVStream& stream) {
+  const bool isVideo = &stream == videoStream;
+  if (isVideo && (packet.flags & AV_PKT_FLAG_DISCARD) != 0) {
+    restampHidden(packet, item, stream);
+    return true;
+  }
   const AVRational from = toAV(item.time_base());
   const AVRational to = stream.time_base;
   const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
-  const int64_t decoded =
-      packet.dts == AV_NOPTS_VALUE ? INT64_MIN : streamTime(packet.dts, from, to, offset);
-  const bool isVideo = &stream == videoStream;
+  const int64_t begin = isVideo ? videoBegin : 0;
+  const int64_t decoded = packet.dts == AV_NOPTS_VALUE
+                              ? INT64_MIN
+                              : std::max(streamTime(packet.dts, from, to, offset), begin);
   const bool isKept = isVideo || decoded >= audioTime;
   int64_t& counter = isVideo ? videoTime : audioTime;
   if (isKept) counter = std::max(av_sat_add64(counter, 1), decoded);
   packet.dts = counter;
   if (packet.pts != AV_NOPTS_VALUE) {
-    packet.pts = std::max(streamTime(packet.pts, from, to, offset), packet.dts);
+    packet.pts = std::max({streamTime(packet.pts, from, to, offset), packet.dts, int64_t{0}});
   }
   packet.duration = av_rescale_q(packet.duration, from, to);
   packet.pos = -1;
@@ -261,7 +285,7 @@ bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item
   return isKept;
 }
 
-void LMFFMovieFileOutput::State::muxReady(CopiedStream& copy) {
+void LMFFMovieFileOutput::State::muxReady(StreamCopier& copy) {
   while (PacketPtr packet = copy.pop()) muxer.write(*packet, *copy.stream());
 }
 
@@ -283,8 +307,9 @@ void LMFFMovieFileOutput::writeRawPacket(const std::shared_ptr<LMFFImage>& packe
   PacketPtr reference(av_packet_clone(raw));
   if (!reference) {
     state.errors.succeeded(AVERROR(ENOMEM));
-  } else if (CopiedStream* copy = state.copyOf(stream)) {
+  } else if (StreamCopier* copy = state.copyOf(stream)) {
     state.errors.succeeded(copy->push(std::move(reference)));
+    state.errors.note(copy->error());
     state.muxReady(*copy);
   } else {
     state.muxer.write(*reference, *stream);
@@ -367,6 +392,12 @@ int64_t LMFFMovieFileOutput::refusedPackets() const {
   return count;
 }
 
+int64_t LMFFMovieFileOutput::picturesEncodedToHide() const {
+  int64_t count = state_->picturesEncodedToHide;
+  for (const auto& copy : state_->copies) count += copy->encoded();
+  return count;
+}
+
 // The end.
 
 void LMFFMovieFileOutput::stopOutput() {
@@ -376,12 +407,14 @@ void LMFFMovieFileOutput::stopOutput() {
     state.drain(state.videoStream);
     for (const auto& copy : state.copies) {
       state.errors.succeeded(copy->finish());
+      state.errors.note(copy->error());
       state.muxReady(*copy);
     }
     if (takesLateChapters(*state.muxer.context()->oformat)) state.addChapters();
     state.muxer.complete();
   }
   state.refusedPackets = refusedPackets();
+  state.picturesEncodedToHide = picturesEncodedToHide();
   state.encoders.clear();
   state.copies.clear();
   state.muxer.close();

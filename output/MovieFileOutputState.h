@@ -8,10 +8,10 @@
 #include <memory>
 #include <vector>
 
-#include "output/CopiedStream.h"
-#include "output/Muxer.h"
 #include "output/StreamEncoder.h"
 #include "support/Guarded.h"
+#include "support/copy/Muxer.h"
+#include "support/copy/StreamCopier.h"
 
 namespace kestrel {
 
@@ -21,7 +21,7 @@ struct LMFFMovieFileOutput::State {
   StreamEncoder* encoderOf(const AVStream* stream) const { return find(encoders, stream); }
 
   /// Null for null and for an encoded stream.
-  CopiedStream* copyOf(const AVStream* stream) const { return find(copies, stream); }
+  StreamCopier* copyOf(const AVStream* stream) const { return find(copies, stream); }
 
   /// Null also while there is nothing to write to.
   StreamEncoder* writingEncoderOf(const AVStream* stream) const {
@@ -41,8 +41,9 @@ struct LMFFMovieFileOutput::State {
   bool writeNextPacket(StreamEncoder& encoder);
   void drain(const AVStream* stream);
 
+  void restampHidden(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
   bool restamp(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
-  void muxReady(CopiedStream& copy);
+  void muxReady(StreamCopier& copy);
 
   int64_t microseconds(int64_t time, const AVStream* stream) const;
 
@@ -72,13 +73,16 @@ struct LMFFMovieFileOutput::State {
   bool copyAudio = false;
   bool copyVideo = false;
   std::vector<std::unique_ptr<StreamEncoder>> encoders;
-  std::vector<std::unique_ptr<CopiedStream>> copies;
+  std::vector<std::unique_ptr<StreamCopier>> copies;
 
   // Writing.
   int64_t audioTime = 0;
   int64_t videoTime = 0;
-  bool videoStarted = false;   // a copied video packet has been written
-  int64_t refusedPackets = 0;  // by copied streams that are gone
+  int64_t videoBegin = 0;     // what copied pictures are not decoded before
+  bool videoStarted = false;  // a copied video packet has been written
+  // Of copied streams that are gone:
+  int64_t refusedPackets = 0;
+  int64_t picturesEncodedToHide = 0;
   bool audioFinished = false;  // the last frame of sound has been encoded
   FramePtr sound;              // what the audio encoder is fed with
   PacketPtr encoded = makePacket();

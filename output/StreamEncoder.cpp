@@ -4,9 +4,9 @@
 
 #include <mutex>
 
-#include "output/DictionaryEntries.h"
 #include "output/EncoderCompat.h"
 #include "support/CodecLock.h"
+#include "support/DictionaryEntries.h"
 #include "support/FFmpegError.h"
 #include "support/LibraryLog.h"
 

@@ -16,6 +16,9 @@ struct BitstreamFilterDeleter {
 struct ParserDeleter {
   void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
 };
+struct ParametersDeleter {
+  void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
+};
 
 /// Frees an output container, and closes its file as it stands.
 struct OutputContextDeleter {
@@ -27,6 +30,7 @@ struct OutputContextDeleter {
 
 using BitstreamFilterPtr = std::unique_ptr<AVBSFContext, BitstreamFilterDeleter>;
 using ParserPtr = std::unique_ptr<AVCodecParserContext, ParserDeleter>;
+using ParametersPtr = std::unique_ptr<AVCodecParameters, ParametersDeleter>;
 using OutputContextPtr = std::unique_ptr<AVFormatContext, OutputContextDeleter>;
 
 }  // namespace kestrel

@@ -282,6 +282,12 @@ class KESTREL_API LMFFMovieFileOutput {
   /// not in the file. Where that befell all of a stream, `lastError` says so at `stopOutput`.
   int64_t refusedPackets() const;
 
+  /// How many pictures of copied streams were encoded anew. Pictures that the input decodes and does
+  /// not show, as an edit list says, stay hidden: they are left out where no other needs them, and
+  /// lie before time 0 where they come first and the container has edit lists. The pictures that
+  /// need other ones are encoded anew without them, up to the next key picture.
+  int64_t picturesEncodedToHide() const;
+
   // The way into the file.
 
   /// Encodes one frame, which stays the caller's, stamped in the encoder's time base (sound is

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "output/FirstError.h"
+#include "support/FirstError.h"
 #include "support/MuxingOwners.h"
 
 namespace kestrel {
@@ -42,6 +42,10 @@ class Muxer {
   /// Opens the file and writes the header; false when that failed, which is for good.
   bool start(const std::map<std::string, std::string>& options);
 
+  /// What the container did not take, where it failed by that and not by the file.
+  enum class Refusal { kNone, kHeader, kPacket };
+  Refusal refusal() const { return refusal_; }
+
   /// The header has been written and the trailer has not.
   bool isWriting() const { return phase_ == Phase::kWriting; }
 
@@ -59,7 +63,8 @@ class Muxer {
 
   bool openFile();
   bool writeHeader(const std::map<std::string, std::string>& options);
-  Error refusal(int result, const LibraryLog& log) const;
+  bool isRefusal(int result) const;
+  Error explain(int result, const LibraryLog& log) const;
   Error headerError(Error refusal) const;
   void limitQueue(int64_t dts, const AVStream& stream);
 
@@ -67,6 +72,7 @@ class Muxer {
   std::function<bool()> interrupt_;  // outlives the context, which asks it
   OutputContextPtr context_;
   Phase phase_ = Phase::kSettingUp;
+  Refusal refusal_ = Refusal::kNone;
   std::vector<int64_t> newest_;  // for each stream, the newest packet's decoding time, µs
 };
 

@@ -1,10 +1,10 @@
-#include "output/Muxer.h"
+#include "support/copy/Muxer.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "output/DictionaryEntries.h"
 #include "support/Chapters.h"
+#include "support/DictionaryEntries.h"
 #include "support/LibraryLog.h"
 
 namespace kestrel {
@@ -52,6 +52,12 @@ void chooseTag(const AVOutputFormat& format, AVCodecParameters& parameters) {
   const bool isKnown = av_codec_get_id(format.codec_tag, kHevcTag) == AV_CODEC_ID_HEVC;
   if (parameters.codec_id == AV_CODEC_ID_HEVC && parameters.codec_tag == 0 && isKnown)
     parameters.codec_tag = kHevcTag;
+}
+
+/// Whether the library's queue does not wait for a stream's packets, which may lie far apart.
+bool isSparse(const AVStream& stream) {
+  const AVMediaType type = stream.codecpar->codec_type;
+  return type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO;
 }
 
 int askInterrupt(void* interrupt) {
@@ -114,7 +120,8 @@ bool Muxer::writeHeader(const std::map<std::string, std::string>& options) {
   const LibraryLog log;
   const int result = avformat_write_header(context_.get(), dictionary.get());
   if (result < 0) {
-    errors_.note(headerError(refusal(result, log)));
+    if (isRefusal(result)) refusal_ = Refusal::kHeader;
+    errors_.note(headerError(explain(result, log)));
     return false;
   }
   const Error unknown = unknownOption(*dictionary.get());
@@ -122,8 +129,13 @@ bool Muxer::writeHeader(const std::map<std::string, std::string>& options) {
   return !unknown;
 }
 
+bool Muxer::isRefusal(int result) const {
+  return result != AVERROR_EXIT && result != AVERROR(ENOMEM) && context_->pb &&
+         context_->pb->error == 0;
+}
+
 // A failure of the file explains all others.
-Error Muxer::refusal(int result, const LibraryLog& log) const {
+Error Muxer::explain(int result, const LibraryLog& log) const {
   if (context_->pb && context_->pb->error < 0) return libraryError(context_->pb->error);
   return log.explain(result, context_->oformat->name);
 }
@@ -144,7 +156,8 @@ void Muxer::write(AVPacket& packet, const AVStream& stream) {
     packet.stream_index = stream.index;
     const LibraryLog log;
     const int result = av_interleaved_write_frame(context_.get(), &packet);
-    if (result < 0) errors_.note(refusal(result, log));
+    if (result < 0 && refusal_ == Refusal::kNone && isRefusal(result)) refusal_ = Refusal::kPacket;
+    if (result < 0) errors_.note(explain(result, log));
     limitQueue(time, stream);
   }
   av_packet_unref(&packet);
@@ -153,13 +166,16 @@ void Muxer::write(AVPacket& packet, const AVStream& stream) {
 // The library's queue waits for a stream that lags behind, with some codecs without end. So that
 // its memory stays bounded, it is emptied once per stretch that is too long to wait for.
 void Muxer::limitQueue(int64_t dts, const AVStream& stream) {
-  if (dts == AV_NOPTS_VALUE) return;
+  if (dts == AV_NOPTS_VALUE || isSparse(stream)) return;
   const int64_t time = av_rescale_q(dts, stream.time_base, kMicroseconds);
   newest_[static_cast<size_t>(stream.index)] = time;
-  for (int64_t& newest : newest_) {
-    if (newest == AV_NOPTS_VALUE) newest = time;
+  int64_t oldest = time;
+  for (size_t i = 0; i < newest_.size(); ++i) {
+    if (isSparse(*context_->streams[i])) continue;
+    if (newest_[i] == AV_NOPTS_VALUE) newest_[i] = time;
+    oldest = std::min(oldest, newest_[i]);
   }
-  if (time - *std::min_element(newest_.begin(), newest_.end()) <= kLongestInterleaving) return;
+  if (time - oldest <= kLongestInterleaving) return;
   errors_.succeeded(av_interleaved_write_frame(context_.get(), nullptr));
   for (int64_t& newest : newest_) newest = std::max(newest, time);
 }
@@ -170,7 +186,7 @@ void Muxer::complete() {
   errors_.succeeded(av_interleaved_write_frame(context_.get(), nullptr));
   const LibraryLog log;
   const int result = av_write_trailer(context_.get());
-  if (result < 0) errors_.note(refusal(result, log));
+  if (result < 0) errors_.note(explain(result, log));
 }
 
 void Muxer::close() {

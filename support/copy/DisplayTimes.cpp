@@ -1,4 +1,4 @@
-#include "output/DisplayTimes.h"
+#include "support/copy/DisplayTimes.h"
 
 #include <algorithm>
 

@@ -1,0 +1,277 @@
+#include "support/copy/StreamCopier.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "support/FFmpegCompat.h"
+#include "support/FFmpegError.h"
+#include "support/LibraryLog.h"
+#include "support/copy/CodecData.h"
+
+namespace kestrel {
+
+namespace {
+
+template <size_t N>
+bool isOneOf(const AVOutputFormat& container, const std::array<std::string_view, N>& names) {
+  return std::ranges::count(names, container.name) > 0;
+}
+
+/// The containers in which each unit of H.264 and HEVC follows its length. In all others it follows
+/// a start code.
+constexpr std::array<std::string_view, 10> kLengthContainers = {
+    "mp4", "mov", "ipod", "psp", "3gp", "3g2", "f4v", "ismv", "matroska", "flv"};
+
+/// The containers that tell by an edit list what of a track is shown.
+constexpr std::array<std::string_view, 6> kEditListContainers = {"mp4", "mov", "ipod",
+                                                                 "psp", "3gp", "3g2"};
+
+/// The containers whose unit of time is a picture's duration.
+constexpr std::array<std::string_view, 4> kPictureContainers = {"mxf", "mxf_opatom", "gxf", "dv"};
+
+/// AVI has something for each tick, pictures or nothing, so that ticks are to be few. Pictures that
+/// are decoded before they are shown begin at its first moment, one a tick.
+constexpr int kAviTicks = 8;
+
+/// No pictures come faster; what claims so counts in other units.
+constexpr double kFastest = 240;
+
+/// The tag of HEVC that may have parameter sets among its pictures. There is another for those
+/// that have them in the container, as all do here, and many players take no other.
+constexpr uint32_t kLooseHevcTag = MKTAG('h', 'e', 'v', '1');
+
+bool isAvi(const AVOutputFormat& container) { return container.name == std::string_view("avi"); }
+
+bool hasLengths(const AVCodecParameters& parameters) {
+  return parameters.extradata_size > 0 && parameters.extradata[0] == 1;
+}
+
+/// The bitstream filter that makes a stream's packets what a container wants; null for none.
+const char* filterFor(const AVCodecParameters& parameters, const AVOutputFormat& container) {
+  const bool wantsStartCodes = hasLengths(parameters) && !isOneOf(container, kLengthContainers);
+  switch (parameters.codec_id) {
+    case AV_CODEC_ID_H264:
+      return wantsStartCodes ? "h264_mp4toannexb" : nullptr;
+    case AV_CODEC_ID_HEVC:
+      return wantsStartCodes ? "hevc_mp4toannexb" : nullptr;
+    case AV_CODEC_ID_MPEG4:
+      // Only AVI knows pictures that lie in the packet of another.
+      return isAvi(container) ? nullptr : "mpeg4_unpack_bframes";
+    default:
+      return nullptr;
+  }
+}
+
+/// Whether a container takes a codec by a tag, or by none, without taking the tag for another's.
+bool understands(const AVOutputFormat& container, AVCodecID codec, uint32_t tag) {
+  if (!container.codec_tag) return true;
+  const AVCodecID meant = av_codec_get_id(container.codec_tag, tag);
+  const bool isNamed = av_codec_get_tag(container.codec_tag, codec) != 0;
+  return meant == codec || (meant == AV_CODEC_ID_NONE && !isNamed);
+}
+
+bool isRate(AVRational rate) { return rate.num > 0 && rate.den > 0 && av_q2d(rate) <= kFastest; }
+
+/// How long each picture of a stream lasts, or the longest time that all their times are multiples
+/// of; 0 where that is not known.
+AVRational pictureDuration(const AVStream& stream) {
+  const AVRational average = stream.avg_frame_rate;
+  const AVRational base = stream.r_frame_rate;
+  const AVFieldOrder order = stream.codecpar->field_order;
+  const bool hasFields = order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE;
+  if (isRate(average) && hasFields) return av_inv_q(average);
+  return isRate(base) ? av_inv_q(base) : AVRational{0, 1};
+}
+
+/// The unit in which a container is to count the times of pictures.
+AVRational timeBaseFor(const AVStream& stream, const AVOutputFormat& container) {
+  const AVRational duration = pictureDuration(stream);
+  if (isOneOf(container, kPictureContainers)) {
+    if (duration.num > 0) return duration;
+    return isRate(stream.avg_frame_rate) ? av_inv_q(stream.avg_frame_rate) : stream.time_base;
+  }
+  if (!isAvi(container) || duration.num == 0) return stream.time_base;
+  const bool isReordered = stream.codecpar->video_delay > 0;
+  const AVRational tick = isReordered ? av_mul_q(duration, {1, kAviTicks}) : duration;
+  return av_cmp_q(tick, stream.time_base) > 0 ? tick : stream.time_base;
+}
+
+}  // namespace
+
+bool storesOnlyOrder(const AVOutputFormat& container) {
+  return isAvi(container) || (container.flags & AVFMT_NOTIMESTAMPS) != 0;
+}
+
+bool hidesFirstPictures(const AVOutputFormat& container) {
+  return isOneOf(container, kEditListContainers);
+}
+
+StreamCopier::StreamCopier(const AVStream& input, AVStream& output, const AVOutputFormat& container)
+    : output_(output),
+      container_(container),
+      tag_(input.codecpar->codec_tag),
+      decoding_(output),
+      parameters_(avcodec_parameters_alloc()) {
+  int result = avcodec_parameters_copy(output.codecpar, input.codecpar);
+  if (result >= 0) {
+    describe(input);
+    if (const char* name = filterFor(*output.codecpar, container)) openFilter(name);
+    result =
+        parameters_ ? avcodec_parameters_copy(parameters_.get(), output.codecpar) : AVERROR(ENOMEM);
+  }
+  if (result < 0) {
+    error_ = libraryError(result);
+    return;
+  }
+  parameters_->codec_tag = tag_;
+  if (parameters_->codec_type == AVMEDIA_TYPE_VIDEO)
+    hidden_.emplace(*parameters_, output, hidesFirstPictures(container));
+  beginInput(input);
+  if (!storesOnlyOrder(container)) display_.emplace(*output.codecpar);
+}
+
+void StreamCopier::describe(const AVStream& input) {
+  AVCodecParameters& parameters = *output_.codecpar;
+  parameters.extradata_size = static_cast<int>(codecDataOf(parameters).size());
+  parameters.codec_tag = 0;
+  copyStreamSideData(input, output_);
+  // The container's word counts where it and the pictures' own differ; muxers refuse both at once.
+  if (input.sample_aspect_ratio.num > 0) parameters.sample_aspect_ratio = input.sample_aspect_ratio;
+  output_.sample_aspect_ratio = parameters.sample_aspect_ratio;
+  output_.time_base = input.time_base;
+  output_.avg_frame_rate = input.avg_frame_rate;
+  output_.r_frame_rate = input.r_frame_rate;
+}
+
+void StreamCopier::settle() {
+  AVCodecParameters& parameters = *output_.codecpar;
+  if (tag_ != kLooseHevcTag && understands(container_, parameters.codec_id, tag_))
+    parameters.codec_tag = tag_;
+  if (parameters.codec_type == AVMEDIA_TYPE_VIDEO)
+    output_.time_base = timeBaseFor(output_, container_);
+}
+
+void StreamCopier::openFilter(const char* name) {
+  const AVBitStreamFilter* filter = av_bsf_get_by_name(name);
+  AVBSFContext* context = nullptr;
+  const LibraryLog log;
+  int result = filter ? av_bsf_alloc(filter, &context) : AVERROR_BSF_NOT_FOUND;
+  filter_.reset(context);
+  if (result >= 0) result = avcodec_parameters_copy(context->par_in, output_.codecpar);
+  if (result >= 0) {
+    context->time_base_in = output_.time_base;
+    result = av_bsf_init(context);
+  }
+  if (result >= 0) result = avcodec_parameters_copy(output_.codecpar, context->par_out);
+  output_.codecpar->codec_tag = 0;
+  if (result >= 0) return;
+  filter_.reset();
+  error_ = log.explain(result, name);
+}
+
+void StreamCopier::beginInput(const AVStream& input) {
+  if (hidden_) hidden_->beginInput(input);
+}
+
+int StreamCopier::push(PacketPtr packet) {
+  decoding_.push(std::move(packet));
+  return filterTimed();
+}
+
+int StreamCopier::finish() {
+  decoding_.finish();
+  filterTimed();
+  if (filter_) send(nullptr);
+  if (hidden_) hidden_->finish();
+  takeShown();
+  if (display_) display_->finish();
+  takeDisplayed();
+  return hasDelivered_ ? 0 : refusal_;
+}
+
+PacketPtr StreamCopier::pop() {
+  if (ready_.empty()) return nullptr;
+  PacketPtr packet = std::move(ready_.front());
+  ready_.pop_front();
+  return packet;
+}
+
+/// Sends on what has its decoding time.
+int StreamCopier::filterTimed() {
+  while (PacketPtr packet = decoding_.pop()) {
+    if (!filter_) {
+      show(std::move(packet));
+      continue;
+    }
+    const int result = send(packet.get());
+    if (result == AVERROR(ENOMEM)) return result;
+    if (result >= 0) continue;
+    ++refused_;
+    refusal_ = result;
+  }
+  return 0;
+}
+
+/// Gives the filter a packet, or the end, and takes what comes out of it.
+int StreamCopier::send(AVPacket* packet) {
+  int result = av_bsf_send_packet(filter_.get(), packet);
+  if (result == AVERROR(EAGAIN)) {  // it still holds the damaged packet before
+    av_bsf_flush(filter_.get());
+    result = av_bsf_send_packet(filter_.get(), packet);
+  }
+  return result < 0 ? result : receive();
+}
+
+int StreamCopier::receive() {
+  while (PacketPtr packet = makePacket()) {
+    const int result = av_bsf_receive_packet(filter_.get(), packet.get());
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return 0;
+    if (result < 0) return result;
+    show(std::move(packet));
+  }
+  return AVERROR(ENOMEM);
+}
+
+/// Sends on what is shown, and what that needs.
+void StreamCopier::show(PacketPtr packet) {
+  if (hidden_) {
+    hidden_->push(std::move(packet));
+    return takeShown();
+  }
+  // Sound that is hidden behind other sound is needed by none.
+  const bool isHidden = (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
+  if (isHidden && hasShown_) return;
+  hasShown_ = !isHidden;
+  display(std::move(packet));
+}
+
+void StreamCopier::takeShown() {
+  while (PacketPtr packet = hidden_ ? hidden_->pop() : nullptr) display(std::move(packet));
+}
+
+void StreamCopier::display(PacketPtr packet) {
+  if (!display_ || packet->dts == AV_NOPTS_VALUE) return deliver(std::move(packet));
+  display_->push(std::move(packet));
+  takeDisplayed();
+}
+
+void StreamCopier::takeDisplayed() {
+  while (PacketPtr packet = display_ ? display_->pop() : nullptr) deliver(std::move(packet));
+}
+
+/// No container takes a decoding time twice, but for subtitles, nor one behind that of showing.
+void StreamCopier::deliver(PacketPtr packet) {
+  hasDelivered_ = true;
+  const bool maybeSame = output_.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;
+  if (packet->dts != AV_NOPTS_VALUE) {
+    if (last_ != AV_NOPTS_VALUE) packet->dts = std::max(packet->dts, maybeSame ? last_ : last_ + 1);
+    last_ = packet->dts;
+    if (packet->pts != AV_NOPTS_VALUE) packet->pts = std::max(packet->pts, packet->dts);
+  }
+  packet->pos = -1;
+  ready_.push_back(std::move(packet));
+}
+
+}  // namespace kestrel
