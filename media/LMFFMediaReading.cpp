@@ -291,6 +291,7 @@ void LMFFMedia::seek(int64_t time) {
   // A picture file's demuxer gives nothing after a seek to its one picture.
   const bool isFresh = !state_->hasRead && (time <= 0 || isFormat(*context, "image2"));
   const bool canSeek = source()->isSeekable() && !isFresh;
+  if (canSeek) showFirstPackets();
   if (canSeek) readSubtitleBefore(target);
   if (canSeek && seekContainer(context, *this, containerTarget) < 0) {
     const bool isSubtitleFile = list.size() == 1 && list.front()->isSubtitle();
@@ -319,6 +320,25 @@ void LMFFMedia::seek(int64_t time) {
   if (isFormat(*context, "mp3") && hasAudio())
     while (audioStream()->outputSamples() == 0 && forwardNextPacket()) {
     }
+}
+
+/// Before anything but the input's beginning is decoded: shows decoders that need it what stands
+/// there.
+void LMFFMedia::showFirstPackets() {
+  auto waiting = videos();
+  std::erase_if(waiting, [](const auto& stream) { return !stream->needsFirstPacket(); });
+  if (waiting.empty() || seekToBeginning(formatContext(), *this) < 0) return;
+  state_->hasRead = true;
+  AVPacket* packet = state_->packet.get();
+  for (int i = 0; i < kMostPacketsToProbe && !waiting.empty(); ++i) {
+    if (av_read_frame(formatContext(), packet) < 0) return;
+    std::erase_if(waiting, [packet](const auto& stream) {
+      const bool isOwn = stream->stream()->index == packet->stream_index;
+      if (isOwn) stream->showFirstPacket(packet);
+      return isOwn;
+    });
+    av_packet_unref(packet);
+  }
 }
 
 /// Decodes the subtitles shown at a time of the container's, and those shortly before it: they

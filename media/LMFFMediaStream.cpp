@@ -249,6 +249,12 @@ void LMFFMediaStream::seek(int64_t time) {
   if (const auto resampler = resample()) resampler->close();
 }
 
+bool LMFFMediaStream::needsFirstPacket() const { return state_->decoder.needsFirstPacket(); }
+
+void LMFFMediaStream::showFirstPacket(const AVPacket* packet) {
+  if (packet) state_->decoder.showFirstPacket(*packet);
+}
+
 void LMFFMediaStream::fillPalette(const SubtitlePalette& palette) {
   const std::string text = subtitlePaletteText(palette);
   std::vector<uint8_t> bytes(text.begin(), text.end());

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "media/LMFFMovieState.h"
+#include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"
 
@@ -79,8 +80,25 @@ bool LMFFMovie::openSubtitle(const std::string& path) {
   auto media = std::make_shared<LMFFMedia>();
   media->setSource(LMSubtitleSource::mediaWithPath(path));
   media->open();
-  if (media->hasSubtitle()) setSubtitle(std::move(media));
-  return subtitle() != nullptr;
+  if (media->hasSubtitle()) {
+    state_->subtitleError.set({});
+    setSubtitle(std::move(media));
+    return true;
+  }
+  const Error error = media->source()->lastError();
+  state_->subtitleError.set(error ? error
+                                  : engineError(AVERROR(EINVAL), "there are no subtitles in it"));
+  return false;
+}
+
+Error LMFFMovie::lastError() const {
+  MediaList list = medias();
+  list.push_back(subtitle());
+  for (const auto& media : list) {
+    const auto source = media ? media->source() : nullptr;
+    if (const Error error = source ? source->lastError() : Error{}) return error;
+  }
+  return state_->subtitleError.get();
 }
 
 void LMFFMovie::getMaxMediaDuration() {

@@ -6,6 +6,7 @@
 #include <kestrel/LMFFMovieImageProvider.h>
 
 #include <algorithm>
+#include <exception>
 
 #include "media/LMFFMovieState.h"
 #include "support/StretchedImage.h"
@@ -24,12 +25,21 @@ constexpr double kInexact = 1e-6;
 
 void LMFFMovie::decodeImage(const std::function<void()>& work, bool wait) {
   const auto queue = decodeQueue();
-  const auto operation = std::make_shared<BlockOperation>(work);
+  const auto thrown = std::make_shared<std::exception_ptr>();
+  const auto operation = std::make_shared<BlockOperation>([work, thrown] {
+    try {
+      work();
+    } catch (...) {
+      *thrown = std::current_exception();
+    }
+  });
   if (!queue || queue->isCurrentQueue())
     operation->start();
   else
     queue->addOperation(operation);
-  if (wait) operation->waitUntilFinished();
+  if (!wait) return;
+  operation->waitUntilFinished();
+  if (*thrown) std::rethrow_exception(*thrown);
 }
 
 /// While the movie plays, a late picture is worth more than the right one later still.

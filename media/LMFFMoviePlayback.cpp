@@ -51,7 +51,7 @@ void LMFFMovie::State::playFrom(int64_t time) {
   graph->clearBuffer();
   clock.with([time](Clock& now) {
     if (now.isPositioning) return;
-    now = {.seek_point = time, .isPumping = now.isPumping, .origins = now.origins};
+    now = {.seek_point = time, .isPumping = now.isPumping, .seeks = now.seeks};
   });
 }
 

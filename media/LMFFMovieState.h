@@ -25,7 +25,7 @@ struct LMFFMovie::State : LMOutputAudioGraphDelegate {
     double pumping = 0;          // those that are being decoded for it, and are not in it yet
     bool isPumping = false;      // what is read now is for playback
     bool isPositioning = false;  // a seek's work waits: nothing counts until it is done
-    uint64_t origins = 0;        // how often the origin was set
+    uint64_t seeks = 0;          // how often a seek was asked for
 
     void setOrigin(int64_t time);
     void forward(double samples);
@@ -56,6 +56,7 @@ struct LMFFMovie::State : LMOutputAudioGraphDelegate {
   std::atomic<double> volume{1.0};
   Guarded<MediaList> medias;
   Guarded<std::shared_ptr<LMFFMedia>> subtitle;
+  Guarded<Error> subtitleError;  // why `openSubtitle` found none
   Guarded<std::shared_ptr<LMFFEffectVideoStream>> videoEffectStream;
   Guarded<std::shared_ptr<LMOutputAudioGraph>> audioOutputGraph;
   Guarded<std::shared_ptr<OperationQueue>> decodeQueue;

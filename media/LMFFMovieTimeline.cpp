@@ -33,8 +33,12 @@ bool covers(const LMFFMedia& media, int64_t time) {
 
 }  // namespace
 
+/// A seek that waits is still to be carried out when the clock is set to the time it goes to.
 void LMFFMovie::State::Clock::setOrigin(int64_t time) {
-  *this = {.seek_point = time, .isPumping = isPumping, .origins = origins + 1};
+  *this = {.seek_point = time,
+           .isPumping = isPumping,
+           .isPositioning = isPositioning && time == seek_point,
+           .seeks = seeks};
 }
 
 void LMFFMovie::State::Clock::forward(double samples) {
@@ -121,15 +125,17 @@ void LMFFMovie::updateCurrentMedias(bool force) {
 
 void LMFFMovie::seek(int64_t time) {
   const auto queue = decodeQueue();
-  const uint64_t origin = state_->clock.with([&](auto& clock) {
+  const uint64_t seeks = state_->clock.with([&](auto& clock) {
     clock.setOrigin(time);
     clock.isPositioning = queue != nullptr;
-    return clock.origins;
+    return ++clock.seeks;
   });
   if (!queue) return;
-  queue->addOperation([this, graph = audioOutputGraph(), origin] {
-    // A later seek may have replaced this one.
-    if (state_->clock.with([](const auto& clock) { return clock.origins; }) != origin) return;
+  queue->addOperation([this, graph = audioOutputGraph(), time, seeks] {
+    // A later seek may have replaced this one, or the clock been set to another time.
+    const bool isDue = state_->clock.with(
+        [&](const auto& clock) { return clock.seeks == seeks && clock.seek_point == time; });
+    if (!isDue) return;
     if (graph) graph->clearBuffer();
     state_->clock.with([](auto& clock) {
       clock.forgetPumped();

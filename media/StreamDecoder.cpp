@@ -19,6 +19,9 @@ constexpr size_t kMostUndated = 8;
 /// What a decoder may keep back beside the pictures of its threads and of its reordering.
 constexpr int64_t kSparePackets = 4;
 
+/// A shorter duration of a picture is none: a tick of a clock that no camera had.
+constexpr AVRational kShortestPicture{1, 500};
+
 /// A decoder that answers so many errors in a row has nothing more.
 constexpr int kMostErrorsInARow = 1000;
 
@@ -87,6 +90,7 @@ bool StreamDecoder::open() {
   }
   if (result < 0) makeContext();
   errors_ = 0;
+  hasSeenFirst_ = false;
   return result >= 0;
 }
 
@@ -99,7 +103,13 @@ void StreamDecoder::close() {
 
 void StreamDecoder::flush() {
   restart();
-  if (isOpen()) avcodec_flush_buffers(context_.get());
+  if (!isOpen()) return;
+  if (!keepsPictures_ && context_->codec_id != AV_CODEC_ID_SVQ3)
+    return avcodec_flush_buffers(context_.get());
+  const int64_t errors = errors_;
+  close();
+  open();
+  errors_ = errors;
 }
 
 void StreamDecoder::send(const AVPacket& packet) {
@@ -122,10 +132,10 @@ void StreamDecoder::sendEnd() {
 }
 
 void StreamDecoder::submit(const AVPacket* packet) {
-  int result = avcodec_send_packet(context_.get(), packet);
+  int result = sendMarked(*context_, packet, mark_);
   if (result == AVERROR(EAGAIN)) {
     collect();
-    result = avcodec_send_packet(context_.get(), packet);
+    result = sendMarked(*context_, packet, mark_);
   }
   if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF) noteError();
   collect();
@@ -148,6 +158,7 @@ void StreamDecoder::collect() {
       continue;
     }
     errors = 0;
+    if (isStale(*frame)) continue;
     ++received_;
     mayBeCut_ = false;
     if (context_->codec_type == AVMEDIA_TYPE_VIDEO)
@@ -155,6 +166,29 @@ void StreamDecoder::collect() {
     else
       frames_.push_back(std::move(frame));
   }
+}
+
+/// Some decoders keep a picture beyond a flush: from then on this one is opened anew instead.
+bool StreamDecoder::isStale(const AVFrame& frame) {
+  const int64_t mark = frameMark(frame);
+  const bool isOld = mark > 0 && mark < mark_;
+  keepsPictures_ |= isOld;
+  return isOld;
+}
+
+bool StreamDecoder::needsFirstPacket() const {
+  if (hasSeenFirst_ || !isOpen() || context_->codec_id != AV_CODEC_ID_H264) return false;
+  return stream_->codecpar->profile == kProfileH264High444;
+}
+
+void StreamDecoder::showFirstPacket(const AVPacket& packet) {
+  if (!isOpen()) return;
+  flush();
+  const int64_t errors = errors_;
+  submit(&packet);
+  flush();
+  errors_ = errors;
+  hasSeenFirst_ = true;
 }
 
 void StreamDecoder::noteError() {
@@ -195,8 +229,9 @@ void StreamDecoder::dateBackwards(int64_t end) {
 }
 
 void StreamDecoder::queue(FramePtr picture) {
-  setFrameDuration(*picture, ownDuration(*picture));
-  nextTime_ = picture->pts + frameDuration(*picture);
+  nextTime_ = picture->pts + ownDuration(*picture);
+  setDuration(*picture);
+  lastTime_ = picture->pts;
   if (deinterlacing_ == Deinterlacing::kOff) {
     frames_.push_back(std::move(picture));
     return;
@@ -224,6 +259,17 @@ int64_t StreamDecoder::ownDuration(const AVFrame& picture) const {
   return std::max<int64_t>(av_rescale_q(1, av_inv_q(rate), stream_->time_base), 1);
 }
 
+/// Of pictures that are told no duration the last one, which no other follows, lasts as long as the
+/// one before it.
+void StreamDecoder::setDuration(AVFrame& picture) {
+  const bool isTold =
+      frameDuration(picture) > 0 &&
+      av_compare_ts(frameDuration(picture), stream_->time_base, 1, kShortestPicture) >= 0;
+  const int64_t own = ownDuration(picture);
+  const bool follows = lastTime_ != AV_NOPTS_VALUE && picture.pts - lastTime_ > own;
+  setFrameDuration(picture, !isTold && follows ? picture.pts - lastTime_ : own);
+}
+
 /// Forgets all that depends on the packets sent so far.
 void StreamDecoder::restart() {
   frames_.clear();
@@ -232,6 +278,8 @@ void StreamDecoder::restart() {
   hasOnlyDecodingTimes_ = false;
   undated_.clear();
   nextTime_ = AV_NOPTS_VALUE;
+  lastTime_ = AV_NOPTS_VALUE;
+  ++mark_;
   ended_ = false;
   sent_ = 0;
   received_ = 0;

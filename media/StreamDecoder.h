@@ -34,8 +34,16 @@ class StreamDecoder {
   bool isOpen() const;
   void close();
 
-  /// Drops what the decoder holds and what waits.
+  /// Drops what the decoder holds and what waits, and whatever may still come of the packets that
+  /// were sent before.
   void flush();
+
+  /// Whether the decoder has to have seen the stream's first packet to decode later ones, and has
+  /// not: some encoders' 4:4:4 pictures are only read right by who knows the encoder, and that is
+  /// named in the first packet alone.
+  bool needsFirstPacket() const;
+  /// Shows the decoder the first packet, and drops what comes of it.
+  void showFirstPacket(const AVPacket& packet);
 
   /// Feeds a packet and collects every frame that comes out. A refused packet is counted, but not
   /// the first after a flush where a seek may land within a frame. With threads that is found out
@@ -61,11 +69,13 @@ class StreamDecoder {
   void submit(const AVPacket* packet);
   void collect();
   void noteError();
+  bool isStale(const AVFrame& frame);
   void addPicture(FramePtr picture);
   void dateBackwards(int64_t end);
   void queue(FramePtr picture);
   void setTime(AVFrame& picture);
   int64_t ownDuration(const AVFrame& picture) const;
+  void setDuration(AVFrame& picture);
   void restart();
 
   AVStream* stream_ = nullptr;
@@ -77,14 +87,18 @@ class StreamDecoder {
   bool isFirstPacket_ = true;
   bool hasOnlyDecodingTimes_ = false;  // as the first packet after a seek shows
   int64_t nextTime_ = AV_NOPTS_VALUE;  // where the last picture ended
+  int64_t lastTime_ = AV_NOPTS_VALUE;  // where it began
   int64_t firstTime_ = 0;              // when the first packet since a seek is decoded
   std::vector<FramePtr> undated_;      // pictures that wait for a time
   Deinterlacing deinterlacing_ = Deinterlacing::kOff;
   std::optional<Deinterlacer> deinterlacer_;
+  bool keepsPictures_ = false;  // beyond a flush
   bool ended_ = false;
-  int64_t sent_ = 0;       // packets since the last flush
-  int64_t received_ = 0;   // frames since then
-  bool mayBeCut_ = false;  // the first packet, if nothing was made of any yet
+  int64_t sent_ = 0;      // packets since the last flush
+  int64_t received_ = 0;  // frames since then
+  int64_t mark_ = 1;      // a number for each flush, which the frames of packets since then carry
+  bool hasSeenFirst_ = false;  // the stream's first packet
+  bool mayBeCut_ = false;      // the first packet, if nothing was made of any yet
   int64_t errors_ = 0;
 };
 

@@ -77,7 +77,7 @@ void configurePicture(const LMFFMovieFileOutputFormat& format, const LMFFVideoCo
   encoder.pix_fmt = firstPixelFormat(encoder.codec);
   setRate({format.frameTime, format.framerate}, encoder);
   setAspect(format, stream, encoder);
-  setColor(color, encoder);
+  setColor(lm_resolved_video_color(color, encoder.pix_fmt, format.height), encoder);
   encoder.gop_size = kPicturesPerGroup;
   setQuality(encoder);
 }
@@ -100,6 +100,10 @@ void configureSound(const LMFFMovieFileOutputFormat& format, AVCodecContext& enc
   encoder.sample_rate = format.sample_rate;
   encoder.time_base = {1, format.sample_rate};
   av_channel_layout_from_mask(&encoder.ch_layout, static_cast<uint64_t>(format.channel_layout));
+}
+
+LMFFVideoColor colorOf(const AVCodecContext& encoder) {
+  return {encoder.color_primaries, encoder.color_trc, encoder.colorspace, encoder.color_range};
 }
 
 }  // namespace kestrel

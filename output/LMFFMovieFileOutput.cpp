@@ -228,12 +228,19 @@ void LMFFMovieFileOutput::openVideo() {
   const LMFFMovieFileOutputFormat format = movieFormat();
   AVFormatContext& container = *formatContext();
   const int codec = format.video_codec ? format.video_codec : container.oformat->video_codec;
-  state_->videoStream = openOutputStream(codec, [&](AVStream* stream, AVCodecContext* encoder) {
-    configurePicture(format, state_->outputColor, *stream, *encoder);
+  State& state = *state_;
+  const bool isColorOpen = state.outputColor == LMFFVideoColor{};
+  if (isColorOpen && state.videoConverter) state.outputColor = state.videoConverter->outputColor();
+  state.videoStream = openOutputStream(codec, [&](AVStream* stream, AVCodecContext* encoder) {
+    configurePicture(format, state.outputColor, *stream, *encoder);
     if (std::string_view(container.oformat->name) == "dvd") {
       configureForDvd(format, container, *encoder);
     }
   });
+  // What the encoder says of its pictures, options of the host's included, is what they are made to
+  // be.
+  const StreamEncoder* encoder = state.encoderOf(state.videoStream);
+  if (isColorOpen && encoder) state.outputColor = colorOf(*encoder->context());
 }
 
 void LMFFMovieFileOutput::copyOutputStream(const AVStream* stream) {

@@ -233,6 +233,7 @@ class KESTREL_API LMFFMedia {
   void keepSoundGoing() const;
   void readTexts(const std::shared_ptr<LMFFMediaStream>& stream, int64_t target,
                  const std::function<bool(const AVFrame&)>& isMoreWanted);
+  void showFirstPackets();
   void readSubtitleBefore(int64_t target);
   void correctAsfSeek(int64_t target);
 

@@ -92,6 +92,11 @@ class KESTREL_API LMFFMediaStream {
   /// from: audio that ends before it is dropped.
   void seek(int64_t time);
 
+  /// Whether the decoder has to be shown the stream's first packet before it is given any other, as
+  /// some 4:4:4 H.264 needs, and has not been.
+  bool needsFirstPacket() const;
+  void showFirstPacket(const AVPacket* packet);
+
   /// Gives a bitmap subtitle decoder its colours; before `open`.
   void fillPalette(const SubtitlePalette& palette);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/Color.h>
+#include <kestrel/Error.h>
 #include <kestrel/Export.h>
 #include <kestrel/Font.h>
 #include <kestrel/Geometry.h>
@@ -67,6 +68,11 @@ class KESTREL_API LMFFMovie {
   void getMaxMediaDuration();
   void openAudioOutput();
   void configVideoEffectStream();
+
+  /// Why something did not work: what the first of the medias says whose input did not open, or
+  /// whose reading stopped early, then why there is no external subtitle. None while nothing
+  /// failed.
+  Error lastError() const;
 
   LMFFAudioFormat defaultOutputFormat() const;
   void configOutputFormat(const LMFFAudioFormat& format);  ///< accepted and not used
@@ -202,7 +208,8 @@ class KESTREL_API LMFFMovie {
   // Pictures.
 
   /// Runs `work` on the queue: inline when the caller is on it already. With `wait`, blocks until
-  /// it has run.
+  /// it has run; an exception that leaves it arrives here, as one of the host's code does that the
+  /// calls below run and wait for. Without, nobody is there to take it, and it ends with the work.
   void decodeImage(const std::function<void()>& work, bool wait);
 
   /// Calls `action` on the queue with the picture that is shown at a time (`decode`), or with the

@@ -112,7 +112,10 @@ class KESTREL_API LMFFMovieFileOutput {
   void setMuxerOptions(const Entries& options);
 
   /// The colours that pictures are encoded in and tagged with, in the stream and in the container.
-  /// To be set before `openVideo`.
+  /// To be set before `openVideo`. Where nothing is set, that takes the colours that the converter
+  /// was set to, else matrix and range of `lm_resolved_video_color` for the output's size and pixel
+  /// format, with primaries and transfer left open: whatever matrix and range a source's pictures
+  /// have, they are converted to what the file says.
   LMFFVideoColor outputColor() const;
   void setOutputColor(const LMFFVideoColor& color);
 

@@ -237,5 +237,22 @@ TEST(LMFFMediaPicture, NoneBeforeAnythingWasRead) {
   EXPECT_FALSE(videoMediaOf(fixture("video-only.mp4"))->currentPicture());
 }
 
+// The last picture, which nobody says how long it lasts, lasts as long as the one before it.
+TEST(LMFFMediaPicture, WithoutADurationIsNotLost) {
+  for (const char* name : {"untimed.ivf", "untimed.avi"}) {
+    const auto sums = pictureSumsOf(fixture(name));
+    ASSERT_EQ(sums.size(), 2u);
+    for (const int count : {1, 2, 16}) {
+      const ForcedCpuCount forced(count);
+      const auto media = videoMediaOf(fixture(name));
+      EXPECT_EQ(sumOf(media->pictureAtTime(milliseconds(480)).frame), sums[0]) << name;
+      const Picture last = media->pictureAtTime(milliseconds(520));
+      EXPECT_EQ(sumOf(last.frame), sums[1]) << name;
+      EXPECT_EQ(last.start, milliseconds(500)) << name;
+      EXPECT_EQ(last.end, kSecond) << name;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace kestrel::test

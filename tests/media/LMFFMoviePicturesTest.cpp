@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 #include <kestrel/LMFFImage.h>
 #include <kestrel/LMFFMovie.h>
+#include <kestrel/LMFFMovieImageProvider.h>
 #include <kestrel/OperationQueue.h>
 
 #include <semaphore>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/media/Media.h"
@@ -218,6 +220,53 @@ TEST_F(LMFFMoviePictures, SeveralMoviesWorkAtOnce) {
       }
     });
   }
+}
+
+// What a host's own code throws.
+
+TEST(LMFFMovieException, ArrivesAtTheHostThatWaits) {
+  LMFFMovie movie;
+  const auto fail = [] { throw std::runtime_error("the host's own"); };
+  EXPECT_THROW(movie.decodeImage(fail, true), std::runtime_error);
+  movie.decodeImage(fail, false);
+  movie.flushOperation();
+  bool isGoingOn = false;
+  movie.decodeImage([&] { isGoingOn = true; }, true);
+  EXPECT_TRUE(isGoingOn);
+}
+
+TEST(LMFFMovieException, OfWorkWithinWorkGoesThroughBoth) {
+  LMFFMovie movie;
+  bool isCaught = false;
+  movie.decodeImage(
+      [&] {
+        try {
+          movie.decodeImage([] { throw 7; }, true);
+        } catch (int) {
+          isCaught = true;
+        }
+      },
+      true);
+  EXPECT_TRUE(isCaught);
+  EXPECT_THROW(movie.decodeImage([&] { movie.decodeImage([] { throw 7; }, true); }, true), int);
+}
+
+TEST(LMFFMovieException, OfAnActionOrAProviderArrivesAndThePicturesGoOn) {
+  LMFFMovie movie;
+  movie.openMedias({videoMediaOf(fixture("video-only.mp4"))});
+  const auto action = [](const std::shared_ptr<LMFFImage>&) { throw std::runtime_error("full"); };
+  EXPECT_THROW(movie.decodeImageAtTime(0, true, action), std::runtime_error);
+  const auto provider = std::make_shared<LMFFMovieImageProvider>();
+  provider->movieMediaImage = [](LMFFMovie&, const std::shared_ptr<const Image>&) {
+    throw std::runtime_error("full");
+  };
+  EXPECT_THROW(movie.decodeImageAtTime(0, provider), std::runtime_error);
+  movie.decodeImageAtTime(0, provider, false);
+  movie.flushOperation();
+  int64_t time = -1;
+  movie.decodeImageAtTime(milliseconds(60), true,
+                          [&](const auto& image) { time = image->getFrame()->pts; });
+  EXPECT_EQ(time, 512);
 }
 
 }  // namespace

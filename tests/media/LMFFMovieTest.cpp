@@ -419,5 +419,28 @@ TEST_F(LMFFMovieTest, MediasMayOutliveTheirMovie) {
   EXPECT_EQ(graph->delegate(), nullptr);
 }
 
+TEST(LMFFMovieLastError, IsThatOfTheFirstMediaThatFailed) {
+  LMFFMovie movie;
+  EXPECT_FALSE(movie.lastError());
+  movie.openMedias({videoMediaOf(fixture("video-only.mp4"))});
+  EXPECT_FALSE(movie.lastError());
+  movie.openMedias({videoMediaOf(fixture("video-only.mp4")), openedMedia("no-such-file.mp4")});
+  EXPECT_EQ(movie.lastError().message, "No such file or directory");
+  EXPECT_EQ(movie.lastError().code, -ENOENT);
+  movie.close();
+  EXPECT_FALSE(movie.lastError());
+}
+
+TEST(LMFFMovieLastError, TellsWhyThereIsNoSubtitle) {
+  LMFFMovie movie;
+  EXPECT_FALSE(movie.openSubtitle("no-such-file.srt"));
+  EXPECT_EQ(movie.lastError().message, "No such file or directory");
+  EXPECT_FALSE(movie.openSubtitle(fixture("video-only.mp4")));
+  EXPECT_NE(movie.lastError().message, "");
+  EXPECT_NE(movie.lastError().message, "No such file or directory");
+  EXPECT_TRUE(movie.openSubtitle(fixture("subtitles.srt")));
+  EXPECT_FALSE(movie.lastError());
+}
+
 }  // namespace
 }  // namespace kestrel::test

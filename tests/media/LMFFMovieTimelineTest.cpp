@@ -311,6 +311,30 @@ TEST_F(LMFFMovieTimeline, SupersededSeekLeavesThePlaybackBuffer) {
   EXPECT_FALSE(movie_.medias()[0]->isCurrentSynced());
 }
 
+TEST_F(LMFFMovieTimeline, PendingSeekIsCarriedOutWhereTheClockIsSetToItsTime) {
+  movie_.openMedias({soundAt(0)});
+  for (const int64_t time : {kSecond, milliseconds(500)}) {
+    holdQueue();
+    movie_.seek(time);
+    movie_.update_current_time_to(time);
+    EXPECT_EQ(movie_.currentTime(), time);
+    releaseQueue();
+    EXPECT_TRUE(movie_.medias()[0]->isCurrentSynced());
+    EXPECT_EQ(movie_.medias()[0]->audioStream()->audio_sync_frame(), time * 44100 / kSecond);
+    EXPECT_EQ(movie_.currentTime(), time);
+  }
+}
+
+TEST_F(LMFFMovieTimeline, PendingSeekIsCarriedOutWhereTheClockComesBackToItsTime) {
+  movie_.openMedias({soundAt(0)});
+  holdQueue();
+  movie_.seek(kSecond);
+  movie_.update_current_time_to(milliseconds(200));
+  movie_.update_current_time_to(kSecond);
+  releaseQueue();
+  EXPECT_EQ(movie_.medias()[0]->audioStream()->audio_sync_frame(), 44100);
+}
+
 TEST_F(LMFFMovieTimeline, FlushWaitsForAllThatIsQueued) {
   int done = 0;
   for (int i = 0; i < 5; ++i) movie_.decodeQueue()->addOperation([&done] { ++done; });

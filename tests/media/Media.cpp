@@ -16,9 +16,10 @@ namespace kestrel::test {
 namespace {
 
 std::string ffmpegOutput(const std::filesystem::path& file,
-                         const std::vector<std::string>& arguments) {
-  std::vector<std::string> command{"ffmpeg",        "-v", "error",      "-nostdin",
-                                   "-noautorotate", "-i", file.string()};
+                         const std::vector<std::string>& arguments, int threads = 0) {
+  std::vector<std::string> command{"ffmpeg", "-v", "error", "-nostdin", "-noautorotate"};
+  if (threads > 0) command.insert(command.end(), {"-threads", std::to_string(threads)});
+  command.insert(command.end(), {"-i", file.string()});
   command.insert(command.end(), arguments.begin(), arguments.end());
   const RunResult result = run(command);
   if (result.status != 0) throw std::runtime_error("ffmpeg '" + file.string() + "': " + result.err);
@@ -44,9 +45,10 @@ std::vector<int64_t> pictureTimesOf(const std::filesystem::path& file) {
   return times;
 }
 
-std::vector<uint32_t> pictureSumsOf(const std::filesystem::path& file) {
-  std::istringstream lines(ffmpegOutput(file, {"-map", "0:v:0", "-fps_mode", "passthrough", "-c",
-                                               "rawvideo", "-f", "framecrc", "-"}));
+std::vector<uint32_t> pictureSumsOf(const std::filesystem::path& file, int threads) {
+  std::istringstream lines(ffmpegOutput(
+      file, {"-map", "0:v:0", "-fps_mode", "passthrough", "-c", "rawvideo", "-f", "framecrc", "-"},
+      threads));
   std::vector<uint32_t> sums;
   for (std::string line; std::getline(lines, line);)
     if (!line.empty() && line[0] != '#')

@@ -50,8 +50,8 @@ inline std::shared_ptr<LMFFMedia> audioMediaOf(const std::filesystem::path& file
 std::vector<int64_t> pictureTimesOf(const std::filesystem::path& file);
 
 /// A checksum of every picture of the first video stream, in their order of display, as ffmpeg
-/// decodes them.
-std::vector<uint32_t> pictureSumsOf(const std::filesystem::path& file);
+/// decodes them; `threads` of its decoder, 0 for as many as it likes.
+std::vector<uint32_t> pictureSumsOf(const std::filesystem::path& file, int threads = 0);
 
 /// The same checksum of one picture.
 uint32_t pictureSum(const AVFrame& frame);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 #include "support/FFmpegOwners.h"
@@ -394,7 +395,7 @@ TEST(LMFFMovieFileOutputPicture, PicturesAreConvertedToTheColourThatIsTagged) {
   }
 }
 
-TEST(LMFFMovieFileOutputPicture, ColourIsLeftOpenWhenNoneIsAskedFor) {
+TEST(LMFFMovieFileOutputPicture, PrimariesAndTransferAreLeftOpenWhenNoneAreAskedFor) {
   const TempDir dir;
   PictureOutput output(dir / "a.mp4", AV_CODEC_ID_H264);
   writePictures(output, 3);
@@ -402,6 +403,55 @@ TEST(LMFFMovieFileOutputPicture, ColourIsLeftOpenWhenNoneIsAskedFor) {
   const nlohmann::json stream = streamOf(dir / "a.mp4", "v");
   EXPECT_FALSE(stream.contains("color_primaries"));
   EXPECT_FALSE(stream.contains("color_transfer"));
+}
+
+/// A frame of 1280 x 720 that says nothing of its colours, pure red in BT.709.
+FramePtr untaggedRed() {
+  FramePtr frame = makeFrame();
+  frame->format = AV_PIX_FMT_YUV420P;
+  frame->width = 1280;
+  frame->height = 720;
+  av_frame_get_buffer(frame.get(), 0);
+  const std::array<uint8_t, 3> red{63, 102, 240};
+  for (int plane = 0; plane < 3; ++plane)
+    std::fill_n(frame->data[plane], frame->linesize[plane] * (plane ? 360 : 720), red.at(plane));
+  return frame;
+}
+
+// A host that says nothing of colours: its 720 lines count as BT.709, the 120 that it asks for as
+// BT.601, in which red has a luma of 81.
+TEST(LMFFMovieFileOutputPicture, PicturesAreConvertedToWhatTheFileSaysWhenNothingIsAskedFor) {
+  const TempDir dir;
+  LMFFMovieFileOutput output;
+  output.setMovieFormat(smallFormat(AV_CODEC_ID_FFV1));
+  test::start(output, dir / "a.mkv", true, false);
+  EXPECT_EQ(output.outputColor(),
+            (LMFFVideoColor{.matrix = AVCOL_SPC_SMPTE170M, .range = AVCOL_RANGE_MPEG}));
+  output.writeVideoFrame(untaggedRed().get());
+  output.stopOutput();
+  const std::vector<double> lumas = meanLumas(dir / "a.mkv");
+  ASSERT_EQ(lumas.size(), 1u);
+  EXPECT_NEAR(lumas[0], 81, 1);
+  EXPECT_EQ(streamOf(dir / "a.mkv", "v")["color_space"], "smpte170m");
+}
+
+TEST(LMFFMovieFileOutputPicture, ColourOfAnEncodersOptionOrOfTheConverterIsTakenOver) {
+  const TempDir dir;
+  for (const bool byOption : {true, false}) {
+    LMFFMovieFileOutput output;
+    output.setMovieFormat(smallFormat(AV_CODEC_ID_FFV1));
+    if (byOption)
+      output.setVideoOptions({{"colorspace", "bt709"}});
+    else
+      output.videoConverter()->setOutputColor({.matrix = AVCOL_SPC_BT709});
+    test::start(output, dir / "a.mkv", true, false);
+    output.writeVideoFrame(untaggedRed().get());
+    output.stopOutput();
+    const std::vector<double> lumas = meanLumas(dir / "a.mkv");
+    ASSERT_EQ(lumas.size(), 1u);
+    EXPECT_NEAR(lumas[0], 63, 1);
+    EXPECT_EQ(streamOf(dir / "a.mkv", "v")["color_space"], "bt709");
+  }
 }
 
 TEST(LMFFMovieFileOutputPicture, DvdIsWritten) {
