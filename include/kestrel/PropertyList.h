@@ -17,8 +17,8 @@ namespace kestrel {
 /// A tree of plain values: what a property list file holds. It is a value like any other; copying
 /// it copies the whole tree.
 ///
-/// Files are binary property lists ("bplist00"), which many other programs and Python's `plistlib`
-/// read and write.
+/// Files are property lists, which many other programs and Python's `plistlib` read and write. Both
+/// the binary form ("bplist00") and the XML one are read; the binary one is written.
 class KESTREL_API PropertyList {
  public:
   using Data = std::vector<uint8_t>;
@@ -78,7 +78,7 @@ class KESTREL_API PropertyList {
 
   bool operator==(const PropertyList& other) const { return value_ == other.value_; }
 
-  /// Reads a binary property list; none when it is not one, and `error`, where given, tells why.
+  /// Reads a property list; none when it is not one, and `error`, where given, tells why.
   ///
   /// Whatever the bytes are, reading ends soon and takes memory in proportion to their number:
   /// objects that contain themselves, that lie more than 256 deep or that are used over and over

@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "platform/archive/BinaryPropertyList.h"
+#include "platform/archive/Utf8.h"
 
 namespace kestrel {
 
@@ -30,22 +31,6 @@ uint64_t bigEndian(std::span<const uint8_t> bytes) {
   uint64_t value = 0;
   for (const uint8_t byte : bytes) value = value << 8 | byte;
   return value;
-}
-
-void appendUtf8(uint32_t code, std::string& text) {
-  const auto put = [&](uint32_t byte) { text.push_back(static_cast<char>(byte)); };
-  if (code < 0x80) return put(code);
-  if (code < 0x800) {
-    put(0xC0 | code >> 6);
-  } else if (code < 0x10000) {
-    put(0xE0 | code >> 12);
-    put(0x80 | (code >> 6 & 0x3F));
-  } else {
-    put(0xF0 | code >> 18);
-    put(0x80 | (code >> 12 & 0x3F));
-    put(0x80 | (code >> 6 & 0x3F));
-  }
-  put(0x80 | (code & 0x3F));
 }
 
 /// UTF-16, high byte first; halves of pairs that stand alone become U+FFFD.

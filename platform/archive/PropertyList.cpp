@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "platform/archive/BinaryPropertyList.h"
+#include "platform/archive/XmlPropertyList.h"
 
 namespace kestrel {
 
@@ -54,7 +55,7 @@ const PropertyList* PropertyList::find(const std::string& key) const {
 
 std::optional<PropertyList> PropertyList::fromData(std::span<const uint8_t> bytes, Error* error) {
   try {
-    return readBinaryPropertyList(bytes);
+    return isXmlPropertyList(bytes) ? readXmlPropertyList(bytes) : readBinaryPropertyList(bytes);
   } catch (const PropertyListError& problem) {
     if (error) *error = {-EILSEQ, problem.what()};
     return std::nullopt;

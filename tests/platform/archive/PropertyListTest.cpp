@@ -154,7 +154,7 @@ TEST_F(PropertyListTest, TellsWhyAFileCannotBeReadOrWritten) {
   EXPECT_EQ(error.message, "No such file or directory");
   std::ofstream(file_) << "<?xml version=\"1.0\"?><plist/>";
   EXPECT_FALSE(PropertyList::fromFile(file_.string(), &error));
-  EXPECT_THAT(error.message, testing::HasSubstr("no binary property list"));
+  EXPECT_THAT(error.message, testing::HasSubstr("no property list"));
 }
 
 TEST_F(PropertyListTest, AnswersWhatAValueIs) {
