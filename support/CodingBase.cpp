@@ -70,7 +70,7 @@ std::shared_ptr<CodingBase> CodingBase::copy() const {
 bool CodingBase::writeToFile(const std::string& path, bool /*atomically*/) const {
   tryBlock([&] {
     KeyedArchiver archiver;
-    encodeWithCoder(archiver);
+    for (const std::string& key : allCoderKeys()) encoder(archiver, key);
     const PropertyList::Data bytes = archiver.finishEncoding();
     std::error_code ignored;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
@@ -86,7 +86,7 @@ void CodingBase::initWithContentsOfFile(const std::string& path) {
     const auto bytes = PropertyList::bytesOfFile(path, &error);
     if (!bytes) return log(fmt::format("cannot read '{}': {}", path, error.message));
     KeyedUnarchiver unarchiver(*bytes);
-    initWithCoder(unarchiver);
+    for (const std::string& key : allCoderKeys()) decoder(unarchiver, key);
   });
 }
 

@@ -50,13 +50,14 @@ class KESTREL_API CodingBase : public Coding {
   /// Runs `block` and discards any exception that leaves it, with a line in the log.
   virtual void tryBlock(const std::function<void()>& block) const;
 
-  // One property. They throw what the property's access and the archive throw.
+  // One property: everything below goes through these three, so that a subclass can store or copy a
+  // property in a way of its own. They throw what the property's access and the archive throw.
 
-  void encoder(KeyedArchiver& archiver, const std::string& key) const;
+  virtual void encoder(KeyedArchiver& archiver, const std::string& key) const;
   /// Leaves the property as it is where the archive has no such key.
-  void decoder(KeyedUnarchiver& unarchiver, const std::string& key);
+  virtual void decoder(KeyedUnarchiver& unarchiver, const std::string& key);
   /// The target gets the same value; a list in it is shared, not copied.
-  void copyTo(CodingBase& target, const std::string& key) const;
+  virtual void copyTo(CodingBase& target, const std::string& key) const;
 
   // All properties.
 
@@ -64,9 +65,10 @@ class KESTREL_API CodingBase : public Coding {
   void encodeWithCoder(KeyedArchiver& archiver) const override;
   /// What a factory for `registerCodingClass` calls on a new object.
   void initWithCoder(KeyedUnarchiver& unarchiver);
-  std::shared_ptr<CodingBase> copy() const;
+  virtual std::shared_ptr<CodingBase> copy() const;
 
-  /// Stores the properties in a file, each under its name; folders on the way to it are made. The
+  /// Stores the properties in a file, each under its name, whatever else `encodeWithCoder` of a
+  /// subclass stores; folders on the way to it are made. The
   /// file is replaced as a whole whatever `atomically` says. Answers true whatever happened; a
   /// failure is a line in the log.
   bool writeToFile(const std::string& path, bool atomically) const;

@@ -208,5 +208,47 @@ TEST_F(CodingBaseTest, TryBlockRunsItsBlockAndContainsExceptions) {
   EXPECT_EQ(runs, 2);
 }
 
+/// Stores one of its properties in a way of its own.
+class Shouting : public Settings {
+ public:
+  using Settings::Settings;
+
+  void encoder(KeyedArchiver& archiver, const std::string& key) const override {
+    if (key == "title")
+      archiver.encodeObject(title + "!", key);
+    else
+      Settings::encoder(archiver, key);
+  }
+  void encodeWithCoder(KeyedArchiver& archiver) const override {
+    Settings::encodeWithCoder(archiver);
+    archiver.encodeInt64(7, "version");
+  }
+  std::shared_ptr<CodingBase> copy() const override {
+    auto other = std::make_shared<Shouting>();
+    for (const std::string& key : allCoderKeys()) copyTo(*other, key);
+    other->note = note;
+    return other;
+  }
+};
+
+TEST_F(CodingBaseTest, AFileHoldsEachPropertyAsTheSubclassStoresIt) {
+  Shouting settings;
+  settings.title = "quiet";
+  EXPECT_TRUE(settings.writeToFile(file_, true));
+  KeyedUnarchiver unarchiver(*PropertyList::bytesOfFile(file_));
+  EXPECT_EQ(unarchiver.decodeObjectForKey("title").text(), "quiet!");
+  EXPECT_TRUE(unarchiver.containsValueForKey("tracks"));
+  EXPECT_FALSE(unarchiver.containsValueForKey("version"));
+}
+
+TEST_F(CodingBaseTest, ACopyIsTheSubclasssToMake) {
+  Shouting settings;
+  settings.note = "copied all the same";
+  const CodingBase& base = settings;
+  const auto copy = std::dynamic_pointer_cast<Shouting>(base.copy());
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(copy->note, "copied all the same");
+}
+
 }  // namespace
 }  // namespace kestrel::test
