@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <mutex>
 #include <system_error>
 #include <utility>
 
@@ -114,6 +115,8 @@ std::vector<std::shared_ptr<LMDVDFile>> LMDVD::dvdFiles() {
 
 std::vector<std::shared_ptr<LMDVDFile>> LMDVD::filesOfTitleSet(int32_t number) {
   std::vector<std::shared_ptr<LMDVDFile>> files;
+  if (!dvd_reader()) return files;
+  const std::lock_guard guard(internal_->lock());
   for (int32_t domain = DVD_READ_INFO_FILE; domain <= DVD_READ_TITLE_VOBS; ++domain) {
     if (number == 0 && domain == DVD_READ_TITLE_VOBS) continue;  // the manager has no titles
     dvd_stat_t status{};

@@ -2,14 +2,24 @@
 
 #include <fmt/format.h>
 
+#include <mutex>
+
 #include "dvd/DVDOwners.h"
 
 namespace kestrel {
+
+namespace {
+
+constexpr int32_t kRefused = -1;
+
+}  // namespace
 
 LMDVDFile::~LMDVDFile() { close(); }
 
 void LMDVDFile::open() {
   close();
+  if (!dvd_ || !dvd_->dvd_reader()) return;
+  const std::lock_guard guard(dvd_->internal()->lock());
   dvd_file_ =
       DVDOpenFile(dvd_->dvd_reader(), title_num_, static_cast<dvd_read_domain_t>(dvd_read_domain_));
 }
@@ -21,6 +31,8 @@ void LMDVDFile::close() {
 
 int32_t LMDVDFile::read(void* data, int64_t offset, int32_t size) {
   const int64_t position = offset_ + offset;
+  if (!dvd_file_ || !data || size < 0 || position < 0) return kRefused;
+  const std::lock_guard guard(dvd_->internal()->lock());
   if (dvd_read_domain_ == DVD_READ_INFO_FILE || dvd_read_domain_ == DVD_READ_INFO_BACKUP_FILE) {
     DVDFileSeek(dvd_file_, static_cast<int32_t>(position));
     return static_cast<int32_t>(DVDReadBytes(dvd_file_, data, static_cast<size_t>(size)));

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <mutex>
 
 #include "dvd/DVDOwners.h"
 #include "dvd/Sectors.h"
@@ -69,7 +70,8 @@ std::shared_ptr<LMMediaSource> LMDVDSource::copy() const {
 }
 
 void LMDVDSource::openReader() {
-  if (reader_ || !dvd_ || !title_set_) return;
+  if (reader_ || !dvd_ || !dvd_->dvd_reader() || !title_set_) return;
+  const std::lock_guard guard(dvd_->internal()->lock());
   reader_ = DVDOpenFile(dvd_->dvd_reader(), title_set_->title_set(), DVD_READ_TITLE_VOBS);
   if (!reader_) return setLastError(engineError(AVERROR(EIO), "its title VOBs cannot be opened"));
   blocks_ = static_cast<uint32_t>(std::max<ssize_t>(DVDFileSize(reader_), 0));
@@ -87,9 +89,10 @@ void LMDVDSource::open() {
   LMMediaSource::open();
   if (!isOpen() || !media_) return;
   const auto times = timesOf(*this);
-  if (!times) return;
-  formatContext()->start_time = av_rescale_q(times->start, kTicks, kMicroseconds);
-  formatContext()->duration = av_rescale_q(times->end - times->start, kTicks, kMicroseconds);
+  const auto context = sharedContext();
+  if (!times || !context) return;
+  context->start_time = av_rescale_q(times->start, kTicks, kMicroseconds);
+  context->duration = av_rescale_q(times->end - times->start, kTicks, kMicroseconds);
 }
 
 bool LMDVDSource::isDVD() const { return true; }
@@ -161,6 +164,7 @@ int64_t LMDVDSource::readBlock(uint32_t block, int64_t count, uint8_t* buffer) {
   const int64_t wanted = std::min<int64_t>(left, count);
   if (wanted < 1 || !reader_) return 0;
   const uint32_t first = block + static_cast<uint32_t>(media_ ? media_->start_sector() : 0);
+  const std::lock_guard guard(dvd_->internal()->lock());
   const ssize_t got =
       DVDReadBlocks(reader_, static_cast<int>(first), static_cast<size_t>(wanted), buffer);
   if (got < wanted) setLastError(engineError(AVERROR(EIO), "not all of its sectors can be read"));

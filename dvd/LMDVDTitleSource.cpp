@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 #include <span>
 #include <utility>
 
@@ -87,6 +88,7 @@ struct LMDVDTitleSource::State {
   std::optional<NavigationTimes> timesAt(uint32_t sector) const;
   const Segment* segmentAt(int64_t block) const;
   std::optional<Rational> pictureRate();
+  int64_t readVobs(int64_t first, int64_t count, uint8_t* buffer) const;
   int64_t readBlocks(int64_t block, int64_t count, uint8_t* buffer);
 };
 
@@ -114,15 +116,23 @@ const std::shared_ptr<LMDVDTitleSet>& LMDVDTitleSource::title_set() const {
 const std::shared_ptr<LMDVDTitle>& LMDVDTitleSource::title() const { return state_->title; }
 
 void LMDVDTitleSource::State::openVobs() {
-  if (vobs) return;
-  vobs.reset(DVDOpenFile(dvd->dvd_reader(), title_set->title_set(), DVD_READ_TITLE_VOBS));
+  if (vobs || !dvd || !dvd->dvd_reader() || !title_set || !title) return;
+  {
+    const std::lock_guard guard(dvd->internal()->lock());
+    vobs.reset(DVDOpenFile(dvd->dvd_reader(), title_set->title_set(), DVD_READ_TITLE_VOBS));
+  }
   if (vobs) layOut();
+}
+
+/// Blocks of the title set's VOBs, and how many could be read; negative for an error.
+int64_t LMDVDTitleSource::State::readVobs(int64_t first, int64_t count, uint8_t* buffer) const {
+  const std::lock_guard guard(dvd->internal()->lock());
+  return DVDReadBlocks(vobs.get(), static_cast<int>(first), static_cast<size_t>(count), buffer);
 }
 
 std::optional<NavigationTimes> LMDVDTitleSource::State::timesAt(uint32_t sector) const {
   std::array<uint8_t, kSectorBytes> bytes;
-  const bool isRead = int64_t{sector} < available &&
-                      DVDReadBlocks(vobs.get(), static_cast<int>(sector), 1, bytes.data()) == 1;
+  const bool isRead = int64_t{sector} < available && readVobs(sector, 1, bytes.data()) == 1;
   return isRead ? navigationTimes(bytes.data()) : std::nullopt;
 }
 
@@ -187,12 +197,12 @@ int64_t LMDVDTitleSource::State::readBlocks(int64_t block, int64_t count, uint8_
   const int64_t within = block - segment->position;
   const auto first = static_cast<int>(segment->first_sector + within);
   count = std::min(count, segment->sectors - within);
-  int64_t got = DVDReadBlocks(vobs.get(), first, static_cast<size_t>(count), buffer);
+  int64_t got = readVobs(first, count, buffer);
   bool isWhole = true;
   if (got <= 0) {
     // Read by and by, up to the place itself.
     got = std::min(kErrorBlock - first % kErrorBlock, count);
-    isWhole = DVDReadBlocks(vobs.get(), first, static_cast<size_t>(got), buffer) == got;
+    isWhole = readVobs(first, got, buffer) == got;
     failures = isWhole ? 0 : failures + 1;
     if (!isWhole) std::fill_n(buffer, got * kSectorBytes, uint8_t{0});
     if (failures > kMostErrorBlocks) return 0;
@@ -308,8 +318,7 @@ bool LMDVDTitleSource::State::beginsScrambled() const {
   std::vector<uint8_t> bytes(static_cast<size_t>(kMostBlocksToCheck * kSectorBytes));
   for (const Segment& segment : segments) {
     const auto count = static_cast<size_t>(std::min(segment.sectors, kMostBlocksToCheck));
-    const int64_t got =
-        DVDReadBlocks(vobs.get(), static_cast<int>(segment.first_sector), count, bytes.data());
+    const int64_t got = readVobs(segment.first_sector, count, bytes.data());
     for (int64_t i = 0; i < got; ++i)
       if (isScrambled(bytes.data() + i * kSectorBytes)) return true;
   }
@@ -357,20 +366,24 @@ void LMDVDTitleSource::addChapters() {
 bool LMDVDTitleSource::isDVD() const { return true; }
 
 std::string LMDVDTitleSource::name() const {
-  return fmt::format("{}_{}_{}", state_->dvd->volume(), state_->title_set->title_set(),
-                     state_->title->title() + 1);
+  const State& state = *state_;
+  return fmt::format("{}_{}_{}", state.dvd ? state.dvd->volume() : "",
+                     state.title_set ? state.title_set->title_set() : 0,
+                     state.title ? state.title->title() + 1 : 1);
 }
 
-std::string LMDVDTitleSource::path() const { return state_->dvd->path(); }
+std::string LMDVDTitleSource::path() const { return state_->dvd ? state_->dvd->path() : ""; }
 
-const SubtitlePalette* LMDVDTitleSource::palette() const { return state_->title->palette(); }
+const SubtitlePalette* LMDVDTitleSource::palette() const {
+  return state_->title ? state_->title->palette() : nullptr;
+}
 
 std::optional<std::vector<std::string>> LMDVDTitleSource::audioNames() const {
-  return state_->title_set->audioLanguages();
+  return state_->title_set ? std::optional(state_->title_set->audioLanguages()) : std::nullopt;
 }
 
 std::optional<std::vector<std::string>> LMDVDTitleSource::subtitleNames() const {
-  return state_->title_set->subtitleLanguages();
+  return state_->title_set ? std::optional(state_->title_set->subtitleLanguages()) : std::nullopt;
 }
 
 int64_t LMDVDTitleSource::filesize() const { return state_->blocks * kSectorBytes; }
@@ -379,6 +392,7 @@ int32_t LMDVDTitleSource::buffer_size() const { return kBufferBytes; }
 
 std::vector<int64_t> LMDVDTitleSource::chapterTimes() {
   std::vector<int64_t> times;
+  if (!state_->title) return times;
   for (const size_t cell : state_->title->chapters()) times.push_back(timeOfCell(cell));
   return times;
 }

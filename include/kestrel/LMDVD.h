@@ -27,8 +27,8 @@ struct LMDVDNumberedTitle {
 /// its title sets and titles.
 ///
 /// `open` reads everything that the tree holds; nothing of it changes afterwards, so any thread may
-/// look at it. Sources and files of a volume keep it alive. Their reads go through its one reader,
-/// so of all that read one volume only one may read at a time.
+/// look at it. Sources and files of a volume keep it alive. They may be read in several threads:
+/// their reads take turns, because all go through the volume's one reader.
 ///
 /// Discs are read as they are: scrambled ones are not unscrambled here.
 class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {

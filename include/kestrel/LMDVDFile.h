@@ -53,9 +53,9 @@ class KESTREL_API LMDVDFile {
   bool isOpen() const { return dvd_file_ != nullptr; }
   void close();
 
-  /// Reads `size` bytes from `offset` on; answers how many came, negative for an error. The file
-  /// must be open. VOBs are read in blocks of 2048 bytes: position and size lose what is beyond
-  /// whole blocks.
+  /// Reads `size` bytes from `offset` on; answers how many came, negative for an error: where the
+  /// file is not open, too, and for a negative size or position. VOBs are read in blocks of 2048
+  /// bytes: position and size lose what is beyond whole blocks.
   int32_t read(void* data, int64_t offset, int32_t size);
 
   /// The file's path within the volume, such as "VIDEO_TS/VTS_02_1.VOB".

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <mutex>
+
 struct dvd_reader_s;
 
 namespace kestrel {
@@ -11,7 +13,12 @@ class LMDVDInternal {
   dvd_reader_s* dvd() const { return dvd_; }
   void setDvd(dvd_reader_s* dvd) { dvd_ = dvd; }
 
+  /// Held during every access to the disc: of an image there is one open file, and two threads
+  /// would move its position under each other.
+  std::mutex& lock() { return lock_; }
+
  private:
+  std::mutex lock_;
   dvd_reader_s* dvd_ = nullptr;
 };
 

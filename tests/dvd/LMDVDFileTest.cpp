@@ -6,6 +6,7 @@
 #include <kestrel/Log.h>
 
 #include <fmt/format.h>
+#include <array>
 
 #include "tests/dvd/Disc.h"
 
@@ -145,6 +146,29 @@ TEST(LMDVDIO, DumpsWhatIsThere) {
   const DiscCopy disc("pal");
   std::filesystem::remove(disc.file("VTS_02_1.VOB"));
   EXPECT_THAT(dumpOf(disc.path()), testing::Contains("-----title_set 2 error"));
+}
+
+TEST(LMDVDFile, ReadsNothingThatMakesNoSense) {
+  std::array<char, 2048> bytes{};
+  LMDVDFile without;
+  without.open();
+  EXPECT_FALSE(without.isOpen());
+  EXPECT_LT(without.read(bytes.data(), 0, 2048), 0);
+  without.setDvd(std::make_shared<LMDVD>());
+  without.open();
+  EXPECT_FALSE(without.isOpen());
+
+  for (const auto& file : LMDVD::open(discImage("pal"))->filesOfTitleSet(1)) {
+    EXPECT_LT(file->read(bytes.data(), 0, 2048), 0);  // not open yet
+    file->open();
+    ASSERT_TRUE(file->isOpen());
+    EXPECT_LT(file->read(bytes.data(), 0, -1), 0);
+    EXPECT_LT(file->read(bytes.data(), 0, INT32_MIN), 0);
+    EXPECT_LT(file->read(bytes.data(), -2048, 2048), 0);
+    EXPECT_LT(file->read(nullptr, 0, 2048), 0);
+    EXPECT_EQ(file->read(bytes.data(), 0, 0), 0);
+    EXPECT_EQ(file->read(bytes.data(), 0, 2048), 2048);
+  }
 }
 
 }  // namespace

@@ -1,11 +1,15 @@
 #include <gmock/gmock.h>
 #include <kestrel/LMDVDSource.h>
+#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <thread>
 #include <vector>
 
 #include "tests/dvd/Disc.h"
@@ -211,6 +215,67 @@ TEST(LMDVDSource, TellsWhatThePicturesAre) {
   EXPECT_EQ(pal.at(3)->pictureFacts(), (LMDVDPictureFacts{720, 576, {4, 3}, {25, 1}}));
   const auto ntsc = LMDVD::open(discFolder("ntsc").string())->titleSources();
   EXPECT_EQ(ntsc.at(0)->pictureFacts(), (LMDVDPictureFacts{720, 480, {4, 3}, {30000, 1001}}));
+}
+
+TEST(LMDVDThreads, SourcesOfOneImageDoNotMixTheirSectors) {
+  const auto dvd = LMDVD::open(discImage("pal"));
+  const auto expected = bytesOf(discFolder("pal") / "VIDEO_TS" / "VTS_01_1.VOB");
+  const auto set = dvd->title_sets().at(0);
+  const auto blocks = static_cast<uint32_t>(expected.size() / 2048);
+  // Each reads single blocks from all over the title, the one upwards, the other downwards.
+  const auto countWrong = [&](bool isUpwards) {
+    LMDVDSource source;
+    source.setDvd(dvd);
+    source.setTitle_set(set);
+    source.setMedia(std::make_shared<LMDVDMedia>(0, static_cast<int32_t>(blocks)));
+    source.avio_context();
+    std::array<uint8_t, 2048> bytes{};
+    int wrong = 0;
+    for (int round = 0; round < 20; ++round)
+      for (uint32_t i = 0; i < blocks; ++i) {
+        const uint32_t block = isUpwards ? i : blocks - 1 - i;
+        const bool isRight =
+            source.readBlock(block, 1, bytes.data()) == 1 &&
+            std::memcmp(bytes.data(), expected.data() + size_t{block} * 2048, 2048) == 0;
+        wrong += isRight ? 0 : 1;
+      }
+    return wrong;
+  };
+  int upwards = -1;
+  int downwards = -1;
+  {
+    const std::jthread one([&] { upwards = countWrong(true); });
+    const std::jthread other([&] { downwards = countWrong(false); });
+  }
+  EXPECT_EQ(upwards, 0);
+  EXPECT_EQ(downwards, 0);
+}
+
+TEST(LMDVDUnopened, SourcesWithoutAVolumeOrATitleReadNothing) {
+  const auto unopened = std::make_shared<LMDVD>();
+  EXPECT_THAT(unopened->dvdFiles(), IsEmpty());
+  EXPECT_THAT(unopened->titleSources(), IsEmpty());
+  for (const auto& dvd : {std::shared_ptr<LMDVD>(), unopened}) {
+    LMDVDTitleSource title(dvd, std::make_shared<LMDVDTitleSet>(), std::make_shared<LMDVDTitle>());
+    LMDVDTitleSource none(dvd, nullptr, nullptr);
+    LMDVDSource source;
+    source.setDvd(dvd);
+    source.setTitle_set(std::make_shared<LMDVDTitleSet>());
+    for (LMMediaSource* input :
+         {static_cast<LMMediaSource*>(&title), static_cast<LMMediaSource*>(&none),
+          static_cast<LMMediaSource*>(&source)}) {
+      input->open();
+      EXPECT_FALSE(input->isOpen());
+      EXPECT_TRUE(input->lastError());
+      input->name();
+      EXPECT_EQ(input->path(), "");
+      input->palette();
+      input->audioNames();
+      input->subtitleNames();
+    }
+    EXPECT_THAT(none.chapterTimes(), IsEmpty());
+    EXPECT_TRUE(none.problem());
+  }
 }
 
 }  // namespace
