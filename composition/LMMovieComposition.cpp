@@ -54,7 +54,10 @@ LMMovieComposition::~LMMovieComposition() = default;
 
 LMMovieComposition::TrackList LMMovieComposition::tracks() const { return state_->tracks.get(); }
 
-void LMMovieComposition::setTracks(TrackList tracks) { state_->tracks.set(std::move(tracks)); }
+void LMMovieComposition::setTracks(TrackList tracks) {
+  std::erase(tracks, nullptr);
+  state_->tracks.set(std::move(tracks));
+}
 
 std::shared_ptr<LMMovieCompositionTrack> LMMovieComposition::insert(const std::string& path,
                                                                     double at, double rate) {

@@ -1,3 +1,4 @@
+#include <kestrel/AtomicFile.h>
 #include <kestrel/Bundle.h>
 #include <kestrel/KeyedArchiver.h>
 #include <kestrel/KeyedUnarchiver.h>
@@ -17,6 +18,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/process/PrivateFolder.h"
 #include "support/Guarded.h"
 
 namespace fs = std::filesystem;
@@ -39,6 +41,19 @@ unsigned randomNumber() {
   static std::mt19937 generator{std::random_device{}()};
   const std::lock_guard guard(lock);
   return static_cast<unsigned>(generator() & 0x7FFFFFFFU);
+}
+
+/// A folder that nobody else can put an archive into: the helper writes where an archive says.
+/// Where another user has taken its name, one named by this user's number; "" where that is taken,
+/// too.
+std::string privateFolder() {
+  const std::string base =
+      fmt::format("{}/{}", temporaryDirectory(), Bundle::mainBundle().bundleIdentifier());
+  for (const std::string& outer : {base, fmt::format("{}-{}", base, geteuid())}) {
+    const std::string inner = fmt::format("{}/{}", outer, kTemporaryName);
+    if (makePrivateFolder(outer) && makePrivateFolder(inner)) return inner;
+  }
+  return "";
 }
 
 }  // namespace
@@ -64,7 +79,10 @@ std::shared_ptr<VideoJoiner> VideoJoiner::joinerWithPath(const std::string& path
 std::string VideoJoiner::path() const { return state_->path.get(); }
 void VideoJoiner::setPath(const std::string& path) { state_->path.set(path); }
 VideoJoiner::ItemList VideoJoiner::tracks() const { return state_->tracks.get(); }
-void VideoJoiner::setTracks(ItemList tracks) { state_->tracks.set(std::move(tracks)); }
+void VideoJoiner::setTracks(ItemList tracks) {
+  std::erase(tracks, nullptr);
+  state_->tracks.set(std::move(tracks));
+}
 
 void VideoJoiner::join(const std::string& input, double position, double rate) {
   auto item = std::make_shared<VideoJoinerItem>();
@@ -77,28 +95,28 @@ void VideoJoiner::join(const std::string& input, double position, double rate) {
 }
 
 std::string VideoJoiner::tempFilePath() const {
-  const fs::path folder =
-      fs::path(temporaryDirectory()) / Bundle::mainBundle().bundleIdentifier() / kTemporaryName;
-  std::error_code ignored;
-  fs::create_directories(folder, ignored);
-  return fmt::format("{}/{}-{}-{:x}", folder.string(), kTemporaryName, getpid(), randomNumber());
+  const std::string folder = privateFolder();
+  if (folder.empty()) return "";
+  return fmt::format("{}/{}-{}-{:x}", folder, kTemporaryName, getpid(), randomNumber());
 }
 
 void VideoJoiner::exportMovie() const {
-  const std::string archive = tempFilePath();
+  const std::string path = tempFilePath();
+  if (path.empty()) return log("there is no folder for temporary files that is this user's alone");
   try {
+    AtomicFile archive(path, AtomicFile::Existing::kKeep);
     auto copy = std::make_shared<VideoJoiner>();  // as it is now; an archive shares its objects
-    copy->setPath(path());
+    copy->setPath(this->path());
     copy->setTracks(tracks());
-    Error error;
-    if (!KeyedArchiver::archiveRootObject(copy, archive, &error))
-      log(fmt::format("cannot write '{}': {}", archive, error.message));
-    launchMovieHelperTask(kCommand, {archive})->waitUntilExit();
+    archive.write(KeyedArchiver::archivedDataWithRootObject(copy));
+    if (const Error error = archive.commit())
+      return log(fmt::format("cannot write '{}': {}", path, error.message));
+    launchMovieHelperTask(kCommand, {path})->waitUntilExit();
   } catch (const std::exception& problem) {
     log(problem.what());
   }
   std::error_code ignored;
-  fs::remove(archive, ignored);
+  fs::remove(path, ignored);
 }
 
 std::string VideoJoiner::codingName() const { return kClassName; }

@@ -31,7 +31,7 @@ class KESTREL_API LMMovieComposition {
   LMMovieComposition& operator=(const LMMovieComposition&) = delete;
 
   TrackList tracks() const;
-  void setTracks(TrackList tracks);
+  void setTracks(TrackList tracks);  ///< null ones are left out
 
   /// Appends a track of the file's first stream at a position (seconds), which is answered so that
   /// another stream can be chosen. The file is opened by the export.

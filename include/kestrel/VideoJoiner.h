@@ -33,12 +33,13 @@ class KESTREL_API VideoJoiner : public Coding {
 
   /// The inputs in the order of their insertion. An empty list is stored as nothing.
   ItemList tracks() const;
-  void setTracks(ItemList tracks);
+  void setTracks(ItemList tracks);  ///< null ones are left out
 
   /// Appends an input that starts at `position` (seconds).
   void join(const std::string& input, double position, double rate);
 
-  /// A new name for an archive, in a folder of the temporary directory that this makes.
+  /// A new name for an archive, in a folder of the temporary directory that this makes, and that
+  /// only this user may enter; "" where there is no such place.
   std::string tempFilePath() const;
 
   /// Has the helper write the file and blocks until it has exited. Nothing is reported but in the

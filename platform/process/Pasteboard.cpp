@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -13,19 +12,13 @@
 #include <cstdlib>
 #include <utility>
 
+#include "platform/process/PrivateFolder.h"
+
 namespace kestrel {
 
 namespace {
 
 constexpr char kFolder[] = "kestrel-pasteboards";
-
-/// Makes a folder that only the user may enter; false where something else has its name.
-bool makePrivateFolder(const std::string& path) {
-  mkdir(path.c_str(), 0700);
-  struct stat status {};
-  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-         status.st_uid == geteuid() && (status.st_mode & 0077) == 0;
-}
 
 /// Where pasteboards lie: below the session's own folder, or beside other temporary files; "" where
 /// there is no safe place.

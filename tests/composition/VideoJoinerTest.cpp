@@ -134,6 +134,47 @@ TEST_F(VideoJoinerTest, TemporaryFilesHaveDifferentNamesInOneFolder) {
   EXPECT_GT(name.size(), prefix.size());
 }
 
+TEST_F(VideoJoinerTest, OnlyThisUserMayEnterTheTemporaryFolder) {
+  const fs::path inner = fs::path(VideoJoiner().tempFilePath()).parent_path();
+  EXPECT_EQ(fs::status(inner).permissions(), fs::perms::owner_all);
+  EXPECT_EQ(fs::status(inner.parent_path()).permissions(), fs::perms::owner_all);
+}
+
+TEST_F(VideoJoinerTest, AFolderThatOthersMayEnterIsNotUsed) {
+  const std::string name = "test_composition-" + std::to_string(geteuid());
+  const auto taken = folder_ / "test_composition";
+  fs::create_directory(taken);
+  fs::permissions(taken, fs::perms::all);
+  const fs::path path = VideoJoiner().tempFilePath();
+  EXPECT_EQ(path.parent_path(), folder_ / name / "Video--Joiner--Temp");
+
+  // Nor is a link to one of this user's own folders, which another user could move.
+  fs::remove_all(folder_ / name);
+  fs::create_directory(folder_ / "own");
+  fs::permissions(folder_ / "own", fs::perms::owner_all);
+  fs::create_directory_symlink("own", folder_ / name);
+  EXPECT_EQ(VideoJoiner().tempFilePath(), "");
+  VideoJoiner().exportMovie();
+  EXPECT_EQ(filesLeft(), 0);
+  EXPECT_THAT(lines_, SizeIs(1));
+}
+
+TEST_F(VideoJoinerTest, AFolderOfAnotherUserIsNotUsed) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the administrator may give folders away";
+  const auto taken = folder_ / "test_composition";
+  fs::create_directory(taken);
+  fs::permissions(taken, fs::perms::owner_all);
+  ASSERT_EQ(chown(taken.c_str(), 12345, 12345), 0);
+  EXPECT_EQ(fs::path(VideoJoiner().tempFilePath()).parent_path().parent_path(),
+            folder_ / "test_composition-0");
+}
+
+TEST_F(VideoJoinerTest, NoItemIsLeftOut) {
+  VideoJoiner joiner;
+  joiner.setTracks({nullptr, std::make_shared<VideoJoinerItem>()});
+  EXPECT_THAT(joiner.tracks(), SizeIs(1));
+}
+
 // One test, because all of it is about the one file beside this program.
 TEST_F(VideoJoinerTest, HasTheHelperBesideTheProgramDoTheWork) {
   VideoJoiner joiner;
