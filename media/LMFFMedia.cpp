@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <span>
 #include <utility>
 
 #include "media/LMFFMediaState.h"
@@ -25,13 +26,13 @@ std::shared_ptr<LMMediaSource> anotherReader(const LMMediaSource& source) {
 /// Reads an input through to find out how long it lasts, in microseconds.
 int64_t measureDuration(LMMediaSource& reader) {
   reader.open();
-  AVFormatContext* context = reader.formatContext();
+  const auto context = reader.sharedContext();
   if (!context) return 0;
   const PacketPtr packet = makePacket();
   const int64_t start = reader.start_time();
   int64_t end = start;
   std::map<int, int64_t> undated;  // what each stream's packets without a time last together
-  while (av_read_frame(context, packet.get()) >= 0) {
+  while (av_read_frame(context.get(), packet.get()) >= 0) {
     const int64_t time = packet->pts == AV_NOPTS_VALUE ? packet->dts : packet->pts;
     const AVRational timebase = context->streams[packet->stream_index]->time_base;
     int64_t& length = undated[packet->stream_index];
@@ -43,21 +44,30 @@ int64_t measureDuration(LMMediaSource& reader) {
   return end - start;
 }
 
+/// The stream was made over one of this demuxer's, not over one that was open before it.
+bool isOver(const AVFormatContext& context, const LMFFMediaStream& stream) {
+  return std::ranges::count(std::span(context.streams, context.nb_streams), stream.stream()) > 0;
+}
+
 }  // namespace
 
 LMFFMedia::LMFFMedia() : state_(std::make_unique<State>()) {}
 
-LMFFMedia::~LMFFMedia() { setStreams({}); }  // decoders close before the demuxer
+LMFFMedia::~LMFFMedia() { setStreams({}); }  // who holds a stream must not find this media in it
 
 std::shared_ptr<LMFFMedia> LMFFMedia::copy() const {
   auto other = std::make_shared<LMFFMedia>();
-  other->setMovie_position(movie_position());
-  if (const auto own = source()) other->setSource(anotherReader(*own));
-  other->setSelectStreams(selectStreams());
-  other->setSelectAudios(selectAudios());
-  other->setSelectSubtitles(selectSubtitles());
-  other->state_->measuredDuration = state_->measuredDuration;
+  copyTo(*other);
   return other;
+}
+
+void LMFFMedia::copyTo(LMFFMedia& other) const {
+  other.setMovie_position(movie_position());
+  if (const auto own = source()) other.setSource(anotherReader(*own));
+  other.setSelectStreams(selectStreams());
+  other.setSelectAudios(selectAudios());
+  other.setSelectSubtitles(selectSubtitles());
+  other.state_->measuredDuration = state_->measuredDuration;
 }
 
 bool LMFFMedia::beginContentAccess() const { return !isContentDiscarded(); }
@@ -99,6 +109,8 @@ std::vector<std::shared_ptr<LMFFMediaStream>> LMFFMedia::streams() const {
 }
 
 void LMFFMedia::setStreams(std::vector<std::shared_ptr<LMFFMediaStream>> streams) {
+  for (const auto& stream : state_->streams.get())
+    if (stream->media() == this && !std::ranges::count(streams, stream)) stream->setMedia(nullptr);
   state_->streams.set(std::move(streams));
 }
 
@@ -124,10 +136,15 @@ void LMFFMedia::open() {
   const auto input = source();
   if (!input) return;
   input->open();
-  AVFormatContext* context = input->formatContext();
+  const auto context = input->sharedContext();
   if (!context) return;
   const auto wanted = selectStreams();
   auto list = streams();
+  if (!list.empty() && !isOver(*context, *list.front())) {  // the source was opened anew
+    list.clear();
+    setLast_pts(AV_NOPTS_VALUE);
+    state_->hasRead = state_->inputEnded = state_->decodersEmpty = false;
+  }
   for (auto index = static_cast<uint32_t>(list.size()); index < context->nb_streams; ++index) {
     auto stream = std::make_shared<LMFFMediaStream>();
     stream->setMedia(this);
@@ -144,9 +161,11 @@ void LMFFMedia::open() {
 
 bool LMFFMedia::isOpen() const { return formatContext() != nullptr; }
 
-AVFormatContext* LMFFMedia::formatContext() const {
-  return state_->source.with(
-      [](const auto& input) { return input ? input->formatContext() : nullptr; });
+AVFormatContext* LMFFMedia::formatContext() const { return sharedContext().get(); }
+
+std::shared_ptr<AVFormatContext> LMFFMedia::sharedContext() const {
+  const auto input = source();
+  return input ? input->sharedContext() : nullptr;
 }
 
 void LMFFMedia::updateSelectStreams() {
@@ -290,12 +309,12 @@ int64_t LMFFMedia::audioBitrate() const {
 }
 
 int64_t LMFFMedia::fileBitrate() const {
-  const AVFormatContext* context = formatContext();
+  const auto context = sharedContext();
   return context ? context->bit_rate : 0;
 }
 
 int64_t LMFFMedia::duration() const {
-  const AVFormatContext* context = formatContext();
+  const auto context = sharedContext();
   if (!context) return 0;
   if (context->duration > 0) return context->duration;
   std::atomic<int64_t>& measured = *state_->measuredDuration;

@@ -120,7 +120,8 @@ void LMFFMedia::keepSoundGoing() const {
 }
 
 bool LMFFMedia::forwardNextPacket() {
-  AVFormatContext* context = formatContext();
+  const auto demuxer = sharedContext();
+  AVFormatContext* context = demuxer.get();
   if (!context) return false;
   keepSoundGoing();
   if (!state_->inputEnded) {
@@ -268,7 +269,8 @@ bool LMFFMedia::readSample(float* data, int32_t frame) {
 }
 
 void LMFFMedia::seek(int64_t time) {
-  AVFormatContext* context = formatContext();
+  const auto demuxer = sharedContext();
+  AVFormatContext* context = demuxer.get();
   if (!context) return;
   keepSoundGoing();
   state_->inputEnded = false;
@@ -346,7 +348,9 @@ void LMFFMedia::showFirstPackets() {
 void LMFFMedia::readSubtitleBefore(int64_t target) {
   const auto subtitle = subtitleStream();
   if (!subtitle || target <= start_time()) return;
-  AVFormatContext* context = formatContext();
+  const auto demuxer = sharedContext();
+  AVFormatContext* context = demuxer.get();
+  if (!context) return;
   const int64_t from = target - kSubtitleLead;
   state_->hasRead = true;
   const bool isMoved = from > start_time() && seekBackward(context, from) >= 0;
@@ -369,7 +373,9 @@ void LMFFMedia::correctAsfSeek(int64_t target) {
   if (!forwardNextPacket()) return;
   for (int i = 0; i < kMostAsfRetries && last_pts() > target; ++i) {
     const int64_t earlier = target - static_cast<int64_t>(i) * 5 * kMicroseconds.den / 2;
-    seekBackward(formatContext(), std::max<int64_t>(earlier, 0));
+    const auto demuxer = sharedContext();
+    if (!demuxer) return;
+    seekBackward(demuxer.get(), std::max<int64_t>(earlier, 0));
     if (!forwardNextPacket()) return;
   }
 }

@@ -4,6 +4,7 @@
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
+#include <kestrel/LMMediaSource.h>
 #include <kestrel/LibMedia.h>
 
 #include <algorithm>
@@ -54,6 +55,7 @@ std::optional<float> wholeRate(AVRational rate) {
 
 struct LMFFMediaStream::State {
   LMFFMedia* media = nullptr;
+  std::shared_ptr<AVFormatContext> container;  // which `stream` belongs to, where that is known
   AVStream* stream = nullptr;
   StreamDecoder decoder;
   FramePtr currentFrame = makeFrame();
@@ -106,10 +108,12 @@ AVStream* LMFFMediaStream::stream() const { return state_->stream; }
 
 void LMFFMediaStream::setStream(AVStream* stream) {
   close();
+  const auto source = media() ? media()->source() : nullptr;
+  const auto container = source ? source->sharedContext() : nullptr;
+  const bool isTransport = container && (container->iformat->flags & AVFMT_TS_DISCONT);
   state_->stream = stream;
-  const AVFormatContext* context = media() ? media()->formatContext() : nullptr;
-  const bool isTransport = context && (context->iformat->flags & AVFMT_TS_DISCONT);
   state_->decoder.setStream(stream, isTransport);
+  state_->container = container;  // the old one goes last
 }
 
 AVCodecContext* LMFFMediaStream::codecContext() const { return state_->decoder.context(); }

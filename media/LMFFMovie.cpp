@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "media/LMFFMovieState.h"
+#include "media/SubtitleFile.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"
@@ -30,6 +31,13 @@ std::shared_ptr<LMFFMedia> firstOf(const LMFFMovie::MediaList& medias,
 
 std::shared_ptr<LMFFMedia> lastOf(const LMFFMovie::MediaList& medias) {
   return medias.empty() ? nullptr : medias.back();
+}
+
+std::shared_ptr<LMFFMedia> openedMedia(std::shared_ptr<LMMediaSource> source) {
+  auto media = std::make_shared<LMFFMedia>();
+  media->setSource(std::move(source));
+  media->open();
+  return media;
 }
 
 bool hasAudioIn(const std::shared_ptr<LMFFMedia>& media) { return media->hasAudio(); }
@@ -57,6 +65,7 @@ LMFFMovie::~LMFFMovie() {
 
 void LMFFMovie::openMedias(const MediaList& medias) {
   for (const auto& media : medias) {
+    if (!media) continue;
     media->setMovie(this);
     media->open();
   }
@@ -77,9 +86,8 @@ void LMFFMovie::close() {
 
 bool LMFFMovie::openSubtitle(const std::string& path) {
   setSubtitle(nullptr);
-  auto media = std::make_shared<LMFFMedia>();
-  media->setSource(LMSubtitleSource::mediaWithPath(path));
-  media->open();
+  auto media = openedMedia(recodedSubtitleFile(path));
+  if (!media->hasSubtitle()) media = openedMedia(LMSubtitleSource::mediaWithPath(path));
   if (media->hasSubtitle()) {
     state_->subtitleError.set({});
     setSubtitle(std::move(media));
@@ -135,6 +143,7 @@ void LMFFMovie::configOutputFormat(const LMFFAudioFormat& /*format*/) {}
 LMFFMovie::MediaList LMFFMovie::medias() const { return state_->medias.get(); }
 
 void LMFFMovie::setMedias(MediaList medias) {
+  std::erase(medias, nullptr);
   for (const auto& media : state_->medias.get())
     if (media->movie() == this && !std::ranges::count(medias, media)) media->setMovie(nullptr);
   state_->medias.set(std::move(medias));

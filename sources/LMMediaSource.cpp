@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <string_view>
@@ -26,9 +27,22 @@ std::string tagCharacters(uint32_t tag) {
   return characters;
 }
 
+/// The question whether to stop, which may be replaced between two reads.
+using Interrupt = std::function<bool()>;
+
+/// An open demuxer. It may outlive the source, in the streams that were made over it, so it holds
+/// all that it is asked for then.
+struct Demuxer {
+  ~Demuxer() { avformat_close_input(&context); }
+
+  AVFormatContext* context = nullptr;
+  std::shared_ptr<const Interrupt> interrupt;
+  std::atomic<bool> isClosed{false};  // whoever still reads from it had better stop
+};
+
 int askInterrupt(void* opaque) {
-  const auto& interrupt = *static_cast<const std::function<bool()>*>(opaque);
-  return interrupt && interrupt() ? 1 : 0;
+  const auto& demuxer = *static_cast<const Demuxer*>(opaque);
+  return demuxer.isClosed || (*demuxer.interrupt && (*demuxer.interrupt)()) ? 1 : 0;
 }
 
 /// What libavformat opens. A file whose name looks like a protocol ("10:30.mov") is named as a
@@ -44,22 +58,37 @@ std::string url(const LMMediaSource& source, const AVIOContext* io) {
 }  // namespace
 
 struct LMMediaSource::State {
-  AVFormatContext* formatContext = nullptr;
-  mutable std::mutex lock;  // guards what other threads may ask
+  std::shared_ptr<Demuxer> makeDemuxer() const {
+    auto made = std::make_shared<Demuxer>();
+    made->interrupt = interrupt;
+    return made;
+  }
+
+  std::shared_ptr<Interrupt> interrupt = std::make_shared<Interrupt>();
+  mutable std::mutex lock;  // guards what other threads may ask, which is all that follows
+  std::shared_ptr<Demuxer> demuxer;
   std::string fullpath;
+  std::string inputFormat;
+  Options demuxerOptions;
   Error lastError;
-  std::function<bool()> interrupt;
 };
 
 LMMediaSource::LMMediaSource() : state_(std::make_unique<State>()) { quietLibraries(); }
 
 LMMediaSource::~LMMediaSource() { close(); }
 
-void LMMediaSource::close() { avformat_close_input(&state_->formatContext); }
+void LMMediaSource::close() {
+  std::shared_ptr<Demuxer> old;
+  {
+    const std::lock_guard guard(state_->lock);
+    old = std::move(state_->demuxer);
+  }
+  if (old) old->isClosed = true;
+}
 
 void LMMediaSource::fillInTimes() {
   static constexpr std::string_view kLeaveTimesOut[] = {"mpegts", "mpeg", "mxf"};
-  AVFormatContext* context = formatContext();
+  const auto context = sharedContext();
   if (context && std::ranges::count(kLeaveTimesOut, context->iformat->name) > 0)
     context->flags |= AVFMT_FLAG_GENPTS;
 }
@@ -70,7 +99,12 @@ std::shared_ptr<LMMediaSource> LMMediaSource::mediaWithPath(const std::string& p
   return source;
 }
 
-std::shared_ptr<LMMediaSource> LMMediaSource::copy() const { return mediaWithPath(fullpath()); }
+std::shared_ptr<LMMediaSource> LMMediaSource::copy() const {
+  auto source = mediaWithPath(fullpath());
+  source->setInputFormat(inputFormat());
+  source->setDemuxerOptions(demuxerOptions());
+  return source;
+}
 
 bool LMMediaSource::isDVD() const { return false; }
 
@@ -80,16 +114,17 @@ const SubtitlePalette* LMMediaSource::palette() const { return nullptr; }
 
 AVIOContext* LMMediaSource::avio_context() { return nullptr; }
 
-bool LMMediaSource::isOpen() const { return state_->formatContext != nullptr; }
+bool LMMediaSource::isOpen() const { return formatContext() != nullptr; }
 
 bool LMMediaSource::isSeekable() const {
-  const AVIOContext* io = isOpen() ? formatContext()->pb : nullptr;
+  const auto context = sharedContext();
+  const AVIOContext* io = context ? context->pb : nullptr;
   return io && (io->seekable & AVIO_SEEKABLE_NORMAL);
 }
 
 std::vector<std::string> LMMediaSource::codecs() const {
   std::vector<std::string> tags;
-  const AVFormatContext* context = formatContext();
+  const auto context = sharedContext();
   for (unsigned i = 0; context && i < context->nb_streams; ++i)
     tags.push_back(tagCharacters(context->streams[i]->codecpar->codec_tag));
   return tags;
@@ -116,26 +151,36 @@ void LMMediaSource::logFormatContext(const AVFormatContext* context) const {
 
 void LMMediaSource::open() {
   if (isOpen()) return;
-  AVFormatContext* context = avformat_alloc_context();
-  if (!context) return setLastError(libraryError(AVERROR(ENOMEM)));
-  context->pb = avio_context();
-  context->interrupt_callback = {askInterrupt, &state_->interrupt};
+  const AVInputFormat* format = nullptr;
+  if (const std::string name = inputFormat(); !name.empty()) {
+    format = av_find_input_format(name.c_str());
+    if (!format) return setLastError(libraryError(AVERROR_DEMUXER_NOT_FOUND));
+  }
+  const auto demuxer = state_->makeDemuxer();
+  demuxer->context = avformat_alloc_context();
+  if (!demuxer->context) return setLastError(libraryError(AVERROR(ENOMEM)));
+  demuxer->context->pb = avio_context();
+  demuxer->context->interrupt_callback = {askInterrupt, demuxer.get()};
 
-  const int result =
-      avformat_open_input(&context, url(*this, context->pb).c_str(), nullptr, nullptr);
-  if (!context) return setLastError(libraryError(result));
+  const std::string name = url(*this, demuxer->context->pb);
+  Dictionary options;
+  for (const auto& [key, value] : demuxerOptions())
+    av_dict_set(options.get(), key.c_str(), value.c_str(), 0);
+  const int result = avformat_open_input(&demuxer->context, name.c_str(), format, options.get());
+  if (!demuxer->context) return setLastError(libraryError(result));
   {
     const std::lock_guard guard(codecLock());
-    avformat_find_stream_info(context, nullptr);
+    avformat_find_stream_info(demuxer->context, nullptr);
   }
-  state_->formatContext = context;
-  setLastError({});
+  const std::lock_guard guard(state_->lock);
+  state_->demuxer = demuxer;
+  state_->lastError = {};
 }
 
 void LMMediaSource::print_source_stream_info() {
   open();
-  if (!isOpen()) return;
-  const AVFormatContext* context = formatContext();
+  const auto context = sharedContext();
+  if (!context) return;
   lm_ff_dump_av_dict(context->metadata);
   for (unsigned i = 0; i < context->nb_streams; ++i) {
     log(fmt::format("stream:{}", i));
@@ -144,11 +189,15 @@ void LMMediaSource::print_source_stream_info() {
 }
 
 int64_t LMMediaSource::start_time() const {
-  const AVFormatContext* context = formatContext();
+  const auto context = sharedContext();
   return context && context->start_time != AV_NOPTS_VALUE ? context->start_time : 0;
 }
 
-std::string LMMediaSource::name() const { return std::filesystem::path(path()).stem().string(); }
+std::string LMMediaSource::name() const {
+  std::string text = path();
+  while (text.size() > 1 && text.back() == '/') text.pop_back();
+  return std::filesystem::path(text).stem().string();
+}
 
 std::string LMMediaSource::path() const { return fullpath(); }
 
@@ -160,7 +209,46 @@ std::optional<std::vector<std::string>> LMMediaSource::subtitleNames() const {
   return std::nullopt;
 }
 
-AVFormatContext* LMMediaSource::formatContext() const { return state_->formatContext; }
+AVFormatContext* LMMediaSource::formatContext() const { return sharedContext().get(); }
+
+std::shared_ptr<AVFormatContext> LMMediaSource::sharedContext() const {
+  const std::lock_guard guard(state_->lock);
+  const auto& demuxer = state_->demuxer;
+  return demuxer ? std::shared_ptr<AVFormatContext>(demuxer, demuxer->context) : nullptr;
+}
+
+void LMMediaSource::setFormatContext(AVFormatContext* context) {
+  if (context == formatContext()) return;
+  close();
+  if (!context) return;
+  const auto demuxer = state_->makeDemuxer();
+  demuxer->context = context;
+  if (!context->interrupt_callback.callback)
+    context->interrupt_callback = {askInterrupt, demuxer.get()};
+  const std::lock_guard guard(state_->lock);
+  state_->demuxer = demuxer;
+  state_->lastError = {};
+}
+
+std::string LMMediaSource::inputFormat() const {
+  const std::lock_guard guard(state_->lock);
+  return state_->inputFormat;
+}
+
+void LMMediaSource::setInputFormat(const std::string& name) {
+  const std::lock_guard guard(state_->lock);
+  state_->inputFormat = name;
+}
+
+LMMediaSource::Options LMMediaSource::demuxerOptions() const {
+  const std::lock_guard guard(state_->lock);
+  return state_->demuxerOptions;
+}
+
+void LMMediaSource::setDemuxerOptions(Options options) {
+  const std::lock_guard guard(state_->lock);
+  state_->demuxerOptions = std::move(options);
+}
 
 std::string LMMediaSource::fullpath() const {
   const std::lock_guard guard(state_->lock);
@@ -173,9 +261,9 @@ void LMMediaSource::setFullpath(const std::string& path) {
 }
 
 bool LMMediaSource::readPacket(AVPacket* packet) {
-  AVFormatContext* context = formatContext();
+  const auto context = sharedContext();
   if (!context) return false;
-  int result = av_read_frame(context, packet);
+  int result = av_read_frame(context.get(), packet);
   // Some demuxers take a failed read for the end.
   if (result == AVERROR_EOF && context->pb && context->pb->error < 0) result = context->pb->error;
   if (result < 0 && result != AVERROR_EOF) setLastError(libraryError(result));
@@ -192,10 +280,10 @@ void LMMediaSource::setLastError(Error error) {
   state_->lastError = std::move(error);
 }
 
-std::function<bool()> LMMediaSource::interrupt() const { return state_->interrupt; }
+std::function<bool()> LMMediaSource::interrupt() const { return *state_->interrupt; }
 
 void LMMediaSource::setInterrupt(std::function<bool()> interrupt) {
-  state_->interrupt = std::move(interrupt);
+  *state_->interrupt = std::move(interrupt);
 }
 
 }  // namespace kestrel

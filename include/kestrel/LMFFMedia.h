@@ -37,12 +37,13 @@ class KESTREL_API LMFFMedia {
   using FrameBlock = std::function<void(AVFrame*)>;
 
   LMFFMedia();
-  ~LMFFMedia();
+  virtual ~LMFFMedia();
   LMFFMedia(const LMFFMedia&) = delete;
   LMFFMedia& operator=(const LMFFMedia&) = delete;
 
-  /// An unopened media at the same place over a copy of the source, with the same selections.
-  std::shared_ptr<LMFFMedia> copy() const;
+  /// An unopened media at the same place over a copy of the source, with the same selections. A
+  /// subclass makes one of its own class and calls `copyTo`.
+  virtual std::shared_ptr<LMFFMedia> copy() const;
 
   // Content access: the content is never discarded, so access always begins.
   bool beginContentAccess() const;
@@ -98,7 +99,7 @@ class KESTREL_API LMFFMedia {
   /// since.
   void open();
   bool isOpen() const;
-  AVFormatContext* formatContext() const;
+  AVFormatContext* formatContext() const;  ///< the source's, valid until that is closed
 
   /// Applies the selections: opens, closes and enables streams.
   void updateSelectStreams();
@@ -221,9 +222,14 @@ class KESTREL_API LMFFMedia {
   /// what is shown at that time is there.
   void seek(int64_t time);
 
+ protected:
+  /// Gives another media, not yet opened, what `copy` takes over.
+  void copyTo(LMFFMedia& other) const;
+
  private:
   using StreamTest = bool (LMFFMediaStream::*)() const;
 
+  std::shared_ptr<AVFormatContext> sharedContext() const;
   std::shared_ptr<LMFFMediaStream> lastEnabled(StreamTest isWanted) const;
   bool decodesPictures() const;
   bool hasPictureFor(int64_t target) const;

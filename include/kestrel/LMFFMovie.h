@@ -62,7 +62,8 @@ class KESTREL_API LMFFMovie {
   /// Releases the medias, the playback graph and the subtitle.
   void close();
 
-  /// Replaces the external subtitle by a file's; false, and none is left, where it holds none.
+  /// Replaces the external subtitle by a file's; false, and none is left, where it holds none. The
+  /// encoding of texts is recognised as by `textFromData`.
   bool openSubtitle(const std::string& path);
 
   void getMaxMediaDuration();

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,11 +28,14 @@ using SubtitlePalette = std::array<uint32_t, 16>;
 /// The object behind every demuxer: it owns one libavformat context and knows how to open it, here
 /// by a path in the file system. Subclasses answer from elsewhere (`LMCustomSource`).
 ///
-/// A source is made unopened; `open` makes the context, and it lives until the source goes. A
-/// source serves one media and is read by one thread at a time; a second reader of the same input
-/// is a `copy`.
+/// A source is made unopened; `open` makes the context. It lives until `close`, or the source's
+/// end, and beyond that for as long as a stream that was made over it, or a read on another thread,
+/// needs it. A source serves one media and is read by one thread at a time; a second reader of the
+/// same input is a `copy`.
 class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSource> {
  public:
+  using Options = std::map<std::string, std::string>;
+
   LMMediaSource();
   virtual ~LMMediaSource();
   LMMediaSource(const LMMediaSource&) = delete;
@@ -85,8 +89,12 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// source stays unopened and `lastError` tells why. Probing holds the process's codec lock.
   virtual void open();
 
-  /// Closes the demuxer; all that belongs to it is gone. `open` opens it again, a source by path
-  /// from its beginning. A subclass whose I/O the demuxer reads through calls it before that goes.
+  /// Closes the demuxer. `open` opens it again, a source by path from its beginning. A subclass
+  /// whose I/O the demuxer reads through calls it before that goes.
+  ///
+  /// Safe from any thread, also while another reads: that read soon fails as if interrupted, and
+  /// medias over this source answer as those that are not open. The streams made before keep what
+  /// they know.
   void close();
 
   /// Has the demuxer fill in when pictures are shown where its container, which usually tells,
@@ -100,7 +108,7 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// The container's first time stamp in microseconds; 0 when it has none or nothing is open.
   virtual int64_t start_time() const;
 
-  /// The last component of `path` without its extension.
+  /// The last component of `path` without its extension; a slash at the end does not count.
   virtual std::string name() const;
 
   /// What libavformat opens: `fullpath` here.
@@ -113,8 +121,25 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   virtual std::optional<std::vector<std::string>> audioNames() const;
   virtual std::optional<std::vector<std::string>> subtitleNames() const;
 
-  /// The demuxer, null until `open` succeeded; owned by the source.
+  /// The demuxer, null until `open` succeeded; owned by the source, and valid until `close`.
   AVFormatContext* formatContext() const;
+
+  /// The same, which stays valid for as long as the pointer is held.
+  std::shared_ptr<AVFormatContext> sharedContext() const;
+
+  /// Takes a demuxer that the host has opened and probed by itself, and closes the one before it.
+  /// Null closes alone. The host keeps an I/O context of its own alive for as long as the demuxer.
+  void setFormatContext(AVFormatContext* context);
+
+  /// The short name of the demuxer to use ("rawvideo"); "": the one that fits the input's bytes. An
+  /// unknown name fails the `open`.
+  std::string inputFormat() const;
+  void setInputFormat(const std::string& name);
+
+  /// What `open` tells the demuxer, by the media libraries' names ("framerate", "25"). What it does
+  /// not know is ignored.
+  Options demuxerOptions() const;
+  void setDemuxerOptions(Options options);
 
   /// The path that the source was made for, "" for sources without one.
   std::string fullpath() const;

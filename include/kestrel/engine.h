@@ -28,6 +28,7 @@
 #include <kestrel/LMWavSource.h>
 #include <kestrel/LibMedia.h>
 #include <kestrel/Log.h>
+#include <kestrel/MemorySource.h>
 #include <kestrel/MovieAudioTaskExtractWave.h>
 #include <kestrel/MovieHelperTask.h>
 #include <kestrel/MovieLook.h>

@@ -306,5 +306,28 @@ TEST(LMFFMedia, HasNoVideoWhileItsMovieDisablesIt) {
   EXPECT_NE(media->videoStream(), nullptr);
 }
 
+TEST(LMFFMediaCopy, IsTheSubclasssToMake) {
+  class Labelled : public LMFFMedia {
+   public:
+    std::string label;
+    std::shared_ptr<LMFFMedia> copy() const override {
+      auto other = std::make_shared<Labelled>();
+      copyTo(*other);
+      other->label = label;
+      return other;
+    }
+  };
+  Labelled media;
+  media.label = "first";
+  media.setSource(sourceOf(fixture("av25.mp4")));
+  media.setMovie_position(kSecond);
+  const LMFFMedia& base = media;
+  const auto copy = std::dynamic_pointer_cast<Labelled>(base.copy());
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(copy->label, "first");
+  EXPECT_EQ(copy->movie_position(), kSecond);
+  EXPECT_NE(copy->source(), media.source());
+}
+
 }  // namespace
 }  // namespace kestrel::test

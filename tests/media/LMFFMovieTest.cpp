@@ -14,9 +14,11 @@
 
 #include "tests/media/Media.h"
 #include "tests/media/Sources.h"
+#include "tests/support/TempDir.h"
 
 extern "C" {
 #include <libavutil/log.h>
+#include <fstream>
 }
 
 namespace kestrel::test {
@@ -440,6 +442,28 @@ TEST(LMFFMovieLastError, TellsWhyThereIsNoSubtitle) {
   EXPECT_NE(movie.lastError().message, "No such file or directory");
   EXPECT_TRUE(movie.openSubtitle(fixture("subtitles.srt")));
   EXPECT_FALSE(movie.lastError());
+}
+
+TEST_F(LMFFMovieTest, SubtitlesInOldEncodingsAreUnderstood) {
+  constexpr char kCue[] = "1\n00:00:00,000 --> 00:00:02,000\n";
+  const TempDir folder;
+  const auto shown = [&](const std::string& text) {
+    const std::string path = (folder / "texts.srt").string();
+    std::ofstream(path, std::ios::binary) << kCue << text << "\n";
+    EXPECT_TRUE(movie_.openSubtitle(path));
+    EXPECT_EQ(movie_.subtitle()->source()->name(), "texts");
+    return movie_.subtitle()->subtitleStringAtTime(kSecond);
+  };
+  EXPECT_EQ(shown("Grüße"), "Grüße");
+  EXPECT_EQ(shown("Gr\xFC\xDF"
+                  "e aus K\xF6ln"),
+            "Grüße aus Köln");
+}
+
+TEST_F(LMFFMovieTest, NoMediaIsLeftOut) {
+  movie_.openMedias({nullptr, openedMedia(fixture("av25.mp4")), nullptr});
+  EXPECT_EQ(movie_.medias().size(), 1U);
+  EXPECT_TRUE(movie_.hasVideo());
 }
 
 }  // namespace

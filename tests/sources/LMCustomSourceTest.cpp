@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <kestrel/LMCustomSource.h>
 #include <kestrel/LMFFMedia.h>
+#include <kestrel/MemorySource.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -22,30 +23,23 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-/// Serves bytes that lie in memory.
-class MemorySource : public LMCustomSource {
+/// Serves bytes in memory, and notes how many it is asked for.
+class ObservedSource : public MemorySource {
  public:
-  explicit MemorySource(std::shared_ptr<const Bytes> bytes) : bytes_(std::move(bytes)) {}
-  explicit MemorySource(Bytes bytes)
-      : MemorySource(std::make_shared<const Bytes>(std::move(bytes))) {}
+  explicit ObservedSource(Bytes bytes) : MemorySource(std::move(bytes)) {}
+  explicit ObservedSource(std::vector<uint8_t> bytes)
+      : MemorySource(std::make_shared<const std::vector<uint8_t>>(std::move(bytes))) {}
 
   std::shared_ptr<LMMediaSource> copy() const override {
-    return std::make_shared<MemorySource>(bytes_);
+    return std::make_shared<ObservedSource>(bytes());
   }
-
-  int64_t filesize() const override { return static_cast<int64_t>(bytes_->size()); }
 
   int32_t read(uint8_t* buffer, int32_t size) override {
     largestRead = std::max(largestRead, size);
-    const int64_t left = std::clamp<int64_t>(filesize() - read_offset(), 0, size);
-    if (left > 0) std::memcpy(buffer, bytes_->data() + read_offset(), static_cast<size_t>(left));
-    return static_cast<int32_t>(left);
+    return MemorySource::read(buffer, size);
   }
 
   int32_t largestRead = 0;
-
- private:
-  std::shared_ptr<const Bytes> bytes_;
 };
 
 /// Delivers no bytes but one answer.
@@ -155,7 +149,7 @@ TEST(LMCustomSourceTest, ContextIsForReadingAndSeeking) {
 }
 
 TEST(LMCustomSourceTest, ContextAsksTheSourceForWholeBuffers) {
-  MemorySource source(counting(400000));
+  ObservedSource source(counting(400000));
   uint8_t byte = 0;
   ASSERT_EQ(avio_read(source.avio_context(), &byte, 1), 1);
   EXPECT_EQ(source.largestRead, 352800);
@@ -163,14 +157,14 @@ TEST(LMCustomSourceTest, ContextAsksTheSourceForWholeBuffers) {
 }
 
 TEST(LMCustomSourceTest, ContextReadsTheSourcesBytes) {
-  MemorySource source(counting(400000));
+  ObservedSource source(counting(400000));
   Bytes bytes(400000);
   EXPECT_EQ(avio_read(source.avio_context(), bytes.data(), 400000), 400000);
   EXPECT_EQ(bytes, counting(400000));
 }
 
 TEST(LMCustomSourceTest, ContextEndsWithTheSource) {
-  MemorySource source(counting(10));
+  ObservedSource source(counting(10));
   AVIOContext* context = source.avio_context();
   Bytes bytes(20);
   EXPECT_EQ(avio_read(context, bytes.data(), 20), 10);
@@ -185,12 +179,12 @@ TEST(LMCustomSourceTest, ContextPassesAReadingErrorOn) {
 }
 
 TEST(LMCustomSourceTest, ContextKnowsTheSourcesSize) {
-  MemorySource source(counting(1234));
+  ObservedSource source(counting(1234));
   EXPECT_EQ(avio_size(source.avio_context()), 1234);
 }
 
 TEST(LMCustomSourceTest, ContextSeeksInTheSource) {
-  MemorySource source(counting(200));
+  ObservedSource source(counting(200));
   AVIOContext* context = source.avio_context();
   EXPECT_EQ(avio_seek(context, 150, SEEK_SET), 150);
   EXPECT_EQ(avio_r8(context), 150);
@@ -217,7 +211,7 @@ TEST(LMCustomSourceTest, ContextIsMadeAfterAFailureToMakeIt) {
 // Reading.
 
 TEST(LMCustomSourceTest, PacketMovesTheOffsetByWhatWasRead) {
-  MemorySource source(counting(100));
+  ObservedSource source(counting(100));
   Bytes bytes(60);
   EXPECT_EQ(source.read_packet(bytes.data(), 60), 60);
   EXPECT_EQ(source.read_offset(), 60);
@@ -227,7 +221,7 @@ TEST(LMCustomSourceTest, PacketMovesTheOffsetByWhatWasRead) {
 }
 
 TEST(LMCustomSourceTest, PacketAtTheEndIsEmpty) {
-  MemorySource source(counting(5));
+  ObservedSource source(counting(5));
   source.setRead_offset(5);
   Bytes bytes(10);
   EXPECT_EQ(source.read_packet(bytes.data(), 10), 0);
@@ -301,7 +295,7 @@ TEST_F(LMCustomSourceSeekTest, OtherWaysAreUnknown) {
 // Opening.
 
 TEST(LMCustomSourceTest, OpensThroughItsOwnContext) {
-  MemorySource source(contentOf(test::fixture("av25.mp4")));
+  ObservedSource source(contentOf(test::fixture("av25.mp4")));
   source.open();
   ASSERT_TRUE(source.isOpen());
   EXPECT_EQ(source.formatContext()->pb, source.io_context());
@@ -309,7 +303,7 @@ TEST(LMCustomSourceTest, OpensThroughItsOwnContext) {
 }
 
 TEST(LMCustomSourceTest, OpeningLeavesTheStreamsProbed) {
-  MemorySource source(contentOf(test::fixture("av25.ts")));
+  ObservedSource source(contentOf(test::fixture("av25.ts")));
   source.open();
   ASSERT_TRUE(source.isOpen());
   ASSERT_EQ(source.formatContext()->nb_streams, 2U);
@@ -318,7 +312,7 @@ TEST(LMCustomSourceTest, OpeningLeavesTheStreamsProbed) {
 }
 
 TEST(LMCustomSourceTest, StreamThatProbingCannotIdentifyIsKept) {
-  MemorySource source(unknownSound());
+  ObservedSource source(unknownSound());
   source.open();
   ASSERT_TRUE(source.isOpen());
   ASSERT_EQ(source.formatContext()->nb_streams, 1U);
@@ -326,7 +320,7 @@ TEST(LMCustomSourceTest, StreamThatProbingCannotIdentifyIsKept) {
 }
 
 TEST(LMCustomSourceTest, BytesOfNoContainerDoNotOpen) {
-  MemorySource source(Bytes(1000, 0));
+  ObservedSource source(Bytes(1000, 0));
   source.open();
   EXPECT_FALSE(source.isOpen());
   EXPECT_TRUE(source.lastError());
@@ -340,7 +334,7 @@ TEST(LMCustomSourceTest, EmptySourceDoesNotOpen) {
 }
 
 TEST(LMCustomSourceTest, ContextOutlivesAFailureToOpen) {
-  MemorySource source(Bytes(1000, 0));
+  ObservedSource source(Bytes(1000, 0));
   source.open();
   AVIOContext* context = source.io_context();
   ASSERT_NE(context, nullptr);
@@ -350,7 +344,7 @@ TEST(LMCustomSourceTest, ContextOutlivesAFailureToOpen) {
 }
 
 TEST(LMCustomSourceTest, ContextIsReusedByALaterOpen) {
-  MemorySource source(contentOf(test::fixture("av25.mp4")));
+  ObservedSource source(contentOf(test::fixture("av25.mp4")));
   AVIOContext* context = source.avio_context();
   source.open();
   ASSERT_TRUE(source.isOpen());
@@ -372,10 +366,10 @@ TEST(LMCustomSourceTest, CopyStartsAnew) {
 }
 
 TEST(LMCustomSourceTest, MediasReadFromPlacesOfTheirOwn) {
-  const auto source = std::make_shared<MemorySource>(contentOf(test::fixture("numbered25.mkv")));
+  const auto source = std::make_shared<ObservedSource>(contentOf(test::fixture("numbered25.mkv")));
   const auto medias = source->createMedias();
   ASSERT_EQ(medias.size(), 2U);
-  const auto other = std::dynamic_pointer_cast<MemorySource>(medias[1]->source());
+  const auto other = std::dynamic_pointer_cast<ObservedSource>(medias[1]->source());
   ASSERT_NE(other, nullptr);
   ASSERT_NE(other, source);
 
@@ -390,13 +384,13 @@ TEST(LMCustomSourceTest, MediasReadFromPlacesOfTheirOwn) {
 // Packets.
 
 /// Fails from a place on.
-class FailingSource : public MemorySource {
+class FailingSource : public ObservedSource {
  public:
-  using MemorySource::MemorySource;
+  using ObservedSource::ObservedSource;
   int64_t failsFrom = std::numeric_limits<int64_t>::max();
 
   int32_t read(uint8_t* buffer, int32_t size) override {
-    return read_offset() >= failsFrom ? AVERROR(EIO) : MemorySource::read(buffer, size);
+    return read_offset() >= failsFrom ? AVERROR(EIO) : ObservedSource::read(buffer, size);
   }
 };
 

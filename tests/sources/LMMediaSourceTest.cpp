@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/LMSubtitleSource.h>
 #include <kestrel/Log.h>
@@ -338,6 +340,79 @@ TEST(LMMediaSourceTest, PrintingWhatDoesNotOpenLogsNothing) {
   const test::TempDir folder;
   const auto source = LMMediaSource::mediaWithPath((folder / "missing.mp4").string());
   EXPECT_EQ(linesOf([&] { source->print_source_stream_info(); }), Lines{});
+}
+
+TEST(LMMediaSourceTest, ASlashAtTheEndOfAPathIsNoName) {
+  EXPECT_EQ(LMMediaSource::mediaWithPath("/films/disc.d/")->name(), "disc");
+  EXPECT_EQ(LMMediaSource::mediaWithPath("/films/disc//")->name(), "disc");
+  EXPECT_EQ(LMMediaSource::mediaWithPath("/films/a.mov")->name(), "a");
+}
+
+/// Raw pictures of 4 × 2 grey pixels, of which nothing in the bytes tells.
+std::string rawPictures(const test::TempDir& folder) {
+  const std::string path = (folder / "pictures.bin").string();
+  std::ofstream(path, std::ios::binary) << std::string(3 * 8, 'x');
+  return path;
+}
+
+const LMMediaSource::Options kRawOptions{
+    {"video_size", "4x2"}, {"pixel_format", "gray"}, {"framerate", "10"}};
+
+TEST(LMMediaSourceTest, TheDemuxerAndItsOptionsCanBeChosen) {
+  const test::TempDir folder;
+  const auto source = LMMediaSource::mediaWithPath(rawPictures(folder));
+  source->open();
+  EXPECT_FALSE(source->isOpen());
+  source->setInputFormat("rawvideo");
+  source->setDemuxerOptions(kRawOptions);
+  const auto medias = source->createMedias();
+  ASSERT_EQ(medias.size(), 1U);
+  EXPECT_EQ(medias[0]->videoFormat().width, 4);
+  int pictures = 0;
+  while (medias[0]->forwardStream(medias[0]->videoStream()))
+    pictures += medias[0]->videoStream()->hasFrame() ? 1 : 0;
+  EXPECT_EQ(pictures, 3);
+
+  const auto copy = source->copy();  // reads the same
+  copy->open();
+  EXPECT_TRUE(copy->isOpen());
+}
+
+TEST(LMMediaSourceTest, AnUnknownDemuxerIsAnError) {
+  const auto source = sourceOf("av25.mp4");
+  source->setInputFormat("no such demuxer");
+  source->open();
+  EXPECT_FALSE(source->isOpen());
+  EXPECT_EQ(source->lastError().code, AVERROR_DEMUXER_NOT_FOUND);
+  source->setInputFormat("");
+  source->open();
+  EXPECT_TRUE(source->isOpen());
+}
+
+TEST(LMMediaSourceTest, TakesADemuxerThatTheHostHasOpened) {
+  const test::TempDir folder;
+  const std::string path = rawPictures(folder);
+  AVFormatContext* context = nullptr;
+  Dictionary options;
+  for (const auto& [key, value] : kRawOptions)
+    av_dict_set(options.get(), key.c_str(), value.c_str(), 0);
+  ASSERT_EQ(
+      avformat_open_input(&context, path.c_str(), av_find_input_format("rawvideo"), options.get()),
+      0);
+  const auto source = std::make_shared<LMMediaSource>();
+  source->setFormatContext(context);
+  EXPECT_EQ(source->formatContext(), context);
+  LMFFMedia media;
+  media.setSource(source);
+  media.open();
+  ASSERT_NE(media.videoStream(), nullptr);
+  EXPECT_EQ(media.videoFormat().height, 2);
+  int pictures = 0;
+  while (media.forwardStream(media.videoStream()))
+    pictures += media.videoStream()->hasFrame() ? 1 : 0;
+  EXPECT_EQ(pictures, 3);
+  source->setFormatContext(nullptr);  // and frees it
+  EXPECT_FALSE(source->isOpen());
 }
 
 }  // namespace
