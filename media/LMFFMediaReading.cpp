@@ -329,11 +329,13 @@ void LMFFMedia::seek(int64_t time) {
 void LMFFMedia::showFirstPackets() {
   auto waiting = videos();
   std::erase_if(waiting, [](const auto& stream) { return !stream->needsFirstPacket(); });
-  if (waiting.empty() || seekToBeginning(formatContext(), *this) < 0) return;
+  const auto demuxer = sharedContext();
+  AVFormatContext* context = demuxer.get();
+  if (waiting.empty() || !context || seekToBeginning(context, *this) < 0) return;
   state_->hasRead = true;
   AVPacket* packet = state_->packet.get();
   for (int i = 0; i < kMostPacketsToProbe && !waiting.empty(); ++i) {
-    if (av_read_frame(formatContext(), packet) < 0) return;
+    if (av_read_frame(context, packet) < 0) return;
     std::erase_if(waiting, [packet](const auto& stream) {
       const bool isOwn = stream->stream()->index == packet->stream_index;
       if (isOwn) stream->showFirstPacket(packet);
