@@ -10,12 +10,12 @@
 
 namespace kestrel {
 
-/// Runs a list of filters one after another: the input image goes into the first, what each answers
-/// into the next, and the last one's answer is the output.
+/// Runs a list of filters one after another: the input image goes into the first, what each makes
+/// of it into the next, and what the last one makes is the output.
 ///
 /// The filters stand under the key "filters", a list, and the image under `kCIInputImageKey`; both
 /// may be read and replaced from any thread. Running the chain sets the input images of the
-/// members, so one thread at a time runs it. A chain without members answers its input image.
+/// members, so one thread at a time runs it. A chain without members outputs its input image.
 class KESTREL_API ArrayFilter : public Filter {
  public:
   using Filters = std::vector<std::shared_ptr<Filter>>;
@@ -41,7 +41,7 @@ class KESTREL_API ArrayFilter : public Filter {
   void setValue(FilterValue value, std::string_view key) override;
   FilterValue valueForKey(std::string_view key) const override;
 
-  /// Null once a member answers none that the next one needs.
+  /// Null once a member outputs nothing and the next one needs an input.
   std::shared_ptr<const Image> outputImage() const override;
 
   /// A chain of copies of the members; a member without a copy is left out.

@@ -44,7 +44,7 @@ struct TextRun {
 /// Bits for laying out and drawing a text.
 enum StringDrawingOptions : int {
   /// A rectangle's origin is the lower-left corner of the lines. Without it, the rectangle that
-  /// `boundingRectWithSize` answers is placed around the first line's baseline, which is y = 0.
+  /// `boundingRectWithSize` returns is placed around the first line's baseline, which is y = 0.
   kUsesLineFragmentOrigin = 1,
 
   /// Of a text that is higher than the rectangle only the lines that fit are shown, at least one,

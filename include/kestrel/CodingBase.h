@@ -69,7 +69,7 @@ class KESTREL_API CodingBase : public Coding {
 
   /// Stores the properties in a file, each under its name, whatever else `encodeWithCoder` of a
   /// subclass stores; folders on the way to it are made. The
-  /// file is replaced as a whole whatever `atomically` says. Answers true whatever happened; a
+  /// file is replaced as a whole whatever `atomically` says. Always returns true; a
   /// failure is a line in the log.
   bool writeToFile(const std::string& path, bool atomically) const;
 

@@ -4,7 +4,7 @@
 
 namespace kestrel {
 
-/// Why something did not work: what sources and outputs keep beside their silent answers.
+/// Why something failed: what sources and outputs keep, as their calls only return false or null.
 ///
 /// `code` is 0 while nothing has failed, otherwise a negative library or system error number
 /// (`-errno`, or the media libraries' own). `message` is one sentence fragment without the file's

@@ -14,7 +14,7 @@ struct ImageNode;
 
 /// A picture as a recipe: what to show and where it lies in the plane, not the pixels themselves.
 ///
-/// A recipe never changes; each operation answers a new one that refers to those it was made from,
+/// A recipe never changes; each operation returns a new one that refers to those it was made from,
 /// and making one touches no pixel. `ImageContext` computes pixels, `Filter` makes further recipes.
 /// It is held by `std::shared_ptr<const Image>` and may be shared between threads. A recipe over a
 /// borrowed bitmap or borrowed planes is valid only as long as these are, and shows what they hold

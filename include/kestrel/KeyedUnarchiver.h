@@ -27,7 +27,7 @@ class KESTREL_API KeyedUnarchiver {
   KeyedUnarchiver(const KeyedUnarchiver&) = delete;
   KeyedUnarchiver& operator=(const KeyedUnarchiver&) = delete;
 
-  /// Whether there is an entry, a stored "nothing" included.
+  /// True if there is an entry, even one that stores "nothing".
   bool containsValueForKey(const std::string& key) const;
 
   /// The object under a key; nothing where there is no entry.

@@ -6,8 +6,8 @@
 
 namespace kestrel {
 
-/// A byte source answered by callbacks: a subclass says how large its virtual file is and which
-/// bytes come next, and the demuxer reads through that.
+/// A byte source that a subclass implements: it says how large its virtual file is and which bytes
+/// come next, and the demuxer reads through that.
 ///
 /// A subclass overrides `filesize`, `read`, and `copy` (a second, independent reader of the same
 /// bytes). Reads and seeks happen on the thread that reads the media.
@@ -16,11 +16,11 @@ class KESTREL_API LMCustomSource : public LMMediaSource {
   LMCustomSource();
   ~LMCustomSource() override;
 
-  /// A new source of the same class is the subclass's to make; the base answers a source that
+  /// A subclass returns a new source of its own class; the base returns a source that
   /// reads nothing.
   std::shared_ptr<LMMediaSource> copy() const override;
 
-  /// Delivers up to `size` bytes from `read_offset` on and answers how many; 0 at the end, or a
+  /// Delivers up to `size` bytes from `read_offset` on and returns how many; 0 at the end, or a
   /// negative library error. It does not move `read_offset`.
   virtual int32_t read(uint8_t* buffer, int32_t size);
 
@@ -36,11 +36,11 @@ class KESTREL_API LMCustomSource : public LMMediaSource {
   int64_t read_offset() const;
   void setRead_offset(int64_t offset);
 
-  /// What the demuxer's read does: `read`, then `read_offset` moves by its answer.
+  /// What the demuxer's read does: `read`, then `read_offset` moves by its result.
   int32_t read_packet(uint8_t* buffer, int32_t size);
 
-  /// What the demuxer's seek does: sets `read_offset`, without a range check, and answers it.
-  /// `AVSEEK_SIZE` answers `filesize` and moves nothing; an unknown `whence` answers
+  /// What the demuxer's seek does: sets `read_offset`, without a range check, and returns it.
+  /// `AVSEEK_SIZE` returns `filesize` and moves nothing; an unknown `whence` returns
   /// `AVERROR(ENOSYS)`.
   int64_t seek(int64_t offset, int32_t whence);
 

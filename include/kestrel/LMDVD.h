@@ -23,6 +23,8 @@ struct LMDVDNumberedTitle {
   std::shared_ptr<LMDVDTitle> title;   ///< null where that or its chain could not be read
 };
 
+using DVDNumberedTitle = LMDVDNumberedTitle;
+
 /// A DVD-Video volume: a disc, an image of one, or a folder with a VIDEO_TS folder in it, with all
 /// its title sets and titles.
 ///
@@ -34,7 +36,7 @@ struct LMDVDNumberedTitle {
 class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
  public:
   /// Opens a volume; null for a path that is none. A file that is no image of a disc, and a volume
-  /// whose manager can't be read, answer a volume without title sets; a title set that can't be
+  /// whose manager can't be read, give a volume without title sets; a title set that can't be
   /// read is left out. The backup of an information file stands in for it.
   static std::shared_ptr<LMDVD> open(const std::string& path);
 
@@ -65,7 +67,7 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
   /// read keep their numbers. Where the table itself can't be read, all titles of all title sets.
   const std::vector<LMDVDNumberedTitle>& numberedTitles() const { return numberedTitles_; }
 
-  /// Whether the disc's table of titles could be read.
+  /// True if the disc's table of titles could be read.
   bool hasTitleTable() const { return hasTitleTable_; }
 
   /// Bit n − 1 is set where the disc may not play in region n.

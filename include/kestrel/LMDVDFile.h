@@ -48,12 +48,12 @@ class KESTREL_API LMDVDFile {
   int64_t offset() const { return offset_; }
   void setOffset(int64_t offset) { offset_ = offset; }
 
-  /// Opens the domain's file: all its parts as one. `isOpen` tells whether that worked.
+  /// Opens the domain's file: all its parts as one. `isOpen` then says if that worked.
   void open();
   bool isOpen() const { return dvd_file_ != nullptr; }
   void close();
 
-  /// Reads `size` bytes from `offset` on; answers how many came, negative for an error: where the
+  /// Reads `size` bytes from `offset` on; returns how many came, negative for an error: where the
   /// file is not open, too, and for a negative size or position. VOBs are read in blocks of 2048
   /// bytes: position and size lose what is beyond whole blocks.
   int32_t read(void* data, int64_t offset, int32_t size);

@@ -27,6 +27,8 @@ struct LMDVDPictureFacts {
   bool operator==(const LMDVDPictureFacts&) const = default;
 };
 
+using DVDPictureFacts = LMDVDPictureFacts;
+
 /// The input source of one title of a disc, or of one run of its sectors: a virtual file of
 /// 2048-byte blocks that the demuxer reads as a program stream.
 ///
@@ -89,7 +91,7 @@ class KESTREL_API LMDVDSource : public LMMediaSource {
   /// each where the one before ends.
   std::vector<std::shared_ptr<LMFFMedia>> createMedias() override;
 
-  /// Reads blocks from `block` of the virtual file on, no more than it has; answers how many came.
+  /// Reads blocks from `block` of the virtual file on, no more than it has; returns how many came.
   /// `avio_context` must have been called.
   int64_t readBlock(uint32_t block, int64_t count, uint8_t* buffer);
 

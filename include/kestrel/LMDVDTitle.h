@@ -19,6 +19,8 @@ struct LMDVDSectors {
   bool operator==(const LMDVDSectors&) const = default;
 };
 
+using DVDSectors = LMDVDSectors;
+
 /// One cell of a title: a part of a VOB that is played from its first sector to its last.
 struct LMDVDCell {
   uint32_t first_sector = 0;  ///< counted in the title VOBs of the title set
@@ -34,6 +36,8 @@ struct LMDVDCell {
   bool operator==(const LMDVDCell&) const = default;
 };
 
+using DVDCell = LMDVDCell;
+
 /// One sound or subpicture track of a title.
 struct LMDVDTrack {
   uint32_t track = 0;  ///< counted from 0 among the title's tracks of its kind
@@ -46,6 +50,8 @@ struct LMDVDTrack {
 
   bool operator==(const LMDVDTrack&) const = default;
 };
+
+using DVDTrack = LMDVDTrack;
 
 /// One title: a program chain of a title set, as sectors and as what the disc says of it.
 ///

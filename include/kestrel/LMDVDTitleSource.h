@@ -74,4 +74,6 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   std::unique_ptr<State> state_;
 };
 
+using DVDTitleSource = LMDVDTitleSource;
+
 }  // namespace kestrel

@@ -86,7 +86,7 @@ class KESTREL_API LMFFAudioResample {
   void writeSample(const void* sample, int32_t frame);
 
   /// Reads up to `frame` queued samples into the one buffer `sample`; the output format must be
-  /// interleaved (or mono). Always answers 0: ask `outputSamples` beforehand.
+  /// interleaved (or mono). Always returns 0: ask `outputSamples` beforehand.
   int32_t readSample(void* sample, int32_t frame);
 
   /// The number of converted samples waiting; 0 while closed.

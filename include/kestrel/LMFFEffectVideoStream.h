@@ -45,7 +45,7 @@ class KESTREL_API LMFFEffectVideoStream {
  public:
   using DataBuffer = std::shared_ptr<std::vector<uint8_t>>;
 
-  /// Given the bytes of the converted frame, answers a buffer of exactly that many bytes, or null.
+  /// Given the size of the converted frame, returns a buffer of exactly that many bytes, or null.
   using DataProvider = std::function<DataBuffer(int32_t size)>;
 
   LMFFEffectVideoStream();

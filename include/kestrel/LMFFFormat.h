@@ -63,8 +63,12 @@ class LMFFFormat {};
 /// A stored value of a record's dictionary form; the kinds stay apart.
 using LMFFFormatValue = std::variant<int32_t, int64_t, float>;
 
+using FormatValue = LMFFFormatValue;
+
 /// The dictionary form of a record: eleven values under the names of its fields.
 using LMFFFormatDictionary = std::map<std::string, LMFFFormatValue>;
+
+using FormatDictionary = LMFFFormatDictionary;
 
 /// True when all three fields are equal.
 KESTREL_API bool isFFAudioFormatEqual(const LMFFAudioFormat& a, const LMFFAudioFormat& b);

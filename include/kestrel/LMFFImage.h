@@ -59,7 +59,7 @@ class KESTREL_API LMFFImage {
   std::shared_ptr<AVPacket> packet() const;
   void setPacket(const AVPacket* packet);
 
-  /// Whether the frame goes away with the item. Packets always go with their last holder.
+  /// True if the item frees its frame. Packets are always freed with their last holder.
   bool isOwned() const;
   void setIsOwned(bool owned);
 

@@ -27,7 +27,7 @@ class LMMediaSource;
 /// One demuxing unit: an input source opened once, with a stream object for each container stream.
 ///
 /// It reads packets in file order and routes each to its stream, seeks all streams together, and
-/// answers which frame, subtitle or sound belongs to a time by reading forward just far enough.
+/// finds the frame, subtitle or sound that belongs to a time by reading forward just far enough.
 /// Times are microseconds from the media's own start; the movie's time is that plus
 /// `movie_position`. A media is used from one thread at a time; `source`, `streams` and the
 /// selections may be read from others. Failures show as false, 0 or null; why reading ended is the
@@ -131,7 +131,7 @@ class KESTREL_API LMFFMedia {
   int64_t audioBitrate() const;
   int64_t fileBitrate() const;
 
-  /// What `duration` answers for an input that neither tells how long it is nor can be read twice;
+  /// What `duration` returns for an input that neither says how long it is nor can be read twice;
   /// far enough from the type's end for sums.
   static constexpr int64_t kUnknownDuration = INT64_MAX / 4;
 
@@ -172,7 +172,7 @@ class KESTREL_API LMFFMedia {
     int64_t start = 0;
     int64_t end = 0;
 
-    /// Whether there is a picture.
+    /// True if there is a picture.
     explicit operator bool() const;
   };
 

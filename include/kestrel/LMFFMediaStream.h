@@ -92,7 +92,7 @@ class KESTREL_API LMFFMediaStream {
   /// from: audio that ends before it is dropped.
   void seek(int64_t time);
 
-  /// Whether the decoder has to be shown the stream's first packet before it is given any other, as
+  /// True if the decoder has to see the stream's first packet before it is given any other, as
   /// some 4:4:4 H.264 needs, and has not been.
   bool needsFirstPacket() const;
   void showFirstPacket(const AVPacket* packet);
@@ -106,7 +106,7 @@ class KESTREL_API LMFFMediaStream {
   /// decoded. Each picture stays one picture at its own time.
   void setDeinterlacing(Deinterlacing mode);
 
-  /// Decodes one packet, or queues it where the movie copies streams; answers whether a frame came
+  /// Decodes one packet, or queues it where the movie copies streams; true if a frame came
   /// out. A picture beyond the first that one packet gives waits for `takeQueuedFrame`.
   bool decodePacket(const AVPacket* packet);
 
@@ -142,7 +142,7 @@ class KESTREL_API LMFFMediaStream {
   /// Resampled frames that wait.
   int32_t outputSamples() const;
 
-  /// Moves `frame` resampled frames to `data`; ask `outputSamples` first. Answers 0 always.
+  /// Moves `frame` resampled frames to `data`; ask `outputSamples` first. Always returns 0.
   int32_t readSample(void* data, int32_t frame);
 
   std::shared_ptr<LMFFAudioResample> resample() const;
@@ -178,7 +178,7 @@ class KESTREL_API LMFFMediaStream {
   void setRawPackets(std::vector<std::shared_ptr<LMFFImage>> packets);
   bool hasPacket() const;
 
-  /// Removes and answers the oldest packet, null when there is none.
+  /// Removes and returns the oldest packet, null when there is none.
   std::shared_ptr<LMFFImage> popFirstRawPacket();
 
  private:

@@ -36,7 +36,7 @@ struct MovieLook;
 /// counts the sound handed out: `readSample` and `readNextAudioPacket` advance it, `seek` sets it.
 /// Times are microseconds on the movie's time line. `medias`, `subtitle` and the clock may be read
 /// from any thread; the audio pump runs on one thread at a time; pictures are decoded on
-/// `decodeQueue`. A question to a movie without such a media answers 0, false or null.
+/// `decodeQueue`. Without a media to take the answer from, calls return 0, false or null.
 class KESTREL_API LMFFMovie {
  public:
   using MediaList = std::vector<std::shared_ptr<LMFFMedia>>;

@@ -45,7 +45,7 @@ class LMFFMedia;
 /// An object makes one file; after `stopOutput` it may only be released. Released earlier, it
 /// closes the file as it stands, without the trailer that most players need.
 ///
-/// Nothing fails loudly: streams stay null, operations answer false or do nothing, and `lastError`
+/// No failure throws: streams stay null, operations return false or do nothing, and `lastError`
 /// keeps the first thing that went wrong. Settings are not validated beforehand.
 ///
 /// It is used by one thread at a time, except for `path`, `audioInputFormat` and `movieFormat`,
@@ -285,10 +285,10 @@ class KESTREL_API LMFFMovieFileOutput {
   /// not in the file. Where that befell all of a stream, `lastError` says so at `stopOutput`.
   int64_t refusedPackets() const;
 
-  /// How many pictures of copied streams were encoded anew. Pictures that the input decodes and does
-  /// not show, as an edit list says, stay hidden: they are left out where no other needs them, and
-  /// lie before time 0 where they come first and the container has edit lists. The pictures that
-  /// need other ones are encoded anew without them, up to the next key picture.
+  /// How many pictures of copied streams were encoded anew. Pictures that the input decodes and
+  /// does not show, as an edit list says, stay hidden: they are left out where no other needs them,
+  /// and lie before time 0 where they come first and the container has edit lists. The pictures
+  /// that need other ones are encoded anew without them, up to the next key picture.
   int64_t picturesEncodedToHide() const;
 
   // The way into the file.
@@ -296,16 +296,16 @@ class KESTREL_API LMFFMovieFileOutput {
   /// Encodes one frame, which stays the caller's, stamped in the encoder's time base (sound is
   /// moved by the encoder's `delay`, in place), and writes every packet that is ready. Null ends
   /// the pictures or the sound and writes the next packet that the encoder still holds: call until
-  /// it answers false, as `stopOutput` does. A frame without data writes a packet that is ready and
+  /// it returns false, as `stopOutput` does. A frame without data writes a packet that is ready and
   /// gives the encoder nothing. One of another size, format, rate or number of channels than the
-  /// encoder's is refused. Answers whether a packet was written.
+  /// encoder's is refused. Returns true if a packet was written.
   bool writeFrame(AVFrame* frame, AVStream* stream);
 
   /// Hands a packet, stamped in the stream's time base, to the muxer as a packet of `stream`. The
   /// caller keeps it.
   void writePacket(AVPacket* packet, AVStream* stream);
 
-  /// Drains the encoders, completes the file and closes it. `lastError` tells whether all of it is
+  /// Drains the encoders, completes the file and closes it. `lastError` says whether all of it is
   /// in the file. Also safe when nothing was started, or to be called twice.
   void stopOutput();
 

@@ -36,4 +36,6 @@ class LMFFMovieImageProvider {
       movieMediaEffectImage;
 };
 
+using MovieImageProvider = LMFFMovieImageProvider;
+
 }  // namespace kestrel

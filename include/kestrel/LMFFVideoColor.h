@@ -17,11 +17,17 @@ struct LMFFVideoColor {
   bool operator==(const LMFFVideoColor&) const = default;
 };
 
-/// `color` with matrix and range told: what a picture of this pixel format (`AV_PIX_FMT_…`) and
-/// height (pixels) that leaves them open is taken for. An open matrix is BT.709 from 720 lines up
-/// and BT.601 below, RGB for RGB formats; an open range is limited, full for RGB, grey
-/// and the formats that are full by name.
+using VideoColor = LMFFVideoColor;
+
+/// `color` with an unknown matrix and range filled in, for a picture of this pixel format
+/// (`AV_PIX_FMT_…`) and height (pixels). An unknown matrix becomes BT.709 from 720 lines up and
+/// BT.601 below, RGB for RGB formats; an unknown range becomes limited, or full for RGB, grey and
+/// the formats whose names say so.
 KESTREL_API LMFFVideoColor lm_resolved_video_color(const LMFFVideoColor& color, int pix_fmt,
                                                    int height);
+
+inline VideoColor resolvedVideoColor(const VideoColor& color, int pix_fmt, int height) {
+  return lm_resolved_video_color(color, pix_fmt, height);
+}
 
 }  // namespace kestrel

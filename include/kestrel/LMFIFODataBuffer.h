@@ -29,13 +29,13 @@ class KESTREL_API LMFIFODataBuffer {
   /// Queues `length` bytes, which are copied. Always true; null queues nothing.
   bool appendBytes(const void* bytes, uint64_t length);
 
-  /// Takes up to `length` bytes, oldest first, into `bytes`, which has room for them, and answers
+  /// Takes up to `length` bytes, oldest first, into `bytes`, which has room for them, and returns
   /// how many there were.
   uint64_t readBytes(void* bytes, uint64_t length);
 
   /// One step of `readBytes`, for a caller who holds the queue to himself: takes bytes from the
   /// read buffer only and, when that is used up, also when it was empty to begin with, swaps the
-  /// buffers and empties the new write buffer. Answers how many bytes were taken.
+  /// buffers and empties the new write buffer. Returns how many bytes were taken.
   uint64_t readBytesHelper(void* bytes, uint64_t length);
 
   /// The number of queued bytes.

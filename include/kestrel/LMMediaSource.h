@@ -26,7 +26,7 @@ class LMFFMedia;
 using SubtitlePalette = std::array<uint32_t, 16>;
 
 /// The object behind every demuxer: it owns one libavformat context and knows how to open it, here
-/// by a path in the file system. Subclasses answer from elsewhere (`LMCustomSource`).
+/// by a path in the file system. Subclasses read from elsewhere (`LMCustomSource`).
 ///
 /// A source is made unopened; `open` makes the context. It lives until `close`, or the source's
 /// end, and beyond that for as long as a stream that was made over it, or a read on another thread,
@@ -72,7 +72,7 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// True while there is an open demuxer.
   bool isOpen() const;
 
-  /// Whether the input can be read from any place, and so more than once: false for pipes and such,
+  /// True if the input can be read from any position, and so more than once: false for pipes,
   /// and while not open.
   bool isSeekable() const;
 
@@ -93,7 +93,7 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// whose I/O the demuxer reads through calls it before that goes.
   ///
   /// Safe from any thread, also while another reads: that read soon fails as if interrupted, and
-  /// medias over this source answer as those that are not open. The streams made before keep what
+  /// medias over this source behave like unopened ones. The streams made before keep what
   /// they know.
   void close();
 
@@ -114,7 +114,7 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// What libavformat opens: `fullpath` here.
   virtual std::string path() const;
 
-  /// The input's size in bytes where the source answers reads itself; 0 here.
+  /// The input's size in bytes where the source does the reading itself; 0 here.
   virtual int64_t filesize() const;
 
   /// The tracks' display names in selection order; absent where the streams' languages tell.

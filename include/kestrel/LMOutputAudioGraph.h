@@ -22,6 +22,8 @@ class LMOutputAudioGraphDelegate {
   virtual void audioOutputForwordSample(double /*frames*/) {}
 };
 
+using OutputAudioGraphDelegate = LMOutputAudioGraphDelegate;
+
 /// The movie's playback graph: a byte queue between the thread that decodes and the device that
 /// plays, and what lies between the queue and the device: converter, tempo, volume.
 ///

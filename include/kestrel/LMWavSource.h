@@ -29,7 +29,7 @@ class KESTREL_API LMWavSource : public LMCustomSource {
   /// `readData` at `read_offset`, clamped to the file's end.
   int32_t readData(uint8_t* data, int32_t size);
 
-  /// Supplies `size` bytes of samples at `offset`, a position in the virtual file; answers how
+  /// Supplies `size` bytes of samples at `offset`, a position in the virtual file; returns how
   /// many. The one read that starts inside the header passes that read's own start, not the start
   /// of the data: a read from 0 asks for the first samples at offset 0, every later read passes
   /// its file offset, header included.

@@ -15,7 +15,7 @@ class KESTREL_API LibMedia {
   ///
   /// Codes of two and three letters are understood, in either case. A longer code that has no name
   /// is looked up once more by its first two letters. A code that is still unknown, "und" and ""
-  /// are shown as English. Only under a locale that has no names at all is the answer the code
+  /// are shown as English. Only under a locale that has no names at all is the result the code
   /// itself.
   static std::string displayStringForLanguage(const std::string& code);
 };

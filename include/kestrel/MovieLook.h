@@ -12,7 +12,7 @@
 
 namespace kestrel {
 
-/// How a movie's pictures are finished, all settings in one: a movie takes and answers them as a
+/// How a movie's pictures are finished, all settings in one: a movie takes and returns them as a
 /// whole (`LMFFMovie::look`) besides one by one. As it is made it changes nothing of a picture but
 /// its size.
 struct MovieLook {

@@ -55,7 +55,7 @@ class KESTREL_API Task {
   void terminate();
 
   /// What the program answered, 128 + n after signal n; 0 while it has not ended. `kUnknownStatus`
-  /// where the host has the system discard what its programs answer (it ignores SIGCHLD).
+  /// where the host has the system discard exit statuses (it ignores SIGCHLD).
   int terminationStatus() const;
   static constexpr int kUnknownStatus = -1;
 

@@ -11,7 +11,7 @@ namespace kestrel {
 
 /// The text of a file whose encoding nobody has told, as UTF-8.
 ///
-/// In this order: a byte-order mark decides (UTF-8, UTF-16, UTF-32; it is not part of the answer);
+/// In this order: a byte-order mark decides (UTF-8, UTF-16, UTF-32; it is not part of the result);
 /// then UTF-8, also with a few damaged bytes, which become U+FFFD; then UTF-16 without a mark,
 /// known by where its zero bytes lie; then Shift-JIS, known by its kana; then the single-byte and
 /// other East Asian encodings that the text's letter statistics suggest, Windows-1252 (with Latin-1

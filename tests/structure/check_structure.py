@@ -14,7 +14,8 @@ Rules, by what a file includes:
   library, so that a host needs no foreign header.
 
 Then: each public header is in the header of its tier, kestrel.h includes all tiers, and a public
-class that is implemented in a .cpp, or a public function, is marked KESTREL_API.
+class that is implemented in a .cpp, or a public function, is marked KESTREL_API; a public class
+with a prefix is one of those that hosts have always known, or has an alias without it.
 """
 
 import collections
@@ -259,9 +260,31 @@ def marks(tree):
                 yield f"{tree.name(file)}: lacks KESTREL_API: {head}"
 
 
+# The names with a prefix that hosts have always known.
+PREFIXED = set("""
+LMAudioGraph LMCustomSource LMDVD LMDVDFile LMDVDIO LMDVDInternal LMDVDMedia LMDVDSource LMDVDTitle
+LMDVDTitleSet LMFFAudioFormat LMFFAudioResample LMFFEffectVideoStream LMFFFormat LMFFImage
+LMFFImageColorspaceConverter LMFFMedia LMFFMediaStream LMFFMovie LMFFMovieFileOutput
+LMFFMovieFileOutputFormat LMFFVideoFormat LMFIFODataBuffer LMMediaSource LMMovieComposition
+LMMovieCompositionTrack LMOutputAudioGraph LMSubtitleSource LMWavSource
+""".split())
+
+PREFIXED_CLASS = re.compile(r"^(?:(?:class|struct)(?: KESTREL_API)?|using) (LM\w+)(?= *[:{=])",
+                            re.MULTILINE)
+
+
+def prefixes(tree):
+    for file in tree.public:
+        text = file.read_text(encoding="utf-8")
+        for name in PREFIXED_CLASS.findall(text):
+            if name not in PREFIXED and not re.search(rf"using \w+ = {name};", text):
+                yield f"{tree.name(file)}: {name} has a prefix; additions have none, or an alias"
+
+
 def check(root):
     tree = Tree(root)
-    rules = [direction_of_sources, direction_of_public_headers, circles, umbrella, marks]
+    rules = [direction_of_sources, direction_of_public_headers, circles, umbrella, marks,
+             prefixes]
     return [problem for rule in rules for problem in rule(tree)]
 
 

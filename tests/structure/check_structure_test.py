@@ -81,6 +81,13 @@ class CheckStructureTest(unittest.TestCase):
         self.assertIn("output/ may not know convert/run/", self.problems(files)[0])
         self.assertRefused("convert/run/A.cpp", '#include "media/Clock.h"\n', "media/")
 
+    def test_additions_bear_no_prefix(self):
+        self.assertRefused("include/kestrel/LMGadget.h", "struct LMGadget {\n};\n", "has a prefix")
+        self.assertRefused("include/kestrel/LMGadget.h", "using LMGadget = int;\n", "has a prefix")
+        self.assertEqual(self.problems({
+            "include/kestrel/LMGadget.h": "struct LMGadget {\n};\nusing Gadget = LMGadget;\n",
+            "include/kestrel/LMDVD.h": "struct LMDVD {\n};\nclass LMElsewhere;\n"}), [])
+
     def test_circle_between_rooms_of_one_folder(self):
         self.assertCircle({"platform/files/A.h": '#include "platform/queue/Thread.h"\n',
                            "platform/queue/Thread.h": '#include "platform/files/A.h"\n'},
