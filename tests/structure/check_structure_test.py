@@ -82,11 +82,11 @@ class CheckStructureTest(unittest.TestCase):
         self.assertRefused("convert/run/A.cpp", '#include "media/Clock.h"\n', "media/")
 
     def test_additions_bear_no_prefix(self):
-        self.assertRefused("include/kestrel/LMGadget.h", "struct LMGadget {\n};\n", "has a prefix")
-        self.assertRefused("include/kestrel/LMGadget.h", "using LMGadget = int;\n", "has a prefix")
-        self.assertEqual(self.problems({
-            "include/kestrel/LMGadget.h": "struct LMGadget {\n};\nusing Gadget = LMGadget;\n",
-            "include/kestrel/LMDVD.h": "struct LMDVD {\n};\nclass LMElsewhere;\n"}), [])
+        for text in ("struct LMGadget {\n};\n", "using LMGadget = int;\n"):
+            self.assertRefused("include/kestrel/Error.h", text, "has a prefix")
+        for text in ("struct LMGadget {\n};\nusing Gadget = LMGadget;\n",
+                     "struct LMDVD {\n};\nclass LMElsewhere;\n"):
+            self.assertEqual(self.problems({"include/kestrel/Error.h": text}), [])
 
     def test_circle_between_rooms_of_one_folder(self):
         self.assertCircle({"platform/files/A.h": '#include "platform/queue/Thread.h"\n',
