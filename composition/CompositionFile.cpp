@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <string_view>
 #include <utility>
@@ -23,6 +24,9 @@ namespace {
 
 /// Sound that is missing for less than this (microseconds) does no harm where it isn't made up for.
 constexpr int64_t kOrdinaryGap = 100000;
+
+/// By how much rates of pictures differ that are meant to be the same.
+constexpr double kSameRate = 0.001;
 
 /// Units of a second; more of them would leave no room for hours.
 constexpr int64_t kFinestMovieTime = 100000000;
@@ -101,8 +105,27 @@ void CompositionFile::refineMovieTime() {
   av_opt_set_int(muxer_.context(), "movie_timescale", unit, AV_OPT_SEARCH_CHILDREN);
 }
 
-bool CompositionFile::hidesPackets() const {
-  return hidesFirstPictures(*muxer_.context()->oformat);
+void CompositionFile::describeSeveral() {
+  for (Lane& lane : lanes_) lane.copier.describeSeveral();
+}
+
+/// A container without times has no place for pictures of two rates.
+bool CompositionFile::beginInput(const AVStream& input, int stream) {
+  const AVRational own = this->stream(stream).avg_frame_rate;
+  const AVRational other = input.avg_frame_rate;
+  const bool areKnown = own.num > 0 && own.den > 0 && other.num > 0 && other.den > 0;
+  if (storesOnlyOrder() && areKnown && std::abs(av_q2d(own) / av_q2d(other) - 1) > kSameRate)
+    return refuse(fmt::format("the {} format has one rate of pictures, not {:.3f} and {:.3f}",
+                              muxer_.context()->oformat->name, av_q2d(own), av_q2d(other)),
+                  LMMovieComposition::kDoesNotJoin);
+  lanes_[static_cast<size_t>(stream)].copier.beginInput(input);
+  return true;
+}
+
+int64_t CompositionFile::picturesEncodedToHide() const {
+  int64_t count = 0;
+  for (const Lane& lane : lanes_) count += lane.copier.encoded();
+  return count;
 }
 
 bool CompositionFile::storesOnlyOrder() const {
@@ -146,7 +169,10 @@ bool CompositionFile::write(AVPacket& packet, int stream) {
   PacketPtr taken = makePacket();
   if (!taken) return errors_.succeeded(AVERROR(ENOMEM));
   av_packet_move_ref(taken.get(), &packet);
-  return errors_.succeeded(lane.copier.push(std::move(taken))) && writeReady(lane);
+  if (!errors_.succeeded(lane.copier.push(std::move(taken)))) return false;
+  if (const Error& error = lane.copier.error())
+    return refuse(error.message, LMMovieComposition::kDoesNotJoin);
+  return writeReady(lane);
 }
 
 bool CompositionFile::writeReady(Lane& lane) {
@@ -160,6 +186,7 @@ bool CompositionFile::writeReady(Lane& lane) {
 void CompositionFile::finish() {
   for (Lane& lane : lanes_) {
     errors_.succeeded(lane.copier.finish());
+    errors_.note(lane.copier.error());
     writeReady(lane);
   }
   muxer_.complete();

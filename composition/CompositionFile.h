@@ -22,6 +22,10 @@ class CompositionFile {
   /// Adds a stream for packets of `input`; -1 when that fails.
   int addStream(const AVStream& input);
 
+  /// Says that several inputs follow each other in each stream: what codec data tell of the first
+  /// one's content alone is taken out. Before `start`.
+  void describeSeveral();
+
   /// Opens the file and writes its header; false when one of these fails.
   bool start();
 
@@ -38,8 +42,11 @@ class CompositionFile {
   /// Whether pictures may lack the time at which they are shown: the container does not store it.
   bool storesOnlyOrder() const;
 
-  /// Whether the container can hold packets that are decoded and not shown.
-  bool hidesPackets() const;
+  /// Says that packets of `input` come next in a stream; false where they can't go on in it.
+  bool beginInput(const AVStream& input, int stream);
+
+  /// How many pictures were encoded anew, because the container can't hide others that they need.
+  int64_t picturesEncodedToHide() const;
 
   /// Takes over a packet that is stamped in the stream's time base, which is blank afterwards;
   /// false once something has failed.

@@ -74,6 +74,8 @@ int64_t statedEnd(const AVStream& stream) {
              : INT64_MAX;
 }
 
+bool isHidden(const AVPacket& packet) { return (packet.flags & AV_PKT_FLAG_DISCARD) != 0; }
+
 /// An input while its turn is: opened for it, unless it was open before, and then closed after it.
 class OpenInput {
  public:
@@ -144,6 +146,7 @@ bool JoinedFile::prepare(const TrackList& input) {
 /// Begins the output like its first input.
 bool JoinedFile::begin(const TrackList& input) {
   if (!addLanes(input)) return false;
+  if (!isLast_) file_.describeSeveral();
   file_.setTags(*input.front()->source()->formatContext());
   return file_.start();
 }
@@ -208,6 +211,8 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
       if (there > offset + tolerance) offset = there;
     }
   }
+  for (size_t i = 0; i < lanes_.size(); ++i)
+    if (!file_.beginInput(*input[i]->avstream(), lanes_[i].stream)) return false;
   for (Lane& lane : lanes_) {
     lane.seam = lane.end;
     lane.offset = offset;
@@ -273,7 +278,7 @@ int64_t JoinedFile::firstShown(LMMovieCompositionTrack& track) {
     if (!track.readSourceFrame(packet.get())) break;
     if (packet->stream_index == track.track()) {
       --missing;
-      if (packet->pts != AV_NOPTS_VALUE)
+      if (packet->pts != AV_NOPTS_VALUE && !isHidden(*packet))
         first = std::min(first, inMicroseconds(packet->pts, stream.time_base));
     }
     ahead_.push_back(std::move(packet));
@@ -292,12 +297,7 @@ bool JoinedFile::read(LMMovieCompositionTrack& track, AVPacket& packet) {
 bool JoinedFile::copyInput(const TrackList& input) {
   const PacketPtr packet = makePacket();
   while (!(interrupt_ && interrupt_()) && read(*input.front(), *packet)) {
-    const auto track = std::ranges::find(input, packet->stream_index,
-                                         [](const auto& candidate) { return candidate->track(); });
-    if (track != input.end()) (*track)->passPacket(*packet);
-    const bool isFine =
-        track == input.end() || copyPacket(*packet, *(*track)->avstream(),
-                                           lanes_[static_cast<size_t>(track - input.begin())]);
+    const bool isFine = copyToTracks(*packet, input);
     av_packet_unref(packet.get());
     if (!isFine) return false;
   }
@@ -305,15 +305,21 @@ bool JoinedFile::copyInput(const TrackList& input) {
   return true;
 }
 
-bool JoinedFile::beginsWell(const AVPacket& packet, const Lane& lane) {
-  if (!lane.isVideo || lane.hasBegun) return true;
-  const bool isKey = (packet.flags & AV_PKT_FLAG_KEY) != 0;
-  const bool isHidden = (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
-  if (count_ == 1) {
-    if (!isHidden || file_.hidesPackets()) return true;
-    return fail("input 1 begins with hidden pictures, which would be seen");
+/// Copies a packet for each track that is of its stream.
+bool JoinedFile::copyToTracks(const AVPacket& packet, const TrackList& input) {
+  for (size_t i = 0; i < input.size(); ++i) {
+    LMMovieCompositionTrack& track = *input[i];
+    if (track.track() != packet.stream_index) continue;
+    const PacketPtr copy(av_packet_clone(&packet));
+    track.passPacket(packet);
+    if (!copy || !copyPacket(*copy, *track.avstream(), lanes_[i])) return false;
   }
-  if (isKey && !isHidden) return true;
+  return true;
+}
+
+bool JoinedFile::beginsWell(const AVPacket& packet, const Lane& lane) {
+  if (!lane.isVideo || lane.hasBegun || count_ == 1) return true;
+  if ((packet.flags & AV_PKT_FLAG_KEY) != 0) return true;
   return fail(fmt::format("input {} does not begin with a key picture", count_));
 }
 
@@ -360,6 +366,8 @@ bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane
     return true;
   }
   lane.hasBegun = true;
+  // What is decoded and not shown takes no time.
+  if (isHidden(packet)) return file_.write(packet, lane.stream);
   const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
   if (time != AV_NOPTS_VALUE)
     lane.end = std::max(lane.end, endOf(inMicroseconds(time, base), duration, lane));

@@ -25,6 +25,8 @@ class JoinedFile {
 
   void write(const TrackList& tracks);
 
+  int64_t picturesEncodedToHide() const { return file_.picturesEncodedToHide(); }
+
   Error error() const { return error_ ? error_ : file_.error(); }
 
  private:
@@ -63,6 +65,7 @@ class JoinedFile {
   int64_t firstShown(LMMovieCompositionTrack& track);
   bool read(LMMovieCompositionTrack& track, AVPacket& packet);
   bool copyInput(const TrackList& input);
+  bool copyToTracks(const AVPacket& packet, const TrackList& input);
   bool copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane);
   bool beginsWell(const AVPacket& packet, const Lane& lane);
   static int64_t endOf(int64_t time, int64_t duration, Lane& lane);

@@ -11,6 +11,7 @@
 
 #include "composition/CompositionFile.h"
 #include "composition/JoinedFile.h"
+#include "composition/SharedInputs.h"
 #include "support/FFmpegError.h"
 #include "support/Guarded.h"
 
@@ -39,12 +40,13 @@ struct LMMovieComposition::State {
   std::function<bool()> interrupt;
   std::function<void(double, int64_t)> progress;
   Guarded<Error> lastError;
+  int64_t picturesEncodedToHide = 0;
 
   bool isInterrupted() const { return interrupt && interrupt(); }
 
   void addStreams(const TrackList& list, CompositionFile& file) const;
-  bool copySlice(LMMovieCompositionTrack& track, double limit, CompositionFile& file,
-                 int64_t& pictures) const;
+  bool copySlice(LMMovieCompositionTrack& track, double limit, SharedInputs& inputs,
+                 CompositionFile& file, int64_t& pictures) const;
   void copy(const TrackList& list, CompositionFile& file) const;
 };
 
@@ -86,7 +88,8 @@ void LMMovieComposition::State::addStreams(const TrackList& list, CompositionFil
 /// Copies a track's packets up to the first one at or behind the limit; answers whether there was
 /// any.
 bool LMMovieComposition::State::copySlice(LMMovieCompositionTrack& track, double limit,
-                                          CompositionFile& file, int64_t& pictures) const {
+                                          SharedInputs& inputs, CompositionFile& file,
+                                          int64_t& pictures) const {
   if (track.finished()) return false;
   const AVStream& stream = *track.avstream();
   const AVRational outBase = file.timeBase(track.map());
@@ -95,7 +98,7 @@ bool LMMovieComposition::State::copySlice(LMMovieCompositionTrack& track, double
       av_rescale_q(static_cast<int64_t>(1000000 * shift), kMicroseconds, outBase);
   const PacketPtr packet = makePacket();
   bool hasRead = false;
-  while (limit - shift > track.dts() && !isInterrupted() && track.readFrame(packet.get())) {
+  while (limit - shift > track.dts() && !isInterrupted() && inputs.read(track, *packet)) {
     hasRead = true;
     if (packet->pts == AV_NOPTS_VALUE) log("AV_NOPTS_VALUE");
     packet->pts = moved(packet->pts, stream.time_base, outBase, offset);
@@ -112,12 +115,13 @@ bool LMMovieComposition::State::copySlice(LMMovieCompositionTrack& track, double
 
 void LMMovieComposition::State::copy(const TrackList& list, CompositionFile& file) const {
   int64_t pictures = 0;
+  SharedInputs inputs(list);
   for (double limit = 1; !file.error() && !isInterrupted(); limit += 1) {
     bool hasRead = false;
     bool isDone = true;
     double next = std::numeric_limits<double>::infinity();
     for (const auto& track : list) {
-      hasRead = copySlice(*track, limit, file, pictures) || hasRead;
+      hasRead = copySlice(*track, limit, inputs, file, pictures) || hasRead;
       if (track->finished()) continue;
       isDone = false;
       next = std::min(next, track->dts() + shiftOf(*track));
@@ -138,6 +142,7 @@ void LMMovieComposition::exportToFile(const std::string& path) {
     state.copy(list, file);
     file.finish();
   }
+  state_->picturesEncodedToHide = file.picturesEncodedToHide();
   state_->lastError.set(state.isInterrupted() ? libraryError(AVERROR_EXIT) : file.error());
 }
 
@@ -145,6 +150,7 @@ void LMMovieComposition::joinToFile(const std::string& path) {
   LMFFMovie::initialize();
   JoinedFile joined(path, state_->interrupt, state_->progress);
   joined.write(tracks());
+  state_->picturesEncodedToHide = joined.picturesEncodedToHide();
   state_->lastError.set(state_->isInterrupted() ? libraryError(AVERROR_EXIT) : joined.error());
 }
 
@@ -159,6 +165,8 @@ void LMMovieComposition::setInterrupt(std::function<bool()> interrupt) {
 void LMMovieComposition::setProgress(std::function<void(double, int64_t)> progress) {
   state_->progress = std::move(progress);
 }
+
+int64_t LMMovieComposition::picturesEncodedToHide() const { return state_->picturesEncodedToHide; }
 
 Error LMMovieComposition::lastError() const { return state_->lastError.get(); }
 

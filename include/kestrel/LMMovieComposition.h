@@ -13,7 +13,7 @@ namespace kestrel {
 class LMMovieCompositionTrack;
 
 /// Places streams of several files on one time line and writes them into one file by copying their
-/// packets: nothing is decoded.
+/// packets: nothing is decoded but pictures that need hidden ones (`picturesEncodedToHide`).
 ///
 /// The container follows the output path's extension. An export runs on the calling thread, blocks
 /// until the file is written, and holds a few seconds of packets at most. It opens the tracks'
@@ -38,7 +38,8 @@ class KESTREL_API LMMovieComposition {
   std::shared_ptr<LMMovieCompositionTrack> insert(const std::string& path, double at, double rate);
 
   /// Writes every track as a stream of its own, shifted so that its input starts at its position.
-  /// Packets of the tracks follow each other in slices of a second. A track that has no input or no
+  /// Packets of the tracks follow each other in slices of a second. Tracks with the same source and
+  /// position are read in one go. A track that has no input or no
   /// such stream is left out. The log names every packet without a presentation time.
   void exportToFile(const std::string& path);
 
@@ -86,6 +87,11 @@ class KESTREL_API LMMovieComposition {
   /// Told how far on the time line (seconds) the export is, and how many video packets it has
   /// written.
   void setProgress(std::function<void(double seconds, int64_t pictures)> progress);
+
+  /// How many pictures the last export encoded anew, because they need others that their input
+  /// decodes and does not show, and that the container can't hide: only what comes first in a file
+  /// with an edit list can be. All other hidden pictures that no shown one needs are left out.
+  int64_t picturesEncodedToHide() const;
 
   Error lastError() const;
 

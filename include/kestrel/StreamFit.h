@@ -19,9 +19,10 @@ struct StreamDifference {
 };
 
 /// Why packets of the second stream can't continue those of the first: codec, codec data, size,
-/// pixel format, shape, colours, rotation and time base of pictures; codec, codec data, sample
-/// format, rate, channels and time base of sound; codec, codec data and, where they are pictures,
-/// size of subtitles. Empty where they can.
+/// pixel format, shape, colours and rotation of pictures; codec, codec data, sample format, rate
+/// and channels of sound; codec, codec data and, where they are pictures, size of subtitles. Empty
+/// where they can. Codec data are compared by what they mean to a decoder: what they tell of one
+/// stream's content alone, such as its length, does not count, nor do time bases.
 KESTREL_API std::vector<StreamDifference> streamDifferences(const AVStream& first,
                                                             const AVStream& second);
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "support/FFmpegOwners.h"
 
@@ -10,16 +10,14 @@ namespace kestrel {
 
 /// A codec's own data. MPEG-4 files tell a text track's bit rate behind them, which is true of
 /// that file alone and not among them.
-inline std::span<const uint8_t> codecDataOf(const AVCodecParameters& parameters) {
-  static constexpr uint8_t kBitRate[] = {0, 0, 0, 20, 'b', 't', 'r', 't'};
-  std::span<const uint8_t> data(parameters.extradata,
-                                static_cast<size_t>(parameters.extradata_size));
-  const auto endsWithBitRate = [&] {
-    return data.size() >= 20 && std::ranges::equal(data.last(20).first(8), kBitRate);
-  };
-  while (parameters.codec_id == AV_CODEC_ID_MOV_TEXT && endsWithBitRate())
-    data = data.first(data.size() - 20);
-  return data;
-}
+std::span<const uint8_t> codecDataOf(const AVCodecParameters& parameters);
+
+/// What a codec's own data mean to a decoder: the same for two streams whose packets can follow
+/// each other. How long a stream is, how large its packets are and who made it is left out.
+std::vector<uint8_t> codecMeaningOf(const AVCodecParameters& parameters);
+
+/// Takes out of a codec's own data what is true of one stream's content alone, so that packets of
+/// others can follow.
+void widenCodecData(AVCodecParameters& parameters);
 
 }  // namespace kestrel

@@ -18,6 +18,7 @@ constexpr int kHevcFirstAnew = 16;
 constexpr int kHevcLastAnew = 20;
 constexpr int kHevcLastLeaf = 14;  // up to here, even numbers are pictures that none refers to
 constexpr int kHevcLastPicture = 31;
+constexpr int kHevcLastSet = 34;
 
 // Where the configuration records of MPEG-4 files (ISO/IEC 14496-15) say how long lengths are, and
 // where their parameter sets begin.
@@ -114,6 +115,17 @@ PictureUnits::PictureUnits(const AVCodecParameters& parameters) : parameters_(pa
   const Bytes record(parameters.extradata, static_cast<size_t>(parameters.extradata_size));
   const size_t place = parameters.codec_id == AV_CODEC_ID_HEVC ? kHevcLengthSize : kAvcLengthSize;
   if (hasUnits() && record.size() > place && record[0] == 1) lengthSize_ = (record[place] & 3) + 1;
+}
+
+std::vector<uint8_t> PictureUnits::meaning() const {
+  std::vector<Unit> sets = parameterSets();
+  std::erase_if(sets, [&](Unit unit) {  // such as who made the stream
+    return unit.empty() ||
+           (parameters_.codec_id == AV_CODEC_ID_HEVC && typeOf(unit) > kHevcLastSet);
+  });
+  std::vector<uint8_t> data = joined(sets);
+  data.push_back(static_cast<uint8_t>(lengthSize_));
+  return data;
 }
 
 bool PictureUnits::hasUnits() const {

@@ -16,6 +16,9 @@ class PictureUnits {
   /// `parameters` are the stream's and outlive this.
   explicit PictureUnits(const AVCodecParameters& parameters);
 
+  /// What the stream's codec data mean to a decoder: the form of the units, and the parameter sets.
+  std::vector<uint8_t> meaning() const;
+
   /// Whether a key picture begins anew: no picture behind it in the stream refers to one before it.
   bool beginsAnew(const AVPacket& key) const;
 

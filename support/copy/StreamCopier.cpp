@@ -145,6 +145,8 @@ void StreamCopier::describe(const AVStream& input) {
   output_.r_frame_rate = input.r_frame_rate;
 }
 
+void StreamCopier::describeSeveral() { widenCodecData(*output_.codecpar); }
+
 void StreamCopier::settle() {
   AVCodecParameters& parameters = *output_.codecpar;
   if (tag_ != kLooseHevcTag && understands(container_, parameters.codec_id, tag_))

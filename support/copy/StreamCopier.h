@@ -27,6 +27,10 @@ class StreamCopier {
   /// Why the stream cannot be copied as it should be.
   const Error& error() const { return hidden_ && hidden_->error() ? hidden_->error() : error_; }
 
+  /// Says that several inputs follow each other, so that what the codec data tell of the first
+  /// one's content is not true of the whole.
+  void describeSeveral();
+
   /// What is settled just before the container's header is written, which may then change the
   /// stream's time base. The codec tag is the input's where the container understands it as the
   /// same codec, for some codecs tell their kind by nothing else. Where the container counts in

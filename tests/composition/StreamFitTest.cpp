@@ -55,7 +55,8 @@ TEST_F(StreamFitTest, EqualStreamsFit) {
   EXPECT_TRUE(streamDifferences(first_, second_).empty());
 }
 
-TEST_F(StreamFitTest, CodecDataIsComparedByteForByte) {
+TEST_F(StreamFitTest, CodecDataThatAreNotKnownAreComparedByteForByte) {
+  for (AVStream* stream : {&first_, &second_}) stream->codecpar->codec_id = AV_CODEC_ID_MPEG4;
   setCodecData(first_, "some");
   EXPECT_EQ(difference(), "codec data");
   // As long, and with the same FNV-1a hash of 32 bits.
@@ -69,8 +70,7 @@ TEST_F(StreamFitTest, EachPropertyCounts) {
   EXPECT_EQ(difference(), "size");
   second_.codecpar->width = 320;
   second_.time_base = {1, 90000};
-  EXPECT_EQ(difference(), "time base");
-  second_.time_base = first_.time_base;
+  EXPECT_TRUE(streamDifferences(first_, second_).empty());
   second_.codecpar->codec_id = AV_CODEC_ID_HEVC;
   EXPECT_EQ(difference(), "codec");
 }

@@ -1,0 +1,120 @@
+#include "support/copy/CodecData.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "support/copy/PictureUnits.h"
+
+namespace kestrel {
+
+namespace {
+
+using Bytes = std::span<const uint8_t>;
+
+// FLAC's stream info (RFC 9639, 8.2): two sizes of blocks, two of frames, then rate, channels and
+// depth, which end in the same bytes that the number of samples begins in, and a checksum.
+constexpr size_t kFlacInfo = 34;
+constexpr size_t kFlacFrames = 4;
+constexpr size_t kFlacFormat = 10;
+constexpr size_t kFlacLength = 13;
+
+/// TTA's header: format, channels, depth and rate behind a mark, then length and checksum.
+constexpr size_t kTtaFormat = 4;
+constexpr size_t kTtaLength = 14;
+
+/// Apple Lossless tells the largest packet and the mean bit rate among its parameters.
+constexpr size_t kAlacSize = 36;
+constexpr size_t kAlacPackets = 24;
+constexpr size_t kAlacRate = 32;
+
+/// Where the configuration of AAC may say that there is no more than it said before.
+constexpr size_t kAacExtension = 2;
+constexpr uint8_t kAacNothingMore[] = {0x56, 0xE5, 0x00};
+
+/// Opus says what rate its sound had before it was encoded, which no decoder needs.
+constexpr size_t kOpusRate = 12;
+constexpr size_t kOpusGain = 16;
+
+/// The place of FLAC's stream info: alone, or behind the mark and a header.
+size_t flacInfoIn(Bytes data) {
+  constexpr size_t kMarkAndHeader = 8;
+  const bool isMarked = data.size() >= kFlacInfo + kMarkAndHeader && data[0] == 'f';
+  return isMarked ? kMarkAndHeader : 0;
+}
+
+std::vector<uint8_t> copyOf(Bytes data) { return {data.begin(), data.end()}; }
+
+std::vector<uint8_t> without(Bytes data, size_t begin, size_t end) {
+  std::vector<uint8_t> rest = copyOf(data);
+  if (rest.size() >= end)
+    rest.erase(rest.begin() + static_cast<std::ptrdiff_t>(begin),
+               rest.begin() + static_cast<std::ptrdiff_t>(end));
+  return rest;
+}
+
+std::vector<uint8_t> flacFormat(Bytes data) {
+  const size_t info = flacInfoIn(data);
+  if (data.size() < info + kFlacInfo) return copyOf(data);
+  std::vector<uint8_t> format =
+      copyOf(data.subspan(info + kFlacFormat, kFlacLength - kFlacFormat + 1));
+  format.back() &= 0xF0U;
+  return format;
+}
+
+std::vector<uint8_t> aacFormat(Bytes data) {
+  const bool saysNothing = data.size() == kAacExtension + std::size(kAacNothingMore) &&
+                           std::ranges::equal(data.subspan(kAacExtension), kAacNothingMore);
+  return copyOf(saysNothing ? data.first(kAacExtension) : data);
+}
+
+}  // namespace
+
+Bytes codecDataOf(const AVCodecParameters& parameters) {
+  static constexpr uint8_t kBitRate[] = {0, 0, 0, 20, 'b', 't', 'r', 't'};
+  Bytes data(parameters.extradata, static_cast<size_t>(parameters.extradata_size));
+  const auto endsWithBitRate = [&] {
+    return data.size() >= 20 && std::ranges::equal(data.last(20).first(8), kBitRate);
+  };
+  while (parameters.codec_id == AV_CODEC_ID_MOV_TEXT && endsWithBitRate())
+    data = data.first(data.size() - 20);
+  return data;
+}
+
+std::vector<uint8_t> codecMeaningOf(const AVCodecParameters& parameters) {
+  const Bytes data = codecDataOf(parameters);
+  switch (parameters.codec_id) {
+    case AV_CODEC_ID_FLAC:
+      return flacFormat(data);
+    case AV_CODEC_ID_TTA:
+      return data.size() < kTtaLength ? copyOf(data)
+                                      : copyOf(data.subspan(kTtaFormat, kTtaLength - kTtaFormat));
+    case AV_CODEC_ID_ALAC:
+      return data.size() == kAlacSize ? without(data, kAlacPackets, kAlacRate) : copyOf(data);
+    case AV_CODEC_ID_AAC:
+      return aacFormat(data);
+    case AV_CODEC_ID_OPUS:
+      return without(data, kOpusRate, kOpusGain);
+    case AV_CODEC_ID_H264:
+    case AV_CODEC_ID_HEVC:
+      return PictureUnits(parameters).meaning();
+    default:
+      return copyOf(data);
+  }
+}
+
+void widenCodecData(AVCodecParameters& parameters) {
+  if (parameters.codec_id != AV_CODEC_ID_FLAC || parameters.extradata_size <= 0) return;
+  const std::span<uint8_t> data(parameters.extradata,
+                                static_cast<size_t>(parameters.extradata_size));
+  const size_t place = flacInfoIn(data);
+  if (data.size() < place + kFlacInfo) return;
+  const std::span<uint8_t> info = data.subspan(place, kFlacInfo);
+  static constexpr uint8_t kAnyBlocks[kFlacFrames] = {0, 16, 0xFF, 0xFF};
+  std::ranges::copy(kAnyBlocks, info.begin());
+  // 0 stands for unknown.
+  std::ranges::fill(info.subspan(kFlacFrames, kFlacFormat - kFlacFrames), uint8_t{0});
+  info[kFlacLength] &= 0xF0U;
+  std::ranges::fill(info.subspan(kFlacLength + 1), uint8_t{0});
+}
+
+}  // namespace kestrel

@@ -1,0 +1,198 @@
+#include <gtest/gtest.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/LMMovieComposition.h>
+#include <kestrel/LMMovieCompositionTrack.h>
+
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/Ffprobe.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+void ffmpeg(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {"ffmpeg", "-v", "error", "-y"});
+  const RunResult result = run(arguments);
+  if (result.status != 0) throw std::runtime_error(result.err);
+}
+
+/// The checksum of each decoded picture, in the order of display, whatever its time.
+std::vector<std::string> pictures(const std::filesystem::path& file) {
+  const RunResult result = run({"ffmpeg", "-v", "error", "-i", file.string(), "-map", "0:v",
+                                "-vsync", "passthrough", "-f", "framemd5", "-"});
+  std::istringstream lines(result.out);
+  std::vector<std::string> sums;
+  for (std::string line; std::getline(lines, line);)
+    if (!line.empty() && line[0] != '#') sums.push_back(line.substr(line.rfind(',') + 1));
+  return sums;
+}
+
+/// The checksum of a file's decoded sound, of several files' one behind the other.
+std::string sound(const std::vector<std::filesystem::path>& files) {
+  std::vector<std::string> arguments{"ffmpeg", "-v", "error"};
+  std::string graph;
+  for (size_t i = 0; i < files.size(); ++i) {
+    arguments.insert(arguments.end(), {"-i", files[i].string()});
+    graph += "[" + std::to_string(i) + ":a]";
+  }
+  graph += "concat=v=0:a=1:n=" + std::to_string(files.size());
+  arguments.insert(arguments.end(), {"-filter_complex", graph, "-f", "md5", "-"});
+  return run(arguments).out;
+}
+
+std::vector<std::string> twice(std::vector<std::string> sums) {
+  const std::vector<std::string> once = sums;
+  sums.insert(sums.end(), once.begin(), once.end());
+  return sums;
+}
+
+size_t packetCount(const std::filesystem::path& file, int stream) {
+  return ffprobeJson(file, {"-show_packets", "-select_streams", std::to_string(stream)})["packets"]
+      .size();
+}
+
+class CopiedStreams : public testing::Test {
+ protected:
+  void add(const std::shared_ptr<LMMediaSource>& source, int32_t stream, double position) {
+    auto track = std::make_shared<LMMovieCompositionTrack>();
+    track->setSource(source);
+    track->setTrack(stream);
+    track->setPosition(position);
+    auto tracks = composition_.tracks();
+    tracks.push_back(std::move(track));
+    composition_.setTracks(std::move(tracks));
+  }
+
+  void compose(const std::filesystem::path& input, const std::filesystem::path& output,
+               double position = 0) {
+    composition_.setTracks({});
+    add(LMMediaSource::mediaWithPath(input.string()), 0, position);
+    composition_.exportToFile(output.string());
+    EXPECT_FALSE(composition_.lastError()) << composition_.lastError().message;
+  }
+
+  void join(const std::vector<std::filesystem::path>& inputs, const std::filesystem::path& output) {
+    composition_.setTracks({});
+    for (const auto& input : inputs)
+      add(LMMediaSource::mediaWithPath(input.string()), 0, LMMovieComposition::kBehind);
+    composition_.joinToFile(output.string());
+    EXPECT_FALSE(composition_.lastError()) << composition_.lastError().message;
+  }
+
+  LMMovieComposition composition_;
+  TempDir folder_;
+};
+
+TEST_F(CopiedStreams, OfOneSourceAllGetTheirPackets) {
+  const auto source = LMMediaSource::mediaWithPath(fixture("av25.mp4").string());
+  for (const auto& [stream, position] : {std::pair{0, 0.0}, {1, 0.0}, {1, 0.0}, {1, 5.0}})
+    add(source, stream, position);
+  const auto output = folder_ / "out.mkv";
+  composition_.exportToFile(output.string());
+  EXPECT_FALSE(composition_.lastError()) << composition_.lastError().message;
+  EXPECT_EQ(packetCount(output, 0), packetCount(fixture("av25.mp4"), 0));
+  for (const int stream : {1, 2, 3})
+    EXPECT_EQ(packetCount(output, stream), packetCount(fixture("av25.mp4"), 1)) << stream;
+}
+
+TEST_F(CopiedStreams, OfOneSourceAllGetTheirPacketsInAJoin) {
+  const auto source = LMMediaSource::mediaWithPath(fixture("av25.mp4").string());
+  for (const int stream : {0, 1, 1}) add(source, stream, LMMovieComposition::kBehind);
+  const auto output = folder_ / "out.mkv";
+  composition_.joinToFile(output.string());
+  EXPECT_FALSE(composition_.lastError()) << composition_.lastError().message;
+  EXPECT_EQ(packetCount(output, 1), packetCount(output, 2));
+}
+
+TEST_F(CopiedStreams, KeepHiddenPicturesHidden) {
+  KESTREL_NEED_MEDIA("edit-list-three.mov");
+  const auto input = mediaFile("edit-list-three.mov");
+  const auto shown = pictures(input);
+  ASSERT_EQ(shown.size(), 48);
+  for (const std::string container : {"mov", "mp4", "mkv", "ts"}) {
+    SCOPED_TRACE(container);
+    compose(input, folder_ / ("composed." + container));
+    EXPECT_EQ(pictures(folder_ / ("composed." + container)), shown);
+    join({input, input}, folder_ / ("joined." + container));
+    EXPECT_EQ(pictures(folder_ / ("joined." + container)), twice(shown));
+    EXPECT_EQ(composition_.picturesEncodedToHide(), 0);
+  }
+}
+
+TEST_F(CopiedStreams, EncodeWhatNeedsPicturesThatCannotBeHidden) {
+  const auto cut = folder_ / "cut.mp4";  // from the fourth picture of a group on
+  ffmpeg({"-ss", "0.12", "-i", fixture("groups-h264.mp4").string(), "-c", "copy", cut.string()});
+  const auto shown = pictures(cut);
+  ASSERT_EQ(shown.size(), 47);
+  compose(cut, folder_ / "first.mp4");
+  EXPECT_EQ(pictures(folder_ / "first.mp4"), shown);
+  EXPECT_EQ(composition_.picturesEncodedToHide(), 0);
+  // Shown from the start on by a player that fills up the time before.
+  for (const auto& [output, position] : {std::pair{"late.mp4", 3.0}, {"first.mkv", 0.0}}) {
+    SCOPED_TRACE(output);
+    compose(cut, folder_ / output, position);
+    EXPECT_EQ(composition_.picturesEncodedToHide(), 5);
+    const auto composed = pictures(folder_ / output);
+    ASSERT_EQ(composed.size(), shown.size());
+    EXPECT_TRUE(std::equal(composed.begin() + 5, composed.end(), shown.begin() + 5));
+  }
+  join({cut, cut}, folder_ / "joined.mp4");
+  EXPECT_EQ(pictures(folder_ / "joined.mp4").size(), 2 * shown.size());
+  EXPECT_EQ(composition_.picturesEncodedToHide(), 5);
+}
+
+TEST_F(CopiedStreams, TakeTheContainersPixelAspectWhereTheirOwnDiffers) {
+  const auto wide = folder_ / "wide.mp4";
+  ffmpeg(
+      {"-i", fixture("groups-h264.mp4").string(), "-c", "copy", "-aspect", "16:9", wide.string()});
+  compose(wide, folder_ / "composed.mp4");
+  join({wide, wide}, folder_ / "joined.mkv");
+  for (const auto& output : {folder_ / "composed.mp4", folder_ / "joined.mkv"})
+    EXPECT_EQ(ffprobeJson(output)["streams"][0]["display_aspect_ratio"], "16:9");
+}
+
+TEST_F(CopiedStreams, OfFlacHaveOneStreamInfo) {
+  std::vector<std::filesystem::path> inputs;
+  for (const std::string frequency : {"440", "880"}) {
+    inputs.push_back(folder_ / (frequency + ".flac"));
+    ffmpeg({"-f", "lavfi", "-i", "sine=duration=0.7:frequency=" + frequency, "-frame_size",
+            frequency == "440" ? "1152" : "4608", inputs.back().string()});
+  }
+  for (const std::string container : {"flac", "mkv", "ogg"}) {
+    SCOPED_TRACE(container);
+    const auto output = folder_ / ("joined." + container);
+    join(inputs, output);
+    EXPECT_EQ(sound({output}), sound(inputs));
+  }
+}
+
+TEST_F(CopiedStreams, OfOtherTimeBasesFollowEachOther) {
+  const auto other = folder_ / "other.mp4";
+  ffmpeg({"-i", fixture("groups-h264.mp4").string(), "-c", "copy", "-video_track_timescale",
+          "90000", other.string()});
+  const auto output = folder_ / "joined.mp4";
+  join({fixture("groups-h264.mp4"), other}, output);
+  EXPECT_EQ(pictures(output), twice(pictures(fixture("groups-h264.mp4"))));
+  EXPECT_NEAR(std::stod(ffprobeJson(output)["format"]["duration"].get<std::string>()), 4, 0.001);
+}
+
+TEST_F(CopiedStreams, OfTwoRatesDoNotGoIntoAContainerOfOne) {
+  const auto slow = folder_ / "slow.mp4";
+  ffmpeg({"-i", fixture("groups-h264.mp4").string(), "-c", "copy", "-bsf:v", "setts=ts=TS*2",
+          slow.string()});
+  for (const auto& input : {fixture("groups-h264.mp4"), slow})
+    add(LMMediaSource::mediaWithPath(input.string()), 0, LMMovieComposition::kBehind);
+  composition_.joinToFile((folder_ / "out.avi").string());
+  EXPECT_EQ(composition_.lastError().code, LMMovieComposition::kDoesNotJoin);
+}
+
+}  // namespace
+}  // namespace kestrel::test
