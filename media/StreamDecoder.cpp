@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "support/CodecLock.h"
+#include "platform/codec/Codec.h"
 #include "support/FFmpegCompat.h"
 
 namespace kestrel {
@@ -21,9 +21,6 @@ constexpr int64_t kSparePackets = 4;
 
 /// A shorter duration of a picture is none: a tick of a clock that no camera had.
 constexpr AVRational kShortestPicture{1, 500};
-
-/// A decoder that answers so many errors in a row has nothing more.
-constexpr int kMostErrorsInARow = 1000;
 
 /// The decoder of a stream. WebM keeps an alpha beside the pictures, which only some decoders read.
 const AVCodec* decoderOf(const AVStream& stream) {
@@ -83,11 +80,7 @@ bool StreamDecoder::open() {
   if (!context_ || !context_->codec_id) return false;
   const AVCodec* codec = decoderOf(*stream_);
   if (!codec) return false;
-  int result = 0;
-  {
-    const std::lock_guard guard(codecLock());
-    result = avcodec_open2(context_.get(), codec, nullptr);
-  }
+  const int result = openCodec(*context_, codec);
   if (result < 0) makeContext();
   errors_ = 0;
   hasSeenFirst_ = false;
@@ -132,40 +125,27 @@ void StreamDecoder::sendEnd() {
 }
 
 void StreamDecoder::submit(const AVPacket* packet) {
-  int result = sendMarked(*context_, packet, mark_);
-  if (result == AVERROR(EAGAIN)) {
-    collect();
-    result = sendMarked(*context_, packet, mark_);
+  const bool mayBeCut = mayBeCut_;
+  const auto take = [this](FramePtr frame) { collect(std::move(frame)); };
+  int errors = decodePacket(*context_, packet, take, mark_);
+  if (errors > 0 && mayBeCut) {
+    --errors;
+    mayBeCut_ = false;
   }
-  if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF) noteError();
-  collect();
+  errors_ += errors;
   if (!ended_) return;
   dateBackwards(AV_NOPTS_VALUE);
   if (deinterlacer_) std::ranges::move(deinterlacer_->finish(), std::back_inserter(frames_));
 }
 
-/// Takes what the decoder has ready. The error of a damaged packet comes out between the frames,
-/// late by the number of threads, and is not the end of them.
-void StreamDecoder::collect() {
-  for (int errors = 0; errors < kMostErrorsInARow;) {
-    FramePtr frame = makeFrame();
-    if (!frame) return;
-    const int result = avcodec_receive_frame(context_.get(), frame.get());
-    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
-    if (result < 0) {
-      noteError();
-      ++errors;
-      continue;
-    }
-    errors = 0;
-    if (isStale(*frame)) continue;
-    ++received_;
-    mayBeCut_ = false;
-    if (context_->codec_type == AVMEDIA_TYPE_VIDEO)
-      addPicture(std::move(frame));
-    else
-      frames_.push_back(std::move(frame));
-  }
+void StreamDecoder::collect(FramePtr frame) {
+  if (isStale(*frame)) return;
+  ++received_;
+  mayBeCut_ = false;
+  if (context_->codec_type == AVMEDIA_TYPE_VIDEO)
+    addPicture(std::move(frame));
+  else
+    frames_.push_back(std::move(frame));
 }
 
 /// Some decoders keep a picture beyond a flush: from then on this one is opened anew instead.
@@ -189,10 +169,6 @@ void StreamDecoder::showFirstPacket(const AVPacket& packet) {
   flush();
   errors_ = errors;
   hasSeenFirst_ = true;
-}
-
-void StreamDecoder::noteError() {
-  if (!std::exchange(mayBeCut_, false)) ++errors_;
 }
 
 bool StreamDecoder::isFilling() const {

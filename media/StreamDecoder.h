@@ -11,7 +11,7 @@
 
 namespace kestrel {
 
-/// The decoder of one container stream: the send and receive loop, and the frames that wait.
+/// The decoder of one container stream, and the frames that wait, with their times.
 ///
 /// The context exists as soon as there is a stream, so that its facts can be asked, and is opened
 /// and closed under the process's codec lock.
@@ -67,8 +67,7 @@ class StreamDecoder {
  private:
   void makeContext();
   void submit(const AVPacket* packet);
-  void collect();
-  void noteError();
+  void collect(FramePtr frame);
   bool isStale(const AVFrame& frame);
   void addPicture(FramePtr picture);
   void dateBackwards(int64_t end);

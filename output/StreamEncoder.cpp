@@ -5,7 +5,7 @@
 #include <mutex>
 
 #include "output/EncoderCompat.h"
-#include "support/CodecLock.h"
+#include "platform/codec/Codec.h"
 #include "support/DictionaryEntries.h"
 #include "support/FFmpegError.h"
 #include "support/LibraryLog.h"
@@ -73,9 +73,8 @@ Error StreamEncoder::openContext(const std::map<std::string, std::string>& optio
   Dictionary dictionary;
   addEntries(options, dictionary.get());
   const AVCodec* codec = context_->codec;
-  const std::lock_guard guard(codecLock());
   const LibraryLog log;
-  const int result = avcodec_open2(context_.get(), codec, dictionary.get());
+  const int result = openCodec(*context_, codec, dictionary.get());
   if (result < 0) return log.explain(result, codec->name);
   return unknownOption(*dictionary.get());
 }

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "support/CodecLock.h"
+#include "platform/codec/Codec.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"

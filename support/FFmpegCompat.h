@@ -25,30 +25,6 @@ inline void setFrameDuration(AVFrame& frame, int64_t duration) {
 #endif
 }
 
-/// Feeds a decoder a packet, null for the end; the frames that are made of it carry `mark`.
-inline int sendMarked(AVCodecContext& decoder, const AVPacket* packet, int64_t mark) {
-#ifdef AV_CODEC_FLAG_COPY_OPAQUE
-  decoder.flags |= AV_CODEC_FLAG_COPY_OPAQUE;
-  if (!packet) return avcodec_send_packet(&decoder, nullptr);
-  const PacketPtr marked(av_packet_clone(packet));
-  if (!marked) return AVERROR(ENOMEM);
-  marked->opaque = reinterpret_cast<void*>(static_cast<intptr_t>(mark));
-  return avcodec_send_packet(&decoder, marked.get());
-#else
-  decoder.reordered_opaque = mark;
-  return avcodec_send_packet(&decoder, packet);
-#endif
-}
-
-/// The mark that a frame carries; of a decoder that hands none on, anything that was never one.
-inline int64_t frameMark(const AVFrame& frame) {
-#ifdef AV_CODEC_FLAG_COPY_OPAQUE
-  return static_cast<int64_t>(reinterpret_cast<intptr_t>(frame.opaque));
-#else
-  return frame.reordered_opaque;
-#endif
-}
-
 /// H.264 that may have a colour for every pixel.
 #ifdef AV_PROFILE_H264_HIGH_444_PREDICTIVE
 inline constexpr int kProfileH264High444 = AV_PROFILE_H264_HIGH_444_PREDICTIVE;

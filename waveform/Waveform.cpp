@@ -7,12 +7,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "support/CodecLock.h"
+#include "platform/codec/Codec.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "waveform/PointMaker.h"
@@ -58,15 +57,10 @@ class TrackReader {
   double seconds() const { return static_cast<double>(count_) / rate_; }
 
   void decode(const AVPacket* packet) {
+    const int errors =
+        decodePacket(*decoder_, packet, [this](const FramePtr& frame) { take(*frame); });
     // A damaged packet is passed over; the first of a broadcast may be cut.
-    if (avcodec_send_packet(decoder_.get(), packet) < 0) {
-      if (packet && (count_ > 0 || !mayLeap_)) ++decodeErrors_;
-      return;
-    }
-    while (avcodec_receive_frame(decoder_.get(), frame_.get()) >= 0) {
-      take(*frame_);
-      av_frame_unref(frame_.get());
-    }
+    if (packet && (count_ > 0 || !mayLeap_)) decodeErrors_ += errors;
   }
 
   std::vector<PointMaker>& lanes() { return lanes_; }
@@ -91,8 +85,7 @@ class TrackReader {
       throw Stop("not enough memory");
     decoder_->pkt_timebase = stream_.time_base;
     decoder_->request_sample_fmt = AV_SAMPLE_FMT_FLTP;
-    const std::lock_guard guard(codecLock());
-    const int result = avcodec_open2(decoder_.get(), codec, nullptr);
+    const int result = openCodec(*decoder_, codec);
     if (result < 0) throw Stop(libraryError(result).message);
   }
 
@@ -189,7 +182,6 @@ class TrackReader {
   int64_t start_;  // of the input, microseconds; moved where the clock leaps
   const bool mayLeap_;
   CodecContextPtr decoder_;
-  FramePtr frame_ = makeFrame();
   SwrPtr converter_;
   Form convertedFrom_;
   std::vector<float> converted_;

@@ -1,11 +1,10 @@
 #include "support/copy/StretchEncoder.h"
 
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <utility>
 
-#include "support/CodecLock.h"
+#include "platform/codec/Codec.h"
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
 
@@ -84,8 +83,7 @@ bool StretchEncoder::openDecoder() {
     return false;
   decoder_->pkt_timebase = stream_.time_base;
   decoder_->thread_count = 0;
-  const std::lock_guard guard(codecLock());
-  return succeeded(avcodec_open2(decoder_.get(), codec, nullptr));
+  return succeeded(openCodec(*decoder_, codec));
 }
 
 void StretchEncoder::configure(AVCodecContext& encoder, const AVFrame& picture) const {
@@ -118,8 +116,7 @@ bool StretchEncoder::openEncoder(const AVFrame& picture) {
   encoder_.reset(avcodec_alloc_context3(codec));
   if (!encoder_) return succeeded(AVERROR(ENOMEM));
   configure(*encoder_, picture);
-  const std::lock_guard guard(codecLock());
-  return succeeded(avcodec_open2(encoder_.get(), codec, nullptr));
+  return succeeded(openCodec(*encoder_, codec));
 }
 
 void StretchEncoder::push(const AVPacket& packet) {
@@ -143,19 +140,9 @@ PacketPtr StretchEncoder::pop() {
 /// Gives the decoder a packet, or the end, and encodes what comes out of it. A damaged packet costs
 /// its picture.
 void StretchEncoder::decode(const AVPacket* packet) {
-  const FramePtr picture = makeFrame();
-  if (!picture) return static_cast<void>(succeeded(AVERROR(ENOMEM)));
-  const auto takePictures = [&] {
-    while (!error_ && avcodec_receive_frame(decoder_.get(), picture.get()) >= 0) {
-      encode(picture.get());
-      av_frame_unref(picture.get());
-    }
-  };
-  if (avcodec_send_packet(decoder_.get(), packet) == AVERROR(EAGAIN)) {
-    takePictures();
-    avcodec_send_packet(decoder_.get(), packet);
-  }
-  takePictures();
+  decodePacket(*decoder_, packet, [this](const FramePtr& picture) {
+    if (!error_) encode(picture.get());
+  });
 }
 
 /// Encodes a picture, or what is left at the end.

@@ -11,6 +11,8 @@
 #include <new>
 #include <string_view>
 
+#include "platform/codec/Codec.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/display.h>
@@ -134,7 +136,7 @@ Owner<AVCodecContext> makeEncoder(AVCodecID codec, const AVFrame& frame) {
 
 std::optional<std::vector<uint8_t>> encode(AVCodecContext& context, const AVFrame& frame) {
   const Owner<AVPacket> packet(av_packet_alloc());
-  if (!packet || avcodec_open2(&context, context.codec, nullptr) < 0) return std::nullopt;
+  if (!packet || openCodec(context, context.codec) < 0) return std::nullopt;
   if (avcodec_send_frame(&context, &frame) < 0) return std::nullopt;
   avcodec_send_frame(&context, nullptr);
   if (avcodec_receive_packet(&context, packet.get()) < 0) return std::nullopt;
@@ -188,21 +190,24 @@ Owner<AVPacket> packetOf(std::span<const uint8_t> data) {
   return packet;
 }
 
-Owner<AVFrame> decode(std::span<const uint8_t> data) {
+FramePtr decode(std::span<const uint8_t> data) {
   const AVCodec* decoder = avcodec_find_decoder(codecOf(data));
   if (!decoder || data.size() > kMostBytes) return nullptr;
   const Owner<AVCodecContext> context(avcodec_alloc_context3(decoder));
   const auto packet = packetOf(data);
-  Owner<AVFrame> frame(av_frame_alloc());
-  if (!context || !packet || !frame) return nullptr;
+  if (!context || !packet) return nullptr;
   context->max_pixels = kMostPixels;
   context->thread_count = 1;
   // A strict TIFF reader refuses every tag that it does not know.
   if (decoder->id != AV_CODEC_ID_TIFF) context->err_recognition = AV_EF_EXPLODE | AV_EF_CRCCHECK;
-  if (avcodec_open2(context.get(), decoder, nullptr) < 0) return nullptr;
-  if (avcodec_send_packet(context.get(), packet.get()) < 0) return nullptr;
-  avcodec_send_packet(context.get(), nullptr);
-  if (avcodec_receive_frame(context.get(), frame.get()) < 0) return nullptr;
+  if (openCodec(*context, decoder) < 0) return nullptr;
+  FramePtr frame;
+  const auto takeFirst = [&frame](FramePtr next) {
+    if (!frame) frame = std::move(next);
+  };
+  if (decodePacket(*context, packet.get(), takeFirst) > 0) return nullptr;
+  decodePacket(*context, nullptr, takeFirst);
+  if (!frame) return nullptr;
   const bool isDamaged = (frame->flags & AV_FRAME_FLAG_CORRUPT) || frame->decode_error_flags;
   const bool fits = std::max(frame->width, frame->height) <= kLongestSide;
   return isDamaged || !fits ? nullptr : std::move(frame);

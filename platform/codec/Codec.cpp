@@ -1,0 +1,78 @@
+#include "platform/codec/Codec.h"
+
+#include <utility>
+
+namespace kestrel {
+
+namespace {
+
+/// A decoder that answers so many errors in a row has nothing more.
+constexpr int kMostErrorsInARow = 1000;
+
+int send(AVCodecContext& decoder, const AVPacket* packet, int64_t mark) {
+#ifdef AV_CODEC_FLAG_COPY_OPAQUE
+  decoder.flags |= AV_CODEC_FLAG_COPY_OPAQUE;
+  if (!packet) return avcodec_send_packet(&decoder, nullptr);
+  const PacketPtr marked(av_packet_clone(packet));
+  if (!marked) return AVERROR(ENOMEM);
+  marked->opaque = reinterpret_cast<void*>(static_cast<intptr_t>(mark));
+  return avcodec_send_packet(&decoder, marked.get());
+#else
+  decoder.reordered_opaque = mark;
+  return avcodec_send_packet(&decoder, packet);
+#endif
+}
+
+bool isEnd(int result) { return result == AVERROR(EAGAIN) || result == AVERROR_EOF; }
+
+/// Answers how many errors stood between the frames.
+int receive(AVCodecContext& decoder, const FrameTaker& take) {
+  int errors = 0;
+  for (int inARow = 0; inARow < kMostErrorsInARow;) {
+    FramePtr frame(av_frame_alloc());
+    const int result = frame ? avcodec_receive_frame(&decoder, frame.get()) : AVERROR_EOF;
+    if (isEnd(result)) break;
+    if (result < 0) {
+      ++errors;
+      ++inARow;
+      continue;
+    }
+    inARow = 0;
+    take(std::move(frame));
+  }
+  return errors;
+}
+
+}  // namespace
+
+std::mutex& codecLock() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+int openCodec(AVCodecContext& context, const AVCodec* codec, AVDictionary** options) {
+  const std::lock_guard guard(codecLock());
+  return avcodec_open2(&context, codec, options);
+}
+
+int decodePacket(AVCodecContext& decoder, const AVPacket* packet, const FrameTaker& take,
+                 int64_t mark) {
+  int errors = 0;
+  int result = send(decoder, packet, mark);
+  if (result == AVERROR(EAGAIN)) {
+    errors += receive(decoder, take);
+    result = send(decoder, packet, mark);
+  }
+  if (result < 0 && !isEnd(result)) ++errors;
+  return errors + receive(decoder, take);
+}
+
+int64_t frameMark(const AVFrame& frame) {
+#ifdef AV_CODEC_FLAG_COPY_OPAQUE
+  return static_cast<int64_t>(reinterpret_cast<intptr_t>(frame.opaque));
+#else
+  return frame.reordered_opaque;
+#endif
+}
+
+}  // namespace kestrel
