@@ -65,9 +65,18 @@ void limitLevel(AVFrame& frame) {
   }
 }
 
-bool isLossy(const AVCodecContext& encoder) {
+/// The encoder would stumble over damaged samples. One without loss keeps them as they are.
+bool needsLimit(const AVCodecContext& encoder) {
   const AVCodecDescriptor* codec = avcodec_descriptor_get(encoder.codec_id);
-  return codec && (codec->props & AV_CODEC_PROP_LOSSLESS) == 0;
+  return codec && codec->type == AVMEDIA_TYPE_AUDIO && !(codec->props & AV_CODEC_PROP_LOSSLESS);
+}
+
+/// A frame of the host's, which stays as it is, with its level limited; null without memory.
+FramePtr limitedCopy(const AVFrame& frame) {
+  FramePtr copy(av_frame_clone(&frame));
+  if (!copy || av_frame_make_writable(copy.get()) < 0) return nullptr;
+  limitLevel(*copy);
+  return copy;
 }
 
 /// The time of a copied packet in its stream: moved by `offset`.
@@ -101,7 +110,7 @@ bool LMFFMovieFileOutput::State::readSound(AVFrame& frame) const {
 void LMFFMovieFileOutput::State::encodeSound(StreamEncoder& encoder, AVFrame& frame) {
   frame.pts = audioTime;
   audioTime += frame.nb_samples;
-  if (isLossy(*encoder.context())) limitLevel(frame);
+  if (needsLimit(*encoder.context())) limitLevel(frame);
   encode(encoder, frame, 0);
 }
 
@@ -359,7 +368,12 @@ bool LMFFMovieFileOutput::writeFrame(AVFrame* frame, AVStream* stream) {
   if (!encoder) return false;
   if (!frame) encoder->finish();
   if (!frame || !frame->data[0]) return state.writeNextPacket(*encoder);
-  return state.encode(*encoder, *frame, frameDuration(*frame));
+  if (!needsLimit(*encoder->context()) || encoder->refusal(*frame))
+    return state.encode(*encoder, *frame, frameDuration(*frame));
+  const FramePtr limited = limitedCopy(*frame);
+  const bool isWritten = limited && state.encode(*encoder, *limited, frameDuration(*frame));
+  if (limited) frame->pts = limited->pts;
+  return isWritten;
 }
 
 void LMFFMovieFileOutput::writePacket(AVPacket* packet, AVStream* stream) {

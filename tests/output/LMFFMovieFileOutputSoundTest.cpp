@@ -179,6 +179,42 @@ TEST(LMFFMovieFileOutputSound, DamagedSamplesDoNotStopAnEncoder) {
   for (int i = 12000; i < 13000; i++) ASSERT_NEAR(decoded[i], toneAt(i), 0.06) << i;
 }
 
+TEST(LMFFMovieFileOutputSound, NorDoThoseInAFrameOfTheHosts) {
+  const TempDir dir;
+  const auto file = dir / "a.m4a";
+  SoundOutput output(file, AV_CODEC_ID_AAC);
+  const AVCodecContext& encoder = *output.codecContext(output.audioStream());
+  ASSERT_EQ(encoder.sample_fmt, AV_SAMPLE_FMT_FLTP);
+  constexpr int kFrames = 20;
+  for (int i = 0; i < kFrames; ++i) {
+    const FramePtr frame = makeFrame();
+    frame->format = encoder.sample_fmt;
+    frame->sample_rate = encoder.sample_rate;
+    frame->nb_samples = encoder.frame_size;
+    frame->pts = int64_t{i} * encoder.frame_size;
+    av_channel_layout_copy(&frame->ch_layout, &encoder.ch_layout);
+    ASSERT_GE(av_frame_get_buffer(frame.get(), 0), 0);
+    for (int channel = 0; channel < encoder.ch_layout.nb_channels; ++channel) {
+      auto* const samples = reinterpret_cast<float*>(frame->extended_data[channel]);
+      for (int k = 0; k < encoder.frame_size; ++k)
+        samples[k] = static_cast<float>(toneAt(i * encoder.frame_size + k));
+      if (i < 3) samples[100] = std::numeric_limits<float>::quiet_NaN();
+      if (i < 3) samples[200] = 1e9F;
+    }
+    output.writeFrame(frame.get(), output.audioStream());
+    if (i == 0) {
+      EXPECT_TRUE(std::isnan(reinterpret_cast<float*>(frame->data[0])[100]));  // stays the host's
+    }
+  }
+  while (output.writeFrame(nullptr, output.audioStream())) {
+  }
+  output.stopOutput();
+  EXPECT_FALSE(output.lastError()) << output.lastError().message;
+  const std::vector<float> decoded = decodedSound(file);
+  ASSERT_GE(decoded.size(), static_cast<size_t>(15 * 1024));
+  for (int i = 12000; i < 13000; i++) ASSERT_NEAR(decoded[i], toneAt(i), 0.06) << i;
+}
+
 // Samples that are kept as they are keep whatever they are.
 TEST(LMFFMovieFileOutputSound, LosslessEncodersKeepWhatIsBeyondFullScale) {
   const TempDir dir;
