@@ -12,7 +12,7 @@ namespace kestrel {
 /// property list with "$archiver" ("NSKeyedArchiver"), "$version", "$top" and "$objects", in which
 /// objects refer to each other by number.
 ///
-/// What is encoded outside of any object's `encodeWithCoder` lies in "$top". Objects, lists and
+/// Values encoded outside any object's `encodeWithCoder` lie in "$top". Objects, lists and
 /// dictionaries that are met twice are stored once. A graph that contains itself, or is more than
 /// 256 deep, cannot be stored: `encodeObject` throws `ArchiveError`. One thread uses an archiver.
 class KESTREL_API KeyedArchiver {

@@ -28,16 +28,16 @@ using DVDNumberedTitle = LMDVDNumberedTitle;
 /// A DVD-Video volume: a disc, an image of one, or a folder with a VIDEO_TS folder in it, with all
 /// its title sets and titles.
 ///
-/// `open` reads everything that the tree holds; nothing of it changes afterwards, so any thread may
-/// look at it. Sources and files of a volume keep it alive. They may be read in several threads:
+/// `open` reads the whole structure, which does not change afterwards, so any thread may look at
+/// it. Sources and files of a volume keep it alive. They may be read in several threads:
 /// their reads take turns, because all go through the volume's one reader.
 ///
 /// Discs are read as they are: scrambled ones are not unscrambled here.
 class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
  public:
-  /// Opens a volume; null for a path that is none. A file that is no image of a disc, and a volume
-  /// whose manager can't be read, give a volume without title sets; a title set that can't be
-  /// read is left out. The backup of an information file stands in for it.
+  /// Opens a volume; null if there is nothing at the path. A file that is no disc image, and a
+  /// volume whose manager can't be read, give a volume without title sets; a title set that can't
+  /// be read is left out. The backup of an information file stands in for it.
   static std::shared_ptr<LMDVD> open(const std::string& path);
 
   /// An unopened volume, as `open` begins with.
@@ -51,7 +51,7 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
   /// The reader handle; null for an unopened volume. Owned by this.
   dvd_reader_s* dvd_reader() const { return internal_->dvd(); }
 
-  /// The volume's own name, or else that of its folder.
+  /// The volume's own name, or its folder's where it has none.
   const std::string& volume() const { return volume_; }
 
   /// The path given to `open`.

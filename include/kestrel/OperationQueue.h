@@ -27,9 +27,9 @@ class KESTREL_API Operation {
   /// by a queue that holds it too.
   void start();
 
-  /// Blocks until the work has ended, whoever runs it. An operation that nobody ever starts is
-  /// waited for without end, as is one that is queued behind the caller on a serial queue. Called
-  /// from within the work itself it returns at once.
+  /// Blocks until the work has ended, whoever runs it. Never returns for an
+  /// operation that nobody starts, or one that is queued behind the caller on a serial queue.
+  /// Called from within the work itself it returns at once.
   void waitUntilFinished();
 
   bool isFinished() const;
