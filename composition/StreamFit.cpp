@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <memory>
 #include <set>
 
 #include "support/FFmpegOwners.h"
+#include "support/LibraryLog.h"
 #include "support/copy/CodecData.h"
+#include "support/copy/StreamCopier.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -82,6 +85,17 @@ bool hasBlocks(const AVCodecParameters& parameters) {
   return parameters.block_align > 0 && !kFindTheirOwn.contains(parameters.codec_id);
 }
 
+/// Frees a container that was begun in memory, and that memory.
+struct FormatDeleter {
+  void operator()(AVFormatContext* context) const {
+    uint8_t* memory = nullptr;
+    if (context->pb) avio_close_dyn_buf(context->pb, &memory);
+    context->pb = nullptr;
+    av_free(memory);
+    avformat_free_context(context);
+  }
+};
+
 }  // namespace
 
 std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVStream& second) {
@@ -127,6 +141,23 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
   if (codecMeaningOf(*first.codecpar) != codecMeaningOf(*second.codecpar))
     differences.push_back({"codec data", codecData(*first.codecpar), codecData(*second.codecpar)});
   return differences;
+}
+
+std::string containerRefusal(const AVStream& stream, const std::string& container) {
+  AVFormatContext* allocated = nullptr;
+  const int result =
+      avformat_alloc_output_context2(&allocated, nullptr, container.c_str(), nullptr);
+  if (result < 0) return "unknown container format '" + container + "'";
+  const std::unique_ptr<AVFormatContext, FormatDeleter> context(allocated);
+  if ((context->oformat->flags & AVFMT_NOFILE) != 0) return {};
+  AVStream* copy = avformat_new_stream(context.get(), nullptr);
+  if (!copy || avio_open_dyn_buf(&context->pb) < 0) return "no memory";
+  StreamCopier copier(stream, *copy, *context->oformat);
+  if (copier.error()) return copier.error().message;
+  copier.settle();
+  const LibraryLog log;
+  const int answer = avformat_write_header(context.get(), nullptr);
+  return answer < 0 ? log.explain(answer, container).message : std::string();
 }
 
 }  // namespace kestrel

@@ -26,4 +26,8 @@ struct StreamDifference {
 KESTREL_API std::vector<StreamDifference> streamDifferences(const AVStream& first,
                                                             const AVStream& second);
 
+/// Why a container, by its short name, does not take packets of a stream as they are; "" where it
+/// does. Its muxer is asked by beginning a file in memory.
+KESTREL_API std::string containerRefusal(const AVStream& stream, const std::string& container);
+
 }  // namespace kestrel

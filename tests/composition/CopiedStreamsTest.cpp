@@ -2,18 +2,24 @@
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/LMMovieComposition.h>
 #include <kestrel/LMMovieCompositionTrack.h>
+#include <kestrel/StreamFit.h>
 
 #include <filesystem>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
 
 namespace kestrel::test {
 namespace {
@@ -192,6 +198,46 @@ TEST_F(CopiedStreams, OfTwoRatesDoNotGoIntoAContainerOfOne) {
     add(LMMediaSource::mediaWithPath(input.string()), 0, LMMovieComposition::kBehind);
   composition_.joinToFile((folder_ / "out.avi").string());
   EXPECT_EQ(composition_.lastError().code, LMMovieComposition::kDoesNotJoin);
+}
+
+TEST_F(CopiedStreams, AreRefusedByTheMuxerAlone) {
+  const auto refusal = [](const std::filesystem::path& file, const std::string& container) {
+    const auto source = LMMediaSource::mediaWithPath(file.string());
+    source->open();
+    return containerRefusal(*source->formatContext()->streams[0], container);
+  };
+  const auto studio = folder_ / "dnxhr.mov";
+  const auto cine = folder_ / "cineform.mov";
+  const std::vector<std::string> picture{"-f", "lavfi", "-i", "testsrc2=s=256x128:d=0.1"};
+  for (const auto& [file, codec, format] :
+       {std::tuple{studio, "dnxhd", "yuv422p"}, {cine, "cfhd", "yuv422p10le"}}) {
+    auto arguments = picture;
+    arguments.insert(arguments.end(), {"-c:v", codec, "-pix_fmt", format});
+    if (file == studio) arguments.insert(arguments.end(), {"-profile:v", "dnxhr_sq"});
+    arguments.push_back(file.string());
+    ffmpeg(arguments);
+  }
+  EXPECT_EQ(refusal(studio, "matroska"), "");
+  EXPECT_EQ(refusal(cine, "mov"), "");
+  EXPECT_EQ(refusal(fixture("groups-h264.mp4"), "mp4"), "");
+  EXPECT_NE(refusal(fixture("groups-h264.mp4"), "webm"), "");
+  EXPECT_NE(refusal(studio, "mp4"), "");
+  EXPECT_NE(refusal(studio, "no such container"), "");
+}
+
+TEST_F(CopiedStreams, KeepTheTagThatTellsTheirKind) {
+  KESTREL_NEED_MEDIA("prores-4444-alpha.mov");
+  const auto input = mediaFile("prores-4444-alpha.mov");
+  const auto shown = pictures(input);
+  for (const std::string container : {"mov", "mkv"}) {
+    SCOPED_TRACE(container);
+    const auto output = folder_ / ("out." + container);
+    compose(input, output);
+    const auto stream = ffprobeJson(output)["streams"][0];
+    EXPECT_EQ(stream["codec_tag_string"], "ap4h");
+    EXPECT_EQ(stream["pix_fmt"], ffprobeJson(input)["streams"][0]["pix_fmt"]);
+    EXPECT_EQ(pictures(output), shown);
+  }
 }
 
 }  // namespace
