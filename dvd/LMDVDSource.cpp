@@ -80,7 +80,7 @@ void LMDVDSource::openReader() {
 AVIOContext* LMDVDSource::avio_context() {
   if (io_context_) return io_context_;
   openReader();
-  io_context_ = makeReadContext(*this, kBufferBytes);
+  io_context_ = makeReadContext<&LMDVDSource::read_packet>(*this, kBufferBytes);
   return io_context_;
 }
 

@@ -16,13 +16,6 @@ namespace {
 /// The low bits of a disc's container stream id that are its track number.
 constexpr int kDvdTrackMask = 0xF;
 
-/// An unopened source of the same input, which the same function may interrupt.
-std::shared_ptr<LMMediaSource> anotherReader(const LMMediaSource& source) {
-  auto reader = source.copy();
-  reader->setInterrupt(source.interrupt());
-  return reader;
-}
-
 /// Reads an input through to find out how long it lasts, in microseconds.
 int64_t measureDuration(LMMediaSource& reader) {
   reader.open();
@@ -32,7 +25,7 @@ int64_t measureDuration(LMMediaSource& reader) {
   const int64_t start = reader.start_time();
   int64_t end = start;
   std::map<int, int64_t> undated;  // what each stream's packets without a time last together
-  while (av_read_frame(context.get(), packet.get()) >= 0) {
+  while (reader.readPacket(packet.get())) {
     const int64_t time = packet->pts == AV_NOPTS_VALUE ? packet->dts : packet->pts;
     const AVRational timebase = context->streams[packet->stream_index]->time_base;
     int64_t& length = undated[packet->stream_index];
@@ -63,7 +56,7 @@ std::shared_ptr<LMFFMedia> LMFFMedia::copy() const {
 
 void LMFFMedia::copyTo(LMFFMedia& other) const {
   other.setMovie_position(movie_position());
-  if (const auto own = source()) other.setSource(anotherReader(*own));
+  if (const auto own = source()) other.setSource(own->anotherReader());
   other.setSelectStreams(selectStreams());
   other.setSelectAudios(selectAudios());
   other.setSelectSubtitles(selectSubtitles());
@@ -319,7 +312,7 @@ int64_t LMFFMedia::duration() const {
   if (context->duration > 0) return context->duration;
   std::atomic<int64_t>& measured = *state_->measuredDuration;
   if (measured == AV_NOPTS_VALUE && source()->isSeekable())
-    measured = measureDuration(*anotherReader(*source()));
+    measured = measureDuration(*source()->anotherReader());
   return measured == AV_NOPTS_VALUE ? kUnknownDuration : measured.load();
 }
 

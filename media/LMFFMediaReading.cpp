@@ -11,7 +11,6 @@
 #include "media/LMFFMediaState.h"
 #include "media/StreamTime.h"
 #include "media/SubtitleHistory.h"
-#include "support/FFmpegError.h"
 
 namespace kestrel {
 
@@ -43,10 +42,6 @@ bool isFormat(const AVFormatContext& context, std::string_view name) {
   return context.iformat->name == name;
 }
 
-int seekBackward(AVFormatContext* context, int64_t time) {
-  return av_seek_frame(context, -1, time, AVSEEK_FLAG_BACKWARD);
-}
-
 /// Whether a stream's first packet is not later than a time; of pictures, a key picture.
 bool canStartAt(const LMFFMediaStream& stream, const AVPacket& packet, int64_t time) {
   if (stream.isVideo() && !(packet.flags & AV_PKT_FLAG_KEY)) return false;
@@ -61,12 +56,12 @@ bool canStartAt(const LMFFMediaStream& stream, const AVPacket& packet, int64_t t
 
 /// Reads on to find out whether every enabled stream of sound and pictures can be decoded from
 /// `time` on: whether its first packet is a key frame and not later.
-bool startsBefore(AVFormatContext* context, const LMFFMedia& media, int64_t time) {
+bool startsBefore(LMMediaSource& source, const LMFFMedia& media, int64_t time) {
   auto waiting = media.videos();
   std::ranges::copy(media.audios(), std::back_inserter(waiting));
   const PacketPtr packet = makePacket();
   for (int i = 0; i < kMostPacketsToProbe && !waiting.empty(); ++i) {
-    if (av_read_frame(context, packet.get()) < 0) return i > 0;  // some seeks end up at the end
+    if (!source.readPacket(packet.get())) return i > 0;  // some seeks end up at the end
     const auto found = std::ranges::find_if(waiting, [&](const auto& stream) {
       return stream->stream()->index == packet->stream_index;
     });
@@ -80,24 +75,24 @@ bool startsBefore(AVFormatContext* context, const LMFFMedia& media, int64_t time
 
 /// Moves the demuxer to the input's very first packets: sound decoders need those from before the
 /// first sample that is heard.
-int seekToBeginning(AVFormatContext* context, const LMFFMedia& media) {
-  const bool hasIndex = !(context->iformat->flags & AVFMT_TS_DISCONT);
-  if (hasIndex) return seekBackward(context, std::min<int64_t>(media.start_time(), 0) - kLookAhead);
-  return av_seek_frame(context, -1, 0, AVSEEK_FLAG_BYTE);
+bool seekToBeginning(LMMediaSource& source, const LMFFMedia& media) {
+  const auto context = source.sharedContext();
+  const bool hasIndex = context && !(context->iformat->flags & AVFMT_TS_DISCONT);
+  if (hasIndex) return source.seekBackward(std::min<int64_t>(media.start_time(), 0) - kLookAhead);
+  return source.rewind();
 }
 
 /// Moves the demuxer to a place from which `time` can be decoded.
-int seekContainer(AVFormatContext* context, const LMFFMedia& media, int64_t time) {
+bool seekContainer(LMMediaSource& source, const LMFFMedia& media, int64_t time) {
   for (const int64_t back : kBackSteps) {
     const int64_t target = time - back;
     if (target <= media.start_time()) break;
-    if (seekBackward(context, target) < 0) break;
-    if (startsBefore(context, media, time)) return seekBackward(context, target);
+    if (!source.seekBackward(target)) break;
+    if (startsBefore(source, media, time)) return source.seekBackward(target);
   }
-  if (seekToBeginning(context, media) >= 0) return 0;
-  if (seekBackward(context, std::min(time, media.start_time())) >= 0) return 0;
-  if (seekBackward(context, time) >= 0) return 0;
-  return av_seek_frame(context, -1, 0, AVSEEK_FLAG_BYTE);
+  return seekToBeginning(source, media) ||
+         source.seekBackward(std::min(time, media.start_time())) || source.seekBackward(time) ||
+         source.rewind();
 }
 
 /// Where the last decoded sound ends, in resampled samples.
@@ -120,21 +115,18 @@ void LMFFMedia::keepSoundGoing() const {
 }
 
 bool LMFFMedia::forwardNextPacket() {
-  const auto demuxer = sharedContext();
-  AVFormatContext* context = demuxer.get();
-  if (!context) return false;
+  const auto input = source();
+  if (!input || !input->isOpen()) return false;
   keepSoundGoing();
   if (!state_->inputEnded) {
     state_->hasRead = true;
     AVPacket* packet = state_->packet.get();
-    const int result = av_read_frame(context, packet);
-    if (result >= 0) {
+    if (input->readPacket(packet)) {
       forwardPacket(packet);
       av_packet_unref(packet);
       return true;
     }
     state_->inputEnded = true;
-    if (result != AVERROR_EOF) source()->setLastError(libraryError(result));
   }
   for (const auto& stream : streams())
     if (stream->enable() && stream->drain()) return true;
@@ -292,15 +284,16 @@ void LMFFMedia::seek(int64_t time) {
   // still to come, where seeking there would drop those that lie before the first key picture.
   // A picture file's demuxer gives nothing after a seek to its one picture.
   const bool isFresh = !state_->hasRead && (time <= 0 || isFormat(*context, "image2"));
-  const bool canSeek = source()->isSeekable() && !isFresh;
+  const auto input = source();
+  const bool canSeek = input->isSeekable() && !isFresh;
   if (canSeek) showFirstPackets();
   if (canSeek) readSubtitleBefore(target);
-  if (canSeek && seekContainer(context, *this, containerTarget) < 0) {
+  if (canSeek && !seekContainer(*input, *this, containerTarget)) {
     const bool isSubtitleFile = list.size() == 1 && list.front()->isSubtitle();
     if (isSubtitleFile && target == 0)
       avformat_seek_file(context, -1, 0, 0, 0, AVSEEK_FLAG_FRAME);
     else
-      seekBackward(context, clamped);
+      input->seekBackward(clamped);
   }
   if (canSeek && isFormat(*context, "asf")) correctAsfSeek(target);
   // The queue of copied pictures holds the newest packet alone: from the start, keep the first.
@@ -329,13 +322,12 @@ void LMFFMedia::seek(int64_t time) {
 void LMFFMedia::showFirstPackets() {
   auto waiting = videos();
   std::erase_if(waiting, [](const auto& stream) { return !stream->needsFirstPacket(); });
-  const auto demuxer = sharedContext();
-  AVFormatContext* context = demuxer.get();
-  if (waiting.empty() || !context || seekToBeginning(context, *this) < 0) return;
+  const auto input = source();
+  if (waiting.empty() || !seekToBeginning(*input, *this)) return;
   state_->hasRead = true;
   AVPacket* packet = state_->packet.get();
   for (int i = 0; i < kMostPacketsToProbe && !waiting.empty(); ++i) {
-    if (av_read_frame(context, packet) < 0) return;
+    if (!input->readPacket(packet)) return;
     std::erase_if(waiting, [packet](const auto& stream) {
       const bool isOwn = stream->stream()->index == packet->stream_index;
       if (isOwn) stream->showFirstPacket(packet);
@@ -350,17 +342,15 @@ void LMFFMedia::showFirstPackets() {
 void LMFFMedia::readSubtitleBefore(int64_t target) {
   const auto subtitle = subtitleStream();
   if (!subtitle || target <= start_time()) return;
-  const auto demuxer = sharedContext();
-  AVFormatContext* context = demuxer.get();
-  if (!context) return;
+  const auto input = source();
   const int64_t from = target - kSubtitleLead;
   state_->hasRead = true;
-  const bool isMoved = from > start_time() && seekBackward(context, from) >= 0;
-  if (!isMoved && seekToBeginning(context, *this) < 0) return;
+  const bool isMoved = from > start_time() && input->seekBackward(from);
+  if (!isMoved && !seekToBeginning(*input, *this)) return;
   AVPacket* packet = state_->packet.get();
   bool isPast = false;
   for (int i = 0; i < kMostPacketsForSubtitle && !isPast; ++i) {
-    if (av_read_frame(context, packet) < 0) return;
+    if (!input->readPacket(packet)) return;
     const auto stream = mediaStreamForStreamIndex(static_cast<uint32_t>(packet->stream_index));
     const int64_t time = packet->dts == AV_NOPTS_VALUE ? packet->pts : packet->dts;
     isPast = stream && time != AV_NOPTS_VALUE &&
@@ -375,9 +365,7 @@ void LMFFMedia::correctAsfSeek(int64_t target) {
   if (!forwardNextPacket()) return;
   for (int i = 0; i < kMostAsfRetries && last_pts() > target; ++i) {
     const int64_t earlier = target - static_cast<int64_t>(i) * 5 * kMicroseconds.den / 2;
-    const auto demuxer = sharedContext();
-    if (!demuxer) return;
-    seekBackward(demuxer.get(), std::max<int64_t>(earlier, 0));
+    source()->seekBackward(std::max<int64_t>(earlier, 0));
     if (!forwardNextPacket()) return;
   }
 }

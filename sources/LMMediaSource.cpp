@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/codec/Codec.h"
+#include "sources/DemuxerReader.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"
@@ -38,6 +38,7 @@ struct Demuxer {
   AVFormatContext* context = nullptr;
   std::shared_ptr<const Interrupt> interrupt;
   std::atomic<bool> isClosed{false};  // whoever still reads from it had better stop
+  DemuxerReader reader;
 };
 
 int askInterrupt(void* opaque) {
@@ -55,6 +56,30 @@ std::string url(const LMMediaSource& source, const AVIOContext* io) {
   return !io && looksLikeProtocol && std::filesystem::exists(path, ignored) ? "file:" + path : path;
 }
 
+/// Whether a format's times come from a clock that may begin anew within a file.
+bool isBroadcast(const AVFormatContext& context) {
+  const std::string_view format = context.iformat->name;
+  return format == "mpegts" || format == "mpeg";
+}
+
+/// Whether places all over an input can be looked at in no time.
+bool isNear(const AVFormatContext& context) {
+  if (context.flags & AVFMT_FLAG_CUSTOM_IO) return true;
+  const char* protocol = avio_find_protocol_name(context.url);
+  return protocol && std::string_view(protocol) == "file";
+}
+
+/// Makes an input's length that of what it holds: these formats tell when it ends, counted from 0,
+/// whatever their first time stamp is.
+void countFromStart(AVFormatContext& context) {
+  static constexpr std::string_view kCountFromZero[] = {"mov,mp4,m4a,3gp,3g2,mj2", "matroska,webm",
+                                                        "nut"};
+  const bool isLate = context.start_time != AV_NOPTS_VALUE && context.start_time > 0;
+  const bool isMeant = isLate && context.duration > context.start_time &&
+                       std::ranges::count(kCountFromZero, context.iformat->name) > 0;
+  if (isMeant) context.duration -= context.start_time;
+}
+
 }  // namespace
 
 struct LMMediaSource::State {
@@ -64,7 +89,14 @@ struct LMMediaSource::State {
     return made;
   }
 
+  std::shared_ptr<Demuxer> currentDemuxer() const {
+    const std::lock_guard guard(lock);
+    return demuxer;
+  }
+
   std::shared_ptr<Interrupt> interrupt = std::make_shared<Interrupt>();
+  std::shared_ptr<SharedClock> clock = std::make_shared<SharedClock>();
+  bool isMapped = true;     // false: its packets carry the file's own times
   mutable std::mutex lock;  // guards what other threads may ask, which is all that follows
   std::shared_ptr<Demuxer> demuxer;
   std::string fullpath;
@@ -104,6 +136,13 @@ std::shared_ptr<LMMediaSource> LMMediaSource::copy() const {
   source->setInputFormat(inputFormat());
   source->setDemuxerOptions(demuxerOptions());
   return source;
+}
+
+std::shared_ptr<LMMediaSource> LMMediaSource::anotherReader() const {
+  auto reader = copy();
+  reader->setInterrupt(interrupt());
+  reader->state_->clock = state_->clock;
+  return reader;
 }
 
 bool LMMediaSource::isDVD() const { return false; }
@@ -168,13 +207,50 @@ void LMMediaSource::open() {
     av_dict_set(options.get(), key.c_str(), value.c_str(), 0);
   const int result = avformat_open_input(&demuxer->context, name.c_str(), format, options.get());
   if (!demuxer->context) return setLastError(libraryError(result));
-  {
-    const std::lock_guard guard(codecLock());
-    avformat_find_stream_info(demuxer->context, nullptr);
-  }
+  // Not under the codec lock: an input may stall for any time, and others are to be opened
+  // meanwhile. The library guards the codecs that need it by itself.
+  avformat_find_stream_info(demuxer->context, nullptr);
+  countFromStart(*demuxer->context);
+  startReading(*demuxer->context, demuxer->reader);
   const std::lock_guard guard(state_->lock);
   state_->demuxer = demuxer;
   state_->lastError = {};
+}
+
+/// From now on packets come through the reader, which knows, or finds out, where the clock jumps.
+void LMMediaSource::startReading(AVFormatContext& context, DemuxerReader& reader) {
+  const bool isSeekable = context.pb && (context.pb->seekable & AVIO_SEEKABLE_NORMAL);
+  const bool mayJump = state_->isMapped && !isDVD() && isBroadcast(context);
+  const DemuxerReader::ReadMap readMap = [this] { return readClock(); };
+  reader.open(&context, mayJump ? state_->clock : nullptr, isSeekable ? readMap : nullptr);
+  if (mayJump && isSeekable && isNear(context)) reader.look();
+}
+
+/// Reads the input through once, with the times that lie in the file; null where that was
+/// interrupted.
+std::shared_ptr<const ClockMap> LMMediaSource::readClock() const {
+  const auto other = copy();
+  other->setInterrupt(interrupt());
+  other->state_->isMapped = false;
+  other->open();
+  const auto context = other->sharedContext();
+  if (!context) return nullptr;
+  auto map = std::make_shared<ClockMap>();
+  JumpFinder finder;
+  const auto enter = [&] {
+    while (const auto placed = finder.pop())
+      map->add(*placed->packet, *context->streams[placed->packet->stream_index], placed->offset);
+  };
+  const auto isInterrupted = interrupt();
+  for (PacketPtr packet = makePacket(); other->readPacket(packet.get()); packet = makePacket()) {
+    if (isInterrupted && isInterrupted()) return nullptr;
+    const AVStream& stream = *context->streams[packet->stream_index];
+    finder.push(std::move(packet), stream);
+    enter();
+  }
+  finder.finish();
+  enter();
+  return map;
 }
 
 void LMMediaSource::print_source_stream_info() {
@@ -225,6 +301,7 @@ void LMMediaSource::setFormatContext(AVFormatContext* context) {
   demuxer->context = context;
   if (!context->interrupt_callback.callback)
     context->interrupt_callback = {askInterrupt, demuxer.get()};
+  demuxer->reader.open(context, nullptr, nullptr);
   const std::lock_guard guard(state_->lock);
   state_->demuxer = demuxer;
   state_->lastError = {};
@@ -261,13 +338,21 @@ void LMMediaSource::setFullpath(const std::string& path) {
 }
 
 bool LMMediaSource::readPacket(AVPacket* packet) {
-  const auto context = sharedContext();
-  if (!context) return false;
-  int result = av_read_frame(context.get(), packet);
-  // Some demuxers take a failed read for the end.
-  if (result == AVERROR_EOF && context->pb && context->pb->error < 0) result = context->pb->error;
+  const auto demuxer = state_->currentDemuxer();
+  if (!demuxer) return false;
+  const int result = demuxer->reader.read(*packet);
   if (result < 0 && result != AVERROR_EOF) setLastError(libraryError(result));
   return result >= 0;
+}
+
+bool LMMediaSource::seekBackward(int64_t time) {
+  const auto demuxer = state_->currentDemuxer();
+  return demuxer && demuxer->reader.seekBackward(time) >= 0;
+}
+
+bool LMMediaSource::rewind() {
+  const auto demuxer = state_->currentDemuxer();
+  return demuxer && demuxer->reader.rewind() >= 0;
 }
 
 Error LMMediaSource::lastError() const {

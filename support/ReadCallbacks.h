@@ -12,15 +12,16 @@ extern "C" {
 
 namespace kestrel {
 
-/// A context of `size` bytes over a source's `read_packet` and `seek`; null when there is no
-/// memory. The source keeps its address for as long, and frees the context with its buffer.
-template <typename Source>
+/// A context of `size` bytes over a source's `Read`, which answers as `read_packet` does, and its
+/// `seek`; null when there is no memory. The source keeps its address for as long, and frees the
+/// context with its buffer.
+template <auto Read, typename Source>
 AVIOContext* makeReadContext(Source& source, int size) {
   auto* buffer = static_cast<unsigned char*>(av_malloc(static_cast<size_t>(size)));
   if (!buffer) return nullptr;
   // The library takes an answer of 0 for "try again", not for the end.
   const auto read = [](void* opaque, uint8_t* bytes, int wanted) {
-    const int32_t count = static_cast<Source*>(opaque)->read_packet(bytes, wanted);
+    const int32_t count = (static_cast<Source*>(opaque)->*Read)(bytes, wanted);
     return count == 0 ? AVERROR_EOF : count;
   };
   const auto seek = [](void* opaque, int64_t offset, int whence) {

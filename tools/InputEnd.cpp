@@ -35,8 +35,8 @@ int64_t taggedLength(const AVStream& stream) {
   return entry && av_parse_time(&length, entry->value, 1) >= 0 ? length : 0;
 }
 
-/// How much of an input's stated length may lie before its start, microseconds: MPEG-4 and Matroska
-/// files count from 0, whatever their first time stamp is.
+/// How much of a stream's tagged length may lie before its input's start, microseconds: MPEG-4 and
+/// Matroska files count from 0, whatever their first time stamp is.
 int64_t timeBeforeStart(const AVFormatContext& input) {
   static constexpr std::string_view kCountFromZero[] = {"mov,mp4,m4a,3gp,3g2,mj2", "matroska,webm"};
   const bool countsFromZero =
@@ -67,7 +67,7 @@ InputEnd faultsOf(const LMFFMovie& movie) {
 int64_t promisedLength(const AVFormatContext& input) {
   const bool isExact = input.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
   if (!isExact || input.duration == AV_NOPTS_VALUE) return 0;
-  return std::max<int64_t>(input.duration - timeBeforeStart(input), 0);
+  return std::max<int64_t>(input.duration, 0);
 }
 
 int64_t promisedLength(const AVFormatContext& input, const AVStream& stream) {

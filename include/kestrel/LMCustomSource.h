@@ -22,6 +22,10 @@ class KESTREL_API LMCustomSource : public LMMediaSource {
 
   /// Delivers up to `size` bytes from `read_offset` on and returns how many; 0 at the end, or a
   /// negative library error. It does not move `read_offset`.
+  ///
+  /// `AVERROR(EAGAIN)` says that there is nothing yet: the demuxer's read then asks again every 10
+  /// ms, for 5 seconds at most. A source that answers 100 errors in a row, or is late by more, is
+  /// not asked any more. Before it asks, that read asks the interrupt.
   virtual int32_t read(uint8_t* buffer, int32_t size);
 
   /// The size of the I/O buffer in bytes: one second of 44.1 kHz stereo float samples.
@@ -45,7 +49,10 @@ class KESTREL_API LMCustomSource : public LMMediaSource {
   int64_t seek(int64_t offset, int32_t whence);
 
  private:
+  int32_t readPatiently(uint8_t* buffer, int32_t size);
+
   AVIOContext* io_context_ = nullptr;
+  int failures_ = 0;  // in a row; only the reading thread asks
   std::atomic<int64_t> read_offset_{0};
 };
 

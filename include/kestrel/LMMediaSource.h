@@ -20,6 +20,8 @@ struct AVPacket;
 
 namespace kestrel {
 
+class ClockMap;
+class DemuxerReader;
 class LMFFMedia;
 
 /// Sixteen colours of a disc's subtitles, each 0x00YYCrCb.
@@ -47,6 +49,10 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// An unopened source of the same class that reads the same input from a position of its own. It
   /// takes over `fullpath` alone; a subclass with more state overrides this.
   virtual std::shared_ptr<LMMediaSource> copy() const;
+
+  /// A `copy` with the same interrupt that shares what is found out about the input: what one of
+  /// them has looked for, the other knows.
+  std::shared_ptr<LMMediaSource> anotherReader() const;
 
   /// The demuxing units over this source, opened: one of the video streams and one, over a copy
   /// of the source, of the audio streams; a single one where the input has only one of the two,
@@ -86,7 +92,9 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   void logFormatContext(const AVFormatContext* context) const;
 
   /// Opens the demuxer and probes its streams, once; afterwards it does nothing. On failure the
-  /// source stays unopened and `lastError` tells why. Probing holds the process's codec lock.
+  /// source stays unopened and `lastError` tells why. It waits for no other open. The demuxer's
+  /// `duration` is then the input's length from its start on, also where the container counts it
+  /// from 0.
   virtual void open();
 
   /// Closes the demuxer. `open` opens it again, a source by path from its beginning. A subclass
@@ -147,7 +155,20 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
 
   /// Reads the next packet of the open demuxer, which the caller unrefs; false at the end, and
   /// where reading failed, which `lastError` then tells.
+  ///
+  /// Times rise from the beginning to the end: where the clock of a transport or program stream
+  /// jumps, as where two recordings lie in one file, what follows is moved to where the time before
+  /// ended, sound and pictures alike. The container's facts (duration, start, bit rate) then tell
+  /// of the moved times. To know that of a file that can be read from any place, `open` looks at it
+  /// in some dozens of places, and reads it through where they do not tell one clock.
   bool readPacket(AVPacket* packet);
+
+  /// Goes to the last place before a time (microseconds, as packets carry it) from which it may be
+  /// decoded; false where there is none.
+  bool seekBackward(int64_t time);
+
+  /// Goes to the input's first byte; false where that can't be done.
+  bool rewind();
 
   /// Why the last `open` failed, or why reading ended before the input's end.
   Error lastError() const;
@@ -162,6 +183,9 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   void setLastError(Error error);
 
  private:
+  void startReading(AVFormatContext& context, DemuxerReader& reader);
+  std::shared_ptr<const ClockMap> readClock() const;
+
   struct State;
   std::unique_ptr<State> state_;
 };

@@ -8,7 +8,8 @@
 
 namespace kestrel {
 
-/// The process-wide lock under which codecs are opened and closed and streams are probed.
+/// The process-wide lock under which codecs are opened and closed. Nothing that waits for an input
+/// holds it.
 /// Hosts that open codecs of their own beside the engine's rely on it.
 std::mutex& codecLock();
 

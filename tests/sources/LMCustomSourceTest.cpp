@@ -10,8 +10,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <latch>
 #include <limits>
 #include <memory>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -413,6 +415,113 @@ TEST(LMCustomSourceTest, TellsAFailedReadFromTheEnd) {
   }
   FailingSource closed(whole);
   EXPECT_FALSE(closed.readPacket(nullptr));
+}
+
+/// Has nothing yet, now and then or from a place on for ever.
+class LateSource : public ObservedSource {
+ public:
+  using ObservedSource::ObservedSource;
+  int64_t stallsFrom = std::numeric_limits<int64_t>::max();
+  int questions = 0;
+  int inVain = 0;
+
+  int32_t read(uint8_t* buffer, int32_t size) override {
+    const bool isLate = read_offset() >= stallsFrom || ++questions % 2 == 0;
+    if (isLate) ++inVain;
+    return isLate ? AVERROR(EAGAIN) : ObservedSource::read(buffer, std::min(size, 4096));
+  }
+};
+
+int packetsOf(LMMediaSource& source) {
+  int count = 0;
+  for (const PacketPtr packet = makePacket(); source.readPacket(packet.get()); ++count)
+    av_packet_unref(packet.get());
+  return count;
+}
+
+TEST(LMCustomSourceTest, NothingYetIsNoEnd) {
+  for (const char* name : {"av25.mp4", "av25.ts", "pcm-mono-44100-s16.wav"}) {
+    const Bytes whole = contentOf(test::fixture(name));
+    ObservedSource prompt(whole);
+    prompt.open();
+    LateSource late(whole);
+    late.open();
+    ASSERT_TRUE(late.isOpen()) << name;
+    EXPECT_EQ(packetsOf(late), packetsOf(prompt)) << name;
+    EXPECT_FALSE(late.lastError()) << late.lastError().message;
+    EXPECT_GT(late.inVain, 0);
+  }
+}
+
+TEST(LMCustomSourceTest, InterruptEndsTheWaitForASource) {
+  LateSource source(contentOf(test::fixture("av25.ts")));
+  source.open();
+  ASSERT_TRUE(source.isOpen());
+  source.stallsFrom = source.read_offset();
+  int questions = 0;
+  source.setInterrupt([&] { return ++questions > 5; });
+  packetsOf(source);
+  EXPECT_EQ(source.lastError().code, AVERROR_EXIT);
+  EXPECT_LT(source.inVain - source.questions / 2, 10);
+}
+
+TEST(LMCustomSourceTest, InterruptEndsTheOpeningOfASourceThatStalls) {
+  LateSource source(contentOf(test::fixture("av25.ts")));
+  source.stallsFrom = 4096;
+  int questions = 0;
+  source.setInterrupt([&] { return ++questions > 20; });
+  source.open();
+  EXPECT_LT(source.inVain, 40);
+}
+
+TEST(LMCustomSourceTest, ErrorsAreNotAskedForWithoutEnd) {
+  class BrokenSource : public FailingSource {
+   public:
+    using FailingSource::FailingSource;
+    int errors = 0;
+    int32_t read(uint8_t* buffer, int32_t size) override {
+      const int32_t count = FailingSource::read(buffer, size);
+      errors += count < 0 ? 1 : 0;
+      return count;
+    }
+  };
+  for (const char* name : {"av25.mp4", "av25.ts", "numbered25.mkv", "pcm-mono-44100-s16.wav"})
+    for (const int64_t place : {0, 5000, 20000}) {
+      BrokenSource source(contentOf(test::fixture(name)));
+      source.failsFrom = place;
+      source.open();
+      for (int i = 0; i < 500; ++i) packetsOf(source);
+      EXPECT_LE(source.errors, 100) << name << ' ' << place;
+    }
+}
+
+TEST(LMCustomSourceTest, InputThatStallsHoldsNoOtherOpenUp) {
+  std::latch stalled(1);
+  std::latch released(1);
+  class StallingSource : public ObservedSource {
+   public:
+    StallingSource(std::vector<uint8_t> bytes, std::latch& stalled, std::latch& released)
+        : ObservedSource(std::move(bytes)), stalled_(stalled), released_(released) {}
+    int32_t read(uint8_t* buffer, int32_t size) override {
+      if (read_offset() > 0 && stalled_.try_wait() == false) {
+        stalled_.count_down();
+        released_.wait();
+      }
+      return ObservedSource::read(buffer, std::min(size, 4096));
+    }
+
+   private:
+    std::latch& stalled_;
+    std::latch& released_;
+  };
+  StallingSource late(contentOf(test::fixture("av25.ts")), stalled, released);
+  std::jthread opener([&] { late.open(); });
+  stalled.wait();
+  const auto media = std::make_shared<LMFFMedia>();
+  media->setSource(LMMediaSource::mediaWithPath(test::fixture("av25.ts").string()));
+  media->open();
+  EXPECT_TRUE(media->hasVideo());
+  released.count_down();
 }
 
 }  // namespace
