@@ -192,13 +192,12 @@ TEST_F(JoinTest, PicturesThatTheFirstInputHidesAreNotShown) {
   const size_t own = shownNumbers(late).size();
   ASSERT_LT(own, packetHashes(late, "v").size());
   const auto clip = fixture("numbered25.mp4");
-  const RunResult result = join({late, clip}, folder_ / "out.mkv");
-  ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(result.out, HasSubstr("hidden pictures"));
-  EXPECT_NEAR(static_cast<double>(shownNumbers(folder_ / "out.mkv").size()),
-              static_cast<double>(own + 125), 1);
-  EXPECT_EQ(join({late, clip}, folder_ / "out.mp4", {"--reencode", "never"}).status, 0);
-  EXPECT_EQ(shownNumbers(folder_ / "out.mp4").size(), own + 125);
+  for (const std::string name : {"out.mkv", "out.mp4"}) {
+    SCOPED_TRACE(name);
+    const RunResult result = join({late, clip}, folder_ / name, {"--reencode", "never"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(shownNumbers(folder_ / name).size(), own + 125);
+  }
 }
 
 TEST_F(JoinTest, ManyInputsMayBeOpenAtOnce) {
