@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
-#include "ExitStatus.h"
-#include "Failure.h"
-#include "Interrupt.h"
-#include "Join.h"
-#include "Say.h"
+#include <kestrel/convert/Join.h>
+#include "tools/terminal/ExitStatus.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/Interrupt.h"
+#include "tools/terminal/Say.h"
 
 // The program that `VideoJoiner` runs:
 //
@@ -24,17 +24,15 @@ namespace {
 
 int joinArchive(const std::string& archive) {
   const auto joiner = kestrel::VideoJoiner::joinerWithPath(archive);
-  if (!joiner) throw Failure{kFailed, "'" + archive + "' holds nothing to join"};
-  JoinSettings settings;
+  if (!joiner) throw failed("'" + archive + "' holds nothing to join");
+  kestrel::JoinSettings settings;
   for (const auto& item : joiner->tracks())
     settings.inputs.push_back(
         {item->path(), item->position(), item->rate() > 0 ? item->rate() : 1});
-  if (settings.inputs.empty()) throw Failure{kFailed, "there is nothing to join"};
+  if (settings.inputs.empty()) throw failed("there is nothing to join");
   settings.output = joiner->path();
-  settings.force = true;
-  settings.progress = Progress::Style::kNone;
-  settings.say = say;
-  return joinFiles(settings);
+  settings.replaces = true;
+  return finish(kestrel::join(settings, {.interrupt = interrupted, .note = say}));
 }
 
 }  // namespace
@@ -46,11 +44,11 @@ int main(int argc, char** argv) {
   try {
     watchForInterrupt();
     if (argc != 3 || std::string_view(argv[1]) != "joiner")
-      throw Failure{kWrongUsage, "usage: QTMovieHelperTask joiner ARCHIVE"};
+      throw wrongUsage("usage: QTMovieHelperTask joiner ARCHIVE");
     return joinArchive(argv[2]);
   } catch (const Failure& failure) {
-    say(failure.message);
-    return failure.status;
+    say(failure.what());
+    return statusOf(failure);
   } catch (const std::exception& error) {
     say(error.what());
     return kFailed;

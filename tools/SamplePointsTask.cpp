@@ -4,6 +4,7 @@
 #include <kestrel/MovieAudioTaskExtractWave.h>
 #include <kestrel/PropertyList.h>
 #include <kestrel/Waveform.h>
+#include <kestrel/convert/WaveformFile.h>
 
 #include <fmt/format.h>
 
@@ -18,14 +19,11 @@
 #include <utility>
 #include <vector>
 
-#include "DrawnWave.h"
-#include "ExitStatus.h"
-#include "Failure.h"
-#include "Input.h"
-#include "InputEnd.h"
-#include "Interrupt.h"
-#include "Say.h"
-#include "Text.h"
+#include "tools/terminal/ExitStatus.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/cli/Text.h"
+#include "tools/terminal/Interrupt.h"
+#include "tools/terminal/Say.h"
 
 // The program that `MovieAudioTaskExtractWave` runs:
 //
@@ -89,18 +87,18 @@ int extract(const std::string& input, const std::string& result,
   if (selectors && !selectors->empty()) settings.tracks = parseSelectors(*selectors);
   MovieAudioTaskExtractWave reporter;
   auto next = Clock::now();
-  settings.progress = [&](double part, double) {
-    if (Clock::now() < next) return;
+  const auto tell = [&](const Progress& progress) {
+    if (!progress.duration || Clock::now() < next) return;
     next = Clock::now() + kPause;
-    reporter.setProgress(part);
+    reporter.setProgress(std::min(progress.time / *progress.duration, 1.0));
   };
-  auto drawn = drawWave(input, openInput(input), settings);
-  if (!drawn) return kInterrupted;
+  auto drawn = drawWaveform(input, settings, {.interrupt = interrupted, .progress = tell});
+  if (drawn.report.outcome == Report::Outcome::kInterrupted) return kInterrupted;
   Error error;
-  if (!resultOf(std::move(drawn->waveform)).writeToFile(result, &error))
-    throw Failure{kFailed, fmt::format("cannot write '{}': {}", result, error.message)};
+  if (!resultOf(std::move(drawn.waveform)).writeToFile(result, &error))
+    throw failed(fmt::format("cannot write '{}': {}", result, error.message));
   reporter.setProgress(1);
-  return judgeInput(input, drawn->promised, drawn->end);
+  return finish(drawn.report);
 }
 
 }  // namespace
@@ -112,12 +110,12 @@ int main(int argc, char** argv) {
   try {
     watchForInterrupt();
     if (argc != 3 && argc != 4)
-      throw Failure{kWrongUsage, "usage: SamplePointsTask INPUT RESULT [SELECTORS]"};
+      throw wrongUsage("usage: SamplePointsTask INPUT RESULT [SELECTORS]");
     return extract(argv[1], argv[2],
                    argc == 4 ? std::optional<std::string>(argv[3]) : std::nullopt);
   } catch (const Failure& failure) {
-    say(failure.message);
-    return failure.status;
+    say(failure.what());
+    return statusOf(failure);
   } catch (const std::exception& error) {
     say(error.what());
     return kFailed;

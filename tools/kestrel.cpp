@@ -17,21 +17,21 @@
 #include <string_view>
 #include <vector>
 
-#include "Command.h"
-#include "ComposeCommand.h"
-#include "ConvertCommand.h"
-#include "DemoCommand.h"
-#include "DvdCommand.h"
-#include "EffectsCommand.h"
-#include "Failure.h"
-#include "InfoCommand.h"
-#include "Interrupt.h"
-#include "JoinCommand.h"
-#include "PlayCommand.h"
-#include "Say.h"
-#include "StandardOutput.h"
-#include "ThumbCommand.h"
-#include "WaveCommand.h"
+#include "tools/cli/Command.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/Interrupt.h"
+#include "tools/terminal/Say.h"
+#include "tools/terminal/StandardOutput.h"
+#include "tools/verbs/ComposeCommand.h"
+#include "tools/verbs/ConvertCommand.h"
+#include "tools/verbs/DemoCommand.h"
+#include "tools/verbs/DvdCommand.h"
+#include "tools/verbs/EffectsCommand.h"
+#include "tools/verbs/InfoCommand.h"
+#include "tools/verbs/JoinCommand.h"
+#include "tools/verbs/PlayCommand.h"
+#include "tools/verbs/ThumbCommand.h"
+#include "tools/verbs/WaveCommand.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -153,18 +153,19 @@ void takeClosedStandardFiles() {
 
 /// Says what went wrong and answers the exit status.
 int report(const Failure& failure, const CLI::App& app) {
-  if (failure.status == kInterrupted) {
+  const ExitStatus status = statusOf(failure);
+  if (status == kInterrupted) {
     reportInterrupt();
-    return kInterrupted;
+    return status;
   }
   std::string help;
-  if (failure.status == kWrongUsage) {
+  if (status == kWrongUsage) {
     const auto chosen = app.get_subcommands();
     help = fmt::format(" (see 'kestrel {}--help')",
                        chosen.empty() ? "" : chosen.front()->get_name() + " ");
   }
-  if (!failure.message.empty()) say(failure.message + help);
-  return failure.status;
+  say(sentenceOf(failure) + help);
+  return status;
 }
 
 }  // namespace
@@ -187,8 +188,8 @@ int main(int argc, char** argv) {
   } catch (const Failure& failure) {
     return report(failure, app);
   } catch (const std::bad_alloc&) {
-    return report({kFailed, "not enough memory"}, app);
+    return report(failed("not enough memory"), app);
   } catch (const std::exception& error) {
-    return report({kFailed, error.what()}, app);
+    return report(failed(error.what()), app);
   }
 }

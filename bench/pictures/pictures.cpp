@@ -9,11 +9,11 @@
 #include <iostream>
 #include <memory>
 
-#include "tools/Failure.h"
-#include "tools/Input.h"
-#include "tools/Look.h"
-#include "tools/PictureMaker.h"
-#include "tools/VideoFeed.h"
+#include <kestrel/convert/Failure.h>
+#include "convert/feed/PictureMaker.h"
+#include "convert/feed/VideoFeed.h"
+#include "convert/look/Look.h"
+#include "convert/probe/Input.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -40,11 +40,11 @@ LookSettings settingsOf(const char* watermark, const char* subtitles) {
 }
 
 void run(int count, char** arguments) {
-  const auto source = openInput(arguments[1]);
+  const auto source = openInput(arguments[1], std::nullopt, {});
   const AVFormatContext& input = *source->formatContext();
   const int index =
       av_find_best_stream(source->formatContext(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  if (index < 0) throw Failure{1, "the clip has no pictures"};
+  if (index < 0) throw Failure::input(arguments[1], "the clip has no pictures");
   const AVStream& stream = *input.streams[index];
   LMFFMovie movie;
   movie.setExportMovie(true);
@@ -82,7 +82,7 @@ int main(int count, char** arguments) {
   try {
     run(count, arguments);
   } catch (const Failure& failure) {
-    std::cerr << "kestrel_pictures: " << failure.message << '\n';
+    std::cerr << "kestrel_pictures: " << failure.what() << '\n';
     return 1;
   }
   return 0;

@@ -1,4 +1,4 @@
-#include "tools/DemoPicture.h"
+#include "tools/drawing/DemoPicture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/Keys.h"
+#include "tools/terminal/Keys.h"
 
 #include <gmock/gmock.h>
 

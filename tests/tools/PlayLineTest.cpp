@@ -1,4 +1,4 @@
-#include "tools/PlayLine.h"
+#include "tools/terminal/PlayLine.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/TerminalPicture.h"
+#include "tools/terminal/TerminalPicture.h"
 
 #include <gtest/gtest.h>
 

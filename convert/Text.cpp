@@ -1,0 +1,166 @@
+#include <kestrel/convert/Text.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <numeric>
+#include <utility>
+
+namespace kestrel {
+
+namespace {
+
+/// Three significant digits with the factor's letter: "4.62 M".
+std::string scaled(double number) {
+  constexpr std::array kPrefixes{"", "k", "M", "G", "T", "P", "E"};
+  size_t prefix = 0;
+  // What would round to four digits already takes the next letter.
+  while (number >= 999.5 && prefix + 1 < kPrefixes.size()) {
+    number /= 1000;
+    ++prefix;
+  }
+  const int decimals = prefix == 0 || number >= 99.95 ? 0 : number >= 9.995 ? 1 : 2;
+  return formatNumber(number, decimals) + " " + kPrefixes[prefix];
+}
+
+/// How many bytes the character takes that `text` starts with; 0 when that is no UTF-8.
+size_t characterLength(std::string_view text) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char first = byte(0);
+  const size_t length = first < 0x80   ? 1
+                        : first < 0xC2 ? 0
+                        : first < 0xE0 ? 2
+                        : first < 0xF0 ? 3
+                        : first < 0xF5 ? 4
+                                       : 0;
+  if (length > text.size()) return 0;
+  for (size_t i = 1; i < length; ++i)
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  // Longer than needed, a surrogate, or beyond the last character.
+  if ((first == 0xE0 && byte(1) < 0xA0) || (first == 0xED && byte(1) > 0x9F) ||
+      (first == 0xF0 && byte(1) < 0x90) || (first == 0xF4 && byte(1) > 0x8F)) {
+    return 0;
+  }
+  return length;
+}
+
+bool isControl(std::string_view character) {
+  const auto first = static_cast<unsigned char>(character[0]);
+  const bool isSecondSet = first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
+  return first < 0x20 || first == 0x7F || isSecondSet;
+}
+
+constexpr size_t kMostNames = 3;  // more suggestions than this help nobody
+
+/// How many bytes must be put in, left out or replaced to make one text of the other.
+size_t editDistance(std::string_view a, std::string_view b) {
+  std::vector<size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), size_t{0});
+  for (size_t i = 0; i < a.size(); ++i) {
+    size_t diagonal = std::exchange(row[0], i + 1);
+    for (size_t j = 0; j < b.size(); ++j) {
+      const size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({row[j] + 1, diagonal + 1, replaced});
+    }
+  }
+  return row.back();
+}
+
+}  // namespace
+
+std::string formatTime(double seconds) {
+  if (!std::isfinite(seconds)) return "?";
+  const int64_t milliseconds = std::llround(std::abs(seconds) * 1000);
+  const int64_t whole = milliseconds / 1000;
+  std::string text = seconds < 0 && milliseconds > 0 ? "-" : "";
+  if (whole >= 3600) text += fmt::format("{}:{:02}", whole / 3600, whole / 60 % 60);
+  if (whole < 3600) text += fmt::format("{}", whole / 60);
+  text += fmt::format(":{:02}", whole % 60);
+  if (milliseconds % 1000 != 0) text += fmt::format(".{:03}", milliseconds % 1000);
+  return text;
+}
+
+std::string formatBitRate(int64_t bitsPerSecond) {
+  return scaled(static_cast<double>(bitsPerSecond)) + "b/s";
+}
+
+std::string formatByteCount(int64_t bytes) { return scaled(static_cast<double>(bytes)) + "B"; }
+
+std::string formatNumber(double number, int decimals) {
+  std::string text = fmt::format("{:.{}f}", number, decimals);
+  if (text.find('.') == std::string::npos) return text;
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.back() == '.') text.pop_back();
+  return text;
+}
+
+std::string nounAndNumbers(std::string_view noun, const std::vector<int>& numbers) {
+  std::vector<std::string> runs;
+  for (size_t i = 0; i < numbers.size();) {
+    const size_t first = i++;
+    while (i < numbers.size() && numbers[i] == numbers[i - 1] + 1) ++i;
+    const int count = static_cast<int>(i - first);
+    if (count < 3) i = first + 1;
+    runs.push_back(count < 3 ? fmt::format("{}", numbers[first])
+                             : fmt::format("{} to {}", numbers[first], numbers[i - 1]));
+  }
+  return fmt::format("{}{} {}", noun, numbers.size() == 1 ? "" : "s", fmt::join(runs, ", "));
+}
+
+std::string lowerCased(std::string_view text) {
+  std::string lowered(text);
+  std::ranges::transform(lowered, lowered.begin(), [](unsigned char c) { return std::tolower(c); });
+  return lowered;
+}
+
+std::string nearestNames(std::string_view typed, const std::vector<std::string>& names) {
+  const std::string wanted = lowerCased(typed);
+  const size_t furthest = std::max<size_t>(2, wanted.size() / 3);
+  std::vector<std::pair<size_t, std::string>> near;
+  for (const auto& name : names) {
+    const size_t distance = editDistance(wanted, lowerCased(name));
+    if (distance <= furthest) near.emplace_back(distance, name);
+  }
+  std::ranges::stable_sort(near, {}, &std::pair<size_t, std::string>::first);
+  near.resize(std::min(near.size(), kMostNames));
+  std::string text;
+  for (const auto& [distance, name] : near)
+    text += fmt::format("{}'{}'", text.empty() ? "; did you mean " : " or ", name);
+  return text.empty() ? text : text + "?";
+}
+
+bool isUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const size_t length = characterLength(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
+std::string printable(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    const size_t length = characterLength(text);
+    const std::string_view character = text.substr(0, std::max<size_t>(length, 1));
+    const bool isLineEnd = character == "\n" || character == "\r";
+    if (text.substr(0, 2) == "\r\n") text.remove_prefix(1);
+    if (length == 0) {
+      result += "\uFFFD";
+    } else if (isLineEnd) {
+      result += '\n';
+    } else if (isControl(character)) {
+      result += ' ';
+    } else {
+      result += character;
+    }
+    text.remove_prefix(character.size());
+  }
+  return result;
+}
+
+}  // namespace kestrel

@@ -1,0 +1,124 @@
+#include <kestrel/convert/Compose.h>
+
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/LMMovieComposition.h>
+#include <kestrel/LMMovieCompositionTrack.h>
+#include <kestrel/convert/Failure.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include <kestrel/convert/OutputFile.h>
+#include "convert/probe/Codecs.h"
+#include "convert/probe/Input.h"
+#include "convert/probe/InputEnd.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+/// The tracks that placements stand for, their files opened and read no further than needed.
+LMMovieComposition::TrackList openTracks(const std::vector<Placement>& placements,
+                                         const Interrupt& interrupt) {
+  LMMovieComposition::TrackList tracks;
+  for (const Placement& placement : placements) {
+    auto track = std::make_shared<LMMovieCompositionTrack>();
+    track->setSource(openInput(placement.path, std::nullopt, interrupt));
+    track->source()->fillInTimes();
+    track->setTrack(placement.track);
+    track->setPosition(placement.position);
+    track->setRate(placement.rate);
+    const AVFormatContext& context = *track->source()->formatContext();
+    const AVStream* stream = track->avstream();
+    if (!stream)
+      throw Failure::input(placement.path,
+                           fmt::format("'{}' has no stream {}: the last one is {}", placement.path,
+                                       placement.track, static_cast<int>(context.nb_streams) - 1));
+    for (unsigned i = 0; i < context.nb_streams; ++i)
+      if (context.streams[i] != stream) context.streams[i]->discard = AVDISCARD_ALL;
+    tracks.push_back(std::move(track));
+  }
+  return tracks;
+}
+
+double lengthOf(const LMMovieCompositionTrack& track) {
+  const int64_t duration = track.source()->formatContext()->duration;
+  return duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(duration) / AV_TIME_BASE;
+}
+
+/// Whether the tracks were read to their ends.
+Report reportOn(const LMMovieComposition::TrackList& tracks) {
+  Report report;
+  for (const auto& track : tracks) {
+    const auto reached = static_cast<int64_t>(track->reached() * 1e6);
+    const int64_t promised = promisedLength(*track->source()->formatContext(), *track->avstream());
+    const InputEnd end{reached, track->source()->lastError(), 0};
+    judgeInput(report, track->path(), promised, end);
+  }
+  return report;
+}
+
+/// AVI stores pictures in the order of decoding and no times: where that is not the order in which
+/// they are shown, only another AVI can take them.
+void requireTimes(LMMovieCompositionTrack& track, const AVOutputFormat& container) {
+  const std::string_view input = track.source()->formatContext()->iformat->name;
+  if (input == "avi" && track.avstream()->codecpar->video_delay > 0 &&
+      std::string_view(container.name) != "avi")
+    throw Failure::input(track.path(),
+                         fmt::format("'{}' does not tell when its pictures are shown; 'convert' "
+                                     "or 'join' encodes them anew",
+                                     track.path()));
+}
+
+Report composeTracks(const LMMovieComposition::TrackList& tracks,
+                     const CompositionSettings& settings, const Events& events) {
+  LMMovieComposition composition;
+  double length = 0;
+  const AVOutputFormat& container = outputFormatFor(settings.output);
+  for (const auto& track : tracks) {
+    requireContainerHolds(container, track->avstream()->codecpar->codec_id, settings.output);
+    requireTimes(*track, container);
+    length = std::max(length, track->position() + lengthOf(*track));
+  }
+  OutputFile target(settings.output, settings.replaces);
+  composition.setTracks(tracks);
+  composition.setKeepsDurations(true);
+  composition.setInterrupt(events.interrupt);
+  composition.setProgress([&](double seconds, int64_t pictures) {
+    if (events.progress)
+      events.progress({seconds, length > 0 ? std::optional(length) : std::nullopt, pictures});
+  });
+  composition.exportToFile(target.path());
+  if (events.isInterrupted()) return Report::interrupted();
+  if (const Error error = composition.lastError())
+    throw Failure::output(settings.output,
+                          fmt::format("cannot write '{}': {}", settings.output, error.message));
+  target.commit();
+  return reportOn(tracks);
+}
+
+}  // namespace
+
+void requirePlacements(const std::vector<Placement>& placements, const Events& events) {
+  openTracks(placements, events.interrupt);
+}
+
+Report compose(const CompositionSettings& settings, const Events& events) {
+  try {
+    return composeTracks(openTracks(settings.placements, events.interrupt), settings, events);
+  } catch (const Failure& failure) {
+    if (failure.kind() != Failure::Kind::kInterrupted) throw;
+    return Report::interrupted();
+  }
+}
+
+}  // namespace kestrel

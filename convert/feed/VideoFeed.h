@@ -1,0 +1,59 @@
+#pragma once
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFImage.h>
+#include <kestrel/LMFFMovie.h>
+
+#include <cstdint>
+#include <memory>
+
+struct AVFrame;
+
+namespace kestrel {
+
+/// A movie's pictures at a constant rate, from a time on.
+///
+/// The grid of ticks is laid onto the first picture, and each tick asks for the picture in its
+/// middle: a source of the same rate gives every picture once, however its time stamps jitter. A
+/// source of another or a varying rate has pictures repeated or left out. A picture is never shown
+/// before its time; the first one stands in for the time before it.
+class VideoFeed {
+ public:
+  /// `start` in microseconds on the movie's time line; `rate` in pictures per second.
+  VideoFeed(LMFFMovie& movie, int64_t start, Rational rate);
+
+  /// The picture of the next tick, null at the end. It stays valid as long as it is held; a
+  /// repeated picture is the same object.
+  std::shared_ptr<LMFFImage> next();
+
+  /// Where the next tick starts, microseconds after `start`.
+  int64_t time() const;
+
+  /// How long a tick lasts, microseconds.
+  int64_t tickDuration() const { return ticks(1); }
+
+ private:
+  struct Picture {
+    std::shared_ptr<LMFFImage> image;
+    int64_t start = 0;  // microseconds on the movie's time line
+    int64_t end = 0;
+  };
+
+  bool fetch(int64_t time);
+  bool take(const AVFrame& frame, const LMFFMedia& media, int64_t time);
+  void findFirst();
+  bool isStill() const;
+  int64_t ticks(int64_t count) const;
+
+  LMFFMovie& movie_;
+  const int64_t start_;
+  const Rational rate_;
+  int64_t tick_ = 0;
+  int64_t anchor_ = 0;      // the movie time of the tick that the first picture takes
+  int64_t anchorTick_ = 0;  // that tick
+  Picture shown_;
+  Picture newest_;
+  bool atEnd_ = false;  // the input has no picture after the newest
+};
+
+}  // namespace kestrel

@@ -1,0 +1,218 @@
+#include <kestrel/convert/Join.h>
+
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/LMMovieComposition.h>
+#include <kestrel/LMMovieCompositionTrack.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+#include <utility>
+
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/OutputFile.h>
+#include "convert/join/JoinEncoder.h"
+#include "convert/join/JoinPlan.h"
+#include "convert/probe/Input.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+/// How long the result will be, as far as the inputs tell; seconds.
+double expectedLength(const std::vector<JoinPart>& parts) {
+  double end = 0;
+  for (const JoinPart& part : parts) {
+    const int64_t length = part.outline->duration;
+    const double begin = part.input.position >= 0 ? part.input.position : end;
+    const double duration =
+        length == AV_NOPTS_VALUE ? 0 : static_cast<double>(length) / AV_TIME_BASE;
+    end = begin + duration / part.input.rate;
+  }
+  return end;
+}
+
+/// What sound that is encoded anew has at most.
+constexpr int kStereo = 2;
+
+/// Nobody plays slower or faster, or waits longer for an input.
+constexpr double kSlowest = 0.01;
+constexpr double kFastest = 100;
+constexpr double kLatest = 7 * 24 * 3600.0;  // seconds
+
+void requirePossible(const JoinInput& input) {
+  if (!(input.rate >= kSlowest && input.rate <= kFastest))
+    throw Failure::settings(fmt::format("'{}': the rate {} does not lie between {} and {}",
+                                        input.path, input.rate, kSlowest, kFastest));
+  if (!std::isfinite(input.position) || input.position > kLatest)
+    throw Failure::settings(fmt::format("'{}': the position {} s does not lie within a week",
+                                        input.path, input.position));
+}
+
+/// The inputs in the order of the time line; one without a position stays behind the one before it.
+/// Refuses those that begin where another one does: one of them would never be seen.
+std::vector<JoinInput> inOrder(const std::vector<JoinInput>& inputs) {
+  std::vector<std::pair<double, JoinInput>> placed;
+  for (const JoinInput& input : inputs) {
+    const double before = placed.empty() ? 0 : placed.back().first;
+    placed.emplace_back(input.position >= 0 ? input.position : before, input);
+  }
+  std::ranges::stable_sort(placed, {}, [](const auto& place) { return place.first; });
+  std::vector<JoinInput> ordered;
+  for (const auto& [begin, input] : placed) {
+    if (!ordered.empty() && input.position >= 0 && begin == placed[ordered.size() - 1].first)
+      throw Failure::settings(
+          fmt::format("'{}' and '{}' both begin at {} s", ordered.back().path, input.path, begin));
+    ordered.push_back(input);
+  }
+  return ordered;
+}
+
+void say(const Events& events, const std::string& sentence) {
+  if (events.note) events.note(sentence);
+}
+
+/// Joins by copying packets. Answers why that can't be done, none when it is done; throws `Failure`
+/// when the file cannot be written.
+Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts, const std::string& path,
+                const Events& events) {
+  LMMovieComposition composition;
+  LMMovieComposition::TrackList tracks;
+  std::vector<JoinPart*> owners;  // of the tracks
+  for (JoinPart& part : parts) {
+    for (const AVStream* stream : part.streams()) {
+      auto track = std::make_shared<LMMovieCompositionTrack>();
+      track->setSource(part.source);
+      track->setTrack(stream->index);
+      track->setPosition(part.input.position >= 0 ? part.input.position
+                                                  : LMMovieComposition::kBehind);
+      track->setRate(part.input.rate);
+      tracks.push_back(std::move(track));
+      owners.push_back(&part);
+    }
+  }
+  composition.setTracks(tracks);
+  const double length = expectedLength(parts);
+  composition.setInterrupt(events.interrupt);
+  composition.setProgress([&](double seconds, int64_t pictures) {
+    if (events.progress)
+      events.progress({seconds, length > 0 ? std::optional(length) : std::nullopt, pictures});
+  });
+  composition.joinToFile(path);
+  if (events.isInterrupted()) return {};
+  const Error error = composition.lastError();
+  if (error.code == LMMovieComposition::kDoesNotJoin ||
+      error.code == LMMovieComposition::kContainerRefuses)
+    return error;
+  if (error)
+    throw Failure::output(settings.output,
+                          fmt::format("cannot write '{}': {}", settings.output, error.message));
+  for (size_t i = 0; i < tracks.size(); ++i) {
+    const auto reached = static_cast<int64_t>(tracks[i]->reached() * 1e6);
+    owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
+  }
+  return {};
+}
+
+/// How long a part promises to be, as `promisedLength` of its input. Subtitles, which may last
+/// longer than what they belong to, do not count.
+int64_t lengthPromisedBy(const JoinPart& part) {
+  const AVFormatContext& context = *part.outline;
+  const bool hasSubtitles = std::ranges::any_of(
+      std::span(context.streams, context.nb_streams),
+      [](const AVStream* stream) { return stream->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE; });
+  if (!hasSubtitles) return promisedLength(context);
+  int64_t length = 0;
+  for (const AVStream* stream : part.streams())
+    if (stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)
+      length = std::max(length, promisedLength(context, *stream));
+  return length;
+}
+
+/// Whether the inputs were read to their ends.
+Report reportOn(const std::vector<JoinPart>& parts) {
+  Report report;
+  for (const JoinPart& part : parts)
+    judgeInput(report, part.input.path, part.isCut ? 0 : lengthPromisedBy(part), part.end);
+  return report;
+}
+
+}  // namespace
+
+namespace {
+
+Report joinFiles(const JoinSettings& asked, const Events& events) {
+  if (asked.inputs.empty()) throw Failure::settings("there is nothing to join");
+  std::vector<std::string> paths;
+  for (const JoinInput& input : asked.inputs) {
+    requirePossible(input);
+    paths.push_back(input.path);
+  }
+  JoinSettings settings = asked;
+  settings.inputs = inOrder(asked.inputs);
+  requireNoInput(settings.output, paths);
+  JoinPlan plan = planJoin(settings, events.interrupt);
+  OutputFile target(settings.output, settings.replaces);
+  if (settings.table)
+    settings.table(plan.table);
+  else
+    for (const std::string& sentence : plan.leftOut) say(events, sentence);
+
+  std::string reason = plan.reasons.empty() ? "" : fmt::format("{}", fmt::join(plan.reasons, "; "));
+  const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
+  bool isCopied = false;
+  bool keepsCodecs = true;
+  if (mayCopy && reason.empty()) {
+    say(events, "copying packets: the inputs fit together");
+    const Error problem = copyParts(settings, plan.parts, target.path(), events);
+    if (events.isInterrupted()) return Report::interrupted();
+    isCopied = !problem;
+    reason = problem.message;
+    keepsCodecs = problem.code != LMMovieComposition::kContainerRefuses;
+  }
+  if (!isCopied) {
+    if (settings.reencode == JoinSettings::Reencode::kNever)
+      throw Failure::input({}, "the inputs do not fit together: " + reason);
+    say(events, "encoding anew: " + (mayCopy ? reason : "as asked for"));
+    if (const int channels = plan.parts.front().channels(); channels > kStereo)
+      say(events, fmt::format("{} channels of sound become {}", channels, kStereo));
+    for (JoinPart& part : plan.parts) {
+      part.release();
+      if (part.source->isOpen())
+        throw Failure::input(part.input.path,
+                             fmt::format("'{}' can be read only once, and encoding reads it "
+                                         "several times: store it in a file first",
+                                         part.input.path));
+      if (!part.subtitles.empty())
+        say(events, fmt::format("left out of '{}': {}", part.input.path, part.subtitleTracks()));
+      part.subtitles.clear();
+      part.end = {};
+    }
+    encodeJoin(settings, plan.parts, keepsCodecs, expectedLength(plan.parts), target.path(),
+               events);
+    if (events.isInterrupted()) return Report::interrupted();
+  }
+  Report report = reportOn(plan.parts);
+  report.leftOut = std::move(plan.leftOut);
+  target.commit();
+  return report;
+}
+
+}  // namespace
+
+Report join(const JoinSettings& settings, const Events& events) {
+  try {
+    return joinFiles(settings, events);
+  } catch (const Failure& failure) {
+    if (failure.kind() != Failure::Kind::kInterrupted) throw;
+    return Report::interrupted();
+  }
+}
+
+}  // namespace kestrel

@@ -1,0 +1,379 @@
+#include "convert/join/JoinEncoder.h"
+
+#include <kestrel/BitmapContext.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMFFMovieFileOutput.h>
+#include <kestrel/LMMediaSource.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <kestrel/convert/Failure.h>
+#include "convert/feed/JobQueue.h"
+#include "convert/feed/PictureMaker.h"
+#include "convert/feed/VideoFeed.h"
+#include "convert/join/JoinSound.h"
+#include "convert/look/Look.h"
+#include "convert/plan/ConversionPlanner.h"
+#include "convert/probe/Codecs.h"
+#include "convert/probe/Input.h"
+#include "convert/run/PlannedOutput.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+constexpr Rational kSoundAlone{50, 1};  // how often sound is written where there are no pictures
+constexpr size_t kMostJobs = 4;
+constexpr double kSameShape = 0.03;  // of width / height
+
+/// Sound that begins earlier than this before the pictures is no rest of a cut; microseconds.
+constexpr int64_t kLongestLead = 1000000;
+
+/// By how much time stamps may be early, in ticks.
+constexpr double kJitter = 0.05;
+
+/// The format asked for, with what it leaves open as in the first part, as far as the container
+/// and the encoders allow.
+ConversionSettings formatOf(const JoinSettings& settings, const JoinPart& first, bool keepsCodecs) {
+  ConversionSettings format = settings.format;
+  format.input = first.input.path;
+  format.output = settings.output;
+  const AVOutputFormat& container = outputFormatFor(settings.output);
+  const AVFormatContext& context = *first.outline;
+  const auto own = [&](std::string& name, const AVStream& stream) {
+    const AVCodecID codec = stream.codecpar->codec_id;
+    // A file of bare packets is one codec's alone.
+    const bool isOthers =
+        (container.flags & AVFMT_NOTIMESTAMPS) != 0 && codec != container.audio_codec;
+    if (isOthers) return;
+    const bool isPossible = avcodec_find_encoder(codec) && isKnownToHold(container, codec);
+    if (name.empty() && keepsCodecs && isPossible) name = avcodec_get_name(codec);
+  };
+  if (first.video) own(format.videoCodec, *context.streams[*first.video]);
+  if (first.audios.empty()) return format;
+  const AVStream& sound = *context.streams[first.audios.front()];
+  own(format.audioCodec, sound);
+  // Another codec may not know the rate.
+  if (!format.sampleRate && onlySampleRate(container) == 0 &&
+      format.audioCodec == avcodec_get_name(sound.codecpar->codec_id))
+    format.sampleRate = sound.codecpar->sample_rate;
+  // The movie's own sound, which goes into the encoder, is stereo.
+  const bool isMono = std::ranges::all_of(first.audios, [&](uint32_t stream) {
+    return context.streams[stream]->codecpar->ch_layout.nb_channels == 1;
+  });
+  if (!format.channelLayout) format.channelLayout = lm_get_default_channel_layout(isMono ? 1 : 2);
+  return format;
+}
+
+/// A part's source, opened while this lives.
+class OpenPart {
+ public:
+  explicit OpenPart(const JoinPart& part) : part_(part) {
+    openSource(*part.source, part.input.path, part.source->interrupt());
+  }
+  ~OpenPart() { part_.release(); }
+  OpenPart(const OpenPart&) = delete;
+  OpenPart& operator=(const OpenPart&) = delete;
+
+  const LMMediaSource& source() const { return *part_.source; }
+
+ private:
+  const JoinPart& part_;
+};
+
+/// One part's pictures as they play, by the output's ticks at the part's rate.
+class PartPictures {
+ public:
+  /// Opens what is to be shown; `start` is the part's time (microseconds) that the first tick
+  /// begins at.
+  PartPictures(const JoinPart& part, const ConversionPlan& plan, const LMFFMovieFileOutput& output,
+               int64_t start) {
+    movie_.setExportMovie(true);
+    if (!part.video) return;
+    movie_.openMedias(part.source->createMediasWithStreams(IndexSet{*part.video}));
+    if (movie_.hasVideo()) open(part, plan, output, start);
+    movie_.seek(0);
+    movie_.flushOperation();
+  }
+
+  LMFFMovie& movie() { return movie_; }
+
+  /// The next picture, null when there is none any more.
+  std::shared_ptr<LMFFImage> next() {
+    if (!feed_) return nullptr;
+    const int64_t middle = feed_->time() + feed_->tickDuration() / 2;
+    auto picture = feed_->next();
+    if (!picture) {
+      reached_ = feed_->time();
+      feed_.reset();
+    }
+    return picture && maker_ ? maker_->make(picture, middle) : picture;
+  }
+
+  InputEnd inputEnd() const {
+    InputEnd end = faultsOf(movie_);
+    end.reached = feed_ ? feed_->time() : reached_;
+    return end;
+  }
+
+ private:
+  void open(const JoinPart& part, const ConversionPlan& plan, const LMFFMovieFileOutput& output,
+            int64_t start) {
+    const AVStream& stream = *part.source->formatContext()->streams[*part.video];
+    const Size size{static_cast<double>(plan.format.width),
+                    static_cast<double>(plan.format.height)};
+    const double shape = plan.format.aspect > 0 ? plan.format.aspect : size.width / size.height;
+    LookSettings settings;
+    Look look(settings, stream);
+    const double own = look.pixelAspect() * look.size().width / look.size().height;
+    if (std::abs(own / shape - 1) > kSameShape) {
+      settings.zoom = Zoom::kFit;
+      look = Look(settings, stream);
+    }
+    if (!look.isPlain()) {
+      look.apply(movie_, size);
+      maker_ = std::make_unique<PictureMaker>(movie_, *output.videoConverter());
+    }
+    const AVRational ticks =
+        av_mul_q({plan.rate.num, plan.rate.den}, av_inv_q(av_d2q(part.input.rate, kMostExactRate)));
+    feed_ = std::make_unique<VideoFeed>(movie_, start, Rational{ticks.num, ticks.den});
+  }
+
+  static constexpr int kMostExactRate = 100000;
+
+  LMFFMovie movie_;
+  std::unique_ptr<VideoFeed> feed_;
+  std::unique_ptr<PictureMaker> maker_;
+  int64_t reached_ = 0;
+};
+
+class JoinEncoder {
+ public:
+  JoinEncoder(const JoinSettings& settings, std::vector<JoinPart>& parts, bool keepsCodecs,
+              double length, const Events& events)
+      : settings_(settings),
+        parts_(parts),
+        events_(events),
+        length_(length > 0 ? std::optional(length) : std::nullopt),
+        format_(formatOf(settings, parts.front(), keepsCodecs)),
+        plan_(planConversion(format_, OpenPart(parts.front()).source())),
+        hasPictures_(plan_.video == StreamAction::kEncode),
+        rate_(hasPictures_ ? plan_.rate : kSoundAlone) {}
+
+  void run(const std::string& path) {
+    openOutput(path);
+    for (size_t i = 0; i < parts_.size() && !events_.isInterrupted(); ++i) writePart(i);
+    if (events_.isInterrupted()) return;
+    for (const auto& sound : sounds_)
+      push([&sound, rest = sound->rest(framesAt(tick_))] { sound->encode(rest); });
+    for (const auto& sound : sounds_) push([&sound] { sound->finish(); });
+    encoding_.finish();
+    output_.setChapters(chapters_);
+    output_.stopOutput();
+    requireOutput(output_, settings_.output);
+  }
+
+ private:
+  void openOutput(const std::string& path) {
+    const AVFormatContext& first = *parts_.front().outline;
+    setUpOutput(output_, plan_, path, events_.interrupt);
+    output_.setMetadata(tagsOf(first.metadata));
+    if (hasPictures_) {
+      output_.setVideoMetadata(languageTag(*first.streams[*parts_.front().video]));
+      output_.openVideo();
+    }
+    if (plan_.audio == StreamAction::kEncode)
+      for (const uint32_t stream : parts_.front().audios)
+        sounds_.push_back(std::make_unique<JoinSound>(output_, *first.streams[stream]));
+    output_.startOutput();
+    requireOutput(output_, settings_.output);
+    if (hasPictures_) black_ = output_.createCGContext();
+  }
+
+  /// The tick that a time (seconds) falls on.
+  int64_t tickAt(double seconds) const { return std::llround(seconds * rate_.num / rate_.den); }
+
+  int64_t microsecondsAt(int64_t tick) const {
+    return av_rescale(tick, int64_t{AV_TIME_BASE} * rate_.den, rate_.num);
+  }
+
+  int64_t framesAt(int64_t tick) const {
+    return av_rescale(tick, int64_t{PartSound::kRate} * rate_.den, rate_.num);
+  }
+
+  /// The first tick that belongs to the part behind `i`, where that says.
+  int64_t limitOf(size_t i) const {
+    const bool isStated = i + 1 < parts_.size() && parts_[i + 1].input.position >= 0;
+    return isStated ? tickAt(parts_[i + 1].input.position) : std::numeric_limits<int64_t>::max();
+  }
+
+  /// Whether a part follows the one before without a gap: a position that is less than a picture
+  /// away means that, too.
+  bool followsTheOther(size_t i) const {
+    const double position = parts_[i].input.position;
+    return i > 0 && !parts_[i - 1].isCut &&
+           (position < 0 || std::abs(tickAt(position) - tick_) <= 1);
+  }
+
+  /// The part's time at which its first tick begins, microseconds: with the first picture where
+  /// pictures follow pictures, else less than a tick after its own, so that pictures fall on ticks.
+  int64_t startOf(const JoinPart& part, bool follows) const {
+    const AVFormatContext& context = *part.outline;
+    if (!hasPictures_ || !part.video) return 0;
+    const AVStream& stream = *context.streams[*part.video];
+    if (stream.start_time == AV_NOPTS_VALUE || context.start_time == AV_NOPTS_VALUE) return 0;
+    const int64_t first =
+        av_rescale_q(stream.start_time, stream.time_base, AV_TIME_BASE_Q) - context.start_time;
+    if (follows && first <= kLongestLead) return std::max<int64_t>(first, 0);
+    const double tick = 1e6 * part.input.rate * rate_.den / rate_.num;
+    const double ticks = std::floor(static_cast<double>(first) / tick + kJitter);
+    return first - std::llround(ticks * tick);
+  }
+
+  void writePart(size_t i) {
+    JoinPart& part = parts_[i];
+    const bool follows = followsTheOther(i);
+    if (!follows && part.input.position >= 0) {
+      for (const auto& sound : sounds_) sound->end();
+      while (tick_ < tickAt(part.input.position) && !events_.isInterrupted()) writeTick(nullptr);
+    }
+    const int64_t start = startOf(part, follows);
+    const int64_t begin = tick_;
+    const OpenPart open(part);
+    beginSound(part, start, follows);
+    PartPictures pictures(hasPictures_ ? part : JoinPart{}, plan_, output_, start);
+    std::exception_ptr failure;
+    pictures.movie().decodeImage(
+        [&] {
+          try {
+            playPart(pictures, limitOf(i), part);
+          } catch (...) {
+            failure = std::current_exception();
+          }
+        },
+        true);
+    encoding_.finish();  // it may still read the part's pictures
+    if (failure) std::rethrow_exception(failure);
+    part.end = pictures.inputEnd();
+    for (const auto& sound : sounds_) part.end.add(sound->inputEnd());
+    takeChapters(part, start, begin);
+  }
+
+  /// Takes in the chapters of what has been written of a part, whose time `start` lies at the
+  /// output's tick `begin`.
+  void takeChapters(const JoinPart& part, int64_t start, int64_t begin) {
+    const double rate = part.input.rate;
+    const int64_t offset = microsecondsAt(begin);
+    const auto length = static_cast<double>(microsecondsAt(tick_) - offset);
+    for (auto& chapter :
+         chaptersOf(*part.source->formatContext(), start, start + std::llround(length * rate)))
+      chapters_.push_back({offset + std::llround(static_cast<double>(chapter.start_us) / rate),
+                           offset + std::llround(static_cast<double>(chapter.end_us) / rate),
+                           std::move(chapter.tags)});
+  }
+
+  void beginSound(const JoinPart& part, int64_t start, bool follows) {
+    const auto lead =
+        std::llround(static_cast<double>(start) * PartSound::kRate / 1e6 / part.input.rate);
+    for (size_t i = 0; i < sounds_.size(); ++i) {
+      std::unique_ptr<PartSound> sound;
+      if (i < part.audios.size())
+        sound = std::make_unique<PartSound>(part, part.audios[i], follows && hasPictures_);
+      const int64_t begin = sound ? sound->begin() - lead : 0;
+      if (!follows)
+        sounds_[i]->begin(std::move(sound), framesAt(tick_), begin);
+      else if (hasPictures_)
+        sounds_[i]->meet(std::move(sound), framesAt(tick_), begin);
+      else
+        sounds_[i]->follow(std::move(sound));
+    }
+  }
+
+  /// Whether some sound track goes on for so many frames.
+  bool goesOnFor(int32_t frames) {
+    return std::ranges::any_of(sounds_,
+                               [&](const auto& sound) { return sound->ahead(frames) >= frames; });
+  }
+
+  void playPart(PartPictures& pictures, int64_t limit, JoinPart& part) {
+    const int32_t overhang = hasPictures_ ? JoinSound::kOrdinaryOverhang : 1;
+    bool goesOn = false;  // without pictures
+    auto next = pictures.next();
+    while (!events_.isInterrupted()) {
+      const auto picture = next;
+      if (picture) next = pictures.next();
+      if (!picture) {  // then it goes on only for sound that is more than an overhang
+        goesOn = goesOn || goesOnFor(overhang);
+        if (!goesOn || !goesOnFor(1)) return;
+      }
+      // A last picture at the limit still belongs to the part: lengths are rounded.
+      if (tick_ >= limit && (tick_ > limit || !picture || next)) {
+        part.isCut = true;
+        return;
+      }
+      writeTick(picture);
+    }
+  }
+
+  /// Writes one tick of pictures and sound: a picture, black without one, and the sound of its
+  /// time.
+  void writeTick(const std::shared_ptr<LMFFImage>& picture) {
+    ++tick_;
+    for (const auto& sound : sounds_)
+      push([&sound, samples = sound->take(framesAt(tick_))] { sound->encode(samples); });
+    if (hasPictures_) {
+      if (picture)
+        push([this, picture] { output_.writeImage(picture); });
+      else
+        push([this] { output_.writeCGContext(black_.get()); });
+    }
+    const double seconds = static_cast<double>(tick_) * rate_.den / rate_.num;
+    if (events_.progress) events_.progress({seconds, length_, hasPictures_ ? tick_ : 0});
+  }
+
+  void push(std::function<void()> job) {
+    encoding_.push([this, job = std::move(job)] {
+      job();
+      requireOutput(output_, settings_.output);
+    });
+  }
+
+  const JoinSettings& settings_;
+  std::vector<JoinPart>& parts_;
+  const Events& events_;
+  const std::optional<double> length_;
+  const ConversionSettings format_;
+  const ConversionPlan plan_;
+  const bool hasPictures_;
+  const Rational rate_;  // ticks per second
+  LMFFMovieFileOutput output_;
+  std::vector<std::unique_ptr<JoinSound>> sounds_;
+  std::unique_ptr<BitmapContext> black_;
+  std::vector<LMFFMovieFileOutput::Chapter> chapters_;
+  int64_t tick_ = 0;  // ticks written
+  JobQueue encoding_{kMostJobs};
+};
+
+}  // namespace
+
+void encodeJoin(const JoinSettings& settings, std::vector<JoinPart>& parts, bool keepsCodecs,
+                double length, const std::string& path, const Events& events) {
+  JoinEncoder(settings, parts, keepsCodecs, length, events).run(path);
+}
+
+}  // namespace kestrel

@@ -1,0 +1,274 @@
+#include "convert/join/JoinPlan.h"
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/StreamFit.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <initializer_list>
+
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
+#include "convert/plan/ConversionPlanner.h"
+#include "convert/probe/Codecs.h"
+#include "convert/probe/Input.h"
+#include "convert/probe/InputOutline.h"
+#include "convert/probe/Streams.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+std::string describe(const AVStream& stream) {
+  const AVCodecParameters& parameters = *stream.codecpar;
+  const std::string codec = avcodec_get_name(parameters.codec_id);
+  if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
+    const Rational rate = realFrameRate(stream);
+    return fmt::format("{} {}x{} {}/s", codec, parameters.width, parameters.height,
+                       formatNumber(static_cast<double>(rate.num) / rate.den, 2));
+  }
+  return fmt::format("{} {} Hz, {} channel{}", codec, parameters.sample_rate,
+                     parameters.ch_layout.nb_channels,
+                     parameters.ch_layout.nb_channels == 1 ? "" : "s");
+}
+
+std::string describe(const JoinPart& part) {
+  std::vector<std::string> words;
+  for (const AVStream* stream : part.streams())
+    if (stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE) words.push_back(describe(*stream));
+  return fmt::format("{}", fmt::join(words, " + "));
+}
+
+/// "3 chapters", "1 cover"; "" for none.
+std::string counted(size_t count, const char* what) {
+  return count == 0 ? "" : fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+std::string listed(std::initializer_list<std::string> words) {
+  std::vector<std::string> all(words);
+  std::erase(all, "");
+  return fmt::format("{}", fmt::join(all, ", "));
+}
+
+/// What the output has a place for.
+struct Places {
+  bool pictures = false;
+  size_t sounds = 0;
+  bool chapters = false;
+};
+
+/// For what is copied, or else encoded like the first part.
+Places placesIn(const std::string& output, const JoinPart& first, bool isCopied) {
+  const AVOutputFormat& container = outputFormatFor(output);
+  if (isCopied) return {true, first.audios.size(), holdsLateChapters(container)};
+  const bool holdsPictures = defaultVideoCodec(container, output) != AV_CODEC_ID_NONE;
+  const bool holdsSound = defaultAudioCodec(container) != AV_CODEC_ID_NONE;
+  return {first.video && holdsPictures, holdsSound ? first.audios.size() : 0,
+          holdsLateChapters(container)};
+}
+
+/// What goes into the output beside pictures and sound; "" for nothing.
+std::string kept(const JoinPart& part, const Places& places) {
+  return listed({part.subtitleTracks(), counted(places.chapters ? part.chapters : 0, "chapter")});
+}
+
+/// The streams of a part that go into the output.
+std::vector<const AVStream*> takenStreams(const JoinPart& part, const Places& places) {
+  std::vector<const AVStream*> taken;
+  size_t sounds = 0;
+  for (const AVStream* stream : part.streams()) {
+    const AVMediaType type = stream->codecpar->codec_type;
+    const bool hasPlace = type == AVMEDIA_TYPE_VIDEO   ? places.pictures
+                          : type == AVMEDIA_TYPE_AUDIO ? sounds++ < places.sounds
+                                                       : true;
+    if (hasPlace) taken.push_back(stream);
+  }
+  return taken;
+}
+
+/// What of a part does not go into the output; "" for nothing.
+std::string leftOut(const JoinPart& part, const Places& places) {
+  const AVFormatContext& context = *part.outline;
+  const auto taken = takenStreams(part, places);
+  size_t pictures = 0, sounds = 0, covers = 0, subtitles = 0, others = 0;
+  for (unsigned i = 0; i < context.nb_streams; ++i) {
+    const AVStream* stream = context.streams[i];
+    const AVMediaType type = stream->codecpar->codec_type;
+    // The demuxer passes over data that it has made chapters of.
+    const bool isOfChapters = type == AVMEDIA_TYPE_DATA && stream->discard == AVDISCARD_ALL;
+    if (isOfChapters || std::ranges::count(taken, stream) > 0) continue;
+    const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    const bool isPicture = type == AVMEDIA_TYPE_VIDEO;
+    ++(isCover                         ? covers
+       : isPicture                     ? pictures
+       : type == AVMEDIA_TYPE_AUDIO    ? sounds
+       : type == AVMEDIA_TYPE_SUBTITLE ? subtitles
+                                       : others);
+  }
+  return listed({counted(pictures, "video track"), counted(sounds, "sound track"),
+                 counted(subtitles, "subtitle track"), counted(covers, "cover"),
+                 counted(places.chapters ? 0 : part.chapters, "chapter"),
+                 counted(others, "other track")});
+}
+
+std::vector<const AVStream*> subtitlesOf(const JoinPart& part) {
+  const AVFormatContext& context = *part.outline;
+  std::vector<const AVStream*> all(context.streams, context.streams + context.nb_streams);
+  std::erase_if(all, [](const AVStream* stream) {
+    return stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE;
+  });
+  return all;
+}
+
+/// Takes in the subtitles that all parts have alike, where they are as many, and that the container
+/// holds.
+void takeSubtitles(std::vector<JoinPart>& parts, const std::string& output) {
+  std::vector<std::vector<const AVStream*>> tracks;  // of each part
+  for (const JoinPart& part : parts) {
+    tracks.push_back(subtitlesOf(part));
+    if (tracks.back().size() != tracks.front().size()) return;
+  }
+  for (size_t i = 0; i < tracks.front().size(); ++i) {
+    const AVStream& first = *tracks.front()[i];
+    const bool fits = std::ranges::all_of(
+        tracks, [&](const auto& own) { return streamDifferences(first, *own[i]).empty(); });
+    if (!fits || !holdsSubtitles(outputFormatFor(output), first.codecpar->codec_id, output))
+      continue;
+    for (size_t k = 0; k < parts.size(); ++k)
+      parts[k].subtitles.push_back(static_cast<uint32_t>(tracks[k][i]->index));
+  }
+}
+
+/// What of a part does not fit the first one.
+std::vector<std::string> differences(const JoinPart& first, const JoinPart& part) {
+  if (first.video.has_value() != part.video.has_value())
+    return {part.video ? "it has pictures" : "it has no pictures"};
+  if (first.audios.size() != part.audios.size())
+    return {fmt::format("it has {} sound track{} instead of {}", part.audios.size(),
+                        part.audios.size() == 1 ? "" : "s", first.audios.size())};
+  std::vector<std::string> all;
+  const auto ours = first.streams();
+  const auto others = part.streams();
+  for (size_t i = 0; i < ours.size(); ++i)
+    for (const StreamDifference& difference : streamDifferences(*ours[i], *others[i]))
+      all.push_back(fmt::format("{}{} {} instead of {}", i > 0 || !part.video ? "sound " : "",
+                                difference.property, difference.second, difference.first));
+  return all;
+}
+
+/// Why the container cannot hold the packets of the first part; "" where it can.
+std::string containerProblem(const JoinPart& first, const std::string& output) {
+  const AVOutputFormat& container = outputFormatFor(output);
+  try {
+    for (const AVStream* stream : first.streams())
+      requireContainerHolds(container, stream->codecpar->codec_id, output);
+  } catch (const Failure& failure) {
+    return failure.what();
+  }
+  return {};
+}
+
+std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::string>>& problems,
+                    const Places& places) {
+  size_t nameWidth = 0;
+  size_t streamWidth = 0;
+  for (const JoinPart& part : plan.parts) {
+    nameWidth = std::max(nameWidth, printable(part.input.path).size());
+    streamWidth = std::max(streamWidth, describe(part).size());
+  }
+  std::string table;
+  for (size_t i = 0; i < plan.parts.size(); ++i) {
+    const std::string verdict = i == 0 ? "sets the format"
+                                : problems[i].empty()
+                                    ? "fits"
+                                    : fmt::format("does not fit: {}", fmt::join(problems[i], ", "));
+    const std::string along = kept(plan.parts[i], places);
+    const std::string missing = leftOut(plan.parts[i], places);
+    table += fmt::format("{:<{}}  {:<{}}  {}{}{}\n", printable(plan.parts[i].input.path), nameWidth,
+                         describe(plan.parts[i]), streamWidth, verdict,
+                         along.empty() ? "" : "; kept: " + along,
+                         missing.empty() ? "" : "; left out: " + missing);
+  }
+  return table;
+}
+
+JoinPart lookInto(const JoinInput& input, const Interrupt& interrupt) {
+  JoinPart part;
+  part.input = input;
+  part.source = openInput(input.path, std::nullopt, interrupt);
+  AVFormatContext* context = part.source->formatContext();
+  part.outline = outlineOf(*context);
+  part.chapters = context->nb_chapters;
+  const int best = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  if (best >= 0 && !(context->streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC))
+    part.video = static_cast<uint32_t>(best);
+  for (uint32_t i = 0; i < context->nb_streams; ++i) {
+    AVStream& stream = *context->streams[i];
+    if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) part.audios.push_back(i);
+  }
+  if (!part.video && part.audios.empty())
+    throw Failure::input(input.path, fmt::format("'{}' has no picture and no sound", input.path));
+  part.release();
+  return part;
+}
+
+}  // namespace
+
+void JoinPart::release() const {
+  const AVFormatContext* context = source->formatContext();
+  const AVIOContext* io = context ? context->pb : nullptr;  // none: the demuxer opens files itself
+  if (!io || (io->seekable & AVIO_SEEKABLE_NORMAL)) source->close();
+}
+
+std::vector<AVStream*> JoinPart::streams() const {
+  const AVFormatContext& context = *outline;
+  std::vector<AVStream*> all;
+  if (video) all.push_back(context.streams[*video]);
+  for (const auto* indexes : {&audios, &subtitles})
+    for (const uint32_t index : *indexes) all.push_back(context.streams[index]);
+  return all;
+}
+
+std::string JoinPart::subtitleTracks() const { return counted(subtitles.size(), "subtitle track"); }
+
+int JoinPart::channels() const {
+  int most = 0;
+  for (const uint32_t index : audios)
+    most = std::max(most, outline->streams[index]->codecpar->ch_layout.nb_channels);
+  return most;
+}
+
+JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
+  JoinPlan plan;
+  std::vector<std::vector<std::string>> problems;
+  for (const JoinInput& input : settings.inputs) {
+    plan.parts.push_back(lookInto(input, interrupt));
+    problems.push_back(differences(plan.parts.front(), plan.parts.back()));
+    if (input.rate != 1)
+      problems.back().push_back(fmt::format("it plays at {} times its speed", input.rate));
+    if (!problems.back().empty())
+      plan.reasons.push_back(fmt::format("'{}': {}", input.path, fmt::join(problems.back(), ", ")));
+  }
+  if (const std::string problem = containerProblem(plan.parts.front(), settings.output);
+      !problem.empty())
+    plan.reasons.push_back(problem);
+  const bool isCopied =
+      plan.reasons.empty() && settings.reencode != JoinSettings::Reencode::kAlways;
+  if (isCopied) takeSubtitles(plan.parts, settings.output);
+  const Places places = placesIn(settings.output, plan.parts.front(), isCopied);
+  for (const JoinPart& part : plan.parts)
+    if (const std::string missing = leftOut(part, places); !missing.empty())
+      plan.leftOut.push_back(fmt::format("left out of '{}': {}", part.input.path, missing));
+  plan.table = tableOf(plan, problems, places);
+  return plan;
+}
+
+}  // namespace kestrel

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <kestrel/convert/Join.h>
+#include "convert/probe/InputEnd.h"
+
+struct AVFormatContext;
+struct AVStream;
+
+namespace kestrel {
+
+class LMMediaSource;
+
+/// An input of a join and the streams of it that take part.
+struct JoinPart {
+  JoinInput input;
+  /// Closed, for there may be many inputs, except while its turn is.
+  std::shared_ptr<LMMediaSource> source;
+  std::shared_ptr<AVFormatContext> outline;
+  unsigned chapters = 0;
+  std::optional<uint32_t> video;    ///< container index of the pictures
+  std::vector<uint32_t> audios;     ///< container indexes of the sound tracks
+  std::vector<uint32_t> subtitles;  ///< the same of subtitles that are copied along
+  InputEnd end = {};                ///< how far it was read by the join
+  bool isCut = false;               ///< it was not to be read to its end
+
+  /// Closes the source unless it can be read only once.
+  void release() const;
+
+  /// Pictures first, then the sound tracks, then subtitles.
+  std::vector<AVStream*> streams() const;
+
+  /// What is said of them where they are left out after all: their number; "" for none.
+  std::string subtitleTracks() const;
+
+  /// The most channels that one of the sound tracks has; 0 without any.
+  int channels() const;
+};
+
+/// What can be said of a join before anything is copied.
+struct JoinPlan {
+  std::vector<JoinPart> parts;
+  std::vector<std::string> reasons;  ///< why packets cannot be copied; empty where they can
+  std::vector<std::string> leftOut;  ///< what of the inputs has no place in the output, a line each
+  std::string table;                 ///< what fits and what does not, for people
+};
+
+/// Looks into the inputs and compares them; throws `Failure` for one that cannot be opened.
+JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt);
+
+}  // namespace kestrel

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <kestrel/AudioTempo.h>
+#include <kestrel/LMFFMovie.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "convert/feed/AudioFeed.h"
+#include "convert/join/JoinPlan.h"
+#include "convert/probe/InputEnd.h"
+
+namespace kestrel {
+
+/// One sound track of one part of a join as it plays: interleaved stereo (float, 44100 Hz), at the
+/// part's rate.
+class PartSound {
+ public:
+  static constexpr int32_t kRate = 44100;
+  static constexpr int32_t kChannels = 2;
+
+  /// `stream`: its container index. `hasHidden`: begin with the sound that the container has from
+  /// before its start and that players leave out.
+  PartSound(const JoinPart& part, uint32_t stream, bool hasHidden);
+
+  /// Where the first sound that is read lies, frames after the part's start; below 0 for hidden
+  /// sound. Silence before it is left out.
+  int64_t begin() const { return begin_; }
+
+  /// Reads up to `frames`; fewer where it pleases, 0 at the end.
+  int32_t read(float* data, int32_t frames);
+
+  /// How far the input was read, and what was wrong with it.
+  InputEnd inputEnd() const;
+
+ private:
+  int32_t readAtOwnRate(float* data, int32_t frames);
+
+  const double rate_;
+  LMFFMovie movie_;
+  AudioFeed feed_{movie_};
+  std::unique_ptr<AudioTempo> tempo_;  // null at the usual rate
+  std::vector<float> hidden_;
+  size_t hiddenRead_ = 0;
+  bool isDrained_ = false;
+  int64_t begin_ = 0;
+  int64_t reached_ = 0;  // frames of the input's sound, silence included
+};
+
+/// What a container has of a sound track from before its start, decoded: files that were cut out of
+/// others without encoding begin with it. Empty for most.
+std::vector<float> hiddenSound(const std::string& path, uint32_t stream,
+                               const Interrupt& interrupt);
+
+}  // namespace kestrel

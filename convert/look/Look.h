@@ -1,0 +1,56 @@
+#pragma once
+
+#include <kestrel/Geometry.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/convert/LookSettings.h>
+
+#include <optional>
+
+struct AVStream;
+
+namespace kestrel {
+
+/// What a movie's pictures have to become before they are brought to the size of the output.
+///
+/// The pictures are turned upright as the input's tags say, then as the settings say.
+class Look {
+ public:
+  Look() = default;
+
+  /// `stream`: where the pictures come from; `picture`: what of the stored picture lies between
+  /// black bars, which `settings.autoCrop` asks to find. Throws `Failure` for what does not fit the
+  /// stream, such as a crop beyond the picture.
+  Look(const LookSettings& settings, const AVStream& stream,
+       const std::optional<Area>& picture = {});
+
+  /// Whether pictures may go to the output as they were decoded.
+  bool isPlain() const;
+
+  /// The size that the cropped and turned pictures have by themselves, pixels. Turns that are no
+  /// quarter turns do not count: the picture is fitted into the size that it had.
+  Size size() const { return size_; }
+
+  /// Whether the picture is fitted into a size of another shape, rather than the shape of the
+  /// output's pixels made to suit it.
+  bool isFitted() const { return isFitted_; }
+
+  /// The shape of a pixel of that picture, width / height.
+  double pixelAspect() const { return pixelAspect_; }
+
+  /// Sets an opened movie's look for an output of that size; throws `Failure` for a watermark or
+  /// subtitles that cannot be read or are not there.
+  void apply(LMFFMovie& movie, Size output) const;
+
+ private:
+  LookSettings settings_;
+  Rect crop_;                 // as the movie takes it
+  double displayAspect_ = 0;  // as the movie takes it
+  float rotate_ = 0;          // as the movie takes it
+  bool mirrored_ = false;
+  Size size_;
+  double pixelAspect_ = 1;
+  bool isFitted_ = false;
+  bool isTransparent_ = false;  // the pictures may be; they lie on black
+};
+
+}  // namespace kestrel

@@ -1,0 +1,188 @@
+#include "convert/pictures/PictureReader.h"
+#include "convert/probe/Input.h"
+
+#include <kestrel/LMFFEffectVideoStream.h>
+#include <kestrel/LMFFMediaStream.h>
+
+#include <algorithm>
+#include <utility>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/frame.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+constexpr AVRational kMicroseconds{1, 1000000};
+
+/// Where nothing is known of key pictures, so far ahead is worth decoding.
+constexpr int64_t kNearEnough = 2000000;
+
+/// Pictures that a decoder may hold back beside those of its threads and of its reordering.
+constexpr int64_t kSpareFrames = 4;
+
+AVRational toAV(Rational r) { return {r.num, r.den}; }
+
+int64_t durationOf(const AVFrame& frame) {
+#if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 30, 100)
+  return frame.duration;
+#else
+  return frame.pkt_duration;
+#endif
+}
+
+int64_t frameDurationOf(AVStream& stream) {
+  const AVRational rate = av_guess_frame_rate(nullptr, &stream, nullptr);
+  const bool isKnown = rate.num > 0 && rate.den > 0;
+  return isKnown ? av_rescale_q(1, av_inv_q(rate), kMicroseconds) : kMicroseconds.den / 25;
+}
+
+}  // namespace
+
+PictureReader::PictureReader(LMFFMovie& movie) : movie_(movie) {
+  const auto videos = movie.videos();
+  if (videos.empty()) return;
+  media_ = videos.front();
+  stream_ = media_->videoStream();
+  frameDuration_ = frameDurationOf(*stream_->stream());
+  // Only these have many pictures to leave out; without a time for each nobody knows which.
+  const int codec = stream_->get_codec_id();
+  canLeaveOut_ = (codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC) &&
+                 !(media_->formatContext()->iformat->flags & AVFMT_NOTIMESTAMPS);
+  // The 4:4:4 pictures of some encoders can only be decoded right by who knows the encoder, and it
+  // is named in the first packet alone. The decoder remembers it.
+  const bool needsFirstPacket =
+      codec == AV_CODEC_ID_H264 &&
+      stream_->stream()->codecpar->profile == FF_PROFILE_H264_HIGH_444_PREDICTIVE;
+  while (needsFirstPacket && !stream_->hasFrame() && !isInterrupted(movie_))
+    if (!media_->forwardNextPacket()) break;
+}
+
+PictureReader::~PictureReader() { leaveOut(false); }
+
+std::shared_ptr<LMFFImage> PictureReader::frameAt(int64_t time) {
+  if (!stream_) return nullptr;
+  const int64_t wanted = meant(time);
+  if (!isNear(wanted)) seek(wanted, canLeaveOut_);
+  if (!readUpTo(wanted, canLeaveOut_)) {
+    seek(wanted, false);
+    readUpTo(wanted, false);
+  }
+  return newest_.image;
+}
+
+std::shared_ptr<const Image> PictureReader::imageAt(int64_t time) {
+  const auto frame = frameAt(time);
+  const auto effects = movie_.videoEffectStream();
+  if (!frame || !effects) return nullptr;
+  // A subtitle that begins at this very time is shown, too.
+  const int64_t wanted = meant(time);
+  effects->setMediaSubtitleImage(media_->subtitleAtTime(wanted - media_->movie_position()));
+  const auto text = movie_.subtitle();
+  effects->setSubtitleCurrentString(
+      text ? text->subtitleMarkupAtTime(wanted - text->movie_position()) : std::nullopt);
+  effects->writeFrame(frame->getFrame());
+  return effects->currentEffectImage();
+}
+
+/// Whether the way on from here to `wanted` is no longer than from the key picture before it.
+bool PictureReader::isNear(int64_t wanted) const {
+  if (!newest_.image || wanted < newest_.start) return false;
+  if (atEnd_ || wanted < newest_.end) return true;
+  const auto key = keyTimeBefore(wanted);
+  return key ? *key <= sent_ : wanted - newest_.end < kNearEnough;
+}
+
+/// The time of the last key picture up to `wanted`, where the container has an index that reaches
+/// so far.
+std::optional<int64_t> PictureReader::keyTimeBefore(int64_t wanted) const {
+  AVStream* stream = stream_->stream();
+  const int64_t offset = media_->start_time() - media_->movie_position();
+  const int64_t ticks = av_rescale_q(wanted + offset, kMicroseconds, stream->time_base);
+  if (av_index_search_timestamp(stream, ticks, AVSEEK_FLAG_ANY) < 0) return std::nullopt;
+  const int index = av_index_search_timestamp(stream, ticks, AVSEEK_FLAG_BACKWARD);
+  const AVIndexEntry* entry = index < 0 ? nullptr : avformat_index_get_entry(stream, index);
+  if (!entry) return std::nullopt;
+  return av_rescale_q(entry->timestamp, stream->time_base, kMicroseconds) - offset;
+}
+
+void PictureReader::seek(int64_t wanted, bool mayLeaveOut) {
+  newest_ = {};
+  atEnd_ = false;
+  sent_ = wholeFrom_ = kNever;
+  int64_t target = wanted;
+  const int64_t ahead = 2 * framesAhead() * frameDuration_;
+  const auto key = mayLeaveOut ? keyTimeBefore(wanted) : std::nullopt;
+  const bool leavesOut = key && *key + ahead < wanted - ahead;
+  if (leavesOut) target = wanted - ahead;
+  leaveOut(leavesOut);
+  media_->seek(target - media_->movie_position());
+  noteSent();
+  take();
+}
+
+/// Makes `newest_` the picture for a time, the last one when there is none so late. False where it
+/// may be another one than that, since some were left out.
+bool PictureReader::readUpTo(int64_t wanted, bool mayLeaveOut) {
+  const int64_t ahead = framesAhead() * frameDuration_;
+  while (!isInterrupted(movie_)) {
+    leaveOut(mayLeaveOut && sent_ != kNever && sent_ + ahead < wanted);
+    const bool isThere = newest_.image && (wanted < newest_.end || atEnd_);
+    if (isThere || !readNext()) return !isLeavingOut_ && newest_.start >= wholeFrom_;
+  }
+  return true;
+}
+
+/// Decodes one more picture; false at the end.
+bool PictureReader::readNext() {
+  stream_->setHasFrame(false);
+  while (!isInterrupted(movie_)) {
+    if (!stream_->takeQueuedFrame() && !media_->forwardNextPacket()) break;
+    noteSent();
+    if (!stream_->hasFrame()) continue;
+    take();
+    return true;
+  }
+  atEnd_ = true;
+  if (newest_.image) end_ = newest_.end;
+  return false;
+}
+
+void PictureReader::noteSent() {
+  const int64_t last = media_->last_pts();
+  if (last == AV_NOPTS_VALUE) return;
+  sent_ = std::max(sent_, last - media_->start_time() + media_->movie_position());
+}
+
+/// Takes the picture that the stream has now.
+void PictureReader::take() {
+  const AVFrame* frame = stream_->frame();
+  if (!frame || !frame->data[0]) return;
+  const AVRational ticks = toAV(stream_->timebase());
+  const int64_t offset = media_->movie_position() - media_->start_time();
+  newest_.image = LMFFImage::imageWithFrame(av_frame_clone(frame), true);
+  newest_.start = av_rescale_q(frame->pts, ticks, kMicroseconds) + offset;
+  newest_.end = av_rescale_q(frame->pts + durationOf(*frame), ticks, kMicroseconds) + offset;
+  sent_ = std::max(sent_, newest_.start);
+}
+
+/// Has the decoder leave out, or not, those pictures that no other one refers to.
+void PictureReader::leaveOut(bool leavesOut) {
+  if (leavesOut == isLeavingOut_) return;
+  isLeavingOut_ = leavesOut;
+  stream_->codecContext()->skip_frame = leavesOut ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+  if (!leavesOut) wholeFrom_ = sent_ == kNever ? kNever : sent_ + 1;
+}
+
+/// How many pictures the decoder is ahead of what it gives out, at most.
+int64_t PictureReader::framesAhead() const {
+  const AVCodecContext& context = *stream_->codecContext();
+  return context.has_b_frames + context.thread_count + kSpareFrames;
+}
+
+}  // namespace kestrel

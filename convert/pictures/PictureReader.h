@@ -1,0 +1,75 @@
+#pragma once
+
+#include <kestrel/Image.h>
+#include <kestrel/LMFFImage.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMovie.h>
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+
+namespace kestrel {
+
+/// Picks single pictures out of a movie: for each time exactly the one that a player shows then.
+///
+/// It seeks where that is the shorter way and decodes on from where it is otherwise, so that times
+/// in rising order cost least. On the way there it leaves out the pictures that no other one needs.
+///
+/// It reads the movie's first video media; nobody else may read from that as long as this is used.
+/// Times are microseconds on the movie's time line.
+class PictureReader {
+ public:
+  explicit PictureReader(LMFFMovie& movie);
+  ~PictureReader();
+  PictureReader(const PictureReader&) = delete;
+  PictureReader& operator=(const PictureReader&) = delete;
+
+  /// The frame shown at a time; the first or the last one for times before or behind all others.
+  /// Null when none could be decoded. One that ends within a quarter of its time gives way to the
+  /// next, so that a time in rounded seconds hits the picture that was meant.
+  std::shared_ptr<LMFFImage> frameAt(int64_t time);
+
+  /// The same with the look that the movie has and the subtitles of that time, in the size of the
+  /// movie's output. Valid until the next call.
+  std::shared_ptr<const Image> imageAt(int64_t time);
+
+  /// Where the last frame was found to end, when the input was read to its end.
+  std::optional<int64_t> end() const { return end_; }
+
+ private:
+  struct Picture {
+    std::shared_ptr<LMFFImage> image;
+    int64_t start = 0;
+    int64_t end = 0;
+  };
+
+  int64_t meant(int64_t time) const { return time + frameDuration_ / 4; }
+  bool isNear(int64_t wanted) const;
+  std::optional<int64_t> keyTimeBefore(int64_t wanted) const;
+  void seek(int64_t wanted, bool mayLeaveOut);
+  bool readUpTo(int64_t wanted, bool mayLeaveOut);
+  bool readNext();
+  void noteSent();
+  void take();
+  void leaveOut(bool leavesOut);
+  int64_t framesAhead() const;
+
+  LMFFMovie& movie_;
+  std::shared_ptr<LMFFMedia> media_;
+  std::shared_ptr<LMFFMediaStream> stream_;
+  int64_t frameDuration_ = 0;
+  bool canLeaveOut_ = false;
+
+  Picture newest_;
+  int64_t sent_ = kNever;       // the latest time of a packet that the decoder was given
+  int64_t wholeFrom_ = kNever;  // from here on every picture was decoded
+  bool isLeavingOut_ = false;
+  bool atEnd_ = false;
+  std::optional<int64_t> end_;
+
+  static constexpr int64_t kNever = std::numeric_limits<int64_t>::min();
+};
+
+}  // namespace kestrel

@@ -1,0 +1,198 @@
+#include <kestrel/convert/Pictures.h>
+
+#include <kestrel/ImageContext.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/convert/Failure.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+#include "convert/look/Look.h"
+#include "convert/pictures/AutoCrop.h"
+#include "convert/pictures/CoverSource.h"
+#include "convert/pictures/PictureReader.h"
+#include "convert/probe/Input.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+/// An input whose pictures end this much before the time asked for has ended early, microseconds.
+constexpr int64_t kMissingTolerance = 1000000;
+
+/// The longest side of a picture that can be drawn, pixels.
+constexpr double kLongestSide = 32768;
+
+const AVStream* mainPictures(AVFormatContext& input) {
+  const int best = av_find_best_stream(&input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  return best < 0 ? nullptr : input.streams[best];
+}
+
+/// Where a cover is all that there is to see, the cover as an input of its own.
+std::shared_ptr<LMMediaSource> openPictures(const PicturesSettings& settings,
+                                            const Interrupt& interrupt) {
+  auto source = openInput(settings.input, settings.title, interrupt);
+  const AVStream* const pictures = mainPictures(*source->formatContext());
+  if (!pictures || !(pictures->disposition & AV_DISPOSITION_ATTACHED_PIC)) return source;
+  auto cover = makeCoverSource(*pictures);
+  openSource(*cover, settings.input, interrupt);
+  return cover;
+}
+
+Size wholePixels(Size size) {
+  return {std::max(std::round(size.width), 1.0), std::max(std::round(size.height), 1.0)};
+}
+
+}  // namespace
+
+class Pictures::Input {
+ public:
+  Input(const PicturesSettings& settings, const Interrupt& interrupt);
+
+  std::optional<int64_t> duration() const;
+  Rational frameRate() const;
+  Size size() const { return size_; }
+  void setOutputSize(Size size);
+  void setEffect(const std::string& name) { movie_.setEffectName(name); }
+  std::shared_ptr<const Image> imageAt(int64_t time);
+  std::shared_ptr<const BitmapImage> pictureAt(int64_t time);
+  Report report() const;
+
+ private:
+  bool reaches(int64_t time) const;
+
+  const PicturesSettings settings_;
+  std::shared_ptr<LMMediaSource> source_;
+  const AVStream* stream_ = nullptr;
+  LMFFMovie movie_;
+  Look look_;
+  Size size_;
+  Size outputSize_;
+  ImageContext context_;
+  std::optional<PictureReader> reader_;
+  int64_t lastAsked_ = 0;
+};
+
+Pictures::Input::Input(const PicturesSettings& settings, const Interrupt& interrupt)
+    : settings_(settings), source_(openPictures(settings, interrupt)) {
+  const std::string& path = settings.input;
+  stream_ = mainPictures(*source_->formatContext());
+  if (!stream_) throw Failure::input(path, fmt::format("'{}' has no pictures", path));
+  movie_.setExportMovie(true);
+  movie_.openMedias(
+      source_->createMediasWithStreams(IndexSet{static_cast<uint32_t>(stream_->index)}));
+  if (!movie_.hasVideo())
+    throw Failure::input(path, fmt::format("the pictures of '{}' cannot be decoded", path));
+  const auto picture = settings.look.autoCrop ? withoutBars(movie_) : std::optional<Area>();
+  look_ = Look(settings.look, *stream_, picture);
+  size_ = wholePixels({look_.size().width * look_.pixelAspect(), look_.size().height});
+  setOutputSize(size_);
+}
+
+std::optional<int64_t> Pictures::Input::duration() const {
+  const int64_t duration = movie_.duration();
+  return duration > 0 && duration < LMFFMedia::kUnknownDuration ? std::optional(duration)
+                                                                : std::nullopt;
+}
+
+void Pictures::Input::setOutputSize(Size size) {
+  outputSize_ = size == Size{} ? size_ : wholePixels(size);
+  if (std::max(outputSize_.width, outputSize_.height) > kLongestSide)
+    throw Failure::settings(
+        fmt::format("a picture of {}x{} is too large", outputSize_.width, outputSize_.height),
+        "size");
+  look_.apply(movie_, outputSize_);
+}
+
+std::shared_ptr<const Image> Pictures::Input::imageAt(int64_t time) {
+  if (!reader_) reader_.emplace(movie_);
+  lastAsked_ = std::max(lastAsked_, time);
+  auto image = reader_->imageAt(time);
+  if (isInterrupted(movie_)) throw Failure::interrupted();
+  if (!image)
+    throw Failure::input(settings_.input,
+                         fmt::format("nothing could be decoded from '{}'", settings_.input));
+  return image;
+}
+
+std::shared_ptr<const BitmapImage> Pictures::Input::pictureAt(int64_t time) {
+  auto picture = context_.bitmapImage(imageAt(time), {{0, 0}, outputSize_});
+  if (!picture) throw std::bad_alloc();
+  return picture;
+}
+
+/// Whether something else of the input, such as sound that goes on with the last picture, is there
+/// at a time or later.
+bool Pictures::Input::reaches(int64_t time) const {
+  if (!source_->isSeekable()) return false;
+  const auto source = openInput(settings_.input, settings_.title, source_->interrupt());
+  IndexSet others;
+  for (unsigned i = 0; i < source->formatContext()->nb_streams; ++i)
+    if (static_cast<int>(i) != stream_->index) others.insert(i);
+  LMFFMedia media;
+  media.setSource(source);
+  media.setSelectStreams(others);
+  media.open();
+  media.seek(time);
+  const auto isThere = [&] { return media.last_pts() >= source->start_time() + time; };
+  while (!isThere() && media.forwardNextPacket()) {
+  }
+  return isThere();
+}
+
+Report Pictures::Input::report() const {
+  const auto end = reader_ ? reader_->end() : std::nullopt;
+  const auto length = duration();
+  if (!end || !length) return {};
+  const int64_t told =
+      stream_->duration > 0
+          ? std::min(av_rescale_q(stream_->duration, stream_->time_base, {1, 1000000}), *length)
+          : *length;
+  const Error error = source_->lastError();
+  const int64_t wanted = std::min(lastAsked_, told) - kMissingTolerance;
+  Report report{.reached = *end, .promised = told};
+  if (!error && (wanted <= *end || reaches(wanted))) return report;
+  report.find(fmt::format("'{}' ended early, at {:.2f} of {:.2f} s{}", settings_.input,
+                          lm_ff_time_to_double(*end), lm_ff_time_to_double(std::max(told, *end)),
+                          error ? ": " + error.message : ""));
+  return report;
+}
+
+Rational Pictures::Input::frameRate() const {
+  return {stream_->avg_frame_rate.num, stream_->avg_frame_rate.den};
+}
+
+Pictures::Pictures(const PicturesSettings& settings, const Interrupt& interrupt)
+    : input_(std::make_unique<Input>(settings, interrupt)) {}
+
+Pictures::~Pictures() = default;
+
+std::optional<int64_t> Pictures::duration() const { return input_->duration(); }
+
+Rational Pictures::frameRate() const { return input_->frameRate(); }
+
+Size Pictures::size() const { return input_->size(); }
+
+void Pictures::setEffect(const std::string& name) { input_->setEffect(name); }
+
+void Pictures::setOutputSize(Size size) { input_->setOutputSize(size); }
+
+std::shared_ptr<const BitmapImage> Pictures::pictureAt(int64_t time) {
+  return input_->pictureAt(time);
+}
+
+std::shared_ptr<const Image> Pictures::imageAt(int64_t time) { return input_->imageAt(time); }
+
+Report Pictures::report() const { return input_->report(); }
+
+}  // namespace kestrel

@@ -1,0 +1,248 @@
+#include <kestrel/convert/Player.h>
+
+#include <kestrel/AudioGraph.h>
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMFFMovieImageProvider.h>
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/LMOutputAudioGraph.h>
+#include <kestrel/convert/Failure.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <mutex>
+#include <utility>
+
+#include "convert/look/Look.h"
+#include "convert/probe/Input.h"
+#include "convert/probe/InputEnd.h"
+#include "convert/probe/Streams.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+/// An input that ends this much before its stated length has ended early, microseconds.
+constexpr int64_t kMissingTolerance = 1000000;
+
+}  // namespace
+
+class Player::Playback {
+ public:
+  Playback(PlayerSettings settings, const Interrupt& interrupt)
+      : settings_(std::move(settings)),
+        source_(openInput(settings_.input, settings_.title, interrupt)) {
+    openMovie();
+    if (movie_.duration() > 0 && movie_.duration() < LMFFMedia::kUnknownDuration)
+      duration_ = movie_.duration();
+    provider_->movieMediaEffectImage = [this](LMFFMovie&,
+                                              const std::shared_ptr<const Image>& image) {
+      if (image && draw_) draw_(image);
+    };
+  }
+
+  ~Playback() {
+    movie_.pause();
+    movie_.flushOperation();
+  }
+
+  LMFFMovie& movie() { return movie_; }
+  const LMFFMovie& movie() const { return movie_; }
+  const std::optional<int64_t>& duration() const { return duration_; }
+
+  int64_t time() const {
+    const int64_t now = std::max<int64_t>(movie_.currentTime(), 0);
+    return duration_ ? std::min(now, *duration_) : now;
+  }
+
+  void seek(int64_t time) {
+    time = std::max<int64_t>(time, 0);
+    movie_.seek(duration_ ? std::min(time, *duration_) : time);
+    const std::lock_guard guard(lock_);
+    ++seeks_;
+    inputEnd_.reset();
+  }
+
+  bool isAtEnd() {
+    lookForEnd();
+    const int64_t now = movie_.currentTime();
+    if (duration_ && now >= *duration_) return true;
+    const std::lock_guard guard(lock_);
+    return inputEnd_ && now >= *inputEnd_;
+  }
+
+  Report report() {
+    movie_.flushOperation();
+    const auto promised = soundEnd();
+    const Error error = source_->lastError();
+    const std::lock_guard guard(lock_);
+    Report report{.reached = inputEnd_.value_or(time()), .promised = promised};
+    // Where the end was not reached, nobody missed anything.
+    const bool isShort = inputEnd_ && promised && *promised - *inputEnd_ > kMissingTolerance;
+    if (!error && !isShort) return report;
+    report.find(fmt::format(
+        "'{}' ended early, at {:.2f}{} s{}", settings_.input, lm_ff_time_to_double(report.reached),
+        duration_ ? fmt::format(" of {:.2f}", lm_ff_time_to_double(*duration_)) : "",
+        error ? ": " + error.message : ""));
+    return report;
+  }
+
+  double displayAspect() const {
+    if (!pictures_) return 0;
+    const Look look(LookSettings{}, *pictures_);
+    return look.pixelAspect() * look.size().width / look.size().height;
+  }
+
+  void drawPicture(Size size, std::function<void(const std::shared_ptr<const Image>&)> draw) {
+    if (!pictures_ || size.width < 1 || size.height < 1 || isDrawing_.exchange(true)) return;
+    movie_.decodeImage(
+        [this, size, draw = std::move(draw)]() mutable {
+          draw_ = std::move(draw);
+          if (!(size == pictureSize_)) Look(LookSettings{}, *pictures_).apply(movie_, size);
+          pictureSize_ = size;
+          movie_.decodeImageAtTime(time(), provider_);
+          draw_ = nullptr;
+          isDrawing_ = false;
+        },
+        false);
+  }
+
+ private:
+  void openMovie() {
+    const AVFormatContext& input = *source_->formatContext();
+    IndexSet streams = chosenAudios(settings_.audioTracks, *source_);
+    IndexSet tracks;
+    for (uint32_t track = 0; track < streams.size(); ++track) tracks.insert(track);
+    const auto video = mainVideo(input);
+    if (settings_.withPictures && !video)
+      throw Failure::input(settings_.input, fmt::format("'{}' has no pictures", settings_.input));
+    // Without sound it is the pictures that say how long the movie is.
+    if (video && (settings_.withPictures || streams.empty())) streams.insert(*video);
+    if (video) pictures_ = input.streams[*video];
+    if (!streams.empty()) movie_.openMedias(source_->createMediasWithStreams(streams));
+    movie_.setSelectAudioStreams(tracks);
+    if (!movie_.hasAudio() && !movie_.hasVideo())
+      throw Failure::input(
+          settings_.input,
+          fmt::format("cannot play '{}': none of its streams can be decoded", settings_.input));
+  }
+
+  /// Has the decode queue find out whether the input has ended. Nobody waits for it: what is being
+  /// decoded may take long.
+  void lookForEnd() {
+    if (isLooking_.exchange(true)) return;
+    movie_.decodeImage(
+        [this, seeks = seeks_] {
+          findInputEnd(seeks);
+          isLooking_ = false;
+        },
+        false);
+  }
+
+  /// An input may end before the time that it states, or state none: what is left then is what has
+  /// been read and not been heard. On the decode queue.
+  void findInputEnd(int seeks) {
+    if (!movie_.isPlay()) return;
+    const auto medias = movie_.medias();
+    const bool hasEnded = std::ranges::all_of(medias, [](const auto& media) {
+      const auto sounds = media->audios();
+      return media->isAtEnd() && std::ranges::all_of(sounds, [](const auto& stream) {
+               return stream->outputSamples() == 0;
+             });
+    });
+    if (!hasEnded) return;
+    const double unheard = movie_.audioOutputGraph()->unheardFrames();
+    const double rate = movie_.defaultOutputFormat().sample_rate;
+    const int64_t end = movie_.currentTime() + static_cast<int64_t>(unheard / rate * 1e6);
+    const std::lock_guard guard(lock_);
+    if (!inputEnd_ && seeks == seeks_) inputEnd_ = end;
+  }
+
+  /// Where the sound promises to end. Where it says nothing, beside pictures that may be longer,
+  /// nobody knows.
+  std::optional<int64_t> soundEnd() const {
+    int64_t end = 0;
+    for (const auto& media : movie_.medias())
+      for (const auto& stream : media->audios())
+        end = std::max(end, promisedLength(*source_->formatContext(), *stream->stream()));
+    if (end == 0 && !(pictures_ && movie_.hasAudio())) return duration_;
+    return end > 0 ? std::optional(std::min(end, duration_.value_or(end))) : std::nullopt;
+  }
+
+  const PlayerSettings settings_;
+  const std::shared_ptr<LMMediaSource> source_;
+  const AVStream* pictures_ = nullptr;
+  std::optional<int64_t> duration_;
+
+  std::atomic<bool> isLooking_{false};
+  std::mutex lock_;                  // of the next, and of changing `seeks_`
+  std::optional<int64_t> inputEnd_;  // where the input turned out to end
+  int seeks_ = 0;
+
+  std::atomic<bool> isDrawing_{false};
+
+  // Of the decode queue alone.
+  Size pictureSize_;
+  std::function<void(const std::shared_ptr<const Image>&)> draw_;
+  std::shared_ptr<LMFFMovieImageProvider> provider_ = std::make_shared<LMFFMovieImageProvider>();
+
+  LMFFMovie movie_;  // the first to go: its queue uses all the others
+};
+
+Player::Player(const PlayerSettings& settings, const Interrupt& interrupt)
+    : playback_(std::make_unique<Playback>(settings, interrupt)) {}
+
+Player::~Player() = default;
+
+void Player::play() { playback_->movie().play(); }
+
+void Player::pause() { playback_->movie().pause(); }
+
+bool Player::isPlaying() const { return playback_->movie().isPlay(); }
+
+int64_t Player::time() const { return playback_->time(); }
+
+std::optional<int64_t> Player::duration() const { return playback_->duration(); }
+
+void Player::seek(int64_t time) { playback_->seek(time); }
+
+void Player::setRate(double rate) {
+  playback_->movie().setRate(static_cast<float>(std::clamp(rate, kSlowest, kFastest)));
+}
+
+double Player::rate() const { return playback_->movie().rate(); }
+
+void Player::setVolume(double volume) { playback_->movie().setPlayVolume(std::max(volume, 0.0)); }
+
+float Player::takePeak(int channel) {
+  return playback_->movie().audioOutputGraph()->graph().takePeak(channel);
+}
+
+bool Player::lacksDevice() const {
+  return playback_->movie().hasAudio() &&
+         playback_->movie().audioOutputGraph()->graph().lacksDevice();
+}
+
+bool Player::isAtEnd() { return playback_->isAtEnd(); }
+
+Report Player::report() { return playback_->report(); }
+
+double Player::displayAspect() const { return playback_->displayAspect(); }
+
+void Player::drawPicture(Size size,
+                         std::function<void(const std::shared_ptr<const Image>& image)> draw) {
+  playback_->drawPicture(size, std::move(draw));
+}
+
+LMFFMovie& Player::movie() { return playback_->movie(); }
+
+}  // namespace kestrel

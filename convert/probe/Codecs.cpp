@@ -1,0 +1,167 @@
+#include "convert/probe/Codecs.h"
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LibMedia.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+/// Whether a muxer says that it takes a codec, be it by a list of tags alone.
+bool isTold(const AVOutputFormat& format, AVCodecID codec) {
+  return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
+         (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
+}
+
+/// Whether a container has a place for a codec, one that players will find it in.
+bool holds(const AVOutputFormat& format, AVCodecID codec) {
+  // The muxer takes anything, but writes what is none of these as data without a name.
+  static const std::set<AVCodecID> kInTransportStream{
+      AV_CODEC_ID_MPEG1VIDEO, AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_MPEG4, AV_CODEC_ID_H264,
+      AV_CODEC_ID_HEVC,       AV_CODEC_ID_CAVS,       AV_CODEC_ID_DIRAC, AV_CODEC_ID_VC1,
+      AV_CODEC_ID_MP1,        AV_CODEC_ID_MP2,        AV_CODEC_ID_MP3,   AV_CODEC_ID_AAC,
+      AV_CODEC_ID_AAC_LATM,   AV_CODEC_ID_AC3,        AV_CODEC_ID_EAC3,  AV_CODEC_ID_DTS,
+      AV_CODEC_ID_TRUEHD,     AV_CODEC_ID_OPUS,       AV_CODEC_ID_S302M, AV_CODEC_ID_PCM_BLURAY};
+  // Their packets would lie there one behind the other without a word where each begins.
+  static const std::set<AVCodecID> kNeedFraming{AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS,
+                                                AV_CODEC_ID_SPEEX};
+  const std::string_view name = format.name;
+  if (name == "mpegts") return kInTransportStream.contains(codec);
+  if ((name == "wav" || name == "w64") && kNeedFraming.contains(codec)) return false;
+  if (name == "caf" && codec == AV_CODEC_ID_AAC) return false;  // has a tag for it all the same
+  // Containers with a list of tags of their own may take more than they answer for.
+  return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) != 0 ||
+         (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
+}
+
+/// A container's own codec, or where that cannot be encoded here, the first of others that can and
+/// that the container is known to hold; still its own where there is none.
+AVCodecID orElse(const AVOutputFormat& format, AVCodecID own,
+                 std::initializer_list<AVCodecID> others) {
+  if (own == AV_CODEC_ID_NONE || avcodec_find_encoder(own)) return own;
+  const auto found = std::ranges::find_if(others, [&](AVCodecID codec) {
+    return avcodec_find_encoder(codec) && format.codec_tag &&
+           av_codec_get_tag(format.codec_tag, codec) != 0;
+  });
+  return found == others.end() ? own : *found;
+}
+
+}  // namespace
+
+AVCodecID codecByName(const std::string& name, AVMediaType type) {
+  static const std::map<std::string, std::string> kAliases{
+      {"h265", "hevc"}, {"x265", "hevc"}, {"x264", "h264"}, {"avc", "h264"}, {"mpeg-4", "mpeg4"}};
+  const std::string lowered = lowerCased(name);
+  const auto alias = kAliases.find(lowered);
+  const std::string& wanted = alias == kAliases.end() ? lowered : alias->second;
+
+  int id = lm_get_codec_id_by_name(wanted);
+  if (id == AV_CODEC_ID_NONE)
+    if (const AVCodecDescriptor* known = avcodec_descriptor_get_by_name(wanted.c_str()))
+      id = known->id;
+  if (id == AV_CODEC_ID_NONE)
+    if (const AVCodec* encoder = avcodec_find_encoder_by_name(wanted.c_str())) id = encoder->id;
+  const auto codec = static_cast<AVCodecID>(id);
+  if (codec == AV_CODEC_ID_NONE || avcodec_get_type(codec) != type)
+    throw Failure::settings(
+        fmt::format("unknown {} codec '{}'", av_get_media_type_string(type), name));
+  if (!avcodec_find_encoder(codec))
+    throw Failure::settings(fmt::format("there is no encoder for '{}'", name));
+  return codec;
+}
+
+void requirePreset(const std::string& name) {
+  static const std::vector<std::string> kPresets{"ultrafast", "superfast", "veryfast", "faster",
+                                                 "fast",      "medium",    "slow",     "slower",
+                                                 "veryslow",  "placebo"};
+  if (!std::ranges::count(kPresets, name))
+    throw Failure::settings(
+        fmt::format("unknown preset '{}'{}", name, nearestNames(name, kPresets)));
+}
+
+const AVOutputFormat& outputFormatFor(const std::string& path) {
+  // A ringtone is an MPEG-4 audio file by another name.
+  const bool isRingtone = lowerCased(path).ends_with(".m4r");
+  const AVOutputFormat* format =
+      av_guess_format(nullptr, isRingtone ? ".m4a" : path.c_str(), nullptr);
+  if (!format)
+    throw Failure::settings(fmt::format("cannot tell the format of '{}' by its name", path));
+  return *format;
+}
+
+AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& path) {
+  static const std::vector<std::string> kSoundNames{".m4a", ".m4b", ".m4r", ".oga", ".mka", ".wma"};
+  const std::string name = lowerCased(path);
+  const bool isForSound = std::ranges::any_of(
+      kSoundNames, [&](const std::string& extension) { return name.ends_with(extension); });
+  // Where a cover is all that a container has for pictures, it is for sound, too.
+  if (isForSound || format.video_codec == AV_CODEC_ID_PNG) return AV_CODEC_ID_NONE;
+  // A phone's container of old, in which every player of today knows H.264.
+  const std::string_view container = format.name;
+  if (container == "3gp" || container == "3g2") return AV_CODEC_ID_H264;
+  return orElse(format, format.video_codec, {AV_CODEC_ID_H264, AV_CODEC_ID_MPEG4});
+}
+
+AVCodecID defaultAudioCodec(const AVOutputFormat& format) {
+  // More players know AAC in Matroska than the container's own choice.
+  const bool isMatroska = std::string_view(format.name) == "matroska";
+  return isMatroska ? AV_CODEC_ID_AAC
+                    : orElse(format, format.audio_codec, {AV_CODEC_ID_AAC, AV_CODEC_ID_MP3});
+}
+
+bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
+  const std::string_view name = format.name;
+  if (name == "avi") return false;
+  // A codec that a muxer does not know of might keep it from writing at all.
+  if (name != "mpegts") return isTold(format, codec);
+  // The muxer has names for these alone; one of them in its form for discs.
+  const bool isForDiscs = lowerCased(path).ends_with(".m2ts");
+  return codec == AV_CODEC_ID_DVB_SUBTITLE || codec == AV_CODEC_ID_DVB_TELETEXT ||
+         (codec == AV_CODEC_ID_HDMV_PGS_SUBTITLE && isForDiscs);
+}
+
+bool holdsLateChapters(const AVOutputFormat& format) {
+  static const std::set<std::string_view> kNames{"mp4", "mov", "ipod", "matroska", "webm"};
+  return kNames.contains(format.name);
+}
+
+int onlySampleRate(const AVOutputFormat& format) {
+  static const std::set<std::string_view> kOfStudios{"mxf", "mxf_d10", "mxf_opatom", "dv", "gxf"};
+  return kOfStudios.contains(format.name) ? 48000 : 0;
+}
+
+bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec) {
+  return holds(format, codec) &&
+         (isTold(format, codec) || std::string_view(format.name) == "mpegts");
+}
+
+void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
+  if (!avcodec_find_encoder(codec))
+    throw Failure::output(path, fmt::format("cannot write '{}': there is no encoder for {}", path,
+                                            avcodec_get_name(codec)));
+  requireContainerHolds(format, codec, path);
+}
+
+void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
+  if (!holds(format, codec))
+    throw Failure::output(path, fmt::format("cannot write '{}': the {} format cannot hold {}", path,
+                                            format.name, avcodec_get_name(codec)));
+}
+
+}  // namespace kestrel

@@ -1,0 +1,95 @@
+#include "convert/probe/Input.h"
+
+#include <kestrel/LMDVDTitleSource.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMMediaSource.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include <kestrel/convert/Disc.h>
+#include <kestrel/convert/Failure.h>
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+namespace fs = std::filesystem;
+
+namespace {
+
+/// What can be said of a file without reading it; "" when nothing speaks against it.
+std::string obviousProblem(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (fs::is_directory(status)) return "Is a directory";
+  if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error) {
+    return "the file is empty";
+  }
+  return {};
+}
+
+std::string reason(const kestrel::Error& error) {
+  if (error.code == AVERROR_INVALIDDATA) return "not a media file, or damaged at its beginning";
+  if (error.code == AVERROR_EOF) return "the file ends too early";
+  if (error.message.empty()) return "unknown error";
+  return error.message;
+}
+
+}  // namespace
+
+void openSource(LMMediaSource& source, const std::string& path, const Interrupt& interrupt) {
+  const auto cannotOpen = [&](const std::string& why) {
+    return Failure::input(path, "cannot open '" + path + "': " + why);
+  };
+  source.setInterrupt(interrupt);
+  source.open();
+  if (interrupt && interrupt()) throw Failure::interrupted();
+  if (!source.isOpen()) throw cannotOpen(reason(source.lastError()));
+  if (source.formatContext()->nb_streams == 0) throw cannotOpen("it has no streams");
+}
+
+namespace {
+
+std::shared_ptr<LMMediaSource> openFile(const std::string& path, const Interrupt& interrupt) {
+  if (const std::string problem = obviousProblem(path); !problem.empty())
+    throw Failure::input(path, "cannot open '" + path + "': " + problem);
+  auto source = LMMediaSource::mediaWithPath(path);
+  openSource(*source, path, interrupt);
+  return source;
+}
+
+}  // namespace
+
+std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<int> title,
+                                         const Interrupt& interrupt) {
+  if (!title) {
+    if (isDisc(path))
+      throw Failure::settings("'" + path + "' is a disc: choose one of its titles", "title");
+    return openFile(path, interrupt);
+  }
+  const auto disc = openDisc(path);
+  const DiscTitle chosen = chooseTitle(*disc, *title);
+  auto source = std::make_shared<LMDVDTitleSource>(disc, chosen.set, chosen.title);
+  openSource(*source, path, interrupt);
+  return source;
+}
+
+bool isInterrupted(const LMMediaSource& source) {
+  const Interrupt interrupt = source.interrupt();
+  return interrupt && interrupt();
+}
+
+bool isInterrupted(const LMFFMedia& media) {
+  return media.source() && isInterrupted(*media.source());
+}
+
+bool isInterrupted(const LMFFMovie& movie) {
+  return std::ranges::any_of(movie.medias(),
+                             [](const auto& media) { return isInterrupted(*media); });
+}
+
+}  // namespace kestrel

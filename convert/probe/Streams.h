@@ -1,0 +1,47 @@
+#pragma once
+
+#include <kestrel/IndexSet.h>
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/convert/MediaInfo.h>
+#include <kestrel/convert/TrackChoice.h>
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+struct AVFormatContext;
+struct AVStream;
+
+namespace kestrel {
+
+class LMMediaSource;
+
+/// The container index of the pictures that a viewer sees; none where there are none, and for a
+/// cover.
+std::optional<uint32_t> mainVideo(const AVFormatContext& input);
+
+/// The rate at which a stream's pictures really come: the container's base rate, unless that
+/// counts fields or clock ticks instead of pictures.
+Rational realFrameRate(const AVStream& stream);
+
+/// How a player turns a stream's pictures before it shows them.
+Orientation orientationOf(const AVStream& stream);
+
+/// Whether pictures may have an alpha: by their pixels or, where that lies beside the pictures as
+/// in WebM, by the stream's tags.
+bool hasAlpha(const AVStream& stream);
+
+/// What a container has beside a stream's packets, by its `AVPacketSideDataType`; empty where there
+/// is none. It belongs to the stream.
+std::span<const uint8_t> streamSideData(const AVStream& stream, int type);
+
+/// The audio streams in the order in which users count them: a disc's own order, with none for a
+/// track that its VOBs do not hold, or else the container's.
+std::vector<std::optional<uint32_t>> audioTracksOf(const LMMediaSource& source);
+
+/// The container indexes of the audio streams that `wanted` names, in the order in which users
+/// count them. Throws `Failure` for one that is not there.
+IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source);
+
+}  // namespace kestrel

@@ -1,0 +1,312 @@
+#include <kestrel/convert/Conversion.h>
+
+#include <kestrel/LMDVDTitleSource.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMFFMovieFileOutput.h>
+#include <kestrel/LMMediaSource.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <kestrel/convert/Disc.h>
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/OutputFile.h>
+#include "convert/feed/JobQueue.h"
+#include "convert/feed/PictureMaker.h"
+#include "convert/feed/Tracks.h"
+#include "convert/pictures/AutoCrop.h"
+#include "convert/plan/ConversionPlanner.h"
+#include "convert/probe/Input.h"
+#include "convert/probe/InputEnd.h"
+#include "convert/run/PlannedOutput.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+constexpr int64_t kSecond = 1000000;
+
+/// Pictures and blocks of sound on their way to the encoder: enough that neither side waits for the
+/// other, few enough that they cost no memory to speak of.
+constexpr size_t kMostJobs = 2;
+
+/// A seek may land a few pictures late: it aims this much earlier and what is too early is dropped.
+constexpr int64_t kPreroll = kSecond / 2;
+
+/// A span as seconds; none where it is not known how long it is.
+std::optional<double> knownLength(int64_t span) {
+  return span > 0 && span < LMFFMedia::kUnknownDuration ? std::optional(lm_ff_time_to_double(span))
+                                                        : std::nullopt;
+}
+
+/// Says what of a disc was lost where it matters: another title may have been meant, for the disc's
+/// main one, or whatever had the number, may be among it.
+void judgeDisc(Report& report, const ConversionSettings& settings, const LMMediaSource& source) {
+  const auto* title = dynamic_cast<const LMDVDTitleSource*>(&source);
+  if (!title) return;
+  const std::string damage = damageOf(*title->dvd());
+  const bool matters = settings.title == kMainTitle || !title->dvd()->hasTitleTable();
+  if (damage.empty() || !matters) return;
+  report.find(fmt::format("'{}' cannot be read whole: {}", settings.input, damage));
+}
+
+}  // namespace
+
+class Conversion::Work {
+ public:
+  explicit Work(ConversionSettings settings) : settings_(std::move(settings)) {}
+
+  ConversionPlan& plan(const Events& events) {
+    if (source_) return plan_;
+    const auto source = openInput(settings_.input, settings_.title, events.interrupt);
+    const auto picture =
+        settings_.look.autoCrop ? findPicture(events.interrupt) : std::optional<Area>();
+    plan_ = planConversion(settings_, *source, picture);
+    source_ = source;
+    return plan_;
+  }
+
+  Report run(const Events& events) {
+    events_ = events;
+    try {
+      return convert();
+    } catch (const Failure& failure) {
+      if (failure.kind() != Failure::Kind::kInterrupted) throw;
+      return Report::interrupted();
+    }
+  }
+
+ private:
+  Report convert() {
+    plan(events_);
+    source_->setInterrupt(events_.interrupt);
+    OutputFile target(settings_.output, settings_.replaces, settings_.input);
+    openMovie();
+    openOutput(target.path());
+    pump();
+    output_.stopOutput();
+    if (events_.isInterrupted()) return Report::interrupted();
+    requireOutput(output_, settings_.output);
+    target.commit();
+    return report();
+  }
+
+  /// What lies between the black bars; nothing where there are none.
+  std::optional<Area> findPicture(const Interrupt& interrupt) const {
+    LMFFMovie movie;
+    movie.openMedias(openInput(settings_.input, settings_.title, interrupt)->createMedias());
+    return withoutBars(movie);
+  }
+
+  void openMovie() {
+    IndexSet streams = plan_.audioIndexes;
+    if (plan_.videoIndex) streams.insert(*plan_.videoIndex);
+    const auto medias = createMedias(streams);
+    if (medias.empty())
+      throw Failure::input(
+          settings_.input,
+          fmt::format("cannot convert '{}': none of its streams can be decoded", settings_.input));
+    movie_.setExportMovie(true);
+    movie_.setCopy_video_stream(plan_.video == StreamAction::kCopy);
+    movie_.setCopy_audio_stream(plan_.audio == StreamAction::kCopy);
+    movie_.setVolume(settings_.volume);
+    movie_.openMedias(medias);
+    // A disc's tracks go by other numbers there; only the chosen ones are open anyway.
+    if (!source_->isDVD()) movie_.setSelectAudioStreams(plan_.audioTracks);
+    deinterlace();
+    applyLook();
+    if (!movie_.hasVideo()) plan_.video = StreamAction::kNone;
+    if (!movie_.hasAudio()) plan_.audio = StreamAction::kNone;
+    if (movie_.duration() > 0 && plan_.start >= movie_.duration())
+      throw Failure::settings(
+          fmt::format("the start lies behind the end of '{}'", settings_.input));
+  }
+
+  void applyLook() {
+    if (plan_.video != StreamAction::kEncode) return;
+    const AVStream& stream = *source_->formatContext()->streams[*plan_.videoIndex];
+    const Look look(plan_.look, stream, plan_.picture);
+    isPlain_ = look.isPlain();
+    if (isPlain_) return;
+    look.apply(movie_,
+               {static_cast<double>(plan_.format.width), static_cast<double>(plan_.format.height)});
+  }
+
+  void deinterlace() {
+    const auto byDefault = source_->isDVD() ? Deinterlacing::kAuto : Deinterlacing::kOff;
+    for (const auto& media : movie_.videos())
+      media->videoStream()->setDeinterlacing(settings_.deinterlacing.value_or(byDefault));
+  }
+
+  /// Sound and pictures come from a reader each, so that neither waits for the other's decoding.
+  /// Packets that only pass through come from one: the file is read once.
+  LMFFMovie::MediaList createMedias(const IndexSet& streams) {
+    if (plan_.video != StreamAction::kCopy || plan_.audio != StreamAction::kCopy)
+      return source_->createMediasWithStreams(streams);
+    auto media = std::make_shared<LMFFMedia>();
+    media->setSource(source_);
+    media->setSelectStreams(streams);
+    return {media};
+  }
+
+  void openOutput(const std::string& path) {
+    setUpOutput(output_, plan_, path, events_.interrupt);
+    if (settings_.keepsMetadata) keepMetadata();
+    openStreams();
+    output_.startOutput();
+    requireOutput(output_, settings_.output);
+  }
+
+  void openStreams() {
+    const bool hasVideo = plan_.video != StreamAction::kNone;
+    const bool hasAudio = plan_.audio != StreamAction::kNone;
+    if (plan_.video == StreamAction::kEncode) output_.openVideo();
+    if (plan_.video == StreamAction::kCopy) output_.copyVideoMedia(movie_.videoMedia());
+    if (plan_.audio == StreamAction::kEncode) output_.openAudio();
+    if (plan_.audio == StreamAction::kCopy) output_.copyAudioMedia(movie_.audios().back());
+    if (output_.isVideoOpen() != hasVideo || output_.isAudioOpen() != hasAudio)
+      requireOutput(output_, settings_.output);
+  }
+
+  void keepMetadata() {
+    const AVFormatContext& input = *source_->formatContext();
+    output_.setMetadata(tagsOf(input.metadata));
+    output_.setChapters(chaptersOf(input, plan_.start, plan_.end.value_or(INT64_MAX)));
+    if (plan_.videoIndex) output_.setVideoMetadata(languageTag(*input.streams[*plan_.videoIndex]));
+    if (!plan_.audioTracks.empty())
+      output_.setAudioMetadata(languageTag(
+          *input.streams[*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())]));
+  }
+
+  std::vector<std::unique_ptr<Track>> makeTracks(int64_t preroll) {
+    std::vector<std::unique_ptr<Track>> tracks;
+    if (plan_.video == StreamAction::kEncode) {
+      auto maker =
+          isPlain_ ? nullptr : std::make_unique<PictureMaker>(movie_, *output_.videoConverter());
+      tracks.push_back(std::make_unique<EncodedVideoTrack>(movie_, plan_, std::move(maker)));
+    }
+    if (plan_.video == StreamAction::kCopy)
+      tracks.push_back(std::make_unique<CopiedTrack>(movie_, plan_, true, nullptr));
+    const bool hasOneMedia = movie_.medias().size() == 1 && !tracks.empty();
+    const Track* reader = hasOneMedia ? tracks.front().get() : nullptr;
+    if (plan_.audio == StreamAction::kEncode)
+      tracks.push_back(std::make_unique<EncodedAudioTrack>(movie_, plan_, preroll, reader));
+    if (plan_.audio == StreamAction::kCopy)
+      tracks.push_back(std::make_unique<CopiedTrack>(movie_, plan_, false, reader));
+    return tracks;
+  }
+
+  /// How long before the movie its copied sound begins, with its encoder's delay; microseconds.
+  int64_t soundLead() const {
+    const AVFormatContext& input = *source_->formatContext();
+    AVStream* sound =
+        input.streams[*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())];
+    const AVIndexEntry* first = avformat_index_get_entry(sound, 0);
+    if (!first || input.start_time == AV_NOPTS_VALUE) return 0;
+    const int64_t begin = av_rescale_q(first->timestamp, sound->time_base, AV_TIME_BASE_Q);
+    return std::max<int64_t>(input.start_time - begin, 0);
+  }
+
+  /// Reads and decodes on the movie's queue, in one piece of work there, so that no picture has to
+  /// change threads on its way; encodes and writes on a thread of its own.
+  void pump() {
+    const int64_t preroll = std::min(kPreroll, plan_.start);
+    movie_.seek(plan_.start - preroll);
+    movie_.flushOperation();
+    // An output has no times before 0: copied sound that begins earlier takes the pictures along.
+    const bool onlyCopies = plan_.video != StreamAction::kEncode;
+    if (plan_.audio == StreamAction::kCopy && onlyCopies && plan_.start == 0)
+      plan_.start = -soundLead();
+    std::exception_ptr failure;
+    movie_.decodeImage(
+        [&] {
+          try {
+            pumpTracks(makeTracks(preroll));
+          } catch (...) {
+            failure = std::current_exception();
+          }
+        },
+        true);
+    if (failure) std::rethrow_exception(failure);
+  }
+
+  void pumpTracks(const std::vector<std::unique_ptr<Track>>& tracks) {
+    const int64_t end = std::min(plan_.end.value_or(INT64_MAX), movie_.duration());
+    Progress progress{.duration = knownLength(end - plan_.start)};
+    JobQueue encoding(kMostJobs);
+    const bool isEncoding =
+        plan_.video == StreamAction::kEncode || plan_.audio == StreamAction::kEncode;
+    while (!events_.isInterrupted()) {
+      const auto behind =
+          std::ranges::min_element(tracks, {}, [](const auto& track) { return track->time(); });
+      const int64_t time = (*behind)->time();
+      if (time == Track::kEnded) break;
+      progress.time = lm_ff_time_to_double(time);
+      if (events_.progress) events_.progress(progress);
+      Track::Job job = (*behind)->step();
+      if (!job) continue;
+      if (plan_.video != StreamAction::kNone && behind == tracks.begin()) ++progress.pictures;
+      // A packet is written where it was read, while it is still in that core's cache.
+      if (!isEncoding) {
+        carryOut(job);
+        continue;
+      }
+      encoding.push([this, job = std::move(job)] { carryOut(job); });
+    }
+    if (events_.isInterrupted()) return;
+    for (const auto& track : tracks) inputEnd_ = std::max(inputEnd_, track->end());
+    if (plan_.audio == StreamAction::kEncode) encoding.push([this] { output_.finishAudio(); });
+    encoding.finish();
+    if (inputEnd_ == 0)
+      throw Failure::input(settings_.input,
+                           fmt::format("nothing could be decoded from '{}'", settings_.input));
+  }
+
+  void carryOut(const Track::Job& job) {
+    job(output_);
+    requireOutput(output_, settings_.output);
+  }
+
+  /// Whether the result is all that the input promised, and what is missing.
+  Report report() const {
+    InputEnd end = faultsOf(movie_);
+    end.reached = plan_.start + inputEnd_;
+    const int64_t promised = plan_.end ? 0 : promisedLength(*source_->formatContext());
+    Report report{.reached = end.reached,
+                  .promised = promised > 0 ? std::optional(promised) : std::nullopt};
+    judgeDisc(report, settings_, *source_);
+    judgeInput(report, settings_.input, promised, end);
+    return report;
+  }
+
+  ConversionSettings settings_;
+  std::shared_ptr<LMMediaSource> source_;
+  ConversionPlan plan_;
+  Events events_;
+  bool isPlain_ = true;  // the pictures go to the encoder as they were decoded
+  LMFFMovie movie_;
+  LMFFMovieFileOutput output_;
+  int64_t inputEnd_ = 0;  // how much of the input there was, microseconds after the start
+};
+
+Conversion::Conversion(ConversionSettings settings)
+    : work_(std::make_unique<Work>(std::move(settings))) {}
+
+Conversion::~Conversion() = default;
+
+ConversionPlan& Conversion::plan(const Events& events) { return work_->plan(events); }
+
+Report Conversion::run(const Events& events) { return work_->run(events); }
+
+}  // namespace kestrel

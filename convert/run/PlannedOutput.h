@@ -1,0 +1,36 @@
+#pragma once
+
+#include <kestrel/LMFFMovieFileOutput.h>
+#include <kestrel/convert/Events.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "convert/plan/ConversionPlanner.h"
+
+struct AVDictionary;
+struct AVFormatContext;
+
+namespace kestrel {
+
+/// Sets an output up as it is planned, up to the opening of its streams.
+void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const std::string& path,
+                 const Interrupt& interrupt);
+
+/// Throws `Failure`, which names `target`, when the output has failed.
+void requireOutput(const LMFFMovieFileOutput& output, const std::string& target);
+
+/// The tags of an input that are true of another file, too.
+std::map<std::string, std::string> tagsOf(const AVDictionary* dictionary);
+
+/// The chapters of an input between two of its times (microseconds after its start), counted from
+/// the first of these.
+std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& input, int64_t start,
+                                                     int64_t end);
+
+/// The language of a stream as a tag; none where it has none.
+std::map<std::string, std::string> languageTag(const AVStream& stream);
+
+}  // namespace kestrel

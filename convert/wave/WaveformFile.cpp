@@ -1,0 +1,123 @@
+#include <kestrel/convert/WaveformFile.h>
+
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/convert/Failure.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include <kestrel/convert/OutputFile.h>
+#include "convert/probe/Input.h"
+#include "convert/probe/InputEnd.h"
+#include "convert/wave/WaveFile.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+/// How long the chosen sound tracks promise to be together, microseconds.
+int64_t promisedSound(AVFormatContext& context, const std::optional<IndexSet>& tracks) {
+  std::vector<unsigned> audios;
+  for (unsigned i = 0; i < context.nb_streams; ++i)
+    if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) audios.push_back(i);
+  const int best = av_find_best_stream(&context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+  int64_t promised = 0;
+  for (uint32_t track = 0; track < audios.size(); ++track) {
+    const bool isChosen =
+        tracks ? tracks->contains(track) : audios[track] == static_cast<unsigned>(best);
+    if (isChosen)
+      promised = std::max(promised, promisedLength(context, *context.streams[audios[track]]));
+  }
+  return promised;
+}
+
+double lengthOf(const LMMediaSource& source) {
+  const int64_t duration = source.formatContext()->duration;
+  return duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(duration) / AV_TIME_BASE;
+}
+
+/// Draws an opened input, which is at its end afterwards.
+DrawnWaveform draw(const std::string& path, const std::shared_ptr<LMMediaSource>& source,
+                   WaveformSettings settings, const Events& events) {
+  InputEnd end;
+  const double length = lengthOf(*source);
+  settings.interrupt = events.interrupt;
+  settings.progress = [&](double, double seconds) {
+    end.reached = std::max(end.reached, static_cast<int64_t>(seconds * AV_TIME_BASE));
+    if (events.progress)
+      events.progress({seconds, length > 0 ? std::optional(length) : std::nullopt, 0});
+  };
+  Error error;
+  auto waveform = waveformOfSource(source, settings, &error);
+  if (events.isInterrupted()) return {{}, Report::interrupted()};
+  if (!waveform)
+    throw Failure::input(path, fmt::format("cannot draw '{}': {}", path, error.message));
+  DrawnWaveform drawn{std::move(*waveform), {}};
+  end.error = source->lastError();
+  end.refused = drawn.waveform.decodeErrors;
+  const int64_t promised = promisedSound(*source->formatContext(), settings.tracks);
+  drawn.report.reached = end.reached;
+  if (promised > 0) drawn.report.promised = promised;
+  judgeInput(drawn.report, path, promised, end);
+  return drawn;
+}
+
+void write(const WaveformFileSettings& settings, const Waveform& waveform, OutputFile& target) {
+  switch (settings.form) {
+    case WaveformFileSettings::Form::kJson:
+      return writeWaveJson(waveform, settings.bits, target);
+    case WaveformFileSettings::Form::kData:
+      return writeWaveData(waveform, settings.bits, target);
+    case WaveformFileSettings::Form::kPicture:
+      return writeWavePicture(waveform, settings.width, settings.height, target);
+  }
+}
+
+/// What a call answers; an interrupt, wherever it was noticed, is an answer, too.
+template <typename Work>
+auto unlessInterrupted(Work work, decltype(work()) answer) {
+  try {
+    return work();
+  } catch (const Failure& failure) {
+    if (failure.kind() != Failure::Kind::kInterrupted) throw;
+    return answer;
+  }
+}
+
+Report drawAndWrite(const WaveformFileSettings& settings, const Events& events) {
+  const auto source = openInput(settings.input, std::nullopt, events.interrupt);
+  OutputFile target(settings.output, settings.replaces, settings.input);
+  WaveformSettings waveform = settings.waveform;
+  const double length = lengthOf(*source);
+  if (settings.form == WaveformFileSettings::Form::kPicture && length > 0)
+    waveform.pointsPerSecond = std::max(waveform.pointsPerSecond, settings.width / length);
+  const DrawnWaveform drawn = draw(settings.input, source, waveform, events);
+  if (drawn.report.outcome == Report::Outcome::kInterrupted) return drawn.report;
+  write(settings, drawn.waveform, target);
+  target.commit();
+  return drawn.report;
+}
+
+}  // namespace
+
+DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& settings,
+                           const Events& events) {
+  return unlessInterrupted(
+      [&] {
+        return draw(input, openInput(input, std::nullopt, events.interrupt), settings, events);
+      },
+      {{}, Report::interrupted()});
+}
+
+Report writeWaveform(const WaveformFileSettings& settings, const Events& events) {
+  return unlessInterrupted([&] { return drawAndWrite(settings, events); }, Report::interrupted());
+}
+
+}  // namespace kestrel

@@ -1,0 +1,11 @@
+#include <kestrel/convert.h>
+
+#include <chrono>
+#include <thread>
+
+int main(int, char** arguments) {
+  kestrel::Player player({.input = arguments[1]});
+  player.play();
+  while (!player.isAtEnd()) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  return player.report().isWhole() ? 0 : 3;
+}

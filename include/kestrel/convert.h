@@ -1,0 +1,23 @@
+#pragma once
+
+// Whole jobs: facts about inputs, conversions, joins, pictures of a time, playing.
+
+#include <kestrel/convert/Compose.h>
+#include <kestrel/convert/ContactSheet.h>
+#include <kestrel/convert/Conversion.h>
+#include <kestrel/convert/ConversionPlan.h>
+#include <kestrel/convert/Disc.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Join.h>
+#include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/MediaInfo.h>
+#include <kestrel/convert/OutputFile.h>
+#include <kestrel/convert/PictureFile.h>
+#include <kestrel/convert/Pictures.h>
+#include <kestrel/convert/Player.h>
+#include <kestrel/convert/Report.h>
+#include <kestrel/convert/Sprites.h>
+#include <kestrel/convert/Text.h>
+#include <kestrel/convert/TrackChoice.h>
+#include <kestrel/convert/WaveformFile.h>

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <kestrel/Export.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/Report.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kestrel {
+
+/// One stream of a file, placed on a time line.
+struct Placement {
+  std::string path = {};
+  int32_t track = 0;    ///< the stream's index in the file
+  double position = 0;  ///< seconds
+  double rate = 1;      ///< kept for other programs; packets are copied as they are
+
+  bool operator==(const Placement&) const = default;
+};
+
+/// Stores placements in a file as a keyed archive: a dictionary with the tracks under "tracks" and
+/// the numbers of their streams under "streams". Throws `Failure` when it can't be written.
+KESTREL_API void savePlacements(const std::vector<Placement>& placements, const std::string& path);
+
+/// Reads such a file; one without "streams" has the first stream of each. Throws `Failure` for
+/// anything else.
+KESTREL_API std::vector<Placement> loadPlacements(const std::string& path);
+
+/// What is to be put on one time line.
+struct CompositionSettings {
+  std::vector<Placement> placements = {};
+  std::string output = {};
+  bool replaces = false;  ///< an existing target may be replaced
+};
+
+/// Puts streams of several files on one time line by copying their packets; nothing is encoded
+/// anew. Throws `Failure` when it can't be done; the output appears only when it is whole. Blocks
+/// until it is done; several run side by side.
+KESTREL_API Report compose(const CompositionSettings& settings, const Events& events = {});
+
+/// Opens the placed streams' files, as `compose` does, and throws `Failure` for one that cannot be.
+KESTREL_API void requirePlacements(const std::vector<Placement>& placements,
+                                   const Events& events = {});
+
+}  // namespace kestrel

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <kestrel/BitmapContext.h>
+#include <kestrel/BitmapImage.h>
+#include <kestrel/Export.h>
+
+#include <memory>
+#include <string>
+
+namespace kestrel {
+
+/// Many small pictures on one dark surface, in rows, each with a line of text below it; over them a
+/// title and a line of facts.
+class KESTREL_API ContactSheet {
+ public:
+  struct Layout {
+    int columns = 1;
+    int rows = 1;
+    int pictureWidth = 1;  ///< pixels
+    int pictureHeight = 1;
+    std::string title;
+    std::string facts;
+  };
+
+  /// Throws a `Failure` for a sheet beyond 32768 pixels a side, std::bad_alloc without memory.
+  explicit ContactSheet(Layout layout);
+
+  /// The width of a picture with which a sheet of so many columns is `sheetWidth` pixels wide.
+  static int pictureWidthFor(int columns, int sheetWidth);
+
+  /// Puts a picture into the next place, from left to right, then downwards; beyond the last place
+  /// it does nothing.
+  void add(const BitmapImage& picture, const std::string& caption);
+
+  const BitmapContext& surface() const { return *surface_; }
+
+ private:
+  void drawHeader();
+
+  Layout layout_;
+  int gap_ = 0;
+  int captionHeight_ = 0;
+  int headerHeight_ = 0;
+  int count_ = 0;
+  std::unique_ptr<BitmapContext> surface_;
+};
+
+/// What a surface shows, borrowed from it.
+KESTREL_API std::shared_ptr<const BitmapImage> shownBy(const BitmapContext& surface);
+
+}  // namespace kestrel

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <kestrel/Export.h>
+#include <kestrel/convert/ConversionPlan.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/Report.h>
+
+#include <memory>
+
+namespace kestrel {
+
+/// Converts one file into another.
+///
+///     ConversionSettings settings{.input = "clip.mov", .output = "clip.mp4"};
+///     settings.width = 640;
+///     Report report = Conversion(settings).run();
+///
+/// Files appear under their names only when they are whole: until then the work goes to a partial
+/// file beside the target, which is removed when it fails or is interrupted. What cannot be done is
+/// thrown as a `Failure`; what was wrong with an input of which there is a result all the same is
+/// in the report.
+///
+/// One thread at a time uses an object; several objects work side by side.
+class KESTREL_API Conversion {
+ public:
+  explicit Conversion(ConversionSettings settings);
+  ~Conversion();
+  Conversion(const Conversion&) = delete;
+  Conversion& operator=(const Conversion&) = delete;
+
+  /// What will be done, for a host to read and to change before `run`. The first call opens the
+  /// input, which `events.interrupt` can end.
+  ConversionPlan& plan(const Events& events = {});
+
+  /// Does it, once. `events.progress` counts in the result's time.
+  Report run(const Events& events = {});
+
+ private:
+  class Work;
+  std::unique_ptr<Work> work_;
+};
+
+}  // namespace kestrel

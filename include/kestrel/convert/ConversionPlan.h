@@ -1,0 +1,103 @@
+#pragma once
+
+#include <kestrel/IndexSet.h>
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFVideoColor.h>
+#include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/TrackChoice.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace kestrel {
+
+/// What becomes of one kind of stream.
+enum class StreamAction {
+  kNone,    ///< it is left out
+  kEncode,  ///< it is decoded, shaped and encoded anew
+  kCopy,    ///< its packets go along untouched
+};
+
+/// Chapters from one to another, counted from 1; both belong to it.
+struct ChapterRange {
+  int first = 1;
+  int last = 1;
+
+  bool operator==(const ChapterRange&) const = default;
+};
+
+/// How one file is to be converted. Beside `input` and `output`, which every conversion needs, `{}`
+/// means the defaults: what the container holds is encoded, in the source's size, shape and rate.
+struct ConversionSettings {
+  using Options = std::map<std::string, std::string>;
+
+  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  std::string output = {};        ///< its extension chooses the container
+  bool replaces = false;          ///< an existing target may be replaced
+
+  // Pictures.
+
+  std::optional<StreamAction> video =
+      {};                       ///< absent: encoded where the container has a place for it
+  std::string videoCodec = {};  ///< a codec's or encoder's name; "": the container's default
+  LookSettings look = {};
+  std::optional<Deinterlacing> deinterlacing = {};  ///< absent: automatic for a disc, else off
+  std::optional<int> width = {};         ///< pixels; absent beside a height: keeps the shape
+  std::optional<int> height = {};        ///< pixels
+  std::optional<Rational> fps = {};      ///< pictures per second; absent: the source's
+  std::optional<double> aspect = {};     ///< display aspect, width / height
+  std::optional<int> videoBitrate = {};  ///< bits per second; absent: what suits the size
+  std::optional<double> crf = {};        ///< constant quality in place of a bit rate
+  std::string encoderPreset = {};
+  Options videoOptions = {};  ///< the encoder's own
+
+  // Sound.
+
+  std::optional<StreamAction> audio =
+      {};                        ///< absent: encoded where the container has a place for it
+  std::string audioCodec = {};   ///< a codec's or encoder's name; "": the container's default
+  TrackChoice audioTracks = {};  ///< several are mixed
+  std::optional<int> audioBitrate = {};       ///< bits per second
+  std::optional<int> sampleRate = {};         ///< Hz
+  std::optional<int64_t> channelLayout = {};  ///< a mask; absent: stereo, or mono from mono
+  double volume = 1;                          ///< a factor
+  Options audioOptions = {};                  ///< the encoder's own
+
+  // Span; times are microseconds from the movie's start.
+
+  int64_t start = 0;
+  std::optional<int64_t> end = {};
+  std::optional<int64_t> duration = {};
+  std::optional<ChapterRange> chapters = {};  ///< instead of start and end
+
+  bool keepsMetadata = true;  ///< tags and chapters
+};
+
+/// Everything about a conversion that can be said before the first packet is read: which streams,
+/// what becomes of them, and the output's parameters.
+struct ConversionPlan {
+  using Options = ConversionSettings::Options;
+
+  StreamAction video = StreamAction::kNone;
+  StreamAction audio = StreamAction::kNone;
+  std::optional<uint32_t> videoIndex = {};  ///< container index of the video stream
+  IndexSet audioIndexes = {};               ///< container indexes of the audio streams to open
+  IndexSet audioTracks = {};                ///< the chosen ones, counted among those
+  LMFFMovieFileOutputFormat format = {};    ///< codecs, size, rates
+  Rational rate = {};                       ///< pictures per second
+  LMFFVideoColor color = {};                ///< of the output's pictures
+  LookSettings look = {};                   ///< ends up in a picture of `format`'s size
+  std::optional<Area> picture = {};         ///< between the black bars, where they are left out
+  Options videoOptions = {};
+  Options audioOptions = {};
+  Options muxerOptions = {};
+  std::string formatName = {};      ///< the muxer's short name
+  int64_t start = 0;                ///< microseconds
+  std::optional<int64_t> end = {};  ///< microseconds
+};
+
+}  // namespace kestrel

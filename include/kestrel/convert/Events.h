@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace kestrel {
+
+/// A question that long waits ask often, from several threads: true ends the work soon. An empty
+/// function means: never.
+using Interrupt = std::function<bool()>;
+
+/// How far a piece of work is.
+struct Progress {
+  double time = 0;                      ///< seconds of the result that are done
+  std::optional<double> duration = {};  ///< seconds of the whole result, where known
+  int64_t pictures = 0;                 ///< pictures done
+};
+
+/// What a host wants to be told and asked while something runs. Each member may be empty.
+struct Events {
+  Interrupt interrupt = {};
+
+  /// Told for every piece of work, far more often than a person can read; on a thread of the
+  /// work's.
+  std::function<void(const Progress& progress)> progress = {};
+
+  /// Told in a sentence, without a full stop, of a decision that people may want to know of.
+  std::function<void(const std::string& sentence)> note = {};
+
+  bool isInterrupted() const { return interrupt && interrupt(); }
+};
+
+}  // namespace kestrel

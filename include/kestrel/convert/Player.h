@@ -1,0 +1,102 @@
+#pragma once
+
+#include <kestrel/Export.h>
+#include <kestrel/Geometry.h>
+#include <kestrel/Image.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/Report.h>
+#include <kestrel/convert/TrackChoice.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kestrel {
+
+class LMFFMovie;
+
+/// What is to be played; `{}` beside the input means the usual sound track at the usual speed.
+struct PlayerSettings {
+  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  TrackChoice audioTracks = {};   ///< several are mixed
+  bool withPictures = false;      ///< decode pictures, too; an input without any is refused
+};
+
+/// Plays a file's sound, and hands out the picture of the moment.
+///
+///     Player player({.input = "song.m4a"});
+///     player.play();
+///     while (!player.isAtEnd()) std::this_thread::sleep_for(50ms);
+///     Report report = player.report();
+///
+/// Nothing here waits for decoding except the constructor and `report`. One thread at a time uses
+/// an object; sound and decoding have threads of their own. Times are microseconds from the movie's
+/// start.
+class KESTREL_API Player {
+ public:
+  /// The range of the rate.
+  static constexpr double kSlowest = 0.25;
+  static constexpr double kFastest = 4;
+
+  /// Opens the input; `interrupt` is asked from then on. Throws a `Failure` for what cannot be
+  /// opened or has nothing to play. No device is opened before the first `play`.
+  explicit Player(const PlayerSettings& settings, const Interrupt& interrupt = {});
+  ~Player();
+  Player(const Player&) = delete;
+  Player& operator=(const Player&) = delete;
+
+  void play();
+  void pause();
+  bool isPlaying() const;
+
+  /// What is heard at this moment.
+  int64_t time() const;
+
+  /// How long it is; nothing where that is not known.
+  std::optional<int64_t> duration() const;
+
+  /// Goes to a time, no further than the ends.
+  void seek(int64_t time);
+
+  /// The tempo, the pitch staying as it is; a rate out of range is brought into it.
+  void setRate(double rate);
+  double rate() const;
+
+  /// A factor on the loudness, not below 0.
+  void setVolume(double volume);
+
+  /// The loudest sample of a channel (0 left, 1 right) that was played since the last call; 1 is
+  /// full scale.
+  float takePeak(int channel);
+
+  /// Whether it plays without being heard, since there is no device.
+  bool lacksDevice() const;
+
+  /// Whether all has been heard that there is, also where the input ends earlier than it states, or
+  /// states no end. Asking is what finds it out: ask some times a second.
+  bool isAtEnd();
+
+  /// How far the input was read, and whether it ended early or was damaged. Waits for what is being
+  /// decoded.
+  Report report();
+
+  /// The shape of the upright pictures, width / height; 0 without pictures.
+  double displayAspect() const;
+
+  /// Has the picture of this moment drawn in a size, whole pixels, and `draw` called with the
+  /// recipe on the thread that decodes, where there is a new one. It does nothing while the last
+  /// one is still being made.
+  void drawPicture(Size size, std::function<void(const std::shared_ptr<const Image>& image)> draw);
+
+  /// The movie that plays, for what is not said here.
+  LMFFMovie& movie();
+
+ private:
+  class Playback;
+  std::unique_ptr<Playback> playback_;
+};
+
+}  // namespace kestrel

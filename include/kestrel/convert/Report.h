@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kestrel {
+
+/// What came of a piece of work that has not failed.
+struct Report {
+  enum class Outcome {
+    kDone,         ///< the result is all that was asked for
+    kDoneInPart,   ///< there is a result, but the input ended early or was damaged: see `findings`
+    kInterrupted,  ///< the host ended it; there is no result
+  };
+
+  Outcome outcome = Outcome::kDone;
+
+  /// How much of the input there was, and how much it promised where it told that; microseconds
+  /// after its start.
+  int64_t reached = 0;
+  std::optional<int64_t> promised = {};
+
+  std::vector<std::string> findings = {};  ///< what was wrong with the input, a sentence each
+  std::vector<std::string> leftOut = {};   ///< what of it is not in the result and why, likewise
+
+  bool isWhole() const { return outcome == Outcome::kDone; }
+
+  /// Adds a finding: the result is done in part at best.
+  void find(std::string finding) {
+    findings.push_back(std::move(finding));
+    if (outcome == Outcome::kDone) outcome = Outcome::kDoneInPart;
+  }
+
+  static Report interrupted() { return {.outcome = Outcome::kInterrupted}; }
+};
+
+}  // namespace kestrel

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <kestrel/Export.h>
+#include <kestrel/Waveform.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/Report.h>
+
+#include <string>
+
+namespace kestrel {
+
+/// The outline of an input's sound, and how much of it there was.
+struct DrawnWaveform {
+  Waveform waveform = {};
+  Report report = {};
+};
+
+/// Draws the outline of a file's sound. The settings' own `progress` and `interrupt` are not used:
+/// `events` has both. Throws `Failure` for what cannot be opened or drawn; where it is interrupted,
+/// the report says so and the waveform is empty.
+KESTREL_API DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& settings,
+                                       const Events& events = {});
+
+/// A file of a waveform; `{}` beside the two names means the defaults.
+struct WaveformFileSettings {
+  enum class Form {
+    kJson,     ///< the JSON that web players of waveforms read
+    kData,     ///< the same in binary
+    kPicture,  ///< a PNG picture
+  };
+
+  std::string input = {};
+  std::string output = {};
+  bool replaces = false;  ///< an existing target may be replaced
+  Form form = Form::kJson;
+  int bits = 16;                   ///< of a number in JSON and data: 8 or 16
+  int width = 1200, height = 240;  ///< of a picture, pixels
+  WaveformSettings waveform = {};  ///< a picture gets a point for each of its columns at least
+};
+
+/// Draws a file's waveform into another, which appears only when it is whole.
+KESTREL_API Report writeWaveform(const WaveformFileSettings& settings, const Events& events = {});
+
+}  // namespace kestrel

@@ -1,0 +1,259 @@
+#include <kestrel/EffectManager.h>
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/cli/LookOptions.h"
+#include "tools/cli/Text.h"
+#include "tools/terminal/Outcome.h"
+
+extern "C" {
+#include <libavutil/parseutils.h>
+}
+
+using namespace kestrel;
+
+namespace {
+
+constexpr double kDefaultFontSize = 40;  // where the font is named without one
+
+/// What was typed; read when the command runs, so that a wrong value is told of like any failure.
+struct Typed {
+  LookSettings settings;
+  std::string crop, zoom, subtitleTrack, displayAspect, watermark, font, color;
+  std::string subtitleOption;  // one that says how subtitles look; "": none was given
+};
+
+[[noreturn]] void refuse(std::string_view option, std::string_view text, std::string_view wanted) {
+  throw wrongUsage(fmt::format("{}: '{}' is not {}", option, text, wanted));
+}
+
+/// As many numbers as there are, separated by commas; nothing where a part is none.
+std::optional<std::vector<double>> numbersOf(std::string_view text) {
+  std::vector<double> numbers;
+  while (true) {
+    const std::string_view part = text.substr(0, text.find(','));
+    double number = 0;
+    const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), number);
+    if (error != std::errc{} || end != part.data() + part.size() || !std::isfinite(number))
+      return std::nullopt;
+    numbers.push_back(number);
+    if (part.size() == text.size()) return numbers;
+    text.remove_prefix(part.size() + 1);
+  }
+}
+
+/// Refuses an option that was given nothing, such as a script's variable that is not set.
+CLI::Validator notEmpty() {
+  return {[](const std::string& text) { return text.empty() ? "the value is empty" : ""; }, ""};
+}
+
+CLI::Validator numberBetween(double low, double high) {
+  return {[=](const std::string& text) {
+            const auto numbers = numbersOf(text);
+            const bool isOne = numbers && numbers->size() == 1 && numbers->front() >= low &&
+                               numbers->front() <= high;
+            return isOne ? "" : fmt::format("'{}' is not a number from {} to {}", text, low, high);
+          },
+          ""};
+}
+
+Area parseArea(std::string_view option, const std::string& text) {
+  Area area;
+  std::array<int*, 4> numbers{&area.x, &area.y, &area.width, &area.height};
+  constexpr std::string_view kSeparators = ",,x";
+  std::string_view rest = text;
+  for (size_t i = 0; i < numbers.size(); ++i) {
+    const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), *numbers[i]);
+    const auto length = static_cast<size_t>(end - rest.data());
+    const bool isLast = i + 1 == numbers.size();
+    const bool isSeparated =
+        isLast ? length == rest.size() : length < rest.size() && rest[length] == kSeparators[i];
+    if (error != std::errc{} || !isSeparated)
+      refuse(option, text, "an area such as 10,20,640x360 (X,Y,WxH from the upper left)");
+    rest.remove_prefix(length + (isLast ? 0 : 1));
+  }
+  if (area.x < 0 || area.y < 0 || area.width <= 0 || area.height <= 0)
+    refuse(option, text, "an area within the picture");
+  return area;
+}
+
+template <typename Value>
+Value choose(std::string_view option, const std::string& text,
+             const std::vector<std::pair<std::string, Value>>& choices) {
+  std::string names;
+  for (const auto& [name, value] : choices) {
+    if (name == text) return value;
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  refuse(option, text, "one of " + names);
+}
+
+/// "FILE[:X,Y[,SCALE[,OPACITY]]]"; a name with a colon in it needs no quoting.
+Watermark parseWatermark(std::string_view option, const std::string& text) {
+  Watermark mark{.path = text};
+  const size_t colon = text.rfind(':');
+  if (colon == std::string::npos) return mark;
+  const auto numbers = numbersOf(std::string_view(text).substr(colon + 1));
+  if (!numbers) return mark;
+  if (numbers->size() < 2 || numbers->size() > 4)
+    refuse(option, text, "of the form FILE:X,Y[,SCALE[,OPACITY]]");
+  mark.path.resize(colon);
+  mark.x = (*numbers)[0];
+  mark.y = (*numbers)[1];
+  if (numbers->size() > 2) mark.scale = (*numbers)[2];
+  if (numbers->size() > 3) mark.opacity = (*numbers)[3];
+  if (mark.scale <= 0 || mark.scale > 100)
+    refuse(option, text,
+           fmt::format("possible: a scale of {} is not above 0 and up to 100", mark.scale));
+  if (mark.opacity < 0 || mark.opacity > 1)
+    refuse(option, text,
+           fmt::format("possible: an opacity of {} is not from 0 to 1", mark.opacity));
+  return mark;
+}
+
+/// "#FC0" as "#FFCC00"; any other text as it is.
+std::string withWholeDigits(const std::string& text) {
+  if (text.size() != 4 || text[0] != '#') return text;
+  return {'#', text[1], text[1], text[2], text[2], text[3], text[3]};
+}
+
+Color parseColor(std::string_view option, const std::string& text) {
+  std::array<uint8_t, 4> rgba{};
+  if (av_parse_color(rgba.data(), withWholeDigits(text).c_str(), -1, nullptr) >= 0 &&
+      text != "random")
+    return {rgba[0] / 255.0, rgba[1] / 255.0, rgba[2] / 255.0, rgba[3] / 255.0};
+  std::vector<std::string> names;
+  const uint8_t* ignored = nullptr;
+  for (int i = 0; const char* name = av_get_known_color_name(i, &ignored); ++i)
+    names.emplace_back(name);
+  refuse(option, text, "a colour such as yellow or #FFCC00" + nearestNames(text, names));
+}
+
+Font parseFont(std::string_view option, const std::string& text) {
+  const auto font = Font::fontWithDescription(text, kDefaultFontSize);
+  if (!font) refuse(option, text, "a font such as \"DejaVu Sans Bold 40\"");
+  if (!font->exists())
+    throw wrongUsage(fmt::format("{}: no font '{}' is installed{}", option, font->family,
+                                 nearestNames(font->family, Font::availableFontFamilies())));
+  return *font;
+}
+
+LookSettings settingsOf(const Typed& typed) {
+  LookSettings settings = typed.settings;
+  if (!typed.crop.empty()) settings.crop = parseArea("--crop", typed.crop);
+  if (settings.crop && settings.autoCrop)
+    throw wrongUsage("--crop and --auto-crop say the same thing: give one of them");
+  if (!typed.zoom.empty())
+    settings.zoom = choose<Zoom>("--zoom", typed.zoom,
+                                 {{"stretch", Zoom::kStretch},
+                                  {"fit", Zoom::kFit},
+                                  {"16:9", Zoom::k16To9},
+                                  {"4:3", Zoom::k4To3},
+                                  {"fill-width", Zoom::kFillWidth}});
+  if (!typed.displayAspect.empty())
+    settings.displayAspect = choose<double>("--display-aspect", typed.displayAspect,
+                                            {{"source", 0}, {"4:3", 4 / 3.0}, {"16:9", 16 / 9.0}});
+  if (!typed.watermark.empty()) settings.watermark = parseWatermark("--watermark", typed.watermark);
+  if (!typed.font.empty()) settings.subtitleFont = parseFont("--subtitle-font", typed.font);
+  if (!typed.color.empty()) settings.subtitleColor = parseColor("--subtitle-color", typed.color);
+  const auto names = EffectManager::allFilterNames();
+  if (!settings.effect.empty() && !std::ranges::count(names, settings.effect))
+    throw wrongUsage(
+        fmt::format("--effect: there is no effect '{}'{} ('kestrel effects' lists them)",
+                    settings.effect, nearestNames(settings.effect, names)));
+  if (!typed.subtitleTrack.empty()) settings.subtitleTrack = parseTrackChoice(typed.subtitleTrack);
+  if (!settings.subtitles.empty() && !typed.subtitleTrack.empty())
+    throw wrongUsage("--subtitles and --subtitle-track exclude each other: give one of them");
+  const bool hasSubtitles = !settings.subtitles.empty() || !typed.subtitleTrack.empty();
+  if (!hasSubtitles && !typed.subtitleOption.empty())
+    throw wrongUsage(fmt::format("{} needs --subtitles or --subtitle-track", typed.subtitleOption));
+  if (!std::isfinite(settings.rotate)) throw wrongUsage("--rotate: the angle must be finite");
+  return settings;
+}
+
+void addGeometry(CLI::App& verb, Typed& typed) {
+  LookSettings& settings = typed.settings;
+  verb.add_option("--crop", typed.crop,
+                  "what to keep, in pixels from the upper left of the upright picture")
+      ->type_name("X,Y,WxH")
+      ->check(notEmpty());
+  verb.add_flag("--auto-crop", settings.autoCrop, "leave black bars out");
+  verb.add_option("--zoom", typed.zoom,
+                  "how the picture fits the size: stretch, fit, 16:9, 4:3 "
+                  "or fill-width")
+      ->type_name("HOW")
+      ->check(notEmpty());
+  verb.add_option("--display-aspect", typed.displayAspect,
+                  "the shape that the source was meant to have: source, 4:3 or 16:9")
+      ->type_name("W:H")
+      ->check(notEmpty());
+  verb.add_option("--rotate", settings.rotate,
+                  "degrees clockwise; the source's own turn is applied "
+                  "by itself")
+      ->type_name("DEG");
+  verb.add_flag("--hflip", settings.hflip, "mirror left and right");
+  verb.add_flag("--vflip", settings.vflip, "mirror top and bottom");
+}
+
+void addColors(CLI::App& verb, Typed& typed) {
+  LookSettings& settings = typed.settings;
+  const auto add = [&](const char* name, float& value, const char* text) {
+    verb.add_option(name, value, text)->type_name("X")->check(numberBetween(0, 10));
+  };
+  add("--saturation", settings.saturation, "0 is grey, 0.5 neutral, 1 twice as colourful");
+  add("--brightness", settings.brightness, "0 is black, 0.5 neutral, 1 white");
+  add("--contrast", settings.contrast, "0 is flat, 0.25 neutral, 0.5 twice as much");
+  add("--hue", settings.hue, "0.5 is neutral; 0 and 1 turn the colours half way round");
+  verb.add_option("--effect", settings.effect, "a look from 'kestrel effects'")
+      ->type_name("NAME")
+      ->check(notEmpty());
+}
+
+void addOverlays(CLI::App& verb, Typed& typed) {
+  LookSettings& settings = typed.settings;
+  verb.add_option("--watermark", typed.watermark, "a picture laid over all, its upper left at X,Y")
+      ->type_name("FILE[:X,Y[,SCALE[,OPACITY]]]")
+      ->check(notEmpty());
+  verb.add_option("--subtitles", settings.subtitles, "a subtitle file to draw into the picture")
+      ->type_name("FILE")
+      ->check(notEmpty());
+  verb.add_option("--subtitle-track", typed.subtitleTrack,
+                  "one of the input's own: a number from 0 or a language")
+      ->type_name("N|LANG")
+      ->check(notEmpty());
+  const auto add = [&](const char* name, auto& value, const char* text, const char* type) {
+    return verb.add_option(name, value, text)
+        ->type_name(type)
+        ->check(notEmpty())
+        ->each([&typed, name](const std::string&) { typed.subtitleOption = name; });
+  };
+  add("--subtitle-font", typed.font, "such as \"DejaVu Sans Bold 40\" (size in pixels)", "FONT");
+  add("--subtitle-color", typed.color, "a name or #RRGGBB (default: white)", "COLOUR");
+  add("--subtitle-position", settings.subtitlePosition,
+      "the lower edge of the text, from 0 at the bottom to 0.9 (default: 0.05)", "X")
+      ->check(numberBetween(0, 0.9));  // at 1 there is no room for a text
+  add("--subtitle-outline", settings.subtitleOutline,
+      "how wide the black around the letters is, in pixels (default: as suits the font)", "X")
+      ->check(numberBetween(0, 100));
+}
+
+}  // namespace
+
+std::function<LookSettings()> addLookOptions(CLI::App& verb) {
+  auto typed = std::make_shared<Typed>();
+  verb.option_defaults()->group("Look");
+  addGeometry(verb, *typed);
+  addColors(verb, *typed);
+  addOverlays(verb, *typed);
+  return [typed] { return settingsOf(*typed); };
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Report.h>
+
+#include <string>
+
+#include "tools/terminal/ExitStatus.h"
+
+/// How the library's outcomes become exit statuses and sentences of the program.
+
+using kestrel::Failure;
+
+/// A failure by wrong usage; `main` adds where help is found.
+inline Failure wrongUsage(const std::string& sentence) { return Failure::settings(sentence); }
+
+/// A failure of any other kind.
+inline Failure failed(const std::string& sentence) { return Failure::input({}, sentence); }
+
+ExitStatus statusOf(const Failure& failure);
+
+/// The failure's sentence with settings by the names of their options.
+std::string sentenceOf(const Failure& failure);
+
+/// Says on standard error what was wrong with the input; answers the exit status.
+int finish(const kestrel::Report& report);

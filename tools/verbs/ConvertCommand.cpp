@@ -1,0 +1,235 @@
+#include "tools/verbs/ConvertCommand.h"
+
+#include <CLI/CLI.hpp>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <kestrel/convert/Conversion.h>
+#include "tools/cli/LookOptions.h"
+#include "tools/cli/Text.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/ProgressDisplay.h"
+
+using namespace kestrel;
+
+namespace {
+
+constexpr int kLoudest = 1000;  // 60 dB: more than any recording is too quiet by
+
+/// The options as they were typed; they are read when the command runs, so that a wrong one is told
+/// of like any other failure.
+struct Arguments {
+  ConversionSettings settings;
+  std::string videoCodec, audioCodec, audioTracks, channels, title;
+  std::string size, fps, aspect, videoBitrate, audioBitrate, start, end, duration, chapters;
+  std::string deinterlace;
+  std::string progress = "bar";
+  std::vector<std::string> videoOptions, audioOptions;
+  std::function<LookSettings()> look;
+  bool noMetadata = false;
+};
+
+std::pair<std::string, std::string> parseKeyValue(const std::string& option,
+                                                  const std::string& text) {
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0)
+    throw wrongUsage(option + ": '" + text + "' is not of the form KEY=VALUE");
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+std::optional<Deinterlacing> parseDeinterlacing(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  if (text == "auto") return Deinterlacing::kAuto;
+  if (text == "on") return Deinterlacing::kOn;
+  if (text == "off") return Deinterlacing::kOff;
+  throw wrongUsage("--deinterlace: '" + text + "' is none of auto, on and off");
+}
+
+/// Refuses options that shape an encoded stream where it is copied or left out: they would do
+/// nothing. `groups`: the headings under which the help shows them.
+void requireEncoding(const CLI::App& verb, const std::string& codecOption, const std::string& codec,
+                     const std::vector<std::string>& groups) {
+  if (codec != "copy" && codec != "none") return;
+  for (const CLI::Option* option : verb.get_options()) {
+    const bool isShaping = std::ranges::count(groups, option->get_group()) > 0 &&
+                           option->get_name() != codecOption &&
+                           option->get_name() != "--audio-tracks";
+    if (isShaping && option->count() > 0)
+      throw wrongUsage(
+          fmt::format("{} does nothing beside {} {}", option->get_name(), codecOption, codec));
+  }
+}
+
+void requireEffect(const CLI::App& verb, const Arguments& arguments) {
+  requireEncoding(verb, "--video-codec", arguments.videoCodec, {"Picture", "Look"});
+  requireEncoding(verb, "--audio-codec", arguments.audioCodec, {"Sound"});
+  if (verb.count("--crf") > 0 && verb.count("--video-bitrate") > 0)
+    throw wrongUsage("--crf and --video-bitrate say the same thing: give one of them");
+}
+
+/// What `text` says becomes of a stream: "copy", "none", a codec's name, or nothing.
+void takeCodec(const std::string& text, std::optional<StreamAction>& action, std::string& codec) {
+  if (text == "copy")
+    action = StreamAction::kCopy;
+  else if (text == "none")
+    action = StreamAction::kNone;
+  else
+    codec = text;
+}
+
+ConversionSettings settingsOf(const Arguments& arguments) {
+  ConversionSettings settings = arguments.settings;
+  settings.look = arguments.look();
+  takeCodec(arguments.videoCodec, settings.video, settings.videoCodec);
+  takeCodec(arguments.audioCodec, settings.audio, settings.audioCodec);
+  settings.audioTracks = parseTrackChoice(arguments.audioTracks);
+  settings.channelLayout = parseChannels("--channels", arguments.channels);
+  settings.title = parseTitle("--title", arguments.title);
+  if (!arguments.size.empty()) {
+    const PictureSize size = parseSize("--size", arguments.size);
+    settings.width = size.width;
+    settings.height = size.height;
+  }
+  const auto parse = [](const char* option, const std::string& text, auto read, auto& value) {
+    if (!text.empty()) value = read(option, text);
+  };
+  parse("--fps", arguments.fps, parseRate, settings.fps);
+  parse("--aspect", arguments.aspect, parseAspect, settings.aspect);
+  parse("--video-bitrate", arguments.videoBitrate, parseBitRate, settings.videoBitrate);
+  parse("--audio-bitrate", arguments.audioBitrate, parseBitRate, settings.audioBitrate);
+  parse("--start", arguments.start, parseTime, settings.start);
+  parse("--end", arguments.end, parseTime, settings.end);
+  parse("--duration", arguments.duration, parseTime, settings.duration);
+  parse("--chapters", arguments.chapters, parseChapters, settings.chapters);
+  settings.deinterlacing = parseDeinterlacing(arguments.deinterlace);
+  for (const auto& [option, text] : {std::pair{"--start", &arguments.start},
+                                     {"--end", &arguments.end},
+                                     {"--duration", &arguments.duration}})
+    if (settings.chapters && !text->empty())
+      throw wrongUsage(
+          fmt::format("--chapters and {} exclude each other: give one of them", option));
+  if (settings.end && settings.duration)
+    throw wrongUsage("--end and --duration say the same thing: give one of them");
+  if (settings.start < 0) throw wrongUsage("--start: the movie starts at 0");
+  if (settings.end && *settings.end <= settings.start)
+    throw wrongUsage("--end must lie behind --start");
+  if (settings.duration && *settings.duration <= 0)
+    throw wrongUsage("--duration: there is nothing to convert in no time");
+  for (const auto& option : arguments.videoOptions)
+    settings.videoOptions.insert_or_assign(parseKeyValue("--video-option", option).first,
+                                           parseKeyValue("--video-option", option).second);
+  for (const auto& option : arguments.audioOptions)
+    settings.audioOptions.insert_or_assign(parseKeyValue("--audio-option", option).first,
+                                           parseKeyValue("--audio-option", option).second);
+  if (!(settings.volume >= 0 && settings.volume <= kLoudest))
+    throw wrongUsage(fmt::format("--volume: the factor must be between 0 and {}", kLoudest));
+  settings.keepsMetadata = !arguments.noMetadata;
+  return settings;
+}
+
+void addVideoOptions(CLI::App& verb, Arguments& arguments) {
+  verb.option_defaults()->group("Picture");
+  ConversionSettings& settings = arguments.settings;
+  verb.add_option("--video-codec", arguments.videoCodec,
+                  "codec (h264, hevc, vp9, mpeg4 …), 'copy' or 'none'")
+      ->type_name("NAME");
+  verb.add_option("--size", arguments.size, "size in pixels; a side '-' keeps the shape")
+      ->type_name("WxH");
+  verb.add_option("--fps", arguments.fps, "pictures per second (default: the source's)")
+      ->type_name("N[/D]");
+  verb.add_option("--aspect", arguments.aspect, "display aspect (default: the source's)")
+      ->type_name("W:H");
+  verb.add_option("--video-bitrate", arguments.videoBitrate,
+                  "bits per second (default: what suits the size)")
+      ->type_name("RATE");
+  verb.add_option("--crf", settings.crf, "constant quality in place of a bit rate")->type_name("N");
+  verb.add_option("--encoder-preset", settings.encoderPreset,
+                  "the encoder's preset (default for H.264: fast)")
+      ->type_name("NAME");
+  verb.add_option("--deinterlace", arguments.deinterlace,
+                  "auto: interlaced pictures; on: all; off (default: off, for discs auto)")
+      ->type_name("WHEN");
+  verb.add_option("--video-option", arguments.videoOptions, "an option of the encoder's own")
+      ->type_name("KEY=VALUE")
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+void addAudioOptions(CLI::App& verb, Arguments& arguments) {
+  verb.option_defaults()->group("Sound");
+  ConversionSettings& settings = arguments.settings;
+  verb.add_option("--audio-codec", arguments.audioCodec,
+                  "codec (aac, mp3, opus, flac …), 'copy' or 'none'")
+      ->type_name("NAME");
+  verb.add_option("--audio-tracks", arguments.audioTracks,
+                  "tracks to mix: numbers from 0, 'all', or a language code")
+      ->type_name("0,2|all|LANG");
+  verb.add_option("--audio-bitrate", arguments.audioBitrate,
+                  "bits per second (default: 96k for each channel)")
+      ->type_name("RATE");
+  verb.add_option("--sample-rate", settings.sampleRate, "Hz (default: 44100)")
+      ->type_name("HZ")
+      ->check(CLI::Range(1000, 768000));
+  verb.add_option("--channels", arguments.channels,
+                  "layout: mono, stereo, 5.1 … (default: stereo, or mono from mono)")
+      ->type_name("LAYOUT");
+  verb.add_option("--volume", settings.volume, "factor on the loudness (default: 1)")
+      ->type_name("X");
+  verb.add_option("--audio-option", arguments.audioOptions, "an option of the encoder's own")
+      ->type_name("KEY=VALUE")
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+void addOtherOptions(CLI::App& verb, Arguments& arguments) {
+  verb.option_defaults()->group("Span and file");
+  ConversionSettings& settings = arguments.settings;
+  verb.add_option("--start", arguments.start, "seconds or [hh:]mm:ss.mmm")->type_name("TIME");
+  verb.add_option("--end", arguments.end, "where to stop, in the source's time")->type_name("TIME");
+  verb.add_option("--duration", arguments.duration, "how much to convert")->type_name("TIME");
+  verb.add_option("--chapters", arguments.chapters, "chapters to convert, counted from 1")
+      ->type_name("A[-B]");
+  verb.add_option("--title", arguments.title, "of a disc: a number (see 'kestrel dvd') or 'main'")
+      ->type_name("N|main");
+  verb.add_flag("--no-metadata", arguments.noMetadata, "leave tags and chapters out");
+  verb.add_flag("--force", settings.replaces, "replace an existing target");
+  verb.add_option("--progress", arguments.progress,
+                  "bar (on a terminal), json (a line each) or none")
+      ->type_name("STYLE");
+}
+
+}  // namespace
+
+void addConvertCommand(CLI::App& app, Run& run) {
+  auto* verb = app.add_subcommand("convert", "Convert a movie or sound file into another");
+  verb->footer(
+      "The container follows the target's extension. Without options the result plays\n"
+      "everywhere: H.264 and AAC where the container is mp4.\n\n"
+      "Example:\n"
+      "  kestrel demo example.mp4 && kestrel convert example.mp4 small.mp4 --size 640x-");
+  auto arguments = std::make_shared<Arguments>();
+  verb->add_option("input", arguments->settings.input, "the file or disc to read")->required();
+  verb->add_option("output", arguments->settings.output, "the file to write")->required();
+  addVideoOptions(*verb, *arguments);
+  arguments->look = addLookOptions(*verb);
+  addAudioOptions(*verb, *arguments);
+  addOtherOptions(*verb, *arguments);
+  verb->callback([arguments, verb, &run] {
+    run = [arguments, verb] {
+      requireEffect(*verb, *arguments);
+      const ConversionSettings settings = settingsOf(*arguments);
+      ProgressDisplay progress(parseProgressStyle("--progress", arguments->progress));
+      return finish(progress, Conversion(settings).run(progress.events()));
+    };
+  });
+}

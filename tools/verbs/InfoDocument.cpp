@@ -1,0 +1,109 @@
+#include "tools/verbs/InfoDocument.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+using namespace kestrel;
+using nlohmann::ordered_json;
+
+namespace {
+
+ordered_json orNull(const std::string& text) {
+  return text.empty() ? ordered_json(nullptr) : ordered_json(text);
+}
+
+ordered_json orNull(const std::optional<int64_t>& number) {
+  return number ? ordered_json(*number) : ordered_json(nullptr);
+}
+
+ordered_json positiveOrNull(int number) {
+  return number > 0 ? ordered_json(number) : ordered_json(nullptr);
+}
+
+ordered_json seconds(const std::optional<int64_t>& time) {
+  return time ? ordered_json(static_cast<double>(*time) / 1e6) : ordered_json(nullptr);
+}
+
+ordered_json fraction(const std::optional<Rational>& value, char separator) {
+  if (!value) return nullptr;
+  return fmt::format("{}{}{}", value->num, separator, value->den);
+}
+
+ordered_json tagsDocument(const Tags& tags) {
+  auto all = ordered_json::object();
+  for (const auto& [name, value] : tags) all[name] = value;
+  return all;
+}
+
+ordered_json chaptersDocument(const std::vector<ChapterInfo>& chapters) {
+  auto all = ordered_json::array();
+  for (const ChapterInfo& chapter : chapters)
+    all.push_back({{"start", seconds(chapter.start)},
+                   {"end", seconds(chapter.end)},
+                   {"tags", tagsDocument(chapter.tags)}});
+  return all;
+}
+
+void addVideo(ordered_json& json, const VideoInfo& video) {
+  json["width"] = positiveOrNull(video.width);
+  json["height"] = positiveOrNull(video.height);
+  json["pix_fmt"] = orNull(video.pixelFormat);
+  if (!video.isCover) {
+    json["frame_rate"] = fraction(video.frameRate, '/');
+    json["avg_frame_rate"] = fraction(video.averageRate, '/');
+  }
+  json["sample_aspect_ratio"] = fraction(video.pixelAspect, ':');
+  json["display_aspect_ratio"] = fraction(video.displayAspect, ':');
+  json["rotation"] = std::lround(video.orientation.counterclockwise);
+  json["color_space"] = orNull(video.colorSpace);
+  json["color_range"] = orNull(video.colorRange);
+  json["color_primaries"] = orNull(video.colorPrimaries);
+  json["color_transfer"] = orNull(video.colorTransfer);
+}
+
+void addAudio(ordered_json& json, const AudioInfo& audio) {
+  json["sample_fmt"] = orNull(audio.sampleFormat);
+  json["sample_rate"] = positiveOrNull(audio.sampleRate);
+  json["channels"] = positiveOrNull(audio.channels);
+  json["channel_layout"] = orNull(audio.layout);
+}
+
+ordered_json streamDocument(const StreamInfo& stream) {
+  ordered_json json;
+  json["index"] = stream.index;
+  json["type"] = orNull(stream.type);
+  json["codec"] = orNull(stream.codec);
+  json["profile"] = orNull(stream.profile);
+  json["tag"] = orNull(stream.tag);
+  json["language"] = orNull(stream.language);
+  json["language_name"] = orNull(stream.languageName);
+  if (stream.kind == StreamInfo::Kind::kVideo) addVideo(json, stream.video);
+  if (stream.kind == StreamInfo::Kind::kAudio) addAudio(json, stream.audio);
+  json["bit_rate"] = orNull(stream.bitRate);
+  json["start_time"] = seconds(stream.startTime);
+  json["duration"] = seconds(stream.duration);
+  json["disposition"] = stream.disposition;
+  json["tags"] = tagsDocument(stream.tags);
+  return json;
+}
+
+}  // namespace
+
+ordered_json infoDocument(const std::string& path, const MediaInfo& info) {
+  ordered_json json;
+  json["path"] = path;
+  json["format"] = orNull(info.format);
+  json["format_long_name"] = orNull(info.formatLongName);
+  json["size"] = orNull(info.size);
+  json["duration"] = seconds(info.duration);
+  json["start_time"] = seconds(info.startTime);
+  json["bit_rate"] = orNull(info.bitRate);
+  json["tags"] = tagsDocument(info.tags);
+  json["chapters"] = chaptersDocument(info.chapters);
+  json["streams"] = ordered_json::array();
+  for (const StreamInfo& stream : info.streams) json["streams"].push_back(streamDocument(stream));
+  return json;
+}

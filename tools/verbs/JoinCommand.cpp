@@ -1,0 +1,111 @@
+#include "tools/verbs/JoinCommand.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <kestrel/convert/Join.h>
+#include "tools/cli/Text.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/ProgressDisplay.h"
+#include "tools/terminal/StandardOutput.h"
+
+using namespace kestrel;
+
+namespace {
+
+struct Arguments {
+  std::vector<std::string> inputs;
+  std::string output, size, fps, videoBitrate, audioBitrate;
+  std::string reencode = "auto";
+  std::string progress = "bar";
+  ConversionSettings format;
+  bool force = false;
+};
+
+JoinSettings::Reencode parseReencode(const std::string& text) {
+  if (text == "auto") return JoinSettings::Reencode::kAuto;
+  if (text == "never") return JoinSettings::Reencode::kNever;
+  if (text == "always") return JoinSettings::Reencode::kAlways;
+  throw wrongUsage("--reencode: '" + text + "' is none of auto, never and always");
+}
+
+ConversionSettings formatOf(const Arguments& arguments) {
+  ConversionSettings format = arguments.format;
+  for (const std::string& codec : {format.videoCodec, format.audioCodec})
+    if (codec == "copy" || codec == "none")
+      throw wrongUsage("'" + codec + "' is no codec to encode with");
+  if (!arguments.size.empty()) {
+    const PictureSize size = parseSize("--size", arguments.size);
+    format.width = size.width;
+    format.height = size.height;
+  }
+  if (!arguments.fps.empty()) format.fps = parseRate("--fps", arguments.fps);
+  if (!arguments.videoBitrate.empty())
+    format.videoBitrate = parseBitRate("--video-bitrate", arguments.videoBitrate);
+  if (!arguments.audioBitrate.empty())
+    format.audioBitrate = parseBitRate("--audio-bitrate", arguments.audioBitrate);
+  return format;
+}
+
+int runJoin(const Arguments& arguments, bool hasFormat) {
+  JoinSettings settings;
+  for (const std::string& input : arguments.inputs) settings.inputs.push_back({input});
+  settings.output = arguments.output;
+  settings.replaces = arguments.force;
+  settings.reencode = parseReencode(arguments.reencode);
+  if (hasFormat && settings.reencode == JoinSettings::Reencode::kNever)
+    throw wrongUsage("a format does nothing beside --reencode never");
+  if (hasFormat) settings.reencode = JoinSettings::Reencode::kAlways;
+  settings.format = formatOf(arguments);
+  settings.table = writeStandardOutput;
+  ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
+  Events events = progress.events();
+  events.note = [](const std::string& sentence) {
+    writeStandardOutput(printable(sentence) + "\n");
+  };
+  return finish(progress, join(settings, events));
+}
+
+}  // namespace
+
+void addJoinCommand(CLI::App& app, Run& run) {
+  auto* verb = app.add_subcommand("join", "Put files one after the other into one");
+  verb->footer(
+      "Where all inputs fit the first one their packets are copied; otherwise they are decoded\n"
+      "and encoded anew, in the first one's format unless options say another.\n\n"
+      "Example:\n"
+      "  kestrel demo bars.mp4 && kestrel join bars.mp4 bars.mp4 -o twice.mp4");
+  auto arguments = std::make_shared<Arguments>();
+  verb->add_option("inputs", arguments->inputs, "the files to join, in their order")->required();
+  verb->add_option("-o,--output", arguments->output, "the file to write")
+      ->type_name("FILE")
+      ->required();
+  verb->add_option("--reencode", arguments->reencode,
+                   "auto (where inputs do not fit), never (fail then) or always")
+      ->type_name("WHEN");
+  verb->add_flag("--force", arguments->force, "replace an existing target");
+  verb->add_option("--progress", arguments->progress,
+                   "bar (on a terminal), json (a line each) or none")
+      ->type_name("STYLE");
+  verb->option_defaults()->group("Format, encoded anew");
+  const std::vector<CLI::Option*> formats{
+      verb->add_option("--video-codec", arguments->format.videoCodec, "codec of the pictures")
+          ->type_name("NAME"),
+      verb->add_option("--size", arguments->size, "size in pixels")->type_name("WxH"),
+      verb->add_option("--fps", arguments->fps, "pictures per second")->type_name("N[/D]"),
+      verb->add_option("--video-bitrate", arguments->videoBitrate, "bits per second")
+          ->type_name("RATE"),
+      verb->add_option("--crf", arguments->format.crf, "constant quality")->type_name("N"),
+      verb->add_option("--audio-codec", arguments->format.audioCodec, "codec of the sound")
+          ->type_name("NAME"),
+      verb->add_option("--audio-bitrate", arguments->audioBitrate, "bits per second")
+          ->type_name("RATE")};
+  verb->callback([arguments, formats, &run] {
+    bool hasFormat = false;
+    for (const CLI::Option* option : formats) hasFormat = hasFormat || option->count() > 0;
+    run = [arguments, hasFormat] { return runJoin(*arguments, hasFormat); };
+  });
+}

@@ -1,0 +1,136 @@
+#include "tools/verbs/WaveCommand.h"
+
+#include <kestrel/convert/WaveformFile.h>
+
+#include <kestrel/LMMediaSource.h>
+#include <kestrel/Waveform.h>
+
+#include <CLI/CLI.hpp>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/cli/Text.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/ProgressDisplay.h"
+
+using namespace kestrel;
+
+namespace {
+
+constexpr char kUsualSize[] = "1200x240";  // pixels
+constexpr int kLargestSide = 16384;
+constexpr int64_t kMostPixels = int64_t{1} << 27;
+
+struct Arguments {
+  std::string input, output, tracks;
+  std::string size;
+  std::string progress = "bar";
+  double pointsPerSecond = 100;
+  std::optional<int> bits;
+  bool splitChannels = false;
+  bool force = false;
+};
+
+PictureSize parsePictureSize(const std::string& text) {
+  PictureSize size;
+  try {
+    size = parseSize("--size", text.empty() ? kUsualSize : text);
+  } catch (const Failure&) {
+    size = {};
+  }
+  const bool isPossible = size.width && size.height &&
+                          std::max(*size.width, *size.height) <= kLargestSide &&
+                          int64_t{*size.width} * *size.height <= kMostPixels;
+  if (!isPossible)
+    throw wrongUsage(fmt::format(
+        "--size: '{}' is not a size such as 1200x240, with up to {} pixels a side and {} in all",
+        text, kLargestSide, kMostPixels));
+  return size;
+}
+
+/// Options that would do nothing are mistakes.
+void requireMeaning(const Arguments& arguments, WaveformFileSettings::Form form) {
+  const bool isPicture = form == WaveformFileSettings::Form::kPicture;
+  if (isPicture && arguments.bits)
+    throw wrongUsage("--bits does nothing for a picture: its numbers are those of .json and .dat");
+  if (!isPicture && !arguments.size.empty())
+    throw wrongUsage(fmt::format("--size does nothing for {}: it is that of a .png",
+                                 std::filesystem::path(arguments.output).extension().string()));
+  if (arguments.bits && *arguments.bits != 8 && *arguments.bits != 16)
+    throw wrongUsage("--bits is 8 or 16");
+}
+
+WaveformSettings settingsOf(const Arguments& arguments) {
+  WaveformSettings settings;
+  settings.pointsPerSecond = arguments.pointsPerSecond;
+  if (!(settings.pointsPerSecond > 0))
+    throw wrongUsage("--points-per-second: the number must be above 0");
+  settings.splitChannels = arguments.splitChannels;
+  if (arguments.tracks.empty()) return settings;
+  settings.tracks = parseIndexList(arguments.tracks);
+  if (!settings.tracks)
+    throw wrongUsage("--tracks: '" + arguments.tracks + "' is no list of numbers such as 0,2");
+  return settings;
+}
+
+WaveformFileSettings::Form formOf(const std::string& output) {
+  using Form = WaveformFileSettings::Form;
+  const std::string extension = lowerCased(std::filesystem::path(output).extension().string());
+  if (extension == ".json") return Form::kJson;
+  if (extension == ".dat") return Form::kData;
+  if (extension == ".png") return Form::kPicture;
+  throw wrongUsage(fmt::format("'{}' is neither .json nor .dat nor .png", output));
+}
+
+int run(const Arguments& arguments) {
+  const auto form = formOf(arguments.output);
+  requireMeaning(arguments, form);
+  const PictureSize size = parsePictureSize(arguments.size);
+  ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
+  return finish(progress, writeWaveform({.input = arguments.input,
+                                         .output = arguments.output,
+                                         .replaces = arguments.force,
+                                         .form = form,
+                                         .bits = arguments.bits.value_or(16),
+                                         .width = *size.width,
+                                         .height = *size.height,
+                                         .waveform = settingsOf(arguments)},
+                                        progress.events()));
+}
+
+}  // namespace
+
+void addWaveCommand(CLI::App& app, Run& run_) {
+  auto* verb = app.add_subcommand("wave", "Draw the waveform of a file's sound");
+  verb->footer(
+      "The output's extension says what it becomes: .json and .dat are the two forms that web\n"
+      "players of waveforms read, .png is a picture.\n\n"
+      "Example:\n  kestrel demo bars.mp4 && kestrel wave bars.mp4 bars.png");
+  auto arguments = std::make_shared<Arguments>();
+  verb->add_option("input", arguments->input, "the file to read")->required();
+  verb->add_option("output", arguments->output, "the file to write")->required();
+  verb->add_option("--points-per-second", arguments->pointsPerSecond,
+                   "how fine it is (default: 100)")
+      ->type_name("N");
+  verb->add_option("--size", arguments->size, "of a picture, in pixels (default: 1200x240)")
+      ->type_name("WxH");
+  verb->add_option("--bits", arguments->bits, "of a number in .json and .dat (default: 16)")
+      ->type_name("8|16");
+  verb->add_option("--tracks", arguments->tracks,
+                   "sound tracks by number, from 0 (default: the one a player chooses)")
+      ->type_name("0,2");
+  verb->add_flag("--split-channels", arguments->splitChannels,
+                 "every channel by itself instead of their mean");
+  verb->add_flag("--force", arguments->force, "replace an existing target");
+  verb->add_option("--progress", arguments->progress,
+                   "bar (on a terminal), json (a line each) or none")
+      ->type_name("STYLE");
+  verb->callback([arguments, &run_] { run_ = [arguments] { return run(*arguments); }; });
+}
