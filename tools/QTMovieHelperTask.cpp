@@ -10,8 +10,8 @@
 
 #include <kestrel/convert/Join.h>
 #include "tools/terminal/ExitStatus.h"
-#include "tools/terminal/Outcome.h"
 #include "tools/terminal/Interrupt.h"
+#include "tools/terminal/Outcome.h"
 #include "tools/terminal/Say.h"
 
 // The program that `VideoJoiner` runs:

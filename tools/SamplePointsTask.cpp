@@ -19,10 +19,10 @@
 #include <utility>
 #include <vector>
 
-#include "tools/terminal/ExitStatus.h"
-#include "tools/terminal/Outcome.h"
 #include "tools/cli/Text.h"
+#include "tools/terminal/ExitStatus.h"
 #include "tools/terminal/Interrupt.h"
+#include "tools/terminal/Outcome.h"
 #include "tools/terminal/Say.h"
 
 // The program that `MovieAudioTaskExtractWave` runs:

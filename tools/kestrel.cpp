@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "tools/cli/Command.h"
-#include "tools/terminal/Outcome.h"
 #include "tools/terminal/Interrupt.h"
+#include "tools/terminal/Outcome.h"
 #include "tools/terminal/Say.h"
 #include "tools/terminal/StandardOutput.h"
 #include "tools/verbs/ComposeCommand.h"

@@ -113,8 +113,7 @@ TEST_F(OutputFileTest, ALinkStaysALink) {
 
 TEST_F(OutputFileTest, AnExistingTargetNeedsForce) {
   write(path("movie.mp4"), "old");
-  EXPECT_EQ(refusal(path("movie.mp4"), false),
-            "'" + path("movie.mp4") + "' exists");
+  EXPECT_EQ(refusal(path("movie.mp4"), false), "'" + path("movie.mp4") + "' exists");
   EXPECT_EQ(refusal(path("movie.mp4"), true), "");
 }
 
