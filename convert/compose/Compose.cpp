@@ -85,7 +85,7 @@ Report composeTracks(const LMMovieComposition::TrackList& tracks,
   double length = 0;
   const AVOutputFormat& container = outputFormatFor(settings.output);
   for (const auto& track : tracks) {
-    requireContainerHolds(container, track->avstream()->codecpar->codec_id, settings.output);
+    requireContainerTakes(container, *track->avstream(), settings.output);
     requireTimes(*track, container);
     length = std::max(length, track->position() + lengthOf(*track));
   }

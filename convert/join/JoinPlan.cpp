@@ -169,7 +169,7 @@ std::string containerProblem(const JoinPart& first, const std::string& output) {
   const AVOutputFormat& container = outputFormatFor(output);
   try {
     for (const AVStream* stream : first.streams())
-      requireContainerHolds(container, stream->codecpar->codec_id, output);
+      requireContainerTakes(container, *stream, output);
   } catch (const Failure& failure) {
     return failure.what();
   }

@@ -279,8 +279,7 @@ class Planner {
 
   void requireCopiesFit() {
     const auto require = [&](uint32_t index) {
-      requireContainerHolds(container_, input_.streams[index]->codecpar->codec_id,
-                            settings_.output);
+      requireContainerTakes(container_, *input_.streams[index], settings_.output);
     };
     if (plan_.video == StreamAction::kCopy) require(*plan_.videoIndex);
     if (plan_.audio == StreamAction::kCopy)

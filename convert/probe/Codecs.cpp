@@ -2,6 +2,7 @@
 
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LibMedia.h>
+#include <kestrel/StreamFit.h>
 
 #include <fmt/format.h>
 
@@ -29,8 +30,8 @@ bool isTold(const AVOutputFormat& format, AVCodecID codec) {
          (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
 }
 
-/// Whether a container has a place for a codec, one that players will find it in.
-bool holds(const AVOutputFormat& format, AVCodecID codec) {
+/// Whether a muxer that takes a codec puts it where players will not find it.
+bool misplaces(const AVOutputFormat& format, AVCodecID codec) {
   // The muxer takes anything, but writes what is none of these as data without a name.
   static const std::set<AVCodecID> kInTransportStream{
       AV_CODEC_ID_MPEG1VIDEO, AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_MPEG4, AV_CODEC_ID_H264,
@@ -42,9 +43,15 @@ bool holds(const AVOutputFormat& format, AVCodecID codec) {
   static const std::set<AVCodecID> kNeedFraming{AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS,
                                                 AV_CODEC_ID_SPEEX};
   const std::string_view name = format.name;
-  if (name == "mpegts") return kInTransportStream.contains(codec);
-  if ((name == "wav" || name == "w64") && kNeedFraming.contains(codec)) return false;
-  if (name == "caf" && codec == AV_CODEC_ID_AAC) return false;  // has a tag for it all the same
+  if (name == "mpegts") return !kInTransportStream.contains(codec);
+  if ((name == "wav" || name == "w64") && kNeedFraming.contains(codec)) return true;
+  return name == "caf" && codec == AV_CODEC_ID_AAC;  // has a tag for it all the same
+}
+
+/// Whether a container has a place for a codec, one that players will find it in.
+bool holds(const AVOutputFormat& format, AVCodecID codec) {
+  if (misplaces(format, codec)) return false;
+  if (std::string_view(format.name) == "mpegts") return true;
   // Containers with a list of tags of their own may take more than they answer for.
   return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) != 0 ||
          (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
@@ -60,6 +67,11 @@ AVCodecID orElse(const AVOutputFormat& format, AVCodecID own,
            av_codec_get_tag(format.codec_tag, codec) != 0;
   });
   return found == others.end() ? own : *found;
+}
+
+Failure cannotHold(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
+  return Failure::output(path, fmt::format("cannot write '{}': the {} format cannot hold {}", path,
+                                           format.name, avcodec_get_name(codec)));
 }
 
 }  // namespace
@@ -159,9 +171,14 @@ void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::
 }
 
 void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
-  if (!holds(format, codec))
-    throw Failure::output(path, fmt::format("cannot write '{}': the {} format cannot hold {}", path,
-                                            format.name, avcodec_get_name(codec)));
+  if (!holds(format, codec)) throw cannotHold(format, codec, path);
+}
+
+void requireContainerTakes(const AVOutputFormat& format, const AVStream& stream,
+                           const std::string& path) {
+  const AVCodecID codec = stream.codecpar->codec_id;
+  if (misplaces(format, codec) || !containerRefusal(stream, format.name).empty())
+    throw cannotHold(format, codec, path);
 }
 
 }  // namespace kestrel

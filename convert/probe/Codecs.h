@@ -8,6 +8,7 @@ extern "C" {
 }
 
 struct AVOutputFormat;
+struct AVStream;
 
 namespace kestrel {
 
@@ -41,6 +42,11 @@ bool holdsLateChapters(const AVOutputFormat& format);
 /// Whether the container's muxer says that it takes a codec; where it says nothing, it may still
 /// refuse it when the file is begun.
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec);
+
+/// Throws unless the container takes a stream's packets as they are: its muxer is asked, and what
+/// players would not find there is refused.
+void requireContainerTakes(const AVOutputFormat& format, const AVStream& stream,
+                           const std::string& path);
 
 /// Throws unless it can be encoded, too.
 void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path);

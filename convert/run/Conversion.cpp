@@ -287,6 +287,14 @@ class Conversion::Work {
                   .promised = promised > 0 ? std::optional(promised) : std::nullopt};
     judgeDisc(report, settings_, *source_);
     judgeInput(report, settings_.input, promised, end);
+    if (const int64_t refused = output_.refusedPackets())
+      report.find(fmt::format("'{}' is damaged: {} of its packets could not be copied",
+                              settings_.input, refused));
+    const int64_t encoded = output_.picturesEncodedToHide();
+    if (encoded > 0 && events_.note)
+      events_.note(
+          fmt::format("{} pictures of '{}' were encoded anew: they need others that are hidden",
+                      encoded, settings_.input));
     return report;
   }
 

@@ -18,10 +18,6 @@ constexpr size_t kFlacFrames = 4;
 constexpr size_t kFlacFormat = 10;
 constexpr size_t kFlacLength = 13;
 
-/// TTA's header: format, channels, depth and rate behind a mark, then length and checksum.
-constexpr size_t kTtaFormat = 4;
-constexpr size_t kTtaLength = 14;
-
 /// Apple Lossless tells the largest packet and the mean bit rate among its parameters.
 constexpr size_t kAlacSize = 36;
 constexpr size_t kAlacPackets = 24;
@@ -85,9 +81,6 @@ std::vector<uint8_t> codecMeaningOf(const AVCodecParameters& parameters) {
   switch (parameters.codec_id) {
     case AV_CODEC_ID_FLAC:
       return flacFormat(data);
-    case AV_CODEC_ID_TTA:
-      return data.size() < kTtaLength ? copyOf(data)
-                                      : copyOf(data.subspan(kTtaFormat, kTtaLength - kTtaFormat));
     case AV_CODEC_ID_ALAC:
       return data.size() == kAlacSize ? without(data, kAlacPackets, kAlacRate) : copyOf(data);
     case AV_CODEC_ID_AAC:

@@ -17,6 +17,7 @@
 #include "tools/cli/Text.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
+#include "tools/terminal/Say.h"
 
 using namespace kestrel;
 
@@ -229,7 +230,9 @@ void addConvertCommand(CLI::App& app, Run& run) {
       requireEffect(*verb, *arguments);
       const ConversionSettings settings = settingsOf(*arguments);
       ProgressDisplay progress(parseProgressStyle("--progress", arguments->progress));
-      return finish(progress, Conversion(settings).run(progress.events()));
+      Events events = progress.events();
+      events.note = say;
+      return finish(progress, Conversion(settings).run(events));
     };
   });
 }
