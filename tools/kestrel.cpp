@@ -151,6 +151,18 @@ void takeClosedStandardFiles() {
   if (file > STDERR_FILENO) close(file);
 }
 
+/// Says how a title of a disc is chosen: not every verb can.
+int reportDisc(const Failure& failure, const CLI::App& verb) {
+  if (verb.get_option_no_throw("--title")) {
+    say(fmt::format("{} with --title N or --title main (see 'kestrel {} --help')",
+                    sentenceOf(failure), verb.get_name()));
+    return kWrongUsage;
+  }
+  say(sentenceOf(failure) +
+      " with 'kestrel convert --title', which makes a file of it; 'kestrel dvd' lists them");
+  return kFailed;
+}
+
 /// Says what went wrong and answers the exit status.
 int report(const Failure& failure, const CLI::App& app) {
   const ExitStatus status = statusOf(failure);
@@ -158,13 +170,15 @@ int report(const Failure& failure, const CLI::App& app) {
     reportInterrupt();
     return status;
   }
+  const auto chosen = app.get_subcommands();
+  if (failure.subject() == "title") return reportDisc(failure, *chosen.front());
   std::string help;
   if (status == kWrongUsage) {
-    const auto chosen = app.get_subcommands();
     help = fmt::format(" (see 'kestrel {}--help')",
                        chosen.empty() ? "" : chosen.front()->get_name() + " ");
   }
-  say(sentenceOf(failure) + help);
+  // A reader that went away is no news.
+  if (!sentenceOf(failure).empty()) say(sentenceOf(failure) + help);
   return status;
 }
 

@@ -168,8 +168,8 @@ Track::Job CopiedTrack::step() {
   }
   const AVRational base{item->time_base().num, item->time_base().den};
   const int64_t stamp = packet->dts == AV_NOPTS_VALUE ? packet->pts : packet->dts;
-  // What is hidden goes along for the pictures that need it, and has no place in time.
-  const bool isHidden = (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
+  // A hidden picture goes along for those that need it, and has no place in time.
+  const bool isHidden = isVideo_ && (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
   if (stamp != AV_NOPTS_VALUE && !isHidden) {
     const int64_t time = av_rescale_q(stamp, base, kMicroseconds) + item->get_pkt_offset_time();
     if (stop_ && time >= *stop_) {

@@ -18,10 +18,11 @@ PictureFormat pictureFormatOf(const std::string& target) {
 }
 
 void writePicture(OutputFile& file, const BitmapImage& picture) {
-  const auto bytes = encodedBitmapImage(picture, pictureFormatOf(file.path()));
+  const auto bytes = encodedBitmapImage(picture, pictureFormatOf(file.target()));
   if (!bytes)
-    throw Failure::output(file.path(), fmt::format("a picture of {}x{} is too large to be written",
-                                                   picture.width(), picture.height()));
+    throw Failure::output(file.target(),
+                          fmt::format("cannot write '{}': a picture of {}x{} is too large",
+                                      file.target(), picture.width(), picture.height()));
   file.write(*bytes);
 }
 

@@ -167,7 +167,7 @@ Report joinFiles(const JoinSettings& asked, const Events& events) {
   std::string reason = plan.reasons.empty() ? "" : fmt::format("{}", fmt::join(plan.reasons, "; "));
   const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
   bool isCopied = false;
-  bool keepsCodecs = true;
+  bool keepsCodecs = plan.keepsCodecs;
   if (mayCopy && reason.empty()) {
     say(events, "copying packets: the inputs fit together");
     const Error problem = copyParts(settings, plan.parts, target.path(), events);

@@ -167,12 +167,8 @@ std::vector<std::string> differences(const JoinPart& first, const JoinPart& part
 /// Why the container cannot hold the packets of the first part; "" where it can.
 std::string containerProblem(const JoinPart& first, const std::string& output) {
   const AVOutputFormat& container = outputFormatFor(output);
-  try {
-    for (const AVStream* stream : first.streams())
-      requireContainerTakes(container, *stream, output);
-  } catch (const Failure& failure) {
-    return failure.what();
-  }
+  for (const AVStream* stream : first.streams())
+    if (std::string refusal = refusalOf(container, *stream); !refusal.empty()) return refusal;
   return {};
 }
 
@@ -258,8 +254,10 @@ JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
       plan.reasons.push_back(fmt::format("'{}': {}", input.path, fmt::join(problems.back(), ", ")));
   }
   if (const std::string problem = containerProblem(plan.parts.front(), settings.output);
-      !problem.empty())
+      !problem.empty()) {
     plan.reasons.push_back(problem);
+    plan.keepsCodecs = false;
+  }
   const bool isCopied =
       plan.reasons.empty() && settings.reencode != JoinSettings::Reencode::kAlways;
   if (isCopied) takeSubtitles(plan.parts, settings.output);

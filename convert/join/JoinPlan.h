@@ -46,6 +46,7 @@ struct JoinPart {
 struct JoinPlan {
   std::vector<JoinPart> parts;
   std::vector<std::string> reasons;  ///< why packets cannot be copied; empty where they can
+  bool keepsCodecs = true;           ///< what is encoded may keep the first part's codecs
   std::vector<std::string> leftOut;  ///< what of the inputs has no place in the output, a line each
   std::string table;                 ///< what fits and what does not, for people
 };

@@ -174,11 +174,15 @@ void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const 
   if (!holds(format, codec)) throw cannotHold(format, codec, path);
 }
 
+std::string refusalOf(const AVOutputFormat& format, const AVStream& stream) {
+  const AVCodecID codec = stream.codecpar->codec_id;
+  if (!misplaces(format, codec)) return containerRefusal(stream, format.name);
+  return fmt::format("the {} format cannot hold {}", format.name, avcodec_get_name(codec));
+}
+
 void requireContainerTakes(const AVOutputFormat& format, const AVStream& stream,
                            const std::string& path) {
-  const AVCodecID codec = stream.codecpar->codec_id;
-  if (misplaces(format, codec) || !containerRefusal(stream, format.name).empty())
-    throw cannotHold(format, codec, path);
+  if (!refusalOf(format, stream).empty()) throw cannotHold(format, stream.codecpar->codec_id, path);
 }
 
 }  // namespace kestrel

@@ -43,8 +43,11 @@ bool holdsLateChapters(const AVOutputFormat& format);
 /// refuse it when the file is begun.
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec);
 
-/// Throws unless the container takes a stream's packets as they are: its muxer is asked, and what
-/// players would not find there is refused.
+/// Why the container does not take a stream's packets as they are, "" where it does: its muxer is
+/// asked, and what players would not find there is refused.
+std::string refusalOf(const AVOutputFormat& format, const AVStream& stream);
+
+/// Throws where there is such a reason.
 void requireContainerTakes(const AVOutputFormat& format, const AVStream& stream,
                            const std::string& path);
 

@@ -68,7 +68,8 @@ std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<
                                          const Interrupt& interrupt) {
   if (!title) {
     if (isDisc(path))
-      throw Failure::settings("'" + path + "' is a disc: choose one of its titles", "title");
+      throw Failure::settings(
+          "cannot open '" + path + "': it is a DVD-Video disc; choose a title of it", "title");
     return openFile(path, interrupt);
   }
   const auto disc = openDisc(path);

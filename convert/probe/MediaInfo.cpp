@@ -198,6 +198,10 @@ StreamInfo streamInfo(AVFormatContext& input, AVStream& stream) {
   info.promisedLength = promisedLength(input, stream);
   if (info.kind == StreamInfo::Kind::kVideo) info.video = videoInfo(input, stream);
   if (info.kind == StreamInfo::Kind::kAudio) info.audio = audioInfo(codec);
+  if (info.kind == StreamInfo::Kind::kSubtitle) {
+    info.video.width = std::max(codec.width, 0);
+    info.video.height = std::max(codec.height, 0);
+  }
   return info;
 }
 

@@ -333,7 +333,8 @@ TEST_F(ConvertDvd, RefusesWrongChoices) {
   EXPECT_TRUE(refuses({"--title", "1", "--audio-tracks", "3"}, "there is no audio track 3"));
   EXPECT_TRUE(refuses({"--title", "1", "--audio-tracks", "it"}, "there is no audio track in 'it'"));
   EXPECT_TRUE(refuses({"--title", "1", "--subtitle-track", "2"}, "there is no subtitle track 2"));
-  EXPECT_TRUE(refuses({"--title", "1", "--subtitle-track", "de"}, "no subtitle track in 'de'"));
+  EXPECT_TRUE(refuses({"--title", "1", "--subtitle-track", "de"},
+                      "no subtitle track is in the language 'de'"));
   EXPECT_TRUE(refuses({"--title", "1", "--chapters", "5"}, "there is no chapter 5"));
   EXPECT_TRUE(refuses({"--title", "1", "--chapters", "3-2"}, "--chapters"));
   EXPECT_TRUE(refuses({"--title", "1", "--chapters", "0"}, "--chapters"));

@@ -205,8 +205,8 @@ std::optional<int> parseTitle(std::string_view option, std::string_view text) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size())
     throw wrongUsage(fmt::format("{}: '{}' is neither a number nor 'main'", option, text));
-  // 0 is the library's main title, and below it there is none: the disc refuses both alike.
-  return number > 0 ? number : -1;
+  // Below 0 the library means the main one; titles count from 1, so 0 is refused in its place.
+  return std::max(number, 0);
 }
 
 std::optional<int64_t> parseChannels(std::string_view option, const std::string& text) {

@@ -34,7 +34,6 @@ std::string sentenceOf(const Failure& failure) {
   const std::string sentence = failure.what();
   if (failure.kind() == Failure::Kind::kExists) return sentence + "; --force replaces it";
   if (failure.kind() != Failure::Kind::kSettings || failure.subject().empty()) return sentence;
-  if (failure.subject() == "title") return sentence + " with --title N or --title main";
   const std::string prefix = failure.subject() + ":";
   return sentence.starts_with(prefix)
              ? optionOf(failure.subject()) + sentence.substr(failure.subject().size())

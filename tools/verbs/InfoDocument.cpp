@@ -82,6 +82,10 @@ ordered_json streamDocument(const StreamInfo& stream) {
   json["language_name"] = orNull(stream.languageName);
   if (stream.kind == StreamInfo::Kind::kVideo) addVideo(json, stream.video);
   if (stream.kind == StreamInfo::Kind::kAudio) addAudio(json, stream.audio);
+  if (stream.kind == StreamInfo::Kind::kSubtitle && stream.video.width > 0) {
+    json["width"] = stream.video.width;
+    json["height"] = positiveOrNull(stream.video.height);
+  }
   json["bit_rate"] = orNull(stream.bitRate);
   json["start_time"] = seconds(stream.startTime);
   json["duration"] = seconds(stream.duration);

@@ -14,7 +14,7 @@
 namespace kestrel {
 
 /// Stands for a disc's main feature where a title is asked for.
-inline constexpr int kMainTitle = 0;
+inline constexpr int kMainTitle = -1;
 
 /// One title of a disc as people count them.
 struct DiscTitle {

@@ -82,7 +82,7 @@ struct StreamInfo {
   Tags tags = {};
   int64_t promisedLength = 0;  ///< as `MediaInfo::promisedLength`, of this stream
 
-  VideoInfo video = {};  ///< of `kVideo`
+  VideoInfo video = {};  ///< of `kVideo`; of subtitles that are pictures, their size
   AudioInfo audio = {};  ///< of `kAudio`
 };
 
@@ -98,8 +98,9 @@ struct ChapterInfo {
 struct MediaInfo {
   std::string format = {};  ///< the demuxer's short name
   std::string formatLongName = {};
-  std::optional<int64_t> size = {};      ///< bytes
-  std::optional<int64_t> duration = {};  ///< microseconds, as the container states it
+  std::optional<int64_t> size = {};  ///< bytes
+  std::optional<int64_t> duration =
+      {};  ///< microseconds, less what a container counts before its start
   std::optional<int64_t> startTime =
       {};  ///< microseconds in the container's time: when the input begins
   std::optional<int64_t> bitRate = {};  ///< bits per second

@@ -20,6 +20,9 @@ class KESTREL_API OutputFile {
   /// can be written there.
   OutputFile(const std::string& target, bool replaces, const std::string& input = {});
 
+  /// The target's name as the user wrote it.
+  const std::string& target() const { return target_; }
+
   /// Where to write. It has the target's extension, and its first part is always a folder, so that
   /// no name is taken for a protocol ("10:30.mp4").
   const std::string& path() const { return file_.path(); }
