@@ -176,8 +176,10 @@ void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const 
 
 std::string refusalOf(const AVOutputFormat& format, const AVStream& stream) {
   const AVCodecID codec = stream.codecpar->codec_id;
-  if (!misplaces(format, codec)) return containerRefusal(stream, format.name);
-  return fmt::format("the {} format cannot hold {}", format.name, avcodec_get_name(codec));
+  const std::string refusal = misplaces(format, codec) ? "" : containerRefusal(stream, format.name);
+  if (refusal.empty() && !misplaces(format, codec)) return {};
+  return fmt::format("the {} format cannot hold {}{}", format.name, avcodec_get_name(codec),
+                     refusal.empty() ? "" : " (" + refusal + ")");
 }
 
 void requireContainerTakes(const AVOutputFormat& format, const AVStream& stream,

@@ -182,7 +182,7 @@ TEST_F(JoinEncodeTest, WhatTheContainerRefusesIsEncodedAnew) {
   EXPECT_THAT(never.err, HasSubstr("does not yet support muxing rv20"));
   const RunResult result = join({clip}, folder_ / "out.mkv");
   ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(result.out, HasSubstr("encoding anew: matroska: "));
+  EXPECT_THAT(result.out, HasSubstr("encoding anew: the matroska format cannot hold rv20"));
 }
 
 TEST_F(JoinEncodeTest, PicturesAndSoundBecomeSoundAlone) {
