@@ -268,7 +268,9 @@ void StreamCopier::deliver(PacketPtr packet) {
   hasDelivered_ = true;
   const bool maybeSame = output_.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;
   if (packet->dts != AV_NOPTS_VALUE) {
-    if (last_ != AV_NOPTS_VALUE) packet->dts = std::max(packet->dts, maybeSame ? last_ : last_ + 1);
+    // Behind the last time that there is comes none: the muxer refuses that packet.
+    const int64_t earliest = maybeSame || last_ == INT64_MAX ? last_ : last_ + 1;
+    if (last_ != AV_NOPTS_VALUE) packet->dts = std::max(packet->dts, earliest);
     last_ = packet->dts;
     if (packet->pts != AV_NOPTS_VALUE) packet->pts = std::max(packet->pts, packet->dts);
   }
