@@ -1,5 +1,4 @@
 #include <kestrel/convert.h>
-
 #include <iostream>
 
 int main(int, char** arguments) {

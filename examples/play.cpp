@@ -1,5 +1,4 @@
 #include <kestrel/convert.h>
-
 #include <chrono>
 #include <thread>
 
