@@ -18,13 +18,12 @@ constexpr int64_t kWrap = int64_t{1} << 33;
 constexpr int64_t kMostBack = kSecond / 10;
 constexpr int64_t kMostForth = 10 * kSecond;
 
-/// Places that are looked at, how far apart they are at least, and how much is read at each: clocks
-/// are told every tenth of a second at least.
+/// Places that are looked at, and how much is read at each: clocks are told every tenth of a second
+/// at least.
 constexpr int64_t kPlaces = 64;
-constexpr int64_t kLeastStep = 32 << 10;  // bytes
-constexpr size_t kLook = 256 << 10;       // bytes
-constexpr int64_t kClosest = 64 << 10;    // bytes between which a jump is believed
-constexpr double kMostSlowdown = 4;       // how much longer than usual a stretch may last
+constexpr size_t kLook = 256 << 10;     // bytes
+constexpr int64_t kClosest = 64 << 10;  // bytes between which a jump is believed
+constexpr double kMostSlowdown = 4;     // how much longer than usual a stretch may last
 
 constexpr size_t kTransportPacket = 188;
 constexpr uint8_t kSync = 0x47;

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "sources/DemuxerReader.h"
+#include "sources/PipeReader.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"
@@ -36,6 +37,7 @@ struct Demuxer {
   ~Demuxer() { avformat_close_input(&context); }
 
   AVFormatContext* context = nullptr;
+  std::unique_ptr<PipeReader> pipe;  // what it reads through, where that may have to wait
   std::shared_ptr<const Interrupt> interrupt;
   std::atomic<bool> isClosed{false};  // whoever still reads from it had better stop
   DemuxerReader reader;
@@ -202,6 +204,11 @@ void LMMediaSource::open() {
   demuxer->context->interrupt_callback = {askInterrupt, demuxer.get()};
 
   const std::string name = url(*this, demuxer->context->pb);
+  if (!demuxer->context->pb) {
+    demuxer->pipe =
+        PipeReader::open(path(), [asked = demuxer.get()] { return askInterrupt(asked) != 0; });
+    if (demuxer->pipe) demuxer->context->pb = demuxer->pipe->io();
+  }
   Dictionary options;
   for (const auto& [key, value] : demuxerOptions())
     av_dict_set(options.get(), key.c_str(), value.c_str(), 0);
