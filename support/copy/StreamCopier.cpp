@@ -19,9 +19,9 @@ bool isOneOf(const AVOutputFormat& container, const std::array<std::string_view,
   return std::ranges::count(names, container.name) > 0;
 }
 
-/// The containers in which each unit of H.264 and HEVC follows its length. In all others it follows
-/// a start code.
-constexpr std::array<std::string_view, 10> kLengthContainers = {
+/// The containers that hold what a decoder must know apart from the packets: each unit of H.264 and
+/// HEVC follows its length, AAC has no headers. In all others units follow a start code.
+constexpr std::array<std::string_view, 10> kDescribingContainers = {
     "mp4", "mov", "ipod", "psp", "3gp", "3g2", "f4v", "ismv", "matroska", "flv"};
 
 /// The containers that tell by an edit list what of a track is shown.
@@ -50,12 +50,16 @@ bool hasLengths(const AVCodecParameters& parameters) {
 
 /// The bitstream filter that makes a stream's packets what a container wants; null for none.
 const char* filterFor(const AVCodecParameters& parameters, const AVOutputFormat& container) {
-  const bool wantsStartCodes = hasLengths(parameters) && !isOneOf(container, kLengthContainers);
+  const bool describes = isOneOf(container, kDescribingContainers);
+  const bool wantsStartCodes = hasLengths(parameters) && !describes;
   switch (parameters.codec_id) {
     case AV_CODEC_ID_H264:
       return wantsStartCodes ? "h264_mp4toannexb" : nullptr;
     case AV_CODEC_ID_HEVC:
       return wantsStartCodes ? "hevc_mp4toannexb" : nullptr;
+    case AV_CODEC_ID_AAC:
+      // The muxer would do the same, but fails as a whole where a header is damaged.
+      return describes && parameters.extradata_size == 0 ? "aac_adtstoasc" : nullptr;
     case AV_CODEC_ID_MPEG4:
       // Only AVI knows pictures that lie in the packet of another.
       return isAvi(container) ? nullptr : "mpeg4_unpack_bframes";

@@ -524,6 +524,31 @@ TEST(LMFFMovieFileOutputCopy, PacketThatCannotBeRewrittenIsLostAlone) {
             packetsOf(fixture("video-only.mp4"), "v").size() - 2);
 }
 
+TEST(LMFFMovieFileOutputCopy, SoundWhoseHeaderIsDamagedIsLostAlone) {
+  const TempDir dir;
+  for (const char* name : {"a.mp4", "a.mkv", "a.flv"}) {
+    SCOPED_TRACE(name);
+    test::PacketReader reader(fixture("av25.ts"));
+    LMFFMovieFileOutput output;
+    output.setPath((dir / name).string());
+    output.copyOutputStream(reader.audio());
+    ASSERT_TRUE(output.startOutput()) << output.lastError().message;
+    int packets = 0;
+    while (const auto item = reader.next()) {
+      AVPacket* packet = item->getPacket();
+      if (packet->stream_index != reader.audio()->index) continue;
+      ++packets;
+      ASSERT_GE(av_packet_make_writable(packet), 0);
+      if (packets == 1 || packets == 20) packet->data[0] = 0x12;  // no header begins so
+      output.writeAudioPacket(item);
+    }
+    output.stopOutput();
+    EXPECT_FALSE(output.lastError()) << output.lastError().message;
+    EXPECT_EQ(output.refusedPackets(), 2);
+    EXPECT_EQ(static_cast<int>(packetsOf(dir / name, "a").size()), packets - 2);
+  }
+}
+
 TEST(LMFFMovieFileOutputCopy, StreamOfWhichNothingCanBeRewrittenIsAFailure) {
   const TempDir dir;
   LMFFMovieFileOutput output;
