@@ -2,6 +2,7 @@
 #include <kestrel/EffectManager.h>
 #include <kestrel/FilterRegistry.h>
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -26,6 +27,7 @@ struct FilterRow {
 
 struct EffectRow {
   std::string name;
+  std::string description;
   std::vector<FilterRow> filters;  ///< where there are several, they run one after another
 };
 
@@ -67,31 +69,44 @@ FilterRow lineScreen() {
 /// The order of the rows is the one in which hosts show the effects.
 std::vector<EffectRow> catalogue() {
   return {
-      {"1935", {colorControls(0.0F, 0.00949F, 1.353F)}},
-      {"1955", {colorControls(0.0F, 0.3592F, 1.6258F)}},
-      {"1960", {colorControls(0.664F, 0.2781F, 1.407F)}},
-      {"1970", {colorControls(0.8281F, 0.1744F, 1.5788F)}},
-      {"Color Invert", {{"CIColorInvert", {}}}},
-      {"Exposure", {exposure(3.0F)}},
-      {"Blur", {{"CIGaussianBlur", {{kCIInputRadiusKey, 10.0F}}}}},
-      {"Sharpen", {{"CISharpenLuminance", {{kCIInputSharpnessKey, 10.0F}}}}},
-      {"Vibrance", {colorControls(1.58F, -0.02F, 1.08F)}},
-      {"Big Softie", {colorControls(0.718F, 0.0F, 1.0F)}},
-      {"SpotLight", {spotLight()}},
-      {"Line Screen", {lineScreen()}},
-      {"Black White", {monochrome(0.6, 0.6, 0.6)}},
-      {"Blackout B&W", {monochrome(0.6, 0.6, 0.6), exposure(2.5478F)}},
-      {"Color Control", {{"CIHueAdjust", {{kCIInputAngleKey, 3.14F}}}}},
-      {"Monochrome", {monochrome(132 / 255.0, 97 / 255.0, 0.6)}},
-      {"Glow", {glow("CIGloom", 30.0F), colorControls(1.0F, 0.25F, 2.2F)}},
-      {"Gloom", {glow("CIGloom", 30.0F)}},
-      {"Bloom", {glow("CIBloom", 40.0F)}},
+      {"1935", "black and white film, strong contrast", {colorControls(0.0F, 0.00949F, 1.353F)}},
+      {"1955", "black and white film, washed out bright", {colorControls(0.0F, 0.3592F, 1.6258F)}},
+      {"1960", "bright, faded colour film", {colorControls(0.664F, 0.2781F, 1.407F)}},
+      {"1970",
+       "warm, bright colour film with strong contrast",
+       {colorControls(0.8281F, 0.1744F, 1.5788F)}},
+      {"Color Invert", "the negative: every colour becomes its opposite", {{"CIColorInvert", {}}}},
+      {"Exposure", "overexposed by three stops", {exposure(3.0F)}},
+      {"Blur", "out of focus", {{"CIGaussianBlur", {{kCIInputRadiusKey, 10.0F}}}}},
+      {"Sharpen",
+       "edges stand out strongly",
+       {{"CISharpenLuminance", {{kCIInputSharpnessKey, 10.0F}}}}},
+      {"Vibrance", "stronger colours", {colorControls(1.58F, -0.02F, 1.08F)}},
+      {"Big Softie", "softer colours", {colorControls(0.718F, 0.0F, 1.0F)}},
+      {"SpotLight", "a spotlight on one place, the rest in the dark", {spotLight()}},
+      {"Line Screen", "black and white lines, as in an old print", {lineScreen()}},
+      {"Black White", "shades of grey, a little dark", {monochrome(0.6, 0.6, 0.6)}},
+      {"Blackout B&W",
+       "shades of grey, overexposed",
+       {monochrome(0.6, 0.6, 0.6), exposure(2.5478F)}},
+      {"Color Control",
+       "colours turned to the other side of the colour wheel",
+       {{"CIHueAdjust", {{kCIInputAngleKey, 3.14F}}}}},
+      {"Monochrome", "shades of violet", {monochrome(132 / 255.0, 97 / 255.0, 0.6)}},
+      {"Glow",
+       "a soft glow with strong contrast",
+       {glow("CIGloom", 30.0F), colorControls(1.0F, 0.25F, 2.2F)}},
+      {"Gloom", "bright places lose their shine", {glow("CIGloom", 30.0F)}},
+      {"Bloom", "bright places shine over their edges", {glow("CIBloom", 40.0F)}},
       {"Pixellate",
+       "a mosaic of hexagons",
        {{"CIHexagonalPixellate", {{kCIInputCenterKey, Vector(0, 0)}, {kCIInputScaleKey, 8.0F}}}}},
-      {"Bright", {colorControls(1.9F, 0.3F, 1.78F)}},
-      {"Copper", {monochrome(43 / 255.0, 222 / 255.0, 248 / 255.0)}},
-      {"Classical", {{"CISepiaTone", {{kCIInputIntensityKey, 1.0F}}}}},
-      {"New Effection", {monochrome(252 / 255.0, 146 / 255.0, 41 / 255.0)}},
+      {"Bright", "bright, loud colours", {colorControls(1.9F, 0.3F, 1.78F)}},
+      {"Copper", "shades of cyan", {monochrome(43 / 255.0, 222 / 255.0, 248 / 255.0)}},
+      {"Classical",
+       "sepia, as an old photograph",
+       {{"CISepiaTone", {{kCIInputIntensityKey, 1.0F}}}}},
+      {"New Effection", "shades of orange", {monochrome(252 / 255.0, 146 / 255.0, 41 / 255.0)}},
   };
 }
 
@@ -158,6 +173,12 @@ std::vector<std::shared_ptr<Filter>> EffectManager::allFilters() {
     if (filter && *filter) filters.push_back(*filter);
   }
   return filters;
+}
+
+std::string EffectManager::descriptionOf(const std::string& name) {
+  const auto rows = catalogue();
+  const auto found = std::ranges::find(rows, name, &EffectRow::name);
+  return found == rows.end() ? std::string() : found->description;
 }
 
 EffectManager::Effects EffectManager::makeEffects() {

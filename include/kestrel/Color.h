@@ -1,5 +1,11 @@
 #pragma once
 
+#include <kestrel/Export.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
 namespace kestrel {
 
 /// A colour in the encoded (gamma) domain of the video: the components run from 0 to 1 and are not
@@ -19,5 +25,12 @@ struct Color {
 
   bool operator==(const Color&) const = default;
 };
+
+/// The colour that a text means: a name that browsers know, in any case, or "#RGB", "#RRGGBB" or
+/// "#RRGGBBAA"; "@0.5" behind either is its alpha. Nothing for any other text.
+KESTREL_API std::optional<Color> colorWithName(const std::string& text);
+
+/// The names among them.
+KESTREL_API std::vector<std::string> colorNames();
 
 }  // namespace kestrel

@@ -40,6 +40,10 @@ class KESTREL_API EffectManager {
   /// The names of all effects, in the catalogue's order.
   static std::vector<std::string> allFilterNames();
 
+  /// What an effect of the catalogue as it is built does, in a few words for people; "" for any
+  /// other name.
+  static std::string descriptionOf(const std::string& name);
+
   /// A new copy of every effect's filter, in the catalogue's order; names without one are skipped.
   static std::vector<std::shared_ptr<Filter>> allFilters();
 

@@ -19,6 +19,9 @@ struct LMFFVideoColor {
 
 using VideoColor = LMFFVideoColor;
 
+/// BT.709 in limited range, as high-definition video is made.
+inline constexpr VideoColor kBt709{.primaries = 1, .transfer = 1, .matrix = 1, .range = 1};
+
 /// `color` with an unknown matrix and range filled in, for a picture of this pixel format
 /// (`AV_PIX_FMT_…`) and height (pixels). An unknown matrix becomes BT.709 from 720 lines up and
 /// BT.601 below, RGB for RGB formats; an unknown range becomes limited, or full for RGB, grey and

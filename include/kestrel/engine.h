@@ -33,6 +33,7 @@
 #include <kestrel/MovieHelperTask.h>
 #include <kestrel/MovieLook.h>
 #include <kestrel/StreamFit.h>
+#include <kestrel/Version.h>
 #include <kestrel/VideoJoiner.h>
 #include <kestrel/VideoJoinerItem.h>
 #include <kestrel/Waveform.h>

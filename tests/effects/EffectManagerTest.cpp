@@ -3,6 +3,7 @@
 #include <kestrel/EffectManager.h>
 
 #include <cmath>
+#include <set>
 #include <thread>
 
 #include "tests/media/EffectStream.h"
@@ -47,6 +48,15 @@ TEST(EffectManager, EveryEffectHasAFilter) {
   ASSERT_EQ(filters.size(), kNames.size());
   for (size_t i = 0; i < filters.size(); ++i)
     EXPECT_EQ(filters[i]->name(), effect(kNames[i])->name()) << kNames[i];
+}
+
+TEST(EffectManager, EveryEffectIsDescribedInWordsOfItsOwn) {
+  std::set<std::string> descriptions;
+  for (const std::string& name : kNames) descriptions.insert(EffectManager::descriptionOf(name));
+  EXPECT_EQ(descriptions.size(), kNames.size());
+  EXPECT_EQ(EffectManager::descriptionOf("Classical"), "sepia, as an old photograph");
+  for (const char* name : {"", "effectNames", "blur"})
+    EXPECT_EQ(EffectManager::descriptionOf(name), "") << name;
 }
 
 TEST(EffectManager, NameOfTheListGivesACopyOfTheNames) {

@@ -8,7 +8,8 @@ Rules, by what a file includes:
 - ORDER says which folders a file may know: its own and those before it, by their public headers;
   private headers only those of its own folder, of support/ and of platform/;
 - convert/ is what programs are told to use, so nothing of the engine knows it; tools/ is a host: its
-  own headers, public headers, foreign libraries;
+  own headers, public headers, and of foreign libraries what speaks to a terminal;
+- a foreign library that FOREIGN names is seen only where that says;
 - no circles, down to the smallest folder: when a file of A includes one of B, none of B leads back;
 - a public header includes public headers of its own folder or of those before it and the standard
   library, so that a host needs no foreign header.
@@ -28,7 +29,7 @@ ORDER = ["platform", "support", "frames", "sources", "effects", "audio", "media"
 
 # The folders of public headers that have no .cpp of their own.
 HOMES = {
-    "Color.h": "platform/image/values", "Vector.h": "platform/image/values",
+    "Vector.h": "platform/image/values",
     "YUVPicture.h": "platform/image/bitmap", "ParagraphStyle.h": "platform/text",
     "Error.h": "platform", "Export.h": "platform", "IndexSet.h": "platform",
     "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "MovieLook.h": "media",
@@ -38,6 +39,13 @@ HOMES = {
 # Private headers that a folder may include, beside its own.
 PRIVATE = {folder: ["support", "platform"] for folder in ORDER}
 PRIVATE.update({"platform": [], "support": ["platform"], "tools": []})
+
+# Foreign headers, by how their names begin, and which files may include them: what a host needs of
+# FFmpeg the library offers, and the command line's parser takes long to compile.
+FOREIGN = [
+    (re.compile(r"lib(av|sw|postproc)\w*/"), lambda file: not file.startswith("tools/")),
+    (re.compile(r"CLI/"), lambda file: file == "tools/cli/CommandLine.cpp"),
+]
 
 # The headers of the tiers, what they are for, and the folders whose headers they include. A folder
 # counts for the longest name that it begins with.
@@ -114,6 +122,15 @@ def direction_of_sources(tree):
                     yield f"{tree.name(file)}: includes {name}: {problem}"
 
 
+def foreign_headers(tree):
+    for files in tree.sources.values():
+        for file in files:
+            for _, name in includes(file):
+                for start, may_include in FOREIGN:
+                    if start.match(name) and not may_include(tree.name(file)):
+                        yield f"{tree.name(file)}: may not include {name}"
+
+
 def problem_of_include(tree, folder, system, name):
     top, _, rest = name.partition("/")
     if top == "kestrel":
@@ -125,7 +142,7 @@ def problem_of_include(tree, folder, system, name):
         return None
     if system:
         return None
-    if not rest and folder != "tools":
+    if not rest:
         return "private headers are included by their path from the project's root"
     if rest and top != folder and top not in PRIVATE[folder]:
         return f"{folder}/ may not include private headers of {top}/"
@@ -283,8 +300,8 @@ def prefixes(tree):
 
 def check(root):
     tree = Tree(root)
-    rules = [direction_of_sources, direction_of_public_headers, circles, umbrella, marks,
-             prefixes]
+    rules = [direction_of_sources, foreign_headers, direction_of_public_headers, circles, umbrella,
+             marks, prefixes]
     return [problem for rule in rules for problem in rule(tree)]
 
 

@@ -20,8 +20,7 @@ SOUND = {
                        '#include "media/Clock.h"\nMovie::Movie() {}\n',
     "media/Clock.h": "#pragma once\nextern \"C\" {\n#include <libavutil/avutil.h>\n}\n",
     "output/File.h": "#include <kestrel/Movie.h>\n",
-    "tools/main.cpp": '#include <CLI/CLI.hpp>\n#include <kestrel/kestrel.h>\n#include "tools/Bar.h"\n'
-                      '#include "Bar.h"\n',
+    "tools/main.cpp": '#include <fmt/format.h>\n#include <kestrel/kestrel.h>\n#include "tools/Bar.h"\n',
     "tools/Bar.h": "#pragma once\n",
 }
 
@@ -119,8 +118,19 @@ class CheckStructureTest(unittest.TestCase):
     def test_tools_may_not_include_private_headers(self):
         self.assertRefused("tools/A.cpp", '#include "support/Owners.h"\n', "support/")
 
+    def test_tools_see_nothing_of_ffmpeg(self):
+        for name in ("libavutil/color.h", "libswscale/swscale.h"):
+            self.assertEqual(self.problems({"media/A.cpp": f"#include <{name}>\n"}), [])
+            self.assertRefused("tools/A.cpp", f"#include <{name}>\n", name)
+
+    def test_one_file_sees_the_parser_of_arguments(self):
+        include = "#include <CLI/CLI.hpp>\n"
+        self.assertEqual(self.problems({"tools/cli/CommandLine.cpp": include}), [])
+        self.assertRefused("tools/verbs/A.cpp", include, "CLI/CLI.hpp")
+
     def test_headers_of_the_own_folder_go_by_their_full_path(self):
         self.assertRefused("media/A.cpp", '#include "Clock.h"\n', "path")
+        self.assertRefused("tools/A.cpp", '#include "Bar.h"\n', "path")
 
     def test_public_headers_go_in_angle_brackets(self):
         self.assertRefused("media/A.cpp", '#include "kestrel/Movie.h"\n', "<>")

@@ -1,13 +1,14 @@
+#include <kestrel/Color.h>
 #include <kestrel/EffectManager.h>
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <map>
 #include <memory>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,10 +16,6 @@
 #include "tools/cli/LookOptions.h"
 #include "tools/cli/Text.h"
 #include "tools/terminal/Outcome.h"
-
-extern "C" {
-#include <libavutil/parseutils.h>
-}
 
 using namespace kestrel;
 
@@ -30,7 +27,7 @@ constexpr double kDefaultFontSize = 40;  // where the font is named without one
 struct Typed {
   LookSettings settings;
   std::string crop, zoom, subtitleTrack, displayAspect, watermark, font, color;
-  std::string subtitleOption;  // one that says how subtitles look; "": none was given
+  std::vector<Option> subtitleStyle;  // the options that say how subtitles look
 };
 
 [[noreturn]] void refuse(std::string_view option, std::string_view text, std::string_view wanted) {
@@ -50,21 +47,6 @@ std::optional<std::vector<double>> numbersOf(std::string_view text) {
     if (part.size() == text.size()) return numbers;
     text.remove_prefix(part.size() + 1);
   }
-}
-
-/// Refuses an option that was given nothing, such as a script's variable that is not set.
-CLI::Validator notEmpty() {
-  return {[](const std::string& text) { return text.empty() ? "the value is empty" : ""; }, ""};
-}
-
-CLI::Validator numberBetween(double low, double high) {
-  return {[=](const std::string& text) {
-            const auto numbers = numbersOf(text);
-            const bool isOne = numbers && numbers->size() == 1 && numbers->front() >= low &&
-                               numbers->front() <= high;
-            return isOne ? "" : fmt::format("'{}' is not a number from {} to {}", text, low, high);
-          },
-          ""};
 }
 
 Area parseArea(std::string_view option, const std::string& text) {
@@ -121,22 +103,9 @@ Watermark parseWatermark(std::string_view option, const std::string& text) {
   return mark;
 }
 
-/// "#FC0" as "#FFCC00"; any other text as it is.
-std::string withWholeDigits(const std::string& text) {
-  if (text.size() != 4 || text[0] != '#') return text;
-  return {'#', text[1], text[1], text[2], text[2], text[3], text[3]};
-}
-
 Color parseColor(std::string_view option, const std::string& text) {
-  std::array<uint8_t, 4> rgba{};
-  if (av_parse_color(rgba.data(), withWholeDigits(text).c_str(), -1, nullptr) >= 0 &&
-      text != "random")
-    return {rgba[0] / 255.0, rgba[1] / 255.0, rgba[2] / 255.0, rgba[3] / 255.0};
-  std::vector<std::string> names;
-  const uint8_t* ignored = nullptr;
-  for (int i = 0; const char* name = av_get_known_color_name(i, &ignored); ++i)
-    names.emplace_back(name);
-  refuse(option, text, "a colour such as yellow or #FFCC00" + nearestNames(text, names));
+  if (const auto color = colorWithName(text)) return *color;
+  refuse(option, text, "a colour such as yellow or #FFCC00" + nearestNames(text, colorNames()));
 }
 
 Font parseFont(std::string_view option, const std::string& text) {
@@ -175,83 +144,81 @@ LookSettings settingsOf(const Typed& typed) {
   if (!settings.subtitles.empty() && !typed.subtitleTrack.empty())
     throw wrongUsage("--subtitles and --subtitle-track exclude each other: give one of them");
   const bool hasSubtitles = !settings.subtitles.empty() || !typed.subtitleTrack.empty();
-  if (!hasSubtitles && !typed.subtitleOption.empty())
-    throw wrongUsage(fmt::format("{} needs --subtitles or --subtitle-track", typed.subtitleOption));
+  for (const Option& option : std::views::reverse(typed.subtitleStyle))
+    if (!hasSubtitles && option.isGiven())
+      throw wrongUsage(fmt::format("{} needs --subtitles or --subtitle-track", option.name()));
   if (!std::isfinite(settings.rotate)) throw wrongUsage("--rotate: the angle must be finite");
   return settings;
 }
 
-void addGeometry(CLI::App& verb, Typed& typed) {
+void addGeometry(Verb verb, Typed& typed) {
   LookSettings& settings = typed.settings;
-  verb.add_option("--crop", typed.crop,
-                  "what to keep, in pixels from the upper left of the upright picture")
-      ->type_name("X,Y,WxH")
-      ->check(notEmpty());
-  verb.add_flag("--auto-crop", settings.autoCrop, "leave black bars out");
-  verb.add_option("--zoom", typed.zoom,
-                  "how the picture fits the size: stretch, fit, 16:9, 4:3 "
-                  "or fill-width")
-      ->type_name("HOW")
-      ->check(notEmpty());
-  verb.add_option("--display-aspect", typed.displayAspect,
-                  "the shape that the source was meant to have: source, 4:3 or 16:9")
-      ->type_name("W:H")
-      ->check(notEmpty());
-  verb.add_option("--rotate", settings.rotate,
-                  "degrees clockwise; the source's own turn is applied "
-                  "by itself")
-      ->type_name("DEG");
-  verb.add_flag("--hflip", settings.hflip, "mirror left and right");
-  verb.add_flag("--vflip", settings.vflip, "mirror top and bottom");
+  verb.option("--crop", typed.crop,
+              "what to keep, in pixels from the upper left of the upright picture")
+      .type("X,Y,WxH")
+      .notEmpty();
+  verb.flag("--auto-crop", settings.autoCrop, "leave black bars out");
+  verb.option("--zoom", typed.zoom,
+              "how the picture fits the size: stretch, fit, 16:9, 4:3 "
+              "or fill-width")
+      .type("HOW")
+      .notEmpty();
+  verb.option("--display-aspect", typed.displayAspect,
+              "the shape that the source was meant to have: source, 4:3 or 16:9")
+      .type("W:H")
+      .notEmpty();
+  verb.option("--rotate", settings.rotate,
+              "degrees clockwise; the source's own turn is applied "
+              "by itself")
+      .type("DEG");
+  verb.flag("--hflip", settings.hflip, "mirror left and right");
+  verb.flag("--vflip", settings.vflip, "mirror top and bottom");
 }
 
-void addColors(CLI::App& verb, Typed& typed) {
+void addColors(Verb verb, Typed& typed) {
   LookSettings& settings = typed.settings;
   const auto add = [&](const char* name, float& value, const char* text) {
-    verb.add_option(name, value, text)->type_name("X")->check(numberBetween(0, 10));
+    verb.option(name, value, text).type("X").between(0, 10);
   };
   add("--saturation", settings.saturation, "0 is grey, 0.5 neutral, 1 twice as colourful");
   add("--brightness", settings.brightness, "0 is black, 0.5 neutral, 1 white");
   add("--contrast", settings.contrast, "0 is flat, 0.25 neutral, 0.5 twice as much");
   add("--hue", settings.hue, "0.5 is neutral; 0 and 1 turn the colours half way round");
-  verb.add_option("--effect", settings.effect, "a look from 'kestrel effects'")
-      ->type_name("NAME")
-      ->check(notEmpty());
+  verb.option("--effect", settings.effect, "a look from 'kestrel effects'").type("NAME").notEmpty();
 }
 
-void addOverlays(CLI::App& verb, Typed& typed) {
+void addOverlays(Verb verb, Typed& typed) {
   LookSettings& settings = typed.settings;
-  verb.add_option("--watermark", typed.watermark, "a picture laid over all, its upper left at X,Y")
-      ->type_name("FILE[:X,Y[,SCALE[,OPACITY]]]")
-      ->check(notEmpty());
-  verb.add_option("--subtitles", settings.subtitles, "a subtitle file to draw into the picture")
-      ->type_name("FILE")
-      ->check(notEmpty());
-  verb.add_option("--subtitle-track", typed.subtitleTrack,
-                  "one of the input's own: a number from 0 or a language")
-      ->type_name("N|LANG")
-      ->check(notEmpty());
+  verb.option("--watermark", typed.watermark, "a picture laid over all, its upper left at X,Y")
+      .type("FILE[:X,Y[,SCALE[,OPACITY]]]")
+      .notEmpty();
+  verb.option("--subtitles", settings.subtitles, "a subtitle file to draw into the picture")
+      .type("FILE")
+      .notEmpty();
+  verb.option("--subtitle-track", typed.subtitleTrack,
+              "one of the input's own: a number from 0 or a language")
+      .type("N|LANG")
+      .notEmpty();
   const auto add = [&](const char* name, auto& value, const char* text, const char* type) {
-    return verb.add_option(name, value, text)
-        ->type_name(type)
-        ->check(notEmpty())
-        ->each([&typed, name](const std::string&) { typed.subtitleOption = name; });
+    Option option = verb.option(name, value, text).type(type).notEmpty();
+    typed.subtitleStyle.push_back(option);
+    return option;
   };
   add("--subtitle-font", typed.font, "such as \"DejaVu Sans Bold 40\" (size in pixels)", "FONT");
   add("--subtitle-color", typed.color, "a name or #RRGGBB (default: white)", "COLOUR");
   add("--subtitle-position", settings.subtitlePosition,
       "the lower edge of the text, from 0 at the bottom to 0.9 (default: 0.05)", "X")
-      ->check(numberBetween(0, 0.9));  // at 1 there is no room for a text
+      .between(0, 0.9);  // at 1 there is no room for a text
   add("--subtitle-outline", settings.subtitleOutline,
       "how wide the black around the letters is, in pixels (default: as suits the font)", "X")
-      ->check(numberBetween(0, 100));
+      .between(0, 100);
 }
 
 }  // namespace
 
-std::function<LookSettings()> addLookOptions(CLI::App& verb) {
+std::function<LookSettings()> addLookOptions(Verb verb) {
   auto typed = std::make_shared<Typed>();
-  verb.option_defaults()->group("Look");
+  verb.group("Look");
   addGeometry(verb, *typed);
   addColors(verb, *typed);
   addOverlays(verb, *typed);

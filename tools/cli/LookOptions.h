@@ -4,10 +4,8 @@
 
 #include <functional>
 
-namespace CLI {
-class App;
-}
+#include "tools/cli/CommandLine.h"
 
 /// Adds the options of the look to a verb. What they were given is read by the function that this
 /// answers, which throws the `Failure` of wrong usage where a value is none.
-std::function<kestrel::LookSettings()> addLookOptions(CLI::App& verb);
+std::function<kestrel::LookSettings()> addLookOptions(Verb verb);

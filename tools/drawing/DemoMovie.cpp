@@ -3,6 +3,7 @@
 #include <kestrel/BitmapContext.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFMovieFileOutput.h>
+#include <kestrel/LMFFVideoColor.h>
 
 #include <cmath>
 #include <cstdint>
@@ -13,11 +14,6 @@
 #include "tools/drawing/DemoPicture.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
-
-extern "C" {
-#include <libavcodec/codec_id.h>
-#include <libavutil/pixfmt.h>
-}
 
 using namespace kestrel;
 
@@ -59,19 +55,16 @@ void requireNoError(const LMFFMovieFileOutput& output, const std::string& path) 
 }
 
 void start(LMFFMovieFileOutput& output, const std::string& path) {
-  auto format = kestrel::lm_get_default_movie_file_ouput_format();
+  auto format = lm_get_default_movie_file_ouput_format();
   format.width = kWidth;
   format.height = kHeight;
   format.framerate = kFramesPerSecond;
   format.frameTime = 1;
-  format.video_codec = AV_CODEC_ID_FFV1;
-  format.audio_codec = AV_CODEC_ID_PCM_S16LE;
+  format.video_codec = lm_get_codec_id_by_name("ffv1");
+  format.audio_codec = lm_get_codec_id_by_name("pcm_s16le");
   format.sample_rate = kSampleRate;
   output.setMovieFormat(format);
-  output.setOutputColor({.primaries = AVCOL_PRI_BT709,
-                         .transfer = AVCOL_TRC_BT709,
-                         .matrix = AVCOL_SPC_BT709,
-                         .range = AVCOL_RANGE_MPEG});
+  output.setOutputColor(kBt709);
   output.setMetadata({{"title", "Kestrel demo"}});
   output.setInterrupt(interrupted);
   output.setPath(path);

@@ -1,6 +1,3 @@
-#include "tools/verbs/ComposeCommand.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <memory>
@@ -15,6 +12,7 @@
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 
@@ -68,24 +66,21 @@ int run(const Arguments& arguments) {
 
 }  // namespace
 
-void addComposeCommand(CLI::App& app, Run& run_) {
-  auto* verb = app.add_subcommand("compose", "Put streams of several files on one time line");
-  verb->footer(
+void addComposeVerb(CommandLine& line) {
+  Verb verb = line.addVerb("compose", "Put streams of several files on one time line");
+  verb.footer(
       "Each FILE[:TRACK][@POSITION] brings one stream, by its number in the file (default: 0),\n"
       "at a position in seconds or [hh:]mm:ss.mmm (default: 0). Packets are copied, nothing is\n"
       "encoded anew.\n\n"
       "Example:\n"
       "  kestrel demo bars.mp4 && kestrel compose -o late.mp4 bars.mp4:0 bars.mp4:1@0.5");
   auto arguments = std::make_shared<Arguments>();
-  verb->add_option("tracks", arguments->tracks, "the streams to place")
-      ->type_name("FILE[:TRACK][@POSITION]");
-  verb->add_option("-o,--output", arguments->output, "the file to write")->type_name("FILE");
-  verb->add_option("--save", arguments->save, "store the composition in a property list")
-      ->type_name("FILE");
-  verb->add_option("--load", arguments->load, "begin with a stored composition")->type_name("FILE");
-  verb->add_flag("--force", arguments->force, "replace an existing target");
-  verb->add_option("--progress", arguments->progress,
-                   "bar (on a terminal), json (a line each) or none")
-      ->type_name("STYLE");
-  verb->callback([arguments, &run_] { run_ = [arguments] { return run(*arguments); }; });
+  verb.option("tracks", arguments->tracks, "the streams to place").type("FILE[:TRACK][@POSITION]");
+  verb.option("-o,--output", arguments->output, "the file to write").type("FILE");
+  verb.option("--save", arguments->save, "store the composition in a property list").type("FILE");
+  verb.option("--load", arguments->load, "begin with a stored composition").type("FILE");
+  verb.flag("--force", arguments->force, "replace an existing target");
+  verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
+      .type("STYLE");
+  verb.runs([arguments] { return run(*arguments); });
 }

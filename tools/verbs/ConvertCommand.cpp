@@ -1,7 +1,3 @@
-#include "tools/verbs/ConvertCommand.h"
-
-#include <CLI/CLI.hpp>
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -18,6 +14,7 @@
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/terminal/Say.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 
@@ -56,23 +53,22 @@ std::optional<Deinterlacing> parseDeinterlacing(const std::string& text) {
 
 /// Refuses options that shape an encoded stream where it is copied or left out: they would do
 /// nothing. `groups`: the headings under which the help shows them.
-void requireEncoding(const CLI::App& verb, const std::string& codecOption, const std::string& codec,
+void requireEncoding(const Verb& verb, const std::string& codecOption, const std::string& codec,
                      const std::vector<std::string>& groups) {
   if (codec != "copy" && codec != "none") return;
-  for (const CLI::Option* option : verb.get_options()) {
-    const bool isShaping = std::ranges::count(groups, option->get_group()) > 0 &&
-                           option->get_name() != codecOption &&
-                           option->get_name() != "--audio-tracks";
-    if (isShaping && option->count() > 0)
+  for (const Option& option : verb.options()) {
+    const bool isShaping = std::ranges::count(groups, option.group()) > 0 &&
+                           option.name() != codecOption && option.name() != "--audio-tracks";
+    if (isShaping && option.isGiven())
       throw wrongUsage(
-          fmt::format("{} does nothing beside {} {}", option->get_name(), codecOption, codec));
+          fmt::format("{} does nothing beside {} {}", option.name(), codecOption, codec));
   }
 }
 
-void requireEffect(const CLI::App& verb, const Arguments& arguments) {
+void requireEffect(const Verb& verb, const Arguments& arguments) {
   requireEncoding(verb, "--video-codec", arguments.videoCodec, {"Picture", "Look"});
   requireEncoding(verb, "--audio-codec", arguments.audioCodec, {"Sound"});
-  if (verb.count("--crf") > 0 && verb.count("--video-bitrate") > 0)
+  if (verb.isGiven("--crf") && verb.isGiven("--video-bitrate"))
     throw wrongUsage("--crf and --video-bitrate say the same thing: give one of them");
 }
 
@@ -136,103 +132,92 @@ ConversionSettings settingsOf(const Arguments& arguments) {
   return settings;
 }
 
-void addVideoOptions(CLI::App& verb, Arguments& arguments) {
-  verb.option_defaults()->group("Picture");
+void addVideoOptions(Verb verb, Arguments& arguments) {
+  verb.group("Picture");
   ConversionSettings& settings = arguments.settings;
-  verb.add_option("--video-codec", arguments.videoCodec,
-                  "codec (h264, hevc, vp9, mpeg4 …), 'copy' or 'none'")
-      ->type_name("NAME");
-  verb.add_option("--size", arguments.size, "size in pixels; a side '-' keeps the shape")
-      ->type_name("WxH");
-  verb.add_option("--fps", arguments.fps, "pictures per second (default: the source's)")
-      ->type_name("N[/D]");
-  verb.add_option("--aspect", arguments.aspect, "display aspect (default: the source's)")
-      ->type_name("W:H");
-  verb.add_option("--video-bitrate", arguments.videoBitrate,
-                  "bits per second (default: what suits the size)")
-      ->type_name("RATE");
-  verb.add_option("--crf", settings.crf, "constant quality in place of a bit rate")->type_name("N");
-  verb.add_option("--encoder-preset", settings.encoderPreset,
-                  "the encoder's preset (default for H.264: fast)")
-      ->type_name("NAME");
-  verb.add_option("--deinterlace", arguments.deinterlace,
-                  "auto: interlaced pictures; on: all; off (default: off, for discs auto)")
-      ->type_name("WHEN");
-  verb.add_option("--video-option", arguments.videoOptions, "an option of the encoder's own")
-      ->type_name("KEY=VALUE")
-      ->expected(1)
-      ->allow_extra_args(false)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  verb.option("--video-codec", arguments.videoCodec,
+              "codec (h264, hevc, vp9, mpeg4 …), 'copy' or 'none'")
+      .type("NAME");
+  verb.option("--size", arguments.size, "size in pixels; a side '-' keeps the shape").type("WxH");
+  verb.option("--fps", arguments.fps, "pictures per second (default: the source's)").type("N[/D]");
+  verb.option("--aspect", arguments.aspect, "display aspect (default: the source's)").type("W:H");
+  verb.option("--video-bitrate", arguments.videoBitrate,
+              "bits per second (default: what suits the size)")
+      .type("RATE");
+  verb.option("--crf", settings.crf, "constant quality in place of a bit rate").type("N");
+  verb.option("--encoder-preset", settings.encoderPreset,
+              "the encoder's preset (default for H.264: fast)")
+      .type("NAME");
+  verb.option("--deinterlace", arguments.deinterlace,
+              "auto: interlaced pictures; on: all; off (default: off, for discs auto)")
+      .type("WHEN");
+  verb.option("--video-option", arguments.videoOptions, "an option of the encoder's own")
+      .type("KEY=VALUE")
+      .repeatable();
 }
 
-void addAudioOptions(CLI::App& verb, Arguments& arguments) {
-  verb.option_defaults()->group("Sound");
+void addAudioOptions(Verb verb, Arguments& arguments) {
+  verb.group("Sound");
   ConversionSettings& settings = arguments.settings;
-  verb.add_option("--audio-codec", arguments.audioCodec,
-                  "codec (aac, mp3, opus, flac …), 'copy' or 'none'")
-      ->type_name("NAME");
-  verb.add_option("--audio-tracks", arguments.audioTracks,
-                  "tracks to mix: numbers from 0, 'all', or a language code")
-      ->type_name("0,2|all|LANG");
-  verb.add_option("--audio-bitrate", arguments.audioBitrate,
-                  "bits per second (default: 96k for each channel)")
-      ->type_name("RATE");
-  verb.add_option("--sample-rate", settings.sampleRate, "Hz (default: 44100)")
-      ->type_name("HZ")
-      ->check(CLI::Range(1000, 768000));
-  verb.add_option("--channels", arguments.channels,
-                  "layout: mono, stereo, 5.1 … (default: stereo, or mono from mono)")
-      ->type_name("LAYOUT");
-  verb.add_option("--volume", settings.volume, "factor on the loudness (default: 1)")
-      ->type_name("X");
-  verb.add_option("--audio-option", arguments.audioOptions, "an option of the encoder's own")
-      ->type_name("KEY=VALUE")
-      ->expected(1)
-      ->allow_extra_args(false)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  verb.option("--audio-codec", arguments.audioCodec,
+              "codec (aac, mp3, opus, flac …), 'copy' or 'none'")
+      .type("NAME");
+  verb.option("--audio-tracks", arguments.audioTracks,
+              "tracks to mix: numbers from 0, 'all', or a language code")
+      .type("0,2|all|LANG");
+  verb.option("--audio-bitrate", arguments.audioBitrate,
+              "bits per second (default: 96k for each channel)")
+      .type("RATE");
+  verb.option("--sample-rate", settings.sampleRate, "Hz (default: 44100)")
+      .type("HZ")
+      .within(1000, 768000);
+  verb.option("--channels", arguments.channels,
+              "layout: mono, stereo, 5.1 … (default: stereo, or mono from mono)")
+      .type("LAYOUT");
+  verb.option("--volume", settings.volume, "factor on the loudness (default: 1)").type("X");
+  verb.option("--audio-option", arguments.audioOptions, "an option of the encoder's own")
+      .type("KEY=VALUE")
+      .repeatable();
 }
 
-void addOtherOptions(CLI::App& verb, Arguments& arguments) {
-  verb.option_defaults()->group("Span and file");
+void addOtherOptions(Verb verb, Arguments& arguments) {
+  verb.group("Span and file");
   ConversionSettings& settings = arguments.settings;
-  verb.add_option("--start", arguments.start, "seconds or [hh:]mm:ss.mmm")->type_name("TIME");
-  verb.add_option("--end", arguments.end, "where to stop, in the source's time")->type_name("TIME");
-  verb.add_option("--duration", arguments.duration, "how much to convert")->type_name("TIME");
-  verb.add_option("--chapters", arguments.chapters, "chapters to convert, counted from 1")
-      ->type_name("A[-B]");
-  verb.add_option("--title", arguments.title, "of a disc: a number (see 'kestrel dvd') or 'main'")
-      ->type_name("N|main");
-  verb.add_flag("--no-metadata", arguments.noMetadata, "leave tags and chapters out");
-  verb.add_flag("--force", settings.replaces, "replace an existing target");
-  verb.add_option("--progress", arguments.progress,
-                  "bar (on a terminal), json (a line each) or none")
-      ->type_name("STYLE");
+  verb.option("--start", arguments.start, "seconds or [hh:]mm:ss.mmm").type("TIME");
+  verb.option("--end", arguments.end, "where to stop, in the source's time").type("TIME");
+  verb.option("--duration", arguments.duration, "how much to convert").type("TIME");
+  verb.option("--chapters", arguments.chapters, "chapters to convert, counted from 1")
+      .type("A[-B]");
+  verb.option("--title", arguments.title, "of a disc: a number (see 'kestrel dvd') or 'main'")
+      .type("N|main");
+  verb.flag("--no-metadata", arguments.noMetadata, "leave tags and chapters out");
+  verb.flag("--force", settings.replaces, "replace an existing target");
+  verb.option("--progress", arguments.progress, "bar (on a terminal), json (a line each) or none")
+      .type("STYLE");
 }
 
 }  // namespace
 
-void addConvertCommand(CLI::App& app, Run& run) {
-  auto* verb = app.add_subcommand("convert", "Convert a movie or sound file into another");
-  verb->footer(
+void addConvertVerb(CommandLine& line) {
+  Verb verb = line.addVerb("convert", "Convert a movie or sound file into another");
+  verb.footer(
       "The container follows the target's extension. Without options the result plays\n"
       "everywhere: H.264 and AAC where the container is mp4.\n\n"
       "Example:\n"
       "  kestrel demo example.mp4 && kestrel convert example.mp4 small.mp4 --size 640x-");
   auto arguments = std::make_shared<Arguments>();
-  verb->add_option("input", arguments->settings.input, "the file or disc to read")->required();
-  verb->add_option("output", arguments->settings.output, "the file to write")->required();
-  addVideoOptions(*verb, *arguments);
-  arguments->look = addLookOptions(*verb);
-  addAudioOptions(*verb, *arguments);
-  addOtherOptions(*verb, *arguments);
-  verb->callback([arguments, verb, &run] {
-    run = [arguments, verb] {
-      requireEffect(*verb, *arguments);
-      const ConversionSettings settings = settingsOf(*arguments);
-      ProgressDisplay progress(parseProgressStyle("--progress", arguments->progress));
-      Events events = progress.events();
-      events.note = say;
-      return finish(progress, Conversion(settings).run(events));
-    };
+  verb.option("input", arguments->settings.input, "the file or disc to read").required();
+  verb.option("output", arguments->settings.output, "the file to write").required();
+  addVideoOptions(verb, *arguments);
+  arguments->look = addLookOptions(verb);
+  addAudioOptions(verb, *arguments);
+  addOtherOptions(verb, *arguments);
+  verb.runs([arguments, verb] {
+    requireEffect(verb, *arguments);
+    const ConversionSettings settings = settingsOf(*arguments);
+    ProgressDisplay progress(parseProgressStyle("--progress", arguments->progress));
+    Events events = progress.events();
+    events.note = say;
+    return finish(progress, Conversion(settings).run(events));
   });
 }

@@ -1,6 +1,3 @@
-#include "tools/verbs/DemoCommand.h"
-
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
 
@@ -8,6 +5,7 @@
 #include <kestrel/convert/OutputFile.h>
 #include "tools/drawing/DemoMovie.h"
 #include "tools/terminal/ProgressDisplay.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 
@@ -27,14 +25,14 @@ int demo(ConversionSettings settings) {
 
 }  // namespace
 
-void addDemoCommand(CLI::App& app, Run& run) {
+void addDemoVerb(CommandLine& line) {
   const auto settings = std::make_shared<ConversionSettings>();
-  CLI::App* verb = app.add_subcommand("demo", "Make a short test movie");
-  verb->add_option("output", settings->output, "the file to write")->required()->type_name("FILE");
-  verb->add_flag("--force", settings->replaces, "replace an existing target");
-  verb->footer(
+  Verb verb = line.addVerb("demo", "Make a short test movie");
+  verb.option("output", settings->output, "the file to write").required().type("FILE");
+  verb.flag("--force", settings->replaces, "replace an existing target");
+  verb.footer(
       "Draws and sounds ten seconds of colour bars with a running clock, then converts\n"
       "them to the target, whose extension chooses the format.\n\n"
       "Example:\n  kestrel demo bars.mp4");
-  verb->callback([&run, settings] { run = [settings] { return demo(*settings); }; });
+  verb.runs([settings] { return demo(*settings); });
 }

@@ -1,5 +1,3 @@
-#include "tools/verbs/DvdCommand.h"
-
 #include <kestrel/LMDVDFile.h>
 #include <kestrel/LMDVDIO.h>
 #include <kestrel/LMDVDTitleSource.h>
@@ -8,7 +6,6 @@
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <map>
@@ -22,6 +19,7 @@
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/Say.h"
 #include "tools/terminal/StandardOutput.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 using nlohmann::ordered_json;
@@ -233,18 +231,18 @@ int list(const DvdSettings& settings) {
 
 }  // namespace
 
-void addDvdCommand(CLI::App& app, Run& run) {
+void addDvdVerb(CommandLine& line) {
   const auto settings = std::make_shared<DvdSettings>();
-  CLI::App* verb = app.add_subcommand("dvd", "Tell what is on a DVD-Video disc");
-  verb->add_option("path", settings->input, "a folder with VIDEO_TS in it, an ISO image or a disc")
-      ->required()
-      ->type_name("PATH");
-  verb->add_flag("--json", settings->asJson, "print one JSON document");
-  verb->add_flag("--files", settings->files, "list the volume's files instead of its titles");
-  verb->add_flag("--dump", settings->dump, "print the disc's structure for finding faults");
-  verb->footer(
+  Verb verb = line.addVerb("dvd", "Tell what is on a DVD-Video disc");
+  verb.option("path", settings->input, "a folder with VIDEO_TS in it, an ISO image or a disc")
+      .required()
+      .type("PATH");
+  verb.flag("--json", settings->asJson, "print one JSON document");
+  verb.flag("--files", settings->files, "list the volume's files instead of its titles");
+  verb.flag("--dump", settings->dump, "print the disc's structure for finding faults");
+  verb.footer(
       "Titles are counted from 1 over the whole disc, their tracks from 0.\n\n"
       "Example:\n"
       "  kestrel dvd MOVIE.iso && kestrel convert MOVIE.iso movie.mkv --title main");
-  verb->callback([&run, settings] { run = [settings] { return list(*settings); }; });
+  verb.runs([settings] { return list(*settings); });
 }

@@ -1,11 +1,8 @@
-#include "tools/verbs/EffectsCommand.h"
-
 #include <kestrel/EffectManager.h>
 #include <kestrel/ImageContext.h>
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -23,6 +20,7 @@
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/StandardOutput.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 
@@ -48,7 +46,7 @@ int listEffects(bool asJson) {
     nlohmann::ordered_json document;
     auto& effects = document["effects"] = nlohmann::ordered_json::array();
     for (const auto& name : names)
-      effects.push_back({{"name", name}, {"description", effectDescription(name)}});
+      effects.push_back({{"name", name}, {"description", EffectManager::descriptionOf(name)}});
     writeStandardOutput(document.dump(2) + "\n");
     return kDone;
   }
@@ -56,7 +54,7 @@ int listEffects(bool asJson) {
   for (const auto& name : names) width = std::max(width, name.size());
   std::string text;
   for (const auto& name : names)
-    text += fmt::format("{:<{}}  {}\n", name, width, effectDescription(name));
+    text += fmt::format("{:<{}}  {}\n", name, width, EffectManager::descriptionOf(name));
   writeStandardOutput(text);
   return kDone;
 }
@@ -115,52 +113,18 @@ int effects(const Typed& typed) {
 
 }  // namespace
 
-std::string_view effectDescription(const std::string& name) {
-  static const std::map<std::string, std::string_view> kDescriptions{
-      {"1935", "black and white film, strong contrast"},
-      {"1955", "black and white film, washed out bright"},
-      {"1960", "bright, faded colour film"},
-      {"1970", "warm, bright colour film with strong contrast"},
-      {"Color Invert", "the negative: every colour becomes its opposite"},
-      {"Exposure", "overexposed by three stops"},
-      {"Blur", "out of focus"},
-      {"Sharpen", "edges stand out strongly"},
-      {"Vibrance", "stronger colours"},
-      {"Big Softie", "softer colours"},
-      {"SpotLight", "a spotlight on one place, the rest in the dark"},
-      {"Line Screen", "black and white lines, as in an old print"},
-      {"Black White", "shades of grey, a little dark"},
-      {"Blackout B&W", "shades of grey, overexposed"},
-      {"Color Control", "colours turned to the other side of the colour wheel"},
-      {"Monochrome", "shades of violet"},
-      {"Glow", "a soft glow with strong contrast"},
-      {"Gloom", "bright places lose their shine"},
-      {"Bloom", "bright places shine over their edges"},
-      {"Pixellate", "a mosaic of hexagons"},
-      {"Bright", "bright, loud colours"},
-      {"Copper", "shades of cyan"},
-      {"Classical", "sepia, as an old photograph"},
-      {"New Effection", "shades of orange"},
-  };
-  const auto found = kDescriptions.find(name);
-  return found == kDescriptions.end() ? std::string_view() : found->second;
-}
-
-void addEffectsCommand(CLI::App& app, Run& run) {
+void addEffectsVerb(CommandLine& line) {
   const auto typed = std::make_shared<Typed>();
-  CLI::App* verb = app.add_subcommand("effects", "List the looks that pictures can be given");
-  verb->add_flag("--json", typed->json, "print one JSON document");
-  verb->add_flag("--preview", typed->preview,
-                 "draw a sheet of all of them on one picture of a movie");
-  verb->add_option("--time", typed->time, "which picture (default: the one in the middle)")
-      ->type_name("TIME");
-  verb->add_flag("--force", typed->force, "replace an existing target");
-  verb->add_option("input", typed->input, "the movie to preview")->type_name("FILE");
-  verb->add_option("output", typed->output, "the picture to write, .png or .jpg")
-      ->type_name("FILE");
-  verb->footer(
+  Verb verb = line.addVerb("effects", "List the looks that pictures can be given");
+  verb.flag("--json", typed->json, "print one JSON document");
+  verb.flag("--preview", typed->preview, "draw a sheet of all of them on one picture of a movie");
+  verb.option("--time", typed->time, "which picture (default: the one in the middle)").type("TIME");
+  verb.flag("--force", typed->force, "replace an existing target");
+  verb.option("input", typed->input, "the movie to preview").type("FILE");
+  verb.option("output", typed->output, "the picture to write, .png or .jpg").type("FILE");
+  verb.footer(
       "Example:\n  kestrel effects\n  kestrel demo bars.mp4\n"
       "  kestrel effects --preview bars.mp4 effects.png\n"
       "  kestrel convert bars.mp4 old.mp4 --effect Classical");
-  verb->callback([&run, typed] { run = [typed] { return effects(*typed); }; });
+  verb.runs([typed] { return effects(*typed); });
 }

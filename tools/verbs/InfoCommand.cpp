@@ -1,8 +1,5 @@
-#include "tools/verbs/InfoCommand.h"
-
 #include <kestrel/convert/MediaInfo.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -12,6 +9,7 @@
 #include "tools/terminal/StandardOutput.h"
 #include "tools/verbs/InfoDocument.h"
 #include "tools/verbs/InfoText.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 
@@ -34,11 +32,11 @@ int info(const InfoSettings& settings) {
 
 }  // namespace
 
-void addInfoCommand(CLI::App& app, Run& run) {
+void addInfoVerb(CommandLine& line) {
   const auto settings = std::make_shared<InfoSettings>();
-  CLI::App* verb = app.add_subcommand("info", "Tell what is in a media file");
-  verb->add_option("input", settings->input, "the file to read")->required()->type_name("FILE");
-  verb->add_flag("--json", settings->asJson, "print one JSON document");
-  verb->footer("Example:\n  kestrel demo bars.mp4\n  kestrel info bars.mp4");
-  verb->callback([&run, settings] { run = [settings] { return info(*settings); }; });
+  Verb verb = line.addVerb("info", "Tell what is in a media file");
+  verb.option("input", settings->input, "the file to read").required().type("FILE");
+  verb.flag("--json", settings->asJson, "print one JSON document");
+  verb.footer("Example:\n  kestrel demo bars.mp4\n  kestrel info bars.mp4");
+  verb.runs([settings] { return info(*settings); });
 }

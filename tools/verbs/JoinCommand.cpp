@@ -1,7 +1,5 @@
-#include "tools/verbs/JoinCommand.h"
 
-#include <CLI/CLI.hpp>
-
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +9,7 @@
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/terminal/StandardOutput.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 
@@ -71,41 +70,33 @@ int runJoin(const Arguments& arguments, bool hasFormat) {
 
 }  // namespace
 
-void addJoinCommand(CLI::App& app, Run& run) {
-  auto* verb = app.add_subcommand("join", "Put files one after the other into one");
-  verb->footer(
+void addJoinVerb(CommandLine& line) {
+  Verb verb = line.addVerb("join", "Put files one after the other into one");
+  verb.footer(
       "Where all inputs fit the first one their packets are copied; otherwise they are decoded\n"
       "and encoded anew, in the first one's format unless options say another.\n\n"
       "Example:\n"
       "  kestrel demo bars.mp4 && kestrel join bars.mp4 bars.mp4 -o twice.mp4");
   auto arguments = std::make_shared<Arguments>();
-  verb->add_option("inputs", arguments->inputs, "the files to join, in their order")->required();
-  verb->add_option("-o,--output", arguments->output, "the file to write")
-      ->type_name("FILE")
-      ->required();
-  verb->add_option("--reencode", arguments->reencode,
-                   "auto (where inputs do not fit), never (fail then) or always")
-      ->type_name("WHEN");
-  verb->add_flag("--force", arguments->force, "replace an existing target");
-  verb->add_option("--progress", arguments->progress,
-                   "bar (on a terminal), json (a line each) or none")
-      ->type_name("STYLE");
-  verb->option_defaults()->group("Format, encoded anew");
-  const std::vector<CLI::Option*> formats{
-      verb->add_option("--video-codec", arguments->format.videoCodec, "codec of the pictures")
-          ->type_name("NAME"),
-      verb->add_option("--size", arguments->size, "size in pixels")->type_name("WxH"),
-      verb->add_option("--fps", arguments->fps, "pictures per second")->type_name("N[/D]"),
-      verb->add_option("--video-bitrate", arguments->videoBitrate, "bits per second")
-          ->type_name("RATE"),
-      verb->add_option("--crf", arguments->format.crf, "constant quality")->type_name("N"),
-      verb->add_option("--audio-codec", arguments->format.audioCodec, "codec of the sound")
-          ->type_name("NAME"),
-      verb->add_option("--audio-bitrate", arguments->audioBitrate, "bits per second")
-          ->type_name("RATE")};
-  verb->callback([arguments, formats, &run] {
-    bool hasFormat = false;
-    for (const CLI::Option* option : formats) hasFormat = hasFormat || option->count() > 0;
-    run = [arguments, hasFormat] { return runJoin(*arguments, hasFormat); };
+  verb.option("inputs", arguments->inputs, "the files to join, in their order").required();
+  verb.option("-o,--output", arguments->output, "the file to write").type("FILE").required();
+  verb.option("--reencode", arguments->reencode,
+              "auto (where inputs do not fit), never (fail then) or always")
+      .type("WHEN");
+  verb.flag("--force", arguments->force, "replace an existing target");
+  verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
+      .type("STYLE");
+  verb.group("Format, encoded anew");
+  const std::vector<Option> formats{
+      verb.option("--video-codec", arguments->format.videoCodec, "codec of the pictures")
+          .type("NAME"),
+      verb.option("--size", arguments->size, "size in pixels").type("WxH"),
+      verb.option("--fps", arguments->fps, "pictures per second").type("N[/D]"),
+      verb.option("--video-bitrate", arguments->videoBitrate, "bits per second").type("RATE"),
+      verb.option("--crf", arguments->format.crf, "constant quality").type("N"),
+      verb.option("--audio-codec", arguments->format.audioCodec, "codec of the sound").type("NAME"),
+      verb.option("--audio-bitrate", arguments->audioBitrate, "bits per second").type("RATE")};
+  verb.runs([arguments, formats] {
+    return runJoin(*arguments, std::ranges::any_of(formats, &Option::isGiven));
   });
 }

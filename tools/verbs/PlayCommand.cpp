@@ -1,12 +1,9 @@
-#include "tools/verbs/PlayCommand.h"
-
 #include <kestrel/ImageContext.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/Player.h>
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -26,6 +23,7 @@
 #include "tools/terminal/Say.h"
 #include "tools/terminal/Terminal.h"
 #include "tools/terminal/TerminalPicture.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 
@@ -233,24 +231,24 @@ class TerminalPlayer {
 
 }  // namespace
 
-void addPlayCommand(CLI::App& app, Run& run) {
+void addPlayVerb(CommandLine& line) {
   const auto typed = std::make_shared<Typed>();
-  CLI::App* verb = app.add_subcommand("play", "Play a movie's sound");
-  verb->add_option("input", typed->input, "the movie to play")->required()->type_name("FILE");
-  verb->add_option("--title", typed->title, "of a disc: a number (see 'kestrel dvd') or 'main'")
-      ->type_name("N");
-  verb->add_option("--start", typed->start, "where to begin (default: 0)")->type_name("TIME");
-  verb->add_option("--rate", typed->rate,
-                   "factor on the tempo, from 0.25 to 4; the pitch stays (default: 1)")
-      ->type_name("X");
-  verb->add_option("--volume", typed->volume, "factor on the loudness, from 0 to 1000 (default: 1)")
-      ->type_name("X");
-  verb->add_option("--audio-tracks", typed->audioTracks,
-                   "tracks to mix: numbers from 0, 'all', or a language code")
-      ->type_name("0,2|all|LANG");
-  verb->add_flag("--picture", typed->picture, "show the pictures, too, in characters");
-  verb->add_flag("--no-input", typed->noInput, "read no keys");
-  verb->footer(
+  Verb verb = line.addVerb("play", "Play a movie's sound");
+  verb.option("input", typed->input, "the movie to play").required().type("FILE");
+  verb.option("--title", typed->title, "of a disc: a number (see 'kestrel dvd') or 'main'")
+      .type("N");
+  verb.option("--start", typed->start, "where to begin (default: 0)").type("TIME");
+  verb.option("--rate", typed->rate,
+              "factor on the tempo, from 0.25 to 4; the pitch stays (default: 1)")
+      .type("X");
+  verb.option("--volume", typed->volume, "factor on the loudness, from 0 to 1000 (default: 1)")
+      .type("X");
+  verb.option("--audio-tracks", typed->audioTracks,
+              "tracks to mix: numbers from 0, 'all', or a language code")
+      .type("0,2|all|LANG");
+  verb.flag("--picture", typed->picture, "show the pictures, too, in characters");
+  verb.flag("--no-input", typed->noInput, "read no keys");
+  verb.footer(
       "Keys:\n"
       "  space, p        pause, and go on\n"
       "  left, right     5 seconds back or forward\n"
@@ -263,10 +261,8 @@ void addPlayCommand(CLI::App& app, Run& run) {
       "  m               silent, and not\n"
       "  q               quit\n\n"
       "Example:\n  kestrel demo bars.mp4\n  kestrel play bars.mp4 --start 2 --rate 1.5");
-  verb->callback([&run, typed] {
-    run = [typed] {
-      requireSense(*typed);
-      return TerminalPlayer(*typed).run();
-    };
+  verb.runs([typed] {
+    requireSense(*typed);
+    return TerminalPlayer(*typed).run();
   });
 }

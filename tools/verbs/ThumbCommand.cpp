@@ -1,10 +1,7 @@
-#include "tools/verbs/ThumbCommand.h"
-
 #include <kestrel/BitmapContext.h>
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -27,6 +24,7 @@
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 namespace fs = std::filesystem;
@@ -259,35 +257,35 @@ class Thumb {
 
 }  // namespace
 
-void addThumbCommand(CLI::App& app, Run& run) {
+void addThumbVerb(CommandLine& line) {
   const auto typed = std::make_shared<Typed>();
-  CLI::App* verb = app.add_subcommand("thumb", "Draw a picture, or a sheet of many, of a movie");
-  verb->add_option("input", typed->input, "the movie to read")->required()->type_name("FILE");
-  verb->add_option("output", typed->output, "the picture to write, .png or .jpg")
-      ->required()
-      ->type_name("FILE");
-  verb->add_option("--time", typed->time,
-                   "the picture shown at a time, or at a share of the length such as 50% "
-                   "(default: 10%)")
-      ->type_name("TIME");
-  verb->add_option("--size", typed->size,
-                   "the size to fit the picture, or each one of a sheet, into, in pixels "
-                   "(default: its own; a side '-' is free)")
-      ->type_name("WxH");
-  verb->add_option("--sheet", typed->sheet,
-                   "a contact sheet: so many columns by rows, from all over the movie")
-      ->type_name("4x5");
-  verb->add_flag("--sprites", typed->sprites,
-                 "a sheet for web players: pictures at equal steps, and a WebVTT file beside it "
-                 "that says which is where");
-  verb->add_option("--every", typed->every,
-                   "the step of --sprites (default: one that makes at most 100 pictures)")
-      ->type_name("TIME");
-  verb->add_flag("--force", typed->force, "replace an existing target");
-  typed->look = addLookOptions(*verb);
-  verb->footer(
+  Verb verb = line.addVerb("thumb", "Draw a picture, or a sheet of many, of a movie");
+  verb.option("input", typed->input, "the movie to read").required().type("FILE");
+  verb.option("output", typed->output, "the picture to write, .png or .jpg")
+      .required()
+      .type("FILE");
+  verb.option("--time", typed->time,
+              "the picture shown at a time, or at a share of the length such as 50% "
+              "(default: 10%)")
+      .type("TIME");
+  verb.option("--size", typed->size,
+              "the size to fit the picture, or each one of a sheet, into, in pixels "
+              "(default: its own; a side '-' is free)")
+      .type("WxH");
+  verb.option("--sheet", typed->sheet,
+              "a contact sheet: so many columns by rows, from all over the movie")
+      .type("4x5");
+  verb.flag("--sprites", typed->sprites,
+            "a sheet for web players: pictures at equal steps, and a WebVTT file beside it "
+            "that says which is where");
+  verb.option("--every", typed->every,
+              "the step of --sprites (default: one that makes at most 100 pictures)")
+      .type("TIME");
+  verb.flag("--force", typed->force, "replace an existing target");
+  typed->look = addLookOptions(verb);
+  verb.footer(
       "Example:\n  kestrel demo bars.mp4\n  kestrel thumb bars.mp4 bars.png --time 2.5\n"
       "  kestrel thumb --sheet 4x5 bars.mp4 sheet.jpg\n"
       "  kestrel thumb --sprites bars.mp4 sprites.jpg");
-  verb->callback([&run, typed] { run = [typed] { return Thumb(*typed).run(); }; });
+  verb.runs([typed] { return Thumb(*typed).run(); });
 }

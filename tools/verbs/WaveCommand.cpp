@@ -1,11 +1,7 @@
-#include "tools/verbs/WaveCommand.h"
-
 #include <kestrel/convert/WaveformFile.h>
 
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/Waveform.h>
-
-#include <CLI/CLI.hpp>
 
 #include <fmt/format.h>
 
@@ -19,6 +15,7 @@
 #include "tools/cli/Text.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
+#include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
 
@@ -107,30 +104,27 @@ int run(const Arguments& arguments) {
 
 }  // namespace
 
-void addWaveCommand(CLI::App& app, Run& run_) {
-  auto* verb = app.add_subcommand("wave", "Draw the waveform of a file's sound");
-  verb->footer(
+void addWaveVerb(CommandLine& line) {
+  Verb verb = line.addVerb("wave", "Draw the waveform of a file's sound");
+  verb.footer(
       "The output's extension says what it becomes: .json and .dat are the two forms that web\n"
       "players of waveforms read, .png is a picture.\n\n"
       "Example:\n  kestrel demo bars.mp4 && kestrel wave bars.mp4 bars.png");
   auto arguments = std::make_shared<Arguments>();
-  verb->add_option("input", arguments->input, "the file to read")->required();
-  verb->add_option("output", arguments->output, "the file to write")->required();
-  verb->add_option("--points-per-second", arguments->pointsPerSecond,
-                   "how fine it is (default: 100)")
-      ->type_name("N");
-  verb->add_option("--size", arguments->size, "of a picture, in pixels (default: 1200x240)")
-      ->type_name("WxH");
-  verb->add_option("--bits", arguments->bits, "of a number in .json and .dat (default: 16)")
-      ->type_name("8|16");
-  verb->add_option("--tracks", arguments->tracks,
-                   "sound tracks by number, from 0 (default: the one a player chooses)")
-      ->type_name("0,2");
-  verb->add_flag("--split-channels", arguments->splitChannels,
-                 "every channel by itself instead of their mean");
-  verb->add_flag("--force", arguments->force, "replace an existing target");
-  verb->add_option("--progress", arguments->progress,
-                   "bar (on a terminal), json (a line each) or none")
-      ->type_name("STYLE");
-  verb->callback([arguments, &run_] { run_ = [arguments] { return run(*arguments); }; });
+  verb.option("input", arguments->input, "the file to read").required();
+  verb.option("output", arguments->output, "the file to write").required();
+  verb.option("--points-per-second", arguments->pointsPerSecond, "how fine it is (default: 100)")
+      .type("N");
+  verb.option("--size", arguments->size, "of a picture, in pixels (default: 1200x240)").type("WxH");
+  verb.option("--bits", arguments->bits, "of a number in .json and .dat (default: 16)")
+      .type("8|16");
+  verb.option("--tracks", arguments->tracks,
+              "sound tracks by number, from 0 (default: the one a player chooses)")
+      .type("0,2");
+  verb.flag("--split-channels", arguments->splitChannels,
+            "every channel by itself instead of their mean");
+  verb.flag("--force", arguments->force, "replace an existing target");
+  verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
+      .type("STYLE");
+  verb.runs([arguments] { return run(*arguments); });
 }

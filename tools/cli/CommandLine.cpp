@@ -1,0 +1,192 @@
+#include "tools/cli/CommandLine.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <string_view>
+#include <utility>
+
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/StandardOutput.h"
+
+namespace {
+
+std::vector<std::string> verbs(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const auto* verb : app.get_subcommands([](const CLI::App*) { return true; }))
+    names.push_back(verb->get_name());
+  return names;
+}
+
+/// "info, convert and demo".
+std::string verbList(const CLI::App& app) {
+  auto names = verbs(app);
+  const std::string last = names.back();
+  names.pop_back();
+  return fmt::format("{} and {}", fmt::join(names, ", "), last);
+}
+
+/// A message of the parser's that starts with `prefix`, without it.
+std::optional<std::string> after(std::string_view prefix, const CLI::ParseError& error) {
+  const std::string_view text = error.what();
+  return text.starts_with(prefix) ? std::optional<std::string>(text.substr(prefix.size()))
+                                  : std::nullopt;
+}
+
+/// The sentence about wrong arguments, worded as the program's other messages are.
+std::string sentence(const CLI::ParseError& error, const CLI::App& app) {
+  const auto extra = app.remaining(true);
+  if (!extra.empty()) {
+    const bool isOption = extra.front().size() > 1 && extra.front().front() == '-';
+    return fmt::format("unknown {} '{}'", isOption ? "option" : "argument", extra.front());
+  }
+  if (app.get_subcommands().empty()) return "a verb is missing; the verbs are " + verbList(app);
+  if (const auto value = after("Could not convert: ", error)) {
+    const size_t equals = value->find(" = ");
+    if (equals == std::string::npos) return *value;
+    return fmt::format("{}: '{}' is not a number", value->substr(0, equals),
+                       value->substr(equals + 3));
+  }
+  const std::string text = error.what();
+  const bool lacksValue = error.get_name() == "ArgumentMismatch" && text.ends_with(" missing");
+  const bool hasTwoValues = text.find("At Most 1 required") != std::string::npos;
+  if (!lacksValue && !hasTwoValues) return text;
+  return text.substr(0, text.find(':')) +
+         (lacksValue ? ": the value is missing" : " is given more than once");
+}
+
+bool isNumberBetween(std::string_view text, double low, double high) {
+  double number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc{} && end == text.data() + text.size() && std::isfinite(number) &&
+         number >= low && number <= high;
+}
+
+}  // namespace
+
+Option& Option::required() {
+  option_->required();
+  return *this;
+}
+
+Option& Option::type(const std::string& name) {
+  option_->type_name(name);
+  return *this;
+}
+
+Option& Option::notEmpty() {
+  option_->check(CLI::Validator(
+      [](const std::string& text) { return text.empty() ? "the value is empty" : ""; }, ""));
+  return *this;
+}
+
+Option& Option::between(double low, double high) {
+  option_->check(CLI::Validator(
+      [=](const std::string& text) {
+        return isNumberBetween(text, low, high)
+                   ? ""
+                   : fmt::format("'{}' is not a number from {} to {}", text, low, high);
+      },
+      ""));
+  return *this;
+}
+
+Option& Option::within(int low, int high) {
+  option_->check(CLI::Range(low, high));
+  return *this;
+}
+
+Option& Option::repeatable() {
+  option_->expected(1)->allow_extra_args(false)->multi_option_policy(
+      CLI::MultiOptionPolicy::TakeAll);
+  return *this;
+}
+
+bool Option::isGiven() const { return option_->count() > 0; }
+
+std::string Option::name() const { return option_->get_name(); }
+
+const std::string& Option::group() const { return option_->get_group(); }
+
+template <typename Value>
+Option Verb::option(const std::string& name, Value& value, const std::string& text) {
+  return Option(*app_->add_option(name, value, text));
+}
+
+template Option Verb::option(const std::string&, std::string&, const std::string&);
+template Option Verb::option(const std::string&, std::vector<std::string>&, const std::string&);
+template Option Verb::option(const std::string&, float&, const std::string&);
+template Option Verb::option(const std::string&, double&, const std::string&);
+template Option Verb::option(const std::string&, std::optional<int>&, const std::string&);
+template Option Verb::option(const std::string&, std::optional<float>&, const std::string&);
+template Option Verb::option(const std::string&, std::optional<double>&, const std::string&);
+
+Option Verb::flag(const std::string& name, bool& value, const std::string& text) {
+  return Option(*app_->add_flag(name, value, text));
+}
+
+void Verb::group(const std::string& heading) { app_->option_defaults()->group(heading); }
+
+void Verb::footer(const std::string& text) { app_->footer(text); }
+
+void Verb::runs(Run run) {
+  app_->callback([chosen = chosen_, run = std::move(run)] { *chosen = run; });
+}
+
+const std::string& Verb::name() const { return app_->get_name(); }
+
+bool Verb::hasOption(const std::string& name) const {
+  return app_->get_option_no_throw(name) != nullptr;
+}
+
+bool Verb::isGiven(const std::string& name) const { return app_->count(name) > 0; }
+
+std::vector<Option> Verb::options() const {
+  std::vector<Option> options;
+  for (CLI::Option* option : app_->get_options([](const CLI::Option*) { return true; }))
+    options.emplace_back(*option);
+  return options;
+}
+
+CommandLine::CommandLine(const About& about)
+    : app_(std::make_unique<CLI::App>(about.description, about.program)) {
+  app_->set_help_flag("-h,--help", "explain the usage and exit");
+  app_->set_version_flag("--version", about.version,
+                         "name the version of the program and its libraries");
+  app_->require_subcommand(1);
+  app_->footer(about.footer);
+  app_->get_formatter()->label("SUBCOMMAND", "VERB");
+}
+
+CommandLine::~CommandLine() = default;
+
+Verb CommandLine::addVerb(const std::string& name, const std::string& description) {
+  return {*app_->add_subcommand(name, description)->group("Verbs"), chosen_};
+}
+
+Run CommandLine::read(int argc, char** argv) {
+  if (argc > 1 && argv[1][0] != '-' && std::ranges::count(verbs(*app_), argv[1]) == 0) {
+    throw wrongUsage(fmt::format("unknown verb '{}'; the verbs are {}", argv[1], verbList(*app_)));
+  }
+  try {
+    app_->parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    writeStandardOutput(app_->help());
+    return {};
+  } catch (const CLI::CallForVersion& version) {
+    writeStandardOutput(version.what());
+    return {};
+  } catch (const CLI::ParseError& error) {
+    throw wrongUsage(sentence(error, *app_));
+  }
+  return chosen_;
+}
+
+std::optional<Verb> CommandLine::verb() {
+  const auto chosen = app_->get_subcommands();
+  if (chosen.empty()) return std::nullopt;
+  return Verb(*chosen.front(), chosen_);
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "tools/cli/CommandLine.h"
+
+/// The program's verbs. Each function adds one with its options and says what it does.
+
+/// What is in a media file, as text or as JSON.
+void addInfoVerb(CommandLine& line);
+
+/// One movie or sound file into another.
+void addConvertVerb(CommandLine& line);
+
+/// Single pictures of a movie: one, a contact sheet, or a sheet for web players.
+void addThumbVerb(CommandLine& line);
+
+/// Streams of several files on one time line.
+void addComposeVerb(CommandLine& line);
+
+/// Files one after the other.
+void addJoinVerb(CommandLine& line);
+
+/// The waveform of a file's sound.
+void addWaveVerb(CommandLine& line);
+
+/// What is on a disc.
+void addDvdVerb(CommandLine& line);
+
+/// Plays a movie's sound, and shows its pictures on the terminal.
+void addPlayVerb(CommandLine& line);
+
+/// Lists the looks that `--effect` knows, and shows them.
+void addEffectsVerb(CommandLine& line);
+
+/// A short test movie, so that there is something to try the program on.
+void addDemoVerb(CommandLine& line);
