@@ -10,7 +10,10 @@
 #include <new>
 #include <utility>
 
+#include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
+#include "convert/pictures/PictureJob.h"
 
 namespace kestrel {
 
@@ -121,6 +124,59 @@ void ContactSheet::add(const BitmapImage& picture, const std::string& caption) {
            caption,
            {Font::systemFontOfSize(captionSize(layout_.pictureWidth)), kDim, TextAlignment::kCenter,
             LineBreakMode::kByTruncatingTail});
+}
+
+namespace {
+
+constexpr int64_t kSecond = 1000000;
+constexpr int kUsualWidth = 1600;  // pixels, of a sheet whose pictures' size is left open
+
+/// "0:07" or, where whole seconds are too coarse, "0:07.3".
+std::string timeText(int64_t time, bool inTenths) {
+  const std::string text = formatTime(static_cast<double>(time / kSecond));
+  return inTenths ? fmt::format("{}.{}", text, time % kSecond * 10 / kSecond) : text;
+}
+
+/// "1:02:03  ·  1920 × 1080  ·  25 fps".
+std::string factsOf(const Pictures& pictures, int64_t length) {
+  const Size size = pictures.size();
+  const Rational rate = pictures.frameRate();
+  std::string facts = fmt::format("{}  ·  {} × {}", timeText(length, length < 10 * kSecond),
+                                  size.width, size.height);
+  if (rate.num > 0 && rate.den > 0)
+    facts += fmt::format("  ·  {} fps", formatNumber(static_cast<double>(rate.num) / rate.den, 2));
+  return facts;
+}
+
+}  // namespace
+
+Report writeContactSheet(const ContactSheetSettings& settings, const Events& events) {
+  if (settings.columns < 1 || settings.rows < 1)
+    throw Failure::settings("a sheet has one column and one row at least");
+  OutputFile file = claimedPicture(settings);
+  PictureJob job(settings, settings.look, events);
+  const int64_t length = job.length();
+  const Size size = job.setSize(
+      settings.size,
+      {.width = ContactSheet::pictureWidthFor(settings.columns, kUsualWidth), .height = {}});
+  ContactSheet sheet({.columns = settings.columns,
+                      .rows = settings.rows,
+                      .pictureWidth = static_cast<int>(size.width),
+                      .pictureHeight = static_cast<int>(size.height),
+                      .title = job.name(),
+                      .facts = factsOf(job.pictures(), length)});
+  const int64_t count = int64_t{settings.columns} * settings.rows;
+  // In a short movie neighbours are less than a second apart.
+  const bool inTenths = length / count < 2 * kSecond;
+  for (int64_t i = 0; i < count; ++i) {
+    const int64_t time = length * (2 * i + 1) / (2 * count);
+    sheet.add(*job.pictures().pictureAt(time), timeText(time, inTenths));
+    if (events.progress)
+      events.progress({.time = lm_ff_time_to_double(time),
+                       .duration = lm_ff_time_to_double(length),
+                       .pictures = i + 1});
+  }
+  return job.finish(file, *shownBy(sheet.surface()));
 }
 
 std::shared_ptr<const BitmapImage> shownBy(const BitmapContext& surface) {

@@ -5,9 +5,15 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <filesystem>
+#include <new>
 #include <string_view>
 
+#include <kestrel/BitmapContext.h>
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/convert/ContactSheet.h>
 #include <kestrel/convert/Failure.h>
+#include "convert/pictures/PictureJob.h"
 
 namespace kestrel {
 
@@ -19,6 +25,7 @@ constexpr int64_t kUsualCount = 100;
 constexpr int kColumns = 10;
 constexpr int64_t kShortestRest = kSecond / 2;
 constexpr int64_t kLongestSide = 16384;  // pixels: what browsers decode everywhere
+constexpr PictureBox kUsualBox{.width = 160, .height = 90};
 
 /// "01:02:03.500", as WebVTT wants it.
 std::string cueTime(int64_t time) {
@@ -80,6 +87,37 @@ std::string spriteText(const SpritePlan& plan, const std::string& sheet) {
     text += fmt::format("\n{} --> {}\n{}#xywh={},{},{},{}\n", cueTime(sprite.start),
                         cueTime(sprite.end), address, sprite.x, sprite.y, plan.width, plan.height);
   return text;
+}
+
+Report writeSprites(const SpritesSettings& settings, const Events& events) {
+  if (settings.every && *settings.every <= 0)
+    throw Failure::settings("every: pictures must be some time apart", "every");
+  const std::filesystem::path sheet = settings.output;
+  OutputFile file = claimedPicture(settings);
+  OutputFile text(std::filesystem::path(sheet).replace_extension(".vtt").string(),
+                  settings.replaces, settings.input);
+  PictureJob job(settings, settings.look, events);
+  const int64_t length = job.length();
+  const Size size = job.setSize(settings.size, kUsualBox);
+  const SpritePlan plan = planSprites(length, settings.every.value_or(usualSpan(length)),
+                                      static_cast<int>(size.width), static_cast<int>(size.height));
+  BitmapContext surface(plan.columns * plan.width, plan.rows * plan.height);
+  if (!surface.data()) throw std::bad_alloc();
+  int64_t count = 0;
+  for (const auto& sprite : plan.sprites) {
+    const int64_t middle = sprite.start + (sprite.end - sprite.start) / 2;
+    const double bottom = surface.height() - sprite.y - plan.height;
+    surface.drawImage(*job.pictures().pictureAt(middle),
+                      {{static_cast<double>(sprite.x), bottom}, size});
+    if (events.progress)
+      events.progress({.time = lm_ff_time_to_double(sprite.end),
+                       .duration = lm_ff_time_to_double(length),
+                       .pictures = ++count});
+  }
+  text.write(spriteText(plan, sheet.filename().string()));
+  Report report = job.finish(file, *shownBy(surface));
+  text.commit();
+  return report;
 }
 
 }  // namespace kestrel

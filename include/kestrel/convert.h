@@ -7,6 +7,7 @@
 #include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/Disc.h>
+#include <kestrel/convert/EffectSheet.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Join.h>
@@ -19,5 +20,6 @@
 #include <kestrel/convert/Report.h>
 #include <kestrel/convert/Sprites.h>
 #include <kestrel/convert/Text.h>
+#include <kestrel/convert/Thumbnail.h>
 #include <kestrel/convert/TrackChoice.h>
 #include <kestrel/convert/WaveformFile.h>

@@ -10,6 +10,7 @@ namespace {
 
 using kestrel::Failure;
 using kestrel::IndexSet;
+using kestrel::PictureBox;
 using kestrel::Rational;
 
 /// The text values that a parser must refuse, each by a failure of usage that names option and
@@ -64,9 +65,9 @@ TEST(ParseTime, RefusesEverythingElse) {
 }
 
 TEST(ParseSize, TakesBothSidesOrOne) {
-  EXPECT_EQ(parseSize("--size", "1280x720"), (PictureSize{1280, 720}));
-  EXPECT_EQ(parseSize("--size", "1280x-"), (PictureSize{1280, {}}));
-  EXPECT_EQ(parseSize("--size", "-x720"), (PictureSize{{}, 720}));
+  EXPECT_EQ(parseSize("--size", "1280x720"), (PictureBox{1280, 720}));
+  EXPECT_EQ(parseSize("--size", "1280x-"), (PictureBox{1280, {}}));
+  EXPECT_EQ(parseSize("--size", "-x720"), (PictureBox{{}, 720}));
 }
 
 TEST(ParseSize, RefusesEverythingElse) {

@@ -102,7 +102,14 @@ int64_t parseTime(std::string_view option, std::string_view text) {
   return *time;
 }
 
-PictureSize parseSize(std::string_view option, std::string_view text) {
+Failure withTypedTime(const Failure& failure, const std::string& typed) {
+  if (failure.subject() != "time") return failure;
+  // "time: '0:11' lies behind the end of …".
+  const std::string sentence = failure.what();
+  return wrongUsage(fmt::format("--time: '{}{}", typed, sentence.substr(sentence.find("' "))));
+}
+
+PictureBox parseSize(std::string_view option, std::string_view text) {
   const auto sides = split(text, 'x');
   const auto width = sides.size() == 2 ? side(sides[0]) : std::nullopt;
   const auto height = sides.size() == 2 ? side(sides[1]) : std::nullopt;

@@ -4,7 +4,9 @@
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/Disc.h>
+#include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include <kestrel/convert/Thumbnail.h>
 #include <kestrel/convert/TrackChoice.h>
 
 #include <cstdint>
@@ -19,19 +21,14 @@
 /// nothing: it throws the `Failure` of wrong usage, which names option and value and shows how such
 /// a value looks.
 
-/// A picture's size in pixels; a side that is left open keeps the picture's shape.
-struct PictureSize {
-  std::optional<int> width;
-  std::optional<int> height;
-
-  bool operator==(const PictureSize&) const = default;
-};
-
 /// "12.5" seconds or "[hh:]mm:ss.mmm"; microseconds, rounded.
 int64_t parseTime(std::string_view option, std::string_view text);
 
-/// "1280x720", "1280x-" or "-x720".
-PictureSize parseSize(std::string_view option, std::string_view text);
+/// A failure of the library's about a time, with the time as it was typed; any other as it is.
+kestrel::Failure withTypedTime(const kestrel::Failure& failure, const std::string& typed);
+
+/// "1280x720", "1280x-" or "-x720": a side that is left open keeps the picture's shape.
+kestrel::PictureBox parseSize(std::string_view option, std::string_view text);
 
 /// "25", "30000/1001", or "29.97" for that; pictures per second, above 0 and up to 1000; lowest
 /// terms.

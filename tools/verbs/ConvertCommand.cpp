@@ -91,7 +91,7 @@ ConversionSettings settingsOf(const Arguments& arguments) {
   settings.channelLayout = parseChannels("--channels", arguments.channels);
   settings.title = parseTitle("--title", arguments.title);
   if (!arguments.size.empty()) {
-    const PictureSize size = parseSize("--size", arguments.size);
+    const PictureBox size = parseSize("--size", arguments.size);
     settings.width = size.width;
     settings.height = size.height;
   }

@@ -1,21 +1,13 @@
 #include <kestrel/EffectManager.h>
-#include <kestrel/ImageContext.h>
+#include <kestrel/convert/EffectSheet.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
-#include <filesystem>
-#include <map>
 #include <memory>
-#include <new>
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include <kestrel/convert/ContactSheet.h>
-#include <kestrel/convert/OutputFile.h>
-#include <kestrel/convert/PictureFile.h>
-#include <kestrel/convert/Pictures.h>
 #include "tools/cli/Text.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
@@ -25,11 +17,6 @@
 using namespace kestrel;
 
 namespace {
-
-constexpr int kColumns = 5;
-constexpr int kSheetWidth = 2000;      // pixels
-constexpr double kEffectWidth = 640;   // at which effects are applied: their sizes are in pixels
-constexpr double kDefaultPlace = 0.5;  // of the movie's length
 
 struct Typed {
   bool json = false;
@@ -59,46 +46,15 @@ int listEffects(bool asJson) {
   return kDone;
 }
 
-int64_t previewTime(const Typed& typed, const Pictures& input) {
-  const auto duration = input.duration();
-  if (typed.time.empty())
-    return static_cast<int64_t>(static_cast<double>(duration.value_or(0)) * kDefaultPlace);
-  const int64_t time = parseTime("--time", typed.time);
-  if (duration && time > *duration)
-    throw wrongUsage(
-        fmt::format("--time: '{}' lies behind the end of '{}'", typed.time, typed.input));
-  return time;
-}
-
 int drawPreview(const Typed& typed) {
-  OutputFile target(typed.output, typed.force, typed.input);
-  pictureFormatOf(typed.output);
-  Pictures input({.input = typed.input}, interrupted);
-  const int64_t time = previewTime(typed, input);
-  const Size own = input.size();
-  const double scale = std::min(1.0, kEffectWidth / own.width);
-  const Size size{std::round(own.width * scale), std::max(std::round(own.height * scale), 1.0)};
-  input.setOutputSize(size);
-
-  const auto names = EffectManager::allFilterNames();
-  const int count = static_cast<int>(names.size()) + 1;
-  const int width =
-      std::min(ContactSheet::pictureWidthFor(kColumns, kSheetWidth), static_cast<int>(size.width));
-  ContactSheet sheet({.columns = kColumns,
-                      .rows = (count + kColumns - 1) / kColumns,
-                      .pictureWidth = width,
-                      .pictureHeight = std::max(
-                          static_cast<int>(std::lround(width * size.height / size.width)), 1),
-                      .title = fmt::format("{} effects", names.size()),
-                      .facts = std::filesystem::path(typed.input).filename().string()});
-  sheet.add(*input.pictureAt(time), "untouched");
-  for (const auto& name : names) {
-    input.setEffect(name);
-    sheet.add(*input.pictureAt(time), name);
+  EffectSheetSettings settings{
+      .input = typed.input, .output = typed.output, .replaces = typed.force};
+  if (!typed.time.empty()) settings.time = parseTime("--time", typed.time);
+  try {
+    return finish(writeEffectSheet(settings, {.interrupt = interrupted}));
+  } catch (const Failure& failure) {
+    throw withTypedTime(failure, typed.time);
   }
-  writePicture(target, *shownBy(sheet.surface()));
-  target.commit();
-  return finish(input.report());
 }
 
 int effects(const Typed& typed) {

@@ -37,7 +37,7 @@ ConversionSettings formatOf(const Arguments& arguments) {
     if (codec == "copy" || codec == "none")
       throw wrongUsage("'" + codec + "' is no codec to encode with");
   if (!arguments.size.empty()) {
-    const PictureSize size = parseSize("--size", arguments.size);
+    const PictureBox size = parseSize("--size", arguments.size);
     format.width = size.width;
     format.height = size.height;
   }

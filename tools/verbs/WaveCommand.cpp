@@ -35,8 +35,8 @@ struct Arguments {
   bool force = false;
 };
 
-PictureSize parsePictureSize(const std::string& text) {
-  PictureSize size;
+PictureBox parsePictureSize(const std::string& text) {
+  PictureBox size;
   try {
     size = parseSize("--size", text.empty() ? kUsualSize : text);
   } catch (const Failure&) {
@@ -89,7 +89,7 @@ WaveformFileSettings::Form formOf(const std::string& output) {
 int run(const Arguments& arguments) {
   const auto form = formOf(arguments.output);
   requireMeaning(arguments, form);
-  const PictureSize size = parsePictureSize(arguments.size);
+  const PictureBox size = parsePictureSize(arguments.size);
   ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
   return finish(progress, writeWaveform({.input = arguments.input,
                                          .output = arguments.output,

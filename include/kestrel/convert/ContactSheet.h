@@ -3,8 +3,13 @@
 #include <kestrel/BitmapContext.h>
 #include <kestrel/BitmapImage.h>
 #include <kestrel/Export.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/Report.h>
+#include <kestrel/convert/Thumbnail.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace kestrel {
@@ -44,6 +49,23 @@ class KESTREL_API ContactSheet {
   int count_ = 0;
   std::unique_ptr<BitmapContext> surface_;
 };
+
+/// A contact sheet of a movie; `{}` beside the two names means four by five pictures.
+struct ContactSheetSettings {
+  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  std::string output = {};        ///< its name ends in .png, .jpg or .jpeg
+  bool replaces = false;          ///< an existing target may be replaced
+  LookSettings look = {};
+  PictureBox size = {};  ///< of one picture; by default the sheet gets 1600 pixels wide at most
+  int columns = 4;       ///< at least 1
+  int rows = 5;          ///< at least 1
+};
+
+/// Draws pictures from all over a movie, with their times, on a sheet in a file, which appears only
+/// when it is whole. Throws `Failure`, also for a movie whose length is not known.
+KESTREL_API Report writeContactSheet(const ContactSheetSettings& settings,
+                                     const Events& events = {});
 
 /// What a surface shows, borrowed from it.
 KESTREL_API std::shared_ptr<const BitmapImage> shownBy(const BitmapContext& surface);

@@ -1,8 +1,13 @@
 #pragma once
 
 #include <kestrel/Export.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/Report.h>
+#include <kestrel/convert/Thumbnail.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,5 +41,21 @@ KESTREL_API SpritePlan planSprites(int64_t duration, int64_t span, int width, in
 /// The spans as WebVTT, each with its part of the picture file `sheet`, a name beside the text's
 /// own.
 KESTREL_API std::string spriteText(const SpritePlan& plan, const std::string& sheet);
+
+/// The sprites of a movie; `{}` beside the two names means the usual ones.
+struct SpritesSettings {
+  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  std::string output = {};        ///< its name ends in .png, .jpg or .jpeg
+  bool replaces = false;          ///< existing targets may be replaced
+  LookSettings look = {};
+  PictureBox size = {};               ///< of one picture; by default it fits into 160x90
+  std::optional<int64_t> every = {};  ///< their step, above 0; absent: the usual span
+};
+
+/// Draws a movie's sprites into a file, and a WebVTT file beside it, of the same name but for
+/// ".vtt". Both appear only when they are whole. Throws `Failure`, also for a movie whose length is
+/// not known.
+KESTREL_API Report writeSprites(const SpritesSettings& settings, const Events& events = {});
 
 }  // namespace kestrel

@@ -1,0 +1,50 @@
+#include <kestrel/convert/EffectSheet.h>
+
+#include <kestrel/EffectManager.h>
+#include <kestrel/convert/ContactSheet.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "convert/pictures/PictureJob.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr int kColumns = 5;
+constexpr int kSheetWidth = 2000;  // pixels
+constexpr int kEffectWidth = 640;  // at which effects are applied: their sizes are in pixels
+
+}  // namespace
+
+Report writeEffectSheet(const EffectSheetSettings& settings, const Events& events) {
+  OutputFile file = claimedPicture(settings);
+  PictureJob job(settings, {}, events);
+  Pictures& pictures = job.pictures();
+  const int64_t time =
+      settings.time ? job.timeWithin(*settings.time) : pictures.duration().value_or(0) / 2;
+  const Size size = job.setSize({}, {.width = kEffectWidth, .height = {}});
+
+  const auto names = EffectManager::allFilterNames();
+  const int count = static_cast<int>(names.size()) + 1;
+  const int width =
+      std::min(ContactSheet::pictureWidthFor(kColumns, kSheetWidth), static_cast<int>(size.width));
+  const auto height = static_cast<int>(std::lround(width * size.height / size.width));
+  ContactSheet sheet({.columns = kColumns,
+                      .rows = (count + kColumns - 1) / kColumns,
+                      .pictureWidth = width,
+                      .pictureHeight = std::max(height, 1),
+                      .title = fmt::format("{} effects", names.size()),
+                      .facts = job.name()});
+  sheet.add(*pictures.pictureAt(time), "untouched");
+  for (const auto& name : names) {
+    pictures.setEffect(name);
+    sheet.add(*pictures.pictureAt(time), name);
+  }
+  return job.finish(file, *shownBy(sheet.surface()));
+}
+
+}  // namespace kestrel

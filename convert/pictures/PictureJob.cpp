@@ -1,0 +1,69 @@
+#include "convert/pictures/PictureJob.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
+
+namespace kestrel {
+
+namespace {
+
+/// The largest size of the picture's shape that fits into the box.
+Size fitted(Size picture, const PictureBox& box) {
+  double scale = box.width ? *box.width / picture.width : HUGE_VAL;
+  if (box.height) scale = std::min(scale, *box.height / picture.height);
+  if (!std::isfinite(scale)) return picture;
+  const auto side = [&](double length) { return std::max(std::round(length * scale), 1.0); };
+  return {side(picture.width), side(picture.height)};
+}
+
+}  // namespace
+
+std::string PictureJob::name() const { return std::filesystem::path(path_).filename().string(); }
+
+int64_t PictureJob::length() const {
+  const auto duration = pictures_.duration();
+  if (!duration)
+    throw Failure::input(
+        path_, fmt::format("how long '{}' is cannot be known: there is no sheet of it", path_));
+  return *duration;
+}
+
+int64_t PictureJob::timeWithin(int64_t time) const {
+  const auto duration = pictures_.duration();
+  if (duration && time > *duration)
+    throw Failure::settings(fmt::format("time: '{}' lies behind the end of '{}', which is at {}",
+                                        formatTime(lm_ff_time_to_double(time)), path_,
+                                        formatTime(lm_ff_time_to_double(*duration))),
+                            "time");
+  return time;
+}
+
+Size PictureJob::sizeFor(const PictureBox& asked, const PictureBox& usual) const {
+  const Size own = pictures_.size();
+  if (zooms_ && asked.width && asked.height)
+    return {static_cast<double>(*asked.width), static_cast<double>(*asked.height)};
+  if (asked.width || asked.height) return fitted(own, asked);
+  const Size size = fitted(own, usual);
+  return size.width > own.width ? own : size;
+}
+
+Size PictureJob::setSize(const PictureBox& asked, const PictureBox& usual) {
+  const Size size = sizeFor(asked, usual);
+  pictures_.setOutputSize(size);
+  return size;
+}
+
+Report PictureJob::finish(OutputFile& file, const BitmapImage& picture) const {
+  writePicture(file, picture);
+  file.commit();
+  return pictures_.report();
+}
+
+}  // namespace kestrel

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <kestrel/Export.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/Report.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kestrel {
+
+/// The picture on which all named effects are shown; `{}` beside the two names means that in the
+/// middle of the movie.
+struct EffectSheetSettings {
+  std::string input = {};            ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};     ///< of a disc: a number from 1, or `kMainTitle`
+  std::string output = {};           ///< its name ends in .png, .jpg or .jpeg
+  bool replaces = false;             ///< an existing target may be replaced
+  std::optional<int64_t> time = {};  ///< microseconds from the movie's start
+};
+
+/// Draws one picture of a movie untouched and in every effect of `EffectManager` on a sheet. Throws
+/// `Failure` as `writeThumbnail` does.
+KESTREL_API Report writeEffectSheet(const EffectSheetSettings& settings, const Events& events = {});
+
+}  // namespace kestrel

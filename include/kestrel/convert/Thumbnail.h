@@ -1,0 +1,42 @@
+#pragma once
+
+#include <kestrel/Export.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/Report.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kestrel {
+
+/// How large a picture may be, pixels; it is the largest of its shape that fits. A side that is
+/// left open sets no limit; `{}` is the size that is usual for what is drawn.
+struct PictureBox {
+  std::optional<int> width = {};
+  std::optional<int> height = {};
+
+  bool operator==(const PictureBox&) const = default;
+};
+
+/// Which picture of a movie goes into a file; `{}` beside the two names means that at a tenth of
+/// the length, as it is.
+struct ThumbnailSettings {
+  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  std::string output = {};        ///< its name ends in .png, .jpg or .jpeg
+  bool replaces = false;          ///< an existing target may be replaced
+  LookSettings look = {};
+  PictureBox size = {};  ///< by default its own; where the look has a zoom, both sides are filled
+
+  std::optional<int64_t> time = {};  ///< microseconds from the movie's start; or else
+  std::optional<double> share = {};  ///< so much of the movie's length, 0 to 1
+};
+
+/// Draws the picture that a player shows at a time into a file, which appears only when it is
+/// whole. Throws `Failure`: of the settings with the subject "time" for one behind the end, and
+/// with "share" where the length is not known.
+KESTREL_API Report writeThumbnail(const ThumbnailSettings& settings, const Events& events = {});
+
+}  // namespace kestrel
