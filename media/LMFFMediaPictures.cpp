@@ -21,15 +21,13 @@ constexpr int64_t kMostSoundAhead = 300;
 /// sooner.
 constexpr int64_t kRounding = 2;
 
-/// Whether a frame is still shown at a time of the container's, microseconds.
-bool lastsBeyond(const AVFrame& frame, int64_t time, const LMFFMediaStream& stream) {
-  return av_compare_ts(frameEnd(frame), toAV(stream.timebase()), time + kRounding, kMicroseconds) >=
-         0;
-}
-
 }  // namespace
 
 LMFFMedia::Picture::operator bool() const { return frame && frame->data[0]; }
+
+bool LMFFMedia::Picture::beginsBy(int64_t time) const { return start < time + kRounding; }
+
+bool LMFFMedia::Picture::lastsBeyond(int64_t time) const { return end >= time + kRounding; }
 
 AVFrame* LMFFMedia::videoFrameAtTime(int64_t time) {
   const auto stream = videoStream();
@@ -55,9 +53,8 @@ LMFFMedia::Picture LMFFMedia::currentPicture() const {
 }
 
 LMFFMedia::Picture LMFFMedia::pictureAtTime(int64_t time) {
-  const int64_t target = start_time() + time;
   const auto stream = videoStream();
-  while (!hasPictureFor(target) && readPicture(*stream)) {
+  while (!hasPictureFor(time) && readPicture(*stream)) {
   }
   return currentPicture();
 }
@@ -83,12 +80,11 @@ bool LMFFMedia::decodesPictures() const {
   return hasVideo() && !(owner && owner->copy_video_stream());
 }
 
-/// Whether the decoded picture lasts beyond a time of the container's, or none is wanted.
-bool LMFFMedia::hasPictureFor(int64_t target) const {
+/// Whether the decoded picture lasts beyond a time, or none is wanted.
+bool LMFFMedia::hasPictureFor(int64_t time) const {
   if (!decodesPictures()) return true;
-  const auto stream = videoStream();
-  const AVFrame& frame = *stream->frame();
-  return frame.data[0] && lastsBeyond(frame, target, *stream);
+  const Picture picture = currentPicture();
+  return picture && picture.lastsBeyond(time);
 }
 
 void LMFFMedia::thumbnailAtTime(int64_t time, const FrameBlock& block) {

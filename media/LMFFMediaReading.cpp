@@ -304,13 +304,13 @@ void LMFFMedia::seek(int64_t time) {
   // Where packets carry no times, only the pictures tell how far one is.
   const auto isReached = [&] {
     const auto stream = videoStream();
-    const bool hasPicture = stream && stream->frame()->data[0] && hasPictureFor(target);
+    const bool hasPicture = stream && stream->frame()->data[0] && hasPictureFor(time);
     return last_pts() >= target || hasPicture || hasFirstPicture();
   };
   for (int i = 0; i < kMostPacketsAfterSeek && !isReached(); ++i)
     if (!forwardNextPacket()) break;
   // Decoders lag behind what they are given: go on until the picture itself is there.
-  while (!hasPictureFor(target) && !isBeyond(target + kLookAhead) && forwardNextPacket()) {
+  while (!hasPictureFor(time) && !isBeyond(target + kLookAhead) && forwardNextPacket()) {
   }
   if (isFormat(*context, "mp3") && hasAudio())
     while (audioStream()->outputSamples() == 0 && forwardNextPacket()) {

@@ -14,6 +14,7 @@
 #include "convert/feed/VideoFeed.h"
 #include "convert/look/Look.h"
 #include "convert/probe/Input.h"
+#include "convert/probe/Streams.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -51,7 +52,7 @@ void run(int count, char** arguments) {
   movie.openMedias(source->createMediasWithStreams(IndexSet{static_cast<uint32_t>(index)}));
   std::unique_ptr<PictureMaker> maker;
   if (count == 4) {
-    Look(settingsOf(arguments[2], arguments[3]), stream)
+    Look(settingsOf(arguments[2], arguments[3]), videoInfoOf(stream))
         .apply(movie, {static_cast<double>(kOutput.width), static_cast<double>(kOutput.height)});
     LMFFImageColorspaceConverter converter;
     converter.setOutputFormat(kOutput);

@@ -6,10 +6,7 @@
 #include <algorithm>
 #include <limits>
 
-extern "C" {
-#include <libavutil/frame.h>
-#include <libavutil/mathematics.h>
-}
+#include "support/FFmpegOwners.h"
 
 namespace kestrel {
 
@@ -19,8 +16,6 @@ constexpr int32_t kMostFrames = 512;  // a request; sound is placed to within on
 constexpr int64_t kTolerance = 441;   // 10 ms: the jitter of container time stamps
 constexpr int32_t kChannels = 2;
 constexpr int kMostIdleForwards = 64;  // reads that bring no sound before the pump goes on
-
-AVRational toAV(Rational r) { return {r.num, r.den}; }
 
 /// How many frames lie between the stream's clock and the oldest sound that waits; below 0 when
 /// that sound is late.

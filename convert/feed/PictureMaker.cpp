@@ -7,26 +7,11 @@
 
 #include <utility>
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/frame.h>
-#include <libavutil/mathematics.h>
-}
+#include "support/FFmpegCompat.h"
 
 namespace kestrel {
 
 namespace {
-
-constexpr AVRational kMicroseconds{1, 1000000};
-
-int64_t durationOf(const AVFrame& frame) {
-#if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 30, 100)
-  return frame.duration;
-#else
-  return frame.pkt_duration;
-#endif
-}
 
 /// Whether a media's subtitles are pictures; a stream that has yet to come will be of a disc.
 bool hasBitmaps(const LMFFMedia& media) {
@@ -49,7 +34,7 @@ void PictureMaker::note(const LMFFMedia& media, int32_t lift) {
   const auto stream = media.subtitleStream();
   if (!stream || stream->frame()->pts == AV_NOPTS_VALUE) return;
   const AVFrame& frame = *stream->frame();
-  const AVRational timebase{stream->timebase().num, stream->timebase().den};
+  const AVRational timebase = toAV(stream->timebase());
   const auto toMedia = [&](int64_t ticks) {
     return av_rescale_q(ticks, timebase, kMicroseconds) - media.start_time();
   };
@@ -58,7 +43,7 @@ void PictureMaker::note(const LMFFMedia& media, int32_t lift) {
   const bool isKnown =
       !bitmaps_.empty() && bitmaps_.back().start == start && bitmaps_.back().read == image;
   if (isKnown) return;
-  bitmaps_.push_back({start, toMedia(frame.pts + durationOf(frame)), image,
+  bitmaps_.push_back({start, toMedia(frame.pts + frameDuration(frame)), image,
                       image && lift != 0 ? image->translated(0, lift) : image});
 }
 

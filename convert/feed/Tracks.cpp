@@ -7,19 +7,12 @@
 #include <utility>
 
 #include "convert/probe/Input.h"
-
-extern "C" {
-#include <libavcodec/packet.h>
-#include <libavformat/avformat.h>
-#include <libavutil/avutil.h>
-#include <libavutil/mathematics.h>
-}
+#include "support/FFmpegOwners.h"
 
 namespace kestrel {
 
 namespace {
 
-constexpr AVRational kMicroseconds{1, 1000000};
 constexpr AVRational kSamples{1, 44100};  // the movie's own rate
 constexpr int32_t kChannels = 2;
 constexpr int32_t kBlockFrames = 4096;  // what one audio job carries at most
@@ -40,7 +33,7 @@ std::optional<int64_t> lengthOf(const ConversionPlan& plan) {
 void catchUp(const LMFFImage& item, const LMFFMovieFileOutput& output) {
   AVPacket& packet = *item.getPacket();
   if (packet.dts == AV_NOPTS_VALUE) return;
-  const AVRational from{item.time_base().num, item.time_base().den};
+  const AVRational from = toAV(item.time_base());
   const AVRational to = output.audioStream()->time_base;
   const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
   const int64_t late = output.audio_pts() - (av_rescale_q(packet.dts, from, to) + offset);
@@ -166,7 +159,7 @@ Track::Job CopiedTrack::step() {
     ended_ = true;
     return {};
   }
-  const AVRational base{item->time_base().num, item->time_base().den};
+  const AVRational base = toAV(item->time_base());
   const int64_t stamp = packet->dts == AV_NOPTS_VALUE ? packet->pts : packet->dts;
   // A hidden picture goes along for those that need it, and has no place in time.
   const bool isHidden = isVideo_ && (packet->flags & AV_PKT_FLAG_DISCARD) != 0;

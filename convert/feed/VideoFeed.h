@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-struct AVFrame;
+#include "convert/feed/HeldPicture.h"
 
 namespace kestrel {
 
@@ -17,6 +17,8 @@ namespace kestrel {
 /// middle: a source of the same rate gives every picture once, however its time stamps jitter. A
 /// source of another or a varying rate has pictures repeated or left out. A picture is never shown
 /// before its time; the first one stands in for the time before it.
+///
+/// It reads the movie's pictures on the movie's queue, or where nobody else uses that.
 class VideoFeed {
  public:
   /// `start` in microseconds on the movie's time line; `rate` in pictures per second.
@@ -33,14 +35,7 @@ class VideoFeed {
   int64_t tickDuration() const { return ticks(1); }
 
  private:
-  struct Picture {
-    std::shared_ptr<LMFFImage> image;
-    int64_t start = 0;  // microseconds on the movie's time line
-    int64_t end = 0;
-  };
-
-  bool fetch(int64_t time);
-  bool take(const AVFrame& frame, const LMFFMedia& media, int64_t time);
+  bool readUpTo(int64_t time);
   void findFirst();
   bool isStill() const;
   int64_t ticks(int64_t count) const;
@@ -51,8 +46,8 @@ class VideoFeed {
   int64_t tick_ = 0;
   int64_t anchor_ = 0;      // the movie time of the tick that the first picture takes
   int64_t anchorTick_ = 0;  // that tick
-  Picture shown_;
-  Picture newest_;
+  HeldPicture newest_;      // the movie is at
+  std::shared_ptr<LMFFImage> shown_;
   bool atEnd_ = false;  // the input has no picture after the newest
 };
 

@@ -25,6 +25,7 @@
 #include "convert/plan/ConversionPlanner.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
+#include "convert/probe/Streams.h"
 #include "convert/run/PlannedOutput.h"
 
 extern "C" {
@@ -139,11 +140,11 @@ class PartPictures {
                     static_cast<double>(plan.format.height)};
     const double shape = plan.format.aspect > 0 ? plan.format.aspect : size.width / size.height;
     LookSettings settings;
-    Look look(settings, stream);
+    Look look(settings, videoInfoOf(stream));
     const double own = look.pixelAspect() * look.size().width / look.size().height;
     if (std::abs(own / shape - 1) > kSameShape) {
       settings.zoom = Zoom::kFit;
-      look = Look(settings, stream);
+      look = Look(settings, videoInfoOf(stream));
     }
     if (!look.isPlain()) {
       look.apply(movie_, size);

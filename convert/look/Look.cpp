@@ -1,7 +1,5 @@
 #include "convert/look/Look.h"
 
-#include <kestrel/LMFFMedia.h>
-
 #include <fmt/format.h>
 
 #include <cmath>
@@ -9,11 +7,6 @@
 
 #include <kestrel/convert/Failure.h>
 #include "convert/look/Overlay.h"
-#include "convert/probe/Streams.h"
-
-extern "C" {
-#include <libavformat/avformat.h>
-}
 
 namespace kestrel {
 
@@ -24,10 +17,10 @@ constexpr double kDefaultFontSize = 0.06;  // of the output's height
 constexpr double kDefaultOutline = 0.05;   // of the font's size
 constexpr float kSubtitleMargin = 0.05F;   // of the output's width
 
-double pixelAspectOf(const AVStream& stream) {
-  for (const AVRational aspect : {stream.sample_aspect_ratio, stream.codecpar->sample_aspect_ratio})
-    if (aspect.num > 0 && aspect.den > 0) return av_q2d(aspect);
-  return 1;
+/// The shape of a picture's pixels, width / height.
+double pixelAspectOf(const VideoInfo& pictures) {
+  const auto& aspect = pictures.pixelAspect;
+  return aspect ? static_cast<double>(aspect->num) / aspect->den : 1;
 }
 
 /// Whether a turn maps the grid of pixels onto itself.
@@ -68,11 +61,11 @@ Area storedArea(const Area& upright, const Orientation& orientation, Size stored
 
 }  // namespace
 
-Look::Look(const LookSettings& settings, const AVStream& stream, const std::optional<Area>& picture)
-    : settings_(settings), isTransparent_(hasAlpha(stream)) {
-  const Size source{static_cast<double>(stream.codecpar->width),
-                    static_cast<double>(stream.codecpar->height)};
-  const Orientation own = orientationOf(stream);
+Look::Look(const LookSettings& settings, const VideoInfo& pictures,
+           const std::optional<Area>& picture)
+    : settings_(settings), isTransparent_(pictures.hasAlpha) {
+  const Size source{static_cast<double>(pictures.width), static_cast<double>(pictures.height)};
+  const Orientation& own = pictures.orientation;
   const bool liesOnItsSide = swapsSides(own.counterclockwise);
   std::optional<Area> kept = picture;
   if (const auto& crop = settings.crop) {
@@ -84,71 +77,69 @@ Look::Look(const LookSettings& settings, const AVStream& stream, const std::opti
           "crop");
     kept = storedArea(*crop, own, source);
   }
-  crop_ = {{0, 0}, source};
+  look_.cropRect = {{0, 0}, source};
   if (kept)
-    crop_ = {{static_cast<double>(kept->x), source.height - kept->y - kept->height},
-             {static_cast<double>(kept->width), static_cast<double>(kept->height)}};
+    look_.cropRect = {{static_cast<double>(kept->x), source.height - kept->y - kept->height},
+                      {static_cast<double>(kept->width), static_cast<double>(kept->height)}};
 
   // The movie mirrors before it turns. The input's own turn comes first, then the settings'; a
   // mirror in between changes the sense of the turn before it.
   const bool changesSense = settings.hflip != settings.vflip;
-  rotate_ = static_cast<float>(std::remainder(
+  look_.rotate = static_cast<float>(std::remainder(
       (changesSense ? -own.counterclockwise : own.counterclockwise) - settings.rotate, 360));
-  mirrored_ = own.mirrored != settings.hflip;
+  look_.hflip = own.mirrored != settings.hflip;
+  look_.vflip = settings.vflip;
+  look_.saturation = settings.saturation;
+  look_.brightness = settings.brightness;
+  look_.contrast = settings.contrast;
+  look_.hue = settings.hue;
+  if (!settings.effect.empty()) look_.effectName = settings.effect;
 
-  pixelAspect_ = pixelAspectOf(stream);
+  pixelAspect_ = pixelAspectOf(pictures);
   const bool isSquare = std::abs(pixelAspect_ - 1) < 1e-3;
   // Boxes, bars and free turns are worked out in square pixels.
-  isFitted_ = settings.zoom.has_value() || !isQuarterTurn(rotate_);
-  displayAspect_ = liesOnItsSide && settings.displayAspect != 0 ? 1 / settings.displayAspect
-                                                                : settings.displayAspect;
-  if (displayAspect_ == 0 && isFitted_ && !isSquare)
-    displayAspect_ = source.width * pixelAspect_ / source.height;
-  size_ = crop_.size;
-  if (displayAspect_ != 0) {
-    size_.width *= source.height * displayAspect_ / source.width;
+  const bool isTurnedFreely = !isQuarterTurn(look_.rotate);
+  isFitted_ = settings.zoom.has_value() || isTurnedFreely;
+  look_.zoomType =
+      static_cast<int32_t>(settings.zoom.value_or(isFitted_ ? Zoom::kFit : Zoom::kStretch));
+  look_.displayAspect = liesOnItsSide && settings.displayAspect != 0 ? 1 / settings.displayAspect
+                                                                     : settings.displayAspect;
+  if (look_.displayAspect == 0 && isFitted_ && !isSquare)
+    look_.displayAspect = source.width * pixelAspect_ / source.height;
+  size_ = look_.cropRect.size;
+  if (look_.displayAspect != 0) {
+    size_.width *= source.height * look_.displayAspect / source.width;
     pixelAspect_ = 1;
   }
   // A free turn keeps the shape of the upright picture.
-  if (isQuarterTurn(rotate_) ? swapsSides(rotate_) : liesOnItsSide) {
+  if (isTurnedFreely ? liesOnItsSide : swapsSides(look_.rotate)) {
     std::swap(size_.width, size_.height);
     pixelAspect_ = 1 / pixelAspect_;
   }
 }
 
 bool Look::isPlain() const {
+  MovieLook plain;
+  plain.cropRect = look_.cropRect;
+  plain.zoomType = look_.zoomType;
   const LookSettings& s = settings_;
-  const LookSettings none;
-  return !s.crop && !s.autoCrop && !s.zoom && displayAspect_ == 0 && rotate_ == 0 && !mirrored_ &&
-         !s.vflip && s.saturation == none.saturation && s.brightness == none.brightness &&
-         s.contrast == none.contrast && s.hue == none.hue && s.effect.empty() && !s.watermark &&
+  return look_ == plain && !s.crop && !s.autoCrop && !s.zoom && !s.watermark &&
          s.subtitles.empty() && !s.subtitleTrack && !isTransparent_;
 }
 
 void Look::apply(LMFFMovie& movie, Size output) const {
-  movie.setCropRect(crop_);
-  movie.setZoomType(
-      static_cast<int32_t>(settings_.zoom.value_or(isFitted_ ? Zoom::kFit : Zoom::kStretch)));
-  movie.setDisplayAspect(displayAspect_);
-  movie.setRotate(rotate_);
-  movie.setHflip(mirrored_);
-  movie.setVflip(settings_.vflip);
-  movie.setSaturation(settings_.saturation);
-  movie.setBrightness(settings_.brightness);
-  movie.setContrast(settings_.contrast);
-  movie.setHue(settings_.hue);
-  if (!settings_.effect.empty()) movie.setEffectName(settings_.effect);
-  movie.setOutputVideoSize(output);
-  if (settings_.watermark) movie.setWatermark(loadWatermark(*settings_.watermark, output.height));
-  movie.setFullSubtitleText(true);
-  const Font font =
+  MovieLook look = look_;
+  if (settings_.watermark) look.watermark = loadWatermark(*settings_.watermark, output.height);
+  look.subtitleMarkup = true;
+  look.subtitleFont =
       settings_.subtitleFont.value_or(Font::systemFontOfSize(output.height * kDefaultFontSize));
-  movie.setSubtitleFont(font);
-  movie.setSubtitleOutline(
-      settings_.subtitleOutline.value_or(static_cast<float>(font.size * kDefaultOutline)));
-  movie.setSubtitleMargin(kSubtitleMargin);
-  movie.setSubtitleColor(settings_.subtitleColor);
-  movie.setSubtitlePosition(settings_.subtitlePosition);
+  look.subtitleOutline = settings_.subtitleOutline.value_or(
+      static_cast<float>(look.subtitleFont->size * kDefaultOutline));
+  look.subtitleMargin = kSubtitleMargin;
+  look.subtitleColor = settings_.subtitleColor;
+  look.subtitlePosition = settings_.subtitlePosition;
+  movie.setLook(look);
+  movie.setOutputVideoSize(output);
   if (!settings_.subtitles.empty()) openSubtitles(movie, settings_.subtitles);
   if (settings_.subtitleTrack) openSubtitleTrack(movie, *settings_.subtitleTrack);
 }

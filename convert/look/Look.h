@@ -2,11 +2,11 @@
 
 #include <kestrel/Geometry.h>
 #include <kestrel/LMFFMovie.h>
+#include <kestrel/MovieLook.h>
 #include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/MediaInfo.h>
 
 #include <optional>
-
-struct AVStream;
 
 namespace kestrel {
 
@@ -17,10 +17,10 @@ class Look {
  public:
   Look() = default;
 
-  /// `stream`: where the pictures come from; `picture`: what of the stored picture lies between
-  /// black bars, which `settings.autoCrop` asks to find. Throws `Failure` for what does not fit the
-  /// stream, such as a crop beyond the picture.
-  Look(const LookSettings& settings, const AVStream& stream,
+  /// `pictures`: what is known of them; `picture`: what of the stored picture lies between black
+  /// bars, which `settings.autoCrop` asks to find. Throws `Failure` for what does not fit the
+  /// pictures, such as a crop beyond them.
+  Look(const LookSettings& settings, const VideoInfo& pictures,
        const std::optional<Area>& picture = {});
 
   /// Whether pictures may go to the output as they were decoded.
@@ -43,10 +43,7 @@ class Look {
 
  private:
   LookSettings settings_;
-  Rect crop_;                 // as the movie takes it
-  double displayAspect_ = 0;  // as the movie takes it
-  float rotate_ = 0;          // as the movie takes it
-  bool mirrored_ = false;
+  MovieLook look_;  // all of it but what depends on the output's size
   Size size_;
   double pixelAspect_ = 1;
   bool isFitted_ = false;

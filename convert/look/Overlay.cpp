@@ -4,18 +4,15 @@
 #include <kestrel/Filter.h>
 #include <kestrel/FilterRegistry.h>
 #include <kestrel/Image.h>
-#include <kestrel/LMCustomSource.h>
 #include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
-#include <kestrel/TextEncoding.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <utility>
@@ -23,6 +20,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "convert/probe/Input.h"
 #include "convert/probe/Languages.h"
 
 extern "C" {
@@ -36,11 +34,10 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr std::streamoff kLargestFile = 64 << 20;  // bytes; no subtitles and no logo are larger
+constexpr std::streamoff kLargestFile = 64 << 20;  // bytes; no logo is larger
 
 Bytes readFile(const std::string& path) {
-  if (std::filesystem::is_directory(path))
-    throw Failure::input(path, fmt::format("cannot open '{}': {}", path, std::strerror(EISDIR)));
+  requireFile(path);
   std::ifstream stream(path, std::ios::binary | std::ios::ate);
   const std::streamoff size = stream ? std::streamoff(stream.tellg()) : -1;
   if (size < 0)
@@ -53,27 +50,6 @@ Bytes readFile(const std::string& path) {
     throw Failure::input(path, fmt::format("cannot read '{}'", path));
   return bytes;
 }
-
-/// Serves bytes that lie in memory.
-class MemorySource : public LMCustomSource {
- public:
-  explicit MemorySource(std::string bytes) : bytes_(std::move(bytes)) {}
-
-  std::shared_ptr<LMMediaSource> copy() const override {
-    return std::make_shared<MemorySource>(bytes_);
-  }
-
-  int64_t filesize() const override { return static_cast<int64_t>(bytes_.size()); }
-
-  int32_t read(uint8_t* buffer, int32_t size) override {
-    const int64_t left = std::clamp<int64_t>(filesize() - read_offset(), 0, size);
-    std::copy_n(bytes_.data() + (left > 0 ? read_offset() : 0), left, buffer);
-    return static_cast<int32_t>(left);
-  }
-
- private:
-  const std::string bytes_;
-};
 
 std::shared_ptr<const Image> faded(const std::shared_ptr<const Image>& image, double opacity) {
   const auto filter = FilterRegistry::filterWithName("CISourceInCompositing");
@@ -168,15 +144,9 @@ std::shared_ptr<const Image> loadWatermark(const Watermark& watermark, double ou
 }
 
 void openSubtitles(LMFFMovie& movie, const std::string& path) {
-  const auto text = textFromData(readFile(path));
-  auto media = std::make_shared<LMFFMedia>();
-  if (text) {
-    media->setSource(std::make_shared<MemorySource>(*text));
-    media->open();
-  }
-  if (!media->hasSubtitle())
+  requireFile(path);
+  if (!movie.openSubtitle(path))
     throw Failure::input(path, fmt::format("cannot read '{}': it holds no subtitles", path));
-  movie.setSubtitle(std::move(media));
 }
 
 void openSubtitleTrack(LMFFMovie& movie, const TrackChoice& track) {

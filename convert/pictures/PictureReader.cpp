@@ -1,46 +1,23 @@
 #include "convert/pictures/PictureReader.h"
-#include "convert/probe/Input.h"
 
 #include <kestrel/LMFFEffectVideoStream.h>
 #include <kestrel/LMFFMediaStream.h>
 
 #include <algorithm>
-#include <utility>
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/frame.h>
-#include <libavutil/mathematics.h>
-}
+#include "convert/probe/Input.h"
+#include "convert/probe/Streams.h"
+#include "support/FFmpegOwners.h"
 
 namespace kestrel {
 
 namespace {
-
-constexpr AVRational kMicroseconds{1, 1000000};
 
 /// Where nothing is known of key pictures, so far ahead is worth decoding.
 constexpr int64_t kNearEnough = 2000000;
 
 /// Pictures that a decoder may hold back beside those of its threads and of its reordering.
 constexpr int64_t kSpareFrames = 4;
-
-AVRational toAV(Rational r) { return {r.num, r.den}; }
-
-int64_t durationOf(const AVFrame& frame) {
-#if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 30, 100)
-  return frame.duration;
-#else
-  return frame.pkt_duration;
-#endif
-}
-
-int64_t frameDurationOf(AVStream& stream) {
-  const AVRational rate = av_guess_frame_rate(nullptr, &stream, nullptr);
-  const bool isKnown = rate.num > 0 && rate.den > 0;
-  return isKnown ? av_rescale_q(1, av_inv_q(rate), kMicroseconds) : kMicroseconds.den / 25;
-}
 
 }  // namespace
 
@@ -49,18 +26,12 @@ PictureReader::PictureReader(LMFFMovie& movie) : movie_(movie) {
   if (videos.empty()) return;
   media_ = videos.front();
   stream_ = media_->videoStream();
-  frameDuration_ = frameDurationOf(*stream_->stream());
+  const AVRational rate = toAV(realFrameRate(*stream_->stream()));
+  frameDuration_ = av_rescale_q(1, av_inv_q(rate), kMicroseconds);
   // Only these have many pictures to leave out; without a time for each nobody knows which.
   const int codec = stream_->get_codec_id();
   canLeaveOut_ = (codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC) &&
                  !(media_->formatContext()->iformat->flags & AVFMT_NOTIMESTAMPS);
-  // The 4:4:4 pictures of some encoders can only be decoded right by who knows the encoder, and it
-  // is named in the first packet alone. The decoder remembers it.
-  const bool needsFirstPacket =
-      codec == AV_CODEC_ID_H264 &&
-      stream_->stream()->codecpar->profile == FF_PROFILE_H264_HIGH_444_PREDICTIVE;
-  while (needsFirstPacket && !stream_->hasFrame() && !isInterrupted(movie_))
-    if (!media_->forwardNextPacket()) break;
 }
 
 PictureReader::~PictureReader() { leaveOut(false); }
@@ -68,6 +39,9 @@ PictureReader::~PictureReader() { leaveOut(false); }
 std::shared_ptr<LMFFImage> PictureReader::frameAt(int64_t time) {
   if (!stream_) return nullptr;
   const int64_t wanted = meant(time);
+  const bool isThere =
+      newest_ && newest_.start <= wanted && (atEnd_ || newest_.lastsBeyond(wanted));
+  if (isThere) return newest_.image;
   if (!isNear(wanted)) seek(wanted, canLeaveOut_);
   if (!readUpTo(wanted, canLeaveOut_)) {
     seek(wanted, false);
@@ -92,8 +66,7 @@ std::shared_ptr<const Image> PictureReader::imageAt(int64_t time) {
 
 /// Whether the way on from here to `wanted` is no longer than from the key picture before it.
 bool PictureReader::isNear(int64_t wanted) const {
-  if (!newest_.image || wanted < newest_.start) return false;
-  if (atEnd_ || wanted < newest_.end) return true;
+  if (!newest_ || wanted < newest_.start) return false;
   const auto key = keyTimeBefore(wanted);
   return key ? *key <= sent_ : wanted - newest_.end < kNearEnough;
 }
@@ -123,52 +96,29 @@ void PictureReader::seek(int64_t wanted, bool mayLeaveOut) {
   leaveOut(leavesOut);
   media_->seek(target - media_->movie_position());
   noteSent();
-  take();
 }
 
 /// Makes `newest_` the picture for a time, the last one when there is none so late. False where it
 /// may be another one than that, since some were left out.
 bool PictureReader::readUpTo(int64_t wanted, bool mayLeaveOut) {
   const int64_t ahead = framesAhead() * frameDuration_;
-  while (!isInterrupted(movie_)) {
-    leaveOut(mayLeaveOut && sent_ != kNever && sent_ + ahead < wanted);
-    const bool isThere = newest_.image && (wanted < newest_.end || atEnd_);
-    if (isThere || !readNext()) return !isLeavingOut_ && newest_.start >= wholeFrom_;
-  }
-  return true;
-}
-
-/// Decodes one more picture; false at the end.
-bool PictureReader::readNext() {
-  stream_->setHasFrame(false);
-  while (!isInterrupted(movie_)) {
-    if (!stream_->takeQueuedFrame() && !media_->forwardNextPacket()) break;
+  while (mayLeaveOut && sent_ != kNever && sent_ + ahead < wanted) {
+    leaveOut(true);
+    if (!media_->forwardNextPacket()) break;
     noteSent();
-    if (!stream_->hasFrame()) continue;
-    take();
-    return true;
   }
-  atEnd_ = true;
-  if (newest_.image) end_ = newest_.end;
-  return false;
+  leaveOut(false);
+  newest_.hold(media_->pictureAtTime(wanted - media_->movie_position()), *media_);
+  noteSent();
+  atEnd_ = media_->isAtEnd();
+  if (newest_ && atEnd_) end_ = newest_.end;
+  return newest_.start >= wholeFrom_ || isInterrupted(movie_);
 }
 
 void PictureReader::noteSent() {
   const int64_t last = media_->last_pts();
   if (last == AV_NOPTS_VALUE) return;
   sent_ = std::max(sent_, last - media_->start_time() + media_->movie_position());
-}
-
-/// Takes the picture that the stream has now.
-void PictureReader::take() {
-  const AVFrame* frame = stream_->frame();
-  if (!frame || !frame->data[0]) return;
-  const AVRational ticks = toAV(stream_->timebase());
-  const int64_t offset = media_->movie_position() - media_->start_time();
-  newest_.image = LMFFImage::imageWithFrame(av_frame_clone(frame), true);
-  newest_.start = av_rescale_q(frame->pts, ticks, kMicroseconds) + offset;
-  newest_.end = av_rescale_q(frame->pts + durationOf(*frame), ticks, kMicroseconds) + offset;
-  sent_ = std::max(sent_, newest_.start);
 }
 
 /// Has the decoder leave out, or not, those pictures that no other one refers to.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <kestrel/Image.h>
-#include <kestrel/LMFFImage.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMovie.h>
 
@@ -9,6 +8,8 @@
 #include <limits>
 #include <memory>
 #include <optional>
+
+#include "convert/feed/HeldPicture.h"
 
 namespace kestrel {
 
@@ -39,20 +40,12 @@ class PictureReader {
   std::optional<int64_t> end() const { return end_; }
 
  private:
-  struct Picture {
-    std::shared_ptr<LMFFImage> image;
-    int64_t start = 0;
-    int64_t end = 0;
-  };
-
   int64_t meant(int64_t time) const { return time + frameDuration_ / 4; }
   bool isNear(int64_t wanted) const;
   std::optional<int64_t> keyTimeBefore(int64_t wanted) const;
   void seek(int64_t wanted, bool mayLeaveOut);
   bool readUpTo(int64_t wanted, bool mayLeaveOut);
-  bool readNext();
   void noteSent();
-  void take();
   void leaveOut(bool leavesOut);
   int64_t framesAhead() const;
 
@@ -62,7 +55,7 @@ class PictureReader {
   int64_t frameDuration_ = 0;
   bool canLeaveOut_ = false;
 
-  Picture newest_;
+  HeldPicture newest_;
   int64_t sent_ = kNever;       // the latest time of a packet that the decoder was given
   int64_t wholeFrom_ = kNever;  // from here on every picture was decoded
   bool isLeavingOut_ = false;

@@ -4,23 +4,24 @@
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMMediaSource.h>
+#include <kestrel/MemorySource.h>
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/MediaInfo.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <vector>
 
 #include "convert/look/Look.h"
 #include "convert/pictures/AutoCrop.h"
-#include "convert/pictures/CoverSource.h"
 #include "convert/pictures/PictureReader.h"
 #include "convert/probe/Input.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
-#include <libavutil/mathematics.h>
 }
 
 namespace kestrel {
@@ -33,18 +34,15 @@ constexpr int64_t kMissingTolerance = 1000000;
 /// The longest side of a picture that can be drawn, pixels.
 constexpr double kLongestSide = 32768;
 
-const AVStream* mainPictures(AVFormatContext& input) {
-  const int best = av_find_best_stream(&input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  return best < 0 ? nullptr : input.streams[best];
-}
-
 /// Where a cover is all that there is to see, the cover as an input of its own.
 std::shared_ptr<LMMediaSource> openPictures(const PicturesSettings& settings,
                                             const Interrupt& interrupt) {
   auto source = openInput(settings.input, settings.title, interrupt);
-  const AVStream* const pictures = mainPictures(*source->formatContext());
-  if (!pictures || !(pictures->disposition & AV_DISPOSITION_ATTACHED_PIC)) return source;
-  auto cover = makeCoverSource(*pictures);
+  const MediaInfo info = mediaInfoOf(*source);
+  if (info.mainVideo || !info.cover) return source;
+  const AVPacket& packet = source->formatContext()->streams[*info.cover]->attached_pic;
+  auto cover = std::make_shared<MemorySource>(
+      std::make_shared<const std::vector<uint8_t>>(packet.data, packet.data + packet.size));
   openSource(*cover, settings.input, interrupt);
   return cover;
 }
@@ -63,7 +61,7 @@ class Pictures::Input {
   Rational frameRate() const;
   Size size() const { return size_; }
   void setOutputSize(Size size);
-  void setEffect(const std::string& name) { movie_.setEffectName(name); }
+  void setEffect(const std::string& name);
   std::shared_ptr<const Image> imageAt(int64_t time);
   std::shared_ptr<const BitmapImage> pictureAt(int64_t time);
   Report report() const;
@@ -71,9 +69,10 @@ class Pictures::Input {
  private:
   bool reaches(int64_t time) const;
 
-  const PicturesSettings settings_;
+  PicturesSettings settings_;
   std::shared_ptr<LMMediaSource> source_;
-  const AVStream* stream_ = nullptr;
+  StreamInfo pictures_;
+  std::optional<Area> picture_;  // between black bars
   LMFFMovie movie_;
   Look look_;
   Size size_;
@@ -86,15 +85,15 @@ class Pictures::Input {
 Pictures::Input::Input(const PicturesSettings& settings, const Interrupt& interrupt)
     : settings_(settings), source_(openPictures(settings, interrupt)) {
   const std::string& path = settings.input;
-  stream_ = mainPictures(*source_->formatContext());
-  if (!stream_) throw Failure::input(path, fmt::format("'{}' has no pictures", path));
+  const MediaInfo info = mediaInfoOf(*source_);
+  if (!info.mainVideo) throw Failure::input(path, fmt::format("'{}' has no pictures", path));
+  pictures_ = info.streams[*info.mainVideo];
   movie_.setExportMovie(true);
-  movie_.openMedias(
-      source_->createMediasWithStreams(IndexSet{static_cast<uint32_t>(stream_->index)}));
+  movie_.openMedias(source_->createMediasWithStreams(IndexSet{pictures_.index}));
   if (!movie_.hasVideo())
     throw Failure::input(path, fmt::format("the pictures of '{}' cannot be decoded", path));
-  const auto picture = settings.look.autoCrop ? withoutBars(movie_) : std::optional<Area>();
-  look_ = Look(settings.look, *stream_, picture);
+  if (settings.look.autoCrop) picture_ = withoutBars(movie_);
+  look_ = Look(settings.look, pictures_.video, picture_);
   size_ = wholePixels({look_.size().width * look_.pixelAspect(), look_.size().height});
   setOutputSize(size_);
 }
@@ -111,6 +110,12 @@ void Pictures::Input::setOutputSize(Size size) {
     throw Failure::settings(
         fmt::format("a picture of {}x{} is too large", outputSize_.width, outputSize_.height),
         "size");
+  look_.apply(movie_, outputSize_);
+}
+
+void Pictures::Input::setEffect(const std::string& name) {
+  settings_.look.effect = name;
+  look_ = Look(settings_.look, pictures_.video, picture_);
   look_.apply(movie_, outputSize_);
 }
 
@@ -138,7 +143,7 @@ bool Pictures::Input::reaches(int64_t time) const {
   const auto source = openInput(settings_.input, settings_.title, source_->interrupt());
   IndexSet others;
   for (unsigned i = 0; i < source->formatContext()->nb_streams; ++i)
-    if (static_cast<int>(i) != stream_->index) others.insert(i);
+    if (i != pictures_.index) others.insert(i);
   LMFFMedia media;
   media.setSource(source);
   media.setSelectStreams(others);
@@ -154,10 +159,8 @@ Report Pictures::Input::report() const {
   const auto end = reader_ ? reader_->end() : std::nullopt;
   const auto length = duration();
   if (!end || !length) return {};
-  const int64_t told =
-      stream_->duration > 0
-          ? std::min(av_rescale_q(stream_->duration, stream_->time_base, {1, 1000000}), *length)
-          : *length;
+  const int64_t own = pictures_.duration.value_or(0);
+  const int64_t told = own > 0 ? std::min(own, *length) : *length;
   const Error error = source_->lastError();
   const int64_t wanted = std::min(lastAsked_, told) - kMissingTolerance;
   Report report{.reached = *end, .promised = told};
@@ -169,7 +172,7 @@ Report Pictures::Input::report() const {
 }
 
 Rational Pictures::Input::frameRate() const {
-  return {stream_->avg_frame_rate.num, stream_->avg_frame_rate.den};
+  return pictures_.video.averageRate.value_or(Rational{0, 0});
 }
 
 Pictures::Pictures(const PicturesSettings& settings, const Interrupt& interrupt)

@@ -221,7 +221,7 @@ class Planner {
     AVStream& stream = *input_.streams[*plan_.videoIndex];
     plan_.look = settings_.look;
     plan_.picture = picture_;
-    const Shape shape = outputShape(settings_, Look(settings_.look, stream, picture_));
+    const Shape shape = outputShape(settings_, Look(settings_.look, videoInfoOf(stream), picture_));
     const Rational wanted = settings_.fps.value_or(realFrameRate(stream));
     const AVRational rate = supportedRate({wanted.num, wanted.den}, *avcodec_find_encoder(codec));
     plan_.rate = {rate.num, rate.den};

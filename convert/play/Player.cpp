@@ -9,6 +9,7 @@
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/LMOutputAudioGraph.h>
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/MediaInfo.h>
 
 #include <fmt/format.h>
 
@@ -20,7 +21,6 @@
 
 #include "convert/look/Look.h"
 #include "convert/probe/Input.h"
-#include "convert/probe/InputEnd.h"
 #include "convert/probe/Streams.h"
 
 extern "C" {
@@ -40,7 +40,8 @@ class Player::Playback {
  public:
   Playback(PlayerSettings settings, const Interrupt& interrupt)
       : settings_(std::move(settings)),
-        source_(openInput(settings_.input, settings_.title, interrupt)) {
+        source_(openInput(settings_.input, settings_.title, interrupt)),
+        info_(mediaInfoOf(*source_)) {
     openMovie();
     if (movie_.duration() > 0 && movie_.duration() < LMFFMedia::kUnknownDuration)
       duration_ = movie_.duration();
@@ -118,16 +119,15 @@ class Player::Playback {
 
  private:
   void openMovie() {
-    const AVFormatContext& input = *source_->formatContext();
     IndexSet streams = chosenAudios(settings_.audioTracks, *source_);
     IndexSet tracks;
     for (uint32_t track = 0; track < streams.size(); ++track) tracks.insert(track);
-    const auto video = mainVideo(input);
+    const auto& video = info_.mainVideo;
     if (settings_.withPictures && !video)
       throw Failure::input(settings_.input, fmt::format("'{}' has no pictures", settings_.input));
     // Without sound it is the pictures that say how long the movie is.
     if (video && (settings_.withPictures || streams.empty())) streams.insert(*video);
-    if (video) pictures_ = input.streams[*video];
+    if (video) pictures_ = info_.streams[*video].video;
     if (!streams.empty()) movie_.openMedias(source_->createMediasWithStreams(streams));
     movie_.setSelectAudioStreams(tracks);
     if (!movie_.hasAudio() && !movie_.hasVideo())
@@ -173,14 +173,15 @@ class Player::Playback {
     int64_t end = 0;
     for (const auto& media : movie_.medias())
       for (const auto& stream : media->audios())
-        end = std::max(end, promisedLength(*source_->formatContext(), *stream->stream()));
+        end = std::max(end, info_.streams[stream->stream()->index].promisedLength);
     if (end == 0 && !(pictures_ && movie_.hasAudio())) return duration_;
     return end > 0 ? std::optional(std::min(end, duration_.value_or(end))) : std::nullopt;
   }
 
   const PlayerSettings settings_;
   const std::shared_ptr<LMMediaSource> source_;
-  const AVStream* pictures_ = nullptr;
+  const MediaInfo info_;
+  std::optional<VideoInfo> pictures_;
   std::optional<int64_t> duration_;
 
   std::atomic<bool> isLooking_{false};

@@ -5,7 +5,10 @@
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMMediaSource.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
 
@@ -32,6 +35,10 @@ std::string obviousProblem(const std::string& path) {
   return {};
 }
 
+Failure cannotOpen(const std::string& path, const std::string& why) {
+  return Failure::input(path, "cannot open '" + path + "': " + why);
+}
+
 std::string reason(const kestrel::Error& error) {
   if (error.code == AVERROR_INVALIDDATA) return "not a media file, or damaged at its beginning";
   if (error.code == AVERROR_EOF) return "the file ends too early";
@@ -41,22 +48,26 @@ std::string reason(const kestrel::Error& error) {
 
 }  // namespace
 
+void requireFile(const std::string& path) {
+  if (access(path.c_str(), R_OK) != 0)
+    throw cannotOpen(path, std::generic_category().message(errno));
+  if (const std::string problem = obviousProblem(path); !problem.empty())
+    throw cannotOpen(path, problem);
+}
+
 void openSource(LMMediaSource& source, const std::string& path, const Interrupt& interrupt) {
-  const auto cannotOpen = [&](const std::string& why) {
-    return Failure::input(path, "cannot open '" + path + "': " + why);
-  };
   source.setInterrupt(interrupt);
   source.open();
   if (interrupt && interrupt()) throw Failure::interrupted();
-  if (!source.isOpen()) throw cannotOpen(reason(source.lastError()));
-  if (source.formatContext()->nb_streams == 0) throw cannotOpen("it has no streams");
+  if (!source.isOpen()) throw cannotOpen(path, reason(source.lastError()));
+  if (source.formatContext()->nb_streams == 0) throw cannotOpen(path, "it has no streams");
 }
 
 namespace {
 
 std::shared_ptr<LMMediaSource> openFile(const std::string& path, const Interrupt& interrupt) {
   if (const std::string problem = obviousProblem(path); !problem.empty())
-    throw Failure::input(path, "cannot open '" + path + "': " + problem);
+    throw cannotOpen(path, problem);
   auto source = LMMediaSource::mediaWithPath(path);
   openSource(*source, path, interrupt);
   return source;

@@ -21,6 +21,9 @@ class LMMediaSource;
 std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<int> title,
                                          const Interrupt& interrupt);
 
+/// Throws a `Failure` for a path that is no file that can be read, or an empty one.
+void requireFile(const std::string& path);
+
 /// Opens a source that was made of what `path` names, under the same terms.
 void openSource(LMMediaSource& source, const std::string& path, const Interrupt& interrupt);
 

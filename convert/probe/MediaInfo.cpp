@@ -131,39 +131,18 @@ void tellColor(VideoInfo& video, const AVCodecParameters& codec) {
     video.colorTransfer = orEmpty(av_color_transfer_name(codec.color_trc));
 }
 
-void tellShape(VideoInfo& video, AVFormatContext& input, AVStream& stream) {
+void tellShape(VideoInfo& video, const AVStream& stream) {
   const AVCodecParameters& codec = *stream.codecpar;
   video.width = std::max(codec.width, 0);
   video.height = std::max(codec.height, 0);
-  const AVRational sample = av_guess_sample_aspect_ratio(&input, &stream, nullptr);
+  const AVRational sample =
+      av_guess_sample_aspect_ratio(nullptr, const_cast<AVStream*>(&stream), nullptr);
   video.pixelAspect = ifPositive(sample);
   if (!isPositive(sample)) return;
   AVRational display{0, 1};
   av_reduce(&display.num, &display.den, int64_t{codec.width} * sample.num,
             int64_t{codec.height} * sample.den, 1 << 20);
   video.displayAspect = ifPositive(display);
-}
-
-VideoInfo videoInfo(AVFormatContext& input, AVStream& stream) {
-  const AVCodecParameters& codec = *stream.codecpar;
-  VideoInfo video;
-  const auto format = static_cast<AVPixelFormat>(codec.format);
-  video.pixelFormat = orEmpty(av_get_pix_fmt_name(format));
-  if (const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(format))
-    video.bitDepth = pixels->comp[0].depth;
-  video.hasAlpha = hasAlpha(stream);
-  video.isCover = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-  video.isInterlaced =
-      codec.field_order != AV_FIELD_UNKNOWN && codec.field_order != AV_FIELD_PROGRESSIVE;
-  if (!video.isCover) {
-    video.frameRate = trueRate(stream);
-    video.averageRate = ifPositive(stream.avg_frame_rate);
-  }
-  tellShape(video, input, stream);
-  video.orientation = orientationOf(stream);
-  tellColor(video, codec);
-  video.hdr = hdrOf(stream);
-  return video;
 }
 
 AudioInfo audioInfo(const AVCodecParameters& codec) {
@@ -178,7 +157,7 @@ AudioInfo audioInfo(const AVCodecParameters& codec) {
   return audio;
 }
 
-StreamInfo streamInfo(AVFormatContext& input, AVStream& stream) {
+StreamInfo streamInfo(const AVFormatContext& input, const AVStream& stream) {
   const AVCodecParameters& codec = *stream.codecpar;
   StreamInfo info;
   info.index = static_cast<uint32_t>(stream.index);
@@ -196,7 +175,7 @@ StreamInfo streamInfo(AVFormatContext& input, AVStream& stream) {
   info.disposition = dispositionNames(stream.disposition);
   info.tags = tagsIn(stream.metadata);
   info.promisedLength = promisedLength(input, stream);
-  if (info.kind == StreamInfo::Kind::kVideo) info.video = videoInfo(input, stream);
+  if (info.kind == StreamInfo::Kind::kVideo) info.video = videoInfoOf(stream);
   if (info.kind == StreamInfo::Kind::kAudio) info.audio = audioInfo(codec);
   if (info.kind == StreamInfo::Kind::kSubtitle) {
     info.video.width = std::max(codec.width, 0);
@@ -212,6 +191,28 @@ std::optional<uint32_t> coverOf(const MediaInfo& info) {
 }
 
 }  // namespace
+
+VideoInfo videoInfoOf(const AVStream& stream) {
+  const AVCodecParameters& codec = *stream.codecpar;
+  VideoInfo video;
+  const auto format = static_cast<AVPixelFormat>(codec.format);
+  video.pixelFormat = orEmpty(av_get_pix_fmt_name(format));
+  if (const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(format))
+    video.bitDepth = pixels->comp[0].depth;
+  video.hasAlpha = hasAlpha(stream);
+  video.isCover = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+  video.isInterlaced =
+      codec.field_order != AV_FIELD_UNKNOWN && codec.field_order != AV_FIELD_PROGRESSIVE;
+  if (!video.isCover) {
+    video.frameRate = trueRate(stream);
+    video.averageRate = ifPositive(stream.avg_frame_rate);
+  }
+  tellShape(video, stream);
+  video.orientation = orientationOf(stream);
+  tellColor(video, codec);
+  video.hdr = hdrOf(stream);
+  return video;
+}
 
 MediaInfo mediaInfoOf(const LMMediaSource& source) {
   MediaInfo info;

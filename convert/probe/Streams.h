@@ -25,6 +25,9 @@ std::optional<uint32_t> mainVideo(const AVFormatContext& input);
 /// counts fields or clock ticks instead of pictures.
 Rational realFrameRate(const AVStream& stream);
 
+/// What is known of a stream's pictures, as `MediaInfo` has it.
+VideoInfo videoInfoOf(const AVStream& stream);
+
 /// How a player turns a stream's pictures before it shows them.
 Orientation orientationOf(const AVStream& stream);
 

@@ -25,6 +25,7 @@
 #include "convert/plan/ConversionPlanner.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
+#include "convert/probe/Streams.h"
 #include "convert/run/PlannedOutput.h"
 
 extern "C" {
@@ -136,7 +137,7 @@ class Conversion::Work {
   void applyLook() {
     if (plan_.video != StreamAction::kEncode) return;
     const AVStream& stream = *source_->formatContext()->streams[*plan_.videoIndex];
-    const Look look(plan_.look, stream, plan_.picture);
+    const Look look(plan_.look, videoInfoOf(stream), plan_.picture);
     isPlain_ = look.isPlain();
     if (isPlain_) return;
     look.apply(movie_,

@@ -174,6 +174,12 @@ class KESTREL_API LMFFMedia {
 
     /// True if there is a picture.
     explicit operator bool() const;
+
+    /// Whether it has begun at a time, and whether it is still shown after that; times count as
+    /// rounded to whole microseconds, so that of two pictures of which one follows the other the
+    /// second begins exactly when the first one no longer lasts.
+    bool beginsBy(int64_t time) const;
+    bool lastsBeyond(int64_t time) const;
   };
 
   /// Exactly the picture that is shown at a time, on every machine: reads on until a picture lasts
@@ -232,7 +238,7 @@ class KESTREL_API LMFFMedia {
   std::shared_ptr<AVFormatContext> sharedContext() const;
   std::shared_ptr<LMFFMediaStream> lastEnabled(StreamTest isWanted) const;
   bool decodesPictures() const;
-  bool hasPictureFor(int64_t target) const;
+  bool hasPictureFor(int64_t time) const;
   bool readPicture(LMFFMediaStream& stream);
   bool isSoundFull() const;
   bool isBeyond(int64_t limit) const;

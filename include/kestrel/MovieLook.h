@@ -44,6 +44,8 @@ struct MovieLook {
   bool subtitleMarkup = false;
   float subtitleOutline = 0;  ///< how far a black outline reaches around the text, pixels
   float subtitleMargin = 0;   ///< free of text at the left and at the right, of the output's width
+
+  bool operator==(const MovieLook&) const = default;
 };
 
 }  // namespace kestrel

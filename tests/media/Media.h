@@ -14,6 +14,8 @@
 #include "support/FFmpegOwners.h"
 #include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
+#include "tests/support/ForcedCpuCount.h"
+#include "tests/support/Pictures.h"
 
 namespace kestrel::test {
 
@@ -45,17 +47,6 @@ inline std::shared_ptr<LMFFMedia> audioMediaOf(const std::filesystem::path& file
   return medias.empty() ? nullptr : medias.back();
 }
 
-/// The times of the first video stream's pictures in their order of display, in the stream's time
-/// base, as ffprobe decodes them.
-std::vector<int64_t> pictureTimesOf(const std::filesystem::path& file);
-
-/// A checksum of every picture of the first video stream, in their order of display, as ffmpeg
-/// decodes them; `threads` of its decoder, 0 for as many as it likes.
-std::vector<uint32_t> pictureSumsOf(const std::filesystem::path& file, int threads = 0);
-
-/// The same checksum of one picture.
-uint32_t pictureSum(const AVFrame& frame);
-
 /// The number of samples per channel that ffmpeg decodes from an audio stream.
 int64_t sampleCountOf(const std::filesystem::path& file, int audioStream = 0);
 
@@ -67,14 +58,5 @@ std::vector<int64_t> middlesOf(const LMFFMedia& media, const std::vector<int64_t
 inline std::vector<float> silence(int32_t frame) {
   return std::vector<float>(static_cast<size_t>(frame) * 2, 0.0F);
 }
-
-/// While it lives, the libraries take the machine for one with so many processors.
-class ForcedCpuCount {
- public:
-  explicit ForcedCpuCount(int count);
-  ~ForcedCpuCount();
-  ForcedCpuCount(const ForcedCpuCount&) = delete;
-  ForcedCpuCount& operator=(const ForcedCpuCount&) = delete;
-};
 
 }  // namespace kestrel::test
