@@ -29,10 +29,13 @@ int64_t framesUntilSound(const LMFFMediaStream& stream) {
   return end - stream.outputSamples() - stream.audio_sync_frame();
 }
 
+/// The last time at which a movie's medias are current; that of a movie without a length has none.
+int64_t lastMoment(const LMFFMovie& movie) { return std::max<int64_t>(movie.duration() - 1, 0); }
+
 }  // namespace
 
 void holdClock(LMFFMovie& movie) {
-  const int64_t last = movie.duration() - 1;
+  const int64_t last = lastMoment(movie);
   if (movie.currentTime() > last) movie.update_current_time_to(last);
 }
 
@@ -87,7 +90,9 @@ int32_t AudioFeed::read(float* data, int32_t frames) {
     waiting = std::max(waiting, input.stream->outputSamples());
     atEnd = atEnd && input.media->isAtEnd();
   }
-  if (!inputs.empty() && atEnd) wanted = std::min(wanted, waiting);
+  // Where nothing is current, something may still come, unless the clock is where all ends.
+  const bool mayCome = inputs.empty() && movie_.currentTime() < lastMoment(movie_);
+  if (atEnd && !mayCome) wanted = std::min(wanted, waiting);
   if (wanted > 0) movie_.readSample(data, wanted);
   return wanted;
 }

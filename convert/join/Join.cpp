@@ -135,6 +135,18 @@ int64_t lengthPromisedBy(const JoinPart& part) {
   return length;
 }
 
+/// What the encoding of parts found nothing in; to find nothing in any of them is a failure.
+void judgeEmptyParts(const std::vector<JoinPart>& parts, Report& report) {
+  const auto isEmpty = [](const JoinPart& part) { return !part.isCut && part.end.reached == 0; };
+  const auto sentence = [](const JoinPart& part) {
+    return fmt::format("nothing could be decoded from '{}'", part.input.path);
+  };
+  if (std::ranges::all_of(parts, isEmpty))
+    throw Failure::input(parts.front().input.path, sentence(parts.front()));
+  for (const JoinPart& part : parts)
+    if (isEmpty(part)) report.find(sentence(part));
+}
+
 /// Whether the inputs were read to their ends.
 Report reportOn(const std::vector<JoinPart>& parts) {
   Report report;
@@ -199,6 +211,7 @@ Report joinFiles(const JoinSettings& asked, const Events& events) {
     if (events.isInterrupted()) return Report::interrupted();
   }
   Report report = reportOn(plan.parts);
+  if (!isCopied) judgeEmptyParts(plan.parts, report);
   report.leftOut = std::move(plan.leftOut);
   target.commit();
   return report;

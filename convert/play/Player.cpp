@@ -153,12 +153,14 @@ class Player::Playback {
   void findInputEnd(int seeks) {
     if (!movie_.isPlay()) return;
     const auto medias = movie_.medias();
-    const bool hasEnded = std::ranges::all_of(medias, [](const auto& media) {
-      const auto sounds = media->audios();
-      return media->isAtEnd() && std::ranges::all_of(sounds, [](const auto& stream) {
+    const auto hasPlayed = [now = movie_.currentTime()](const auto& media) {
+      // Behind its stated length, which may be 0, nobody reads it.
+      if (now >= media->movie_position() + media->duration()) return true;
+      return media->isAtEnd() && std::ranges::all_of(media->audios(), [](const auto& stream) {
                return stream->outputSamples() == 0;
              });
-    });
+    };
+    const bool hasEnded = std::ranges::all_of(medias, hasPlayed);
     if (!hasEnded) return;
     const double unheard = movie_.audioOutputGraph()->unheardFrames();
     const double rate = movie_.defaultOutputFormat().sample_rate;

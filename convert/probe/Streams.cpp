@@ -25,16 +25,6 @@ namespace kestrel {
 
 namespace {
 
-IndexSet findAudios(const AVFormatContext& input) {
-  IndexSet indexes;
-  for (uint32_t i = 0; i < input.nb_streams; ++i) {
-    const AVCodecParameters& parameters = *input.streams[i]->codecpar;
-    if (parameters.codec_type == AVMEDIA_TYPE_AUDIO && avcodec_find_decoder(parameters.codec_id))
-      indexes.insert(i);
-  }
-  return indexes;
-}
-
 /// The standard rate that an average means, where it is within 2 % of one.
 AVRational standardRate(AVRational average) {
   static const AVRational kRates[] = {{24000, 1001}, {24, 1}, {25, 1},       {30000, 1001}, {30, 1},
@@ -127,8 +117,20 @@ Rational realFrameRate(const AVStream& stream) {
   return av_q2d(rate) <= kFastest ? answer(rate) : Rational{25, 1};
 }
 
+IndexSet decodableAudios(const AVFormatContext& input) {
+  IndexSet indexes;
+  for (uint32_t i = 0; i < input.nb_streams; ++i) {
+    const AVCodecParameters& parameters = *input.streams[i]->codecpar;
+    if (parameters.codec_type != AVMEDIA_TYPE_AUDIO) continue;
+    // Beside other streams, its first packets may lie behind what opening reads.
+    const bool mayHaveRate = parameters.sample_rate > 0 || input.nb_streams > 1;
+    if (mayHaveRate && avcodec_find_decoder(parameters.codec_id)) indexes.insert(i);
+  }
+  return indexes;
+}
+
 std::vector<std::optional<uint32_t>> audioTracksOf(const LMMediaSource& source) {
-  const IndexSet audios = findAudios(*source.formatContext());
+  const IndexSet audios = decodableAudios(*source.formatContext());
   const auto* disc = dynamic_cast<const LMDVDTitleSource*>(&source);
   if (!disc) return {audios.begin(), audios.end()};
   std::vector<std::optional<uint32_t>> indexes;

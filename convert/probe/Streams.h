@@ -39,6 +39,10 @@ bool hasAlpha(const AVStream& stream);
 /// is none. It belongs to the stream.
 std::span<const uint8_t> streamSideData(const AVStream& stream, int type);
 
+/// The container indexes of the sound that can be decoded. Sound alone of which no packet told a
+/// rate is none: its bytes are something else.
+IndexSet decodableAudios(const AVFormatContext& input);
+
 /// The audio streams in the order in which users count them: a disc's own order, with none for a
 /// track that its VOBs do not hold, or else the container's.
 std::vector<std::optional<uint32_t>> audioTracksOf(const LMMediaSource& source);
