@@ -7,6 +7,7 @@
 #include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/Disc.h>
+#include <kestrel/convert/DiscInfo.h>
 #include <kestrel/convert/EffectSheet.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Failure.h>

@@ -1,6 +1,5 @@
 #include <kestrel/LMDVDFile.h>
 #include <kestrel/LMDVDIO.h>
-#include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/Log.h>
 
@@ -8,13 +7,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <kestrel/convert/Disc.h>
+#include <kestrel/convert/DiscInfo.h>
 #include "tools/cli/Text.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/Say.h"
@@ -48,58 +49,41 @@ ordered_json tracks(const std::vector<LMDVDTrack>& tracks) {
   return all;
 }
 
-ordered_json chapters(const LMDVDTitle& title) {
+ordered_json chapters(const std::vector<ChapterInfo>& chapters) {
   auto all = ordered_json::array();
-  const auto times = title.chapterTimes();
-  for (size_t i = 0; i < times.size(); ++i) {
-    const int64_t end = i + 1 < times.size() ? times[i + 1] : title.duration();
-    all.push_back({{"start", seconds(times[i])}, {"end", seconds(end)}});
-  }
+  for (const ChapterInfo& chapter : chapters)
+    all.push_back({{"start", seconds(*chapter.start)}, {"end", seconds(*chapter.end)}});
   return all;
 }
 
-/// The television standard that pictures are made for, by their height and rate.
-ordered_json standardOf(const LMDVDPictureFacts& facts) {
-  const bool isPal = facts.framerate.num == 25 && facts.framerate.den == 1;
-  if (isPal && (facts.height == 576 || facts.height == 288)) return "PAL";
-  if (!isPal && (facts.height == 480 || facts.height == 240)) return "NTSC";
-  return nullptr;
+/// "16:9"; "" where the pictures do not say.
+std::string aspectOf(const DVDPictureFacts& facts) {
+  return facts.aspect.num > 0 ? fmt::format("{}:{}", facts.aspect.num, facts.aspect.den) : "";
 }
 
-ordered_json titleDocument(const std::shared_ptr<LMDVD>& disc, const DiscTitle& title) {
-  LMDVDSource source;
-  source.setDvd(disc);
-  source.setTitle_set(title.set);
-  source.setTitle(title.title);
-  const auto facts = source.pictureFacts();
-  const auto known = [&](auto value) {
-    return facts ? ordered_json(value(*facts)) : ordered_json(nullptr);
-  };
+ordered_json titleDocument(const DiscTitleInfo& title) {
+  const auto& pictures = title.pictures;
   return {{"title", title.number},
-          {"title_set", title.set->title_set()},
-          {"duration", seconds(title.title->duration())},
-          {"chapters", chapters(*title.title)},
-          {"width", known([](const auto& f) { return f.width; })},
-          {"height", known([](const auto& f) { return f.height; })},
-          {"standard", known(standardOf)},
-          {"aspect", known([](const auto& f) {
-             return f.aspect.num > 0
-                        ? ordered_json(fmt::format("{}:{}", f.aspect.num, f.aspect.den))
-                        : ordered_json(nullptr);
-           })},
-          {"audio", tracks(title.title->audioTracks())},
-          {"subtitles", tracks(title.title->subtitleTracks())},
+          {"title_set", title.titleSet},
+          {"duration", seconds(title.duration)},
+          {"chapters", chapters(title.chapters)},
+          {"width", pictures ? ordered_json(pictures->width) : ordered_json(nullptr)},
+          {"height", pictures ? ordered_json(pictures->height) : ordered_json(nullptr)},
+          {"standard", orNull(title.standard)},
+          {"aspect", pictures ? orNull(aspectOf(*pictures)) : ordered_json(nullptr)},
+          {"audio", tracks(title.audio)},
+          {"subtitles", tracks(title.subtitles)},
           {"main", !title.whyMain.empty()},
           {"main_reason", orNull(title.whyMain)},
           {"same_as", title.sameAs ? ordered_json(*title.sameAs) : ordered_json(nullptr)}};
 }
 
-ordered_json discDocument(const std::shared_ptr<LMDVD>& disc) {
+ordered_json discDocument(const DiscInfo& disc) {
   auto titles = ordered_json::array();
-  for (const auto& title : titlesOf(*disc)) titles.push_back(titleDocument(disc, title));
-  return {{"volume", disc->volume()},
-          {"region", disc->region()},
-          {"path", disc->path()},
+  for (const auto& title : disc.titles) titles.push_back(titleDocument(title));
+  return {{"volume", disc.volume},
+          {"region", disc.region},
+          {"path", disc.path},
           {"titles", std::move(titles)}};
 }
 
@@ -113,56 +97,48 @@ std::string regions(int mask) {
   return fmt::format("region{} {}", allowed.size() > 1 ? "s" : "", fmt::join(allowed, ", "));
 }
 
-/// "0 English, 1 French".
-std::string trackList(const ordered_json& tracks) {
+/// "0 English (en), 1 French (fr)".
+std::string trackList(const std::vector<LMDVDTrack>& tracks) {
   std::vector<std::string> words;
-  for (const auto& track : tracks) {
-    const auto& name = track["name"];
-    const auto& code = track["language"];
-    words.push_back(fmt::format("{} {}", track["track"].get<int>(),
-                                name.is_null()
-                                    ? "unknown"
-                                    : fmt::format("{} ({})", printable(name.get<std::string>()),
-                                                  printable(code.get<std::string>()))));
-  }
+  for (const auto& track : tracks)
+    words.push_back(fmt::format("{} {}", track.track,
+                                track.name.empty() ? "unknown"
+                                                   : fmt::format("{} ({})", printable(track.name),
+                                                                 printable(track.language))));
   return fmt::format("{}", fmt::join(words, ", "));
 }
 
-std::string titleText(const ordered_json& title) {
+std::string titleText(const DiscTitleInfo& title) {
   std::string text =
-      fmt::format("Title {:<6}{}, {} {}", title["title"].get<int>(),
-                  formatTime(title["duration"].get<double>()), title["chapters"].size(),
-                  title["chapters"].size() == 1 ? "chapter" : "chapters");
-  const auto add = [&](const std::string& fact) { text += ", " + fact; };
-  if (!title["width"].is_null())
-    add(fmt::format("{}x{}", title["width"].get<int>(), title["height"].get<int>()));
-  else
-    add("its pictures cannot be read");
-  for (const char* key : {"standard", "aspect"})
-    if (!title[key].is_null()) add(title[key].get<std::string>());
-  add(fmt::format("title set {}", title["title_set"].get<int>()));
+      fmt::format("Title {:<6}{}, {} {}", title.number, formatTime(seconds(title.duration)),
+                  title.chapters.size(), title.chapters.size() == 1 ? "chapter" : "chapters");
+  const auto add = [&](const std::string& fact) {
+    if (!fact.empty()) text += ", " + fact;
+  };
+  add(title.pictures ? fmt::format("{}x{}", title.pictures->width, title.pictures->height)
+                     : "its pictures cannot be read");
+  add(title.standard);
+  if (title.pictures) add(aspectOf(*title.pictures));
+  add(fmt::format("title set {}", title.titleSet));
   text += "\n";
   const auto line = [&](std::string_view label, const std::string& value) {
     if (!value.empty()) text += fmt::format("  {:<10}{}\n", label, value);
   };
-  line("sound", trackList(title["audio"]));
-  line("subtitles", trackList(title["subtitles"]));
-  if (title["main"].get<bool>())
-    line("main", fmt::format("the main feature: {}", title["main_reason"].get<std::string>()));
-  if (!title["same_as"].is_null())
-    line("same as", fmt::format("title {}", title["same_as"].get<int>()));
+  line("sound", trackList(title.audio));
+  line("subtitles", trackList(title.subtitles));
+  if (!title.whyMain.empty()) line("main", "the main feature: " + title.whyMain);
+  if (title.sameAs) line("same as", fmt::format("title {}", *title.sameAs));
   return text;
 }
 
-std::string discText(const ordered_json& disc, const LMDVD& dvd) {
-  std::string volume = printable(disc["volume"].get<std::string>());
+std::string discText(const DiscInfo& disc) {
+  std::string volume = printable(disc.volume);
   std::ranges::replace(volume, '\n', ' ');
-  const size_t sets = dvd.title_sets().size();
-  const size_t titles = disc["titles"].size();
+  const size_t titles = disc.titles.size();
   std::string text = fmt::format(
-      "{}: DVD-Video, {}, {} title {}, {} {}\n", volume, regions(disc["region"].get<int>()), sets,
-      sets == 1 ? "set" : "sets", titles, titles == 1 ? "title" : "titles");
-  for (const auto& title : disc["titles"]) text += "\n" + titleText(title);
+      "{}: DVD-Video, {}, {} title {}, {} {}\n", volume, regions(disc.region), disc.titleSets,
+      disc.titleSets == 1 ? "set" : "sets", titles, titles == 1 ? "title" : "titles");
+  for (const auto& title : disc.titles) text += "\n" + titleText(title);
   return text;
 }
 
@@ -194,39 +170,31 @@ void dump(const std::string& path) {
   writeStandardOutput(text);
 }
 
-/// What keeps titles from being read whole, and which ones.
-std::map<std::string, std::vector<int>> problemsOf(const std::shared_ptr<LMDVD>& disc) {
-  std::map<std::string, std::vector<int>> problems;
-  for (const auto& title : titlesOf(*disc))
-    if (const Error error = LMDVDTitleSource(disc, title.set, title.title).problem())
-      problems[error.message].push_back(title.number);
-  return problems;
+int finish(const DvdSettings& settings, const std::vector<std::string>& findings) {
+  if (findings.empty()) return kDone;
+  say(fmt::format("'{}' cannot be read whole: {}", settings.input, fmt::join(findings, "; ")));
+  return kDoneInPart;
 }
 
 int list(const DvdSettings& settings) {
   if (settings.dump && (settings.files || settings.asJson))
     throw wrongUsage(fmt::format("--dump and {} exclude each other: give one of them",
                                  settings.files ? "--files" : "--json"));
-  const auto disc = openDisc(settings.input);
-  if (settings.dump) {
-    dump(settings.input);
-  } else if (settings.files) {
-    listFiles(*disc, settings.asJson);
-  } else {
-    const auto document = discDocument(disc);
-    if (settings.asJson)
-      writeDocument(document);
+  if (settings.dump || settings.files) {
+    const auto disc = openDisc(settings.input);
+    if (settings.dump)
+      dump(settings.input);
     else
-      writeStandardOutput(discText(document, *disc));
+      listFiles(*disc, settings.asJson);
+    const std::string damage = damageOf(*disc);
+    return finish(settings, damage.empty() ? std::vector<std::string>() : std::vector{damage});
   }
-  std::vector<std::string> findings;
-  if (const std::string damage = damageOf(*disc); !damage.empty()) findings.push_back(damage);
-  if (!settings.dump && !settings.files)
-    for (const auto& [problem, numbers] : problemsOf(disc))
-      findings.push_back(nounAndNumbers("title", numbers) + ": " + problem);
-  if (findings.empty()) return kDone;
-  say(fmt::format("'{}' cannot be read whole: {}", settings.input, fmt::join(findings, "; ")));
-  return kDoneInPart;
+  const DiscInfo disc = readDiscInfo(settings.input);
+  if (settings.asJson)
+    writeDocument(discDocument(disc));
+  else
+    writeStandardOutput(discText(disc));
+  return finish(settings, disc.findings);
 }
 
 }  // namespace

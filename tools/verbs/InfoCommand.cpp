@@ -1,7 +1,7 @@
 #include <kestrel/convert/MediaInfo.h>
 
 #include <memory>
-#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "tools/terminal/ExitStatus.h"
@@ -20,13 +20,10 @@ struct InfoSettings {
   bool asJson = false;
 };
 
-int info(const InfoSettings& settings) {
-  const auto document =
-      infoDocument(settings.input, readMediaInfo(settings.input, std::nullopt, interrupted));
-  using nlohmann::ordered_json;
-  writeStandardOutput(
-      settings.asJson ? document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n"
-                      : infoText(document));
+int tell(const InfoSettings& settings) {
+  const MediaInfo info = readMediaInfo(settings.input, std::nullopt, interrupted);
+  writeStandardOutput(settings.asJson ? infoDocument(settings.input, info)
+                                      : infoText(settings.input, info));
   return kDone;
 }
 
@@ -38,5 +35,5 @@ void addInfoVerb(CommandLine& line) {
   verb.option("input", settings->input, "the file to read").required().type("FILE");
   verb.flag("--json", settings->asJson, "print one JSON document");
   verb.footer("Example:\n  kestrel demo bars.mp4\n  kestrel info bars.mp4");
-  verb.runs([settings] { return info(*settings); });
+  verb.runs([settings] { return tell(*settings); });
 }

@@ -96,7 +96,7 @@ ordered_json streamDocument(const StreamInfo& stream) {
 
 }  // namespace
 
-ordered_json infoDocument(const std::string& path, const MediaInfo& info) {
+std::string infoDocument(const std::string& path, const MediaInfo& info) {
   ordered_json json;
   json["path"] = path;
   json["format"] = orNull(info.format);
@@ -109,5 +109,5 @@ ordered_json infoDocument(const std::string& path, const MediaInfo& info) {
   json["chapters"] = chaptersDocument(info.chapters);
   json["streams"] = ordered_json::array();
   for (const StreamInfo& stream : info.streams) json["streams"].push_back(streamDocument(stream));
-  return json;
+  return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }

@@ -1,15 +1,14 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include <kestrel/convert/MediaInfo.h>
 
-/// All that `kestrel info` tells of an opened input, as a JSON document. It names `path`, `format`,
-/// `format_long_name`, `size` (bytes), `duration`, `start_time`, `bit_rate`, `tags`, `chapters` and
-/// `streams`.
+/// All that `kestrel info` tells of an opened input, as the text of a JSON document. It names
+/// `path`, `format`, `format_long_name`, `size` (bytes), `duration`, `start_time`, `bit_rate`,
+/// `tags`, `chapters` and `streams`.
 ///
 /// Times are seconds, bit rates bits per second, fractions texts such as "30000/1001". A key that
 /// makes no sense for a stream is absent, a value that the file does not tell is null. `rotation`
-/// is in degrees clockwise. Texts are as in the file, even where they are no UTF-8.
-nlohmann::ordered_json infoDocument(const std::string& path, const kestrel::MediaInfo& info);
+/// is in degrees clockwise. What of a text is no UTF-8 becomes U+FFFD.
+std::string infoDocument(const std::string& path, const kestrel::MediaInfo& info);

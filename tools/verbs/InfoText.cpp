@@ -4,15 +4,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
-#include <nlohmann/json.hpp>
+#include <initializer_list>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "tools/cli/Text.h"
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/convert/Text.h>
 
 using namespace kestrel;
-using nlohmann::ordered_json;
 
 namespace {
 
@@ -26,14 +30,6 @@ constexpr const char* kNoVendor = "[0][0][0][0]";
 using Words = std::vector<std::string>;
 
 std::string joined(const Words& words) { return fmt::format("{}", fmt::join(words, ", ")); }
-
-bool isKnown(const ordered_json& json, const char* key) {
-  return json.contains(key) && !json[key].is_null();
-}
-
-std::string text(const ordered_json& json, const char* key) {
-  return isKnown(json, key) ? printable(json[key].get_ref<const std::string&>()) : std::string();
-}
 
 /// A value whose further lines stand below the first.
 std::string aligned(std::string_view value, size_t column) {
@@ -49,184 +45,182 @@ std::string labelled(std::string_view label, std::string_view value) {
   return fmt::format("{:<{}}{}\n", label, kValueColumn, aligned(value, kValueColumn));
 }
 
-/// One line for each tag, the names padded to the longest among them.
-std::string tagLines(const ordered_json& tags, size_t indentation) {
+std::string tagOf(const Tags& tags, std::string_view name) {
+  const auto found = std::ranges::find(tags, name, &Tags::value_type::first);
+  return found == tags.end() ? std::string() : found->second;
+}
+
+/// One line for each tag but those in `shown`, which stand elsewhere; the names padded to the
+/// longest among them.
+std::string tagLines(const Tags& tags, size_t indentation,
+                     std::initializer_list<std::string_view> shown = {}) {
   constexpr size_t kLongestPadded = 32;
+  const auto isListed = [&](const Tags::value_type& tag) {
+    return std::ranges::count(shown, tag.first) == 0;
+  };
   size_t width = 0;
-  for (const auto& [key, value] : tags.items())
-    if (key.size() <= kLongestPadded) width = std::max(width, key.size());
+  for (const auto& tag : tags)
+    if (isListed(tag) && tag.first.size() <= kLongestPadded)
+      width = std::max(width, tag.first.size());
   std::string lines;
-  for (const auto& [key, value] : tags.items()) {
-    const std::string name = printable(key);
-    lines += fmt::format("{:{}}{:<{}}  {}\n", "", indentation, name, width,
-                         aligned(printable(value.get_ref<const std::string&>()),
-                                 indentation + std::max(width, name.size()) + 2));
+  for (const auto& tag : tags) {
+    if (!isListed(tag)) continue;
+    const std::string name = printable(tag.first);
+    lines +=
+        fmt::format("{:{}}{:<{}}  {}\n", "", indentation, name, width,
+                    aligned(printable(tag.second), indentation + std::max(width, name.size()) + 2));
   }
   return lines;
 }
 
-/// "30000/1001" or "16:9" as its two numbers; 0 and 1 for any other text.
-std::pair<double, double> terms(const std::string& fraction, char separator) {
-  const size_t at = fraction.find(separator);
-  if (at == std::string::npos) return {0, 1};
-  return {std::stod(fraction.substr(0, at)), std::stod(fraction.substr(at + 1))};
-}
-
-std::string rate(const ordered_json& stream) {
-  const std::string fraction = text(stream, "frame_rate");
-  if (fraction.empty()) return {};
-  const auto [num, den] = terms(fraction, '/');
-  const std::string shown = formatNumber(num / den, 3);
+std::string rate(const VideoInfo& video) {
+  if (video.isCover || !video.frameRate) return {};
+  const auto [num, den] = *video.frameRate;
+  const std::string shown = formatNumber(static_cast<double>(num) / den, 3);
   // Other denominators than television's are averages, of which nobody wants all digits.
-  return den == 1001 ? fmt::format("{} ({}) fps", shown, fraction) : shown + " fps";
+  return den == 1001 ? fmt::format("{} ({}/{}) fps", shown, num, den) : shown + " fps";
 }
 
 /// "16:9", but "1.17:1" where the terms tell nobody anything.
-std::string shape(const std::string& fraction) {
-  const auto [width, height] = terms(fraction, ':');
-  return std::max(width, height) < 100 ? fraction : formatNumber(width / height, 2) + ":1";
+std::string shape(const Rational& aspect) {
+  if (std::max(aspect.num, aspect.den) < 100) return fmt::format("{}:{}", aspect.num, aspect.den);
+  return formatNumber(static_cast<double>(aspect.num) / aspect.den, 2) + ":1";
 }
 
-std::string codecName(const ordered_json& stream) {
-  const std::string profile = text(stream, "profile");
-  std::string name = isKnown(stream, "codec") ? text(stream, "codec") : "unknown codec";
-  if (!profile.empty()) name += " " + profile;
-  const std::string tag = text(stream, "tag");
-  const bool isReadable = tag.find('[') == std::string::npos;
-  if (!tag.empty() && isReadable) name += " [" + tag + "]";
+std::string codecName(const StreamInfo& stream) {
+  std::string name = stream.codec.empty() ? "unknown codec" : printable(stream.codec);
+  if (!stream.profile.empty()) name += " " + printable(stream.profile);
+  const bool isReadable = stream.tag.find('[') == std::string::npos;
+  if (!stream.tag.empty() && isReadable) name += " [" + printable(stream.tag) + "]";
   return name;
 }
 
-std::string language(const ordered_json& stream) {
-  const std::string code = text(stream, "language");
-  const std::string name = text(stream, "language_name");
-  return name.empty() ? code : fmt::format("{} ({})", name, code);
+std::string language(const StreamInfo& stream) {
+  const std::string code = printable(stream.language);
+  return stream.languageName.empty() ? code
+                                     : fmt::format("{} ({})", printable(stream.languageName), code);
 }
 
-std::string channels(const ordered_json& stream) {
-  if (isKnown(stream, "channel_layout")) return text(stream, "channel_layout");
-  const int count = isKnown(stream, "channels") ? stream["channels"].get<int>() : 0;
-  if (count == 0) return {};
-  return count == 1 ? "mono" : fmt::format("{} channels", count);
+std::string channels(const AudioInfo& audio) {
+  if (!audio.layout.empty()) return printable(audio.layout);
+  if (audio.channels <= 0) return {};
+  return audio.channels == 1 ? "mono" : fmt::format("{} channels", audio.channels);
+}
+
+std::string sizeOf(const VideoInfo& video) {
+  return video.width > 0 && video.height > 0 ? fmt::format("{}x{}", video.width, video.height) : "";
 }
 
 /// What everybody asks of a stream first.
-Words mainFacts(const ordered_json& stream) {
+Words mainFacts(const StreamInfo& stream) {
+  using Kind = StreamInfo::Kind;
   Words facts{codecName(stream)};
   const auto add = [&](std::string fact) {
     if (!fact.empty()) facts.push_back(std::move(fact));
   };
-  if (isKnown(stream, "width") && isKnown(stream, "height")) {
-    add(fmt::format("{}x{}", stream["width"].get<int>(), stream["height"].get<int>()));
+  if (stream.kind == Kind::kVideo || stream.kind == Kind::kSubtitle) add(sizeOf(stream.video));
+  if (stream.kind == Kind::kVideo) add(rate(stream.video));
+  if (stream.kind == Kind::kAudio) {
+    if (stream.audio.sampleRate > 0) add(fmt::format("{} Hz", stream.audio.sampleRate));
+    add(channels(stream.audio));
   }
-  add(rate(stream));
-  if (isKnown(stream, "sample_rate")) add(fmt::format("{} Hz", stream["sample_rate"].get<int>()));
-  add(channels(stream));
-  if (isKnown(stream, "bit_rate")) add(formatBitRate(stream["bit_rate"].get<int64_t>()));
+  if (stream.bitRate) add(formatBitRate(*stream.bitRate));
   add(language(stream));
-  for (const auto& flag : stream["disposition"]) add(flag.get<std::string>());
+  for (const std::string& flag : stream.disposition) add(flag);
   return facts;
 }
 
 /// "bt709, limited range": the matrix, and primaries and transfer where they differ from it.
-Words colorFacts(const ordered_json& stream) {
+Words colorFacts(const VideoInfo& video) {
   Words names;
-  for (const char* key : {"color_space", "color_primaries", "color_transfer"}) {
-    const std::string name = text(stream, key);
+  for (const auto& name : {video.colorSpace, video.colorPrimaries, video.colorTransfer})
     if (!name.empty() && std::ranges::count(names, name) == 0) names.push_back(name);
-  }
   Words facts;
   if (!names.empty()) facts.push_back("colour " + fmt::format("{}", fmt::join(names, "/")));
-  const std::string range = text(stream, "color_range");
-  if (!range.empty()) facts.push_back(range == "pc" ? "full range" : "limited range");
+  if (!video.colorRange.empty())
+    facts.push_back(video.colorRange == "pc" ? "full range" : "limited range");
   return facts;
 }
 
-Words detailFacts(const ordered_json& stream) {
+Words videoFacts(const VideoInfo& video) {
   Words facts;
-  for (const char* key : {"pix_fmt", "sample_fmt"})
-    if (isKnown(stream, key)) facts.push_back(text(stream, key));
-  if (isKnown(stream, "sample_aspect_ratio")) {
-    facts.push_back(fmt::format("pixels {}, picture {}", text(stream, "sample_aspect_ratio"),
-                                shape(text(stream, "display_aspect_ratio"))));
-  }
-  if (const int degrees = stream.value("rotation", 0); degrees != 0) {
+  if (!video.pixelFormat.empty()) facts.push_back(video.pixelFormat);
+  if (video.pixelAspect)
+    facts.push_back(fmt::format("pixels {}:{}, picture {}", video.pixelAspect->num,
+                                video.pixelAspect->den,
+                                shape(video.displayAspect.value_or(Rational{0, 1}))));
+  if (const auto degrees = std::lround(video.orientation.counterclockwise); degrees != 0) {
     const char* direction = degrees < 0 ? " clockwise" : " counter-clockwise";
     facts.push_back(fmt::format("turned by {}°{}", std::abs(degrees),
                                 std::abs(degrees) == 180 ? "" : direction));
   }
-  const Words color = colorFacts(stream);
+  const Words color = colorFacts(video);
   facts.insert(facts.end(), color.begin(), color.end());
   return facts;
 }
 
+Words detailFacts(const StreamInfo& stream) {
+  if (stream.kind == StreamInfo::Kind::kVideo) return videoFacts(stream.video);
+  const bool isSound = stream.kind == StreamInfo::Kind::kAudio;
+  return isSound && !stream.audio.sampleFormat.empty() ? Words{stream.audio.sampleFormat} : Words{};
+}
+
+std::string timeText(int64_t time) { return formatTime(lm_ff_time_to_double(time)); }
+
 /// The span of a stream, where it is not the container's own.
-std::string span(const ordered_json& stream, const ordered_json& document) {
-  const auto differs = [&](const char* key) {
-    return isKnown(stream, key) &&
-           (!isKnown(document, key) ||
-            std::abs(stream[key].get<double>() - document[key].get<double>()) > 0.0005);
+std::string span(const StreamInfo& stream, const MediaInfo& info) {
+  using Time = std::optional<int64_t>;
+  const auto differs = [](const Time& own, const Time& whole) {
+    return own && (!whole || std::abs(*own - *whole) > 500);
   };
   Words facts;
-  if (differs("start_time")) {
-    facts.push_back("starts at " + formatTime(stream["start_time"].get<double>()));
-  }
-  if (differs("duration")) facts.push_back("lasts " + formatTime(stream["duration"].get<double>()));
+  if (differs(stream.startTime, info.startTime))
+    facts.push_back("starts at " + timeText(*stream.startTime));
+  if (differs(stream.duration, info.duration))
+    facts.push_back("lasts " + timeText(*stream.duration));
   return joined(facts);
 }
 
-std::string streamText(const ordered_json& stream, const ordered_json& document) {
-  const std::string head = fmt::format("#{:<3}{}", stream["index"].get<int>(),
-                                       isKnown(stream, "type") ? text(stream, "type") : "unknown");
+std::string streamText(const StreamInfo& stream, const MediaInfo& info) {
+  const std::string head =
+      fmt::format("#{:<3}{}", stream.index, stream.type.empty() ? "unknown" : stream.type);
   std::string lines = fmt::format("{:<{}}{}\n", head, kStreamColumn, joined(mainFacts(stream)));
-  for (const std::string& line : {joined(detailFacts(stream)), span(stream, document)})
+  for (const std::string& line : {joined(detailFacts(stream)), span(stream, info)})
     if (!line.empty()) lines += fmt::format("{:{}}{}\n", "", kStreamColumn, line);
-  ordered_json tags = stream["tags"];
-  tags.erase("language");
-  if (tags.value("vendor_id", "") == kNoVendor) tags.erase("vendor_id");
-  return lines + tagLines(tags, kStreamColumn);
+  const bool hasVendor = tagOf(stream.tags, "vendor_id") != kNoVendor;
+  return lines + (hasVendor ? tagLines(stream.tags, kStreamColumn, {"language"})
+                            : tagLines(stream.tags, kStreamColumn, {"language", "vendor_id"}));
 }
 
-std::string chapterText(const ordered_json& chapter, size_t number) {
-  const auto time = [&](const char* key) {
-    return isKnown(chapter, key) ? formatTime(chapter[key].get<double>()) : "?";
+std::string chapterText(const ChapterInfo& chapter, size_t number) {
+  const auto shown = [](const std::optional<int64_t>& time) {
+    return time ? timeText(*time) : "?";
   };
-  ordered_json tags = chapter["tags"];
-  const std::string title = text(tags, "title");
-  tags.erase("title");
-  return fmt::format("{:>{}}  {} - {}  {}\n", number, 4, time("start"), time("end"),
-                     aligned(title, kValueColumn)) +
-         tagLines(tags, kValueColumn);
+  return fmt::format("{:>{}}  {} - {}  {}\n", number, 4, shown(chapter.start), shown(chapter.end),
+                     aligned(printable(tagOf(chapter.tags, "title")), kValueColumn)) +
+         tagLines(chapter.tags, kValueColumn, {"title"});
 }
 
-std::string containerText(const ordered_json& document) {
-  std::string lines = printable(document["path"].get_ref<const std::string&>()) + "\n";
-  const std::string name = text(document, "format_long_name");
-  const std::string format = text(document, "format");
+std::string containerText(const std::string& path, const MediaInfo& info) {
+  std::string lines = printable(path) + "\n";
+  const std::string name = printable(info.formatLongName);
+  const std::string format = printable(info.format);
   lines += labelled("format", name.empty() ? format : fmt::format("{} ({})", name, format));
-  if (isKnown(document, "size")) {
-    lines += labelled("size", formatByteCount(document["size"].get<int64_t>()));
-  }
-  lines += labelled("duration", isKnown(document, "duration")
-                                    ? formatTime(document["duration"].get<double>())
-                                    : "unknown");
-  if (isKnown(document, "start_time") && document["start_time"].get<double>() != 0) {
-    lines += labelled("start", formatTime(document["start_time"].get<double>()));
-  }
-  if (isKnown(document, "bit_rate")) {
-    lines += labelled("bit rate", formatBitRate(document["bit_rate"].get<int64_t>()));
-  }
+  if (info.size) lines += labelled("size", formatByteCount(*info.size));
+  lines += labelled("duration", info.duration ? timeText(*info.duration) : "unknown");
+  if (info.startTime && *info.startTime != 0) lines += labelled("start", timeText(*info.startTime));
+  if (info.bitRate) lines += labelled("bit rate", formatBitRate(*info.bitRate));
   return lines;
 }
 
 }  // namespace
 
-std::string infoText(const ordered_json& document) {
-  std::string lines = containerText(document) + "\n";
-  for (const auto& stream : document["streams"]) lines += streamText(stream, document);
-  if (!document["tags"].empty()) lines += "\ntags\n" + tagLines(document["tags"], 2);
-  if (!document["chapters"].empty()) lines += "\nchapters\n";
+std::string infoText(const std::string& path, const MediaInfo& info) {
+  std::string lines = containerText(path, info) + "\n";
+  for (const StreamInfo& stream : info.streams) lines += streamText(stream, info);
+  if (!info.tags.empty()) lines += "\ntags\n" + tagLines(info.tags, 2);
+  if (!info.chapters.empty()) lines += "\nchapters\n";
   size_t number = 0;
-  for (const auto& chapter : document["chapters"]) lines += chapterText(chapter, ++number);
+  for (const ChapterInfo& chapter : info.chapters) lines += chapterText(chapter, ++number);
   return lines;
 }
