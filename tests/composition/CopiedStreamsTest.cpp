@@ -14,7 +14,7 @@
 
 #include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
-#include "tests/support/Process.h"
+#include "tests/support/Peer.h"
 #include "tests/support/TempDir.h"
 
 extern "C" {
@@ -32,8 +32,8 @@ void ffmpeg(std::vector<std::string> arguments) {
 
 /// The checksum of each decoded picture, in the order of display, whatever its time.
 std::vector<std::string> pictures(const std::filesystem::path& file) {
-  const RunResult result = run({"ffmpeg", "-v", "error", "-i", file.string(), "-map", "0:v",
-                                "-vsync", "passthrough", "-f", "framemd5", "-"});
+  const RunResult result = runPeer({"ffmpeg", "-v", "error", "-i", file.string(), "-map", "0:v",
+                                    "-vsync", "passthrough", "-f", "framemd5", "-"});
   std::istringstream lines(result.out);
   std::vector<std::string> sums;
   for (std::string line; std::getline(lines, line);)

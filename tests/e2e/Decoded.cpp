@@ -34,8 +34,8 @@ std::vector<std::string> hashColumn(const std::string& text) {
 /// A column of numbers that ffprobe is asked for. Where it has no answer ("N/A"), as for the last
 /// pictures of an AVI file with B-frames, the numbers go on evenly.
 std::vector<double> numbersOf(const fs::path& file, const Arguments& arguments) {
-  const RunResult result =
-      run(joined(joined({"ffprobe", "-v", "error"}, arguments), {"-of", "csv=p=0", file.string()}));
+  const RunResult result = runPeer(
+      joined(joined({"ffprobe", "-v", "error"}, arguments), {"-of", "csv=p=0", file.string()}));
   if (result.status != 0) throw std::runtime_error("ffprobe: " + result.err);
   std::vector<double> numbers;
   for (const std::string& line : linesOf(result.out)) {

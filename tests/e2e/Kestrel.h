@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/Process.h"
+#include "tests/support/Peer.h"
 
 namespace kestrel::test {
 
@@ -72,7 +72,7 @@ inline testing::AssertionResult endsWithSentence(const RunResult& result, int st
 /// Runs the ffmpeg program and answers what it writes to standard output; throws when it fails or
 /// complains.
 inline std::string ffmpeg(const Arguments& arguments) {
-  const RunResult result = run(joined({"ffmpeg", "-v", "error", "-nostdin", "-y"}, arguments));
+  const RunResult result = runPeer(joined({"ffmpeg", "-v", "error", "-nostdin", "-y"}, arguments));
   if (result.status != 0 || !result.err.empty())
     throw std::runtime_error("ffmpeg failed: " + result.err);
   return result.out;

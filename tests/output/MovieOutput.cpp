@@ -11,7 +11,7 @@
 
 #include "tests/frames/Pictures.h"
 #include "tests/support/Ffprobe.h"
-#include "tests/support/Process.h"
+#include "tests/support/Peer.h"
 
 namespace kestrel::test {
 
@@ -19,7 +19,7 @@ namespace {
 
 std::string ffmpeg(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), {"ffmpeg", "-v", "error", "-nostdin"});
-  const RunResult result = run(arguments);
+  const RunResult result = runPeer(arguments);
   if (result.status != 0) throw std::runtime_error("ffmpeg: " + result.err);
   return result.out;
 }

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "tests/support/Process.h"
+#include "tests/support/Peer.h"
 
 namespace kestrel::test {
 
@@ -16,7 +16,7 @@ nlohmann::json ffprobeJson(const std::filesystem::path& file,
   }
   command.push_back(file.string());
 
-  const RunResult result = run(command);
+  const RunResult result = runPeer(command);
   if (result.status != 0) {
     throw std::runtime_error("ffprobe '" + file.string() + "': " + result.err);
   }

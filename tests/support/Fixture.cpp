@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "tests/support/FixtureTable.h"
+#include "tests/support/Hash.h"
 #include "tests/support/Process.h"
 
 namespace kestrel::test {
@@ -39,28 +40,6 @@ class FileLock {
  private:
   int descriptor_;
 };
-
-/// FNV-1a, 64 bits: names the folder of a fixture, so that a changed command makes a new file.
-uint64_t hash(const std::string& text, uint64_t seed = 0xcbf29ce484222325u) {
-  for (const char c : text) {
-    seed = (seed ^ static_cast<uint8_t>(c)) * 0x100000001b3u;
-  }
-  return seed;
-}
-
-std::string hexadecimal(uint64_t number) {
-  std::string digits;
-  for (int shift = 60; shift >= 0; shift -= 4) {
-    digits += "0123456789abcdef"[(number >> shift) & 15];
-  }
-  return digits;
-}
-
-/// The folder named by the environment or, by default, by the build.
-fs::path fixtureDir() {
-  const char* folder = std::getenv("KESTREL_FIXTURE_DIR");
-  return folder != nullptr && *folder != '\0' ? folder : KESTREL_FIXTURE_DIR;
-}
 
 std::string readAll(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);
@@ -118,6 +97,11 @@ void make(const std::string& name, const fs::path& file) {
 }
 
 }  // namespace
+
+fs::path fixtureDir() {
+  const char* folder = std::getenv("KESTREL_FIXTURE_DIR");
+  return folder != nullptr && *folder != '\0' ? folder : KESTREL_FIXTURE_DIR;
+}
 
 fs::path fixture(const std::string& name) {
   if (!table().contains(name) && isFileOfOurs(name)) return kListedDir / name;

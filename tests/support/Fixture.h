@@ -16,6 +16,10 @@ namespace kestrel::test {
 /// ffmpeg fails.
 std::filesystem::path fixture(const std::string& name);
 
+/// The folder that keeps what is made on first use: the one that the environment names as
+/// KESTREL_FIXTURE_DIR or, by default, the build's.
+std::filesystem::path fixtureDir();
+
 /// The folder of a test disc that `tests/fixtures/dvd/make_disc.py` makes: `disc` in it is the
 /// disc, `disc.iso` its image. Made and kept as fixtures are, and for reading only, too.
 std::filesystem::path discFixture(const std::string& name);

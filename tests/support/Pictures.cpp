@@ -5,7 +5,7 @@
 #include <string>
 
 #include "tests/support/Ffprobe.h"
-#include "tests/support/Process.h"
+#include "tests/support/Peer.h"
 
 extern "C" {
 #include <libavutil/adler32.h>
@@ -41,7 +41,7 @@ std::vector<uint32_t> pictureSumsOf(const std::filesystem::path& file, int threa
   if (threads > 0) command.insert(command.end(), {"-threads", std::to_string(threads)});
   command.insert(command.end(), {"-i", file.string(), "-map", "0:v:0", "-fps_mode", "passthrough",
                                  "-c", "rawvideo", "-f", "framecrc", "-"});
-  const RunResult result = run(command);
+  const RunResult result = runPeer(command);
   if (result.status != 0) throw std::runtime_error("ffmpeg '" + file.string() + "': " + result.err);
   std::istringstream lines(result.out);
   std::vector<uint32_t> sums;
