@@ -4,7 +4,7 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
-#include "output/EncoderCompat.h"
+#include "support/encode/EncoderCompat.h"
 
 namespace kestrel {
 
@@ -92,14 +92,6 @@ void configureForDvd(const LMFFMovieFileOutputFormat& format, AVFormatContext& c
   container.packet_size = kDvdPacketSize;
   // Containers that keep this to their muxer go on working it out from the bit rates.
   av_opt_set(&container, "muxrate", kDvdMuxRate, 0);
-}
-
-void configureSound(const LMFFMovieFileOutputFormat& format, AVCodecContext& encoder) {
-  encoder.sample_fmt = firstSampleFormat(encoder.codec);
-  encoder.bit_rate = format.audio_bitrate;
-  encoder.sample_rate = format.sample_rate;
-  encoder.time_base = {1, format.sample_rate};
-  av_channel_layout_from_mask(&encoder.ch_layout, static_cast<uint64_t>(format.channel_layout));
 }
 
 LMFFVideoColor colorOf(const AVCodecContext& encoder) {

@@ -20,7 +20,4 @@ LMFFVideoColor colorOf(const AVCodecContext& encoder);
 void configureForDvd(const LMFFMovieFileOutputFormat& format, AVFormatContext& container,
                      AVCodecContext& encoder);
 
-/// Sets up an unopened audio encoder as the record says.
-void configureSound(const LMFFMovieFileOutputFormat& format, AVCodecContext& encoder);
-
 }  // namespace kestrel

@@ -5,12 +5,12 @@
 #include <string_view>
 #include <utility>
 
-#include "output/EncoderCompat.h"
 #include "output/EncoderSettings.h"
 #include "output/MovieFileOutputState.h"
 #include "support/DictionaryEntries.h"
 #include "support/FFmpegCompat.h"
 #include "support/LibraryLog.h"
+#include "support/encode/EncoderCompat.h"
 
 namespace kestrel {
 
@@ -22,6 +22,11 @@ Error noEncoder(AVCodecID codec, const AVOutputFormat& muxer) {
                                         "' has no default codec for this stream"
                                   : std::string("no encoder for '") + avcodec_get_name(codec) + "'";
   return engineError(AVERROR_ENCODER_NOT_FOUND, message);
+}
+
+LMFFAudioFormat formatOf(const AVStream& sound) {
+  const AVCodecParameters& parameters = *sound.codecpar;
+  return {parameters.format, layoutMask(parameters.ch_layout), parameters.sample_rate};
 }
 
 }  // namespace
@@ -86,6 +91,10 @@ LMFFMovieFileOutput::Entries LMFFMovieFileOutput::audioOptions() const {
 void LMFFMovieFileOutput::setAudioOptions(const Entries& options) {
   state_->audioOptions = options;
 }
+
+int32_t LMFFMovieFileOutput::audioBits() const { return state_->audioBits; }
+
+void LMFFMovieFileOutput::setAudioBits(int32_t bits) { state_->audioBits = bits; }
 
 LMFFMovieFileOutput::Entries LMFFMovieFileOutput::muxerOptions() const {
   return state_->muxerOptions;
@@ -157,9 +166,7 @@ bool LMFFMovieFileOutput::copy_video_stream() const { return state_->copyVideo; 
 bool LMFFMovieFileOutput::copy_audio_stream() const { return state_->copyAudio; }
 
 LMFFAudioFormat LMFFMovieFileOutput::outputAudioFormat() const {
-  if (!state_->audioStream) return {};
-  const AVCodecParameters& parameters = *state_->audioStream->codecpar;
-  return {parameters.format, layoutMask(parameters.ch_layout), parameters.sample_rate};
+  return state_->audioStream ? formatOf(*state_->audioStream) : LMFFAudioFormat{};
 }
 
 LMFFVideoFormat LMFFMovieFileOutput::outputVideoFormat() const {
@@ -195,15 +202,9 @@ AVStream* LMFFMovieFileOutput::openOutputStream(int codec, const ConfigurationBl
     state.errors.note(engineError(AVERROR(EINVAL), "streams are added before the output starts"));
     return nullptr;
   }
-  stream->id = stream->index + 1;
-  auto encoder = std::make_unique<StreamEncoder>(stream, found);
+  auto encoder = std::make_unique<StreamEncoder>(stream, found, muxer);
   AVCodecContext* context = encoder->context();
   if (!context) return stream;
-  context->thread_count = 0;
-  if (muxer.flags & AVFMT_GLOBALHEADER) context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-  if (found->capabilities & AV_CODEC_CAP_EXPERIMENTAL) {
-    context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
-  }
   if (block) block(stream, context);
   const bool isSound = found->type == AVMEDIA_TYPE_AUDIO;
   const Error error = encoder->open(isSound ? state.audioOptions : state.videoOptions);
@@ -218,8 +219,18 @@ void LMFFMovieFileOutput::openAudio() {
   if (!isMovieOpen()) return;
   const LMFFMovieFileOutputFormat format = movieFormat();
   const int codec = format.audio_codec ? format.audio_codec : formatContext()->oformat->audio_codec;
-  state_->audioStream = openOutputStream(
-      codec, [&](AVStream*, AVCodecContext* encoder) { configureSound(format, *encoder); });
+  State& state = *state_;
+  AVStream* const stream = openOutputStream(codec, [&](AVStream*, AVCodecContext* encoder) {
+    configureSound(format, state.audioBits, *encoder);
+  });
+  // What is not the newest any more keeps the format of its samples, and has its own converter.
+  if (State::Sound* before = state.soundOf(state.audioStream))
+    before->resample = std::make_shared<LMFFAudioResample>();
+  state.audioStream = stream;
+  StreamEncoder* encoder = state.encoderOf(stream);
+  if (encoder)
+    state.sounds.push_back(
+        {audioInputFormat(), state.resample, {*encoder, state.errors, state.writerOf(*stream)}});
 }
 
 void LMFFMovieFileOutput::openVideo() {
@@ -275,6 +286,10 @@ bool LMFFMovieFileOutput::startOutput() {
   if (!isMovieOpen() || !state.muxer.isSettingUp()) {
     state.errors.note(engineError(AVERROR(EINVAL), "there is no output to start"));
     return false;
+  }
+  for (const State::Sound& sound : state.sounds) {
+    const AVStream& stream = *sound.encoder.encoder().stream();
+    if (&stream != state.audioStream) sound.resample->convertFormat(sound.input, formatOf(stream));
   }
   if (state.audioStream && state.resample) {
     state.resample->convertFormat(audioInputFormat(), outputAudioFormat());

@@ -6,11 +6,10 @@
 #include <cmath>
 #include <utility>
 
-#include "output/EncoderCompat.h"
 #include "output/MovieFileOutputState.h"
 #include "support/Chapters.h"
 #include "support/FFmpegCompat.h"
-#include "support/LibraryLog.h"
+#include "support/encode/EncoderCompat.h"
 
 extern "C" {
 #include <libavutil/common.h>
@@ -20,56 +19,6 @@ extern "C" {
 namespace kestrel {
 
 namespace {
-
-/// For encoders that take any number of samples at once.
-constexpr int kSamplesPerFrame = 1024;
-
-int samplesPerFrame(const AVCodecContext& encoder) {
-  return encoder.frame_size < 1 ? kSamplesPerFrame : encoder.frame_size;
-}
-
-bool takesShortFrame(const AVCodecContext& encoder) {
-  return (encoder.codec->capabilities &
-          (AV_CODEC_CAP_SMALL_LAST_FRAME | AV_CODEC_CAP_VARIABLE_FRAME_SIZE)) != 0;
-}
-
-/// The silence that pushes the last samples out of an encoder that does not do so when it ends.
-int silenceAtEnd(const AVCodecContext& encoder) {
-  return encoder.codec->capabilities & AV_CODEC_CAP_DELAY ? 0 : encoder.initial_padding;
-}
-
-FramePtr makeSoundFrame(const AVCodecContext& encoder) {
-  FramePtr frame = makeFrame();
-  if (!frame) return nullptr;
-  frame->format = encoder.sample_fmt;
-  frame->sample_rate = encoder.sample_rate;
-  frame->nb_samples = samplesPerFrame(encoder);
-  const bool ready = av_channel_layout_copy(&frame->ch_layout, &encoder.ch_layout) >= 0 &&
-                     av_frame_get_buffer(frame.get(), 0) >= 0;
-  return ready ? std::move(frame) : nullptr;
-}
-
-/// Keeps damaged samples from an encoder that would refuse them or search for ever: no number
-/// becomes silence, and nothing is more than 30 dB above full scale.
-void limitLevel(AVFrame& frame) {
-  const auto format = static_cast<AVSampleFormat>(frame.format);
-  if (av_get_packed_sample_fmt(format) != AV_SAMPLE_FMT_FLT) return;
-  constexpr float kMost = 32;
-  const bool isPlanar = av_sample_fmt_is_planar(format) != 0;
-  const int planes = isPlanar ? frame.ch_layout.nb_channels : 1;
-  const int count = frame.nb_samples * (isPlanar ? 1 : frame.ch_layout.nb_channels);
-  for (int plane = 0; plane < planes; ++plane) {
-    auto* const samples = reinterpret_cast<float*>(frame.extended_data[plane]);
-    for (int i = 0; i < count; ++i)
-      samples[i] = std::isnan(samples[i]) ? 0 : std::clamp(samples[i], -kMost, kMost);
-  }
-}
-
-/// The encoder would stumble over damaged samples. One without loss keeps them as they are.
-bool needsLimit(const AVCodecContext& encoder) {
-  const AVCodecDescriptor* codec = avcodec_descriptor_get(encoder.codec_id);
-  return codec && codec->type == AVMEDIA_TYPE_AUDIO && !(codec->props & AV_CODEC_PROP_LOSSLESS);
-}
 
 /// A frame of the host's, which stays as it is, with its level limited; null without memory.
 FramePtr limitedCopy(const AVFrame& frame) {
@@ -94,51 +43,25 @@ int64_t ticks(Rational duration, AVRational timeBase) {
 
 // Sound.
 
-AVFrame* LMFFMovieFileOutput::State::soundFrame(const StreamEncoder& encoder) {
-  // The encoder may still hold the samples of the frame before.
-  if (!sound || !av_frame_is_writable(sound.get())) sound = makeSoundFrame(*encoder.context());
-  if (sound) sound->nb_samples = samplesPerFrame(*encoder.context());
-  return sound.get();
+SoundQueue LMFFMovieFileOutput::State::Sound::queue() const {
+  return {[&converter = *resample] { return converter.outputSamples(); },
+          [&converter = *resample](AVFrame& frame) { converter.convertFrame(nullptr, &frame); }};
 }
 
-bool LMFFMovieFileOutput::State::readSound(AVFrame& frame) const {
-  if (!resample || resample->outputSamples() < frame.nb_samples) return false;
-  resample->convertFrame(nullptr, &frame);
-  return true;
+/// The newest stream's samples go through the converter that the host may exchange.
+LMFFMovieFileOutput::State::Sound* LMFFMovieFileOutput::State::soundOf(const AVStream* stream) {
+  const auto found = std::ranges::find_if(
+      sounds, [&](const Sound& each) { return each.encoder.encoder().stream() == stream; });
+  if (found == sounds.end()) return nullptr;
+  if (stream == audioStream) found->resample = resample;
+  return &*found;
 }
 
-void LMFFMovieFileOutput::State::encodeSound(StreamEncoder& encoder, AVFrame& frame) {
-  frame.pts = audioTime;
-  audioTime += frame.nb_samples;
-  if (needsLimit(*encoder.context())) limitLevel(frame);
-  encode(encoder, frame, 0);
-}
-
-void LMFFMovieFileOutput::State::encodeQueuedSound(StreamEncoder& encoder) {
-  for (AVFrame* frame = soundFrame(encoder); frame && readSound(*frame);
-       frame = soundFrame(encoder)) {
-    encodeSound(encoder, *frame);
-  }
-}
-
-void LMFFMovieFileOutput::State::encodeRemainingSound(StreamEncoder& encoder) {
-  const AVCodecContext& context = *encoder.context();
-  const int whole = samplesPerFrame(context);
-  int rest = resample->outputSamples();
-  if (audioTime == 0 && rest == 0) return;
-  int left = rest + silenceAtEnd(context);
-  while (left > 0) {
-    AVFrame* frame = soundFrame(encoder);
-    if (!frame) return;
-    av_samples_set_silence(frame->extended_data, 0, whole, context.ch_layout.nb_channels,
-                           context.sample_fmt);
-    frame->nb_samples = rest;
-    if (rest > 0) readSound(*frame);
-    rest = 0;
-    frame->nb_samples = takesShortFrame(context) ? std::min(left, whole) : whole;
-    left -= frame->nb_samples;
-    encodeSound(encoder, *frame);
-  }
+/// Null also while there is nothing to write to, or no converter.
+LMFFMovieFileOutput::State::Sound* LMFFMovieFileOutput::State::writingSoundOf(
+    const AVStream* stream) {
+  Sound* sound = muxer.isWriting() ? soundOf(stream) : nullptr;
+  return sound && sound->resample ? sound : nullptr;
 }
 
 void LMFFMovieFileOutput::writeAudioData(std::span<const uint8_t> data) {
@@ -150,25 +73,30 @@ void LMFFMovieFileOutput::writeAudioData(std::span<const uint8_t> data) {
 }
 
 void LMFFMovieFileOutput::writeSample(const void* data, int32_t frame) {
-  State& state = *state_;
-  StreamEncoder* encoder = state.writingEncoderOf(state.audioStream);
-  if (!encoder || !state.resample || state.audioFinished) return;
-  state.resample->writeSample(data, frame);
-  state.encodeQueuedSound(*encoder);
+  writeSample(data, frame, state_->audioStream);
+}
+
+void LMFFMovieFileOutput::writeSample(const void* data, int32_t frame, AVStream* stream) {
+  State::Sound* sound = state_->writingSoundOf(stream);
+  if (!sound || sound->encoder.isFinished()) return;
+  sound->resample->writeSample(data, frame);
+  sound->encoder.encode(sound->queue());
 }
 
 bool LMFFMovieFileOutput::readAudioFrameFromBuffer(AVFrame* frame) {
-  return frame && state_->readSound(*frame);
+  const auto& resample = state_->resample;
+  if (!frame || !resample || resample->outputSamples() < frame->nb_samples) return false;
+  resample->convertFrame(nullptr, frame);
+  return true;
 }
 
-void LMFFMovieFileOutput::finishAudio() {
-  State& state = *state_;
-  StreamEncoder* encoder = state.writingEncoderOf(state.audioStream);
-  if (!encoder || !state.resample || state.audioFinished) return;
-  state.resample->flush();
-  state.encodeQueuedSound(*encoder);
-  state.encodeRemainingSound(*encoder);
-  state.audioFinished = true;
+void LMFFMovieFileOutput::finishAudio() { finishAudio(state_->audioStream); }
+
+void LMFFMovieFileOutput::finishAudio(AVStream* stream) {
+  State::Sound* sound = state_->writingSoundOf(stream);
+  if (!sound || sound->encoder.isFinished()) return;
+  sound->resample->flush();
+  sound->encoder.finish(sound->queue());
 }
 
 // Pictures.
@@ -327,31 +255,16 @@ void LMFFMovieFileOutput::writeRawPacket(const std::shared_ptr<LMFFImage>& packe
 
 // Packets.
 
+PacketTaker LMFFMovieFileOutput::State::writerOf(const AVStream& stream) {
+  return [this, &stream](AVPacket& packet) { muxer.write(packet, stream); };
+}
+
 bool LMFFMovieFileOutput::State::writeNextPacket(StreamEncoder& encoder) {
-  const int result = encoder.receive(*encoded);
-  if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return false;
-  if (!errors.succeeded(result)) return false;
-  muxer.write(*encoded, *encoder.stream());
-  return true;
+  return encoder.takeNext(errors, writerOf(*encoder.stream()));
 }
 
 bool LMFFMovieFileOutput::State::encode(StreamEncoder& encoder, AVFrame& frame, int64_t duration) {
-  const AVCodecContext& context = *encoder.context();
-  if (const Error refusal = encoder.refusal(frame)) {
-    errors.note(refusal);
-    return false;
-  }
-  if (context.codec_type == AVMEDIA_TYPE_AUDIO) frame.pts += context.delay;
-  const LibraryLog log;
-  bool hasWritten = false;
-  int result = encoder.send(frame, duration);
-  while (result == AVERROR(EAGAIN) && writeNextPacket(encoder)) {
-    hasWritten = true;
-    result = encoder.send(frame, duration);
-  }
-  if (result < 0) errors.note(log.explain(result, context.codec->name));
-  while (writeNextPacket(encoder)) hasWritten = true;
-  return hasWritten;
+  return encoder.encode(frame, duration, errors, writerOf(*encoder.stream()));
 }
 
 void LMFFMovieFileOutput::State::drain(const AVStream* stream) {
@@ -388,12 +301,15 @@ int64_t LMFFMovieFileOutput::State::microseconds(int64_t time, const AVStream* s
                       kMicroseconds);
 }
 
-int64_t LMFFMovieFileOutput::audio_pts() const { return state_->audioTime; }
+int64_t LMFFMovieFileOutput::audio_pts() const {
+  const State::Sound* sound = state_->soundOf(state_->audioStream);
+  return sound ? sound->encoder.time() : state_->audioTime;
+}
 
 int64_t LMFFMovieFileOutput::video_pts() const { return state_->videoTime; }
 
 int64_t LMFFMovieFileOutput::audio_output_time() const {
-  return state_->microseconds(state_->audioTime, state_->audioStream);
+  return state_->microseconds(audio_pts(), state_->audioStream);
 }
 
 int64_t LMFFMovieFileOutput::video_output_time() const {
@@ -417,7 +333,8 @@ int64_t LMFFMovieFileOutput::picturesEncodedToHide() const {
 void LMFFMovieFileOutput::stopOutput() {
   State& state = *state_;
   if (state.muxer.isWriting()) {
-    state.drain(state.audioStream);
+    for (const auto& encoder : state.encoders)
+      if (encoder->context()->codec_type == AVMEDIA_TYPE_AUDIO) state.drain(encoder->stream());
     state.drain(state.videoStream);
     for (const auto& copy : state.copies) {
       state.errors.succeeded(copy->finish());
@@ -429,6 +346,8 @@ void LMFFMovieFileOutput::stopOutput() {
   }
   state.refusedPackets = refusedPackets();
   state.picturesEncodedToHide = picturesEncodedToHide();
+  state.audioTime = audio_pts();
+  state.sounds.clear();
   state.encoders.clear();
   state.copies.clear();
   state.muxer.close();

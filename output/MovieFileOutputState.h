@@ -5,20 +5,34 @@
 #include <kestrel/LMFFMovieFileOutput.h>
 
 #include <algorithm>
+#include <deque>
 #include <memory>
 #include <vector>
 
-#include "output/StreamEncoder.h"
 #include "support/Guarded.h"
 #include "support/copy/Muxer.h"
 #include "support/copy/StreamCopier.h"
+#include "support/encode/SoundEncoder.h"
 
 namespace kestrel {
 
 /// What the two halves of the class share: one sets up, the other writes.
 struct LMFFMovieFileOutput::State {
+  /// An encoded sound stream.
+  struct Sound {
+    LMFFAudioFormat input;  // of the samples that come
+    std::shared_ptr<LMFFAudioResample> resample;
+    SoundEncoder encoder;
+
+    SoundQueue queue() const;
+  };
+
   /// Null for null, for a copied stream, and for one whose encoder was refused.
   StreamEncoder* encoderOf(const AVStream* stream) const { return find(encoders, stream); }
+
+  /// Null for null and for what is no sound that is encoded.
+  Sound* soundOf(const AVStream* stream);
+  Sound* writingSoundOf(const AVStream* stream);
 
   /// Null for null and for an encoded stream.
   StreamCopier* copyOf(const AVStream* stream) const { return find(copies, stream); }
@@ -31,12 +45,7 @@ struct LMFFMovieFileOutput::State {
   void applyTags();
   void addChapters();  ///< where there are none yet
 
-  AVFrame* soundFrame(const StreamEncoder& encoder);
-  bool readSound(AVFrame& frame) const;
-  void encodeSound(StreamEncoder& encoder, AVFrame& frame);
-  void encodeQueuedSound(StreamEncoder& encoder);
-  void encodeRemainingSound(StreamEncoder& encoder);
-
+  PacketTaker writerOf(const AVStream& stream);
   bool encode(StreamEncoder& encoder, AVFrame& frame, int64_t duration);
   bool writeNextPacket(StreamEncoder& encoder);
   void drain(const AVStream* stream);
@@ -57,6 +66,7 @@ struct LMFFMovieFileOutput::State {
   std::string formatName;
   Entries videoOptions;
   Entries audioOptions;
+  int32_t audioBits = 0;
   Entries muxerOptions;
   LMFFVideoColor outputColor;
   Entries metadata;
@@ -74,18 +84,16 @@ struct LMFFMovieFileOutput::State {
   bool copyVideo = false;
   std::vector<std::unique_ptr<StreamEncoder>> encoders;
   std::vector<std::unique_ptr<StreamCopier>> copies;
+  std::deque<Sound> sounds;
 
   // Writing.
-  int64_t audioTime = 0;
+  int64_t audioTime = 0;  // of copied sound
   int64_t videoTime = 0;
   int64_t videoBegin = 0;     // what copied pictures are not decoded before
   bool videoStarted = false;  // a copied video packet has been written
   // Of copied streams that are gone:
   int64_t refusedPackets = 0;
   int64_t picturesEncodedToHide = 0;
-  bool audioFinished = false;  // the last frame of sound has been encoded
-  FramePtr sound;              // what the audio encoder is fed with
-  PacketPtr encoded = makePacket();
 
  private:
   template <typename T>

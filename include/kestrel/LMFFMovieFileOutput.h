@@ -96,6 +96,12 @@ class KESTREL_API LMFFMovieFileOutput {
 
   // More properties, all empty or neutral at first. Without them everything is as described below.
 
+  /// How many bits of a sample count, for audio encoders that keep them all: `openAudio` takes the
+  /// smallest of the encoder's whole-number formats that holds them. 0: the format that it names
+  /// first.
+  int32_t audioBits() const;
+  void setAudioBits(int32_t bits);
+
   /// The container's short name ("mp4", "matroska"), for a path whose extension does not tell. ""
   /// leaves the choice to the path.
   std::string formatName() const;
@@ -194,7 +200,8 @@ class KESTREL_API LMFFMovieFileOutput {
   AVStream* openOutputStream(int codec, const ConfigurationBlock& block);
 
   /// Adds an encoded stream with the parameters of `movieFormat` and makes it the one to write.
-  /// Called again, it adds another and forgets the one before.
+  /// Called again, it adds another and forgets the one before; of sound, `writeSample` goes on
+  /// feeding that where it is named.
   ///
   /// The codec is the container's default where the record names none. Pictures have the first
   /// pixel format, sound the first sample format of the encoder's list. Key pictures come at least
@@ -225,6 +232,10 @@ class KESTREL_API LMFFMovieFileOutput {
   /// encoder (1024 samples where it takes any number) waits for the next call.
   void writeSample(const void* data, int32_t frame);
 
+  /// The same for any sound stream that `openAudio` has added, in what `audioInputFormat` was when
+  /// it did.
+  void writeSample(const void* data, int32_t frame, AVStream* stream);
+
   /// Moves `nb_samples` converted samples into `frame`, which has the encoder's format and room for
   /// them; false, and nothing moved, when fewer wait.
   bool readAudioFrameFromBuffer(AVFrame* frame);
@@ -233,6 +244,7 @@ class KESTREL_API LMFFMovieFileOutput {
   /// frame is as short as the encoder allows, otherwise filled up with silence. Without this call
   /// the samples that do not fill a frame are lost.
   void finishAudio();
+  void finishAudio(AVStream* stream);  ///< of any sound stream that `openAudio` has added
 
   // Pictures. Without an encoded video stream these do nothing.
 

@@ -3,6 +3,9 @@
 // What library versions spell differently about encoders.
 
 #include <cstring>
+#include <span>
+
+#include <kestrel/LMFFFormat.h>
 
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegOwners.h"
@@ -21,8 +24,8 @@ inline AVPixelFormat firstPixelFormat(const AVCodec* codec) {
   return formats ? formats[0] : AV_PIX_FMT_YUV420P;
 }
 
-/// The sample format that an encoder names first; the engine's own for one that takes any.
-inline AVSampleFormat firstSampleFormat(const AVCodec* codec) {
+/// The sample formats that an encoder takes; none for one that takes any.
+inline std::span<const AVSampleFormat> sampleFormats(const AVCodec* codec) {
 #if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100)
   const void* list = nullptr;
   avcodec_get_supported_config(nullptr, codec, AV_CODEC_CONFIG_SAMPLE_FORMAT, 0, &list, nullptr);
@@ -30,7 +33,15 @@ inline AVSampleFormat firstSampleFormat(const AVCodec* codec) {
 #else
   const AVSampleFormat* formats = codec->sample_fmts;
 #endif
-  return formats ? formats[0] : static_cast<AVSampleFormat>(lm_get_default_sample_fmt());
+  size_t count = 0;
+  while (formats && formats[count] != AV_SAMPLE_FMT_NONE) ++count;
+  return {formats, count};
+}
+
+/// The sample format that an encoder names first; the engine's own for one that takes any.
+inline AVSampleFormat firstSampleFormat(const AVCodec* codec) {
+  const auto formats = sampleFormats(codec);
+  return formats.empty() ? static_cast<AVSampleFormat>(lm_get_default_sample_fmt()) : formats[0];
 }
 
 /// Leaves the choice of picture type to the encoder.

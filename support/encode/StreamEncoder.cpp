@@ -1,14 +1,15 @@
-#include "output/StreamEncoder.h"
+#include "support/encode/StreamEncoder.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <mutex>
 
-#include "output/EncoderCompat.h"
 #include "platform/codec/Codec.h"
 #include "support/DictionaryEntries.h"
 #include "support/FFmpegError.h"
 #include "support/LibraryLog.h"
+#include "support/encode/EncoderCompat.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -52,10 +53,44 @@ bool isStoredAlike(const AVFrame& frame, const AVCodecContext& encoder) {
          frame.ch_layout.nb_channels == encoder.ch_layout.nb_channels;
 }
 
+/// The smallest of an encoder's whole-number formats that keeps so many bits, else its largest one;
+/// what it names first where it has none.
+AVSampleFormat formatFor(int32_t bits, const AVCodec* codec) {
+  AVSampleFormat best = AV_SAMPLE_FMT_NONE;
+  const auto sizeOf = [](AVSampleFormat format) { return 8 * av_get_bytes_per_sample(format); };
+  for (const AVSampleFormat format : sampleFormats(codec)) {
+    const AVSampleFormat packed = av_get_packed_sample_fmt(format);
+    if (packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL) continue;
+    const int size = sizeOf(format);
+    const int own = best == AV_SAMPLE_FMT_NONE ? 0 : sizeOf(best);
+    if (own < bits ? size > own : size >= bits && size < own) best = format;
+  }
+  return best == AV_SAMPLE_FMT_NONE ? firstSampleFormat(codec) : best;
+}
+
 }  // namespace
 
-StreamEncoder::StreamEncoder(AVStream* stream, const AVCodec* codec)
-    : stream_(stream), context_(avcodec_alloc_context3(codec)) {}
+void configureSound(const LMFFMovieFileOutputFormat& format, int32_t bits,
+                    AVCodecContext& encoder) {
+  encoder.sample_fmt = bits > 0 ? formatFor(bits, encoder.codec) : firstSampleFormat(encoder.codec);
+  const int size = 8 * av_get_bytes_per_sample(encoder.sample_fmt);
+  if (bits > 0) encoder.bits_per_raw_sample = std::min(bits, size);
+  encoder.bit_rate = format.audio_bitrate;
+  encoder.sample_rate = format.sample_rate;
+  encoder.time_base = {1, format.sample_rate};
+  av_channel_layout_from_mask(&encoder.ch_layout, static_cast<uint64_t>(format.channel_layout));
+}
+
+StreamEncoder::StreamEncoder(AVStream* stream, const AVCodec* codec,
+                             const AVOutputFormat& container)
+    : stream_(stream), context_(avcodec_alloc_context3(codec)) {
+  stream->id = stream->index + 1;
+  if (!context_) return;
+  context_->thread_count = 0;
+  if (container.flags & AVFMT_GLOBALHEADER) context_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  if (codec->capabilities & AV_CODEC_CAP_EXPERIMENTAL)
+    context_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
+}
 
 StreamEncoder::~StreamEncoder() {
   const std::lock_guard guard(codecLock());
@@ -96,6 +131,34 @@ Error StreamEncoder::refusal(const AVFrame& frame) const {
                                  described(frame, context_->codec_type), described(*context_)));
 }
 
+bool StreamEncoder::encode(AVFrame& frame, int64_t duration, FirstError& errors,
+                           const PacketTaker& take) {
+  if (const Error error = refusal(frame)) {
+    errors.note(error);
+    return false;
+  }
+  if (context_->codec_type == AVMEDIA_TYPE_AUDIO) frame.pts += context_->delay;
+  const LibraryLog log;
+  bool hasTaken = false;
+  int result = send(frame, duration);
+  while (result == AVERROR(EAGAIN) && takeNext(errors, take)) {
+    hasTaken = true;
+    result = send(frame, duration);
+  }
+  if (result < 0) errors.note(log.explain(result, context_->codec->name));
+  while (takeNext(errors, take)) hasTaken = true;
+  return hasTaken;
+}
+
+bool StreamEncoder::takeNext(FirstError& errors, const PacketTaker& take) {
+  const int result = receive(*packet_);
+  if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return false;
+  if (!errors.succeeded(result)) return false;
+  take(*packet_);
+  return true;
+}
+
+/// `AVERROR(EAGAIN)`: the frame was not taken, and packets must be received first.
 int StreamEncoder::send(const AVFrame& frame, int64_t duration) {
   const int result = avcodec_send_frame(context_.get(), &frame);
   if (result >= 0 && duration > 0) durations_[frame.pts] = duration;
@@ -108,6 +171,7 @@ void StreamEncoder::finish() {
   avcodec_send_frame(context_.get(), nullptr);
 }
 
+/// Receives one packet. `AVERROR(EAGAIN)`: none is ready; `AVERROR_EOF`: none follows.
 int StreamEncoder::receive(AVPacket& packet) {
   const int result = avcodec_receive_packet(context_.get(), &packet);
   if (result < 0) return result;
