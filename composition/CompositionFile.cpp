@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "support/Chapters.h"
+#include "support/DictionaryEntries.h"
 #include "support/FFmpegError.h"
 
 extern "C" {
@@ -71,14 +72,67 @@ int CompositionFile::addStream(const AVStream& input) {
     if (const auto* entry = av_dict_get(input.metadata, tag, nullptr, 0))
       av_dict_set(&stream->metadata, tag, entry->value, 0);
   const StreamCopier& copier =
-      lanes_.emplace_back(input, *stream, *muxer_.context()->oformat).copier;
+      lanes_.try_emplace(stream->index, input, *stream, *muxer_.context()->oformat)
+          .first->second.copier;
   errors_.note(copier.error());
   return copier.error() ? -1 : stream->index;
 }
 
+int CompositionFile::addSound(const JoinedSound::Track& track) {
+  AVStream* stream = muxer_.addStream();
+  if (!stream) return -1;
+  const auto id = static_cast<AVCodecID>(track.format.audio_codec);
+  const AVCodec* codec = avcodec_find_encoder(id);
+  if (!codec) {
+    refuse(std::string("no encoder for '") + avcodec_get_name(id) + "'",
+           LMMovieComposition::kDoesNotJoin);
+    return -1;
+  }
+  const AVOutputFormat& container = *muxer_.context()->oformat;
+  Sound& sound = sounds_.try_emplace(stream->index, *stream, codec, container).first->second;
+  addEntries(track.tags, &stream->metadata);
+  if (!sound.encoder.context()) return errors_.succeeded(AVERROR(ENOMEM)) ? 0 : -1;
+  configureSound(track.format, track.bits, *sound.encoder.context());
+  const Error error = sound.encoder.open(track.options);
+  errors_.note(error);
+  if (error) return -1;
+  const AVCodecContext& encoder = *sound.encoder.context();
+  sound.channels = encoder.ch_layout.nb_channels;
+  sound.converter.convertFormat(
+      {AV_SAMPLE_FMT_FLT, track.format.channel_layout, track.format.sample_rate},
+      {encoder.sample_fmt, track.format.channel_layout, encoder.sample_rate});
+  sound.feed = std::make_unique<SoundEncoder>(
+      sound.encoder, errors_, [this, stream](AVPacket& packet) { muxer_.write(packet, *stream); });
+  return stream->index;
+}
+
+SoundQueue CompositionFile::queueOf(LMFFAudioResample& converter) {
+  return {[&converter] { return converter.outputSamples(); },
+          [&converter](AVFrame& frame) { converter.convertFrame(nullptr, &frame); }};
+}
+
+bool CompositionFile::writeSound(const std::vector<float>& samples, int stream) {
+  Sound& sound = sounds_.at(stream);
+  const auto count = static_cast<int32_t>(samples.size()) / sound.channels;
+  if (count > 0) sound.converter.writeSample(samples.data(), count);
+  sound.feed->encode(queueOf(sound.converter));
+  return !errors_.get();
+}
+
+void CompositionFile::finishSound(const std::vector<float>& samples, int stream) {
+  if (!writeSound(samples, stream)) return;
+  Sound& sound = sounds_.at(stream);
+  sound.converter.flush();
+  sound.feed->finish(queueOf(sound.converter));
+  sound.encoder.finish();
+  const auto write = [&](AVPacket& packet) { muxer_.write(packet, *sound.encoder.stream()); };
+  while (sound.encoder.takeNext(errors_, write)) {
+  }
+}
+
 bool CompositionFile::start() {
   if (!muxer_.context() || errors_.get()) return false;
-  for (Lane& lane : lanes_) lane.copier.settle();
+  for (auto& [index, lane] : lanes_) lane.copier.settle();
   refineMovieTime();
   return muxer_.start({});
 }
@@ -95,7 +149,7 @@ Error CompositionFile::error() const {
 /// one that all streams' units are multiples of. Subtitles begin with the movie, with none.
 void CompositionFile::refineMovieTime() {
   int64_t unit = 1000;
-  for (const Lane& lane : lanes_) {
+  for (const auto& [index, lane] : lanes_) {
     const AVStream& stream = *lane.copier.stream();
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE) continue;
     const int rate = stream.codecpar->sample_rate;
@@ -106,7 +160,7 @@ void CompositionFile::refineMovieTime() {
 }
 
 void CompositionFile::describeSeveral() {
-  for (Lane& lane : lanes_) lane.copier.describeSeveral();
+  for (auto& [index, lane] : lanes_) lane.copier.describeSeveral();
 }
 
 /// A container without times has no place for pictures of two rates.
@@ -118,13 +172,13 @@ bool CompositionFile::beginInput(const AVStream& input, int stream) {
     return refuse(fmt::format("the {} format has one rate of pictures, not {:.3f} and {:.3f}",
                               muxer_.context()->oformat->name, av_q2d(own), av_q2d(other)),
                   LMMovieComposition::kDoesNotJoin);
-  lanes_[static_cast<size_t>(stream)].copier.beginInput(input);
+  lanes_.at(stream).copier.beginInput(input);
   return true;
 }
 
 int64_t CompositionFile::picturesEncodedToHide() const {
   int64_t count = 0;
-  for (const Lane& lane : lanes_) count += lane.copier.encoded();
+  for (const auto& [index, lane] : lanes_) count += lane.copier.encoded();
   return count;
 }
 
@@ -143,7 +197,7 @@ bool CompositionFile::placesByOrder() const {
 bool CompositionFile::staysInTime(const AVPacket& packet, int stream) {
   const int64_t stamp = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
   if (!placesByOrder() || stamp == AV_NOPTS_VALUE) return true;
-  Lane& lane = lanes_[stream];
+  Lane& lane = lanes_.at(stream);
   const bool isSound = this->stream(stream).codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
   const int64_t time = av_rescale_q(stamp, timeBase(stream), kMicroseconds);
   if (time - lane.end > kOrdinaryGap && (isSound || !lane.hasBegun))
@@ -165,7 +219,7 @@ int64_t CompositionFile::durationOf(const AVPacket& packet, int stream) const {
 
 bool CompositionFile::write(AVPacket& packet, int stream) {
   if (!staysInTime(packet, stream)) return false;
-  Lane& lane = lanes_[static_cast<size_t>(stream)];
+  Lane& lane = lanes_.at(stream);
   PacketPtr taken = makePacket();
   if (!taken) return errors_.succeeded(AVERROR(ENOMEM));
   av_packet_move_ref(taken.get(), &packet);
@@ -184,7 +238,7 @@ bool CompositionFile::writeReady(Lane& lane) {
 }
 
 void CompositionFile::finish() {
-  for (Lane& lane : lanes_) {
+  for (auto& [index, lane] : lanes_) {
     errors_.succeeded(lane.copier.finish());
     errors_.note(lane.copier.error());
     writeReady(lane);

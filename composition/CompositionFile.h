@@ -2,13 +2,19 @@
 
 #include <kestrel/Error.h>
 
+#include <kestrel/LMFFAudioResample.h>
+#include <kestrel/LMMovieComposition.h>
+
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "support/copy/Muxer.h"
 #include "support/copy/StreamCopier.h"
+#include "support/encode/SoundEncoder.h"
 
 namespace kestrel {
 
@@ -21,6 +27,9 @@ class CompositionFile {
 
   /// Adds a stream for packets of `input`; -1 when that fails.
   int addStream(const AVStream& input);
+
+  /// Adds a stream of sound that is encoded; -1 when that fails.
+  int addSound(const JoinedSound::Track& track);
 
   /// Says that several inputs follow each other in each stream: what codec data tell of the first
   /// one's content alone is taken out. Before `start`.
@@ -52,6 +61,12 @@ class CompositionFile {
   /// false once something has failed.
   bool write(AVPacket& packet, int stream);
 
+  /// Encodes samples of a stream that `addSound` added; false once something has failed.
+  bool writeSound(const std::vector<float>& samples, int stream);
+
+  /// The same with the last of them.
+  void finishSound(const std::vector<float>& samples, int stream);
+
   /// Writes what still waits and the trailer, and closes the file.
   void finish();
 
@@ -68,6 +83,18 @@ class CompositionFile {
     bool hasBegun = false;
   };
 
+  /// A stream that is encoded.
+  struct Sound {
+    Sound(AVStream& stream, const AVCodec* codec, const AVOutputFormat& container)
+        : encoder(&stream, codec, container) {}
+
+    StreamEncoder encoder;
+    LMFFAudioResample converter;
+    std::unique_ptr<SoundEncoder> feed;  // once it is open
+    int channels = 0;
+  };
+
+  static SoundQueue queueOf(LMFFAudioResample& converter);
   bool refuse(std::string why, int code);
   bool placesByOrder() const;
   int64_t durationOf(const AVPacket& packet, int stream) const;
@@ -77,7 +104,8 @@ class CompositionFile {
 
   FirstError errors_;
   Muxer muxer_{errors_};
-  std::deque<Lane> lanes_;
+  std::map<int, Lane> lanes_;  // by stream
+  std::map<int, Sound> sounds_;
 };
 
 }  // namespace kestrel

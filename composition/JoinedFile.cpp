@@ -107,8 +107,11 @@ std::vector<JoinedFile::TrackList> inputsOf(const JoinedFile::TrackList& tracks)
 }  // namespace
 
 JoinedFile::JoinedFile(const std::string& path, std::function<bool()> interrupt,
-                       std::function<void(double, int64_t)> progress)
-    : interrupt_(std::move(interrupt)), progress_(std::move(progress)), file_(path, interrupt_) {}
+                       std::function<void(double, int64_t)> progress, JoinedSound* sound)
+    : interrupt_(std::move(interrupt)),
+      progress_(std::move(progress)),
+      sound_(sound),
+      file_(path, interrupt_) {}
 
 bool JoinedFile::fail(std::string why) {
   if (!error_) error_ = engineError(LMMovieComposition::kDoesNotJoin, std::move(why));
@@ -151,9 +154,21 @@ bool JoinedFile::begin(const TrackList& input) {
   return file_.start();
 }
 
+/// Adds the streams of encoded sound.
+bool JoinedFile::addSounds() {
+  if (!sound_ || !sounds_.empty()) return true;
+  for (const JoinedSound::Track& track : sound_->tracks()) {
+    sounds_.push_back(file_.addSound(track));
+    if (sounds_.back() < 0) return false;
+  }
+  return true;
+}
+
+/// Pictures, then sound, then subtitles, as the input's tracks come.
 bool JoinedFile::addLanes(const TrackList& input) {
   for (const auto& track : input) {
     const AVStream* stream = track->avstream();
+    if (!track->isVideo() && !addSounds()) return false;
     Lane lane;
     lane.stream = file_.addStream(*stream);
     lane.isVideo = track->isVideo();
@@ -162,6 +177,7 @@ bool JoinedFile::addLanes(const TrackList& input) {
       lane.subtitles.emplace(file_.stream(lane.stream));
     lanes_.push_back(std::move(lane));
   }
+  if (!addSounds()) return false;
   auto pace = std::ranges::find(lanes_, true, &Lane::isVideo);
   if (pace == lanes_.end())
     pace = std::ranges::find_if(lanes_, [](const Lane& lane) { return !lane.subtitles; });
@@ -191,6 +207,7 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
   const bool isBehind = !(wanted >= 0);
   int64_t begin = start;
   int64_t offset = 0;
+  bool follows = count_ > 1;
   if (count_ == 1) {
     offset = (isBehind ? 0 : std::llround(wanted * 1e6)) - start;
   } else {
@@ -202,15 +219,18 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
       const int64_t without = lanes_[i].end - startOf(*input[i]);  // overlap of these
       if (without > offset + kOrdinaryOverhang) offset = without;
     }
+    if (sound_ && reached_ > 0) offset = std::max(offset, reached_ - begin);
     if (!isBehind) {
       const int64_t there = std::llround(wanted * 1e6) - start;
       const int64_t tolerance = usualDuration(*input[pace]->avstream());
       if (there < offset - tolerance)
         return fail(fmt::format("'{}' begins {:.3f} s before the end of what it follows",
                                 input.front()->path(), lm_ff_time_to_double(offset - there)));
-      if (there > offset + tolerance) offset = there;
+      follows = there <= offset + tolerance;
+      if (!follows) offset = there;
     }
   }
+  if (sound_) sound_->beginInput(count_ - 1, begin + offset, begin - start, follows);
   for (size_t i = 0; i < lanes_.size(); ++i)
     if (!file_.beginInput(*input[i]->avstream(), lanes_[i].stream)) return false;
   for (Lane& lane : lanes_) {
@@ -254,6 +274,8 @@ void JoinedFile::writeChapters(int64_t end) {
 
 void JoinedFile::finish() {
   if (!writeSubtitles(INT64_MAX)) return;
+  for (size_t i = 0; i < sounds_.size(); ++i)
+    file_.finishSound(sound_->rest(i, std::max<int64_t>(reached_, 0)), sounds_[i]);
   writeChapters(std::ranges::max_element(lanes_, {}, &Lane::end)->end);
   file_.finish();
 }
@@ -302,6 +324,25 @@ bool JoinedFile::copyInput(const TrackList& input) {
     if (!isFine) return false;
   }
   for (const auto& track : input) track->setFinished(true);
+  return !sound_ || goOnWithSound();
+}
+
+/// Has sound that is meant go on where the pictures have ended.
+bool JoinedFile::goOnWithSound() {
+  constexpr int64_t kStep = 20000;  // microseconds
+  if (!writeSound(reached_)) return false;
+  const bool isMeant = sound_->goesOn(kOrdinaryOverhang);
+  while (isMeant && sound_->goesOn(0) && !(interrupt_ && interrupt_())) {
+    reached_ += kStep;
+    if (!writeSound(reached_)) return false;
+  }
+  return true;
+}
+
+/// Encodes the sound of the time up to `reached`.
+bool JoinedFile::writeSound(int64_t reached) {
+  for (size_t i = 0; reached > 0 && i < sounds_.size(); ++i)
+    if (!file_.writeSound(sound_->read(i, reached), sounds_[i])) return false;
   return true;
 }
 
@@ -376,7 +417,7 @@ bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane
     progress_(lm_ff_time_to_double(inMicroseconds(time, base)), pictures_);
   if (!file_.write(packet, lane.stream)) return false;
   reached_ = std::max(reached_, lane.end);
-  return writeSubtitles(reached_);
+  return writeSound(reached_) && writeSubtitles(reached_);
 }
 
 }  // namespace kestrel

@@ -21,7 +21,7 @@ class JoinedFile {
   using TrackList = LMMovieComposition::TrackList;
 
   JoinedFile(const std::string& path, std::function<bool()> interrupt,
-             std::function<void(double, int64_t)> progress);
+             std::function<void(double, int64_t)> progress, JoinedSound* sound);
 
   void write(const TrackList& tracks);
 
@@ -56,11 +56,14 @@ class JoinedFile {
   bool prepare(const TrackList& input);
   bool begin(const TrackList& input);
   bool addLanes(const TrackList& input);
+  bool addSounds();
   size_t paceLane() const;
   bool settleOffsets(const TrackList& input);
   bool beginStretch(const TrackList& input, int64_t begin, int64_t offset);
   void writeChapters(int64_t end);
   void finish();
+  bool writeSound(int64_t reached);
+  bool goOnWithSound();
   bool writeSubtitles(int64_t reached);
   int64_t firstShown(LMMovieCompositionTrack& track);
   bool read(LMMovieCompositionTrack& track, AVPacket& packet);
@@ -73,8 +76,10 @@ class JoinedFile {
 
   std::function<bool()> interrupt_;
   std::function<void(double, int64_t)> progress_;
+  JoinedSound* const sound_;  // null for none that is encoded
   CompositionFile file_;
   std::deque<Lane> lanes_;
+  std::vector<int> sounds_;        // encoded streams of the output
   size_t pace_ = 0;                // which lane the others follow
   std::vector<Chapter> chapters_;  // of the current input
   std::deque<PacketPtr> ahead_;    // read from the current input and not copied yet

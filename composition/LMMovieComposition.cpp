@@ -37,6 +37,7 @@ int64_t moved(int64_t time, AVRational from, AVRational to, int64_t offset) {
 struct LMMovieComposition::State {
   Guarded<TrackList> tracks;
   bool keepsDurations = false;
+  std::shared_ptr<JoinedSound> sound;
   std::function<bool()> interrupt;
   std::function<void(double, int64_t)> progress;
   Guarded<Error> lastError;
@@ -49,6 +50,8 @@ struct LMMovieComposition::State {
                  CompositionFile& file, int64_t& pictures) const;
   void copy(const TrackList& list, CompositionFile& file) const;
 };
+
+JoinedSound::~JoinedSound() = default;
 
 LMMovieComposition::LMMovieComposition() : state_(std::make_unique<State>()) {}
 
@@ -148,7 +151,7 @@ void LMMovieComposition::exportToFile(const std::string& path) {
 
 void LMMovieComposition::joinToFile(const std::string& path) {
   LMFFMovie::initialize();
-  JoinedFile joined(path, state_->interrupt, state_->progress);
+  JoinedFile joined(path, state_->interrupt, state_->progress, state_->sound.get());
   joined.write(tracks());
   state_->picturesEncodedToHide = joined.picturesEncodedToHide();
   state_->lastError.set(state_->isInterrupted() ? libraryError(AVERROR_EXIT) : joined.error());
@@ -157,6 +160,10 @@ void LMMovieComposition::joinToFile(const std::string& path) {
 bool LMMovieComposition::keepsDurations() const { return state_->keepsDurations; }
 
 void LMMovieComposition::setKeepsDurations(bool keeps) { state_->keepsDurations = keeps; }
+
+void LMMovieComposition::setJoinedSound(std::shared_ptr<JoinedSound> sound) {
+  state_->sound = std::move(sound);
+}
 
 void LMMovieComposition::setInterrupt(std::function<bool()> interrupt) {
   state_->interrupt = std::move(interrupt);

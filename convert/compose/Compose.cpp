@@ -102,8 +102,10 @@ Report composeTracks(const LMMovieComposition::TrackList& tracks,
   if (const Error error = composition.lastError())
     throw Failure::output(settings.output,
                           fmt::format("cannot write '{}': {}", settings.output, error.message));
+  Report report = reportOn(tracks);
+  tellOfEncoded(report, events, composition.picturesEncodedToHide(), settings.output);
   target.commit();
-  return reportOn(tracks);
+  return report;
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
 
 #include <cstdint>
-#include <memory>
 #include <vector>
+
+#include "convert/feed/StreamSound.h"
 
 namespace kestrel {
 
@@ -28,27 +28,15 @@ class AudioFeed {
   /// From now on reads past the pictures of a media that has both, which nobody wants any more.
   void readAlone() { readsAlone_ = true; }
 
-  /// Before the first read: leaves out the silence that stands for the time before the input's
-  /// sound, and answers how long that time is, frames.
-  int64_t skipSilence();
-
   /// Reads and drops `frames` frames.
   void skip(int64_t frames);
 
  private:
-  /// One of the streams that are mixed.
-  struct Input {
-    std::shared_ptr<LMFFMedia> media;
-    std::shared_ptr<LMFFMediaStream> stream;
-  };
-
-  std::vector<Input> currentInputs() const;
-  void prefetch(const Input& input, int32_t frames) const;
-  int32_t align(const Input& input, int32_t frames);
+  /// The streams that are mixed.
+  std::vector<StreamSound> currentInputs() const;
 
   LMFFMovie& movie_;
   bool readsAlone_ = false;
-  std::vector<float> dropped_;
 };
 
 /// Keeps the movie's clock from running off the end that the container states while the input goes

@@ -14,12 +14,12 @@
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/OutputFile.h>
 #include "convert/join/JoinEncoder.h"
+#include "convert/join/JoinFormat.h"
 #include "convert/join/JoinPlan.h"
+#include "convert/join/JoinSounds.h"
+#include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
-
-extern "C" {
-#include <libavformat/avformat.h>
-}
+#include "support/FFmpegOwners.h"
 
 namespace kestrel {
 
@@ -37,9 +37,6 @@ double expectedLength(const std::vector<JoinPart>& parts) {
   }
   return end;
 }
-
-/// What sound that is encoded anew has at most.
-constexpr int kStereo = 2;
 
 /// Nobody plays slower or faster, or waits longer for an input.
 constexpr double kSlowest = 0.01;
@@ -78,15 +75,30 @@ void say(const Events& events, const std::string& sentence) {
   if (events.note) events.note(sentence);
 }
 
-/// Joins by copying packets. Answers why that can't be done, none when it is done; throws `Failure`
-/// when the file cannot be written.
-Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts, const std::string& path,
+/// What becomes of the inputs' packets.
+enum class Way { kCopy, kCopyPictures, kEncode };
+
+/// The sound that is encoded beside pictures that are copied.
+std::shared_ptr<JoinSounds> encodedSound(const JoinSettings& settings, JoinPlan& plan,
+                                         const Events& events) {
+  const JoinFormat format = formatOfJoin(settings, plan.parts.front(), plan.keepsCodecs);
+  auto sounds = std::make_shared<JoinSounds>(plan.parts, format.settings, format.plan,
+                                             outputFormatFor(settings.output),
+                                             Rational{1, AV_TIME_BASE}, true);
+  for (const std::string& change : sounds->changes()) say(events, change);
+  return sounds;
+}
+
+/// Joins by copying packets, those of sound only without `sounds`. Answers why that can't be done,
+/// none when it is done; throws `Failure` when the file cannot be written.
+Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
+                const std::shared_ptr<JoinSounds>& sounds, const std::string& path, Report& report,
                 const Events& events) {
   LMMovieComposition composition;
   LMMovieComposition::TrackList tracks;
   std::vector<JoinPart*> owners;  // of the tracks
   for (JoinPart& part : parts) {
-    for (const AVStream* stream : part.streams()) {
+    for (const AVStream* stream : sounds ? part.silentStreams() : part.streams()) {
       auto track = std::make_shared<LMMovieCompositionTrack>();
       track->setSource(part.source);
       track->setTrack(stream->index);
@@ -98,6 +110,7 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts, cons
     }
   }
   composition.setTracks(tracks);
+  composition.setJoinedSound(sounds);
   const double length = expectedLength(parts);
   composition.setInterrupt(events.interrupt);
   composition.setProgress([&](double seconds, int64_t pictures) {
@@ -117,6 +130,7 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts, cons
     const auto reached = static_cast<int64_t>(tracks[i]->reached() * 1e6);
     owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
   }
+  tellOfEncoded(report, events, composition.picturesEncodedToHide(), settings.output);
   return {};
 }
 
@@ -148,16 +162,68 @@ void judgeEmptyParts(const std::vector<JoinPart>& parts, Report& report) {
 }
 
 /// Whether the inputs were read to their ends.
-Report reportOn(const std::vector<JoinPart>& parts) {
-  Report report;
+void judgeParts(Report& report, const std::vector<JoinPart>& parts) {
   for (const JoinPart& part : parts)
     judgeInput(report, part.input.path, part.isCut ? 0 : lengthPromisedBy(part), part.end);
-  return report;
 }
 
-}  // namespace
+/// Refuses inputs that can be read only once.
+void requireSeveralReads(const std::vector<JoinPart>& parts) {
+  for (const JoinPart& part : parts) {
+    part.release();
+    if (part.source->isOpen())
+      throw Failure::input(part.input.path,
+                           fmt::format("'{}' can be read only once, and encoding reads it "
+                                       "several times: store it in a file first",
+                                       part.input.path));
+  }
+}
 
-namespace {
+/// Undoes what a try to copy has done, and leaves out what can only be copied.
+void prepareEncoding(std::vector<JoinPart>& parts, const Events& events) {
+  for (JoinPart& part : parts) {
+    if (!part.subtitles.empty())
+      say(events, fmt::format("left out of '{}': {}", part.input.path, part.subtitleTracks()));
+    part.subtitles.clear();
+    part.end = {};
+  }
+}
+
+Way wayFor(const JoinSettings& settings, const JoinPlan& plan) {
+  if (settings.reencode == JoinSettings::Reencode::kAlways) return Way::kEncode;
+  if (plan.reasons.empty()) return Way::kCopy;
+  const bool mayEncode = settings.reencode == JoinSettings::Reencode::kAuto;
+  return mayEncode && plan.copiesPictures ? Way::kCopyPictures : Way::kEncode;
+}
+
+/// Copies what can be. Answers why that can't be done after all, none when it is done.
+Error copy(const JoinSettings& settings, JoinPlan& plan, Way way, const std::string& path,
+           Report& report, const Events& events) {
+  std::shared_ptr<JoinSounds> sounds;
+  if (way == Way::kCopy) {
+    say(events, "copying packets: the inputs fit together");
+  } else {
+    requireSeveralReads(plan.parts);
+    const std::string why = plan.reason();
+    say(events, "copying pictures and encoding sound anew: " + why);
+    report.encoded.push_back("sound: " + why);
+    sounds = encodedSound(settings, plan, events);
+  }
+  return copyParts(settings, plan.parts, sounds, path, report, events);
+}
+
+/// Encodes everything. `why` it is not copied.
+void encode(const JoinSettings& settings, JoinPlan& plan, const std::string& why,
+            const std::string& path, Report& report, const Events& events) {
+  if (settings.reencode == JoinSettings::Reencode::kNever)
+    throw Failure::input({}, "the inputs do not fit together: " + why);
+  say(events, "encoding anew: " + why);
+  report.encoded.push_back("pictures and sound: " + why);
+  requireSeveralReads(plan.parts);
+  prepareEncoding(plan.parts, events);
+  encodeJoin(settings, plan.parts, formatOfJoin(settings, plan.parts.front(), plan.keepsCodecs),
+             expectedLength(plan.parts), path, events);
+}
 
 Report joinFiles(const JoinSettings& asked, const Events& events) {
   if (asked.inputs.empty()) throw Failure::settings("there is nothing to join");
@@ -176,42 +242,24 @@ Report joinFiles(const JoinSettings& asked, const Events& events) {
   else
     for (const std::string& sentence : plan.leftOut) say(events, sentence);
 
-  std::string reason = plan.reasons.empty() ? "" : fmt::format("{}", fmt::join(plan.reasons, "; "));
-  const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
-  bool isCopied = false;
-  bool keepsCodecs = plan.keepsCodecs;
-  if (mayCopy && reason.empty()) {
-    say(events, "copying packets: the inputs fit together");
-    const Error problem = copyParts(settings, plan.parts, target.path(), events);
+  Report report;
+  Way way = wayFor(settings, plan);
+  std::string why =
+      settings.reencode == JoinSettings::Reencode::kAlways ? "as asked for" : plan.reason();
+  if (way != Way::kEncode) {
+    const Error problem = copy(settings, plan, way, target.path(), report, events);
     if (events.isInterrupted()) return Report::interrupted();
-    isCopied = !problem;
-    reason = problem.message;
-    keepsCodecs = problem.code != LMMovieComposition::kContainerRefuses;
-  }
-  if (!isCopied) {
-    if (settings.reencode == JoinSettings::Reencode::kNever)
-      throw Failure::input({}, "the inputs do not fit together: " + reason);
-    say(events, "encoding anew: " + (mayCopy ? reason : "as asked for"));
-    if (const int channels = plan.parts.front().channels(); channels > kStereo)
-      say(events, fmt::format("{} channels of sound become {}", channels, kStereo));
-    for (JoinPart& part : plan.parts) {
-      part.release();
-      if (part.source->isOpen())
-        throw Failure::input(part.input.path,
-                             fmt::format("'{}' can be read only once, and encoding reads it "
-                                         "several times: store it in a file first",
-                                         part.input.path));
-      if (!part.subtitles.empty())
-        say(events, fmt::format("left out of '{}': {}", part.input.path, part.subtitleTracks()));
-      part.subtitles.clear();
-      part.end = {};
+    if (problem) {
+      way = Way::kEncode;
+      why = problem.message;
+      plan.keepsCodecs = problem.code != LMMovieComposition::kContainerRefuses;
+      report = {};
     }
-    encodeJoin(settings, plan.parts, keepsCodecs, expectedLength(plan.parts), target.path(),
-               events);
-    if (events.isInterrupted()) return Report::interrupted();
   }
-  Report report = reportOn(plan.parts);
-  if (!isCopied) judgeEmptyParts(plan.parts, report);
+  if (way == Way::kEncode) encode(settings, plan, why, target.path(), report, events);
+  if (events.isInterrupted()) return Report::interrupted();
+  judgeParts(report, plan.parts);
+  if (way == Way::kEncode) judgeEmptyParts(plan.parts, report);
   report.leftOut = std::move(plan.leftOut);
   target.commit();
   return report;

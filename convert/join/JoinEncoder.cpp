@@ -20,9 +20,8 @@
 #include "convert/feed/JobQueue.h"
 #include "convert/feed/PictureMaker.h"
 #include "convert/feed/VideoFeed.h"
-#include "convert/join/JoinSound.h"
+#include "convert/join/JoinSounds.h"
 #include "convert/look/Look.h"
-#include "convert/plan/ConversionPlanner.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/Streams.h"
@@ -45,57 +44,11 @@ constexpr double kSameShape = 0.03;  // of width / height
 /// Sound that begins earlier than this before the pictures is no rest of a cut; microseconds.
 constexpr int64_t kLongestLead = 1000000;
 
+/// Sound that goes on for less than this behind the last picture belongs to none; microseconds.
+constexpr int64_t kOrdinaryOverhang = 100000;
+
 /// By how much time stamps may be early, in ticks.
 constexpr double kJitter = 0.05;
-
-/// The format asked for, with what it leaves open as in the first part, as far as the container
-/// and the encoders allow.
-ConversionSettings formatOf(const JoinSettings& settings, const JoinPart& first, bool keepsCodecs) {
-  ConversionSettings format = settings.format;
-  format.input = first.input.path;
-  format.output = settings.output;
-  const AVOutputFormat& container = outputFormatFor(settings.output);
-  const AVFormatContext& context = *first.outline;
-  const auto own = [&](std::string& name, const AVStream& stream) {
-    const AVCodecID codec = stream.codecpar->codec_id;
-    // A file of bare packets is one codec's alone.
-    const bool isOthers =
-        (container.flags & AVFMT_NOTIMESTAMPS) != 0 && codec != container.audio_codec;
-    if (isOthers) return;
-    const bool isPossible = avcodec_find_encoder(codec) && isKnownToHold(container, codec);
-    if (name.empty() && keepsCodecs && isPossible) name = avcodec_get_name(codec);
-  };
-  if (first.video) own(format.videoCodec, *context.streams[*first.video]);
-  if (first.audios.empty()) return format;
-  const AVStream& sound = *context.streams[first.audios.front()];
-  own(format.audioCodec, sound);
-  // Another codec may not know the rate.
-  if (!format.sampleRate && onlySampleRate(container) == 0 &&
-      format.audioCodec == avcodec_get_name(sound.codecpar->codec_id))
-    format.sampleRate = sound.codecpar->sample_rate;
-  // The movie's own sound, which goes into the encoder, is stereo.
-  const bool isMono = std::ranges::all_of(first.audios, [&](uint32_t stream) {
-    return context.streams[stream]->codecpar->ch_layout.nb_channels == 1;
-  });
-  if (!format.channelLayout) format.channelLayout = lm_get_default_channel_layout(isMono ? 1 : 2);
-  return format;
-}
-
-/// A part's source, opened while this lives.
-class OpenPart {
- public:
-  explicit OpenPart(const JoinPart& part) : part_(part) {
-    openSource(*part.source, part.input.path, part.source->interrupt());
-  }
-  ~OpenPart() { part_.release(); }
-  OpenPart(const OpenPart&) = delete;
-  OpenPart& operator=(const OpenPart&) = delete;
-
-  const LMMediaSource& source() const { return *part_.source; }
-
- private:
-  const JoinPart& part_;
-};
 
 /// One part's pictures as they play, by the output's ticks at the part's rate.
 class PartPictures {
@@ -165,24 +118,28 @@ class PartPictures {
 
 class JoinEncoder {
  public:
-  JoinEncoder(const JoinSettings& settings, std::vector<JoinPart>& parts, bool keepsCodecs,
+  JoinEncoder(const JoinSettings& settings, std::vector<JoinPart>& parts, const JoinFormat& format,
               double length, const Events& events)
       : settings_(settings),
         parts_(parts),
         events_(events),
         length_(length > 0 ? std::optional(length) : std::nullopt),
-        format_(formatOf(settings, parts.front(), keepsCodecs)),
-        plan_(planConversion(format_, OpenPart(parts.front()).source())),
+        plan_(format.plan),
         hasPictures_(plan_.video == StreamAction::kEncode),
-        rate_(hasPictures_ ? plan_.rate : kSoundAlone) {}
+        rate_(hasPictures_ ? plan_.rate : kSoundAlone),
+        sounds_(parts, format.settings, plan_, outputFormatFor(settings.output),
+                Rational{rate_.den, rate_.num}, hasPictures_) {}
 
   void run(const std::string& path) {
+    for (const std::string& change : sounds_.changes())
+      if (events_.note) events_.note(change);
     openOutput(path);
     for (size_t i = 0; i < parts_.size() && !events_.isInterrupted(); ++i) writePart(i);
     if (events_.isInterrupted()) return;
-    for (const auto& sound : sounds_)
-      push([&sound, rest = sound->rest(framesAt(tick_))] { sound->encode(rest); });
-    for (const auto& sound : sounds_) push([&sound] { sound->finish(); });
+    for (size_t i = 0; i < tracks_.size(); ++i) {
+      pushSound(i, sounds_.rest(i, tick_));
+      push([this, i] { output_.finishAudio(tracks_[i]); });
+    }
     encoding_.finish();
     output_.setChapters(chapters_);
     output_.stopOutput();
@@ -198,12 +155,22 @@ class JoinEncoder {
       output_.setVideoMetadata(languageTag(*first.streams[*parts_.front().video]));
       output_.openVideo();
     }
-    if (plan_.audio == StreamAction::kEncode)
-      for (const uint32_t stream : parts_.front().audios)
-        sounds_.push_back(std::make_unique<JoinSound>(output_, *first.streams[stream]));
+    for (const JoinedSound::Track& track : sounds_.tracks()) openSound(track);
     output_.startOutput();
     requireOutput(output_, settings_.output);
     if (hasPictures_) black_ = output_.createCGContext();
+  }
+
+  void openSound(const JoinedSound::Track& track) {
+    output_.setMovieFormat(track.format);
+    output_.setAudioInputFormat(sounds_.format(tracks_.size()));
+    output_.setAudioBits(track.bits);
+    output_.openAudio();
+    AVStream* stream = output_.audioStream();
+    if (!stream) return;
+    for (const auto& [key, value] : track.tags)
+      av_dict_set(&stream->metadata, key.c_str(), value.c_str(), 0);
+    tracks_.push_back(stream);
   }
 
   /// The tick that a time (seconds) falls on.
@@ -211,10 +178,6 @@ class JoinEncoder {
 
   int64_t microsecondsAt(int64_t tick) const {
     return av_rescale(tick, int64_t{AV_TIME_BASE} * rate_.den, rate_.num);
-  }
-
-  int64_t framesAt(int64_t tick) const {
-    return av_rescale(tick, int64_t{PartSound::kRate} * rate_.den, rate_.num);
   }
 
   /// The first tick that belongs to the part behind `i`, where that says.
@@ -250,13 +213,13 @@ class JoinEncoder {
     JoinPart& part = parts_[i];
     const bool follows = followsTheOther(i);
     if (!follows && part.input.position >= 0) {
-      for (const auto& sound : sounds_) sound->end();
+      sounds_.endInput();
       while (tick_ < tickAt(part.input.position) && !events_.isInterrupted()) writeTick(nullptr);
     }
     const int64_t start = startOf(part, follows);
     const int64_t begin = tick_;
     const OpenPart open(part);
-    beginSound(part, start, follows);
+    sounds_.beginInput(i, tick_, start, follows);
     PartPictures pictures(hasPictures_ ? part : JoinPart{}, plan_, output_, start);
     std::exception_ptr failure;
     pictures.movie().decodeImage(
@@ -271,7 +234,6 @@ class JoinEncoder {
     encoding_.finish();  // it may still read the part's pictures
     if (failure) std::rethrow_exception(failure);
     part.end = pictures.inputEnd();
-    for (const auto& sound : sounds_) part.end.add(sound->inputEnd());
     takeChapters(part, start, begin);
   }
 
@@ -288,39 +250,16 @@ class JoinEncoder {
                            std::move(chapter.tags)});
   }
 
-  void beginSound(const JoinPart& part, int64_t start, bool follows) {
-    const auto lead =
-        std::llround(static_cast<double>(start) * PartSound::kRate / 1e6 / part.input.rate);
-    for (size_t i = 0; i < sounds_.size(); ++i) {
-      std::unique_ptr<PartSound> sound;
-      if (i < part.audios.size())
-        sound = std::make_unique<PartSound>(part, part.audios[i], follows && hasPictures_);
-      const int64_t begin = sound ? sound->begin() - lead : 0;
-      if (!follows)
-        sounds_[i]->begin(std::move(sound), framesAt(tick_), begin);
-      else if (hasPictures_)
-        sounds_[i]->meet(std::move(sound), framesAt(tick_), begin);
-      else
-        sounds_[i]->follow(std::move(sound));
-    }
-  }
-
-  /// Whether some sound track goes on for so many frames.
-  bool goesOnFor(int32_t frames) {
-    return std::ranges::any_of(sounds_,
-                               [&](const auto& sound) { return sound->ahead(frames) >= frames; });
-  }
-
   void playPart(PartPictures& pictures, int64_t limit, JoinPart& part) {
-    const int32_t overhang = hasPictures_ ? JoinSound::kOrdinaryOverhang : 1;
+    const int64_t overhang = hasPictures_ ? kOrdinaryOverhang : 0;
     bool goesOn = false;  // without pictures
     auto next = pictures.next();
     while (!events_.isInterrupted()) {
       const auto picture = next;
       if (picture) next = pictures.next();
       if (!picture) {  // then it goes on only for sound that is more than an overhang
-        goesOn = goesOn || goesOnFor(overhang);
-        if (!goesOn || !goesOnFor(1)) return;
+        goesOn = goesOn || sounds_.goesOn(overhang);
+        if (!goesOn || !sounds_.goesOn(0)) return;
       }
       // A last picture at the limit still belongs to the part: lengths are rounded.
       if (tick_ >= limit && (tick_ > limit || !picture || next)) {
@@ -335,8 +274,7 @@ class JoinEncoder {
   /// time.
   void writeTick(const std::shared_ptr<LMFFImage>& picture) {
     ++tick_;
-    for (const auto& sound : sounds_)
-      push([&sound, samples = sound->take(framesAt(tick_))] { sound->encode(samples); });
+    for (size_t i = 0; i < tracks_.size(); ++i) pushSound(i, sounds_.read(i, tick_));
     if (hasPictures_) {
       if (picture)
         push([this, picture] { output_.writeImage(picture); });
@@ -345,6 +283,15 @@ class JoinEncoder {
     }
     const double seconds = static_cast<double>(tick_) * rate_.den / rate_.num;
     if (events_.progress) events_.progress({seconds, length_, hasPictures_ ? tick_ : 0});
+  }
+
+  void pushSound(size_t track, std::vector<float> samples) {
+    if (samples.empty()) return;
+    const int channels = lm_get_channel_layout_nb_channels(sounds_.format(track).channel_layout);
+    push([this, track, channels, samples = std::move(samples)] {
+      output_.writeSample(samples.data(), static_cast<int32_t>(samples.size()) / channels,
+                          tracks_[track]);
+    });
   }
 
   void push(std::function<void()> job) {
@@ -358,12 +305,12 @@ class JoinEncoder {
   std::vector<JoinPart>& parts_;
   const Events& events_;
   const std::optional<double> length_;
-  const ConversionSettings format_;
   const ConversionPlan plan_;
   const bool hasPictures_;
   const Rational rate_;  // ticks per second
   LMFFMovieFileOutput output_;
-  std::vector<std::unique_ptr<JoinSound>> sounds_;
+  JoinSounds sounds_;
+  std::vector<AVStream*> tracks_;  // of the output's sound
   std::unique_ptr<BitmapContext> black_;
   std::vector<LMFFMovieFileOutput::Chapter> chapters_;
   int64_t tick_ = 0;  // ticks written
@@ -372,9 +319,10 @@ class JoinEncoder {
 
 }  // namespace
 
-void encodeJoin(const JoinSettings& settings, std::vector<JoinPart>& parts, bool keepsCodecs,
-                double length, const std::string& path, const Events& events) {
-  JoinEncoder(settings, parts, keepsCodecs, length, events).run(path);
+void encodeJoin(const JoinSettings& settings, std::vector<JoinPart>& parts,
+                const JoinFormat& format, double length, const std::string& path,
+                const Events& events) {
+  JoinEncoder(settings, parts, format, length, events).run(path);
 }
 
 }  // namespace kestrel

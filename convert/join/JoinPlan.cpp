@@ -147,32 +147,62 @@ void takeSubtitles(std::vector<JoinPart>& parts, const std::string& output) {
   }
 }
 
-/// What of a part does not fit the first one.
-std::vector<std::string> differences(const JoinPart& first, const JoinPart& part) {
-  if (first.video.has_value() != part.video.has_value())
-    return {part.video ? "it has pictures" : "it has no pictures"};
-  if (first.audios.size() != part.audios.size())
-    return {fmt::format("it has {} sound track{} instead of {}", part.audios.size(),
-                        part.audios.size() == 1 ? "" : "s", first.audios.size())};
-  std::vector<std::string> all;
-  const auto ours = first.streams();
-  const auto others = part.streams();
-  for (size_t i = 0; i < ours.size(); ++i)
-    for (const StreamDifference& difference : streamDifferences(*ours[i], *others[i]))
-      all.push_back(fmt::format("{}{} {} instead of {}", i > 0 || !part.video ? "sound " : "",
-                                difference.property, difference.second, difference.first));
-  return all;
+/// What does not fit, in words for people.
+struct Problems {
+  std::vector<std::string> pictures;
+  std::vector<std::string> sound;
+  std::vector<std::string> both;
+
+  std::vector<std::string> all() const {
+    std::vector<std::string> listed = pictures;
+    for (const auto* more : {&sound, &both})
+      listed.insert(listed.end(), more->begin(), more->end());
+    return listed;
+  }
+};
+
+std::string sentenceOf(const StreamDifference& difference) {
+  return fmt::format("{} {} instead of {}", difference.property, difference.second,
+                     difference.first);
 }
 
-/// Why the container cannot hold the packets of the first part; "" where it can.
-std::string containerProblem(const JoinPart& first, const std::string& output) {
+/// What of a part does not fit the first one.
+Problems differences(const JoinPart& first, const JoinPart& part) {
+  if (first.video.has_value() != part.video.has_value())
+    return {{part.video ? "it has pictures" : "it has no pictures"}, {}, {}};
+  Problems problems;
+  const auto streamOf = [](const JoinPart& of, uint32_t index) -> const AVStream& {
+    return *of.outline->streams[index];
+  };
+  if (first.video)
+    for (const auto& each :
+         streamDifferences(streamOf(first, *first.video), streamOf(part, *part.video)))
+      problems.pictures.push_back(sentenceOf(each));
+  if (first.audios.size() != part.audios.size()) {
+    problems.sound.push_back(fmt::format("it has {} sound track{} instead of {}",
+                                         part.audios.size(), part.audios.size() == 1 ? "" : "s",
+                                         first.audios.size()));
+    return problems;
+  }
+  for (size_t i = 0; i < first.audios.size(); ++i)
+    for (const auto& each :
+         streamDifferences(streamOf(first, first.audios[i]), streamOf(part, part.audios[i])))
+      problems.sound.push_back("sound " + sentenceOf(each));
+  return problems;
+}
+
+/// Why the container cannot hold the packets of the first part.
+Problems containerProblems(const JoinPart& first, const std::string& output) {
+  Problems problems;
   const AVOutputFormat& container = outputFormatFor(output);
   for (const AVStream* stream : first.streams())
-    if (std::string refusal = refusalOf(container, *stream); !refusal.empty()) return refusal;
-  return {};
+    if (std::string refusal = refusalOf(container, *stream); !refusal.empty())
+      (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO ? problems.pictures : problems.sound)
+          .push_back(std::move(refusal));
+  return problems;
 }
 
-std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::string>>& problems,
+std::string tableOf(const JoinPlan& plan, const std::vector<Problems>& problems,
                     const Places& places) {
   size_t nameWidth = 0;
   size_t streamWidth = 0;
@@ -182,10 +212,11 @@ std::string tableOf(const JoinPlan& plan, const std::vector<std::vector<std::str
   }
   std::string table;
   for (size_t i = 0; i < plan.parts.size(); ++i) {
+    const auto own = problems[i].all();
     const std::string verdict = i == 0 ? "sets the format"
-                                : problems[i].empty()
+                                : own.empty()
                                     ? "fits"
-                                    : fmt::format("does not fit: {}", fmt::join(problems[i], ", "));
+                                    : fmt::format("does not fit: {}", fmt::join(own, ", "));
     const std::string along = kept(plan.parts[i], places);
     const std::string missing = leftOut(plan.parts[i], places);
     table += fmt::format("{:<{}}  {:<{}}  {}{}{}\n", printable(plan.parts[i].input.path), nameWidth,
@@ -233,35 +264,44 @@ std::vector<AVStream*> JoinPart::streams() const {
   return all;
 }
 
+std::vector<AVStream*> JoinPart::silentStreams() const {
+  auto all = streams();
+  std::erase_if(all, [](const AVStream* stream) {
+    return stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+  });
+  return all;
+}
+
 std::string JoinPart::subtitleTracks() const { return counted(subtitles.size(), "subtitle track"); }
 
-int JoinPart::channels() const {
-  int most = 0;
-  for (const uint32_t index : audios)
-    most = std::max(most, outline->streams[index]->codecpar->ch_layout.nb_channels);
-  return most;
-}
+std::string JoinPlan::reason() const { return fmt::format("{}", fmt::join(reasons, "; ")); }
 
 JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
   JoinPlan plan;
-  std::vector<std::vector<std::string>> problems;
+  std::vector<Problems> problems;
+  bool picturesFit = true;
   for (const JoinInput& input : settings.inputs) {
     plan.parts.push_back(lookInto(input, interrupt));
     problems.push_back(differences(plan.parts.front(), plan.parts.back()));
     if (input.rate != 1)
-      problems.back().push_back(fmt::format("it plays at {} times its speed", input.rate));
-    if (!problems.back().empty())
-      plan.reasons.push_back(fmt::format("'{}': {}", input.path, fmt::join(problems.back(), ", ")));
+      problems.back().both.push_back(fmt::format("it plays at {} times its speed", input.rate));
+    picturesFit = picturesFit && problems.back().pictures.empty() && problems.back().both.empty();
+    if (const auto own = problems.back().all(); !own.empty())
+      plan.reasons.push_back(fmt::format("'{}': {}", input.path, fmt::join(own, ", ")));
   }
-  if (const std::string problem = containerProblem(plan.parts.front(), settings.output);
-      !problem.empty()) {
-    plan.reasons.push_back(problem);
+  const JoinPart& first = plan.parts.front();
+  const Problems refusals = containerProblems(first, settings.output);
+  if (const auto all = refusals.all(); !all.empty()) {
+    plan.reasons.push_back(all.front());
     plan.keepsCodecs = false;
   }
-  const bool isCopied =
-      plan.reasons.empty() && settings.reencode != JoinSettings::Reencode::kAlways;
-  if (isCopied) takeSubtitles(plan.parts, settings.output);
-  const Places places = placesIn(settings.output, plan.parts.front(), isCopied);
+  const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
+  const bool isCopied = plan.reasons.empty() && mayCopy;
+  plan.copiesPictures =
+      picturesFit && refusals.pictures.empty() && first.video && mayCopy &&
+      defaultVideoCodec(outputFormatFor(settings.output), settings.output) != AV_CODEC_ID_NONE;
+  if (isCopied || plan.copiesPictures) takeSubtitles(plan.parts, settings.output);
+  const Places places = placesIn(settings.output, first, isCopied);
   for (const JoinPart& part : plan.parts)
     if (const std::string missing = leftOut(part, places); !missing.empty())
       plan.leftOut.push_back(fmt::format("left out of '{}': {}", part.input.path, missing));

@@ -35,20 +35,23 @@ struct JoinPart {
   /// Pictures first, then the sound tracks, then subtitles.
   std::vector<AVStream*> streams() const;
 
+  /// The same without the sound tracks.
+  std::vector<AVStream*> silentStreams() const;
+
   /// What is said of them where they are left out after all: their number; "" for none.
   std::string subtitleTracks() const;
-
-  /// The most channels that one of the sound tracks has; 0 without any.
-  int channels() const;
 };
 
 /// What can be said of a join before anything is copied.
 struct JoinPlan {
   std::vector<JoinPart> parts;
   std::vector<std::string> reasons;  ///< why packets cannot be copied; empty where they can
+  bool copiesPictures = false;       ///< even so, those of the pictures can
   bool keepsCodecs = true;           ///< what is encoded may keep the first part's codecs
   std::vector<std::string> leftOut;  ///< what of the inputs has no place in the output, a line each
   std::string table;                 ///< what fits and what does not, for people
+
+  std::string reason() const;  ///< all of them in a line
 };
 
 /// Looks into the inputs and compares them; throws `Failure` for one that cannot be opened.

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <kestrel/LMFFAudioResample.h>
-#include <kestrel/LMFFMovieFileOutput.h>
-
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -10,22 +7,21 @@
 
 #include "convert/join/PartSound.h"
 
-struct AVStream;
-
 namespace kestrel {
 
 /// A sound track of a join that is encoded: the parts' sound one behind the other, handed out as
-/// the pictures go on, and its encoder. Times are frames from the output's start.
+/// the pictures go on, as interleaved float. Times are frames from the output's start.
 ///
 /// Where a part ends, what is missing of its sound is not yet silence, and what goes on beyond its
 /// pictures not yet lost: the next part's sound meets it there.
 class JoinSound {
  public:
-  /// Sound that goes on for less than this after the last picture belongs to no picture.
-  static constexpr int32_t kOrdinaryOverhang = PartSound::kRate / 10;
+  explicit JoinSound(const LMFFAudioFormat& format);
 
-  /// Adds a track to an output that is set up and not started.
-  JoinSound(LMFFMovieFileOutput& output, const AVStream& first);
+  const LMFFAudioFormat& format() const { return format_; }
+
+  /// Sound that goes on for less than this after the last picture belongs to no picture.
+  int32_t ordinaryOverhang() const { return format_.sample_rate / 10; }
 
   /// A part begins at `seam`, its sound having `begin` frames to go until it does, or being so far
   /// ahead below 0; null for a part without this track. The sound before it goes on to there.
@@ -52,16 +48,12 @@ class JoinSound {
   /// How far the part was read.
   InputEnd inputEnd() const { return part_ ? part_->inputEnd() : InputEnd{}; }
 
-  // On the encoding thread:
-
-  void encode(const std::vector<float>& samples);
-
-  /// Encodes what waits, filled up with silence.
-  void finish();
-
  private:
+  int64_t waitingFrames() const { return static_cast<int64_t>(waiting_.size()) / channels_; }
   void drop(int64_t frames);
-  void encodeFrames(int32_t fewest);
+
+  const LMFFAudioFormat format_;
+  const int channels_;
 
   // What is to be handed out, in this order:
   std::deque<float> waiting_;  // read and not handed out yet
@@ -69,11 +61,6 @@ class JoinSound {
   std::unique_ptr<PartSound> part_;
 
   int64_t frames_ = 0;  // handed out
-
-  LMFFMovieFileOutput& output_;
-  AVStream* stream_ = nullptr;
-  LMFFAudioResample resample_;
-  int64_t encoded_ = 0;  // frames at the encoder's rate
 };
 
 }  // namespace kestrel

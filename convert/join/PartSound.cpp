@@ -1,5 +1,8 @@
 #include "convert/join/PartSound.h"
 
+#include <kestrel/LMFFAudioResample.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMMediaSource.h>
 
 #include <fmt/format.h>
@@ -12,43 +15,44 @@
 
 namespace kestrel {
 
-namespace {
-
-/// Sound that begins this little after the part begins with it; frames.
-constexpr int64_t kRounding = PartSound::kRate / 100;
-
-}  // namespace
-
-PartSound::PartSound(const JoinPart& part, uint32_t stream, bool hasHidden)
-    : rate_(part.input.rate) {
+PartSound::PartSound(const JoinPart& part, uint32_t stream, const LMFFAudioFormat& format,
+                     bool hasHidden)
+    : rate_(part.input.rate),
+      format_(format),
+      channels_(lm_get_channel_layout_nb_channels(format.channel_layout)) {
   movie_.setExportMovie(true);
   const Interrupt interrupt = part.source->interrupt();
   movie_.openMedias(openInput(part.input.path, std::nullopt, interrupt)
                         ->createMediasWithStreams(IndexSet{stream}));
-  movie_.seek(0);
-  movie_.flushOperation();
-  if (rate_ != 1) tempo_ = AudioTempo::make(rate_, kRate, kChannels);
+  for (const auto& media : movie_.audios()) {
+    media->audioStream()->resample()->setOutFormat(format);
+    media->seek(0);
+    sound_.emplace(media, media->audioStream());
+  }
+  if (rate_ != 1) tempo_ = AudioTempo::make(rate_, format.sample_rate, channels_);
   if (rate_ != 1 && !tempo_)
     throw Failure::settings(fmt::format("cannot play at {} times the speed", rate_));
-  begin_ = feed_.skipSilence();
+  begin_ = sound_ ? sound_->skipSilence() : 0;
   reached_ = begin_;
-  if (hasHidden && begin_ < kRounding) hidden_ = hiddenSound(part.input.path, stream, interrupt);
-  begin_ -= static_cast<int64_t>(hidden_.size()) / kChannels;
+  // Sound that begins less than 10 ms after the part begins with it.
+  if (hasHidden && begin_ < format.sample_rate / 100)
+    hidden_ = hiddenSound(part.input.path, stream, format, interrupt);
+  begin_ -= static_cast<int64_t>(hidden_.size()) / channels_;
   begin_ = std::llround(static_cast<double>(begin_) / rate_);
 }
 
 int32_t PartSound::readAtOwnRate(float* data, int32_t frames) {
   const size_t left = hidden_.size() - hiddenRead_;
-  if (left == 0 && !movie_.hasAudio()) return 0;  // without a decoder
+  if (left == 0 && !sound_) return 0;
   if (left == 0) {
-    const int32_t got = feed_.read(data, frames);
+    const int32_t got = sound_->read(data, frames);
     reached_ += got;
     return got;
   }
-  const size_t count = std::min(left, static_cast<size_t>(frames) * kChannels);
+  const size_t count = std::min(left, static_cast<size_t>(frames) * static_cast<size_t>(channels_));
   std::copy_n(hidden_.begin() + static_cast<std::ptrdiff_t>(hiddenRead_), count, data);
   hiddenRead_ += count;
-  return static_cast<int32_t>(count / kChannels);
+  return static_cast<int32_t>(count) / channels_;
 }
 
 int32_t PartSound::read(float* data, int32_t frames) {
@@ -64,7 +68,7 @@ int32_t PartSound::read(float* data, int32_t frames) {
 
 InputEnd PartSound::inputEnd() const {
   InputEnd end = faultsOf(movie_);
-  end.reached = reached_ * 1000000 / kRate;
+  end.reached = reached_ * 1000000 / format_.sample_rate;
   return end;
 }
 

@@ -1,28 +1,27 @@
 #pragma once
 
 #include <kestrel/AudioTempo.h>
+#include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFMovie.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
-#include "convert/feed/AudioFeed.h"
+#include "convert/feed/StreamSound.h"
 #include "convert/join/JoinPlan.h"
 #include "convert/probe/InputEnd.h"
 
 namespace kestrel {
 
-/// One sound track of one part of a join as it plays: interleaved stereo (float, 44100 Hz), at the
-/// part's rate.
+/// One sound track of one part of a join as it plays, at the part's rate and in the format that the
+/// whole join has: interleaved float.
 class PartSound {
  public:
-  static constexpr int32_t kRate = 44100;
-  static constexpr int32_t kChannels = 2;
-
   /// `stream`: its container index. `hasHidden`: begin with the sound that the container has from
   /// before its start and that players leave out.
-  PartSound(const JoinPart& part, uint32_t stream, bool hasHidden);
+  PartSound(const JoinPart& part, uint32_t stream, const LMFFAudioFormat& format, bool hasHidden);
 
   /// Where the first sound that is read lies, frames after the part's start; below 0 for hidden
   /// sound. Silence before it is left out.
@@ -38,8 +37,10 @@ class PartSound {
   int32_t readAtOwnRate(float* data, int32_t frames);
 
   const double rate_;
+  const LMFFAudioFormat format_;
+  const int channels_;
   LMFFMovie movie_;
-  AudioFeed feed_{movie_};
+  std::optional<StreamSound> sound_;   // none without a decoder
   std::unique_ptr<AudioTempo> tempo_;  // null at the usual rate
   std::vector<float> hidden_;
   size_t hiddenRead_ = 0;
@@ -51,6 +52,6 @@ class PartSound {
 /// What a container has of a sound track from before its start, decoded: files that were cut out of
 /// others without encoding begin with it. Empty for most.
 std::vector<float> hiddenSound(const std::string& path, uint32_t stream,
-                               const Interrupt& interrupt);
+                               const LMFFAudioFormat& format, const Interrupt& interrupt);
 
 }  // namespace kestrel

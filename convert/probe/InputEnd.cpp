@@ -97,4 +97,12 @@ void judgeInput(Report& report, const std::string& path, int64_t promised, const
   report.find(fmt::format("'{}' {}", path, finding));
 }
 
+void tellOfEncoded(Report& report, const Events& events, int64_t pictures,
+                   const std::string& path) {
+  if (pictures == 0) return;
+  report.encoded.push_back(fmt::format(
+      "{} pictures of '{}' were encoded anew: they need others that are hidden", pictures, path));
+  if (events.note) events.note(report.encoded.back());
+}
+
 }  // namespace kestrel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/Error.h>
+#include <kestrel/convert/Events.h>
 #include <kestrel/convert/Report.h>
 
 #include <cstdint>
@@ -36,5 +37,9 @@ int64_t promisedLength(const AVFormatContext& input, const AVStream& stream);
 /// Adds to a report what an input lacks of the length that it promised (0: any), and whether it was
 /// damaged.
 void judgeInput(Report& report, const std::string& path, int64_t promised, const InputEnd& end);
+
+/// Tells the report and the host, where it is not 0, how many pictures of a file whose packets were
+/// copied had to be encoded anew, because they need others that the input hides.
+void tellOfEncoded(Report& report, const Events& events, int64_t pictures, const std::string& path);
 
 }  // namespace kestrel

@@ -291,11 +291,7 @@ class Conversion::Work {
     if (const int64_t refused = output_.refusedPackets())
       report.find(fmt::format("'{}' is damaged: {} of its packets could not be copied",
                               settings_.input, refused));
-    const int64_t encoded = output_.picturesEncodedToHide();
-    if (encoded > 0 && events_.note)
-      events_.note(
-          fmt::format("{} pictures of '{}' were encoded anew: they need others that are hidden",
-                      encoded, settings_.input));
+    tellOfEncoded(report, events_, output_.picturesEncodedToHide(), settings_.input);
     return report;
   }
 

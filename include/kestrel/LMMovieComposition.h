@@ -2,8 +2,11 @@
 
 #include <kestrel/Error.h>
 #include <kestrel/Export.h>
+#include <kestrel/LMFFFormat.h>
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,6 +14,37 @@
 namespace kestrel {
 
 class LMMovieCompositionTrack;
+
+/// Sound that a join encodes beside the pictures that it copies: the host brings the samples of
+/// each track, as the pictures go on. Times are microseconds from the file's start. Everything is
+/// called on the thread of the export.
+class KESTREL_API JoinedSound {
+ public:
+  /// How a track is encoded; samples come as interleaved float of its layout and rate.
+  struct Track {
+    LMFFMovieFileOutputFormat format = {};            ///< what it says of sound
+    int32_t bits = 0;                                 ///< as `LMFFMovieFileOutput::audioBits`
+    std::map<std::string, std::string> options = {};  ///< the encoder's own
+    std::map<std::string, std::string> tags = {};     ///< of the stream
+  };
+
+  virtual ~JoinedSound();
+
+  virtual std::vector<Track> tracks() const = 0;
+
+  /// An input begins: what lies `start` behind its start comes at `begin`, right behind the
+  /// pictures of the input before where it `follows`.
+  virtual void beginInput(size_t input, int64_t begin, int64_t start, bool follows) = 0;
+
+  /// Whether the input's sound goes on for that long beyond what was read; 0: whether at all.
+  virtual bool goesOn(int64_t time) = 0;
+
+  /// The samples of a track from those read before up to `end`; fewer where more may still come.
+  virtual std::vector<float> read(size_t track, int64_t end) = 0;
+
+  /// The last samples of a track, at least up to `end`.
+  virtual std::vector<float> rest(size_t track, int64_t end) = 0;
+};
 
 /// Places streams of several files on one time line and writes them into one file by copying their
 /// packets: nothing is decoded but pictures that need hidden ones (`picturesEncodedToHide`).
@@ -80,6 +114,11 @@ class KESTREL_API LMMovieComposition {
   /// the last one has none.
   bool keepsDurations() const;
   void setKeepsDurations(bool keeps);
+
+  /// Has `joinToFile` write encoded sound as well, behind the tracks with pictures; null: none. It
+  /// is for tracks of pictures and subtitles, and sound that goes on for longer than its pictures
+  /// moves what follows.
+  void setJoinedSound(std::shared_ptr<JoinedSound> sound);
 
   /// Asked now and then; true ends the export soon, as a failure.
   void setInterrupt(std::function<bool()> interrupt);

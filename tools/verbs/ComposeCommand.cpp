@@ -12,6 +12,7 @@
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
+#include "tools/terminal/Say.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -56,8 +57,9 @@ int run(const Arguments& arguments) {
   int status = kDone;
   if (!arguments.output.empty()) {
     ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
-    const Report report =
-        compose({placements, arguments.output, arguments.force}, progress.events());
+    Events events = progress.events();
+    events.note = say;
+    const Report report = compose({placements, arguments.output, arguments.force}, events);
     status = finish(progress, report);
   }
   if (stored && status != kInterrupted) stored->commit();

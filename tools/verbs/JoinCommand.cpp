@@ -73,8 +73,9 @@ int runJoin(const Arguments& arguments, bool hasFormat) {
 void addJoinVerb(CommandLine& line) {
   Verb verb = line.addVerb("join", "Put files one after the other into one");
   verb.footer(
-      "Where all inputs fit the first one their packets are copied; otherwise they are decoded\n"
-      "and encoded anew, in the first one's format unless options say another.\n\n"
+      "Where all inputs fit the first one their packets are copied, where only the sound does\n"
+      "not, those of the pictures; the rest is decoded and encoded anew, in the first one's\n"
+      "format unless options say another.\n\n"
       "Example:\n"
       "  kestrel demo bars.mp4 && kestrel join bars.mp4 bars.mp4 -o twice.mp4");
   auto arguments = std::make_shared<Arguments>();

@@ -36,8 +36,9 @@ struct CompositionSettings {
 };
 
 /// Puts streams of several files on one time line by copying their packets; nothing is encoded
-/// anew. Throws `Failure` when it can't be done; the output appears only when it is whole. Blocks
-/// until it is done; several run side by side.
+/// anew but pictures that need hidden ones, which `events.note` and `Report::encoded` tell. Throws
+/// `Failure` when it can't be done; the output appears only when it is whole. Blocks until it is
+/// done; several run side by side.
 KESTREL_API Report compose(const CompositionSettings& settings, const Events& events = {});
 
 /// Opens the placed streams' files, as `compose` does, and throws `Failure` for one that cannot be.

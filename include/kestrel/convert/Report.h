@@ -26,6 +26,9 @@ struct Report {
   std::vector<std::string> findings = {};  ///< what was wrong with the input, a sentence each
   std::vector<std::string> leftOut = {};   ///< what of it is not in the result and why, likewise
 
+  /// What was encoded anew where packets were to be copied, and why, likewise.
+  std::vector<std::string> encoded = {};
+
   bool isWhole() const { return outcome == Outcome::kDone; }
 
   /// Adds a finding: the result is done in part at best.

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <vector>
+
+namespace kestrel {
+
+class LMFFMedia;
+class LMFFMediaStream;
+
+/// One stream's sound in order, to the sample, in the format that the stream resamples to (float,
+/// interleaved): silence where the input has a hole, and nothing beyond its end.
+///
+/// A media places sound to within one request. So requests are cut at the edges of holes, and sound
+/// that comes too late is dropped.
+class StreamSound {
+ public:
+  static constexpr int32_t kMostFrames = 512;  ///< of a request
+
+  /// `readsAlone`: reads past the pictures of a media that has both.
+  StreamSound(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
+              bool readsAlone = false);
+
+  /// Has up to `frames` frames wait, and drops sound that is late; answers how many may be asked
+  /// for at once.
+  int32_t align(int32_t frames);
+
+  /// How many frames have been read and wait.
+  int32_t waitingFrames() const;
+
+  /// Nothing of the input is left to be read.
+  bool isAtEnd() const;
+
+  /// Reads up to `frames` frames; fewer where it pleases, 0 at the end.
+  int32_t read(float* data, int32_t frames);
+
+  /// Before the first read: leaves out the silence that stands for the time before the input's
+  /// sound, and answers how long that time is, frames.
+  int64_t skipSilence();
+
+ private:
+  void prefetch(int32_t frames) const;
+  int64_t framesUntilSound() const;
+  int64_t tolerance() const;
+
+  std::shared_ptr<LMFFMedia> media_;
+  std::shared_ptr<LMFFMediaStream> stream_;
+  bool readsAlone_;
+};
+
+}  // namespace kestrel

@@ -1,0 +1,41 @@
+#include "convert/join/JoinFormat.h"
+
+#include <string>
+#include <utility>
+
+#include "convert/plan/ConversionPlanner.h"
+#include "convert/probe/Codecs.h"
+#include "convert/probe/Input.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+OpenPart::OpenPart(const JoinPart& part) : part_(part) {
+  openSource(*part.source, part.input.path, part.source->interrupt());
+}
+
+JoinFormat formatOfJoin(const JoinSettings& settings, const JoinPart& first, bool keepsCodecs) {
+  ConversionSettings format = settings.format;
+  format.input = first.input.path;
+  format.output = settings.output;
+  const AVOutputFormat& container = outputFormatFor(settings.output);
+  const auto own = [&](std::string& name, uint32_t stream) {
+    const AVCodecID codec = first.outline->streams[stream]->codecpar->codec_id;
+    // A file of bare packets is one codec's alone.
+    const bool isOthers =
+        (container.flags & AVFMT_NOTIMESTAMPS) != 0 && codec != container.audio_codec;
+    if (isOthers) return;
+    const bool isPossible = avcodec_find_encoder(codec) && isKnownToHold(container, codec);
+    if (name.empty() && keepsCodecs && isPossible) name = avcodec_get_name(codec);
+  };
+  if (first.video) own(format.videoCodec, *first.video);
+  if (!first.audios.empty()) own(format.audioCodec, first.audios.front());
+  ConversionPlan plan = planConversion(format, OpenPart(first).source());
+  return {std::move(format), std::move(plan)};
+}
+
+}  // namespace kestrel

@@ -1,0 +1,110 @@
+#include "convert/join/JoinSounds.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <utility>
+
+#include "convert/plan/SoundFormat.h"
+#include "convert/probe/Codecs.h"
+#include "convert/run/PlannedOutput.h"
+#include "support/FFmpegOwners.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr int kBitsPerChannel = 96000;  // per second
+
+/// What of a track is lost, for people.
+std::string change(const AVStream& own, const JoinedSound::Track& track) {
+  const int channels = lm_get_channel_layout_nb_channels(track.format.channel_layout);
+  if (own.codecpar->ch_layout.nb_channels <= channels) return {};
+  return fmt::format("{} channels of sound become {}", own.codecpar->ch_layout.nb_channels,
+                     channels);
+}
+
+}  // namespace
+
+JoinSounds::JoinSounds(std::vector<JoinPart>& parts, const ConversionSettings& settings,
+                       const ConversionPlan& plan, const AVOutputFormat& container, Rational base,
+                       bool followsPictures)
+    : parts_(parts), base_(base), followsPictures_(followsPictures) {
+  if (plan.audio != StreamAction::kEncode) return;
+  const JoinPart& first = parts.front();
+  const int only = onlySampleRate(container);
+  for (const uint32_t stream : first.audios) {
+    const AVStream& own = *first.outline->streams[stream];
+    const auto like =
+        soundFormatLike(own, static_cast<AVCodecID>(plan.format.audio_codec), container);
+    Track track{plan.format, like.bits, plan.audioOptions, languageTag(own)};
+    track.format.sample_rate = settings.sampleRate.value_or(only > 0 ? only : like.sampleRate);
+    track.format.channel_layout = settings.channelLayout.value_or(like.layout);
+    const int channels = lm_get_channel_layout_nb_channels(track.format.channel_layout);
+    track.format.audio_bitrate = settings.audioBitrate.value_or(kBitsPerChannel * channels);
+    if (const std::string lost = change(own, track);
+        !lost.empty() && !std::ranges::count(changes_, lost))
+      changes_.push_back(lost);
+    sounds_.emplace_back(
+        LMFFAudioFormat{AV_SAMPLE_FMT_FLT, track.format.channel_layout, track.format.sample_rate});
+    tracks_.push_back(std::move(track));
+  }
+}
+
+int64_t JoinSounds::framesAt(int64_t time, const JoinSound& sound) const {
+  return av_rescale_q(time, toAV(base_), {1, sound.format().sample_rate});
+}
+
+/// Tells the part that was begun last how far its sound was read.
+void JoinSounds::settle() {
+  for (const JoinSound& sound : sounds_) parts_[input_].end.add(sound.inputEnd());
+}
+
+void JoinSounds::endInput() {
+  settle();
+  for (JoinSound& sound : sounds_) sound.end();
+}
+
+void JoinSounds::beginInput(size_t input, int64_t begin, int64_t start, bool follows) {
+  settle();
+  input_ = input;
+  const JoinPart& part = parts_[input];
+  for (size_t i = 0; i < sounds_.size(); ++i) {
+    JoinSound& sound = sounds_[i];
+    std::unique_ptr<PartSound> next;
+    if (i < part.audios.size())
+      next = std::make_unique<PartSound>(part, part.audios[i], sound.format(),
+                                         follows && followsPictures_);
+    const auto lead = std::llround(static_cast<double>(start) * sound.format().sample_rate / 1e6 /
+                                   part.input.rate);
+    const int64_t distance = next ? next->begin() - lead : 0;
+    if (!follows)
+      sound.begin(std::move(next), framesAt(begin, sound), distance);
+    else if (followsPictures_)
+      sound.meet(std::move(next), framesAt(begin, sound), distance);
+    else
+      sound.follow(std::move(next));
+  }
+}
+
+bool JoinSounds::goesOn(int64_t time) {
+  return std::ranges::any_of(sounds_, [time](JoinSound& sound) {
+    const auto frames = static_cast<int32_t>(
+        std::max<int64_t>(av_rescale(time, sound.format().sample_rate, 1000000), 1));
+    return sound.ahead(frames) >= frames;
+  });
+}
+
+std::vector<float> JoinSounds::read(size_t track, int64_t end) {
+  return sounds_[track].take(framesAt(end, sounds_[track]));
+}
+
+std::vector<float> JoinSounds::rest(size_t track, int64_t end) {
+  JoinSound& sound = sounds_[track];
+  parts_[input_].end.add(sound.inputEnd());
+  return sound.rest(framesAt(end, sound));
+}
+
+}  // namespace kestrel

@@ -1,0 +1,102 @@
+#include "convert/plan/SoundFormat.h"
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/StreamFit.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "platform/codec/Codec.h"
+#include "support/FFmpegCompat.h"
+#include "support/FFmpegOwners.h"
+#include "support/LibraryLog.h"
+#include "support/encode/StreamEncoder.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr int32_t kUsualRate = 44100;
+constexpr int32_t kUsualBits = 16;
+
+bool keepsAll(AVCodecID codec) {
+  const AVCodecDescriptor* known = avcodec_descriptor_get(codec);
+  return known && (known->props & AV_CODEC_PROP_LOSSLESS);
+}
+
+int32_t bitsOf(const AVCodecParameters& sound) {
+  if (!keepsAll(sound.codec_id)) return kUsualBits;
+  for (const int bits : {sound.bits_per_raw_sample, av_get_bits_per_sample(sound.codec_id),
+                         sound.bits_per_coded_sample})
+    if (bits > 0) return bits;
+  return kUsualBits;
+}
+
+int64_t layoutOf(const AVCodecParameters& sound) {
+  const int64_t mask = layoutMask(sound.ch_layout);
+  return mask != 0 ? mask : lm_get_default_channel_layout(sound.ch_layout.nb_channels);
+}
+
+/// What a track's speakers may become, best first.
+std::vector<int64_t> layoutsLike(int64_t own, AVCodecID codec) {
+  std::vector<int64_t> layouts;
+  // AAC has surround speakers at the back; what has them at the side would need a description of
+  // its own, which few players read.
+  if (codec == AV_CODEC_ID_AAC && own == AV_CH_LAYOUT_5POINT1)
+    layouts.push_back(AV_CH_LAYOUT_5POINT1_BACK);
+  if (codec == AV_CODEC_ID_AAC && own == AV_CH_LAYOUT_5POINT0)
+    layouts.push_back(AV_CH_LAYOUT_5POINT0_BACK);
+  layouts.push_back(own);
+  for (int channels = lm_get_channel_layout_nb_channels(own); channels > 0; --channels)
+    layouts.push_back(lm_get_default_channel_layout(channels));
+  return layouts;
+}
+
+/// The rates that an encoder knows, the one nearest to `own` first; of one that knows any, that.
+std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder) {
+  std::vector<int32_t> rates;
+  for (const int* known = encoder.supported_samplerates; known && *known; ++known)
+    rates.push_back(*known);
+  if (rates.empty()) rates = {own, kUsualRate, 48000};
+  std::ranges::stable_sort(rates, {}, [own](int32_t rate) { return std::abs(rate - own); });
+  return rates;
+}
+
+struct FormatDeleter {
+  void operator()(AVFormatContext* context) const { avformat_free_context(context); }
+};
+
+bool isTaken(const SoundFormat& format, const AVCodec& encoder, const AVOutputFormat& container) {
+  const std::unique_ptr<AVFormatContext, FormatDeleter> context(avformat_alloc_context());
+  AVStream* stream = context ? avformat_new_stream(context.get(), nullptr) : nullptr;
+  if (!stream) return false;
+  StreamEncoder opened(stream, &encoder, container);
+  if (!opened.context()) return false;
+  LMFFMovieFileOutputFormat asked;
+  asked.sample_rate = format.sampleRate;
+  asked.channel_layout = format.layout;
+  asked.audio_bitrate = 96000 * format.channels();
+  configureSound(asked, format.bits, *opened.context());
+  return !opened.open({}) && containerRefusal(*stream, container.name).empty();
+}
+
+}  // namespace
+
+int SoundFormat::channels() const { return lm_get_channel_layout_nb_channels(layout); }
+
+SoundFormat soundFormatLike(const AVStream& sound, AVCodecID codec,
+                            const AVOutputFormat& container) {
+  const AVCodecParameters& own = *sound.codecpar;
+  const AVCodec* encoder = avcodec_find_encoder(codec);
+  SoundFormat format{own.sample_rate, layoutOf(own), keepsAll(codec) ? bitsOf(own) : 0};
+  if (!encoder) return format;
+  for (const int64_t layout : layoutsLike(format.layout, codec))
+    for (const int32_t rate : ratesLike(own.sample_rate, *encoder))
+      if (const SoundFormat like{rate, layout, format.bits}; isTaken(like, *encoder, container))
+        return like;
+  return {kUsualRate, lm_get_default_channel_layout(2), format.bits};
+}
+
+}  // namespace kestrel

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+}
+
+struct AVOutputFormat;
+struct AVStream;
+
+namespace kestrel {
+
+/// How a sound track is stored.
+struct SoundFormat {
+  int32_t sampleRate = 0;  ///< Hz
+  int64_t layout = 0;      ///< a channel mask
+  int32_t bits = 0;        ///< of a sample; 0 where the codec does not keep them all
+
+  int channels() const;
+};
+
+/// The rate, layout and depth of a track of an input, as far as the codec's encoder and the
+/// container take them: both are asked. Else the nearest rate, and the speakers that the most of
+/// fewer channels usually have.
+SoundFormat soundFormatLike(const AVStream& sound, AVCodecID codec,
+                            const AVOutputFormat& container);
+
+}  // namespace kestrel
