@@ -6,10 +6,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include <kestrel/convert/OutputFile.h>
+#include <kestrel/convert/Text.h>
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/wave/WaveFile.h"
@@ -114,6 +117,15 @@ DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& set
         return draw(input, openInput(input, std::nullopt, events.interrupt), settings, events);
       },
       {{}, Report::interrupted()});
+}
+
+WaveformFileSettings::Form waveformFormOf(const std::string& output) {
+  using Form = WaveformFileSettings::Form;
+  const std::string extension = lowerCased(std::filesystem::path(output).extension().string());
+  if (extension == ".json") return Form::kJson;
+  if (extension == ".dat") return Form::kData;
+  if (extension == ".png") return Form::kPicture;
+  throw Failure::settings(fmt::format("'{}' is neither .json nor .dat nor .png", output));
 }
 
 Report writeWaveform(const WaveformFileSettings& settings, const Events& events) {

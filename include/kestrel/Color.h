@@ -27,7 +27,8 @@ struct Color {
 };
 
 /// The colour that a text means: a name that browsers know, in any case, or "#RGB", "#RRGGBB" or
-/// "#RRGGBBAA"; "@0.5" behind either is its alpha. Nothing for any other text.
+/// "#RRGGBBAA", the last two also with "0x" or nothing in front; "@0.5" or "@0x80" behind it is its
+/// alpha. Nothing for any other text.
 KESTREL_API std::optional<Color> colorWithName(const std::string& text);
 
 /// The names among them.

@@ -111,6 +111,9 @@ TEST(Usage, TheExampleOfTheProgramWorks) { expectExampleWorks(""); }
 TEST(Usage, TheExampleOfInfoWorks) { expectExampleWorks("info"); }
 TEST(Usage, TheExampleOfConvertWorks) { expectExampleWorks("convert"); }
 TEST(Usage, TheExampleOfThumbWorks) { expectExampleWorks("thumb"); }
+TEST(Usage, TheExampleOfComposeWorks) { expectExampleWorks("compose"); }
+TEST(Usage, TheExampleOfJoinWorks) { expectExampleWorks("join"); }
+TEST(Usage, TheExampleOfWaveWorks) { expectExampleWorks("wave"); }
 TEST(Usage, TheExampleOfEffectsWorks) { expectExampleWorks("effects"); }
 TEST(Usage, TheExampleOfDemoWorks) { expectExampleWorks("demo"); }
 

@@ -77,17 +77,8 @@ WaveformSettings settingsOf(const Arguments& arguments) {
   return settings;
 }
 
-WaveformFileSettings::Form formOf(const std::string& output) {
-  using Form = WaveformFileSettings::Form;
-  const std::string extension = lowerCased(std::filesystem::path(output).extension().string());
-  if (extension == ".json") return Form::kJson;
-  if (extension == ".dat") return Form::kData;
-  if (extension == ".png") return Form::kPicture;
-  throw wrongUsage(fmt::format("'{}' is neither .json nor .dat nor .png", output));
-}
-
 int run(const Arguments& arguments) {
-  const auto form = formOf(arguments.output);
+  const auto form = waveformFormOf(arguments.output);
   requireMeaning(arguments, form);
   const PictureBox size = parsePictureSize(arguments.size);
   ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));

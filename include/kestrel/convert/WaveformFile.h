@@ -38,6 +38,9 @@ struct WaveformFileSettings {
   WaveformSettings waveform = {};  ///< a picture gets a point for each of its columns at least
 };
 
+/// The form that a file's name asks for: .json, .dat or .png. Throws `Failure` for others.
+KESTREL_API WaveformFileSettings::Form waveformFormOf(const std::string& output);
+
 /// Draws a file's waveform into another, which appears only when it is whole.
 KESTREL_API Report writeWaveform(const WaveformFileSettings& settings, const Events& events = {});
 

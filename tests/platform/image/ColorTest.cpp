@@ -20,17 +20,18 @@ TEST(Color, IsReadFromItsDigits) {
   EXPECT_EQ(colorWithName("#FFCC00"), (Color{1, 204 / 255.0, 0, 1}));
   EXPECT_EQ(colorWithName("#fc0"), (Color{1, 204 / 255.0, 0, 1}));
   EXPECT_EQ(colorWithName("#FFCC0080"), (Color{1, 204 / 255.0, 0, 128 / 255.0}));
+  EXPECT_EQ(colorWithName("0xffcc00"), (Color{1, 204 / 255.0, 0, 1}));
+  EXPECT_EQ(colorWithName("FFCC00"), (Color{1, 204 / 255.0, 0, 1}));
 }
 
 TEST(Color, MayHaveAnAlphaBehindIt) {
-  const auto color = colorWithName("red@0.5");
-  ASSERT_TRUE(color);
-  EXPECT_EQ(color->red, 1);
-  EXPECT_NEAR(color->alpha, 0.5, 1 / 255.0);
+  EXPECT_EQ(colorWithName("red@0.5"), (Color{1, 0, 0, 0.5}));
+  EXPECT_EQ(colorWithName("#FFCC00@0x80"), (Color{1, 204 / 255.0, 0, 128 / 255.0}));
 }
 
 TEST(Color, IsNoneForAnyOtherText) {
-  for (const std::string text : {"", "yelow", "#FC", "#GGGGGG", "random", "red@2", "1,2,3"})
+  for (const std::string text : {"", "yelow", "#FC", "#GGGGGG", "#FFCC0", "random", "bikeshed",
+                                 "red@2", "red@", "red@half", "1,2,3"})
     EXPECT_EQ(colorWithName(text), std::nullopt) << text;
 }
 
