@@ -14,6 +14,7 @@
 #include <utility>
 
 #include <kestrel/convert/OutputFile.h>
+#include "convert/compose/ComposeRules.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
@@ -111,10 +112,12 @@ Report composeTracks(const LMMovieComposition::TrackList& tracks,
 }  // namespace
 
 void requirePlacements(const std::vector<Placement>& placements, const Events& events) {
+  require(placements);
   openTracks(placements, events.interrupt);
 }
 
 Report compose(const CompositionSettings& settings, const Events& events) {
+  require(settings);
   try {
     return composeTracks(openTracks(settings.placements, events.interrupt), settings, events);
   } catch (const Failure& failure) {

@@ -47,7 +47,7 @@ void catchUp(const LMFFImage& item, const LMFFMovieFileOutput& output) {
 
 EncodedVideoTrack::EncodedVideoTrack(LMFFMovie& movie, const ConversionPlan& plan,
                                      std::unique_ptr<PictureMaker> maker)
-    : feed_(movie, plan.start, plan.rate),
+    : feed_(movie, plan.start, plan.rate()),
       maker_(std::move(maker)),
       start_(plan.start),
       stop_(lengthOf(plan)) {}

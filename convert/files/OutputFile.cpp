@@ -14,7 +14,7 @@ namespace {
 
 /// The target, where nothing speaks against it before anything is written.
 const std::string& sensible(const std::string& target, bool replaces, const std::string& input) {
-  if (target.empty()) throw Failure::settings("the output's name is empty");
+  if (target.empty()) throw Failure::settings("the output's name is empty", "output");
   std::error_code error;
   const bool isFile = fs::is_regular_file(target, error);
   if (isFile && !input.empty() && fs::equivalent(target, input, error))

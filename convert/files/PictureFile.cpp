@@ -14,7 +14,7 @@ PictureFormat pictureFormatOf(const std::string& target) {
   if (extension == ".png") return PictureFormat::kPNG;
   if (extension == ".jpg" || extension == ".jpeg") return PictureFormat::kJPEG;
   throw Failure::settings(
-      fmt::format("cannot write '{}': the name must end in .png or .jpg", target));
+      fmt::format("cannot write '{}': the name must end in .png or .jpg", target), "output");
 }
 
 void writePicture(OutputFile& file, const BitmapImage& picture) {

@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <span>
 #include <utility>
 
@@ -16,6 +15,7 @@
 #include "convert/join/JoinEncoder.h"
 #include "convert/join/JoinFormat.h"
 #include "convert/join/JoinPlan.h"
+#include "convert/join/JoinRules.h"
 #include "convert/join/JoinSounds.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
@@ -38,20 +38,6 @@ double expectedLength(const std::vector<JoinPart>& parts) {
   return end;
 }
 
-/// Nobody plays slower or faster, or waits longer for an input.
-constexpr double kSlowest = 0.01;
-constexpr double kFastest = 100;
-constexpr double kLatest = 7 * 24 * 3600.0;  // seconds
-
-void requirePossible(const JoinInput& input) {
-  if (!(input.rate >= kSlowest && input.rate <= kFastest))
-    throw Failure::settings(fmt::format("'{}': the rate {} does not lie between {} and {}",
-                                        input.path, input.rate, kSlowest, kFastest));
-  if (!std::isfinite(input.position) || input.position > kLatest)
-    throw Failure::settings(fmt::format("'{}': the position {} s does not lie within a week",
-                                        input.path, input.position));
-}
-
 /// The inputs in the order of the time line; one without a position stays behind the one before it.
 /// Refuses those that begin where another one does: one of them would never be seen.
 std::vector<JoinInput> inOrder(const std::vector<JoinInput>& inputs) {
@@ -65,7 +51,8 @@ std::vector<JoinInput> inOrder(const std::vector<JoinInput>& inputs) {
   for (const auto& [begin, input] : placed) {
     if (!ordered.empty() && input.position >= 0 && begin == placed[ordered.size() - 1].first)
       throw Failure::settings(
-          fmt::format("'{}' and '{}' both begin at {} s", ordered.back().path, input.path, begin));
+          fmt::format("'{}' and '{}' both begin at {} s", ordered.back().path, input.path, begin),
+          "position");
     ordered.push_back(input);
   }
   return ordered;
@@ -216,7 +203,7 @@ Error copy(const JoinSettings& settings, JoinPlan& plan, Way way, const std::str
 void encode(const JoinSettings& settings, JoinPlan& plan, const std::string& why,
             const std::string& path, Report& report, const Events& events) {
   if (settings.reencode == JoinSettings::Reencode::kNever)
-    throw Failure::input({}, "the inputs do not fit together: " + why);
+    throw Failure::input(plan.parts.front().input.path, "the inputs do not fit together: " + why);
   say(events, "encoding anew: " + why);
   report.encoded.push_back("pictures and sound: " + why);
   requireSeveralReads(plan.parts);
@@ -226,15 +213,9 @@ void encode(const JoinSettings& settings, JoinPlan& plan, const std::string& why
 }
 
 Report joinFiles(const JoinSettings& asked, const Events& events) {
-  if (asked.inputs.empty()) throw Failure::settings("there is nothing to join");
-  std::vector<std::string> paths;
-  for (const JoinInput& input : asked.inputs) {
-    requirePossible(input);
-    paths.push_back(input.path);
-  }
+  require(asked);
   JoinSettings settings = asked;
   settings.inputs = inOrder(asked.inputs);
-  requireNoInput(settings.output, paths);
   JoinPlan plan = planJoin(settings, events.interrupt);
   OutputFile target(settings.output, settings.replaces);
   if (settings.table)

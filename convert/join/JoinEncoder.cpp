@@ -103,8 +103,8 @@ class PartPictures {
       look.apply(movie_, size);
       maker_ = std::make_unique<PictureMaker>(movie_, *output.videoConverter());
     }
-    const AVRational ticks =
-        av_mul_q({plan.rate.num, plan.rate.den}, av_inv_q(av_d2q(part.input.rate, kMostExactRate)));
+    const AVRational ticks = av_mul_q({plan.format.framerate, plan.format.frameTime},
+                                      av_inv_q(av_d2q(part.input.rate, kMostExactRate)));
     feed_ = std::make_unique<VideoFeed>(movie_, start, Rational{ticks.num, ticks.den});
   }
 
@@ -126,7 +126,7 @@ class JoinEncoder {
         length_(length > 0 ? std::optional(length) : std::nullopt),
         plan_(format.plan),
         hasPictures_(plan_.video == StreamAction::kEncode),
-        rate_(hasPictures_ ? plan_.rate : kSoundAlone),
+        rate_(hasPictures_ ? plan_.rate() : kSoundAlone),
         sounds_(parts, format.settings, plan_, outputFormatFor(settings.output),
                 Rational{rate_.den, rate_.num}, hasPictures_) {}
 

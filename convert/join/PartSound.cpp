@@ -31,7 +31,7 @@ PartSound::PartSound(const JoinPart& part, uint32_t stream, const LMFFAudioForma
   }
   if (rate_ != 1) tempo_ = AudioTempo::make(rate_, format.sample_rate, channels_);
   if (rate_ != 1 && !tempo_)
-    throw Failure::settings(fmt::format("cannot play at {} times the speed", rate_));
+    throw Failure::settings(fmt::format("cannot play at {} times the speed", rate_), "rate");
   begin_ = sound_ ? sound_->skipSilence() : 0;
   reached_ = begin_;
   // Sound that begins less than 10 ms after the part begins with it.

@@ -76,7 +76,8 @@ size_t findTrack(const std::vector<std::string>& languages, const TrackChoice& w
     const size_t number = *wanted.numbers.begin();
     if (number < languages.size()) return number;
     throw Failure::settings(
-        fmt::format("there is no subtitle track {}: the input has {}", number, languages.size()));
+        fmt::format("there is no subtitle track {}: the input has {}", number, languages.size()),
+        "subtitleTrack");
   }
   const bool hasLanguage = wanted.kind == TrackChoice::Kind::kLanguage;
   for (size_t i = 0; i < languages.size(); ++i)
@@ -85,9 +86,11 @@ size_t findTrack(const std::vector<std::string>& languages, const TrackChoice& w
   std::vector<std::string> known;
   for (size_t i = 0; i < languages.size(); ++i)
     known.push_back(fmt::format("{} in '{}'", i, languages[i]));
-  throw Failure::settings(fmt::format(
-      "no subtitle track is in the language '{}': {}", wanted.language,
-      known.empty() ? "the input has none" : fmt::format("there are {}", fmt::join(known, ", "))));
+  throw Failure::settings(
+      fmt::format("no subtitle track is in the language '{}': {}", wanted.language,
+                  known.empty() ? "the input has none"
+                                : fmt::format("there are {}", fmt::join(known, ", "))),
+      "subtitleTrack");
 }
 
 /// The container index of the subtitle stream that a user means.
@@ -168,7 +171,8 @@ void openSubtitleTrack(LMFFMovie& movie, const TrackChoice& track) {
   media->setSelectStreams(streams);
   media->open();
   if (!media->hasSubtitle())
-    throw Failure::input({}, fmt::format("subtitle track {} cannot be decoded", nameOf(track)));
+    throw Failure::input(video->source()->path(),
+                         fmt::format("subtitle track {} cannot be decoded", nameOf(track)));
   movie.setSubtitle(std::move(media));
 }
 

@@ -14,6 +14,8 @@
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
 #include "convert/pictures/PictureJob.h"
+#include "convert/pictures/PictureRules.h"
+#include "convert/settings/Require.h"
 
 namespace kestrel {
 
@@ -65,6 +67,7 @@ void drawLine(BitmapContext& surface, const Rect& box, const std::string& text, 
 }  // namespace
 
 int ContactSheet::pictureWidthFor(int columns, int sheetWidth) {
+  requireNumber("columns", columns, 1, kLongestSide);
   const double gaps = (columns + 1) * kGapShare;
   return std::max(1, static_cast<int>(sheetWidth / (columns + gaps)));
 }
@@ -73,6 +76,7 @@ ContactSheet::ContactSheet(Layout layout)
     : layout_(std::move(layout)),
       gap_(gapFor(layout_.pictureWidth)),
       captionHeight_(lineHeight(captionSize(layout_.pictureWidth))) {
+  require(layout_);
   const int64_t width = gap_ + int64_t{layout_.columns} * (int64_t{layout_.pictureWidth} + gap_);
   const int known = static_cast<int>(std::min(width, kLongestSide));
   headerHeight_ = gap_ + lineHeight(titleSize(known)) + lineHeight(factsSize(known));
@@ -80,7 +84,8 @@ ContactSheet::ContactSheet(Layout layout)
                          int64_t{layout_.rows} * (int64_t{layout_.pictureHeight} + captionHeight_) +
                          gap_;
   if (std::max(width, height) > kLongestSide)
-    throw Failure::settings(fmt::format("a sheet of {}x{} pixels is too large", width, height));
+    throw Failure::settings(fmt::format("a sheet of {}x{} pixels is too large", width, height),
+                            width > kLongestSide ? "columns" : "rows");
   surface_ = std::make_unique<BitmapContext>(known, static_cast<int>(height));
   if (!surface_->data()) throw std::bad_alloc();
   surface_->fillRect({{}, {static_cast<double>(width), static_cast<double>(height)}}, kGround,
@@ -151,8 +156,7 @@ std::string factsOf(const Pictures& pictures, int64_t length) {
 }  // namespace
 
 Report writeContactSheet(const ContactSheetSettings& settings, const Events& events) {
-  if (settings.columns < 1 || settings.rows < 1)
-    throw Failure::settings("a sheet has one column and one row at least");
+  require(settings);
   OutputFile file = claimedPicture(settings);
   PictureJob job(settings, settings.look, events);
   const int64_t length = job.length();

@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "convert/pictures/PictureJob.h"
+#include "convert/pictures/PictureRules.h"
 
 namespace kestrel {
 
@@ -21,6 +22,7 @@ constexpr int kEffectWidth = 640;  // at which effects are applied: their sizes 
 }  // namespace
 
 Report writeEffectSheet(const EffectSheetSettings& settings, const Events& events) {
+  require(settings);
   OutputFile file = claimedPicture(settings);
   PictureJob job(settings, {}, events);
   Pictures& pictures = job.pictures();

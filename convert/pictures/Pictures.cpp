@@ -19,6 +19,7 @@
 #include "convert/pictures/AutoCrop.h"
 #include "convert/pictures/PictureReader.h"
 #include "convert/probe/Input.h"
+#include "convert/settings/Require.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -45,6 +46,11 @@ std::shared_ptr<LMMediaSource> openPictures(const PicturesSettings& settings,
       std::make_shared<const std::vector<uint8_t>>(packet.data, packet.data + packet.size));
   openSource(*cover, settings.input, interrupt);
   return cover;
+}
+
+const PicturesSettings& checked(const PicturesSettings& settings) {
+  require(settings.look);
+  return settings;
 }
 
 Size wholePixels(Size size) {
@@ -83,7 +89,7 @@ class Pictures::Input {
 };
 
 Pictures::Input::Input(const PicturesSettings& settings, const Interrupt& interrupt)
-    : settings_(settings), source_(openPictures(settings, interrupt)) {
+    : settings_(checked(settings)), source_(openPictures(settings, interrupt)) {
   const std::string& path = settings.input;
   const MediaInfo info = mediaInfoOf(*source_);
   if (!info.mainVideo) throw Failure::input(path, fmt::format("'{}' has no pictures", path));
@@ -105,21 +111,26 @@ std::optional<int64_t> Pictures::Input::duration() const {
 }
 
 void Pictures::Input::setOutputSize(Size size) {
-  outputSize_ = size == Size{} ? size_ : wholePixels(size);
-  if (std::max(outputSize_.width, outputSize_.height) > kLongestSide)
-    throw Failure::settings(
-        fmt::format("a picture of {}x{} is too large", outputSize_.width, outputSize_.height),
-        "size");
+  const Size wanted = size == Size{} ? size_ : size;
+  for (const double side : {wanted.width, wanted.height})
+    if (!(side > 0 && side <= kLongestSide))
+      throw Failure::settings(
+          fmt::format("a picture of {}x{} cannot be drawn: a side has up to {} pixels",
+                      wanted.width, wanted.height, kLongestSide),
+          "size");
+  outputSize_ = wholePixels(wanted);
   look_.apply(movie_, outputSize_);
 }
 
 void Pictures::Input::setEffect(const std::string& name) {
+  requireEffect(name);
   settings_.look.effect = name;
   look_ = Look(settings_.look, pictures_.video, picture_);
   look_.apply(movie_, outputSize_);
 }
 
 std::shared_ptr<const Image> Pictures::Input::imageAt(int64_t time) {
+  time = std::max<int64_t>(time, 0);
   if (!reader_) reader_.emplace(movie_);
   lastAsked_ = std::max(lastAsked_, time);
   auto image = reader_->imageAt(time);

@@ -14,6 +14,8 @@
 #include <kestrel/convert/ContactSheet.h>
 #include <kestrel/convert/Failure.h>
 #include "convert/pictures/PictureJob.h"
+#include "convert/pictures/PictureRules.h"
+#include "convert/settings/Require.h"
 
 namespace kestrel {
 
@@ -53,20 +55,25 @@ int64_t usualSpan(int64_t duration) {
   constexpr std::array<int64_t, 7> kSeconds{1, 2, 5, 10, 15, 20, 30};
   for (const int64_t seconds : kSeconds)
     if (duration <= seconds * kSecond * kUsualCount) return seconds * kSecond;
-  return (duration + kMinute * kUsualCount - 1) / (kMinute * kUsualCount) * kMinute;
+  return ((duration - 1) / (kMinute * kUsualCount) + 1) * kMinute;
 }
 
 SpritePlan planSprites(int64_t duration, int64_t span, int width, int height) {
+  if (duration < 0) refuse("duration", "it is below 0");
+  if (span <= 0) refuse("span", "pictures must be some time apart");
+  requireNumber("width", width, 1, kLongestSide);
+  requireNumber("height", height, 1, kLongestSide);
   // A rest much shorter than the others gets no picture of its own.
   const bool hasRest = duration % span > std::min(span / 10, kShortestRest);
   const int64_t count = std::max<int64_t>(duration / span + (hasRest ? 1 : 0), 1);
   const int64_t columns = std::min<int64_t>(count, kColumns);
   const int64_t rows = (count + columns - 1) / columns;
-  if (std::max(columns * width, rows * height) > kLongestSide)
+  if (rows > kLongestSide || std::max(columns * width, rows * height) > kLongestSide)
     throw Failure::settings(
         fmt::format("{} pictures of {}x{} are too many for one sheet: choose a longer step or a "
                     "smaller size",
-                    count, width, height));
+                    count, width, height),
+        "span");
   SpritePlan plan{.sprites = {},
                   .columns = static_cast<int>(columns),
                   .rows = static_cast<int>(rows),
@@ -90,8 +97,7 @@ std::string spriteText(const SpritePlan& plan, const std::string& sheet) {
 }
 
 Report writeSprites(const SpritesSettings& settings, const Events& events) {
-  if (settings.every && *settings.every <= 0)
-    throw Failure::settings("every: pictures must be some time apart", "every");
+  require(settings);
   const std::filesystem::path sheet = settings.output;
   OutputFile file = claimedPicture(settings);
   OutputFile text(std::filesystem::path(sheet).replace_extension(".vtt").string(),

@@ -4,6 +4,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include "convert/pictures/PictureJob.h"
+#include "convert/pictures/PictureRules.h"
 
 namespace kestrel {
 
@@ -25,6 +26,7 @@ int64_t timeOf(const ThumbnailSettings& settings, PictureJob& job) {
 }  // namespace
 
 Report writeThumbnail(const ThumbnailSettings& settings, const Events& events) {
+  require(settings);
   OutputFile file = claimedPicture(settings);
   PictureJob job(settings, settings.look, events);
   const int64_t time = timeOf(settings, job);

@@ -1,24 +1,22 @@
 #include "convert/plan/ConversionPlanner.h"
 
-#include <kestrel/LMDVDTitleSource.h>
+#include <kestrel/LMMediaSource.h>
 #include <kestrel/LibMedia.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <iterator>
-#include <string_view>
-#include <system_error>
+#include <limits>
 #include <utility>
 #include <vector>
 
 #include <kestrel/convert/Failure.h>
-#include <kestrel/convert/Text.h>
 #include "convert/look/Look.h"
+#include "convert/plan/PlanRules.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Streams.h"
+#include "convert/settings/Require.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -32,6 +30,7 @@ namespace {
 
 constexpr double kSquareTolerance = 0.01;  // pixels this close to square are square
 constexpr int64_t kEngineRate = 44100;     // the movie's own sound
+constexpr double kWorstQuality = 51;       // of the H.264 and HEVC encoders
 
 struct Shape {
   int width = 0;
@@ -89,9 +88,9 @@ bool canSignalFullRange(AVCodecID codec) {
 }
 
 /// The colours of the output: the source's own, told in full, in a form that the codec can signal.
-LMFFVideoColor outputColor(const AVStream& stream, const Shape& shape, AVCodecID codec) {
+VideoColor outputColor(const AVStream& stream, const Shape& shape, AVCodecID codec) {
   const AVCodecParameters& source = *stream.codecpar;
-  LMFFVideoColor color = lm_resolved_video_color(
+  VideoColor color = lm_resolved_video_color(
       {source.color_primaries, source.color_trc, source.color_space, source.color_range},
       source.format, source.height);
   if (color.matrix == AVCOL_SPC_RGB) {
@@ -138,11 +137,14 @@ class Planner {
       plan_.start = std::max(plan_.start, picturesBegin());
     plan_.end = settings_.end;
     if (settings_.chapters) planChapters(*settings_.chapters);
-    if (settings_.duration) plan_.end = plan_.start + *settings_.duration;
+    constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
+    if (settings_.duration)
+      plan_.end = plan_.start + std::min(*settings_.duration, kNever - plan_.start);
+    plan_.keepsMetadata = settings_.keepsMetadata;
     if (plan_.video == StreamAction::kEncode) planVideo();
     if (plan_.audio == StreamAction::kEncode) planAudio();
-    requireCopiesFit();
     planMuxer();
+    requirePlan(plan_, source_, settings_.output);
     return plan_;
   }
 
@@ -178,8 +180,6 @@ class Planner {
     if (plan_.audio == StreamAction::kNone) plan_.audioIndexes.clear();
     for (uint32_t track = 0; track < plan_.audioIndexes.size(); ++track)
       plan_.audioTracks.insert(track);
-    if (plan_.audio == StreamAction::kCopy && plan_.audioTracks.size() > 1)
-      throw Failure::settings("only one audio track can be copied at a time");
     if (plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone)
       throw Failure::output(
           settings_.output,
@@ -201,7 +201,7 @@ class Planner {
       throw Failure::settings(
           count == 0 ? std::string("chapters: the input has no chapters")
                      : fmt::format("there is no chapter {}: the input has {}", range.last, count),
-          count == 0 ? "chapters" : "");
+          "chapters");
     const int64_t begin = input_.start_time == AV_NOPTS_VALUE ? 0 : input_.start_time;
     const auto toMovie = [&](int64_t time, const AVChapter& chapter) {
       return std::max<int64_t>(av_rescale_q(time, chapter.time_base, AV_TIME_BASE_Q) - begin, 0);
@@ -220,17 +220,17 @@ class Planner {
     requireEncodable(container_, codec, settings_.output);
     AVStream& stream = *input_.streams[*plan_.videoIndex];
     plan_.look = settings_.look;
+    plan_.deinterlacing = settings_.deinterlacing.value_or(source_.isDVD() ? Deinterlacing::kAuto
+                                                                           : Deinterlacing::kOff);
     plan_.picture = picture_;
     const Shape shape = outputShape(settings_, Look(settings_.look, videoInfoOf(stream), picture_));
     const Rational wanted = settings_.fps.value_or(realFrameRate(stream));
     const AVRational rate = supportedRate({wanted.num, wanted.den}, *avcodec_find_encoder(codec));
-    plan_.rate = {rate.num, rate.den};
     plan_.format.video_codec = codec;
     plan_.format.width = shape.width;
     plan_.format.height = shape.height;
     plan_.format.aspect = static_cast<float>(shape.aspect);
-    plan_.format.framerate = rate.num;
-    plan_.format.frameTime = rate.den;
+    plan_.setRate({rate.num, rate.den});
     plan_.format.video_bitrate =
         settings_.videoBitrate.value_or(videoBitrateFor(shape, av_q2d(rate), codec));
     plan_.color = outputColor(stream, shape, codec);
@@ -239,17 +239,18 @@ class Planner {
 
   void planVideoOptions(AVRational rate) {
     auto& options = plan_.videoOptions;
-    if (plan_.format.video_codec == AV_CODEC_ID_H264)
+    const AVCodecID codec = static_cast<AVCodecID>(plan_.format.video_codec);
+    const bool hasPresets = codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC;
+    if (codec == AV_CODEC_ID_H264)
       options["g"] = std::to_string(std::max(1L, std::lround(2 * av_q2d(rate))));
     if (settings_.crf) {
+      if (hasPresets) requireNumber("crf", *settings_.crf, 0, kWorstQuality);
       options["crf"] = fmt::format("{}", *settings_.crf);
-      if (!settings_.videoBitrate) options.insert_or_assign("b", std::string(1, '0'));
+      options["b"] = "0";
     }
     if (!settings_.encoderPreset.empty()) options["preset"] = settings_.encoderPreset;
     for (const auto& [key, value] : settings_.videoOptions) options[key] = value;
-    const AVCodecID codec = static_cast<AVCodecID>(plan_.format.video_codec);
-    if (options.contains("preset") && (codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC))
-      requirePreset(options["preset"]);
+    if (hasPresets && options.contains("preset")) requirePreset(options["preset"]);
   }
 
   void planAudio() {
@@ -266,6 +267,7 @@ class Planner {
     const int channels = lm_get_channel_layout_nb_channels(layout);
     plan_.format.audio_bitrate = settings_.audioBitrate.value_or(96000 * channels);
     plan_.audioOptions = settings_.audioOptions;
+    plan_.volume = settings_.volume;
   }
 
   int64_t audioLayout() const {
@@ -275,15 +277,6 @@ class Planner {
       return input_.streams[indexes[track]]->codecpar->ch_layout.nb_channels == 1;
     });
     return lm_get_default_channel_layout(isMono ? 1 : 2);
-  }
-
-  void requireCopiesFit() {
-    const auto require = [&](uint32_t index) {
-      requireContainerTakes(container_, *input_.streams[index], settings_.output);
-    };
-    if (plan_.video == StreamAction::kCopy) require(*plan_.videoIndex);
-    if (plan_.audio == StreamAction::kCopy)
-      require(*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin()));
   }
 
   /// The index comes first, so that a player can start before the whole file is there.

@@ -219,12 +219,15 @@ std::optional<int64_t> Player::duration() const { return playback_->duration(); 
 void Player::seek(int64_t time) { playback_->seek(time); }
 
 void Player::setRate(double rate) {
+  if (std::isnan(rate)) return;
   playback_->movie().setRate(static_cast<float>(std::clamp(rate, kSlowest, kFastest)));
 }
 
 double Player::rate() const { return playback_->movie().rate(); }
 
-void Player::setVolume(double volume) { playback_->movie().setPlayVolume(std::max(volume, 0.0)); }
+void Player::setVolume(double volume) {
+  if (!std::isnan(volume)) playback_->movie().setPlayVolume(std::max(volume, 0.0));
+}
 
 float Player::takePeak(int channel) {
   return playback_->movie().audioOutputGraph()->graph().takePeak(channel);

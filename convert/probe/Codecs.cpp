@@ -90,11 +90,12 @@ AVCodecID codecByName(const std::string& name, AVMediaType type) {
   if (id == AV_CODEC_ID_NONE)
     if (const AVCodec* encoder = avcodec_find_encoder_by_name(wanted.c_str())) id = encoder->id;
   const auto codec = static_cast<AVCodecID>(id);
+  const std::string setting = type == AVMEDIA_TYPE_VIDEO ? "videoCodec" : "audioCodec";
   if (codec == AV_CODEC_ID_NONE || avcodec_get_type(codec) != type)
     throw Failure::settings(
-        fmt::format("unknown {} codec '{}'", av_get_media_type_string(type), name));
+        fmt::format("unknown {} codec '{}'", av_get_media_type_string(type), name), setting);
   if (!avcodec_find_encoder(codec))
-    throw Failure::settings(fmt::format("there is no encoder for '{}'", name));
+    throw Failure::settings(fmt::format("there is no encoder for '{}'", name), setting);
   return codec;
 }
 
@@ -104,7 +105,7 @@ void requirePreset(const std::string& name) {
                                                  "veryslow",  "placebo"};
   if (!std::ranges::count(kPresets, name))
     throw Failure::settings(
-        fmt::format("unknown preset '{}'{}", name, nearestNames(name, kPresets)));
+        fmt::format("unknown preset '{}'{}", name, nearestNames(name, kPresets)), "encoderPreset");
 }
 
 const AVOutputFormat& outputFormatFor(const std::string& path) {
@@ -113,7 +114,8 @@ const AVOutputFormat& outputFormatFor(const std::string& path) {
   const AVOutputFormat* format =
       av_guess_format(nullptr, isRingtone ? ".m4a" : path.c_str(), nullptr);
   if (!format)
-    throw Failure::settings(fmt::format("cannot tell the format of '{}' by its name", path));
+    throw Failure::settings(fmt::format("cannot tell the format of '{}' by its name", path),
+                            "output");
   return *format;
 }
 

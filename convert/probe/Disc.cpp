@@ -138,12 +138,13 @@ DiscTitle chooseTitle(const LMDVD& disc, int wanted) {
   }
   const auto count = static_cast<int>(disc.numberedTitles().size());
   if (wanted < 1 || wanted > count)
-    throw Failure::settings(fmt::format("there is no title {}: the disc has {}", wanted, count));
+    throw Failure::settings(fmt::format("there is no title {}: the disc has {}", wanted, count),
+                            "title");
   const auto chosen = std::ranges::find(titles, wanted, &DiscTitle::number);
   if (chosen != titles.end()) return *chosen;
   const auto& lost = disc.numberedTitles()[wanted - 1];
   throw Failure::input(
-      {},
+      disc.path(),
       fmt::format("title {} cannot be read: {}", wanted,
                   lost.set ? "its program chain is empty or damaged"
                            : fmt::format("title set {}, which holds it, is lost", lost.title_set)));

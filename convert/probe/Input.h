@@ -17,7 +17,7 @@ class LMMediaSource;
 /// whoever reads it asks by `isInterrupted`.
 ///
 /// Throws `Failure` with one sentence when that can't be done. A disc without a title is a fault of
-/// the settings, and so is a title of a file.
+/// the settings; what is no disc, a title being asked for, is a fault of the input.
 std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<int> title,
                                          const Interrupt& interrupt);
 

@@ -166,9 +166,11 @@ IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source) {
     for (const uint32_t number : wanted.numbers) {
       if (number >= tracks.size())
         throw Failure::settings(
-            fmt::format("there is no audio track {}: the input has {}", number, tracks.size()));
+            fmt::format("there is no audio track {}: the input has {}", number, tracks.size()),
+            "audioTracks");
       if (!tracks[number])
-        throw Failure::input({}, fmt::format("audio track {} is not in the title's VOBs", number));
+        throw Failure::input(source.path(),
+                             fmt::format("audio track {} is not in the title's VOBs", number));
       chosen.insert(*tracks[number]);
     }
     return chosen;
@@ -176,7 +178,8 @@ IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source) {
   chosen = firstWhere(
       [&](const AVStream& stream) { return isSameLanguage(languageOf(stream), wanted.language); });
   if (chosen.empty())
-    throw Failure::settings(fmt::format("there is no audio track in '{}'", wanted.language));
+    throw Failure::settings(fmt::format("there is no audio track in '{}'", wanted.language),
+                            "audioTracks");
   return chosen;
 }
 

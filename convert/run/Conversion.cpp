@@ -23,6 +23,8 @@
 #include "convert/feed/Tracks.h"
 #include "convert/pictures/AutoCrop.h"
 #include "convert/plan/ConversionPlanner.h"
+#include "convert/plan/PlanRules.h"
+#include "convert/plan/SettingsRules.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/Streams.h"
@@ -54,7 +56,7 @@ std::optional<double> knownLength(int64_t span) {
 /// Says what of a disc was lost where it matters: another title may have been meant, for the disc's
 /// main one, or whatever had the number, may be among it.
 void judgeDisc(Report& report, const ConversionSettings& settings, const LMMediaSource& source) {
-  const auto* title = dynamic_cast<const LMDVDTitleSource*>(&source);
+  const auto* title = dynamic_cast<const DVDTitleSource*>(&source);
   if (!title) return;
   const std::string damage = damageOf(*title->dvd());
   const bool matters = settings.title == kMainTitle || !title->dvd()->hasTitleTable();
@@ -66,7 +68,9 @@ void judgeDisc(Report& report, const ConversionSettings& settings, const LMMedia
 
 class Conversion::Work {
  public:
-  explicit Work(ConversionSettings settings) : settings_(std::move(settings)) {}
+  explicit Work(ConversionSettings settings) : settings_(std::move(settings)) {
+    require(settings_);
+  }
 
   ConversionPlan& plan(const Events& events) {
     if (source_) return plan_;
@@ -90,9 +94,12 @@ class Conversion::Work {
 
  private:
   Report convert() {
+    if (hasRun_) throw Failure::settings("a conversion runs once: make another one", "run");
     plan(events_);
+    requirePlan(plan_, *source_, settings_.output);
     source_->setInterrupt(events_.interrupt);
     OutputFile target(settings_.output, settings_.replaces, settings_.input);
+    hasRun_ = true;
     openMovie();
     openOutput(target.path());
     pump();
@@ -111,8 +118,9 @@ class Conversion::Work {
   }
 
   void openMovie() {
-    IndexSet streams = plan_.audioIndexes;
-    if (plan_.videoIndex) streams.insert(*plan_.videoIndex);
+    IndexSet streams;
+    if (plan_.audio != StreamAction::kNone) streams = plan_.audioIndexes;
+    if (plan_.video != StreamAction::kNone) streams.insert(*plan_.videoIndex);
     const auto medias = createMedias(streams);
     if (medias.empty())
       throw Failure::input(
@@ -121,17 +129,18 @@ class Conversion::Work {
     movie_.setExportMovie(true);
     movie_.setCopy_video_stream(plan_.video == StreamAction::kCopy);
     movie_.setCopy_audio_stream(plan_.audio == StreamAction::kCopy);
-    movie_.setVolume(settings_.volume);
+    movie_.setVolume(plan_.volume);
     movie_.openMedias(medias);
     // A disc's tracks go by other numbers there; only the chosen ones are open anyway.
     if (!source_->isDVD()) movie_.setSelectAudioStreams(plan_.audioTracks);
-    deinterlace();
+    for (const auto& media : movie_.videos())
+      media->videoStream()->setDeinterlacing(plan_.deinterlacing);
     applyLook();
     if (!movie_.hasVideo()) plan_.video = StreamAction::kNone;
     if (!movie_.hasAudio()) plan_.audio = StreamAction::kNone;
     if (movie_.duration() > 0 && plan_.start >= movie_.duration())
-      throw Failure::settings(
-          fmt::format("the start lies behind the end of '{}'", settings_.input));
+      throw Failure::settings(fmt::format("the start lies behind the end of '{}'", settings_.input),
+                              "start");
   }
 
   void applyLook() {
@@ -142,12 +151,6 @@ class Conversion::Work {
     if (isPlain_) return;
     look.apply(movie_,
                {static_cast<double>(plan_.format.width), static_cast<double>(plan_.format.height)});
-  }
-
-  void deinterlace() {
-    const auto byDefault = source_->isDVD() ? Deinterlacing::kAuto : Deinterlacing::kOff;
-    for (const auto& media : movie_.videos())
-      media->videoStream()->setDeinterlacing(settings_.deinterlacing.value_or(byDefault));
   }
 
   /// Sound and pictures come from a reader each, so that neither waits for the other's decoding.
@@ -163,7 +166,7 @@ class Conversion::Work {
 
   void openOutput(const std::string& path) {
     setUpOutput(output_, plan_, path, events_.interrupt);
-    if (settings_.keepsMetadata) keepMetadata();
+    if (plan_.keepsMetadata) keepMetadata();
     openStreams();
     output_.startOutput();
     requireOutput(output_, settings_.output);
@@ -184,8 +187,9 @@ class Conversion::Work {
     const AVFormatContext& input = *source_->formatContext();
     output_.setMetadata(tagsOf(input.metadata));
     output_.setChapters(chaptersOf(input, plan_.start, plan_.end.value_or(INT64_MAX)));
-    if (plan_.videoIndex) output_.setVideoMetadata(languageTag(*input.streams[*plan_.videoIndex]));
-    if (!plan_.audioTracks.empty())
+    if (plan_.video != StreamAction::kNone)
+      output_.setVideoMetadata(languageTag(*input.streams[*plan_.videoIndex]));
+    if (plan_.audio != StreamAction::kNone)
       output_.setAudioMetadata(languageTag(
           *input.streams[*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())]));
   }
@@ -298,6 +302,7 @@ class Conversion::Work {
   ConversionSettings settings_;
   std::shared_ptr<LMMediaSource> source_;
   ConversionPlan plan_;
+  bool hasRun_ = false;
   Events events_;
   bool isPlain_ = true;  // the pictures go to the encoder as they were decoded
   LMFFMovie movie_;

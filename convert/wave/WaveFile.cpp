@@ -146,7 +146,7 @@ void writeWavePicture(const Waveform& waveform, int width, int height, OutputFil
   const auto image = BitmapImage::borrowing(context.data(), width, height, context.bytesPerRow());
   const auto bytes = encodedBitmapImage(*image, PictureFormat::kPNG);
   if (!bytes)
-    throw Failure::settings(fmt::format("a picture of {}x{} is too large", width, height));
+    throw Failure::settings(fmt::format("a picture of {}x{} is too large", width, height), "width");
   target.write(*bytes);
 }
 

@@ -16,6 +16,7 @@
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/wave/WaveFile.h"
+#include "convert/wave/WaveRules.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -112,6 +113,7 @@ Report drawAndWrite(const WaveformFileSettings& settings, const Events& events) 
 
 DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& settings,
                            const Events& events) {
+  require(settings);
   return unlessInterrupted(
       [&] {
         return draw(input, openInput(input, std::nullopt, events.interrupt), settings, events);
@@ -129,6 +131,7 @@ WaveformFileSettings::Form waveformFormOf(const std::string& output) {
 }
 
 Report writeWaveform(const WaveformFileSettings& settings, const Events& events) {
+  require(settings);
   return unlessInterrupted([&] { return drawAndWrite(settings, events); }, Report::interrupted());
 }
 

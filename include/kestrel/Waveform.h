@@ -38,7 +38,7 @@ struct Waveform {
 };
 
 struct WaveformSettings {
-  /// As many, as a whole number of samples comes to.
+  /// As many, above 0, as a whole number of samples comes to.
   double pointsPerSecond = 100;
 
   /// The sound tracks to read, by their numbers among the input's sound tracks; absent: the one

@@ -14,7 +14,7 @@ namespace kestrel {
 struct Placement {
   std::string path = {};
   int32_t track = 0;    ///< the stream's index in the file
-  double position = 0;  ///< seconds
+  double position = 0;  ///< seconds, from 0 up to a week
   double rate = 1;      ///< kept for other programs; packets are copied as they are
 
   bool operator==(const Placement&) const = default;
@@ -37,8 +37,8 @@ struct CompositionSettings {
 
 /// Puts streams of several files on one time line by copying their packets; nothing is encoded
 /// anew but pictures that need hidden ones, which `events.note` and `Report::encoded` tell. Throws
-/// `Failure` when it can't be done; the output appears only when it is whole. Blocks until it is
-/// done; several run side by side.
+/// `Failure` when it can't be done, also where the output is one of the files; it appears only when
+/// it is whole. Blocks until it is done; several run side by side.
 KESTREL_API Report compose(const CompositionSettings& settings, const Events& events = {});
 
 /// Opens the placed streams' files, as `compose` does, and throws `Failure` for one that cannot be.

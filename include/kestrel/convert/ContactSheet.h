@@ -19,18 +19,20 @@ namespace kestrel {
 class KESTREL_API ContactSheet {
  public:
   struct Layout {
-    int columns = 1;
+    int columns = 1;  ///< at least 1, as all these numbers
     int rows = 1;
     int pictureWidth = 1;  ///< pixels
     int pictureHeight = 1;
-    std::string title;
-    std::string facts;
+    std::string title = {};
+    std::string facts = {};
   };
 
-  /// Throws a `Failure` for a sheet beyond 32768 pixels a side, std::bad_alloc without memory.
+  /// Throws a `Failure` for a number below 1 and for a sheet beyond 32768 pixels a side,
+  /// std::bad_alloc without memory.
   explicit ContactSheet(Layout layout);
 
-  /// The width of a picture with which a sheet of so many columns is `sheetWidth` pixels wide.
+  /// The width of a picture with which a sheet of so many columns (at least 1) is `sheetWidth`
+  /// pixels wide; at least 1.
   static int pictureWidthFor(int columns, int sheetWidth);
 
   /// Puts a picture into the next place, from left to right, then downwards; beyond the last place

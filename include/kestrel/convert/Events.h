@@ -9,6 +9,10 @@ namespace kestrel {
 
 /// A question that long waits ask often, from several threads: true ends the work soon. An empty
 /// function means: never.
+///
+/// What answers a `Report` (`Conversion::run`, `join`, `compose` and the calls that write pictures
+/// or waveforms) then answers one that says `kInterrupted`; what answers anything else
+/// (`Conversion::plan`, `Pictures`, `Player`, `readMediaInfo`) throws a `Failure` that does.
 using Interrupt = std::function<bool()>;
 
 /// How far a piece of work is.
@@ -18,7 +22,9 @@ struct Progress {
   int64_t pictures = 0;                 ///< pictures done
 };
 
-/// What a host wants to be told and asked while something runs. Each member may be empty.
+/// What a host wants to be told and asked while something runs. Each member may be empty. What
+/// `progress` and `note` throw ends the work and arrives at the caller; `interrupt` is also asked
+/// from within libraries that know no exceptions, and throws none.
 struct Events {
   Interrupt interrupt = {};
 

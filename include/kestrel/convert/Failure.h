@@ -22,8 +22,7 @@ class KESTREL_API Failure : public std::runtime_error {
     kInterrupted,  ///< the host's `Events::interrupt` said so
   };
 
-  /// `subject`: what it is about: a file's path, or for `kSettings` the name of the setting, ""
-  /// where it is about no single one.
+  /// `subject`: what it is about: a file's path, or for `kSettings` the name of the setting.
   Failure(Kind kind, const std::string& sentence, std::string subject = {});
   ~Failure() override;
 

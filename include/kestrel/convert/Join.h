@@ -14,7 +14,7 @@ namespace kestrel {
 /// One input of a join.
 struct JoinInput {
   std::string path = {};
-  double position = -1;  ///< where it starts in the output, seconds; below 0: right behind
+  double position = -1;  ///< where it starts, seconds, up to a week; below 0: right behind
   double rate = 1;       ///< how fast it plays, 0.01 to 100
 };
 
@@ -31,8 +31,10 @@ struct JoinSettings {
   bool replaces = false;  ///< an existing target may be replaced
   Reencode reencode = Reencode::kAuto;
 
-  /// The format of what is encoded anew: codecs, size, rates. What is left open is the first
-  /// input's; inputs, output and span of it do not count.
+  /// The format of what is encoded anew: codecs and their options, size, shape, rates, sound's
+  /// layout. What is left open is the first input's. The rest of such a record (its files, span,
+  /// tracks, look, volume, deinterlacing, and what becomes of a stream) has no sense here and is
+  /// refused where it is set.
   ConversionSettings format = {};
 
   /// Told what fits and what does not, as a table for people, before anything is written.

@@ -51,13 +51,15 @@ class KESTREL_API Pictures {
   Size size() const;
 
   /// Has pictures come out in a size, whole pixels: stretched to it, or as the look's zoom says.
-  /// `{}` is their own. Throws a `Failure` for a side above 32768.
+  /// `{}` is their own. Throws a `Failure` for a side that is not above 0 and up to 32768.
   void setOutputSize(Size size);
 
-  /// Changes the look's named effect; "" is none.
+  /// Changes the look's named effect; "" is none. Throws a `Failure` for one that is not in the
+  /// catalogue.
   void setEffect(const std::string& name);
 
-  /// The picture shown at a time, as pixels. Throws a `Failure` when there is none at all, and when
+  /// The picture shown at a time, as pixels: before 0 the first one, behind the end the last one.
+  /// Throws a `Failure` when there is none at all, and when
   /// interrupted; std::bad_alloc without memory for it.
   std::shared_ptr<const BitmapImage> pictureAt(int64_t time);
 

@@ -61,15 +61,16 @@ class KESTREL_API Player {
   /// Goes to a time, no further than the ends.
   void seek(int64_t time);
 
-  /// The tempo, the pitch staying as it is; a rate out of range is brought into it.
+  /// The tempo, the pitch staying as it is; a rate out of range is brought into it, and what is no
+  /// number changes nothing.
   void setRate(double rate);
   double rate() const;
 
-  /// A factor on the loudness, not below 0.
+  /// A factor on the loudness; below 0 it is 0, and what is no number changes nothing.
   void setVolume(double volume);
 
-  /// The loudest sample of a channel (0 left, 1 right) that was played since the last call; 1 is
-  /// full scale.
+  /// The loudest sample of a channel (0 left, 1 right; 0 of any other) that was played since the
+  /// last call; 1 is full scale.
   float takePeak(int channel);
 
   /// Whether it plays without being heard, since there is no device.

@@ -32,10 +32,12 @@ struct SpritePlan {
 };
 
 /// The span that gives a movie at most a hundred pictures, of those that people count in: 1, 2, 5,
-/// 10, 15, 20 or 30 seconds, or whole minutes.
+/// 10, 15, 20 or 30 seconds, or whole minutes. A second for a duration below 0.
 KESTREL_API int64_t usualSpan(int64_t duration);
 
-/// Throws a `Failure` of the settings when the sheet would be larger than what players show.
+/// Cuts a movie of a duration (0 or more) into spans (above 0), with pictures of 1 to 16384 pixels
+/// a side. Throws a `Failure` of the settings for what is not in these ranges, and where the sheet
+/// would be larger than what players show, 16384 pixels a side.
 KESTREL_API SpritePlan planSprites(int64_t duration, int64_t span, int width, int height);
 
 /// The spans as WebVTT, each with its part of the picture file `sheet`, a name beside the text's

@@ -34,7 +34,7 @@ struct WaveformFileSettings {
   bool replaces = false;  ///< an existing target may be replaced
   Form form = Form::kJson;
   int bits = 16;                   ///< of a number in JSON and data: 8 or 16
-  int width = 1200, height = 240;  ///< of a picture, pixels
+  int width = 1200, height = 240;  ///< of a picture: 1 to 16384 pixels, 2^27 in all
   WaveformSettings waveform = {};  ///< a picture gets a point for each of its columns at least
 };
 

@@ -1,0 +1,153 @@
+#include "convert/settings/Require.h"
+
+#include <kestrel/EffectManager.h>
+#include <kestrel/LMFFFormat.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include <kestrel/convert/Disc.h>
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
+
+namespace kestrel {
+
+namespace {
+
+constexpr int kLongestSide = 65535;  // pixels
+constexpr int kFastestRate = 1000;   // pictures per second
+constexpr double kNarrowest = 0.01;  // width / height
+constexpr double kWidest = 100;
+constexpr int kLowestSampleRate = 1000;  // Hz
+constexpr int kHighestSampleRate = 768000;
+constexpr double kLoudest = 1000;  // 60 dB: more than any recording is too quiet by
+constexpr double kStrongestColor = 10;
+constexpr double kHighestSubtitles = 0.9;  // at 1 there is no room for a text
+constexpr double kWidestOutline = 100;     // pixels
+constexpr double kLargestFont = 10000;     // pixels
+constexpr double kLargestScale = 100;
+
+void requireWatermark(const Watermark& mark) {
+  const bool isPlaced = std::isfinite(mark.x) && std::isfinite(mark.y);
+  const bool isPossible = isPlaced && mark.scale > 0 && mark.scale <= kLargestScale &&
+                          mark.opacity >= 0 && mark.opacity <= 1;
+  if (isPossible) return;
+  refuse("watermark",
+         fmt::format("'{}:{},{},{},{}' is not possible: a scale is above 0 and up to {}, an "
+                     "opacity from 0 to 1",
+                     mark.path, mark.x, mark.y, mark.scale, mark.opacity, kLargestScale));
+}
+
+void requireSubtitles(const LookSettings& look) {
+  if (!look.subtitles.empty() && look.subtitleTrack)
+    refuseBeside("subtitles", "a track of the input's own");
+  if (look.subtitleTrack) requireChoice("subtitleTrack", *look.subtitleTrack);
+  requireNumber("subtitlePosition", look.subtitlePosition, 0, kHighestSubtitles);
+  if (look.subtitleOutline)
+    requireNumber("subtitleOutline", *look.subtitleOutline, 0, kWidestOutline);
+  if (look.subtitleFont) requireNumber("subtitleFont", look.subtitleFont->size, 1, kLargestFont);
+  if (const auto& color = look.subtitleColor)
+    for (const double part : {color->red, color->green, color->blue, color->alpha})
+      requireNumber("subtitleColor", part, 0, 1);
+}
+
+}  // namespace
+
+void refuse(const std::string& setting, const std::string& why) {
+  throw Failure::settings(setting + ": " + why, setting);
+}
+
+void refuseBeside(const std::string& setting, const std::string& other) {
+  refuse(setting, other + " says the same thing; give one of them");
+}
+
+void requireChoice(const std::string& setting, const TrackChoice& choice) {
+  using Kind = TrackChoice::Kind;
+  requireOneOf(setting, choice.kind, {Kind::kUsual, Kind::kAll, Kind::kNumbers, Kind::kLanguage});
+  if (choice.kind == Kind::kNumbers && choice.numbers.empty())
+    refuse(setting, "no track is numbered");
+  if (choice.kind == Kind::kLanguage && choice.language.empty())
+    refuse(setting, "no language is named");
+}
+
+void requireTitle(const std::optional<int>& title) {
+  if (title && *title < 0 && *title != kMainTitle)
+    refuse("title", fmt::format("'{}' is neither a number from 1 nor the main one", *title));
+}
+
+void requireNone(const std::vector<std::pair<const char*, bool>>& given, const std::string& where) {
+  for (const auto& [setting, isGiven] : given)
+    if (isGiven) refuse(setting, "it does nothing where " + where);
+}
+
+void requireEffect(const std::string& effect) {
+  if (effect.empty()) return;
+  const auto names = EffectManager::allFilterNames();
+  if (!std::ranges::count(names, effect))
+    refuse("effect", fmt::format("there is no effect '{}'{}", effect, nearestNames(effect, names)));
+}
+
+void requireNumber(const std::string& setting, double number, double low, double high) {
+  if (!(number >= low && number <= high))
+    refuse(setting, fmt::format("'{}' is not a number from {} to {}", number, low, high));
+}
+
+void requireRate(const std::string& setting, Rational rate) {
+  const bool isRate = rate.num > 0 && rate.den > 0 && rate.num <= int64_t{rate.den} * kFastestRate;
+  if (!isRate)
+    refuse(setting, fmt::format("'{}/{}' is not above 0 and up to {} pictures per second", rate.num,
+                                rate.den, kFastestRate));
+}
+
+void requireSide(const std::string& setting, int pixels) {
+  requireNumber(setting, pixels, 1, kLongestSide);
+}
+
+void requireAspect(const std::string& setting, double aspect) {
+  requireNumber(setting, aspect, kNarrowest, kWidest);
+}
+
+void requireBitRate(const std::string& setting, int bitsPerSecond) {
+  requireNumber(setting, bitsPerSecond, 1, std::numeric_limits<int>::max());
+}
+
+void requireSampleRate(const std::string& setting, int rate) {
+  requireNumber(setting, rate, kLowestSampleRate, kHighestSampleRate);
+}
+
+void requireLayout(const std::string& setting, int64_t mask) {
+  if (mask <= 0) refuse(setting, fmt::format("'{}' is no mask of channels", mask));
+}
+
+void requireVolume(const std::string& setting, double volume) {
+  requireNumber(setting, volume, 0, kLoudest);
+}
+
+void require(const LookSettings& look) {
+  if (const auto& crop = look.crop) {
+    if (look.autoCrop) refuseBeside("crop", "leaving black bars out");
+    if (crop->x < 0 || crop->y < 0 || crop->width <= 0 || crop->height <= 0)
+      refuse("crop", fmt::format("'{},{},{}x{}' is not an area within the picture", crop->x,
+                                 crop->y, crop->width, crop->height));
+  }
+  whereGiven("zoom", look.zoom, [](const std::string& setting, Zoom zoom) {
+    requireOneOf(setting, zoom,
+                 {Zoom::kStretch, Zoom::kFit, Zoom::k16To9, Zoom::k4To3, Zoom::kFillWidth});
+  });
+  if (look.displayAspect != 0) requireAspect("displayAspect", look.displayAspect);
+  if (!std::isfinite(look.rotate)) refuse("rotate", "the angle must be finite");
+  for (const auto& [setting, value] : {std::pair{"saturation", look.saturation},
+                                       {"brightness", look.brightness},
+                                       {"contrast", look.contrast},
+                                       {"hue", look.hue}})
+    requireNumber(setting, value, 0, kStrongestColor);
+  requireEffect(look.effect);
+  if (look.watermark) requireWatermark(*look.watermark);
+  requireSubtitles(look);
+}
+
+}  // namespace kestrel

@@ -1,0 +1,159 @@
+#include <kestrel/convert/Conversion.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <kestrel/convert/Failure.h>
+#include "tests/support/Ffprobe.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+constexpr int64_t kSecond = 1'000'000;
+
+/// The stream of a kind that ffprobe finds in a file.
+nlohmann::json streamOf(const std::string& file, const std::string& kind) {
+  const nlohmann::json told = ffprobeJson(file);
+  for (const auto& stream : told["streams"])
+    if (stream["codec_type"] == kind) return stream;
+  return {};
+}
+
+/// What ffmpeg decodes of a file, in the form that `arguments` say.
+std::string decoded(const std::string& file, std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {"ffmpeg", "-v", "error", "-nostdin", "-i", file});
+  arguments.push_back("-");
+  return run(arguments).out;
+}
+
+class ConversionPlanning : public testing::Test {
+ protected:
+  ConversionSettings settings() const {
+    ConversionSettings settings{.input = fixture("numbered25.mp4").string(), .output = output_};
+    settings.encoderPreset = "ultrafast";
+    settings.duration = 2 * kSecond;
+    return settings;
+  }
+
+  const TempDir folder_;
+  const std::string output_ = folder_ / "out.mp4";
+};
+
+TEST_F(ConversionPlanning, ChangesThatCannotBeCarriedOutAreRefused) {
+  const std::vector<std::pair<std::string, std::function<void(ConversionPlan&)>>> mistakes{
+      {"videoIndex", [](auto& plan) { plan.videoIndex = 99; }},
+      {"videoIndex", [](auto& plan) { plan.videoIndex = *plan.audioIndexes.begin(); }},
+      {"videoIndex", [](auto& plan) { plan.videoIndex.reset(); }},
+      {"audioIndexes", [](auto& plan) { plan.audioIndexes = {99}; }},
+      {"audioTracks", [](auto& plan) { plan.audioIndexes.clear(); }},
+      {"audioTracks", [](auto& plan) { plan.audioTracks.clear(); }},
+      {"format.framerate",
+       [](auto& plan) {
+         plan.setRate({0, 0});
+       }},
+      {"format.frameTime",
+       [](auto& plan) {
+         plan.setRate({25, -1});
+       }},
+      {"format.width", [](auto& plan) { plan.format.width = 0; }},
+      {"format.aspect", [](auto& plan) { plan.format.aspect = std::nanf(""); }},
+      {"format.sample_rate", [](auto& plan) { plan.format.sample_rate = 0; }},
+      {"format.channel_layout", [](auto& plan) { plan.format.channel_layout = 0; }},
+      {"formatName", [](auto& plan) { plan.formatName = "nonsense"; }},
+      {"volume", [](auto& plan) { plan.volume = NAN; }},
+      {"crop",
+       [](auto& plan) {
+         plan.look.crop = Area{0, 0, -5, 5};
+       }},
+      {"picture",
+       [](auto& plan) {
+         plan.picture = Area{0, 0, 99999, 5};
+       }},
+      {"start", [](auto& plan) { plan.start = -1; }},
+      {"end", [](auto& plan) { plan.start = *plan.end + 1; }},
+      {"video", [](auto& plan) { plan.video = plan.audio = StreamAction::kNone; }}};
+  for (const auto& [subject, change] : mistakes) {
+    Conversion conversion(settings());
+    const ConversionPlan plan = conversion.plan();
+    change(conversion.plan());
+    try {
+      conversion.run();
+      ADD_FAILURE() << subject << " was taken";
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.kind(), Failure::Kind::kSettings) << failure.what();
+      EXPECT_EQ(failure.subject(), subject);
+    }
+    EXPECT_FALSE(std::filesystem::exists(output_)) << subject;
+  }
+}
+
+TEST_F(ConversionPlanning, APlanThatWasRefusedMayBeMendedAndRunOnce) {
+  Conversion conversion(settings());
+  const auto index = conversion.plan().videoIndex;
+  conversion.plan().videoIndex = 99;
+  EXPECT_THROW(conversion.run(), Failure);
+  conversion.plan().videoIndex = index;
+  EXPECT_TRUE(conversion.run().isWhole());
+  try {
+    conversion.run();
+    ADD_FAILURE() << "ran twice";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.kind(), Failure::Kind::kSettings);
+    EXPECT_EQ(failure.subject(), "run");
+  }
+}
+
+TEST_F(ConversionPlanning, TheRateMayBeChanged) {
+  Conversion conversion(settings());
+  conversion.plan().setRate({10, 1});
+  EXPECT_TRUE(conversion.run().isWhole());
+  const auto video = streamOf(output_, "video");
+  EXPECT_EQ(video["nb_frames"], "20");
+  EXPECT_EQ(video["avg_frame_rate"], "10/1");
+  for (const auto& stream : {video, streamOf(output_, "audio")})
+    EXPECT_NEAR(std::stod(stream["duration"].get<std::string>()), 2, 0.05);
+}
+
+TEST_F(ConversionPlanning, VolumeAndTagsMayBeChanged) {
+  ConversionSettings given = settings();
+  given.input = fixture("av-tags.mp4").string();
+  given.duration.reset();
+  Conversion conversion(given);
+  ASSERT_TRUE(conversion.plan().keepsMetadata);
+  conversion.plan().keepsMetadata = false;
+  conversion.plan().volume = 0;
+  EXPECT_TRUE(conversion.run().isWhole());
+  const auto told = ffprobeJson(output_);
+  EXPECT_FALSE(told["format"]["tags"].contains("title"));
+  EXPECT_TRUE(told["chapters"].empty());
+  const std::string samples = decoded(output_, {"-map", "0:a", "-f", "s16le"});
+  EXPECT_GT(samples.size(), 44100u);
+  EXPECT_EQ(samples.find_first_not_of('\0'), std::string::npos);
+}
+
+TEST_F(ConversionPlanning, DeinterlacingMayBeChanged) {
+  const auto pictures = [&](bool bySettings, Deinterlacing byPlan) {
+    ConversionSettings given = settings();
+    given.input = fixture("numbered25.mp4").string();
+    given.replaces = true;
+    if (bySettings) given.deinterlacing = Deinterlacing::kOn;
+    Conversion conversion(given);
+    if (!bySettings) conversion.plan().deinterlacing = byPlan;
+    EXPECT_TRUE(conversion.run().isWhole());
+    return decoded(output_, {"-map", "0:v", "-f", "framemd5"});
+  };
+  const std::string wanted = pictures(true, {});
+  EXPECT_EQ(pictures(false, Deinterlacing::kOn), wanted);
+  EXPECT_NE(pictures(false, Deinterlacing::kOff), wanted);
+}
+
+}  // namespace
+}  // namespace kestrel::test
