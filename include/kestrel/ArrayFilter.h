@@ -10,12 +10,12 @@
 
 namespace kestrel {
 
-/// Runs a list of filters one after another: the input image goes into the first, what each makes
-/// of it into the next, and what the last one makes is the output.
+/// Runs a list of filters as a chain: each filter's output is the next one's input, and the output
+/// of the last one is the output of the chain. An empty chain outputs its input image.
 ///
-/// The filters stand under the key "filters", a list, and the image under `kCIInputImageKey`; both
-/// may be read and replaced from any thread. Running the chain sets the input images of the
-/// members, so one thread at a time runs it. A chain without members outputs its input image.
+/// The members are stored under the key "filters", as a list, the image under `kCIInputImageKey`.
+/// Both can be read and replaced from any thread. `outputImage` sets the members' input images, so
+/// call it from one thread at a time.
 class KESTREL_API ArrayFilter : public Filter {
  public:
   using Filters = std::vector<std::shared_ptr<Filter>>;
@@ -25,10 +25,10 @@ class KESTREL_API ArrayFilter : public Filter {
   ArrayFilter();
   ~ArrayFilter() override;
 
-  /// Makes the filter known to `FilterRegistry` as "ArrayFilter", once however often it is called.
+  /// Registers the filter with `FilterRegistry` as "ArrayFilter". Further calls do nothing.
   static void initialize();
 
-  /// A new one without filters, whatever the name: what the registry calls.
+  /// A new, empty chain, whatever the name: the constructor that the registry calls.
   static std::shared_ptr<Filter> filterWithName(const std::string& name);
 
   Filters filters() const;
@@ -37,14 +37,14 @@ class KESTREL_API ArrayFilter : public Filter {
   std::shared_ptr<const Image> inputImage() const;
   void setInputImage(std::shared_ptr<const Image> image);
 
-  /// For the two keys above the properties; none, or a value of another kind, empties them.
+  /// Sets the property for either of the two keys above; a value of the wrong type clears it.
   void setValue(FilterValue value, std::string_view key) override;
   FilterValue valueForKey(std::string_view key) const override;
 
-  /// Null once a member outputs nothing and the next one needs an input.
+  /// Null if a member has no output and the next one needs an input.
   std::shared_ptr<const Image> outputImage() const override;
 
-  /// A chain of copies of the members; a member without a copy is left out.
+  /// A chain of copies of the members. Members that cannot be copied are left out.
   std::shared_ptr<Filter> copy() const override;
 
  private:

@@ -10,28 +10,28 @@
 
 namespace kestrel {
 
-/// A file that is never seen half written: the work goes to a partial file in the same folder, and
-/// `commit` puts that in the target's place in one step. Until then an old target stays as it is.
-/// Without a commit, or when one fails, the partial file is removed.
+/// A file that is never visible half written. Data goes to a partial file in the same folder;
+/// `commit` moves that to the target in one step. Until then an existing target stays as it is. The
+/// partial file is removed if `commit` is not called or fails.
 ///
 ///     AtomicFile file("movie.mp4");
 ///     if (!file.error()) encode(file.path());  // or file.write(bytes)
 ///     if (const Error error = file.commit()) report(error.message);
 ///
-/// A target that is a symbolic link stays one: the file that it leads to is replaced. The new file
-/// gets the old one's permissions and, as far as the system lets this user give them, its owner and
-/// group. A target that is no regular file (a device, a pipe) is written directly.
+/// If the target is a symbolic link, the file it points to is replaced and the link stays. The new
+/// file gets the old one's permissions and, as far as the user may set them, its owner and group. A
+/// target that is not a regular file (a device, a pipe) is written directly.
 ///
-/// Failures are kept rather than thrown: the first one is what `error` and `commit` return. An
-/// object is used by one thread at a time.
+/// Nothing throws: `error` and `commit` return the first failure. Use an object from one thread at
+/// a time.
 class KESTREL_API AtomicFile {
  public:
   enum class Existing {
-    kReplace,  // an old target is replaced
-    kKeep,     // an old target is an error (-EEXIST), also one that appears before the commit
+    kReplace,  // an existing target is replaced
+    kKeep,     // an existing target is an error (-EEXIST), even if it appears before the commit
   };
 
-  /// Chooses the partial file's name and checks that it can be written.
+  /// Chooses the partial file's name and checks that it is writable.
   explicit AtomicFile(const std::string& target, Existing existing = Existing::kReplace);
   ~AtomicFile();
   AtomicFile(const AtomicFile&) = delete;
@@ -40,21 +40,21 @@ class KESTREL_API AtomicFile {
   /// The first failure, if any.
   const Error& error() const;
 
-  /// Where to write. The name says that the file is partial, and has the target's extension. It
-  /// always starts with a folder, so that no part of it is taken for a protocol ("10:30.mp4").
+  /// Where to write. The name marks the file as partial and has the target's extension. It always
+  /// starts with a folder, so that no part of it is taken for a protocol ("10:30.mp4").
   const std::string& path() const;
 
-  /// There is no partial file: what is written arrives in the target at once.
+  /// True if there is no partial file: everything written goes to the target immediately.
   bool isDirect() const;
 
-  /// Appends to the file. Don't mix this with writing to `path` by other means.
+  /// Appends to the file. Do not combine with other ways of writing to `path`.
   void write(std::span<const uint8_t> bytes);
 
-  /// Puts what was written in the target's place. It is an error if nothing was.
+  /// Moves the partial file to the target. Fails if nothing was written.
   Error commit();
 
-  /// Removes every partial file of the process and lets no further one be made or committed: for a
-  /// program that is about to end without destroying its objects. Safe from any thread, though not
+  /// Removes all partial files of the process and prevents new ones and further commits, for a
+  /// program that is about to exit without destroying its objects. Safe from any thread, but not
   /// from a signal handler.
   static void removeAll();
 
@@ -63,7 +63,7 @@ class KESTREL_API AtomicFile {
   std::unique_ptr<State> state_;
 };
 
-/// Replaces a file by these bytes, all at once.
+/// Replaces the contents of a file in one step.
 KESTREL_API Error replaceFile(const std::string& path, std::span<const uint8_t> bytes);
 
 }  // namespace kestrel

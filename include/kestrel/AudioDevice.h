@@ -10,19 +10,20 @@
 
 namespace kestrel {
 
-/// Where finished sound is heard, or written, or counted: it calls for samples at its own pace.
+/// A consumer of finished sound that asks for samples at its own pace: it plays, records or
+/// discards them.
 ///
-/// A device is made closed. `open` finds out whether it is there and what it takes; `start` has it
-/// call for sound, on a thread of its own, until `stop` has returned. One thread at a time controls
-/// a device. Samples are interleaved 32-bit float.
+/// A device is created closed. `open` finds out whether it exists and which format it takes; from
+/// `start` until `stop` returns it asks for sound on its own thread. Control a device from one
+/// thread at a time. Samples are interleaved 32-bit float.
 class KESTREL_API AudioDevice {
  public:
-  /// Writes `frames` frames to `data`, all of them. Called on the device's thread, which waits for
-  /// nothing else: it must neither block nor allocate.
+  /// Writes exactly `frames` frames to `data`. Called on the device's thread, so it must neither
+  /// block nor allocate memory.
   using Fill = std::function<void(float* data, int32_t frames)>;
 
   struct Format {
-    int32_t sampleRate = 44100;
+    int32_t sampleRate = 44100;  ///< Hz
     int32_t channels = 2;
 
     bool operator==(const Format&) const = default;
@@ -30,45 +31,45 @@ class KESTREL_API AudioDevice {
 
   virtual ~AudioDevice() = default;
 
-  /// False when there is no such device; it may be tried again. An open device stays open.
+  /// False if there is no such device; it can be tried again later. If already open, returns true.
   virtual bool open(Fill fill) = 0;
   virtual void close() = 0;
   virtual bool isOpen() const = 0;
 
-  /// What the device takes, while it is open.
+  /// The format that the open device takes.
   virtual Format format() const = 0;
 
   virtual void start() = 0;
-  /// Once this has returned nothing calls for sound any more.
+  /// Does not return before the last call of `Fill` has ended.
   virtual void stop() = 0;
 
-  /// The time by which the device plays, nanoseconds since some moment. Any thread.
+  /// The clock of the device, in nanoseconds since an arbitrary moment. Safe from any thread.
   virtual int64_t now() const = 0;
 
-  /// How long after it was called for a sample is heard, in frames.
+  /// Delay between the call for a sample and the moment when it is heard, in frames.
   virtual int32_t latency() const { return 0; }
 };
 
-/// The system's default output, or that which the environment names to SDL (`SDL_AUDIODRIVER`). SDL
-/// is loaded when the device is first opened; where it is missing there is no device.
+/// The system's default output, or the one selected by SDL's environment variable
+/// `SDL_AUDIODRIVER`. SDL is loaded when the device is first opened; without SDL, `open` fails.
 KESTREL_API std::shared_ptr<AudioDevice> makeDefaultAudioDevice();
 
-/// Calls for sound at the pace at which it would be heard, and drops it: what keeps time where
-/// there is nothing to listen with. Always opens.
+/// Asks for sound in real time and discards it: keeps the time when there is no output. `open`
+/// never fails.
 KESTREL_API std::shared_ptr<AudioDevice> makeNullAudioDevice();
 
-/// A device without a thread or a clock: whoever holds it asks for sound, and its time is the sound
-/// that was asked for. It belongs to one thread, which also starts and stops what it plays; `now`
-/// is for any. For tests, and for hosts that render what would be heard.
+/// A device without a thread or a real-time clock: its owner pulls the sound, and its time is the
+/// amount pulled. Use it, including start and stop of what it plays, from one thread; `now` is safe
+/// from any. For tests, and for hosts that render sound offline.
 class KESTREL_API PulledAudioDevice : public AudioDevice {
  public:
   PulledAudioDevice() = default;
   explicit PulledAudioDevice(Format format) : format_(format) {}
 
-  /// The next `frames` frames; silence, which takes no time, unless the device is started.
+  /// The next `frames` frames. While stopped, returns silence and does not advance the time.
   std::vector<float> pull(int32_t frames);
 
-  /// Has `open` fail from now on.
+  /// If true, `open` fails from now on.
   void setIsMissing(bool isMissing) { isMissing_ = isMissing; }
 
   bool open(Fill fill) override;

@@ -23,15 +23,15 @@ inline constexpr uint32_t kAudioUnitSubType_Converter = fourCharCode("conv");
 inline constexpr uint32_t kAudioUnitSubType_TimePitch = fourCharCode("tmpt");
 inline constexpr uint32_t kAudioUnitSubType_DefaultOutput = fourCharCode("def ");
 
-/// Parameters of the units: the time-pitch unit's factor on the tempo, taken from 0.25 to 4, and
-/// the output unit's factor on the samples, taken from 0 to 1000.
+/// Parameters of the units: the time-pitch unit's tempo factor, clamped to 0.25 to 4, and the
+/// output unit's gain factor, clamped to 0 to 1000.
 inline constexpr uint32_t kAudioUnitParameter_Rate = 0;
 inline constexpr uint32_t kAudioUnitParameter_Volume = 14;
 
 enum class AudioScope : uint32_t { kGlobal = 0, kInput = 1, kOutput = 2 };
 
-/// How samples lie in memory. Units take packed 32-bit float with interleaved channels, which the
-/// members describe unless they are changed; 1 to 8 channels.
+/// How samples are stored in memory. Units only take packed, interleaved 32-bit float, 1 to 8
+/// channels, at 1 to 384000 Hz; the defaults describe such a format.
 struct AudioStreamFormat {
   double sampleRate = 44100;
   uint32_t formatID = fourCharCode("lpcm");
@@ -46,50 +46,50 @@ struct AudioStreamFormat {
   bool operator==(const AudioStreamFormat&) const = default;
 };
 
-/// One stage of a graph, which owns it. All members are safe from any thread.
+/// A stage of a graph, owned by the graph. All members are safe from any thread.
 class KESTREL_API AudioUnit {
  public:
   virtual ~AudioUnit() = default;
 
-  /// A parameter; false and nothing where the unit has no such one. Values count from the next
-  /// samples on and are reached without a click. One out of range is kept and taken for the nearest
-  /// that is not.
+  /// A parameter; false and nullopt if the unit does not have it. A new value takes effect with the
+  /// next samples, without a click. A value out of range is kept, but the nearest valid one is
+  /// applied.
   virtual bool setParameter(uint32_t parameter, float value);
   virtual std::optional<float> parameter(uint32_t parameter) const;
 
-  /// The format on one side; nothing where it has not been set and the graph not been initialised.
-  /// Only a converter's input side can be set, to what `AudioStreamFormat` allows, and it counts
-  /// when the graph is initialised.
+  /// The format on one side; nullopt until it is known. A converter's input format is known once it
+  /// has been set, every other format once the graph is initialised. Only a converter's input
+  /// format can be set; it takes effect when the graph is initialised.
   virtual bool setFormat(AudioScope scope, const AudioStreamFormat& format);
   virtual std::optional<AudioStreamFormat> format(AudioScope scope) const = 0;
 };
 
 /// A chain of units through which a device pulls sound: from an input callback, through converter
-/// and time-pitch, to the default output.
+/// and time-pitch unit, to the default output.
 ///
-/// A graph is made empty; nodes are added and connected, it is opened, its units are set up, then
-/// it is initialised, which opens the device, and started. Stopping keeps what is between input and
-/// device, so that starting again goes on with the next sample; so does initialising it again,
-/// unless formats or connections have changed. Nodes are numbered from 1.
+/// Create a graph, add and connect nodes, open it, set up its units, initialise it, which opens the
+/// device, and start it. Sound between input and device survives a stop, so that the next start
+/// continues with the next sample; it also survives another initialisation unless formats or
+/// connections have changed. Nodes are numbered from 1.
 ///
-/// All members are safe from any thread but the device's, on which the callbacks run. Where the
-/// default output has no device, one that drops the sound takes its place; the next initialisation
+/// All members are safe from any thread except the device's, on which the callbacks run. If there
+/// is no default output, a device that discards the sound takes its place; the next initialisation
 /// tries again.
 class KESTREL_API AudioGraph {
  public:
-  /// Writes `frames` interleaved frames, at most `kMostFrames`, of the node's input format to
-  /// `data`, all of them. On the device's thread: it must not block, nor allocate.
+  /// Writes exactly `frames` interleaved frames, at most `kMostFrames`, in the node's input format
+  /// to `data`. Called on the device's thread, so it must neither block nor allocate memory.
   using InputCallback = std::function<void(int32_t bus, int32_t frames, float* data)>;
 
   static constexpr int32_t kMostFrames = 512;
 
-  /// What the device was given in one call. Input positions count the frames that the input
-  /// callback has supplied since the graph was initialised first; the parts of a frame count, too.
+  /// What the device received in one call. Input positions are frames that the input callback has
+  /// supplied since the graph was first initialised, including fractions of a frame.
   struct Rendered {
-    int64_t begin = 0;      ///< when its first sample is heard, the device's time in nanoseconds
-    int64_t end = 0;        ///< when its last one has been heard
-    double inputBegin = 0;  ///< the input position heard first
-    double inputEnd = 0;    ///< the input position up to which it is heard
+    int64_t begin = 0;      ///< when its first sample is heard, device time in nanoseconds
+    int64_t end = 0;        ///< when its last sample has been heard
+    double inputBegin = 0;  ///< input position at `begin`
+    double inputEnd = 0;    ///< input position at `end`
   };
   using RenderCallback = std::function<void(const Rendered&)>;
 
@@ -98,47 +98,48 @@ class KESTREL_API AudioGraph {
   AudioGraph(const AudioGraph&) = delete;
   AudioGraph& operator=(const AudioGraph&) = delete;
 
-  /// Adds a node; 0 for a type that does not exist.
+  /// Adds a node and returns its number; 0 for an unknown type.
   int32_t addNode(uint32_t type, uint32_t subType);
-  /// Removes a node and its connections; false where there is none, and while the graph runs.
+  /// Removes a node and its connections; false if it does not exist or the graph is running.
   bool removeNode(int32_t node);
-  /// Has `destination` take its input from `source`, replacing what it took it from. Nodes have one
-  /// input bus, 0. False for nodes or a bus that do not exist, and while the graph runs.
+  /// Makes `source` the input of `destination`, replacing its previous input. A node has a single
+  /// input bus, 0. False if a node or bus does not exist or the graph is running.
   bool connect(int32_t source, int32_t destination, int32_t bus);
-  /// Has a node take its input from a callback. False as above.
+  /// Makes a callback the input of a node, replacing its previous input. False as above.
   bool setInputCallback(int32_t node, InputCallback callback);
 
-  /// A node's unit; null before the graph is opened, and where there is no such node.
+  /// A node's unit; null if it does not exist or the graph has not been opened.
   std::shared_ptr<AudioUnit> unit(int32_t node) const;
 
-  /// Called on the device's thread after each of its calls. Set it while the graph does not run.
+  /// Called on the device's thread after each request of the device. Set it while the graph is
+  /// stopped.
   void setRenderCallback(RenderCallback callback);
 
-  /// The device that is played through from the next initialisation on; null: the default one.
+  /// The device to play through, from the next initialisation on; null: the default device.
   void setDevice(std::shared_ptr<AudioDevice> device);
-  /// Has the graph play through the device that drops everything from the next initialisation on,
-  /// and no other be opened.
+  /// If true, the graph discards the sound from the next initialisation on and opens no other
+  /// device.
   void setIsSilent(bool isSilent);
-  /// True when the graph plays through that device because the one wanted is not there.
+  /// True if the sound is discarded because the wanted device could not be opened.
   bool lacksDevice() const;
 
   bool open();
   void close();
-  /// False where no chain of nodes leads from an input callback to one output.
+  /// False if the graph is not open, no chain of nodes connects an input callback to a single
+  /// output, or the formats cannot be converted.
   bool initialize();
   void uninitialize();
   bool start();  ///< false unless initialised
   bool stop();   ///< false unless running
   bool isRunning() const;
 
-  /// Has what is between input and device dropped before the next samples are made.
+  /// Discards the sound between input and device before the next samples are made.
   void flush();
 
-  /// The time of the device that is played through, as in `Rendered`; 0 before there is one.
+  /// The time of the current device, as in `Rendered`; 0 if there is none.
   int64_t now() const;
 
-  /// The loudest sample that a channel of the device was given since the last question; 0 is
-  /// silence.
+  /// The absolute peak of a device channel since the last call of this function; 0 is silence.
   float takePeak(int32_t channel);
 
  private:

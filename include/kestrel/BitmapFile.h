@@ -9,31 +9,29 @@
 #include <span>
 #include <vector>
 
-/// Pictures to and from the bytes of picture files, in memory: nothing here touches a file.
-///
-/// Plain functions without state, for any thread. Failures show as no result.
+/// Encodes and decodes picture files in memory; no file is accessed. The functions are stateless
+/// and safe from any thread. On failure they return null or nullopt.
 
 namespace kestrel {
 
 enum class PictureFormat {
-  kPNG,   ///< exact, alpha included; a picture without transparency is stored without alpha
-  kJPEG,  ///< lossy, no alpha: what is transparent shows as it looks over black
+  kPNG,   ///< lossless, with alpha; opaque pictures are stored without alpha
+  kJPEG,  ///< lossy, without alpha: transparent parts show as over black
 };
 
 inline constexpr int kDefaultPictureQuality = 94;
 
-/// The bytes of a picture file. `quality` from 1 to 100, beyond which it is clamped, counts for
-/// JPEG, whose colour is stored at full resolution, in full range BT.601 as every viewer expects.
-/// Nothing for a picture that is larger than the format allows (65500 pixels a side for JPEG), and
-/// when there is not enough memory.
+/// Encodes a picture. `quality` is clamped to 1 to 100 and only affects JPEG, which is stored with
+/// chroma at full resolution, in full-range BT.601 as viewers expect. Nullopt if the picture
+/// exceeds the format's limits (65500 pixels per side for JPEG) or memory runs out.
 KESTREL_API std::optional<std::vector<uint8_t>> encodedBitmapImage(
     const BitmapImage& image, PictureFormat format, int quality = kDefaultPictureQuality);
 
-/// The picture in the bytes of a PNG, JPEG, WebP, BMP, GIF (its first picture) or TIFF file, known
-/// by their content, in memory of its own; upright, where a JPEG says how the camera was held.
+/// Decodes a PNG, JPEG, WebP, BMP, GIF (first picture only) or TIFF file, recognised by its
+/// content, into memory of its own. JPEG pictures are turned upright as their orientation tag says.
 ///
-/// Null for anything else, for a damaged or truncated file, for a picture of more than 2^26 pixels
-/// or 32768 a side, and when there is not enough memory.
+/// Null if the data is anything else, damaged or truncated, if the picture has more than 2^26
+/// pixels or 32768 per side, and if memory runs out.
 KESTREL_API std::shared_ptr<const BitmapImage> bitmapImageWithData(std::span<const uint8_t> data);
 
 }  // namespace kestrel

@@ -8,29 +8,26 @@
 
 namespace kestrel {
 
-/// A picture of 8-bit pixels: R, G, B, A in memory order, alpha not premultiplied, the top row
-/// first.
+/// A picture of 8-bit pixels: R, G, B, A in memory order, alpha not premultiplied, top row first.
 ///
-/// It wraps a pixel buffer and never writes to it. The buffer is either shared with whoever else
-/// holds it (`sharing`), or only borrowed (`borrowing`): a borrowing picture shows whatever its
-/// lender writes into the buffer, and is valid only as long as the lender says. Whoever wants to
-/// keep such a picture takes a `copy`.
+/// It wraps a pixel buffer and never writes to it. The buffer is either shared (`sharing`) or
+/// borrowed (`borrowing`). A borrowing picture shows whatever the owner writes into the buffer and
+/// is valid only as long as the owner says; make a `copy` to keep it longer.
 ///
-/// A picture is made by one of the static operations and held by `std::shared_ptr<const
-/// BitmapImage>`. It may be used from any number of threads, as far as its buffer may.
+/// Pictures are created by the static functions and held by `std::shared_ptr<const BitmapImage>`.
+/// Any number of threads may use a picture, as far as its buffer allows.
 class KESTREL_API BitmapImage {
  public:
-  /// A picture over memory that somebody else keeps: `height` rows, each `bytesPerRow` bytes after
-  /// the one above it. Null when `pixels` is null, when a side is not above 0, or when
-  /// `bytesPerRow` is less than `width` × 4.
+  /// A picture over memory owned by somebody else: `height` rows, `bytesPerRow` bytes apart. Null
+  /// if `pixels` is null, a side is 0 or negative, or `bytesPerRow` is less than `width` × 4.
   static std::shared_ptr<const BitmapImage> borrowing(const uint8_t* pixels, int width, int height,
                                                       int bytesPerRow);
 
-  /// The same over memory that lives at least as long as the picture does.
+  /// The same, but keeps the memory alive.
   static std::shared_ptr<const BitmapImage> sharing(std::shared_ptr<const uint8_t[]> pixels,
                                                     int width, int height, int bytesPerRow);
 
-  /// Pixels of the top row; never null.
+  /// The top row; never null.
   const uint8_t* pixels() const { return pixels_; }
 
   /// The row `y` pixels below the top one, 0 ≤ `y` < `height()`.
@@ -42,11 +39,11 @@ class KESTREL_API BitmapImage {
   int height() const { return height_; }  ///< pixels
   int bytesPerRow() const { return bytesPerRow_; }
 
-  /// True when the picture keeps its own buffer alive.
+  /// True if the picture keeps its buffer alive.
   bool isOwning() const { return owner_ != nullptr; }
 
-  /// A picture with the same pixels in memory of its own, rows tightly packed. Null when there is
-  /// not enough memory.
+  /// A copy of the picture in memory of its own, without gaps between rows. Null if memory runs
+  /// out.
   std::shared_ptr<const BitmapImage> copy() const;
 
  private:

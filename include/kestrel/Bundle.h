@@ -6,27 +6,26 @@
 
 namespace kestrel {
 
-/// Where the running program lies and what it is called. All operations are safe from any thread.
+/// Location and name of the running program. All operations are safe from any thread.
 class KESTREL_API Bundle {
  public:
   /// The program that this process runs.
   static Bundle mainBundle();
 
-  /// The program's file, absolute; "" where that can't be told.
+  /// Absolute path of the program's file; "" if unknown.
   const std::string& executablePath() const { return executable_; }
 
-  /// The program's name: what its temporary files are kept apart by.
+  /// The program's name, used to keep its temporary files apart from those of other programs.
   std::string bundleIdentifier() const;
 
-  /// The path of another program, in the folder that this one lies in.
+  /// The path of another program in the same folder as this one.
   std::string siblingPath(const std::string& name) const;
 
  private:
   std::string executable_;
 };
 
-/// The folder for files that need not outlive the program: TMPDIR where that is set, without a
-/// slash at its end.
+/// The folder for temporary files: TMPDIR if set, without a trailing slash.
 KESTREL_API std::string temporaryDirectory();
 
 }  // namespace kestrel

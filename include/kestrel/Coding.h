@@ -22,14 +22,14 @@ namespace kestrel {
 class KeyedArchiver;
 class KeyedUnarchiver;
 
-/// What the archiver and the unarchiver throw: a graph that cannot be stored, bytes that are no
-/// archive, a value of another kind than the one asked for. `what()` is one sentence.
+/// Thrown by the archiver and the unarchiver: a graph cannot be stored, bytes are not an archive,
+/// or a value has the wrong type. `what()` is one sentence.
 class ArchiveError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// An object that can be stored in a keyed archive and made again from it.
+/// An object that can be stored in a keyed archive and restored from it.
 class KESTREL_API Coding {
  public:
   virtual ~Coding();
@@ -41,10 +41,10 @@ class KESTREL_API Coding {
   virtual void encodeWithCoder(KeyedArchiver& archiver) const = 0;
 };
 
-/// A value that travels through an archive or between objects: nothing, a number, a text, bytes, a
-/// date, a structure of geometry, or a reference to a list, to a dictionary or to an object.
+/// A value in an archive or passed between objects: nothing, a number, a text, bytes, a date, a
+/// geometric structure, or a reference to a list, a dictionary or an object.
 ///
-/// Lists, dictionaries and objects are shared: copies of the value mean the same one.
+/// Lists, dictionaries and objects are shared: copies of the value refer to the same one.
 class KESTREL_API CodedValue {
  public:
   using Array = std::vector<CodedValue>;
@@ -78,8 +78,8 @@ class KESTREL_API CodedValue {
   const Value& value() const { return value_; }
   bool isNull() const { return std::holds_alternative<std::monostate>(value_); }
 
-  /// The value as a `T`, one of the variant's kinds; throws `ArchiveError` when it is of another.
-  /// A number of either kind is a `double`.
+  /// The value as a `T`, one of the variant's types; throws `ArchiveError` if it has another type.
+  /// A number of either type can be read as a `double`.
   template <typename T>
   T as() const {
     if constexpr (std::is_same_v<T, double>) {
@@ -90,7 +90,7 @@ class KESTREL_API CodedValue {
     return *value;
   }
 
-  /// The object as a `T`, null for no value; throws `ArchiveError` when it is something else.
+  /// The object as a `T`; null if there is no value. Throws `ArchiveError` if it is something else.
   template <typename T>
   std::shared_ptr<T> object() const {
     if (isNull()) return nullptr;
@@ -99,7 +99,7 @@ class KESTREL_API CodedValue {
     return object;
   }
 
-  /// The text, none for no value; throws `ArchiveError` when it is something else.
+  /// The text; nullopt if there is no value. Throws `ArchiveError` if it is something else.
   std::optional<std::string> text() const;
 
   /// Equal values, or the same shared list, dictionary or object.
@@ -109,11 +109,11 @@ class KESTREL_API CodedValue {
   Value value_;
 };
 
-/// Makes an object of a class from the unarchiver, which stands at that object's values.
+/// Makes an object of a class from the unarchiver, which is positioned at that object's values.
 using CodingFactory = std::function<std::shared_ptr<Coding>(KeyedUnarchiver& unarchiver)>;
 
-/// Makes the class that is stored as `name` known to every unarchiver of the process; a second
-/// registration replaces the first. Safe from any thread.
+/// Tells every unarchiver of the process how to make the class stored as `name`; replaces an
+/// earlier registration of that name. Safe from any thread.
 KESTREL_API void registerCodingClass(const std::string& name, CodingFactory factory);
 
 }  // namespace kestrel

@@ -10,8 +10,8 @@
 
 namespace kestrel {
 
-/// A base for settings and documents: a subclass lists the names of its properties and gives
-/// access to them by name, and gets archiving, copying and files from that.
+/// A base class for settings and documents: a subclass lists the names of its properties and
+/// provides access to them by name, and gets archiving, copying and file access in return.
 ///
 ///     class Settings : public CodingBase {
 ///      public:
@@ -30,51 +30,51 @@ namespace kestrel {
 ///         else if (key == "speed") speed = value.as<double>();
 ///         else CodingBase::setValueForKey(value, key);
 ///       }
-///       std::shared_ptr<CodingBase> alloc() const override { return std::make_shared<Settings>();
+///       std::shared_ptr<CodingBase> alloc() const override {
+///         return std::make_shared<Settings>();
 ///       }
 ///     };
 ///
-/// An object is used by one thread at a time.
+/// Use an object from one thread at a time.
 class KESTREL_API CodingBase : public Coding {
  public:
-  /// The names of the properties that are stored and copied, in this order; none here.
+  /// Names of the properties that are stored and copied, in this order; empty in the base class.
   virtual std::vector<std::string> allCoderKeys() const;
 
-  /// A property by its name. Here no name is known: `ArchiveError`.
+  /// Gets and sets a property by name. The base class knows no names and throws `ArchiveError`.
   virtual CodedValue valueForKey(const std::string& key) const;
   virtual void setValueForKey(const CodedValue& value, const std::string& key);
 
-  /// A new object of the same class, as its constructor leaves it.
+  /// A new object of the same class, default-constructed.
   virtual std::shared_ptr<CodingBase> alloc() const;
 
-  /// Runs `block` and discards any exception that leaves it, with a line in the log.
+  /// Runs `block`; an exception that it throws is logged and swallowed.
   virtual void tryBlock(const std::function<void()>& block) const;
 
-  // One property: everything below goes through these three, so that a subclass can store or copy a
-  // property in a way of its own. They throw what the property's access and the archive throw.
+  // Single properties. Everything below uses these three functions, so that a subclass can treat a
+  // property specially. They throw what the accessors and the archive throw.
 
   virtual void encoder(KeyedArchiver& archiver, const std::string& key) const;
-  /// Leaves the property as it is where the archive has no such key.
+  /// Leaves the property unchanged if the archive does not have the key.
   virtual void decoder(KeyedUnarchiver& unarchiver, const std::string& key);
-  /// The target gets the same value; a list in it is shared, not copied.
+  /// Sets the target's property to the same value; a list in it is shared, not copied.
   virtual void copyTo(CodingBase& target, const std::string& key) const;
 
   // All properties.
 
   std::string codingName() const override;
   void encodeWithCoder(KeyedArchiver& archiver) const override;
-  /// What a factory for `registerCodingClass` calls on a new object.
+  /// To be called on a new object by a factory for `registerCodingClass`.
   void initWithCoder(KeyedUnarchiver& unarchiver);
   virtual std::shared_ptr<CodingBase> copy() const;
 
-  /// Stores the properties in a file, each under its name, whatever else `encodeWithCoder` of a
-  /// subclass stores; folders on the way to it are made. The
-  /// file is replaced as a whole whatever `atomically` says. Always returns true; a
-  /// failure is a line in the log.
+  /// Stores the properties in a file, each under its name; what a subclass adds in
+  /// `encodeWithCoder` is not stored. Creates missing folders. The file is always replaced in one
+  /// step, whatever `atomically` says. Always returns true; failures are logged.
   bool writeToFile(const std::string& path, bool atomically) const;
 
-  /// Reads properties from such a file: those that it has, up to the first that can't be read. The
-  /// others stay as they are. A failure is a line in the log.
+  /// Reads properties from such a file, up to the first that cannot be read. Properties that are
+  /// not in the file keep their values. Failures are logged.
   void initWithContentsOfFile(const std::string& path);
 };
 

@@ -8,10 +8,9 @@
 
 namespace kestrel {
 
-/// A colour in the encoded (gamma) domain of the video: the components run from 0 to 1 and are not
-/// multiplied by `alpha`, which runs from 0, transparent, to 1, opaque.
-///
-/// A plain value; whoever paints with it clamps what lies outside of the range.
+/// A colour in the encoded (gamma) domain of the video. Components run from 0 to 1 and are not
+/// premultiplied by `alpha`, which runs from 0, transparent, to 1, opaque. Values out of range are
+/// clamped when painting.
 struct Color {
   double red = 0;
   double green = 0;
@@ -26,12 +25,12 @@ struct Color {
   bool operator==(const Color&) const = default;
 };
 
-/// The colour that a text means: a name that browsers know, in any case, or "#RGB", "#RRGGBB" or
-/// "#RRGGBBAA", the last two also with "0x" or nothing in front; "@0.5" or "@0x80" behind it is its
-/// alpha. Nothing for any other text.
+/// Parses a colour: a CSS colour name in any case, or "#RGB", "#RRGGBB" or "#RRGGBBAA", the last
+/// two also with "0x" or nothing in place of "#"; each optionally followed by an alpha such as
+/// "@0.5" or "@0x80". Nullopt for anything else.
 KESTREL_API std::optional<Color> colorWithName(const std::string& text);
 
-/// The names among them.
+/// The names that `colorWithName` knows.
 KESTREL_API std::vector<std::string> colorNames();
 
 }  // namespace kestrel

@@ -11,46 +11,42 @@
 
 namespace kestrel {
 
-/// The catalogue of the named looks that a movie can wear: one configured filter per name.
+/// The catalogue of named effects for movies: one configured filter per name.
 ///
-/// There is one catalogue in the process. It is built when it is first asked for, which any thread
-/// may do, and keeps its filters to itself: everybody gets copies. All operations may be called
-/// from any thread.
+/// There is one catalogue per process, built on first use. It keeps its filters private and returns
+/// copies. All operations are safe from any thread.
 class KESTREL_API EffectManager {
  public:
-  /// What the catalogue holds under a name: a filter, the list of names, or nothing (also a null
-  /// filter).
+  /// An entry of the catalogue: a filter, the list of names, or nothing (also as a null filter).
   using Effect = std::variant<std::monostate, std::shared_ptr<Filter>, std::vector<std::string>>;
   using Effects = std::map<std::string, Effect>;
 
-  /// The name under which the catalogue keeps its list of names.
+  /// The name of the entry with the list of names.
   static constexpr const char* kEffectNamesKey = "effectNames";
 
   EffectManager(const EffectManager&) = delete;
   EffectManager& operator=(const EffectManager&) = delete;
 
-  /// The catalogue; it lives as long as the process.
+  /// The catalogue, which exists until the process ends.
   static EffectManager& manager();
 
-  /// A copy of what stands under `name`, nothing for an unknown name. Every call makes a new
-  /// filter, which the caller may change. "effectNames" is a name like any other here and gives the
-  /// list of names: it is no effect.
+  /// A copy of the entry `name`; nothing for an unknown name. Each call returns a new filter, which
+  /// the caller may change. "effectNames" works here too and returns the list of names.
   static Effect filterWithName(const std::string& name);
 
-  /// The names of all effects, in the catalogue's order.
+  /// The names of all effects, in catalogue order.
   static std::vector<std::string> allFilterNames();
 
-  /// What an effect of the catalogue as it is built does, in a few words for people; "" for any
-  /// other name.
+  /// A short description for users of one of the built-in effects; "" for any other name.
   static std::string descriptionOf(const std::string& name);
 
-  /// A new copy of every effect's filter, in the catalogue's order; names without one are skipped.
+  /// New copies of all effects' filters, in catalogue order; entries without a filter are skipped.
   static std::vector<std::shared_ptr<Filter>> allFilters();
 
-  /// The catalogue as it is built at first: every effect, and the list of names as "effectNames".
+  /// The initial catalogue: all effects, and the list of names under "effectNames".
   static Effects makeEffects();
 
-  /// What the catalogue holds; the filters in it are its own and not for change.
+  /// The contents of the catalogue. Do not modify the filters in it: they are not copies.
   Effects effects() const;
   void setEffects(Effects effects);
 

@@ -16,12 +16,12 @@ namespace kestrel {
 
 class Filter;
 
-/// What a key of a filter holds; `std::monostate` and null pointers are none.
+/// The value of a filter's key; `std::monostate` and null pointers mean no value.
 using FilterValue =
     std::variant<std::monostate, double, Color, Vector, std::shared_ptr<const Image>,
                  std::vector<std::shared_ptr<Filter>>>;
 
-/// The keys that filters share.
+/// Keys used by several filters.
 inline constexpr std::string_view kCIInputImageKey = "inputImage";
 inline constexpr std::string_view kCIInputBackgroundImageKey = "inputBackgroundImage";
 inline constexpr std::string_view kCIInputSaturationKey = "inputSaturation";
@@ -38,41 +38,38 @@ inline constexpr std::string_view kCIInputWidthKey = "inputWidth";
 inline constexpr std::string_view kCIInputScaleKey = "inputScale";
 inline constexpr std::string_view kCIOutputImageKey = "outputImage";
 
-/// Makes a picture of others, by values that stand under keys.
+/// Makes a picture from others, controlled by values stored under keys.
 ///
-/// A filter is a recipe's maker: `outputImage` touches no pixel, and later changes of the filter do
-/// not reach the image it answered. Filters are made by name through `FilterRegistry`, with every
-/// value at its default and no image. A value of another kind than the filter wants under that key
-/// counts as not set; a key that the filter does not know is kept and has no effect. One thread at
-/// a time uses a filter; copies are independent of each other.
+/// `outputImage` returns a recipe: it computes no pixels, and later changes of the filter do not
+/// affect it. Filters are created by name through `FilterRegistry`, with default values and no
+/// image. A value of the wrong type counts as not set; unknown keys are stored but have no effect.
+/// Use a filter from one thread at a time; copies are independent of each other.
 class KESTREL_API Filter {
  public:
   explicit Filter(std::string name);
   virtual ~Filter();
 
-  /// The name under which the registry makes it.
+  /// The name under which it is registered.
   const std::string& name() const { return name_; }
 
-  /// Puts `value` under `key`; none takes it away, after which the default holds again.
+  /// Sets the value of `key`; no value restores the default.
   virtual void setValue(FilterValue value, std::string_view key);
 
-  /// What stands under `key`, none where nothing does; under `kCIOutputImageKey` the `outputImage`.
+  /// The value of `key`, if any; for `kCIOutputImageKey` the `outputImage`.
   virtual FilterValue valueForKey(std::string_view key) const;
 
-  /// The recipe for the values as they are now; null when an image that the filter needs is
-  /// missing.
+  /// The recipe for the current values; null if an image that the filter needs is missing.
   virtual std::shared_ptr<const Image> outputImage() const = 0;
 
-  /// A filter with the same values that may be changed without changing this one. The images are
-  /// shared, since they never change.
+  /// An independent filter with the same values. Images are shared, because they never change.
   virtual std::shared_ptr<Filter> copy() const = 0;
 
  protected:
   Filter(const Filter&);
   Filter& operator=(const Filter&) = delete;
 
-  /// The value under `key` where it is of that kind, otherwise null or `fallback`. A number counts
-  /// only when it is finite.
+  /// The value of `key` if it has that type, otherwise null or `fallback`. Numbers that are not
+  /// finite are ignored.
   std::shared_ptr<const Image> image(std::string_view key) const;
   double number(std::string_view key, double fallback) const;
   Color color(std::string_view key, const Color& fallback) const;

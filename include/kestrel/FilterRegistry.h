@@ -11,7 +11,7 @@
 
 namespace kestrel {
 
-/// What a filter says about itself to those who choose one.
+/// What user interfaces show of a filter.
 struct FilterAttributes {
   std::string displayName;
   std::vector<std::string> categories;
@@ -31,29 +31,27 @@ inline constexpr std::string_view kCICategoryStillImage = "CICategoryStillImage"
 inline constexpr std::string_view kCICategoryInterlaced = "CICategoryInterlaced";
 inline constexpr std::string_view kCICategoryNonSquarePixels = "CICategoryNonSquarePixels";
 
-/// The filters of the process, by name.
+/// The filters of the process, by name. Safe from any thread.
 ///
-/// The built-in ones are there from the start: CIColorControls, CIHueAdjust, CIExposureAdjust,
-/// CIColorInvert, CISepiaTone, CIColorMonochrome, CISourceOverCompositing, CISourceInCompositing,
-/// CIGaussianBlur, CISharpenLuminance, CIBloom, CIGloom, CISpotLight, CILineScreen and
-/// CIHexagonalPixellate. Any thread may use the registry at any time.
+/// Built in: CIColorControls, CIHueAdjust, CIExposureAdjust, CIColorInvert, CISepiaTone,
+/// CIColorMonochrome, CISourceOverCompositing, CISourceInCompositing, CIGaussianBlur,
+/// CISharpenLuminance, CIBloom, CIGloom, CISpotLight, CILineScreen and CIHexagonalPixellate.
 class KESTREL_API FilterRegistry {
  public:
-  /// Makes a filter with default values; it is given the name asked for.
+  /// Makes a filter with default values. `name` is the name that was asked for.
   using Constructor = std::function<std::shared_ptr<Filter>(const std::string& name)>;
 
-  /// Makes `name` known. A name that is known already gets the new constructor and attributes; an
-  /// empty constructor changes nothing.
+  /// Registers `name`, replacing an earlier registration. An empty constructor is ignored.
   static void registerFilterName(const std::string& name, Constructor constructor,
                                  FilterAttributes classAttributes);
 
-  /// A new filter; null when nobody registered the name.
+  /// A new filter; null if the name is not registered.
   static std::shared_ptr<Filter> filterWithName(const std::string& name);
 
-  /// What was registered with the name; nothing when nobody registered it.
+  /// The attributes registered with the name; nullopt if it is not registered.
   static std::optional<FilterAttributes> attributes(const std::string& name);
 
-  /// All names, in alphabetical order.
+  /// All registered names in alphabetical order.
   static std::vector<std::string> filterNames();
 };
 

@@ -9,18 +9,17 @@
 
 namespace kestrel {
 
-/// What text is drawn with: a family of typefaces, a size, a weight and a slant.
+/// A request for a typeface: family, size, weight and slant.
 ///
-/// A plain value that asks for a typeface and holds none: a family that is not installed is legal
-/// and drawn with what the system puts in its place, and characters that a typeface lacks come from
-/// another one. The functions that look at the installed fonts may be called from any thread.
+/// A plain value that holds no typeface. If the family is not installed, the system's substitute is
+/// used, and characters missing in a typeface come from another one. The functions that look at the
+/// installed fonts are safe from any thread.
 struct KESTREL_API Font {
-  /// UTF-8. Case does not matter. "sans-serif", "serif" and "monospace" mean the system's own
-  /// choice.
+  /// UTF-8, not case-sensitive. "sans-serif", "serif" and "monospace" mean the system's choice.
   std::string family = "sans-serif";
 
-  /// The height of the em square in pixels, which are points at the same time. A size that is not
-  /// above 0 draws nothing; one above 4096 counts as 4096.
+  /// Height of the em square in pixels, which equal points here. A size of 0 or less draws nothing;
+  /// sizes above 4096 count as 4096.
   double size = 12;
 
   /// 100 (thin) to 1000 (heaviest); 400 is regular, 700 bold.
@@ -28,25 +27,25 @@ struct KESTREL_API Font {
 
   bool italic = false;
 
-  /// The system's font for its own texts.
+  /// The system's default font.
   static Font systemFontOfSize(double size);
 
-  /// Reads a font as people write it: "Family Name", then words of style such as "Bold", "Light" or
+  /// Parses a font description: "Family Name", then style words such as "Bold", "Light" or
   /// "Italic", then a size: "DejaVu Sans Bold 40".
   ///
-  /// Every part may be missing: the family is the system's then, the size `defaultSize`. Where an
-  /// installed family's name ends in a word of style, that word belongs to the name. Nothing for a
-  /// description without any word, or with a size that is not above 0.
+  /// Every part may be omitted; the defaults are the system's family and `defaultSize`. If an
+  /// installed family's name ends in a style word, the word belongs to the name. Nullopt if there
+  /// are no words or the size is 0 or less.
   static std::optional<Font> fontWithDescription(std::string_view description, double defaultSize);
 
-  /// The names of all installed families, in each language that they are named in, sorted, each
-  /// once.
+  /// The names of all installed families, in every language that they have a name in, sorted and
+  /// without duplicates.
   static std::vector<std::string> availableFontFamilies();
 
-  /// True when the family is installed, or stands for the system's own choice.
+  /// True if the family is installed or means the system's choice.
   bool exists() const;
 
-  /// The installed family that text in this font is drawn with; empty when no font is installed.
+  /// The installed family that this font resolves to; empty if no fonts are installed.
   std::string resolvedFamily() const;
 
   bool operator==(const Font&) const = default;

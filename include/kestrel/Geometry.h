@@ -6,9 +6,7 @@
 #include <optional>
 
 /// Plane geometry for pictures: doubles, in pixels, with the origin at the lower left and y
-/// upwards.
-///
-/// All of these are plain values without a hidden state; nothing here fails or allocates.
+/// pointing up. All types are plain values; nothing here fails or allocates memory.
 
 namespace kestrel {
 
@@ -26,15 +24,14 @@ struct Size {
   bool operator==(const Size&) const = default;
 };
 
-/// A rectangle by its lower-left corner and its size.
-///
-/// A size that is not above 0 in both directions means an empty rectangle, wherever its origin is.
+/// A rectangle given by its lower-left corner and its size. It is empty unless both width and
+/// height are above 0.
 struct KESTREL_API Rect {
   Point origin;
   Size size;
 
-  /// The rectangle that covers the whole plane: finite numbers far beyond any picture. Maps and
-  /// `integral` leave what `isInfinite` as it is.
+  /// The rectangle that covers the whole plane: finite numbers far beyond any picture. Transforms
+  /// and `integral` return infinite rectangles unchanged.
   static constexpr Rect infinite() {
     constexpr double kHalf = std::numeric_limits<double>::max() / 2;
     return {{-kHalf, -kHalf}, {2 * kHalf, 2 * kHalf}};
@@ -51,23 +48,21 @@ struct KESTREL_API Rect {
 /// True unless both width and height are above 0.
 KESTREL_API bool isEmpty(const Rect& rect);
 
-/// True when a side is so far out that no picture reaches there (beyond ±10¹⁵), so that the
-/// rectangle has no size in numbers that could be used.
+/// True if a side lies beyond ±10¹⁵, farther out than any picture reaches, so that the size is not
+/// meaningful as a number.
 KESTREL_API bool isInfinite(const Rect& rect);
 
-/// What both rectangles cover; all zeros when they have no area in common.
+/// The area that both rectangles cover; all zeros if they do not overlap.
 KESTREL_API Rect intersection(const Rect& a, const Rect& b);
 
-/// The smallest rectangle that covers both; an empty one adds nothing.
+/// The smallest rectangle that covers both; empty ones are ignored.
 KESTREL_API Rect unite(const Rect& a, const Rect& b);
 
-/// The smallest rectangle on whole units that covers `rect`: the origin is rounded down, the far
-/// edges up. An empty rectangle becomes all zeros, an infinite one stays.
+/// The smallest rectangle with whole-number edges that covers `rect`: the origin is rounded down,
+/// the far edges up. Empty becomes all zeros; infinite stays infinite.
 KESTREL_API Rect integral(const Rect& rect);
 
-/// A mapping of the plane: x' = a·x + c·y + tx, y' = b·x + d·y + ty.
-///
-/// The default is the identity.
+/// A map of the plane: x' = a·x + c·y + tx, y' = b·x + d·y + ty. The default is the identity.
 struct KESTREL_API AffineTransform {
   double a = 1;
   double b = 0;
@@ -81,8 +76,8 @@ struct KESTREL_API AffineTransform {
   /// About the origin, counter-clockwise for a positive `radians`.
   static AffineTransform rotation(double radians);
 
-  /// The named step first, then this transform: of a chain of these calls, the one named last acts
-  /// on a point first.
+  /// The given step first, then this transform: in a chain of calls, the last call is applied to a
+  /// point first.
   AffineTransform translated(double dx, double dy) const;
   AffineTransform scaled(double sx, double sy) const;
   AffineTransform rotated(double radians) const;
@@ -90,12 +85,12 @@ struct KESTREL_API AffineTransform {
   /// This transform first, then `next`.
   AffineTransform concat(const AffineTransform& next) const;
 
-  /// The transform that undoes this one; nothing when this one flattens the plane.
+  /// The inverse; nullopt if this transform is not invertible.
   std::optional<AffineTransform> invert() const;
 
   Point apply(const Point& point) const;
-  /// The upright rectangle around the mapped corners; for an empty `rect` its size may be zero but
-  /// is never negative. An infinite one stays.
+  /// The bounding box of the mapped corners. For an empty `rect` its size may be 0, but is never
+  /// negative. Infinite stays infinite.
   Rect apply(const Rect& rect) const;
 
   bool operator==(const AffineTransform&) const = default;

@@ -13,13 +13,12 @@ namespace kestrel {
 
 /// Computes the pixels of recipes.
 ///
-/// Only what the asked rectangle needs is computed, in strips, by the threads that all contexts of
-/// the process share; the same recipe gives the same bytes whatever their number. Values are
-/// clamped and rounded once, at the end. A context keeps the memory it worked with, so that a
-/// further picture of the same kind allocates none; it gives it back when it is destroyed.
+/// Only what the requested rectangle needs is computed, in strips, on threads that all contexts of
+/// the process share. The number of threads does not affect the result. Values are clamped and
+/// rounded once, at the end. A context keeps its working memory until it is destroyed, so that
+/// rendering similar pictures does not allocate again.
 ///
-/// Any thread may use a context, and several at a time may. A picture with a side above 32768
-/// pixels is refused.
+/// Safe from any thread, also concurrently. Pictures with a side above 32768 pixels are refused.
 class KESTREL_API ImageContext {
  public:
   ImageContext();
@@ -27,28 +26,28 @@ class KESTREL_API ImageContext {
   ImageContext(const ImageContext&) = delete;
   ImageContext& operator=(const ImageContext&) = delete;
 
-  /// How many threads, the caller's included, work on one picture: 1 to `threads`, from the next
-  /// picture on. 0, the default, is as many as the machine has.
+  /// The maximum number of threads, including the caller's, that work on one picture, from the next
+  /// picture on. 0, the default, means one per processor.
   void setThreads(int threads);
   int threads() const;
 
-  /// Writes the pixels of `integral(bounds)`: R, G, B, A, alpha not premultiplied, the top row
-  /// first, rows `bytesPerRow` bytes apart. What the image does not cover becomes transparent black
-  /// (all zeros), as does every pixel of a null image. False, and nothing written, when `bounds` is
-  /// empty, infinite or too large, `pixels` is null, or a row does not hold its pixels; also when
-  /// there is not enough memory.
+  /// Renders the pixels of `integral(bounds)`: R, G, B, A, alpha not premultiplied, top row first,
+  /// rows `bytesPerRow` bytes apart. Pixels that the image does not cover become transparent black
+  /// (all zeros), as do all pixels of a null image. Returns false and writes nothing if `bounds` is
+  /// empty, infinite or too large, `pixels` is null or a row is too short for its pixels. Also
+  /// returns false if memory runs out.
   bool render(const std::shared_ptr<const Image>& image, const Rect& bounds, uint8_t* pixels,
               int bytesPerRow) const;
 
-  /// The same into planes of luma and chroma, whose format's width and height are those of
-  /// `integral(bounds)`; transparency shows black. Chroma is the average of the rows that share it
-  /// and, where columns share it, of the column it is sited with (½) and its neighbours (¼ each).
-  /// An image that is nothing but planes of the same format keeps its samples.
+  /// The same into luma and chroma planes. The width and height of the target's format must be
+  /// those of `integral(bounds)`. Transparency shows as black. Chroma is the average of the rows
+  /// that share it and, if columns share it, of the column it is sited with (½) and its neighbours
+  /// (¼ each). An image that consists only of planes of the same format keeps its samples.
   bool render(const std::shared_ptr<const Image>& image, const Rect& bounds,
               const YUVTarget& target) const;
 
-  /// The pixels of `integral(rect)` in memory of their own, rows tightly packed; null where
-  /// `render` would be false.
+  /// The pixels of `integral(rect)` in new memory, without gaps between rows; null if `render`
+  /// would return false.
   std::shared_ptr<const BitmapImage> bitmapImage(const std::shared_ptr<const Image>& image,
                                                  const Rect& rect) const;
 

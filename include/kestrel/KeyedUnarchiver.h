@@ -10,16 +10,16 @@
 
 namespace kestrel {
 
-/// Reads what a `KeyedArchiver`, or another program with the same layout, has stored.
+/// Reads archives written by `KeyedArchiver` or by other programs in the same format.
 ///
-/// Outside of a factory keys are those of "$top"; within one they are the values of the object
-/// that is being made. Lists, sets, dictionaries with texts as keys, texts, bytes, dates, numbers
-/// and boxed points, sizes and rectangles are understood by themselves, other objects by the
-/// classes made known by `registerCodingClass`. What is referred to twice is made once.
+/// Outside of a factory, keys are those of "$top"; within one, those of the object being made.
+/// Lists, sets, dictionaries with text keys, texts, bytes, dates, numbers and boxed points, sizes
+/// and rectangles are built in; other classes must be registered with `registerCodingClass`. An
+/// object that is referred to several times is made once.
 ///
-/// Bytes may come from anywhere: time and memory stay in proportion to their number, and whatever
-/// is not as it should be ends in `ArchiveError`: no archive, a reference to nothing, an object
-/// within itself or more than 256 deep, an unknown class. One thread uses an unarchiver.
+/// The bytes need not be trusted: time and memory stay proportional to their number, and anything
+/// invalid throws `ArchiveError`: bytes that are not an archive, a dangling reference, an object
+/// within itself or more than 256 levels deep, an unknown class. Use from one thread at a time.
 class KESTREL_API KeyedUnarchiver {
  public:
   explicit KeyedUnarchiver(std::span<const uint8_t> bytes);
@@ -27,13 +27,13 @@ class KESTREL_API KeyedUnarchiver {
   KeyedUnarchiver(const KeyedUnarchiver&) = delete;
   KeyedUnarchiver& operator=(const KeyedUnarchiver&) = delete;
 
-  /// True if there is an entry, even one that stores "nothing".
+  /// True if there is an entry, even if it stores "nothing".
   bool containsValueForKey(const std::string& key) const;
 
-  /// The object under a key; nothing where there is no entry.
+  /// The object under a key; no value if there is no entry.
   CodedValue decodeObjectForKey(const std::string& key);
 
-  /// Plain or boxed numbers; 0 and false where there is no entry. `ArchiveError` for anything else.
+  /// Plain or boxed numbers; 0 or false if there is no entry. Anything else throws `ArchiveError`.
   double decodeDoubleForKey(const std::string& key);
   int64_t decodeInt64ForKey(const std::string& key);
   bool decodeBoolForKey(const std::string& key);
@@ -41,7 +41,7 @@ class KESTREL_API KeyedUnarchiver {
   /// The object of an archive made by `archivedDataWithRootObject`.
   CodedValue rootObject();
 
-  /// The same of a file; `ArchiveError` when it can't be read, too.
+  /// The same from a file; also throws `ArchiveError` if it cannot be read.
   static CodedValue unarchiveObjectWithFile(const std::string& path);
 
  private:

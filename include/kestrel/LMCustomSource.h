@@ -6,32 +6,33 @@
 
 namespace kestrel {
 
-/// A byte source that a subclass implements: it says how large its virtual file is and which bytes
-/// come next, and the demuxer reads through that.
+/// A source of bytes implemented by a subclass, which reports the size of a virtual file and reads
+/// from it; the demuxer reads through that.
 ///
 /// A subclass overrides `filesize`, `read`, and `copy` (a second, independent reader of the same
-/// bytes). Reads and seeks happen on the thread that reads the media.
+/// bytes). Reads and seeks happen on the thread that opens or reads the media.
 class KESTREL_API LMCustomSource : public LMMediaSource {
  public:
   LMCustomSource();
   ~LMCustomSource() override;
 
-  /// A subclass returns a new source of its own class; the base returns a source that
-  /// reads nothing.
+  /// A subclass returns a new source of its own class. The base class returns a source without
+  /// data.
   std::shared_ptr<LMMediaSource> copy() const override;
 
-  /// Delivers up to `size` bytes from `read_offset` on and returns how many; 0 at the end, or a
-  /// negative library error. It does not move `read_offset`.
+  /// Reads up to `size` bytes at `read_offset`, without moving it, and returns how many; 0 at the
+  /// end, or a negative FFmpeg error code.
   ///
-  /// `AVERROR(EAGAIN)` says that there is nothing yet: the demuxer's read then asks again every 10
-  /// ms, for 5 seconds at most. A source that answers 100 errors in a row, or is late by more, is
-  /// not asked any more. Before it asks, that read asks the interrupt.
+  /// `AVERROR(EAGAIN)` means that no data is available yet: the demuxer's read polls again every 10
+  /// ms, for 5 seconds at most, asking the interrupt each time. After a timeout or 100 errors in a
+  /// row, the source is not asked again.
   virtual int32_t read(uint8_t* buffer, int32_t size);
 
-  /// The size of the I/O buffer in bytes: one second of 44.1 kHz stereo float samples.
+  /// The size of the I/O buffer in bytes; by default one second of 44.1 kHz stereo float samples.
   virtual int32_t buffer_size() const;
 
-  /// The context over `read` and `filesize`, made on the first call; null when it can't be.
+  /// The I/O context over `read` and `filesize`, created on the first call and owned by this
+  /// object; null on failure.
   AVIOContext* avio_context() override;
 
   AVIOContext* io_context() const;
@@ -40,10 +41,10 @@ class KESTREL_API LMCustomSource : public LMMediaSource {
   int64_t read_offset() const;
   void setRead_offset(int64_t offset);
 
-  /// What the demuxer's read does: `read`, then `read_offset` moves by its result.
+  /// The demuxer's read: calls `read` and adds the result to `read_offset`.
   int32_t read_packet(uint8_t* buffer, int32_t size);
 
-  /// What the demuxer's seek does: sets `read_offset`, without a range check, and returns it.
+  /// The demuxer's seek: sets `read_offset`, without checking the range, and returns it.
   /// `AVSEEK_SIZE` returns `filesize` and moves nothing; an unknown `whence` returns
   /// `AVERROR(ENOSYS)`.
   int64_t seek(int64_t offset, int32_t whence);
@@ -52,7 +53,7 @@ class KESTREL_API LMCustomSource : public LMMediaSource {
   int32_t readPatiently(uint8_t* buffer, int32_t size);
 
   AVIOContext* io_context_ = nullptr;
-  int failures_ = 0;  // in a row; only the reading thread asks
+  int failures_ = 0;  // in a row; used by the reading thread only
   std::atomic<int64_t> read_offset_{0};
 };
 

@@ -16,31 +16,32 @@ namespace kestrel {
 class LMDVDFile;
 class LMDVDSource;
 
-/// A title under the number that players give it.
+/// A title and the number of its title set. Its index in `LMDVD::numberedTitles` is the number that
+/// players show, less 1.
 struct LMDVDNumberedTitle {
-  int32_t title_set = 0;               ///< the number of its title set
-  std::shared_ptr<LMDVDTitleSet> set;  ///< null where that could not be read
-  std::shared_ptr<LMDVDTitle> title;   ///< null where that or its chain could not be read
+  int32_t title_set = 0;               ///< number of the title set
+  std::shared_ptr<LMDVDTitleSet> set;  ///< null if it could not be read
+  std::shared_ptr<LMDVDTitle> title;   ///< null if the title or its program chain could not be read
 };
 
 using DVDNumberedTitle = LMDVDNumberedTitle;
 
-/// A DVD-Video volume: a disc, an image of one, or a folder with a VIDEO_TS folder in it, with all
-/// its title sets and titles.
+/// A DVD-Video volume (a disc, a disc image, or a folder that contains VIDEO_TS) with its title
+/// sets and titles.
 ///
-/// `open` reads the whole structure, which does not change afterwards, so any thread may look at
-/// it. Sources and files of a volume keep it alive. They may be read in several threads:
-/// their reads take turns, because all go through the volume's one reader.
+/// `open` reads the whole structure. It does not change afterwards, so any thread may read it.
+/// Sources and files of a volume keep it alive; several threads may read from them at once, and
+/// take turns at the volume's single reader.
 ///
-/// Discs are read as they are: scrambled ones are not unscrambled here.
+/// Scrambled discs are not descrambled.
 class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
  public:
-  /// Opens a volume; null if there is nothing at the path. A file that is no disc image, and a
-  /// volume whose manager can't be read, give a volume without title sets; a title set that can't
-  /// be read is left out. The backup of an information file stands in for it.
+  /// Opens a volume; null if nothing exists at the path. A file that is not a disc image, or a
+  /// volume with an unreadable manager, gives a volume without title sets; unreadable title sets
+  /// are left out. If an information file is unreadable, its backup is used.
   static std::shared_ptr<LMDVD> open(const std::string& path);
 
-  /// An unopened volume, as `open` begins with.
+  /// An unopened volume; use `open` instead.
   LMDVD();
   ~LMDVD();
   LMDVD(const LMDVD&) = delete;
@@ -48,44 +49,44 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
 
   const std::shared_ptr<LMDVDInternal>& internal() const { return internal_; }
 
-  /// The reader handle; null for an unopened volume. Owned by this.
+  /// The reader handle, owned by this object; null for an unopened volume.
   dvd_reader_s* dvd_reader() const { return internal_->dvd(); }
 
-  /// The volume's own name, or its folder's where it has none.
+  /// The volume's name; if it has none, its folder's name.
   const std::string& volume() const { return volume_; }
 
   /// The path given to `open`.
   const std::string& path() const { return path_; }
 
-  /// The title sets that could be read, in order of their numbers.
+  /// The readable title sets in numerical order.
   const std::vector<std::shared_ptr<LMDVDTitleSet>>& title_sets() const { return title_sets_; }
 
-  /// The numbers of the title sets that the manager names but that could not be read.
+  /// The numbers of the title sets that the manager lists but that could not be read.
   const std::vector<int32_t>& missingTitleSets() const { return missingTitleSets_; }
 
-  /// The titles as the disc's own table numbers them: title 1 comes first. Titles that could not be
-  /// read keep their numbers. Where the table itself can't be read, all titles of all title sets.
+  /// The titles in the order of the disc's title table: title 1 comes first. Unreadable titles keep
+  /// their numbers. If the table or every title in it is unreadable, all titles of all title sets.
   const std::vector<LMDVDNumberedTitle>& numberedTitles() const { return numberedTitles_; }
 
-  /// True if the disc's table of titles could be read.
+  /// True if at least one title of the disc's title table could be read.
   bool hasTitleTable() const { return hasTitleTable_; }
 
-  /// Bit n − 1 is set where the disc may not play in region n.
+  /// Bit n − 1 is set if the disc must not be played in region n.
   int32_t region() const { return region_; }
 
-  /// The files of the volume: for the manager and as many title sets as could be read the
-  /// information file, its backup, the menu's VOBs and the parts of the title VOBs, as far as they
-  /// are there.
+  /// The files of the volume. For the manager and the title sets numbered 1 to
+  /// `title_sets().size()`: the information file, its backup, the menu's VOBs and the parts of the
+  /// title VOBs, as far as they exist.
   std::vector<std::shared_ptr<LMDVDFile>> dvdFiles();
 
-  /// Those of one title set, of the manager for 0.
+  /// The files of one title set; of the manager for 0.
   std::vector<std::shared_ptr<LMDVDFile>> filesOfTitleSet(int32_t number);
 
-  /// From this number of runs on a title is offered in pieces.
+  /// Titles with this many runs or more are offered in pieces.
   static int32_t dvdTitleSplitVobCount() { return 200; }
 
   /// A source for each title, in order of title sets and titles; for a title of
-  /// `dvdTitleSplitVobCount` runs or more a source for each run.
+  /// `dvdTitleSplitVobCount` runs or more, a source for each run.
   std::vector<std::shared_ptr<LMDVDSource>> titleSources();
 
  private:

@@ -6,15 +6,14 @@ struct dvd_reader_s;
 
 namespace kestrel {
 
-/// Holds a disc's reader handle, so that nobody else need know its type. It does not close it: the
-/// `LMDVD` does.
+/// Holds a disc's reader handle without exposing its type. `LMDVD` closes it.
 class LMDVDInternal {
  public:
   dvd_reader_s* dvd() const { return dvd_; }
   void setDvd(dvd_reader_s* dvd) { dvd_ = dvd; }
 
-  /// Held during every access to the disc: of an image there is one open file, and two threads
-  /// would move its position under each other.
+  /// Held during every access to the disc: an image is a single open file with one position, which
+  /// concurrent reads would move.
   std::mutex& lock() { return lock_; }
 
  private:

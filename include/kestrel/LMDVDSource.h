@@ -17,11 +17,11 @@ struct dvd_file_s;
 
 namespace kestrel {
 
-/// What a title's own pictures say of themselves.
+/// Properties of a title's pictures as coded in the pictures themselves.
 struct LMDVDPictureFacts {
   int32_t width = 0;  ///< pixels
   int32_t height = 0;
-  Rational aspect;     ///< how they are displayed, width by height; 0/1 where they do not say
+  Rational aspect;     ///< display aspect ratio, width / height; 0/1 if not coded
   Rational framerate;  ///< pictures per second
 
   bool operator==(const LMDVDPictureFacts&) const = default;
@@ -29,18 +29,18 @@ struct LMDVDPictureFacts {
 
 using DVDPictureFacts = LMDVDPictureFacts;
 
-/// The input source of one title of a disc, or of one run of its sectors: a virtual file of
-/// 2048-byte blocks that the demuxer reads as a program stream.
+/// The source of one title of a disc, or of one run of its sectors: a virtual file of 2048-byte
+/// blocks that the demuxer reads as a program stream.
 ///
-/// A whole title turns into one media for each of its runs, one after another on the time line, for
-/// each run may count its time stamps anew; `LMDVDTitleSource` reads a title as one stream instead.
-/// One thread reads a volume at a time, whatever the number of sources.
+/// A whole title becomes several medias, one per run, in sequence on the time line, because each
+/// run may restart its time stamps; `LMDVDTitleSource` reads a title as one stream instead. Sources
+/// of a volume take turns at reading.
 class KESTREL_API LMDVDSource : public LMMediaSource {
  public:
   LMDVDSource();
   ~LMDVDSource() override;
 
-  /// An unopened source of the same title and run, with a position of its own.
+  /// An unopened source of the same title and run, with its own position.
   std::shared_ptr<LMMediaSource> copy() const override;
 
   const std::shared_ptr<LMDVD>& dvd() const { return dvd_; }
@@ -52,32 +52,32 @@ class KESTREL_API LMDVDSource : public LMMediaSource {
   const std::shared_ptr<LMDVDTitle>& title() const { return title_; }
   void setTitle(std::shared_ptr<LMDVDTitle> title) { title_ = std::move(title); }
 
-  /// The run that is read; null for the whole title, which is read from the first sector of the
-  /// title set on and meant to be split.
+  /// The run to read; null for the whole title, which is read from the first sector of the title
+  /// set and meant to be split by `createMedias`.
   const std::shared_ptr<LMDVDMedia>& media() const { return media_; }
   void setMedia(std::shared_ptr<LMDVDMedia> media) { media_ = std::move(media); }
 
-  /// The open title VOBs and the I/O context, null before `avio_context`; owned by this.
+  /// The open title VOBs and the I/O context, owned by this object; null before `avio_context`.
   dvd_file_s* reader() const { return reader_; }
   AVIOContext* io_context() const { return io_context_; }
 
-  /// The position of the next read in the virtual file, bytes.
+  /// The position of the next read in the virtual file, in bytes.
   int64_t read_offset() const { return read_offset_; }
 
-  /// The size of all title VOBs of the title set in blocks, once they are open.
+  /// The size of all title VOBs of the title set in blocks, once open.
   uint32_t blocks() const { return blocks_; }
 
   AVIOContext* avio_context() override;
 
-  /// Opens as the base does. Start and length are then taken from the run's own navigation, where
-  /// it has any: to the tick, where the demuxer estimates.
+  /// Opens like the base class. Start and duration are then taken from the run's navigation data,
+  /// if it has any, which is exact, unlike the demuxer's estimate.
   void open() override;
 
   bool isDVD() const override;
   int64_t filesize() const override;
   uint32_t sector_count() const;
 
-  /// Volume, title set and title, counted from 1: "MOVIE_1_1".
+  /// Names of volume, title set and title, the numbers counted from 1: "MOVIE_1_1".
   std::string name() const override;
   std::string path() const override;
   const SubtitlePalette* palette() const override;
@@ -87,22 +87,21 @@ class KESTREL_API LMDVDSource : public LMMediaSource {
   /// A copy of this source for each run of the title.
   std::vector<std::shared_ptr<LMDVDSource>> dvdMediaSources() const;
 
-  /// A media for each run that has pictures or sound and lasts longer than a tenth of a second,
-  /// each where the one before ends.
+  /// A media for each run that has pictures or sound and is longer than 0.1 s, each starting where
+  /// the previous one ends.
   std::vector<std::shared_ptr<LMFFMedia>> createMedias() override;
 
-  /// Reads blocks from `block` of the virtual file on, no more than it has; returns how many came.
-  /// `avio_context` must have been called.
+  /// Reads blocks of the virtual file from `block` on, up to its end, and returns how many. Call
+  /// `avio_context` first.
   int64_t readBlock(uint32_t block, int64_t count, uint8_t* buffer);
 
-  /// What the demuxer's read does: whole blocks, or the rest of one. 0 at the end and where reading
-  /// fails.
+  /// The demuxer's read: whole blocks, or the rest of one. Returns 0 at the end and on read errors.
   int32_t read_packet(uint8_t* buffer, int32_t size);
 
-  /// What the demuxer's seek does; see `LMCustomSource::seek`.
+  /// The demuxer's seek; see `LMCustomSource::seek`.
   int64_t seek(int64_t offset, int32_t whence);
 
-  /// What the first pictures of the title (or run) say; none when there are none to be read.
+  /// The properties of the first pictures of the title (or run); nullopt if no picture can be read.
   std::optional<LMDVDPictureFacts> pictureFacts();
 
  private:

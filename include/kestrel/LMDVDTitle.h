@@ -11,7 +11,7 @@
 
 namespace kestrel {
 
-/// Neighbouring sectors, counted in the title VOBs of the title set.
+/// A range of sectors, both ends inclusive, counted within the title VOBs of the title set.
 struct LMDVDSectors {
   uint32_t first = 0;
   uint32_t last = 0;
@@ -21,16 +21,17 @@ struct LMDVDSectors {
 
 using DVDSectors = LMDVDSectors;
 
-/// One cell of a title: a part of a VOB that is played from its first sector to its last.
+/// A cell of a title: a part of a VOB, played from its first to its last sector.
 struct LMDVDCell {
-  uint32_t first_sector = 0;  ///< counted in the title VOBs of the title set
+  uint32_t first_sector = 0;  ///< counted within the title VOBs of the title set
   uint32_t last_sector = 0;
-  uint32_t last_vobu_sector = 0;  ///< where the cell's last unit begins
+  uint32_t last_vobu_sector = 0;  ///< start of the cell's last unit
   int32_t vob_id = 0;
-  bool restartsClock = false;  ///< its time stamps do not go on from those of the cell before
-  int64_t duration = 0;        ///< what the disc says, microseconds
+  bool restartsClock = false;  ///< its time stamps do not continue those of the previous cell
+  int64_t duration = 0;        ///< as stated on the disc, microseconds
 
-  /// Its own sectors where other angles' lie between them; else empty, and all are its own.
+  /// The cell's own sectors if other angles are interleaved with them; empty: all sectors are its
+  /// own.
   std::vector<LMDVDSectors> pieces;
 
   bool operator==(const LMDVDCell&) const = default;
@@ -38,22 +39,22 @@ struct LMDVDCell {
 
 using DVDCell = LMDVDCell;
 
-/// One sound or subpicture track of a title.
+/// A sound or subpicture track of a title.
 struct LMDVDTrack {
-  uint32_t track = 0;  ///< counted from 0 among the title's tracks of its kind
+  uint32_t track = 0;  ///< index among the title's tracks of its kind, from 0
   int32_t stream_id =
-      0;  ///< the id of its container stream, whose low four bits select it in a movie
-  std::string language;     ///< two letters, "" where the disc names none
-  std::string name;         ///< the language's name for display, "" likewise
-  int32_t channels = 0;     ///< of sound, as the disc states
-  int32_t sample_rate = 0;  ///< Hz, likewise
+      0;  ///< id of its container stream; the low four bits are the track's number in a movie
+  std::string language;     ///< two letters; "" if the disc does not state one
+  std::string name;         ///< display name of the language; "" if unknown
+  int32_t channels = 0;     ///< sound only, as stated on the disc
+  int32_t sample_rate = 0;  ///< Hz; sound only, as stated on the disc
 
   bool operator==(const LMDVDTrack&) const = default;
 };
 
 using DVDTrack = LMDVDTrack;
 
-/// One title: a program chain of a title set, as sectors and as what the disc says of it.
+/// A title: a program chain of a title set, with its sectors and the disc's description of it.
 ///
 /// Made by `LMDVD::open` and not changed afterwards, so any thread may read it.
 class KESTREL_API LMDVDTitle {
@@ -62,7 +63,7 @@ class KESTREL_API LMDVDTitle {
   int32_t title() const { return title_; }
   void setTitle(int32_t title) { title_ = title; }
 
-  /// The runs of all cells, those of every angle: neighbouring cells of one VOB make one run.
+  /// The runs of all cells of all angles; adjacent cells of one VOB form one run.
   const std::vector<std::shared_ptr<LMDVDMedia>>& medias() const { return medias_; }
   void setMedias(std::vector<std::shared_ptr<LMDVDMedia>> medias) { medias_ = std::move(medias); }
 
@@ -70,28 +71,28 @@ class KESTREL_API LMDVDTitle {
   const SubtitlePalette* palette() const { return &palette_; }
   void setPalette(const SubtitlePalette& palette) { palette_ = palette; }
 
-  /// The sectors of all runs together, modulo 2^32.
+  /// The total number of sectors of all runs, modulo 2^32.
   uint32_t sector_count() const;
 
   /// "title:0 count:1023".
   std::string description() const;
 
-  /// How long the disc says that the title plays, microseconds.
+  /// The duration as stated on the disc, microseconds.
   int64_t duration() const { return duration_; }
   void setDuration(int64_t duration) { duration_ = duration; }
 
-  /// The cells in the order of playback; of several angles the first one's.
+  /// The cells in playback order; if there are several angles, those of the first.
   const std::vector<LMDVDCell>& cells() const { return cells_; }
   void setCells(std::vector<LMDVDCell> cells) { cells_ = std::move(cells); }
 
-  /// Where the chapters begin: indexes of cells, in rising order.
+  /// The indexes of the cells at which chapters begin, in ascending order.
   const std::vector<size_t>& chapters() const { return chapters_; }
   void setChapters(std::vector<size_t> cells) { chapters_ = std::move(cells); }
 
-  /// Where the chapters begin in time as the disc states it, microseconds from the title's start.
+  /// The start times of the chapters as stated on the disc, microseconds from the title's start.
   std::vector<int64_t> chapterTimes() const;
 
-  /// The tracks that the title has, in the disc's order.
+  /// The title's tracks, in the disc's order.
   const std::vector<LMDVDTrack>& audioTracks() const { return audioTracks_; }
   void setAudioTracks(std::vector<LMDVDTrack> tracks) { audioTracks_ = std::move(tracks); }
   const std::vector<LMDVDTrack>& subtitleTracks() const { return subtitleTracks_; }

@@ -13,7 +13,7 @@
 
 namespace kestrel {
 
-/// One title set of a disc: titles that share their VOBs and their kinds of tracks.
+/// A title set of a disc: titles that share VOBs and kinds of tracks.
 ///
 /// Made by `LMDVD::open` and not changed afterwards, so any thread may read it.
 class KESTREL_API LMDVDTitleSet {
@@ -22,22 +22,22 @@ class KESTREL_API LMDVDTitleSet {
   int32_t title_set() const { return title_set_; }
   void setTitle_set(int32_t number) { title_set_ = number; }
 
-  /// "ntsc" for 0 and "pal" for 1 in bits 2 and 3 of the first byte of the disc's video attributes,
-  /// none for other values. Discs keep their aspect there and the standard two bits higher, so this
-  /// often misnames a disc; the position is part of the interface. `LMDVDSource::pictureFacts`
-  /// tells what the pictures are.
+  /// "ntsc" for 0 and "pal" for 1 in bits 2 and 3 of the first byte of the disc's video attributes;
+  /// nullopt for other values. Discs store the aspect ratio in these bits and the TV standard two
+  /// bits higher, so this is often wrong; the position is part of the interface.
+  /// `LMDVDSource::pictureFacts` returns the actual properties.
   const std::optional<std::string>& dvdFormat() const { return dvdFormat_; }
   void setDvdFormat(std::optional<std::string> format) { dvdFormat_ = std::move(format); }
 
-  /// "4:3" for 0 and "16:9" for 3 in bits 4 and 5 of that byte, none for other values; see
-  /// `dvdFormat`.
+  /// "4:3" for 0 and "16:9" for 3 in bits 4 and 5 of the same byte; nullopt for other values. As
+  /// unreliable as `dvdFormat`.
   const std::optional<std::string>& display_aspect_ratio() const { return display_aspect_ratio_; }
   void setDisplay_aspect_ratio(std::optional<std::string> ratio) {
     display_aspect_ratio_ = std::move(ratio);
   }
 
-  /// Display names of all sound and all subpicture tracks that the title set declares; English
-  /// stands in where the disc names no language.
+  /// Display names of all sound and subpicture tracks declared by the title set; English if the
+  /// disc does not state a language.
   const std::vector<std::string>& audioLanguages() const { return audioLanguages_; }
   void setAudioLanguages(std::vector<std::string> names) { audioLanguages_ = std::move(names); }
   const std::vector<std::string>& subtitleLanguages() const { return subtitleLanguages_; }
@@ -45,16 +45,16 @@ class KESTREL_API LMDVDTitleSet {
     subtitleLanguages_ = std::move(names);
   }
 
-  /// The span of sectors of each VOB, by VOB number − 1. One that the disc's table leaves out has
-  /// no sectors and starts at 0x7FFFFFFF.
+  /// The sector range of each VOB, by VOB number − 1. A VOB missing in the disc's table has no
+  /// sectors and starts at 0x7FFFFFFF.
   const std::vector<std::shared_ptr<LMDVDMedia>>& medias() const { return medias_; }
   void setMedias(std::vector<std::shared_ptr<LMDVDMedia>> medias) { medias_ = std::move(medias); }
 
-  /// The titles that have cells, in the order of their program chains.
+  /// The titles with cells, in the order of their program chains.
   const std::vector<std::shared_ptr<LMDVDTitle>>& titles() const { return titles_; }
   void setTitles(std::vector<std::shared_ptr<LMDVDTitle>> titles) { titles_ = std::move(titles); }
 
-  /// `medias()[index]`, null for an index that is too large.
+  /// `medias()[index]`; null if the index is out of range.
   std::shared_ptr<LMDVDMedia> mediaForVob(uint32_t index) const;
 
   /// Format, aspect and languages in one line.

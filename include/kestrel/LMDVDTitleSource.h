@@ -14,16 +14,15 @@
 
 namespace kestrel {
 
-/// A whole title as one stream: all its cells one behind the other, with time stamps that go on
-/// from each to the next.
+/// A whole title as one stream: its cells in sequence, with continuous time stamps.
 ///
-/// Cells may begin with any time. As the sectors are read, their time stamps are moved so that each
-/// cell begins where the one before ends by the disc's own navigation; so sound and pictures run
-/// through the seams, and decoders never notice one. Everything that reads media files works on it:
-/// seeking, two readers, stream copy.
+/// Cells may start at any time. When sectors are read, their time stamps are shifted so that each
+/// cell begins where the previous one ends according to the disc's navigation data. Sound and
+/// pictures are continuous across cells, so seeking, several readers and stream copy work as for
+/// any media file.
 ///
-/// Sectors that can't be read are left out and `lastError` says so, as it does of scrambled ones.
-/// One thread reads a volume at a time.
+/// Unreadable sectors are left out and reported by `lastError`, as are scrambled ones. Sources of a
+/// volume take turns at reading.
 class KESTREL_API LMDVDTitleSource : public LMCustomSource {
  public:
   LMDVDTitleSource(std::shared_ptr<LMDVD> dvd, std::shared_ptr<LMDVDTitleSet> title_set,
@@ -36,13 +35,13 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   const std::shared_ptr<LMDVDTitleSet>& title_set() const;
   const std::shared_ptr<LMDVDTitle>& title() const;
 
-  /// Opens as the base does; start, length, chapters and the rate of the pictures are the title's
-  /// own, and each sound and subpicture stream is tagged with its language. Film that repeats
-  /// fields for NTSC has 24000/1001 pictures per second. A scrambled title is not opened.
+  /// Opens like the base class. Start, duration, chapters and frame rate are those of the title,
+  /// and sound and subpicture streams are tagged with their languages. NTSC film with repeated
+  /// fields has 24000/1001 pictures per second. Scrambled titles are not opened.
   void open() override;
 
-  /// What keeps the title from being read whole, as far as that shows without reading it through:
-  /// VOBs that are not there or too short, scrambled ones.
+  /// The reason why the title cannot be read completely, as far as that can be told without reading
+  /// all of it: missing, truncated or scrambled VOBs.
   Error problem();
 
   bool isDVD() const override;
@@ -56,11 +55,11 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   AVIOContext* avio_context() override;
   int32_t read(uint8_t* buffer, int32_t size) override;
 
-  /// Where the title's chapters begin, microseconds from its start, in the stream's own time. The
-  /// source must be open.
+  /// The start times of the chapters, in microseconds from the title's start, on the stream's own
+  /// clock. The source must be open.
   std::vector<int64_t> chapterTimes();
 
-  /// How long the title lasts by its navigation, microseconds. The source must be open.
+  /// The duration according to the navigation data, microseconds. The source must be open.
   int64_t duration() const;
 
  private:

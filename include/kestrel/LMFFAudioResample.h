@@ -11,89 +11,86 @@ struct SwrContext;
 
 namespace kestrel {
 
-/// Converts sound from whatever a decoder or a host delivers into one wanted format, and keeps the
-/// converted samples until a consumer reads them.
+/// Converts sound from a decoder or a host into one output format and queues it until it is read.
+/// It also decouples producers and consumers that work in blocks of different sizes.
 ///
-/// It is a converter and the buffer between a producer and a consumer that work in different block
-/// sizes. It is closed until `open`, `convertFormat` or the first samples open it; input in another
-/// format reopens it by itself. Whatever closes or reopens it loses the converted samples that
-/// nobody has read.
+/// A converter is closed until `open`, `convertFormat` or the first samples open it; it reopens
+/// itself for input in another format. Closing and reopening discard queued samples.
 ///
-/// Sample counts are per channel throughout. Levels: equal layouts pass unchanged (bit for bit
-/// where the sample values are the same in both formats), mono reaches both sides of stereo at full
-/// level, stereo becomes mono as (L + R) / 2, and other fold-downs are scaled so that input at full
-/// scale cannot clip.
+/// Sample counts are per channel. Levels: between equal layouts samples are unchanged (bit for bit
+/// if both formats can represent them), mono goes to both stereo channels at full level, stereo
+/// becomes mono as (L + R) / 2, and other downmixes are scaled so that full-scale input cannot
+/// clip.
 ///
-/// Planar sound has at most eight channels here, interleaved sound as many as the libraries take.
-/// Failures are silent: what can't be converted is dropped.
+/// Planar sound may have up to eight channels, interleaved sound as many as FFmpeg supports. Errors
+/// are not reported: what cannot be converted is dropped.
 ///
 /// Every operation takes the object's recursive lock, so one thread may write while another reads.
 class KESTREL_API LMFFAudioResample {
  public:
-  /// Closed; `inFormat` is all zero and `outFormat` is `lm_get_default_audio_format`.
+  /// Closed, with `inFormat` all zero and `outFormat` set to `lm_get_default_audio_format`.
   LMFFAudioResample();
   ~LMFFAudioResample();
   LMFFAudioResample(const LMFFAudioResample&) = delete;
   LMFFAudioResample& operator=(const LMFFAudioResample&) = delete;
 
-  /// `outFormat`.
+  /// Same as `outFormat`.
   LMFFAudioFormat outputFormat() const;
 
-  /// The format of the samples written in. Setting it does not reopen an open converter.
+  /// The format of the samples written. Setting it does not reopen an open converter.
   LMFFAudioFormat inFormat() const;
   void setInFormat(const LMFFAudioFormat& format);
 
-  /// The format of the samples read out. Setting it does not reopen an open converter: until that
-  /// happens, samples are still converted to the format that it was opened with.
+  /// The format of the samples read. Setting it does not reopen an open converter: until that is
+  /// reopened, samples are converted to the old format.
   LMFFAudioFormat outFormat() const;
   void setOutFormat(const LMFFAudioFormat& format);
 
   /// The open conversion context, owned by this object; null while closed.
   SwrContext* context() const;
 
-  /// Takes over an initialised context that converts from `inFormat` to `outFormat`; null leaves
-  /// the object closed. The context held before is the caller's from then on. Queued samples are
+  /// Takes ownership of an initialised context that converts from `inFormat` to `outFormat`; null
+  /// closes the converter. The caller becomes the owner of the previous context. Queued samples are
   /// lost.
   void setContext(SwrContext* context);
 
-  /// Opens a context from `inFormat` to `outFormat`. An input layout that is exactly front left or
-  /// exactly front right is opened as mono. On failure the object is closed.
+  /// Opens a context from `inFormat` to `outFormat`. An input layout of only front left or only
+  /// front right is treated as mono. On failure the converter is closed.
   void open();
 
-  /// Closes: frees the context and drops the queued samples.
+  /// Both free the context and discard queued samples.
   void clear();
   void close();
 
-  /// Makes the converter convert from `format` to `to`; does nothing when it is open and does so
-  /// already.
+  /// Opens the converter from `format` to `to`, unless it is already open with these formats.
   void convertFormat(const LMFFAudioFormat& format, const LMFFAudioFormat& to);
 
   /// Pushes input, pulls output, or both.
   ///
-  /// `frame` (null, or without data: no input) is converted and queued; when its format is not
-  /// `inFormat`, the converter reopens for it first. A frame that names only a number of channels
-  /// has the default layout for it.
+  /// `frame` (null or without data: no input) is converted and queued. If its format differs from
+  /// `inFormat`, the converter reopens first. A frame that only has a channel count gets the
+  /// default layout for it.
   ///
-  /// `to` (may be null) offers room for `nb_samples` samples in its data planes, which are in
-  /// `outFormat`. It receives queued samples, oldest first, and `nb_samples` becomes how many;
-  /// 0 when it has no data plane or the conversion failed. While closed, `to` stays as it is.
+  /// `to` (may be null) has room for `nb_samples` samples in `outFormat` in its data planes. It
+  /// receives queued samples, oldest first, and `nb_samples` is set to their number; 0 if a data
+  /// plane is missing or the conversion failed. While the converter is closed, `to` is not touched.
   void convertFrame(const AVFrame* frame, AVFrame* to);
 
-  /// `convertFrame` without output: the converted samples stay queued.
+  /// Same as `convertFrame` without output.
   void writeFrame(const AVFrame* frame);
 
-  /// Writes `frame` samples in `inFormat` from `sample`; planes follow each other without a gap.
+  /// Writes `frame` samples in `inFormat`; planes follow each other without gaps.
   void writeSample(const void* sample, int32_t frame);
 
-  /// Reads up to `frame` queued samples into the one buffer `sample`; the output format must be
-  /// interleaved (or mono). Always returns 0: ask `outputSamples` beforehand.
+  /// Reads up to `frame` queued samples into a single buffer, so the output format must be
+  /// interleaved or mono. Always returns 0: check `outputSamples` first.
   int32_t readSample(void* sample, int32_t frame);
 
-  /// The number of converted samples waiting; 0 while closed.
+  /// The number of queued samples; 0 while closed.
   int32_t outputSamples() const;
 
-  /// The input has ended: queues the few samples that a rate conversion holds back, so that the
-  /// total comes to input × output rate / input rate. Later input starts a new run of samples.
+  /// Signals the end of the input: queues the samples held back by the rate conversion, so that the
+  /// total is input × output rate / input rate. Input after that starts a new sequence.
   void flush();
 
  private:

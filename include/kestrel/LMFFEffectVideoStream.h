@@ -24,28 +24,29 @@ namespace kestrel {
 class LMFFMedia;
 struct MovieLook;
 
-/// Turns a movie's decoded frames into the pictures that are shown or encoded.
+/// Turns a movie's decoded frames into pictures for display or encoding.
 ///
-/// Each frame is converted to the output's pixel format (never to another size), kept, and copied
-/// into memory of the host's where it offers some. `currentEffectImage` is what the movie's look
-/// makes of it: bitmap subtitle, crop, display shape, turn, mirrors, fit into the output, colours,
-/// named effect, black behind it, watermark, text subtitle. It is a recipe: no pixel is computed
-/// before somebody renders it.
+/// Each frame is converted to the output's pixel format (its size stays), kept, and copied to a
+/// buffer of the host if one is provided. `currentEffectImage` applies the movie's look: bitmap
+/// subtitle, crop, display aspect, mirroring, rotation, fit into the output, colours, named effect,
+/// black background, watermark, text subtitle. The result is a recipe: no pixel is computed until
+/// it is rendered.
 ///
-/// A frame in planes of luma and chroma is not converted before somebody asks for its bytes (a data
-/// provider or `currentImage`): recipes read the planes themselves. They keep the pixels that they
-/// need, so they may be rendered at any later time, in any thread.
+/// A frame in luma and chroma planes is converted only if its bytes are requested (by a data
+/// provider or `currentImage`); recipes read the planes directly. Recipes keep the pixels they need
+/// and may be rendered at any later time, on any thread.
 ///
-/// Rectangles and images have their origin at the lower left, y upwards, in pixels: of the source
-/// before the picture is fitted into the output, of the output after.
+/// Rectangles and images have their origin at the lower left, with y pointing up. They are in
+/// pixels: of the source before the picture is fitted into the output, of the output after that.
 ///
-/// One frame at a time, on the movie's decode queue; every setting may be read and written from
-/// other threads, and counts from the next picture on. Failures show as an empty picture.
+/// Process one frame at a time, on the movie's decode queue. Settings may be accessed from any
+/// thread and take effect with the next picture. Errors show as an empty picture.
 class KESTREL_API LMFFEffectVideoStream {
  public:
   using DataBuffer = std::shared_ptr<std::vector<uint8_t>>;
 
-  /// Given the size of the converted frame, returns a buffer of exactly that many bytes, or null.
+  /// Called with the size of the converted frame; returns a buffer of exactly `size` bytes, or
+  /// null.
   using DataProvider = std::function<DataBuffer(int32_t size)>;
 
   LMFFEffectVideoStream();
@@ -53,74 +54,77 @@ class KESTREL_API LMFFEffectVideoStream {
   LMFFEffectVideoStream(const LMFFEffectVideoStream&) = delete;
   LMFFEffectVideoStream& operator=(const LMFFEffectVideoStream&) = delete;
 
+  /// Drop the converter and the current picture.
   void free_graph();
   void free_frame_image_buffer();
 
-  /// Builds the converter for the media's frames and the output's pixel format; to be called
-  /// whenever either has changed. What cannot be converted leaves the stream without a converter.
+  /// Creates the converter from the media's format to the output's pixel format. Call it whenever
+  /// one of them changes. If the conversion is not possible, the stream has no pictures.
   void updateConverter();
 
-  /// Converts a frame; the previous picture is gone even when there is no new one. The caller keeps
-  /// its frame.
+  /// Makes a frame the current picture. The previous picture is dropped even if the frame is null
+  /// or cannot be converted. The caller keeps the frame. With a data provider, the converted frame
+  /// is also copied to the buffer that it returns.
   void writeFrame(const AVFrame* frame);
   void writeFrame(const AVFrame* frame, const DataProvider& dataProvider);
 
-  /// A frame's first plane as an RGBA picture that borrows its pixels; null without pixels.
+  /// A frame's first plane as an RGBA picture that borrows its pixels; null if it has none.
   std::shared_ptr<const BitmapImage> imageForFrame(const AVFrame* frame) const;
 
-  /// The converted frame, in the host's buffer where there is one; valid until the next write. Null
-  /// without a frame, or with a buffer that is too small for it.
+  /// The converted frame, in the host's buffer if there is one; valid until the next write. Null if
+  /// there is no frame or the buffer is too small.
   std::shared_ptr<const BitmapImage> currentImage() const;
 
-  /// The same as a recipe with its lower-left corner at the origin.
+  /// The same as a recipe with its lower-left corner at the origin. It keeps its pixels.
   std::shared_ptr<const Image> currentCIImage() const;
 
-  /// What a data provider's buffer receives: the output's pixel format at the media's size.
+  /// The format in a data provider's buffer: the output's pixel format at the media's size.
   LMFFVideoFormat outputDataFormat() const;
 
-  Size videoSize() const;  ///< the media's picture, pixels
-  /// The same with the width that `displayAspect` or, without one, `aspectType` makes.
+  Size videoSize() const;  ///< size of the media's picture, pixels
+  /// The same with the width given by `displayAspect` or, if that is 0, `aspectType`; rounded up.
   Size displayVideoSize() const;
 
   // The finished picture.
 
-  /// The picture of the output, its extent {0, 0, output width, output height}; null without a
-  /// frame. In this order: `mediaSubtitleImage` over the frame; `cropRect` cut out and its centre
-  /// moved to the origin; scaled to the display shape; mirrored, then turned by `rotate`; fitted by
-  /// `zoomType`; `effectFilter` applied; laid over black; `watermark` over it, as it lies;
-  /// `currentSubtitleImage` over it; cut to the output.
+  /// The finished picture, with the extent {0, 0, output width, output height}; null if there is no
+  /// frame. Steps: `mediaSubtitleImage` is drawn over the frame; `cropRect` is cut out and centred
+  /// on the origin; the picture is scaled to the display aspect, mirrored, rotated by `rotate`,
+  /// fitted by `zoomType`, passed through `effectFilter` and laid over black; `watermark` is drawn
+  /// over it without scaling, then `currentSubtitleImage`; everything is cropped to the output.
   std::shared_ptr<const Image> currentEffectImage() const;
 
-  /// The picture with its centre and size brought to those of a rectangle inside of `rect`: with
-  /// `zoomType` 1 `rect` itself, 2 and 5 the picture's shape fitted into it, 3 and 4 the largest
-  /// centred 16:9 or 4:3 box, 6 the picture's shape as wide as `rect`, anything else a box of size
-  /// 0. The factors have single precision. Null for null.
+  /// The picture stretched to a rectangle centred in `rect`. By `zoomType`: 1 `rect` itself; 2 and
+  /// 5 the largest inside it of the picture's shape; 3 and 4 the largest inside it of 16:9 or 4:3;
+  /// 6 the picture's shape, as wide as `rect`; anything else leaves nothing of the picture. The
+  /// scale factors have single precision. Null for null.
   std::shared_ptr<const Image> image(const std::shared_ptr<const Image>& image, int32_t zoomType,
                                      const Rect& rect) const;
 
-  /// A rectangle of the shape of `source`, as large as fits into `destination`, in its middle.
-  /// `source` is divided by max(its width / destination's, its height / destination's, 0.001),
-  /// which has single precision.
+  /// The largest rectangle of the shape of `source`, centred in `destination`. The size of `source`
+  /// is divided by max(its width / destination's, its height / destination's, 0.001) in single
+  /// precision.
   Rect scaleRectIn(const Rect& source, const Rect& destination) const;
 
-  /// The same by the widths alone: as wide as `destination`, whatever height that makes.
+  /// The same using only the widths: as wide as `destination`, with any resulting height.
   Rect scaleRectPanscan(const Rect& source, const Rect& destination) const;
 
-  /// Origin and size of `rect` multiplied.
+  /// `rect` with origin and size multiplied by the factors.
   Rect scaleRect(const Rect& rect, float xScale, float yScale) const;
 
-  /// The colour settings as two new filters: CIColorControls (saturation × 2, (brightness - 0.5) ×
-  /// 2, contrast × 4) and CIHueAdjust ((hue - 0.5) × 6.28), in single precision.
+  /// Two new filters for the colour settings, in single precision: CIColorControls (saturation × 2,
+  /// (brightness - 0.5) × 2, contrast × 4) and CIHueAdjust ((hue - 0.5) × 6.28).
   std::vector<std::shared_ptr<Filter>> colorFilter() const;
 
-  /// `colorFilter`, then the catalogue's filter for `effectName` where it has one.
+  /// `colorFilter`, then the catalogue's filter for `effectName`, if any.
   std::vector<std::shared_ptr<Filter>> effectFilter() const;
 
-  /// What the filters make of the picture, one after another.
+  /// The picture after all filters, applied in order.
   std::shared_ptr<const Image> image(const std::shared_ptr<const Image>& image,
                                      const std::vector<std::shared_ptr<Filter>>& filters) const;
 
-  /// What the filter of that name makes of two pictures; null without such a filter or one of them.
+  /// The output of the named filter for two pictures; null if the filter does not exist or needs a
+  /// picture that is null.
   std::shared_ptr<const Image> composition(const std::string& filterName,
                                            const std::shared_ptr<const Image>& image,
                                            const std::shared_ptr<const Image>& background) const;
@@ -133,7 +137,8 @@ class KESTREL_API LMFFEffectVideoStream {
   /// A colour without bounds.
   std::shared_ptr<const Image> imagewithColor(const Color& color) const;
 
-  /// The picture moved by (`size.width`, `size.height`), or scaled by them about the origin.
+  /// The picture moved by (`size.width`, `size.height`), or scaled by these factors about the
+  /// origin. Null for null.
   std::shared_ptr<const Image> translateImage(const std::shared_ptr<const Image>& image,
                                               const Size& size) const;
   std::shared_ptr<const Image> scaleImage(const std::shared_ptr<const Image>& image,
@@ -141,22 +146,22 @@ class KESTREL_API LMFFEffectVideoStream {
 
   // The text subtitle.
 
-  /// `subtitleCurrentString` without the white space at its ends, in font and colour of the
-  /// settings, centred. With `subtitleMarkup` its marks become looks.
+  /// `subtitleCurrentString` without leading and trailing white space, centred, in the font and
+  /// colour of the settings. With `subtitleMarkup`, tags are turned into attributes.
   AttributedString subtitleAttributedText() const;
 
-  /// The text drawn on transparent ground, as large as it is when wrapped between the margins;
-  /// cut where it would reach above the output's upper edge. Null when nothing is left of it.
+  /// The text on a transparent background, sized to the text wrapped between the margins and cut at
+  /// the output's upper edge. Null if nothing is visible.
   std::shared_ptr<const BitmapImage> subtitleImageWithAttributedString(
       const std::optional<AttributedString>& string) const;
 
-  /// The text of the current time as a picture in the output: centred, its lower edge at
-  /// `subtitlePosition` of the height. Null without a text. Drawn when the text is another one than
-  /// that of `subtitleImageString`, else the one drawn before.
+  /// The current text as a picture in the output, centred, with its lower edge at
+  /// `subtitlePosition` of the height. Null if there is no text. Drawn again only if the text
+  /// differs from `subtitleImageString`.
   std::shared_ptr<const Image> currentSubtitleImage() const;
 
-  /// Forgets the drawn text, so that the next picture draws it anew; to be called when a setting
-  /// that it depends on has changed.
+  /// Makes the next picture draw the text again. Call it after changing a setting that affects the
+  /// text.
   void updateSubtitle();
 
   // Settings.
@@ -168,27 +173,27 @@ class KESTREL_API LMFFEffectVideoStream {
   DataBuffer dataBuffer() const;
   void setDataBuffer(DataBuffer buffer);
 
-  /// All settings of the look as one. Setting it also forgets the drawn text (`updateSubtitle`).
+  /// All settings of the look at once. Setting it also calls `updateSubtitle`.
   MovieLook look() const;
   void setLook(MovieLook look);
 
-  // The same one by one.
+  // Individual settings of the look.
 
-  /// The display shape: 1 four by three, 2 sixteen by nine, anything else the source's.
+  /// Display aspect: 1 is 4:3, 2 is 16:9, anything else the source's.
   int64_t aspectType() const;
   void setAspectType(int64_t type);
-  /// The display shape of the whole source, width / height, in place of `aspectType`; 0: that
-  /// counts. For sources whose shape is neither of the two that it knows.
+  /// Display aspect of the whole source, width / height, for sources that are neither 4:3 nor 16:9.
+  /// Overrides `aspectType` if above 0.
   double displayAspect() const;
   void setDisplayAspect(double aspect);
-  /// What is kept of the source, pixels.
+  /// The part of the source that is kept, pixels.
   Rect cropRect() const;
   void setCropRect(const Rect& rect);
   bool hflip() const;
   void setHflip(bool flip);
   bool vflip() const;
   void setVflip(bool flip);
-  float rotate() const;  ///< degrees
+  float rotate() const;  ///< degrees, counter-clockwise
   void setRotate(float degrees);
   float saturation() const;  ///< 0.5 changes nothing
   void setSaturation(float value);
@@ -198,43 +203,43 @@ class KESTREL_API LMFFEffectVideoStream {
   void setContrast(float value);
   float hue() const;  ///< 0.5 changes nothing
   void setHue(float value);
-  int32_t zoomType() const;  ///< how the picture fits the output; 5 at first
+  int32_t zoomType() const;  ///< how the picture is fitted into the output, see `image`; default 5
   void setZoomType(int32_t type);
-  /// The name of a catalogue effect; absent: none.
+  /// Name of an effect of the catalogue; nullopt: none.
   std::optional<std::string> effectName() const;
   void setEffectName(std::optional<std::string> name);
-  /// Laid over every picture; null: none.
+  /// Drawn over every picture; null: none.
   std::shared_ptr<const Image> watermark() const;
   void setWatermark(std::shared_ptr<const Image> image);
 
   // Subtitles of the current time.
 
-  std::shared_ptr<const Image> mediaSubtitleImage() const;  ///< the file's own, a bitmap
+  std::shared_ptr<const Image> mediaSubtitleImage() const;  ///< the media's own bitmap subtitle
   void setMediaSubtitleImage(std::shared_ptr<const Image> image);
-  std::shared_ptr<const Image> subtitleImage() const;  ///< the text's, drawn
+  std::shared_ptr<const Image> subtitleImage() const;  ///< the text, as drawn
   void setSubtitleImage(std::shared_ptr<const Image> image);
-  std::optional<std::string> subtitleImageString() const;  ///< the text that was drawn
+  std::optional<std::string> subtitleImageString() const;  ///< the text in `subtitleImage`
   void setSubtitleImageString(std::optional<std::string> text);
   std::optional<std::string> subtitleCurrentString() const;  ///< the text to show
   void setSubtitleCurrentString(std::optional<std::string> text);
-  /// 80 pixels of the system's font where none is set.
+  /// The system's font at 80 pixels unless set.
   Font subtitleFont() const;
   void setSubtitleFont(const std::optional<Font>& font);
-  /// White where none is set.
+  /// White unless set.
   Color subtitleColor() const;
   void setSubtitleColor(const std::optional<Color>& color);
-  /// Where the text's lower edge is: 0 at the output's lower edge, 1 at its upper.
+  /// Position of the text's lower edge: 0 at the bottom of the output, 1 at its top.
   float subtitlePosition() const;
   void setSubtitlePosition(float position);
-  /// In `subtitleCurrentString`, "<b>", "<i>", "<u>" and "<s>" up to their "</…>" mean bold,
-  /// italic, underlined and struck through, and "&lt;", "&gt;", "&amp;" stand for what marks are
-  /// made of. Off at first: the text shows as it stands.
+  /// If true, "<b>", "<i>", "<u>" and "<s>" up to their closing tags in `subtitleCurrentString`
+  /// mean bold, italic, underlined and struck through, and "&lt;", "&gt;", "&amp;" stand for the
+  /// characters. Off by default: the text is shown literally.
   bool subtitleMarkup() const;
   void setSubtitleMarkup(bool markup);
-  /// How far a black outline reaches around the text; pixels. 0 at first: there is none.
+  /// Width of the black outline around the text, pixels; default 0: none.
   float subtitleOutline() const;
   void setSubtitleOutline(float width);
-  /// What stays free of text at the left and at the right, of the output's width. 0 at first.
+  /// Margin on each side of the text, as a fraction of the output's width; default 0.
   float subtitleMargin() const;
   void setSubtitleMargin(float share);
 

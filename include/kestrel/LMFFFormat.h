@@ -11,7 +11,7 @@ struct AVDictionary;
 
 namespace kestrel {
 
-/// A fraction; as a time base, the seconds that one unit lasts.
+/// A fraction; a time base is the duration of one tick in seconds.
 struct Rational {
   int32_t num = 0;
   int32_t den = 1;
@@ -19,7 +19,7 @@ struct Rational {
   bool operator==(const Rational&) const = default;
 };
 
-/// The pixel layout of a video frame.
+/// Pixel format and size of video frames.
 struct LMFFVideoFormat {
   int32_t pix_fmt = 0;  ///< libavutil pixel format (`AV_PIX_FMT_…`)
   int32_t width = 0;    ///< pixels
@@ -28,19 +28,17 @@ struct LMFFVideoFormat {
   bool operator==(const LMFFVideoFormat&) const = default;
 };
 
-/// The sample layout of an audio stream.
+/// Format of audio samples.
 struct LMFFAudioFormat {
   int32_t sample_fmt = 0;      ///< libavutil sample format (`AV_SAMPLE_FMT_…`)
   int64_t channel_layout = 0;  ///< libavutil channel mask
-  int32_t sample_rate = 0;     ///< samples per second and channel
+  int32_t sample_rate = 0;     ///< Hz
 
   bool operator==(const LMFFAudioFormat&) const = default;
 };
 
-/// The encoding parameters of an output movie file.
-///
-/// The zero record is what an empty dictionary gives; `lm_get_default_movie_file_ouput_format`
-/// gives the defaults named here.
+/// Encoding parameters of an output file. A value-initialised record is all zeros;
+/// `lm_get_default_movie_file_ouput_format` returns the defaults given here.
 struct LMFFMovieFileOutputFormat {
   int32_t width = 0;           ///< picture width, pixels
   int32_t height = 0;          ///< picture height, pixels
@@ -48,7 +46,7 @@ struct LMFFMovieFileOutputFormat {
   int32_t video_bitrate = 0;   ///< bits per second; default 20000000
   int32_t framerate = 0;       ///< the encoder's time base is frameTime / framerate seconds
   int32_t frameTime = 0;       ///< duration of a frame in 1 / framerate seconds; default 1
-  float aspect = 0;            ///< display aspect, width / height; 0: none is signalled
+  float aspect = 0;            ///< display aspect, width / height; 0: not signalled
   int64_t channel_layout = 0;  ///< libavutil channel mask; default stereo
   int32_t sample_rate = 0;     ///< Hz; default 44100
   int32_t audio_codec = 0;     ///< `AV_CODEC_ID_…`; 0: the container's default
@@ -57,15 +55,15 @@ struct LMFFMovieFileOutputFormat {
   bool operator==(const LMFFMovieFileOutputFormat&) const = default;
 };
 
-/// The class that gives the functions below a home; it has no state and no behaviour.
+/// A namesake for the functions below, without state or behaviour.
 class LMFFFormat {};
 
-/// A stored value of a record's dictionary form; the kinds stay apart.
+/// A value in a record's dictionary form; its type is preserved.
 using LMFFFormatValue = std::variant<int32_t, int64_t, float>;
 
 using FormatValue = LMFFFormatValue;
 
-/// The dictionary form of a record: eleven values under the names of its fields.
+/// A record as a dictionary: eleven values, keyed by the names of its fields.
 using LMFFFormatDictionary = std::map<std::string, LMFFFormatValue>;
 
 using FormatDictionary = LMFFFormatDictionary;
@@ -73,10 +71,10 @@ using FormatDictionary = LMFFFormatDictionary;
 /// True when all three fields are equal.
 KESTREL_API bool isFFAudioFormatEqual(const LMFFAudioFormat& a, const LMFFAudioFormat& b);
 
-/// Interleaved 32-bit float, default stereo layout, 44100 Hz: the engine's own PCM.
+/// The engine's own PCM: interleaved 32-bit float, default stereo layout, 44100 Hz.
 KESTREL_API LMFFAudioFormat lm_get_default_audio_format();
 
-/// The default channel mask for `count` channels, 0 when there is none.
+/// The default channel mask for `count` channels; 0 if there is none.
 KESTREL_API int64_t lm_get_default_channel_layout(int count);
 
 /// Interleaved 32-bit float (`AV_SAMPLE_FMT_FLT`).
@@ -84,39 +82,39 @@ KESTREL_API int lm_get_default_sample_fmt();
 
 KESTREL_API LMFFMovieFileOutputFormat lm_get_default_movie_file_ouput_format();
 
-/// Fills `format` with the defaults. `format` may not be null.
+/// Sets `format` to the defaults. `format` must not be null.
 KESTREL_API void movieFileOutputFormatToDefaults(LMFFMovieFileOutputFormat* format);
 
-/// "aspect" is stored as a float, "channel_layout" as a 64-bit integer, the rest as 32-bit ones.
+/// Stores "aspect" as float, "channel_layout" as 64-bit and everything else as 32-bit integers.
 KESTREL_API LMFFFormatDictionary
 lm_movie_file_ouput_format_to_dict(const LMFFMovieFileOutputFormat& format);
 
-/// Reads the dictionary form back; a missing key gives 0, not the default. A value of another
-/// kind is converted as a number is, by cast.
+/// Reads the dictionary form. A missing key gives 0, not the default. Values of another numeric
+/// type are cast.
 KESTREL_API LMFFMovieFileOutputFormat
 lm_movie_file_ouput_format_from_dict(const LMFFFormatDictionary& dict);
 
-/// 1000000: times are microseconds throughout the engine.
+/// Always 1000000: times in the engine are in microseconds.
 KESTREL_API int64_t lm_default_time_base();
 
-/// Microseconds to seconds.
+/// Converts microseconds to seconds.
 KESTREL_API double lm_ff_time_to_double(int64_t time);
 
-/// The mask of a channel layout's name ("stereo", "5.1"), 0 when unknown.
+/// The channel mask for a layout's name ("stereo", "5.1"); 0 if unknown.
 KESTREL_API int64_t lm_get_channel_layout_by_name(const std::string& name);
 
 /// The number of channels in a mask.
 KESTREL_API int lm_get_channel_layout_nb_channels(int64_t layout);
 
-/// The codec identifier for a user's name of it, 0 when unknown. Letter case does not count;
-/// "mpeg1", "mpeg2", "animation", "ac-3", "wma1", "wma2" and "ffv" are understood. Names are looked
-/// up among the decoders: a name that only an encoder has gives 0.
+/// The codec id (`AV_CODEC_ID_…`) for a name given by a user, not case-sensitive; 0 if unknown.
+/// Also understands "mpeg1", "mpeg2", "animation", "ac-3", "wma1", "wma2" and "ffv". Only decoders
+/// are searched: the name of an encoder without a decoder of that name gives 0.
 KESTREL_API int lm_get_codec_id_by_name(const std::string& name);
 
-/// The short name of the identifier's decoder, "" when there is none.
+/// The short name of the codec's decoder; "" if there is none.
 KESTREL_API std::string lm_get_codec_name_by_id(int codec_id);
 
-/// Logs ":key:value:" for every entry, in stored order; nothing for null.
+/// Logs ":key:value:" for each entry, in order. Null logs nothing.
 KESTREL_API void lm_ff_dump_av_dict(const AVDictionary* dict);
 
 }  // namespace kestrel

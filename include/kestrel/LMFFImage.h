@@ -11,78 +11,81 @@ struct AVPacket;
 
 namespace kestrel {
 
-/// Holds exactly one thing that came out of a demuxer or a decoder, with the times that place it:
-/// a compressed packet (a packet item) or a decoded frame (a frame item).
+/// A compressed packet (packet item) or a decoded frame (frame item) with its times.
 ///
-/// Packet queues, pictures handed to the host and the file output's copied streams are made of
-/// these. A packet item keeps a reference of its own to the packet. A frame item owns its frame or
-/// only borrows it, as `isOwned` says.
+/// Packet queues, pictures handed to the host and copied streams of the file output consist of
+/// these. A packet item holds its own reference to the packet. A frame item owns or borrows its
+/// frame, see `isOwned`.
 ///
-/// `time_base` and `packet` may be read while another thread sets them; the rest is used by one
+/// `time_base` and `packet` may be read while another thread sets them; use the rest from one
 /// thread at a time.
 class KESTREL_API LMFFImage {
  public:
-  /// An empty frame item: no frame, all times 0, nothing owned.
+  /// An empty frame item: no frame, all times 0, owning nothing.
   LMFFImage();
   ~LMFFImage();
   LMFFImage(const LMFFImage&) = delete;
   LMFFImage& operator=(const LMFFImage&) = delete;
 
-  /// A frame item that borrows `frame`: the caller keeps it alive and frees it.
+  /// A frame item that borrows `frame`, which must outlive the item's use of it.
   static std::shared_ptr<LMFFImage> imageWithFrame(AVFrame* frame);
 
-  /// A frame item that frees `frame` when it goes away, if `owned`.
+  /// A frame item that frees `frame` on destruction if `owned`.
   static std::shared_ptr<LMFFImage> imageWithFrame(AVFrame* frame, bool owned);
 
-  /// A packet item with a reference to the packet's data (a copy, where the data can't be shared).
-  /// Null gives a packet item whose packet is blank, and which owns nothing.
+  /// A packet item with a reference to the packet's data (a copy, if the data cannot be shared).
+  /// Null gives an item with a blank packet.
   static std::shared_ptr<LMFFImage> imageWithPacket(const AVPacket* packet);
 
-  /// The unit of the item's own time stamps, in seconds.
+  /// The duration of one tick of the packet's or frame's own time stamps, in seconds.
   Rational time_base() const;
   void setTime_base(Rational time_base);
 
-  /// What to subtract from `pkt_display_time` for the time relative to the item's stream.
+  /// Subtracted from `pkt_display_time`; for a packet read from an `LMFFMedia`, the media's start
+  /// time. Microseconds.
   int64_t pkt_time_offset() const;
   void setPkt_time_offset(int64_t offset);
 
-  /// When the item is shown.
+  /// When the item is shown; for a packet read from an `LMFFMedia`, the media's `movie_position`.
+  /// Microseconds.
   int64_t pkt_display_time() const;
   void setPkt_display_time(int64_t time);
 
-  /// The decoded frame, null for a packet item. Setting it frees nothing.
+  /// The decoded frame; null for a packet item. Setting it does not free the previous frame.
   AVFrame* frame() const;
   void setFrame(AVFrame* frame);
 
-  /// The compressed packet, blank while there is none; never null. Setting it makes the item refer
-  /// to the data of `packet` instead (null: a blank packet); whoever holds the old one keeps it.
+  /// The compressed packet, never null; blank if there is none. Setting it replaces the item's
+  /// reference by one to the data of `packet` (null: a blank packet); holders of the old packet
+  /// keep it.
   std::shared_ptr<AVPacket> packet() const;
   void setPacket(const AVPacket* packet);
 
-  /// True if the item frees its frame. Packets are always freed with their last holder.
+  /// True if the item frees its frame. A packet is always freed with its last holder.
   bool isOwned() const;
   void setIsOwned(bool owned);
 
   bool is_packet() const;
   void setIs_packet(bool is_packet);
 
-  /// Moves `pkt_display_time` back by `time`.
+  /// Subtracts `time` from `pkt_display_time`.
   void set_movie_real_start_time(int64_t time);
 
-  /// `pkt_display_time` less `pkt_time_offset`.
+  /// `pkt_display_time` − `pkt_time_offset`, which is added to the packet's own times.
+  /// Microseconds.
   int64_t get_pkt_offset_time() const;
 
-  /// True for a packet item whose packet carries the key flag.
+  /// True for a packet item with a key frame packet.
   bool isKeyPacket() const;
 
-  /// `is_packet`.
+  /// Same as `is_packet`.
   bool isPacket() const;
 
-  /// `frame`.
+  /// Same as `frame`.
   AVFrame* getFrame() const;
 
-  /// The item's own packet, for use and change in place; null for a frame item. Valid as long as
-  /// the item lives and `setPacket` is not called.
+  /// The item's own packet, which may be modified; null for a frame item. Valid until the item is
+  /// destroyed or `setPacket` is called.
   AVPacket* getPacket() const;
 
  private:

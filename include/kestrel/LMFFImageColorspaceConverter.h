@@ -15,90 +15,92 @@ class BitmapContext;
 class BitmapImage;
 class Image;
 
-/// Turns any picture that the engine meets (a decoded frame, raw bytes, a bitmap context, an image)
-/// into one frame of a fixed size and pixel format.
+/// Turns pictures of any kind (decoded frames, raw bytes, bitmap contexts, images) into frames of a
+/// fixed size and pixel format.
 ///
-/// The first conversion fixes the output's size and pixel format for the converter's lifetime: a
-/// new output size needs a new converter. While the wanted width or height is 0, nothing is
-/// converted. What can't be converted leaves the output as it was; no conversion reports an error.
+/// The first conversion fixes the output's size and pixel format for the converter's lifetime;
+/// another size needs another converter. While the wanted width or height is 0, nothing is
+/// converted. Errors are not reported: what cannot be converted leaves the output unchanged, or
+/// black if it was empty.
 ///
-/// The output's pixels are counted references. An encoder or a host that holds one keeps its
-/// picture: a conversion never writes into pixels that were given out. A source picture that
-/// already is what the output should be is passed on by reference, without copying its pixels.
+/// The output's pixels are reference-counted. An encoder or host that holds a reference keeps its
+/// picture: conversions never write into pixels that were handed out. A source picture that already
+/// has the output's form is passed on by reference, without copying pixels.
 ///
-/// Colour: a YUV source counts as what its frame says of matrix and range; where it says nothing,
-/// as BT.709 from 720 lines up, else BT.601, and as limited range except for the "J" pixel formats.
-/// RGB is full range. The output frame says what its picture is.
+/// Colour: a YUV source has the matrix and range given in its frame. If they are unspecified,
+/// BT.709 is assumed from 720 lines up, otherwise BT.601, and limited range except for the "J"
+/// pixel formats. RGB is full range. The output frame is tagged with its own colours.
 ///
-/// Images are drawn on a bitmap context of the converter's own, one over another, and what that
-/// shows is converted. A recipe goes right into the planes of an output that has them instead, with
-/// the same result, as long as nobody has asked for the context.
+/// Images are drawn onto the converter's own bitmap context, each over the previous one, and the
+/// context is converted. If the output has YUV planes and nobody has asked for the context, recipes
+/// are rendered into the planes directly, with the same result.
 ///
-/// `outputFormat` and `outputColor` may be read while another thread sets them; the rest is used by
+/// `outputFormat` and `outputColor` may be read while another thread sets them; use the rest from
 /// one thread at a time.
 class KESTREL_API LMFFImageColorspaceConverter {
  public:
-  /// Wants `AV_PIX_FMT_RGBA` of size 0 × 0; the output is empty.
+  /// The wanted output is `AV_PIX_FMT_RGBA` of size 0 × 0; the output is empty.
   LMFFImageColorspaceConverter();
   ~LMFFImageColorspaceConverter();
   LMFFImageColorspaceConverter(const LMFFImageColorspaceConverter&) = delete;
   LMFFImageColorspaceConverter& operator=(const LMFFImageColorspaceConverter&) = delete;
 
-  /// The wanted output. Setting it doesn't touch an output that is not empty.
+  /// The wanted output. Ignored once the output is no longer empty.
   LMFFVideoFormat outputFormat() const;
   void setOutputFormat(const LMFFVideoFormat& format);
 
-  /// The wanted meaning of the output's samples, from the next conversion on. Pictures are
-  /// converted to `matrix` and `range`; `primaries` and `transfer` only label them. What is
-  /// unspecified stays as the source has it; where an RGB source becomes YUV, the output is limited
-  /// range, and BT.709 or BT.601 by its own number of lines. An RGB output is full range always.
+  /// The colours wanted from the next conversion on. Pictures are converted to `matrix` and
+  /// `range`; `primaries` and `transfer` are only tagged. Unspecified values are taken from the
+  /// source; if an RGB source becomes YUV, the output is limited range, and BT.709 or BT.601
+  /// depending on its own height. RGB output is always full range.
   LMFFVideoColor outputColor() const;
   void setOutputColor(const LMFFVideoColor& color);
 
-  /// The converter's own output frame, valid as long as the converter lives; its pixels are those
-  /// of the last conversion, for reading only. Size, format, pixels and colour are set; everything
-  /// else, time stamps included, is as in a new frame.
+  /// The converter's output frame, owned by it. Its pixels are those of the last conversion and
+  /// must not be modified. Size, format, pixels and colours are set; everything else, including
+  /// time stamps, is as in a new frame.
   AVFrame* outputFrame() const;
 
-  /// True while the output frame has no pixels.
+  /// True if the output frame has no pixels.
   bool isOutputEmpty() const;
 
-  /// Converts a decoded frame. Null is ignored.
+  /// Converts a decoded frame. Null does nothing.
   void convertFrame(const AVFrame* frame);
 
-  /// Converts tightly packed pixels in the format `AV_PIX_FMT_…` of the size that `outputFormat`
-  /// has now; planes follow each other. The caller keeps the buffer.
+  /// Converts a buffer of pixels without gaps, in `format` (`AV_PIX_FMT_…`) and of the current size
+  /// in `outputFormat`; planes follow each other. The caller keeps the buffer.
   void convertBytes(const void* bytes, int32_t format);
 
-  /// Converts the pixels of a bitmap context as RGBA of the size that `outputFormat` has now. A
-  /// context is taken when it has 32 bits per pixel, or when the converter's own context has the
-  /// output's width or its height; one with less memory than such a picture needs is ignored.
+  /// Converts the pixels of a bitmap context as RGBA of the current size in `outputFormat`. The
+  /// context must have 32 bits per pixel unless the converter's own context has the output's width
+  /// or height, and at least as much memory as such a picture; otherwise it is ignored.
   void convertContext(const BitmapContext* context);
 
-  /// A new bitmap context of the output size, without alpha, rows packed; null for a size of 0.
+  /// A new bitmap context of the output size, without alpha or gaps between rows; null for a size
+  /// of 0.
   std::unique_ptr<BitmapContext> createCGContext() const;
 
-  /// Makes the converter's own context, once; it is never resized.
+  /// Creates the converter's own context unless it exists; it is never resized.
   void createContext();
 
-  /// The converter's own context, null before `createContext`.
+  /// The converter's own context, owned by it; null before `createContext`.
   BitmapContext* cgcontext() const;
 
-  /// Draws an image over all of a context, stretched: a bitmap replaces what is there, a recipe,
-  /// taken from its extent, is laid over it. Null draws nothing.
+  /// Draws an image stretched over a whole context: a bitmap replaces its contents, the extent of a
+  /// recipe is drawn over them. Null draws nothing.
   void drawImage(const std::shared_ptr<const BitmapImage>& image, BitmapContext* context) const;
   void drawImage(const std::shared_ptr<const Image>& image, BitmapContext* context) const;
 
-  /// Draws an image on the own context as `drawImage` does and converts what that shows then. Where
-  /// a recipe is transparent, what was drawn before stays.
+  /// Draws an image on the converter's own context like `drawImage` and converts the context. Where
+  /// a recipe is transparent, the previous contents remain.
   void convertImage(const std::shared_ptr<const BitmapImage>& image);
   void convertImage(const std::shared_ptr<const Image>& image);
 
-  /// The same for a bitmap that is laid over what is there.
+  /// The same, but draws the bitmap over the previous contents.
   void convertBitmapImage(const std::shared_ptr<const BitmapImage>& image);
 
-  /// The output's pixels, borrowed: valid until the next conversion. Null while the output is empty
-  /// and when its pixels have less than four bytes.
+  /// The output's pixels, borrowed: valid until the next conversion. Null if the output is empty or
+  /// its rows have less than four bytes per pixel.
   std::shared_ptr<const BitmapImage> outputImage() const;
 
  private:

@@ -24,14 +24,13 @@ class LMFFMediaStream;
 class LMFFMovie;
 class LMMediaSource;
 
-/// One demuxing unit: an input source opened once, with a stream object for each container stream.
+/// An open input with a stream object for each container stream.
 ///
 /// It reads packets in file order and routes each to its stream, seeks all streams together, and
-/// finds the frame, subtitle or sound that belongs to a time by reading forward just far enough.
-/// Times are microseconds from the media's own start; the movie's time is that plus
-/// `movie_position`. A media is used from one thread at a time; `source`, `streams` and the
-/// selections may be read from others. Failures show as false, 0 or null; why reading ended is the
-/// source's `lastError`.
+/// finds the frame, subtitle or sound for a time by reading forward as far as necessary. Times are
+/// microseconds from the media's own start; movie time is that plus `movie_position`. Use a media
+/// from one thread at a time; `source`, `streams` and the selections may be read from others.
+/// Errors show as false, 0 or null; the source's `lastError` tells why reading ended.
 class KESTREL_API LMFFMedia {
  public:
   using FrameBlock = std::function<void(AVFrame*)>;
@@ -41,26 +40,26 @@ class KESTREL_API LMFFMedia {
   LMFFMedia(const LMFFMedia&) = delete;
   LMFFMedia& operator=(const LMFFMedia&) = delete;
 
-  /// An unopened media at the same place over a copy of the source, with the same selections. A
-  /// subclass makes one of its own class and calls `copyTo`.
+  /// An unopened media over a copy of the source, with the same position and selections. A subclass
+  /// creates one of its own class and calls `copyTo`.
   virtual std::shared_ptr<LMFFMedia> copy() const;
 
-  // Content access: the content is never discarded, so access always begins.
+  // Content access: content is never discarded, so access is always granted.
   bool beginContentAccess() const;
   void endContentAccess();
   void discardContentIfPossible();
   bool isContentDiscarded() const;
 
-  /// Texts are shown through the streams' `subtitleString`: none here.
+  /// Always empty: texts are available through the streams' `subtitleString`.
   std::vector<std::string> textsFromAVSubtitle(const AVSubtitle* subtitle) const;
 
   // Properties.
 
-  /// This media is one of the movie's current ones.
+  /// True if this media is one of the movie's current ones: the clock is within it.
   bool isCurrentSynced() const;
   void setIsCurrentSynced(bool synced);
 
-  /// The movie that opened this media; not owned, null for a media on its own.
+  /// The movie that opened this media, not owned; null if there is none.
   LMFFMovie* movie() const;
   void setMovie(LMFFMovie* movie);
 
@@ -71,44 +70,43 @@ class KESTREL_API LMFFMedia {
   int64_t movie_position() const;
   void setMovie_position(int64_t position);
 
-  /// The time, in microseconds, of the last packet routed to an enabled stream;
-  /// `AV_NOPTS_VALUE` at first and after a seek.
+  /// The container time of the last packet routed to an enabled stream, microseconds;
+  /// `AV_NOPTS_VALUE` initially and after a seek.
   int64_t last_pts() const;
   void setLast_pts(int64_t pts);
 
-  /// One for each container stream, at its index.
+  /// One per container stream, in the same order.
   std::vector<std::shared_ptr<LMFFMediaStream>> streams() const;
   void setStreams(std::vector<std::shared_ptr<LMFFMediaStream>> streams);
 
-  /// The container streams to open; absent: all.
+  /// The container indexes of the streams to open; nullopt: all.
   std::optional<IndexSet> selectStreams() const;
   void setSelectStreams(std::optional<IndexSet> streams);
 
-  /// The audio tracks to enable; absent: all open ones. A track's number is its place among the
-  /// open audio streams, or for a DVD the low four bits of its container id.
+  /// The numbers of the audio tracks to enable; nullopt: all open ones. A track's number is its
+  /// index among the open audio streams, or for a DVD the low four bits of its container id.
   std::optional<IndexSet> selectAudios() const;
   void setSelectAudios(std::optional<IndexSet> audios);
 
-  /// The subtitle tracks to enable, numbered alike.
+  /// The subtitle tracks to enable, numbered in the same way.
   std::optional<IndexSet> selectSubtitles() const;
   void setSelectSubtitles(std::optional<IndexSet> subtitles);
 
   // Opening and selection.
 
-  /// Opens the source and makes its streams; called again, it adds streams that have appeared
-  /// since.
+  /// Opens the source and creates the streams. Later calls add streams that have appeared since.
   void open();
   bool isOpen() const;
-  AVFormatContext* formatContext() const;  ///< the source's, valid until that is closed
+  AVFormatContext* formatContext() const;  ///< the source's, valid until the source is closed
 
-  /// Applies the selections: opens, closes and enables streams.
+  /// Opens, closes and enables streams according to the selections.
   void updateSelectStreams();
 
-  /// The stream at a container index, null when there is none even after another `open`.
+  /// The stream with a container index; null if there is none, even after another `open`.
   std::shared_ptr<LMFFMediaStream> mediaStreamForStreamIndex(uint32_t index);
 
-  // Streams and facts. The lists hold the enabled streams of a type in container order, the single
-  // ones are the last of each list.
+  // Streams and facts. The lists hold the enabled streams of a type in container order; the
+  // functions for a single stream return the last one.
 
   std::vector<std::shared_ptr<LMFFMediaStream>> audios() const;
   std::vector<std::shared_ptr<LMFFMediaStream>> videos() const;
@@ -117,26 +115,26 @@ class KESTREL_API LMFFMedia {
   std::shared_ptr<LMFFMediaStream> videoStream() const;
   std::shared_ptr<LMFFMediaStream> subtitleStream() const;
 
-  /// The tracks' display names: the source's, else the languages of the open streams.
+  /// Display names of the tracks: the source's, otherwise the languages of the open streams.
   std::vector<std::string> audioNames() const;
   std::vector<std::string> subtitleNames() const;
 
   bool hasAudio() const;
   bool hasSubtitle() const;
-  bool hasVideo() const;  ///< never while the movie's video is disabled
+  bool hasVideo() const;  ///< always false while the movie's video is disabled
 
   LMFFVideoFormat videoFormat() const;  ///< all zero without video
-  float framerate() const;
-  int64_t videoBitrate() const;
-  int64_t audioBitrate() const;
-  int64_t fileBitrate() const;
+  float framerate() const;              ///< of `videoStream`; 0 without video
+  int64_t videoBitrate() const;         ///< bits per second; 0 if unknown
+  int64_t audioBitrate() const;         ///< bits per second; 0 if unknown
+  int64_t fileBitrate() const;          ///< bits per second; 0 if unknown
 
-  /// What `duration` returns for an input that neither says how long it is nor can be read twice;
-  /// far enough from the type's end for sums.
+  /// Returned by `duration` if the input neither states its duration nor can be read twice; small
+  /// enough to be added to other times.
   static constexpr int64_t kUnknownDuration = INT64_MAX / 4;
 
-  /// Microseconds; 0 when not open. An input whose header does not tell is read through once, by
-  /// another reader, when this or a copy is first asked.
+  /// Microseconds; 0 while closed. If the input does not state it, the first call reads the whole
+  /// input once through another reader, for this media and its copies.
   int64_t duration() const;
 
   /// The source's start time, microseconds.
@@ -144,29 +142,32 @@ class KESTREL_API LMFFMedia {
 
   // Reading.
 
-  /// Reads one packet and routes it. At the end of the input the decoders are drained, one picture
-  /// a call; false when nothing is left, or reading failed.
+  /// Reads one packet and routes it. At the end of the input, drains the decoders, one picture per
+  /// call. False if nothing is left or reading failed.
   bool forwardNextPacket();
 
-  /// Routes one packet to its stream, or drops it.
+  /// Routes one packet to its stream; drops it if the stream is not enabled.
   void forwardPacket(const AVPacket* packet);
 
-  /// Reads until `stream` has a new frame or packet, looking at most two seconds ahead; false at
-  /// the end.
+  /// Reads until `stream` has a new frame or packet, at most two seconds ahead; false at the end of
+  /// the input. In a media with pictures, a stream of sound or subtitles is not read for its own
+  /// sake: this reads as far as the movie's current picture (nothing without a movie or while it is
+  /// exported) and returns true.
   bool forwardStream(const std::shared_ptr<LMFFMediaStream>& stream);
 
-  /// The input has been read to its end, and the decoders have been drained, since the last seek.
+  /// True if the input has been read to its end and the decoders have been drained since the last
+  /// seek.
   bool isAtEnd() const;
 
-  /// The next undecoded packet of a stream, for stream copy; null at the end.
+  /// The next packet of a stream that is copied; null at the end.
   std::shared_ptr<LMFFImage> readNextPacketInStream(const std::shared_ptr<LMFFMediaStream>& stream);
   std::shared_ptr<LMFFImage> readNextVideoPacket();
   std::shared_ptr<LMFFImage> readNextAudioPacket();
 
   // Reading by time.
 
-  /// A decoded picture and its span: it is shown from `start` on, until before `end`; microseconds
-  /// from the media's start. The frame is the stream's, valid until its next decode.
+  /// A decoded picture, shown from `start` until just before `end`, in microseconds from the
+  /// media's start. The frame belongs to the stream and is valid until its next decode.
   struct Picture {
     AVFrame* frame = nullptr;
     int64_t start = 0;
@@ -182,54 +183,55 @@ class KESTREL_API LMFFMedia {
     bool lastsBeyond(int64_t time) const;
   };
 
-  /// Exactly the picture that is shown at a time, on every machine: reads on until a picture lasts
-  /// beyond that time, or the input and its decoder have no more. At a time before the picture that
-  /// the media is at, that one is the answer: `seek` first to go back. Behind the last picture,
-  /// that is. Times count as rounded to whole microseconds. Null without pictures, and where
-  /// packets are copied undecoded.
+  /// The picture shown at a time, exactly and on every machine: reads until a picture lasts beyond
+  /// that time or the input ends. For a time before the current picture, returns that: call `seek`
+  /// to go back. After the last picture, returns the last one. Times are compared as rounded to
+  /// microseconds. Empty without pictures and while packets are copied undecoded.
   ///
-  /// There is no other bound than the input's end, so it may take as long as decoding up to there.
-  /// But sound that this media reads along is kept waiting for five minutes' worth at most; who has
-  /// pictures and sound in medias of their own (`createMedias`) does not meet that.
+  /// May take as long as decoding to the end of the input. Sound read along is queued for at most
+  /// five minutes, after which reading stops; with separate medias for pictures and sound
+  /// (`createMedias`) that does not happen.
   Picture pictureAtTime(int64_t time);
 
-  /// The picture that the media is at, without reading.
+  /// The current picture; reads nothing.
   Picture currentPicture() const;
 
-  /// The picture for a time, owned by the stream and valid until its next decode; the newest there
-  /// is where that time could not be reached within ten steps: for who plays, and would rather see
-  /// a late picture than wait. Null without video.
+  /// The picture for a time, owned by the stream and valid until its next decode; the latest one if
+  /// that time is not reached within ten steps. For playback, where a late picture is better than a
+  /// wait. Null without video.
   AVFrame* videoFrameAtTime(int64_t time);
 
-  /// The bitmap subtitle shown at a time, null when there is none. It never reads.
+  /// The bitmap subtitle shown at a time; null if there is none. Reads nothing.
   std::shared_ptr<const Image> subtitleAtTime(int64_t time) const;
 
-  /// The text shown at a time, absent when there is none; reads forward as far as it must.
+  /// The text shown at a time; nullopt if there is none. Reads forward as far as necessary.
   std::optional<std::string> subtitleStringAtTime(int64_t time);
 
-  /// All texts shown at a time, whole and with their looks as markup: the stream's
-  /// `subtitleMarkupAt`. It reads on to the first text that begins later, so the same media is not
-  /// asked for `subtitleStringAtTime`, too.
+  /// All texts shown at a time, complete and with markup, see `LMFFMediaStream::subtitleMarkupAt`.
+  /// Reads up to the first text that begins later, so do not combine it with `subtitleStringAtTime`
+  /// on the same media.
   std::optional<std::string> subtitleMarkupAtTime(int64_t time);
 
-  /// Seeks to a time and calls back with its `pictureAtTime`; without video it does not call.
+  /// Seeks to a time and calls `block` with the frame of `pictureAtTime`; without video it is not
+  /// called.
   void thumbnailAtTime(int64_t time, const FrameBlock& block);
 
-  // Sound: interleaved stereo float, in the streams' output rate.
+  // Sound: interleaved stereo float at the streams' output rate.
 
-  /// Fills `frame` frames from one stream. Where the stream has a gap, or has run dry, the buffer
-  /// is left as it is and the clock moves on.
+  /// Reads `frame` frames of one stream. If the stream has a gap or runs dry, the buffer is not
+  /// touched. The stream's clock advances in either case.
   void readAudioStream(const std::shared_ptr<LMFFMediaStream>& stream, float* data, int32_t frame);
 
-  /// Adds `frame` frames of every enabled audio stream to the caller's buffer, without clipping.
+  /// Adds `frame` frames of every enabled audio stream to the buffer, without clipping. Always
+  /// returns true.
   bool readSample(float* data, int32_t frame);
 
-  /// Moves every stream to a time. Of subtitles it reads those that began shortly before it, too:
-  /// what is shown at that time is there.
+  /// Moves all streams to a time. Also reads subtitles that began shortly before, so that those
+  /// shown at that time are available.
   void seek(int64_t time);
 
  protected:
-  /// Gives another media, not yet opened, what `copy` takes over.
+  /// Copies to an unopened media what `copy` takes over.
   void copyTo(LMFFMedia& other) const;
 
  private:

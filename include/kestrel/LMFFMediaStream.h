@@ -22,16 +22,16 @@ class LMFFAudioResample;
 class LMFFImage;
 class LMFFMedia;
 
-/// Which pictures are deinterlaced: none, those that say they are interlaced, or all.
+/// Which pictures are deinterlaced: none, those marked as interlaced, or all.
 enum class Deinterlacing { kOff, kAuto, kOn };
 
-/// One container stream of a media: its decoder, its newest frame, its current subtitle, its
-/// resampler (audio) and its queue of undecoded packets (stream copy).
+/// A container stream of a media: its decoder, latest frame, current subtitle, resampler (audio)
+/// and queue of undecoded packets (stream copy).
 ///
-/// The media routes every packet of the stream to `decodePacket`; all that others read here is the
-/// result of that call. The stream belongs to its media and is used by the thread that reads it;
-/// `subtitle`, `subtitleString`, `resample` and `rawPackets` may be read from other threads.
-/// Decoders are opened and closed under the process's codec lock.
+/// The media passes every packet of the stream to `decodePacket`; everything else here reflects the
+/// results. The stream belongs to its media and is used by the thread that reads it; `subtitle`,
+/// `subtitleString`, `resample` and `rawPackets` may be read from other threads. Decoders are
+/// opened and closed under the process-wide codec lock.
 class KESTREL_API LMFFMediaStream {
  public:
   LMFFMediaStream();
@@ -41,11 +41,11 @@ class KESTREL_API LMFFMediaStream {
 
   // What the stream is.
 
-  /// The media this stream belongs to; it does not own it.
+  /// The media of this stream, not owned.
   LMFFMedia* media() const;
   void setMedia(LMFFMedia* media);
 
-  /// The container stream; owned by the demuxer. Setting it makes the codec context.
+  /// The container stream, owned by the demuxer. Setting it creates the codec context.
   AVStream* stream() const;
   void setStream(AVStream* stream);
 
@@ -59,13 +59,14 @@ class KESTREL_API LMFFMediaStream {
   bool isValidAudio() const;  ///< always false
 
   int get_codec_id() const;       ///< `AV_CODEC_ID_…`
-  int64_t bitrate() const;        ///< bits per second, 0 when unknown
+  int64_t bitrate() const;        ///< bits per second; 0 if unknown
   std::string codecName() const;  ///< "" without a codec
-  std::string language() const;   ///< for display, in the user's language
-  int64_t duration() const;       ///< in `timebase`, 0 when unknown
-  float framerate() const;        ///< pictures per second, 1 to 50
+  std::string language() const;   ///< display name in the user's language
+  int64_t duration() const;       ///< in `timebase`; 0 if unknown
+  /// Pictures per second, rounded down except for 23.97 and 29.97; 30 if unknown or not 1 to 50.
+  float framerate() const;
 
-  Rational timebase() const;             ///< of packets and frames; never 0 or negative
+  Rational timebase() const;             ///< tick of packets and frames in seconds; always positive
   Rational framebase() const;            ///< one decoded sample; 1/1 unless audio
   Rational audioOutputTimebase() const;  ///< one resampled sample; 1/1 without a resampler
 
@@ -74,75 +75,76 @@ class KESTREL_API LMFFMediaStream {
   LMFFAudioFormat audioOutputFormat() const;  ///< all zero without a resampler
   int channels() const;                       ///< of `audioFormat`
 
-  /// Resamples from now on to the default layout of `channels` channels.
+  /// Resamples from now on to the default layout for `channels` channels.
   void setAudioResampleChannels(int channels);
 
   // Life.
 
-  /// Opens the decoder, once; a stream without a decoder stays closed, and so does a cover picture.
+  /// Opens the decoder unless it is open. Streams without a decoder and cover pictures stay closed.
   void open();
   bool isOpen() const;
   void close();
 
-  /// The stream takes part in reading and routing.
+  /// Whether the media reads the stream and routes its packets. While false, the demuxer discards
+  /// them.
   bool enable() const;
   void setEnable(bool enable);
 
-  /// Forgets everything decoded and queued and takes `time` (in `timebase`) as the place to go on
-  /// from: audio that ends before it is dropped.
+  /// Discards everything decoded and queued. `time` (in `timebase`) becomes the new position: audio
+  /// that ends before it is dropped.
   void seek(int64_t time);
 
-  /// True if the decoder has to see the stream's first packet before it is given any other, as
-  /// some 4:4:4 H.264 needs, and has not been.
+  /// True if the decoder must see the stream's first packet before any other, as some 4:4:4 H.264
+  /// needs, and has not seen it.
   bool needsFirstPacket() const;
   void showFirstPacket(const AVPacket* packet);
 
-  /// Gives a bitmap subtitle decoder its colours; before `open`.
+  /// Sets the colours of a bitmap subtitle decoder; call before `open`.
   void fillPalette(const SubtitlePalette& palette);
 
   // Decoding.
 
-  /// What becomes of interlaced pictures; none are touched unless this is set, before the first is
-  /// decoded. Each picture stays one picture at its own time.
+  /// How interlaced pictures are treated; set it before the first one is decoded. The default is
+  /// `kOff`. Every picture stays one picture with its own time.
   void setDeinterlacing(Deinterlacing mode);
 
-  /// Decodes one packet, or queues it where the movie copies streams; true if a frame came
-  /// out. A picture beyond the first that one packet gives waits for `takeQueuedFrame`.
+  /// Decodes one packet, or queues it if the movie copies streams; true if a frame was decoded.
+  /// Further pictures of the same packet wait for `takeQueuedFrame`.
   bool decodePacket(const AVPacket* packet);
 
-  /// Makes the next waiting picture the current frame; false when none waits.
+  /// Makes the next waiting picture the current frame; false if none is waiting.
   bool takeQueuedFrame();
 
-  /// The input has ended: brings out what the decoder and the resampler still hold, one picture a
-  /// call, all sound at once; false when nothing is left.
+  /// Call at the end of the input: returns what decoder and resampler still hold, one picture per
+  /// call, all sound at once; false if nothing is left.
   bool drain();
 
-  /// The newest frame; owned by the stream, without a picture before the first. After a seek its
-  /// `pts` is the time sought.
+  /// The latest frame, owned by the stream; without data before the first. After a seek its `pts`
+  /// is the requested time.
   AVFrame* frame() const;
 
-  /// A frame was stored since the media last cleared this.
+  /// True if a frame was stored since the media last cleared this flag.
   bool hasFrame() const;
   void setHasFrame(bool hasFrame);
 
-  /// No frame has come out yet only because the decoder keeps some back: it was given packets
-  /// beyond the frames that came of them, and no more than its threads and the order of display
-  /// account for.
+  /// True if no frame has been decoded only because the decoder is still filling: it has received
+  /// more packets than it returned frames, but no more than its threads and frame reordering
+  /// explain.
   bool isDecoderFilling() const;
 
-  /// How many packets the decoder refused since `open`.
+  /// The number of packets refused by the decoder since `open`.
   int64_t decodeErrors() const;
 
   // Sound.
 
-  /// The audio clock: the index, in `audioOutputTimebase`, of the next sample to hand out.
+  /// The audio clock: index of the next sample to be read, in `audioOutputTimebase`.
   int64_t audio_sync_frame() const;
   void setAudio_sync_frame(int64_t frame);
 
-  /// Resampled frames that wait.
+  /// The number of resampled frames that can be read.
   int32_t outputSamples() const;
 
-  /// Moves `frame` resampled frames to `data`; ask `outputSamples` first. Always returns 0.
+  /// Copies `frame` resampled frames to `data`; check `outputSamples` first. Always returns 0.
   int32_t readSample(void* data, int32_t frame);
 
   std::shared_ptr<LMFFAudioResample> resample() const;
@@ -150,35 +152,36 @@ class KESTREL_API LMFFMediaStream {
 
   // Subtitles.
 
-  /// The newest bitmap subtitle in video coordinates (lower-left origin), null when there is none;
-  /// of one in several rectangles the last of them.
+  /// The latest bitmap subtitle in video coordinates (origin at the lower left); null if there is
+  /// none. If it has several rectangles, only the last one.
   std::shared_ptr<const Image> subtitle() const;
   void setSubtitle(std::shared_ptr<const Image> subtitle);
 
-  /// The bitmap subtitle shown at a time in `timebase`, strictly between its start and its end,
-  /// with all its rectangles; null when there is none. Where the media has pictures, those that
-  /// newer ones have replaced are kept as long as the current picture may need them. Only for the
-  /// thread that reads the media.
+  /// The bitmap subtitle shown at a time in `timebase`, strictly between its start and end, with
+  /// all of its rectangles; null if there is none. If the media has pictures, replaced subtitles
+  /// are kept as long as the current picture may need them. Only for the thread that reads the
+  /// media.
   std::shared_ptr<const Image> subtitleAt(int64_t time) const;
 
-  /// The current text subtitle, absent before the first.
+  /// The current text subtitle; nullopt before the first.
   std::optional<std::string> subtitleString() const;
   void setSubtitleString(std::optional<std::string> string);
 
-  /// The text subtitles shown at a time in `timebase`, the latest above, absent when there is none.
-  /// They are whole, where `subtitleString` keeps only what follows the last comma or override
-  /// code: with <b>, <i>, <u> and <s> as the file asks for them, and "&lt;", "&gt;" and "&amp;" for
-  /// these characters themselves. Times may only rise until the next `seek`: what has ended is
-  /// forgotten. Only for the thread that reads the media.
+  /// The text subtitles shown at a time in `timebase`, the latest first, one per line; nullopt if
+  /// there are none. Unlike `subtitleString`, which holds only what follows the last comma or
+  /// override code, they are complete: with <b>, <i>, <u> and <s> for their formatting, and "&lt;",
+  /// "&gt;" and "&amp;" for these characters. Times must not decrease until the next `seek`:
+  /// subtitles that have ended are dropped. Only for the thread that reads the media.
   std::optional<std::string> subtitleMarkupAt(int64_t time);
 
   // Stream copy.
 
+  /// The undecoded packets that are waiting: of sound all, of pictures only the latest.
   std::vector<std::shared_ptr<LMFFImage>> rawPackets() const;
   void setRawPackets(std::vector<std::shared_ptr<LMFFImage>> packets);
   bool hasPacket() const;
 
-  /// Removes and returns the oldest packet, null when there is none.
+  /// Removes and returns the oldest packet; null if there is none.
   std::shared_ptr<LMFFImage> popFirstRawPacket();
 
  private:

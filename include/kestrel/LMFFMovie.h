@@ -29,23 +29,22 @@ class LMOutputAudioGraph;
 class OperationQueue;
 struct MovieLook;
 
-/// One opened movie: its medias, an external subtitle, the effect stream, the playback graph, and
-/// the serial queue on which all its decoding runs.
+/// An opened movie: its medias, an external subtitle, the effect stream, the playback graph, and
+/// the serial queue on which it decodes.
 ///
-/// A movie opens no files: an input source makes the medias, `openMedias` takes them. Its clock
-/// counts the sound handed out: `readSample` and `readNextAudioPacket` advance it, `seek` sets it.
-/// Times are microseconds on the movie's time line. `medias`, `subtitle` and the clock may be read
-/// from any thread; the audio pump runs on one thread at a time; pictures are decoded on
-/// `decodeQueue`. Without a media to take the answer from, calls return 0, false or null.
+/// A movie opens no files: a source creates the medias, `openMedias` takes them. The clock counts
+/// the sound handed out: `readSample` and `readNextAudioPacket` advance it, `seek` sets it. Times
+/// are microseconds on the movie's time line. `medias`, `subtitle` and the clock may be read from
+/// any thread; sound is read on one thread at a time; pictures are decoded on `decodeQueue`.
+/// Without a suitable media, functions return 0, false or null.
 class KESTREL_API LMFFMovie {
  public:
   using MediaList = std::vector<std::shared_ptr<LMFFMedia>>;
   using MediaFilter = std::function<bool(const std::shared_ptr<LMFFMedia>&)>;
   using ImageAction = std::function<void(const std::shared_ptr<LMFFImage>&)>;
 
-  /// Sets the media libraries up for the process, once however often and from wherever it is
-  /// called: only their fatal messages are printed. Making a movie, a source or a file output
-  /// calls it.
+  /// Initialises FFmpeg for the process: only fatal messages are printed. Further calls do nothing.
+  /// Creating a movie, a source or a file output calls it.
   static void initialize();
 
   LMFFMovie();
@@ -55,28 +54,29 @@ class KESTREL_API LMFFMovie {
 
   // Opening.
 
-  /// Opens each media in order, then takes the list. One that fails to open stays in it and
-  /// contributes nothing.
+  /// Opens each media in order and takes the list. A media that fails to open stays in it without
+  /// effect. Then calls `getMaxMediaDuration`, `openAudioOutput` and `configVideoEffectStream`.
   void openMedias(const MediaList& medias);
 
-  /// Releases the medias, the playback graph and the subtitle.
+  /// Pauses, waits for the queue, and releases the medias, the playback graph and the subtitle.
   void close();
 
-  /// Replaces the external subtitle by a file's; false, and none is left, where it holds none. The
-  /// encoding of texts is recognised as by `textFromData`.
+  /// Replaces the external subtitle by that in a file. On failure returns false and leaves none.
+  /// The text encoding is detected like in `textFromData`.
   bool openSubtitle(const std::string& path);
 
+  /// Update `duration`; create the playback graph if there is none; connect the effect stream to
+  /// the first media with pictures, with that media's size as output size and crop.
   void getMaxMediaDuration();
   void openAudioOutput();
   void configVideoEffectStream();
 
-  /// Why something did not work: what the first of the medias says whose input did not open, or
-  /// whose reading stopped early, then why there is no external subtitle. None while nothing
-  /// failed.
+  /// The first error of a media whose input did not open or stopped early, otherwise the error of
+  /// `openSubtitle`; none if nothing failed.
   Error lastError() const;
 
   LMFFAudioFormat defaultOutputFormat() const;
-  void configOutputFormat(const LMFFAudioFormat& format);  ///< accepted and not used
+  void configOutputFormat(const LMFFAudioFormat& format);  ///< has no effect
 
   // Properties.
 
@@ -89,35 +89,37 @@ class KESTREL_API LMFFMovie {
   void setVideoEffectStream(std::shared_ptr<LMFFEffectVideoStream> stream);
   std::shared_ptr<LMOutputAudioGraph> audioOutputGraph() const;
   void setAudioOutputGraph(std::shared_ptr<LMOutputAudioGraph> graph);
-  /// Where all decoding happens. A new queue takes over once the old one's work is done; without
-  /// one, `seek` sets the clock alone and pictures are decoded by whoever asks.
+  /// The serial queue on which everything is decoded. Setting it waits for the old queue's work.
+  /// Without a queue, `seek` only sets the clock, and pictures are decoded on the calling thread.
   std::shared_ptr<OperationQueue> decodeQueue() const;
   void setDecodeQueue(std::shared_ptr<OperationQueue> queue);
 
-  /// The host's receiver of pictures; not owned, null once it is gone. The movie itself never calls
-  /// it: the host names a provider with each picture that it asks for.
+  /// The host's receiver of pictures, not owned; null once it is destroyed. The movie never calls
+  /// it: the host passes a provider with each request for a picture.
   std::shared_ptr<LMFFMovieImageProvider> delegate() const;
   void setDelegate(const std::shared_ptr<LMFFMovieImageProvider>& delegate);
 
-  /// The factor on every sample handed out; 1 at first.
+  /// Gain factor of the sound handed out; default 1.
   double volume() const;
   void setVolume(double volume);
 
-  /// Every video stream is ignored.
+  /// If true, all video streams are ignored.
   bool disableVideo() const;
   void setDisableVideo(bool disable);
 
-  /// The movie is being written to a file: playback does not pump, and sound does not pull video.
+  /// If true, the movie is being written to a file: playback stops decoding, and reading sound does
+  /// not decode pictures.
   bool exportMovie() const;
   void setExportMovie(bool exportMovie);
 
-  /// Packets are handed out undecoded.
+  /// If true, packets are handed out undecoded.
   bool copy_video_stream() const;
   void setCopy_video_stream(bool copy);
   bool copy_audio_stream() const;
   void setCopy_audio_stream(bool copy);
 
-  // Medias.
+  // Medias. `audios` and `videos` are those with sound and with pictures; the current ones are
+  // those that the clock is in. Functions for a single media return the first match.
 
   MediaList medias(const MediaList& medias, const MediaFilter& filter) const;
   MediaList filterMedias(const MediaFilter& filter) const;
@@ -126,53 +128,56 @@ class KESTREL_API LMFFMovie {
   std::shared_ptr<LMFFMedia> currentVideoMedia() const;
   std::shared_ptr<LMFFMedia> currentAudioMedia() const;
   std::shared_ptr<LMFFMedia> videoMediaAtTime(int64_t time) const;
-  std::shared_ptr<LMFFMedia> videoMedia() const;  ///< the effect stream's
+  std::shared_ptr<LMFFMedia> videoMedia() const;  ///< of the effect stream
 
   bool hasAudio() const;
   bool hasVideo() const;
   bool hasSubtitle() const;
 
-  /// Display names of the tracks.
+  /// Display names of the tracks of the first media; for sound, of the first that has any.
   std::vector<std::string> audioStreams() const;
   std::vector<std::string> subtitleStreams() const;
 
-  /// The track numbers chosen; absent: all.
+  /// The numbers of the selected tracks; nullopt: all. Setting them applies to all medias.
   std::optional<IndexSet> selectAudioStreams() const;
   void setSelectAudioStreams(const std::optional<IndexSet>& streams);
   std::optional<IndexSet> selectSubtitleStreams() const;
   void setSelectSubtitleStreams(const std::optional<IndexSet>& streams);
 
-  // Facts.
+  // Facts. Bit rates are in bits per second; 0 if unknown.
 
   float framerate() const;
   int64_t videoBitrate() const;
   int64_t audioBitrate() const;
   int64_t fileBitrate() const;
-  int videoCodec() const;  ///< `AV_CODEC_ID_…`
-  int audioCodec() const;
-  int64_t duration() const;  ///< microseconds: where the last media ends
+  int videoCodec() const;    ///< `AV_CODEC_ID_…` of the last media with pictures
+  int audioCodec() const;    ///< `AV_CODEC_ID_…` of the last media with sound
+  int64_t duration() const;  ///< microseconds: the end of the media that ends last
 
   // Clock.
 
-  /// The last seek's time plus the sound handed out since, less what waits in the playback buffer.
+  /// The time of the last seek plus the sound handed out since, less what waits in the playback
+  /// buffer.
   int64_t currentTime() const;
+  /// Same as `seek`.
   void setCurrentTime(int64_t time);
+  /// Advance the clock by frames of 44100 Hz, or set it without positioning the medias.
   void forwardAudioDecodeTime(double samples);
   void update_current_time_to(int64_t time);
 
-  /// Moves the clock to a copied packet's time, never back; without a packet, 20 ms on.
+  /// Moves the clock forward to a copied packet's time, never back; by 20 ms if the packet is null.
   void updateAudioPacketTime(const std::shared_ptr<LMFFImage>& packet);
 
-  /// Where the current video media ends.
+  /// The end of the current video media.
   int64_t currentVideoMediaMaxTime() const;
 
-  /// Seeks the medias that the clock has entered to it (with `force`, all that it is in) and marks
-  /// them current.
+  /// Seeks the medias that the clock has just entered (with `force`, all that it is in) to the
+  /// clock's time and marks them as current.
   void updateCurrentMedias(bool force);
   void updateCurrentMedias();
 
-  /// Sets the clock at once and positions the medias on the queue; of several seeks in a row only
-  /// the last one's positioning runs.
+  /// Sets the clock at once and positions the medias on the queue. Of several seeks in a row, only
+  /// the last one positions them.
   void seek(int64_t time);
 
   /// Blocks until the queue is empty.
@@ -180,9 +185,10 @@ class KESTREL_API LMFFMovie {
 
   bool forward();  ///< true
 
-  // Playback, from any thread. What is out of range counts as the nearest in it, no number as 1.
+  // Playback, from any thread. Values out of range are clamped; NaN counts as 1.
 
   void play();
+  /// Both stop the sound at once and keep the position.
   void pause();
   void stop();
   bool isPlay() const;
@@ -193,80 +199,84 @@ class KESTREL_API LMFFMovie {
 
   // Sound.
 
-  /// Fills `data` with the next `frame` frames of stereo float: the current medias' sound times
-  /// `volume`, silence where there is none. The clock advances by `frame`.
+  /// Fills `data` with the next `frame` frames of interleaved stereo float: the sound of the
+  /// current medias times `volume`, silence if there is none. The clock advances by `frame`. Always
+  /// returns true.
   bool readSample(float* data, int32_t frame);
 
-  /// The next undecoded audio packet, null at the end; the clock follows it.
+  /// The next undecoded audio packet; null at the end. The clock follows it.
   std::shared_ptr<LMFFImage> readNextAudioPacket();
 
+  /// Decode the next 2048 frames into the playback buffer; the second only if it holds fewer. They
+  /// do nothing while `exportMovie` is set. Call them on the queue.
   bool decodeAudioToAudioOutput();
   void decodeMoreAudioDataToAudioOutputHelper();
 
-  /// Tops the playback buffer up on the queue when it holds less than 2048 frames. Any thread.
+  /// Tops up the playback buffer by 2048 frames on the queue if it holds fewer; does not wait. Any
+  /// thread.
   void decodeMoreAudioDataToAudioOutput();
 
   // Pictures.
 
-  /// Runs `work` on the queue: inline when the caller is on it already. With `wait`, blocks until
-  /// it has run; an exception that leaves it arrives here, as one of the host's code does that the
-  /// calls below run and wait for. Without, nobody is there to take it, and it ends with the work.
+  /// Runs `work` on the queue, immediately if the caller is on it. With `wait`, blocks until it has
+  /// run and rethrows its exception, as do the calls below that wait. Without, an exception is
+  /// discarded.
   void decodeImage(const std::function<void()>& work, bool wait);
 
-  /// Calls `action` on the queue with the picture that is shown at a time (`decode`), or with the
-  /// next undecoded video packet; with null where no current media has video. Blocks. A decoded
-  /// picture is borrowed: it is the stream's until the next decode. It is exactly the one of that
-  /// time (`LMFFMedia::pictureAtTime`), unless the movie plays: then it may be an earlier one, so
-  /// that a slow machine shows late pictures rather than none.
+  /// Calls `action` on the queue with the picture shown at a time (`decode`) or with the next
+  /// undecoded video packet; with null if no current media has video. Blocks. A decoded picture is
+  /// borrowed from the stream until the next decode. It is the exact picture for that time
+  /// (`LMFFMedia::pictureAtTime`); during playback it may be an earlier one, so that a slow machine
+  /// shows late pictures rather than none.
   void decodeImageAtTime(int64_t time, bool decode, const ImageAction& action);
 
-  /// Makes the picture of a time, subtitles and effects included, and hands it to `provider`, on
-  /// the queue; see `LMFFMovieImageProvider`. Blocks with `wait`; without, the provider is kept
-  /// until the picture is made. The images are recipes: whoever wants pixels renders them.
+  /// Makes the picture of a time with subtitles and effects and passes it to `provider` on the
+  /// queue, see `LMFFMovieImageProvider`. Blocks if `wait`; otherwise the provider is kept alive
+  /// until then. The images are recipes; render them to get pixels.
   void decodeImageAtTime(int64_t time, const std::shared_ptr<LMFFMovieImageProvider>& provider,
                          bool wait = true);
 
-  /// The picture of a time after all effects, fitted into `size` (pixels) with its shape kept: the
-  /// bitmap has the fitted size, rounded up, and is enlarged a hundred times at most. Null where no
-  /// video media covers the time, and when there is no picture. Blocks; afterwards the media is
-  /// back at the clock.
+  /// The picture of a time after all effects, fitted into `size` (pixels) without distortion. The
+  /// bitmap has the fitted size, rounded up; the picture is enlarged at most 100 times. Null if no
+  /// media with video covers the time or there is no picture. Blocks; afterwards the media is
+  /// positioned at the clock again.
   std::shared_ptr<const BitmapImage> thumbnailAtTime(int64_t time, const Size& size);
 
-  /// A rectangle of the shape of `rect`, as large as fits into `destination`, in its middle. `rect`
-  /// is divided by its width / destination's or its height / destination's, whichever is larger in
-  /// single precision, and by 0.01 at least.
+  /// The largest rectangle of the shape of `rect`, centred in `destination`. The size of `rect` is
+  /// divided by max(its width / destination's, its height / destination's) in single precision, but
+  /// at least by 0.01.
   Rect scaleRect(const Rect& rect, const Rect& destination) const;
 
-  // The look: the effect stream's settings, which may be read and written from any thread and count
-  // from the next picture on. None is checked; a value without sense shows as a black picture or
-  // changes nothing. Without an effect stream they are zeros. `configVideoEffectStream` sets crop
+  // The look: the effect stream's settings. They may be accessed from any thread and take effect
+  // with the next picture. Values are not checked; invalid ones give a black picture or have no
+  // effect. Without an effect stream they are 0. `configVideoEffectStream` resets crop and output
+  // size.
   // and output size anew.
 
-  Size videoSize() const;  ///< the media's picture, pixels
+  Size videoSize() const;  ///< size of the media's picture, pixels
 
-  /// All of the following as one (<kestrel/MovieLook.h>), but for the output's size: a look that
-  /// was read, changed and set again changes nothing else.
+  /// All of the following settings at once (<kestrel/MovieLook.h>) except for the output size.
   MovieLook look() const;
   void setLook(const MovieLook& look);
 
-  /// The display shape: 1 four by three, 2 sixteen by nine, anything else the source's.
+  /// Display aspect: 1 is 4:3, 2 is 16:9, anything else the source's.
   int64_t aspectType() const;
   void setAspectType(int64_t type);
 
-  /// The display shape of the whole source, width / height, in place of `aspectType`; 0: that
-  /// counts. For sources whose shape is neither of the two that it knows.
+  /// Display aspect of the whole source, width / height, for sources that are neither 4:3 nor 16:9.
+  /// Overrides `aspectType` if above 0.
   double displayAspect() const;
   void setDisplayAspect(double aspect);
 
-  /// What is kept of the source: pixels, origin at the lower left. As a text it is
-  /// "{{10, 20}, {300, 200}}", origin and size; a text that is anything else makes it all zeros.
+  /// The part of the source that is kept: pixels, origin at the lower left. As a text:
+  /// "{{10, 20}, {300, 200}}", origin and size; an invalid text sets all zeros.
   Rect cropRect() const;
   void setCropRect(const Rect& rect);
   std::string cropRectString() const;
   void setCropRectString(const std::string& text);
 
-  /// The size of the finished picture, in pixels: 0.1 is added and the fraction dropped. As a text
-  /// it is "{640, 480}"; a text that is anything else makes it zero by zero.
+  /// The size of the finished picture, in pixels: 0.1 is added and the fraction dropped. As a text:
+  /// "{640, 480}"; an invalid text sets zero by zero.
   Size outputVideoSize() const;
   void setOutputVideoSize(const Size& size);
   std::string outputVideoSizeString() const;
@@ -287,40 +297,41 @@ class KESTREL_API LMFFMovie {
   float hue() const;  ///< 0.5 changes nothing
   void setHue(float value);
 
-  /// The name of an effect of `EffectManager`; absent: none.
+  /// Name of an effect of `EffectManager`; nullopt: none.
   std::optional<std::string> effectName() const;
   void setEffectName(const std::optional<std::string>& name);
 
-  /// Laid over every picture as it lies in the output; null: none.
+  /// Drawn over every picture at its position in the output; null: none.
   std::shared_ptr<const Image> watermark() const;
   void setWatermark(const std::shared_ptr<const Image>& image);
 
-  /// How the picture is fitted into the output: 1 stretched, 2 and 5 whole with bars, 3 and 4 into
-  /// a 16:9 or 4:3 box, 6 as wide as the output. 5 at first.
+  /// How the picture is fitted into the output: 1 stretched, 2 and 5 whole, with bars, 3 and 4
+  /// stretched to a 16:9 or 4:3 box, 6 to the output's width. Default 5.
   int32_t zoomType() const;
   void setZoomType(int32_t type);
 
-  // Text subtitles. Each of these setters, and that of the output size, has the text drawn anew.
+  // Text subtitles. Each of these setters, and those of the output size, make the text be drawn
+  // again.
 
-  Font subtitleFont() const;  ///< 80 pixels of the system's where none is set
+  Font subtitleFont() const;  ///< the system's font at 80 pixels unless set
   void setSubtitleFont(const std::optional<Font>& font);
-  Color subtitleColor() const;  ///< white where none is set
+  Color subtitleColor() const;  ///< white unless set
   void setSubtitleColor(const std::optional<Color>& color);
   float subtitlePosition() const;  ///< the text's lower edge: 0 at the bottom, 1 at the top
   void setSubtitlePosition(float position);
 
-  /// Subtitles are shown whole, with the line breaks, italics and bold letters that their files
-  /// give them. Off at first: then only what follows the last comma of a line is shown, plainly.
+  /// Show subtitles complete, with the line breaks, italics and bold of their files. Off by
+  /// default: only what follows the last comma of a line is shown, as plain text.
   bool fullSubtitleText() const;
   void setFullSubtitleText(bool full);
 
-  float subtitleOutline() const;  ///< black, around the letters; pixels, 0 at first
+  float subtitleOutline() const;  ///< width of the black outline, pixels; default 0
   void setSubtitleOutline(float width);
-  /// What stays free of text at the left and at the right, of the output's width; 0 at first.
+  /// Margin on each side of the text, as a fraction of the output's width; default 0.
   float subtitleMargin() const;
   void setSubtitleMargin(float share);
 
-  /// Has the text subtitle drawn anew.
+  /// Makes the next picture draw the text subtitle again.
   void updateSubtitle();
 
  private:
@@ -329,7 +340,7 @@ class KESTREL_API LMFFMovie {
   void provideImage(int64_t time, LMFFMovieImageProvider* provider);
   void keepSoundGoing();
 
-  friend class LMFFMedia;  // keeps the sound going while it reads pictures
+  friend class LMFFMedia;  // keeps the sound going while reading pictures
   struct State;
   std::unique_ptr<State> state_;
 };

@@ -6,8 +6,8 @@
 
 namespace kestrel {
 
-/// What the sample values of a picture mean, in libavutil's numbers. The record as it is made
-/// leaves everything open.
+/// The meaning of a picture's sample values, in libavutil's numbers. Everything is unspecified by
+/// default.
 struct LMFFVideoColor {
   int32_t primaries = 2;  ///< `AVCOL_PRI_…`; 2: unspecified
   int32_t transfer = 2;   ///< `AVCOL_TRC_…`; 2: unspecified
@@ -19,13 +19,12 @@ struct LMFFVideoColor {
 
 using VideoColor = LMFFVideoColor;
 
-/// BT.709 in limited range, as high-definition video is made.
+/// BT.709 in limited range, usual for high-definition video.
 inline constexpr VideoColor kBt709{.primaries = 1, .transfer = 1, .matrix = 1, .range = 1};
 
-/// `color` with an unknown matrix and range filled in, for a picture of this pixel format
-/// (`AV_PIX_FMT_…`) and height (pixels). An unknown matrix becomes BT.709 from 720 lines up and
-/// BT.601 below, RGB for RGB formats; an unknown range becomes limited, or full for RGB, grey and
-/// the formats whose names say so.
+/// `color` with unspecified matrix and range filled in for a pixel format (`AV_PIX_FMT_…`) and a
+/// height (pixels). The matrix becomes BT.709 from 720 lines up, BT.601 below, and RGB for RGB
+/// formats; the range becomes limited, or full for RGB, grey and the full-range ("J") formats.
 KESTREL_API LMFFVideoColor lm_resolved_video_color(const LMFFVideoColor& color, int pix_fmt,
                                                    int height);
 

@@ -24,16 +24,16 @@ class ClockMap;
 class DemuxerReader;
 class LMFFMedia;
 
-/// Sixteen colours of a disc's subtitles, each 0x00YYCrCb.
+/// Sixteen subtitle colours of a disc, each 0x00YYCrCb.
 using SubtitlePalette = std::array<uint32_t, 16>;
 
-/// The object behind every demuxer: it owns one libavformat context and knows how to open it, here
-/// by a path in the file system. Subclasses read from elsewhere (`LMCustomSource`).
+/// An input: owns a demuxer (a libavformat context) and knows how to open it. The base class opens
+/// a path; subclasses read from elsewhere (`LMCustomSource`).
 ///
-/// A source is made unopened; `open` makes the context. It lives until `close`, or the source's
-/// end, and beyond that for as long as a stream that was made over it, or a read on another thread,
-/// needs it. A source serves one media and is read by one thread at a time; a second reader of the
-/// same input is a `copy`.
+/// A source is created closed; `open` creates the demuxer. It exists until `close` or the
+/// destruction of the source, and longer if a stream made from it or a read on another thread still
+/// needs it. A source serves one media and is read by one thread at a time; use a `copy` for a
+/// second reader.
 class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSource> {
  public:
   using Options = std::map<std::string, std::string>;
@@ -43,138 +43,137 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   LMMediaSource(const LMMediaSource&) = delete;
   LMMediaSource& operator=(const LMMediaSource&) = delete;
 
-  /// A new plain source for `path`, whatever class it is asked of.
+  /// A new plain source for `path`, also when called on a subclass.
   static std::shared_ptr<LMMediaSource> mediaWithPath(const std::string& path);
 
-  /// An unopened source of the same class that reads the same input from a position of its own. It
-  /// takes over `fullpath` alone; a subclass with more state overrides this.
+  /// An unopened source for the same input with its own position. The base class returns a plain
+  /// source and copies `fullpath`, `inputFormat` and `demuxerOptions`; subclasses override this.
   virtual std::shared_ptr<LMMediaSource> copy() const;
 
-  /// A `copy` with the same interrupt that shares what is found out about the input: what one of
-  /// them has looked for, the other knows.
+  /// A `copy` with the same interrupt that shares knowledge about the input: what one reader has
+  /// found out is not searched for again.
   std::shared_ptr<LMMediaSource> anotherReader() const;
 
-  /// The demuxing units over this source, opened: one of the video streams and one, over a copy
-  /// of the source, of the audio streams; a single one where the input has only one of the two,
-  /// where it can be read only once, and where the copy does not open; none where no stream can be
-  /// decoded. `streams` limits them to these container indexes; absent, all streams count. The
-  /// source must be held by a shared pointer; the first media keeps it.
+  /// The opened medias over this source: one with the video streams and one, over a copy of the
+  /// source, with the audio streams. A single one if the input has only one of the two or can be
+  /// read only once, or if the copy cannot be opened; none if no stream can be decoded. `streams`
+  /// selects container indexes; nullopt: all. The source must be held by a shared pointer; the
+  /// first media keeps it.
   std::vector<std::shared_ptr<LMFFMedia>> createMediasWithStreams(
       const std::optional<IndexSet>& streams);
 
-  /// `createMediasWithStreams` over all streams.
+  /// `createMediasWithStreams` for all streams.
   virtual std::vector<std::shared_ptr<LMFFMedia>> createMedias();
 
   virtual bool isDVD() const;
   virtual bool isSubtitle() const;
 
-  /// The colours of bitmap subtitles; null where the input names none.
+  /// The colours of bitmap subtitles; null if the input has none.
   virtual const SubtitlePalette* palette() const;
 
-  /// The I/O context to open through, owned by the source; null to read `path` from the file
-  /// system.
+  /// The I/O context to open, owned by the source; null to open `path`.
   virtual AVIOContext* avio_context();
 
-  /// True while there is an open demuxer.
+  /// True if a demuxer is open.
   bool isOpen() const;
 
-  /// True if the input can be read from any position, and so more than once: false for pipes,
-  /// and while not open.
+  /// True if the input can be read from any position, and so more than once; false for pipes and
+  /// while closed.
   bool isSeekable() const;
 
-  /// Each stream's codec tag as four characters, lowest byte first; four NULs for tag 0.
+  /// Each stream's codec tag as four characters, lowest byte first; four NULs if the tag is 0.
   std::vector<std::string> codecs() const;
 
-  /// Logs the entry count, then "key value" for each entry. Null logs nothing.
+  /// Logs the number of entries, then "key value" for each entry. Null logs nothing.
   void logMedadata(const AVDictionary* dictionary) const;
 
-  /// Logs the metadata of the container and, for each stream, its metadata and codec tag.
+  /// Logs the container's metadata, then each stream's metadata and codec tag.
   void logFormatContext(const AVFormatContext* context) const;
 
-  /// Opens the demuxer and probes its streams, once; afterwards it does nothing. On failure the
-  /// source stays unopened and `lastError` tells why. It waits for no other open. The demuxer's
-  /// `duration` is then the input's length from its start on, also where the container counts it
-  /// from 0.
+  /// Opens the demuxer and probes its streams, unless it is open. On failure the source stays
+  /// closed and `lastError` tells why. Does not block other sources' `open`. The demuxer's
+  /// `duration` then counts from the first time stamp, even if the container counts it from 0.
   virtual void open();
 
-  /// Closes the demuxer. `open` opens it again, a source by path from its beginning. A subclass
-  /// whose I/O the demuxer reads through calls it before that goes.
+  /// Closes the demuxer. `open` reopens it, a path from its beginning. A subclass with its own I/O
+  /// context must call this before freeing it.
   ///
-  /// Safe from any thread, also while another reads: that read soon fails as if interrupted, and
-  /// medias over this source behave like unopened ones. The streams made before keep what
-  /// they know.
+  /// Safe from any thread, also during a read: the read then soon fails as if interrupted, and
+  /// medias over this source behave like unopened ones. Existing streams keep their facts.
   void close();
 
-  /// Has the demuxer fill in when pictures are shown where its container, which usually tells,
-  /// leaves that out: broadcasts begin with such pictures. Once open, before the first packet is
-  /// read.
+  /// Makes the demuxer calculate presentation times that are missing in a container that usually
+  /// stores them (MPEG transport and program streams, MXF); broadcasts start with such pictures.
+  /// Call it after `open`, before the first packet is read.
   void fillInTimes();
 
-  /// Opens, then logs the metadata of the container and of each stream.
+  /// Opens the source, then logs the metadata of the container and of each stream.
   void print_source_stream_info();
 
-  /// The container's first time stamp in microseconds; 0 when it has none or nothing is open.
+  /// The container's first time stamp, microseconds; 0 if unknown or closed.
   virtual int64_t start_time() const;
 
-  /// The last component of `path` without its extension; a slash at the end does not count.
+  /// The last component of `path` without extension, ignoring trailing slashes.
   virtual std::string name() const;
 
-  /// What libavformat opens: `fullpath` here.
+  /// What libavformat opens; here `fullpath`.
   virtual std::string path() const;
 
-  /// The input's size in bytes where the source does the reading itself; 0 here.
+  /// The input's size in bytes if the source does the reading; here 0.
   virtual int64_t filesize() const;
 
-  /// The tracks' display names in selection order; absent where the streams' languages tell.
+  /// Display names of the tracks in the order of their numbers; nullopt: use the streams'
+  /// languages.
   virtual std::optional<std::vector<std::string>> audioNames() const;
   virtual std::optional<std::vector<std::string>> subtitleNames() const;
 
-  /// The demuxer, null until `open` succeeded; owned by the source, and valid until `close`.
+  /// The demuxer, owned by the source and valid until `close`; null while closed.
   AVFormatContext* formatContext() const;
 
-  /// The same, which stays valid for as long as the pointer is held.
+  /// The same, valid as long as the pointer is held.
   std::shared_ptr<AVFormatContext> sharedContext() const;
 
-  /// Takes a demuxer that the host has opened and probed by itself, and closes the one before it.
-  /// Null closes alone. The host keeps an I/O context of its own alive for as long as the demuxer.
+  /// Takes ownership of a demuxer that the host has opened and probed, and closes the previous one.
+  /// Null only closes. The host must keep its own I/O context alive as long as the demuxer.
   void setFormatContext(AVFormatContext* context);
 
-  /// The short name of the demuxer to use ("rawvideo"); "": the one that fits the input's bytes. An
-  /// unknown name fails the `open`.
+  /// The short name of the demuxer to use ("rawvideo"); "": detect it. An unknown name makes `open`
+  /// fail.
   std::string inputFormat() const;
   void setInputFormat(const std::string& name);
 
-  /// What `open` tells the demuxer, by the media libraries' names ("framerate", "25"). What it does
-  /// not know is ignored.
+  /// Options that `open` passes to the demuxer, by FFmpeg's names ("framerate", "25"). Unknown ones
+  /// are ignored.
   Options demuxerOptions() const;
   void setDemuxerOptions(Options options);
 
-  /// The path that the source was made for, "" for sources without one.
+  /// The path of the source; "" if it has none.
   std::string fullpath() const;
   void setFullpath(const std::string& path);
 
-  /// Reads the next packet of the open demuxer, which the caller unrefs; false at the end, and
-  /// where reading failed, which `lastError` then tells.
+  /// Reads the next packet, which the caller must unref. False at the end or on an error, see
+  /// `lastError`.
   ///
-  /// Times rise from the beginning to the end: where the clock of a transport or program stream
-  /// jumps, as where two recordings lie in one file, what follows is moved to where the time before
-  /// ended, sound and pictures alike. The container's facts (duration, start, bit rate) then tell
-  /// of the moved times. To know that of a file that can be read from any place, `open` looks at it
-  /// in some dozens of places, and reads it through where they do not tell one clock.
+  /// Time stamps increase over the whole input: if the clock of a transport or program stream
+  /// jumps, for example between two recordings in one file, later packets are shifted to continue
+  /// where the earlier ones ended, sound and pictures alike. Duration, start and bit rate of the
+  /// container then refer to the shifted times. For seekable files, `open` samples some dozens of
+  /// positions, and reads the whole file if they do not fit a single clock.
   bool readPacket(AVPacket* packet);
 
-  /// Goes to the last place before a time (microseconds, as packets carry it) from which it may be
-  /// decoded; false where there is none.
+  /// Seeks to the last position before a time (microseconds, on the packets' clock) from which
+  /// decoding can start; false if there is none.
   bool seekBackward(int64_t time);
 
-  /// Goes to the input's first byte; false where that can't be done.
+  /// Seeks to the input's first byte; false if that is not possible.
   bool rewind();
 
-  /// Why the last `open` failed, or why reading ended before the input's end.
+  /// The error of the last `open`, or the error that ended reading early.
   Error lastError() const;
 
-  /// Asked now and then while the source opens or reads; true makes that call fail soon. A
-  /// media's copy hands it on to its own source. Empty: never.
+  /// Polled while the source opens or reads; returning true makes that call fail soon. A media's
+  /// copy passes it on to its own source. Empty: never interrupt. Set it while no other thread uses
+  /// the source.
   std::function<bool()> interrupt() const;
   void setInterrupt(std::function<bool()> interrupt);
 

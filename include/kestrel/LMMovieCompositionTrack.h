@@ -15,10 +15,10 @@ namespace kestrel {
 
 class LMMediaSource;
 
-/// One stream of an input file, placed on the time line of an `LMMovieComposition`.
+/// A stream of an input file, placed on the time line of an `LMMovieComposition`.
 ///
-/// The input is opened when it is first needed and stays open as long as the track. A track is used
-/// by one thread at a time. An archive holds its path, position and rate, and nothing else.
+/// The input is opened when first needed and stays open as long as the track exists. Use a track
+/// from one thread at a time. An archive stores only its path, position and rate.
 class KESTREL_API LMMovieCompositionTrack : public Coding {
  public:
   LMMovieCompositionTrack();
@@ -28,73 +28,73 @@ class KESTREL_API LMMovieCompositionTrack : public Coding {
 
   // Properties.
 
-  /// The input; null until it or `path` is set. Tracks of one `joinToFile` that have the same
-  /// source are read in one go.
+  /// The input; null until it or `path` is set. `joinToFile` reads tracks with the same source
+  /// together.
   std::shared_ptr<LMMediaSource> source() const;
   void setSource(std::shared_ptr<LMMediaSource> source);
 
-  /// The source's path, "" without one. Setting it makes a new source.
+  /// The source's path; "" without one. Setting it creates a new source.
   std::string path() const;
   void setPath(const std::string& path);
 
-  /// The stream's index in the input; 0 at first.
+  /// The stream's index in the input; default 0.
   int32_t track() const;
   void setTrack(int32_t index);
 
-  /// The index of the output's stream, set by an export.
+  /// The stream's index in the output, set by an export.
   int32_t map() const;
   void setMap(int32_t index);
 
-  /// Where the input's first time stamp lands on the time line, seconds.
+  /// Where the input's first time stamp is placed on the time line, seconds.
   double position() const;
   void setPosition(double seconds);
 
-  /// The playback rate, which is kept and stored; an export does not apply it.
+  /// The playback rate, which is stored but not applied by an export.
   double rate() const;
   void setRate(double rate);
 
-  /// The input has been read to its end.
+  /// True if the input has been read to its end.
   bool finished() const;
   void setFinished(bool finished);
 
-  /// The decoding time of the last packet read, seconds in the input's own time.
+  /// The decoding time of the last packet read, in seconds on the input's clock.
   double dts() const;
   void setDts(double seconds);
 
-  /// Where the packets read so far end, seconds after the input's start.
+  /// The end of the packets read so far, in seconds after the input's start.
   double reached() const;
 
-  // The input. Without one, and where it has no such stream: 0, null, false.
+  // The input. Without an input or such a stream: 0, null, false.
 
   void open();
 
-  /// Seconds.
+  /// The input's start time in seconds; 0 until it is open.
   double startTime() const;
 
-  /// Opens the input; null where that fails or there is no stream at `track`.
+  /// Opens the input; null if that fails or there is no stream `track`.
   AVStream* avstream();
 
   int32_t codecID();  ///< `AV_CODEC_ID_…`
 
-  /// A codec context with the stream's parameters, not opened; the track's own.
+  /// An unopened codec context with the stream's parameters, owned by the track.
   AVCodecContext* codecContext();
 
-  /// `AVMEDIA_TYPE_…`: 0 video, 1 audio; -1 where there is no stream.
+  /// `AVMEDIA_TYPE_…`: 0 video, 1 audio; -1 if there is no stream.
   int32_t mediaType();
   bool isVideo();
   bool isAudio();
 
   // Reading.
 
-  /// The input's next packet of any stream; false at the end and when reading fails.
+  /// Reads the input's next packet of any stream; false at the end and on errors.
   bool readSourceFrame(AVPacket* packet);
 
-  /// The next packet of the track's own stream, whose decoding time becomes `dts`. False, and
-  /// `finished`, when there is none.
+  /// Reads the next packet of this track's stream and sets `dts`. If there is none, returns false
+  /// and sets `finished`.
   bool readFrame(AVPacket* packet);
 
-  /// Takes note of a packet of the track's own stream that `readSourceFrame` brought, as
-  /// `readFrame` does by itself. One without a time does not move the track.
+  /// Updates `dts` and `reached` for a packet of this track's stream obtained from
+  /// `readSourceFrame`, as `readFrame` does. Packets without a decoding time are ignored.
   void passPacket(const AVPacket& packet);
 
   // Archives.

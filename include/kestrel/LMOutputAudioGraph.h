@@ -9,72 +9,71 @@
 
 namespace kestrel {
 
-/// What a playback graph asks of its movie. Called on the thread that reads from the graph, which
-/// is the device's while the graph runs; it must not block there, nor allocate.
+/// What a playback graph requests from its movie. Called on the thread that reads from the graph:
+/// while the graph runs, the device's thread, which must neither block nor allocate memory.
 class LMOutputAudioGraphDelegate {
  public:
   virtual ~LMOutputAudioGraphDelegate() = default;
 
-  /// The graph is about to read: more sound is welcome.
+  /// The graph is about to read and can take more sound.
   virtual void decodeMoreAudioDataToAudioOutput() = 0;
 
-  /// The player's clock is to move on by so many frames.
+  /// The player's clock should advance by `frames`.
   virtual void audioOutputForwordSample(double /*frames*/) {}
 };
 
 using OutputAudioGraphDelegate = LMOutputAudioGraphDelegate;
 
-/// The movie's playback graph: a byte queue between the thread that decodes and the device that
-/// plays, and what lies between the queue and the device: converter, tempo, volume.
+/// A movie's playback graph: a byte queue between the decoding thread and the device, followed by
+/// converter, tempo and volume.
 ///
-/// The sound is interleaved stereo 32-bit float at 44100 Hz, so a frame is 8 bytes; the device is
-/// given what it takes. One thread may write while another reads. The device reads while the graph
-/// is started; a host may read by hand while it is not. `graph().setDevice` chooses another device
-/// than the default one.
+/// Sound in the queue is interleaved stereo 32-bit float at 44100 Hz, 8 bytes per frame; it is
+/// converted to the device's format. One thread may write while another reads. While the graph is
+/// started, the device reads; while it is stopped, a host may. `graph().setDevice` selects another
+/// device than the default.
 class KESTREL_API LMOutputAudioGraph : public LMAudioGraph {
  public:
   LMOutputAudioGraph();
   ~LMOutputAudioGraph() override;
 
-  /// A factor on the tempo, taken from 0.25 to 4; the pitch stays. 1 at first.
+  /// Tempo factor, applied from 0.25 to 4, at constant pitch; default 1.
   float rate() const;
   void setRate(float rate);
-  /// A factor on the samples, from 0; 1 at first.
+  /// Gain factor, applied from 0 to 1000; default 1.
   float volume() const;
   void setVolume(float volume);
 
-  /// Who is asked for more sound; not owned. Change it while the graph is stopped.
+  /// Receives requests for more sound; not owned. Change it only while the graph is stopped.
   LMOutputAudioGraphDelegate* delegate() const;
   void setDelegate(LMOutputAudioGraphDelegate* delegate);
 
   std::shared_ptr<LMFIFODataBuffer> dataBuffer() const;
   void setDataBuffer(std::shared_ptr<LMFIFODataBuffer> buffer);
 
-  /// Asks the delegate for more, then takes `frame` frames; false when fewer were queued: what
-  /// there was is then consumed, and the reader plays silence.
+  /// Asks the delegate for more, then reads `frame` frames. If fewer are queued, consumes them and
+  /// returns false; the reader then plays silence.
   bool readSample(void* data, int32_t frame);
 
-  /// Queues `frame` frames; true.
+  /// Queues `frame` frames; always returns true.
   bool writeSample(const void* data, int32_t frame);
 
-  /// The same on a numbered stream; there is one, whatever the number.
+  /// The same for a numbered stream; the number is ignored, as there is only one.
   bool streamReadSample(int32_t stream, void* data, int32_t numberFrames) override;
   bool streamWriteSample(int32_t stream, const void* data, int32_t numberFrames) override;
 
-  /// Whole frames queued.
+  /// The number of whole frames in the queue.
   int32_t bufferFrames() const;
 
-  /// The frames that have been written and not been heard: those in the queue, and those that the
-  /// started graph has taken from it and that are still on their way to the ear. Moves smoothly
-  /// between the device's calls.
+  /// Frames that have been written but not heard: those in the queue and those that the running
+  /// graph has taken from it but not yet played. Changes smoothly between the device's calls.
   double unheardFrames() const;
 
-  /// Forgets what is queued and what is on its way, without stopping the graph. By the thread that
-  /// writes, or while nobody does.
+  /// Discards queued sound and sound on its way to the device, without stopping the graph. Call it
+  /// on the writing thread, or while nothing is written.
   void clearBuffer();
 
-  /// How often fewer frames were queued than the reader wanted. Waiting for the first ones, at the
-  /// start and after `clearBuffer`, does not count.
+  /// How often fewer frames were queued than requested. Waiting for the first ones, initially and
+  /// after `clearBuffer`, does not count.
   int64_t underruns() const;
 
   void decodeMoreAudioDataToAudioOutput();

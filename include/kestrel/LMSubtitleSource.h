@@ -4,9 +4,8 @@
 
 namespace kestrel {
 
-/// Marks a source that holds an external subtitle file.
-///
-/// `LMSubtitleSource::mediaWithPath` is its base's: it makes a plain `LMMediaSource`.
+/// A source for an external subtitle file. `mediaWithPath` is inherited and makes a plain
+/// `LMMediaSource`.
 class KESTREL_API LMSubtitleSource : public LMMediaSource {
  public:
   std::shared_ptr<LMMediaSource> copy() const override;

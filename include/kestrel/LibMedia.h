@@ -6,17 +6,15 @@
 
 namespace kestrel {
 
-/// Names for what media files only give codes for. It has no state; all operations are safe from
-/// any thread.
+/// Display names for codes in media files. Stateless; safe from any thread.
 class KESTREL_API LibMedia {
  public:
-  /// The name of a language in the user's own language, UTF-8: "French" for "fr", "fre" and "fra"
-  /// under an English locale.
+  /// The name of a language in the user's language, UTF-8: "French" for "fr", "fre" and "fra" under
+  /// an English locale.
   ///
-  /// Codes of two and three letters are understood, in either case. A longer code that has no name
-  /// is looked up once more by its first two letters. A code that is still unknown, "und" and ""
-  /// are shown as English. Only under a locale that has no names at all is the result the code
-  /// itself.
+  /// Accepts codes of two and three letters, in either case. A longer code without a name is looked
+  /// up again by its first two letters. Codes that are still unknown, "und" and "" show as English.
+  /// If the locale has no names at all, the code itself is returned.
   static std::string displayStringForLanguage(const std::string& code);
 };
 

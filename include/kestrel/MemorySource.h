@@ -10,18 +10,18 @@
 
 namespace kestrel {
 
-/// A source over bytes in memory: a file that was read, downloaded or made there.
+/// A source over bytes in memory.
 ///
-/// Copies share the bytes, which nobody may change while a source is left. `setFullpath` gives the
-/// source a name, whose extension helps to recognise formats that their bytes alone don't tell.
+/// Copies share the bytes, which must not change while any of them exists. `setFullpath` sets a
+/// name; its extension helps to detect formats that their bytes alone do not identify.
 class KESTREL_API MemorySource : public LMCustomSource {
  public:
   using Bytes = std::shared_ptr<const std::vector<uint8_t>>;
 
-  /// Null is an empty input.
+  /// Null counts as empty.
   explicit MemorySource(Bytes bytes);
 
-  /// A source over a copy of a text's bytes.
+  /// A source over a copy of `text`.
   static std::shared_ptr<MemorySource> fromText(std::string_view text);
 
   const Bytes& bytes() const { return bytes_; }

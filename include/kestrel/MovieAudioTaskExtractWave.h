@@ -13,12 +13,12 @@ namespace kestrel {
 
 class Task;
 
-/// Has the program "SamplePointsTask", which lies in the folder of the running one, draw the
-/// outline of a file's sound, and reads back what it has written.
+/// Runs the program "SamplePointsTask" from the folder of the running program to compute the
+/// outline of a file's sound, and reads its result.
 ///
-/// Extracting blocks its thread; `cancel`, `progress` and `isFinished` are for other threads
-/// meanwhile. How far an extractor is goes through the pasteboard "SamplePointsTask": all objects
-/// and processes of a user share that one number.
+/// An extraction blocks its thread; meanwhile `cancel`, `progress` and `isFinished` may be called
+/// from others. Progress is passed through the pasteboard "SamplePointsTask": all objects and
+/// processes of a user share this one number.
 class KESTREL_API MovieAudioTaskExtractWave {
  public:
   MovieAudioTaskExtractWave();
@@ -26,23 +26,23 @@ class KESTREL_API MovieAudioTaskExtractWave {
   MovieAudioTaskExtractWave(const MovieAudioTaskExtractWave&) = delete;
   MovieAudioTaskExtractWave& operator=(const MovieAudioTaskExtractWave&) = delete;
 
-  /// The sample points of a file; none where the extractor fails or is cancelled. `medias` are the
-  /// numbers of the sound tracks to count; absent, the extractor chooses. Throws `TaskError` when
-  /// there is no extractor that could be started.
+  /// The sample points of a file; nullopt if the extractor fails or is cancelled. `medias` are the
+  /// numbers of the sound tracks to use; nullopt: the extractor chooses. Cancels an extraction that
+  /// is running. Throws `TaskError` if the extractor cannot be started.
   std::optional<PropertyList> samplePointsFromPath(
       const std::string& path, const std::optional<std::vector<uint32_t>>& medias = std::nullopt);
 
-  /// Ends the running extractor; nothing when none runs.
+  /// Ends the running extractor, if any.
   void cancel();
 
-  /// 0 to 1; 0 when nothing is known.
+  /// 0 to 1; 0 if unknown.
   double progress() const;
   void setProgress(double progress);
 
-  /// No extractor is running.
+  /// True if no extractor is running.
   bool isFinished() const;
 
-  /// The running extractor, null when none runs.
+  /// The running extractor; null if there is none.
   std::shared_ptr<Task> task() const;
   void setTask(std::shared_ptr<Task> task);
 

@@ -10,9 +10,8 @@ namespace kestrel {
 
 class Task;
 
-/// Starts the program "QTMovieHelperTask", which lies in the folder of the running program, with a
-/// command and its arguments, and returns without waiting for it. Throws `TaskError` when it cannot
-/// be started.
+/// Starts the program "QTMovieHelperTask" in the folder of the running program with a command and
+/// its arguments, and returns without waiting for it. Throws `TaskError` if it cannot be started.
 KESTREL_API std::shared_ptr<Task> launchMovieHelperTask(const std::string& command,
                                                         const std::vector<std::string>& arguments);
 

@@ -12,38 +12,37 @@
 
 namespace kestrel {
 
-/// How a movie's pictures are finished, all settings in one: a movie takes and returns them as a
-/// whole (`LMFFMovie::look`) besides one by one. As it is made it changes nothing of a picture but
-/// its size.
+/// All settings of how a movie's pictures are finished; a movie can get and set them as a whole
+/// (`LMFFMovie::look`) or one by one. The defaults change nothing but the picture's size.
 struct MovieLook {
-  /// The display shape: 1 four by three, 2 sixteen by nine, anything else the source's.
+  /// Display aspect: 1 is 4:3, 2 is 16:9, anything else the source's.
   int64_t aspectType = 0;
-  /// The display shape of the whole source, width / height, in place of `aspectType`; 0: that
-  /// counts. For sources whose shape is neither of the two that it knows.
+  /// Display aspect of the whole source, width / height, for sources that are neither 4:3 nor 16:9.
+  /// Overrides `aspectType` if above 0.
   double displayAspect = 0;
-  Rect cropRect = {};  ///< what is kept of the source, pixels
+  Rect cropRect = {};  ///< the part of the source that is kept, pixels
   bool hflip = false;
   bool vflip = false;
-  float rotate = 0;                                  ///< degrees, after the mirrors
+  float rotate = 0;                                  ///< degrees counter-clockwise, after mirroring
   float saturation = 0.5F;                           ///< 0.5 changes nothing
   float brightness = 0.5F;                           ///< 0.5 changes nothing
   float contrast = 0.25F;                            ///< 0.25 changes nothing
   float hue = 0.5F;                                  ///< 0.5 changes nothing
-  int32_t zoomType = 5;                              ///< how the picture fits the output
-  std::optional<std::string> effectName = {};        ///< of the catalogue; absent: none
-  std::shared_ptr<const Image> watermark = nullptr;  ///< laid over every picture; null: none
+  int32_t zoomType = 5;                              ///< see `LMFFMovie::zoomType`
+  std::optional<std::string> effectName = {};        ///< of the catalogue; nullopt: none
+  std::shared_ptr<const Image> watermark = nullptr;  ///< drawn over every picture; null: none
 
   // Text subtitles.
 
-  std::optional<Font> subtitleFont = {};    ///< absent: 80 pixels of the system's font
-  std::optional<Color> subtitleColor = {};  ///< absent: white
-  /// Where the text's lower edge is: 0 at the output's lower edge, 1 at its upper.
+  std::optional<Font> subtitleFont = {};    ///< nullopt: the system's font at 80 pixels
+  std::optional<Color> subtitleColor = {};  ///< nullopt: white
+  /// Position of the text's lower edge: 0 at the bottom of the output, 1 at its top.
   float subtitlePosition = 0;
-  /// "<b>", "<i>", "<u>" and "<s>" up to their "</…>" mean bold, italic, underlined and struck
-  /// through, and "&lt;", "&gt;", "&amp;" stand for what marks are made of.
+  /// If true, "<b>", "<i>", "<u>" and "<s>" up to their closing tags mean bold, italic, underlined
+  /// and struck through, and "&lt;", "&gt;", "&amp;" stand for the characters.
   bool subtitleMarkup = false;
-  float subtitleOutline = 0;  ///< how far a black outline reaches around the text, pixels
-  float subtitleMargin = 0;   ///< free of text at the left and at the right, of the output's width
+  float subtitleOutline = 0;  ///< width of the black outline around the text, pixels
+  float subtitleMargin = 0;   ///< on each side of the text, as a fraction of the output's width
 
   bool operator==(const MovieLook&) const = default;
 };

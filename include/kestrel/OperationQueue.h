@@ -10,11 +10,10 @@
 
 namespace kestrel {
 
-/// One piece of work that runs once, on a queue or wherever `start` is called.
+/// A piece of work that runs once, on a queue or in `start`.
 ///
-/// An operation belongs to whoever holds it; a queue holds it until it has run. An exception that
-/// leaves the work ends the operation and goes no further. All public members are safe from any
-/// thread.
+/// An operation belongs to its holders; a queue holds it until it has run. An exception thrown by
+/// the work ends the operation and is discarded. All public members are safe from any thread.
 class KESTREL_API Operation {
  public:
   Operation() = default;
@@ -22,14 +21,13 @@ class KESTREL_API Operation {
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
 
-  /// Runs the work on the calling thread and returns when it is done. Does nothing when the
-  /// operation has been started before, there or elsewhere: work that was started inline is skipped
-  /// by a queue that holds it too.
+  /// Runs the work on the calling thread and returns when it is done. Does nothing if the operation
+  /// has already been started anywhere: a queue skips an operation that was started directly.
   void start();
 
-  /// Blocks until the work has ended, whoever runs it. Never returns for an
-  /// operation that nobody starts, or one that is queued behind the caller on a serial queue.
-  /// Called from within the work itself it returns at once.
+  /// Blocks until the work has ended on whichever thread. Never returns if nobody starts the
+  /// operation, or if it is queued behind the caller on a serial queue. Returns immediately if
+  /// called by the work itself.
   void waitUntilFinished();
 
   bool isFinished() const;
@@ -44,11 +42,11 @@ class KESTREL_API Operation {
   mutable std::mutex mutex_;
   std::condition_variable finished_;
   State state_ = State::kReady;
-  std::thread::id executor_;  ///< the thread that runs the work, while it runs
+  std::thread::id executor_;  ///< the thread that runs the work, meanwhile
 };
 
-/// An operation that runs a function and then lets go of it, so that what the function holds is
-/// released by the time the operation is finished. An empty function is work without effect.
+/// An operation that runs a function and then destroys it, so that what it holds is released before
+/// the operation is finished. An empty function does nothing.
 class KESTREL_API BlockOperation : public Operation {
  public:
   explicit BlockOperation(std::function<void()> block);
@@ -60,15 +58,14 @@ class KESTREL_API BlockOperation : public Operation {
   std::function<void()> block_;
 };
 
-/// Runs operations in the order in which they were added, at most so many at a time.
+/// Runs operations in the order in which they were added, up to a maximum number at a time.
 ///
-/// A queue is serial until another count is set. Its threads start with the first operation that
-/// needs them and sleep when there is none; the destructor runs what is still queued and ends them.
-/// A queue may even be destroyed by one of its own operations: what is still queued then runs
-/// within the destructor.
+/// A queue is serial by default. Threads start when operations need them and sleep when there are
+/// none. The destructor runs what is still queued and ends the threads. A queue may be destroyed by
+/// one of its own operations; what is still queued then runs inside the destructor.
 ///
-/// All members are safe from any thread; nothing may be called once the destructor runs, except by
-/// the operations that it drains.
+/// All members are safe from any thread. Once the destructor runs, only operations that it runs may
+/// call them.
 class KESTREL_API OperationQueue {
  public:
   OperationQueue();
@@ -76,18 +73,18 @@ class KESTREL_API OperationQueue {
   OperationQueue(const OperationQueue&) = delete;
   OperationQueue& operator=(const OperationQueue&) = delete;
 
-  /// How many operations may run at the same time; a count below 1 counts as 1. Operations that
-  /// already run are not interrupted by a lower count.
+  /// The maximum number of operations that run at the same time; values below 1 count as 1. A lower
+  /// number does not affect operations that are already running.
   void setMaxConcurrentOperationCount(int count);
   int maxConcurrentOperationCount() const;
 
-  /// Appends an operation; nothing for null.
+  /// Appends an operation. Null does nothing.
   void addOperation(std::shared_ptr<Operation> operation);
-  /// Appends a function as an operation of its own.
+  /// Appends a function as an operation.
   void addOperation(std::function<void()> block);
 
-  /// Blocks until nothing is queued or running, what other threads add meanwhile included. Called
-  /// by an operation of this queue, which would wait for itself, it returns at once.
+  /// Blocks until nothing is queued or running, including what other threads add in the meantime.
+  /// Returns immediately if called by an operation of this queue, which would wait for itself.
   void waitUntilAllOperationsAreFinished();
 
   /// True on a thread that is running an operation of this queue.

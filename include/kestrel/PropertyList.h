@@ -14,24 +14,23 @@
 
 namespace kestrel {
 
-/// A tree of plain values: what a property list file holds. It is a value like any other; copying
-/// it copies the whole tree.
+/// A tree of values as stored in a property list file. Copies are deep.
 ///
-/// Files are property lists, which many other programs and Python's `plistlib` read and write. Both
-/// the binary form ("bplist00") and the XML one are read; the binary one is written.
+/// Property lists can be read and written by many other programs and by Python's `plistlib`. Both
+/// the binary form ("bplist00") and the XML form are read; the binary form is written.
 class KESTREL_API PropertyList {
  public:
   using Data = std::vector<uint8_t>;
   using Array = std::vector<PropertyList>;
   using Dictionary = std::map<std::string, PropertyList>;
 
-  /// A moment, in seconds since 2001-01-01 00:00 UTC.
+  /// A point in time in seconds since 2001-01-01 00:00 UTC.
   struct Date {
     double seconds = 0;
     bool operator==(const Date&) const = default;
   };
 
-  /// A number that stands for an object of a keyed archive.
+  /// The number of an object in a keyed archive.
   struct Uid {
     uint32_t value = 0;
     bool operator==(const Uid&) const = default;
@@ -60,7 +59,7 @@ class KESTREL_API PropertyList {
 
   const Value& value() const { return value_; }
 
-  /// The value of a kind, null when this is of another.
+  /// The value as a `T`; null if it has another type.
   template <typename T>
   const T* as() const {
     return std::get_if<T>(&value_);
@@ -70,33 +69,32 @@ class KESTREL_API PropertyList {
     return std::get_if<T>(&value_);
   }
 
-  /// A number of either kind.
+  /// The value of a number of either type; nullopt for anything else.
   std::optional<double> number() const;
 
-  /// A dictionary's entry; null where there is none and when this is no dictionary.
+  /// The entry of a dictionary; null if it does not exist or this is not a dictionary.
   const PropertyList* find(const std::string& key) const;
 
   bool operator==(const PropertyList& other) const { return value_ == other.value_; }
 
-  /// Reads a property list; none when it is not one, and `error`, where given, tells why.
+  /// Parses a property list. On failure returns nullopt and sets `error` unless it is null.
   ///
-  /// Whatever the bytes are, reading ends soon and takes memory in proportion to their number:
-  /// objects that contain themselves, that lie more than 256 deep or that are used over and over
-  /// to multiply are refused. Integers of more than 64 bits with sign are, too.
+  /// Any bytes are safe: time and memory stay proportional to their number. Rejects objects that
+  /// contain themselves, are nested more than 256 levels deep or are reused so often that they
+  /// multiply, and integers that do not fit 64 bits with sign.
   static std::optional<PropertyList> fromData(std::span<const uint8_t> bytes,
                                               Error* error = nullptr);
 
-  /// The bytes of a file of up to 512 MB, none when it can't be read.
+  /// The contents of a file of up to 512 MB; nullopt if it cannot be read.
   static std::optional<Data> bytesOfFile(const std::string& path, Error* error = nullptr);
 
-  /// Reads such a file as a property list.
+  /// Reads and parses such a file.
   static std::optional<PropertyList> fromFile(const std::string& path, Error* error = nullptr);
 
   /// The binary form. Equal strings are stored once.
   Data toData() const;
 
-  /// Replaces a file as a whole; false when it could not be written, and the old file is then as it
-  /// was.
+  /// Replaces a file in one step. On failure returns false and leaves the old file unchanged.
   bool writeToFile(const std::string& path, Error* error = nullptr) const;
 
  private:

@@ -9,7 +9,7 @@ struct AVStream;
 
 namespace kestrel {
 
-/// A property in which two streams differ, in words for people.
+/// A property in which two streams differ, in words for users.
 struct StreamDifference {
   std::string property;  ///< such as "size"
   std::string first;     ///< such as "1920x1080"
@@ -18,16 +18,16 @@ struct StreamDifference {
   bool operator==(const StreamDifference&) const = default;
 };
 
-/// Why packets of the second stream can't continue those of the first: codec, codec data, size,
-/// pixel format, shape, colours and rotation of pictures; codec, codec data, sample format, rate
-/// and channels of sound; codec, codec data and, where they are pictures, size of subtitles. Empty
-/// where they can. Codec data are compared by what they mean to a decoder: what they tell of one
-/// stream's content alone, such as its length, does not count, nor do time bases.
+/// Why packets of the second stream cannot continue the first; empty if they can. Compares, of
+/// pictures: codec, codec data, size, pixel format, aspect, colours and rotation; of sound: codec,
+/// codec data, sample format, rate and channels; of subtitles: codec, codec data and, for bitmaps,
+/// size. Codec data is compared by its meaning to a decoder, without what describes a single
+/// stream's content, such as its length. Time bases may differ.
 KESTREL_API std::vector<StreamDifference> streamDifferences(const AVStream& first,
                                                             const AVStream& second);
 
-/// Why a container, by its short name, does not take packets of a stream as they are; "" where it
-/// does. Its muxer is asked by beginning a file in memory.
+/// Why a container, given by its short name, does not accept packets of a stream as they are; "" if
+/// it does. Determined by starting a file in memory.
 KESTREL_API std::string containerRefusal(const AVStream& stream, const std::string& container);
 
 }  // namespace kestrel

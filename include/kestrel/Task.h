@@ -10,20 +10,20 @@
 
 namespace kestrel {
 
-/// What `Task::launch` throws when a program cannot be started; `what()` is one sentence.
+/// Thrown by `Task::launch` if a program cannot be started; `what()` is one sentence.
 class TaskError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Another program, run as a process of its own.
+/// Another program, run as a separate process.
 ///
-/// Set the path and arguments, `launch` once, then wait for its end or end it. No shell is
-/// involved: arguments arrive as they are. The program has this one's environment and standard
-/// files, no other open file, and every signal as a new program finds it. Released earlier, the
-/// object lets the program run on.
+/// Set path and arguments, call `launch` once, then wait for the program or end it. No shell is
+/// involved: arguments are passed unchanged. The program inherits the environment and the standard
+/// files, but no other open file, and starts with default signal handling. Destroying the object
+/// does not end the program.
 ///
-/// `launch` is called by one thread; the rest is safe from any.
+/// Call `launch` from one thread; everything else is safe from any.
 class KESTREL_API Task {
  public:
   Task();
@@ -34,28 +34,29 @@ class KESTREL_API Task {
   std::string launchPath() const;
   void setLaunchPath(const std::string& path);
 
-  /// The arguments after the program's own name.
+  /// The arguments, without the program's name.
   std::vector<std::string> arguments() const;
   void setArguments(std::vector<std::string> arguments);
 
-  /// Starts the program and returns. Throws `TaskError` when there is no such program, when it
-  /// cannot be run, and when the task has been launched before.
+  /// Starts the program and returns. Throws `TaskError` if the program does not exist or cannot be
+  /// run, or if the task has already been launched.
   void launch();
 
-  /// The process's number, 0 before the launch.
+  /// The process id; 0 before the launch.
   int64_t processIdentifier() const;
 
-  /// It has been launched and has not ended.
+  /// True if it has been launched and has not ended.
   bool isRunning() const;
 
-  /// Blocks until the program has ended; returns at once when none was launched.
+  /// Blocks until the program has ended; returns immediately if none is running.
   void waitUntilExit();
 
-  /// Asks the program to end (SIGTERM); nothing unless it runs.
+  /// Asks the running program to end (SIGTERM); does nothing if none is running.
   void terminate();
 
-  /// What the program answered, 128 + n after signal n; 0 while it has not ended. `kUnknownStatus`
-  /// where the host has the system discard exit statuses (it ignores SIGCHLD).
+  /// The exit status, or 128 + n after signal n. 0 until `isRunning`, `waitUntilExit` or
+  /// `terminate` has noticed the end. `kUnknownStatus` if the host ignores SIGCHLD, so that the
+  /// system discards exit statuses.
   int terminationStatus() const;
   static constexpr int kUnknownStatus = -1;
 

@@ -9,19 +9,18 @@
 
 namespace kestrel {
 
-/// The text of a file whose encoding nobody has told, as UTF-8.
+/// Converts text of unknown encoding to UTF-8.
 ///
-/// In this order: a byte-order mark decides (UTF-8, UTF-16, UTF-32; it is not part of the result);
-/// then UTF-8, also with a few damaged bytes, which become U+FFFD; then UTF-16 without a mark,
-/// known by where its zero bytes lie; then Shift-JIS, known by its kana; then the single-byte and
-/// other East Asian encodings that the text's letter statistics suggest, Windows-1252 (with Latin-1
-/// in it) where they suggest nothing better for Latin letters and Windows-1251 where words are
-/// written in other letters throughout.
+/// Detection, in this order: a byte-order mark (UTF-8, UTF-16, UTF-32; it is removed); UTF-8, even
+/// with a few invalid bytes, which become U+FFFD; UTF-16 without a mark, by the position of zero
+/// bytes; Shift-JIS, by its kana; other single-byte and East Asian encodings by letter statistics.
+/// Without a better match, Windows-1252 (which includes Latin-1) is used for Latin letters and
+/// Windows-1251 for text in other letters throughout.
 ///
-/// Nothing for data that is no text: with zero bytes where no encoding has them, or with more than
-/// one control character in a hundred. Empty data is the empty text. Line breaks stay as they are.
+/// Returns nullopt if the data is not text: zero bytes that no encoding explains, or more than one
+/// control character in a hundred. Empty data gives an empty text. Line breaks are kept.
 ///
-/// Reads the data once or twice and holds it a few times in memory; may be called from any thread.
+/// Reads the data once or twice and needs a few times its size in memory. Safe from any thread.
 KESTREL_API std::optional<std::string> textFromData(std::span<const uint8_t> data);
 
 }  // namespace kestrel

@@ -5,9 +5,8 @@
 
 namespace kestrel {
 
-/// One to four numbers that belong together: a point, a direction, a position in space.
-///
-/// A plain value; the components that it was not made with are 0.
+/// One to four numbers: a point, a direction, a position in space. A plain value; components that
+/// were not given are 0.
 class Vector {
  public:
   constexpr Vector() = default;
@@ -21,10 +20,10 @@ class Vector {
   constexpr double z() const { return values_[2]; }
   constexpr double w() const { return values_[3]; }
 
-  /// How many components it was made with, 0 to 4.
+  /// The number of components given, 0 to 4.
   constexpr size_t count() const { return count_; }
 
-  /// 0 beyond the last component.
+  /// A component; 0 beyond the last one.
   constexpr double operator[](size_t index) const {
     return index < values_.size() ? values_[index] : 0;
   }

@@ -7,7 +7,7 @@
 
 namespace kestrel {
 
-/// A library that this one stands on.
+/// A library used by this one.
 struct LibraryVersion {
   std::string name = {};
   std::string version = {};  ///< such as "59.27.100"
@@ -16,8 +16,9 @@ struct LibraryVersion {
 /// This library's own version, such as "1.2.3".
 KESTREL_API std::string version();
 
-/// The libraries that what is read and written depends on, with the versions that the process has
-/// loaded; of those that are loaded when they are first needed, the version that is counted on.
+/// The libraries that affect what is read and written, with their versions at run time; for
+/// libavfilter, which is loaded on first use, and ICU, the versions that this library was built
+/// with.
 KESTREL_API std::vector<LibraryVersion> libraryVersions();
 
 }  // namespace kestrel

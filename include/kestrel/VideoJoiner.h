@@ -11,8 +11,8 @@ namespace kestrel {
 
 class VideoJoinerItem;
 
-/// Describes how files are to be joined into one, and has a helper program do it: the joiner goes
-/// into a temporary archive, which "QTMovieHelperTask" reads back.
+/// Describes files to be joined into one and lets a helper program join them: the joiner is stored
+/// in a temporary archive that "QTMovieHelperTask" reads.
 ///
 /// `path` and `tracks` may be read by one thread while another sets them.
 class KESTREL_API VideoJoiner : public Coding {
@@ -24,26 +24,26 @@ class KESTREL_API VideoJoiner : public Coding {
   VideoJoiner(const VideoJoiner&) = delete;
   VideoJoiner& operator=(const VideoJoiner&) = delete;
 
-  /// The joiner stored in a file; null, and a line in the log, when there is none.
+  /// The joiner stored in a file; if there is none, returns null and logs the reason.
   static std::shared_ptr<VideoJoiner> joinerWithPath(const std::string& path);
 
   /// The file to be written.
   std::string path() const;
   void setPath(const std::string& path);
 
-  /// The inputs in the order of their insertion. An empty list is stored as nothing.
+  /// The inputs in order. An empty list is stored as no value.
   ItemList tracks() const;
-  void setTracks(ItemList tracks);  ///< null ones are left out
+  void setTracks(ItemList tracks);  ///< drops null pointers
 
-  /// Appends an input that starts at `position` (seconds).
+  /// Appends an input that starts at `position` (seconds) and plays at `rate`.
   void join(const std::string& input, double position, double rate);
 
-  /// A new name for an archive, in a folder of the temporary directory that this makes, and that
-  /// only this user may enter; "" where there is no such place.
+  /// A new name for an archive in a private folder below the temporary directory, which this
+  /// creates; "" if that fails.
   std::string tempFilePath() const;
 
-  /// Has the helper write the file and blocks until it has exited. Nothing is reported but in the
-  /// log: whether there is a file at `path` tells how it went.
+  /// Runs the helper and blocks until it has exited. Errors are only logged: check whether the file
+  /// at `path` exists.
   void exportMovie() const;
 
   std::string codingName() const override;

@@ -8,9 +8,9 @@
 
 namespace kestrel {
 
-/// One input of a `VideoJoiner`: a file, where it starts in the output (seconds) and how fast it
-/// plays. All three are stored in archives. One thread uses it at a time, except for `path`, which
-/// one may read while another sets it.
+/// An input of a `VideoJoiner`: a file, its position in the output (seconds) and its playback rate,
+/// all stored in archives. Use from one thread at a time, except for `path`, which one thread may
+/// read while another sets it.
 class KESTREL_API VideoJoinerItem : public Coding {
  public:
   VideoJoinerItem();

@@ -14,7 +14,7 @@ namespace kestrel {
 
 class LMMediaSource;
 
-/// What a stretch of one channel's samples comes to, full scale being 1.
+/// Summary of some consecutive samples of a channel; full scale is 1.
 struct WaveformPoint {
   float min = 0;
   float max = 0;
@@ -23,12 +23,12 @@ struct WaveformPoint {
   bool operator==(const WaveformPoint&) const = default;
 };
 
-/// The outline of an input's sound: for every stretch of `samplesPerPoint` samples one point a
-/// channel. The last stretch may be shorter.
+/// The outline of an input's sound: one point per channel for every `samplesPerPoint` samples. The
+/// last point may cover fewer.
 struct Waveform {
-  int32_t sampleRate = 0;                            ///< samples per second and channel
+  int32_t sampleRate = 0;                            ///< Hz
   int32_t samplesPerPoint = 0;                       ///< samples per channel
-  std::vector<std::vector<WaveformPoint>> channels;  ///< the points of each, all as many
+  std::vector<std::vector<WaveformPoint>> channels;  ///< points of each channel, equal numbers
   int64_t decodeErrors = 0;                          ///< packets that could not be decoded
 
   size_t length() const { return channels.empty() ? 0 : channels.front().size(); }
@@ -38,32 +38,32 @@ struct Waveform {
 };
 
 struct WaveformSettings {
-  /// As many, above 0, as a whole number of samples comes to.
+  /// Must be above 0. Rounded so that a point covers a whole number of samples.
   double pointsPerSecond = 100;
 
-  /// The sound tracks to read, by their numbers among the input's sound tracks; absent: the one
-  /// that a player would choose. Several need the same rate; each has channels of its own.
+  /// The sound tracks to read, by their index among the input's sound tracks; nullopt: the one that
+  /// a player would choose. Several tracks must have the same sample rate; each has its own
+  /// channels.
   std::optional<IndexSet> tracks = {};
 
-  /// A point for every channel of a track, instead of one for the mean of them.
+  /// If true, each channel of a track has its own points, instead of the mean of all channels.
   bool splitChannels = false;
 
-  /// Told now and then how much of the input has been read, 0 to 1, and how many seconds.
+  /// Called regularly with the fraction of the input that has been read, 0 to 1, and its seconds.
   std::function<void(double part, double seconds)> progress = {};
 
-  /// Asked now and then; true ends the reading soon. Empty: never.
+  /// Polled; returning true ends the reading soon. Empty: never interrupt.
   std::function<bool()> interrupt = {};
 };
 
-/// Decodes an input's sound and draws its outline. Samples count from the input's start: where the
-/// sound begins later than that by more than a tenth of a second, or has a hole of that size, there
-/// is silence; a clock that a broadcast sets anew on the way is no hole. Sound that changes its
-/// rate or channels on the way goes on with those that it began with. Beside the points, memory
-/// does not grow with the length.
+/// Decodes an input's sound and computes its outline. Samples count from the input's start: if
+/// sound starts more than 0.1 s later, or has a gap of that size, silence is inserted; jumps of a
+/// broadcast's clock are not gaps. Sound that changes its rate or channels is converted to those at
+/// its beginning. Apart from the points, memory use does not depend on the length.
 ///
-/// The source is opened if need be and read to its end. None when there is no sound, when it cannot
-/// be decoded, when its outline would have more than 2^27 points, and when interrupted; `error`,
-/// where given, tells why.
+/// Opens the source if necessary, reads it to its end and makes its demuxer discard all other
+/// streams. Returns nullopt and sets `error` unless it is null if there is no sound, it cannot be
+/// decoded, the outline would have more than 2^27 points, or the reading is interrupted.
 KESTREL_API std::optional<Waveform> waveformOfSource(const std::shared_ptr<LMMediaSource>& source,
                                                      const WaveformSettings& settings,
                                                      Error* error = nullptr);
