@@ -10,18 +10,18 @@
 
 namespace kestrel {
 
-/// Makes whole pictures of interlaced ones, one for one and at the same times. A picture comes out
-/// when the next has gone in, for it takes both its neighbours.
+/// Deinterlaces pictures, one for one and with unchanged times. A picture comes out when the next
+/// one goes in, because the filter needs both neighbours.
 class Deinterlacer {
  public:
-  /// `timebase`: of the pictures' times.
+  /// `timebase` is that of the pictures' times.
   Deinterlacer(Deinterlacing mode, AVRational timebase) : mode_(mode), timebase_(timebase) {}
 
-  /// Takes the next picture; answers what is finished. Where the filter can't be had, that is the
-  /// picture itself.
+  /// Takes the next picture and returns those that are finished. If the filter is not available,
+  /// returns the picture itself.
   std::vector<FramePtr> push(FramePtr picture);
 
-  /// The input has ended: answers what is left.
+  /// Call at the end of the input; returns the remaining pictures.
   std::vector<FramePtr> finish();
 
  private:

@@ -17,10 +17,10 @@ namespace kestrel {
 struct LMFFEffectVideoStream::State {
   std::optional<PictureConverter> converter;
 
-  // The picture. A frame that the image engine can read as it is waits in `pending`, and is
-  // converted when somebody asks for its bytes.
+  // The picture. A frame that the image engine can read directly waits in `pending` and is
+  // converted only if its bytes are requested.
   std::shared_ptr<AVFrame> imageFrame;
-  bool isOpaque = false;  // every pixel of it
+  bool isOpaque = false;  // every pixel of `imageFrame` is opaque
   std::shared_ptr<AVFrame> pending;
 
   void convert(const AVFrame* frame);
@@ -34,7 +34,7 @@ struct LMFFEffectVideoStream::State {
   }
   template <typename Value>
   void set(Value MovieLook::*field, Value value) {
-    // What was there before goes after the lock is given back.
+    // The old value is destroyed after the lock is released.
     look.with([field, &value](MovieLook& settings) { std::swap(settings.*field, value); });
   }
 

@@ -26,13 +26,13 @@ struct LMFFMedia::State {
 
   PacketPtr packet = makePacket();
   std::vector<float> scratch;  // one track's sound before it is mixed
-  bool hasRead = false;        // the demuxer has left its beginning
-  bool inputEnded = false;     // it has nothing more
+  bool hasRead = false;        // the demuxer is no longer at its beginning
+  bool inputEnded = false;     // the demuxer has nothing more to read
   bool decodersEmpty = false;  // and neither have the decoders
-  /// The time, in microseconds, of the newest packet of pictures, as long as the decoder needs more
-  /// of them before it gives one; `AV_NOPTS_VALUE` otherwise.
+  /// The time, in microseconds, of the latest video packet while the decoder needs more packets
+  /// before it returns a picture; `AV_NOPTS_VALUE` otherwise.
   int64_t fillingUntil = AV_NOPTS_VALUE;
-  /// What reading the input through found, for this media and its copies; none before.
+  /// The duration found by reading the input through, shared with copies; `AV_NOPTS_VALUE` before.
   std::shared_ptr<std::atomic<int64_t>> measuredDuration =
       std::make_shared<std::atomic<int64_t>>(AV_NOPTS_VALUE);
 };

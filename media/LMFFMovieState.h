@@ -16,20 +16,19 @@
 namespace kestrel {
 
 struct LMFFMovie::State : LMOutputAudioGraphDelegate {
-  /// The clock: its two values, and how they hang together with what is played. Read and written
-  /// together.
+  /// The clock: its two values and how they relate to playback. Read and written under one lock.
   struct Clock {
     int64_t seek_point = 0;  // microseconds
     double decode_samples = 0;
-    double pumped = 0;           // those of decode_samples that went into the playback buffer
-    double pumping = 0;          // those that are being decoded for it, and are not in it yet
-    bool isPumping = false;      // what is read now is for playback
-    bool isPositioning = false;  // a seek's work waits: nothing counts until it is done
-    uint64_t seeks = 0;          // how often a seek was asked for
+    double pumped = 0;           // part of decode_samples that went into the playback buffer
+    double pumping = 0;          // part that is being decoded for it and not in it yet
+    bool isPumping = false;      // sound that is read now is for playback
+    bool isPositioning = false;  // a seek is pending: samples do not count until it is done
+    uint64_t seeks = 0;          // number of seeks requested
 
     void setOrigin(int64_t time);
     void forward(double samples);
-    /// What was pumped will not be played.
+    /// The pumped samples will not be played.
     void forgetPumped();
   };
 
@@ -38,11 +37,11 @@ struct LMFFMovie::State : LMOutputAudioGraphDelegate {
   void decodeMoreAudioDataToAudioOutput() override;
   void audioOutputForwordSample(double frames) override { movie.forwardAudioDecodeTime(frames); }
 
-  /// Where the next sound is read, microseconds: ahead of the clock by what has not been heard.
+  /// Where sound is read next, microseconds: ahead of the clock by what has not been heard.
   int64_t readTime() const;
-  /// Has a media that the clock has just entered take over what is played.
+  /// Makes a media that the clock has just entered take over playback.
   void playFrom(int64_t time);
-  /// Tops the playback buffer up for some time to come. On the queue.
+  /// Fills the playback buffer for some time ahead. On the queue.
   void fillPlaybackBuffer();
   int32_t soundAtOnce(int32_t frames);
 
@@ -56,14 +55,14 @@ struct LMFFMovie::State : LMOutputAudioGraphDelegate {
   std::atomic<double> volume{1.0};
   Guarded<MediaList> medias;
   Guarded<std::shared_ptr<LMFFMedia>> subtitle;
-  Guarded<Error> subtitleError;  // why `openSubtitle` found none
+  Guarded<Error> subtitleError;  // why the last `openSubtitle` failed
   Guarded<std::shared_ptr<LMFFEffectVideoStream>> videoEffectStream;
   Guarded<std::shared_ptr<LMOutputAudioGraph>> audioOutputGraph;
   Guarded<std::shared_ptr<OperationQueue>> decodeQueue;
   Guarded<std::weak_ptr<LMFFMovieImageProvider>> delegate;
   std::vector<float> scratch;  // one media's sound before it is mixed
   ImageContext imageContext;   // of thumbnails
-  std::mutex playing;          // of starting and stopping, which are several steps each
+  std::mutex playing;          // for starting and stopping, which take several steps
   std::atomic<bool> isFillQueued{false};
   SoundPump pump;
 };

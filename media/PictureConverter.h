@@ -10,21 +10,21 @@
 
 namespace kestrel {
 
-/// Makes frames of one format into frames of another pixel format and the same size. Its filters
-/// are made for the first frame: pictures that the image engine reads as they are need none.
+/// Converts frames to another pixel format at the same size. The filters are created for the first
+/// frame, because pictures that the image engine reads directly need none.
 class PictureConverter {
  public:
-  /// `pixelFormat`: what comes out.
+  /// `pixelFormat` is that of the output.
   PictureConverter(const LMFFVideoFormat& from, int32_t pixelFormat)
       : from_(from), pixelFormat_(pixelFormat) {}
 
   const LMFFVideoFormat& from() const { return from_; }
   int32_t pixelFormat() const { return pixelFormat_; }
 
-  /// False for formats that are none, and once the filters were refused.
+  /// False for invalid formats, and once the filters could not be created.
   bool isUsable() const;
 
-  /// Null for a frame that is refused.
+  /// Null if the frame cannot be converted.
   FramePtr convert(const AVFrame& frame);
 
  private:

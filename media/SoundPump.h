@@ -8,8 +8,8 @@
 
 namespace kestrel {
 
-/// Passes the wish for more sound on from the device's thread, which must neither wait nor
-/// allocate, to one that may.
+/// Forwards requests for more sound from the device's thread, which must neither wait nor allocate
+/// memory, to a thread that may.
 class SoundPump {
  public:
   SoundPump() = default;
@@ -17,22 +17,22 @@ class SoundPump {
   SoundPump(const SoundPump&) = delete;
   SoundPump& operator=(const SoundPump&) = delete;
 
-  /// From now on `work` runs on a thread of the pump's after each request; several requests that
-  /// come in the meantime are one.
+  /// From now on, runs `work` on the pump's own thread after each request; requests made while it
+  /// runs are merged.
   void start(std::function<void()> work);
 
-  /// Once this has returned the work does not run any more.
+  /// Does not return before the last run of the work has ended.
   void stop();
 
   bool isRunning() const { return isRunning_; }
 
-  /// Asks for the work to be done. From any thread: never waits, never allocates.
+  /// Requests the work. Any thread; never waits or allocates memory.
   void request();
 
  private:
   void run(const std::stop_token& stop, const std::function<void()>& work);
 
-  std::mutex control_;  // of start and stop
+  std::mutex control_;  // for start and stop
   std::atomic<bool> isRunning_{false};
   std::atomic<bool> isWanted_{false};
   std::counting_semaphore<> wake_{0};

@@ -11,57 +11,58 @@
 
 namespace kestrel {
 
-/// The decoder of one container stream, and the frames that wait, with their times.
+/// The decoder of a container stream and its decoded frames with their times.
 ///
-/// The context exists as soon as there is a stream, so that its facts can be asked, and is opened
-/// and closed under the process's codec lock.
+/// The context exists as soon as there is a stream, so that it can be queried; it is opened and
+/// closed under the process-wide codec lock.
 class StreamDecoder {
  public:
-  /// Forgets the old stream and makes an unopened context for the new one; null makes none.
-  /// `isTransport`: the container dates some packets only (MPEG-TS and -PS), so that a date that is
-  /// missing tells nothing of the others.
+  /// Creates an unopened context for a stream and discards the old one; null only discards.
+  /// `isTransport`: the container stamps only some packets (MPEG-TS and -PS), so a missing time
+  /// stamp says nothing about the others.
   void setStream(AVStream* stream, bool isTransport);
 
   AVCodecContext* context() const { return context_.get(); }
 
-  /// Extra data that replaces the container's from the next open on.
+  /// Extra data to use instead of the container's, from the next `open` on.
   void setExtradata(std::vector<uint8_t> bytes, int size);
 
-  /// What becomes of interlaced pictures from the next one on.
+  /// Treatment of interlaced pictures from the next one on.
   void setDeinterlacing(Deinterlacing mode);
 
   bool open();
   bool isOpen() const;
   void close();
 
-  /// Drops what the decoder holds and what waits, and whatever may still come of the packets that
-  /// were sent before.
+  /// Discards what the decoder holds, waiting frames, and frames that still come out of earlier
+  /// packets.
   void flush();
 
-  /// Whether the decoder has to have seen the stream's first packet to decode later ones, and has
-  /// not: some encoders' 4:4:4 pictures are only read right by who knows the encoder, and that is
-  /// named in the first packet alone.
+  /// True if the decoder must see the stream's first packet to decode later ones and has not seen
+  /// it: some encoders' 4:4:4 pictures are decoded correctly only if the encoder is known, and only
+  /// the first packet names it.
   bool needsFirstPacket() const;
-  /// Shows the decoder the first packet, and drops what comes of it.
+  /// Feeds the first packet to the decoder and discards the result.
   void showFirstPacket(const AVPacket& packet);
 
-  /// Feeds a packet and collects every frame that comes out. A refused packet is counted, but not
-  /// the first after a flush where a seek may land within a frame. With threads that is found out
-  /// some packets later.
+  /// Feeds a packet and collects all frames that come out. Errors are counted, except for the first
+  /// packet after a flush if a seek may have landed within a frame. A threaded decoder reports
+  /// errors some packets late.
   void send(const AVPacket& packet);
 
-  /// Feeds the end of the input, once.
+  /// Signals the end of the input, once.
   void sendEnd();
 
-  /// Takes the oldest frame; null when none waits. A picture waits until the next one is there, or
-  /// the input's end, because it lasts until then. Its `pts` is its best known time.
+  /// Removes and returns the oldest frame; null if none is ready. A picture is ready when the next
+  /// one or the end of the input is known, because it lasts until then. Its `pts` is the best
+  /// estimate of its time.
   FramePtr take();
 
   int64_t errors() const { return errors_; }
 
-  /// Whether frames are missing only because the decoder keeps some back, for its threads and for
-  /// the order of display: it holds packets, and no more than that takes. A decoder that holds more
-  /// makes nothing of them.
+  /// True if frames are missing only because the decoder holds some back for threading and
+  /// reordering: it holds packets, but no more than that requires. A decoder that holds more cannot
+  /// decode them.
   bool isFilling() const;
 
  private:
@@ -84,20 +85,20 @@ class StreamDecoder {
   int extradataSize_ = 0;
   std::deque<FramePtr> frames_;
   bool isFirstPacket_ = true;
-  bool hasOnlyDecodingTimes_ = false;  // as the first packet after a seek shows
-  int64_t nextTime_ = AV_NOPTS_VALUE;  // where the last picture ended
-  int64_t lastTime_ = AV_NOPTS_VALUE;  // where it began
-  int64_t firstTime_ = 0;              // when the first packet since a seek is decoded
+  bool hasOnlyDecodingTimes_ = false;  // according to the first packet after a seek
+  int64_t nextTime_ = AV_NOPTS_VALUE;  // end of the last picture
+  int64_t lastTime_ = AV_NOPTS_VALUE;  // start of the last picture
+  int64_t firstTime_ = 0;              // decoding time of the first packet since a seek
   std::vector<FramePtr> undated_;      // pictures that wait for a time
   Deinterlacing deinterlacing_ = Deinterlacing::kOff;
   std::optional<Deinterlacer> deinterlacer_;
-  bool keepsPictures_ = false;  // beyond a flush
+  bool keepsPictures_ = false;  // the decoder returns pictures from before a flush
   bool ended_ = false;
   int64_t sent_ = 0;      // packets since the last flush
-  int64_t received_ = 0;  // frames since then
-  int64_t mark_ = 1;      // a number for each flush, which the frames of packets since then carry
+  int64_t received_ = 0;  // frames since the last flush
+  int64_t mark_ = 1;      // changes with each flush; carried by the frames of packets sent since
   bool hasSeenFirst_ = false;  // the stream's first packet
-  bool mayBeCut_ = false;      // the first packet, if nothing was made of any yet
+  bool mayBeCut_ = false;      // the first packet, until a frame or an error came
   int64_t errors_ = 0;
 };
 

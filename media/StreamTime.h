@@ -8,12 +8,12 @@
 
 namespace kestrel {
 
-/// Microseconds in ticks of a stream's clock, to the nearest.
+/// Converts microseconds to ticks of a stream, rounding to nearest.
 inline int64_t toStream(int64_t time, const LMFFMediaStream& stream) {
   return av_rescale_q(time, kMicroseconds, toAV(stream.timebase()));
 }
 
-/// Where a frame's span ends, in ticks of its stream.
+/// The end of a frame in ticks of its stream.
 inline int64_t frameEnd(const AVFrame& frame) { return frame.pts + frameDuration(frame); }
 
 }  // namespace kestrel

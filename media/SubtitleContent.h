@@ -18,42 +18,41 @@ namespace kestrel {
 class Image;
 struct Size;
 
-/// The text that an ASS dialogue line shows: what follows its last comma or closing brace, with
-/// "\N" as a line feed. Fields, override codes and any earlier part of the text are dropped.
+/// The text that an ASS dialogue line shows: the part after its last comma or closing brace, with
+/// "\N" as a line feed. Fields, override codes and earlier parts of the text are dropped.
 std::string subtitleTextOfLine(std::string_view line);
 
-/// The looks of a script's styles by their names: whether each is bold, italic, underlined and
-/// struck out.
+/// The styles of a script by name: whether bold, italic, underlined and struck through.
 using SubtitleStyles = std::map<std::string, std::array<bool, 4>, std::less<>>;
 
-/// Reads them from the header of an ASS script, as a decoder answers it.
+/// Parses the styles in an ASS script header, as provided by a decoder.
 SubtitleStyles subtitleStylesOfHeader(std::string_view header);
 
-/// The whole text that an ASS dialogue line shows, as markup: <b>, <i>, <u> and <s> for what its
-/// style and its override codes switch on, line feeds for its line breaks, "&lt;", "&gt;" and
-/// "&amp;" for these characters themselves. Other codes and drawings are left out.
+/// The complete text of an ASS dialogue line as markup: <b>, <i>, <u> and <s> for the formatting of
+/// its style and override codes, line feeds for its line breaks, and "&lt;", "&gt;" and "&amp;" for
+/// these characters. Other override codes and drawings are left out.
 std::string subtitleMarkupOfLine(std::string_view line, const SubtitleStyles& styles = {});
 
-/// The picture of a bitmap rectangle, placed in video coordinates (lower-left origin) of a video
-/// `videoHeight` pixels high; null when the rectangle holds no pixels.
+/// The picture of a bitmap rectangle in the coordinates of a video `videoHeight` pixels high
+/// (origin at the lower left); null if the rectangle has no pixels.
 std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, int videoHeight);
 
-/// The same as it is shown over a video for which it may not have been made: a subtitle is drawn on
-/// a canvas, empty where that is not known, which may be larger or smaller than the video.
+/// The same, fitted to a video. A subtitle is made for a canvas, empty if unknown, which may be
+/// larger or smaller than the video.
 ///
-/// A canvas of square pixels, and one as wide as the video, is scaled alike in both directions;
-/// what of it the video lacks has been cropped, so that the distance to the nearer edge stays,
-/// above or below. The canvas of an older disc fills the video, as its pixels may have any shape.
+/// A canvas with square pixels, or as wide as the video, is scaled uniformly; rows that the video
+/// lacks count as cropped, so the distance to the nearer edge, upper or lower, is kept. The canvas
+/// of an older disc is stretched to the video, because its pixels may have any shape.
 std::shared_ptr<const Image> subtitleImageOnVideo(const AVSubtitleRect& rect, const Size& canvas,
                                                   const Size& video);
 
-/// One picture over another; either may be null.
+/// One picture drawn over another; either may be null.
 std::shared_ptr<const Image> subtitleImageOver(const std::shared_ptr<const Image>& image,
                                                const std::shared_ptr<const Image>& background);
 
 /// The decoder's extra data for a disc's colours: "palette:", sixteen lower-case hexadecimal RGB
-/// values each followed by a comma, and a line end. Out-of-range colours are not clamped: they
-/// spill into their neighbours' bits, as players of these discs have always shown them.
+/// values, each followed by a comma, and a line break. Out-of-range colours are not clamped: they
+/// spill into neighbouring bits, as players of these discs have always shown them.
 std::string subtitlePaletteText(const SubtitlePalette& palette);
 
 }  // namespace kestrel

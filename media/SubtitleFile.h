@@ -7,9 +7,8 @@ namespace kestrel {
 
 class LMMediaSource;
 
-/// The text of a subtitle file as UTF-8, whatever its encoding is, as a source that is not opened
-/// yet. Null for a file that is UTF-8 already or no text (bitmap subtitles): that can be read as it
-/// is.
+/// The text of a subtitle file converted to UTF-8, as an unopened source. Null if the file is
+/// already UTF-8 or is not text (bitmap subtitles) and can be read directly.
 std::shared_ptr<LMMediaSource> recodedSubtitleFile(const std::string& path);
 
 }  // namespace kestrel

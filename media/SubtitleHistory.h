@@ -10,7 +10,7 @@ namespace kestrel {
 
 class Image;
 
-/// When a subtitle is shown, in ticks of its stream. `start` may be `AV_NOPTS_VALUE`: never.
+/// When a subtitle is shown, in ticks of its stream. `AV_NOPTS_VALUE` as `start` means never.
 struct SubtitleSpan {
   int64_t start = 0;
   int64_t duration = 0;
@@ -19,20 +19,20 @@ struct SubtitleSpan {
   bool contains(int64_t time) const;
 };
 
-/// The bitmap subtitles of a stream that newer ones have replaced. Reading is ahead of showing, by
-/// what decoders hold back and, with a still, by all of the input: a picture may be shown when the
-/// subtitle after its own has been read already.
+/// The replaced bitmap subtitles of a stream. Reading is ahead of display by what decoders hold
+/// back, or with a still image by the whole input, so the next subtitle may have been read before
+/// the picture of the current one is shown.
 class SubtitleHistory {
  public:
-  /// Adds one that follows on all others, null for a time without any; those that do not begin
-  /// before it are forgotten.
+  /// Adds a subtitle after all others, null for a time without any. Subtitles that start at the
+  /// same time or later are dropped.
   void add(const SubtitleSpan& span, std::shared_ptr<const Image> image);
 
-  /// Forgets those that were replaced by another up to a time.
+  /// Drops subtitles that have been replaced by another up to a time.
   void forgetBefore(int64_t time);
 
-  /// The one shown at a time, null when there is none: of those that begin before it only the last
-  /// can be.
+  /// The subtitle shown at a time; null if there is none. Only the last one that starts before that
+  /// time can be shown.
   std::shared_ptr<const Image> at(int64_t time) const;
 
   void clear() { subtitles_.clear(); }
@@ -43,21 +43,21 @@ class SubtitleHistory {
     std::shared_ptr<const Image> image;
   };
 
-  std::deque<Subtitle> subtitles_;  // in rising order of their starts
+  std::deque<Subtitle> subtitles_;  // in ascending order of start
 };
 
-/// The text subtitles of a stream that may still be shown. Unlike bitmap ones, which replace each
-/// other, several may be shown at the same time.
+/// The text subtitles of a stream that may still be shown. Unlike bitmap subtitles, which replace
+/// each other, several texts may be shown at the same time.
 class SubtitleTexts {
  public:
-  /// Of more than a thousand that nobody asks for, the oldest are forgotten.
+  /// Keeps at most a thousand: drops the oldest beyond that.
   void add(const SubtitleSpan& span, std::string markup);
 
-  /// Forgets those that end before a time.
+  /// Drops texts that end before a time.
   void forgetBefore(int64_t time);
 
-  /// All that are shown at a time, the latest above, each text once: layers that repeat a text for
-  /// its border or shadow are one. Absent when there is none.
+  /// All texts shown at a time, the latest first, one per line; nullopt if there are none.
+  /// Identical texts (layers for a border or shadow) appear once.
   std::optional<std::string> at(int64_t time) const;
 
   void clear() { texts_.clear(); }
