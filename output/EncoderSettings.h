@@ -7,16 +7,16 @@
 
 namespace kestrel {
 
-/// Sets up an unopened video encoder, and the aspect of its stream, as the record says.
-/// Where matrix or range of `color` are open, they are those that such pictures are taken for.
+/// Configures an unopened video encoder and the aspect ratio of its stream according to `format`.
+/// Unspecified matrix and range of `color` get the values assumed for such pictures.
 void configurePicture(const LMFFMovieFileOutputFormat& format, const LMFFVideoColor& color,
                       AVStream& stream, AVCodecContext& encoder);
 
-/// What an encoder says of its pictures' colours.
+/// The colours that an encoder is configured for.
 LMFFVideoColor colorOf(const AVCodecContext& encoder);
 
-/// Then makes it what a DVD player takes: a constant bit rate, pictures in groups of about half a
-/// second, 4:2:0.
+/// Adapts an encoder set up by `configurePicture` to DVD players: constant bit rate, groups of
+/// about half a second, 4:2:0.
 void configureForDvd(const LMFFMovieFileOutputFormat& format, AVFormatContext& container,
                      AVCodecContext& encoder);
 

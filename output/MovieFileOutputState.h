@@ -16,34 +16,34 @@
 
 namespace kestrel {
 
-/// What the two halves of the class share: one sets up, the other writes.
+/// State shared by the two source files of the class: setting up and writing.
 struct LMFFMovieFileOutput::State {
   /// An encoded sound stream.
   struct Sound {
-    LMFFAudioFormat input;  // of the samples that come
+    LMFFAudioFormat input;  // format of the host's samples
     std::shared_ptr<LMFFAudioResample> resample;
     SoundEncoder encoder;
 
     SoundQueue queue() const;
   };
 
-  /// Null for null, for a copied stream, and for one whose encoder was refused.
+  /// Null for null, for a copied stream, and if the encoder could not be opened.
   StreamEncoder* encoderOf(const AVStream* stream) const { return find(encoders, stream); }
 
-  /// Null for null and for what is no sound that is encoded.
+  /// Null for null and for anything but an encoded sound stream.
   Sound* soundOf(const AVStream* stream);
   Sound* writingSoundOf(const AVStream* stream);
 
   /// Null for null and for an encoded stream.
   StreamCopier* copyOf(const AVStream* stream) const { return find(copies, stream); }
 
-  /// Null also while there is nothing to write to.
+  /// Like `encoderOf`, but null unless the file is being written.
   StreamEncoder* writingEncoderOf(const AVStream* stream) const {
     return muxer.isWriting() ? encoderOf(stream) : nullptr;
   }
 
   void applyTags();
-  void addChapters();  ///< where there are none yet
+  void addChapters();  ///< unless there are some already
 
   PacketTaker writerOf(const AVStream& stream);
   bool encode(StreamEncoder& encoder, AVFrame& frame, int64_t duration);
@@ -89,9 +89,9 @@ struct LMFFMovieFileOutput::State {
   // Writing.
   int64_t audioTime = 0;  // of copied sound
   int64_t videoTime = 0;
-  int64_t videoBegin = 0;     // what copied pictures are not decoded before
+  int64_t videoBegin = 0;     // earliest decoding time of copied pictures
   bool videoStarted = false;  // a copied video packet has been written
-  // Of copied streams that are gone:
+  // Totals of copied streams after `stopOutput`:
   int64_t refusedPackets = 0;
   int64_t picturesEncodedToHide = 0;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// What library versions spell differently about encoders.
+// Differences between library versions concerning encoders.
 
 #include <cstring>
 #include <span>
@@ -12,7 +12,7 @@
 
 namespace kestrel {
 
-/// The pixel format that an encoder names first; 8-bit 4:2:0 for one that takes any.
+/// The first pixel format in an encoder's list; 8-bit 4:2:0 if it accepts any.
 inline AVPixelFormat firstPixelFormat(const AVCodec* codec) {
 #if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100)
   const void* list = nullptr;
@@ -24,7 +24,7 @@ inline AVPixelFormat firstPixelFormat(const AVCodec* codec) {
   return formats ? formats[0] : AV_PIX_FMT_YUV420P;
 }
 
-/// The sample formats that an encoder takes; none for one that takes any.
+/// The sample formats that an encoder accepts; empty if it accepts any.
 inline std::span<const AVSampleFormat> sampleFormats(const AVCodec* codec) {
 #if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100)
   const void* list = nullptr;
@@ -38,13 +38,13 @@ inline std::span<const AVSampleFormat> sampleFormats(const AVCodec* codec) {
   return {formats, count};
 }
 
-/// The sample format that an encoder names first; the engine's own for one that takes any.
+/// The first sample format in an encoder's list; the engine's own if it accepts any.
 inline AVSampleFormat firstSampleFormat(const AVCodec* codec) {
   const auto formats = sampleFormats(codec);
   return formats.empty() ? static_cast<AVSampleFormat>(lm_get_default_sample_fmt()) : formats[0];
 }
 
-/// Leaves the choice of picture type to the encoder.
+/// Lets the encoder choose the picture type.
 inline void clearPictureType(AVFrame& frame) {
   frame.pict_type = AV_PICTURE_TYPE_NONE;
 #if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(58, 7, 100)
@@ -54,8 +54,8 @@ inline void clearPictureType(AVFrame& frame) {
 #endif
 }
 
-/// Hands on what an encoder tells the container beside its parameters, such as buffer sizes. Later
-/// libraries keep it among the parameters.
+/// Copies an encoder's side data, such as buffer sizes, to the stream. Later library versions keep
+/// it in the codec parameters.
 inline void copyEncoderSideData([[maybe_unused]] const AVCodecContext& encoder,
                                 [[maybe_unused]] AVStream& stream) {
 #if LIBAVCODEC_VERSION_INT < AV_VERSION_INT(60, 30, 100)

@@ -7,31 +7,31 @@
 
 namespace kestrel {
 
-/// Sound that waits to be encoded, in the encoder's format.
+/// Sound waiting to be encoded, in the encoder's format.
 struct SoundQueue {
-  std::function<int()> count = {};          ///< samples of a channel
-  std::function<void(AVFrame&)> read = {};  ///< moves as many as the frame says
+  std::function<int()> count = {};          ///< samples per channel
+  std::function<void(AVFrame&)> read = {};  ///< moves the frame's `nb_samples`
 };
 
-/// Feeds an open audio encoder: cuts sound into frames of the encoder's size, stamps them by
-/// counting, and keeps damaged samples from it.
+/// Feeds an open audio encoder: splits sound into frames of the encoder's size, stamps them by
+/// counting, and repairs damaged samples.
 class SoundEncoder {
  public:
   SoundEncoder(StreamEncoder& encoder, FirstError& errors, PacketTaker take);
 
   const StreamEncoder& encoder() const { return encoder_; }
 
-  /// How many samples have been encoded.
+  /// The number of samples encoded.
   int64_t time() const { return time_; }
 
-  /// The last frame has been encoded.
+  /// True if the last frame has been encoded.
   bool isFinished() const { return isFinished_; }
 
-  /// Encodes what fills frames.
+  /// Encodes all samples that fill frames.
   void encode(const SoundQueue& queue);
 
-  /// Encodes all that waits; the last frame is as short as the encoder allows, otherwise filled up
-  /// with silence. After that nothing more is encoded.
+  /// Encodes all remaining samples; the last frame is shortened if the encoder allows that,
+  /// otherwise padded with silence. Nothing is encoded after that.
   void finish(const SoundQueue& queue);
 
  private:
@@ -47,11 +47,11 @@ class SoundEncoder {
   bool isFinished_ = false;
 };
 
-/// Whether the encoder would stumble over damaged samples. One without loss keeps them as they are.
+/// True for lossy encoders, which cannot handle damaged samples; lossless ones keep them.
 bool needsLimit(const AVCodecContext& encoder);
 
-/// Keeps damaged samples from an encoder that would refuse them or search for ever: no number
-/// becomes silence, and nothing is more than 30 dB above full scale.
+/// Repairs samples that an encoder would refuse or search on forever: NaN becomes silence, and
+/// values are clamped to 30 dB above full scale.
 void limitLevel(AVFrame& frame);
 
 }  // namespace kestrel

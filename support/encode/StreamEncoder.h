@@ -13,16 +13,15 @@
 
 namespace kestrel {
 
-/// Takes over a packet that is stamped in its stream's time base.
+/// Takes over a packet stamped in its stream's time base.
 using PacketTaker = std::function<void(AVPacket&)>;
 
-/// The encoder of one stream of an output file, from the set-up of its context to its last packet.
-///
-/// Opened and closed under the process's codec lock.
+/// The encoder of one stream of an output file, from configuration to its last packet. Opened and
+/// closed under the process-wide codec lock.
 class StreamEncoder {
  public:
-  /// Makes an unopened context for a stream of the container; `context` is null when there is no
-  /// memory for one.
+  /// Creates an unopened context for a stream of the container; `context` is null if memory runs
+  /// out.
   StreamEncoder(AVStream* stream, const AVCodec* codec, const AVOutputFormat& container);
   ~StreamEncoder();
   StreamEncoder(const StreamEncoder&) = delete;
@@ -31,23 +30,23 @@ class StreamEncoder {
   AVCodecContext* context() const { return context_.get(); }
   AVStream* stream() const { return stream_; }
 
-  /// Opens the encoder as its context and then `options` say, and describes the stream to the
-  /// container. The stream has the parameters that were asked for even where this fails.
+  /// Opens the encoder with its context and then `options`, and describes the stream to the
+  /// container. The stream gets the requested parameters even if this fails.
   Error open(const std::map<std::string, std::string>& options);
 
-  /// Why the encoder is not to be given a frame: its samples are stored otherwise than the encoder
-  /// reads them. None for one that fits, and for sound that does not tell its rate.
+  /// Why a frame cannot be encoded: its samples are stored differently from what the encoder reads.
+  /// No error if it fits, or for sound without a sample rate.
   Error refusal(const AVFrame& frame) const;
 
-  /// Encodes a frame, stamped in the encoder's time base; sound is moved by the encoder's `delay`,
-  /// in place. `duration` (0: unknown) is how long its packet lasts where the encoder does not
-  /// tell. Answers whether a packet was handed over; failures are noted.
+  /// Encodes a frame, stamped in the encoder's time base; for sound, its `pts` is increased by the
+  /// encoder's `delay`. `duration` (0: unknown) is given to its packet if the encoder does not set
+  /// one. Returns true if a packet was handed over; failures are noted in `errors`.
   bool encode(AVFrame& frame, int64_t duration, FirstError& errors, const PacketTaker& take);
 
-  /// Hands over the next packet that is ready; false when none is.
+  /// Hands over the next packet that is ready; false if there is none.
   bool takeNext(FirstError& errors, const PacketTaker& take);
 
-  /// Says, once, that no frame follows: the packets that are still inside can then be taken.
+  /// Signals, once, that no frame follows, so that the remaining packets can be taken.
   void finish();
 
  private:
@@ -59,13 +58,13 @@ class StreamEncoder {
 
   AVStream* stream_;
   CodecContextPtr context_;
-  std::map<int64_t, int64_t> durations_;  // of pictures inside the encoder, by time
+  std::map<int64_t, int64_t> durations_;  // of pictures in the encoder, by time
   PacketPtr packet_ = makePacket();
   bool finished_ = false;
 };
 
-/// Sets up an unopened audio encoder as the record says. `bits`: how many of a sample count, for an
-/// encoder that keeps them all; 0: as many as the encoder names first.
+/// Configures an unopened audio encoder according to `format`. `bits`: significant bits of a sample
+/// for a lossless encoder; 0: the first sample format in its list.
 void configureSound(const LMFFMovieFileOutputFormat& format, int32_t bits, AVCodecContext& encoder);
 
 }  // namespace kestrel
