@@ -9,33 +9,32 @@
 
 namespace kestrel {
 
-/// What reading a file with a jumping clock through has told: by what the times of its packets are
-/// to be moved, by their place in the file, so that they rise from its beginning to its end. All
-/// readers of the file move them alike.
+/// Time offsets for a file with a jumping clock, determined by reading it through: by how much the
+/// time stamps of its packets are shifted, by position in the file, so that times increase
+/// throughout. All readers of the file shift alike.
 ///
-/// Times are ticks of `JumpFinder::kTicks`, moved ones.
+/// Times are shifted ones, in ticks of `JumpFinder::kTicks`.
 class ClockMap {
  public:
-  /// Takes the file's packets in order, as the finder gives them back.
+  /// Takes the file's packets in the order in which the finder returns them.
   void add(const AVPacket& packet, const AVStream& stream, int64_t offset);
 
-  /// Whether anything is moved.
+  /// True if any time is shifted.
   bool hasJumps() const { return hasJumps_; }
 
-  /// A stretch of a stream whose packets are moved alike.
+  /// A range of a stream's packets with the same offset.
   struct Stretch {
-    int64_t position = 0;  ///< the byte of the file from which on its packets lie
-    int64_t offset = 0;    ///< what they are moved by
-    int64_t begin = 0;     ///< the decoding time of the first, as it lies in the file
+    int64_t position = 0;  ///< byte position in the file where it begins
+    int64_t offset = 0;    ///< added to its times
+    int64_t begin = 0;     ///< the first packet's decoding time as stored in the file
   };
 
-  /// The stretch that a byte of the file belongs to, and the one that follows it, if any. Packets
-  /// without a place of their own, such as all but the first in one packet of the container, are
-  /// told apart by their times.
+  /// The stretch at a byte position and the one after it, if any. Packets without a position of
+  /// their own (all but the first in a container packet) are told apart by their times.
   Stretch stretchAt(int stream, int64_t position) const;
   std::optional<Stretch> stretchAfter(int stream, int64_t position) const;
 
-  /// The last place, in bytes, from which a time may be decoded; none where that is the beginning.
+  /// The last byte position from which a time can be decoded; nullopt: the beginning.
   std::optional<int64_t> placeBefore(int64_t time) const;
 
   struct Span {
@@ -45,12 +44,12 @@ class ClockMap {
     int64_t end = INT64_MIN;
   };
 
-  /// From when to when a stream's packets last, or those of all pictures and sound.
+  /// The time range of a stream's packets, or of all pictures and sound.
   Span spanOf(int stream) const;
   Span span() const { return span_; }
 
-  /// Makes a demuxer of the file say how long it and its streams are, which it has guessed by one
-  /// clock.
+  /// Corrects the durations of the container and its streams, which the demuxer estimates by
+  /// assuming a single clock.
   void describe(AVFormatContext& context) const;
 
  private:
@@ -62,16 +61,16 @@ class ClockMap {
   void addEntry(const AVPacket& packet, const AVStream& stream, int64_t time);
 
   struct Course {
-    std::map<int64_t, Stretch> stretches;  // by their place
-    int64_t offset = 0;                    // of the last
-    int64_t position = -1;                 // the last place told
+    std::map<int64_t, Stretch> stretches;  // by position
+    int64_t offset = 0;                    // of the last stretch
+    int64_t position = -1;                 // the last position known
   };
 
   std::map<int, Course> courses_;  // by stream
   std::map<int, Span> spans_;
   Span span_;
-  std::optional<int> indexed_;  // the stream whose packets are entered
-  std::vector<Entry> entries_;  // in rising order
+  std::optional<int> indexed_;  // the stream whose packets are indexed
+  std::vector<Entry> entries_;  // in ascending order
   bool hasPictures_ = false;
   bool hasJumps_ = false;
 };

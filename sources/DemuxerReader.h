@@ -10,50 +10,50 @@
 
 namespace kestrel {
 
-/// What the readers of one input have found out together about its clock.
+/// What the readers of an input have found out about its clock.
 struct SharedClock {
   struct Finding {
-    bool isKnown = false;                 ///< somebody has looked
-    std::shared_ptr<const ClockMap> map;  ///< null where the clock does not jump
+    bool isKnown = false;                 ///< a reader has looked
+    std::shared_ptr<const ClockMap> map;  ///< null if the clock does not jump
   };
   Guarded<Finding> finding;
 };
 
-/// Reads one demuxer's packets, their times moved where the input's clock jumps, so that times rise
-/// from the beginning to the end; and seeks in those times.
+/// Reads and seeks a demuxer's packets, with times shifted where the input's clock jumps, so that
+/// they increase throughout.
 ///
-/// Broadcasts (transport and program streams) have such clocks. How much is moved is decided once
-/// for all readers of an input that can be read twice: by its map. Of what comes only once, one
-/// reader decides as it reads.
+/// Broadcasts (transport and program streams) have such clocks. For an input that can be read
+/// twice, a map of the offsets is made once for all readers; otherwise the reader decides as it
+/// reads.
 class DemuxerReader {
  public:
-  /// Reads the input through and answers its map; null where that was interrupted.
+  /// Reads the input through and returns its map; null if interrupted.
   using ReadMap = std::function<std::shared_ptr<const ClockMap>()>;
 
-  /// Reads `context`, which stays the caller's, from its beginning. Without a `clock` nothing is
-  /// moved; an empty `readMap` stands for an input that cannot be read twice.
+  /// Starts to read `context`, which the caller keeps, from its beginning. Without `clock` nothing
+  /// is shifted. An empty `readMap` means that the input cannot be read twice.
   void open(AVFormatContext* context, std::shared_ptr<SharedClock> clock, ReadMap readMap);
   void close();
 
-  /// Looks at places all over the input, unless another reader has, and has it read through where
-  /// they do not tell one clock.
+  /// Samples positions throughout the input, unless another reader has done so, and reads it
+  /// through if they do not fit a single clock.
   void look();
 
-  /// The next packet; 0 or a library's code.
+  /// Reads the next packet; returns 0 or an FFmpeg error code.
   int read(AVPacket& packet);
 
-  /// Moves to a place from which `time` (microseconds, as packets carry it) may be decoded: the
-  /// last one before it that the input knows.
+  /// Moves to the last known position from which `time` (microseconds, on the packets' clock) can
+  /// be decoded.
   int seekBackward(int64_t time);
 
   /// Moves to the first byte.
   int rewind();
 
  private:
-  /// Where a stream's packets have got to in the map.
+  /// The position of a stream in the map.
   struct Course {
     ClockMap::Stretch stretch;
-    int64_t last = 0;  // the time of the last packet, as it lies in the file
+    int64_t last = 0;  // time of the last packet as stored in the file
   };
 
   void forget();
@@ -70,14 +70,14 @@ class DemuxerReader {
   std::shared_ptr<SharedClock> clock_;
   ReadMap readMap_;
   std::shared_ptr<const ClockMap> map_;
-  bool isSteady_ = true;           // nothing is moved and nothing is watched
-  JumpFinder finder_;              // watches where there is no map
+  bool isSteady_ = true;           // nothing is shifted or watched
+  JumpFinder finder_;              // used without a map
   std::map<int, Course> courses_;  // by stream
-  int64_t position_ = 0;           // the place that was sought last
-  std::deque<PacketPtr> waiting_;  // packets that came while a jump was in doubt
-  bool tellsOrderAsTime_ = false;  // the demuxer may take the order of decoding for that of display
-  std::set<int> undated_;          // the streams where it does
-  int ending_ = 0;                 // what ended the input while packets wait
+  int64_t position_ = 0;           // the position of the last seek
+  std::deque<PacketPtr> waiting_;  // packets held while a jump is uncertain
+  bool tellsOrderAsTime_ = false;  // the demuxer may take decoding times for presentation times
+  std::set<int> undated_;          // the streams for which it does
+  int ending_ = 0;                 // the end or error, returned after the waiting packets
 };
 
 }  // namespace kestrel

@@ -10,20 +10,19 @@
 
 namespace kestrel {
 
-/// Finds where the clock of a broadcast's stream jumps, and by how much the time stamps behind a
-/// jump are to be moved so that they go on where those before it ended.
+/// Finds jumps of a broadcast's clock, and the offsets that make the time stamps after a jump
+/// continue where those before it ended.
 ///
-/// It takes the packets of all streams in the order of the file, and gives them back in the same
-/// order, with what their times are to be moved by. Where a stream's time leaves its path, packets
-/// are held back, for two seconds of it at most, to see what the others do: a clock has jumped when
-/// they follow, or have nothing more to say. A stream that pauses while another goes on, or a
-/// single damaged stamp, is no jump of the clock.
+/// Takes the packets of all streams in file order and returns them in the same order with their
+/// offsets. When a stream's time leaves its path, packets are held back, for two seconds at most,
+/// to see what the other streams do: the clock has jumped if they follow or have no more packets. A
+/// stream that pauses while another goes on, or a single damaged stamp, is not a jump.
 ///
-/// Pictures go on without a gap. Sound that lasts a little longer than the pictures before it is
-/// overlapped by what follows; where it is longer by more, the pictures wait for its end.
+/// Pictures continue without a gap. Sound that is a little longer than the pictures before the jump
+/// is overlapped by what follows; if it is much longer, the pictures wait for its end.
 class JumpFinder {
  public:
-  /// What the times of transport and program streams count, 90,000 a second, in 33 bits.
+  /// Transport and program streams use a 90 kHz clock of 33 bits.
   static constexpr AVRational kTicks{1, 90000};
 
   struct Placed {
@@ -33,34 +32,34 @@ class JumpFinder {
 
   void push(PacketPtr packet, const AVStream& stream);
 
-  /// Says that no packet follows: what is held back is decided upon.
+  /// Signals that no packet follows: decides what is held back.
   void finish();
 
-  /// The next packet whose place is known; none while more have to be pushed.
+  /// The next packet with a known offset; nullopt if more packets must be pushed first.
   std::optional<Placed> pop();
 
-  /// Whether a jump has been found.
+  /// True if a jump has been found.
   bool hasJumped() const { return hasJumped_; }
 
-  /// Takes the packets out that have not been popped, undecided, in order.
+  /// Removes the packets that have not been popped, undecided, in order.
   std::deque<PacketPtr> takeAll();
 
-  /// Forgets everything: reading goes on elsewhere.
+  /// Resets all state, for reading from another position.
   void reset();
 
  private:
-  /// Where a stream's time has got to, in ticks of the file.
+  /// How far a stream has got, in ticks of the file.
   struct Path {
     bool isKnown() const { return next != AV_NOPTS_VALUE; }
     bool isLeftBy(int64_t time) const;
     void go(const AVPacket& packet, const AVStream& stream, int64_t time);
 
-    int64_t begin = AV_NOPTS_VALUE;  // the earliest time at which something is shown
-    int64_t end = AV_NOPTS_VALUE;    // where what is shown last ends
-    int64_t last = AV_NOPTS_VALUE;   // the decoding time of the last packet
-    int64_t next = AV_NOPTS_VALUE;   // the one that is expected now
-    int64_t spacing = 0;             // the longest step so far
-    int64_t lead = 0;                // how long before it is shown the first one is decoded
+    int64_t begin = AV_NOPTS_VALUE;  // earliest presentation time
+    int64_t end = AV_NOPTS_VALUE;    // end of the last presentation
+    int64_t last = AV_NOPTS_VALUE;   // decoding time of the last packet
+    int64_t next = AV_NOPTS_VALUE;   // expected decoding time of the next packet
+    int64_t spacing = 0;             // longest step so far
+    int64_t lead = 0;                // from decoding to presentation of the first packet
     int count = 0;
   };
 
@@ -68,8 +67,8 @@ class JumpFinder {
     bool isPictures = false;
     int64_t offset = 0;
     Path path;
-    Path behind;             // behind the place where the clock may have jumped
-    int64_t stayed = 0;      // how far it went on before it, since another has left its path
+    Path behind;             // after the possible jump
+    int64_t stayed = 0;      // progress on the old path since another stream left its path
     bool isFollowed = true;  // takes part in the decision
   };
 
@@ -79,7 +78,7 @@ class JumpFinder {
     bool isBehind = false;
   };
 
-  /// Where a stream goes on that has left its path while the clock has not jumped.
+  /// Where a stream that has left its path continues if the clock has not jumped.
   enum class Stay { kOnOldPath, kWhereItIs };
 
   Track& trackOf(const AVStream& stream);
@@ -95,9 +94,9 @@ class JumpFinder {
   void release();
   int64_t offsetBehind() const;
 
-  std::map<int, Track> tracks_;      // by the stream's index
-  int64_t offset_ = 0;               // behind the last jump
-  int64_t newest_ = AV_NOPTS_VALUE;  // the newest time there
+  std::map<int, Track> tracks_;      // by stream index
+  int64_t offset_ = 0;               // after the last jump
+  int64_t newest_ = AV_NOPTS_VALUE;  // newest time after it
   std::optional<int> leaver_;        // the stream that may have jumped
   std::deque<Held> held_;
   std::deque<Placed> placed_;

@@ -8,22 +8,21 @@ struct AVIOContext;
 
 namespace kestrel {
 
-/// Reads an input that can keep its reader waiting: a pipe, a socket, a terminal. While nothing
-/// comes it asks whether to go on, which a read of the system's own does not.
+/// Reads an input that may block: a pipe, a socket, a terminal. While waiting for data it polls an
+/// interrupt, which a plain read cannot do.
 class PipeReader {
  public:
   using Interrupt = std::function<bool()>;
 
-  /// A reader of `path`, which may be "pipe:" with the number of an open file, 0 if there is none;
-  /// null where that is not such an input, or does not open. `interrupt` is asked ten times a
-  /// second.
+  /// A reader of `path`, which may be "pipe:" with a file descriptor (default 0); null if it is not
+  /// such an input or cannot be opened. `interrupt` is polled ten times a second.
   static std::unique_ptr<PipeReader> open(const std::string& path, Interrupt interrupt);
 
   ~PipeReader();
   PipeReader(const PipeReader&) = delete;
   PipeReader& operator=(const PipeReader&) = delete;
 
-  /// What a demuxer reads through, which cannot seek; owned by the reader. Null without memory.
+  /// The I/O context for a demuxer, not seekable, owned by the reader. Null if memory runs out.
   AVIOContext* io() const { return io_; }
 
  private:
