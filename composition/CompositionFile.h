@@ -18,56 +18,55 @@
 
 namespace kestrel {
 
-/// The file that packets are copied into, with streams like those of the inputs. What fails first
-/// is kept in `error`: with the codes of `LMMovieComposition` where the container cannot hold the
-/// packets as they are.
+/// The file to which packets are copied, with streams like those of the inputs. `error` keeps the
+/// first failure, with the codes of `LMMovieComposition` if the container cannot store the packets.
 class CompositionFile {
  public:
   CompositionFile(const std::string& path, std::function<bool()> interrupt);
 
-  /// Adds a stream for packets of `input`; -1 when that fails.
+  /// Adds a stream for packets of `input` and returns its index; -1 on failure.
   int addStream(const AVStream& input);
 
-  /// Adds a stream of sound that is encoded; -1 when that fails.
+  /// Adds a stream of encoded sound and returns its index; -1 on failure.
   int addSound(const JoinedSound::Track& track);
 
-  /// Says that several inputs follow each other in each stream: what codec data tell of the first
-  /// one's content alone is taken out. Before `start`.
+  /// Several inputs will follow each other in each stream: removes codec data that only describes
+  /// the content of the first. Call before `start`.
   void describeSeveral();
 
-  /// Opens the file and writes its header; false when one of these fails.
+  /// Opens the file and writes its header; false on failure.
   bool start();
 
-  /// Writes an input's tags, such as its title, as the file's own; before `start`.
+  /// Copies an input's tags, such as its title, to the file; call before `start`.
   void setTags(const AVFormatContext& input);
 
-  /// Adds a chapter like one of an input's, between two times (microseconds) of the file; before
-  /// `finish`. Containers that write chapters last keep it.
+  /// Adds a chapter like one of an input's, between two times (microseconds) in the file; call
+  /// before `finish`. Only containers that write chapters last store it.
   void addChapter(const AVChapter& input, int64_t start, int64_t end);
 
   const AVStream& stream(int index) const { return *muxer_.context()->streams[index]; }
   const AVRational& timeBase(int stream) const { return this->stream(stream).time_base; }
 
-  /// Whether pictures may lack the time at which they are shown: the container does not store it.
+  /// True if the container does not store presentation times, so that pictures may lack them.
   bool storesOnlyOrder() const;
 
-  /// Says that packets of `input` come next in a stream; false where they can't go on in it.
+  /// The next packets of a stream come from `input`; false if they cannot continue the stream.
   bool beginInput(const AVStream& input, int stream);
 
-  /// How many pictures were encoded anew, because the container can't hide others that they need.
+  /// The number of pictures re-encoded because the container cannot hide others that they need.
   int64_t picturesEncodedToHide() const;
 
-  /// Takes over a packet that is stamped in the stream's time base, which is blank afterwards;
-  /// false once something has failed.
+  /// Takes over a packet stamped in the stream's time base and leaves it blank; false once
+  /// something has failed.
   bool write(AVPacket& packet, int stream);
 
-  /// Encodes samples of a stream that `addSound` added; false once something has failed.
+  /// Encodes samples for a stream added by `addSound`; false once something has failed.
   bool writeSound(const std::vector<float>& samples, int stream);
 
-  /// The same with the last of them.
+  /// The same with the last samples.
   void finishSound(const std::vector<float>& samples, int stream);
 
-  /// Writes what still waits and the trailer, and closes the file.
+  /// Writes held packets and the trailer, and closes the file.
   void finish();
 
   Error error() const;
@@ -79,7 +78,7 @@ class CompositionFile {
         : copier(input, output, container) {}
 
     StreamCopier copier;
-    int64_t end = 0;  // of what came, microseconds, for containers without times
+    int64_t end = 0;  // of the packets so far, microseconds, for containers without times
     bool hasBegun = false;
   };
 

@@ -14,8 +14,8 @@
 
 namespace kestrel {
 
-/// The writing of `LMMovieComposition::joinToFile`: inputs one after the other, each read once, in
-/// its own order.
+/// Implements `LMMovieComposition::joinToFile`: inputs one after the other, each read once, in its
+/// own order.
 class JoinedFile {
  public:
   using TrackList = LMMovieComposition::TrackList;
@@ -30,26 +30,26 @@ class JoinedFile {
   Error error() const { return error_ ? error_ : file_.error(); }
 
  private:
-  /// A stream of the output and how far it has been written.
+  /// A stream of the output and the progress of writing it.
   struct Lane {
     int stream = 0;
     bool isVideo = false;
-    std::optional<SubtitleLane> subtitles;  // none for pictures and sound
-    int64_t end = AV_NOPTS_VALUE;           // where what was written ends, microseconds
+    std::optional<SubtitleLane> subtitles;  // empty for pictures and sound
+    int64_t end = AV_NOPTS_VALUE;           // end of what has been written, microseconds
     // Of the current input:
-    int64_t seam = AV_NOPTS_VALUE;   // where the input before it ended, microseconds
-    int64_t offset = 0;              // what its times are moved by, microseconds
+    int64_t seam = AV_NOPTS_VALUE;   // end of the previous input, microseconds
+    int64_t offset = 0;              // added to its times, microseconds
     bool hasBegun = false;           // a packet of it has been written
-    bool isVague = false;            // its packets do not tell how long they last
-    int64_t first = AV_NOPTS_VALUE;  // when its first packet is, microseconds
+    bool isVague = false;            // its packets have no durations
+    int64_t first = AV_NOPTS_VALUE;  // time of its first packet, microseconds
     int64_t count = 0;               // packets written
   };
 
-  /// A chapter of an input, where it lies in the output.
+  /// A chapter of an input with its times in the output.
   struct Chapter {
     const AVChapter* input = nullptr;
     int64_t start = 0;  // microseconds
-    int64_t end = 0;    // the same
+    int64_t end = 0;    // microseconds
   };
 
   bool fail(std::string why);
@@ -76,17 +76,17 @@ class JoinedFile {
 
   std::function<bool()> interrupt_;
   std::function<void(double, int64_t)> progress_;
-  JoinedSound* const sound_;  // null for none that is encoded
+  JoinedSound* const sound_;  // null if no sound is encoded
   CompositionFile file_;
   std::deque<Lane> lanes_;
   std::vector<int> sounds_;        // encoded streams of the output
-  size_t pace_ = 0;                // which lane the others follow
+  size_t pace_ = 0;                // index of the lane that determines the timing
   std::vector<Chapter> chapters_;  // of the current input
-  std::deque<PacketPtr> ahead_;    // read from the current input and not copied yet
+  std::deque<PacketPtr> ahead_;    // packets of the current input, read but not copied
   size_t count_ = 0;               // inputs begun
-  bool isLast_ = false;            // the current input
-  int64_t pictures_ = 0;           // packets of pictures written
-  int64_t reached_ = INT64_MIN;    // where pictures or sound that were written end, microseconds
+  bool isLast_ = false;            // the current input is the last one
+  int64_t pictures_ = 0;           // video packets written
+  int64_t reached_ = INT64_MIN;    // end of the pictures or sound written, microseconds
   Error error_;
 };
 

@@ -10,9 +10,9 @@
 
 namespace kestrel {
 
-/// Reads the packets of tracks, several of which may be of one source. Those that begin at the same
-/// position are read in one go, and what another track's turn brings along waits. One that begins
-/// elsewhere has a reader of its own, where the input can be read twice, so that little waits.
+/// Reads the packets of tracks, several of which may share a source. Tracks at the same position
+/// are read together: packets of other tracks wait for their turn. A track at another position gets
+/// its own reader, if the input can be read twice, so that few packets wait.
 class SharedInputs {
  public:
   explicit SharedInputs(const LMMovieComposition::TrackList& tracks);
@@ -20,8 +20,8 @@ class SharedInputs {
   SharedInputs(const SharedInputs&) = delete;
   SharedInputs& operator=(const SharedInputs&) = delete;
 
-  /// Reads a track's next packet, as its `readFrame` does: false, and the track has finished, when
-  /// there is none.
+  /// Reads a track's next packet like `LMMovieCompositionTrack::readFrame`: if there is none,
+  /// returns false and marks the track as finished.
   bool read(LMMovieCompositionTrack& track, AVPacket& packet);
 
  private:
