@@ -8,15 +8,15 @@
 
 namespace kestrel {
 
-/// A codec's own data. MPEG-4 files tell a text track's bit rate behind them, which is true of
-/// that file alone and not among them.
+/// The codec data of a stream. MPEG-4 files append a text track's bit rate, which only applies to
+/// that file and is left out.
 std::span<const uint8_t> codecDataOf(const AVCodecParameters& parameters);
 
-/// What a codec's own data mean to a decoder: the same for two streams whose packets can follow
-/// each other. How long a stream is, how large its packets are and who made it is left out.
+/// The meaning of codec data to a decoder: equal for two streams if packets of one can continue the
+/// other. Duration, packet sizes and the name of the encoder are left out.
 std::vector<uint8_t> codecMeaningOf(const AVCodecParameters& parameters);
 
-/// Takes out of a codec's own data what is true of one stream's content alone, so that packets of
+/// Removes from codec data what only applies to the content of one stream, so that packets of
 /// others can follow.
 void widenCodecData(AVCodecParameters& parameters);
 

@@ -7,20 +7,20 @@
 
 namespace kestrel {
 
-/// Gives decoding times to packets that have only presentation times, with which Matroska files
-/// begin where pictures are reordered: they wait for the first packet that has one, and are spread
-/// evenly before it.
+/// Adds decoding times to packets that have only presentation times, as at the start of Matroska
+/// files with reordered pictures. The packets wait for the first one with a decoding time and are
+/// spread evenly before it.
 class DecodingTimes {
  public:
-  /// `stream` is the one that packets are stamped for.
+  /// Packets are stamped in the time base of `stream`, which outlives this.
   explicit DecodingTimes(const AVStream& stream) : stream_(stream) {}
 
   void push(PacketPtr packet);
 
-  /// Says that no packet follows: what still waits then leaves.
+  /// Signals that no packet follows; releases what waits.
   void finish();
 
-  /// The next packet that is ready, null when there is none.
+  /// The next packet that is ready; null if there is none.
   PacketPtr pop();
 
  private:
@@ -30,7 +30,7 @@ class DecodingTimes {
   const AVStream& stream_;
   std::deque<PacketPtr> waiting_;
   std::deque<PacketPtr> ready_;
-  int64_t last_ = AV_NOPTS_VALUE;  // the newest decoding time that came
+  int64_t last_ = AV_NOPTS_VALUE;  // the latest decoding time received
 };
 
 }  // namespace kestrel

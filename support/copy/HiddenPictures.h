@@ -11,30 +11,31 @@
 
 namespace kestrel {
 
-/// Keeps pictures hidden that a container hides: those that are decoded because others need them,
-/// and not shown, as an edit list says. Their packets are marked `AV_PKT_FLAG_DISCARD`.
+/// Keeps pictures hidden that the input's edit list hides: they are decoded because others need
+/// them, but not shown. Their packets are marked `AV_PKT_FLAG_DISCARD`.
 ///
-/// Those that no shown picture needs are left out. The first ones of a stream may be hidden by the
-/// new container, too: they go before time 0. Where it can't do that, the pictures that need hidden
-/// ones are encoded anew, up to the next key picture that needs none before it.
+/// Hidden pictures that no visible one needs are left out. The first ones of a stream can also be
+/// hidden by the new container, before time 0. If it cannot do that, the pictures that need hidden
+/// ones are re-encoded, up to the next key frame that needs none before it.
 class HiddenPictures {
  public:
-  /// `parameters` are those of the packets that come, `stream` is what they are stamped for; both
-  /// outlive this. `hidesFirst`: whether what lies before time 0 is not shown.
+  /// `parameters` are those of the incoming packets, which are stamped in the time base of
+  /// `stream`; both outlive this. `hidesFirst`: the container does not show what lies before time
+  /// 0.
   HiddenPictures(const AVCodecParameters& parameters, const AVStream& stream, bool hidesFirst);
 
-  /// Packets of `input` come next.
+  /// The next packets come from `input`.
   void beginInput(const AVStream& input);
 
   void push(PacketPtr packet);
 
-  /// Says that no packet follows: what is held back then leaves.
+  /// Signals that no packet follows; releases what is held back.
   void finish();
 
-  /// The next packet that is ready, null when there is none.
+  /// The next packet that is ready; null if there is none.
   PacketPtr pop();
 
-  /// How many pictures were encoded anew.
+  /// The number of pictures that were re-encoded.
   int64_t encoded() const { return encoded_; }
 
   /// Why pictures could not be kept hidden.
@@ -56,14 +57,14 @@ class HiddenPictures {
   const bool hidesFirst_;
   bool mayHide_ = false;  // the input has hidden pictures
   PictureUnits units_;
-  std::deque<PacketPtr> held_;   // hidden, from the last key picture on
-  std::deque<PacketPtr> group_;  // what of it was delivered since the last key picture
+  std::deque<PacketPtr> held_;   // hidden ones since the last key frame
+  std::deque<PacketPtr> group_;  // packets delivered since the last key frame
   std::optional<StretchEncoder> stretch_;
-  bool isChanged_ = false;  // decoders have been given other codec data than the stream's
+  bool isChanged_ = false;  // decoders have received codec data other than the stream's
   bool hasShown_ = false;
   bool hasDelivered_ = false;
-  int64_t last_ = INT64_MIN;           // decoding time of what was delivered last
-  std::optional<int64_t> startShift_;  // by which hidden pictures of the first group are moved
+  int64_t last_ = INT64_MIN;           // decoding time of the last packet delivered
+  std::optional<int64_t> startShift_;  // offset of the hidden pictures of the first group
   std::deque<PacketPtr> ready_;
   int64_t encoded_ = 0;
   Error error_;

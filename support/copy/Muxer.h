@@ -13,16 +13,16 @@ namespace kestrel {
 
 class LibraryLog;
 
-/// The container of an output file and the file itself: made, opened, headed, filled, completed,
-/// closed, in this order. What fails is noted in `errors`.
+/// The container of an output file and the file itself: created, opened, given a header, filled,
+/// completed and closed, in this order. Failures are noted in `errors`.
 ///
-/// The container's record lives as long as the muxer.
+/// The container's record exists as long as the muxer.
 class Muxer {
  public:
   explicit Muxer(FirstError& errors) : errors_(errors) {}
 
-  /// Makes the container that `format` names, else the one for the extension of `path`. `interrupt`
-  /// is asked by everything that waits for the file.
+  /// Creates the container named by `format`, otherwise by the extension of `path`. `interrupt` is
+  /// polled by every operation that waits for the file.
   void create(const std::string& path, const std::string& format, std::function<bool()> interrupt);
 
   /// Null until `create` has succeeded.
@@ -30,32 +30,33 @@ class Muxer {
 
   bool hasFlag(int flag) const { return (context_->oformat->flags & flag) != 0; }
 
-  /// Adds a stream, null when there is no memory or the header has been tried.
+  /// Adds a stream; null if memory runs out or `start` or `close` has been called.
   AVStream* addStream();
 
   /// Times are microseconds.
   void addChapter(int64_t start, int64_t end, const std::map<std::string, std::string>& tags);
 
-  /// Neither `start` nor `close` has been called.
+  /// True until `start` or `close` is called.
   bool isSettingUp() const { return phase_ == Phase::kSettingUp; }
 
-  /// Opens the file and writes the header; false when that failed, which is for good.
+  /// Opens the file and writes the header. On failure returns false; a second attempt is not
+  /// possible.
   bool start(const std::map<std::string, std::string>& options);
 
-  /// What the container did not take, where it failed by that and not by the file.
+  /// What the container rejected, if it and not the file caused the failure.
   enum class Refusal { kNone, kHeader, kPacket };
   Refusal refusal() const { return refusal_; }
 
-  /// The header has been written and the trailer has not.
+  /// True between writing the header and writing the trailer.
   bool isWriting() const { return phase_ == Phase::kWriting; }
 
-  /// Takes over a packet of `stream`, stamped in its time base: it is blank afterwards.
+  /// Takes over a packet of `stream`, stamped in its time base, and leaves it blank.
   void write(AVPacket& packet, const AVStream& stream);
 
-  /// Writes what still waits and the trailer.
+  /// Writes queued packets and the trailer.
   void complete();
 
-  /// Closes the file as it stands.
+  /// Closes the file as it is.
   void close();
 
  private:
@@ -69,11 +70,11 @@ class Muxer {
   void limitQueue(int64_t dts, const AVStream& stream);
 
   FirstError& errors_;
-  std::function<bool()> interrupt_;  // outlives the context, which asks it
+  std::function<bool()> interrupt_;  // polled by the context, which it outlives
   OutputContextPtr context_;
   Phase phase_ = Phase::kSettingUp;
   Refusal refusal_ = Refusal::kNone;
-  std::vector<int64_t> newest_;  // for each stream, the newest packet's decoding time, µs
+  std::vector<int64_t> newest_;  // per stream, the latest packet's decoding time, µs
 };
 
 }  // namespace kestrel

@@ -8,29 +8,30 @@
 
 namespace kestrel {
 
-/// What can be told of a coded picture without decoding it, and the few ways in which its bits are
-/// put together: for H.264 and HEVC, whose pictures are rows of units, after start codes or after
-/// their lengths, as the stream's codec data say.
+/// Inspects coded pictures without decoding them, and assembles them. Supports H.264 and HEVC, in
+/// which pictures are sequences of units, after start codes or length fields depending on the codec
+/// data.
 class PictureUnits {
  public:
   /// `parameters` are the stream's and outlive this.
   explicit PictureUnits(const AVCodecParameters& parameters);
 
-  /// What the stream's codec data mean to a decoder: the form of the units, and the parameter sets.
+  /// The meaning of the stream's codec data to a decoder: the form of the units and the parameter
+  /// sets.
   std::vector<uint8_t> meaning() const;
 
-  /// Whether a key picture begins anew: no picture behind it in the stream refers to one before it.
+  /// True if no picture after this key frame in the stream refers to one before it.
   bool beginsAnew(const AVPacket& key) const;
 
-  /// Whether no other picture refers to this one.
+  /// True if no other picture refers to this one.
   bool isDisposable(const AVPacket& packet) const;
 
-  /// Brings an encoder's packet, whose units follow start codes, into the stream's form; false when
-  /// there is no memory.
+  /// Converts an encoder's packet, with start codes, to the stream's form; false if memory runs
+  /// out.
   bool adopt(AVPacket& packet) const;
 
-  /// Puts the stream's own codec data in front of a packet, for a decoder that has meanwhile been
-  /// given others; false when there is no memory.
+  /// Prepends the stream's codec data to a packet, for a decoder that has received other data in
+  /// the meantime; false if memory runs out.
   bool prependCodecData(AVPacket& packet) const;
 
  private:
@@ -43,7 +44,7 @@ class PictureUnits {
   std::vector<uint8_t> joined(const std::vector<Unit>& units) const;
 
   const AVCodecParameters& parameters_;
-  int lengthSize_ = 0;  // bytes of a unit's length; 0 where start codes separate them
+  int lengthSize_ = 0;  // size of length fields, bytes; 0: start codes
 };
 
 }  // namespace kestrel

@@ -12,50 +12,48 @@
 
 namespace kestrel {
 
-/// The way of one stream into a container without being encoded. What the container wants to know
-/// of the stream comes from the input; its packets pass through here, and come out in the form and
-/// with the time stamps that the container takes.
+/// Copies one stream to a container without encoding it. Describes the stream to the container like
+/// the input's, and passes packets on in the form and with the time stamps that the container
+/// requires.
 class StreamCopier {
  public:
-  /// Describes `output`, a new stream of a container that has not been started, like `input`, whose
-  /// packets will come. Both streams outlive the copier. The output's codec tag stays 0 until
-  /// `settle`.
+  /// Describes `output`, a new stream of a container that has not been started, like `input`. Both
+  /// streams outlive the copier. The output's codec tag stays 0 until `settle`.
   StreamCopier(const AVStream& input, AVStream& output, const AVOutputFormat& container);
 
   AVStream* stream() const { return &output_; }
 
-  /// Why the stream cannot be copied as it should be.
+  /// Why the stream cannot be copied properly.
   const Error& error() const { return hidden_ && hidden_->error() ? hidden_->error() : error_; }
 
-  /// Says that several inputs follow each other, so that what the codec data tell of the first
-  /// one's content is not true of the whole.
+  /// Several inputs will follow each other: removes codec data that only describes the content of
+  /// the first.
   void describeSeveral();
 
-  /// What is settled just before the container's header is written, which may then change the
-  /// stream's time base. The codec tag is the input's where the container understands it as the
-  /// same codec, for some codecs tell their kind by nothing else. Where the container counts in
-  /// pictures, the time base is a picture's duration, or some of a picture's.
+  /// Call just before the container's header is written, which may change the stream's time base.
+  /// Sets the codec tag to the input's if the container uses it for the same codec, because some
+  /// codec variants are only known by their tag. If the container counts pictures, sets the time
+  /// base to the duration of a picture or a fraction of it.
   void settle();
 
-  /// Says that the packets of another input follow, whose stream fits the first one.
+  /// The next packets come from another input with a compatible stream.
   void beginInput(const AVStream& input);
 
-  /// Takes a packet, stamped in the output stream's time base; a negative code when there is no
-  /// memory for it. A packet that cannot be rewritten, because its bits are damaged, is left out
-  /// and counted.
+  /// Takes a packet stamped in the output stream's time base; returns a negative code if memory
+  /// runs out. Packets that are too damaged to be rewritten are dropped and counted.
   int push(PacketPtr packet);
 
-  /// Says that no packet follows: what is held back then leaves. Answers why packets were left out,
-  /// a negative code, where all of them were; otherwise 0.
+  /// Signals that no packet follows; releases what is held back. Returns the negative code of the
+  /// last dropped packet if all packets were dropped, otherwise 0.
   int finish();
 
-  /// How many packets were left out.
+  /// The number of dropped packets.
   int64_t refused() const { return refused_; }
 
-  /// How many pictures were encoded anew, because the container can't hide those that they need.
+  /// The number of pictures re-encoded because the container cannot hide those that they need.
   int64_t encoded() const { return hidden_ ? hidden_->encoded() : 0; }
 
-  /// The next packet that is ready, null when there is none.
+  /// The next packet that is ready; null if there is none.
   PacketPtr pop();
 
  private:
@@ -75,23 +73,22 @@ class StreamCopier {
   const uint32_t tag_;  // the input's
   DecodingTimes decoding_;
   BitstreamFilterPtr filter_;
-  ParametersPtr parameters_;  // of the packets behind the filter
+  ParametersPtr parameters_;  // of the packets after the filter
   std::optional<HiddenPictures> hidden_;
   bool hasShown_ = false;
   std::optional<DisplayTimes> display_;
   std::deque<PacketPtr> ready_;
   int64_t refused_ = 0;
-  int refusal_ = 0;  // why the last one was left out
+  int refusal_ = 0;  // why the last packet was dropped
   bool hasDelivered_ = false;
-  int64_t last_ = AV_NOPTS_VALUE;  // decoding time of the newest packet that was ready
+  int64_t last_ = AV_NOPTS_VALUE;  // decoding time of the latest packet that was ready
   Error error_;
 };
 
-/// Whether a container stores pictures by their order alone, without the times at which they are
-/// shown.
+/// True if a container stores only the order of pictures, without presentation times.
 bool storesOnlyOrder(const AVOutputFormat& container);
 
-/// Whether a container can hold pictures that are decoded and not shown, where they come first.
+/// True if a container can hide pictures at the start of a stream.
 bool hidesFirstPictures(const AVOutputFormat& container);
 
 }  // namespace kestrel

@@ -10,37 +10,36 @@
 
 namespace kestrel {
 
-/// Encodes a stretch of a copied stream of pictures anew, in the stream's own codec and as well as
-/// nobody sees, so that it can do without pictures that lie before it.
+/// Re-encodes a stretch of a copied video stream, in the same codec and without visible loss, so
+/// that it no longer depends on pictures before it.
 ///
-/// Packets go in with the pictures that the stretch needs and those that it shows: the former are
-/// marked as to be discarded. Out come packets of the latter alone, in the order in which they are
-/// shown, the first a key picture, with the codec's data among them and with the decoding times
-/// that the shown packets had.
+/// Takes the packets of the pictures that the stretch needs, marked to be discarded, and of those
+/// that it shows. Returns packets of the latter only, in display order, starting with a key frame,
+/// with the codec data in the packets and the decoding times of the original packets.
 class StretchEncoder {
  public:
-  /// `parameters` are those of the packets that come, `stream` is what they are stamped for; both
-  /// outlive this.
+  /// `parameters` are those of the incoming packets, which are stamped in the time base of
+  /// `stream`; both outlive this.
   StretchEncoder(const AVCodecParameters& parameters, const AVStream& stream)
       : parameters_(parameters), stream_(stream) {}
 
-  /// Whether pictures of a codec can be encoded so that they go on in the midst of a stream.
+  /// True if pictures of a codec can be re-encoded within a stream.
   static bool canEncode(AVCodecID codec);
 
-  /// Decodes a packet and encodes what comes of it; the caller keeps the packet.
+  /// Decodes a packet and encodes the result; the caller keeps the packet.
   void push(const AVPacket& packet);
 
-  /// Says that no packet follows: what is held back then leaves.
+  /// Signals that no packet follows; releases what is held back.
   void finish();
 
-  /// The next packet that is ready, null when there is none.
+  /// The next packet that is ready; null if there is none.
   PacketPtr pop();
 
-  /// Why the stretch could not be encoded.
+  /// Why the stretch could not be re-encoded.
   const Error& error() const { return error_; }
 
  private:
-  /// When a picture is shown and for how long, in the stream's time base.
+  /// When and how long a picture is shown, in the stream's time base.
   struct Shown {
     int64_t time = 0;
     int64_t duration = 0;
@@ -57,7 +56,7 @@ class StretchEncoder {
   const AVStream& stream_;
   CodecContextPtr decoder_;
   CodecContextPtr encoder_;
-  std::multiset<int64_t> decodingTimes_;  // of packets that show something and have not left
+  std::multiset<int64_t> decodingTimes_;  // of visible packets that have not left
   std::deque<Shown> shown_;               // of pictures in the encoder
   int64_t count_ = 0;                     // pictures encoded
   std::deque<PacketPtr> ready_;
