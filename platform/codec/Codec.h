@@ -8,25 +8,24 @@
 
 namespace kestrel {
 
-/// The process-wide lock under which codecs are opened and closed. Nothing that waits for an input
-/// holds it.
-/// Hosts that open codecs of their own beside the engine's rely on it.
+/// The process-wide lock for opening and closing codecs. Nobody waits for input while holding it.
+/// Hosts that open codecs of their own rely on it.
 std::mutex& codecLock();
 
-/// Opens a codec, under the lock: the one place where that is done. Answers the library's code,
-/// negative where it failed.
+/// Opens a codec under the lock; use it instead of the library's function. Returns FFmpeg's code,
+/// negative on failure.
 int openCodec(AVCodecContext& context, const AVCodec* codec, AVDictionary** options = nullptr);
 
 using FrameTaker = std::function<void(FramePtr)>;
 
-/// Feeds an open decoder a packet, null for the end of the input, and hands over every frame that
-/// it has ready then: the one place where packets are sent and frames received. Answers how many
-/// errors came out. They belong to damaged packets, with threads to some sent before, and stand
-/// between the frames, not at their end. `mark`: a number, not 0, that the packet's frames carry.
+/// Sends a packet to an open decoder, null at the end of the input, and passes on all frames that
+/// are then ready; use it for all pictures and sound. Returns the number of errors. They come from
+/// damaged packets, with threads possibly earlier ones, and may occur between frames. `mark` is a
+/// number other than 0 that the packet's frames carry.
 int decodePacket(AVCodecContext& decoder, const AVPacket* packet, const FrameTaker& take,
                  int64_t mark = 0);
 
-/// The mark that a frame carries; of a decoder that hands none on, anything that was never one.
+/// The mark of a frame. If the decoder does not pass marks on, a number that was never used as one.
 int64_t frameMark(const AVFrame& frame);
 
 }  // namespace kestrel
