@@ -24,8 +24,8 @@ class SubtitleLane {
   /// Takes over a packet and leaves it blank.
   void hold(AVPacket& packet);
 
-  /// The next packet that ends before `reached`, the progress of the other streams; null if there
-  /// is none.
+  /// The next packet that ends by `reached`, the progress of the other streams; null if there is
+  /// none. A packet held for 5 s is returned before its end, cut at `likelyEnd`.
   PacketPtr take(int64_t reached);
 
  private:

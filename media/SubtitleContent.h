@@ -42,7 +42,7 @@ std::shared_ptr<const Image> subtitleImageOfBitmap(const AVSubtitleRect& rect, i
 ///
 /// A canvas with square pixels, or as wide as the video, is scaled uniformly; rows that the video
 /// lacks count as cropped, so the distance to the nearer edge, upper or lower, is kept. The canvas
-/// of an older disc is stretched to the video, because its pixels may have any shape.
+/// of an older disc (up to 576 lines) is stretched to the video: its pixels may have any shape.
 std::shared_ptr<const Image> subtitleImageOnVideo(const AVSubtitleRect& rect, const Size& canvas,
                                                   const Size& video);
 

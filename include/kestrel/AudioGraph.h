@@ -123,14 +123,14 @@ class KESTREL_API AudioGraph {
   /// True if the sound is discarded because the wanted device could not be opened.
   bool lacksDevice() const;
 
-  bool open();
-  void close();
+  bool open();   ///< makes the units available; always true
+  void close();  ///< stops the graph and closes the device
   /// False if the graph is not open, no chain of nodes connects an input callback to a single
   /// output, or the formats cannot be converted.
   bool initialize();
-  void uninitialize();
-  bool start();  ///< false unless initialised
-  bool stop();   ///< false unless running
+  void uninitialize();  ///< does nothing while the graph runs
+  bool start();         ///< false unless initialised
+  bool stop();          ///< false unless running
   bool isRunning() const;
 
   /// Discards the sound between input and device before the next samples are made.

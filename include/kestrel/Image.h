@@ -34,7 +34,7 @@ class KESTREL_API Image {
   /// The meaning of the fourth byte of a bitmap's pixels.
   enum class Alpha {
     kStraight,  ///< alpha, not premultiplied
-    kOpaque,    ///< none: the bitmap is opaque, which saves work
+    kOpaque,    ///< unused: the bitmap is opaque, which saves work
   };
 
   /// A bitmap with its lower-left corner at the origin. Null for null.

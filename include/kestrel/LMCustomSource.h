@@ -35,7 +35,7 @@ class KESTREL_API LMCustomSource : public LMMediaSource {
   /// object; null on failure.
   AVIOContext* avio_context() override;
 
-  AVIOContext* io_context() const;
+  AVIOContext* io_context() const;  ///< null before `avio_context`
 
   /// The position of the next read in the virtual file, in bytes.
   int64_t read_offset() const;

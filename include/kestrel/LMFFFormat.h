@@ -55,7 +55,7 @@ struct LMFFMovieFileOutputFormat {
   bool operator==(const LMFFMovieFileOutputFormat&) const = default;
 };
 
-/// A namesake for the functions below, without state or behaviour.
+/// Stands for the functions below; it has no state or behaviour.
 class LMFFFormat {};
 
 /// A value in a record's dictionary form; its type is preserved.

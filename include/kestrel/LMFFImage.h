@@ -27,7 +27,7 @@ class KESTREL_API LMFFImage {
   LMFFImage(const LMFFImage&) = delete;
   LMFFImage& operator=(const LMFFImage&) = delete;
 
-  /// A frame item that borrows `frame`, which must outlive the item's use of it.
+  /// A frame item that borrows `frame`: the caller keeps it alive and frees it.
   static std::shared_ptr<LMFFImage> imageWithFrame(AVFrame* frame);
 
   /// A frame item that frees `frame` on destruction if `owned`.
@@ -55,9 +55,8 @@ class KESTREL_API LMFFImage {
   AVFrame* frame() const;
   void setFrame(AVFrame* frame);
 
-  /// The compressed packet, never null; blank if there is none. Setting it replaces the item's
-  /// reference by one to the data of `packet` (null: a blank packet); holders of the old packet
-  /// keep it.
+  /// The compressed packet, never null; blank if there is none. Setting it makes the item refer to
+  /// the data of `packet` (null: a blank packet); holders of the old packet keep it.
   std::shared_ptr<AVPacket> packet() const;
   void setPacket(const AVPacket* packet);
 

@@ -176,9 +176,8 @@ class KESTREL_API LMFFMedia {
     /// True if there is a picture.
     explicit operator bool() const;
 
-    /// Whether it has begun at a time, and whether it is still shown after that; times count as
-    /// rounded to whole microseconds, so that of two pictures of which one follows the other the
-    /// second begins exactly when the first one no longer lasts.
+    /// True if it begins at or before a time, or lasts beyond it. Times are compared as rounded to
+    /// microseconds: a picture has begun exactly when the previous one no longer lasts.
     bool beginsBy(int64_t time) const;
     bool lastsBeyond(int64_t time) const;
   };

@@ -39,7 +39,7 @@ class KESTREL_API LMFFMediaStream {
   LMFFMediaStream(const LMFFMediaStream&) = delete;
   LMFFMediaStream& operator=(const LMFFMediaStream&) = delete;
 
-  // What the stream is.
+  // Facts.
 
   /// The media of this stream, not owned.
   LMFFMedia* media() const;
@@ -78,7 +78,7 @@ class KESTREL_API LMFFMediaStream {
   /// Resamples from now on to the default layout for `channels` channels.
   void setAudioResampleChannels(int channels);
 
-  // Life.
+  // Opening, closing, seeking.
 
   /// Opens the decoder unless it is open. Streams without a decoder and cover pictures stay closed.
   void open();
@@ -144,7 +144,7 @@ class KESTREL_API LMFFMediaStream {
   /// The number of resampled frames that can be read.
   int32_t outputSamples() const;
 
-  /// Copies `frame` resampled frames to `data`; check `outputSamples` first. Always returns 0.
+  /// Moves `frame` resampled frames to `data`; check `outputSamples` first. Always returns 0.
   int32_t readSample(void* data, int32_t frame);
 
   std::shared_ptr<LMFFAudioResample> resample() const;

@@ -183,7 +183,7 @@ class KESTREL_API LMFFMovie {
   /// Blocks until the queue is empty.
   void flushOperation();
 
-  bool forward();  ///< true
+  bool forward();  ///< always true
 
   // Playback, from any thread. Values out of range are clamped; NaN counts as 1.
 
@@ -251,7 +251,6 @@ class KESTREL_API LMFFMovie {
   // with the next picture. Values are not checked; invalid ones give a black picture or have no
   // effect. Without an effect stream they are 0. `configVideoEffectStream` resets crop and output
   // size.
-  // and output size anew.
 
   Size videoSize() const;  ///< size of the media's picture, pixels
 

@@ -42,7 +42,7 @@ class KESTREL_API Operation {
   mutable std::mutex mutex_;
   std::condition_variable finished_;
   State state_ = State::kReady;
-  std::thread::id executor_;  ///< the thread that runs the work, meanwhile
+  std::thread::id executor_;  ///< while the work runs, its thread
 };
 
 /// An operation that runs a function and then destroys it, so that what it holds is released before

@@ -62,8 +62,8 @@ struct WaveformSettings {
 /// its beginning. Apart from the points, memory use does not depend on the length.
 ///
 /// Opens the source if necessary, reads it to its end and makes its demuxer discard all other
-/// streams. Returns nullopt and sets `error` unless it is null if there is no sound, it cannot be
-/// decoded, the outline would have more than 2^27 points, or the reading is interrupted.
+/// streams. Returns nullopt if there is no sound, it cannot be decoded, its outline would have more
+/// than 2^27 points, or the reading is interrupted; `error`, unless null, tells why.
 KESTREL_API std::optional<Waveform> waveformOfSource(const std::shared_ptr<LMMediaSource>& source,
                                                      const WaveformSettings& settings,
                                                      Error* error = nullptr);
