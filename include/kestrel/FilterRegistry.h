@@ -11,7 +11,7 @@
 
 namespace kestrel {
 
-/// What user interfaces show of a filter.
+/// How user interfaces present a filter.
 struct FilterAttributes {
   std::string displayName;
   std::vector<std::string> categories;

@@ -48,8 +48,8 @@ struct KESTREL_API Rect {
 /// True unless both width and height are above 0.
 KESTREL_API bool isEmpty(const Rect& rect);
 
-/// True if a side lies beyond ±10¹⁵, farther out than any picture reaches, so that the size is not
-/// meaningful as a number.
+/// True if an edge lies beyond ±10¹⁵, where no picture reaches and sizes are no longer usable as
+/// numbers.
 KESTREL_API bool isInfinite(const Rect& rect);
 
 /// The area that both rectangles cover; all zeros if they do not overlap.

@@ -6,8 +6,8 @@
 
 namespace kestrel {
 
-/// A source of bytes implemented by a subclass, which reports the size of a virtual file and reads
-/// from it; the demuxer reads through that.
+/// A source for subclasses that report the size of a virtual file and supply its bytes to the
+/// demuxer.
 ///
 /// A subclass overrides `filesize`, `read`, and `copy` (a second, independent reader of the same
 /// bytes). Reads and seeks happen on the thread that opens or reads the media.

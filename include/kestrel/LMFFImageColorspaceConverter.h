@@ -45,7 +45,7 @@ class KESTREL_API LMFFImageColorspaceConverter {
   LMFFImageColorspaceConverter(const LMFFImageColorspaceConverter&) = delete;
   LMFFImageColorspaceConverter& operator=(const LMFFImageColorspaceConverter&) = delete;
 
-  /// The wanted output. Ignored once the output is no longer empty.
+  /// The wanted output. Setting it does not change an output that is not empty.
   LMFFVideoFormat outputFormat() const;
   void setOutputFormat(const LMFFVideoFormat& format);
 

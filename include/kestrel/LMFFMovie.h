@@ -75,7 +75,7 @@ class KESTREL_API LMFFMovie {
   /// `openSubtitle`; none if nothing failed.
   Error lastError() const;
 
-  LMFFAudioFormat defaultOutputFormat() const;
+  LMFFAudioFormat defaultOutputFormat() const;             ///< `lm_get_default_audio_format`
   void configOutputFormat(const LMFFAudioFormat& format);  ///< has no effect
 
   // Properties.
@@ -187,6 +187,8 @@ class KESTREL_API LMFFMovie {
 
   // Playback, from any thread. Values out of range are clamped; NaN counts as 1.
 
+  /// Plays from the clock's time on, silently if there is no device. Does nothing without a
+  /// playback graph.
   void play();
   /// Both stop the sound at once and keep the position.
   void pause();
@@ -249,8 +251,8 @@ class KESTREL_API LMFFMovie {
 
   // The look: the effect stream's settings. They may be accessed from any thread and take effect
   // with the next picture. Values are not checked; invalid ones give a black picture or have no
-  // effect. Without an effect stream they are 0. `configVideoEffectStream` resets crop and output
-  // size.
+  // effect. Without an effect stream each reads as 0, and `look` as the default record.
+  // `configVideoEffectStream` resets crop and output size.
 
   Size videoSize() const;  ///< size of the media's picture, pixels
 

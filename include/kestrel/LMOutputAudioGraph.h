@@ -76,6 +76,7 @@ class KESTREL_API LMOutputAudioGraph : public LMAudioGraph {
   /// after `clearBuffer`, does not count.
   int64_t underruns() const;
 
+  /// Forwarded to the delegate, if any.
   void decodeMoreAudioDataToAudioOutput();
   void audioOutputForwordSample(double frames);
 

@@ -19,9 +19,9 @@ int openCodec(AVCodecContext& context, const AVCodec* codec, AVDictionary** opti
 using FrameTaker = std::function<void(FramePtr)>;
 
 /// Sends a packet to an open decoder, null at the end of the input, and passes on all frames that
-/// are then ready; use it for all pictures and sound. Returns the number of errors. They come from
-/// damaged packets, with threads possibly earlier ones, and may occur between frames. `mark` is a
-/// number other than 0 that the packet's frames carry.
+/// are then ready; use it for all pictures and sound. Returns the number of errors, which come from
+/// damaged packets (with threads possibly earlier ones); frames may follow them. `mark` is a number
+/// other than 0 that the packet's frames carry.
 int decodePacket(AVCodecContext& decoder, const AVPacket* packet, const FrameTaker& take,
                  int64_t mark = 0);
 
