@@ -28,6 +28,7 @@
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/Streams.h"
+#include "convert/run/LeftOut.h"
 #include "convert/run/PlannedOutput.h"
 
 extern "C" {
@@ -290,6 +291,7 @@ class Conversion::Work {
     const int64_t promised = plan_.end ? 0 : promisedLength(*source_->formatContext());
     Report report{.reached = end.reached,
                   .promised = promised > 0 ? std::optional(promised) : std::nullopt};
+    report.leftOut = leftOutBy(settings_, plan_, *source_);
     judgeDisc(report, settings_, *source_);
     judgeInput(report, settings_.input, promised, end);
     if (const int64_t refused = output_.refusedPackets())

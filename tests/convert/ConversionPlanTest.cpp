@@ -155,5 +155,33 @@ TEST_F(ConversionPlanning, DeinterlacingMayBeChanged) {
   EXPECT_NE(pictures(false, Deinterlacing::kOff), wanted);
 }
 
+TEST_F(ConversionPlanning, WhatStaysBehindIsTold) {
+  const auto leftOut = [&](ConversionSettings given, const char* name, const char* output) {
+    given.input = fixture(name).string();
+    given.output = folder_ / output;
+    given.replaces = true;
+    return Conversion(given).run().leftOut;
+  };
+  const auto leaving = [](const char* name, const std::string& what) {
+    return std::vector{"left out of '" + fixture(name).string() + "': " + what};
+  };
+  const ConversionSettings usual = settings();
+  EXPECT_EQ(leftOut(usual, "av25.mp4", "out.mp4"), std::vector<std::string>{});
+  EXPECT_EQ(leftOut(usual, "av-tracks.mkv", "out.mp4"),
+            leaving("av-tracks.mkv", "1 sound track, 1 subtitle track"));
+  ConversionSettings all = usual;
+  all.audioTracks = TrackChoice::all();
+  all.look.subtitleTrack = TrackChoice{};
+  EXPECT_EQ(leftOut(all, "av-tracks.mkv", "out.mp4"), std::vector<std::string>{});
+  ConversionSettings copy;
+  copy.video = copy.audio = StreamAction::kCopy;
+  EXPECT_EQ(leftOut(copy, "av-rotated.mp4", "out.mov"), std::vector<std::string>{});
+  // ffprobe finds no turn in these two containers.
+  for (const auto& [output, muxer] : {std::pair{"out.mkv", "matroska"}, {"out.ts", "mpegts"}})
+    EXPECT_EQ(leftOut(copy, "av-rotated.mp4", output),
+              leaving("av-rotated.mp4", std::string("the turn of its pictures, which ") + muxer +
+                                            " cannot hold; encoding sets them upright"));
+}
+
 }  // namespace
 }  // namespace kestrel::test

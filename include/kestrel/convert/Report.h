@@ -18,13 +18,14 @@ struct Report {
 
   Outcome outcome = Outcome::kDone;
 
-  /// How much of the input there was, and how much it promised where it told that; microseconds
-  /// after its start.
+  /// Where the input's data ended, and where it had promised to end (absent: it promised nothing);
+  /// microseconds after its start. Conversions, pictures, waveforms and players fill them. Joins
+  /// and compositions have several inputs and leave them at 0 and absent: their findings name each.
   int64_t reached = 0;
   std::optional<int64_t> promised = {};
 
   std::vector<std::string> findings = {};  ///< what was wrong with the input, a sentence each
-  std::vector<std::string> leftOut = {};   ///< what of it is not in the result and why, likewise
+  std::vector<std::string> leftOut = {};   ///< what of it is not in the result, likewise
 
   /// What was encoded anew where packets were to be copied, and why, likewise.
   std::vector<std::string> encoded = {};

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <kestrel/convert/ConversionPlan.h>
+
+#include <string>
+#include <vector>
+
+namespace kestrel {
+
+class LMMediaSource;
+
+/// What of an opened input a conversion leaves behind though nobody said so, a sentence each: its
+/// other streams, and a turn that the container of copied pictures cannot hold.
+std::vector<std::string> leftOutBy(const ConversionSettings& settings, const ConversionPlan& plan,
+                                   const LMMediaSource& input);
+
+}  // namespace kestrel
