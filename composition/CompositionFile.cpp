@@ -182,6 +182,12 @@ int64_t CompositionFile::picturesEncodedToHide() const {
   return count;
 }
 
+int64_t CompositionFile::refusedPackets() const {
+  int64_t count = 0;
+  for (const auto& [index, lane] : lanes_) count += lane.copier.refused();
+  return count;
+}
+
 bool CompositionFile::storesOnlyOrder() const {
   return kestrel::storesOnlyOrder(*muxer_.context()->oformat);
 }

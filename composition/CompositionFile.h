@@ -56,6 +56,9 @@ class CompositionFile {
   /// The number of pictures re-encoded because the container cannot hide others that they need.
   int64_t picturesEncodedToHide() const;
 
+  /// The number of packets too damaged to be rewritten.
+  int64_t refusedPackets() const;
+
   /// Takes over a packet stamped in the stream's time base and leaves it blank; false once
   /// something has failed.
   bool write(AVPacket& packet, int stream);

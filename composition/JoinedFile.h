@@ -26,6 +26,7 @@ class JoinedFile {
   void write(const TrackList& tracks);
 
   int64_t picturesEncodedToHide() const { return file_.picturesEncodedToHide(); }
+  int64_t refusedPackets() const { return file_.refusedPackets(); }
 
   Error error() const { return error_ ? error_ : file_.error(); }
 

@@ -42,6 +42,7 @@ struct LMMovieComposition::State {
   std::function<void(double, int64_t)> progress;
   Guarded<Error> lastError;
   int64_t picturesEncodedToHide = 0;
+  int64_t refusedPackets = 0;
 
   bool isInterrupted() const { return interrupt && interrupt(); }
 
@@ -146,6 +147,7 @@ void LMMovieComposition::exportToFile(const std::string& path) {
     file.finish();
   }
   state_->picturesEncodedToHide = file.picturesEncodedToHide();
+  state_->refusedPackets = file.refusedPackets();
   state_->lastError.set(state.isInterrupted() ? libraryError(AVERROR_EXIT) : file.error());
 }
 
@@ -154,6 +156,7 @@ void LMMovieComposition::joinToFile(const std::string& path) {
   JoinedFile joined(path, state_->interrupt, state_->progress, state_->sound.get());
   joined.write(tracks());
   state_->picturesEncodedToHide = joined.picturesEncodedToHide();
+  state_->refusedPackets = joined.refusedPackets();
   state_->lastError.set(state_->isInterrupted() ? libraryError(AVERROR_EXIT) : joined.error());
 }
 
@@ -174,6 +177,8 @@ void LMMovieComposition::setProgress(std::function<void(double, int64_t)> progre
 }
 
 int64_t LMMovieComposition::picturesEncodedToHide() const { return state_->picturesEncodedToHide; }
+
+int64_t LMMovieComposition::refusedPackets() const { return state_->refusedPackets; }
 
 Error LMMovieComposition::lastError() const { return state_->lastError.get(); }
 

@@ -104,6 +104,7 @@ Report composeTracks(const LMMovieComposition::TrackList& tracks,
     throw Failure::output(settings.output,
                           fmt::format("cannot write '{}': {}", settings.output, error.message));
   Report report = reportOn(tracks);
+  judgePackets(report, "what was composed", composition.refusedPackets());
   tellOfEncoded(report, events, composition.picturesEncodedToHide(), settings.output);
   target.commit();
   return report;

@@ -117,6 +117,7 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
     const auto reached = static_cast<int64_t>(tracks[i]->reached() * 1e6);
     owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
   }
+  judgePackets(report, "what was joined", composition.refusedPackets());
   tellOfEncoded(report, events, composition.picturesEncodedToHide(), settings.output);
   return {};
 }

@@ -97,6 +97,11 @@ void judgeInput(Report& report, const std::string& path, int64_t promised, const
   report.find(fmt::format("'{}' {}", path, finding));
 }
 
+void judgePackets(Report& report, const std::string& name, int64_t refused) {
+  if (refused == 0) return;
+  report.find(fmt::format("{} is damaged: {} of its packets could not be copied", name, refused));
+}
+
 void tellOfEncoded(Report& report, const Events& events, int64_t pictures,
                    const std::string& path) {
   if (pictures == 0) return;

@@ -38,6 +38,9 @@ int64_t promisedLength(const AVFormatContext& input, const AVStream& stream);
 /// damaged.
 void judgeInput(Report& report, const std::string& path, int64_t promised, const InputEnd& end);
 
+/// Adds to a report, where it is not 0, how many packets of `name` could not be copied.
+void judgePackets(Report& report, const std::string& name, int64_t refused);
+
 /// Tells the report and the host, where it is not 0, how many pictures of a file whose packets were
 /// copied had to be encoded anew, because they need others that the input hides.
 void tellOfEncoded(Report& report, const Events& events, int64_t pictures, const std::string& path);

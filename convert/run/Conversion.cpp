@@ -294,9 +294,7 @@ class Conversion::Work {
     report.leftOut = leftOutBy(settings_, plan_, *source_);
     judgeDisc(report, settings_, *source_);
     judgeInput(report, settings_.input, promised, end);
-    if (const int64_t refused = output_.refusedPackets())
-      report.find(fmt::format("'{}' is damaged: {} of its packets could not be copied",
-                              settings_.input, refused));
+    judgePackets(report, fmt::format("'{}'", settings_.input), output_.refusedPackets());
     tellOfEncoded(report, events_, output_.picturesEncodedToHide(), settings_.input);
     return report;
   }

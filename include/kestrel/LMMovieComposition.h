@@ -132,6 +132,9 @@ class KESTREL_API LMMovieComposition {
   /// left out.
   int64_t picturesEncodedToHide() const;
 
+  /// How many packets were too damaged to be rewritten for the container, and are not in the file.
+  int64_t refusedPackets() const;
+
   Error lastError() const;
 
  private:

@@ -1,0 +1,67 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/e2e/FileBytes.h"
+#include "tests/e2e/Kestrel.h"
+#include "tests/support/Ffprobe.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+using testing::HasSubstr;
+
+/// A clip that ends in the middle of a picture, which then has no place behind start codes.
+class DamagedCopy : public testing::Test {
+ protected:
+  DamagedCopy() {
+    const auto whole = folder_ / "whole.mp4";
+    ffmpeg({"-i", fixture("numbered25.mp4").string(), "-c", "copy", "-movflags", "+faststart",
+            whole.string()});
+    const auto probed = ffprobeJson(whole, {"-show_packets", "-select_streams", "v"});
+    const auto& packets = probed["packets"];
+    const auto numberOf = [](const nlohmann::json& packet, const char* key) {
+      return std::stoul(packet[key].get<std::string>());
+    };
+    const size_t end = numberOf(packets[80], "pos") + numberOf(packets[80], "size") / 2;
+    writeBytes(cut_, readBytes(whole).substr(0, end));
+  }
+
+  /// What is left but for the damaged picture.
+  void expectTheRest(const RunResult& result) const {
+    EXPECT_EQ(result.status, 3) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("damaged: 1 of its packets could not be copied"));
+    const auto probed =
+        ffprobeJson(output_, {"-show_packets", "-show_entries", "packet=codec_type"});
+    size_t pictures = 0;
+    size_t sounds = 0;
+    for (const auto& packet : probed["packets"])
+      ++(packet["codec_type"] == "video" ? pictures : sounds);
+    EXPECT_EQ(pictures, 80);
+    EXPECT_GT(sounds, 40);
+    EXPECT_NO_THROW(ffmpeg({"-i", output_.string(), "-f", "null", "-"}));
+  }
+
+  TempDir folder_;
+  const std::filesystem::path cut_ = folder_ / "cut.mp4";
+  const std::filesystem::path output_ = folder_ / "out.ts";
+};
+
+TEST_F(DamagedCopy, OfAConversionCostsThePacket) {
+  expectTheRest(convert(cut_, output_, {"--video-codec", "copy", "--audio-codec", "copy"}));
+}
+
+TEST_F(DamagedCopy, OfAJoinCostsThePacket) {
+  expectTheRest(run({kestrelBinary(), "join", cut_.string(), "-o", output_.string()}));
+}
+
+TEST_F(DamagedCopy, OfACompositionCostsThePacket) {
+  expectTheRest(run({kestrelBinary(), "compose", "-o", output_.string(), cut_.string() + ":0",
+                     cut_.string() + ":1"}));
+}
+
+}  // namespace
+}  // namespace kestrel::test
