@@ -61,9 +61,10 @@ Report reportOn(const LMMovieComposition::TrackList& tracks) {
   Report report;
   for (const auto& track : tracks) {
     const auto reached = static_cast<int64_t>(track->reached() * 1e6);
-    const int64_t promised = promisedLength(*track->source()->formatContext(), *track->avstream());
-    const InputEnd end{reached, track->source()->lastError(), 0};
-    judgeInput(report, track->path(), promised, end);
+    const LMMediaSource& source = *track->source();
+    const IndexSet streams{static_cast<uint32_t>(track->track())};
+    judgeInput(report, track->path(), {source, *source.formatContext(), streams, {}},
+               {reached, source.lastError(), 0});
   }
   return report;
 }

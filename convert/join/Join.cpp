@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <span>
+#include <optional>
 #include <utility>
 
 #include <kestrel/convert/Failure.h>
@@ -116,25 +116,14 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
   for (size_t i = 0; i < tracks.size(); ++i) {
     const auto reached = static_cast<int64_t>(tracks[i]->reached() * 1e6);
     owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
+    // Subtitles may last longer than what they belong to.
+    const AVStream& stream = *owners[i]->outline->streams[tracks[i]->track()];
+    if (stream.codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)
+      owners[i]->read.insert(static_cast<uint32_t>(stream.index));
   }
   judgePackets(report, "what was joined", composition.refusedPackets());
   tellOfEncoded(report, events, composition.picturesEncodedToHide(), settings.output);
   return {};
-}
-
-/// How long a part promises to be, as `promisedLength` of its input. Subtitles, which may last
-/// longer than what they belong to, do not count.
-int64_t lengthPromisedBy(const JoinPart& part) {
-  const AVFormatContext& context = *part.outline;
-  const bool hasSubtitles = std::ranges::any_of(
-      std::span(context.streams, context.nb_streams),
-      [](const AVStream* stream) { return stream->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE; });
-  if (!hasSubtitles) return promisedLength(context);
-  int64_t length = 0;
-  for (const AVStream* stream : part.streams())
-    if (stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)
-      length = std::max(length, promisedLength(context, *stream));
-  return length;
 }
 
 /// What the encoding of parts found nothing in; to find nothing in any of them is a failure.
@@ -151,8 +140,13 @@ void judgeEmptyParts(const std::vector<JoinPart>& parts, Report& report) {
 
 /// Whether the inputs were read to their ends.
 void judgeParts(Report& report, const std::vector<JoinPart>& parts) {
-  for (const JoinPart& part : parts)
-    judgeInput(report, part.input.path, part.isCut ? 0 : lengthPromisedBy(part), part.end);
+  for (const JoinPart& part : parts) {
+    const auto wanted = part.isCut ? std::optional<int64_t>(0) : std::nullopt;
+    judgeInput(report, part.input.path, {*part.source, *part.outline, part.read, wanted}, part.end);
+  }
+  // What one of several inputs had and promised is nothing to say of the whole.
+  report.reached = 0;
+  report.promised.reset();
 }
 
 /// Refuses inputs that can be read only once.
@@ -173,6 +167,7 @@ void prepareEncoding(std::vector<JoinPart>& parts, const Events& events) {
     if (!part.subtitles.empty())
       say(events, fmt::format("left out of '{}': {}", part.input.path, part.subtitleTracks()));
     part.subtitles.clear();
+    part.read = {};
     part.end = {};
   }
 }

@@ -233,6 +233,7 @@ class JoinEncoder {
         true);
     encoding_.finish();  // it may still read the part's pictures
     if (failure) std::rethrow_exception(failure);
+    if (hasPictures_ && part.video) part.read.insert(*part.video);
     part.end = pictures.inputEnd();
     takeChapters(part, start, begin);
   }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <kestrel/IndexSet.h>
 #include <kestrel/convert/Join.h>
 #include "convert/probe/InputEnd.h"
 
@@ -26,7 +27,8 @@ struct JoinPart {
   std::optional<uint32_t> video;    ///< container index of the pictures
   std::vector<uint32_t> audios;     ///< container indexes of the sound tracks
   std::vector<uint32_t> subtitles;  ///< the same of subtitles that are copied along
-  InputEnd end = {};                ///< how far it was read by the join
+  IndexSet read = {};               ///< container indexes of what the join has read of it
+  InputEnd end = {};                ///< and how far
   bool isCut = false;               ///< it was not to be read to its end
 
   /// Closes the source unless it can be read only once.

@@ -70,13 +70,15 @@ void JoinSounds::endInput() {
 void JoinSounds::beginInput(size_t input, int64_t begin, int64_t start, bool follows) {
   settle();
   input_ = input;
-  const JoinPart& part = parts_[input];
+  JoinPart& part = parts_[input];
   for (size_t i = 0; i < sounds_.size(); ++i) {
     JoinSound& sound = sounds_[i];
     std::unique_ptr<PartSound> next;
-    if (i < part.audios.size())
+    if (i < part.audios.size()) {
       next = std::make_unique<PartSound>(part, part.audios[i], sound.format(),
                                          follows && followsPictures_);
+      part.read.insert(part.audios[i]);
+    }
     const auto lead = std::llround(static_cast<double>(start) * sound.format().sample_rate / 1e6 /
                                    part.input.rate);
     const int64_t distance = next ? next->begin() - lead : 0;

@@ -19,6 +19,7 @@
 #include "convert/pictures/AutoCrop.h"
 #include "convert/pictures/PictureReader.h"
 #include "convert/probe/Input.h"
+#include "convert/probe/InputEnd.h"
 #include "convert/settings/Require.h"
 
 extern "C" {
@@ -28,9 +29,6 @@ extern "C" {
 namespace kestrel {
 
 namespace {
-
-/// An input whose pictures end this much before the time asked for has ended early, microseconds.
-constexpr int64_t kMissingTolerance = 1000000;
 
 /// The longest side of a picture that can be drawn, pixels.
 constexpr double kLongestSide = 32768;
@@ -73,8 +71,6 @@ class Pictures::Input {
   Report report() const;
 
  private:
-  bool reaches(int64_t time) const;
-
   PicturesSettings settings_;
   std::shared_ptr<LMMediaSource> source_;
   StreamInfo pictures_;
@@ -147,38 +143,13 @@ std::shared_ptr<const BitmapImage> Pictures::Input::pictureAt(int64_t time) {
   return picture;
 }
 
-/// Whether something else of the input, such as sound that goes on with the last picture, is there
-/// at a time or later.
-bool Pictures::Input::reaches(int64_t time) const {
-  if (!source_->isSeekable()) return false;
-  const auto source = openInput(settings_.input, settings_.title, source_->interrupt());
-  IndexSet others;
-  for (unsigned i = 0; i < source->formatContext()->nb_streams; ++i)
-    if (i != pictures_.index) others.insert(i);
-  LMFFMedia media;
-  media.setSource(source);
-  media.setSelectStreams(others);
-  media.open();
-  media.seek(time);
-  const auto isThere = [&] { return media.last_pts() >= source->start_time() + time; };
-  while (!isThere() && media.forwardNextPacket()) {
-  }
-  return isThere();
-}
-
 Report Pictures::Input::report() const {
-  const auto end = reader_ ? reader_->end() : std::nullopt;
-  const auto length = duration();
-  if (!end || !length) return {};
-  const int64_t own = pictures_.duration.value_or(0);
-  const int64_t told = own > 0 ? std::min(own, *length) : *length;
-  const Error error = source_->lastError();
-  const int64_t wanted = std::min(lastAsked_, told) - kMissingTolerance;
-  Report report{.reached = *end, .promised = told};
-  if (!error && (wanted <= *end || reaches(wanted))) return report;
-  report.find(fmt::format("'{}' ended early, at {:.2f} of {:.2f} s{}", settings_.input,
-                          lm_ff_time_to_double(*end), lm_ff_time_to_double(std::max(told, *end)),
-                          error ? ": " + error.message : ""));
+  Report report;
+  const auto reached = reader_ ? reader_->end() : std::nullopt;
+  if (!reached) return report;
+  const IndexSet streams{pictures_.index};
+  judgeInput(report, settings_.input, {*source_, *source_->formatContext(), streams, lastAsked_},
+             {*reached, source_->lastError(), 0});
   return report;
 }
 

@@ -21,6 +21,7 @@
 
 #include "convert/look/Look.h"
 #include "convert/probe/Input.h"
+#include "convert/probe/InputEnd.h"
 #include "convert/probe/Streams.h"
 
 extern "C" {
@@ -28,13 +29,6 @@ extern "C" {
 }
 
 namespace kestrel {
-
-namespace {
-
-/// An input that ends this much before its stated length has ended early, microseconds.
-constexpr int64_t kMissingTolerance = 1000000;
-
-}  // namespace
 
 class Player::Playback {
  public:
@@ -82,18 +76,17 @@ class Player::Playback {
   }
 
   Report report() {
-    movie_.flushOperation();
-    const auto promised = soundEnd();
-    const Error error = source_->lastError();
+    InputEnd end;
+    movie_.decodeImage([&] { end = faultsOf(movie_); }, true);
     const std::lock_guard guard(lock_);
-    Report report{.reached = inputEnd_.value_or(time()), .promised = promised};
+    end.reached = inputEnd_.value_or(time());
+    // After a seek, packets may need others that were not read.
+    if (seeks_ > 0) end.refused = 0;
     // Where the end was not reached, nobody missed anything.
-    const bool isShort = inputEnd_ && promised && *promised - *inputEnd_ > kMissingTolerance;
-    if (!error && !isShort) return report;
-    report.find(fmt::format(
-        "'{}' ended early, at {:.2f}{} s{}", settings_.input, lm_ff_time_to_double(report.reached),
-        duration_ ? fmt::format(" of {:.2f}", lm_ff_time_to_double(*duration_)) : "",
-        error ? ": " + error.message : ""));
+    const auto wanted = inputEnd_ ? std::nullopt : std::optional<int64_t>(0);
+    Report report;
+    judgeInput(report, settings_.input, {*source_, *source_->formatContext(), streams_, wanted},
+               end);
     return report;
   }
 
@@ -119,16 +112,16 @@ class Player::Playback {
 
  private:
   void openMovie() {
-    IndexSet streams = chosenAudios(settings_.audioTracks, *source_);
+    streams_ = chosenAudios(settings_.audioTracks, *source_);
     IndexSet tracks;
-    for (uint32_t track = 0; track < streams.size(); ++track) tracks.insert(track);
+    for (uint32_t track = 0; track < streams_.size(); ++track) tracks.insert(track);
     const auto& video = info_.mainVideo;
     if (settings_.withPictures && !video)
       throw Failure::input(settings_.input, fmt::format("'{}' has no pictures", settings_.input));
     // Without sound it is the pictures that say how long the movie is.
-    if (video && (settings_.withPictures || streams.empty())) streams.insert(*video);
-    if (video) pictures_ = info_.streams[*video].video;
-    if (!streams.empty()) movie_.openMedias(source_->createMediasWithStreams(streams));
+    if (video && (settings_.withPictures || streams_.empty())) streams_.insert(*video);
+    if (settings_.withPictures) pictures_ = info_.streams[*video].video;
+    if (!streams_.empty()) movie_.openMedias(source_->createMediasWithStreams(streams_));
     movie_.setSelectAudioStreams(tracks);
     if (!movie_.hasAudio() && !movie_.hasVideo())
       throw Failure::input(
@@ -169,21 +162,11 @@ class Player::Playback {
     if (!inputEnd_ && seeks == seeks_) inputEnd_ = end;
   }
 
-  /// Where the sound promises to end. Where it says nothing, beside pictures that may be longer,
-  /// nobody knows.
-  std::optional<int64_t> soundEnd() const {
-    int64_t end = 0;
-    for (const auto& media : movie_.medias())
-      for (const auto& stream : media->audios())
-        end = std::max(end, info_.streams[stream->stream()->index].promisedLength);
-    if (end == 0 && !(pictures_ && movie_.hasAudio())) return duration_;
-    return end > 0 ? std::optional(std::min(end, duration_.value_or(end))) : std::nullopt;
-  }
-
   const PlayerSettings settings_;
   const std::shared_ptr<LMMediaSource> source_;
   const MediaInfo info_;
-  std::optional<VideoInfo> pictures_;
+  IndexSet streams_;                   // those that play
+  std::optional<VideoInfo> pictures_;  // where they were asked for
   std::optional<int64_t> duration_;
 
   std::atomic<bool> isLooking_{false};

@@ -9,7 +9,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string_view>
+
+#include "support/FFmpegOwners.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -25,6 +28,12 @@ namespace {
 /// An input that ends this much before its stated length has ended early.
 constexpr int64_t kMissingTolerance = 1000000;
 
+/// By how much lengths in different units may differ.
+constexpr int64_t kRounding = 2000;
+
+/// A subtitle that is seen for longer than this is not found where its end is looked for.
+constexpr int64_t kLongestSubtitle = 60000000;
+
 /// How long the stream of a Matroska file is by its tag, microseconds; 0 without one.
 int64_t taggedLength(const AVStream& stream) {
   const auto* entry = av_dict_get(stream.metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
@@ -32,15 +41,71 @@ int64_t taggedLength(const AVStream& stream) {
   return entry && av_parse_time(&length, entry->value, 1) >= 0 ? length : 0;
 }
 
+/// The family of containers that has a length for each track.
+constexpr std::string_view kMpeg4 = "mov,mp4,m4a,3gp,3g2,mj2";
+constexpr std::string_view kMatroska = "matroska,webm";
+
+bool isFormat(const AVFormatContext& input, std::string_view name) {
+  return input.iformat && input.iformat->name == name;
+}
+
+bool isCover(const AVStream& stream) {
+  return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+}
+
 /// How much of a stream's tagged length may lie before its input's start, microseconds: MPEG-4 and
 /// Matroska files count from 0, whatever their first time stamp is.
 int64_t timeBeforeStart(const AVFormatContext& input) {
-  static constexpr std::string_view kCountFromZero[] = {"mov,mp4,m4a,3gp,3g2,mj2", "matroska,webm"};
-  const bool countsFromZero =
-      input.iformat && std::ranges::count(kCountFromZero, input.iformat->name) > 0;
+  const bool countsFromZero = isFormat(input, kMpeg4) || isFormat(input, kMatroska);
   return countsFromZero && input.start_time != AV_NOPTS_VALUE
              ? std::max<int64_t>(input.start_time, 0)
              : 0;
+}
+
+/// How far a stream goes by what the container tells of itself; none where it tells nothing, and
+/// where the length that the demuxer answers may be the whole input's.
+std::optional<int64_t> ownLength(const AVFormatContext& input, const AVStream& stream) {
+  // What is told from the packets themselves is no promise.
+  if (input.duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return std::nullopt;
+  if (const int64_t tagged = taggedLength(stream))
+    return std::max<int64_t>(tagged - timeBeforeStart(input), 0);
+  if (stream.duration == AV_NOPTS_VALUE || stream.start_time == AV_NOPTS_VALUE) return std::nullopt;
+  const int64_t start = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
+  const int64_t length =
+      av_rescale_q(stream.start_time + stream.duration, stream.time_base, AV_TIME_BASE_Q) - start;
+  const bool isWhole = std::abs(length - promisedLength(input)) <= kRounding;
+  return isWhole && !isFormat(input, kMpeg4) ? std::nullopt : std::optional(length);
+}
+
+/// Whether an input has pictures, sound or subtitles beside some streams.
+bool hasOthers(const AVFormatContext& input, const IndexSet& streams) {
+  for (uint32_t i = 0; i < input.nb_streams; ++i) {
+    const AVMediaType type = input.streams[i]->codecpar->codec_type;
+    const bool isLong =
+        type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO || type == AVMEDIA_TYPE_SUBTITLE;
+    if (isLong && !isCover(*input.streams[i]) && !streams.contains(i)) return true;
+  }
+  return false;
+}
+
+/// Whether others of an input's streams go to a time: then those that were read may have ended
+/// where they do. An input that can be read only once gets the benefit of the doubt.
+bool othersReach(const InputPart& part, int64_t time) {
+  if (part.source.isOpen() && !part.source.isSeekable()) return true;
+  const auto reader = part.source.anotherReader();
+  reader->open();
+  const auto input = reader->sharedContext();
+  if (!input) return false;
+  const int64_t goal = reader->start_time() + time - kMissingTolerance;
+  if (!reader->seekBackward(goal - kLongestSubtitle)) reader->rewind();
+  for (const PacketPtr packet = makePacket(); reader->readPacket(packet.get());
+       av_packet_unref(packet.get())) {
+    const int64_t begin = packet->pts == AV_NOPTS_VALUE ? packet->dts : packet->pts;
+    if (begin == AV_NOPTS_VALUE || part.streams.contains(packet->stream_index)) continue;
+    const AVRational ticks = input->streams[packet->stream_index]->time_base;
+    if (av_rescale_q(begin + packet->duration, ticks, AV_TIME_BASE_Q) >= goal) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -67,19 +132,19 @@ int64_t promisedLength(const AVFormatContext& input) {
   return std::max<int64_t>(input.duration, 0);
 }
 
-int64_t promisedLength(const AVFormatContext& input, const AVStream& stream) {
-  // What is told from the packets themselves is no promise.
-  const bool isStated = input.duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
-  const int64_t whole = isStated ? promisedLength(input) : 0;
-  if (whole == 0 || (stream.disposition & AV_DISPOSITION_ATTACHED_PIC)) return 0;
-  if (const int64_t tagged = taggedLength(stream))
-    return std::clamp<int64_t>(tagged - timeBeforeStart(input), 0, whole);
-  const int64_t start = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
-  if (stream.duration != AV_NOPTS_VALUE && stream.start_time != AV_NOPTS_VALUE)
-    return std::min(
-        av_rescale_q(stream.start_time + stream.duration, stream.time_base, AV_TIME_BASE_Q) - start,
-        whole);
-  return stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO || input.nb_streams == 1 ? whole : 0;
+PromisedLength promisedLength(const AVFormatContext& input, const IndexSet& streams) {
+  const int64_t whole = promisedLength(input);
+  int64_t own = 0;
+  bool isKnown = true;
+  for (const uint32_t index : streams) {
+    const AVStream& stream = *input.streams[index];
+    if (isCover(stream)) continue;
+    const auto length = ownLength(input, stream);
+    own = std::max(own, std::min(length.value_or(0), whole));
+    isKnown = isKnown && length;
+  }
+  if (isKnown || own == whole) return {own, false};
+  return {whole, hasOthers(input, streams)};
 }
 
 void judgeInput(Report& report, const std::string& path, int64_t promised, const InputEnd& end) {
@@ -95,6 +160,21 @@ void judgeInput(Report& report, const std::string& path, int64_t promised, const
   else
     finding = fmt::format("is damaged: {} of its packets could not be decoded", end.refused);
   report.find(fmt::format("'{}' {}", path, finding));
+}
+
+void judgeInput(Report& report, const std::string& path, const InputPart& part,
+                const InputEnd& end) {
+  PromisedLength promised = promisedLength(part.facts, part.streams);
+  // What goes on with the last picture is other streams'.
+  const int64_t whole = promisedLength(part.facts);
+  if (part.wanted && *part.wanted > promised.time && whole > promised.time)
+    promised = {whole, true};
+  const int64_t wanted = std::min(promised.time, part.wanted.value_or(promised.time));
+  report.reached = end.reached;
+  if (promised.time > 0) report.promised = promised.time;
+  const bool isShort = wanted - end.reached > kMissingTolerance;
+  const bool endedEarly = isShort && !(promised.isOfOthers && othersReach(part, wanted));
+  judgeInput(report, path, endedEarly ? promised.time : 0, end);
 }
 
 void judgePackets(Report& report, const std::string& name, int64_t refused) {

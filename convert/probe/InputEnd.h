@@ -1,18 +1,20 @@
 #pragma once
 
 #include <kestrel/Error.h>
+#include <kestrel/IndexSet.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Report.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 struct AVFormatContext;
-struct AVStream;
 
 namespace kestrel {
 
 class LMFFMovie;
+class LMMediaSource;
 
 /// How far an input was read, and what was wrong with it.
 struct InputEnd {
@@ -27,16 +29,36 @@ struct InputEnd {
 /// What a movie's medias found wrong while they were read.
 InputEnd faultsOf(const LMFFMovie& movie);
 
-/// How long an input promises to be, microseconds; 0 where it does not tell or only estimates.
+/// How far some streams of an input promise to go, microseconds after its start.
+struct PromisedLength {
+  int64_t time = 0;  ///< 0: nothing is promised, or only estimated
+  /// It is told of the input alone, and others of its streams may be what is that long.
+  bool isOfOthers = false;
+};
+
+/// How far an input promises to go by itself; 0 where it does not tell or only estimates.
 int64_t promisedLength(const AVFormatContext& input);
 
-/// The same of one stream: when it ends, counted from the input's start. 0 also where the input's
-/// length may be that of another stream.
-int64_t promisedLength(const AVFormatContext& input, const AVStream& stream);
+/// The same of some of its streams.
+PromisedLength promisedLength(const AVFormatContext& input, const IndexSet& streams);
 
-/// Adds to a report what an input lacks of the length that it promised (0: any), and whether it was
+/// Finds in a report what an input lacks of a length that it promised (0: any), and whether it was
 /// damaged.
 void judgeInput(Report& report, const std::string& path, int64_t promised, const InputEnd& end);
+
+/// What was read of an input.
+struct InputPart {
+  const LMMediaSource& source;    ///< may be closed
+  const AVFormatContext& facts;   ///< what the source told when it was open
+  const IndexSet& streams;        ///< those that were read
+  std::optional<int64_t> wanted;  ///< nobody wanted more than up to there; none: all of it
+};
+
+/// The same by what those streams promise. It also tells how far they were read, and how far they
+/// promised to go. Where it may be another stream that is so long, the input is looked at once
+/// more.
+void judgeInput(Report& report, const std::string& path, const InputPart& part,
+                const InputEnd& end);
 
 /// Adds to a report, where it is not 0, how many packets of `name` could not be copied.
 void judgePackets(Report& report, const std::string& name, int64_t refused);

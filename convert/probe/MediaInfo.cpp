@@ -174,7 +174,8 @@ StreamInfo streamInfo(const AVFormatContext& input, const AVStream& stream) {
   info.duration = microseconds(stream.duration, stream.time_base);
   info.disposition = dispositionNames(stream.disposition);
   info.tags = tagsIn(stream.metadata);
-  info.promisedLength = promisedLength(input, stream);
+  const PromisedLength promised = promisedLength(input, IndexSet{info.index});
+  info.promisedLength = promised.isOfOthers ? 0 : promised.time;
   if (info.kind == StreamInfo::Kind::kVideo) info.video = videoInfoOf(stream);
   if (info.kind == StreamInfo::Kind::kAudio) info.audio = audioInfo(codec);
   if (info.kind == StreamInfo::Kind::kSubtitle) {

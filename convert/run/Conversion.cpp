@@ -284,16 +284,26 @@ class Conversion::Work {
     requireOutput(output_, settings_.output);
   }
 
+  IndexSet streamsRead() const {
+    IndexSet streams;
+    if (plan_.video != StreamAction::kNone) streams.insert(*plan_.videoIndex);
+    if (plan_.audio == StreamAction::kNone) return streams;
+    for (const uint32_t track : plan_.audioTracks)
+      streams.insert(*std::next(plan_.audioIndexes.begin(), track));
+    return streams;
+  }
+
   /// Whether the result is all that the input promised, and what is missing.
   Report report() const {
     InputEnd end = faultsOf(movie_);
     end.reached = plan_.start + inputEnd_;
-    const int64_t promised = plan_.end ? 0 : promisedLength(*source_->formatContext());
-    Report report{.reached = end.reached,
-                  .promised = promised > 0 ? std::optional(promised) : std::nullopt};
+    Report report;
     report.leftOut = leftOutBy(settings_, plan_, *source_);
     judgeDisc(report, settings_, *source_);
-    judgeInput(report, settings_.input, promised, end);
+    const IndexSet streams = streamsRead();
+    const auto wanted = plan_.end ? std::optional<int64_t>(0) : std::nullopt;
+    judgeInput(report, settings_.input, {*source_, *source_->formatContext(), streams, wanted},
+               end);
     judgePackets(report, fmt::format("'{}'", settings_.input), output_.refusedPackets());
     tellOfEncoded(report, events_, output_.picturesEncodedToHide(), settings_.input);
     return report;

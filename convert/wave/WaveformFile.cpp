@@ -26,20 +26,18 @@ namespace kestrel {
 
 namespace {
 
-/// How long the chosen sound tracks promise to be together, microseconds.
-int64_t promisedSound(AVFormatContext& context, const std::optional<IndexSet>& tracks) {
-  std::vector<unsigned> audios;
-  for (unsigned i = 0; i < context.nb_streams; ++i)
-    if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) audios.push_back(i);
+/// The container indexes of the chosen sound tracks.
+IndexSet chosenStreams(AVFormatContext& context, const std::optional<IndexSet>& tracks) {
+  IndexSet chosen;
   const int best = av_find_best_stream(&context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-  int64_t promised = 0;
-  for (uint32_t track = 0; track < audios.size(); ++track) {
-    const bool isChosen =
-        tracks ? tracks->contains(track) : audios[track] == static_cast<unsigned>(best);
-    if (isChosen)
-      promised = std::max(promised, promisedLength(context, *context.streams[audios[track]]));
+  uint32_t track = 0;
+  for (uint32_t i = 0; i < context.nb_streams; ++i) {
+    if (context.streams[i]->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+    const bool isChosen = tracks ? tracks->contains(track) : i == static_cast<uint32_t>(best);
+    if (isChosen) chosen.insert(i);
+    ++track;
   }
-  return promised;
+  return chosen;
 }
 
 double lengthOf(const LMMediaSource& source) {
@@ -66,10 +64,9 @@ DrawnWaveform draw(const std::string& path, const std::shared_ptr<LMMediaSource>
   DrawnWaveform drawn{std::move(*waveform), {}};
   end.error = source->lastError();
   end.refused = drawn.waveform.decodeErrors;
-  const int64_t promised = promisedSound(*source->formatContext(), settings.tracks);
-  drawn.report.reached = end.reached;
-  if (promised > 0) drawn.report.promised = promised;
-  judgeInput(drawn.report, path, promised, end);
+  AVFormatContext& facts = *source->formatContext();
+  const IndexSet streams = chosenStreams(facts, settings.tracks);
+  judgeInput(drawn.report, path, {*source, facts, streams, {}}, end);
   return drawn;
 }
 
