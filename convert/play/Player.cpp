@@ -100,17 +100,33 @@ class Player::Playback {
     if (!pictures_ || size.width < 1 || size.height < 1 || isDrawing_.exchange(true)) return;
     movie_.decodeImage(
         [this, size, draw = std::move(draw)]() mutable {
-          draw_ = std::move(draw);
+          const Drawing drawing(*this, std::move(draw));
           if (!(size == pictureSize_)) Look(LookSettings{}, *pictures_).apply(movie_, size);
           pictureSize_ = size;
           movie_.decodeImageAtTime(time(), provider_);
-          draw_ = nullptr;
-          isDrawing_ = false;
         },
         false);
   }
 
  private:
+  /// One picture is being drawn for as long as this lives, whatever the host's `draw` throws.
+  class Drawing {
+   public:
+    Drawing(Playback& playback, std::function<void(const std::shared_ptr<const Image>&)> draw)
+        : playback_(playback) {
+      playback_.draw_ = std::move(draw);
+    }
+    ~Drawing() {
+      playback_.draw_ = nullptr;
+      playback_.isDrawing_ = false;
+    }
+    Drawing(const Drawing&) = delete;
+    Drawing& operator=(const Drawing&) = delete;
+
+   private:
+    Playback& playback_;
+  };
+
   void openMovie() {
     streams_ = chosenAudios(settings_.audioTracks, *source_);
     IndexSet tracks;

@@ -84,7 +84,7 @@ class KESTREL_API Player {
   /// decoded.
   Report report();
 
-  /// The shape of the upright pictures, width / height; 0 without pictures.
+  /// The shape of the upright pictures, width / height; 0 where `withPictures` did not ask for any.
   double displayAspect() const;
 
   /// Has the picture of this moment drawn in a size, whole pixels, and `draw` called with the
