@@ -3,6 +3,7 @@
 #include <chrono>
 #include <thread>
 
+#include "sources/SourceSettings.h"
 #include "support/ReadCallbacks.h"
 
 namespace kestrel {
@@ -30,7 +31,7 @@ LMCustomSource::~LMCustomSource() {
 
 std::shared_ptr<LMMediaSource> LMCustomSource::copy() const {
   auto source = std::make_shared<LMCustomSource>();
-  source->setFullpath(fullpath());
+  copySettings(*this, *source);
   return source;
 }
 

@@ -12,6 +12,7 @@
 
 #include "sources/DemuxerReader.h"
 #include "sources/PipeReader.h"
+#include "sources/SourceSettings.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"
@@ -134,9 +135,8 @@ std::shared_ptr<LMMediaSource> LMMediaSource::mediaWithPath(const std::string& p
 }
 
 std::shared_ptr<LMMediaSource> LMMediaSource::copy() const {
-  auto source = mediaWithPath(fullpath());
-  source->setInputFormat(inputFormat());
-  source->setDemuxerOptions(demuxerOptions());
+  auto source = std::make_shared<LMMediaSource>();
+  copySettings(*this, *source);
   return source;
 }
 

@@ -1,10 +1,12 @@
 #include <kestrel/LMSubtitleSource.h>
 
+#include "sources/SourceSettings.h"
+
 namespace kestrel {
 
 std::shared_ptr<LMMediaSource> LMSubtitleSource::copy() const {
   auto source = std::make_shared<LMSubtitleSource>();
-  source->setFullpath(fullpath());
+  copySettings(*this, *source);
   return source;
 }
 

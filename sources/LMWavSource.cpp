@@ -5,6 +5,8 @@
 #include <bit>
 #include <string_view>
 
+#include "sources/SourceSettings.h"
+
 namespace kestrel {
 
 namespace {
@@ -61,7 +63,7 @@ int32_t clamped(int32_t size, int64_t left) {
 
 std::shared_ptr<LMMediaSource> LMWavSource::copy() const {
   auto source = std::make_shared<LMWavSource>();
-  source->setFullpath(fullpath());
+  copySettings(*this, *source);
   return source;
 }
 

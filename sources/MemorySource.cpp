@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "sources/SourceSettings.h"
+
 namespace kestrel {
 
 MemorySource::MemorySource(Bytes bytes)
@@ -15,9 +17,7 @@ std::shared_ptr<MemorySource> MemorySource::fromText(std::string_view text) {
 
 std::shared_ptr<LMMediaSource> MemorySource::copy() const {
   auto source = std::make_shared<MemorySource>(bytes_);
-  source->setFullpath(fullpath());
-  source->setInputFormat(inputFormat());
-  source->setDemuxerOptions(demuxerOptions());
+  copySettings(*this, *source);
   return source;
 }
 

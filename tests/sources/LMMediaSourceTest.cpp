@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
+#include <kestrel/LMCustomSource.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/LMSubtitleSource.h>
+#include <kestrel/LMWavSource.h>
 #include <kestrel/Log.h>
+#include <kestrel/MemorySource.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -376,6 +379,22 @@ TEST(LMMediaSourceTest, TheDemuxerAndItsOptionsCanBeChosen) {
   const auto copy = source->copy();  // reads the same
   copy->open();
   EXPECT_TRUE(copy->isOpen());
+}
+
+TEST(LMMediaSourceTest, CopiesOfEveryClassOpenInTheSameWay) {
+  const std::vector<std::shared_ptr<LMMediaSource>> sources{
+      std::make_shared<LMMediaSource>(), std::make_shared<LMSubtitleSource>(),
+      std::make_shared<LMCustomSource>(), std::make_shared<LMWavSource>(),
+      std::make_shared<MemorySource>(nullptr)};
+  for (const auto& source : sources) {
+    source->setFullpath("input.raw");
+    source->setInputFormat("rawvideo");
+    source->setDemuxerOptions(kRawOptions);
+    const auto copy = source->copy();
+    EXPECT_EQ(copy->fullpath(), "input.raw");
+    EXPECT_EQ(copy->inputFormat(), "rawvideo");
+    EXPECT_EQ(copy->demuxerOptions(), kRawOptions);
+  }
 }
 
 TEST(LMMediaSourceTest, AnUnknownDemuxerIsAnError) {
