@@ -14,15 +14,11 @@ namespace kestrel::test {
 
 using Arguments = std::vector<std::string>;
 
-/// The program under test.
+/// The program under test: it lies in tools/ of the build folder that has the test's own program in
+/// its tests/.
 inline std::string kestrelBinary() {
-#ifdef KESTREL_BINARY
-  return KESTREL_BINARY;
-#else
-  // It lies in tools/ of the build folder that has this test program in its tests/.
   const auto self = std::filesystem::read_symlink("/proc/self/exe");
   return (self.parent_path().parent_path() / "tools" / "kestrel").string();
-#endif
 }
 
 inline Arguments joined(Arguments first, const Arguments& second) {
