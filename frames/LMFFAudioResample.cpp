@@ -324,6 +324,13 @@ int32_t LMFFAudioResample::outputSamples() const {
   return state_->queue ? av_audio_fifo_size(state_->queue.get()) : 0;
 }
 
+int32_t LMFFAudioResample::heldSamples() const {
+  const std::lock_guard guard(state_->lock);
+  if (!state_->context || state_->isIdentity) return 0;
+  const int64_t held = swr_get_delay(state_->context.get(), outFormat().sample_rate);
+  return static_cast<int32_t>(std::max<int64_t>(held, 0));
+}
+
 void LMFFAudioResample::flush() {
   const std::lock_guard guard(state_->lock);
   if (!state_->context || state_->isIdentity) return;

@@ -1,4 +1,5 @@
 #include <kestrel/Image.h>
+#include <kestrel/LMFFAudioResample.h>
 #include <kestrel/LMFFImage.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
@@ -95,14 +96,16 @@ bool seekContainer(LMMediaSource& source, const LMFFMedia& media, int64_t time) 
          source.rewind();
 }
 
-/// Where the last decoded sound ends, in resampled samples.
+/// Where the last decoded sound that was resampled ends, in resampled samples.
 int64_t decodedSoundEnd(const LMFFMediaStream& stream) {
   const AVFrame& frame = *stream.frame();
   if (frame.pts == AV_NOPTS_VALUE) return 0;
   const AVRational framebase = toAV(stream.framebase());
   const int64_t end =
       av_rescale_q(frame.pts, toAV(stream.timebase()), framebase) + frame.nb_samples;
-  return av_rescale_q(end, framebase, toAV(stream.audioOutputTimebase()));
+  const auto resampler = stream.resample();
+  return av_rescale_q(end, framebase, toAV(stream.audioOutputTimebase())) -
+         (resampler ? resampler->heldSamples() : 0);
 }
 
 }  // namespace

@@ -23,12 +23,15 @@ void holdClock(LMFFMovie& movie) {
 
 AudioFeed::AudioFeed(LMFFMovie& movie) : movie_(movie) {}
 
-std::vector<StreamSound> AudioFeed::currentInputs() const {
-  std::vector<StreamSound> inputs;
+std::vector<StreamSound*> AudioFeed::currentInputs() {
+  std::vector<StreamSound*> inputs;
   for (const auto& media : movie_.audios()) {
     if (!media->isCurrentSynced()) continue;
-    for (const auto& stream : media->audios())
-      inputs.emplace_back(media, stream, readsAlone_ && media->hasVideo());
+    for (const auto& stream : media->audios()) {
+      auto& sound = sounds_.try_emplace(stream, media, stream).first->second;
+      sound.setReadsAlone(readsAlone_ && media->hasVideo());
+      inputs.push_back(&sound);
+    }
   }
   return inputs;
 }
@@ -39,11 +42,11 @@ int32_t AudioFeed::read(float* data, int32_t frames) {
   int32_t wanted = std::min(frames, StreamSound::kMostFrames);
   int32_t waiting = 0;
   bool atEnd = true;
-  auto inputs = currentInputs();
-  for (auto& input : inputs) {
-    wanted = input.align(wanted);
-    waiting = std::max(waiting, input.waitingFrames());
-    atEnd = atEnd && input.isAtEnd();
+  const auto inputs = currentInputs();
+  for (StreamSound* const input : inputs) {
+    wanted = input->align(wanted);
+    waiting = std::max(waiting, input->waitingFrames());
+    atEnd = atEnd && input->isAtEnd();
   }
   // Where nothing is current, something may still come, unless the clock is where all ends.
   const bool mayCome = inputs.empty() && movie_.currentTime() < lastMoment(movie_);
@@ -52,9 +55,10 @@ int32_t AudioFeed::read(float* data, int32_t frames) {
   return wanted;
 }
 
-int32_t AudioFeed::waitingFrames() const {
+int32_t AudioFeed::waitingFrames() {
   int32_t fewest = std::numeric_limits<int32_t>::max();
-  for (const auto& input : currentInputs()) fewest = std::min(fewest, input.waitingFrames());
+  for (const StreamSound* const input : currentInputs())
+    fewest = std::min(fewest, input->waitingFrames());
   return fewest;
 }
 

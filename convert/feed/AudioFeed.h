@@ -3,6 +3,8 @@
 #include <kestrel/LMFFMovie.h>
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <vector>
 
 #include "convert/feed/StreamSound.h"
@@ -23,7 +25,7 @@ class AudioFeed {
   int32_t read(float* data, int32_t frames);
 
   /// How many frames have been read and wait, of the stream that has the fewest.
-  int32_t waitingFrames() const;
+  int32_t waitingFrames();
 
   /// From now on reads past the pictures of a media that has both, which nobody wants any more.
   void readAlone() { readsAlone_ = true; }
@@ -33,10 +35,11 @@ class AudioFeed {
 
  private:
   /// The streams that are mixed.
-  std::vector<StreamSound> currentInputs() const;
+  std::vector<StreamSound*> currentInputs();
 
   LMFFMovie& movie_;
   bool readsAlone_ = false;
+  std::map<std::shared_ptr<LMFFMediaStream>, StreamSound> sounds_;
 };
 
 /// Keeps the movie's clock from running off the end that the container states while the input goes

@@ -39,6 +39,7 @@ void JobQueue::run() {
     auto job = std::move(jobs_.front());
     jobs_.pop_front();
     isRunningJob_ = true;
+    changed_.notify_all();  // there is room
     guard.unlock();
     std::exception_ptr failure;
     try {

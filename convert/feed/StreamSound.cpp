@@ -1,5 +1,6 @@
 #include "convert/feed/StreamSound.h"
 
+#include <kestrel/LMFFAudioResample.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
@@ -22,9 +23,8 @@ size_t channelsOf(const LMFFMediaStream& stream) {
 
 }  // namespace
 
-StreamSound::StreamSound(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
-                         bool readsAlone)
-    : media_(std::move(media)), stream_(std::move(stream)), readsAlone_(readsAlone) {}
+StreamSound::StreamSound(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream)
+    : media_(std::move(media)), stream_(std::move(stream)) {}
 
 /// How many frames lie between the stream's clock and the oldest sound that waits; below 0 when
 /// that sound is late.
@@ -35,34 +35,48 @@ int64_t StreamSound::framesUntilSound() const {
   const int64_t end =
       av_rescale_q(av_rescale_q(frame.pts, toAV(stream_->timebase()), framebase) + frame.nb_samples,
                    framebase, toAV(stream_->audioOutputTimebase()));
-  return end - stream_->outputSamples() - stream_->audio_sync_frame();
+  const auto resampler = stream_->resample();
+  const int32_t held = resampler ? resampler->heldSamples() : 0;
+  return end - held - stream_->outputSamples() - stream_->audio_sync_frame();
 }
 
 /// 10 ms: the jitter of container time stamps.
 int64_t StreamSound::tolerance() const { return stream_->audioOutputFormat().sample_rate / 100; }
 
-void StreamSound::prefetch(int32_t frames) const {
-  int idle = 0;
-  for (int32_t waiting = waitingFrames(); waiting < frames;) {
+/// How much a container's times are rounded: by a tick of its clock, and by what comes of sums.
+int64_t StreamSound::rounding() const {
+  return av_rescale_q_rnd(1, toAV(stream_->timebase()), toAV(stream_->audioOutputTimebase()),
+                          AV_ROUND_UP) +
+         1;
+}
+
+/// Reads until some sound waits.
+void StreamSound::prefetch() const {
+  for (int idle = 0; waitingFrames() == 0;) {
     const bool hasMore = readsAlone_ ? media_->forwardNextPacket() : media_->forwardStream(stream_);
     if (!hasMore) return;
-    const int32_t now = waitingFrames();
-    if (now <= waiting && ++idle > kMostIdleForwards) return;
-    waiting = now;
+    if (++idle > kMostIdleForwards) return;
   }
 }
 
 int32_t StreamSound::align(int32_t frames) {
-  prefetch(frames);
+  prefetch();
   const int64_t distance = framesUntilSound();
-  if (distance < -tolerance()) {
+  const int64_t least = state_ == State::kSounding ? tolerance() : rounding();
+  if (distance < -least) {
     const auto late = static_cast<int32_t>(std::min<int64_t>(-distance, waitingFrames()));
     std::vector<float> dropped(static_cast<size_t>(late) * channelsOf(*stream_));
     stream_->readSample(dropped.data(), late);
-    prefetch(frames);
+    prefetch();
   }
-  if (distance > tolerance()) return static_cast<int32_t>(std::min<int64_t>(distance, frames));
-  return frames;
+  if (distance > (state_ == State::kSilent ? 0 : least)) {
+    state_ = State::kSilent;
+    return static_cast<int32_t>(std::min<int64_t>(distance, frames));
+  }
+  // What comes behind that which waits may lie behind a hole.
+  const int32_t waiting = waitingFrames();
+  if (waiting > 0) state_ = State::kSounding;
+  return waiting > 0 ? std::min(waiting, frames) : frames;
 }
 
 int32_t StreamSound::waitingFrames() const { return stream_->outputSamples(); }
@@ -79,10 +93,10 @@ int32_t StreamSound::read(float* data, int32_t frames) {
 }
 
 int64_t StreamSound::skipSilence() {
-  prefetch(1);
+  prefetch();
   if (waitingFrames() == 0) return 0;
   const int64_t silence = std::max<int64_t>(framesUntilSound(), 0);
-  if (silence <= tolerance()) return silence;
+  if (silence <= rounding()) return silence;
   std::vector<float> scratch(static_cast<size_t>(kMostFrames) * channelsOf(*stream_));
   for (int64_t left = silence; left > 0;) {
     const int32_t got =

@@ -14,17 +14,19 @@ class LMFFMediaStream;
 /// interleaved): silence where the input has a hole, and nothing beyond its end.
 ///
 /// A media places sound to within one request. So requests are cut at the edges of holes, and sound
-/// that comes too late is dropped.
+/// that comes too late is dropped. Sound that begins comes to the sample where it belongs; while it
+/// goes on, the container's times count only where they are off by more than they jitter.
 class StreamSound {
  public:
   static constexpr int32_t kMostFrames = 512;  ///< of a request
 
-  /// `readsAlone`: reads past the pictures of a media that has both.
-  StreamSound(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
-              bool readsAlone = false);
+  StreamSound(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream);
 
-  /// Has up to `frames` frames wait, and drops sound that is late; answers how many may be asked
-  /// for at once.
+  /// Whether it reads past the pictures of a media that has both.
+  void setReadsAlone(bool readsAlone) { readsAlone_ = readsAlone; }
+
+  /// Has some sound wait, where more is to come, and drops what is late; answers how many of
+  /// `frames` frames may be asked for at once.
   int32_t align(int32_t frames);
 
   /// How many frames have been read and wait.
@@ -41,13 +43,17 @@ class StreamSound {
   int64_t skipSilence();
 
  private:
-  void prefetch(int32_t frames) const;
+  enum class State { kFresh, kSilent, kSounding };
+
+  void prefetch() const;
   int64_t framesUntilSound() const;
   int64_t tolerance() const;
+  int64_t rounding() const;
 
   std::shared_ptr<LMFFMedia> media_;
   std::shared_ptr<LMFFMediaStream> stream_;
-  bool readsAlone_;
+  bool readsAlone_ = false;
+  State state_ = State::kFresh;  // what was read last
 };
 
 }  // namespace kestrel

@@ -89,6 +89,10 @@ class KESTREL_API LMFFAudioResample {
   /// The number of queued samples; 0 while closed.
   int32_t outputSamples() const;
 
+  /// The number of samples that what was taken in so far will still make: the rate conversion holds
+  /// them back until more input follows, or `flush`.
+  int32_t heldSamples() const;
+
   /// Signals the end of the input: queues the samples held back by the rate conversion, so that the
   /// total is input × output rate / input rate. Input after that starts a new sequence.
   void flush();

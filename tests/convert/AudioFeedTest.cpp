@@ -1,0 +1,224 @@
+#include "convert/feed/AudioFeed.h"
+
+#include <gmock/gmock.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMMediaSource.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "tests/support/Ffprobe.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/Process.h"
+
+namespace kestrel::test {
+namespace {
+
+using Sound = std::vector<float>;  // stereo, interleaved
+
+constexpr int64_t kRate = 44100;
+
+/// All samples that ffmpeg decodes, one packet behind the other, as they are in stereo.
+Sound decoded(const std::filesystem::path& file) {
+  const RunResult result = run({"ffmpeg", "-v", "error", "-nostdin", "-i", file.string(), "-map",
+                                "0:a:0", "-ac", "2", "-f", "f32le", "-"});
+  if (result.status != 0) throw std::runtime_error(result.err);
+  Sound sound(result.out.size() / sizeof(float));
+  std::memcpy(sound.data(), result.out.data(), sound.size() * sizeof(float));
+  return sound;
+}
+
+/// What is to be heard of a file of 16-bit stereo at the movie's rate, whose clock counts samples:
+/// each packet's samples at their place from the file's start on, silence elsewhere.
+Sound expectedSound(const std::filesystem::path& file) {
+  const auto json = ffprobeJson(
+      file, {"-select_streams", "a:0", "-show_packets", "-show_format", "-show_streams"});
+  EXPECT_EQ(json.at("streams")[0].at("time_base"), "1/44100");
+  const auto begin = static_cast<int64_t>(
+      std::llround(std::stod(json.at("format").at("start_time").get<std::string>()) * kRate));
+  const Sound samples = decoded(file);
+  Sound sound;
+  size_t read = 0;
+  for (const auto& packet : json.at("packets")) {
+    const size_t count = std::stoul(packet.at("size").get<std::string>()) / 2;
+    const auto place = static_cast<size_t>((packet.at("pts").get<int64_t>() - begin) * 2);
+    sound.resize(std::max(sound.size(), place + count));
+    std::copy_n(samples.begin() + static_cast<ptrdiff_t>(read), count,
+                sound.begin() + static_cast<ptrdiff_t>(place));
+    read += count;
+  }
+  EXPECT_EQ(read, samples.size());
+  return sound;
+}
+
+class AudioFeedTest : public testing::Test {
+ protected:
+  /// Sound and pictures have a reader each.
+  void open(const std::filesystem::path& file, int64_t start = 0) {
+    const auto source = LMMediaSource::mediaWithPath(file.string());
+    source->open();
+    show(source->createMedias(), start);
+  }
+
+  /// They share one.
+  void openInOne(const std::filesystem::path& file) {
+    const auto media = std::make_shared<LMFFMedia>();
+    media->setSource(LMMediaSource::mediaWithPath(file.string()));
+    show({media}, 0);
+  }
+
+  /// Reads to the end by requests of that many frames.
+  Sound readAll(int32_t request = 4096) {
+    Sound sound;
+    movie_.decodeImage(
+        [&] {
+          Sound buffer(static_cast<size_t>(request) * 2);
+          while (const int32_t count = feed_.read(buffer.data(), request))
+            sound.insert(sound.end(), buffer.begin(), buffer.begin() + ptrdiff_t{2} * count);
+        },
+        true);
+    return sound;
+  }
+
+  LMFFMovie movie_;
+  AudioFeed feed_{movie_};
+
+ private:
+  void show(const LMFFMovie::MediaList& medias, int64_t start) {
+    movie_.setExportMovie(true);
+    movie_.openMedias(medias);
+    movie_.seek(start);
+    movie_.flushOperation();
+  }
+};
+
+/// Where two sounds differ first, in frames; -1 nowhere.
+int64_t firstDifference(const Sound& a, const Sound& b) {
+  const auto [at, unused] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+  if (at == a.end() && a.size() == b.size()) return -1;
+  return (at - a.begin()) / 2;
+}
+
+TEST_F(AudioFeedTest, GivesEverySampleAsItIs) {
+  for (const char* name : {"pcm-stereo-44100-s16.wav", "pcm-stereo-44100-f32.wav", "chirp.nut"})
+    for (const int32_t request : {4096, 512, 100, 1}) {
+      SCOPED_TRACE(testing::Message() << name << " by " << request);
+      movie_.close();
+      open(fixture(name));
+      const Sound expected = decoded(fixture(name));
+      ASSERT_EQ(firstDifference(readAll(request), expected), -1);
+    }
+}
+
+TEST_F(AudioFeedTest, AHoleIsSilentAndWhatFollowsIsAtItsPlace) {
+  const Sound expected = expectedSound(fixture("chirp-hole.nut"));
+  // There is one: half a second and more.
+  ASSERT_GT(std::ranges::search_n(expected, kRate, 0.0F).size(), 0u);
+  open(fixture("chirp-hole.nut"));
+  EXPECT_EQ(firstDifference(readAll(), expected), -1);
+}
+
+TEST_F(AudioFeedTest, SoundThatBeginsLaterIsPrecededBySilence) {
+  const Sound expected = expectedSound(fixture("chirp-late.nut"));
+  const auto first = std::ranges::find_if(expected, [](float sample) { return sample != 0; });
+  ASSERT_GE(first - expected.begin(), 2 * 7 * kRate / 10);
+  open(fixture("chirp-late.nut"));
+  EXPECT_EQ(firstDifference(readAll(), expected), -1);
+}
+
+/// One stream by itself.
+TEST_F(AudioFeedTest, SilenceBeforeItCanBeLeftOut) {
+  for (const auto& [name, expected] :
+       {std::pair{"chirp-late.nut", 7 * kRate / 10}, {"chirp.nut", 0}}) {
+    SCOPED_TRACE(name);
+    movie_.close();
+    open(fixture(name));
+    const auto media = movie_.audios().front();
+    StreamSound stream(media, media->audioStream());
+    EXPECT_EQ(stream.skipSilence(), expected);
+    Sound sound;
+    Sound buffer(2 * 512);
+    while (const int32_t count = stream.read(buffer.data(), 512))
+      sound.insert(sound.end(), buffer.begin(), buffer.begin() + ptrdiff_t{2} * count);
+    EXPECT_EQ(firstDifference(sound, decoded(fixture(name))), -1);
+  }
+}
+
+// As a conversion does it: the movie is half a second earlier, and that is dropped.
+TEST_F(AudioFeedTest, FromAStartOnItIsExactToTheSample) {
+  for (const char* name : {"chirp.nut", "chirp-hole.nut", "chirp-late.nut"}) {
+    const Sound expected = expectedSound(fixture(name));
+    for (const int64_t start : {100000, 500000, 780000, 1000000, 2350000}) {
+      SCOPED_TRACE(testing::Message() << name << " from " << start);
+      const int64_t preroll = std::min<int64_t>(start, 500000);
+      movie_.close();
+      open(fixture(name), start - preroll);
+      const int64_t dropped = preroll * kRate / 1000000;
+      movie_.decodeImage([&] { feed_.skip(dropped); }, true);
+      const int64_t first = start * kRate / 1000000;
+      const Sound rest(expected.begin() + 2 * first, expected.end());
+      EXPECT_EQ(firstDifference(readAll(), rest), -1);
+    }
+  }
+}
+
+TEST_F(AudioFeedTest, AnotherRateKeepsTheLength) {
+  for (const char* name :
+       {"pcm-mono-8000-s16.wav", "pcm-stereo-48000-s24.wav", "pcm-stereo-96000-s24.wav",
+        "pcm-stereo-192000-f64.wav", "pcm-5.1-48000-s16.wav"}) {
+    SCOPED_TRACE(name);
+    for (const int32_t request : {4096, 10}) {
+      movie_.close();
+      open(fixture(name));
+      const Sound sound = readAll(request);
+      EXPECT_EQ(sound.size(), size_t{2} * 2 * kRate);
+      // The left channel begins with a tone: there is no stretch of silence in it.
+      int64_t silent = 0;
+      for (size_t i = 0; i < sound.size(); i += 2) silent += std::fabs(sound[i]) < 1e-4F;
+      EXPECT_LT(silent, 200);
+    }
+  }
+}
+
+TEST_F(AudioFeedTest, TracksAreAddedWithoutALimit) {
+  open(fixture("loud-tracks.mkv"));
+  const Sound sound = readAll();
+  Sound expected = decoded(fixture("loud-tracks.mkv"));
+  for (float& sample : expected) sample *= 2;
+  EXPECT_EQ(firstDifference(sound, expected), -1);
+  EXPECT_GT(*std::ranges::max_element(sound), 1.5F);
+}
+
+TEST_F(AudioFeedTest, OnceNobodyWantsPicturesItReadsPastThem) {
+  openInOne(fixture("chirp-late.nut"));
+  feed_.readAlone();
+  EXPECT_EQ(firstDifference(readAll(), expectedSound(fixture("chirp-late.nut"))), -1);
+}
+
+TEST_F(AudioFeedTest, TellsHowMuchWaits) {
+  open(fixture("chirp.nut"));
+  movie_.decodeImage(
+      [&] {
+        Sound buffer(2 * 512);
+        ASSERT_EQ(feed_.read(buffer.data(), 512), 512);
+        const int32_t waiting = feed_.waitingFrames();
+        ASSERT_GE(waiting, 0);
+        ASSERT_EQ(feed_.read(buffer.data(), 100), 100);
+        // What waited less what was taken, and whole packets of what was read since.
+        EXPECT_GE(feed_.waitingFrames(), std::max(waiting - 100, 0));
+      },
+      true);
+}
+
+TEST_F(AudioFeedTest, WithoutSoundThereIsSilenceForAsLongAsTheMovie) {
+  open(fixture("video-only.mp4"));
+  Sound buffer(2 * 512, 1);
+  movie_.decodeImage([&] { EXPECT_EQ(feed_.read(buffer.data(), 512), 512); }, true);
+  EXPECT_THAT(buffer, testing::Each(0.0F));
+}
+
+}  // namespace
+}  // namespace kestrel::test
