@@ -234,9 +234,7 @@ JoinPart lookInto(const JoinInput& input, const Interrupt& interrupt) {
   AVFormatContext* context = part.source->formatContext();
   part.outline = outlineOf(*context);
   part.chapters = context->nb_chapters;
-  const int best = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  if (best >= 0 && !(context->streams[best]->disposition & AV_DISPOSITION_ATTACHED_PIC))
-    part.video = static_cast<uint32_t>(best);
+  part.video = mainVideo(*context);
   for (uint32_t i = 0; i < context->nb_streams; ++i) {
     AVStream& stream = *context->streams[i];
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) part.audios.push_back(i);

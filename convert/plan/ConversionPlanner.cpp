@@ -202,7 +202,7 @@ class Planner {
           count == 0 ? std::string("chapters: the input has no chapters")
                      : fmt::format("there is no chapter {}: the input has {}", range.last, count),
           "chapters");
-    const int64_t begin = input_.start_time == AV_NOPTS_VALUE ? 0 : input_.start_time;
+    const int64_t begin = startOf(input_);
     const auto toMovie = [&](int64_t time, const AVChapter& chapter) {
       return std::max<int64_t>(av_rescale_q(time, chapter.time_base, AV_TIME_BASE_Q) - begin, 0);
     };

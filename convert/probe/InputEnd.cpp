@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "convert/probe/Streams.h"
 #include "support/FFmpegOwners.h"
 
 extern "C" {
@@ -57,9 +58,7 @@ bool isCover(const AVStream& stream) {
 /// Matroska files count from 0, whatever their first time stamp is.
 int64_t timeBeforeStart(const AVFormatContext& input) {
   const bool countsFromZero = isFormat(input, kMpeg4) || isFormat(input, kMatroska);
-  return countsFromZero && input.start_time != AV_NOPTS_VALUE
-             ? std::max<int64_t>(input.start_time, 0)
-             : 0;
+  return countsFromZero ? std::max<int64_t>(startOf(input), 0) : 0;
 }
 
 /// How far a stream goes by what the container tells of itself; none where it tells nothing, and
@@ -70,9 +69,9 @@ std::optional<int64_t> ownLength(const AVFormatContext& input, const AVStream& s
   if (const int64_t tagged = taggedLength(stream))
     return std::max<int64_t>(tagged - timeBeforeStart(input), 0);
   if (stream.duration == AV_NOPTS_VALUE || stream.start_time == AV_NOPTS_VALUE) return std::nullopt;
-  const int64_t start = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
   const int64_t length =
-      av_rescale_q(stream.start_time + stream.duration, stream.time_base, AV_TIME_BASE_Q) - start;
+      av_rescale_q(stream.start_time + stream.duration, stream.time_base, AV_TIME_BASE_Q) -
+      startOf(input);
   const bool isWhole = std::abs(length - promisedLength(input)) <= kRounding;
   return isWhole && !isFormat(input, kMpeg4) ? std::nullopt : std::optional(length);
 }

@@ -1,25 +1,12 @@
 #include "convert/probe/InputOutline.h"
 
-#include <algorithm>
-#include <cstdint>
 #include <new>
 
-extern "C" {
-#include <libavformat/avformat.h>
-}
+#include "support/FFmpegCompat.h"
 
 namespace kestrel {
 
 namespace {
-
-void copyRotation(const AVStream& from, AVStream& to) {
-  size_t size = 0;
-  const uint8_t* matrix = av_stream_get_side_data(&from, AV_PKT_DATA_DISPLAYMATRIX, &size);
-  if (!matrix) return;
-  uint8_t* copy = av_stream_new_side_data(&to, AV_PKT_DATA_DISPLAYMATRIX, size);
-  if (!copy) throw std::bad_alloc();
-  std::copy_n(matrix, size, copy);
-}
 
 void addStream(const AVStream& from, AVFormatContext& outline) {
   AVStream* to = avformat_new_stream(&outline, nullptr);
@@ -35,7 +22,7 @@ void addStream(const AVStream& from, AVFormatContext& outline) {
   to->avg_frame_rate = from.avg_frame_rate;
   to->r_frame_rate = from.r_frame_rate;
   av_dict_copy(&to->metadata, from.metadata, 0);
-  copyRotation(from, *to);
+  copyStreamSideData(from, *to);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
+#include "convert/probe/Languages.h"
 #include "convert/probe/Streams.h"
 
 extern "C" {
@@ -166,8 +167,7 @@ StreamInfo streamInfo(const AVFormatContext& input, const AVStream& stream) {
   if (codec.codec_id != AV_CODEC_ID_NONE) info.codec = orEmpty(avcodec_get_name(codec.codec_id));
   info.profile = orEmpty(avcodec_profile_name(codec.codec_id, codec.profile));
   info.tag = tagText(codec.codec_tag);
-  const auto* language = av_dict_get(stream.metadata, "language", nullptr, 0);
-  if (language && std::string_view(language->value) != "und") info.language = language->value;
+  if (const std::string code = languageOf(stream); code != "und") info.language = code;
   if (!info.language.empty()) info.languageName = nameOfLanguage(info.language);
   info.bitRate = ifPositive(codec.bit_rate);
   info.startTime = microseconds(stream.start_time, stream.time_base);

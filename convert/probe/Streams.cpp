@@ -60,6 +60,10 @@ std::optional<uint32_t> mainVideo(const AVFormatContext& input) {
   return static_cast<uint32_t>(best);
 }
 
+int64_t startOf(const AVFormatContext& input) {
+  return input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
+}
+
 Orientation orientationOf(const AVStream& stream) {
   const auto matrixData = streamSideData(stream, AV_PKT_DATA_DISPLAYMATRIX);
   int32_t matrix[9];

@@ -21,6 +21,9 @@ class LMMediaSource;
 /// cover.
 std::optional<uint32_t> mainVideo(const AVFormatContext& input);
 
+/// When an input begins, microseconds in the container's time; 0 where it does not tell.
+int64_t startOf(const AVFormatContext& input);
+
 /// The rate at which a stream's pictures really come: the container's base rate, unless that
 /// counts fields or clock ticks instead of pictures.
 Rational realFrameRate(const AVStream& stream);

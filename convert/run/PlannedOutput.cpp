@@ -6,6 +6,8 @@
 #include <vector>
 
 #include <kestrel/convert/Failure.h>
+#include "convert/probe/Languages.h"
+#include "convert/probe/Streams.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -47,7 +49,7 @@ std::map<std::string, std::string> tagsOf(const AVDictionary* dictionary) {
 std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& input, int64_t start,
                                                      int64_t end) {
   std::vector<LMFFMovieFileOutput::Chapter> chapters;
-  const int64_t begin = input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
+  const int64_t begin = startOf(input);
   for (unsigned i = 0; i < input.nb_chapters; ++i) {
     const AVChapter& chapter = *input.chapters[i];
     const auto toMovie = [&](int64_t time) {
@@ -61,9 +63,9 @@ std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& inpu
 }
 
 std::map<std::string, std::string> languageTag(const AVStream& stream) {
-  const auto* entry = av_dict_get(stream.metadata, "language", nullptr, 0);
-  return entry ? std::map<std::string, std::string>{{"language", entry->value}}
-               : std::map<std::string, std::string>{};
+  const std::string code = languageOf(stream);
+  return code.empty() ? std::map<std::string, std::string>{}
+                      : std::map<std::string, std::string>{{"language", code}};
 }
 
 }  // namespace kestrel

@@ -99,7 +99,10 @@ void expectSameStream(const StreamInfo& stream, const json& probed) {
   EXPECT_EQ(stream.index, probed["index"]);
   EXPECT_EQ(stream.type, textOf(probed, "codec_type"));
   EXPECT_EQ(stream.codec, textOf(probed, "codec_name"));
-  EXPECT_EQ(stream.profile, textOf(probed, "profile"));
+  // ffprobe writes the number of one without a name.
+  const std::string profile = textOf(probed, "profile");
+  const bool isNamed = profile.find_first_not_of("-0123456789") != std::string::npos;
+  EXPECT_EQ(stream.profile, isNamed ? profile : "");
   EXPECT_EQ(stream.startTime, timeOf(probed, "start_time"));
   EXPECT_EQ(stream.duration, timeOf(probed, "duration"));
   EXPECT_EQ(sorted(stream.tags), tagsOf(probed));
@@ -158,14 +161,10 @@ TEST(MediaInfo, AgreesWithFfprobeOnEveryKindOfContainer) {
 }
 
 TEST(MediaInfo, AgreesWithFfprobeOnRealFiles) {
-  for (const char* name :
-       {"phone-hlg-1080p30-hevc10-turned.mov", "hdr10-720p60-prores.mxf",
-        "fire-720p-vfr-h264-aac.mp4", "interlaced-360p25-h264-paff.mp4", "interlaced-480-mpeg2.mpg",
-        "three-subtitles-h264-dts.mkv", "cover-picture.mp3", "prores-4444-alpha.mov",
-        "mpeg4-four-mono-tracks.mxf", "theora-offset.ogv"}) {
-    KESTREL_NEED_MEDIA(name);
-    expectAgreesWithFfprobe(mediaFile(name));
-  }
+  const auto folder = mediaFile("").parent_path();
+  if (!std::filesystem::exists(folder)) GTEST_SKIP() << "no " << folder.string();
+  for (const auto& entry : std::filesystem::directory_iterator(folder))
+    if (entry.path().extension() != ".md") expectAgreesWithFfprobe(entry.path());
 }
 
 /// The one stream of pictures of a file.

@@ -97,12 +97,6 @@ TEST_F(ConvertDefaults, SoundAloneMakesAFileOfSoundAlone) {
   }
 }
 
-TEST_F(ConvertDefaults, MonoStaysMono) {
-  const auto output = folder_ / "out.m4a";
-  ASSERT_TRUE(converts(fixture("pcm-mono-44100-s16.wav"), output));
-  EXPECT_EQ(streamOf(output, "audio")["channels"], 1);
-}
-
 TEST_F(ConvertDefaults, BitRatesSuitTheSize) {
   // By the rule of thumb for H.264 a picture of 360 lines takes some 0.1 to 0.2 bits per pixel:
   // 0.6 to 1.2 Mbit/s.
@@ -178,69 +172,6 @@ TEST_F(ConvertDefaults, NamesRelativeToTheWorkingFolder) {
   const RunResult result = convert("a:b.mp4", "c:d.mp4", {}, {.workingDirectory = folder_.path()});
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(shownNumbers(folder_ / "c:d.mp4"), countingFrom(0, 125));
-}
-
-/// A source of constant rate.
-struct ConstantRate {
-  std::string name;
-  int pictures;
-  Fraction rate;
-};
-
-void PrintTo(const ConstantRate& source, std::ostream* stream) { *stream << source.name; }
-
-class ConvertConstantRate : public testing::TestWithParam<ConstantRate> {
- protected:
-  TempDir folder_;
-};
-
-TEST_P(ConvertConstantRate, EveryPictureArrivesOnceAndTheLastOnesToo) {
-  for (const char* name : {"out.mp4", "out.mkv"}) {
-    const auto output = folder_ / name;
-    ASSERT_TRUE(converts(fixture(GetParam().name), output, {"--video-codec", "h264"}));
-    EXPECT_EQ(shownNumbers(output), countingFrom(0, GetParam().pictures));
-  }
-}
-
-TEST_P(ConvertConstantRate, TheRateIsTheSourcesRationalRate) {
-  const auto output = folder_ / "out.mp4";
-  ASSERT_TRUE(converts(fixture(GetParam().name), output));
-  const auto video = streamOf(output, "video");
-  EXPECT_EQ(fraction(video["r_frame_rate"]), GetParam().rate);
-  EXPECT_EQ(fraction(video["avg_frame_rate"]), GetParam().rate);
-}
-
-TEST_P(ConvertConstantRate, TheSoundIsAsLongAsTheSources) {
-  const auto source = fixture(GetParam().name);
-  const auto sourceRate = std::stod(streamOf(source, "audio")["sample_rate"].get<std::string>());
-  const double expected = static_cast<double>(sampleCount(source)) / sourceRate * 44100;
-  for (const char* name : {"out.mp4", "out.wav"}) {
-    const auto output = folder_ / name;
-    ASSERT_TRUE(converts(source, output));
-    EXPECT_NEAR(static_cast<double>(sampleCount(output)), expected, 1024) << name;
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    , ConvertConstantRate,
-    testing::Values(ConstantRate{"numbered25.mp4", 125, {25, 1}},
-                    ConstantRate{"numbered24000-1001.mp4", 120, {24000, 1001}},
-                    ConstantRate{"numbered30000-1001.mp4", 150, {30000, 1001}},
-                    ConstantRate{"numbered60.mp4", 300, {60, 1}},
-                    ConstantRate{"numbered25.ts", 125, {25, 1}},
-                    ConstantRate{"numbered25.mkv", 125, {25, 1}}),
-    [](const auto& tested) {
-      std::string name = tested.param.name;
-      std::ranges::replace_if(
-          name, [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; }, '_');
-      return name;
-    });
-
-TEST_F(ConvertDefaults, APhonesContainerGetsH264AndAac) {
-  const auto output = folder_ / "out.3gp";
-  ASSERT_TRUE(converts(fixture("av25.mp4"), output));
-  EXPECT_EQ(streamOf(output, "video")["codec_name"], "h264");
-  EXPECT_EQ(streamOf(output, "audio")["codec_name"], "aac");
 }
 
 }  // namespace

@@ -123,13 +123,6 @@ TEST(Info, AgreesWithFfprobeOnEveryKindOfContainer) {
     expectAgreesWithFfprobe(fixture(name));
 }
 
-TEST(Info, AgreesWithFfprobeOnRealFiles) {
-  const auto folder = mediaFile("").parent_path();
-  if (!std::filesystem::exists(folder)) GTEST_SKIP() << "no " << folder.string();
-  for (const auto& entry : std::filesystem::directory_iterator(folder))
-    if (entry.path().extension() != ".md") expectAgreesWithFfprobe(entry.path());
-}
-
 TEST(Info, KeysThatDoNotApplyAreAbsent) {
   const json document = infoJson(fixture("av25.mp4"));
   const json& video = document["streams"][0];
@@ -152,28 +145,10 @@ TEST(Info, UnknownValuesAreNull) {
   EXPECT_TRUE(document["streams"][0]["tag"].is_null());
 }
 
-TEST(Info, FrameRateIsTheTrueFraction) {
-  const auto rate = [](const char* name) {
-    return infoJson(fixture(name))["streams"][0]["frame_rate"].get<std::string>();
-  };
-  EXPECT_EQ(rate("av25.mp4"), "25/1");
-  EXPECT_EQ(rate("av24000-1001.mp4"), "24000/1001");
-  EXPECT_EQ(rate("av30000-1001.mp4"), "30000/1001");
-  EXPECT_EQ(rate("av60.mp4"), "60/1");
-  EXPECT_EQ(rate("av25.ts"), "25/1");
-}
-
 TEST(Info, ATimeStampUnitIsNoFrameRate) {
   KESTREL_NEED_MEDIA("fire-720p-vfr-h264-aac.mp4");  // ticks of 1/90000 s, 10.5 pictures a second
   EXPECT_EQ(infoJson(mediaFile("fire-720p-vfr-h264-aac.mp4"))["streams"][0]["frame_rate"],
             "750000/71393");
-}
-
-TEST(Info, CoverPicturesHaveNoFrameRate) {
-  KESTREL_NEED_MEDIA("cover-picture.mp3");
-  const json cover = infoJson(mediaFile("cover-picture.mp3"))["streams"][1];
-  EXPECT_EQ(cover["disposition"], json{"attached_pic"});
-  EXPECT_FALSE(cover.contains("frame_rate"));
 }
 
 TEST(Info, RotationIsThatOfTheDisplayMatrix) {
