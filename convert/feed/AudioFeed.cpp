@@ -1,6 +1,7 @@
 #include "convert/feed/AudioFeed.h"
 
 #include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
 
 #include <algorithm>
 #include <limits>
@@ -55,10 +56,12 @@ int32_t AudioFeed::read(float* data, int32_t frames) {
   return wanted;
 }
 
-int32_t AudioFeed::waitingFrames() {
+int32_t AudioFeed::waitingFrames() const {
   int32_t fewest = std::numeric_limits<int32_t>::max();
-  for (const StreamSound* const input : currentInputs())
-    fewest = std::min(fewest, input->waitingFrames());
+  for (const auto& media : movie_.audios()) {
+    if (!media->isCurrentSynced()) continue;
+    for (const auto& stream : media->audios()) fewest = std::min(fewest, stream->outputSamples());
+  }
   return fewest;
 }
 

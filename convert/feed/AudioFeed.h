@@ -25,7 +25,7 @@ class AudioFeed {
   int32_t read(float* data, int32_t frames);
 
   /// How many frames have been read and wait, of the stream that has the fewest.
-  int32_t waitingFrames();
+  int32_t waitingFrames() const;
 
   /// From now on reads past the pictures of a media that has both, which nobody wants any more.
   void readAlone() { readsAlone_ = true; }
