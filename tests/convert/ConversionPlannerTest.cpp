@@ -110,7 +110,7 @@ TEST(ConversionPlanner, SizeShapeAndRateAreTheSources) {
     EXPECT_EQ(plan.format.width, row.width);
     EXPECT_EQ(plan.format.height, row.height);
     EXPECT_NEAR(plan.format.aspect, row.aspect, 1e-3);
-    EXPECT_EQ(plan.rate, row.rate);
+    EXPECT_EQ(plan.rate(), row.rate);
     EXPECT_EQ(plan.format.framerate, row.rate.num);
     EXPECT_EQ(plan.format.frameTime, row.rate.den);
   }

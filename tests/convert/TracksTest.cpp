@@ -53,7 +53,7 @@ class TracksTest : public testing::Test {
     ConversionPlan plan;
     plan.start = start;
     plan.end = end;
-    plan.rate = rate;
+    plan.setRate(rate);
     return plan;
   }
 
