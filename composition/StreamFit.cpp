@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <initializer_list>
 #include <memory>
 #include <set>
 
@@ -96,6 +97,42 @@ struct FormatDeleter {
   }
 };
 
+/// Adds a stream of pictures such as every container of its codec takes.
+const AVStream* addPictures(AVFormatContext& context, AVCodecID codec) {
+  AVStream* stream = avformat_new_stream(&context, nullptr);
+  if (!stream) return nullptr;
+  AVCodecParameters& parameters = *stream->codecpar;
+  parameters.codec_type = AVMEDIA_TYPE_VIDEO;
+  parameters.codec_id = codec;
+  parameters.format = AV_PIX_FMT_YUV420P;
+  parameters.width = 720;
+  parameters.height = 576;
+  parameters.bit_rate = 50000000;
+  stream->time_base = {1, 25};
+  stream->avg_frame_rate = stream->r_frame_rate = {25, 1};
+  return stream;
+}
+
+/// Why a container does not accept streams as they are; "" if it does.
+std::string refusalOf(std::initializer_list<const AVStream*> streams,
+                      const AVOutputFormat& format) {
+  if ((format.flags & AVFMT_NOFILE) != 0) return {};
+  AVFormatContext* allocated = nullptr;
+  avformat_alloc_output_context2(&allocated, &format, nullptr, nullptr);
+  const std::unique_ptr<AVFormatContext, FormatDeleter> context(allocated);
+  if (!context || avio_open_dyn_buf(&context->pb) < 0) return "no memory";
+  for (const AVStream* stream : streams) {
+    AVStream* copy = avformat_new_stream(context.get(), nullptr);
+    if (!copy) return "no memory";
+    StreamCopier copier(*stream, *copy, format);
+    if (copier.error()) return copier.error().message;
+    copier.settle();
+  }
+  const LibraryLog log;
+  const int answer = avformat_write_header(context.get(), nullptr);
+  return answer < 0 ? log.explain(answer, format.name).message : std::string();
+}
+
 }  // namespace
 
 std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVStream& second) {
@@ -144,20 +181,16 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
 }
 
 std::string containerRefusal(const AVStream& stream, const std::string& container) {
-  AVFormatContext* allocated = nullptr;
-  const int result =
-      avformat_alloc_output_context2(&allocated, nullptr, container.c_str(), nullptr);
-  if (result < 0) return "unknown container format '" + container + "'";
-  const std::unique_ptr<AVFormatContext, FormatDeleter> context(allocated);
-  if ((context->oformat->flags & AVFMT_NOFILE) != 0) return {};
-  AVStream* copy = avformat_new_stream(context.get(), nullptr);
-  if (!copy || avio_open_dyn_buf(&context->pb) < 0) return "no memory";
-  StreamCopier copier(stream, *copy, *context->oformat);
-  if (copier.error()) return copier.error().message;
-  copier.settle();
-  const LibraryLog log;
-  const int answer = avformat_write_header(context.get(), nullptr);
-  return answer < 0 ? log.explain(answer, container).message : std::string();
+  const AVOutputFormat* format = av_guess_format(container.c_str(), nullptr, nullptr);
+  if (!format) return "unknown container format '" + container + "'";
+  const std::string alone = refusalOf({&stream}, *format);
+  const bool isPicture = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+  if (alone.empty() || isPicture || format->video_codec == AV_CODEC_ID_NONE) return alone;
+  // Studios' containers take sound behind pictures only.
+  const std::unique_ptr<AVFormatContext, FormatDeleter> memory(avformat_alloc_context());
+  const AVStream* pictures = memory ? addPictures(*memory, format->video_codec) : nullptr;
+  if (!pictures) return "no memory";
+  return refusalOf({pictures}, *format).empty() ? refusalOf({pictures, &stream}, *format) : alone;
 }
 
 }  // namespace kestrel

@@ -27,7 +27,8 @@ KESTREL_API std::vector<StreamDifference> streamDifferences(const AVStream& firs
                                                             const AVStream& second);
 
 /// Why a container, given by its short name, does not accept packets of a stream as they are; "" if
-/// it does. Determined by starting a file in memory.
+/// it does. Determined by starting a file in memory, with pictures in front where it takes sound
+/// only behind them.
 KESTREL_API std::string containerRefusal(const AVStream& stream, const std::string& container);
 
 }  // namespace kestrel

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/LMMovieComposition.h>
 #include <kestrel/LMMovieCompositionTrack.h>
@@ -23,6 +23,8 @@ extern "C" {
 
 namespace kestrel::test {
 namespace {
+
+using testing::HasSubstr;
 
 void ffmpeg(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), {"ffmpeg", "-v", "error", "-y"});
@@ -223,6 +225,26 @@ TEST_F(CopiedStreams, AreRefusedByTheMuxerAlone) {
   EXPECT_NE(refusal(fixture("groups-h264.mp4"), "webm"), "");
   EXPECT_NE(refusal(studio, "mp4"), "");
   EXPECT_NE(refusal(studio, "no such container"), "");
+}
+
+// Muxers of studios' containers answer for a sound track only behind pictures.
+TEST_F(CopiedStreams, SoundIsAskedForAsItWillLie) {
+  const auto refusal = [this](const std::vector<std::string>& sound, const std::string& container) {
+    const auto file = folder_ / "sound.wav";
+    std::vector<std::string> arguments{"-f", "lavfi", "-i", "sine=d=0.1"};
+    arguments.insert(arguments.end(), sound.begin(), sound.end());
+    arguments.push_back(file.string());
+    ffmpeg(arguments);
+    const auto source = LMMediaSource::mediaWithPath(file.string());
+    source->open();
+    return containerRefusal(*source->formatContext()->streams[0], container);
+  };
+  EXPECT_EQ(refusal({"-ar", "48000", "-c:a", "pcm_s24le"}, "mxf"), "");
+  EXPECT_THAT(refusal({"-ar", "44100"}, "mxf"), HasSubstr("48khz"));
+  EXPECT_EQ(refusal({"-ar", "48000", "-ac", "2"}, "dv"), "");
+  EXPECT_NE(refusal({"-ar", "48000", "-ac", "2", "-c:a", "pcm_s24le"}, "dv"), "");
+  EXPECT_THAT(refusal({}, "ogg"), HasSubstr("codec id"));  // and nothing of pictures
+  EXPECT_NE(refusal({}, "mp4"), "");
 }
 
 TEST_F(CopiedStreams, KeepTheTagThatTellsTheirKind) {
