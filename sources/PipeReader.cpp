@@ -20,7 +20,8 @@ namespace kestrel {
 
 namespace {
 
-constexpr int kBufferSize = 32 << 10;
+/// What was read last can be sought in: small files with their index at the end can be read, too.
+constexpr int kBufferSize = 1 << 20;
 constexpr int kPatience = 100;  // milliseconds between two questions
 
 bool mayWait(mode_t mode) { return S_ISFIFO(mode) || S_ISSOCK(mode) || S_ISCHR(mode); }

@@ -78,6 +78,23 @@ TEST(LMMediaSourcePipe, InterruptEndsAReadOfAPipeThatStalls) {
   EXPECT_TRUE(isInterrupted);
 }
 
+TEST(LMMediaSourcePipe, ReadsASmallFileWithItsIndexAtTheEnd) {
+  const auto bytes = bytesOf(fixture("av25.mp4"));
+  ASSERT_GT(bytes->size(), 40000u);
+  ASSERT_LT(bytes->size(), 1u << 20);
+  const Pipe pipe;
+  std::jthread writer([&] {
+    const int file = open(pipe.path().c_str(), O_WRONLY);
+    writeAll(file, *bytes, bytes->size());
+    close(file);
+  });
+  const auto source = LMMediaSource::mediaWithPath(pipe.path());
+  source->open();
+  const auto whole = LMMediaSource::mediaWithPath(fixture("av25.mp4").string());
+  whole->open();
+  EXPECT_EQ(packetsOf(*source), packetsOf(*whole));
+}
+
 TEST(LMMediaSourcePipe, GivesAllThatIsWrittenToIt) {
   const auto whole = LMMediaSource::mediaWithPath(fixture("av25.ts").string());
   whole->open();

@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <sstream>
 
 #include "tests/support/Fixture.h"
 #include "tests/support/Hash.h"
@@ -22,21 +24,38 @@ bool liesIn(const fs::path& folder, const std::string& path) {
   return path.starts_with((folder / "").string());
 }
 
+/// A file's size and time, which are others when it has changed; nothing where there is none.
+std::optional<std::string> stateOf(const fs::path& file) {
+  std::error_code error;
+  const auto size = fs::file_size(file, error);
+  const auto time = fs::last_write_time(file, error).time_since_epoch().count();
+  if (error) return std::nullopt;
+  return std::to_string(size) + ' ' + std::to_string(time) + '\n';
+}
+
+/// The state of a program: another version may answer otherwise.
+std::string stateOfProgram(const std::string& name) {
+  std::istringstream folders(std::getenv("PATH"));
+  for (std::string folder; std::getline(folders, folder, ':');)
+    if (const auto state = stateOf(fs::path(folder) / name)) return *state;
+  return "";
+}
+
 /// The command with the state of its files; nothing where it reads a file that may change, or
 /// writes one.
 std::optional<std::string> questionOf(const std::vector<std::string>& command) {
   static const fs::path kClips = mediaFile("");
-  std::string question;
+  std::string question = stateOfProgram(command.front());
   bool asksOfAFile = false;
   for (const std::string& argument : command) {
     question += argument + '\n';
+    if (argument.find(":/") != std::string::npos || argument.find("=/") != std::string::npos)
+      return std::nullopt;  // a file by another name
     if (!argument.starts_with('/')) continue;
     if (!liesIn(fixtureDir(), argument) && !liesIn(kClips, argument)) return std::nullopt;
-    std::error_code error;
-    const auto size = fs::file_size(argument, error);
-    const auto time = fs::last_write_time(argument, error).time_since_epoch().count();
-    if (error) return std::nullopt;
-    question += std::to_string(size) + ' ' + std::to_string(time) + '\n';
+    const auto state = stateOf(argument);
+    if (!state) return std::nullopt;
+    question += *state;
     asksOfAFile = true;
   }
   const bool isAnswered = command.front() == "ffprobe" || command.back() == "-";
