@@ -116,7 +116,7 @@ TEST_F(AudioFeedTest, GivesEverySampleAsItIs) {
 TEST_F(AudioFeedTest, AHoleIsSilentAndWhatFollowsIsAtItsPlace) {
   const Sound expected = expectedSound(fixture("chirp-hole.nut"));
   // There is one: half a second and more.
-  ASSERT_GT(std::ranges::search_n(expected, kRate, 0.0F).size(), 0u);
+  ASSERT_NE(std::search_n(expected.begin(), expected.end(), kRate, 0.0F), expected.end());
   open(fixture("chirp-hole.nut"));
   EXPECT_EQ(firstDifference(readAll(), expected), -1);
 }

@@ -8,7 +8,6 @@
 #include <charconv>
 #include <cmath>
 #include <memory>
-#include <ranges>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -144,9 +143,10 @@ LookSettings settingsOf(const Typed& typed) {
   if (!settings.subtitles.empty() && !typed.subtitleTrack.empty())
     throw wrongUsage("--subtitles and --subtitle-track exclude each other: give one of them");
   const bool hasSubtitles = !settings.subtitles.empty() || !typed.subtitleTrack.empty();
-  for (const Option& option : std::views::reverse(typed.subtitleStyle))
-    if (!hasSubtitles && option.isGiven())
-      throw wrongUsage(fmt::format("{} needs --subtitles or --subtitle-track", option.name()));
+  const auto& style = typed.subtitleStyle;
+  for (auto option = style.rbegin(); option != style.rend(); ++option)
+    if (!hasSubtitles && option->isGiven())
+      throw wrongUsage(fmt::format("{} needs --subtitles or --subtitle-track", option->name()));
   if (!std::isfinite(settings.rotate)) throw wrongUsage("--rotate: the angle must be finite");
   return settings;
 }
