@@ -113,14 +113,13 @@ SoundQueue CompositionFile::queueOf(LMFFAudioResample& converter) {
 
 bool CompositionFile::writeSound(const std::vector<float>& samples, int stream) {
   Sound& sound = sounds_.at(stream);
-  const auto count = static_cast<int32_t>(samples.size()) / sound.channels;
+  const auto count = static_cast<int32_t>(samples.size() / static_cast<size_t>(sound.channels));
   if (count > 0) sound.converter.writeSample(samples.data(), count);
   sound.feed->encode(queueOf(sound.converter));
   return !errors_.get();
 }
 
-void CompositionFile::finishSound(const std::vector<float>& samples, int stream) {
-  if (!writeSound(samples, stream)) return;
+void CompositionFile::finishSound(int stream) {
   Sound& sound = sounds_.at(stream);
   sound.converter.flush();
   sound.feed->finish(queueOf(sound.converter));

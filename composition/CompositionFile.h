@@ -66,8 +66,8 @@ class CompositionFile {
   /// Encodes samples for a stream added by `addSound`; false once something has failed.
   bool writeSound(const std::vector<float>& samples, int stream);
 
-  /// The same with the last samples.
-  void finishSound(const std::vector<float>& samples, int stream);
+  /// Encodes what is held of the samples; none follow.
+  void finishSound(int stream);
 
   /// Writes held packets and the trailer, and closes the file.
   void finish();

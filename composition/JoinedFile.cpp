@@ -274,8 +274,11 @@ void JoinedFile::writeChapters(int64_t end) {
 
 void JoinedFile::finish() {
   if (!writeSubtitles(INT64_MAX)) return;
-  for (size_t i = 0; i < sounds_.size(); ++i)
-    file_.finishSound(sound_->rest(i, std::max<int64_t>(reached_, 0)), sounds_[i]);
+  const int64_t end = std::max<int64_t>(reached_, 0);
+  for (size_t i = 0; i < sounds_.size(); ++i) {
+    if (!writeSound(i, [&] { return sound_->rest(i, end); })) return;
+    file_.finishSound(sounds_[i]);
+  }
   writeChapters(std::ranges::max_element(lanes_, {}, &Lane::end)->end);
   file_.finish();
 }
@@ -342,7 +345,17 @@ bool JoinedFile::goOnWithSound() {
 /// Encodes the sound of the time up to `reached`.
 bool JoinedFile::writeSound(int64_t reached) {
   for (size_t i = 0; reached > 0 && i < sounds_.size(); ++i)
-    if (!file_.writeSound(sound_->read(i, reached), sounds_[i])) return false;
+    if (!writeSound(i, [&] { return sound_->read(i, reached); })) return false;
+  return true;
+}
+
+/// Encodes what is read of a track, a part at a time, until there is no more.
+bool JoinedFile::writeSound(size_t track, const std::function<std::vector<float>()>& read) {
+  while (!(interrupt_ && interrupt_())) {
+    const std::vector<float> samples = read();
+    if (samples.empty()) return true;
+    if (!file_.writeSound(samples, sounds_[track])) return false;
+  }
   return true;
 }
 

@@ -64,6 +64,7 @@ class JoinedFile {
   void writeChapters(int64_t end);
   void finish();
   bool writeSound(int64_t reached);
+  bool writeSound(size_t track, const std::function<std::vector<float>()>& read);
   bool goOnWithSound();
   bool writeSubtitles(int64_t reached);
   int64_t firstShown(LMMovieCompositionTrack& track);

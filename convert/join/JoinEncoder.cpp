@@ -137,7 +137,7 @@ class JoinEncoder {
     for (size_t i = 0; i < parts_.size() && !events_.isInterrupted(); ++i) writePart(i);
     if (events_.isInterrupted()) return;
     for (size_t i = 0; i < tracks_.size(); ++i) {
-      pushSound(i, sounds_.rest(i, tick_));
+      pushSound(i, [this, i] { return sounds_.rest(i, tick_); });
       push([this, i] { output_.finishAudio(tracks_[i]); });
     }
     encoding_.finish();
@@ -275,7 +275,8 @@ class JoinEncoder {
   /// time.
   void writeTick(const std::shared_ptr<LMFFImage>& picture) {
     ++tick_;
-    for (size_t i = 0; i < tracks_.size(); ++i) pushSound(i, sounds_.read(i, tick_));
+    for (size_t i = 0; i < tracks_.size(); ++i)
+      pushSound(i, [this, i] { return sounds_.read(i, tick_); });
     if (hasPictures_) {
       if (picture)
         push([this, picture] { output_.writeImage(picture); });
@@ -286,13 +287,13 @@ class JoinEncoder {
     if (events_.progress) events_.progress({seconds, length_, hasPictures_ ? tick_ : 0});
   }
 
-  void pushSound(size_t track, std::vector<float> samples) {
-    if (samples.empty()) return;
+  void pushSound(size_t track, const std::function<std::vector<float>()>& read) {
     const int channels = lm_get_channel_layout_nb_channels(sounds_.format(track).channel_layout);
-    push([this, track, channels, samples = std::move(samples)] {
-      output_.writeSample(samples.data(), static_cast<int32_t>(samples.size()) / channels,
-                          tracks_[track]);
-    });
+    for (auto samples = read(); !samples.empty(); samples = read())
+      push([this, track, channels, samples] {
+        output_.writeSample(samples.data(), static_cast<int32_t>(samples.size()) / channels,
+                            tracks_[track]);
+      });
   }
 
   void push(std::function<void()> job) {

@@ -21,7 +21,7 @@ JoinSound::JoinSound(const LMFFAudioFormat& format)
 
 // Pictures have their sound: what lies under them comes first, that of the part before and then
 // that of the new one. Only what neither has is silent.
-void JoinSound::meet(std::unique_ptr<PartSound> part, int64_t seam, int64_t begin) {
+void JoinSound::meet(std::unique_ptr<Part> part, int64_t seam, int64_t begin) {
   ahead(ordinaryOverhang());
   const int64_t end = frames_ + waitingFrames() - seam;
   pause_ = 0;
@@ -34,13 +34,13 @@ void JoinSound::meet(std::unique_ptr<PartSound> part, int64_t seam, int64_t begi
   pause_ = std::max<int64_t>(begin - cut, 0);
 }
 
-void JoinSound::follow(std::unique_ptr<PartSound> part) {
+void JoinSound::follow(std::unique_ptr<Part> part) {
   ahead(ordinaryOverhang());
   pause_ = 0;
   part_ = std::move(part);
 }
 
-void JoinSound::begin(std::unique_ptr<PartSound> part, int64_t seam, int64_t begin) {
+void JoinSound::begin(std::unique_ptr<Part> part, int64_t seam, int64_t begin) {
   part_ = std::move(part);
   waiting_.clear();
   pause_ = std::max<int64_t>(seam - frames_, 0) + std::max<int64_t>(begin, 0);
@@ -58,24 +58,26 @@ void JoinSound::drop(int64_t frames) {
   }
 }
 
-int32_t JoinSound::ahead(int32_t most) {
+int64_t JoinSound::ahead(int64_t most) {
   std::vector<float> block(static_cast<size_t>(kBlock * channels_));
   while (waitingFrames() < most && (pause_ > 0 || part_)) {
-    const auto pause = static_cast<int32_t>(std::min<int64_t>(pause_, kBlock));
+    const auto wanted = static_cast<int32_t>(std::min<int64_t>(most - waitingFrames(), kBlock));
+    const auto pause = static_cast<int32_t>(std::min<int64_t>(pause_, wanted));
     pause_ -= pause;
     if (pause > 0) std::ranges::fill(block, 0.F);
-    const int32_t got = pause > 0 ? pause : part_->read(block.data(), kBlock);
+    const int32_t got = pause > 0 ? pause : part_->read(block.data(), wanted);
     if (got == 0) break;
     waiting_.insert(waiting_.end(), block.begin(), block.begin() + std::ptrdiff_t{channels_} * got);
   }
-  return static_cast<int32_t>(std::min<int64_t>(waitingFrames(), most));
+  return std::min(waitingFrames(), most);
 }
 
 std::vector<float> JoinSound::take(int64_t end) {
   const int64_t wanted = std::max<int64_t>(end - frames_, 0);
-  const int64_t got = ahead(static_cast<int32_t>(wanted));
-  const int64_t missing = wanted - got;
-  const int64_t silence = part_ ? std::max<int64_t>(missing - ordinaryOverhang(), 0) : missing;
+  const int64_t most = std::min<int64_t>(wanted, format_.sample_rate);
+  const int64_t got = ahead(most);
+  const int64_t maybeComes = part_ ? ordinaryOverhang() : 0;
+  const int64_t silence = std::clamp<int64_t>(wanted - got - maybeComes, 0, most - got);
   const auto last = waiting_.begin() + static_cast<std::ptrdiff_t>(got * channels_);
   std::vector<float> samples(waiting_.begin(), last);
   waiting_.erase(waiting_.begin(), last);
@@ -85,8 +87,9 @@ std::vector<float> JoinSound::take(int64_t end) {
 }
 
 std::vector<float> JoinSound::rest(int64_t end) {
-  ahead(ordinaryOverhang());
+  if (part_) ahead(ordinaryOverhang());
   part_.reset();
+  pause_ = 0;
   return take(std::max(end, frames_ + waitingFrames()));
 }
 

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <kestrel/LMFFFormat.h>
+
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <vector>
 
-#include "convert/join/PartSound.h"
+#include "convert/probe/InputEnd.h"
 
 namespace kestrel {
 
@@ -16,6 +18,18 @@ namespace kestrel {
 /// pictures not yet lost: the next part's sound meets it there.
 class JoinSound {
  public:
+  /// The sound of one part, interleaved float in the format of the whole.
+  class Part {
+   public:
+    virtual ~Part() = default;
+
+    /// Reads up to `frames`; fewer where it pleases, 0 at the end.
+    virtual int32_t read(float* data, int32_t frames) = 0;
+
+    /// How far the input was read, and what was wrong with it.
+    virtual InputEnd inputEnd() const = 0;
+  };
+
   explicit JoinSound(const LMFFAudioFormat& format);
 
   const LMFFAudioFormat& format() const { return format_; }
@@ -25,24 +39,25 @@ class JoinSound {
 
   /// A part begins at `seam`, its sound having `begin` frames to go until it does, or being so far
   /// ahead below 0; null for a part without this track. The sound before it goes on to there.
-  void meet(std::unique_ptr<PartSound> part, int64_t seam, int64_t begin);
+  void meet(std::unique_ptr<Part> part, int64_t seam, int64_t begin);
 
   /// The same where sound follows sound, whatever the pictures do.
-  void follow(std::unique_ptr<PartSound> part);
+  void follow(std::unique_ptr<Part> part);
 
   /// A part begins at `seam`, and what was before is over.
-  void begin(std::unique_ptr<PartSound> part, int64_t seam, int64_t begin);
+  void begin(std::unique_ptr<Part> part, int64_t seam, int64_t begin);
 
   /// The part is over and nothing follows for now.
   void end() { part_.reset(); }
 
   /// How many frames the part goes on for beyond what was handed out, counting up to `most`.
-  int32_t ahead(int32_t most);
+  int64_t ahead(int64_t most);
 
-  /// Hands out the sound up to a time: silence where there is none, unless it may still come.
+  /// Hands out the next sound before a time, up to a second of it, and silence where there is none.
+  /// Empty once all of it was, or where more may still come.
   std::vector<float> take(int64_t end);
 
-  /// Hands out all that is left at the output's end: at least up to `end`.
+  /// The same of all that is left at the output's end: at least up to `end`.
   std::vector<float> rest(int64_t end);
 
   /// How far the part was read.
@@ -58,7 +73,7 @@ class JoinSound {
   // What is to be handed out, in this order:
   std::deque<float> waiting_;  // read and not handed out yet
   int64_t pause_ = 0;          // silence, frames
-  std::unique_ptr<PartSound> part_;
+  std::unique_ptr<Part> part_;
 
   int64_t frames_ = 0;  // handed out
 };

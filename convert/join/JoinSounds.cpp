@@ -7,6 +7,7 @@
 #include <cmath>
 #include <utility>
 
+#include "convert/join/PartSound.h"
 #include "convert/plan/SoundFormat.h"
 #include "convert/probe/Codecs.h"
 #include "convert/run/PlannedOutput.h"
@@ -93,8 +94,8 @@ void JoinSounds::beginInput(size_t input, int64_t begin, int64_t start, bool fol
 
 bool JoinSounds::goesOn(int64_t time) {
   return std::ranges::any_of(sounds_, [time](JoinSound& sound) {
-    const auto frames = static_cast<int32_t>(
-        std::max<int64_t>(av_rescale(time, sound.format().sample_rate, 1000000), 1));
+    const int64_t frames =
+        std::max<int64_t>(av_rescale(time, sound.format().sample_rate, 1000000), 1);
     return sound.ahead(frames) >= frames;
   });
 }

@@ -11,13 +11,13 @@
 
 #include "convert/feed/StreamSound.h"
 #include "convert/join/JoinPlan.h"
-#include "convert/probe/InputEnd.h"
+#include "convert/join/JoinSound.h"
 
 namespace kestrel {
 
 /// One sound track of one part of a join as it plays, at the part's rate and in the format that the
 /// whole join has: interleaved float.
-class PartSound {
+class PartSound : public JoinSound::Part {
  public:
   /// `stream`: its container index. `hasHidden`: begin with the sound that the container has from
   /// before its start and that players leave out.
@@ -27,11 +27,8 @@ class PartSound {
   /// sound. Silence before it is left out.
   int64_t begin() const { return begin_; }
 
-  /// Reads up to `frames`; fewer where it pleases, 0 at the end.
-  int32_t read(float* data, int32_t frames);
-
-  /// How far the input was read, and what was wrong with it.
-  InputEnd inputEnd() const;
+  int32_t read(float* data, int32_t frames) override;
+  InputEnd inputEnd() const override;
 
  private:
   int32_t readAtOwnRate(float* data, int32_t frames);

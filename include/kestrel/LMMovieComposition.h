@@ -39,10 +39,11 @@ class KESTREL_API JoinedSound {
   /// True if the input's sound continues for at least `time` beyond what was read; 0: at all.
   virtual bool goesOn(int64_t time) = 0;
 
-  /// The next samples of a track, up to `end`; fewer if more may still come.
+  /// The next samples of a track before `end`, a second or so of them at most; asked again until
+  /// empty: then all are read, or more may still come.
   virtual std::vector<float> read(size_t track, int64_t end) = 0;
 
-  /// The last samples of a track, at least up to `end`.
+  /// The same of the last samples of a track, at least up to `end`.
   virtual std::vector<float> rest(size_t track, int64_t end) = 0;
 };
 
