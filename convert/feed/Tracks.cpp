@@ -58,6 +58,11 @@ int64_t EncodedVideoTrack::time() const {
   return ended_ || isPast ? kEnded : feed_.time();
 }
 
+int64_t EncodedVideoTrack::end() const {
+  // Where the input did not end, the span did, be it in the middle of a long tick.
+  return stop_ && !ended_ ? std::max(feed_.time(), *stop_) : feed_.time();
+}
+
 Track::Job EncodedVideoTrack::step() {
   const int64_t middle = start_ + feed_.time() + feed_.tickDuration() / 2;
   auto picture = feed_.next();
@@ -167,6 +172,7 @@ Track::Job CopiedTrack::step() {
     const int64_t time = av_rescale_q(stamp, base, kMicroseconds) + item->get_pkt_offset_time();
     if (stop_ && time >= *stop_) {
       ended_ = true;
+      end_ = std::max(end_, *stop_ - start_);  // the input goes on
       return {};
     }
     time_ = std::max(time_, time - start_);

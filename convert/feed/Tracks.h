@@ -40,7 +40,7 @@ class Track {
   virtual Job step() = 0;
 
   /// How much there was, microseconds after the conversion's start: the end of the last piece that
-  /// came from the input.
+  /// came from the input or, where the input goes on behind it, of the span.
   virtual int64_t end() const = 0;
 };
 
@@ -51,7 +51,7 @@ class EncodedVideoTrack : public Track {
                     std::unique_ptr<PictureMaker> maker);
   int64_t time() const override;
   Job step() override;
-  int64_t end() const override { return feed_.time(); }
+  int64_t end() const override;
 
  private:
   VideoFeed feed_;

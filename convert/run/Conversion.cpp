@@ -301,9 +301,11 @@ class Conversion::Work {
     report.leftOut = leftOutBy(settings_, plan_, *source_);
     judgeDisc(report, settings_, *source_);
     const IndexSet streams = streamsRead();
-    const auto wanted = plan_.end ? std::optional<int64_t>(0) : std::nullopt;
-    judgeInput(report, settings_.input, {*source_, *source_->formatContext(), streams, wanted},
-               end);
+    const AVFormatContext& input = *source_->formatContext();
+    // Behind the end of the streams that were read, nothing is missed.
+    std::optional<int64_t> wanted = plan_.end;
+    if (wanted) wanted = std::min(*wanted, promisedLength(input, streams).time);
+    judgeInput(report, settings_.input, {*source_, input, streams, wanted}, end);
     judgePackets(report, fmt::format("'{}'", settings_.input), output_.refusedPackets());
     tellOfEncoded(report, events_, output_.picturesEncodedToHide(), settings_.input);
     return report;

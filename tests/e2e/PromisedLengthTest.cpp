@@ -122,6 +122,13 @@ TEST_P(Truncated, IsTold) {
     EXPECT_TRUE(endsEarly(joined({"convert", part, output, "--force"}, other)));
     EXPECT_TRUE(endsEarly(joined({"convert", part, output, "--force", codec, "copy"}, other)));
     EXPECT_TRUE(endsEarly({"convert", part, output, "--force"}));
+    for (const auto& more : {other, joined(other, {codec, "copy"}), Arguments{}}) {
+      EXPECT_TRUE(endsEarly(joined({"convert", part, output, "--force", "--end", "5.9"}, more)));
+      EXPECT_TRUE(isWhole(joined({"convert", part, output, "--force", "--end", "0.5"}, more)));
+      for (const char* end : {"5.9", "60"})
+        EXPECT_TRUE(
+            isWhole(joined({"convert", clip.string(), output, "--force", "--end", end}, more)));
+    }
     EXPECT_TRUE(endsEarly({"join", part, part, "-o", output, "--force"}));
     if (picturesAreLong)
       EXPECT_TRUE(endsEarly({"thumb", part, clips.result(".png").string(), "--time", "100%"}));
