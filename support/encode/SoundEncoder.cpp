@@ -1,6 +1,7 @@
 #include "support/encode/SoundEncoder.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <utility>
 
@@ -65,12 +66,15 @@ void limitLevel(AVFrame& frame) {
 SoundEncoder::SoundEncoder(StreamEncoder& encoder, FirstError& errors, PacketTaker take)
     : encoder_(encoder), errors_(errors), take_(std::move(take)) {}
 
-/// A whole frame to be filled.
+/// A whole frame to be filled; null, which is noted, without memory for it.
 AVFrame* SoundEncoder::frame() {
   // The encoder may still hold the samples of the frame before.
   const AVCodecContext& context = *encoder_.context();
   if (!frame_ || !av_frame_is_writable(frame_.get())) frame_ = makeSoundFrame(context);
-  if (frame_) frame_->nb_samples = samplesPerFrame(context);
+  if (frame_)
+    frame_->nb_samples = samplesPerFrame(context);
+  else
+    errors_.succeeded(AVERROR(ENOMEM));
   return frame_.get();
 }
 
