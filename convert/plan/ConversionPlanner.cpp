@@ -30,7 +30,7 @@ namespace {
 
 constexpr double kSquareTolerance = 0.01;  // pixels this close to square are square
 constexpr int64_t kEngineRate = 44100;     // the movie's own sound
-constexpr double kWorstQuality = 51;       // of the H.264 and HEVC encoders
+constexpr double kWorstQuantizer = 51;     // of the H.264 and HEVC encoders
 
 struct Shape {
   int width = 0;
@@ -244,7 +244,7 @@ class Planner {
     if (codec == AV_CODEC_ID_H264)
       options["g"] = std::to_string(std::max(1L, std::lround(2 * av_q2d(rate))));
     if (settings_.crf) {
-      if (hasPresets) requireNumber("crf", *settings_.crf, 0, kWorstQuality);
+      if (hasPresets) requireNumber("crf", *settings_.crf, 0, kWorstQuantizer);
       options["crf"] = fmt::format("{}", *settings_.crf);
       options["b"] = "0";
     }
