@@ -13,6 +13,7 @@
 #include <set>
 #include <vector>
 
+#include <kestrel/convert/Failure.h>
 #include "convert/pictures/PictureReader.h"
 #include "convert/probe/Input.h"
 
@@ -231,6 +232,7 @@ std::optional<Area> withoutBars(LMFFMovie& movie) {
         pictures.add(frame->getFrame());
     area = pictures.area();
   }
+  if (isInterrupted(media)) throw Failure::interrupted();
   media.seek(movie.currentTime() - media.movie_position());
   return area;
 }

@@ -13,7 +13,8 @@ namespace kestrel {
 /// where it is not certain that they are bars: it looks at pictures from all over the movie, and
 /// what is picture in any of them stays.
 ///
-/// The movie is read from the first video media; afterwards that is where the clock is.
+/// The movie is read from the first video media; afterwards that is where the clock is. Throws a
+/// `Failure` when the interrupt of what it reads says so.
 std::optional<Area> withoutBars(LMFFMovie& movie);
 
 }  // namespace kestrel

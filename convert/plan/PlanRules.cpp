@@ -27,6 +27,8 @@ class PlanRules {
       : plan_(plan), input_(input), output_(output), container_(container()) {}
 
   void check() const {
+    requireAction("video", plan_.video);
+    requireAction("audio", plan_.audio);
     const bool isEmpty = plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone;
     if (isEmpty) refuse("video", "neither pictures nor sound are to be converted");
     if (plan_.video != StreamAction::kNone) checkVideo();
@@ -58,11 +60,11 @@ class PlanRules {
     requireEncodable(container_, static_cast<AVCodecID>(format.video_codec), output_);
     requireNumber("format.width", format.width, 1, kMost);
     requireNumber("format.height", format.height, 1, kMost);
-    requireNumber("format.framerate", format.framerate, 1, kMost);
-    requireNumber("format.frameTime", format.frameTime, 1, kMost);
+    requireRate("format.framerate", plan_.rate());
     requireNumber("format.video_bitrate", format.video_bitrate, 0, kMost);
     if (format.aspect != 0)
       requireNumber("format.aspect", format.aspect, 0, std::numeric_limits<float>::max());
+    requireDeinterlacing("deinterlacing", plan_.deinterlacing);
     require(plan_.look);
     if (plan_.picture) checkPicture(*plan_.picture, *stream.codecpar);
   }

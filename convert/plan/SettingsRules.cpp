@@ -14,12 +14,6 @@ namespace {
 
 constexpr double kWorstQuality = 63;  // of all encoders that know a constant quality
 
-void requireAction(const std::string& setting, const std::optional<StreamAction>& action) {
-  if (action)
-    requireOneOf(setting, *action,
-                 {StreamAction::kNone, StreamAction::kEncode, StreamAction::kCopy});
-}
-
 /// Refuses what shapes streams that are encoded where they are not.
 void requireSense(const ConversionSettings& s) {
   const auto isEncoded = [](const std::optional<StreamAction>& action) {
@@ -69,13 +63,11 @@ void requireSpan(const ConversionSettings& s) {
 
 void require(const ConversionSettings& s) {
   requireTitle(s.title);
-  requireAction("video", s.video);
-  requireAction("audio", s.audio);
+  whereGiven("video", s.video, requireAction);
+  whereGiven("audio", s.audio, requireAction);
   requireSense(s);
   require(s.look);
-  whereGiven("deinterlacing", s.deinterlacing, [](const std::string& setting, Deinterlacing when) {
-    requireOneOf(setting, when, {Deinterlacing::kOff, Deinterlacing::kAuto, Deinterlacing::kOn});
-  });
+  whereGiven("deinterlacing", s.deinterlacing, requireDeinterlacing);
   whereGiven("width", s.width, requireSide);
   whereGiven("height", s.height, requireSide);
   whereGiven("fps", s.fps, requireRate);

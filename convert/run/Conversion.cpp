@@ -119,26 +119,20 @@ class Conversion::Work {
   }
 
   void openMovie() {
-    IndexSet streams;
-    if (plan_.audio != StreamAction::kNone) streams = plan_.audioIndexes;
-    if (plan_.video != StreamAction::kNone) streams.insert(*plan_.videoIndex);
-    const auto medias = createMedias(streams);
-    if (medias.empty())
-      throw Failure::input(
-          settings_.input,
-          fmt::format("cannot convert '{}': none of its streams can be decoded", settings_.input));
     movie_.setExportMovie(true);
     movie_.setCopy_video_stream(plan_.video == StreamAction::kCopy);
     movie_.setCopy_audio_stream(plan_.audio == StreamAction::kCopy);
     movie_.setVolume(plan_.volume);
-    movie_.openMedias(medias);
-    // A disc's tracks go by other numbers there; only the chosen ones are open anyway.
-    if (!source_->isDVD()) movie_.setSelectAudioStreams(plan_.audioTracks);
+    movie_.openMedias(createMedias(streamsRead()));
+    if (!movie_.hasVideo()) plan_.video = StreamAction::kNone;
+    if (!movie_.hasAudio()) plan_.audio = StreamAction::kNone;
+    if (plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone)
+      throw Failure::input(
+          settings_.input,
+          fmt::format("cannot convert '{}': none of its streams can be decoded", settings_.input));
     for (const auto& media : movie_.videos())
       media->videoStream()->setDeinterlacing(plan_.deinterlacing);
     applyLook();
-    if (!movie_.hasVideo()) plan_.video = StreamAction::kNone;
-    if (!movie_.hasAudio()) plan_.audio = StreamAction::kNone;
     if (movie_.duration() > 0 && plan_.start >= movie_.duration())
       throw Failure::settings(fmt::format("the start lies behind the end of '{}'", settings_.input),
                               "start");

@@ -74,8 +74,16 @@ void requireChoice(const std::string& setting, const TrackChoice& choice) {
     refuse(setting, "no language is named");
 }
 
+void requireAction(const std::string& setting, StreamAction action) {
+  requireOneOf(setting, action, {StreamAction::kNone, StreamAction::kEncode, StreamAction::kCopy});
+}
+
+void requireDeinterlacing(const std::string& setting, Deinterlacing when) {
+  requireOneOf(setting, when, {Deinterlacing::kOff, Deinterlacing::kAuto, Deinterlacing::kOn});
+}
+
 void requireTitle(const std::optional<int>& title) {
-  if (title && *title < 0 && *title != kMainTitle)
+  if (title && *title < 1 && *title != kMainTitle)
     refuse("title", fmt::format("'{}' is neither a number from 1 nor the main one", *title));
 }
 

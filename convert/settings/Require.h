@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/LMFFFormat.h>
+#include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/TrackChoice.h>
 
@@ -39,6 +40,8 @@ void require(const LookSettings& look);
 /// A name of the catalogue, or "".
 void requireEffect(const std::string& effect);
 
+void requireAction(const std::string& setting, StreamAction action);
+void requireDeinterlacing(const std::string& setting, Deinterlacing when);
 void requireTitle(const std::optional<int>& title);
 void requireChoice(const std::string& setting, const TrackChoice& choice);
 void requireNumber(const std::string& setting, double number, double low, double high);

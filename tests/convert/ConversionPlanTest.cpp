@@ -59,9 +59,13 @@ TEST_F(ConversionPlanning, ChangesThatCannotBeCarriedOutAreRefused) {
        [](auto& plan) {
          plan.setRate({0, 0});
        }},
-      {"format.frameTime",
+      {"format.framerate",
        [](auto& plan) {
          plan.setRate({25, -1});
+       }},
+      {"format.framerate",
+       [](auto& plan) {
+         plan.setRate({2'000'000'000, 1});
        }},
       {"format.width", [](auto& plan) { plan.format.width = 0; }},
       {"format.aspect", [](auto& plan) { plan.format.aspect = std::nanf(""); }},
@@ -79,7 +83,13 @@ TEST_F(ConversionPlanning, ChangesThatCannotBeCarriedOutAreRefused) {
        }},
       {"start", [](auto& plan) { plan.start = -1; }},
       {"end", [](auto& plan) { plan.start = *plan.end + 1; }},
-      {"video", [](auto& plan) { plan.video = plan.audio = StreamAction::kNone; }}};
+      {"video", [](auto& plan) { plan.video = plan.audio = StreamAction::kNone; }},
+      {"video",
+       [](auto& plan) {
+         plan.video = static_cast<StreamAction>(7), plan.audio = StreamAction::kNone;
+       }},
+      {"audio", [](auto& plan) { plan.audio = static_cast<StreamAction>(7); }},
+      {"deinterlacing", [](auto& plan) { plan.deinterlacing = static_cast<Deinterlacing>(7); }}};
   for (const auto& [subject, change] : mistakes) {
     Conversion conversion(settings());
     const ConversionPlan plan = conversion.plan();
@@ -120,6 +130,50 @@ TEST_F(ConversionPlanning, TheRateMayBeChanged) {
   EXPECT_EQ(video["avg_frame_rate"], "10/1");
   for (const auto& stream : {video, streamOf(output_, "audio")})
     EXPECT_NEAR(std::stod(stream["duration"].get<std::string>()), 2, 0.05);
+}
+
+TEST_F(ConversionPlanning, TheTracksThatAreMixedMayBeChanged) {
+  // Tones of 440 and 880 Hz, by which tests/fixtures/dvd/make_disc.py tells the tracks apart.
+  const auto loudest = [&](const std::string& band) {
+    const auto told =
+        run({"ffmpeg", "-nostdin", "-i", output_, "-af",
+             "bandpass=f=" + band + ":width_type=h:w=20,volumedetect", "-f", "null", "-"});
+    const size_t at = told.err.find("max_volume: ");
+    return at == std::string::npos ? 0 : std::stod(told.err.substr(at + 12));
+  };
+  ConversionSettings given = settings();
+  given.input = (discFixture("pal") / "disc").string();
+  given.title = 1;
+  given.encoderPreset.clear();
+  given.video = StreamAction::kNone;
+  given.audioTracks = TrackChoice::of({0, 1});
+  Conversion conversion(given);
+  conversion.plan().audioTracks = {1};
+  const Report report = conversion.run();
+  EXPECT_TRUE(report.isWhole());
+  EXPECT_GT(loudest("880"), -30);
+  EXPECT_LT(loudest("440"), -50);
+}
+
+TEST_F(ConversionPlanning, AnInterruptedSearchForBarsPlansNothing) {
+  ConversionSettings given = settings();
+  given.input = fixture("boxed-late.mp4").string();
+  given.look.autoCrop = true;
+  const auto wanted = Conversion(given).plan().picture;
+  ASSERT_TRUE(wanted);
+  int patience = 1;
+  for (bool isPlanned = false; !isPlanned; patience += patience / 4 + 1) {
+    Conversion conversion(given);
+    try {
+      int asked = 0;
+      EXPECT_EQ(conversion.plan({.interrupt = [&] { return ++asked > patience; }}).picture, wanted)
+          << "interrupted after " << patience;
+      isPlanned = true;
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.kind(), Failure::Kind::kInterrupted) << failure.what();
+    }
+  }
+  EXPECT_GT(patience, 20);
 }
 
 TEST_F(ConversionPlanning, VolumeAndTagsMayBeChanged) {

@@ -125,6 +125,7 @@ TEST(Require, OfAConversion) {
       {},
       {
           {"title", [](auto& s) { s.title = -2; }},
+          {"title", [](auto& s) { s.title = 0; }},
           {"video", [](auto& s) { s.video = static_cast<StreamAction>(9); }},
           {"audio", [](auto& s) { s.audio = static_cast<StreamAction>(9); }},
           {"rotate", [](auto& s) { s.look.rotate = kNone; }},

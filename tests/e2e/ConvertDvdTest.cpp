@@ -328,7 +328,7 @@ TEST_F(ConvertDvd, RefusesWrongChoices) {
   };
   EXPECT_TRUE(refuses({}, "choose a title"));
   EXPECT_TRUE(refuses({"--title", "5"}, "there is no title 5: the disc has 4"));
-  EXPECT_TRUE(refuses({"--title", "0"}, "there is no title 0"));
+  EXPECT_TRUE(refuses({"--title", "0"}, "'0' is neither a number from 1 nor the main one"));
   EXPECT_TRUE(refuses({"--title", "first"}, "'first' is neither a number nor 'main'"));
   EXPECT_TRUE(refuses({"--title", "1", "--audio-tracks", "3"}, "there is no audio track 3"));
   EXPECT_TRUE(refuses({"--title", "1", "--audio-tracks", "it"}, "there is no audio track in 'it'"));
