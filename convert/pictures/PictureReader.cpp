@@ -71,17 +71,32 @@ bool PictureReader::isNear(int64_t wanted) const {
   return key ? *key <= sent_ : wanted - newest_.end < kNearEnough;
 }
 
-/// The time of the last key picture up to `wanted`, where the container has an index that reaches
-/// so far.
-std::optional<int64_t> PictureReader::keyTimeBefore(int64_t wanted) const {
+/// Where in the stream's index the last key picture up to `wanted` is, where the container has one
+/// that reaches so far.
+std::optional<int> PictureReader::keyBefore(int64_t wanted) const {
   AVStream* stream = stream_->stream();
-  const int64_t offset = media_->start_time() - media_->movie_position();
-  const int64_t ticks = av_rescale_q(wanted + offset, kMicroseconds, stream->time_base);
+  const int64_t ticks = av_rescale_q(wanted + timeOffset(), kMicroseconds, stream->time_base);
   if (av_index_search_timestamp(stream, ticks, AVSEEK_FLAG_ANY) < 0) return std::nullopt;
   const int index = av_index_search_timestamp(stream, ticks, AVSEEK_FLAG_BACKWARD);
-  const AVIndexEntry* entry = index < 0 ? nullptr : avformat_index_get_entry(stream, index);
-  if (!entry) return std::nullopt;
-  return av_rescale_q(entry->timestamp, stream->time_base, kMicroseconds) - offset;
+  return index < 0 ? std::nullopt : std::optional(index);
+}
+
+std::optional<int64_t> PictureReader::keyTimeBefore(int64_t wanted) const {
+  const auto key = keyBefore(wanted);
+  if (!key) return std::nullopt;
+  AVStream* stream = stream_->stream();
+  const int64_t ticks = avformat_index_get_entry(stream, *key)->timestamp;
+  return av_rescale_q(ticks, stream->time_base, kMicroseconds) - timeOffset();
+}
+
+/// From times of the movie to those of the container.
+int64_t PictureReader::timeOffset() const {
+  return media_->start_time() - media_->movie_position();
+}
+
+int64_t PictureReader::refused() const {
+  // A way that was gone twice counts once.
+  return isFromFirst_ ? std::max(refused_, stream_->decodeErrors() - refusedAtSeek_) : refused_;
 }
 
 void PictureReader::seek(int64_t wanted, bool mayLeaveOut) {
@@ -94,6 +109,9 @@ void PictureReader::seek(int64_t wanted, bool mayLeaveOut) {
   const bool leavesOut = key && *key + ahead < wanted - ahead;
   if (leavesOut) target = wanted - ahead;
   leaveOut(leavesOut);
+  refused_ = refused();
+  refusedAtSeek_ = stream_->decodeErrors();
+  isFromFirst_ = keyBefore(target) == 0;
   media_->seek(target - media_->movie_position());
   noteSent();
 }

@@ -39,10 +39,16 @@ class PictureReader {
   /// Where the last frame was found to end, when the input was read to its end.
   std::optional<int64_t> end() const { return end_; }
 
+  /// The packets that could not be decoded on the way from the input's first key picture. What
+  /// follows another is not counted: its packets may need others that were not read.
+  int64_t refused() const;
+
  private:
   int64_t meant(int64_t time) const { return time + frameDuration_ / 4; }
   bool isNear(int64_t wanted) const;
+  std::optional<int> keyBefore(int64_t wanted) const;
   std::optional<int64_t> keyTimeBefore(int64_t wanted) const;
+  int64_t timeOffset() const;
   void seek(int64_t wanted, bool mayLeaveOut);
   bool readUpTo(int64_t wanted, bool mayLeaveOut);
   void noteSent();
@@ -61,6 +67,9 @@ class PictureReader {
   bool isLeavingOut_ = false;
   bool atEnd_ = false;
   std::optional<int64_t> end_;
+  bool isFromFirst_ = false;   // it was last sought to the first key picture
+  int64_t refused_ = 0;        // before that seek
+  int64_t refusedAtSeek_ = 0;  // by what the stream counts
 
   static constexpr int64_t kNever = std::numeric_limits<int64_t>::min();
 };

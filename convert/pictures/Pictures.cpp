@@ -145,11 +145,18 @@ std::shared_ptr<const BitmapImage> Pictures::Input::pictureAt(int64_t time) {
 
 Report Pictures::Input::report() const {
   Report report;
-  const auto reached = reader_ ? reader_->end() : std::nullopt;
-  if (!reached) return report;
+  if (!reader_) return report;
+  InputEnd end;
+  end.refused = reader_->refused();
+  if (!reader_->end()) {
+    judgeInput(report, settings_.input, 0, end);
+    return report;
+  }
+  end.reached = *reader_->end();
+  end.error = source_->lastError();
   const IndexSet streams{pictures_.index};
   judgeInput(report, settings_.input, {*source_, *source_->formatContext(), streams, lastAsked_},
-             {*reached, source_->lastError(), 0});
+             end);
   return report;
 }
 

@@ -100,6 +100,30 @@ TEST_F(PictureFiles, ContactSheetTellsHowFarItIs) {
   EXPECT_EQ(sizeOf("a.png").first, 8 + 2 * (320 + 8));
 }
 
+TEST_F(PictureFiles, PacketsThatCannotBeDecodedAreToldOf) {
+  // One key picture and 299 that need it.
+  const fs::path clip = fixture("numbered25-one-key.mp4");
+  const auto probed = ffprobeJson(clip, {"-show_packets", "-select_streams", "v"});
+  const fs::path damaged = folder_ / "damaged.mp4";
+  fs::copy(clip, damaged);
+  fs::permissions(damaged, fs::perms::owner_write, fs::perm_options::add);
+  std::fstream file(damaged, std::ios::binary | std::ios::in | std::ios::out);
+  for (const size_t number : {20, 60, 100}) {
+    const auto& packet = probed.at("packets").at(number);
+    file.seekp(std::stol(packet.at("pos").get<std::string>()));
+    file << std::string(std::stoul(packet.at("size").get<std::string>()), '\xff');
+  }
+  file.close();
+  auto sheet = settings<ContactSheetSettings>("a.png");
+  sheet.input = clip.string();
+  EXPECT_TRUE(writeContactSheet(sheet).isWhole());
+  sheet.input = damaged.string();
+  sheet.replaces = true;
+  EXPECT_THAT(writeContactSheet(sheet).findings,
+              testing::ElementsAre("'" + damaged.string() +
+                                   "' is damaged: 3 of its packets could not be decoded"));
+}
+
 TEST_F(PictureFiles, ContactSheetHasAPictureAtLeast) {
   auto sheet = settings<ContactSheetSettings>("a.png");
   sheet.rows = 0;
