@@ -19,12 +19,23 @@ namespace {
 
 constexpr int kBitsPerChannel = 96000;  // per second
 
-/// What of a track is lost, for people.
-std::string change(const AVStream& own, const JoinedSound::Track& track) {
+/// Sound passes through as floats, which keep so many bits of a sample.
+constexpr int kMostBits = 24;
+
+/// What of a track is lost, a line for people each.
+std::vector<std::string> lossesOf(const AVStream& own, const JoinedSound::Track& track) {
+  std::vector<std::string> losses;
   const int channels = lm_get_channel_layout_nb_channels(track.format.channel_layout);
-  if (own.codecpar->ch_layout.nb_channels <= channels) return {};
-  return fmt::format("{} channels of sound become {}", own.codecpar->ch_layout.nb_channels,
-                     channels);
+  if (own.codecpar->ch_layout.nb_channels > channels)
+    losses.push_back(fmt::format("{} channels of sound become {}",
+                                 own.codecpar->ch_layout.nb_channels, channels));
+  const bool isFloat = av_get_packed_sample_fmt(
+                           static_cast<AVSampleFormat>(own.codecpar->format)) == AV_SAMPLE_FMT_FLT;
+  const int bits = isFloat ? std::min(track.bits, kMostBits) : track.bits;
+  const int place = av_get_bits_per_sample(static_cast<AVCodecID>(track.format.audio_codec));
+  const int kept = std::min(kMostBits, place > 0 ? place : kMostBits);
+  if (bits > kept) losses.push_back(fmt::format("{} bits of sound become {}", bits, kept));
+  return losses;
 }
 
 }  // namespace
@@ -45,9 +56,8 @@ JoinSounds::JoinSounds(std::vector<JoinPart>& parts, const ConversionSettings& s
     track.format.channel_layout = settings.channelLayout.value_or(like.layout);
     const int channels = lm_get_channel_layout_nb_channels(track.format.channel_layout);
     track.format.audio_bitrate = settings.audioBitrate.value_or(kBitsPerChannel * channels);
-    if (const std::string lost = change(own, track);
-        !lost.empty() && !std::ranges::count(changes_, lost))
-      changes_.push_back(lost);
+    for (const std::string& lost : lossesOf(own, track))
+      if (!std::ranges::count(changes_, lost)) changes_.push_back(lost);
     sounds_.emplace_back(
         LMFFAudioFormat{AV_SAMPLE_FMT_FLT, track.format.channel_layout, track.format.sample_rate});
     tracks_.push_back(std::move(track));

@@ -16,6 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using testing::SizeIs;
 
 constexpr char kCopied[] = "copying pictures and encoding sound anew: ";
@@ -118,6 +119,26 @@ TEST_F(JoinSoundTest, SoundAloneKeepsItsKindToo) {
   sound = streamOf(lossless, "audio");
   EXPECT_EQ(sound["sample_rate"], "96000");
   EXPECT_EQ(sound["bits_per_raw_sample"], "16");
+}
+
+TEST_F(JoinSoundTest, DepthThatIsLostIsTold) {
+  const auto low = folder_ / "low.wav";
+  ffmpeg({"-f", "lavfi", "-i", "sine=r=8000:d=1", low.string()});
+  const auto depth = [&](const std::string& codec, const std::string& target) {
+    const auto deep = folder_ / (codec + ".wav");
+    ffmpeg({"-f", "lavfi", "-i", "sine=r=48000:d=1", "-c:a", codec, deep.string()});
+    const RunResult result = join(
+        {deep, low}, folder_ / "out.wav",
+        joined({"--force"}, target.empty() ? Arguments{} : Arguments{"--audio-codec", target}));
+    EXPECT_EQ(result.status, 0) << result.err;
+    return result.out + result.err;
+  };
+  EXPECT_THAT(depth("pcm_s32le", ""), HasSubstr("32 bits of sound become 24"));
+  EXPECT_THAT(depth("pcm_f64le", ""), HasSubstr("64 bits of sound become 24"));
+  EXPECT_THAT(depth("pcm_s24le", "pcm_s16le"), HasSubstr("24 bits of sound become 16"));
+  for (const char* whole : {"pcm_s24le", "pcm_f32le", "pcm_s16le"})
+    EXPECT_THAT(depth(whole, ""), Not(HasSubstr("bits of sound"))) << whole;
+  EXPECT_THAT(depth("pcm_s32le", "mp3"), Not(HasSubstr("bits of sound")));
 }
 
 // WavPack's and TTA's encoders name formats of 8 bits first, that of Apple Lossless one of 24.
