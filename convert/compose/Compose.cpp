@@ -18,6 +18,7 @@
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
+#include "convert/probe/StreamsLeftOut.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -106,6 +107,9 @@ Report composeTracks(const LMMovieComposition::TrackList& tracks,
                           fmt::format("cannot write '{}': {}", settings.output, error.message));
   Report report = reportOn(tracks);
   judgePackets(report, "what was composed", composition.refusedPackets());
+  for (const auto& track : tracks)
+    if (const std::string turn = lostTurn(*track->avstream(), container); !turn.empty())
+      report.leftOut.push_back(leftOutOf(track->path(), turn));
   tellOfEncoded(report, events, composition.picturesEncodedToHide(), settings.output);
   target.commit();
   return report;

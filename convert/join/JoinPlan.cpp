@@ -16,6 +16,7 @@
 #include "convert/probe/Input.h"
 #include "convert/probe/InputOutline.h"
 #include "convert/probe/Streams.h"
+#include "convert/probe/StreamsLeftOut.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -47,11 +48,6 @@ std::string describe(const JoinPart& part) {
   return fmt::format("{}", fmt::join(words, " + "));
 }
 
-/// "3 chapters", "1 cover"; "" for none.
-std::string counted(size_t count, const char* what) {
-  return count == 0 ? "" : fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
-}
-
 std::string listed(std::initializer_list<std::string> words) {
   std::vector<std::string> all(words);
   std::erase(all, "");
@@ -81,42 +77,19 @@ std::string kept(const JoinPart& part, const Places& places) {
 }
 
 /// The streams of a part that go into the output.
-std::vector<const AVStream*> takenStreams(const JoinPart& part, const Places& places) {
-  std::vector<const AVStream*> taken;
-  size_t sounds = 0;
-  for (const AVStream* stream : part.streams()) {
-    const AVMediaType type = stream->codecpar->codec_type;
-    const bool hasPlace = type == AVMEDIA_TYPE_VIDEO   ? places.pictures
-                          : type == AVMEDIA_TYPE_AUDIO ? sounds++ < places.sounds
-                                                       : true;
-    if (hasPlace) taken.push_back(stream);
-  }
+IndexSet takenStreams(const JoinPart& part, const Places& places) {
+  IndexSet taken(part.subtitles.begin(), part.subtitles.end());
+  if (part.video && places.pictures) taken.insert(*part.video);
+  for (size_t i = 0; i < std::min(places.sounds, part.audios.size()); ++i)
+    taken.insert(part.audios[i]);
   return taken;
 }
 
 /// What of a part does not go into the output; "" for nothing.
 std::string leftOut(const JoinPart& part, const Places& places) {
-  const AVFormatContext& context = *part.outline;
-  const auto taken = takenStreams(part, places);
-  size_t pictures = 0, sounds = 0, covers = 0, subtitles = 0, others = 0;
-  for (unsigned i = 0; i < context.nb_streams; ++i) {
-    const AVStream* stream = context.streams[i];
-    const AVMediaType type = stream->codecpar->codec_type;
-    // The demuxer passes over data that it has made chapters of.
-    const bool isOfChapters = type == AVMEDIA_TYPE_DATA && stream->discard == AVDISCARD_ALL;
-    if (isOfChapters || std::ranges::count(taken, stream) > 0) continue;
-    const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-    const bool isPicture = type == AVMEDIA_TYPE_VIDEO;
-    ++(isCover                         ? covers
-       : isPicture                     ? pictures
-       : type == AVMEDIA_TYPE_AUDIO    ? sounds
-       : type == AVMEDIA_TYPE_SUBTITLE ? subtitles
-                                       : others);
-  }
-  return listed({counted(pictures, "video track"), counted(sounds, "sound track"),
-                 counted(subtitles, "subtitle track"), counted(covers, "cover"),
-                 counted(places.chapters ? 0 : part.chapters, "chapter"),
-                 counted(others, "other track")});
+  StreamsLeftOut left = streamsLeftOut(*part.outline, takenStreams(part, places));
+  left.chapters = places.chapters ? 0 : part.chapters;
+  return left.listed();
 }
 
 std::vector<const AVStream*> subtitlesOf(const JoinPart& part) {
@@ -300,9 +273,14 @@ JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
       defaultVideoCodec(outputFormatFor(settings.output), settings.output) != AV_CODEC_ID_NONE;
   if (isCopied || plan.copiesPictures) takeSubtitles(plan.parts, settings.output);
   const Places places = placesIn(settings.output, first, isCopied);
-  for (const JoinPart& part : plan.parts)
-    if (const std::string missing = leftOut(part, places); !missing.empty())
-      plan.leftOut.push_back(fmt::format("left out of '{}': {}", part.input.path, missing));
+  for (const JoinPart& part : plan.parts) {
+    const auto tell = [&](const std::string& what) {
+      if (!what.empty()) plan.leftOut.push_back(leftOutOf(part.input.path, what));
+    };
+    tell(leftOut(part, places));
+    if (part.video && (isCopied || plan.copiesPictures))
+      tell(lostTurn(*part.outline->streams[*part.video], outputFormatFor(settings.output)));
+  }
   plan.table = tableOf(plan, problems, places);
   return plan;
 }

@@ -123,7 +123,7 @@ class Conversion::Work {
     movie_.setCopy_video_stream(plan_.video == StreamAction::kCopy);
     movie_.setCopy_audio_stream(plan_.audio == StreamAction::kCopy);
     movie_.setVolume(plan_.volume);
-    movie_.openMedias(createMedias(streamsRead()));
+    movie_.openMedias(createMedias(streamsOf(plan_)));
     if (!movie_.hasVideo()) plan_.video = StreamAction::kNone;
     if (!movie_.hasAudio()) plan_.audio = StreamAction::kNone;
     if (plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone)
@@ -278,15 +278,6 @@ class Conversion::Work {
     requireOutput(output_, settings_.output);
   }
 
-  IndexSet streamsRead() const {
-    IndexSet streams;
-    if (plan_.video != StreamAction::kNone) streams.insert(*plan_.videoIndex);
-    if (plan_.audio == StreamAction::kNone) return streams;
-    for (const uint32_t track : plan_.audioTracks)
-      streams.insert(*std::next(plan_.audioIndexes.begin(), track));
-    return streams;
-  }
-
   /// Whether the result is all that the input promised, and what is missing.
   Report report() const {
     InputEnd end = faultsOf(movie_);
@@ -294,7 +285,7 @@ class Conversion::Work {
     Report report;
     report.leftOut = leftOutBy(settings_, plan_, *source_);
     judgeDisc(report, settings_, *source_);
-    const IndexSet streams = streamsRead();
+    const IndexSet streams = streamsOf(plan_);
     const AVFormatContext& input = *source_->formatContext();
     // Behind the end of the streams that were read, nothing is missed.
     std::optional<int64_t> wanted = plan_.end;

@@ -84,16 +84,16 @@ struct ConversionSettings {
 /// goes by it alone, and refuses what cannot be.
 ///
 /// `videoIndex` counts where `video` is not `kNone`, the members about sound where `audio` is not;
-/// of several tracks only one can be copied. Sizes and rates are 1 or more, bit rates 0 or more (0:
-/// the options say it), `look` and `volume` as in the settings. A change of one member changes no
-/// other: who makes the picture larger may want another bit rate, too.
+/// of several tracks only one can be copied. Sizes and rates of sound are 1 or more, bit rates 0 or
+/// more (0: the options say it), `rate()`, `look` and `volume` as in the settings. A change of one
+/// member changes no other: who makes the picture larger may want another bit rate, too.
 struct ConversionPlan {
   using Options = ConversionSettings::Options;
 
   StreamAction video = StreamAction::kNone;
   StreamAction audio = StreamAction::kNone;
   std::optional<uint32_t> videoIndex = {};  ///< container index of the video stream
-  IndexSet audioIndexes = {};               ///< container indexes of the audio streams to open
+  IndexSet audioIndexes = {};               ///< container indexes of audio streams
   IndexSet audioTracks = {};                ///< the chosen ones, counted among those
   LMFFMovieFileOutputFormat format = {};    ///< codecs, size, rates
   VideoColor color = {};                    ///< of the output's pictures
