@@ -1,9 +1,7 @@
 #include <kestrel/Color.h>
-#include <kestrel/EffectManager.h>
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -63,8 +61,6 @@ Area parseArea(std::string_view option, const std::string& text) {
       refuse(option, text, "an area such as 10,20,640x360 (X,Y,WxH from the upper left)");
     rest.remove_prefix(length + (isLast ? 0 : 1));
   }
-  if (area.x < 0 || area.y < 0 || area.width <= 0 || area.height <= 0)
-    refuse(option, text, "an area within the picture");
   return area;
 }
 
@@ -93,12 +89,6 @@ Watermark parseWatermark(std::string_view option, const std::string& text) {
   mark.y = (*numbers)[1];
   if (numbers->size() > 2) mark.scale = (*numbers)[2];
   if (numbers->size() > 3) mark.opacity = (*numbers)[3];
-  if (mark.scale <= 0 || mark.scale > 100)
-    refuse(option, text,
-           fmt::format("possible: a scale of {} is not above 0 and up to 100", mark.scale));
-  if (mark.opacity < 0 || mark.opacity > 1)
-    refuse(option, text,
-           fmt::format("possible: an opacity of {} is not from 0 to 1", mark.opacity));
   return mark;
 }
 
@@ -119,8 +109,6 @@ Font parseFont(std::string_view option, const std::string& text) {
 LookSettings settingsOf(const Typed& typed) {
   LookSettings settings = typed.settings;
   if (!typed.crop.empty()) settings.crop = parseArea("--crop", typed.crop);
-  if (settings.crop && settings.autoCrop)
-    throw wrongUsage("--crop and --auto-crop say the same thing: give one of them");
   if (!typed.zoom.empty())
     settings.zoom = choose<Zoom>("--zoom", typed.zoom,
                                  {{"stretch", Zoom::kStretch},
@@ -134,20 +122,12 @@ LookSettings settingsOf(const Typed& typed) {
   if (!typed.watermark.empty()) settings.watermark = parseWatermark("--watermark", typed.watermark);
   if (!typed.font.empty()) settings.subtitleFont = parseFont("--subtitle-font", typed.font);
   if (!typed.color.empty()) settings.subtitleColor = parseColor("--subtitle-color", typed.color);
-  const auto names = EffectManager::allFilterNames();
-  if (!settings.effect.empty() && !std::ranges::count(names, settings.effect))
-    throw wrongUsage(
-        fmt::format("--effect: there is no effect '{}'{} ('kestrel effects' lists them)",
-                    settings.effect, nearestNames(settings.effect, names)));
   if (!typed.subtitleTrack.empty()) settings.subtitleTrack = parseTrackChoice(typed.subtitleTrack);
-  if (!settings.subtitles.empty() && !typed.subtitleTrack.empty())
-    throw wrongUsage("--subtitles and --subtitle-track exclude each other: give one of them");
   const bool hasSubtitles = !settings.subtitles.empty() || !typed.subtitleTrack.empty();
   const auto& style = typed.subtitleStyle;
   for (auto option = style.rbegin(); option != style.rend(); ++option)
     if (!hasSubtitles && option->isGiven())
       throw wrongUsage(fmt::format("{} needs --subtitles or --subtitle-track", option->name()));
-  if (!std::isfinite(settings.rotate)) throw wrongUsage("--rotate: the angle must be finite");
   return settings;
 }
 

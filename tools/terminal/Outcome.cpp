@@ -8,6 +8,9 @@ namespace {
 
 /// "audioTracks" as "--audio-tracks".
 std::string optionOf(const std::string& setting) {
+  if (setting == "width" || setting == "height") return "--size";
+  if (setting == "channelLayout") return "--channels";
+  if (setting == "position") return "the position";
   std::string option = "--";
   for (const char letter : setting) {
     const auto byte = static_cast<unsigned char>(letter);

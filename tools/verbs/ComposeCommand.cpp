@@ -36,10 +36,8 @@ std::vector<Placement> placementsOf(const Arguments& arguments) {
   if (placements.empty()) throw wrongUsage("there is no track: name files or --load some");
   std::vector<std::string> paths;
   for (const Placement& placement : placements) {
-    if (!(placement.position >= 0)) throw wrongUsage("a position is 0 or more");
     paths.push_back(placement.path);
   }
-  if (!arguments.output.empty()) requireNoInput(arguments.output, paths);
   if (!arguments.save.empty()) requireNoInput(arguments.save, paths);
   if (!arguments.save.empty() && isSameFile(arguments.save, arguments.output))
     throw wrongUsage("--save and -o name the same file");

@@ -20,8 +20,6 @@ using namespace kestrel;
 
 namespace {
 
-constexpr int kLoudest = 1000;  // 60 dB: more than any recording is too quiet by
-
 /// The options as they were typed; they are read when the command runs, so that a wrong one is told
 /// of like any other failure.
 struct Arguments {
@@ -68,8 +66,6 @@ void requireEncoding(const Verb& verb, const std::string& codecOption, const std
 void requireEffect(const Verb& verb, const Arguments& arguments) {
   requireEncoding(verb, "--video-codec", arguments.videoCodec, {"Picture", "Look"});
   requireEncoding(verb, "--audio-codec", arguments.audioCodec, {"Sound"});
-  if (verb.isGiven("--crf") && verb.isGiven("--video-bitrate"))
-    throw wrongUsage("--crf and --video-bitrate say the same thing: give one of them");
 }
 
 /// What `text` says becomes of a stream: "copy", "none", a codec's name, or nothing.
@@ -107,27 +103,12 @@ ConversionSettings settingsOf(const Arguments& arguments) {
   parse("--duration", arguments.duration, parseTime, settings.duration);
   parse("--chapters", arguments.chapters, parseChapters, settings.chapters);
   settings.deinterlacing = parseDeinterlacing(arguments.deinterlace);
-  for (const auto& [option, text] : {std::pair{"--start", &arguments.start},
-                                     {"--end", &arguments.end},
-                                     {"--duration", &arguments.duration}})
-    if (settings.chapters && !text->empty())
-      throw wrongUsage(
-          fmt::format("--chapters and {} exclude each other: give one of them", option));
-  if (settings.end && settings.duration)
-    throw wrongUsage("--end and --duration say the same thing: give one of them");
-  if (settings.start < 0) throw wrongUsage("--start: the movie starts at 0");
-  if (settings.end && *settings.end <= settings.start)
-    throw wrongUsage("--end must lie behind --start");
-  if (settings.duration && *settings.duration <= 0)
-    throw wrongUsage("--duration: there is nothing to convert in no time");
   for (const auto& option : arguments.videoOptions)
     settings.videoOptions.insert_or_assign(parseKeyValue("--video-option", option).first,
                                            parseKeyValue("--video-option", option).second);
   for (const auto& option : arguments.audioOptions)
     settings.audioOptions.insert_or_assign(parseKeyValue("--audio-option", option).first,
                                            parseKeyValue("--audio-option", option).second);
-  if (!(settings.volume >= 0 && settings.volume <= kLoudest))
-    throw wrongUsage(fmt::format("--volume: the factor must be between 0 and {}", kLoudest));
   settings.keepsMetadata = !arguments.noMetadata;
   return settings;
 }

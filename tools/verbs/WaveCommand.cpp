@@ -60,15 +60,11 @@ void requireMeaning(const Arguments& arguments, WaveformFileSettings::Form form)
   if (!isPicture && !arguments.size.empty())
     throw wrongUsage(fmt::format("--size does nothing for {}: it is that of a .png",
                                  std::filesystem::path(arguments.output).extension().string()));
-  if (arguments.bits && *arguments.bits != 8 && *arguments.bits != 16)
-    throw wrongUsage("--bits is 8 or 16");
 }
 
 WaveformSettings settingsOf(const Arguments& arguments) {
   WaveformSettings settings;
   settings.pointsPerSecond = arguments.pointsPerSecond;
-  if (!(settings.pointsPerSecond > 0))
-    throw wrongUsage("--points-per-second: the number must be above 0");
   settings.splitChannels = arguments.splitChannels;
   if (arguments.tracks.empty()) return settings;
   settings.tracks = parseIndexList(arguments.tracks);
