@@ -138,7 +138,8 @@ constexpr int kUsualWidth = 1600;  // pixels, of a sheet whose pictures' size is
 
 /// "0:07" or, where whole seconds are too coarse, "0:07.3".
 std::string timeText(int64_t time, bool inTenths) {
-  const std::string text = formatTime(static_cast<double>(time / kSecond));
+  const int64_t seconds = time / kSecond;
+  const std::string text = formatTime(static_cast<double>(seconds));
   return inTenths ? fmt::format("{}.{}", text, time % kSecond * 10 / kSecond) : text;
 }
 
