@@ -295,7 +295,7 @@ TEST_F(ConvertLook, DeepSlopesHaveEveryStepOfEightBits) {
       EXPECT_NEAR(static_cast<uint8_t>(luma[1280 * 30 + x]), exact, 1) << x;
     }
     std::string steps = luma.substr(1280 * 30, 1280);
-    steps.erase(std::ranges::unique(steps).begin(), steps.end());
+    steps.erase(std::unique(steps.begin(), steps.end()), steps.end());
     EXPECT_EQ(steps.size(), 220u);  // each once, none twice
   }
 }
