@@ -67,7 +67,7 @@ SpritePlan planSprites(int64_t duration, int64_t span, int width, int height) {
   const bool hasRest = duration % span > std::min(span / 10, kShortestRest);
   const int64_t count = std::max<int64_t>(duration / span + (hasRest ? 1 : 0), 1);
   const int64_t columns = std::min<int64_t>(count, kColumns);
-  const int64_t rows = (count + columns - 1) / columns;
+  const int64_t rows = count / columns + (count % columns != 0 ? 1 : 0);
   if (rows > kLongestSide || std::max(columns * width, rows * height) > kLongestSide)
     throw Failure::settings(
         fmt::format("{} pictures of {}x{} are too many for one sheet: choose a longer step or a "
