@@ -102,7 +102,8 @@ int CompositionFile::addSound(const JoinedSound::Track& track) {
       {AV_SAMPLE_FMT_FLT, track.format.channel_layout, track.format.sample_rate},
       {encoder.sample_fmt, track.format.channel_layout, encoder.sample_rate});
   sound.feed = std::make_unique<SoundEncoder>(
-      sound.encoder, errors_, [this, stream](AVPacket& packet) { muxer_.write(packet, *stream); });
+      sound.encoder, errors_,
+      [this, stream](const PacketPtr& packet) { muxer_.write(*packet, *stream); });
   return stream->index;
 }
 
@@ -124,7 +125,9 @@ void CompositionFile::finishSound(int stream) {
   sound.converter.flush();
   sound.feed->finish(queueOf(sound.converter));
   sound.encoder.finish();
-  const auto write = [&](AVPacket& packet) { muxer_.write(packet, *sound.encoder.stream()); };
+  const auto write = [&](const PacketPtr& packet) {
+    muxer_.write(*packet, *sound.encoder.stream());
+  };
   while (sound.encoder.takeNext(errors_, write)) {
   }
 }

@@ -256,7 +256,7 @@ void LMFFMovieFileOutput::writeRawPacket(const std::shared_ptr<LMFFImage>& packe
 // Packets.
 
 PacketTaker LMFFMovieFileOutput::State::writerOf(const AVStream& stream) {
-  return [this, &stream](AVPacket& packet) { muxer.write(packet, stream); };
+  return [this, &stream](const PacketPtr& packet) { muxer.write(*packet, stream); };
 }
 
 bool LMFFMovieFileOutput::State::writeNextPacket(StreamEncoder& encoder) {

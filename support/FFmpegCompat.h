@@ -37,16 +37,21 @@ inline int64_t layoutMask(const AVChannelLayout& layout) {
   return layout.order == AV_CHANNEL_ORDER_NATIVE ? static_cast<int64_t>(layout.u.mask) : 0;
 }
 
-/// Hands on what a container tells of a stream beside its parameters, such as how a picture is to
-/// be turned. Later libraries keep it among the parameters.
-inline void copyStreamSideData([[maybe_unused]] const AVStream& from,
-                               [[maybe_unused]] AVStream& stream) {
+/// Gives a stream what `from`, another stream or an encoder, tells of it beside its parameters,
+/// such as how a picture is to be turned. Later libraries keep it among the parameters.
+template <typename From>
+void copySideData([[maybe_unused]] const From& from, [[maybe_unused]] AVStream& stream) {
 #if LIBAVCODEC_VERSION_INT < AV_VERSION_INT(60, 30, 100)
-  for (int i = 0; i < from.nb_side_data; i++) {
-    const AVPacketSideData& data = from.side_data[i];
-    uint8_t* copy = av_stream_new_side_data(&stream, data.type, data.size);
-    if (copy) std::memcpy(copy, data.data, data.size);
-  }
+  const auto copy = [&stream](const AVPacketSideData* data, int count) {
+    for (; count > 0; ++data, --count) {
+      uint8_t* bytes = av_stream_new_side_data(&stream, data->type, data->size);
+      if (bytes) std::memcpy(bytes, data->data, data->size);
+    }
+  };
+  if constexpr (requires { from.coded_side_data; })
+    copy(from.coded_side_data, from.nb_coded_side_data);
+  else
+    copy(from.side_data, from.nb_side_data);
 #endif
 }
 

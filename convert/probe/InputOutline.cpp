@@ -22,7 +22,7 @@ void addStream(const AVStream& from, AVFormatContext& outline) {
   to->avg_frame_rate = from.avg_frame_rate;
   to->r_frame_rate = from.r_frame_rate;
   av_dict_copy(&to->metadata, from.metadata, 0);
-  copyStreamSideData(from, *to);
+  copySideData(from, *to);
 }
 
 }  // namespace

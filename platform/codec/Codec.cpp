@@ -43,6 +43,18 @@ int receive(AVCodecContext& decoder, const FrameTaker& take) {
   return errors;
 }
 
+int send(AVCodecContext& encoder, const AVFrame* frame) {
+  const int result = avcodec_send_frame(&encoder, frame);
+  return !frame && result == AVERROR_EOF ? 0 : result;
+}
+
+/// Returns 0 once no packet is ready, negative on failure.
+int takePackets(AVCodecContext& encoder, const PacketTaker& take) {
+  int taken = 1;
+  while (taken > 0) taken = takePacket(encoder, take);
+  return taken;
+}
+
 }  // namespace
 
 std::mutex& codecLock() {
@@ -73,6 +85,26 @@ int64_t frameMark(const AVFrame& frame) {
 #else
   return frame.reordered_opaque;
 #endif
+}
+
+int encodeFrame(AVCodecContext& encoder, const AVFrame* frame, const PacketTaker& take) {
+  int sent = send(encoder, frame);
+  if (sent == AVERROR(EAGAIN)) {
+    if (const int taken = takePackets(encoder, take); taken < 0) return taken;
+    sent = send(encoder, frame);
+  }
+  const int taken = takePackets(encoder, take);
+  return sent < 0 ? sent : taken;
+}
+
+int endEncoding(AVCodecContext& encoder) { return send(encoder, nullptr); }
+
+int takePacket(AVCodecContext& encoder, const PacketTaker& take) {
+  PacketPtr packet(av_packet_alloc());
+  const int result = packet ? avcodec_receive_packet(&encoder, packet.get()) : AVERROR(ENOMEM);
+  if (result >= 0) take(std::move(packet));
+  if (isEnd(result)) return 0;
+  return result < 0 ? result : 1;
 }
 
 }  // namespace kestrel

@@ -28,4 +28,20 @@ int decodePacket(AVCodecContext& decoder, const AVPacket* packet, const FrameTak
 /// The mark of a frame. If the decoder does not pass marks on, a number that was never used as one.
 int64_t frameMark(const AVFrame& frame);
 
+/// Takes over a packet, stamped in the time base that is said of it.
+using PacketTaker = std::function<void(PacketPtr)>;
+
+/// Sends a frame to an open encoder, null at the end of the input, and passes on all packets that
+/// are then ready, in the encoder's time base; use it for all pictures and sound. Returns 0 or
+/// FFmpeg's code for the first failure, negative; packets may have been passed on all the same. A
+/// second end does nothing, a frame behind the end is refused with `AVERROR_EOF`.
+int encodeFrame(AVCodecContext& encoder, const AVFrame* frame, const PacketTaker& take);
+
+/// The end of the input by itself, for who takes what is left packet by packet. Returns as above.
+int endEncoding(AVCodecContext& encoder);
+
+/// Passes on the encoder's next packet. Returns 1 if there was one, 0 if none is ready or left,
+/// FFmpeg's code on failure.
+int takePacket(AVCodecContext& encoder, const PacketTaker& take);
+
 }  // namespace kestrel

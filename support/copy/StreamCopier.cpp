@@ -140,7 +140,7 @@ void StreamCopier::describe(const AVStream& input) {
   AVCodecParameters& parameters = *output_.codecpar;
   parameters.extradata_size = static_cast<int>(codecDataOf(parameters).size());
   parameters.codec_tag = 0;
-  copyStreamSideData(input, output_);
+  copySideData(input, output_);
   // The container's word counts where it and the pictures' own differ; muxers refuse both at once.
   if (input.sample_aspect_ratio.num > 0) parameters.sample_aspect_ratio = input.sample_aspect_ratio;
   output_.sample_aspect_ratio = parameters.sample_aspect_ratio;

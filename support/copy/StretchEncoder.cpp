@@ -155,20 +155,21 @@ void StretchEncoder::encode(AVFrame* picture) {
     picture->pts = count_++;
     picture->pict_type = AV_PICTURE_TYPE_NONE;
   }
-  if (!succeeded(avcodec_send_frame(encoder_.get(), picture))) return;
-  PacketPtr packet = makePacket();
-  for (; packet && !shown_.empty() && avcodec_receive_packet(encoder_.get(), packet.get()) >= 0;
-       packet = makePacket()) {
-    const Shown shown = shown_.front();
-    shown_.pop_front();
-    packet->pts = packet->dts = shown.time;
-    packet->duration = shown.duration;
-    if (!decodingTimes_.empty()) {
-      packet->dts = std::min(*decodingTimes_.begin(), packet->pts);
-      decodingTimes_.erase(decodingTimes_.begin());
-    }
-    ready_.push_back(std::move(packet));
+  succeeded(encodeFrame(*encoder_, picture, [this](PacketPtr packet) { keep(std::move(packet)); }));
+}
+
+/// Gives a packet of the encoder the times of its picture.
+void StretchEncoder::keep(PacketPtr packet) {
+  if (shown_.empty()) return;
+  const Shown shown = shown_.front();
+  shown_.pop_front();
+  packet->pts = packet->dts = shown.time;
+  packet->duration = shown.duration;
+  if (!decodingTimes_.empty()) {
+    packet->dts = std::min(*decodingTimes_.begin(), packet->pts);
+    decodingTimes_.erase(decodingTimes_.begin());
   }
+  ready_.push_back(std::move(packet));
 }
 
 }  // namespace kestrel

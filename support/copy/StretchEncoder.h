@@ -50,6 +50,7 @@ class StretchEncoder {
   void configure(AVCodecContext& encoder, const AVFrame& picture) const;
   void decode(const AVPacket* packet);
   void encode(AVFrame* picture);
+  void keep(PacketPtr packet);
   bool succeeded(int result);
 
   const AVCodecParameters& parameters_;

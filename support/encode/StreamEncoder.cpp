@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 
 #include "platform/codec/Codec.h"
 #include "support/DictionaryEntries.h"
+#include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
 #include "support/LibraryLog.h"
 #include "support/encode/EncoderCompat.h"
@@ -58,7 +60,7 @@ bool isStoredAlike(const AVFrame& frame, const AVCodecContext& encoder) {
 AVSampleFormat formatFor(int32_t bits, const AVCodec* codec) {
   AVSampleFormat best = AV_SAMPLE_FMT_NONE;
   const auto sizeOf = [](AVSampleFormat format) { return 8 * av_get_bytes_per_sample(format); };
-  for (const AVSampleFormat format : sampleFormats(codec)) {
+  for (const AVSampleFormat format : acceptedFormats<AVSampleFormat>(codec)) {
     const AVSampleFormat packed = av_get_packed_sample_fmt(format);
     if (packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL) continue;
     const int size = sizeOf(format);
@@ -116,7 +118,7 @@ Error StreamEncoder::openContext(const std::map<std::string, std::string>& optio
 
 void StreamEncoder::describeStream() {
   avcodec_parameters_from_context(stream_->codecpar, context_.get());
-  copyEncoderSideData(*context_, *stream_);
+  copySideData(*context_, *stream_);
   if (context_->time_base.num > 0 && context_->time_base.den > 0) {
     stream_->time_base = context_->time_base;
   }
@@ -138,55 +140,39 @@ bool StreamEncoder::encode(AVFrame& frame, int64_t duration, FirstError& errors,
     return false;
   }
   if (context_->codec_type == AVMEDIA_TYPE_AUDIO) frame.pts += context_->delay;
+  if (duration > 0) durations_[frame.pts] = duration;
   const LibraryLog log;
   bool hasTaken = false;
-  int result = send(frame, duration);
-  while (result == AVERROR(EAGAIN) && takeNext(errors, take)) {
+  const int result = encodeFrame(*context_, &frame, [&](PacketPtr packet) {
     hasTaken = true;
-    result = send(frame, duration);
-  }
+    stamp(*packet);
+    take(std::move(packet));
+  });
   if (result < 0) errors.note(log.explain(result, context_->codec->name));
-  while (takeNext(errors, take)) hasTaken = true;
   return hasTaken;
 }
 
 bool StreamEncoder::takeNext(FirstError& errors, const PacketTaker& take) {
-  const int result = receive(*packet_);
-  if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return false;
-  if (!errors.succeeded(result)) return false;
-  take(*packet_);
-  return true;
+  const LibraryLog log;
+  const int result = takePacket(*context_, [&](PacketPtr packet) {
+    stamp(*packet);
+    take(std::move(packet));
+  });
+  if (result < 0) errors.note(log.explain(result, context_->codec->name));
+  return result > 0;
 }
 
-/// `AVERROR(EAGAIN)`: the frame was not taken, and packets must be received first.
-int StreamEncoder::send(const AVFrame& frame, int64_t duration) {
-  const int result = avcodec_send_frame(context_.get(), &frame);
-  if (result >= 0 && duration > 0) durations_[frame.pts] = duration;
-  return result;
-}
+void StreamEncoder::finish() { endEncoding(*context_); }
 
-void StreamEncoder::finish() {
-  if (finished_) return;
-  finished_ = true;
-  avcodec_send_frame(context_.get(), nullptr);
-}
-
-/// Receives one packet. `AVERROR(EAGAIN)`: none is ready; `AVERROR_EOF`: none follows.
-int StreamEncoder::receive(AVPacket& packet) {
-  const int result = avcodec_receive_packet(context_.get(), &packet);
-  if (result < 0) return result;
-  setDuration(packet);
-  av_packet_rescale_ts(&packet, context_->time_base, stream_->time_base);
-  return 0;
-}
-
-void StreamEncoder::setDuration(AVPacket& packet) {
+/// Completes a packet of the encoder's and moves its times to the stream's time base.
+void StreamEncoder::stamp(AVPacket& packet) {
   if (const auto found = durations_.find(packet.pts); found != durations_.end()) {
     if (packet.duration <= 0) packet.duration = found->second;
     durations_.erase(found);
   }
   // What should have been shown before this is decoded has been left out by the encoder.
   durations_.erase(durations_.begin(), durations_.lower_bound(packet.dts));
+  av_packet_rescale_ts(&packet, context_->time_base, stream_->time_base);
 }
 
 }  // namespace kestrel

@@ -4,17 +4,14 @@
 #include <kestrel/LMFFFormat.h>
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <string>
 
+#include "platform/codec/Codec.h"
 #include "support/FFmpegOwners.h"
 #include "support/FirstError.h"
 
 namespace kestrel {
-
-/// Takes over a packet stamped in its stream's time base.
-using PacketTaker = std::function<void(AVPacket&)>;
 
 /// The encoder of one stream of an output file, from configuration to its last packet. Opened and
 /// closed under the process-wide codec lock.
@@ -40,7 +37,8 @@ class StreamEncoder {
 
   /// Encodes a frame, stamped in the encoder's time base; for sound, its `pts` is increased by the
   /// encoder's `delay`. `duration` (0: unknown) is given to its packet if the encoder does not set
-  /// one. Returns true if a packet was handed over; failures are noted in `errors`.
+  /// one. Returns true if a packet was handed over, stamped in the stream's time base; failures are
+  /// noted in `errors`.
   bool encode(AVFrame& frame, int64_t duration, FirstError& errors, const PacketTaker& take);
 
   /// Hands over the next packet that is ready; false if there is none.
@@ -52,15 +50,11 @@ class StreamEncoder {
  private:
   Error openContext(const std::map<std::string, std::string>& options);
   void describeStream();
-  int send(const AVFrame& frame, int64_t duration);
-  int receive(AVPacket& packet);
-  void setDuration(AVPacket& packet);
+  void stamp(AVPacket& packet);
 
   AVStream* stream_;
   CodecContextPtr context_;
   std::map<int64_t, int64_t> durations_;  // of pictures in the encoder, by time
-  PacketPtr packet_ = makePacket();
-  bool finished_ = false;
 };
 
 /// Configures an unopened audio encoder according to `format`. `bits`: significant bits of a sample

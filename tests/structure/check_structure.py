@@ -10,6 +10,7 @@ Rules, by what a file includes:
 - convert/ is what programs are told to use, so nothing of the engine knows it; tools/ is a host: its
   own headers, public headers, and of foreign libraries what speaks to a terminal;
 - a foreign library that FOREIGN names is seen only where that says;
+- codecs are opened and driven in platform/codec/ only;
 - no circles, down to the smallest folder: when a file of A includes one of B, none of B leads back;
 - a public header includes public headers of its own folder or of those before it and the standard
   library, so that a host needs no foreign header.
@@ -129,6 +130,18 @@ def foreign_headers(tree):
                 for start, may_include in FOREIGN:
                     if start.match(name) and not may_include(tree.name(file)):
                         yield f"{tree.name(file)}: may not include {name}"
+
+
+CODEC_CALL = re.compile(r"\bavcodec_(open2|(?:send|receive)_(?:packet|frame))\s*\(")
+
+
+def codec_calls(tree):
+    for files in tree.sources.values():
+        for file in files:
+            if tree.folder(file) == "platform/codec":
+                continue
+            for call in CODEC_CALL.findall(file.read_text(encoding="utf-8")):
+                yield f"{tree.name(file)}: avcodec_{call} is called by platform/codec/Codec.cpp only"
 
 
 def problem_of_include(tree, folder, system, name):
@@ -300,8 +313,8 @@ def prefixes(tree):
 
 def check(root):
     tree = Tree(root)
-    rules = [direction_of_sources, foreign_headers, direction_of_public_headers, circles, umbrella,
-             marks, prefixes]
+    rules = [direction_of_sources, foreign_headers, codec_calls, direction_of_public_headers,
+             circles, umbrella, marks, prefixes]
     return [problem for rule in rules for problem in rule(tree)]
 
 

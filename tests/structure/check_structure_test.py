@@ -54,6 +54,12 @@ class CheckStructureTest(unittest.TestCase):
     def test_sound_tree_passes(self):
         self.assertEqual(self.problems(), [])
 
+    def test_codecs_are_driven_in_one_place(self):
+        call = "int n = avcodec_send_frame(encoder, frame);\n"
+        self.assertRefused("media/A.cpp", call, "avcodec_send_frame")
+        self.assertRefused("platform/image/A.cpp", call, "avcodec_send_frame")
+        self.assertEqual(self.problems({"platform/codec/A.cpp": call}), [])
+
     def test_platform_may_not_include_support(self):
         self.assertRefused("platform/queue/A.cpp", '#include "support/Owners.h"\n', "support/")
 

@@ -35,7 +35,8 @@ std::optional<std::string> stateOf(const fs::path& file) {
 
 /// The state of a program: another version may answer otherwise.
 std::string stateOfProgram(const std::string& name) {
-  std::istringstream folders(std::getenv("PATH"));
+  const char* path = std::getenv("PATH");
+  std::istringstream folders(path ? path : "");
   for (std::string folder; std::getline(folders, folder, ':');)
     if (const auto state = stateOf(fs::path(folder) / name)) return *state;
   return "";

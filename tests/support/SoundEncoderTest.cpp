@@ -3,28 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <limits>
 
 #include "support/MuxingOwners.h"
+#include "tests/support/NoMemory.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
-#include <libavutil/mem.h>
 }
 
 namespace kestrel::test {
 namespace {
-
-/// While it lives, the library gets no memory.
-class NoMemory {
- public:
-  NoMemory() { av_max_alloc(1); }
-  ~NoMemory() { av_max_alloc(std::numeric_limits<int>::max()); }
-  NoMemory(const NoMemory&) = delete;
-  NoMemory& operator=(const NoMemory&) = delete;
-};
 
 /// Five hundred samples of silence on their way into an uncompressed stream.
 class SoundEncoding : public testing::Test {
@@ -54,7 +44,8 @@ class SoundEncoding : public testing::Test {
                         avcodec_find_encoder(AV_CODEC_ID_PCM_S16LE), *container_->oformat};
   FirstError errors_;
   int bytes_ = 0;
-  SoundEncoder encoder_{stream_, errors_, [this](AVPacket& packet) { bytes_ += packet.size; }};
+  SoundEncoder encoder_{stream_, errors_,
+                        [this](const PacketPtr& packet) { bytes_ += packet->size; }};
   int waiting_ = 500;
 };
 

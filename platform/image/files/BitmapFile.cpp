@@ -135,12 +135,14 @@ Owner<AVCodecContext> makeEncoder(AVCodecID codec, const AVFrame& frame) {
 }
 
 std::optional<std::vector<uint8_t>> encode(AVCodecContext& context, const AVFrame& frame) {
-  const Owner<AVPacket> packet(av_packet_alloc());
-  if (!packet || openCodec(context, context.codec) < 0) return std::nullopt;
-  if (avcodec_send_frame(&context, &frame) < 0) return std::nullopt;
-  avcodec_send_frame(&context, nullptr);
-  if (avcodec_receive_packet(&context, packet.get()) < 0) return std::nullopt;
-  return std::vector<uint8_t>(packet->data, packet->data + packet->size);
+  std::vector<uint8_t> bytes;
+  const auto append = [&bytes](const PacketPtr& packet) {
+    bytes.insert(bytes.end(), packet->data, packet->data + packet->size);
+  };
+  if (openCodec(context, context.codec) < 0) return std::nullopt;
+  if (encodeFrame(context, &frame, append) < 0 || encodeFrame(context, nullptr, append) < 0)
+    return std::nullopt;
+  return bytes.empty() ? std::nullopt : std::optional(std::move(bytes));
 }
 
 std::optional<std::vector<uint8_t>> encodePNG(const BitmapImage& image) {
