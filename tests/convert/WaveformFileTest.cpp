@@ -6,7 +6,9 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 
+#include "tests/e2e/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 
@@ -36,6 +38,17 @@ TEST(WaveformFile, HoldsTheSoundFromEndToEnd) {
   const auto document = nlohmann::json::parse(file);
   EXPECT_NEAR(document.at("length").get<int>(), 20, 1);
   EXPECT_EQ(document.at("data").size(), 2 * document.at("length").get<size_t>());
+}
+
+TEST(WaveformFile, IsWrittenInTheFormAskedFor) {
+  const TempDir folder;
+  for (const auto& [name, beginning] :
+       {std::pair{"a.json", "{\"version\":2,"}, {"a.dat", "\x02"}, {"a.png", "\x89PNG"}}) {
+    const std::string output = (folder / name).string();
+    writeWaveform(
+        {.input = fixture("av25.mp4").string(), .output = output, .form = waveformFormOf(output)});
+    EXPECT_TRUE(readBytes(output).starts_with(beginning)) << name;
+  }
 }
 
 TEST(WaveformFile, InterruptedLeavesNothing) {

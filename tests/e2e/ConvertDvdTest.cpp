@@ -180,21 +180,6 @@ TEST_F(ConvertDvd, DrawsSubpicturesInTheirColoursAtTheirPlacesInTheirTime) {
   }
 }
 
-TEST_F(ConvertDvd, ASubpictureStaysUntilItsEndAlthoughTheNextIsReadBefore) {
-  ASSERT_TRUE(convertsTitle(discFolder("pal"), "1", {"--subtitle-track", "en", "--crf", "5"}));
-  EXPECT_TRUE(isNear(colourAt(output(), 1.1, "80:24:110:408"), {235, 16, 16}));
-  EXPECT_TRUE(isNear(colourAt(output(), 2.9, "80:24:110:408"), {235, 16, 16}));
-}
-
-TEST_F(ConvertDvd, ChoosesSubpicturesByLanguage) {
-  ASSERT_TRUE(convertsTitle(discFolder("pal"), "1", {"--subtitle-track", "fr", "--crf", "5"}));
-  EXPECT_TRUE(isNear(colourAt(output(), 2, "160:24:120:108"), {235, 235, 16}));
-  ASSERT_TRUE(converts(discFolder("pal"), folder_ / "plain.mkv",
-                       joined({"--title", "1", "--crf", "5"}, kFast)));
-  EXPECT_TRUE(isNear(colourAt(output(), 2, "80:24:110:408"),
-                     colourAt(folder_ / "plain.mkv", 2, "80:24:110:408")));
-}
-
 TEST_F(ConvertDvd, ConvertsARangeOfChapters) {
   ASSERT_TRUE(convertsTitle(discFolder("pal"), "1", {"--chapters", "2-3"}));
   EXPECT_NEAR(durationOf(output()), 4, 0.06);

@@ -73,14 +73,6 @@ TEST_F(ConvertMetadata, ChaptersMoveWithTheStart) {
   EXPECT_NEAR(std::stod(chapters[1]["end_time"].get<std::string>()), 1.2, 1e-3);
 }
 
-TEST_F(ConvertMetadata, ChaptersOutsideTheSpanAreLeftOut) {
-  const auto output = folder_ / "out.mkv";
-  ASSERT_TRUE(converts(fixture("av-tags.mp4"), output, {"--start", "1"}));
-  const auto chapters = ffprobeJson(output)["chapters"];
-  ASSERT_THAT(chapters, SizeIs(1));
-  EXPECT_EQ(chapters[0]["tags"]["title"], "Ending");
-}
-
 TEST_F(ConvertMetadata, LanguagesAreKept) {
   for (const char* name : {"out.mp4", "out.mkv"}) {
     const auto output = folder_ / name;
@@ -100,14 +92,6 @@ TEST_F(ConvertMetadata, NoMetadataLeavesAllOut) {
                             "DATE", "COMMENT", "LOCATION"})
       EXPECT_FALSE(probed["format"]["tags"].contains(key)) << name << ": " << key;
   }
-}
-
-TEST_F(ConvertMetadata, WhatTheOldContainerSaysOfItselfIsNotKept) {
-  const auto output = folder_ / "out.mkv";
-  ASSERT_TRUE(converts(fixture("av-tags.mp4"), output));
-  const auto tags = ffprobeJson(output)["format"]["tags"];
-  EXPECT_FALSE(tags.contains("MAJOR_BRAND"));
-  EXPECT_FALSE(tags.contains("COMPATIBLE_BRANDS"));
 }
 
 }  // namespace

@@ -129,41 +129,5 @@ TEST_F(ConvertSubtitles, HaveColourFontAndPlaceAsAsked) {
   EXPECT_NEAR(bottom - top, 29, 3);  // capitals of this font are 0.73 of its size high
 }
 
-TEST_F(ConvertSubtitles, OfTheInputAreChosenByNumberOrLanguage) {
-  const auto first = written("a.srt", std::string(kCue) + "I\n");
-  const auto second = written("b.srt", std::string(kCue) + "MMMMMMMM\n");
-  const auto source = folder_ / "both.mkv";
-  ffmpeg({"-i",
-          black().string(),
-          "-i",
-          first.string(),
-          "-i",
-          second.string(),
-          "-map",
-          "0:v",
-          "-map",
-          "1:s",
-          "-map",
-          "2:s",
-          "-c:v",
-          "copy",
-          "-c:s",
-          "ass",
-          "-metadata:s:s:0",
-          "language=eng",
-          "-metadata:s:s:1",
-          "language=fre",
-          source.string()});
-  const auto inkOf = [&](const std::string& track) {
-    return Pixels(converted(source, {"--subtitle-track", track}), 1.5, 320).bright();
-  };
-  const int few = inkOf("0");
-  const int many = inkOf("1");
-  EXPECT_GT(few, 0);
-  EXPECT_GT(many, 4 * few);
-  EXPECT_EQ(inkOf("en"), few);
-  EXPECT_EQ(inkOf("fra"), many);
-}
-
 }  // namespace
 }  // namespace kestrel::test

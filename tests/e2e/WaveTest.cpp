@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <thread>
 
@@ -111,37 +110,6 @@ TEST_F(WaveTest, ChannelsMayStandSideBySide) {
       const size_t at = 4 * i + 2 * static_cast<size_t>(channel);
       EXPECT_NEAR(document["data"][at].get<int>(), inBits(points[i].min, 8), 1);
       EXPECT_NEAR(document["data"][at + 1].get<int>(), inBits(points[i].max, 8), 1);
-    }
-  }
-}
-
-TEST_F(WaveTest, TheBinaryFormHoldsTheSameNumbers) {
-  const auto clip = fixture("av25.mp4");
-  for (const std::string bits : {"8", "16"}) {
-    const auto document = waveJson(clip, {"--bits", bits});
-    const auto output = folder_ / "out.dat";
-    ASSERT_EQ(wave(clip, output, {"--bits", bits, "--force"}).status, 0);
-    const std::string bytes = readBytes(output);
-    ASSERT_GE(bytes.size(), 24);
-    const auto word = [&](size_t i) {
-      int32_t value = 0;
-      std::memcpy(&value, bytes.data() + 4 * i, 4);
-      return value;
-    };
-    EXPECT_EQ(word(0), 2);
-    EXPECT_EQ(word(1), bits == "8" ? 1 : 0);
-    EXPECT_EQ(word(2), document["sample_rate"]);
-    EXPECT_EQ(word(3), document["samples_per_pixel"]);
-    EXPECT_EQ(word(4), document["length"]);
-    EXPECT_EQ(word(5), document["channels"]);
-    const size_t size = bits == "8" ? 1 : 2;
-    ASSERT_EQ(bytes.size(), 24 + size * document["data"].size());
-    for (size_t i = 0; i < document["data"].size(); ++i) {
-      int16_t wide = 0;
-      int8_t narrow = 0;
-      std::memcpy(size == 1 ? static_cast<void*>(&narrow) : &wide, bytes.data() + 24 + size * i,
-                  size);
-      EXPECT_EQ(size == 1 ? narrow : wide, document["data"][i].get<int>());
     }
   }
 }

@@ -1,0 +1,163 @@
+#include "convert/run/PlannedOutput.h"
+
+#include <gtest/gtest.h>
+#include <kestrel/LMFFMovieFileOutput.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/convert/Failures.h"
+#include "tests/support/TempDir.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+#include <libavutil/mem.h>
+}
+
+namespace kestrel::test {
+namespace {
+
+using Tags = std::map<std::string, std::string>;
+using Chapter = LMFFMovieFileOutput::Chapter;
+
+/// A container whose clock begins at 10 s, with two chapters: to 0.8 s and to 2 s after that.
+class PlannedOutput : public testing::Test {
+ protected:
+  PlannedOutput() {
+    container_->start_time = 10000000;
+    addChapter(10000, 10800, "Opening");
+    addChapter(10800, 12000, "Ending");
+  }
+
+  std::vector<Chapter> chapters(int64_t start, int64_t end) const {
+    return chaptersOf(*container_, start, end);
+  }
+
+  const std::shared_ptr<AVFormatContext> container_{avformat_alloc_context(),
+                                                    avformat_free_context};
+
+ private:
+  /// Times in milliseconds.
+  void addChapter(int64_t start, int64_t end, const char* title) {
+    auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+    chapter->time_base = {1, 1000};
+    chapter->start = start;
+    chapter->end = end;
+    av_dict_set(&chapter->metadata, "title", title, 0);
+    int count = static_cast<int>(container_->nb_chapters);
+    av_dynarray_add(&container_->chapters, &count, chapter);
+    container_->nb_chapters = static_cast<unsigned>(count);
+  }
+};
+
+TEST_F(PlannedOutput, ChaptersCountFromTheInputsStart) {
+  const auto found = chapters(0, 2000000);
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].start_us, 0);
+  EXPECT_EQ(found[0].end_us, 800000);
+  EXPECT_EQ(found[0].tags, (Tags{{"title", "Opening"}}));
+  EXPECT_EQ(found[1].start_us, 800000);
+  EXPECT_EQ(found[1].end_us, 2000000);
+  EXPECT_EQ(found[1].tags, (Tags{{"title", "Ending"}}));
+}
+
+TEST_F(PlannedOutput, ChaptersAreCutToTheSpanAndMoveWithItsStart) {
+  const auto found = chapters(400000, 1600000);
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].start_us, 0);
+  EXPECT_EQ(found[0].end_us, 400000);
+  EXPECT_EQ(found[1].start_us, 400000);
+  EXPECT_EQ(found[1].end_us, 1200000);
+}
+
+TEST_F(PlannedOutput, ChaptersOutsideTheSpanAreLeftOut) {
+  const auto last = chapters(800000, 2000000);
+  ASSERT_EQ(last.size(), 1U);
+  EXPECT_EQ(last[0].tags, (Tags{{"title", "Ending"}}));
+  const auto first = chapters(0, 800000);
+  ASSERT_EQ(first.size(), 1U);
+  EXPECT_EQ(first[0].tags, (Tags{{"title", "Opening"}}));
+  EXPECT_TRUE(chapters(2000000, 3000000).empty());
+}
+
+TEST_F(PlannedOutput, TagsAreKeptButForWhatTheContainerSaysOfItself) {
+  for (const auto& [key, value] : Tags{{"title", "A"},
+                                       {"comment", "of an encoder"},
+                                       {"major_brand", "isom"},
+                                       {"minor_version", "512"},
+                                       {"compatible_brands", "isomiso2"},
+                                       {"encoder", "somebody's"}})
+    av_dict_set(&container_->metadata, key.c_str(), value.c_str(), 0);
+  EXPECT_EQ(tagsOf(container_->metadata), (Tags{{"title", "A"}, {"comment", "of an encoder"}}));
+  EXPECT_EQ(tagsOf(nullptr), Tags());
+}
+
+TEST_F(PlannedOutput, ALanguageIsATag) {
+  AVStream* stream = avformat_new_stream(container_.get(), nullptr);
+  EXPECT_EQ(languageTag(*stream), Tags());
+  av_dict_set(&stream->metadata, "language", "fre", 0);
+  EXPECT_EQ(languageTag(*stream), (Tags{{"language", "fre"}}));
+}
+
+TEST_F(PlannedOutput, IsSetUpAsThePlanSays) {
+  ConversionPlan plan;
+  plan.formatName = "matroska";
+  plan.format.width = 64;
+  plan.format.sample_rate = 48000;
+  plan.color.matrix = 1;
+  plan.videoOptions = {{"crf", "20"}};
+  plan.audioOptions = {{"compression_level", "3"}};
+  plan.muxerOptions = {{"live", "1"}};
+  LMFFMovieFileOutput output;
+  setUpOutput(output, plan, "a/path.mkv", [] { return true; });
+  EXPECT_EQ(output.path(), "a/path.mkv");
+  EXPECT_EQ(output.formatName(), "matroska");
+  EXPECT_EQ(output.movieFormat().width, 64);
+  EXPECT_EQ(output.movieFormat().sample_rate, 48000);
+  EXPECT_EQ(output.outputColor().matrix, 1);
+  EXPECT_EQ(output.videoOptions(), (Tags{{"crf", "20"}}));
+  EXPECT_EQ(output.audioOptions(), (Tags{{"compression_level", "3"}}));
+  EXPECT_EQ(output.muxerOptions(), (Tags{{"live", "1"}}));
+  EXPECT_TRUE(output.interrupt()());
+}
+
+/// An output that has failed, for want of streams.
+class FailedOutput : public testing::Test {
+ protected:
+  FailedOutput() {
+    output_.setPath((folder_ / "a.mp4").string());
+    EXPECT_FALSE(output_.startOutput());
+  }
+
+  const TempDir folder_;
+  LMFFMovieFileOutput output_;
+};
+
+TEST_F(FailedOutput, IsAFailureThatNamesTheTarget) {
+  const Failure failure = failureOf([&] { requireOutput(output_, "target.mp4"); });
+  EXPECT_EQ(failure.kind(), Failure::Kind::kOutput);
+  EXPECT_EQ(failure.subject(), "target.mp4");
+  ASSERT_NE(output_.lastError().message, "");
+  EXPECT_EQ(failure.what(), "cannot write 'target.mp4': " + output_.lastError().message);
+}
+
+TEST_F(FailedOutput, WhenInterruptedIsThat) {
+  bool answer = false;
+  output_.setInterrupt([&] { return answer; });
+  EXPECT_EQ(failureOf([&] { requireOutput(output_, "a.mp4"); }).kind(), Failure::Kind::kOutput);
+  answer = true;
+  EXPECT_EQ(failureOf([&] { requireOutput(output_, "a.mp4"); }).kind(),
+            Failure::Kind::kInterrupted);
+}
+
+TEST_F(PlannedOutput, WithoutAFailureIsFine) {
+  LMFFMovieFileOutput output;
+  output.setInterrupt([] { return true; });
+  EXPECT_NO_THROW(requireOutput(output, "a.mp4"));
+}
+
+}  // namespace
+}  // namespace kestrel::test

@@ -1,0 +1,116 @@
+#include "convert/plan/SoundFormat.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <ostream>
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+}
+
+namespace kestrel {
+
+bool operator==(const SoundFormat& a, const SoundFormat& b) {
+  return a.sampleRate == b.sampleRate && a.layout == b.layout && a.bits == b.bits;
+}
+
+void PrintTo(const SoundFormat& format, std::ostream* out) {
+  *out << format.sampleRate << " Hz, layout " << format.layout << ", " << format.bits << " bits";
+}
+
+namespace test {
+namespace {
+
+constexpr int64_t kMono = AV_CH_LAYOUT_MONO;
+constexpr int64_t kStereo = AV_CH_LAYOUT_STEREO;
+
+/// A track of an input.
+struct Own {
+  AVCodecID codec = AV_CODEC_ID_AAC;
+  int rate = 44100;
+  int64_t layout = kStereo;
+  int bits = 0;
+};
+
+SoundFormat like(const Own& own, AVCodecID codec, const char* container = "matroska",
+                 bool hasMask = true) {
+  const std::unique_ptr<AVFormatContext, decltype(&avformat_free_context)> input(
+      avformat_alloc_context(), avformat_free_context);
+  AVStream* stream = avformat_new_stream(input.get(), nullptr);
+  stream->codecpar->codec_type = AVMEDIA_TYPE_AUDIO;
+  stream->codecpar->codec_id = own.codec;
+  stream->codecpar->sample_rate = own.rate;
+  stream->codecpar->bits_per_raw_sample = own.bits;
+  av_channel_layout_from_mask(&stream->codecpar->ch_layout, static_cast<uint64_t>(own.layout));
+  if (!hasMask) stream->codecpar->ch_layout.order = AV_CHANNEL_ORDER_UNSPEC;
+  return soundFormatLike(*stream, codec, *av_guess_format(container, nullptr, nullptr));
+}
+
+TEST(SoundFormat, WhatEncoderAndContainerTakeStays) {
+  for (const int rate : {8000, 22050, 44100, 48000, 96000})
+    for (const int64_t layout : {kMono, kStereo})
+      EXPECT_EQ(like({.rate = rate, .layout = layout}, AV_CODEC_ID_AAC),
+                (SoundFormat{rate, layout, 0}));
+}
+
+TEST(SoundFormat, LosslessTracksKeepTheirBits) {
+  for (const int bits : {16, 24})
+    EXPECT_EQ(like({.codec = AV_CODEC_ID_FLAC, .bits = bits}, AV_CODEC_ID_FLAC),
+              (SoundFormat{44100, kStereo, bits}));
+  EXPECT_EQ(like({.codec = AV_CODEC_ID_PCM_S24LE}, AV_CODEC_ID_FLAC).bits, 24);
+  // Of sound that lost some there are as many as CDs have.
+  EXPECT_EQ(like({.codec = AV_CODEC_ID_AAC, .bits = 24}, AV_CODEC_ID_FLAC).bits, 16);
+}
+
+TEST(SoundFormat, LossyCodecsHaveNoBits) {
+  EXPECT_EQ(like({.codec = AV_CODEC_ID_FLAC, .bits = 24}, AV_CODEC_ID_AAC).bits, 0);
+}
+
+// Opus has 48 kHz and fractions of it, MP3 48 kHz at most.
+TEST(SoundFormat, ARateThatTheEncoderDoesNotHaveBecomesTheNearest) {
+  EXPECT_EQ(like({.rate = 44100}, AV_CODEC_ID_OPUS).sampleRate, 48000);
+  EXPECT_EQ(like({.rate = 17000}, AV_CODEC_ID_OPUS).sampleRate, 16000);
+  EXPECT_EQ(like({.rate = 96000}, AV_CODEC_ID_MP3).sampleRate, 48000);
+}
+
+// Flash files have MP3 of 44.1 kHz, fractions of it, and 48 kHz.
+TEST(SoundFormat, ARateThatTheContainerDoesNotTakeBecomesTheNearest) {
+  EXPECT_EQ(like({.rate = 48000}, AV_CODEC_ID_MP3, "flv").sampleRate, 48000);
+  EXPECT_EQ(like({.rate = 24000}, AV_CODEC_ID_MP3, "flv").sampleRate, 22050);
+  EXPECT_EQ(like({.rate = 16000}, AV_CODEC_ID_MP3, "flv").sampleRate, 11025);
+  EXPECT_EQ(like({.rate = 48000}, AV_CODEC_ID_MP3, "swf").sampleRate, 44100);
+}
+
+TEST(SoundFormat, SpeakersThatTheCodecDoesNotHaveBecomeTheUsualOnesOfFewer) {
+  EXPECT_EQ(like({.layout = AV_CH_LAYOUT_7POINT1}, AV_CODEC_ID_MP3).layout, kStereo);
+  EXPECT_EQ(like({.layout = AV_CH_LAYOUT_5POINT1_BACK}, AV_CODEC_ID_MP2).layout, kStereo);
+}
+
+TEST(SoundFormat, SurroundSpeakersOfAacAreAtTheBack) {
+  for (const int64_t layout : {AV_CH_LAYOUT_5POINT1, AV_CH_LAYOUT_5POINT1_BACK})
+    EXPECT_EQ(like({.layout = layout}, AV_CODEC_ID_AAC).layout, AV_CH_LAYOUT_5POINT1_BACK);
+  for (const int64_t layout : {AV_CH_LAYOUT_5POINT0, AV_CH_LAYOUT_5POINT0_BACK})
+    EXPECT_EQ(like({.layout = layout}, AV_CODEC_ID_AAC).layout, AV_CH_LAYOUT_5POINT0_BACK);
+  EXPECT_EQ(like({.layout = AV_CH_LAYOUT_5POINT1}, AV_CODEC_ID_FLAC).layout, AV_CH_LAYOUT_5POINT1);
+}
+
+TEST(SoundFormat, SpeakersThatNobodyNamesAreTheUsualOfTheirNumber) {
+  EXPECT_EQ(like({.layout = kStereo}, AV_CODEC_ID_AAC, "mp4", false).layout, kStereo);
+  EXPECT_EQ(like({.layout = kMono}, AV_CODEC_ID_AAC, "mp4", false).layout, kMono);
+}
+
+TEST(SoundFormat, WithoutAnEncoderItIsTheTracksOwn) {
+  EXPECT_EQ(like({.rate = 32000, .layout = kMono}, AV_CODEC_ID_COOK),
+            (SoundFormat{32000, kMono, 0}));
+}
+
+TEST(SoundFormat, ChannelsAreCounted) {
+  EXPECT_EQ((SoundFormat{44100, kMono, 0}).channels(), 1);
+  EXPECT_EQ((SoundFormat{44100, AV_CH_LAYOUT_5POINT1, 0}).channels(), 6);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace kestrel
