@@ -52,8 +52,21 @@ int32_t AudioFeed::read(float* data, int32_t frames) {
   // Where nothing is current, something may still come, unless the clock is where all ends.
   const bool mayCome = inputs.empty() && movie_.currentTime() < lastMoment(movie_);
   if (atEnd && !mayCome) wanted = std::min(wanted, waiting);
-  if (wanted > 0) movie_.readSample(data, wanted);
+  if (wanted > 0) mix(inputs, data, wanted);
   return wanted;
+}
+
+/// Adds the inputs up, in the movie's volume, and moves its clock.
+void AudioFeed::mix(const std::vector<StreamSound*>& inputs, float* data, int32_t frames) {
+  const auto count = static_cast<size_t>(frames) * kChannels;
+  const double volume = movie_.volume();
+  std::fill_n(data, count, 0.F);
+  scratch_.resize(std::max(scratch_.size(), count));
+  for (StreamSound* const input : inputs) {
+    input->take(scratch_.data(), frames);
+    for (size_t i = 0; i < count; ++i) data[i] += static_cast<float>(scratch_[i] * volume);
+  }
+  movie_.forwardAudioDecodeTime(frames);
 }
 
 int32_t AudioFeed::waitingFrames() const {

@@ -14,9 +14,9 @@ namespace kestrel {
 /// A movie's mixed sound in order, to the sample: silence where the input has a hole, and nothing
 /// beyond its end.
 ///
-/// The movie's pump answers every request in full, silence included, and places sound to within one
-/// request. The feed therefore cuts its requests at the edges of holes and at the input's end, and
-/// drops sound that comes too late, so that sound and pictures stay together for hours.
+/// The movie's own pump answers every request in full, silence included, and places sound to within
+/// one request. The feed mixes what its streams bring, each at its place to the sample, so that
+/// sound and pictures stay together for hours.
 class AudioFeed {
  public:
   explicit AudioFeed(LMFFMovie& movie);
@@ -36,10 +36,12 @@ class AudioFeed {
  private:
   /// The streams that are mixed.
   std::vector<StreamSound*> currentInputs();
+  void mix(const std::vector<StreamSound*>& inputs, float* data, int32_t frames);
 
   LMFFMovie& movie_;
   bool readsAlone_ = false;
   std::map<std::shared_ptr<LMFFMediaStream>, StreamSound> sounds_;
+  std::vector<float> scratch_;
 };
 
 /// Keeps the movie's clock from running off the end that the container states while the input goes

@@ -59,16 +59,23 @@ void StreamSound::prefetch() const {
   }
 }
 
-int32_t StreamSound::align(int32_t frames) {
-  prefetch();
-  const int64_t distance = framesUntilSound();
-  const int64_t least = state_ == State::kSounding ? tolerance() : rounding();
-  if (distance < -least) {
-    const auto late = static_cast<int32_t>(std::min<int64_t>(-distance, waitingFrames()));
-    std::vector<float> dropped(static_cast<size_t>(late) * channelsOf(*stream_));
-    stream_->readSample(dropped.data(), late);
+/// Drops what waits and is late by more than `least` frames, and what then waits likewise.
+void StreamSound::dropLate(int64_t least) {
+  while (waitingFrames() > 0) {
+    const int64_t late = -framesUntilSound();
+    if (late <= least) return;
+    const auto count = static_cast<int32_t>(std::min<int64_t>(late, waitingFrames()));
+    std::vector<float> dropped(static_cast<size_t>(count) * channelsOf(*stream_));
+    stream_->readSample(dropped.data(), count);
     prefetch();
   }
+}
+
+int32_t StreamSound::align(int32_t frames) {
+  prefetch();
+  const int64_t least = state_ == State::kSounding ? tolerance() : rounding();
+  dropLate(least);
+  const int64_t distance = framesUntilSound();
   if (distance > (state_ == State::kSilent ? 0 : least)) {
     state_ = State::kSilent;
     return static_cast<int32_t>(std::min<int64_t>(distance, frames));
@@ -79,6 +86,14 @@ int32_t StreamSound::align(int32_t frames) {
   return waiting > 0 ? std::min(waiting, frames) : frames;
 }
 
+void StreamSound::take(float* data, int32_t frames) {
+  if (state_ == State::kSounding && waitingFrames() >= frames)
+    stream_->readSample(data, frames);
+  else
+    std::fill_n(data, static_cast<size_t>(frames) * channelsOf(*stream_), 0.F);
+  stream_->setAudio_sync_frame(stream_->audio_sync_frame() + frames);
+}
+
 int32_t StreamSound::waitingFrames() const { return stream_->outputSamples(); }
 
 bool StreamSound::isAtEnd() const { return media_->isAtEnd(); }
@@ -87,8 +102,7 @@ int32_t StreamSound::read(float* data, int32_t frames) {
   int32_t wanted = align(std::min(frames, kMostFrames));
   if (isAtEnd()) wanted = std::min(wanted, waitingFrames());
   if (wanted <= 0) return 0;
-  std::fill_n(data, static_cast<size_t>(wanted) * channelsOf(*stream_), 0.F);
-  media_->readAudioStream(stream_, data, wanted);
+  take(data, wanted);
   return wanted;
 }
 

@@ -13,9 +13,9 @@ class LMFFMediaStream;
 /// One stream's sound in order, to the sample, in the format that the stream resamples to (float,
 /// interleaved): silence where the input has a hole, and nothing beyond its end.
 ///
-/// A media places sound to within one request. So requests are cut at the edges of holes, and sound
-/// that comes too late is dropped. Sound that begins comes to the sample where it belongs; while it
-/// goes on, the container's times count only where they are off by more than they jitter.
+/// Sound that comes too late is dropped. Sound that begins comes to the sample where it belongs;
+/// while it goes on, the container's times count only where they are off by more than they jitter.
+/// (The media's own pump places sound to within one request, so nothing is read by it.)
 class StreamSound {
  public:
   static constexpr int32_t kMostFrames = 512;  ///< of a request
@@ -29,13 +29,16 @@ class StreamSound {
   /// `frames` frames may be asked for at once.
   int32_t align(int32_t frames);
 
+  /// Reads `frames` frames, up to as many as `align` answered last: sound, or silence.
+  void take(float* data, int32_t frames);
+
   /// How many frames have been read and wait.
   int32_t waitingFrames() const;
 
   /// Nothing of the input is left to be read.
   bool isAtEnd() const;
 
-  /// Reads up to `frames` frames; fewer where it pleases, 0 at the end.
+  /// Aligns and takes up to `frames` frames; fewer where it pleases, 0 at the end.
   int32_t read(float* data, int32_t frames);
 
   /// Before the first read: leaves out the silence that stands for the time before the input's
@@ -46,6 +49,7 @@ class StreamSound {
   enum class State { kFresh, kSilent, kSounding };
 
   void prefetch() const;
+  void dropLate(int64_t least);
   int64_t framesUntilSound() const;
   int64_t tolerance() const;
   int64_t rounding() const;
