@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 #include <string_view>
 
@@ -31,14 +32,10 @@ constexpr int kLongestSide = 32768;
 constexpr size_t kMostBytes = size_t{1} << 29;
 constexpr int kBytesPerPixel = 4;
 
-struct Deleter {
-  void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+struct SwsDeleter {
   void operator()(SwsContext* context) const { sws_freeContext(context); }
 };
-template <typename Handle>
-using Owner = std::unique_ptr<Handle, Deleter>;
+using SwsPtr = std::unique_ptr<SwsContext, SwsDeleter>;
 
 // Writing.
 
@@ -53,8 +50,8 @@ bool isOpaque(const BitmapImage& image) {
 }
 
 /// A frame with memory for a picture; null where there is not enough.
-Owner<AVFrame> makeFrame(const BitmapImage& image, AVPixelFormat format) {
-  Owner<AVFrame> frame(av_frame_alloc());
+FramePtr makeFrame(const BitmapImage& image, AVPixelFormat format) {
+  FramePtr frame(av_frame_alloc());
   if (!frame) return nullptr;
   frame->format = format;
   frame->width = image.width();
@@ -66,7 +63,7 @@ Owner<AVFrame> makeFrame(const BitmapImage& image, AVPixelFormat format) {
 }
 
 /// The pixels as they are, without the alpha of an opaque picture.
-Owner<AVFrame> exactFrame(const BitmapImage& image) {
+FramePtr exactFrame(const BitmapImage& image) {
   const bool hasAlpha = !isOpaque(image);
   auto frame = makeFrame(image, hasAlpha ? AV_PIX_FMT_RGBA : AV_PIX_FMT_RGB24);
   if (!frame) return nullptr;
@@ -88,7 +85,7 @@ Owner<AVFrame> exactFrame(const BitmapImage& image) {
 }
 
 /// The picture over black, in planes as JPEG files hold them.
-Owner<AVFrame> photoFrame(const BitmapImage& image) {
+FramePtr photoFrame(const BitmapImage& image) {
   auto frame = makeFrame(image, AV_PIX_FMT_YUV444P);
   const auto borrowed =
       BitmapImage::borrowing(image.pixels(), image.width(), image.height(), image.bytesPerRow());
@@ -118,9 +115,9 @@ int quantizerOf(int quality) {
   return std::clamp(static_cast<int>(std::lround(percent / 6.25)), 1, 31);
 }
 
-Owner<AVCodecContext> makeEncoder(AVCodecID codec, const AVFrame& frame) {
+CodecContextPtr makeEncoder(AVCodecID codec, const AVFrame& frame) {
   const AVCodec* encoder = avcodec_find_encoder(codec);
-  Owner<AVCodecContext> context(encoder ? avcodec_alloc_context3(encoder) : nullptr);
+  CodecContextPtr context(encoder ? avcodec_alloc_context3(encoder) : nullptr);
   if (!context) return nullptr;
   context->pix_fmt = static_cast<AVPixelFormat>(frame.format);
   context->width = frame.width;
@@ -184,8 +181,8 @@ AVCodecID codecOf(std::span<const uint8_t> data) {
 }
 
 /// The bytes as decoders want them, with room behind.
-Owner<AVPacket> packetOf(std::span<const uint8_t> data) {
-  Owner<AVPacket> packet(av_packet_alloc());
+PacketPtr packetOf(std::span<const uint8_t> data) {
+  PacketPtr packet(av_packet_alloc());
   if (!packet || av_new_packet(packet.get(), static_cast<int>(data.size())) < 0) return nullptr;
   std::memcpy(packet->data, data.data(), data.size());
   packet->flags |= AV_PKT_FLAG_KEY;
@@ -195,7 +192,7 @@ Owner<AVPacket> packetOf(std::span<const uint8_t> data) {
 FramePtr decode(std::span<const uint8_t> data) {
   const AVCodec* decoder = avcodec_find_decoder(codecOf(data));
   if (!decoder || data.size() > kMostBytes) return nullptr;
-  const Owner<AVCodecContext> context(avcodec_alloc_context3(decoder));
+  const CodecContextPtr context(avcodec_alloc_context3(decoder));
   const auto packet = packetOf(data);
   if (!context || !packet) return nullptr;
   context->max_pixels = kMostPixels;
@@ -226,8 +223,8 @@ std::shared_ptr<uint8_t[]> makePixels(int width, int height) {
 }
 
 /// Takes chroma for sited in the middle of the pixels that share it, as picture files have it.
-Owner<SwsContext> makeConverter(const AVFrame& frame) {
-  Owner<SwsContext> context(sws_alloc_context());
+SwsPtr makeConverter(const AVFrame& frame) {
+  SwsPtr context(sws_alloc_context());
   if (!context) return nullptr;
   const std::array<std::pair<const char*, int>, 7> options{{
       {"srcw", frame.width},
