@@ -4,39 +4,24 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 
 #include <kestrel/convert/Failure.h>
+#include "tests/support/FileBytes.h"
 #include "tests/support/TempDir.h"
 
-using namespace kestrel;
-
+namespace kestrel::test {
 namespace {
 
 namespace fs = std::filesystem;
-using kestrel::test::TempDir;
 using Names = std::set<std::string>;
-
-void write(const fs::path& file, const std::string& text) { std::ofstream(file) << text; }
-
-std::string read(const fs::path& file) {
-  std::ifstream stream(file);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 class OutputFileTest : public testing::Test {
  protected:
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
-  Names names() const {
-    Names names;
-    for (const auto& entry : fs::directory_iterator(folder_.path()))
-      names.insert(entry.path().filename().string());
-    return names;
-  }
+  Names names() const { return namesIn(folder_.path()); }
 
   /// The message of the failure that making an output file ends in; "" when there is none.
   std::string refusal(const std::string& target, bool force, const std::string& input = {}) const {
@@ -62,16 +47,16 @@ TEST_F(OutputFileTest, PartialFileLiesBesideTheTargetAndTellsWhatItIs) {
 
 TEST_F(OutputFileTest, CommitPutsItInTheTargetsPlace) {
   OutputFile file(path("movie.mp4"), false);
-  write(file.path(), "new");
+  writeBytes(file.path(), "new");
   file.commit();
-  EXPECT_EQ(read(path("movie.mp4")), "new");
+  EXPECT_EQ(readBytes(path("movie.mp4")), "new");
   EXPECT_EQ(names(), Names{"movie.mp4"});
 }
 
 TEST_F(OutputFileTest, WithoutACommitNothingStays) {
   {
     const OutputFile file(path("movie.mp4"), false);
-    write(file.path(), "half");
+    writeBytes(file.path(), "half");
   }
   EXPECT_EQ(names(), Names{});
 }
@@ -83,49 +68,49 @@ TEST_F(OutputFileTest, ACommitOfNothingIsAFailure) {
 }
 
 TEST_F(OutputFileTest, TheOldTargetStaysUntilTheCommit) {
-  write(path("movie.mp4"), "old");
+  writeBytes(path("movie.mp4"), "old");
   OutputFile file(path("movie.mp4"), true);
-  write(file.path(), "new");
-  EXPECT_EQ(read(path("movie.mp4")), "old");
+  writeBytes(file.path(), "new");
+  EXPECT_EQ(readBytes(path("movie.mp4")), "old");
   file.commit();
-  EXPECT_EQ(read(path("movie.mp4")), "new");
+  EXPECT_EQ(readBytes(path("movie.mp4")), "new");
 }
 
 TEST_F(OutputFileTest, AReplacedTargetKeepsItsPermissions) {
-  write(path("movie.mp4"), "old");
+  writeBytes(path("movie.mp4"), "old");
   fs::permissions(path("movie.mp4"), fs::perms::owner_read | fs::perms::owner_write);
   OutputFile file(path("movie.mp4"), true);
-  write(file.path(), "new");
+  writeBytes(file.path(), "new");
   file.commit();
   EXPECT_EQ(fs::status(path("movie.mp4")).permissions(),
             fs::perms::owner_read | fs::perms::owner_write);
 }
 
 TEST_F(OutputFileTest, ALinkStaysALink) {
-  write(path("real.mp4"), "old");
+  writeBytes(path("real.mp4"), "old");
   fs::create_symlink("real.mp4", path("link.mp4"));
   OutputFile file(path("link.mp4"), true);
-  write(file.path(), "new");
+  writeBytes(file.path(), "new");
   file.commit();
   EXPECT_TRUE(fs::is_symlink(path("link.mp4")));
-  EXPECT_EQ(read(path("real.mp4")), "new");
+  EXPECT_EQ(readBytes(path("real.mp4")), "new");
 }
 
 TEST_F(OutputFileTest, AnExistingTargetNeedsForce) {
-  write(path("movie.mp4"), "old");
+  writeBytes(path("movie.mp4"), "old");
   EXPECT_EQ(refusal(path("movie.mp4"), false), "'" + path("movie.mp4") + "' exists");
   EXPECT_EQ(refusal(path("movie.mp4"), true), "");
 }
 
 TEST_F(OutputFileTest, ATargetThatAppearsMeanwhileIsNotReplaced) {
   OutputFile file(path("movie.mp4"), false);
-  write(path("movie.mp4"), "somebody else's");
+  writeBytes(path("movie.mp4"), "somebody else's");
   EXPECT_THROW(file.commit(), Failure);
-  EXPECT_EQ(read(path("movie.mp4")), "somebody else's");
+  EXPECT_EQ(readBytes(path("movie.mp4")), "somebody else's");
 }
 
 TEST_F(OutputFileTest, TheInputIsNeverTheTarget) {
-  write(path("movie.mp4"), "input");
+  writeBytes(path("movie.mp4"), "input");
   fs::create_hard_link(path("movie.mp4"), path("same.mp4"));
   for (const char* name : {"movie.mp4", "same.mp4"}) {
     EXPECT_EQ(refusal(path(name), true, path("movie.mp4")),
@@ -142,7 +127,7 @@ TEST_F(OutputFileTest, AFolderIsNoTarget) {
 TEST_F(OutputFileTest, TheTargetsFolderMustBeThere) {
   EXPECT_EQ(refusal(path("missing/movie.mp4"), false),
             "cannot write '" + path("missing/movie.mp4") + "': No such file or directory");
-  write(path("file"), "");
+  writeBytes(path("file"), "");
   EXPECT_EQ(refusal(path("file/movie.mp4"), false),
             "cannot write '" + path("file/movie.mp4") + "': Not a directory");
 }
@@ -155,13 +140,13 @@ TEST_F(OutputFileTest, ANameThatNoFileCanHaveIsRefusedAtOnce) {
 TEST_F(OutputFileTest, TheLongestNameHasAPartialFileToo) {
   const std::string name = std::string(251, 'x') + ".mp4";
   OutputFile file(path(name), false);
-  write(file.path(), "new");
+  writeBytes(file.path(), "new");
   file.commit();
   EXPECT_EQ(names(), Names{name});
 }
 
 TEST_F(OutputFileTest, TwoAtOnceDoNotMeet) {
-  write(path("movie.mp4"), "old");
+  writeBytes(path("movie.mp4"), "old");
   const OutputFile one(path("movie.mp4"), true);
   const OutputFile other(path("movie.mp4"), true);
   EXPECT_NE(one.path(), other.path());
@@ -173,7 +158,7 @@ TEST_F(OutputFileTest, NoNameIsTakenForAProtocol) {
   {
     OutputFile file("10:30.mp4", false);
     EXPECT_TRUE(file.path().starts_with("./"));
-    write(file.path(), "new");
+    writeBytes(file.path(), "new");
     file.commit();
   }
   fs::current_path(before);
@@ -191,3 +176,4 @@ TEST_F(OutputFileTest, DevicesAndPipesAreWrittenDirectly) {
 }
 
 }  // namespace
+}  // namespace kestrel::test

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e/FileBytes.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "tests/e2e/FileBytes.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/Kestrel.h"
 #include "tests/support/Ffprobe.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 

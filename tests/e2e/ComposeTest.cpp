@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "tests/e2e/Decoded.h"
-#include "tests/e2e/FileBytes.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <random>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "tests/e2e/Decoded.h"
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/Kestrel.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/TempDir.h"
 
 namespace kestrel::test {

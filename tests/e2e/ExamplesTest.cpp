@@ -4,8 +4,8 @@
 #include <fstream>
 #include <string>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/Kestrel.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 

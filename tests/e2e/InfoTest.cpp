@@ -8,9 +8,9 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/Kestrel.h"
 #include "tests/support/Ffprobe.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 

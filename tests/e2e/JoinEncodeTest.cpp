@@ -4,9 +4,9 @@
 #include <cmath>
 #include <filesystem>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/JoinFixture.h"
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 
 namespace kestrel::test {

@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <limits>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/JoinFixture.h"
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 
 namespace kestrel::test {

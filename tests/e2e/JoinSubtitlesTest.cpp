@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/JoinFixture.h"
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 
 namespace kestrel::test {

@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <thread>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/JoinFixture.h"
 #include "tests/e2e/NumberedClip.h"
 #include "tests/support/Ffprobe.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 
 namespace kestrel::test {

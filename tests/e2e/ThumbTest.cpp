@@ -10,9 +10,9 @@
 
 #include "tests/e2e/Bars.h"
 #include "tests/e2e/Decoded.h"
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/Kestrel.h"
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 

@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/e2e/FileBytes.h"
 #include "tests/e2e/Kestrel.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 

@@ -7,27 +7,19 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <span>
 #include <string>
 
+#include "tests/support/FileBytes.h"
 #include "tests/support/TempDir.h"
 
-namespace kestrel {
+namespace kestrel::test {
 namespace {
 
 namespace fs = std::filesystem;
 using Existing = AtomicFile::Existing;
 using Names = std::set<std::string>;
-
-void write(const fs::path& file, const std::string& text) { std::ofstream(file) << text; }
-
-std::string read(const fs::path& file) {
-  std::ifstream stream(file);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 std::span<const uint8_t> bytes(const std::string& text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -45,14 +37,9 @@ class AtomicFileTest : public testing::Test {
  protected:
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
-  Names names() const {
-    Names names;
-    for (const auto& entry : fs::directory_iterator(folder_.path()))
-      names.insert(entry.path().filename().string());
-    return names;
-  }
+  Names names() const { return namesIn(folder_.path()); }
 
-  const test::TempDir folder_;
+  const TempDir folder_;
 };
 
 TEST_F(AtomicFileTest, PartialFileLiesBesideTheTargetAndTellsWhatItIs) {
@@ -66,9 +53,9 @@ TEST_F(AtomicFileTest, PartialFileLiesBesideTheTargetAndTellsWhatItIs) {
 
 TEST_F(AtomicFileTest, CommitPutsItInTheTargetsPlace) {
   AtomicFile file(path("movie.mp4"));
-  write(file.path(), "new");
+  writeBytes(file.path(), "new");
   EXPECT_FALSE(file.commit());
-  EXPECT_EQ(read(path("movie.mp4")), "new");
+  EXPECT_EQ(readBytes(path("movie.mp4")), "new");
   EXPECT_EQ(names(), Names{"movie.mp4"});
 }
 
@@ -78,7 +65,7 @@ TEST_F(AtomicFileTest, WhatIsAppendedIsThereInOrder) {
   file.write(bytes(""));
   file.write(bytes("two"));
   EXPECT_FALSE(file.commit());
-  EXPECT_EQ(read(path("list")), "one two");
+  EXPECT_EQ(readBytes(path("list")), "one two");
 }
 
 TEST_F(AtomicFileTest, NoBytesMakeAnEmptyFile) {
@@ -88,29 +75,29 @@ TEST_F(AtomicFileTest, NoBytesMakeAnEmptyFile) {
 }
 
 TEST_F(AtomicFileTest, WithoutACommitNothingStaysOfIt) {
-  write(path("old"), "old");
+  writeBytes(path("old"), "old");
   for (const char* name : {"old", "new"}) {
     AtomicFile file(path(name));
     file.write(bytes("half"));
   }
   EXPECT_EQ(names(), Names{"old"});
-  EXPECT_EQ(read(path("old")), "old");
+  EXPECT_EQ(readBytes(path("old")), "old");
 }
 
 TEST_F(AtomicFileTest, ACommitOfNothingIsAnError) {
-  write(path("old"), "old");
+  writeBytes(path("old"), "old");
   for (const char* name : {"old", "new"}) EXPECT_EQ(AtomicFile(path(name)).commit().code, -ENOENT);
   EXPECT_EQ(names(), Names{"old"});
-  EXPECT_EQ(read(path("old")), "old");
+  EXPECT_EQ(readBytes(path("old")), "old");
 }
 
 TEST_F(AtomicFileTest, TheOldTargetStaysUntilTheCommit) {
-  write(path("movie.mp4"), "old");
+  writeBytes(path("movie.mp4"), "old");
   AtomicFile file(path("movie.mp4"));
-  write(file.path(), "new");
-  EXPECT_EQ(read(path("movie.mp4")), "old");
+  writeBytes(file.path(), "new");
+  EXPECT_EQ(readBytes(path("movie.mp4")), "old");
   EXPECT_FALSE(file.commit());
-  EXPECT_EQ(read(path("movie.mp4")), "new");
+  EXPECT_EQ(readBytes(path("movie.mp4")), "new");
 }
 
 TEST_F(AtomicFileTest, ANewFileIsLikeAnyOther) {
@@ -122,26 +109,26 @@ TEST_F(AtomicFileTest, ANewFileIsLikeAnyOther) {
 
 TEST_F(AtomicFileTest, AReplacedFileKeepsItsPermissions) {
   for (const unsigned mode : {0600U, 0444U, 0755U, 0666U}) {
-    write(path("file"), "old");
+    writeBytes(path("file"), "old");
     chmod(path("file").c_str(), mode);
     EXPECT_FALSE(replaceFile(path("file"), bytes("new")));
     EXPECT_EQ(modeOf(path("file")), mode);
-    EXPECT_EQ(read(path("file")), "new");
+    EXPECT_EQ(readBytes(path("file")), "new");
     fs::remove(path("file"));
   }
 }
 
 TEST_F(AtomicFileTest, WhatReplacesAPrivateFileIsPrivateFromTheStart) {
-  write(path("file"), "old");
+  writeBytes(path("file"), "old");
   chmod(path("file").c_str(), 0600);
   AtomicFile file(path("file"));
-  write(file.path(), "new");
+  writeBytes(file.path(), "new");
   EXPECT_EQ(modeOf(file.path()), 0600U);
 }
 
 TEST_F(AtomicFileTest, AReplacedFileKeepsOwnerAndGroup) {
   if (geteuid() != 0) GTEST_SKIP() << "only the administrator may give files away";
-  write(path("file"), "old");
+  writeBytes(path("file"), "old");
   ASSERT_EQ(chown(path("file").c_str(), 12345, 23456), 0);
   chmod(path("file").c_str(), 04755);  // a change of owner takes the first bit away
   EXPECT_FALSE(replaceFile(path("file"), bytes("new")));
@@ -152,13 +139,13 @@ TEST_F(AtomicFileTest, AReplacedFileKeepsOwnerAndGroup) {
 
 TEST_F(AtomicFileTest, ALinkStaysALink) {
   fs::create_directory(path("elsewhere"));
-  write(path("elsewhere/real"), "old");
+  writeBytes(path("elsewhere/real"), "old");
   fs::create_symlink("elsewhere/real", path("near"));
   fs::create_symlink(path("near"), path("far"));
   EXPECT_FALSE(replaceFile(path("far"), bytes("new")));
   EXPECT_TRUE(fs::is_symlink(path("far")));
   EXPECT_TRUE(fs::is_symlink(path("near")));
-  EXPECT_EQ(read(path("elsewhere/real")), "new");
+  EXPECT_EQ(readBytes(path("elsewhere/real")), "new");
 }
 
 TEST_F(AtomicFileTest, ALinkToAFileThatIsNotThereYetStaysALink) {
@@ -166,7 +153,7 @@ TEST_F(AtomicFileTest, ALinkToAFileThatIsNotThereYetStaysALink) {
   fs::create_symlink("elsewhere/later", path("link"));
   EXPECT_FALSE(replaceFile(path("link"), bytes("new")));
   EXPECT_TRUE(fs::is_symlink(path("link")));
-  EXPECT_EQ(read(path("elsewhere/later")), "new");
+  EXPECT_EQ(readBytes(path("elsewhere/later")), "new");
 }
 
 TEST_F(AtomicFileTest, LinksInACircleAreRefused) {
@@ -177,17 +164,17 @@ TEST_F(AtomicFileTest, LinksInACircleAreRefused) {
 }
 
 TEST_F(AtomicFileTest, AnOldTargetCanBeKept) {
-  write(path("movie.mp4"), "old");
+  writeBytes(path("movie.mp4"), "old");
   EXPECT_EQ(AtomicFile(path("movie.mp4"), Existing::kKeep).error().code, -EEXIST);
   EXPECT_FALSE(AtomicFile(path("movie.mp4"), Existing::kReplace).error());
 }
 
 TEST_F(AtomicFileTest, ATargetThatAppearsMeanwhileCanBeKept) {
   AtomicFile file(path("movie.mp4"), Existing::kKeep);
-  write(file.path(), "new");
-  write(path("movie.mp4"), "somebody else's");
+  writeBytes(file.path(), "new");
+  writeBytes(path("movie.mp4"), "somebody else's");
   EXPECT_EQ(file.commit().code, -EEXIST);
-  EXPECT_EQ(read(path("movie.mp4")), "somebody else's");
+  EXPECT_EQ(readBytes(path("movie.mp4")), "somebody else's");
   EXPECT_EQ(names(), Names{"movie.mp4"});
 }
 
@@ -200,12 +187,12 @@ TEST_F(AtomicFileTest, InASharedFolderNobodyCanTakeThePartialFilesPlace) {
 }
 
 TEST_F(AtomicFileTest, WritingFollowsNoLink) {
-  write(path("precious"), "precious");
+  writeBytes(path("precious"), "precious");
   AtomicFile file(path("movie.mp4"));
   fs::create_symlink("precious", file.path());
   file.write(bytes("new"));
   EXPECT_EQ(file.commit().code, -ELOOP);
-  EXPECT_EQ(read(path("precious")), "precious");
+  EXPECT_EQ(readBytes(path("precious")), "precious");
 }
 
 TEST_F(AtomicFileTest, AFolderIsNoTarget) {
@@ -215,7 +202,7 @@ TEST_F(AtomicFileTest, AFolderIsNoTarget) {
 
 TEST_F(AtomicFileTest, TheTargetsFolderMustBeThere) {
   EXPECT_EQ(AtomicFile(path("missing/movie.mp4")).error().message, "No such file or directory");
-  write(path("file"), "");
+  writeBytes(path("file"), "");
   EXPECT_EQ(AtomicFile(path("file/movie.mp4")).error().message, "Not a directory");
   EXPECT_EQ(AtomicFile("").error().code, -ENOENT);
 }
@@ -242,7 +229,7 @@ TEST_F(AtomicFileTest, NoNameIsTakenForAProtocol) {
   {
     AtomicFile file("10:30.mp4");
     EXPECT_TRUE(file.path().starts_with("./"));
-    write(file.path(), "new");
+    writeBytes(file.path(), "new");
     EXPECT_FALSE(file.commit());
   }
   fs::current_path(before);
@@ -272,7 +259,7 @@ TEST_F(AtomicFileTest, AtTheProgramsEndEveryPartialFileGoes) {
     AtomicFile one(path("one"));
     AtomicFile other(path("other"));
     one.write(bytes("half"));
-    write(other.path(), "half");
+    writeBytes(other.path(), "half");
     AtomicFile::removeAll();
     const bool isClosed = one.commit() && AtomicFile(path("third")).error();
     _exit(isClosed ? 0 : 1);
@@ -283,4 +270,4 @@ TEST_F(AtomicFileTest, AtTheProgramsEndEveryPartialFileGoes) {
 }
 
 }  // namespace
-}  // namespace kestrel
+}  // namespace kestrel::test
