@@ -96,6 +96,10 @@ int32_t LMFFMovieFileOutput::audioBits() const { return state_->audioBits; }
 
 void LMFFMovieFileOutput::setAudioBits(int32_t bits) { state_->audioBits = bits; }
 
+int64_t LMFFMovieFileOutput::copiedSoundBegin() const { return state_->copiedSoundBegin; }
+
+void LMFFMovieFileOutput::setCopiedSoundBegin(int64_t time) { state_->copiedSoundBegin = time; }
+
 LMFFMovieFileOutput::Entries LMFFMovieFileOutput::muxerOptions() const {
   return state_->muxerOptions;
 }
@@ -302,7 +306,9 @@ bool LMFFMovieFileOutput::startOutput() {
   }
   state.applyTags();
   for (const auto& copy : state.copies) copy->settle();
-  return state.muxer.start(state.muxerOptions);
+  if (!state.muxer.start(state.muxerOptions)) return false;
+  state.audioTime = state.soundBegin();
+  return true;
 }
 
 void LMFFMovieFileOutput::State::applyTags() {

@@ -190,6 +190,10 @@ void LMFFMovieFileOutput::State::restampHidden(AVPacket& packet, const LMFFImage
   videoStarted = true;
 }
 
+int64_t LMFFMovieFileOutput::State::soundBegin() const {
+  return copyAudio ? av_rescale_q(copiedSoundBegin, kMicroseconds, audioStream->time_base) : 0;
+}
+
 // Answers whether the packet is to be written; its time stamps are the new ones in either case.
 bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item,
                                          const AVStream& stream) {
@@ -201,7 +205,7 @@ bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item
   const AVRational from = toAV(item.time_base());
   const AVRational to = stream.time_base;
   const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
-  const int64_t begin = isVideo ? videoBegin : 0;
+  const int64_t begin = isVideo ? videoBegin : soundBegin();
   const int64_t decoded = packet.dts == AV_NOPTS_VALUE
                               ? INT64_MIN
                               : std::max(streamTime(packet.dts, from, to, offset), begin);
@@ -210,7 +214,8 @@ bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item
   if (isKept) counter = std::max(av_sat_add64(counter, 1), decoded);
   packet.dts = counter;
   if (packet.pts != AV_NOPTS_VALUE) {
-    packet.pts = std::max({streamTime(packet.pts, from, to, offset), packet.dts, int64_t{0}});
+    const int64_t earliest = isVideo ? 0 : begin;
+    packet.pts = std::max({streamTime(packet.pts, from, to, offset), packet.dts, earliest});
   }
   packet.duration = av_rescale_q(packet.duration, from, to);
   packet.pos = -1;

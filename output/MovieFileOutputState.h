@@ -51,6 +51,7 @@ struct LMFFMovieFileOutput::State {
   void drain(const AVStream* stream);
 
   void restampHidden(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
+  int64_t soundBegin() const;  ///< of copied sound, in its stream's time base
   bool restamp(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
   void muxReady(StreamCopier& copy);
 
@@ -67,6 +68,7 @@ struct LMFFMovieFileOutput::State {
   Entries videoOptions;
   Entries audioOptions;
   int32_t audioBits = 0;
+  int64_t copiedSoundBegin = 0;  // microseconds
   Entries muxerOptions;
   LMFFVideoColor outputColor;
   Entries metadata;

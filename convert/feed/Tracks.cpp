@@ -17,28 +17,22 @@ constexpr AVRational kSamples{1, 44100};  // the movie's own rate
 constexpr int32_t kChannels = 2;
 constexpr int32_t kBlockFrames = 4096;  // what one audio job carries at most
 
-/// Copied sound that is late by no more than this, or by one tick of the output, is moved to its
-/// place; the output drops what is later. Microseconds.
-constexpr int64_t kMostLate = 100000;
-
 /// The time left from the conversion's start to its end.
 std::optional<int64_t> lengthOf(const ConversionPlan& plan) {
   if (!plan.end) return std::nullopt;
   return *plan.end - plan.start;
 }
 
-/// Makes a sound packet follow on the one before. The packets that only bring an encoder's delay
-/// lie before the movie's start, so they would all fall on the output's first moment, and all but
-/// one of them would be dropped.
+/// Makes a sound packet follow on the one before. Where time stamps lie closer together than ticks
+/// of the output, or begin before it, several packets fall on one tick, and the output would drop
+/// all but one of them.
 void catchUp(const LMFFImage& item, const LMFFMovieFileOutput& output) {
   AVPacket& packet = *item.getPacket();
   if (packet.dts == AV_NOPTS_VALUE) return;
   const AVRational from = toAV(item.time_base());
   const AVRational to = output.audioStream()->time_base;
   const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
-  const int64_t late = output.audio_pts() - (av_rescale_q(packet.dts, from, to) + offset);
-  const bool isNear = late == 1 || av_rescale_q(late, to, kMicroseconds) <= kMostLate;
-  if (late <= 0 || !isNear) return;
+  if (output.audio_pts() <= av_rescale_q(packet.dts, from, to) + offset) return;
   packet.dts = av_rescale_q_rnd(output.audio_pts() - offset, to, from, AV_ROUND_UP);
   if (packet.pts != AV_NOPTS_VALUE) packet.pts = std::max(packet.pts, packet.dts);
 }

@@ -45,6 +45,9 @@ constexpr int64_t kSecond = 1000000;
 /// other, few enough that they cost no memory to speak of.
 constexpr size_t kMostJobs = 2;
 
+/// No encoder's delay is longer; microseconds.
+constexpr int64_t kLongestDelay = kSecond;
+
 /// A seek may land a few pictures late: it aims this much earlier and what is too early is dropped.
 constexpr int64_t kPreroll = kSecond / 2;
 
@@ -162,6 +165,8 @@ class Conversion::Work {
   void openOutput(const std::string& path) {
     setUpOutput(output_, plan_, path, events_.interrupt);
     if (plan_.keepsMetadata) keepMetadata();
+    // From a later start on, packets that bring a delay are sound that was heard before.
+    if (plan_.start == 0) output_.setCopiedSoundBegin(-kLongestDelay);
     openStreams();
     output_.startOutput();
     requireOutput(output_, settings_.output);
@@ -207,27 +212,12 @@ class Conversion::Work {
     return tracks;
   }
 
-  /// How long before the movie its copied sound begins, with its encoder's delay; microseconds.
-  int64_t soundLead() const {
-    const AVFormatContext& input = *source_->formatContext();
-    AVStream* sound =
-        input.streams[*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())];
-    const AVIndexEntry* first = avformat_index_get_entry(sound, 0);
-    if (!first || input.start_time == AV_NOPTS_VALUE) return 0;
-    const int64_t begin = av_rescale_q(first->timestamp, sound->time_base, AV_TIME_BASE_Q);
-    return std::max<int64_t>(input.start_time - begin, 0);
-  }
-
   /// Reads and decodes on the movie's queue, in one piece of work there, so that no picture has to
   /// change threads on its way; encodes and writes on a thread of its own.
   void pump() {
     const int64_t preroll = std::min(kPreroll, plan_.start);
     movie_.seek(plan_.start - preroll);
     movie_.flushOperation();
-    // An output has no times before 0: copied sound that begins earlier takes the pictures along.
-    const bool onlyCopies = plan_.video != StreamAction::kEncode;
-    if (plan_.audio == StreamAction::kCopy && onlyCopies && plan_.start == 0)
-      plan_.start = -soundLead();
     std::exception_ptr failure;
     movie_.decodeImage(
         [&] {

@@ -101,6 +101,12 @@ class KESTREL_API LMFFMovieFileOutput {
   int32_t audioBits() const;
   void setAudioBits(int32_t bits);
 
+  /// The earliest decoding time of copied sound, microseconds; what is earlier is moved there. 0 by
+  /// default. Sound whose first packets only hold its encoder's delay begins below 0: containers
+  /// with edit lists hide that, others move all streams. Set before `startOutput`.
+  int64_t copiedSoundBegin() const;
+  void setCopiedSoundBegin(int64_t time);
+
   /// The short name of the container ("mp4", "matroska") if the path's extension does not tell; "":
   /// use the extension.
   std::string formatName() const;
