@@ -24,10 +24,29 @@ namespace kestrel {
 
 namespace {
 
+/// The muxer that knows what sound a container takes. Matroska has two by that name: the one for
+/// sound alone answers by tags and has not all of them.
+const AVOutputFormat& askedFor(const AVOutputFormat& format, AVCodecID codec) {
+  const bool isSound = avcodec_get_type(codec) == AVMEDIA_TYPE_AUDIO;
+  const AVOutputFormat* first = isSound ? av_guess_format(format.name, nullptr, nullptr) : nullptr;
+  return first ? *first : format;
+}
+
+/// What a muxer says about a codec, as `avformat_query_codec`, tags that it has for it included.
+int answerOf(const AVOutputFormat& format, AVCodecID codec) {
+  const AVOutputFormat& asked = askedFor(format, codec);
+  // Containers with a list of tags of their own may take more than they answer for.
+  const bool hasTag = asked.codec_tag && av_codec_get_tag(asked.codec_tag, codec) != 0;
+  return hasTag ? 1 : avformat_query_codec(&asked, codec, FF_COMPLIANCE_NORMAL);
+}
+
 /// Whether a muxer says that it takes a codec, be it by a list of tags alone.
-bool isTold(const AVOutputFormat& format, AVCodecID codec) {
-  return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) > 0 ||
-         (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
+bool isTold(const AVOutputFormat& format, AVCodecID codec) { return answerOf(format, codec) > 0; }
+
+/// Whether packets lie there one behind the other without a word where each begins.
+bool isRowOfPackets(const AVOutputFormat& format) {
+  const std::string_view name = format.name;
+  return name == "wav" || name == "w64";
 }
 
 /// Whether a muxer that takes a codec puts it where players will not find it.
@@ -39,22 +58,27 @@ bool misplaces(const AVOutputFormat& format, AVCodecID codec) {
       AV_CODEC_ID_MP1,        AV_CODEC_ID_MP2,        AV_CODEC_ID_MP3,   AV_CODEC_ID_AAC,
       AV_CODEC_ID_AAC_LATM,   AV_CODEC_ID_AC3,        AV_CODEC_ID_EAC3,  AV_CODEC_ID_DTS,
       AV_CODEC_ID_TRUEHD,     AV_CODEC_ID_OPUS,       AV_CODEC_ID_S302M, AV_CODEC_ID_PCM_BLURAY};
-  // Their packets would lie there one behind the other without a word where each begins.
+  // Their encoders' packets do not say where they begin.
   static const std::set<AVCodecID> kNeedFraming{AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS,
                                                 AV_CODEC_ID_SPEEX};
   const std::string_view name = format.name;
   if (name == "mpegts") return !kInTransportStream.contains(codec);
-  if ((name == "wav" || name == "w64") && kNeedFraming.contains(codec)) return true;
+  if (isRowOfPackets(format) && kNeedFraming.contains(codec)) return true;
   return name == "caf" && codec == AV_CODEC_ID_AAC;  // has a tag for it all the same
+}
+
+/// The same of a stream's own packets: those of AAC may begin with headers that tell their framing,
+/// and then there is none in the codec data.
+bool misplaces(const AVOutputFormat& format, const AVCodecParameters& parameters) {
+  const bool hasHeaders = parameters.codec_id == AV_CODEC_ID_AAC && parameters.extradata_size == 0;
+  return !(hasHeaders && isRowOfPackets(format)) && misplaces(format, parameters.codec_id);
 }
 
 /// Whether a container has a place for a codec, one that players will find it in.
 bool holds(const AVOutputFormat& format, AVCodecID codec) {
   if (misplaces(format, codec)) return false;
   if (std::string_view(format.name) == "mpegts") return true;
-  // Containers with a list of tags of their own may take more than they answer for.
-  return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) != 0 ||
-         (format.codec_tag && av_codec_get_tag(format.codec_tag, codec) != 0);
+  return answerOf(format, codec) != 0;
 }
 
 /// A container's own codec, or where that cannot be encoded here, the first of others that can and
@@ -178,8 +202,9 @@ void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const 
 
 std::string refusalOf(const AVOutputFormat& format, const AVStream& stream) {
   const AVCodecID codec = stream.codecpar->codec_id;
-  const std::string refusal = misplaces(format, codec) ? "" : containerRefusal(stream, format.name);
-  if (refusal.empty() && !misplaces(format, codec)) return {};
+  const bool isMisplaced = misplaces(format, *stream.codecpar);
+  const std::string refusal = isMisplaced ? "" : containerRefusal(stream, format.name);
+  if (refusal.empty() && !isMisplaced) return {};
   return fmt::format("the {} format cannot hold {}{}", format.name, avcodec_get_name(codec),
                      refusal.empty() ? "" : " (" + refusal + ")");
 }

@@ -65,6 +65,12 @@ TEST(Codecs, WavHoldsNoPacketsThatNeedFraming) {
   EXPECT_FALSE(isRefused("a.caf", AV_CODEC_ID_ALAC));
 }
 
+// The muxer of .mka has no tag for it, and writes it.
+TEST(Codecs, SoundThatMatroskaHoldsGoesIntoBothItsFiles) {
+  for (const std::string path : {"a.mkv", "a.mka"})
+    EXPECT_TRUE(isKnownToHold(outputFormatFor(path), AV_CODEC_ID_TTA)) << path;
+}
+
 TEST(Codecs, AMuxerThatDoesNotTellIsNotTakenAtItsWord) {
   EXPECT_FALSE(isRefused("a.ogg", AV_CODEC_ID_H264));
   EXPECT_FALSE(isKnownToHold(outputFormatFor("a.ogg"), AV_CODEC_ID_H264));

@@ -191,6 +191,46 @@ TEST_F(ConvertCopyOne, SoundThatBeginsLaterStaysLater) {
   EXPECT_TRUE(keepsSync(output, {.rate = 25, .ticks = {2, 3, 4}}));
 }
 
+// MPEG-4 files hide the samples of the encoder's delay by an edit list.
+TEST_F(ConvertCopyOne, SamplesThatAreHiddenStayHidden) {
+  const auto source = folder_ / "mp3.mp4";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-c:v", "copy", "-c:a", "libmp3lame",
+          source.string()});
+  const auto heard = samples(source);
+  for (const std::string target : {"out.mp4", "out.mov"}) {
+    SCOPED_TRACE(target);
+    ASSERT_TRUE(converts(source, folder_ / target, kCopyBoth));
+    EXPECT_EQ(samples(folder_ / target), heard);
+  }
+}
+
+// From half a second on, packets lie half as far apart as they last.
+TEST_F(ConvertCopyOne, SoundWhosePacketsLieCloseTogetherIsWhole) {
+  const auto source = folder_ / "dense.mkv";
+  ffmpeg({"-f", "lavfi", "-i", "sine=sample_rate=44100:duration=3", "-c:a", "wmav2", "-bsf:a",
+          "setts=ts='min(TS,500+(TS-500)*0.5)'", source.string()});
+  const auto output = folder_ / "out.avi";
+  ASSERT_EQ(convert(source, output, {"--audio-codec", "copy"}).status, 0);
+  EXPECT_EQ(packetHashes(output, "a"), packetHashes(source, "a"));
+}
+
+// AAC of a transport stream begins each packet with a header that tells where it ends.
+TEST_F(ConvertCopyOne, SoundThatTellsItsFramingGoesIntoWaves) {
+  const auto source = folder_ / "framed.aac";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-vn", "-c:a", "copy", source.string()});
+  // Decoders complain where the demuxer cuts the packets otherwise, and decode all of them.
+  const auto heardIn = [](const std::filesystem::path& file) {
+    return runPeer({"ffmpeg", "-v", "quiet", "-i", file.string(), "-f", "crc", "-"}).out;
+  };
+  const std::string heard = heardIn(source);
+  ASSERT_THAT(heard, testing::StartsWith("CRC="));
+  for (const std::string target : {"out.wav", "out.w64"}) {
+    SCOPED_TRACE(target);
+    ASSERT_TRUE(converts(source, folder_ / target, {"--audio-codec", "copy"}));
+    EXPECT_EQ(heardIn(folder_ / target), heard);
+  }
+}
+
 TEST_F(ConvertCopyOne, AStartBeginsWithTheNextKeyPicture) {
   // Key pictures lie at 0 s, 2 s and 4 s.
   const auto source = fixture("numbered25.mp4");

@@ -29,9 +29,11 @@ constexpr Rational kTicks{1, 90000};
 /// time base of 1/90000 in a QuickTime file, and their packets may hold any bytes.
 class CopyOutput : public LMFFMovieFileOutput {
  public:
-  explicit CopyOutput(const std::filesystem::path& path, bool video = true, bool audio = true)
+  explicit CopyOutput(const std::filesystem::path& path, bool video = true, bool audio = true,
+                      int64_t soundBegin = 0)
       : input_(avformat_alloc_context()) {
     setPath(path.string());
+    setCopiedSoundBegin(soundBegin);
     if (video) copyOutputStream(pictures());
     if (audio) copyOutputStream(sound());
     EXPECT_TRUE(startOutput()) << lastError().message;
@@ -258,6 +260,22 @@ TEST(LMFFMovieFileOutputCopy, AudioFromBeforeTheLastOneIsDropped) {
   for (const auto& packet : packetsOf(dir / "a.mov", "a"))
     bytes += std::stoul(packet["size"].get<std::string>());
   EXPECT_EQ(bytes, 3u * 16);
+}
+
+// What is too early goes to the first time there is, which is a tick behind the one asked for.
+TEST(LMFFMovieFileOutputCopy, AudioMayBeginBeforeTheStart) {
+  const TempDir dir;
+  CopyOutput output(dir / "a.mov", false, true, -100000);
+  EXPECT_EQ(output.copiedSoundBegin(), -100000);
+  const auto early = packetItem(kTicks, -4500, -4500);
+  output.writeAudioPacket(early);
+  EXPECT_EQ(early->getPacket()->pts, -4500);
+  EXPECT_EQ(early->getPacket()->dts, -4500);
+  EXPECT_EQ(output.audio_pts(), -4500);
+  CopyOutput other(dir / "b.mov", false, true, -100000);
+  const auto tooEarly = packetItem(kTicks, -18000, -18000);
+  other.writeAudioPacket(tooEarly);
+  EXPECT_EQ(tooEarly->getPacket()->dts, -8999);
 }
 
 TEST(LMFFMovieFileOutputCopy, FirstAudioPacketKeepsItsTime) {
