@@ -130,8 +130,19 @@ void JoinedFile::write(const TrackList& tracks) {
     if (!prepare(input) || (count_ == 1 && !begin(input)) || !settleOffsets(input)) return;
     current.emplace(std::move(next));  // the one before may go
     if (!copyInput(input)) return;
+    tally();
   }
   finish();
+}
+
+/// Counts for the input that has been read what those before it do not account for.
+void JoinedFile::tally() {
+  LMMovieComposition::InputTally own{file_.picturesEncodedToHide(), file_.refusedPackets()};
+  for (const auto& before : tallies_) {
+    own.picturesEncodedToHide -= before.picturesEncodedToHide;
+    own.refusedPackets -= before.refusedPackets;
+  }
+  tallies_.push_back(own);
 }
 
 /// Has the demuxer pass over what does not take part.
@@ -342,10 +353,18 @@ bool JoinedFile::goOnWithSound() {
   return true;
 }
 
-/// Encodes the sound of the time up to `reached`.
+/// Encodes the sound of the time up to `reached`, that of a long gap by the second, so that
+/// progress is told on the way.
 bool JoinedFile::writeSound(int64_t reached) {
-  for (size_t i = 0; reached > 0 && i < sounds_.size(); ++i)
-    if (!writeSound(i, [&] { return sound_->read(i, reached); })) return false;
+  constexpr int64_t kSecond = 1000000;
+  while (!sounds_.empty() && soundReached_ < reached) {
+    soundReached_ = std::min(reached, soundReached_ + kSecond);
+    for (size_t i = 0; i < sounds_.size(); ++i)
+      if (!writeSound(i, [&] { return sound_->read(i, soundReached_); })) return false;
+    if (interrupt_ && interrupt_()) return true;
+    if (progress_ && soundReached_ < reached)
+      progress_(lm_ff_time_to_double(soundReached_), pictures_);
+  }
   return true;
 }
 
@@ -366,15 +385,16 @@ bool JoinedFile::copyToTracks(const AVPacket& packet, const TrackList& input) {
     if (track.track() != packet.stream_index) continue;
     const PacketPtr copy(av_packet_clone(&packet));
     track.passPacket(packet);
-    if (!copy || !copyPacket(*copy, *track.avstream(), lanes_[i])) return false;
+    if (!copy || !copyPacket(*copy, track, lanes_[i])) return false;
   }
   return true;
 }
 
-bool JoinedFile::beginsWell(const AVPacket& packet, const Lane& lane) {
+bool JoinedFile::beginsWell(const AVPacket& packet, const LMMovieCompositionTrack& track,
+                            const Lane& lane) {
   if (!lane.isVideo || lane.hasBegun || count_ == 1) return true;
   if ((packet.flags & AV_PKT_FLAG_KEY) != 0) return true;
-  return fail(fmt::format("input {} does not begin with a key picture", count_));
+  return fail(fmt::format("'{}' does not begin with a key picture", track.path()));
 }
 
 /// Whether a packet of sound lies where the input before has sound, too: more than half of it.
@@ -397,13 +417,14 @@ int64_t JoinedFile::endOf(int64_t time, int64_t duration, Lane& lane) {
   return time + (isMean ? (time - lane.first) / (lane.count - 1) : duration);
 }
 
-bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane) {
-  if (!beginsWell(packet, lane)) return false;
+bool JoinedFile::copyPacket(AVPacket& packet, LMMovieCompositionTrack& track, Lane& lane) {
+  const AVStream& stream = *track.avstream();
+  if (!beginsWell(packet, track, lane)) return false;
   if (repeatsTheSeam(packet, stream, lane)) return true;
   const AVRational base = file_.timeBase(lane.stream);
   if (packet.pts == AV_NOPTS_VALUE && !file_.storesOnlyOrder()) {
     if (stream.codecpar->video_delay > 0)
-      return fail(fmt::format("input {} does not tell when its pictures are shown", count_));
+      return fail(fmt::format("'{}' does not tell when its pictures are shown", track.path()));
     packet.pts = packet.dts;
   }
   const int64_t duration = durationOf(packet, stream);
@@ -426,11 +447,12 @@ bool JoinedFile::copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane
   if (time != AV_NOPTS_VALUE)
     lane.end = std::max(lane.end, endOf(inMicroseconds(time, base), duration, lane));
   if (lane.isVideo) ++pictures_;
-  if (progress_ && time != AV_NOPTS_VALUE)
-    progress_(lm_ff_time_to_double(inMicroseconds(time, base)), pictures_);
   if (!file_.write(packet, lane.stream)) return false;
   reached_ = std::max(reached_, lane.end);
-  return writeSound(reached_) && writeSubtitles(reached_);
+  if (!writeSound(reached_)) return false;
+  if (progress_ && time != AV_NOPTS_VALUE)
+    progress_(lm_ff_time_to_double(inMicroseconds(time, base)), pictures_);
+  return writeSubtitles(reached_);
 }
 
 }  // namespace kestrel

@@ -28,6 +28,9 @@ class JoinedFile {
   int64_t picturesEncodedToHide() const { return file_.picturesEncodedToHide(); }
   int64_t refusedPackets() const { return file_.refusedPackets(); }
 
+  /// Of each input that has been read.
+  const std::vector<LMMovieComposition::InputTally>& tallies() const { return tallies_; }
+
   Error error() const { return error_ ? error_ : file_.error(); }
 
  private:
@@ -66,13 +69,14 @@ class JoinedFile {
   bool writeSound(int64_t reached);
   bool writeSound(size_t track, const std::function<std::vector<float>()>& read);
   bool goOnWithSound();
+  void tally();
   bool writeSubtitles(int64_t reached);
   int64_t firstShown(LMMovieCompositionTrack& track);
   bool read(LMMovieCompositionTrack& track, AVPacket& packet);
   bool copyInput(const TrackList& input);
   bool copyToTracks(const AVPacket& packet, const TrackList& input);
-  bool copyPacket(AVPacket& packet, const AVStream& stream, Lane& lane);
-  bool beginsWell(const AVPacket& packet, const Lane& lane);
+  bool copyPacket(AVPacket& packet, LMMovieCompositionTrack& track, Lane& lane);
+  bool beginsWell(const AVPacket& packet, const LMMovieCompositionTrack& track, const Lane& lane);
   static int64_t endOf(int64_t time, int64_t duration, Lane& lane);
   bool repeatsTheSeam(const AVPacket& packet, const AVStream& stream, Lane& lane) const;
 
@@ -89,6 +93,8 @@ class JoinedFile {
   bool isLast_ = false;            // the current input is the last one
   int64_t pictures_ = 0;           // video packets written
   int64_t reached_ = INT64_MIN;    // end of the pictures or sound written, microseconds
+  int64_t soundReached_ = 0;       // the same of encoded sound
+  std::vector<LMMovieComposition::InputTally> tallies_;
   Error error_;
 };
 

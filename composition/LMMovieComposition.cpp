@@ -43,6 +43,7 @@ struct LMMovieComposition::State {
   Guarded<Error> lastError;
   int64_t picturesEncodedToHide = 0;
   int64_t refusedPackets = 0;
+  std::vector<InputTally> inputTallies;
 
   bool isInterrupted() const { return interrupt && interrupt(); }
 
@@ -157,6 +158,7 @@ void LMMovieComposition::joinToFile(const std::string& path) {
   joined.write(tracks());
   state_->picturesEncodedToHide = joined.picturesEncodedToHide();
   state_->refusedPackets = joined.refusedPackets();
+  state_->inputTallies = joined.tallies();
   state_->lastError.set(state_->isInterrupted() ? libraryError(AVERROR_EXIT) : joined.error());
 }
 
@@ -179,6 +181,10 @@ void LMMovieComposition::setProgress(std::function<void(double, int64_t)> progre
 int64_t LMMovieComposition::picturesEncodedToHide() const { return state_->picturesEncodedToHide; }
 
 int64_t LMMovieComposition::refusedPackets() const { return state_->refusedPackets; }
+
+std::vector<LMMovieComposition::InputTally> LMMovieComposition::inputTallies() const {
+  return state_->inputTallies;
+}
 
 Error LMMovieComposition::lastError() const { return state_->lastError.get(); }
 

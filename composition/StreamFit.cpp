@@ -86,6 +86,11 @@ bool hasBlocks(const AVCodecParameters& parameters) {
   return parameters.block_align > 0 && !kFindTheirOwn.contains(parameters.codec_id);
 }
 
+/// Whether nothing can continue a stream. The last frame of TTA is shorter than the others, and
+/// decoders know it by the length in the codec data alone: a short frame before the end is garbage
+/// to them in every container, and the muxer of TTA files refuses it.
+bool endsForGood(AVCodecID codec) { return codec == AV_CODEC_ID_TTA; }
+
 /// Frees a container that was begun in memory, and that memory.
 struct FormatDeleter {
   void operator()(AVFormatContext* context) const {
@@ -174,6 +179,10 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
     // What decoders of blocks cut the sound by; others find their own packets in it.
     if (hasBlocks(*first.codecpar) && hasBlocks(*second.codecpar))
       compare("block size", [](Stream, Parameters p) { return fmt::format("{}", p.block_align); });
+  }
+  if (endsForGood(first.codecpar->codec_id)) {
+    differences.push_back({"frames", "none", "behind a short last one"});
+    return differences;
   }
   if (codecMeaningOf(*first.codecpar) != codecMeaningOf(*second.codecpar))
     differences.push_back({"codec data", codecData(*first.codecpar), codecData(*second.codecpar)});

@@ -121,14 +121,18 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
     if (stream.codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)
       owners[i]->read.insert(static_cast<uint32_t>(stream.index));
   }
-  judgePackets(report, "what was joined", composition.refusedPackets());
-  tellOfEncoded(report, events, composition.picturesEncodedToHide(), settings.output);
+  const auto tallies = composition.inputTallies();
+  for (size_t i = 0; i < tallies.size(); ++i) {
+    const std::string& own = parts[i].input.path;
+    judgePackets(report, fmt::format("'{}'", own), tallies[i].refusedPackets);
+    tellOfEncoded(report, events, tallies[i].picturesEncodedToHide, own);
+  }
   return {};
 }
 
 /// What the encoding of parts found nothing in; to find nothing in any of them is a failure.
 void judgeEmptyParts(const std::vector<JoinPart>& parts, Report& report) {
-  const auto isEmpty = [](const JoinPart& part) { return !part.isCut && part.end.reached == 0; };
+  const auto isEmpty = [](const JoinPart& part) { return !part.wanted && part.end.reached == 0; };
   const auto sentence = [](const JoinPart& part) {
     return fmt::format("nothing could be decoded from '{}'", part.input.path);
   };
@@ -140,10 +144,9 @@ void judgeEmptyParts(const std::vector<JoinPart>& parts, Report& report) {
 
 /// Whether the inputs were read to their ends.
 void judgeParts(Report& report, const std::vector<JoinPart>& parts) {
-  for (const JoinPart& part : parts) {
-    const auto wanted = part.isCut ? std::optional<int64_t>(0) : std::nullopt;
-    judgeInput(report, part.input.path, {*part.source, *part.outline, part.read, wanted}, part.end);
-  }
+  for (const JoinPart& part : parts)
+    judgeInput(report, part.input.path, {*part.source, *part.outline, part.read, part.wanted},
+               part.end);
   // What one of several inputs had and promised is nothing to say of the whole.
   report.reached = 0;
   report.promised.reset();

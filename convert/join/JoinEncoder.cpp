@@ -190,7 +190,7 @@ class JoinEncoder {
   /// away means that, too.
   bool followsTheOther(size_t i) const {
     const double position = parts_[i].input.position;
-    return i > 0 && !parts_[i - 1].isCut &&
+    return i > 0 && !parts_[i - 1].wanted &&
            (position < 0 || std::abs(tickAt(position) - tick_) <= 1);
   }
 
@@ -225,7 +225,10 @@ class JoinEncoder {
     pictures.movie().decodeImage(
         [&] {
           try {
-            playPart(pictures, limitOf(i), part);
+            if (playPart(pictures, limitOf(i)))
+              part.wanted =
+                  start + std::llround(part.input.rate *
+                                       static_cast<double>(microsecondsAt(limitOf(i) - begin)));
           } catch (...) {
             failure = std::current_exception();
           }
@@ -251,7 +254,8 @@ class JoinEncoder {
                            std::move(chapter.tags)});
   }
 
-  void playPart(PartPictures& pictures, int64_t limit, JoinPart& part) {
+  /// Writes a part up to its end or the limit; answers whether that cut it.
+  bool playPart(PartPictures& pictures, int64_t limit) {
     const int64_t overhang = hasPictures_ ? kOrdinaryOverhang : 0;
     bool goesOn = false;  // without pictures
     auto next = pictures.next();
@@ -260,15 +264,13 @@ class JoinEncoder {
       if (picture) next = pictures.next();
       if (!picture) {  // then it goes on only for sound that is more than an overhang
         goesOn = goesOn || sounds_.goesOn(overhang);
-        if (!goesOn || !sounds_.goesOn(0)) return;
+        if (!goesOn || !sounds_.goesOn(0)) return false;
       }
       // A last picture at the limit still belongs to the part: lengths are rounded.
-      if (tick_ >= limit && (tick_ > limit || !picture || next)) {
-        part.isCut = true;
-        return;
-      }
+      if (tick_ >= limit && (tick_ > limit || !picture || next)) return true;
       writeTick(picture);
     }
+    return false;
   }
 
   /// Writes one tick of pictures and sound: a picture, black without one, and the sound of its

@@ -253,7 +253,8 @@ JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
   bool picturesFit = true;
   for (const JoinInput& input : settings.inputs) {
     plan.parts.push_back(lookInto(input, interrupt));
-    problems.push_back(differences(plan.parts.front(), plan.parts.back()));
+    problems.push_back(plan.parts.size() == 1 ? Problems{}
+                                              : differences(plan.parts.front(), plan.parts.back()));
     if (input.rate != 1)
       problems.back().both.push_back(fmt::format("it plays at {} times its speed", input.rate));
     picturesFit = picturesFit && problems.back().pictures.empty() && problems.back().both.empty();

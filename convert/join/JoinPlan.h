@@ -29,7 +29,9 @@ struct JoinPart {
   std::vector<uint32_t> subtitles;  ///< the same of subtitles that are copied along
   IndexSet read = {};               ///< container indexes of what the join has read of it
   InputEnd end = {};                ///< and how far
-  bool isCut = false;               ///< it was not to be read to its end
+  /// Nobody wanted more of it than up to there, where the next one begins: microseconds after its
+  /// start; none: it was to be read to its end.
+  std::optional<int64_t> wanted = std::nullopt;
 
   /// Closes the source unless it can be read only once.
   void release() const;

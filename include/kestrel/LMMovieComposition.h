@@ -136,6 +136,15 @@ class KESTREL_API LMMovieComposition {
   /// How many packets were too damaged to be rewritten for the container, and are not in the file.
   int64_t refusedPackets() const;
 
+  /// The same two numbers for one input.
+  struct InputTally {
+    int64_t picturesEncodedToHide = 0;
+    int64_t refusedPackets = 0;
+  };
+
+  /// What `joinToFile` counted for each input that it has read, in the order of the inputs.
+  std::vector<InputTally> inputTallies() const;
+
   Error lastError() const;
 
  private:

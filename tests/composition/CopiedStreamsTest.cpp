@@ -155,6 +155,10 @@ TEST_F(CopiedStreams, EncodeWhatNeedsPicturesThatCannotBeHidden) {
   join({cut, cut}, folder_ / "joined.mp4");
   EXPECT_EQ(pictures(folder_ / "joined.mp4").size(), 2 * shown.size());
   EXPECT_EQ(composition_.picturesEncodedToHide(), 5);
+  const auto tallies = composition_.inputTallies();
+  ASSERT_EQ(tallies.size(), 2);
+  EXPECT_EQ(tallies[0].picturesEncodedToHide, 0);
+  EXPECT_EQ(tallies[1].picturesEncodedToHide, 5);
 }
 
 TEST_F(CopiedStreams, TakeTheContainersPixelAspectWhereTheirOwnDiffers) {

@@ -55,6 +55,15 @@ TEST_F(StreamFitTest, EqualStreamsFit) {
   EXPECT_TRUE(streamDifferences(first_, second_).empty());
 }
 
+TEST_F(StreamFitTest, NothingContinuesTta) {
+  for (AVStream* stream : {&first_, &second_}) {
+    stream->codecpar->codec_type = AVMEDIA_TYPE_AUDIO;
+    stream->codecpar->codec_id = AV_CODEC_ID_TTA;
+    setCodecData(*stream, "the same");
+  }
+  EXPECT_EQ(difference(), "frames");
+}
+
 TEST_F(StreamFitTest, CodecDataThatAreNotKnownAreComparedByteForByte) {
   for (AVStream* stream : {&first_, &second_}) stream->codecpar->codec_id = AV_CODEC_ID_MPEG4;
   setCodecData(first_, "some");

@@ -18,16 +18,15 @@ using testing::HasSubstr;
 class DamagedCopy : public testing::Test {
  protected:
   DamagedCopy() {
-    const auto whole = folder_ / "whole.mp4";
     ffmpeg({"-i", fixture("numbered25.mp4").string(), "-c", "copy", "-movflags", "+faststart",
-            whole.string()});
-    const auto probed = ffprobeJson(whole, {"-show_packets", "-select_streams", "v"});
+            whole_.string()});
+    const auto probed = ffprobeJson(whole_, {"-show_packets", "-select_streams", "v"});
     const auto& packets = probed["packets"];
     const auto numberOf = [](const nlohmann::json& packet, const char* key) {
       return std::stoul(packet[key].get<std::string>());
     };
     const size_t end = numberOf(packets[80], "pos") + numberOf(packets[80], "size") / 2;
-    writeBytes(cut_, readBytes(whole).substr(0, end));
+    writeBytes(cut_, readBytes(whole_).substr(0, end));
   }
 
   /// What is left but for the damaged picture.
@@ -46,6 +45,7 @@ class DamagedCopy : public testing::Test {
   }
 
   TempDir folder_;
+  const std::filesystem::path whole_ = folder_ / "whole.mp4";
   const std::filesystem::path cut_ = folder_ / "cut.mp4";
   const std::filesystem::path output_ = folder_ / "out.ts";
 };
@@ -56,6 +56,16 @@ TEST_F(DamagedCopy, OfAConversionCostsThePacket) {
 
 TEST_F(DamagedCopy, OfAJoinCostsThePacket) {
   expectTheRest(run({kestrelBinary(), "join", cut_.string(), "-o", output_.string()}));
+}
+
+TEST_F(DamagedCopy, OfAJoinIsToldOfTheInputThatHadIt) {
+  for (const auto& inputs : {std::pair{whole_, cut_}, {cut_, whole_}}) {
+    const RunResult result = run({kestrelBinary(), "join", inputs.first.string(),
+                                  inputs.second.string(), "-o", output_.string(), "--force"});
+    EXPECT_EQ(result.status, 3) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("cut.mp4' is damaged: 1 of its packets"));
+    EXPECT_THAT(result.err, testing::Not(HasSubstr("whole.mp4'")));
+  }
 }
 
 TEST_F(DamagedCopy, OfACompositionCostsThePacket) {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -119,6 +120,25 @@ TEST_F(JoinSoundTest, SoundAloneKeepsItsKindToo) {
   sound = streamOf(lossless, "audio");
   EXPECT_EQ(sound["sample_rate"], "96000");
   EXPECT_EQ(sound["bits_per_raw_sample"], "16");
+}
+
+// Twice the same packets would lose what lies behind the first's short last frame.
+TEST_F(JoinSoundTest, TtaIsEncodedAnew) {
+  for (const std::string name : {"a.tta", "b.tta"})
+    ffmpeg({"-f", "lavfi", "-i", "sine=sample_rate=44100:duration=2", "-c:a", "tta",
+            (folder_ / name).string()});
+  const auto output = folder_ / "out.mka";
+  const RunResult result = join({folder_ / "a.tta", folder_ / "a.tta", folder_ / "b.tta"}, output);
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("encoding anew: "));
+  const auto own = samples(folder_ / "a.tta");
+  const auto joined = samples(output);
+  ASSERT_THAT(own, SizeIs(88200));
+  ASSERT_GE(joined.size(), 3 * own.size());
+  for (size_t i = 0; i < 3; ++i)
+    EXPECT_TRUE(std::equal(own.begin(), own.end(),
+                           joined.begin() + static_cast<std::ptrdiff_t>(i * own.size())))
+        << i;
 }
 
 TEST_F(JoinSoundTest, DepthThatIsLostIsTold) {
