@@ -1,0 +1,74 @@
+#include "support/Containers.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <string_view>
+
+extern "C" {
+#include <libavutil/dict.h>
+#include <libavutil/parseutils.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+using Names = std::initializer_list<std::string_view>;
+
+// Demuxers of several containers bear all their names.
+constexpr std::string_view kMpeg4 = "mov,mp4,m4a,3gp,3g2,mj2";
+constexpr std::string_view kMatroska = "matroska,webm";
+constexpr std::string_view kTransport = "mpegts";
+constexpr std::string_view kProgram = "mpeg";
+
+bool isOneOf(const AVOutputFormat& container, Names names) {
+  return std::ranges::count(names, container.name) > 0;
+}
+
+bool isOneOf(const AVFormatContext& input, Names names) {
+  return input.iformat && std::ranges::count(names, input.iformat->name) > 0;
+}
+
+}  // namespace
+
+bool isMpeg4(const AVOutputFormat& container) {
+  return isOneOf(container, {"mp4", "mov", "ipod", "psp", "3gp", "3g2"});
+}
+
+bool describesStreams(const AVOutputFormat& container) {
+  return isMpeg4(container) || isOneOf(container, {"f4v", "ismv", "matroska", "flv"});
+}
+
+bool isAvi(const AVOutputFormat& container) { return isOneOf(container, {"avi"}); }
+
+bool takesLateChapters(const AVOutputFormat& container) {
+  return isOneOf(container, {"mp4", "mov", "ipod", "matroska", "webm"});
+}
+
+bool isAvi(const AVFormatContext& input) { return isOneOf(input, {"avi"}); }
+
+bool isMpeg4(const AVFormatContext& input) { return isOneOf(input, {kMpeg4}); }
+
+bool isBroadcast(const AVFormatContext& input) { return isOneOf(input, {kTransport, kProgram}); }
+
+bool isTransportStream(const AVFormatContext& input) { return isOneOf(input, {kTransport}); }
+
+bool leavesTimesOut(const AVFormatContext& input) {
+  return isBroadcast(input) || isOneOf(input, {"mxf"});
+}
+
+bool tellsStreamEndsFromZero(const AVFormatContext& input) {
+  return isOneOf(input, {kMpeg4, kMatroska});
+}
+
+bool tellsEndFromZero(const AVFormatContext& input) {
+  return tellsStreamEndsFromZero(input) || isOneOf(input, {"nut"});
+}
+
+std::optional<int64_t> taggedEnd(const AVStream& stream) {
+  const auto* tag = av_dict_get(stream.metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
+  int64_t end = 0;
+  return tag && av_parse_time(&end, tag->value, 1) >= 0 ? std::optional(end) : std::nullopt;
+}
+
+}  // namespace kestrel

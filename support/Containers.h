@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+// Facts about containers that the library does not tell by flags.
+
+// Containers that are written.
+
+/// MPEG-4 files and their kin, QuickTime among them: they tell by an edit list what of a track is
+/// shown, and how pictures are turned.
+bool isMpeg4(const AVOutputFormat& container);
+
+/// Whether a container holds what a decoder must know apart from the packets: each unit of H.264
+/// and HEVC follows its length, AAC has no headers. In all others units follow a start code.
+bool describesStreams(const AVOutputFormat& container);
+
+bool isAvi(const AVOutputFormat& container);
+
+/// Whether a container that had no chapters when it was begun still takes some, up to its end.
+/// Others write them in their header, and some write that anew at the end, over what is behind it.
+bool takesLateChapters(const AVOutputFormat& container);
+
+// Containers that are read.
+
+bool isAvi(const AVFormatContext& input);
+
+/// Like `isMpeg4` of containers that are written: these have a length for each track.
+bool isMpeg4(const AVFormatContext& input);
+
+/// Whether times come from a clock that may begin anew within a file.
+bool isBroadcast(const AVFormatContext& input);
+
+bool isTransportStream(const AVFormatContext& input);
+
+/// Whether packets leave out times that their neighbours tell.
+bool leavesTimesOut(const AVFormatContext& input);
+
+/// Whether a container tells when it ends, counted from 0, whatever its first time stamp is.
+bool tellsEndFromZero(const AVFormatContext& input);
+
+/// Whether the same holds of each stream's tagged or own length.
+bool tellsStreamEndsFromZero(const AVFormatContext& input);
+
+/// The end of a stream by its tag, as Matroska files have, microseconds; none without one.
+std::optional<int64_t> taggedEnd(const AVStream& stream);
+
+}  // namespace kestrel

@@ -1,0 +1,100 @@
+#include "support/Containers.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/FFmpegOwners.h"
+#include "tests/support/Fixture.h"
+
+namespace kestrel::test {
+namespace {
+
+const AVOutputFormat& written(const std::string& path) {
+  return *av_guess_format(nullptr, path.c_str(), nullptr);
+}
+
+/// A file that is open to be read.
+class Opened {
+ public:
+  explicit Opened(const std::string& name) {
+    if (avformat_open_input(&input_, fixture(name).c_str(), nullptr, nullptr) >= 0)
+      avformat_find_stream_info(input_, nullptr);
+  }
+  ~Opened() { avformat_close_input(&input_); }
+  Opened(const Opened&) = delete;
+  Opened& operator=(const Opened&) = delete;
+
+  const AVFormatContext& operator*() const { return *input_; }
+
+ private:
+  AVFormatContext* input_ = nullptr;
+};
+
+TEST(Containers, Mpeg4AndItsKin) {
+  for (const std::string path : {"a.mp4", "a.m4v", "a.m4a", "a.mov", "a.3gp", "a.3g2", "a.psp"})
+    EXPECT_TRUE(isMpeg4(written(path))) << path;
+  for (const std::string path : {"a.mkv", "a.avi", "a.flv", "a.ts"})
+    EXPECT_FALSE(isMpeg4(written(path))) << path;
+}
+
+// AAC in them has no headers, units of H.264 their lengths.
+TEST(Containers, ThatDescribeTheirStreams) {
+  for (const std::string path : {"a.mp4", "a.mov", "a.mkv", "a.mka", "a.flv", "a.f4v", "a.ismv"})
+    EXPECT_TRUE(describesStreams(written(path))) << path;
+  for (const std::string path : {"a.ts", "a.avi", "a.mxf", "a.nut", "a.webm"})
+    EXPECT_FALSE(describesStreams(written(path))) << path;
+}
+
+TEST(Containers, ThatTakeChaptersLast) {
+  for (const std::string path : {"a.mp4", "a.mov", "a.m4a", "a.m4v", "a.mkv", "a.mka", "a.webm"})
+    EXPECT_TRUE(takesLateChapters(written(path))) << path;
+  for (const std::string path : {"a.ts", "a.avi", "a.3gp", "a.ogg", "a.mp3", "a.wav"})
+    EXPECT_FALSE(takesLateChapters(written(path))) << path;
+}
+
+TEST(Containers, ThatAreRead) {
+  const Opened mp4("av25.mp4");
+  const Opened avi("mpeg4.avi");
+  EXPECT_TRUE(isMpeg4(*mp4));
+  EXPECT_FALSE(isMpeg4(*avi));
+  EXPECT_TRUE(isAvi(*avi));
+  EXPECT_FALSE(isAvi(*mp4));
+  EXPECT_TRUE(tellsEndFromZero(*mp4));
+  EXPECT_TRUE(tellsStreamEndsFromZero(*mp4));
+  EXPECT_FALSE(tellsEndFromZero(*avi));
+  for (const Opened* input : {&mp4, &avi}) {
+    EXPECT_FALSE(isBroadcast(**input));
+    EXPECT_FALSE(leavesTimesOut(**input));
+  }
+}
+
+TEST(Containers, BroadcastsHaveAClock) {
+  const Opened stream("av25.ts");
+  EXPECT_TRUE(isBroadcast(*stream));
+  EXPECT_TRUE(isTransportStream(*stream));
+  EXPECT_TRUE(leavesTimesOut(*stream));
+  EXPECT_FALSE(tellsEndFromZero(*stream));
+}
+
+TEST(Containers, NutTellsItsEndOnlyAsAWhole) {
+  const Opened nut("chirp.nut");
+  EXPECT_TRUE(tellsEndFromZero(*nut));
+  EXPECT_FALSE(tellsStreamEndsFromZero(*nut));
+}
+
+TEST(Containers, TheEndByItsTagIsInMicroseconds) {
+  AVFormatContext* context = avformat_alloc_context();
+  const AVStream& plain = *avformat_new_stream(context, nullptr);
+  AVStream& tagged = *avformat_new_stream(context, nullptr);
+  av_dict_set(&tagged.metadata, "DURATION-eng", "00:01:02.500000000", 0);
+  AVStream& wrong = *avformat_new_stream(context, nullptr);
+  av_dict_set(&wrong.metadata, "DURATION", "long", 0);
+  EXPECT_EQ(taggedEnd(plain), std::nullopt);
+  EXPECT_EQ(taggedEnd(tagged), 62500000);
+  EXPECT_EQ(taggedEnd(wrong), std::nullopt);
+  avformat_free_context(context);
+}
+
+}  // namespace
+}  // namespace kestrel::test
