@@ -82,11 +82,4 @@ TEST(Codecs, AMuxerThatDoesNotTellIsNotTakenAtItsWord) {
   EXPECT_TRUE(isKnownToHold(outputFormatFor("a.ts"), AV_CODEC_ID_H264));
 }
 
-TEST(Codecs, ContainersThatTakeChaptersLast) {
-  for (const std::string path : {"a.mp4", "a.mov", "a.m4a", "a.m4v", "a.mkv", "a.mka", "a.webm"})
-    EXPECT_TRUE(holdsLateChapters(outputFormatFor(path))) << path;
-  for (const std::string path : {"a.ts", "a.avi", "a.3gp", "a.ogg", "a.mp3", "a.wav"})
-    EXPECT_FALSE(holdsLateChapters(outputFormatFor(path))) << path;
-}
-
 }  // namespace
