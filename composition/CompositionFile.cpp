@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "support/Chapters.h"
+#include "support/Containers.h"
 #include "support/DictionaryEntries.h"
 #include "support/FFmpegError.h"
 

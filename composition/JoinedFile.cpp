@@ -11,14 +11,10 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
-#include <string_view>
 #include <utility>
 
+#include "support/Containers.h"
 #include "support/FFmpegError.h"
-
-extern "C" {
-#include <libavutil/parseutils.h>
-}
 
 namespace kestrel {
 
@@ -65,9 +61,7 @@ int64_t startOf(LMMovieCompositionTrack& track) {
 
 /// When a track ends by what the container says, microseconds; INT64_MAX where it says nothing.
 int64_t statedEnd(const AVStream& stream) {
-  const auto* tag = av_dict_get(stream.metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
-  int64_t end = 0;
-  if (tag && av_parse_time(&end, tag->value, 1) >= 0) return end;
+  if (const auto end = taggedEnd(stream)) return *end;
   const bool isStated = stream.duration != AV_NOPTS_VALUE && stream.start_time != AV_NOPTS_VALUE;
   return isStated
              ? inMicroseconds(av_sat_add64(stream.start_time, stream.duration), stream.time_base)
@@ -248,9 +242,7 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     lane.seam = lane.end;
     lane.offset = offset;
     lane.hasBegun = false;
-    lane.isVague =
-        lane.isVideo &&
-        std::string_view(input.front()->source()->formatContext()->iformat->name) == "avi";
+    lane.isVague = lane.isVideo && isAvi(*input.front()->source()->formatContext());
     lane.first = AV_NOPTS_VALUE;
     lane.count = 0;
   }

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "output/MovieFileOutputState.h"
-#include "support/Chapters.h"
+#include "support/Containers.h"
 #include "support/FFmpegCompat.h"
 #include "support/encode/EncoderCompat.h"
 

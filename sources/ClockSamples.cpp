@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string_view>
 #include <vector>
 
+#include "support/Containers.h"
 #include "support/FFmpegOwners.h"
 
 namespace kestrel {
@@ -72,7 +72,7 @@ std::optional<std::pair<size_t, size_t>> layoutOf(const std::vector<uint8_t>& by
 class Clock {
  public:
   explicit Clock(AVFormatContext& context)
-      : io_(*context.pb), isTransport_(std::string_view(context.iformat->name) == "mpegts") {
+      : io_(*context.pb), isTransport_(isTransportStream(context)) {
     for (unsigned i = 0; i < context.nb_programs && !pid_; ++i)
       if (context.programs[i]->pcr_pid > 0 && context.programs[i]->pcr_pid < 0x1FFF)
         pid_ = context.programs[i]->pcr_pid;

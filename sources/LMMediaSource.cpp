@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <mutex>
@@ -13,6 +12,7 @@
 #include "sources/DemuxerReader.h"
 #include "sources/PipeReader.h"
 #include "sources/SourceSettings.h"
+#include "support/Containers.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"
@@ -59,12 +59,6 @@ std::string url(const LMMediaSource& source, const AVIOContext* io) {
   return !io && looksLikeProtocol && std::filesystem::exists(path, ignored) ? "file:" + path : path;
 }
 
-/// Whether a format's times come from a clock that may begin anew within a file.
-bool isBroadcast(const AVFormatContext& context) {
-  const std::string_view format = context.iformat->name;
-  return format == "mpegts" || format == "mpeg";
-}
-
 /// Whether places all over an input can be looked at in no time.
 bool isNear(const AVFormatContext& context) {
   if (context.flags & AVFMT_FLAG_CUSTOM_IO) return true;
@@ -72,14 +66,10 @@ bool isNear(const AVFormatContext& context) {
   return protocol && std::string_view(protocol) == "file";
 }
 
-/// Makes an input's length that of what it holds: these formats tell when it ends, counted from 0,
-/// whatever their first time stamp is.
+/// Makes an input's length that of what it holds.
 void countFromStart(AVFormatContext& context) {
-  static constexpr std::string_view kCountFromZero[] = {"mov,mp4,m4a,3gp,3g2,mj2", "matroska,webm",
-                                                        "nut"};
   const bool isLate = context.start_time != AV_NOPTS_VALUE && context.start_time > 0;
-  const bool isMeant = isLate && context.duration > context.start_time &&
-                       std::ranges::count(kCountFromZero, context.iformat->name) > 0;
+  const bool isMeant = isLate && context.duration > context.start_time && tellsEndFromZero(context);
   if (isMeant) context.duration -= context.start_time;
 }
 
@@ -122,10 +112,8 @@ void LMMediaSource::close() {
 }
 
 void LMMediaSource::fillInTimes() {
-  static constexpr std::string_view kLeaveTimesOut[] = {"mpegts", "mpeg", "mxf"};
   const auto context = sharedContext();
-  if (context && std::ranges::count(kLeaveTimesOut, context->iformat->name) > 0)
-    context->flags |= AVFMT_FLAG_GENPTS;
+  if (context && leavesTimesOut(*context)) context->flags |= AVFMT_FLAG_GENPTS;
 }
 
 std::shared_ptr<LMMediaSource> LMMediaSource::mediaWithPath(const std::string& path) {

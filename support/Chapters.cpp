@@ -1,18 +1,10 @@
 #include "support/Chapters.h"
 
-#include <algorithm>
-#include <string_view>
-
 extern "C" {
 #include <libavutil/mem.h>
 }
 
 namespace kestrel {
-
-bool takesLateChapters(const AVOutputFormat& format) {
-  static constexpr std::string_view kNames[] = {"mp4", "mov", "ipod", "matroska", "webm"};
-  return std::ranges::count(kNames, format.name) > 0;
-}
 
 AVChapter* addChapter(AVFormatContext& context, int64_t start, int64_t end) {
   const auto count = static_cast<size_t>(context.nb_chapters);

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
-#include <string_view>
 #include <utility>
 
 #include <kestrel/convert/OutputFile.h>
@@ -19,6 +18,7 @@
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/StreamsLeftOut.h"
+#include "support/Containers.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -73,9 +73,8 @@ Report reportOn(const LMMovieComposition::TrackList& tracks) {
 /// AVI stores pictures in the order of decoding and no times: where that is not the order in which
 /// they are shown, only another AVI can take them.
 void requireTimes(LMMovieCompositionTrack& track, const AVOutputFormat& container) {
-  const std::string_view input = track.source()->formatContext()->iformat->name;
-  if (input == "avi" && track.avstream()->codecpar->video_delay > 0 &&
-      std::string_view(container.name) != "avi")
+  if (isAvi(*track.source()->formatContext()) && track.avstream()->codecpar->video_delay > 0 &&
+      !isAvi(container))
     throw Failure::input(track.path(),
                          fmt::format("'{}' does not tell when its pictures are shown; 'convert' "
                                      "or 'join' encodes them anew",

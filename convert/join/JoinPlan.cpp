@@ -17,6 +17,7 @@
 #include "convert/probe/InputOutline.h"
 #include "convert/probe/Streams.h"
 #include "convert/probe/StreamsLeftOut.h"
+#include "support/Containers.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -64,11 +65,11 @@ struct Places {
 /// For what is copied, or else encoded like the first part.
 Places placesIn(const std::string& output, const JoinPart& first, bool isCopied) {
   const AVOutputFormat& container = outputFormatFor(output);
-  if (isCopied) return {true, first.audios.size(), holdsLateChapters(container)};
+  if (isCopied) return {true, first.audios.size(), takesLateChapters(container)};
   const bool holdsPictures = defaultVideoCodec(container, output) != AV_CODEC_ID_NONE;
   const bool holdsSound = defaultAudioCodec(container) != AV_CODEC_ID_NONE;
   return {first.video && holdsPictures, holdsSound ? first.audios.size() : 0,
-          holdsLateChapters(container)};
+          takesLateChapters(container)};
 }
 
 /// What goes into the output beside pictures and sound; "" for nothing.

@@ -17,6 +17,7 @@
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Streams.h"
 #include "convert/settings/Require.h"
+#include "support/Containers.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -281,9 +282,7 @@ class Planner {
 
   /// The index comes first, so that a player can start before the whole file is there.
   void planMuxer() {
-    static const std::vector<std::string> kMp4Family{"mp4", "mov", "ipod", "3gp", "3g2", "psp"};
-    if (std::ranges::count(kMp4Family, plan_.formatName))
-      plan_.muxerOptions["movflags"] = "+faststart";
+    if (isMpeg4(container_)) plan_.muxerOptions["movflags"] = "+faststart";
   }
 
   const ConversionSettings& settings_;

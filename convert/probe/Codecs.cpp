@@ -14,6 +14,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "support/Containers.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -165,18 +166,13 @@ AVCodecID defaultAudioCodec(const AVOutputFormat& format) {
 
 bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
   const std::string_view name = format.name;
-  if (name == "avi") return false;
+  if (isAvi(format)) return false;
   // A codec that a muxer does not know of might keep it from writing at all.
   if (name != "mpegts") return isTold(format, codec);
   // The muxer has names for these alone; one of them in its form for discs.
   const bool isForDiscs = lowerCased(path).ends_with(".m2ts");
   return codec == AV_CODEC_ID_DVB_SUBTITLE || codec == AV_CODEC_ID_DVB_TELETEXT ||
          (codec == AV_CODEC_ID_HDMV_PGS_SUBTITLE && isForDiscs);
-}
-
-bool holdsLateChapters(const AVOutputFormat& format) {
-  static const std::set<std::string_view> kNames{"mp4", "mov", "ipod", "matroska", "webm"};
-  return kNames.contains(format.name);
 }
 
 int onlySampleRate(const AVOutputFormat& format) {

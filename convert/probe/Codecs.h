@@ -36,9 +36,6 @@ void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const 
 /// Whether it has a place for such subtitles, whose times are the container's.
 bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
 
-/// Whether it takes chapters once everything else has been written.
-bool holdsLateChapters(const AVOutputFormat& format);
-
 /// Whether the container's muxer says that it takes a codec; where it says nothing, it may still
 /// refuse it when the file is begun.
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec);

@@ -10,16 +10,14 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <string_view>
 
 #include "convert/probe/Streams.h"
+#include "support/Containers.h"
 #include "support/FFmpegOwners.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
-#include <libavutil/dict.h>
 #include <libavutil/mathematics.h>
-#include <libavutil/parseutils.h>
 }
 
 namespace kestrel {
@@ -35,30 +33,13 @@ constexpr int64_t kRounding = 2000;
 /// A subtitle that is seen for longer than this is not found where its end is looked for.
 constexpr int64_t kLongestSubtitle = 60000000;
 
-/// How long the stream of a Matroska file is by its tag, microseconds; 0 without one.
-int64_t taggedLength(const AVStream& stream) {
-  const auto* entry = av_dict_get(stream.metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
-  int64_t length = 0;
-  return entry && av_parse_time(&length, entry->value, 1) >= 0 ? length : 0;
-}
-
-/// The family of containers that has a length for each track.
-constexpr std::string_view kMpeg4 = "mov,mp4,m4a,3gp,3g2,mj2";
-constexpr std::string_view kMatroska = "matroska,webm";
-
-bool isFormat(const AVFormatContext& input, std::string_view name) {
-  return input.iformat && input.iformat->name == name;
-}
-
 bool isCover(const AVStream& stream) {
   return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
 }
 
-/// How much of a stream's tagged length may lie before its input's start, microseconds: MPEG-4 and
-/// Matroska files count from 0, whatever their first time stamp is.
+/// How much of a stream's tagged length may lie before its input's start, microseconds.
 int64_t timeBeforeStart(const AVFormatContext& input) {
-  const bool countsFromZero = isFormat(input, kMpeg4) || isFormat(input, kMatroska);
-  return countsFromZero ? std::max<int64_t>(startOf(input), 0) : 0;
+  return tellsStreamEndsFromZero(input) ? std::max<int64_t>(startOf(input), 0) : 0;
 }
 
 /// How far a stream goes by what the container tells of itself; none where it tells nothing, and
@@ -66,14 +47,14 @@ int64_t timeBeforeStart(const AVFormatContext& input) {
 std::optional<int64_t> ownLength(const AVFormatContext& input, const AVStream& stream) {
   // What is told from the packets themselves is no promise.
   if (input.duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return std::nullopt;
-  if (const int64_t tagged = taggedLength(stream))
+  if (const int64_t tagged = taggedEnd(stream).value_or(0))
     return std::max<int64_t>(tagged - timeBeforeStart(input), 0);
   if (stream.duration == AV_NOPTS_VALUE || stream.start_time == AV_NOPTS_VALUE) return std::nullopt;
   const int64_t length =
       av_rescale_q(stream.start_time + stream.duration, stream.time_base, AV_TIME_BASE_Q) -
       startOf(input);
   const bool isWhole = std::abs(length - promisedLength(input)) <= kRounding;
-  return isWhole && !isFormat(input, kMpeg4) ? std::nullopt : std::optional(length);
+  return isWhole && !isMpeg4(input) ? std::nullopt : std::optional(length);
 }
 
 /// Whether an input has pictures, sound or subtitles beside some streams.

@@ -2,11 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <set>
-#include <string_view>
 #include <vector>
 
 #include "convert/probe/Streams.h"
+#include "support/Containers.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -37,11 +36,6 @@ size_t& counterOf(StreamsLeftOut& counters, const AVStream& stream) {
   }
 }
 
-bool holdsTurns(const AVOutputFormat& container) {
-  static const std::set<std::string_view> kNames{"mp4", "mov", "ipod", "3gp", "3g2", "psp"};
-  return kNames.contains(container.name);
-}
-
 }  // namespace
 
 std::string counted(size_t count, const char* what) {
@@ -67,7 +61,7 @@ StreamsLeftOut streamsLeftOut(const AVFormatContext& input, const IndexSet& take
 }
 
 std::string lostTurn(const AVStream& stream, const AVOutputFormat& container) {
-  if (holdsTurns(container) || orientationOf(stream) == Orientation{}) return "";
+  if (isMpeg4(container) || orientationOf(stream) == Orientation{}) return "";
   return fmt::format("the turn of its pictures, which {} cannot hold; encoding sets them upright",
                      container.name);
 }

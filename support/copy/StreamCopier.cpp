@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "support/Containers.h"
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
 #include "support/LibraryLog.h"
@@ -18,15 +19,6 @@ template <size_t N>
 bool isOneOf(const AVOutputFormat& container, const std::array<std::string_view, N>& names) {
   return std::ranges::count(names, container.name) > 0;
 }
-
-/// The containers that hold what a decoder must know apart from the packets: each unit of H.264 and
-/// HEVC follows its length, AAC has no headers. In all others units follow a start code.
-constexpr std::array<std::string_view, 10> kDescribingContainers = {
-    "mp4", "mov", "ipod", "psp", "3gp", "3g2", "f4v", "ismv", "matroska", "flv"};
-
-/// The containers that tell by an edit list what of a track is shown.
-constexpr std::array<std::string_view, 6> kEditListContainers = {"mp4", "mov", "ipod",
-                                                                 "psp", "3gp", "3g2"};
 
 /// The containers whose unit of time is a picture's duration.
 constexpr std::array<std::string_view, 4> kPictureContainers = {"mxf", "mxf_opatom", "gxf", "dv"};
@@ -42,15 +34,13 @@ constexpr double kFastest = 240;
 /// that have them in the container, as all do here, and many players take no other.
 constexpr uint32_t kLooseHevcTag = MKTAG('h', 'e', 'v', '1');
 
-bool isAvi(const AVOutputFormat& container) { return container.name == std::string_view("avi"); }
-
 bool hasLengths(const AVCodecParameters& parameters) {
   return parameters.extradata_size > 0 && parameters.extradata[0] == 1;
 }
 
 /// The bitstream filter that makes a stream's packets what a container wants; null for none.
 const char* filterFor(const AVCodecParameters& parameters, const AVOutputFormat& container) {
-  const bool describes = isOneOf(container, kDescribingContainers);
+  const bool describes = describesStreams(container);
   const bool wantsStartCodes = hasLengths(parameters) && !describes;
   switch (parameters.codec_id) {
     case AV_CODEC_ID_H264:
@@ -108,9 +98,7 @@ bool storesOnlyOrder(const AVOutputFormat& container) {
   return isAvi(container) || (container.flags & AVFMT_NOTIMESTAMPS) != 0;
 }
 
-bool hidesFirstPictures(const AVOutputFormat& container) {
-  return isOneOf(container, kEditListContainers);
-}
+bool hidesFirstPictures(const AVOutputFormat& container) { return isMpeg4(container); }
 
 StreamCopier::StreamCopier(const AVStream& input, AVStream& output, const AVOutputFormat& container)
     : output_(output),
