@@ -162,11 +162,10 @@ bool JoinedFile::begin(const TrackList& input) {
 /// Adds the streams of encoded sound.
 bool JoinedFile::addSounds() {
   if (!sound_ || !sounds_.empty()) return true;
-  for (const JoinedSound::Track& track : sound_->tracks()) {
-    sounds_.push_back(file_.addSound(track));
-    if (sounds_.back() < 0) return false;
-  }
-  return true;
+  const auto tracks = sound_->tracks();
+  return std::ranges::all_of(tracks, [&](const JoinedSound::Track& track) {
+    return sounds_.emplace_back(file_.addSound(track)) >= 0;
+  });
 }
 
 /// Pictures, then sound, then subtitles, as the input's tracks come.

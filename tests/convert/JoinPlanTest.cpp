@@ -4,6 +4,7 @@
 #include <kestrel/convert/Failure.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/Fixture.h"

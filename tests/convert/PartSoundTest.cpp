@@ -4,6 +4,7 @@
 #include <kestrel/LMFFFormat.h>
 
 #include <cmath>
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -54,7 +55,7 @@ std::vector<float> allOf(PartSound& sound) {
   std::vector<float> all;
   std::vector<float> block(2000);
   while (const int32_t count = sound.read(block.data(), 1000))
-    all.insert(all.end(), block.begin(), block.begin() + 2 * count);
+    all.insert(all.end(), block.begin(), block.begin() + std::ptrdiff_t{2} * count);
   return all;
 }
 
@@ -71,7 +72,7 @@ TEST(PartSound, IsReadToItsEnd) {
 
 TEST(PartSound, TellsHowFarItWasRead) {
   PartSound sound(partOf(fixture("chirp.nut")), 0, kFormat, false);
-  std::vector<float> block(2 * kRate);
+  std::vector<float> block(size_t{2} * kRate);
   int32_t count = 0;
   while (count < kRate) count += sound.read(block.data(), kRate - count);
   EXPECT_EQ(sound.inputEnd().reached, 1000000);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -96,7 +97,7 @@ std::vector<Stream> firstOf(const std::vector<Stream>& all) {
 
 std::vector<std::string> namesOf(const std::vector<Stream>& streams) {
   std::vector<std::string> names;
-  for (const Stream& stream : streams) names.push_back(stream.name());
+  std::ranges::transform(streams, std::back_inserter(names), &Stream::name);
   return names;
 }
 
