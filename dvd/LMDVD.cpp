@@ -108,7 +108,8 @@ void LMDVD::numberInOrder() {
 
 std::vector<std::shared_ptr<LMDVDFile>> LMDVD::dvdFiles() {
   std::vector<std::shared_ptr<LMDVDFile>> files;
-  for (int32_t number = 0; number <= static_cast<int32_t>(title_sets_.size()); ++number)
+  const auto count = static_cast<int32_t>(title_sets_.size() + missingTitleSets_.size());
+  for (int32_t number = 0; number <= count; ++number)
     std::ranges::move(filesOfTitleSet(number), std::back_inserter(files));
   return files;
 }

@@ -74,9 +74,9 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
   /// Bit n − 1 is set if the disc must not be played in region n.
   int32_t region() const { return region_; }
 
-  /// The files of the volume. For the manager and the title sets numbered 1 to
-  /// `title_sets().size()`: the information file, its backup, the menu's VOBs and the parts of the
-  /// title VOBs, as far as they exist.
+  /// The files of the volume. For the manager and all title sets, those that cannot be read
+  /// included: the information file, its backup, the menu's VOBs and the parts of the title VOBs,
+  /// as far as they exist.
   std::vector<std::shared_ptr<LMDVDFile>> dvdFiles();
 
   /// The files of one title set; of the manager for 0.

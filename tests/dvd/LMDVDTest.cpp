@@ -368,6 +368,22 @@ TEST(LMDVD, ListsTheFiles) {
                   "VIDEO_TS/VTS_02_0.IFO", "VIDEO_TS/VTS_02_0.BUP", "VIDEO_TS/VTS_02_1.VOB"));
 }
 
+TEST(LMDVD, ListsTheFilesOfTitleSetsThatCannotBeRead) {
+  const DiscCopy disc("pal");
+  const auto namesOf = [](LMDVD& dvd) {
+    std::vector<std::string> names;
+    for (const auto& file : dvd.dvdFiles()) names.push_back(file->filename());
+    return names;
+  };
+  const auto whole = namesOf(*LMDVD::open(disc.path().string()));
+  disc.cut("VTS_01_0.IFO", 3000);
+  disc.cut("VTS_01_0.BUP", 3000);
+  const auto dvd = LMDVD::open(disc.path().string());
+  ASSERT_THAT(dvd->title_sets(), SizeIs(1));
+  EXPECT_THAT(whole, testing::Contains("VIDEO_TS/VTS_02_1.VOB"));
+  EXPECT_EQ(namesOf(*dvd), whole);
+}
+
 TEST(LMDVD, NeverListsTitleVobsOfTheManager) {
   for (const auto& file : LMDVD::open(discImage("pal").string())->dvdFiles())
     EXPECT_FALSE(file->title_num() == 0 && file->dvd_read_domain() == 3);
