@@ -31,7 +31,8 @@ class KESTREL_API AudioDevice {
 
   virtual ~AudioDevice() = default;
 
-  /// False if there is no such device; it can be tried again later. If already open, returns true.
+  /// False if there is no such device; it can be tried again later. If already open, returns true
+  /// and goes on with the function that it was opened with.
   virtual bool open(Fill fill) = 0;
   virtual void close() = 0;
   virtual bool isOpen() const = 0;

@@ -16,7 +16,7 @@ std::vector<float> PulledAudioDevice::pull(int32_t frames) {
 
 bool PulledAudioDevice::open(Fill fill) {
   if (isMissing_) return false;
-  fill_ = std::move(fill);
+  if (!isOpen()) fill_ = std::move(fill);
   return true;
 }
 

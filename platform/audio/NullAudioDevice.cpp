@@ -26,7 +26,7 @@ class NullAudioDevice : public AudioDevice {
   ~NullAudioDevice() override { stop(); }
 
   bool open(Fill fill) override {
-    fill_ = std::move(fill);
+    if (!isOpen()) fill_ = std::move(fill);
     return true;
   }
   void close() override {
