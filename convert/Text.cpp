@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
 #include <numeric>
 #include <utility>
+
+#include "support/Words.h"
 
 namespace kestrel {
 
@@ -24,27 +25,6 @@ std::string scaled(double number) {
   }
   const int decimals = prefix == 0 || number >= 99.95 ? 0 : number >= 9.995 ? 1 : 2;
   return formatNumber(number, decimals) + " " + kPrefixes[prefix];
-}
-
-/// How many bytes the character takes that `text` starts with; 0 when that is no UTF-8.
-size_t characterLength(std::string_view text) {
-  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char first = byte(0);
-  const size_t length = first < 0x80   ? 1
-                        : first < 0xC2 ? 0
-                        : first < 0xE0 ? 2
-                        : first < 0xF0 ? 3
-                        : first < 0xF5 ? 4
-                                       : 0;
-  if (length > text.size()) return 0;
-  for (size_t i = 1; i < length; ++i)
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  // Longer than needed, a surrogate, or beyond the last character.
-  if ((first == 0xE0 && byte(1) < 0xA0) || (first == 0xED && byte(1) > 0x9F) ||
-      (first == 0xF0 && byte(1) < 0x90) || (first == 0xF4 && byte(1) > 0x8F)) {
-    return 0;
-  }
-  return length;
 }
 
 bool isControl(std::string_view character) {
@@ -98,25 +78,6 @@ std::string formatNumber(double number, int decimals) {
   return text;
 }
 
-std::string nounAndNumbers(std::string_view noun, const std::vector<int>& numbers) {
-  std::vector<std::string> runs;
-  for (size_t i = 0; i < numbers.size();) {
-    const size_t first = i++;
-    while (i < numbers.size() && numbers[i] == numbers[i - 1] + 1) ++i;
-    const int count = static_cast<int>(i - first);
-    if (count < 3) i = first + 1;
-    runs.push_back(count < 3 ? fmt::format("{}", numbers[first])
-                             : fmt::format("{} to {}", numbers[first], numbers[i - 1]));
-  }
-  return fmt::format("{}{} {}", noun, numbers.size() == 1 ? "" : "s", fmt::join(runs, ", "));
-}
-
-std::string lowerCased(std::string_view text) {
-  std::string lowered(text);
-  std::ranges::transform(lowered, lowered.begin(), [](unsigned char c) { return std::tolower(c); });
-  return lowered;
-}
-
 std::string nearestNames(std::string_view typed, const std::vector<std::string>& names) {
   const std::string wanted = lowerCased(typed);
   const size_t furthest = std::max<size_t>(2, wanted.size() / 3);
@@ -133,19 +94,10 @@ std::string nearestNames(std::string_view typed, const std::vector<std::string>&
   return text.empty() ? text : text + "?";
 }
 
-bool isUtf8(std::string_view text) {
-  while (!text.empty()) {
-    const size_t length = characterLength(text);
-    if (length == 0) return false;
-    text.remove_prefix(length);
-  }
-  return true;
-}
-
 std::string printable(std::string_view text) {
   std::string result;
   while (!text.empty()) {
-    const size_t length = characterLength(text);
+    const size_t length = utf8Length(text);
     const std::string_view character = text.substr(0, std::max<size_t>(length, 1));
     const bool isLineEnd = character == "\n" || character == "\r";
     if (text.substr(0, 2) == "\r\n") text.remove_prefix(1);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "support/FFmpegCompat.h"
+#include "support/Words.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -45,13 +46,6 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 7> kCodecAli
     {"wma2", "wmav2"},
     {"ffv", "ffv1"},
 }};
-
-std::string lowerCased(std::string text) {
-  std::ranges::transform(text, text.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return text;
-}
 
 }  // namespace
 

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "platform/codec/Codec.h"
+#include "support/BestStream.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 #include "waveform/PointMaker.h"
@@ -196,23 +197,14 @@ class TrackReader {
 };
 
 /// The container's indexes of the tracks to read.
-std::vector<unsigned> chosenStreams(AVFormatContext& context, const WaveformSettings& settings) {
-  std::vector<unsigned> audios;
-  for (unsigned i = 0; i < context.nb_streams; ++i)
-    if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) audios.push_back(i);
-  if (audios.empty()) throw Stop("it has no sound");
-  if (!settings.tracks) {
-    const int best = av_find_best_stream(&context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    return {best >= 0 ? static_cast<unsigned>(best) : audios.front()};
-  }
-  std::vector<unsigned> chosen;
-  for (const uint32_t track : *settings.tracks) {
-    if (track >= audios.size())
-      throw Stop(fmt::format("it has no sound track {}: there are {}", track, audios.size()));
-    chosen.push_back(audios[track]);
-  }
-  if (chosen.empty()) throw Stop("no sound track is chosen");
-  return chosen;
+std::vector<uint32_t> chosenStreams(AVFormatContext& context, const WaveformSettings& settings) {
+  const size_t count = soundTracks(context).size();
+  if (count == 0) throw Stop("it has no sound");
+  if (settings.tracks && settings.tracks->empty()) throw Stop("no sound track is chosen");
+  for (const uint32_t track : settings.tracks.value_or(IndexSet{}))
+    if (track >= count)
+      throw Stop(fmt::format("it has no sound track {}: there are {}", track, count));
+  return soundTracks(context, settings.tracks);
 }
 
 /// How much of the input has been read, 0 to 1.
@@ -262,7 +254,7 @@ Waveform readWaveform(LMMediaSource& source, const WaveformSettings& settings) {
   const PacketPtr packet = makePacket();
   while (source.readPacket(packet.get())) {
     requireGoingOn();
-    const auto place = std::ranges::find(chosen, static_cast<unsigned>(packet->stream_index));
+    const auto place = std::ranges::find(chosen, static_cast<uint32_t>(packet->stream_index));
     if (place != chosen.end()) {
       TrackReader& track = tracks[static_cast<size_t>(place - chosen.begin())];
       track.decode(packet.get());

@@ -1,5 +1,6 @@
 #include <kestrel/convert/Compose.h>
 
+#include <kestrel/LMFFFormat.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/LMMovieComposition.h>
 #include <kestrel/LMMovieCompositionTrack.h>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <utility>
 
+#include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
 #include "convert/compose/ComposeRules.h"
 #include "convert/probe/Codecs.h"
@@ -53,8 +55,7 @@ LMMovieComposition::TrackList openTracks(const std::vector<Placement>& placement
 }
 
 double lengthOf(const LMMovieCompositionTrack& track) {
-  const int64_t duration = track.source()->formatContext()->duration;
-  return duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(duration) / AV_TIME_BASE;
+  return lm_ff_time_to_double(mediaInfoOf(*track.source()).duration.value_or(0));
 }
 
 /// Whether the tracks were read to their ends.
@@ -116,15 +117,20 @@ Report composeTracks(const LMMovieComposition::TrackList& tracks,
 
 }  // namespace
 
-void requirePlacements(const std::vector<Placement>& placements, const Events& events) {
-  require(placements);
-  openTracks(placements, events.interrupt);
-}
-
 Report compose(const CompositionSettings& settings, const Events& events) {
   require(settings);
   try {
-    return composeTracks(openTracks(settings.placements, events.interrupt), settings, events);
+    const auto tracks = openTracks(settings.placements, events.interrupt);
+    std::optional<OutputFile> archive;
+    if (!settings.archive.empty()) {
+      archive.emplace(settings.archive, settings.replaces);
+      savePlacements(settings.placements, archive->path());
+    }
+    Report report;
+    if (!settings.output.empty()) report = composeTracks(tracks, settings, events);
+    const bool isDone = report.outcome != Report::Outcome::kInterrupted;
+    if (archive && isDone) archive->commit();
+    return report;
   } catch (const Failure& failure) {
     if (failure.kind() != Failure::Kind::kInterrupted) throw;
     return Report::interrupted();

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <kestrel/convert/OutputFile.h>
+#include "convert/files/SameFile.h"
 #include "convert/settings/Require.h"
 
 namespace kestrel {
@@ -23,10 +23,15 @@ void require(const std::vector<Placement>& placements) {
 }
 
 void require(const CompositionSettings& settings) {
+  if (settings.output.empty() && settings.archive.empty())
+    refuse("output", "there is nothing to do: neither an output nor an archive is named");
   require(settings.placements);
   std::vector<std::string> paths;
   for (const Placement& placement : settings.placements) paths.push_back(placement.path);
-  requireNoInput(settings.output, paths);
+  for (const std::string& target : {settings.output, settings.archive})
+    if (!target.empty()) requireNoInput(target, paths);
+  const bool areSame = !settings.output.empty() && isSameFile(settings.archive, settings.output);
+  if (!settings.archive.empty() && areSame) refuse("archive", "it is the output, too");
 }
 
 }  // namespace kestrel

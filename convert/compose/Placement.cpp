@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include <kestrel/convert/Failure.h>
-#include <kestrel/convert/Text.h>
+#include "support/Words.h"
 
 namespace kestrel {
 

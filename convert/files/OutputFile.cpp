@@ -49,16 +49,4 @@ void OutputFile::write(std::string_view text) {
 
 void OutputFile::commit() { require(file_.commit()); }
 
-bool isSameFile(const std::string& one, const std::string& other) {
-  std::error_code ignored;
-  return fs::equivalent(one, other, ignored) ||
-         fs::weakly_canonical(one, ignored) == fs::weakly_canonical(other, ignored);
-}
-
-void requireNoInput(const std::string& target, const std::vector<std::string>& inputs) {
-  for (const std::string& input : inputs)
-    if (isSameFile(target, input))
-      throw Failure::output(target, "'" + target + "' is an input itself; choose another output");
-}
-
 }  // namespace kestrel

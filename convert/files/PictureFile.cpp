@@ -1,11 +1,12 @@
 #include <kestrel/convert/PictureFile.h>
 
 #include <kestrel/convert/Failure.h>
-#include <kestrel/convert/Text.h>
 
 #include <fmt/format.h>
 
 #include <filesystem>
+
+#include "support/Words.h"
 
 namespace kestrel {
 

@@ -19,6 +19,7 @@
 #include "convert/join/JoinSounds.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
+#include "convert/probe/StreamsLeftOut.h"
 #include "support/FFmpegOwners.h"
 
 namespace kestrel {
@@ -29,10 +30,8 @@ namespace {
 double expectedLength(const std::vector<JoinPart>& parts) {
   double end = 0;
   for (const JoinPart& part : parts) {
-    const int64_t length = part.outline->duration;
     const double begin = part.input.position >= 0 ? part.input.position : end;
-    const double duration =
-        length == AV_NOPTS_VALUE ? 0 : static_cast<double>(length) / AV_TIME_BASE;
+    const double duration = lm_ff_time_to_double(part.info.duration.value_or(0));
     end = begin + duration / part.input.rate;
   }
   return end;
@@ -165,10 +164,10 @@ void requireSeveralReads(const std::vector<JoinPart>& parts) {
 }
 
 /// Undoes what a try to copy has done, and leaves out what can only be copied.
-void prepareEncoding(std::vector<JoinPart>& parts, const Events& events) {
-  for (JoinPart& part : parts) {
+void prepareEncoding(JoinPlan& plan) {
+  for (JoinPart& part : plan.parts) {
     if (!part.subtitles.empty())
-      say(events, fmt::format("left out of '{}': {}", part.input.path, part.subtitleTracks()));
+      plan.leftOut.push_back(leftOutOf(part.input.path, part.subtitleTracks()));
     part.subtitles.clear();
     part.read = {};
     part.end = {};
@@ -206,7 +205,7 @@ void encode(const JoinSettings& settings, JoinPlan& plan, const std::string& why
   say(events, "encoding anew: " + why);
   report.encoded.push_back("pictures and sound: " + why);
   requireSeveralReads(plan.parts);
-  prepareEncoding(plan.parts, events);
+  prepareEncoding(plan);
   encodeJoin(settings, plan.parts, formatOfJoin(settings, plan.parts.front(), plan.keepsCodecs),
              expectedLength(plan.parts), path, events);
 }
@@ -217,10 +216,7 @@ Report joinFiles(const JoinSettings& asked, const Events& events) {
   settings.inputs = inOrder(asked.inputs);
   JoinPlan plan = planJoin(settings, events.interrupt);
   OutputFile target(settings.output, settings.replaces);
-  if (settings.table)
-    settings.table(plan.table);
-  else
-    for (const std::string& sentence : plan.leftOut) say(events, sentence);
+  if (events.table) events.table(plan.table);
 
   Report report;
   Way way = wayFor(settings, plan);

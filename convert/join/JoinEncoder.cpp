@@ -88,16 +88,16 @@ class PartPictures {
  private:
   void open(const JoinPart& part, const ConversionPlan& plan, const LMFFMovieFileOutput& output,
             int64_t start) {
-    const AVStream& stream = *part.source->formatContext()->streams[*part.video];
+    const VideoInfo& video = part.info.streams[*part.video].video;
     const Size size{static_cast<double>(plan.format.width),
                     static_cast<double>(plan.format.height)};
     const double shape = plan.format.aspect > 0 ? plan.format.aspect : size.width / size.height;
     LookSettings settings;
-    Look look(settings, videoInfoOf(stream));
+    Look look(settings, video);
     const double own = look.pixelAspect() * look.size().width / look.size().height;
     if (std::abs(own / shape - 1) > kSameShape) {
       settings.zoom = Zoom::kFit;
-      look = Look(settings, videoInfoOf(stream));
+      look = Look(settings, video);
     }
     if (!look.isPlain()) {
       look.apply(movie_, size);
@@ -148,11 +148,11 @@ class JoinEncoder {
 
  private:
   void openOutput(const std::string& path) {
-    const AVFormatContext& first = *parts_.front().outline;
+    const MediaInfo& first = parts_.front().info;
     setUpOutput(output_, plan_, path, events_.interrupt);
-    output_.setMetadata(tagsOf(first.metadata));
+    output_.setMetadata(lastingTags(first.tags));
     if (hasPictures_) {
-      output_.setVideoMetadata(languageTag(*first.streams[*parts_.front().video]));
+      output_.setVideoMetadata(languageTag(first.streams[*parts_.front().video]));
       output_.openVideo();
     }
     for (const JoinedSound::Track& track : sounds_.tracks()) openSound(track);
@@ -197,12 +197,8 @@ class JoinEncoder {
   /// The part's time at which its first tick begins, microseconds: with the first picture where
   /// pictures follow pictures, else less than a tick after its own, so that pictures fall on ticks.
   int64_t startOf(const JoinPart& part, bool follows) const {
-    const AVFormatContext& context = *part.outline;
     if (!hasPictures_ || !part.video) return 0;
-    const AVStream& stream = *context.streams[*part.video];
-    if (stream.start_time == AV_NOPTS_VALUE || context.start_time == AV_NOPTS_VALUE) return 0;
-    const int64_t first =
-        av_rescale_q(stream.start_time, stream.time_base, AV_TIME_BASE_Q) - context.start_time;
+    const int64_t first = beginOf(part.info.streams[*part.video], part.info);
     if (follows && first <= kLongestLead) return std::max<int64_t>(first, 0);
     const double tick = 1e6 * part.input.rate * rate_.den / rate_.num;
     const double ticks = std::floor(static_cast<double>(first) / tick + kJitter);
@@ -247,8 +243,7 @@ class JoinEncoder {
     const double rate = part.input.rate;
     const int64_t offset = microsecondsAt(begin);
     const auto length = static_cast<double>(microsecondsAt(tick_) - offset);
-    for (auto& chapter :
-         chaptersOf(*part.source->formatContext(), start, start + std::llround(length * rate)))
+    for (auto& chapter : chaptersOf(part.info, start, start + std::llround(length * rate)))
       chapters_.push_back({offset + std::llround(static_cast<double>(chapter.start_us) / rate),
                            offset + std::llround(static_cast<double>(chapter.end_us) / rate),
                            std::move(chapter.tags)});

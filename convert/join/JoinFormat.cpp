@@ -18,10 +18,28 @@ OpenPart::OpenPart(const JoinPart& part) : part_(part) {
   openSource(*part.source, part.input.path, part.source->interrupt());
 }
 
+ConversionSettings conversionLike(const JoinSettings& join) {
+  const JoinEncoding& encoding = join.format;
+  return {.input = join.inputs.front().path,
+          .output = join.output,
+          .videoCodec = encoding.videoCodec,
+          .width = encoding.width,
+          .height = encoding.height,
+          .fps = encoding.fps,
+          .aspect = encoding.aspect,
+          .videoBitrate = encoding.videoBitrate,
+          .crf = encoding.crf,
+          .encoderPreset = encoding.encoderPreset,
+          .videoOptions = encoding.videoOptions,
+          .audioCodec = encoding.audioCodec,
+          .audioBitrate = encoding.audioBitrate,
+          .sampleRate = encoding.sampleRate,
+          .channelLayout = encoding.channelLayout,
+          .audioOptions = encoding.audioOptions};
+}
+
 JoinFormat formatOfJoin(const JoinSettings& settings, const JoinPart& first, bool keepsCodecs) {
-  ConversionSettings format = settings.format;
-  format.input = first.input.path;
-  format.output = settings.output;
+  ConversionSettings format = conversionLike(settings);
   const AVOutputFormat& container = outputFormatFor(settings.output);
   const auto own = [&](std::string& name, uint32_t stream) {
     const AVCodecID codec = first.outline->streams[stream]->codecpar->codec_id;

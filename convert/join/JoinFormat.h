@@ -8,6 +8,9 @@
 
 namespace kestrel {
 
+/// The conversion of a join's first input into the join's format, as far as that is asked for.
+ConversionSettings conversionLike(const JoinSettings& join);
+
 /// How a join encodes what it does not copy.
 struct JoinFormat {
   ConversionSettings settings;  ///< what was asked for, with the first part's codecs

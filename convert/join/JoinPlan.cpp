@@ -17,6 +17,7 @@
 #include "convert/probe/InputOutline.h"
 #include "convert/probe/Streams.h"
 #include "convert/probe/StreamsLeftOut.h"
+#include "support/BestStream.h"
 #include "support/Containers.h"
 
 extern "C" {
@@ -29,23 +30,21 @@ namespace kestrel {
 
 namespace {
 
-std::string describe(const AVStream& stream) {
-  const AVCodecParameters& parameters = *stream.codecpar;
-  const std::string codec = avcodec_get_name(parameters.codec_id);
-  if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
-    const Rational rate = realFrameRate(stream);
-    return fmt::format("{} {}x{} {}/s", codec, parameters.width, parameters.height,
+std::string describe(const StreamInfo& stream) {
+  const std::string codec = stream.codec.empty() ? "unknown codec" : stream.codec;
+  if (stream.kind == StreamInfo::Kind::kVideo) {
+    const Rational rate = stream.video.frameRate.value_or(kUsualRate);
+    return fmt::format("{} {}x{} {}/s", codec, stream.video.width, stream.video.height,
                        formatNumber(static_cast<double>(rate.num) / rate.den, 2));
   }
-  return fmt::format("{} {} Hz, {} channel{}", codec, parameters.sample_rate,
-                     parameters.ch_layout.nb_channels,
-                     parameters.ch_layout.nb_channels == 1 ? "" : "s");
+  return fmt::format("{} {} Hz, {} channel{}", codec, stream.audio.sampleRate,
+                     stream.audio.channels, stream.audio.channels == 1 ? "" : "s");
 }
 
 std::string describe(const JoinPart& part) {
   std::vector<std::string> words;
-  for (const AVStream* stream : part.streams())
-    if (stream->codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE) words.push_back(describe(*stream));
+  if (part.video) words.push_back(describe(part.info.streams[*part.video]));
+  for (const uint32_t index : part.audios) words.push_back(describe(part.info.streams[index]));
   return fmt::format("{}", fmt::join(words, " + "));
 }
 
@@ -74,7 +73,8 @@ Places placesIn(const std::string& output, const JoinPart& first, bool isCopied)
 
 /// What goes into the output beside pictures and sound; "" for nothing.
 std::string kept(const JoinPart& part, const Places& places) {
-  return listed({part.subtitleTracks(), counted(places.chapters ? part.chapters : 0, "chapter")});
+  return listed(
+      {part.subtitleTracks(), counted(places.chapters ? part.info.chapters.size() : 0, "chapter")});
 }
 
 /// The streams of a part that go into the output.
@@ -89,7 +89,7 @@ IndexSet takenStreams(const JoinPart& part, const Places& places) {
 /// What of a part does not go into the output; "" for nothing.
 std::string leftOut(const JoinPart& part, const Places& places) {
   StreamsLeftOut left = streamsLeftOut(*part.outline, takenStreams(part, places));
-  left.chapters = places.chapters ? 0 : part.chapters;
+  left.chapters = places.chapters ? 0 : part.info.chapters.size();
   return left.listed();
 }
 
@@ -192,11 +192,9 @@ std::string tableOf(const JoinPlan& plan, const std::vector<Problems>& problems,
                                     ? "fits"
                                     : fmt::format("does not fit: {}", fmt::join(own, ", "));
     const std::string along = kept(plan.parts[i], places);
-    const std::string missing = leftOut(plan.parts[i], places);
-    table += fmt::format("{:<{}}  {:<{}}  {}{}{}\n", printable(plan.parts[i].input.path), nameWidth,
+    table += fmt::format("{:<{}}  {:<{}}  {}{}\n", printable(plan.parts[i].input.path), nameWidth,
                          describe(plan.parts[i]), streamWidth, verdict,
-                         along.empty() ? "" : "; kept: " + along,
-                         missing.empty() ? "" : "; left out: " + missing);
+                         along.empty() ? "" : "; kept: " + along);
   }
   return table;
 }
@@ -205,14 +203,11 @@ JoinPart lookInto(const JoinInput& input, const Interrupt& interrupt) {
   JoinPart part;
   part.input = input;
   part.source = openInput(input.path, std::nullopt, interrupt);
-  AVFormatContext* context = part.source->formatContext();
+  const AVFormatContext* context = part.source->formatContext();
   part.outline = outlineOf(*context);
-  part.chapters = context->nb_chapters;
-  part.video = mainVideo(*context);
-  for (uint32_t i = 0; i < context->nb_streams; ++i) {
-    AVStream& stream = *context->streams[i];
-    if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) part.audios.push_back(i);
-  }
+  part.info = mediaInfoOf(*part.source);
+  part.video = part.info.mainVideo;
+  part.audios = soundTracks(*context);
   if (!part.video && part.audios.empty())
     throw Failure::input(input.path, fmt::format("'{}' has no picture and no sound", input.path));
   part.release();

@@ -8,6 +8,7 @@
 
 #include <kestrel/IndexSet.h>
 #include <kestrel/convert/Join.h>
+#include <kestrel/convert/MediaInfo.h>
 #include "convert/probe/InputEnd.h"
 
 struct AVFormatContext;
@@ -23,7 +24,7 @@ struct JoinPart {
   /// Closed, for there may be many inputs, except while its turn is.
   std::shared_ptr<LMMediaSource> source;
   std::shared_ptr<AVFormatContext> outline;
-  unsigned chapters = 0;
+  MediaInfo info;                   ///< of the input
   std::optional<uint32_t> video;    ///< container index of the pictures
   std::vector<uint32_t> audios;     ///< container indexes of the sound tracks
   std::vector<uint32_t> subtitles;  ///< the same of subtitles that are copied along

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include <kestrel/convert/OutputFile.h>
+#include "convert/files/SameFile.h"
+#include "convert/join/JoinFormat.h"
 #include "convert/plan/SettingsRules.h"
 #include "convert/settings/Require.h"
 
@@ -27,26 +28,6 @@ void requireInput(const JoinInput& input) {
            fmt::format("'{}' s does not lie within a week, for '{}'", input.position, input.path));
 }
 
-/// What a join's inputs decide by themselves, or nobody does, is not to be set.
-void requireFormat(const ConversionSettings& format) {
-  const std::string nothing = "files are joined";
-  requireNone({{"input", !format.input.empty()},
-               {"title", format.title.has_value()},
-               {"output", !format.output.empty()},
-               {"video", format.video.has_value()},
-               {"look", format.look != LookSettings{}},
-               {"deinterlacing", format.deinterlacing.has_value()},
-               {"audio", format.audio.has_value()},
-               {"audioTracks", format.audioTracks != TrackChoice{}},
-               {"volume", format.volume != 1},
-               {"start", format.start != 0},
-               {"end", format.end.has_value()},
-               {"duration", format.duration.has_value()},
-               {"chapters", format.chapters.has_value()}},
-              nothing);
-  require(format);
-}
-
 }  // namespace
 
 void require(const JoinSettings& settings) {
@@ -59,7 +40,7 @@ void require(const JoinSettings& settings) {
   }
   requireOneOf("reencode", settings.reencode,
                {Reencode::kAuto, Reencode::kNever, Reencode::kAlways});
-  requireFormat(settings.format);
+  require(conversionLike(settings));
   requireNoInput(settings.output, paths);
 }
 

@@ -51,7 +51,7 @@ JoinSounds::JoinSounds(std::vector<JoinPart>& parts, const ConversionSettings& s
     const AVStream& own = *first.outline->streams[stream];
     const auto like =
         soundFormatLike(own, static_cast<AVCodecID>(plan.format.audio_codec), container);
-    Track track{plan.format, like.bits, plan.audioOptions, languageTag(own)};
+    Track track{plan.format, like.bits, plan.audioOptions, languageTag(first.info.streams[stream])};
     track.format.sample_rate = settings.sampleRate.value_or(only > 0 ? only : like.sampleRate);
     track.format.channel_layout = settings.channelLayout.value_or(like.layout);
     const int channels = lm_get_channel_layout_nb_channels(track.format.channel_layout);

@@ -19,7 +19,6 @@
 #include <vector>
 
 #include <kestrel/convert/Failure.h>
-#include <kestrel/convert/Text.h>
 #include "convert/probe/Input.h"
 #include "convert/probe/Languages.h"
 
@@ -155,7 +154,7 @@ void openSubtitles(LMFFMovie& movie, const std::string& path) {
 void openSubtitleTrack(LMFFMovie& movie, const TrackChoice& track) {
   const auto video = movie.videoMedia();
   if (!video) return;
-  if (const auto disc = std::dynamic_pointer_cast<LMDVDTitleSource>(video->source()))
+  if (const auto disc = std::dynamic_pointer_cast<DVDTitleSource>(video->source()))
     return openDiscTrack(movie, *video, *disc->title(), track);
   const uint32_t index = findTrack(*video->formatContext(), track);
   IndexSet streams{index};

@@ -13,6 +13,7 @@
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "convert/files/Surface.h"
 #include "convert/pictures/PictureJob.h"
 #include "convert/pictures/PictureRules.h"
 #include "convert/settings/Require.h"
@@ -182,11 +183,6 @@ Report writeContactSheet(const ContactSheetSettings& settings, const Events& eve
                        .pictures = i + 1});
   }
   return job.finish(file, *shownBy(sheet.surface()));
-}
-
-std::shared_ptr<const BitmapImage> shownBy(const BitmapContext& surface) {
-  return BitmapImage::borrowing(surface.data(), surface.width(), surface.height(),
-                                surface.bytesPerRow());
 }
 
 }  // namespace kestrel

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "convert/files/Surface.h"
 #include "convert/pictures/PictureJob.h"
 #include "convert/pictures/PictureRules.h"
 

@@ -13,6 +13,7 @@
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/ContactSheet.h>
 #include <kestrel/convert/Failure.h>
+#include "convert/files/Surface.h"
 #include "convert/pictures/PictureJob.h"
 #include "convert/pictures/PictureRules.h"
 #include "convert/settings/Require.h"

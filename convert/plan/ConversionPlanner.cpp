@@ -12,8 +12,10 @@
 #include <vector>
 
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/MediaInfo.h>
 #include "convert/look/Look.h"
 #include "convert/plan/PlanRules.h"
+#include "convert/plan/SoundFormat.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Streams.h"
 #include "convert/settings/Require.h"
@@ -30,7 +32,7 @@ namespace kestrel {
 namespace {
 
 constexpr double kSquareTolerance = 0.01;  // pixels this close to square are square
-constexpr int64_t kEngineRate = 44100;     // the movie's own sound
+constexpr int32_t kEngineRate = 44100;     // the movie's own sound
 constexpr double kWorstQuantizer = 51;     // of the H.264 and HEVC encoders
 
 struct Shape {
@@ -89,13 +91,9 @@ bool canSignalFullRange(AVCodecID codec) {
 }
 
 /// The colours of the output: the source's own, told in full, in a form that the codec can signal.
-VideoColor outputColor(const AVStream& stream, const Shape& shape, AVCodecID codec) {
-  const AVCodecParameters& source = *stream.codecpar;
-  VideoColor color = lm_resolved_video_color(
-      {source.color_primaries, source.color_trc, source.color_space, source.color_range},
-      source.format, source.height);
+VideoColor outputColor(VideoColor color, const Shape& shape, AVCodecID codec) {
   if (color.matrix == AVCOL_SPC_RGB) {
-    color = lm_resolved_video_color(
+    color = resolvedVideoColor(
         {color.primaries, color.transfer, AVCOL_SPC_UNSPECIFIED, AVCOL_RANGE_MPEG},
         AV_PIX_FMT_YUV420P, shape.height);
   }
@@ -110,14 +108,6 @@ AVRational supportedRate(AVRational rate, const AVCodec& encoder) {
   return encoder.supported_framerates[av_find_nearest_q_idx(rate, encoder.supported_framerates)];
 }
 
-int supportedSampleRate(int rate, const AVCodec& encoder) {
-  if (!encoder.supported_samplerates) return rate;
-  int best = encoder.supported_samplerates[0];
-  for (const int* known = encoder.supported_samplerates; *known; ++known)
-    if (std::abs(*known - rate) < std::abs(best - rate)) best = *known;
-  return best;
-}
-
 class Planner {
  public:
   Planner(const ConversionSettings& settings, const LMMediaSource& source,
@@ -125,7 +115,7 @@ class Planner {
       : settings_(settings),
         picture_(picture),
         source_(source),
-        input_(*source.formatContext()),
+        input_(mediaInfoOf(source)),
         container_(outputFormatFor(settings.output)) {}
 
   ConversionPlan plan() {
@@ -135,7 +125,7 @@ class Planner {
     plan_.start = settings_.start;
     // Pictures alone begin with the first of them, wherever the sound that stays behind began.
     if (plan_.video == StreamAction::kEncode && plan_.audio == StreamAction::kNone)
-      plan_.start = std::max(plan_.start, picturesBegin());
+      plan_.start = std::max(plan_.start, beginOf(pictures(), input_));
     plan_.end = settings_.end;
     if (settings_.chapters) planChapters(*settings_.chapters);
     constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
@@ -158,15 +148,10 @@ class Planner {
                                                                  : StreamAction::kEncode;
   }
 
-  /// How long after the input's start its pictures begin; microseconds.
-  int64_t picturesBegin() const {
-    const AVStream& stream = *input_.streams[*plan_.videoIndex];
-    if (stream.start_time == AV_NOPTS_VALUE || input_.start_time == AV_NOPTS_VALUE) return 0;
-    return av_rescale_q(stream.start_time, stream.time_base, AV_TIME_BASE_Q) - input_.start_time;
-  }
+  const StreamInfo& pictures() const { return input_.streams[*plan_.videoIndex]; }
 
   void chooseStreams() {
-    plan_.videoIndex = mainVideo(input_);
+    plan_.videoIndex = input_.mainVideo;
     plan_.audioIndexes = chosenAudios(settings_.audioTracks, source_);
     const bool hasVideo = plan_.videoIndex.has_value();
     if (!hasVideo && plan_.audioIndexes.empty())
@@ -187,7 +172,7 @@ class Planner {
           fmt::format("nothing to convert: '{}' has no stream that goes into '{}'", settings_.input,
                       settings_.output));
     if (plan_.video == StreamAction::kEncode) {
-      const AVCodecParameters& video = *input_.streams[*plan_.videoIndex]->codecpar;
+      const VideoInfo& video = pictures().video;
       if (video.width <= 0 || video.height <= 0)
         throw Failure::input(
             settings_.input,
@@ -197,21 +182,19 @@ class Planner {
 
   /// The span of the chosen chapters.
   void planChapters(const ChapterRange& range) {
-    const auto count = static_cast<int>(input_.nb_chapters);
+    const auto count = static_cast<int>(input_.chapters.size());
     if (range.last > count)
       throw Failure::settings(
           count == 0 ? std::string("chapters: the input has no chapters")
                      : fmt::format("there is no chapter {}: the input has {}", range.last, count),
           "chapters");
-    const int64_t begin = startOf(input_);
-    const auto toMovie = [&](int64_t time, const AVChapter& chapter) {
-      return std::max<int64_t>(av_rescale_q(time, chapter.time_base, AV_TIME_BASE_Q) - begin, 0);
+    const int64_t begin = input_.startTime.value_or(0);
+    const auto toMovie = [&](std::optional<int64_t> time) {
+      return std::max<int64_t>(time.value_or(0) - begin, 0);
     };
-    const AVChapter& first = *input_.chapters[range.first - 1];
-    const AVChapter& last = *input_.chapters[range.last - 1];
-    plan_.start = toMovie(first.start, first);
+    plan_.start = toMovie(input_.chapters[range.first - 1].start);
     // The last one may hold a little more than its container counts.
-    if (range.last < count) plan_.end = toMovie(last.end, last);
+    if (range.last < count) plan_.end = toMovie(input_.chapters[range.last - 1].end);
   }
 
   void planVideo() {
@@ -219,13 +202,13 @@ class Planner {
                                 ? defaultVideoCodec(container_, settings_.output)
                                 : codecByName(settings_.videoCodec, AVMEDIA_TYPE_VIDEO);
     requireEncodable(container_, codec, settings_.output);
-    AVStream& stream = *input_.streams[*plan_.videoIndex];
+    const VideoInfo& video = pictures().video;
     plan_.look = settings_.look;
     plan_.deinterlacing = settings_.deinterlacing.value_or(source_.isDVD() ? Deinterlacing::kAuto
                                                                            : Deinterlacing::kOff);
     plan_.picture = picture_;
-    const Shape shape = outputShape(settings_, Look(settings_.look, videoInfoOf(stream), picture_));
-    const Rational wanted = settings_.fps.value_or(realFrameRate(stream));
+    const Shape shape = outputShape(settings_, Look(settings_.look, video, picture_));
+    const Rational wanted = settings_.fps.value_or(video.frameRate.value_or(kUsualRate));
     const AVRational rate = supportedRate({wanted.num, wanted.den}, *avcodec_find_encoder(codec));
     plan_.format.video_codec = codec;
     plan_.format.width = shape.width;
@@ -234,7 +217,7 @@ class Planner {
     plan_.setRate({rate.num, rate.den});
     plan_.format.video_bitrate =
         settings_.videoBitrate.value_or(videoBitrateFor(shape, av_q2d(rate), codec));
-    plan_.color = outputColor(stream, shape, codec);
+    plan_.color = outputColor(video.color, shape, codec);
     planVideoOptions(rate);
   }
 
@@ -264,7 +247,7 @@ class Planner {
     plan_.format.channel_layout = layout;
     const int only = onlySampleRate(container_);
     plan_.format.sample_rate = settings_.sampleRate.value_or(
-        supportedSampleRate(only > 0 ? only : kEngineRate, *avcodec_find_encoder(codec)));
+        ratesLike(only > 0 ? only : kEngineRate, *avcodec_find_encoder(codec)).front());
     const int channels = lm_get_channel_layout_nb_channels(layout);
     plan_.format.audio_bitrate = settings_.audioBitrate.value_or(96000 * channels);
     plan_.audioOptions = settings_.audioOptions;
@@ -275,7 +258,7 @@ class Planner {
     if (settings_.channelLayout) return *settings_.channelLayout;
     const std::vector<uint32_t> indexes(plan_.audioIndexes.begin(), plan_.audioIndexes.end());
     const bool isMono = std::ranges::all_of(plan_.audioTracks, [&](uint32_t track) {
-      return input_.streams[indexes[track]]->codecpar->ch_layout.nb_channels == 1;
+      return input_.streams[indexes[track]].audio.channels == 1;
     });
     return lm_get_default_channel_layout(isMono ? 1 : 2);
   }
@@ -288,7 +271,7 @@ class Planner {
   const ConversionSettings& settings_;
   const std::optional<Area>& picture_;
   const LMMediaSource& source_;
-  AVFormatContext& input_;
+  const MediaInfo input_;
   const AVOutputFormat& container_;
   ConversionPlan plan_;
 };

@@ -54,16 +54,6 @@ std::vector<int64_t> layoutsLike(int64_t own, AVCodecID codec) {
   return layouts;
 }
 
-/// The rates that an encoder knows, the one nearest to `own` first; of one that knows any, that.
-std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder) {
-  std::vector<int32_t> rates;
-  for (const int* known = encoder.supported_samplerates; known && *known; ++known)
-    rates.push_back(*known);
-  if (rates.empty()) rates = {own, kUsualRate, 48000};
-  std::ranges::stable_sort(rates, {}, [own](int32_t rate) { return std::abs(rate - own); });
-  return rates;
-}
-
 struct FormatDeleter {
   void operator()(AVFormatContext* context) const { avformat_free_context(context); }
 };
@@ -85,6 +75,15 @@ bool isTaken(const SoundFormat& format, const AVCodec& encoder, const AVOutputFo
 }  // namespace
 
 int SoundFormat::channels() const { return lm_get_channel_layout_nb_channels(layout); }
+
+std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder) {
+  std::vector<int32_t> rates;
+  for (const int* known = encoder.supported_samplerates; known && *known; ++known)
+    rates.push_back(*known);
+  if (rates.empty()) rates = {own, kUsualRate, 48000};
+  std::ranges::stable_sort(rates, {}, [own](int32_t rate) { return std::abs(rate - own); });
+  return rates;
+}
 
 SoundFormat soundFormatLike(const AVStream& sound, AVCodecID codec,
                             const AVOutputFormat& container) {

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 extern "C" {
 #include <libavcodec/codec_id.h>
 }
 
+struct AVCodec;
 struct AVOutputFormat;
 struct AVStream;
 
@@ -19,6 +21,9 @@ struct SoundFormat {
 
   int channels() const;
 };
+
+/// The rates that an encoder knows, the one nearest to `own` first; of one that knows any, `own`.
+std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder);
 
 /// The rate, layout and depth of a track of an input, as far as the codec's encoder and the
 /// container take them: both are asked. Else the nearest rate, and the speakers that the most of

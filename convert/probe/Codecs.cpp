@@ -15,6 +15,7 @@
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
 #include "support/Containers.h"
+#include "support/Words.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

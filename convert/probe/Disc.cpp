@@ -13,7 +13,7 @@
 #include <utility>
 
 #include <kestrel/convert/Failure.h>
-#include <kestrel/convert/Text.h>
+#include "support/Words.h"
 
 namespace kestrel {
 namespace fs = std::filesystem;

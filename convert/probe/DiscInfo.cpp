@@ -3,10 +3,11 @@
 #include <kestrel/LMDVD.h>
 #include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/convert/Disc.h>
-#include <kestrel/convert/Text.h>
 
 #include <map>
 #include <memory>
+
+#include "support/Words.h"
 
 namespace kestrel {
 
@@ -50,7 +51,7 @@ DiscTitleInfo titleInfo(const std::shared_ptr<LMDVD>& disc, const DiscTitle& tit
           .subtitles = title.title->subtitleTracks(),
           .whyMain = title.whyMain,
           .sameAs = title.sameAs,
-          .problem = LMDVDTitleSource(disc, title.set, title.title).problem().message};
+          .problem = DVDTitleSource(disc, title.set, title.title).problem().message};
 }
 
 /// What cannot be read whole, titles with the same problem drawn together.

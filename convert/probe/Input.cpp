@@ -85,7 +85,7 @@ std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<
   }
   const auto disc = openDisc(path);
   const DiscTitle chosen = chooseTitle(*disc, *title);
-  auto source = std::make_shared<LMDVDTitleSource>(disc, chosen.set, chosen.title);
+  auto source = std::make_shared<DVDTitleSource>(disc, chosen.set, chosen.title);
   openSource(*source, path, interrupt);
   return source;
 }

@@ -11,7 +11,8 @@ namespace kestrel {
 
 std::string languageOf(const AVStream& stream) {
   const AVDictionaryEntry* entry = av_dict_get(stream.metadata, "language", nullptr, 0);
-  return entry ? entry->value : "";
+  const std::string code = entry ? entry->value : "";
+  return code == "und" ? "" : code;
 }
 
 bool isSameLanguage(const std::string& code, const std::string& other) {

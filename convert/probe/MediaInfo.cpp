@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <string_view>
 
 #include "convert/probe/Input.h"
@@ -42,7 +41,7 @@ std::optional<Rational> ifPositive(AVRational fraction) {
 
 std::optional<int64_t> microseconds(int64_t time, AVRational base) {
   if (time == AV_NOPTS_VALUE || !isPositive(base)) return std::nullopt;
-  return std::llround(static_cast<double>(time) * av_q2d(base) * 1e6);
+  return av_rescale_q(time, base, AV_TIME_BASE_Q);
 }
 
 Tags tagsIn(const AVDictionary* dictionary) {
@@ -90,7 +89,7 @@ std::vector<std::string> dispositionNames(int flags) {
   return names;
 }
 
-std::optional<Rational> trueRate(const AVStream& stream) {
+std::optional<Rational> trueRate(AVStream& stream) {
   const auto isRate = [](AVRational rate) {
     return isPositive(rate) && av_q2d(rate) < kHighestRate;
   };
@@ -104,12 +103,21 @@ const Data* sideData(const AVStream& stream, AVPacketSideDataType type) {
   return bytes.size() >= sizeof(Data) ? reinterpret_cast<const Data*>(bytes.data()) : nullptr;
 }
 
+DisplayColors colorsOf(const AVMasteringDisplayMetadata& display) {
+  const auto at = [](const AVRational(&place)[2]) {
+    return Chromaticity{av_q2d(place[0]), av_q2d(place[1])};
+  };
+  const auto& lights = display.display_primaries;
+  return {at(lights[0]), at(lights[1]), at(lights[2]), at(display.white_point)};
+}
+
 std::optional<HdrInfo> hdrOf(const AVStream& stream) {
   const auto* display =
       sideData<AVMasteringDisplayMetadata>(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
   const auto* light = sideData<AVContentLightMetadata>(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
   if (!display && !light) return std::nullopt;
   HdrInfo hdr;
+  if (display && display->has_primaries) hdr.colors = colorsOf(*display);
   if (display && display->has_luminance) {
     hdr.darkest = av_q2d(display->min_luminance);
     hdr.brightest = av_q2d(display->max_luminance);
@@ -122,6 +130,9 @@ std::optional<HdrInfo> hdrOf(const AVStream& stream) {
 }
 
 void tellColor(VideoInfo& video, const AVCodecParameters& codec) {
+  video.color = resolvedVideoColor(
+      {codec.color_primaries, codec.color_trc, codec.color_space, codec.color_range}, codec.format,
+      codec.height);
   if (codec.color_space != AVCOL_SPC_UNSPECIFIED)
     video.colorSpace = orEmpty(av_color_space_name(codec.color_space));
   if (codec.color_range != AVCOL_RANGE_UNSPECIFIED)
@@ -132,12 +143,11 @@ void tellColor(VideoInfo& video, const AVCodecParameters& codec) {
     video.colorTransfer = orEmpty(av_color_transfer_name(codec.color_trc));
 }
 
-void tellShape(VideoInfo& video, const AVStream& stream) {
+void tellShape(VideoInfo& video, AVStream& stream) {
   const AVCodecParameters& codec = *stream.codecpar;
   video.width = std::max(codec.width, 0);
   video.height = std::max(codec.height, 0);
-  const AVRational sample =
-      av_guess_sample_aspect_ratio(nullptr, const_cast<AVStream*>(&stream), nullptr);
+  const AVRational sample = av_guess_sample_aspect_ratio(nullptr, &stream, nullptr);
   video.pixelAspect = ifPositive(sample);
   if (!isPositive(sample)) return;
   AVRational display{0, 1};
@@ -146,54 +156,7 @@ void tellShape(VideoInfo& video, const AVStream& stream) {
   video.displayAspect = ifPositive(display);
 }
 
-AudioInfo audioInfo(const AVCodecParameters& codec) {
-  AudioInfo audio;
-  audio.sampleFormat = orEmpty(av_get_sample_fmt_name(static_cast<AVSampleFormat>(codec.format)));
-  audio.sampleRate = std::max(codec.sample_rate, 0);
-  audio.channels = std::max(codec.ch_layout.nb_channels, 0);
-  std::array<char, 128> text{};
-  const bool isKnown = codec.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC &&
-                       av_channel_layout_describe(&codec.ch_layout, text.data(), text.size()) >= 0;
-  if (isKnown) audio.layout = text.data();
-  return audio;
-}
-
-StreamInfo streamInfo(const AVFormatContext& input, const AVStream& stream) {
-  const AVCodecParameters& codec = *stream.codecpar;
-  StreamInfo info;
-  info.index = static_cast<uint32_t>(stream.index);
-  info.kind = kindOf(codec.codec_type);
-  info.type = orEmpty(av_get_media_type_string(codec.codec_type));
-  if (codec.codec_id != AV_CODEC_ID_NONE) info.codec = orEmpty(avcodec_get_name(codec.codec_id));
-  info.profile = orEmpty(avcodec_profile_name(codec.codec_id, codec.profile));
-  info.tag = tagText(codec.codec_tag);
-  if (const std::string code = languageOf(stream); code != "und") info.language = code;
-  if (!info.language.empty()) info.languageName = nameOfLanguage(info.language);
-  info.bitRate = ifPositive(codec.bit_rate);
-  info.startTime = microseconds(stream.start_time, stream.time_base);
-  info.duration = microseconds(stream.duration, stream.time_base);
-  info.disposition = dispositionNames(stream.disposition);
-  info.tags = tagsIn(stream.metadata);
-  const PromisedLength promised = promisedLength(input, IndexSet{info.index});
-  info.promisedLength = promised.isOfOthers ? 0 : promised.time;
-  if (info.kind == StreamInfo::Kind::kVideo) info.video = videoInfoOf(stream);
-  if (info.kind == StreamInfo::Kind::kAudio) info.audio = audioInfo(codec);
-  if (info.kind == StreamInfo::Kind::kSubtitle) {
-    info.video.width = std::max(codec.width, 0);
-    info.video.height = std::max(codec.height, 0);
-  }
-  return info;
-}
-
-std::optional<uint32_t> coverOf(const MediaInfo& info) {
-  const auto cover = std::ranges::find_if(
-      info.streams, [](const StreamInfo& stream) { return stream.video.isCover; });
-  return cover == info.streams.end() ? std::nullopt : std::optional(cover->index);
-}
-
-}  // namespace
-
-VideoInfo videoInfoOf(const AVStream& stream) {
+VideoInfo videoInfo(AVStream& stream) {
   const AVCodecParameters& codec = *stream.codecpar;
   VideoInfo video;
   const auto format = static_cast<AVPixelFormat>(codec.format);
@@ -214,6 +177,53 @@ VideoInfo videoInfoOf(const AVStream& stream) {
   video.hdr = hdrOf(stream);
   return video;
 }
+
+AudioInfo audioInfo(const AVCodecParameters& codec) {
+  AudioInfo audio;
+  audio.sampleFormat = orEmpty(av_get_sample_fmt_name(static_cast<AVSampleFormat>(codec.format)));
+  audio.sampleRate = std::max(codec.sample_rate, 0);
+  audio.channels = std::max(codec.ch_layout.nb_channels, 0);
+  std::array<char, 128> text{};
+  const bool isKnown = codec.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC &&
+                       av_channel_layout_describe(&codec.ch_layout, text.data(), text.size()) >= 0;
+  if (isKnown) audio.layout = text.data();
+  return audio;
+}
+
+StreamInfo streamInfo(const AVFormatContext& input, AVStream& stream) {
+  const AVCodecParameters& codec = *stream.codecpar;
+  StreamInfo info;
+  info.index = static_cast<uint32_t>(stream.index);
+  info.kind = kindOf(codec.codec_type);
+  info.type = orEmpty(av_get_media_type_string(codec.codec_type));
+  if (codec.codec_id != AV_CODEC_ID_NONE) info.codec = orEmpty(avcodec_get_name(codec.codec_id));
+  info.profile = orEmpty(avcodec_profile_name(codec.codec_id, codec.profile));
+  info.tag = tagText(codec.codec_tag);
+  info.language = languageOf(stream);
+  if (!info.language.empty()) info.languageName = nameOfLanguage(info.language);
+  info.bitRate = ifPositive(codec.bit_rate);
+  info.startTime = microseconds(stream.start_time, stream.time_base);
+  info.duration = microseconds(stream.duration, stream.time_base);
+  info.disposition = dispositionNames(stream.disposition);
+  info.tags = tagsIn(stream.metadata);
+  const PromisedLength promised = promisedLength(input, IndexSet{info.index});
+  info.promisedLength = promised.isOfOthers ? 0 : promised.time;
+  if (info.kind == StreamInfo::Kind::kVideo) info.video = videoInfo(stream);
+  if (info.kind == StreamInfo::Kind::kAudio) info.audio = audioInfo(codec);
+  if (info.kind == StreamInfo::Kind::kSubtitle) {
+    info.video.width = std::max(codec.width, 0);
+    info.video.height = std::max(codec.height, 0);
+  }
+  return info;
+}
+
+std::optional<uint32_t> coverOf(const MediaInfo& info) {
+  const auto cover = std::ranges::find_if(
+      info.streams, [](const StreamInfo& stream) { return stream.video.isCover; });
+  return cover == info.streams.end() ? std::nullopt : std::optional(cover->index);
+}
+
+}  // namespace
 
 MediaInfo mediaInfoOf(const LMMediaSource& source) {
   MediaInfo info;

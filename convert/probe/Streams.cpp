@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "convert/probe/Languages.h"
+#include "support/BestStream.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -43,25 +44,25 @@ AVRational standardRate(AVRational average) {
 
 /// The rate of which a stream's times are multiples. Where MPEG-2 pictures repeat fields, that of
 /// the fields is found there; the codec itself states the pictures' own.
-AVRational baseRate(const AVStream& stream) {
+AVRational baseRate(AVStream& stream) {
   if (stream.codecpar->codec_id != AV_CODEC_ID_MPEG2VIDEO) return stream.r_frame_rate;
-  return av_guess_frame_rate(nullptr, const_cast<AVStream*>(&stream), nullptr);
+  return av_guess_frame_rate(nullptr, &stream, nullptr);
 }
 
 }  // namespace
 
-std::optional<uint32_t> mainVideo(const AVFormatContext& input) {
-  auto* context = const_cast<AVFormatContext*>(&input);
-  int best = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  const auto isCover = [&](int index) {
-    return (input.streams[index]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-  };
-  if (best < 0 || isCover(best)) return std::nullopt;
-  return static_cast<uint32_t>(best);
+std::optional<uint32_t> mainVideo(AVFormatContext& input) {
+  const auto best = bestStream(input, AVMEDIA_TYPE_VIDEO);
+  const bool isCover = best && (input.streams[*best]->disposition & AV_DISPOSITION_ATTACHED_PIC);
+  return isCover ? std::nullopt : best;
 }
 
 int64_t startOf(const AVFormatContext& input) {
   return input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
+}
+
+int64_t beginOf(const StreamInfo& stream, const MediaInfo& input) {
+  return stream.startTime && input.startTime ? *stream.startTime - *input.startTime : 0;
 }
 
 Orientation orientationOf(const AVStream& stream) {
@@ -101,24 +102,24 @@ std::span<const uint8_t> streamSideData(const AVStream& stream, int type) {
 #endif
 }
 
-Rational realFrameRate(const AVStream& stream) {
+Rational realFrameRate(AVStream& stream) {
   constexpr double kFastest = 240;
   constexpr double kFastestVariable = 60.5;
   const auto isRate = [](AVRational rate) { return rate.num > 0 && rate.den > 0; };
   const AVRational base = baseRate(stream);
   const AVRational average = stream.avg_frame_rate;
   const auto answer = [](AVRational rate) { return Rational{rate.num, rate.den}; };
-  if (!isRate(base) && !isRate(average)) return {25, 1};
+  if (!isRate(base) && !isRate(average)) return kUsualRate;
   if (!isRate(average) || !isRate(base)) {
     const AVRational only = isRate(base) ? base : average;
-    return av_q2d(only) <= kFastest ? answer(only) : Rational{25, 1};
+    return av_q2d(only) <= kFastest ? answer(only) : kUsualRate;
   }
   const double ratio = av_q2d(base) / av_q2d(average);
   if (ratio < 1.5 && av_q2d(base) <= kFastest) return answer(base);
   const bool countsFields = std::abs(ratio - 2) < 0.05;
   if (!countsFields && av_q2d(base) <= kFastestVariable) return answer(base);
   const AVRational rate = standardRate(average);
-  return av_q2d(rate) <= kFastest ? answer(rate) : Rational{25, 1};
+  return av_q2d(rate) <= kFastest ? answer(rate) : kUsualRate;
 }
 
 IndexSet decodableAudios(const AVFormatContext& input) {
@@ -135,7 +136,7 @@ IndexSet decodableAudios(const AVFormatContext& input) {
 
 std::vector<std::optional<uint32_t>> audioTracksOf(const LMMediaSource& source) {
   const IndexSet audios = decodableAudios(*source.formatContext());
-  const auto* disc = dynamic_cast<const LMDVDTitleSource*>(&source);
+  const auto* disc = dynamic_cast<const DVDTitleSource*>(&source);
   if (!disc) return {audios.begin(), audios.end()};
   std::vector<std::optional<uint32_t>> indexes;
   for (const auto& track : disc->title()->audioTracks()) {

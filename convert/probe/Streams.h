@@ -19,17 +19,20 @@ class LMMediaSource;
 
 /// The container index of the pictures that a viewer sees; none where there are none, and for a
 /// cover.
-std::optional<uint32_t> mainVideo(const AVFormatContext& input);
+std::optional<uint32_t> mainVideo(AVFormatContext& input);
 
 /// When an input begins, microseconds in the container's time; 0 where it does not tell.
 int64_t startOf(const AVFormatContext& input);
 
+/// Pictures per second of a stream that tells no rate.
+inline constexpr Rational kUsualRate{25, 1};
+
 /// The rate at which a stream's pictures really come: the container's base rate, unless that
 /// counts fields or clock ticks instead of pictures.
-Rational realFrameRate(const AVStream& stream);
+Rational realFrameRate(AVStream& stream);
 
-/// What is known of a stream's pictures, as `MediaInfo` has it.
-VideoInfo videoInfoOf(const AVStream& stream);
+/// How long after its input's start a stream begins, microseconds; 0 where that is not told.
+int64_t beginOf(const StreamInfo& stream, const MediaInfo& input);
 
 /// How a player turns a stream's pictures before it shows them.
 Orientation orientationOf(const AVStream& stream);

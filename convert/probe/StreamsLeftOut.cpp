@@ -15,11 +15,6 @@ namespace kestrel {
 
 namespace {
 
-bool isService(const AVStream& stream) {
-  return stream.codecpar->codec_type == AVMEDIA_TYPE_DATA &&
-         (stream.discard == AVDISCARD_ALL || stream.codecpar->codec_id == AV_CODEC_ID_DVD_NAV);
-}
-
 size_t& counterOf(StreamsLeftOut& counters, const AVStream& stream) {
   if (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) return counters.covers;
   switch (stream.codecpar->codec_type) {
@@ -37,6 +32,11 @@ size_t& counterOf(StreamsLeftOut& counters, const AVStream& stream) {
 }
 
 }  // namespace
+
+bool isService(const AVStream& stream) {
+  return stream.codecpar->codec_type == AVMEDIA_TYPE_DATA &&
+         (stream.discard == AVDISCARD_ALL || stream.codecpar->codec_id == AV_CODEC_ID_DVD_NAV);
+}
 
 std::string counted(size_t count, const char* what) {
   return count == 0 ? "" : fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");

@@ -29,8 +29,11 @@ struct StreamsLeftOut {
   std::string listed() const;
 };
 
-/// The streams of an input but for those `taken`, by container index. Data that the demuxer has
-/// made chapters of, and a disc's navigation, are no loss elsewhere and do not count.
+/// Whether a stream is no loss elsewhere: data that the demuxer has made chapters of, and a disc's
+/// navigation.
+bool isService(const AVStream& stream);
+
+/// The streams of an input but for those `taken`, by container index, that are a loss elsewhere.
 StreamsLeftOut streamsLeftOut(const AVFormatContext& input, const IndexSet& taken);
 
 /// What is said where a container cannot hold how a stream's pictures are turned when they are

@@ -17,6 +17,7 @@
 
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
 #include "convert/feed/JobQueue.h"
 #include "convert/feed/PictureMaker.h"
@@ -27,7 +28,6 @@
 #include "convert/plan/SettingsRules.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
-#include "convert/probe/Streams.h"
 #include "convert/run/LeftOut.h"
 #include "convert/run/PlannedOutput.h"
 
@@ -82,6 +82,7 @@ class Conversion::Work {
     const auto picture =
         settings_.look.autoCrop ? findPicture(events.interrupt) : std::optional<Area>();
     plan_ = planConversion(settings_, *source, picture);
+    info_ = mediaInfoOf(*source);
     source_ = source;
     return plan_;
   }
@@ -143,8 +144,7 @@ class Conversion::Work {
 
   void applyLook() {
     if (plan_.video != StreamAction::kEncode) return;
-    const AVStream& stream = *source_->formatContext()->streams[*plan_.videoIndex];
-    const Look look(plan_.look, videoInfoOf(stream), plan_.picture);
+    const Look look(plan_.look, info_.streams[*plan_.videoIndex].video, plan_.picture);
     isPlain_ = look.isPlain();
     if (isPlain_) return;
     look.apply(movie_,
@@ -184,14 +184,17 @@ class Conversion::Work {
   }
 
   void keepMetadata() {
-    const AVFormatContext& input = *source_->formatContext();
-    output_.setMetadata(tagsOf(input.metadata));
-    output_.setChapters(chaptersOf(input, plan_.start, plan_.end.value_or(INT64_MAX)));
+    output_.setMetadata(lastingTags(info_.tags));
+    output_.setChapters(chaptersOf(info_, plan_.start, plan_.end.value_or(INT64_MAX)));
     if (plan_.video != StreamAction::kNone)
-      output_.setVideoMetadata(languageTag(*input.streams[*plan_.videoIndex]));
+      output_.setVideoMetadata(languageTag(info_.streams[*plan_.videoIndex]));
     if (plan_.audio != StreamAction::kNone)
-      output_.setAudioMetadata(languageTag(
-          *input.streams[*std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin())]));
+      output_.setAudioMetadata(languageTag(info_.streams[firstSound()]));
+  }
+
+  /// The container index of the first of the chosen sound tracks.
+  uint32_t firstSound() const {
+    return *std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin());
   }
 
   std::vector<std::unique_ptr<Track>> makeTracks(int64_t preroll) {
@@ -288,6 +291,7 @@ class Conversion::Work {
 
   ConversionSettings settings_;
   std::shared_ptr<LMMediaSource> source_;
+  MediaInfo info_;  // of the source
   ConversionPlan plan_;
   bool hasRun_ = false;
   Events events_;

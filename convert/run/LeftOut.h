@@ -12,8 +12,8 @@ class LMMediaSource;
 /// The container indexes of what of its input a plan takes.
 IndexSet streamsOf(const ConversionPlan& plan);
 
-/// What of an opened input a conversion leaves behind though nobody said so, a sentence each: its
-/// other streams, and a turn that the container of copied pictures cannot hold.
+/// What of an opened input a conversion leaves behind though nobody said so, and why, a sentence
+/// each: its other streams, and a turn that the container of copied pictures cannot hold.
 std::vector<std::string> leftOutBy(const ConversionSettings& settings, const ConversionPlan& plan,
                                    const LMMediaSource& input);
 

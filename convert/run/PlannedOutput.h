@@ -2,6 +2,7 @@
 
 #include <kestrel/LMFFMovieFileOutput.h>
 #include <kestrel/convert/Events.h>
+#include <kestrel/convert/MediaInfo.h>
 
 #include <cstdint>
 #include <map>
@@ -9,9 +10,6 @@
 #include <vector>
 
 #include "convert/plan/ConversionPlanner.h"
-
-struct AVDictionary;
-struct AVFormatContext;
 
 namespace kestrel {
 
@@ -23,14 +21,14 @@ void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const 
 void requireOutput(const LMFFMovieFileOutput& output, const std::string& target);
 
 /// The tags of an input that are true of another file, too.
-std::map<std::string, std::string> tagsOf(const AVDictionary* dictionary);
+std::map<std::string, std::string> lastingTags(const Tags& tags);
 
 /// The chapters of an input between two of its times (microseconds after its start), counted from
 /// the first of these.
-std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const AVFormatContext& input, int64_t start,
+std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const MediaInfo& input, int64_t start,
                                                      int64_t end);
 
 /// The language of a stream as a tag; none where it has none.
-std::map<std::string, std::string> languageTag(const AVStream& stream);
+std::map<std::string, std::string> languageTag(const StreamInfo& stream);
 
 }  // namespace kestrel

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <kestrel/convert/Failure.h>
+#include "convert/files/Surface.h"
 
 namespace kestrel {
 
@@ -143,7 +144,7 @@ void writeWavePicture(const Waveform& waveform, int width, int height, OutputFil
               std::min(column.rms, column.max), 0.62, 0.85, 0.97);
     }
   }
-  const auto image = BitmapImage::borrowing(context.data(), width, height, context.bytesPerRow());
+  const auto image = shownBy(context);
   const auto bytes = encodedBitmapImage(*image, PictureFormat::kPNG);
   if (!bytes)
     throw Failure::settings(fmt::format("a picture of {}x{} is too large", width, height), "width");

@@ -1,5 +1,6 @@
 #include <kestrel/convert/WaveformFile.h>
 
+#include <kestrel/LMFFFormat.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/convert/Failure.h>
 
@@ -11,12 +12,14 @@
 #include <utility>
 #include <vector>
 
+#include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
-#include <kestrel/convert/Text.h>
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/wave/WaveFile.h"
 #include "convert/wave/WaveRules.h"
+#include "support/BestStream.h"
+#include "support/Words.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -26,35 +29,21 @@ namespace kestrel {
 
 namespace {
 
-/// The container indexes of the chosen sound tracks.
-IndexSet chosenStreams(AVFormatContext& context, const std::optional<IndexSet>& tracks) {
-  IndexSet chosen;
-  const int best = av_find_best_stream(&context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-  uint32_t track = 0;
-  for (uint32_t i = 0; i < context.nb_streams; ++i) {
-    if (context.streams[i]->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
-    const bool isChosen = tracks ? tracks->contains(track) : i == static_cast<uint32_t>(best);
-    if (isChosen) chosen.insert(i);
-    ++track;
-  }
-  return chosen;
-}
-
-double lengthOf(const LMMediaSource& source) {
-  const int64_t duration = source.formatContext()->duration;
-  return duration == AV_NOPTS_VALUE ? 0 : static_cast<double>(duration) / AV_TIME_BASE;
+/// How long an input is, seconds; none where that is not known.
+std::optional<double> lengthOf(const LMMediaSource& source) {
+  const auto duration = mediaInfoOf(source).duration.value_or(0);
+  return duration > 0 ? std::optional(lm_ff_time_to_double(duration)) : std::nullopt;
 }
 
 /// Draws an opened input, which is at its end afterwards.
 DrawnWaveform draw(const std::string& path, const std::shared_ptr<LMMediaSource>& source,
                    WaveformSettings settings, const Events& events) {
   InputEnd end;
-  const double length = lengthOf(*source);
+  const auto length = lengthOf(*source);
   settings.interrupt = events.interrupt;
   settings.progress = [&](double, double seconds) {
     end.reached = std::max(end.reached, static_cast<int64_t>(seconds * AV_TIME_BASE));
-    if (events.progress)
-      events.progress({seconds, length > 0 ? std::optional(length) : std::nullopt, 0});
+    if (events.progress) events.progress({seconds, length, 0});
   };
   Error error;
   auto waveform = waveformOfSource(source, settings, &error);
@@ -65,7 +54,8 @@ DrawnWaveform draw(const std::string& path, const std::shared_ptr<LMMediaSource>
   end.error = source->lastError();
   end.refused = drawn.waveform.decodeErrors;
   AVFormatContext& facts = *source->formatContext();
-  const IndexSet streams = chosenStreams(facts, settings.tracks);
+  const auto chosen = soundTracks(facts, settings.tracks);
+  const IndexSet streams(chosen.begin(), chosen.end());
   judgeInput(drawn.report, path, {*source, facts, streams, {}}, end);
   return drawn;
 }
@@ -96,9 +86,9 @@ Report drawAndWrite(const WaveformFileSettings& settings, const Events& events) 
   const auto source = openInput(settings.input, std::nullopt, events.interrupt);
   OutputFile target(settings.output, settings.replaces, settings.input);
   WaveformSettings waveform = settings.waveform;
-  const double length = lengthOf(*source);
-  if (settings.form == WaveformFileSettings::Form::kPicture && length > 0)
-    waveform.pointsPerSecond = std::max(waveform.pointsPerSecond, settings.width / length);
+  const auto length = lengthOf(*source);
+  if (settings.form == WaveformFileSettings::Form::kPicture && length)
+    waveform.pointsPerSecond = std::max(waveform.pointsPerSecond, settings.width / *length);
   const DrawnWaveform drawn = draw(settings.input, source, waveform, events);
   if (drawn.report.outcome == Report::Outcome::kInterrupted) return drawn.report;
   write(settings, drawn.waveform, target);

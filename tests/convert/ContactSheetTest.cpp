@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <kestrel/convert/Failure.h>
+#include "convert/files/Surface.h"
 
 using namespace kestrel;
 

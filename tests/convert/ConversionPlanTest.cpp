@@ -1,5 +1,7 @@
 #include <kestrel/convert/Conversion.h>
 
+#include <kestrel/LibMedia.h>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -216,13 +218,21 @@ TEST_F(ConversionPlanning, WhatStaysBehindIsTold) {
     given.replaces = true;
     return Conversion(given).run().leftOut;
   };
-  const auto leaving = [](const char* name, const std::string& what) {
-    return std::vector{"left out of '" + fixture(name).string() + "': " + what};
+  const auto leaving = [](const char* name, std::vector<std::string> things) {
+    for (std::string& what : things) what = "left out of '" + fixture(name).string() + "': " + what;
+    return things;
   };
+  const auto nameOf = [](const char* code) { return LibMedia::displayStringForLanguage(code); };
   const ConversionSettings usual = settings();
   EXPECT_EQ(leftOut(usual, "av25.mp4", "out.mp4"), std::vector<std::string>{});
   EXPECT_EQ(leftOut(usual, "av-tracks.mkv", "out.mp4"),
-            leaving("av-tracks.mkv", "1 sound track, 1 subtitle track"));
+            leaving("av-tracks.mkv",
+                    {"sound #2 (aac, " + nameOf("fre") +
+                         "): one sound track is taken unless others are named",
+                     "subtitles #3 (subrip, " + nameOf("eng") +
+                         "): subtitles are not taken along, they can be drawn into the pictures"}));
+  EXPECT_EQ(leftOut(usual, "av25.mp4", "out.mp3"),
+            leaving("av25.mp4", {"pictures #0 (h264): mp3 has no place for pictures"}));
   ConversionSettings all = usual;
   all.audioTracks = TrackChoice::all();
   all.look.subtitleTrack = TrackChoice{};
@@ -233,8 +243,47 @@ TEST_F(ConversionPlanning, WhatStaysBehindIsTold) {
   // ffprobe finds no turn in these two containers.
   for (const auto& [output, muxer] : {std::pair{"out.mkv", "matroska"}, {"out.ts", "mpegts"}})
     EXPECT_EQ(leftOut(copy, "av-rotated.mp4", output),
-              leaving("av-rotated.mp4", std::string("the turn of its pictures, which ") + muxer +
-                                            " cannot hold; encoding sets them upright"));
+              leaving("av-rotated.mp4", {std::string("the turn of its pictures, which ") + muxer +
+                                         " cannot hold; encoding sets them upright"}));
+}
+
+TEST_F(ConversionPlanning, CoversFontsAndAttachmentsThatStayBehindAreTold) {
+  const std::string note = fixture("subtitles.srt").string();
+  const std::string attached = folder_ / "attached.mkv";
+  const auto made = run({"ffmpeg",
+                         "-v",
+                         "error",
+                         "-i",
+                         fixture("av25.mp4").string(),
+                         "-c",
+                         "copy",
+                         "-attach",
+                         note,
+                         "-metadata:s:2",
+                         "mimetype=font/ttf",
+                         "-metadata:s:2",
+                         "filename=Own.ttf",
+                         "-attach",
+                         note,
+                         "-metadata:s:3",
+                         "mimetype=text/plain",
+                         "-metadata:s:3",
+                         "filename=note.txt",
+                         attached});
+  ASSERT_EQ(made.status, 0) << made.err;
+  const std::string song = fixture("cover.m4a").string();
+  const auto leftOut = [&](const std::string& input, const char* output) {
+    return Conversion({.input = input, .output = folder_ / output}).run().leftOut;
+  };
+  EXPECT_EQ(
+      leftOut(attached, "out.mp4"),
+      (std::vector<std::string>{
+          "left out of '" + attached + "': font #2 (Own.ttf): attachments are not taken along",
+          "left out of '" + attached +
+              "': attachment #3 (note.txt): attachments are not taken along"}));
+  EXPECT_EQ(leftOut(song, "out.mp3"),
+            (std::vector<std::string>{"left out of '" + song +
+                                      "': cover #1 (mjpeg): covers are not taken along"}));
 }
 
 }  // namespace

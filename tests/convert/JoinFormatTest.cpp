@@ -17,7 +17,7 @@ std::string nameOf(int codec) { return avcodec_get_name(static_cast<AVCodecID>(c
 
 /// The format of a join that has one input.
 ConversionPlan formatOf(const std::string& input, const std::string& output,
-                        bool keepsCodecs = true, const ConversionSettings& format = {}) {
+                        bool keepsCodecs = true, const JoinEncoding& format = {}) {
   JoinSettings settings;
   settings.inputs = {{fixture(input).string()}};
   settings.output = output;
@@ -56,7 +56,7 @@ TEST(JoinFormat, AFileOfBarePacketsIsOneCodecsAlone) {
 }
 
 TEST(JoinFormat, WhatIsAskedForComesFirst) {
-  ConversionSettings format;
+  JoinEncoding format;
   format.videoCodec = "mpeg4";
   format.width = 160;
   const ConversionPlan plan = formatOf("av25.mp4", "out.mkv", true, format);

@@ -63,6 +63,12 @@ void expectSameLight(const VideoInfo& video, const json& probed) {
       const std::string text = display[key];
       return std::stod(text) / std::stod(text.substr(text.find('/') + 1));
     };
+    const auto placeOf = [&](const std::string& name) {
+      return Chromaticity{valueOf((name + "_x").c_str()), valueOf((name + "_y").c_str())};
+    };
+    const DisplayColors colors{placeOf("red"), placeOf("green"), placeOf("blue"),
+                               placeOf("white_point")};
+    EXPECT_EQ(video.hdr->colors, colors);
     EXPECT_EQ(video.hdr->darkest, valueOf("min_luminance"));
     EXPECT_EQ(video.hdr->brightest, valueOf("max_luminance"));
   }

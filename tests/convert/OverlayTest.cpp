@@ -7,7 +7,6 @@
 #include <kestrel/LMDVDTitleSource.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMMediaSource.h>
-#include <kestrel/convert/ContactSheet.h>
 #include <kestrel/convert/PictureFile.h>
 
 #include <filesystem>
@@ -15,6 +14,7 @@
 #include <optional>
 #include <string>
 
+#include "convert/files/Surface.h"
 #include "convert/probe/Input.h"
 #include "tests/convert/Failures.h"
 #include "tests/support/Fixture.h"

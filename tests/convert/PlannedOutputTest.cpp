@@ -4,18 +4,11 @@
 #include <kestrel/LMFFMovieFileOutput.h>
 
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "tests/convert/Failures.h"
 #include "tests/support/TempDir.h"
-
-extern "C" {
-#include <libavformat/avformat.h>
-#include <libavutil/dict.h>
-#include <libavutil/mem.h>
-}
 
 namespace kestrel::test {
 namespace {
@@ -27,30 +20,16 @@ using Chapter = LMFFMovieFileOutput::Chapter;
 class PlannedOutput : public testing::Test {
  protected:
   PlannedOutput() {
-    container_->start_time = 10000000;
-    addChapter(10000, 10800, "Opening");
-    addChapter(10800, 12000, "Ending");
+    input_.startTime = 10000000;
+    input_.chapters = {{10000000, 10800000, {{"title", "Opening"}}},
+                       {10800000, 12000000, {{"title", "Ending"}}}};
   }
 
   std::vector<Chapter> chapters(int64_t start, int64_t end) const {
-    return chaptersOf(*container_, start, end);
+    return chaptersOf(input_, start, end);
   }
 
-  const std::shared_ptr<AVFormatContext> container_{avformat_alloc_context(),
-                                                    avformat_free_context};
-
- private:
-  /// Times in milliseconds.
-  void addChapter(int64_t start, int64_t end, const char* title) {
-    auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
-    chapter->time_base = {1, 1000};
-    chapter->start = start;
-    chapter->end = end;
-    av_dict_set(&chapter->metadata, "title", title, 0);
-    int count = static_cast<int>(container_->nb_chapters);
-    av_dynarray_add(&container_->chapters, &count, chapter);
-    container_->nb_chapters = static_cast<unsigned>(count);
-  }
+  MediaInfo input_;
 };
 
 TEST_F(PlannedOutput, ChaptersCountFromTheInputsStart) {
@@ -84,22 +63,18 @@ TEST_F(PlannedOutput, ChaptersOutsideTheSpanAreLeftOut) {
 }
 
 TEST_F(PlannedOutput, TagsAreKeptButForWhatTheContainerSaysOfItself) {
-  for (const auto& [key, value] : Tags{{"title", "A"},
-                                       {"comment", "of an encoder"},
-                                       {"major_brand", "isom"},
-                                       {"minor_version", "512"},
-                                       {"compatible_brands", "isomiso2"},
-                                       {"encoder", "somebody's"}})
-    av_dict_set(&container_->metadata, key.c_str(), value.c_str(), 0);
-  EXPECT_EQ(tagsOf(container_->metadata), (Tags{{"title", "A"}, {"comment", "of an encoder"}}));
-  EXPECT_EQ(tagsOf(nullptr), Tags());
+  const kestrel::Tags tags{
+      {"title", "A"},           {"comment", "of an encoder"},      {"major_brand", "isom"},
+      {"minor_version", "512"}, {"compatible_brands", "isomiso2"}, {"encoder", "somebody's"}};
+  EXPECT_EQ(lastingTags(tags), (Tags{{"title", "A"}, {"comment", "of an encoder"}}));
+  EXPECT_EQ(lastingTags({}), Tags());
 }
 
 TEST_F(PlannedOutput, ALanguageIsATag) {
-  AVStream* stream = avformat_new_stream(container_.get(), nullptr);
-  EXPECT_EQ(languageTag(*stream), Tags());
-  av_dict_set(&stream->metadata, "language", "fre", 0);
-  EXPECT_EQ(languageTag(*stream), (Tags{{"language", "fre"}}));
+  StreamInfo stream;
+  EXPECT_EQ(languageTag(stream), Tags());
+  stream.language = "fre";
+  EXPECT_EQ(languageTag(stream), (Tags{{"language", "fre"}}));
 }
 
 TEST_F(PlannedOutput, IsSetUpAsThePlanSays) {

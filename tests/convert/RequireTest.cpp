@@ -215,15 +215,14 @@ TEST(Require, OfAJoin) {
           {"position", [](auto& s) { s.inputs[1].position = kNone; }},
           {"position", [](auto& s) { s.inputs[1].position = 1e9; }},
           {"reencode", [](auto& s) { s.reencode = static_cast<JoinSettings::Reencode>(7); }},
-          {"fps", mistaken([](Conversions& s) {
+          {"fps", mistaken([](JoinEncoding& s) {
              s.fps = Rational{0, 1};
            })},
-          // What a join does not look at.
-          {"video", mistaken([](Conversions& s) { s.video = StreamAction::kCopy; })},
-          {"look", mistaken([](Conversions& s) { s.look.hflip = true; })},
-          {"volume", mistaken([](Conversions& s) { s.volume = 2; })},
-          {"start", mistaken([](Conversions& s) { s.start = 1; })},
-          {"output", mistaken([](Conversions& s) { s.output = "d.mp4"; })},
+          {"width", mistaken([](JoinEncoding& s) { s.width = 0; })},
+          {"crf", mistaken([](JoinEncoding& s) { s.crf = 64; })},
+          {"videoBitrate", mistaken([](JoinEncoding& s) { s.videoBitrate = 0; })},
+          {"sampleRate", mistaken([](JoinEncoding& s) { s.sampleRate = 1; })},
+          {"audioBitrate", mistaken([](JoinEncoding& s) { s.audioBitrate = -1; })},
       });
 }
 
@@ -323,7 +322,10 @@ TEST(Require, IsAskedByEveryJob) {
   EXPECT_EQ(refusalOf([&] { Pictures({.input = absent, .look = {.rotate = kNone}}); }), "rotate");
   EXPECT_EQ(refusalOf([&] { join({.inputs = {{absent, kNone}}, .output = "a.mp4"}); }), "position");
   EXPECT_EQ(refusalOf([&] { compose({{{absent, 0, -1}}, "a.mp4"}); }), "position");
-  EXPECT_EQ(refusalOf([&] { requirePlacements({{absent, -1}}); }), "track");
+  EXPECT_EQ(refusalOf([&] {
+              compose({.placements = {{absent, -1}}, .archive = "a.plist"});
+            }),
+            "track");
   EXPECT_EQ(refusalOf([&] { drawWaveform(absent, {.pointsPerSecond = 0}); }), "pointsPerSecond");
   EXPECT_EQ(refusalOf([&] { writeWaveform({.input = absent, .output = "a.json", .bits = 7}); }),
             "bits");

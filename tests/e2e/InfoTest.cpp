@@ -215,6 +215,38 @@ TEST(Info, TextHasALineForEachStream) {
   EXPECT_THAT(text, HasSubstr("\n#1  audio     aac LC [mp4a], 44100 Hz, stereo, "));
 }
 
+TEST(Info, TellsTheLightOfHdrPictures) {
+  KESTREL_NEED_MEDIA("hdr10-720p60-prores.mxf");
+  const auto clip = mediaFile("hdr10-720p60-prores.mxf");
+  // ffprobe says 34000/50000 and 16000/50000 for red, 13250 and 34500 for green, 7500 and 3000 for
+  // blue, 15635 and 16450 for white; 0/10000 and 10000000/10000 for the luminance, 1000 and 100.
+  const json expected{{"red", {{"x", 0.68}, {"y", 0.32}}},
+                      {"green", {{"x", 0.265}, {"y", 0.69}}},
+                      {"blue", {{"x", 0.15}, {"y", 0.06}}},
+                      {"white_point", {{"x", 0.3127}, {"y", 0.329}}},
+                      {"min_luminance", 0.0},
+                      {"max_luminance", 1000.0},
+                      {"max_content", 1000},
+                      {"max_average", 100}};
+  EXPECT_EQ(infoJson(clip)["streams"][0]["hdr"], expected);
+  EXPECT_THAT(infoText(clip),
+              HasSubstr("mastered on red 0.68,0.32, green 0.265,0.69, blue 0.15,0.06, white "
+                        "0.3127,0.329, 0 to 1000 cd/m², brightest pixel 1000 cd/m², brightest "
+                        "picture 100 cd/m²\n"));
+  EXPECT_TRUE(infoJson(fixture("av25.mp4"))["streams"][0]["hdr"].is_null());
+}
+
+TEST(Info, WhatIsSaidOfStreamsStandsInOneColumn) {
+  const TempDir folder;
+  const auto file = folder / "attached.mkv";
+  ffmpeg({"-i", fixture("av25.mp4").string(), "-c", "copy", "-attach",
+          fixture("subtitles.srt").string(), "-metadata:s:t", "mimetype=font/ttf", "-metadata:s:t",
+          "filename=Own.ttf", file.string()});
+  const std::string text = infoText(file);
+  EXPECT_THAT(text, HasSubstr("\n#0  video       h264 "));
+  EXPECT_THAT(text, HasSubstr("\n#2  attachment  unknown codec\n"));
+}
+
 TEST(Info, TextShowsTheStartOfAFileThatDoesNotStartAtZero) {
   EXPECT_THAT(infoText(fixture("av25.ts")),
               testing::ContainsRegex("\nstart         0:(10|09[.]9[0-9][0-9])\n"));

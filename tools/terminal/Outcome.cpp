@@ -11,6 +11,7 @@ std::string optionOf(const std::string& setting) {
   if (setting == "width" || setting == "height") return "--size";
   if (setting == "channelLayout") return "--channels";
   if (setting == "position") return "the position";
+  if (setting == "archive") return "--save";
   std::string option = "--";
   for (const char letter : setting) {
     const auto byte = static_cast<unsigned char>(letter);
@@ -46,5 +47,6 @@ std::string sentenceOf(const Failure& failure) {
 int finish(const kestrel::Report& report) {
   if (report.outcome == kestrel::Report::Outcome::kInterrupted) return kInterrupted;
   for (const std::string& finding : report.findings) say(finding);
+  for (const std::string& loss : report.leftOut) say(loss);
   return report.isWhole() ? kDone : kDoneInPart;
 }

@@ -22,5 +22,6 @@ ExitStatus statusOf(const Failure& failure);
 /// The failure's sentence with settings by the names of their options.
 std::string sentenceOf(const Failure& failure);
 
-/// Says on standard error what was wrong with the input; answers the exit status.
+/// Says on standard error what was wrong with the input and what of it is not in the result, a line
+/// each; answers the exit status.
 int finish(const kestrel::Report& report);

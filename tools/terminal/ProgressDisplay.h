@@ -69,6 +69,6 @@ class ProgressDisplay {
 /// "bar", "json" or "none"; throws the `Failure` of wrong usage for anything else.
 ProgressDisplay::Style parseProgressStyle(const std::string& option, const std::string& text);
 
-/// The work's end: its progress goes, and what was wrong with the input is said. Answers the exit
+/// The work's end: its progress goes, and what `finish` says of a report is said. Answers the exit
 /// status.
 int finish(ProgressDisplay& progress, const kestrel::Report& report);

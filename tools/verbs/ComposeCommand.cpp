@@ -1,15 +1,9 @@
 
-#include <algorithm>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
-#include <kestrel/convert/OutputFile.h>
 #include "tools/cli/PlacementText.h"
-#include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/terminal/Say.h"
@@ -26,42 +20,19 @@ struct Arguments {
   bool force = false;
 };
 
-/// The placements that are loaded and named; throws where they cannot be meant.
-std::vector<Placement> placementsOf(const Arguments& arguments) {
-  if (arguments.output.empty() && arguments.save.empty())
-    throw wrongUsage("nothing to do: give -o, --save or both");
-  std::vector<Placement> placements;
-  if (!arguments.load.empty()) placements = loadPlacements(arguments.load);
-  for (const std::string& text : arguments.tracks) placements.push_back(parsePlacement(text));
-  if (placements.empty()) throw wrongUsage("there is no track: name files or --load some");
-  std::vector<std::string> paths;
-  for (const Placement& placement : placements) {
-    paths.push_back(placement.path);
-  }
-  if (!arguments.save.empty()) requireNoInput(arguments.save, paths);
-  if (!arguments.save.empty() && isSameFile(arguments.save, arguments.output))
-    throw wrongUsage("--save and -o name the same file");
-  return placements;
-}
-
 int run(const Arguments& arguments) {
-  const std::vector<Placement> placements = placementsOf(arguments);
-  if (arguments.output.empty()) requirePlacements(placements, {.interrupt = interrupted});
-  std::optional<OutputFile> stored;
-  if (!arguments.save.empty()) {
-    stored.emplace(arguments.save, arguments.force);
-    savePlacements(placements, stored->path());
-  }
-  int status = kDone;
-  if (!arguments.output.empty()) {
-    ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
-    Events events = progress.events();
-    events.note = say;
-    const Report report = compose({placements, arguments.output, arguments.force}, events);
-    status = finish(progress, report);
-  }
-  if (stored && status != kInterrupted) stored->commit();
-  return status;
+  CompositionSettings settings{
+      .output = arguments.output, .replaces = arguments.force, .archive = arguments.save};
+  if (settings.output.empty() && settings.archive.empty())
+    throw wrongUsage("nothing to do: give -o, --save or both");
+  if (!arguments.load.empty()) settings.placements = loadPlacements(arguments.load);
+  for (const std::string& text : arguments.tracks)
+    settings.placements.push_back(parsePlacement(text));
+  if (settings.placements.empty()) throw wrongUsage("there is no track: name files or --load some");
+  ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
+  Events events = progress.events();
+  events.note = say;
+  return finish(progress, compose(settings, events));
 }
 
 }  // namespace

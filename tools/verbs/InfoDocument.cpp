@@ -15,7 +15,8 @@ ordered_json orNull(const std::string& text) {
   return text.empty() ? ordered_json(nullptr) : ordered_json(text);
 }
 
-ordered_json orNull(const std::optional<int64_t>& number) {
+template <typename Number>
+ordered_json orNull(const std::optional<Number>& number) {
   return number ? ordered_json(*number) : ordered_json(nullptr);
 }
 
@@ -47,6 +48,26 @@ ordered_json chaptersDocument(const std::vector<ChapterInfo>& chapters) {
   return all;
 }
 
+ordered_json hdrDocument(const std::optional<HdrInfo>& hdr) {
+  if (!hdr) return nullptr;
+  const auto place = [](const Chromaticity& color) {
+    return ordered_json{{"x", color.x}, {"y", color.y}};
+  };
+  ordered_json json;
+  for (const char* name : {"red", "green", "blue", "white_point"}) json[name] = nullptr;
+  if (hdr->colors) {
+    json["red"] = place(hdr->colors->red);
+    json["green"] = place(hdr->colors->green);
+    json["blue"] = place(hdr->colors->blue);
+    json["white_point"] = place(hdr->colors->white);
+  }
+  json["min_luminance"] = orNull(hdr->darkest);
+  json["max_luminance"] = orNull(hdr->brightest);
+  json["max_content"] = orNull(hdr->maxContentLight);
+  json["max_average"] = orNull(hdr->maxAverageLight);
+  return json;
+}
+
 void addVideo(ordered_json& json, const VideoInfo& video) {
   json["width"] = positiveOrNull(video.width);
   json["height"] = positiveOrNull(video.height);
@@ -62,6 +83,7 @@ void addVideo(ordered_json& json, const VideoInfo& video) {
   json["color_range"] = orNull(video.colorRange);
   json["color_primaries"] = orNull(video.colorPrimaries);
   json["color_transfer"] = orNull(video.colorTransfer);
+  json["hdr"] = hdrDocument(video.hdr);
 }
 
 void addAudio(ordered_json& json, const AudioInfo& audio) {

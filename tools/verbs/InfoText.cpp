@@ -20,7 +20,7 @@ using namespace kestrel;
 
 namespace {
 
-/// Where the values of the container's and where a stream's lines begin.
+/// Where the values of the container's lines begin, and those of streams' lines at the least.
 constexpr size_t kValueColumn = 14;
 constexpr size_t kStreamColumn = 14;
 
@@ -159,6 +159,29 @@ Words videoFacts(const VideoInfo& video) {
   return facts;
 }
 
+/// "mastered on red 0.68,0.32, green …, 0.005 to 1000 cd/m², brightest pixel 900 cd/m²".
+std::string lightFacts(const VideoInfo& video) {
+  if (!video.hdr) return {};
+  const HdrInfo& hdr = *video.hdr;
+  const auto place = [](const Chromaticity& color) {
+    return fmt::format("{},{}", formatNumber(color.x, 4), formatNumber(color.y, 4));
+  };
+  Words facts;
+  if (hdr.colors)
+    facts.push_back(fmt::format("red {}, green {}, blue {}, white {}", place(hdr.colors->red),
+                                place(hdr.colors->green), place(hdr.colors->blue),
+                                place(hdr.colors->white)));
+  if (hdr.darkest && hdr.brightest)
+    facts.push_back(fmt::format("{} to {} cd/m²", formatNumber(*hdr.darkest, 4),
+                                formatNumber(*hdr.brightest, 4)));
+  if (!facts.empty()) facts.front() = "mastered on " + facts.front();
+  if (hdr.maxContentLight)
+    facts.push_back(fmt::format("brightest pixel {} cd/m²", *hdr.maxContentLight));
+  if (hdr.maxAverageLight)
+    facts.push_back(fmt::format("brightest picture {} cd/m²", *hdr.maxAverageLight));
+  return joined(facts);
+}
+
 Words detailFacts(const StreamInfo& stream) {
   if (stream.kind == StreamInfo::Kind::kVideo) return videoFacts(stream.video);
   const bool isSound = stream.kind == StreamInfo::Kind::kAudio;
@@ -181,15 +204,26 @@ std::string span(const StreamInfo& stream, const MediaInfo& info) {
   return joined(facts);
 }
 
-std::string streamText(const StreamInfo& stream, const MediaInfo& info) {
-  const std::string head =
-      fmt::format("#{:<3}{}", stream.index, stream.type.empty() ? "unknown" : stream.type);
-  std::string lines = fmt::format("{:<{}}{}\n", head, kStreamColumn, joined(mainFacts(stream)));
-  for (const std::string& line : {joined(detailFacts(stream)), span(stream, info)})
-    if (!line.empty()) lines += fmt::format("{:{}}{}\n", "", kStreamColumn, line);
+/// What a stream's first line begins with.
+std::string headOf(const StreamInfo& stream) {
+  return fmt::format("#{:<3}{}  ", stream.index, stream.type.empty() ? "unknown" : stream.type);
+}
+
+/// Where what is said of streams begins, in a column behind all their heads.
+size_t streamColumn(const MediaInfo& info) {
+  size_t column = kStreamColumn;
+  for (const StreamInfo& stream : info.streams) column = std::max(column, headOf(stream).size());
+  return column;
+}
+
+std::string streamText(const StreamInfo& stream, const MediaInfo& info, size_t column) {
+  std::string lines = fmt::format("{:<{}}{}\n", headOf(stream), column, joined(mainFacts(stream)));
+  for (const std::string& line :
+       {joined(detailFacts(stream)), lightFacts(stream.video), span(stream, info)})
+    if (!line.empty()) lines += fmt::format("{:{}}{}\n", "", column, line);
   const bool hasVendor = tagOf(stream.tags, "vendor_id") != kNoVendor;
-  return lines + (hasVendor ? tagLines(stream.tags, kStreamColumn, {"language"})
-                            : tagLines(stream.tags, kStreamColumn, {"language", "vendor_id"}));
+  return lines + (hasVendor ? tagLines(stream.tags, column, {"language"})
+                            : tagLines(stream.tags, column, {"language", "vendor_id"}));
 }
 
 std::string chapterText(const ChapterInfo& chapter, size_t number) {
@@ -217,7 +251,8 @@ std::string containerText(const std::string& path, const MediaInfo& info) {
 
 std::string infoText(const std::string& path, const MediaInfo& info) {
   std::string lines = containerText(path, info) + "\n";
-  for (const StreamInfo& stream : info.streams) lines += streamText(stream, info);
+  const size_t column = streamColumn(info);
+  for (const StreamInfo& stream : info.streams) lines += streamText(stream, info, column);
   if (!info.tags.empty()) lines += "\ntags\n" + tagLines(info.tags, 2);
   if (!info.chapters.empty()) lines += "\nchapters\n";
   size_t number = 0;

@@ -20,7 +20,7 @@ struct Arguments {
   std::string output, size, fps, videoBitrate, audioBitrate;
   std::string reencode = "auto";
   std::string progress = "bar";
-  ConversionSettings format;
+  JoinEncoding format;
   bool force = false;
 };
 
@@ -31,8 +31,8 @@ JoinSettings::Reencode parseReencode(const std::string& text) {
   throw wrongUsage("--reencode: '" + text + "' is none of auto, never and always");
 }
 
-ConversionSettings formatOf(const Arguments& arguments) {
-  ConversionSettings format = arguments.format;
+JoinEncoding formatOf(const Arguments& arguments) {
+  JoinEncoding format = arguments.format;
   for (const std::string& codec : {format.videoCodec, format.audioCodec})
     if (codec == "copy" || codec == "none")
       throw wrongUsage("'" + codec + "' is no codec to encode with");
@@ -59,9 +59,9 @@ int runJoin(const Arguments& arguments, bool hasFormat) {
     throw wrongUsage("a format does nothing beside --reencode never");
   if (hasFormat) settings.reencode = JoinSettings::Reencode::kAlways;
   settings.format = formatOf(arguments);
-  settings.table = writeStandardOutput;
   ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
   Events events = progress.events();
+  events.table = writeStandardOutput;
   events.note = [](const std::string& sentence) {
     writeStandardOutput(printable(sentence) + "\n");
   };

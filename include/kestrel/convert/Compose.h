@@ -31,18 +31,16 @@ KESTREL_API std::vector<Placement> loadPlacements(const std::string& path);
 /// What is to be put on one time line.
 struct CompositionSettings {
   std::vector<Placement> placements = {};
-  std::string output = {};
-  bool replaces = false;  ///< an existing target may be replaced
+  std::string output = {};   ///< "": nothing is composed, which has sense beside an `archive` only
+  bool replaces = false;     ///< existing targets may be replaced
+  std::string archive = {};  ///< where the placements are stored, too, as `savePlacements` does
 };
 
 /// Puts streams of several files on one time line by copying their packets; nothing is encoded
 /// anew but pictures that need hidden ones, which `events.note` and `Report::encoded` tell. Throws
-/// `Failure` when it can't be done, also where the output is one of the files; it appears only when
-/// it is whole. Blocks until it is done; several run side by side.
+/// `Failure` when it can't be done, also where the output is one of the files; output and archive
+/// appear only when they are whole, and no archive is stored of what could not be composed, or of
+/// files that cannot be opened. Blocks until it is done; several run side by side.
 KESTREL_API Report compose(const CompositionSettings& settings, const Events& events = {});
-
-/// Opens the placed streams' files, as `compose` does, and throws `Failure` for one that cannot be.
-KESTREL_API void requirePlacements(const std::vector<Placement>& placements,
-                                   const Events& events = {});
 
 }  // namespace kestrel

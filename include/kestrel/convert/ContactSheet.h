@@ -69,7 +69,4 @@ struct ContactSheetSettings {
 KESTREL_API Report writeContactSheet(const ContactSheetSettings& settings,
                                      const Events& events = {});
 
-/// What a surface shows, borrowed from it.
-KESTREL_API std::shared_ptr<const BitmapImage> shownBy(const BitmapContext& surface);
-
 }  // namespace kestrel

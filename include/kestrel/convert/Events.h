@@ -23,8 +23,8 @@ struct Progress {
 };
 
 /// What a host wants to be told and asked while something runs. Each member may be empty. What
-/// `progress` and `note` throw ends the work and arrives at the caller; `interrupt` is also asked
-/// from within libraries that know no exceptions, and throws none.
+/// `progress`, `note` and `table` throw ends the work and arrives at the caller; `interrupt` is
+/// also asked from within libraries that know no exceptions, and throws none.
 struct Events {
   Interrupt interrupt = {};
 
@@ -34,6 +34,10 @@ struct Events {
 
   /// Told in a sentence, without a full stop, of a decision that people may want to know of.
   std::function<void(const std::string& sentence)> note = {};
+
+  /// Told by a join, before anything is written, what of its inputs fits and what does not: a line
+  /// for each, drawn up as a table for people.
+  std::function<void(const std::string& table)> table = {};
 
   bool isInterrupted() const { return interrupt && interrupt(); }
 };

@@ -2,6 +2,7 @@
 
 #include <kestrel/Export.h>
 #include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFVideoColor.h>
 #include <kestrel/convert/Events.h>
 
 #include <cstdint>
@@ -25,10 +26,29 @@ struct Orientation {
   bool operator==(const Orientation&) const = default;
 };
 
+/// A colour, whatever its brightness: its place in the CIE 1931 diagram, each coordinate 0 to 1.
+struct Chromaticity {
+  double x = 0;
+  double y = 0;
+
+  bool operator==(const Chromaticity&) const = default;
+};
+
+/// What colours a display has: those of its three lights, and the white that they make.
+struct DisplayColors {
+  Chromaticity red = {};
+  Chromaticity green = {};
+  Chromaticity blue = {};
+  Chromaticity white = {};
+
+  bool operator==(const DisplayColors&) const = default;
+};
+
 /// The light of an HDR picture, as its container tells it: of the display that it was mastered on,
-/// and of what is in the pictures. Candelas per square metre; absent: not told.
+/// and of what is in the pictures. Light is in candelas per square metre; absent: not told.
 struct HdrInfo {
-  std::optional<double> darkest = {};
+  std::optional<DisplayColors> colors = {};  ///< of the display
+  std::optional<double> darkest = {};        ///< that the display shows
   std::optional<double> brightest = {};
   std::optional<int> maxContentLight = {};
   std::optional<int> maxAverageLight = {};
@@ -48,6 +68,8 @@ struct VideoInfo {
   std::optional<Rational> pixelAspect = {};
   std::optional<Rational> displayAspect = {};  ///< width / height, before the turn
   Orientation orientation = {};
+  /// The meaning of the samples; matrix and range, where none is told, are those that players take.
+  VideoColor color = {};
   std::string colorSpace = {};
   std::string colorRange = {};
   std::string colorPrimaries = {};

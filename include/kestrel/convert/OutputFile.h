@@ -7,7 +7,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace kestrel {
 
@@ -41,11 +40,5 @@ class KESTREL_API OutputFile {
   const std::string target_;  // as the user wrote it
   AtomicFile file_;
 };
-
-/// Whether two names, given as users write them, mean one file, be it there or not.
-KESTREL_API bool isSameFile(const std::string& one, const std::string& other);
-
-/// Throws `Failure` when `target` is one of the files that are read.
-KESTREL_API void requireNoInput(const std::string& target, const std::vector<std::string>& inputs);
 
 }  // namespace kestrel

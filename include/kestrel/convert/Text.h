@@ -24,19 +24,9 @@ KESTREL_API std::string formatByteCount(int64_t bytes);
 /// A number to `decimals` places at most, zeros at the end left out: "29.97", "25".
 KESTREL_API std::string formatNumber(double number, int decimals);
 
-/// Rising numbers behind what they number: "title 4", and with neighbours drawn together
-/// "titles 1 to 3, 7".
-KESTREL_API std::string nounAndNumbers(std::string_view noun, const std::vector<int>& numbers);
-
-/// The text with its ASCII letters in lower case.
-KESTREL_API std::string lowerCased(std::string_view text);
-
 /// The names that a mistyped one may have meant, as a continuation of the sentence that refuses it:
 /// "; did you mean 'fast' or 'faster'?", "" where none is near. Case does not count.
 KESTREL_API std::string nearestNames(std::string_view typed, const std::vector<std::string>& names);
-
-/// Whether text is UTF-8 throughout.
-KESTREL_API bool isUtf8(std::string_view text);
 
 /// Text from a file made fit for a terminal: bytes that are no UTF-8 become U+FFFD, control
 /// characters blanks. Line ends of any kind become "\n".
