@@ -74,9 +74,13 @@ int report(const Failure& failure, const std::optional<Verb>& verb) {
     reportInterrupt();
     return status;
   }
-  if (verb && failure.subject() == "title") return reportDisc(failure, *verb);
+  const bool lacksTitle = verb && failure.subject() == "title" &&
+                          !(verb->hasOption("--title") && verb->isGiven("--title"));
+  if (lacksTitle) return reportDisc(failure, *verb);
   std::string help;
-  if (status == kWrongUsage) {
+  if (failure.subject() == "effect") {
+    help = " ('kestrel effects' lists them)";
+  } else if (status == kWrongUsage) {
     help = fmt::format(" (see 'kestrel {}--help')", verb ? verb->name() + " " : "");
   }
   // A reader that went away is no news.

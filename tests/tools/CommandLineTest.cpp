@@ -26,7 +26,9 @@ class CommandLineTest : public testing::Test {
     verb.option("--coats", coats_, "how many").within(1, 9);
     verb.option("--extra", extras_, "what else").repeatable();
     verb.runs([this] { return 40 + static_cast<int>(extras_.size()); });
-    line_.addVerb("sand", "Sand a wall").runs([] { return 7; });
+    Verb sand = line_.addVerb("sand", "Sand a wall");
+    sand.option("tools", tools_, "what with");
+    sand.runs([] { return 7; });
   }
 
   ::Run read(std::vector<std::string> arguments) {
@@ -55,7 +57,7 @@ class CommandLineTest : public testing::Test {
   bool twice_ = false;
   double gloss_ = 0.5;
   std::optional<int> coats_;
-  std::vector<std::string> extras_;
+  std::vector<std::string> extras_, tools_;
 };
 
 TEST_F(CommandLineTest, ReadsWhatIsGivenAndAnswersWhatToRun) {
@@ -66,6 +68,31 @@ TEST_F(CommandLineTest, ReadsWhatIsGivenAndAnswersWhatToRun) {
   EXPECT_EQ(coats_, 3);
   EXPECT_EQ(run(), 40);
   EXPECT_EQ(line_.verb()->name(), "paint");
+}
+
+TEST_F(CommandLineTest, BehindTwoDashesEverythingIsAnArgument) {
+  for (const std::string wall : {"-north", "--twice", "sand", "--", "-n"}) {
+    read({"paint", "--", wall});
+    EXPECT_EQ(wall_, wall);
+    EXPECT_FALSE(twice_);
+  }
+  read({"sand", "one", "--", "-two", "--three"});
+  EXPECT_THAT(tools_, ElementsAre("one", "-two", "--three"));
+  EXPECT_EQ(refusal({"paint", "--color", "--", "north"}), "--color: the value is missing");
+  EXPECT_EQ(refusal({"paint", "north", "--", "-south"}), "unknown argument '-south'");
+}
+
+TEST_F(CommandLineTest, AMistypedOptionHasAHint) {
+  EXPECT_EQ(refusal({"paint", "north", "--colour", "red"}),
+            "unknown option '--colour'; did you mean '--color'?");
+  EXPECT_EQ(refusal({"paint", "north", "--zzzzzzzz"}), "unknown option '--zzzzzzzz'");
+}
+
+TEST_F(CommandLineTest, WholeNumbersHaveTheirRangeInTheSentence) {
+  for (const std::string number : {"0", "10", "2.5", "x", ""})
+    EXPECT_EQ(refusal({"paint", "north", "--coats=" + number}),
+              number.empty() ? "--coats: the value is missing"
+                             : "--coats: '" + number + "' is not a whole number from 1 to 9");
 }
 
 TEST_F(CommandLineTest, RunsTheVerbThatIsNamed) { EXPECT_EQ(read({"sand"})(), 7); }
@@ -102,7 +129,8 @@ TEST_F(CommandLineTest, TellsWhatIsWrongInASentence) {
   EXPECT_EQ(refusal({"paint", "a", "--gloss", "2"}), "--gloss: '2' is not a number from 0 to 1");
   EXPECT_EQ(refusal({"paint", "a", "--gloss", "nan"}),
             "--gloss: 'nan' is not a number from 0 to 1");
-  EXPECT_THAT(refusal({"paint", "a", "--coats", "12"}), HasSubstr("not in range 1 to 9"));
+  EXPECT_THAT(refusal({"paint", "a", "--coats", "12"}),
+              HasSubstr("not a whole number from 1 to 9"));
 }
 
 TEST_F(CommandLineTest, PrintsHelpAndVersionAndRunsNothing) {

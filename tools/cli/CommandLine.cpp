@@ -1,6 +1,7 @@
 #include "tools/cli/CommandLine.h"
 
 #include <fmt/format.h>
+#include <kestrel/convert/Text.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -13,6 +14,28 @@
 #include "tools/terminal/StandardOutput.h"
 
 namespace {
+
+/// What the parser gets in front of each argument behind "--", so that it takes none of them for an
+/// option or a verb.
+constexpr char kPlain = '\x1F';
+
+bool isPlain(std::string_view argument) { return argument.starts_with(kPlain); }
+
+std::string withoutMark(const std::string& argument) {
+  return isPlain(argument) ? argument.substr(1) : argument;
+}
+
+/// The arguments behind the program's name, last one first, as the parser takes them.
+std::vector<std::string> marked(int argc, char** argv) {
+  std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+  const auto separator = std::ranges::find(arguments, "--");
+  if (separator != arguments.end() && separator != arguments.begin()) {
+    for (auto plain = separator + 1; plain != arguments.end(); ++plain) plain->insert(0, 1, kPlain);
+    arguments.erase(separator);
+  }
+  std::ranges::reverse(arguments);
+  return arguments;
+}
 
 std::vector<std::string> verbs(const CLI::App& app) {
   std::vector<std::string> names;
@@ -29,6 +52,15 @@ std::string verbList(const CLI::App& app) {
   return fmt::format("{} and {}", fmt::join(names, ", "), last);
 }
 
+/// The options of the verb that was named.
+std::vector<std::string> optionNames(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* verb : app.get_subcommands())
+    for (const CLI::Option* option : verb->get_options())
+      for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  return names;
+}
+
 /// A message of the parser's that starts with `prefix`, without it.
 std::optional<std::string> after(std::string_view prefix, const CLI::ParseError& error) {
   const std::string_view text = error.what();
@@ -41,7 +73,10 @@ std::string sentence(const CLI::ParseError& error, const CLI::App& app) {
   const auto extra = app.remaining(true);
   if (!extra.empty()) {
     const bool isOption = extra.front().size() > 1 && extra.front().front() == '-';
-    return fmt::format("unknown {} '{}'", isOption ? "option" : "argument", extra.front());
+    if (!isOption) return fmt::format("unknown argument '{}'", withoutMark(extra.front()));
+    const std::string typed = extra.front().substr(0, extra.front().find('='));
+    return fmt::format("unknown option '{}'{}", typed,
+                       kestrel::nearestNames(typed, optionNames(app)));
   }
   if (app.get_subcommands().empty()) return "a verb is missing; the verbs are " + verbList(app);
   if (const auto value = after("Could not convert: ", error)) {
@@ -95,7 +130,14 @@ Option& Option::between(double low, double high) {
 }
 
 Option& Option::within(int low, int high) {
-  option_->check(CLI::Range(low, high));
+  option_->check(CLI::Validator(
+      [=](const std::string& text) {
+        const bool isWhole = text.find_first_not_of("+-0123456789") == std::string::npos;
+        return isWhole && isNumberBetween(text, low, high)
+                   ? ""
+                   : fmt::format("'{}' is not a whole number from {} to {}", text, low, high);
+      },
+      fmt::format("INT in [{} - {}]", low, high)));
   return *this;
 }
 
@@ -113,7 +155,18 @@ const std::string& Option::group() const { return option_->get_group(); }
 
 template <typename Value>
 Option Verb::option(const std::string& name, Value& value, const std::string& text) {
-  return Option(*app_->add_option(name, value, text));
+  CLI::Option* option = app_->add_option(name, value, text);
+  if (name.starts_with('-'))
+    option->check(CLI::Validator(
+        [](const std::string& given) { return isPlain(given) ? "the value is missing" : ""; }, ""));
+  else
+    option->transform(CLI::Validator(
+        [](std::string& given) {
+          given = withoutMark(given);
+          return std::string();
+        },
+        ""));
+  return Option(*option);
 }
 
 template Option Verb::option(const std::string&, std::string&, const std::string&);
@@ -172,7 +225,7 @@ Run CommandLine::read(int argc, char** argv) {
     throw wrongUsage(fmt::format("unknown verb '{}'; the verbs are {}", argv[1], verbList(*app_)));
   }
   try {
-    app_->parse(argc, argv);
+    app_->parse(marked(argc, argv));
   } catch (const CLI::CallForHelp&) {
     writeStandardOutput(app_->help());
     return {};
