@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
+#include <kestrel/LMFFMovie.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Player.h>
 #include <sys/stat.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -123,6 +125,12 @@ TEST_F(PlayerTest, RateAndVolumeAreBroughtIntoTheirRange) {
   EXPECT_EQ(player.rate(), Player::kFastest);
   player.setRate(0);
   EXPECT_EQ(player.rate(), Player::kSlowest);
+  player.setVolume(2.5);
+  EXPECT_EQ(player.movie().playVolume(), 2.5);
+  player.setVolume(std::nan(""));
+  EXPECT_EQ(player.movie().playVolume(), 2.5);
+  player.setVolume(-1);
+  EXPECT_EQ(player.movie().playVolume(), 0);
 }
 
 TEST_F(PlayerTest, PicturesHaveAShape) {
