@@ -55,7 +55,8 @@ void setQuality(AVCodecContext& encoder) {
       break;
     case AV_CODEC_ID_H264:
       av_opt_set(encoder.priv_data, "preset", "fast", 0);
-      av_opt_set(encoder.priv_data, "profile", "Main", 0);
+      if (encoder.pix_fmt == AV_PIX_FMT_YUV420P)
+        av_opt_set(encoder.priv_data, "profile", "Main", 0);
       break;
     case AV_CODEC_ID_HEVC:
       // x265 writes to standard error by itself, past the libraries' log.
@@ -74,7 +75,7 @@ void configurePicture(const LMFFMovieFileOutputFormat& format, const LMFFVideoCo
   encoder.bit_rate = format.video_bitrate;
   encoder.width = format.width;
   encoder.height = format.height;
-  encoder.pix_fmt = firstPixelFormat(encoder.codec);
+  if (encoder.pix_fmt == AV_PIX_FMT_NONE) encoder.pix_fmt = firstPixelFormat(encoder.codec);
   setRate({format.frameTime, format.framerate}, encoder);
   setAspect(format, stream, encoder);
   setColor(lm_resolved_video_color(color, encoder.pix_fmt, format.height), encoder);

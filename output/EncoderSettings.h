@@ -8,7 +8,8 @@
 namespace kestrel {
 
 /// Configures an unopened video encoder and the aspect ratio of its stream according to `format`.
-/// Unspecified matrix and range of `color` get the values assumed for such pictures.
+/// If it has no pixel format yet, it gets the first in its list. Unspecified matrix and range of
+/// `color` get the values assumed for such pictures.
 void configurePicture(const LMFFMovieFileOutputFormat& format, const LMFFVideoColor& color,
                       AVStream& stream, AVCodecContext& encoder);
 

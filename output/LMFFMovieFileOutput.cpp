@@ -10,6 +10,7 @@
 #include "support/DictionaryEntries.h"
 #include "support/FFmpegCompat.h"
 #include "support/LibraryLog.h"
+#include "support/copy/Covers.h"
 #include "support/encode/EncoderCompat.h"
 
 namespace kestrel {
@@ -91,6 +92,22 @@ LMFFMovieFileOutput::Entries LMFFMovieFileOutput::audioOptions() const {
 void LMFFMovieFileOutput::setAudioOptions(const Entries& options) {
   state_->audioOptions = options;
 }
+
+std::string LMFFMovieFileOutput::videoEncoderName() const { return state_->videoEncoderName; }
+
+void LMFFMovieFileOutput::setVideoEncoderName(const std::string& name) {
+  state_->videoEncoderName = name;
+}
+
+std::string LMFFMovieFileOutput::audioEncoderName() const { return state_->audioEncoderName; }
+
+void LMFFMovieFileOutput::setAudioEncoderName(const std::string& name) {
+  state_->audioEncoderName = name;
+}
+
+int LMFFMovieFileOutput::videoPixelFormat() const { return state_->videoPixelFormat; }
+
+void LMFFMovieFileOutput::setVideoPixelFormat(int format) { state_->videoPixelFormat = format; }
 
 int32_t LMFFMovieFileOutput::audioBits() const { return state_->audioBits; }
 
@@ -193,29 +210,42 @@ void LMFFMovieFileOutput::createMovieOutput() {
 
 AVStream* LMFFMovieFileOutput::openOutputStream(int codec, const ConfigurationBlock& block) {
   if (!isMovieOpen()) return nullptr;
-  State& state = *state_;
-  const AVOutputFormat& muxer = *formatContext()->oformat;
   const auto id = static_cast<AVCodecID>(codec);
-  const AVCodec* found = avcodec_find_encoder(id);
-  if (!found) {
-    state.errors.note(noEncoder(id, muxer));
-    return nullptr;
-  }
-  AVStream* stream = state.muxer.addStream();
+  if (const AVCodec* found = avcodec_find_encoder(id)) return state_->openEncoder(*found, block);
+  state_->errors.note(noEncoder(id, *formatContext()->oformat));
+  return nullptr;
+}
+
+AVStream* LMFFMovieFileOutput::State::openEncoder(const AVCodec& codec,
+                                                  const ConfigurationBlock& block) {
+  AVStream* stream = muxer.addStream();
   if (!stream) {
-    state.errors.note(engineError(AVERROR(EINVAL), "streams are added before the output starts"));
+    errors.note(engineError(AVERROR(EINVAL), "streams are added before the output starts"));
     return nullptr;
   }
-  auto encoder = std::make_unique<StreamEncoder>(stream, found, muxer);
+  auto encoder = std::make_unique<StreamEncoder>(stream, &codec, *muxer.context()->oformat);
   AVCodecContext* context = encoder->context();
   if (!context) return stream;
   if (block) block(stream, context);
-  const bool isSound = found->type == AVMEDIA_TYPE_AUDIO;
-  const Error error = encoder->open(isSound ? state.audioOptions : state.videoOptions);
-  state.errors.note(error);
+  const bool isSound = codec.type == AVMEDIA_TYPE_AUDIO;
+  const Error error = encoder->open(isSound ? audioOptions : videoOptions);
+  errors.note(error);
   if (error) return nullptr;
-  state.encoders.push_back(std::move(encoder));
+  encoders.push_back(std::move(encoder));
   return stream;
+}
+
+AVStream* LMFFMovieFileOutput::State::openStream(const std::string& name, int codec,
+                                                 AVMediaType type,
+                                                 const ConfigurationBlock& block) {
+  const auto id = static_cast<AVCodecID>(codec);
+  const AVCodec* found =
+      name.empty() ? avcodec_find_encoder(id) : avcodec_find_encoder_by_name(name.c_str());
+  if (found && (name.empty() || found->type == type)) return openEncoder(*found, block);
+  errors.note(name.empty() ? noEncoder(id, *muxer.context()->oformat)
+                           : engineError(AVERROR_ENCODER_NOT_FOUND,
+                                         "there is no encoder '" + name + "' for this stream"));
+  return nullptr;
 }
 
 void LMFFMovieFileOutput::openAudio() {
@@ -224,9 +254,10 @@ void LMFFMovieFileOutput::openAudio() {
   const LMFFMovieFileOutputFormat format = movieFormat();
   const int codec = format.audio_codec ? format.audio_codec : formatContext()->oformat->audio_codec;
   State& state = *state_;
-  AVStream* const stream = openOutputStream(codec, [&](AVStream*, AVCodecContext* encoder) {
-    configureSound(format, state.audioBits, *encoder);
-  });
+  AVStream* const stream = state.openStream(state.audioEncoderName, codec, AVMEDIA_TYPE_AUDIO,
+                                            [&](AVStream*, AVCodecContext* encoder) {
+                                              configureSound(format, state.audioBits, *encoder);
+                                            });
   // What is not the newest any more keeps the format of its samples, and has its own converter.
   if (State::Sound* before = state.soundOf(state.audioStream))
     before->resample = std::make_shared<LMFFAudioResample>();
@@ -246,33 +277,56 @@ void LMFFMovieFileOutput::openVideo() {
   State& state = *state_;
   const bool isColorOpen = state.outputColor == LMFFVideoColor{};
   if (isColorOpen && state.videoConverter) state.outputColor = state.videoConverter->outputColor();
-  state.videoStream = openOutputStream(codec, [&](AVStream* stream, AVCodecContext* encoder) {
+  const auto configure = [&](AVStream* stream, AVCodecContext* encoder) {
+    if (state.videoPixelFormat != AV_PIX_FMT_NONE)
+      encoder->pix_fmt = static_cast<AVPixelFormat>(state.videoPixelFormat);
     configurePicture(format, state.outputColor, *stream, *encoder);
     if (std::string_view(container.oformat->name) == "dvd") {
       configureForDvd(format, container, *encoder);
     }
-  });
+  };
+  state.videoStream =
+      state.openStream(state.videoEncoderName, codec, AVMEDIA_TYPE_VIDEO, configure);
   // What the encoder says of its pictures, options of the host's included, is what they are made to
   // be.
   const StreamEncoder* encoder = state.encoderOf(state.videoStream);
   if (isColorOpen && encoder) state.outputColor = colorOf(*encoder->context());
 }
 
-void LMFFMovieFileOutput::copyOutputStream(const AVStream* stream) {
+AVStream* LMFFMovieFileOutput::copyOutputStream(const AVStream* stream) {
   createMovieOutput();
-  if (!isMovieOpen() || !stream) return;
+  if (!isMovieOpen() || !stream) return nullptr;
   State& state = *state_;
   AVStream* copy = state.muxer.addStream();
-  if (!copy) return;
+  if (!copy) return nullptr;
   state.copies.push_back(std::make_unique<StreamCopier>(*stream, *copy, *formatContext()->oformat));
   state.errors.note(state.copies.back()->error());
-  if (copy->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+  const AVMediaType type = copy->codecpar->codec_type;
+  const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+  if (isCover || type == AVMEDIA_TYPE_ATTACHMENT) {
+    copy->disposition = stream->disposition;
+    av_dict_copy(&copy->metadata, stream->metadata, 0);
+  }
+  if (isCover) {
+    if (attachCover(*stream, *copy, *formatContext()->oformat)) return copy;
+    if (PacketPtr packet{av_packet_clone(&stream->attached_pic)})
+      state.covers.emplace_back(copy, std::move(packet));
+  } else if (type == AVMEDIA_TYPE_AUDIO) {
     state.audioStream = copy;
     state.copyAudio = true;
-  } else if (copy->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+  } else if (type == AVMEDIA_TYPE_VIDEO) {
     state.videoStream = copy;
     state.copyVideo = true;
   }
+  return copy;
+}
+
+void LMFFMovieFileOutput::setStreamTags(AVStream* stream, const Entries& tags) {
+  if (stream) addEntries(tags, &stream->metadata);
+}
+
+void LMFFMovieFileOutput::setStreamDisposition(AVStream* stream, int disposition) {
+  if (stream) stream->disposition = disposition;
 }
 
 void LMFFMovieFileOutput::copyVideoMedia(const std::shared_ptr<LMFFMedia>& media) {
@@ -307,7 +361,8 @@ bool LMFFMovieFileOutput::startOutput() {
   state.applyTags();
   for (const auto& copy : state.copies) copy->settle();
   if (!state.muxer.start(state.muxerOptions)) return false;
-  state.audioTime = state.soundBegin();
+  state.beginCopies();
+  state.writeCovers();
   return true;
 }
 

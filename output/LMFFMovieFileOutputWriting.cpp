@@ -183,44 +183,71 @@ void LMFFMovieFileOutput::State::restampHidden(AVPacket& packet, const LMFFImage
   packet.duration = av_rescale_q(packet.duration, from, stream.time_base);
   packet.pos = -1;
   // What is shown may then be decoded before time 0, too.
-  if (!videoStarted && hidesFirstPictures(*muxer.context()->oformat)) {
-    videoBegin = INT64_MIN;
-    if (packet.dts != AV_NOPTS_VALUE) videoTime = packet.dts;
+  CopyClock& clock = copyClocks[&stream];
+  if (!clock.started && hidesFirstPictures(*muxer.context()->oformat)) {
+    clock.begin = INT64_MIN;
+    if (packet.dts != AV_NOPTS_VALUE) clock.time = packet.dts;
   }
-  videoStarted = true;
+  clock.started = true;
 }
 
-int64_t LMFFMovieFileOutput::State::soundBegin() const {
-  return copyAudio ? av_rescale_q(copiedSoundBegin, kMicroseconds, audioStream->time_base) : 0;
+/// Stamps a subtitle, which may lie anywhere: nothing is counted, and what would be shown before 0
+/// is cut off. Answers whether anything is left.
+bool LMFFMovieFileOutput::State::restampText(AVPacket& packet, const LMFFImage& item,
+                                             const AVStream& stream) const {
+  const AVRational from = toAV(item.time_base());
+  const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, stream.time_base);
+  const int64_t shown = packet.pts == AV_NOPTS_VALUE ? packet.dts : packet.pts;
+  packet.pos = -1;
+  packet.duration = av_rescale_q(packet.duration, from, stream.time_base);
+  if (shown == AV_NOPTS_VALUE) return false;
+  packet.pts = streamTime(shown, from, stream.time_base, offset);
+  const int64_t early = std::max<int64_t>(-packet.pts, 0);
+  packet.pts += early;
+  packet.dts = packet.pts;
+  if (early == 0) return true;
+  packet.duration -= early;
+  return packet.duration > 0;
+}
+
+/// Copied sound may begin before 0, with its encoder's delay.
+void LMFFMovieFileOutput::State::beginCopies() {
+  for (const auto& copy : copies) {
+    const AVStream& stream = *copy->stream();
+    if (stream.codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+    const int64_t begin = av_rescale_q(copiedSoundBegin, kMicroseconds, stream.time_base);
+    copyClocks[&stream] = {begin, begin, false};
+  }
 }
 
 // Answers whether the packet is to be written; its time stamps are the new ones in either case.
 bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item,
                                          const AVStream& stream) {
-  const bool isVideo = &stream == videoStream;
+  const AVMediaType type = stream.codecpar->codec_type;
+  if (type == AVMEDIA_TYPE_SUBTITLE) return restampText(packet, item, stream);
+  const bool isVideo = type == AVMEDIA_TYPE_VIDEO;
   if (isVideo && (packet.flags & AV_PKT_FLAG_DISCARD) != 0) {
     restampHidden(packet, item, stream);
     return true;
   }
+  CopyClock& clock = copyClocks[&stream];
   const AVRational from = toAV(item.time_base());
   const AVRational to = stream.time_base;
   const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
-  const int64_t begin = isVideo ? videoBegin : soundBegin();
   const int64_t decoded = packet.dts == AV_NOPTS_VALUE
                               ? INT64_MIN
-                              : std::max(streamTime(packet.dts, from, to, offset), begin);
-  const bool isKept = isVideo || decoded >= audioTime;
-  int64_t& counter = isVideo ? videoTime : audioTime;
-  if (isKept) counter = std::max(av_sat_add64(counter, 1), decoded);
-  packet.dts = counter;
+                              : std::max(streamTime(packet.dts, from, to, offset), clock.begin);
+  const bool isKept = isVideo || decoded >= clock.time;
+  if (isKept) clock.time = std::max(av_sat_add64(clock.time, 1), decoded);
+  packet.dts = clock.time;
   if (packet.pts != AV_NOPTS_VALUE) {
-    const int64_t earliest = isVideo ? 0 : begin;
+    const int64_t earliest = isVideo ? 0 : clock.begin;
     packet.pts = std::max({streamTime(packet.pts, from, to, offset), packet.dts, earliest});
   }
   packet.duration = av_rescale_q(packet.duration, from, to);
   packet.pos = -1;
-  if (isVideo && !videoStarted) {
-    videoStarted = true;
+  if (isVideo && !clock.started) {
+    clock.started = true;
     packet.pts = 0;
     packet.dts = 0;
   }
@@ -259,6 +286,14 @@ void LMFFMovieFileOutput::writeRawPacket(const std::shared_ptr<LMFFImage>& packe
 }
 
 // Packets.
+
+void LMFFMovieFileOutput::State::writeCovers() {
+  for (const auto& [stream, packet] : covers) {
+    packet->pts = packet->dts = 0;
+    muxer.write(*packet, *stream);
+  }
+  covers.clear();
+}
 
 PacketTaker LMFFMovieFileOutput::State::writerOf(const AVStream& stream) {
   return [this, &stream](const PacketPtr& packet) { muxer.write(*packet, stream); };
@@ -306,19 +341,30 @@ int64_t LMFFMovieFileOutput::State::microseconds(int64_t time, const AVStream* s
                       kMicroseconds);
 }
 
-int64_t LMFFMovieFileOutput::audio_pts() const {
-  const State::Sound* sound = state_->soundOf(state_->audioStream);
-  return sound ? sound->encoder.time() : state_->audioTime;
+int64_t LMFFMovieFileOutput::State::copiedTime(const AVStream* stream) const {
+  const auto clock = copyClocks.find(stream);
+  return clock == copyClocks.end() ? 0 : clock->second.time;
 }
 
-int64_t LMFFMovieFileOutput::video_pts() const { return state_->videoTime; }
+int64_t LMFFMovieFileOutput::audio_pts() const {
+  const State& state = *state_;
+  if (!state.audioStream) return state.audioEnd;
+  const State::Sound* sound = state_->soundOf(state.audioStream);
+  return sound ? sound->encoder.time() : state.copiedTime(state.audioStream);
+}
+
+int64_t LMFFMovieFileOutput::video_pts() const {
+  const State& state = *state_;
+  if (!state.videoStream) return state.videoEnd;
+  return state.encoderOf(state.videoStream) ? state.videoTime : state.copiedTime(state.videoStream);
+}
 
 int64_t LMFFMovieFileOutput::audio_output_time() const {
   return state_->microseconds(audio_pts(), state_->audioStream);
 }
 
 int64_t LMFFMovieFileOutput::video_output_time() const {
-  return state_->microseconds(state_->videoTime, state_->videoStream);
+  return state_->microseconds(video_pts(), state_->videoStream);
 }
 
 int64_t LMFFMovieFileOutput::refusedPackets() const {
@@ -351,10 +397,13 @@ void LMFFMovieFileOutput::stopOutput() {
   }
   state.refusedPackets = refusedPackets();
   state.picturesEncodedToHide = picturesEncodedToHide();
-  state.audioTime = audio_pts();
+  state.audioEnd = audio_pts();
+  state.videoEnd = video_pts();
   state.sounds.clear();
   state.encoders.clear();
   state.copies.clear();
+  state.copyClocks.clear();
+  state.covers.clear();
   state.muxer.close();
   state.audioStream = nullptr;
   state.videoStream = nullptr;

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <deque>
+#include <map>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "support/Guarded.h"
@@ -25,6 +28,13 @@ struct LMFFMovieFileOutput::State {
     SoundEncoder encoder;
 
     SoundQueue queue() const;
+  };
+
+  /// How far a copied stream has been written, in its time base.
+  struct CopyClock {
+    int64_t time = 0;   // of the latest packet that counts
+    int64_t begin = 0;  // earliest decoding time of pictures
+    bool started = false;
   };
 
   /// Null for null, for a copied stream, and if the encoder could not be opened.
@@ -50,8 +60,15 @@ struct LMFFMovieFileOutput::State {
   bool writeNextPacket(StreamEncoder& encoder);
   void drain(const AVStream* stream);
 
+  AVStream* openEncoder(const AVCodec& codec, const ConfigurationBlock& block);
+  /// By the encoder's name, or "" by codec; null, which is noted, where there is none of that type.
+  AVStream* openStream(const std::string& name, int codec, AVMediaType type,
+                       const ConfigurationBlock& block);
+  int64_t copiedTime(const AVStream* stream) const;
+  void writeCovers();
   void restampHidden(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
-  int64_t soundBegin() const;  ///< of copied sound, in its stream's time base
+  void beginCopies();
+  bool restampText(AVPacket& packet, const LMFFImage& item, const AVStream& stream) const;
   bool restamp(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
   void muxReady(StreamCopier& copy);
 
@@ -65,6 +82,9 @@ struct LMFFMovieFileOutput::State {
   Guarded<LMFFAudioFormat> audioInputFormat{lm_get_default_audio_format()};
   Guarded<LMFFMovieFileOutputFormat> movieFormat{lm_get_default_movie_file_ouput_format()};
   std::string formatName;
+  std::string videoEncoderName;
+  std::string audioEncoderName;
+  int videoPixelFormat = AV_PIX_FMT_NONE;
   Entries videoOptions;
   Entries audioOptions;
   int32_t audioBits = 0;
@@ -86,14 +106,16 @@ struct LMFFMovieFileOutput::State {
   bool copyVideo = false;
   std::vector<std::unique_ptr<StreamEncoder>> encoders;
   std::vector<std::unique_ptr<StreamCopier>> copies;
+  std::map<const AVStream*, CopyClock> copyClocks;
+  std::vector<std::pair<AVStream*, PacketPtr>> covers;  // to be written once the file is begun
   std::deque<Sound> sounds;
 
   // Writing.
-  int64_t audioTime = 0;  // of copied sound
-  int64_t videoTime = 0;
-  int64_t videoBegin = 0;     // earliest decoding time of copied pictures
-  bool videoStarted = false;  // a copied video packet has been written
-  // Totals of copied streams after `stopOutput`:
+  int64_t videoTime = 0;  // of encoded pictures
+
+  // After `stopOutput`, what the streams had come to:
+  int64_t audioEnd = 0;
+  int64_t videoEnd = 0;
   int64_t refusedPackets = 0;
   int64_t picturesEncodedToHide = 0;
 

@@ -30,8 +30,13 @@ class LMFFImage;
 class LMFFImageColorspaceConverter;
 class LMFFMedia;
 
-/// Encodes and muxes a movie file: at most one video and one audio stream, each either encoded from
-/// pictures or sound, or copied packet by packet.
+/// Encodes and muxes a movie file: one video stream and any number of audio streams, each either
+/// encoded from pictures or sound, or copied packet by packet; subtitles, covers and attachments,
+/// copied.
+///
+/// A stream is known by its `AVStream`: what opens or copies one returns it or makes it the current
+/// `videoStream` or `audioStream`, and it can be named in `writeSample`, `finishAudio`,
+/// `writeRawPacket` and `writeFrame`. Each has its own encoder, resampler, queue and clock.
 ///
 /// Usage:
 /// 1. Set `path`, `movieFormat`, `audioInputFormat` and other properties.
@@ -96,6 +101,19 @@ class KESTREL_API LMFFMovieFileOutput {
 
   // Optional properties, all empty or neutral by default.
 
+  /// The encoder that `openVideo` or `openAudio` uses, by FFmpeg's name ("libx264"), instead of the
+  /// library's first for the codec of `movieFormat`. If there is no such encoder of that type, they
+  /// fail. "": by codec.
+  std::string videoEncoderName() const;
+  void setVideoEncoderName(const std::string& name);
+  std::string audioEncoderName() const;
+  void setAudioEncoderName(const std::string& name);
+
+  /// The format (`AV_PIX_FMT_…`) in which `openVideo` encodes pictures; the encoder must accept it.
+  /// -1: the first in its list.
+  int videoPixelFormat() const;
+  void setVideoPixelFormat(int format);
+
   /// The significant bits of a sample for lossless audio encoders: `openAudio` uses the smallest
   /// integer format of the encoder that holds them. 0: the first format in its list.
   int32_t audioBits() const;
@@ -130,9 +148,10 @@ class KESTREL_API LMFFMovieFileOutput {
   LMFFVideoColor outputColor() const;
   void setOutputColor(const LMFFVideoColor& color);
 
-  /// Tags of the file ("title") and of the video and audio streams ("language"), and chapters, all
-  /// as of `startOutput`. A container drops what it cannot store. If there are no chapters at that
-  /// time, MPEG-4 and Matroska store those set before `stopOutput`.
+  /// Tags of the file ("title") and of the current video and audio streams ("language"), and
+  /// chapters, all as of `startOutput`; tags of any stream with `setStreamTags`. A container drops
+  /// what it cannot store. If there are no chapters at that time, MPEG-4 and Matroska store those
+  /// set before `stopOutput`.
   Entries metadata() const;
   void setMetadata(const Entries& metadata);
   Entries videoMetadata() const;
@@ -215,14 +234,20 @@ class KESTREL_API LMFFMovieFileOutput {
   void openVideo();
 
   /// Adds a stream with the parameters of `stream` to copy its packets to; an audio or video stream
-  /// becomes the one to be written. Null does nothing.
+  /// becomes the one to be written. A cover or an attachment is complete with that. Returns the new
+  /// stream, owned by the container; null for null, and if it cannot be added.
   ///
   /// Packets are rewritten if the container stores the same bits in another form (H.264 and HEVC
   /// with start codes, MPEG-4 without packed B-frames). Packets that are too damaged for that are
   /// dropped and counted by `refusedPackets`.
-  void copyOutputStream(const AVStream* stream);
+  AVStream* copyOutputStream(const AVStream* stream);
   void copyVideoMedia(const std::shared_ptr<LMFFMedia>& media);  ///< copies its `videoStream`
   void copyAudioMedia(const std::shared_ptr<LMFFMedia>& media);  ///< copies its `audioStream`
+
+  /// Adds tags ("language", "title") to a stream of this output, and sets how players treat it: a
+  /// combination of `AV_DISPOSITION_…` (default, forced). Before `startOutput`; null does nothing.
+  void setStreamTags(AVStream* stream, const Entries& tags);
+  void setStreamDisposition(AVStream* stream, int disposition);
 
   /// Sets up resampler and converter, opens the file and writes the header; true if packets can be
   /// written. False for containers that do not write a single file (such as image sequences).
@@ -293,7 +318,8 @@ class KESTREL_API LMFFMovieFileOutput {
   ///
   /// The packet's times are shifted by the item's `get_pkt_offset_time` (microseconds). Decoding
   /// times of video are raised to increase by at least 1; audio packets that precede the last one
-  /// or have no decoding time are dropped. A copied video starts at time 0. Packets without a
+  /// or have no decoding time are dropped. A copied video starts at time 0. Subtitles keep their
+  /// times; what of one lies before time 0 is cut off. Packets without a
   /// presentation time get one, derived from decoding order, for containers that need it.
   void writeRawPacket(const std::shared_ptr<LMFFImage>& packet, AVStream* stream);
 

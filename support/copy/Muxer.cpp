@@ -57,6 +57,7 @@ void chooseTag(const AVOutputFormat& format, AVCodecParameters& parameters) {
 /// Whether the library's queue does not wait for a stream's packets, which may lie far apart.
 bool isSparse(const AVStream& stream) {
   const AVMediaType type = stream.codecpar->codec_type;
+  if (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) return true;
   return type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO;
 }
 

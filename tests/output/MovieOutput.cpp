@@ -119,7 +119,8 @@ std::vector<std::string> pictureSums(const std::filesystem::path& file) {
 
 std::vector<std::string> packetSums(const std::filesystem::path& file, const std::string& kind,
                                     const std::string& filter) {
-  std::vector<std::string> arguments = {"-i", file.string(), "-map",   "0:" + kind + ":0",
+  const std::string stream = "0:" + kind + (kind.find(':') == std::string::npos ? ":0" : "");
+  std::vector<std::string> arguments = {"-i", file.string(), "-map",   stream,
                                         "-c", "copy",        "-copyts"};
   if (!filter.empty()) arguments.insert(arguments.end(), {"-bsf:" + kind, filter});
   arguments.insert(arguments.end(), {"-f", "framemd5", "-"});

@@ -48,7 +48,7 @@ std::vector<int64_t> fieldOf(const std::vector<nlohmann::json>& packets, const s
 std::vector<std::string> pictureSums(const std::filesystem::path& file);
 
 /// The checksum of each packet's bytes as they lie in the file, optionally through a bitstream
-/// filter.
+/// filter. `kind`: "v", or "a:1" for the second stream of sound.
 std::vector<std::string> packetSums(const std::filesystem::path& file, const std::string& kind,
                                     const std::string& filter = "");
 
@@ -63,6 +63,9 @@ class PacketReader {
  public:
   explicit PacketReader(const std::filesystem::path& file);
 
+  std::vector<AVStream*> streams() const {
+    return {input_->streams, input_->streams + input_->nb_streams};
+  }
   AVStream* video() const { return streamOfType(AVMEDIA_TYPE_VIDEO); }
   AVStream* audio() const { return streamOfType(AVMEDIA_TYPE_AUDIO); }
 

@@ -1,0 +1,75 @@
+#include "support/copy/Covers.h"
+
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+#include <libavutil/mem.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+bool isOneOf(const AVOutputFormat& container, std::initializer_list<std::string_view> names) {
+  for (const std::string_view name : names)
+    if (name == container.name) return true;
+  return false;
+}
+
+/// The name that players look for, and the media type; "" for a codec of no usual picture file.
+struct CoverFile {
+  std::string name;
+  std::string type;
+};
+
+CoverFile coverFile(AVCodecID codec) {
+  switch (codec) {
+    case AV_CODEC_ID_MJPEG:
+      return {"cover.jpg", "image/jpeg"};
+    case AV_CODEC_ID_PNG:
+      return {"cover.png", "image/png"};
+    case AV_CODEC_ID_GIF:
+      return {"cover.gif", "image/gif"};
+    case AV_CODEC_ID_BMP:
+      return {"cover.bmp", "image/bmp"};
+    case AV_CODEC_ID_WEBP:
+      return {"cover.webp", "image/webp"};
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+bool holdsCovers(const AVOutputFormat& container) {
+  return isOneOf(container, {"mp4", "ipod", "mp3", "flac", "matroska"});
+}
+
+bool holdsAttachments(const AVOutputFormat& container) { return isOneOf(container, {"matroska"}); }
+
+bool attachCover(const AVStream& input, AVStream& output, const AVOutputFormat& container) {
+  const AVPacket& picture = input.attached_pic;
+  const CoverFile file = coverFile(input.codecpar->codec_id);
+  if (!holdsAttachments(container) || file.name.empty() || picture.size <= 0) return false;
+  const auto size = static_cast<size_t>(picture.size);
+  auto* const data = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (!data) return false;
+  std::memcpy(data, picture.data, size);
+  AVCodecParameters& parameters = *output.codecpar;
+  av_freep(&parameters.extradata);
+  parameters.extradata = data;
+  parameters.extradata_size = picture.size;
+  parameters.codec_type = AVMEDIA_TYPE_ATTACHMENT;
+  output.disposition = 0;
+  av_dict_set(&output.metadata, "filename", file.name.c_str(), 0);
+  av_dict_set(&output.metadata, "mimetype", file.type.c_str(), 0);
+  return true;
+}
+
+}  // namespace kestrel
