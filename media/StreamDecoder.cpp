@@ -89,9 +89,7 @@ bool StreamDecoder::open() {
 
 void StreamDecoder::close() {
   restart();
-  if (!isOpen()) return;
-  const std::lock_guard guard(codecLock());
-  makeContext();
+  if (isOpen()) makeContext();
 }
 
 void StreamDecoder::flush() {

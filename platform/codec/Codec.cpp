@@ -62,6 +62,11 @@ std::mutex& codecLock() {
   return mutex;
 }
 
+void CodecContextDeleter::operator()(AVCodecContext* context) const {
+  const std::lock_guard guard(codecLock());
+  avcodec_free_context(&context);
+}
+
 int openCodec(AVCodecContext& context, const AVCodec* codec, AVDictionary** options) {
   const std::lock_guard guard(codecLock());
   return avcodec_open2(&context, codec, options);

@@ -8,8 +8,8 @@
 
 namespace kestrel {
 
-/// The process-wide lock for opening and closing codecs. Nobody waits for input while holding it.
-/// Hosts that open codecs of their own rely on it.
+/// The process-wide lock for opening and closing codecs, which `openCodec` and `CodecContextPtr`
+/// take by themselves. Nobody waits for input while holding it.
 std::mutex& codecLock();
 
 /// Opens a codec under the lock; use it instead of the library's function. Returns FFmpeg's code,

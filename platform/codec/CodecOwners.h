@@ -17,8 +17,9 @@ struct FrameDeleter {
 struct PacketDeleter {
   void operator()(AVPacket* packet) const { av_packet_free(&packet); }
 };
+/// Closes the codec under the codec lock; whoever lets go of one must not hold that.
 struct CodecContextDeleter {
-  void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+  void operator()(AVCodecContext* context) const;
 };
 
 using FramePtr = std::unique_ptr<AVFrame, FrameDeleter>;

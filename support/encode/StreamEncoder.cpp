@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 #include "platform/codec/Codec.h"
@@ -92,11 +91,6 @@ StreamEncoder::StreamEncoder(AVStream* stream, const AVCodec* codec,
   if (container.flags & AVFMT_GLOBALHEADER) context_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   if (codec->capabilities & AV_CODEC_CAP_EXPERIMENTAL)
     context_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
-}
-
-StreamEncoder::~StreamEncoder() {
-  const std::lock_guard guard(codecLock());
-  context_.reset();
 }
 
 Error StreamEncoder::open(const std::map<std::string, std::string>& options) {

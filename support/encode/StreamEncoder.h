@@ -20,7 +20,6 @@ class StreamEncoder {
   /// Creates an unopened context for a stream of the container; `context` is null if memory runs
   /// out.
   StreamEncoder(AVStream* stream, const AVCodec* codec, const AVOutputFormat& container);
-  ~StreamEncoder();
   StreamEncoder(const StreamEncoder&) = delete;
   StreamEncoder& operator=(const StreamEncoder&) = delete;
 

@@ -10,7 +10,7 @@ Rules, by what a file includes:
 - convert/ is what programs are told to use, so nothing of the engine knows it; tools/ is a host: its
   own headers, public headers, and of foreign libraries what speaks to a terminal;
 - a foreign library that FOREIGN names is seen only where that says;
-- codecs are opened and driven in platform/codec/ only;
+- codecs are opened, driven and closed in platform/codec/ only;
 - no circles, down to the smallest folder: when a file of A includes one of B, none of B leads back;
 - a public header includes public headers of its own folder or of those before it and the standard
   library, so that a host needs no foreign header.
@@ -132,7 +132,7 @@ def foreign_headers(tree):
                         yield f"{tree.name(file)}: may not include {name}"
 
 
-CODEC_CALL = re.compile(r"\bavcodec_(open2|(?:send|receive)_(?:packet|frame))\s*\(")
+CODEC_CALL = re.compile(r"\bavcodec_(open2|close|free_context|(?:send|receive)_(?:packet|frame))\s*\(")
 
 
 def codec_calls(tree):

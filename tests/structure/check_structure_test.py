@@ -58,6 +58,7 @@ class CheckStructureTest(unittest.TestCase):
         call = "int n = avcodec_send_frame(encoder, frame);\n"
         self.assertRefused("media/A.cpp", call, "avcodec_send_frame")
         self.assertRefused("platform/image/A.cpp", call, "avcodec_send_frame")
+        self.assertRefused("media/A.cpp", "avcodec_free_context(&codec);\n", "avcodec_free_context")
         self.assertEqual(self.problems({"platform/codec/A.cpp": call}), [])
 
     def test_platform_may_not_include_support(self):
