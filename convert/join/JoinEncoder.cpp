@@ -136,8 +136,10 @@ class JoinEncoder {
     openOutput(path);
     for (size_t i = 0; i < parts_.size() && !events_.isInterrupted(); ++i) writePart(i);
     if (events_.isInterrupted()) return;
+    // Sound lasts as long as the pictures do, and by itself to its last sample.
+    const int64_t end = hasPictures_ ? tick_ : 0;
     for (size_t i = 0; i < tracks_.size(); ++i) {
-      pushSound(i, [this, i] { return sounds_.rest(i, tick_); });
+      pushSound(i, [this, i, end] { return sounds_.rest(i, end); });
       push([this, i] { output_.finishAudio(tracks_[i]); });
     }
     encoding_.finish();

@@ -122,6 +122,38 @@ TEST_F(JoinSoundTest, SoundAloneKeepsItsKindToo) {
   EXPECT_EQ(sound["bits_per_raw_sample"], "16");
 }
 
+// Lengths that are no multiple of any step in which sound is written.
+TEST_F(JoinSoundTest, SoundAloneEndsWithItsLastSample) {
+  const auto clip = folder_ / "clip.mka";
+  ffmpeg({"-f", "lavfi", "-i", "sine=sample_rate=44100", "-af", "atrim=end_sample=88219", "-c:a",
+          "flac", clip.string()});
+  ASSERT_EQ(sampleCount(clip), 88219);
+  for (const std::string name : {"out.wav", "out.mka", "out.flac"}) {
+    SCOPED_TRACE(name);
+    const auto output = folder_ / name;
+    const RunResult result = join({clip, clip}, output, {"--reencode", "always"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    const auto own = samples(clip);
+    auto expected = own;
+    expected.insert(expected.end(), own.begin(), own.end());
+    EXPECT_TRUE(samples(output) == expected);
+  }
+}
+
+TEST_F(JoinSoundTest, SoundThatOutlastsThePicturesEndsWithItsLastSample) {
+  const auto clip = folder_ / "clip.mkv";
+  ffmpeg({"-i", fixture("numbered25.mp4").string(), "-f", "lavfi", "-i", "sine=sample_rate=48000",
+          "-map", "0:v", "-map", "1:a", "-c:v", "copy", "-t", "6.013", "-c:a", "pcm_s16le",
+          clip.string()});
+  const auto first = withSound("first.mkv", {"-c:a", "flac", "-ar", "44100"});
+  const auto output = folder_ / "out.mkv";
+  const RunResult result = join({first, clip}, output);
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr(kCopied));
+  const double heard = 5 + static_cast<double>(sampleCount(clip)) / 48000;
+  EXPECT_NEAR(static_cast<double>(sampleCount(output)), 44100 * heard, 16);
+}
+
 // Twice the same packets would lose what lies behind the first's short last frame.
 TEST_F(JoinSoundTest, TtaIsEncodedAnew) {
   for (const std::string name : {"a.tta", "b.tta"})
