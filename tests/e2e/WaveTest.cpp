@@ -225,6 +225,8 @@ TEST_F(WaveTest, WrongUsageIsOneSentence) {
   EXPECT_TRUE(
       endsWithSentence(wave(clip, folder_ / "out.json", {"--points-per-second", "0"}), 2, "above"));
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.png", {"--size", "9x"}), 2, "--size"));
+  EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.png", {"--size", "0x2"}), 2,
+                               "a size such as 1200x240"));
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.json", {"--bits", "9"}), 2, "--bits"));
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.json", {"--size", "9x9"}), 2, "--size"));
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.png", {"--bits", "8"}), 2, "--bits"));

@@ -95,6 +95,14 @@ TEST_F(CommandLineTest, WholeNumbersHaveTheirRangeInTheSentence) {
                              : "--coats: '" + number + "' is not a whole number from 1 to 9");
 }
 
+TEST_F(CommandLineTest, AFlagTakesNoValue) {
+  for (const char* flag : {"--twice=7", "--twice=true", "--twice=", "--twice=no"})
+    EXPECT_EQ(refusal({"paint", "north", flag}), "--twice takes no value") << flag;
+  EXPECT_EQ(refusal({"--version=3"}), "--version takes no value");
+  EXPECT_EQ(refusal({"sand", "--help=no"}), "--help takes no value");
+  EXPECT_EQ(refusal({"paint", "--", "--twice=7"}), "");
+}
+
 TEST_F(CommandLineTest, RunsTheVerbThatIsNamed) { EXPECT_EQ(read({"sand"})(), 7); }
 
 TEST_F(CommandLineTest, TakesOneValueEachTimeOfARepeatedOption) {

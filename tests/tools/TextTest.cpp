@@ -75,6 +75,20 @@ TEST(ParseSize, RefusesEverythingElse) {
                             "1280X720", "1280x720x3", "1280 x 720", "1280.5x720", "70000x70000"});
 }
 
+TEST(ParseBothSides, TakesNoOpenSideAndNamesTheExample) {
+  EXPECT_EQ(parseBothSides("--size", "640x48", "1200x240"), (PictureBox{640, 48}));
+  EXPECT_EQ(parseBothSides("--size", "99999x2", "1200x240"), (PictureBox{99999, 2}));
+  for (const char* text : {"", "640x-", "-x48", "99999999999x2", "0x48"}) {
+    try {
+      parseBothSides("--size", text, "1200x240");
+      ADD_FAILURE() << text;
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.what(),
+                "--size: '" + std::string(text) + "' is not a size such as 1200x240");
+    }
+  }
+}
+
 TEST(ParseRate, TakesTheCustomaryDecimalsOfNtsc) {
   EXPECT_EQ(parseRate("--fps", "29.97"), (Rational{30000, 1001}));
   EXPECT_EQ(parseRate("--fps", "23.976"), (Rational{24000, 1001}));

@@ -61,6 +61,31 @@ std::vector<std::string> optionNames(const CLI::App& app) {
   return names;
 }
 
+/// The first flag that is given a value, as in "--force=no": the parser would take that for one.
+std::optional<std::string> flagWithValue(const CLI::App& app, int argc, char** argv) {
+  const CLI::App* verb = &app;
+  for (const CLI::App* other : app.get_subcommands([](const CLI::App*) { return true; }))
+    if (argc > 1 && other->get_name() == argv[1]) verb = other;
+  for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+    const std::string argument = argv[i];
+    const size_t equals = argument.find('=');
+    if (!argument.starts_with("--") || equals == std::string::npos) continue;
+    const CLI::Option* option = verb->get_option_no_throw(argument.substr(0, equals));
+    if (option && option->get_items_expected_max() == 0) return argument.substr(0, equals);
+  }
+  return std::nullopt;
+}
+
+void parse(CLI::App& app, int argc, char** argv) {
+  const auto flag = flagWithValue(app, argc, argv);
+  try {
+    app.parse(marked(argc, argv));
+  } catch (const CLI::ParseError&) {
+    if (!flag) throw;
+  }
+  if (flag) throw wrongUsage(*flag + " takes no value");
+}
+
 /// A message of the parser's that starts with `prefix`, without it.
 std::optional<std::string> after(std::string_view prefix, const CLI::ParseError& error) {
   const std::string_view text = error.what();
@@ -225,7 +250,7 @@ Run CommandLine::read(int argc, char** argv) {
     throw wrongUsage(fmt::format("unknown verb '{}'; the verbs are {}", argv[1], verbList(*app_)));
   }
   try {
-    app_->parse(marked(argc, argv));
+    parse(*app_, argc, argv);
   } catch (const CLI::CallForHelp&) {
     writeStandardOutput(app_->help());
     return {};

@@ -88,10 +88,19 @@ std::optional<int64_t> timeMicroseconds(std::string_view text) {
 }
 
 /// 0 stands for "-".
-std::optional<int> side(std::string_view text) {
+std::optional<int> side(std::string_view text, int longest) {
   if (text == "-") return 0;
-  const auto pixels = wholeNumber(text, kLongestSide);
+  const auto pixels = wholeNumber(text, longest);
   return pixels && *pixels > 0 ? std::optional(static_cast<int>(*pixels)) : std::nullopt;
+}
+
+/// Two sides, of which one at most is left open.
+std::optional<PictureBox> pictureBox(std::string_view text, int longest) {
+  const auto sides = split(text, 'x');
+  const auto width = sides.size() == 2 ? side(sides[0], longest) : std::nullopt;
+  const auto height = sides.size() == 2 ? side(sides[1], longest) : std::nullopt;
+  if (!width || !height || *width + *height == 0) return std::nullopt;
+  return PictureBox{*width > 0 ? width : std::nullopt, *height > 0 ? height : std::nullopt};
 }
 
 }  // namespace
@@ -110,13 +119,17 @@ Failure withTypedTime(const Failure& failure, const std::string& typed) {
 }
 
 PictureBox parseSize(std::string_view option, std::string_view text) {
-  const auto sides = split(text, 'x');
-  const auto width = sides.size() == 2 ? side(sides[0]) : std::nullopt;
-  const auto height = sides.size() == 2 ? side(sides[1]) : std::nullopt;
-  if (!width || !height || *width + *height == 0) {
-    throw noSuchValue(option, text, "a size such as 1280x720 or 1280x-");
-  }
-  return {*width > 0 ? width : std::nullopt, *height > 0 ? height : std::nullopt};
+  const auto size = pictureBox(text, kLongestSide);
+  if (!size) throw noSuchValue(option, text, "a size such as 1280x720 or 1280x-");
+  return *size;
+}
+
+PictureBox parseBothSides(std::string_view option, std::string_view text,
+                          std::string_view example) {
+  const auto size = pictureBox(text, std::numeric_limits<int>::max());
+  if (!size || !size->width || !size->height)
+    throw noSuchValue(option, text, fmt::format("a size such as {}", example));
+  return *size;
 }
 
 Rational parseRate(std::string_view option, std::string_view text) {

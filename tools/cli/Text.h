@@ -30,6 +30,10 @@ kestrel::Failure withTypedTime(const kestrel::Failure& failure, const std::strin
 /// "1280x720", "1280x-" or "-x720": a side that is left open keeps the picture's shape.
 kestrel::PictureBox parseSize(std::string_view option, std::string_view text);
 
+/// The same with both sides, which may be as long as they like. A refusal names `example`.
+kestrel::PictureBox parseBothSides(std::string_view option, std::string_view text,
+                                   std::string_view example);
+
 /// "25", "30000/1001", or "29.97" for that; pictures per second, above 0 and up to 1000; lowest
 /// terms.
 kestrel::Rational parseRate(std::string_view option, std::string_view text);

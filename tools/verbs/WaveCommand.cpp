@@ -32,14 +32,6 @@ struct Arguments {
   bool force = false;
 };
 
-/// Both sides: a waveform has no shape to keep.
-PictureBox parsePictureSize(const std::string& text) {
-  const PictureBox size = parseSize("--size", text.empty() ? kUsualSize : text);
-  if (!size.width || !size.height)
-    throw wrongUsage(fmt::format("--size: '{}' is not a size such as 1200x240", text));
-  return size;
-}
-
 /// Options that would do nothing are mistakes.
 void requireMeaning(const Arguments& arguments, WaveformFileSettings::Form form) {
   const bool isPicture = form == WaveformFileSettings::Form::kPicture;
@@ -64,7 +56,8 @@ WaveformSettings settingsOf(const Arguments& arguments) {
 int run(const Arguments& arguments) {
   const auto form = waveformFormOf(arguments.output);
   requireMeaning(arguments, form);
-  const PictureBox size = parsePictureSize(arguments.size);
+  const PictureBox size =
+      parseBothSides("--size", arguments.size.empty() ? kUsualSize : arguments.size, kUsualSize);
   ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
   return finish(progress, writeWaveform({.input = arguments.input,
                                          .output = arguments.output,
