@@ -10,5 +10,5 @@
 ///
 /// Times are seconds, bit rates bits per second, fractions texts such as "30000/1001". A key that
 /// makes no sense for a stream is absent, a value that the file does not tell is null. `rotation`
-/// is in degrees clockwise. What of a text is no UTF-8 becomes U+FFFD.
+/// is in degrees counter-clockwise. What of a text is no UTF-8 becomes U+FFFD.
 std::string infoDocument(const std::string& path, const kestrel::MediaInfo& info);
