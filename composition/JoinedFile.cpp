@@ -52,6 +52,12 @@ int64_t usualDuration(const AVStream& stream) {
   return 25000;
 }
 
+/// How long after they are decoded pictures are shown that do not tell when, microseconds: as soon
+/// as a decoder can return them.
+int64_t displayDelay(const AVStream& stream) {
+  return std::max(stream.codecpar->video_delay, 0) * usualDuration(stream);
+}
+
 /// When a track begins by what the container says, microseconds.
 int64_t startOf(LMMovieCompositionTrack& track) {
   const AVStream& stream = *track.avstream();
@@ -242,6 +248,7 @@ bool JoinedFile::settleOffsets(const TrackList& input) {
     lane.offset = offset;
     lane.hasBegun = false;
     lane.isVague = lane.isVideo && isAvi(*input.front()->source()->formatContext());
+    lane.lacksTimes = false;
     lane.first = AV_NOPTS_VALUE;
     lane.count = 0;
   }
@@ -276,12 +283,12 @@ void JoinedFile::writeChapters(int64_t end) {
 
 void JoinedFile::finish() {
   if (!writeSubtitles(INT64_MAX)) return;
-  const int64_t end = std::max<int64_t>(reached_, 0);
+  const int64_t end = std::ranges::max_element(lanes_, {}, &Lane::end)->end;
   for (size_t i = 0; i < sounds_.size(); ++i) {
-    if (!writeSound(i, [&] { return sound_->rest(i, end); })) return;
+    if (!writeSound(i, [&] { return sound_->rest(i, std::max<int64_t>(end, 0)); })) return;
     file_.finishSound(sounds_[i]);
   }
-  writeChapters(std::ranges::max_element(lanes_, {}, &Lane::end)->end);
+  writeChapters(end);
   file_.finish();
 }
 
@@ -299,18 +306,24 @@ int64_t JoinedFile::firstShown(LMMovieCompositionTrack& track) {
   constexpr int kMostAhead = 200;  // packets of all streams
   const AVStream& stream = *track.avstream();
   int64_t first = startOf(track);
+  int64_t begin = AV_NOPTS_VALUE;  // of decoding
+  bool lacksTimes = false;
   int missing = stream.codecpar->video_delay > 0 ? stream.codecpar->video_delay + 2 : 0;
   for (int i = 0; i < kMostAhead && missing > 0; ++i) {
     PacketPtr packet = makePacket();
     if (!track.readSourceFrame(packet.get())) break;
     if (packet->stream_index == track.track()) {
       --missing;
-      if (packet->pts != AV_NOPTS_VALUE && !isHidden(*packet))
+      if (begin == AV_NOPTS_VALUE) begin = packet->dts;
+      if (packet->pts == AV_NOPTS_VALUE)
+        lacksTimes = true;
+      else if (!isHidden(*packet))
         first = std::min(first, inMicroseconds(packet->pts, stream.time_base));
     }
     ahead_.push_back(std::move(packet));
   }
-  return first;
+  const bool isTold = !lacksTimes || begin == AV_NOPTS_VALUE || file_.storesOnlyOrder();
+  return isTold ? first : inMicroseconds(begin, stream.time_base) + displayDelay(stream);
 }
 
 /// The input's next packet, those that were looked at ahead first.
@@ -415,8 +428,9 @@ bool JoinedFile::copyPacket(AVPacket& packet, LMMovieCompositionTrack& track, La
   const AVRational base = file_.timeBase(lane.stream);
   if (packet.pts == AV_NOPTS_VALUE && !file_.storesOnlyOrder()) {
     if (stream.codecpar->video_delay > 0)
-      return fail(fmt::format("'{}' does not tell when its pictures are shown", track.path()));
-    packet.pts = packet.dts;
+      lane.lacksTimes = true;
+    else
+      packet.pts = packet.dts;
   }
   const int64_t duration = durationOf(packet, stream);
   const auto move = [&](int64_t& time) {
@@ -434,15 +448,17 @@ bool JoinedFile::copyPacket(AVPacket& packet, LMMovieCompositionTrack& track, La
   lane.hasBegun = true;
   // What is decoded and not shown takes no time.
   if (isHidden(packet)) return file_.write(packet, lane.stream);
-  const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-  if (time != AV_NOPTS_VALUE)
-    lane.end = std::max(lane.end, endOf(inMicroseconds(time, base), duration, lane));
+  const bool isTold = packet.pts != AV_NOPTS_VALUE && !lane.lacksTimes;
+  int64_t time = isTold ? packet.pts : packet.dts;
+  if (time != AV_NOPTS_VALUE) {
+    time = inMicroseconds(time, base) + (lane.lacksTimes ? displayDelay(stream) : 0);
+    lane.end = std::max(lane.end, endOf(time, duration, lane));
+  }
   if (lane.isVideo) ++pictures_;
   if (!file_.write(packet, lane.stream)) return false;
   reached_ = std::max(reached_, lane.end);
   if (!writeSound(reached_)) return false;
-  if (progress_ && time != AV_NOPTS_VALUE)
-    progress_(lm_ff_time_to_double(inMicroseconds(time, base)), pictures_);
+  if (progress_ && time != AV_NOPTS_VALUE) progress_(lm_ff_time_to_double(time), pictures_);
   return writeSubtitles(reached_);
 }
 

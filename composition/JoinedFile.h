@@ -45,6 +45,7 @@ class JoinedFile {
     int64_t offset = 0;              // added to its times, microseconds
     bool hasBegun = false;           // a packet of it has been written
     bool isVague = false;            // its packets have no durations
+    bool lacksTimes = false;         // its packets do not all tell when they are shown
     int64_t first = AV_NOPTS_VALUE;  // time of its first packet, microseconds
     int64_t count = 0;               // packets written
   };

@@ -71,17 +71,6 @@ Report reportOn(const LMMovieComposition::TrackList& tracks) {
   return report;
 }
 
-/// AVI stores pictures in the order of decoding and no times: where that is not the order in which
-/// they are shown, only another AVI can take them.
-void requireTimes(LMMovieCompositionTrack& track, const AVOutputFormat& container) {
-  if (isAvi(*track.source()->formatContext()) && track.avstream()->codecpar->video_delay > 0 &&
-      !isAvi(container))
-    throw Failure::input(track.path(),
-                         fmt::format("'{}' does not tell when its pictures are shown; 'convert' "
-                                     "or 'join' encodes them anew",
-                                     track.path()));
-}
-
 Report composeTracks(const LMMovieComposition::TrackList& tracks,
                      const CompositionSettings& settings, const Events& events) {
   LMMovieComposition composition;
@@ -89,7 +78,6 @@ Report composeTracks(const LMMovieComposition::TrackList& tracks,
   const AVOutputFormat& container = outputFormatFor(settings.output);
   for (const auto& track : tracks) {
     requireContainerTakes(container, *track->avstream(), settings.output);
-    requireTimes(*track, container);
     length = std::max(length, track->position() + lengthOf(*track));
   }
   OutputFile target(settings.output, settings.replaces);

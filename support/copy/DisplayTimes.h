@@ -22,7 +22,8 @@ class DisplayTimes {
 
   void push(PacketPtr packet);
 
-  /// Signals that no packet follows; releases what is held back, one frame apart.
+  /// Signals that no packet follows, or only those of another input; releases what is held back,
+  /// one frame apart.
   void finish();
 
   /// The next packet that is ready; null if there is none.

@@ -166,6 +166,9 @@ void StreamCopier::openFilter(const char* name) {
 }
 
 void StreamCopier::beginInput(const AVStream& input) {
+  // What is shown last need not wait for the next input, which may begin later.
+  if (display_) display_->finish();
+  takeDisplayed();
   if (hidden_) hidden_->beginInput(input);
 }
 

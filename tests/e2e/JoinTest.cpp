@@ -17,6 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 struct Halves {
   std::string extension;
@@ -280,12 +281,51 @@ TEST_F(JoinTest, TheOutputBeginsAtItsStart) {
   EXPECT_NEAR(pictureTimes(folder_ / "out.mkv").back(), 3.96, 0.05);
 }
 
-TEST_F(JoinTest, BFramesOutOfAviAreNotCopiedWithoutTheirTimes) {
-  const auto clip = fixture("mpeg4-bframes.avi");
-  const RunResult result = join({clip, clip}, folder_ / "out.mp4");
-  ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(result.out, HasSubstr("mpeg4-bframes.avi' does not tell when"));
+/// Files whose packets do not all tell when they are shown: an AVI, and pictures without a
+/// container.
+class JoinUntimed : public JoinTest, public testing::WithParamInterface<const char*> {
+ protected:
+  fs::path clip() const {
+    const auto avi = fixture("mpeg4-bframes.avi");
+    if (std::string(GetParam()) == "avi") return avi;
+    const auto file = folder_ / "clip.m2v";
+    ffmpeg({"-i", avi.string(), "-an", "-c:v", "mpeg2video", "-q:v", "3", "-bf", "2", "-g", "12",
+            "-frames:v", "50", file.string()});
+    return file;
+  }
+};
+
+TEST_P(JoinUntimed, PicturesAreCopiedInTheOrderInWhichTheyAreShown) {
+  const auto one = clip();
+  const std::string once = pictureBytes(one, "format=yuv420p");
+  for (const char* name : {"out.mp4", "out.mkv"}) {
+    SCOPED_TRACE(name);
+    const auto output = folder_ / name;
+    const RunResult result = join({one, one, one}, output, {"--reencode", "never"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(pictureBytes(output, "format=yuv420p") == once + once + once);
+    const auto times = pictureTimes(output);
+    ASSERT_THAT(times, SizeIs(150));
+    for (size_t i = 1; i < times.size(); ++i)
+      EXPECT_NEAR(times[i] - times[i - 1], 0.04, 0.0011) << i;
+  }
 }
+
+// A picture that is shown behind the last packet does not wait for the next input.
+TEST_P(JoinUntimed, AGapLiesBehindTheLastPicture) {
+  const auto output = folder_ / "out.mkv";
+  const auto one = clip();
+  const RunResult result = work(output, {{one, 0, 1}, {one, 5, 1}});
+  ASSERT_EQ(result.status, 0) << result.err;
+  const auto times = pictureTimes(output);
+  ASSERT_THAT(times, SizeIs(100));
+  EXPECT_NEAR(times[49] - times[0], 49 * 0.04, 0.0011);
+  EXPECT_NEAR(times[50] - times[0], 5, 0.0011);
+  EXPECT_NEAR(times[99] - times[50], 49 * 0.04, 0.0011);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, JoinUntimed, testing::Values("avi", "m2v"),
+                         [](const auto& test) { return std::string(test.param); });
 
 TEST_F(JoinTest, WrongUsageIsOneSentence) {
   const auto clip = fixture("av25.mp4");
