@@ -23,12 +23,37 @@
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/Streams.h"
+#include "support/FFmpegCompat.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
 }
 
 namespace kestrel {
+
+namespace {
+
+/// How far a movie has been played whose clock, which counts silence behind the input, stands at
+/// `clock`; none where nothing was decoded since the last seek. On the decode queue.
+std::optional<int64_t> playedEnd(const LMFFMovie& movie, int64_t clock) {
+  std::optional<int64_t> end;
+  for (const auto& media : movie.medias()) {
+    for (const auto& stream : media->streams()) {
+      const AVFrame& frame = *stream->frame();
+      if (!stream->enable() || stream->isSubtitle()) continue;
+      // Pictures that nobody draws are not decoded, and take their time all the same.
+      const bool isPassed = stream->isVideo() && !media->isAtEnd();
+      if (!isPassed && !frame.data[0]) continue;
+      const int64_t time =
+          av_rescale_q(frame.pts + frameDuration(frame), toAV(stream->timebase()), kMicroseconds);
+      const int64_t own = isPassed ? media->duration() : time - media->start_time();
+      end = std::max(end.value_or(0), std::min(media->movie_position() + own, clock));
+    }
+  }
+  return end;
+}
+
+}  // namespace
 
 class Player::Playback {
  public:
@@ -77,13 +102,25 @@ class Player::Playback {
 
   Report report() {
     InputEnd end;
-    movie_.decodeImage([&] { end = faultsOf(movie_); }, true);
-    const std::lock_guard guard(lock_);
-    end.reached = inputEnd_.value_or(time());
+    std::optional<int64_t> played;
+    std::optional<int64_t> inputEnd;
+    bool hasSought = false;
+    movie_.decodeImage(
+        [&] {
+          const std::lock_guard guard(lock_);
+          inputEnd = inputEnd_;
+          hasSought = seeks_ > 0;
+          end = faultsOf(movie_);
+          end.reached = inputEnd.value_or(time());
+          played = playedEnd(movie_, end.reached);
+        },
+        true);
+    if (inputEnd && !played && end.refused > 0) return reportNothing();
+    end.reached = played.value_or(end.reached);
     // After a seek, packets may need others that were not read.
-    if (seeks_ > 0) end.refused = 0;
+    if (hasSought) end.refused = 0;
     // Where the end was not reached, nobody missed anything.
-    const auto wanted = inputEnd_ ? std::nullopt : std::optional<int64_t>(0);
+    const auto wanted = inputEnd ? std::nullopt : std::optional<int64_t>(0);
     Report report;
     judgeInput(report, settings_.input, {*source_, *source_->formatContext(), streams_, wanted},
                end);
@@ -126,6 +163,15 @@ class Player::Playback {
    private:
     Playback& playback_;
   };
+
+  /// Of an input that was read and whose packets no decoder took.
+  Report reportNothing() const {
+    Report report;
+    const int64_t promised = promisedLength(*source_->formatContext(), streams_).time;
+    if (promised > 0) report.promised = promised;
+    report.find(fmt::format("nothing could be decoded from '{}'", settings_.input));
+    return report;
+  }
 
   void openMovie() {
     streams_ = chosenAudios(settings_.audioTracks, *source_);

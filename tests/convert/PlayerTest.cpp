@@ -12,6 +12,7 @@
 #include <iterator>
 #include <thread>
 
+#include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
@@ -35,6 +36,20 @@ class PlayerTest : public testing::Test {
     for (int i = 0; i < 3000 && !player.isAtEnd(); ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     return player.isAtEnd();
+  }
+
+  /// Where a file's first stream of sound ends by its packets, microseconds after the file's start.
+  static double soundEnd(const std::filesystem::path& file) {
+    const auto probed = ffprobeJson(
+        file, {"-select_streams", "a:0", "-show_frames", "-show_format", "-show_streams"});
+    const auto& frame = probed.at("frames").back();
+    const auto number = [](const auto& text) {
+      return std::stod(text.template get<std::string>());
+    };
+    const double length = frame.at("nb_samples").template get<double>() /
+                          number(probed.at("streams").at(0).at("sample_rate"));
+    return 1e6 *
+           (number(frame.at("pts_time")) + length - number(probed.at("format").at("start_time")));
   }
 
   const TempDir folder_;
@@ -61,8 +76,59 @@ TEST_F(PlayerTest, EndsOnAPipe) {
   ASSERT_TRUE(playToEnd(player));
   const Report report = player.report();
   EXPECT_TRUE(report.isWhole()) << testing::PrintToString(report.findings);
-  // What waits to be heard counts by the time that it takes.
-  EXPECT_NEAR(static_cast<double>(report.reached), 2e6, 400000);
+  EXPECT_NEAR(static_cast<double>(report.reached), soundEnd(fixture("av-live.mkv")), 3000);
+}
+
+TEST_F(PlayerTest, ReachesTheEndOfWhatTheInputHolds) {
+  for (const char* name : {"av25.mp4", "tone.mp3", "numbered25.mkv", "sound-shorter.mkv"}) {
+    SCOPED_TRACE(name);
+    const auto file = fixture(name);
+    Player player({.input = file.string()});
+    player.seek(1000000);
+    ASSERT_TRUE(playToEnd(player));
+    const Report report = player.report();
+    EXPECT_TRUE(report.isWhole()) << testing::PrintToString(report.findings);
+    EXPECT_LE(static_cast<double>(report.reached), soundEnd(file) + 3000);
+  }
+}
+
+// Nobody draws them, and the clock goes on.
+TEST_F(PlayerTest, PicturesAloneReachTheirEnd) {
+  Player player({.input = fixture("video-only.mkv").string()});
+  player.seek(100000);
+  ASSERT_TRUE(playToEnd(player));
+  const Report report = player.report();
+  EXPECT_TRUE(report.isWhole()) << testing::PrintToString(report.findings);
+  EXPECT_NEAR(static_cast<double>(report.reached), 2e6, 3000);
+}
+
+// Nothing of it is heard, from wherever one listens.
+TEST_F(PlayerTest, TellsOfPacketsThatNoDecoderTakes) {
+  for (const int64_t start : {0, 1000000}) {
+    SCOPED_TRACE(start);
+    Player player({.input = fixture("noise.mka").string()});
+    if (start > 0) player.seek(start);
+    ASSERT_TRUE(playToEnd(player));
+    const Report report = player.report();
+    EXPECT_THAT(report.findings, ElementsAre(HasSubstr("nothing could be decoded from '")));
+    EXPECT_EQ(report.reached, 0);
+    EXPECT_EQ(report.promised, 2000000);
+  }
+}
+
+// What a seek passes over is not missed.
+TEST_F(PlayerTest, ASeekDamagesNothing) {
+  for (const char* name : {"av25.mp4", "tone.mp3", "numbered25-aac.mkv", "av25.ts"}) {
+    SCOPED_TRACE(name);
+    Player player({.input = fixture(name).string()});
+    for (const int64_t time : {1300000, 300000, 1700000}) {
+      player.seek(time);
+      player.play();
+      std::this_thread::sleep_for(std::chrono::milliseconds(60));
+      player.pause();
+    }
+    EXPECT_THAT(player.report().findings, IsEmpty());
+  }
 }
 
 TEST_F(PlayerTest, TellsWhatIsMissing) {
