@@ -54,9 +54,6 @@ LMDVDSource::LMDVDSource() = default;
 LMDVDSource::~LMDVDSource() {
   close();  // the demuxer reads through the context until it is closed
   const DVDFilePtr closes(reader_);
-  if (!io_context_) return;
-  av_freep(&io_context_->buffer);
-  avio_context_free(&io_context_);
 }
 
 std::shared_ptr<LMMediaSource> LMDVDSource::copy() const {
@@ -78,10 +75,10 @@ void LMDVDSource::openReader() {
 }
 
 AVIOContext* LMDVDSource::avio_context() {
-  if (io_context_) return io_context_;
+  if (io_context_) return io_context_.get();
   openReader();
   io_context_ = makeReadContext<&LMDVDSource::read_packet>(*this, kBufferBytes);
-  return io_context_;
+  return io_context_.get();
 }
 
 void LMDVDSource::open() {

@@ -24,9 +24,6 @@ LMCustomSource::LMCustomSource() = default;
 
 LMCustomSource::~LMCustomSource() {
   close();  // the demuxer reads through the context until it is closed
-  if (!io_context_) return;
-  av_freep(&io_context_->buffer);
-  avio_context_free(&io_context_);
 }
 
 std::shared_ptr<LMMediaSource> LMCustomSource::copy() const {
@@ -42,7 +39,7 @@ int32_t LMCustomSource::buffer_size() const { return 352800; }
 AVIOContext* LMCustomSource::avio_context() {
   if (!io_context_)
     io_context_ = makeReadContext<&LMCustomSource::readPatiently>(*this, buffer_size());
-  return io_context_;
+  return io_context_.get();
 }
 
 /// Asks again where there is nothing yet, which demuxers take for anything but that; and no more
@@ -64,7 +61,7 @@ int32_t LMCustomSource::readPatiently(uint8_t* buffer, int32_t size) {
   return AVERROR(ETIMEDOUT);
 }
 
-AVIOContext* LMCustomSource::io_context() const { return io_context_; }
+AVIOContext* LMCustomSource::io_context() const { return io_context_.get(); }
 
 int64_t LMCustomSource::read_offset() const { return read_offset_; }
 

@@ -10,11 +10,7 @@
 #include <string_view>
 #include <utility>
 
-extern "C" {
-#include <libavformat/avio.h>
-#include <libavutil/error.h>
-#include <libavutil/mem.h>
-}
+#include "support/ReadCallbacks.h"
 
 namespace kestrel {
 
@@ -57,17 +53,11 @@ std::unique_ptr<PipeReader> PipeReader::open(const std::string& path, Interrupt 
 }
 
 PipeReader::PipeReader(int file, Interrupt interrupt)
-    : file_(file), interrupt_(std::move(interrupt)) {
-  auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferSize));
-  if (buffer) io_ = avio_alloc_context(buffer, kBufferSize, 0, this, read, nullptr, nullptr);
-  if (buffer && !io_) av_free(buffer);
-}
+    : file_(file),
+      interrupt_(std::move(interrupt)),
+      io_(makeReadContext(kBufferSize, this, read)) {}
 
-PipeReader::~PipeReader() {
-  if (io_) av_freep(&io_->buffer);
-  avio_context_free(&io_);
-  close(file_);
-}
+PipeReader::~PipeReader() { close(file_); }
 
 int PipeReader::read(void* reader, unsigned char* bytes, int size) {
   const auto& self = *static_cast<const PipeReader*>(reader);

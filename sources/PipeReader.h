@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-struct AVIOContext;
+#include "support/FFmpegOwners.h"
 
 namespace kestrel {
 
@@ -23,7 +23,7 @@ class PipeReader {
   PipeReader& operator=(const PipeReader&) = delete;
 
   /// The I/O context for a demuxer, not seekable, owned by the reader. Null if memory runs out.
-  AVIOContext* io() const { return io_; }
+  AVIOContext* io() const { return io_.get(); }
 
  private:
   PipeReader(int file, Interrupt interrupt);
@@ -31,7 +31,7 @@ class PipeReader {
 
   int file_;
   Interrupt interrupt_;
-  AVIOContext* io_ = nullptr;
+  IOContextPtr io_;
 };
 
 }  // namespace kestrel

@@ -1,15 +1,15 @@
 #pragma once
 
-// Owners of the media libraries' handles. Every handle that the engine holds is held by one of
-// these, so that no engine file frees a handle by name.
+// Owners of the media libraries' handles, with those in "platform/codec/CodecOwners.h". Every
+// handle that the engine holds is held by one of these, so that no engine file frees a handle by
+// name.
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/audio_fifo.h>
 #include <libavutil/frame.h>
-#include <libswresample/swresample.h>
-#include <libswscale/swscale.h>
+#include <libavutil/mem.h>
 }
 
 #include <kestrel/LMFFFormat.h>
@@ -20,19 +20,20 @@ extern "C" {
 
 namespace kestrel {
 
-struct SwsDeleter {
-  void operator()(SwsContext* context) const { sws_freeContext(context); }
-};
-struct SwrDeleter {
-  void operator()(SwrContext* context) const { swr_free(&context); }
-};
 struct AudioFifoDeleter {
   void operator()(AVAudioFifo* fifo) const { av_audio_fifo_free(fifo); }
 };
+/// Frees a context made by `avio_alloc_context`, and its buffer, which may not be the one that it
+/// was made with.
+struct IOContextDeleter {
+  void operator()(AVIOContext* context) const {
+    av_freep(&context->buffer);
+    avio_context_free(&context);
+  }
+};
 
-using SwsPtr = std::unique_ptr<SwsContext, SwsDeleter>;
-using SwrPtr = std::unique_ptr<SwrContext, SwrDeleter>;
 using AudioFifoPtr = std::unique_ptr<AVAudioFifo, AudioFifoDeleter>;
+using IOContextPtr = std::unique_ptr<AVIOContext, IOContextDeleter>;
 
 inline FramePtr makeFrame() { return FramePtr(av_frame_alloc()); }
 inline PacketPtr makePacket() { return PacketPtr(av_packet_alloc()); }

@@ -3,6 +3,7 @@
 #include <kestrel/LMMediaSource.h>
 
 #include <atomic>
+#include <memory>
 
 namespace kestrel {
 
@@ -52,7 +53,7 @@ class KESTREL_API LMCustomSource : public LMMediaSource {
  private:
   int32_t readPatiently(uint8_t* buffer, int32_t size);
 
-  AVIOContext* io_context_ = nullptr;
+  std::shared_ptr<AVIOContext> io_context_;
   int failures_ = 0;  // in a row; used by the reading thread only
   std::atomic<int64_t> read_offset_{0};
 };

@@ -59,7 +59,7 @@ class KESTREL_API LMDVDSource : public LMMediaSource {
 
   /// The open title VOBs and the I/O context, owned by this object; null before `avio_context`.
   dvd_file_s* reader() const { return reader_; }
-  AVIOContext* io_context() const { return io_context_; }
+  AVIOContext* io_context() const { return io_context_.get(); }
 
   /// The position of the next read in the virtual file, in bytes.
   int64_t read_offset() const { return read_offset_; }
@@ -112,7 +112,7 @@ class KESTREL_API LMDVDSource : public LMMediaSource {
   std::shared_ptr<LMDVDTitle> title_;
   std::shared_ptr<LMDVDMedia> media_;
   dvd_file_s* reader_ = nullptr;
-  AVIOContext* io_context_ = nullptr;
+  std::shared_ptr<AVIOContext> io_context_;
   int64_t read_offset_ = 0;
   uint32_t blocks_ = 0;
 };

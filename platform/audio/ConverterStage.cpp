@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/audio/AudioStage.h"
+#include "platform/codec/CodecOwners.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -21,11 +22,6 @@ constexpr int kWarmingPieces = 4;
 constexpr int64_t kDelayUnits = 1000;  // of a frame, in which the converter's delay is asked for
 constexpr uint32_t kMostChannels = 8;
 constexpr double kHighestRate = 384000;
-
-struct SwrDeleter {
-  void operator()(SwrContext* context) const { swr_free(&context); }
-};
-using SwrPtr = std::unique_ptr<SwrContext, SwrDeleter>;
 
 bool isUsable(const AudioStreamFormat& format) {
   if (format.channelsPerFrame < 1 || format.channelsPerFrame > kMostChannels) return false;

@@ -32,11 +32,6 @@ constexpr int kLongestSide = 32768;
 constexpr size_t kMostBytes = size_t{1} << 29;
 constexpr int kBytesPerPixel = 4;
 
-struct SwsDeleter {
-  void operator()(SwsContext* context) const { sws_freeContext(context); }
-};
-using SwsPtr = std::unique_ptr<SwsContext, SwsDeleter>;
-
 // Writing.
 
 bool isOpaque(const BitmapImage& image) {
