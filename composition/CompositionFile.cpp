@@ -14,6 +14,7 @@
 #include "support/Chapters.h"
 #include "support/Containers.h"
 #include "support/DictionaryEntries.h"
+#include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
 
 extern "C" {
@@ -214,16 +215,8 @@ bool CompositionFile::staysInTime(const AVPacket& packet, int stream) {
                               muxer_.context()->oformat->name, lm_ff_time_to_double(time)),
                   LMMovieComposition::kDoesNotJoin);
   lane.hasBegun = true;
-  lane.end = time + av_rescale_q(durationOf(packet, stream), timeBase(stream), kMicroseconds);
+  lane.end = time + packetDuration(packet, this->stream(stream));
   return true;
-}
-
-/// How long a packet lasts, in its stream's time base.
-int64_t CompositionFile::durationOf(const AVPacket& packet, int stream) const {
-  AVCodecParameters& parameters = *this->stream(stream).codecpar;
-  if (packet.duration > 0 || parameters.sample_rate <= 0) return packet.duration;
-  return av_rescale_q(av_get_audio_frame_duration2(&parameters, packet.size),
-                      {1, parameters.sample_rate}, timeBase(stream));
 }
 
 bool CompositionFile::write(AVPacket& packet, int stream) {

@@ -99,7 +99,6 @@ class CompositionFile {
   static SoundQueue queueOf(LMFFAudioResample& converter);
   bool refuse(std::string why, int code);
   bool placesByOrder() const;
-  int64_t durationOf(const AVPacket& packet, int stream) const;
   bool staysInTime(const AVPacket& packet, int stream);
   void refineMovieTime();
   bool writeReady(Lane& lane);

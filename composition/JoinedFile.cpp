@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "support/Containers.h"
+#include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
 
 namespace kestrel {
@@ -29,17 +30,6 @@ constexpr double kLongestTime = 1e9;
 
 int64_t inMicroseconds(int64_t time, AVRational base) {
   return av_rescale_q(time, base, kMicroseconds);
-}
-
-/// How long a packet lasts, microseconds; told from the stream where the packet does not say.
-int64_t durationOf(const AVPacket& packet, const AVStream& stream) {
-  if (packet.duration > 0) return inMicroseconds(packet.duration, stream.time_base);
-  const AVCodecParameters& parameters = *stream.codecpar;
-  if (parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.sample_rate > 0)
-    return av_rescale(av_get_audio_frame_duration2(stream.codecpar, packet.size), 1000000,
-                      parameters.sample_rate);
-  const AVRational rate = stream.avg_frame_rate;
-  return rate.num > 0 && rate.den > 0 ? av_rescale(1000000, rate.den, rate.num) : 0;
 }
 
 /// How long a picture or a packet of sound usually lasts, microseconds.
@@ -407,7 +397,7 @@ bool JoinedFile::repeatsTheSeam(const AVPacket& packet, const AVStream& stream, 
   const int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
   if (time == AV_NOPTS_VALUE) return false;
   const int64_t start = inMicroseconds(time, stream.time_base) + lane.offset;
-  const int64_t half = durationOf(packet, stream) / 2;
+  const int64_t half = packetDuration(packet, stream) / 2;
   if (start + half < lane.seam) return true;
   if (std::abs(start - lane.seam) <= half + 1) lane.offset += lane.seam - start;
   return false;
@@ -432,7 +422,7 @@ bool JoinedFile::copyPacket(AVPacket& packet, LMMovieCompositionTrack& track, La
     else
       packet.pts = packet.dts;
   }
-  const int64_t duration = durationOf(packet, stream);
+  const int64_t duration = packetDuration(packet, stream);
   const auto move = [&](int64_t& time) {
     if (time == AV_NOPTS_VALUE) return;
     time =

@@ -1,6 +1,7 @@
 #pragma once
 
-// The few places where library versions ask for different spellings of the same thing.
+// What library versions spell differently, and small facts that the libraries do not tell in one
+// call.
 
 #include <cstring>
 
@@ -23,6 +24,18 @@ inline void setFrameDuration(AVFrame& frame, int64_t duration) {
 #else
   frame.pkt_duration = duration;
 #endif
+}
+
+/// How long a packet of a stream lasts, microseconds; told from the stream where the packet does
+/// not say, and 0 where neither does.
+inline int64_t packetDuration(const AVPacket& packet, const AVStream& stream) {
+  if (packet.duration > 0) return av_rescale_q(packet.duration, stream.time_base, kMicroseconds);
+  AVCodecParameters& parameters = *stream.codecpar;
+  if (parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.sample_rate > 0)
+    return av_rescale_q(av_get_audio_frame_duration2(&parameters, packet.size),
+                        {1, parameters.sample_rate}, kMicroseconds);
+  const AVRational rate = stream.avg_frame_rate;
+  return rate.num > 0 && rate.den > 0 ? av_rescale_q(1, av_inv_q(rate), kMicroseconds) : 0;
 }
 
 /// H.264 that may have a colour for every pixel.
