@@ -23,7 +23,9 @@ namespace {
 
 /// What ends the reading before its end.
 struct Stop : std::runtime_error {
-  using std::runtime_error::runtime_error;
+  explicit Stop(const std::string& why, int errorCode = AVERROR(EINVAL))
+      : std::runtime_error(why), code(errorCode) {}
+  const int code;
 };
 
 constexpr size_t kMostPoints = size_t{1} << 27;
@@ -203,7 +205,8 @@ std::vector<uint32_t> chosenStreams(AVFormatContext& context, const WaveformSett
   if (settings.tracks && settings.tracks->empty()) throw Stop("no sound track is chosen");
   for (const uint32_t track : settings.tracks.value_or(IndexSet{}))
     if (track >= count)
-      throw Stop(fmt::format("it has no sound track {}: there are {}", track, count));
+      throw Stop(fmt::format("there is no audio track {}: the input has {}", track, count),
+                 kNoSuchTrack);
   return soundTracks(context, settings.tracks);
 }
 
@@ -278,7 +281,7 @@ std::optional<Waveform> waveformOfSource(const std::shared_ptr<LMMediaSource>& s
     if (!(settings.pointsPerSecond > 0)) throw Stop("there are no points in no time");
     return readWaveform(*source, settings);
   } catch (const Stop& stop) {
-    if (error) *error = engineError(AVERROR(EINVAL), stop.what());
+    if (error) *error = engineError(stop.code, stop.what());
     return std::nullopt;
   }
 }

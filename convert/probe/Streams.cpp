@@ -162,7 +162,7 @@ IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source) {
     return chosen.empty() ? firstWhere([](const AVStream&) { return true; }) : chosen;
   }
   IndexSet chosen;
-  if (wanted.kind == TrackChoice::Kind::kAll || tracks.empty()) {
+  if (wanted.kind == TrackChoice::Kind::kAll) {
     for (const auto index : tracks)
       if (index) chosen.insert(*index);
     return chosen;

@@ -48,6 +48,7 @@ DrawnWaveform draw(const std::string& path, const std::shared_ptr<LMMediaSource>
   Error error;
   auto waveform = waveformOfSource(source, settings, &error);
   if (events.isInterrupted()) return {{}, Report::interrupted()};
+  if (error.code == kNoSuchTrack) throw Failure::settings("tracks: " + error.message, "tracks");
   if (!waveform)
     throw Failure::input(path, fmt::format("cannot draw '{}': {}", path, error.message));
   DrawnWaveform drawn{std::move(*waveform), {}};

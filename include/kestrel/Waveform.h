@@ -37,6 +37,9 @@ struct Waveform {
   }
 };
 
+/// The code of the error for a track in `WaveformSettings::tracks` that the input does not have.
+inline constexpr int kNoSuchTrack = -0x4B525453;
+
 struct WaveformSettings {
   /// Must be above 0. Rounded so that a point covers a whole number of samples.
   double pointsPerSecond = 100;
@@ -63,7 +66,8 @@ struct WaveformSettings {
 ///
 /// Opens the source if necessary, reads it to its end and makes its demuxer discard all other
 /// streams. Returns nullopt if there is no sound, it cannot be decoded, its outline would have more
-/// than 2^27 points, or the reading is interrupted; `error`, unless null, tells why.
+/// than 2^27 points, or the reading is interrupted; `error`, unless null, tells why, with the code
+/// `kNoSuchTrack` if a chosen track does not exist.
 KESTREL_API std::optional<Waveform> waveformOfSource(const std::shared_ptr<LMMediaSource>& source,
                                                      const WaveformSettings& settings,
                                                      Error* error = nullptr);

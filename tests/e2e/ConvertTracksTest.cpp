@@ -84,6 +84,16 @@ TEST_F(ConvertTracks, OneThatIsNotThereIsWrongUsage) {
   }
 }
 
+TEST_F(ConvertTracks, OfAnInputWithoutSoundNoneIsThereButAllAre) {
+  const auto silent = fixture("video-only.mp4");
+  const Arguments copy{"--video-codec", "copy"};
+  EXPECT_TRUE(endsWithSentence(convert(silent, folder_ / "out.mp4", {"--audio-tracks", "3"}), 2,
+                               "--audio-tracks: there is no audio track 3: the input has 0"));
+  EXPECT_TRUE(endsWithSentence(convert(silent, folder_ / "out.mp4", {"--audio-tracks", "fre"}), 2,
+                               "--audio-tracks: there is no audio track in 'fre'"));
+  EXPECT_TRUE(converts(silent, folder_ / "out.mp4", joined(copy, {"--audio-tracks", "all"})));
+}
+
 /// A codec, which decides the form of the samples that its decoder gives.
 struct SourceForm {
   std::string samples, codec, extension;

@@ -220,7 +220,8 @@ TEST_F(WaveTest, DamagedSoundIsToldOf) {
 TEST_F(WaveTest, WrongUsageIsOneSentence) {
   const auto clip = fixture("av25.mp4");
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.txt"), 2, ".json"));
-  EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.json", {"--tracks", "4"}), 1, "track 4"));
+  EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.json", {"--tracks", "4"}), 2,
+                               "--tracks: there is no audio track 4: the input has 1"));
   EXPECT_TRUE(endsWithSentence(wave(clip, folder_ / "out.json", {"--tracks", "x"}), 2, "--tracks"));
   EXPECT_TRUE(
       endsWithSentence(wave(clip, folder_ / "out.json", {"--points-per-second", "0"}), 2, "above"));

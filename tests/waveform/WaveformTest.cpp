@@ -47,7 +47,8 @@ TEST(WaveformTest, TellsWhyThereIsNone) {
   EXPECT_THAT(reason(source("av25.mp4"), {.pointsPerSecond = 0}), HasSubstr("no points"));
   EXPECT_THAT(reason(source("av25.mp4"), {.pointsPerSecond = std::nan("")}),
               HasSubstr("no points"));
-  EXPECT_THAT(reason(source("av25.mp4"), {.tracks = IndexSet{5}}), HasSubstr("no sound track 5"));
+  EXPECT_THAT(reason(source("av25.mp4"), {.tracks = IndexSet{5}}),
+              HasSubstr("there is no audio track 5: the input has 1"));
   EXPECT_THAT(reason(source("av25.mp4"), {.tracks = IndexSet{}}), HasSubstr("no sound track"));
   EXPECT_THAT(reason(source("av25.mp4"), {.interrupt = [] { return true; }}),
               HasSubstr("interrupted"));
