@@ -129,14 +129,33 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
   return {};
 }
 
-/// What the encoding of parts found nothing in; to find nothing in any of them is a failure.
+/// Why nothing of a part was encoded: it has one kind of streams alone, and the output only the
+/// other one, as the first part has, or else the container takes.
+std::string whyUnused(const JoinPart& part, const JoinPart& first) {
+  const char* own = part.video ? "pictures" : "sound";
+  const char* other = part.video ? "sound" : "pictures";
+  const bool isInFirst = part.video ? first.video.has_value() : !first.audios.empty();
+  const std::string place = isInFirst
+                                ? "the output's container"
+                                : fmt::format("'{}', which sets the format,", first.input.path);
+  return fmt::format("it has no {}, and {} has no {}", other, place, own);
+}
+
+/// Parts that nothing could be decoded from, which is a failure where it is so of all, and those
+/// that have nothing of what the output has.
 void judgeEmptyParts(const std::vector<JoinPart>& parts, Report& report) {
-  const auto isEmpty = [](const JoinPart& part) { return !part.wanted && part.end.reached == 0; };
-  const auto sentence = [](const JoinPart& part) {
-    return fmt::format("nothing could be decoded from '{}'", part.input.path);
+  const JoinPart& first = parts.front();
+  const auto isUnused = [](const JoinPart& part) { return part.read.empty(); };
+  const auto isEmpty = [&](const JoinPart& part) {
+    return isUnused(part) || (!part.wanted && part.end.reached == 0);
   };
-  if (std::ranges::all_of(parts, isEmpty))
-    throw Failure::input(parts.front().input.path, sentence(parts.front()));
+  const auto sentence = [&](const JoinPart& part) {
+    const std::string& path = part.input.path;
+    return isUnused(part)
+               ? fmt::format("nothing of '{}' is in the output: {}", path, whyUnused(part, first))
+               : fmt::format("nothing could be decoded from '{}'", path);
+  };
+  if (std::ranges::all_of(parts, isEmpty)) throw Failure::input(first.input.path, sentence(first));
   for (const JoinPart& part : parts)
     if (isEmpty(part)) report.find(sentence(part));
 }

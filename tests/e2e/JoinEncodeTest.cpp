@@ -149,6 +149,21 @@ TEST_F(JoinEncodeTest, TracksThatTheFirstInputHasNotAreSaidToBeLeftOut) {
   EXPECT_THAT(silent.err, HasSubstr("av25.mp4': 1 video track\n"));
 }
 
+TEST_F(JoinEncodeTest, AnInputThatTheOutputHasNoStreamForIsNamedWithTheReason) {
+  const auto silent = fixture("video-only.mp4");
+  const auto tone = fixture("tone.mp3");
+  for (const auto& [first, second, own, other] :
+       {std::tuple{silent, tone, "sound", "pictures"}, {tone, silent, "pictures", "sound"}}) {
+    const RunResult result = join({first, second}, folder_ / "out.mkv", {"--force"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.err,
+                HasSubstr("kestrel: nothing of '" + second.string() +
+                          "' is in the output: it has no " + other + ", and '" + first.string() +
+                          "', which sets the format, has no " + own + "\n"));
+    EXPECT_THAT(result.err, Not(HasSubstr("could be decoded")));
+  }
+}
+
 TEST_F(JoinEncodeTest, TheFirstInputsTitleBecomesTheFiles) {
   const auto titled = folder_ / "titled.mp4";
   ffmpeg({"-i", fixture("av25.mp4").string(), "-c", "copy", "-metadata", "title=Bars",

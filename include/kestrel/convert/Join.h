@@ -54,10 +54,12 @@ struct JoinSettings {
 };
 
 /// Joins files one behind the other or at stated positions: by copying packets where all inputs fit
-/// the first one, by copying pictures and encoding sound where only that does not fit, else by
-/// decoding and encoding both in its format. `events.table` is told what fits and what does not,
-/// `events.note` which way it goes and why, and `Report::encoded` keeps it. Sound that is encoded
-/// has the rate, the channels and the depth of the first input's, as far as its encoder takes them.
+/// the first one, by copying pictures and encoding sound where only that does not fit or is not
+/// held by the container, else by decoding and encoding both in its format. `events.table` is told
+/// what fits and what does not, `events.note` which way it goes and why, and `Report::encoded`
+/// keeps it. Sound that is encoded has the rate, the channels and the depth of the first input's,
+/// as far as encoder and container take them; `events.note` tells what of channels and depth is
+/// lost.
 ///
 /// Throws `Failure` when it can't be done; the output appears only when it is whole. Blocks until
 /// it is done; several joins run side by side.
