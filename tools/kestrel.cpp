@@ -67,6 +67,16 @@ int reportDisc(const Failure& failure, const Verb& verb) {
   return kFailed;
 }
 
+/// The sentence of a failure, behind the option that it is about where it does not name that
+/// itself.
+std::string sentenceFor(const Failure& failure, const std::optional<Verb>& verb) {
+  const std::string sentence = sentenceOf(failure);
+  if (failure.kind() != Failure::Kind::kSettings || failure.subject().empty()) return sentence;
+  const std::string option = optionOf(failure.subject());
+  const bool isUnnamed = verb && verb->hasOption(option) && !sentence.starts_with(option + ":");
+  return isUnnamed ? option + ": " + sentence : sentence;
+}
+
 /// Says what went wrong and answers the exit status.
 int report(const Failure& failure, const std::optional<Verb>& verb) {
   const ExitStatus status = statusOf(failure);
@@ -83,8 +93,8 @@ int report(const Failure& failure, const std::optional<Verb>& verb) {
   } else if (status == kWrongUsage) {
     help = fmt::format(" (see 'kestrel {}--help')", verb ? verb->name() + " " : "");
   }
-  // A reader that went away is no news.
-  if (!sentenceOf(failure).empty()) say(sentenceOf(failure) + help);
+  const std::string sentence = sentenceFor(failure, verb);
+  if (!sentence.empty()) say(sentence + help);  // a reader that went away is no news
   return status;
 }
 

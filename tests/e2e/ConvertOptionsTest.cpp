@@ -175,7 +175,8 @@ TEST_F(ConvertOptions, AnUnknownPresetFailsWithTheNearestOne) {
   for (const char* codec : {"h264", "hevc"}) {
     const auto preset = convert(fixture("av25.mp4"), output_,
                                 {"--video-codec", codec, "--encoder-preset", "verifast"});
-    EXPECT_TRUE(endsWithSentence(preset, 2, "'verifast'; did you mean 'veryfast'?"));
+    EXPECT_TRUE(endsWithSentence(
+        preset, 2, "--encoder-preset: unknown preset 'verifast'; did you mean 'veryfast'?"));
     EXPECT_FALSE(std::filesystem::exists(output_));
   }
 }

@@ -23,7 +23,7 @@ class CommandLineTest : public testing::Test {
     verb.group("Paint");
     verb.option("--color", color_, "its colour").notEmpty();
     verb.option("--gloss", gloss_, "from 0 to 1").between(0, 1);
-    verb.option("--coats", coats_, "how many").within(1, 9);
+    verb.option("--coats", coats_, "how many").type("LAYERS").within(1, 9);
     verb.option("--extra", extras_, "what else").repeatable();
     verb.runs([this] { return 40 + static_cast<int>(extras_.size()); });
     Verb sand = line_.addVerb("sand", "Sand a wall");
@@ -151,6 +151,14 @@ TEST_F(CommandLineTest, PrintsHelpAndVersionAndRunsNothing) {
               testing::AllOf(HasSubstr("Usage: decorator [OPTIONS] VERB"),
                              HasSubstr("paint                       Paint a wall"),
                              HasSubstr("That is all.")));
+}
+
+TEST_F(CommandLineTest, HelpTellsTheRangeOfAWholeNumberInWords) {
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(read({"paint", "--help"}));
+  const std::string help = testing::internal::GetCapturedStdout();
+  EXPECT_THAT(help, testing::ContainsRegex("--coats LAYERS +how many, from 1 to 9\n"));
+  EXPECT_THAT(help, testing::Not(HasSubstr("INT")));
 }
 
 }  // namespace

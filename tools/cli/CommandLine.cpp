@@ -162,7 +162,8 @@ Option& Option::within(int low, int high) {
                    ? ""
                    : fmt::format("'{}' is not a whole number from {} to {}", text, low, high);
       },
-      fmt::format("INT in [{} - {}]", low, high)));
+      ""));
+  option_->description(fmt::format("{}, from {} to {}", option_->get_description(), low, high));
   return *this;
 }
 

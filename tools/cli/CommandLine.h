@@ -36,7 +36,7 @@ class Option {
   /// Refuses what is no number from `low` to `high`.
   Option& between(double low, double high);
 
-  /// The same for whole numbers; the help shows the range.
+  /// The same for whole numbers; the help tells the range behind the option's text.
   Option& within(int low, int high);
 
   /// It may be given more than once, each time with one value.

@@ -4,9 +4,6 @@
 
 #include "tools/terminal/Say.h"
 
-namespace {
-
-/// "audioTracks" as "--audio-tracks".
 std::string optionOf(const std::string& setting) {
   if (setting == "width" || setting == "height") return "--size";
   if (setting == "channelLayout") return "--channels";
@@ -20,8 +17,6 @@ std::string optionOf(const std::string& setting) {
   }
   return option;
 }
-
-}  // namespace
 
 ExitStatus statusOf(const Failure& failure) {
   switch (failure.kind()) {

@@ -19,6 +19,9 @@ inline Failure failed(const std::string& sentence) { return Failure::input({}, s
 
 ExitStatus statusOf(const Failure& failure);
 
+/// The option that stands for a setting of the library's: "--audio-tracks" for "audioTracks".
+std::string optionOf(const std::string& setting);
+
 /// The failure's sentence with settings by the names of their options.
 std::string sentenceOf(const Failure& failure);
 

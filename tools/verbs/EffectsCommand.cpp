@@ -62,7 +62,7 @@ int effects(const Typed& typed) {
     if (!typed.input.empty()) throw wrongUsage("a file is of use with --preview only");
     return listEffects(typed.json);
   }
-  if (typed.json) throw wrongUsage("--json lists the effects: it has no sense with --preview");
+  if (typed.json) throw wrongUsage("--json lists the effects: it makes no sense with --preview");
   if (typed.output.empty()) throw wrongUsage("--preview needs a movie and a picture to write");
   return drawPreview(typed);
 }

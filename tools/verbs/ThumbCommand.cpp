@@ -81,7 +81,7 @@ void requireSense(const Typed& typed) {
   if (hasSheet && typed.sprites)
     throw wrongUsage("--sheet and --sprites exclude each other: give one of them");
   if (!typed.time.empty() && (hasSheet || typed.sprites))
-    throw wrongUsage("--time says which picture: it has no sense for a sheet");
+    throw wrongUsage("--time chooses one picture: it makes no sense for a sheet");
   if (!typed.every.empty() && !typed.sprites) throw wrongUsage("--every needs --sprites");
 }
 
