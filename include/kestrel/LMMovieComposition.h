@@ -39,11 +39,14 @@ class KESTREL_API JoinedSound {
   /// True if the input's sound continues for at least `time` beyond what was read; 0: at all.
   virtual bool goesOn(int64_t time) = 0;
 
-  /// The next samples of a track before `end`, a second or so of them at most; asked again until
-  /// empty: then all are read, or more may still come.
+  /// The next samples of a track, none at or after `end` and about a second of them at most. Called
+  /// repeatedly until it returns nothing: no more samples before `end` are available now. A later
+  /// call, with the same or a later `end`, may return more.
   virtual std::vector<float> read(size_t track, int64_t end) = 0;
 
-  /// The same of the last samples of a track, at least up to `end`.
+  /// The last samples of a track, after all inputs: like `read`, but until the track is complete,
+  /// which is at `end` at the earliest (silence if necessary). Nothing more follows an empty
+  /// answer.
   virtual std::vector<float> rest(size_t track, int64_t end) = 0;
 };
 

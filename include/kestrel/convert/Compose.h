@@ -31,7 +31,7 @@ KESTREL_API std::vector<Placement> loadPlacements(const std::string& path);
 /// What is to be put on one time line.
 struct CompositionSettings {
   std::vector<Placement> placements = {};
-  std::string output = {};   ///< "": nothing is composed, which has sense beside an `archive` only
+  std::string output = {};   ///< "": nothing is composed, which makes sense only with an `archive`
   bool replaces = false;     ///< existing targets may be replaced
   std::string archive = {};  ///< where the placements are stored, too, as `savePlacements` does
 };

@@ -33,7 +33,7 @@ struct DiscInfo {
   int region = 0;           ///< bit n - 1 is set where it may not play in region n
   int titleSets = 0;        ///< how many can be read
   std::vector<DiscTitleInfo> titles = {};
-  std::vector<std::string> findings = {};  ///< what cannot be read whole, in parts of a sentence
+  std::vector<std::string> findings = {};  ///< what cannot be read whole, a phrase each
 };
 
 /// Reads what a disc tells of itself, and of each title its first pictures. Throws a `Failure` of

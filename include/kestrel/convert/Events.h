@@ -28,11 +28,11 @@ struct Progress {
 struct Events {
   Interrupt interrupt = {};
 
-  /// Told for every piece of work, far more often than a person can read; on a thread of the
-  /// work's.
+  /// Told of every piece of work, far more often than a person can read, on one of the threads that
+  /// do the work.
   std::function<void(const Progress& progress)> progress = {};
 
-  /// Told in a sentence, without a full stop, of a decision that people may want to know of.
+  /// Told of a decision that people may want to know about, in a sentence without a full stop.
   std::function<void(const std::string& sentence)> note = {};
 
   /// Told by a join, before anything is written, what of its inputs fits and what does not: a line

@@ -59,8 +59,8 @@ class KESTREL_API Pictures {
   void setEffect(const std::string& name);
 
   /// The picture shown at a time, as pixels: before 0 the first one, behind the end the last one.
-  /// Throws a `Failure` when there is none at all, and when
-  /// interrupted; std::bad_alloc without memory for it.
+  /// Throws a `Failure` when there is none at all and when interrupted, std::bad_alloc without
+  /// memory for it.
   std::shared_ptr<const BitmapImage> pictureAt(int64_t time);
 
   /// The same as a recipe to draw on with; valid until the next call.

@@ -52,7 +52,7 @@ class KESTREL_API Player {
   void pause();
   bool isPlaying() const;
 
-  /// What is heard at this moment.
+  /// The time of what is heard at this moment.
   int64_t time() const;
 
   /// How long it is; nothing where that is not known.
@@ -76,8 +76,8 @@ class KESTREL_API Player {
   /// Whether it plays without being heard, since there is no device.
   bool lacksDevice() const;
 
-  /// Whether all has been heard that there is, also where the input ends earlier than it states, or
-  /// states no end. Asking is what finds it out: ask some times a second.
+  /// Whether everything there is has been heard, even if the input ends earlier than it states or
+  /// states no end. The end is found out by asking: ask a few times a second.
   bool isAtEnd();
 
   /// How far the input was read, and whether it ended early or was damaged. Waits for what is being
