@@ -9,10 +9,19 @@ namespace kestrel {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+/// The name from the root on, without links as far as there are files.
+fs::path wholeName(const std::string& name) {
+  std::error_code ignored;
+  return fs::weakly_canonical(fs::absolute(name, ignored), ignored);
+}
+
+}  // namespace
+
 bool isSameFile(const std::string& one, const std::string& other) {
   std::error_code ignored;
-  return fs::equivalent(one, other, ignored) ||
-         fs::weakly_canonical(one, ignored) == fs::weakly_canonical(other, ignored);
+  return fs::equivalent(one, other, ignored) || wholeName(one) == wholeName(other);
 }
 
 void requireNoInput(const std::string& target, const std::vector<std::string>& inputs) {
