@@ -101,7 +101,7 @@ void setMonoToSidesMatrix(SwrContext* context, int64_t outLayout) {
   swr_set_matrix(context, matrix.data(), 1);
 }
 
-SwrPtr makeContext(const LMFFAudioFormat& in, const LMFFAudioFormat& out) {
+SwrPtr makeContext(const LMFFAudioFormat& in, const LMFFAudioFormat& out, bool keepsLevel) {
   AVChannelLayout inLayout{}, outLayout{};
   if (av_channel_layout_from_mask(&inLayout, static_cast<uint64_t>(in.channel_layout)) < 0 ||
       av_channel_layout_from_mask(&outLayout, static_cast<uint64_t>(out.channel_layout)) < 0) {
@@ -115,7 +115,7 @@ SwrPtr makeContext(const LMFFAudioFormat& in, const LMFFAudioFormat& out) {
   av_opt_set_int(context.get(), "out_sample_rate", out.sample_rate, 0);
   av_opt_set_sample_fmt(context.get(), "in_sample_fmt", sampleFormat(in), 0);
   av_opt_set_sample_fmt(context.get(), "out_sample_fmt", sampleFormat(out), 0);
-  av_opt_set_double(context.get(), "rematrix_maxval", 1.0, 0);
+  if (!keepsLevel) av_opt_set_double(context.get(), "rematrix_maxval", 1.0, 0);
   if (inLayout.nb_channels == 1) setMonoToSidesMatrix(context.get(), out.channel_layout);
   if (swr_init(context.get()) < 0) return nullptr;
   return context;
@@ -148,6 +148,7 @@ struct LMFFAudioResample::State {
   AudioFifoPtr queue;       ///< converted samples; there whenever `context` is
   LMFFAudioFormat openIn;   ///< what `context` converts from …
   LMFFAudioFormat openOut;  ///< … and to
+  bool keepsLevel = false;  ///< of what is mixed into fewer channels
   bool isIdentity = false;  ///< nothing to convert: samples go straight to the queue
   FramePtr block;           ///< what the context converts into, kept from call to call
 
@@ -165,7 +166,7 @@ void LMFFAudioResample::State::open() {
   if (from.channel_layout == kFrontLeftOnly || from.channel_layout == kFrontRightOnly) {
     from.channel_layout = kMono;
   }
-  install(makeContext(from, out), from, out);
+  install(makeContext(from, out, keepsLevel), from, out);
   isIdentity = context && isFFAudioFormatEqual(from, out);
 }
 
@@ -254,6 +255,16 @@ LMFFAudioFormat LMFFAudioResample::outFormat() const {
 void LMFFAudioResample::setOutFormat(const LMFFAudioFormat& format) {
   const std::lock_guard guard(state_->lock);
   state_->out = format;
+}
+
+bool LMFFAudioResample::keepsLevel() const {
+  const std::lock_guard guard(state_->lock);
+  return state_->keepsLevel;
+}
+
+void LMFFAudioResample::setKeepsLevel(bool keepsLevel) {
+  const std::lock_guard guard(state_->lock);
+  state_->keepsLevel = keepsLevel;
 }
 
 SwrContext* LMFFAudioResample::context() const {
