@@ -235,7 +235,9 @@ std::vector<std::shared_ptr<LMFFMediaStream>> LMFFMedia::videos() const {
 }
 
 std::vector<std::shared_ptr<LMFFMediaStream>> LMFFMedia::subtitles() const {
-  return enabledOf(streams(), &LMFFMediaStream::isSubtitle);
+  auto list = enabledOf(streams(), &LMFFMediaStream::isSubtitle);
+  std::erase_if(list, [](const auto& stream) { return stream->isCopied(); });
+  return list;
 }
 
 std::shared_ptr<LMFFMediaStream> LMFFMedia::audioStream() const {
@@ -247,7 +249,8 @@ std::shared_ptr<LMFFMediaStream> LMFFMedia::videoStream() const {
 }
 
 std::shared_ptr<LMFFMediaStream> LMFFMedia::subtitleStream() const {
-  return lastEnabled(&LMFFMediaStream::isSubtitle);
+  const auto list = subtitles();
+  return list.empty() ? nullptr : list.back();
 }
 
 /// Asked for every packet: it makes no list.

@@ -59,6 +59,11 @@ LMFFMedia::Picture LMFFMedia::pictureAtTime(int64_t time) {
   return currentPicture();
 }
 
+LMFFMedia::Picture LMFFMedia::nextPicture() {
+  const auto stream = decodesPictures() ? videoStream() : nullptr;
+  return stream && readPicture(*stream) ? currentPicture() : Picture{};
+}
+
 /// Decodes the next picture; false when there is none.
 bool LMFFMedia::readPicture(LMFFMediaStream& stream) {
   stream.setHasFrame(false);
@@ -75,10 +80,7 @@ bool LMFFMedia::isSoundFull() const {
   });
 }
 
-bool LMFFMedia::decodesPictures() const {
-  const LMFFMovie* owner = movie();
-  return hasVideo() && !(owner && owner->copy_video_stream());
-}
+bool LMFFMedia::decodesPictures() const { return hasVideo() && !videoStream()->isCopied(); }
 
 /// Whether the decoded picture lasts beyond a time, or none is wanted.
 bool LMFFMedia::hasPictureFor(int64_t time) const {

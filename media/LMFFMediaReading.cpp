@@ -162,7 +162,7 @@ bool LMFFMedia::forwardStream(const std::shared_ptr<LMFFMediaStream>& stream) {
   if (!stream) return false;
   LMFFMovie* owner = movie();
   int64_t limit = last_pts();
-  if (stream->isAudio() && !(owner && owner->copy_audio_stream()))
+  if (stream->isAudio() && !stream->isCopied())
     limit = std::min(limit, av_rescale_q(stream->audio_sync_frame(),
                                          toAV(stream->audioOutputTimebase()), kMicroseconds));
   const bool isDrivenByVideo = !stream->isVideo() && hasVideo();
@@ -276,7 +276,7 @@ void LMFFMedia::seek(int64_t time) {
   const int64_t clamped = std::max<int64_t>(target, 0);
   const auto list = streams();
   for (const auto& stream : list)
-    if (stream->isOpen()) stream->seek(toStream(target, *stream));
+    if (stream->isOpen() || stream->isCopied()) stream->seek(toStream(target, *stream));
 
   // RealMedia's index is coarse: aim a tenth of a second earlier.
   const int64_t containerTarget =
@@ -343,8 +343,9 @@ void LMFFMedia::showFirstPackets() {
 /// Decodes the subtitles shown at a time of the container's, and those shortly before it: they
 /// may have begun long before the key picture from which the time's picture is decoded.
 void LMFFMedia::readSubtitleBefore(int64_t target) {
-  const auto subtitle = subtitleStream();
-  if (!subtitle || target <= start_time()) return;
+  auto wanted = streams();
+  std::erase_if(wanted, [](const auto& each) { return !each->enable() || !each->isSubtitle(); });
+  if (wanted.empty() || target <= start_time()) return;
   const auto input = source();
   const int64_t from = target - kSubtitleLead;
   state_->hasRead = true;
@@ -358,7 +359,7 @@ void LMFFMedia::readSubtitleBefore(int64_t target) {
     const int64_t time = packet->dts == AV_NOPTS_VALUE ? packet->pts : packet->dts;
     isPast = stream && time != AV_NOPTS_VALUE &&
              av_compare_ts(time, toAV(stream->timebase()), target, kMicroseconds) >= 0;
-    if (stream == subtitle && !isPast) subtitle->decodePacket(packet);
+    if (!isPast && std::ranges::count(wanted, stream)) stream->decodePacket(packet);
     av_packet_unref(packet);
   }
 }

@@ -60,6 +60,7 @@ struct LMFFMediaStream::State {
   StreamDecoder decoder;
   FramePtr currentFrame = makeFrame();
   bool enable = false;
+  bool isCopied = false;  // by itself, whatever the movie says
   bool hasFrame = false;
   bool isFlushed = false;             // the resampler has given what it held at the input's end
   int64_t soundEnd = AV_NOPTS_VALUE;  // where the last decoded audio frame ends, in the time base
@@ -270,24 +271,28 @@ void LMFFMediaStream::setDeinterlacing(Deinterlacing mode) {
   state_->decoder.setDeinterlacing(mode);
 }
 
+bool LMFFMediaStream::isCopied() const {
+  if (state_->isCopied) return true;
+  const LMFFMovie* movie = media() ? media()->movie() : nullptr;
+  if (!movie || isSubtitle()) return false;
+  return isAudio() ? movie->copy_audio_stream() : movie->copy_video_stream();
+}
+
+void LMFFMediaStream::setCopied(bool copied) { state_->isCopied = copied; }
+
 bool LMFFMediaStream::decodePacket(const AVPacket* packet) {
   if (!packet || packet->size < 1) return false;
-  const LMFFMovie* movie = media() ? media()->movie() : nullptr;
+  if (isCopied()) {
+    state_->queue(packet, timebase(), !isVideo());
+    return false;
+  }
   switch (mediaType()) {
     case AVMEDIA_TYPE_AUDIO:
-      if (movie && movie->copy_audio_stream()) {
-        state_->queue(packet, timebase(), true);
-        return false;
-      }
       state_->decoder.send(*packet);
       return state_->decodeSound(*this);
     case AVMEDIA_TYPE_SUBTITLE:
       return state_->decodeSubtitle(*this, packet);
     default:
-      if (movie && movie->copy_video_stream()) {
-        state_->queue(packet, timebase(), false);
-        return false;
-      }
       state_->decoder.send(*packet);
       return takeQueuedFrame();
   }

@@ -105,8 +105,8 @@ class KESTREL_API LMFFMedia {
   /// The stream with a container index; null if there is none, even after another `open`.
   std::shared_ptr<LMFFMediaStream> mediaStreamForStreamIndex(uint32_t index);
 
-  // Streams and facts. The lists hold the enabled streams of a type in container order; the
-  // functions for a single stream return the last one.
+  // Streams and facts. The lists hold the enabled streams of a type in container order, subtitles
+  // only if they are not copied; the functions for a single stream return the last one.
 
   std::vector<std::shared_ptr<LMFFMediaStream>> audios() const;
   std::vector<std::shared_ptr<LMFFMediaStream>> videos() const;
@@ -191,6 +191,10 @@ class KESTREL_API LMFFMedia {
   /// five minutes, after which reading stops; with separate medias for pictures and sound
   /// (`createMedias`) that does not happen.
   Picture pictureAtTime(int64_t time);
+
+  /// The picture that follows the current one in order of display, whatever their times, or the
+  /// first; empty after the last one. Otherwise like `pictureAtTime`.
+  Picture nextPicture();
 
   /// The current picture; reads nothing.
   Picture currentPicture() const;

@@ -108,7 +108,7 @@ class KESTREL_API LMFFMediaStream {
   /// `kOff`. Every picture stays one picture with its own time.
   void setDeinterlacing(Deinterlacing mode);
 
-  /// Decodes one packet, or queues it if the movie copies streams; true if a frame was decoded.
+  /// Decodes one packet, or queues it if the stream is copied; true if a frame was decoded.
   /// Further pictures of the same packet wait for `takeQueuedFrame`.
   bool decodePacket(const AVPacket* packet);
 
@@ -175,6 +175,11 @@ class KESTREL_API LMFFMediaStream {
   std::optional<std::string> subtitleMarkupAt(int64_t time);
 
   // Stream copy.
+
+  /// True if packets are queued undecoded: for this stream by `setCopied`, for all streams of sound
+  /// or pictures by the movie's copy flags.
+  bool isCopied() const;
+  void setCopied(bool copied);
 
   /// The undecoded packets that are waiting: of sound all, of pictures only the latest.
   std::vector<std::shared_ptr<LMFFImage>> rawPackets() const;
