@@ -109,6 +109,10 @@ int LMFFMovieFileOutput::videoPixelFormat() const { return state_->videoPixelFor
 
 void LMFFMovieFileOutput::setVideoPixelFormat(int format) { state_->videoPixelFormat = format; }
 
+Rational LMFFMovieFileOutput::videoTick() const { return state_->videoTick; }
+
+void LMFFMovieFileOutput::setVideoTick(Rational tick) { state_->videoTick = tick; }
+
 int32_t LMFFMovieFileOutput::audioBits() const { return state_->audioBits; }
 
 void LMFFMovieFileOutput::setAudioBits(int32_t bits) { state_->audioBits = bits; }
@@ -281,6 +285,8 @@ void LMFFMovieFileOutput::openVideo() {
     if (state.videoPixelFormat != AV_PIX_FMT_NONE)
       encoder->pix_fmt = static_cast<AVPixelFormat>(state.videoPixelFormat);
     configurePicture(format, state.outputColor, *stream, *encoder);
+    if (state.videoTick.num > 0 && state.videoTick.den > 0)
+      encoder->time_base = toAV(state.videoTick);
     if (std::string_view(container.oformat->name) == "dvd") {
       configureForDvd(format, container, *encoder);
     }
@@ -319,6 +325,20 @@ AVStream* LMFFMovieFileOutput::copyOutputStream(const AVStream* stream) {
     state.copyVideo = true;
   }
   return copy;
+}
+
+AVStream* LMFFMovieFileOutput::convertSubtitleStream(const AVStream* stream, int codec) {
+  createMovieOutput();
+  if (!isMovieOpen() || !stream) return nullptr;
+  State& state = *state_;
+  AVStream* const text = state.muxer.addStream();
+  if (!text) return nullptr;
+  auto converter =
+      std::make_unique<SubtitleConverter>(*stream, *text, static_cast<AVCodecID>(codec));
+  state.errors.note(converter->error());
+  if (converter->error()) return nullptr;
+  state.texts.push_back(std::move(converter));
+  return text;
 }
 
 void LMFFMovieFileOutput::setStreamTags(AVStream* stream, const Entries& tags) {

@@ -29,7 +29,7 @@ FramePtr limitedCopy(const AVFrame& frame) {
 }
 
 /// The time of a copied packet in its stream: moved by `offset`.
-int64_t streamTime(int64_t time, AVRational from, AVRational to, int64_t offset) {
+int64_t movedTime(int64_t time, AVRational from, AVRational to, int64_t offset) {
   return av_sat_add64(av_rescale_q(time, from, to), offset);
 }
 
@@ -153,21 +153,34 @@ void LMFFMovieFileOutput::drawImage(const std::shared_ptr<const BitmapImage>& im
 
 void LMFFMovieFileOutput::writeVideoFrameDuration(Rational duration) {
   State& state = *state_;
+  if (StreamEncoder* encoder = state.writingEncoderOf(state.videoStream))
+    state.encodeConverted(*encoder, ticks(duration, encoder->context()->time_base));
+}
+
+void LMFFMovieFileOutput::writeImage(const std::shared_ptr<LMFFImage>& image, int64_t time,
+                                     int64_t duration) {
+  State& state = *state_;
   StreamEncoder* encoder = state.writingEncoderOf(state.videoStream);
-  if (!encoder || !state.videoConverter) return;
+  if (!encoder || !image || !image->getFrame() || !state.videoConverter) return;
+  state.videoConverter->convertFrame(image->getFrame());
+  state.videoTime = std::max(state.videoTime, time);
+  state.encodeConverted(*encoder, duration);
+}
+
+/// Encodes the converter's picture, shown from `videoTime` on.
+void LMFFMovieFileOutput::State::encodeConverted(StreamEncoder& encoder, int64_t duration) {
+  if (!videoConverter) return;
   const FramePtr picture = makeFrame();
   if (!picture) return;
-  const AVFrame* output = state.videoConverter->outputFrame();
-  if (output->data[0] && !state.errors.succeeded(av_frame_ref(picture.get(), output))) return;
+  const AVFrame* output = videoConverter->outputFrame();
+  if (output->data[0] && !errors.succeeded(av_frame_ref(picture.get(), output))) return;
   clearPictureType(*picture);
-  picture->pts = state.videoTime;
-  const int64_t increment = ticks(duration, encoder->context()->time_base);
-  state.videoTime = av_sat_add64(state.videoTime, increment);
-  if (picture->data[0]) {
-    state.encode(*encoder, *picture, increment);
-  } else {
-    state.writeNextPacket(*encoder);
-  }
+  picture->pts = videoTime;
+  videoTime = av_sat_add64(videoTime, duration);
+  if (picture->data[0])
+    encode(encoder, *picture, duration);
+  else
+    writeNextPacket(encoder);
 }
 
 // Copied packets.
@@ -179,7 +192,7 @@ void LMFFMovieFileOutput::State::restampHidden(AVPacket& packet, const LMFFImage
   const AVRational from = toAV(item.time_base());
   const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, stream.time_base);
   for (int64_t* time : {&packet.dts, &packet.pts})
-    if (*time != AV_NOPTS_VALUE) *time = streamTime(*time, from, stream.time_base, offset);
+    if (*time != AV_NOPTS_VALUE) *time = movedTime(*time, from, stream.time_base, offset);
   packet.duration = av_rescale_q(packet.duration, from, stream.time_base);
   packet.pos = -1;
   // What is shown may then be decoded before time 0, too.
@@ -201,7 +214,7 @@ bool LMFFMovieFileOutput::State::restampText(AVPacket& packet, const LMFFImage& 
   packet.pos = -1;
   packet.duration = av_rescale_q(packet.duration, from, stream.time_base);
   if (shown == AV_NOPTS_VALUE) return false;
-  packet.pts = streamTime(shown, from, stream.time_base, offset);
+  packet.pts = movedTime(shown, from, stream.time_base, offset);
   const int64_t early = std::max<int64_t>(-packet.pts, 0);
   packet.pts += early;
   packet.dts = packet.pts;
@@ -236,13 +249,13 @@ bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item
   const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
   const int64_t decoded = packet.dts == AV_NOPTS_VALUE
                               ? INT64_MIN
-                              : std::max(streamTime(packet.dts, from, to, offset), clock.begin);
+                              : std::max(movedTime(packet.dts, from, to, offset), clock.begin);
   const bool isKept = isVideo || decoded >= clock.time;
   if (isKept) clock.time = std::max(av_sat_add64(clock.time, 1), decoded);
   packet.dts = clock.time;
   if (packet.pts != AV_NOPTS_VALUE) {
     const int64_t earliest = isVideo ? 0 : clock.begin;
-    packet.pts = std::max({streamTime(packet.pts, from, to, offset), packet.dts, earliest});
+    packet.pts = std::max({movedTime(packet.pts, from, to, offset), packet.dts, earliest});
   }
   packet.duration = av_rescale_q(packet.duration, from, to);
   packet.pos = -1;
@@ -276,6 +289,9 @@ void LMFFMovieFileOutput::writeRawPacket(const std::shared_ptr<LMFFImage>& packe
   PacketPtr reference(av_packet_clone(raw));
   if (!reference) {
     state.errors.succeeded(AVERROR(ENOMEM));
+  } else if (SubtitleConverter* text = state.textOf(stream)) {
+    if (const PacketPtr converted = text->convert(*reference))
+      state.muxer.write(*converted, *stream);
   } else if (StreamCopier* copy = state.copyOf(stream)) {
     state.errors.succeeded(copy->push(std::move(reference)));
     state.errors.note(copy->error());
@@ -346,17 +362,19 @@ int64_t LMFFMovieFileOutput::State::copiedTime(const AVStream* stream) const {
   return clock == copyClocks.end() ? 0 : clock->second.time;
 }
 
+int64_t LMFFMovieFileOutput::streamTime(const AVStream* stream) const {
+  State& state = *state_;
+  if (const State::Sound* sound = state.soundOf(stream)) return sound->encoder.time();
+  if (stream && stream == state.videoStream && state.encoderOf(stream)) return state.videoTime;
+  return state.copiedTime(stream);
+}
+
 int64_t LMFFMovieFileOutput::audio_pts() const {
-  const State& state = *state_;
-  if (!state.audioStream) return state.audioEnd;
-  const State::Sound* sound = state_->soundOf(state.audioStream);
-  return sound ? sound->encoder.time() : state.copiedTime(state.audioStream);
+  return isAudioOpen() ? streamTime(state_->audioStream) : state_->audioEnd;
 }
 
 int64_t LMFFMovieFileOutput::video_pts() const {
-  const State& state = *state_;
-  if (!state.videoStream) return state.videoEnd;
-  return state.encoderOf(state.videoStream) ? state.videoTime : state.copiedTime(state.videoStream);
+  return isVideoOpen() ? streamTime(state_->videoStream) : state_->videoEnd;
 }
 
 int64_t LMFFMovieFileOutput::audio_output_time() const {
@@ -370,6 +388,7 @@ int64_t LMFFMovieFileOutput::video_output_time() const {
 int64_t LMFFMovieFileOutput::refusedPackets() const {
   int64_t count = state_->refusedPackets;
   for (const auto& copy : state_->copies) count += copy->refused();
+  for (const auto& text : state_->texts) count += text->refused();
   return count;
 }
 
@@ -402,6 +421,7 @@ void LMFFMovieFileOutput::stopOutput() {
   state.sounds.clear();
   state.encoders.clear();
   state.copies.clear();
+  state.texts.clear();
   state.copyClocks.clear();
   state.covers.clear();
   state.muxer.close();

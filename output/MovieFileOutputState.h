@@ -16,6 +16,7 @@
 #include "support/copy/Muxer.h"
 #include "support/copy/StreamCopier.h"
 #include "support/encode/SoundEncoder.h"
+#include "support/encode/SubtitleConverter.h"
 
 namespace kestrel {
 
@@ -47,6 +48,9 @@ struct LMFFMovieFileOutput::State {
   /// Null for null and for an encoded stream.
   StreamCopier* copyOf(const AVStream* stream) const { return find(copies, stream); }
 
+  /// Null for null and for anything but subtitles that are converted.
+  SubtitleConverter* textOf(const AVStream* stream) const { return find(texts, stream); }
+
   /// Like `encoderOf`, but null unless the file is being written.
   StreamEncoder* writingEncoderOf(const AVStream* stream) const {
     return muxer.isWriting() ? encoderOf(stream) : nullptr;
@@ -57,6 +61,7 @@ struct LMFFMovieFileOutput::State {
 
   PacketTaker writerOf(const AVStream& stream);
   bool encode(StreamEncoder& encoder, AVFrame& frame, int64_t duration);
+  void encodeConverted(StreamEncoder& encoder, int64_t duration);
   bool writeNextPacket(StreamEncoder& encoder);
   void drain(const AVStream* stream);
 
@@ -85,6 +90,7 @@ struct LMFFMovieFileOutput::State {
   std::string videoEncoderName;
   std::string audioEncoderName;
   int videoPixelFormat = AV_PIX_FMT_NONE;
+  Rational videoTick = {0, 1};
   Entries videoOptions;
   Entries audioOptions;
   int32_t audioBits = 0;
@@ -106,6 +112,7 @@ struct LMFFMovieFileOutput::State {
   bool copyVideo = false;
   std::vector<std::unique_ptr<StreamEncoder>> encoders;
   std::vector<std::unique_ptr<StreamCopier>> copies;
+  std::vector<std::unique_ptr<SubtitleConverter>> texts;
   std::map<const AVStream*, CopyClock> copyClocks;
   std::vector<std::pair<AVStream*, PacketPtr>> covers;  // to be written once the file is begun
   std::deque<Sound> sounds;

@@ -114,6 +114,11 @@ class KESTREL_API LMFFMovieFileOutput {
   int videoPixelFormat() const;
   void setVideoPixelFormat(int format);
 
+  /// The tick, in seconds, in which `writeImage` with a time stamps pictures; read by `openVideo`.
+  /// Unless it is above 0, that is `movieFrameDuration`.
+  Rational videoTick() const;
+  void setVideoTick(Rational tick);
+
   /// The significant bits of a sample for lossless audio encoders: `openAudio` uses the smallest
   /// integer format of the encoder that holds them. 0: the first format in its list.
   int32_t audioBits() const;
@@ -196,6 +201,10 @@ class KESTREL_API LMFFMovieFileOutput {
   /// decoding time stamp written, in the stream's time base.
   int64_t video_pts() const;
 
+  /// How far any stream of this output has been written: as `audio_pts` and `video_pts` count, of
+  /// that stream; 0 for others and after `stopOutput`.
+  int64_t streamTime(const AVStream* stream) const;
+
   int64_t audio_output_time() const;  ///< `audio_pts` in microseconds; 0 without a stream
   int64_t video_output_time() const;  ///< `video_pts` in microseconds; 0 without a stream
 
@@ -244,6 +253,11 @@ class KESTREL_API LMFFMovieFileOutput {
   void copyVideoMedia(const std::shared_ptr<LMFFMedia>& media);  ///< copies its `videoStream`
   void copyAudioMedia(const std::shared_ptr<LMFFMedia>& media);  ///< copies its `audioStream`
 
+  /// Adds a stream of text subtitles with the encoder for `codec`, for the texts of `stream`, which
+  /// are in another form: their packets go to `writeRawPacket`. Returns the new stream, owned by
+  /// the container; null for null and if there is no decoder or encoder.
+  AVStream* convertSubtitleStream(const AVStream* stream, int codec);
+
   /// Adds tags ("language", "title") to a stream of this output, and sets how players treat it: a
   /// combination of `AV_DISPOSITION_…` (default, forced). Before `startOutput`; null does nothing.
   void setStreamTags(AVStream* stream, const Entries& tags);
@@ -285,6 +299,10 @@ class KESTREL_API LMFFMovieFileOutput {
   /// is null or empty.
   void writeImage(const std::shared_ptr<LMFFImage>& image);
 
+  /// Writes a frame item's frame, shown from `time` for `duration`, both in ticks of the video
+  /// encoder's time base. Times rise; other pictures follow the last one's end.
+  void writeImage(const std::shared_ptr<LMFFImage>& image, int64_t time, int64_t duration);
+
   /// Converts an image, stretched over the whole picture, like the converter's `convertImage`, and
   /// encodes it for `movieFrameDuration`. Null does nothing.
   void writeImage(const std::shared_ptr<const Image>& image);
@@ -323,9 +341,9 @@ class KESTREL_API LMFFMovieFileOutput {
   /// presentation time get one, derived from decoding order, for containers that need it.
   void writeRawPacket(const std::shared_ptr<LMFFImage>& packet, AVStream* stream);
 
-  /// The number of packets of copied streams that are missing in the file because they were too
-  /// damaged to be rewritten. If that affected all packets of a stream, `stopOutput` sets
-  /// `lastError`.
+  /// The number of packets of copied streams and converted subtitles that are missing in the file
+  /// because they were too damaged to be rewritten. If that affected all packets of a stream,
+  /// `stopOutput` sets `lastError`.
   int64_t refusedPackets() const;
 
   /// The number of pictures of copied streams that were re-encoded. Pictures that the input decodes
