@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <new>
 #include <optional>
@@ -41,6 +42,7 @@ Run chosenRun(CommandLine& line, int argc, char** argv) {
   addDvdVerb(line);
   addPlayVerb(line);
   addEffectsVerb(line);
+  addEncodersVerb(line);
   addDemoVerb(line);
   return line.read(argc, argv);
 }
@@ -107,6 +109,8 @@ int main(int argc, char** argv) {
   std::signal(SIGXFSZ, SIG_IGN);
   // The program says itself what its user needs to know.
   setLogSink([](std::string_view) {});
+  // One of the encoders writes its settings to standard error, unless this asks for errors alone.
+  setenv("SVT_LOG", "1", 0);
   LMFFMovie::initialize();
   CommandLine line(
       {.program = "kestrel",

@@ -22,6 +22,9 @@ constexpr std::array<std::array<float, kTaps>, 2> kPhases{{
      0.0330810546875F, -0.0189208984375F},
 }};
 
+/// 30 dB above full scale: what is louder, or no number, is damaged.
+constexpr float kLoudest = 32;
+
 /// More than the filter can make of samples that are all within 1.
 constexpr float kMostGain = 2.2F;
 
@@ -91,8 +94,11 @@ float PeakLimiter::nextGain(float wanted) {
 void PeakLimiter::take(const float* frame) {
   std::move(history_.begin() + static_cast<std::ptrdiff_t>(channels_), history_.end(),
             history_.begin());
-  std::copy_n(frame, channels_, history_.end() - static_cast<std::ptrdiff_t>(channels_));
-  waiting_.insert(waiting_.end(), frame, frame + channels_);
+  const auto newest = history_.end() - static_cast<std::ptrdiff_t>(channels_);
+  std::transform(frame, frame + channels_, newest, [](float sample) {
+    return std::isnan(sample) ? 0.0F : std::clamp(sample, -kLoudest, kLoudest);
+  });
+  waiting_.insert(waiting_.end(), newest, history_.end());
   ++frame_;
 }
 

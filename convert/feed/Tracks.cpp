@@ -1,8 +1,5 @@
 #include "convert/feed/Tracks.h"
 
-#include <kestrel/LMFFMedia.h>
-#include <kestrel/LMFFMediaStream.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -13,38 +10,31 @@ namespace kestrel {
 
 namespace {
 
-constexpr AVRational kSamples{1, 44100};  // the movie's own rate
-constexpr int32_t kChannels = 2;
 constexpr int32_t kBlockFrames = 4096;  // what one audio job carries at most
-
-/// The time left from the conversion's start to its end.
-std::optional<int64_t> lengthOf(const ConversionPlan& plan) {
-  if (!plan.end) return std::nullopt;
-  return *plan.end - plan.start;
-}
 
 /// Makes a sound packet follow on the one before. Where time stamps lie closer together than ticks
 /// of the output, or begin before it, several packets fall on one tick, and the output would drop
 /// all but one of them.
-void catchUp(const LMFFImage& item, const LMFFMovieFileOutput& output) {
+void catchUp(const LMFFImage& item, const LMFFMovieFileOutput& output, const AVStream& stream) {
   AVPacket& packet = *item.getPacket();
   if (packet.dts == AV_NOPTS_VALUE) return;
   const AVRational from = toAV(item.time_base());
-  const AVRational to = output.audioStream()->time_base;
+  const AVRational to = stream.time_base;
+  const int64_t written = output.streamTime(&stream);
   const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
-  if (output.audio_pts() <= av_rescale_q(packet.dts, from, to) + offset) return;
-  packet.dts = av_rescale_q_rnd(output.audio_pts() - offset, to, from, AV_ROUND_UP);
+  if (written <= av_rescale_q(packet.dts, from, to) + offset) return;
+  packet.dts = av_rescale_q_rnd(written - offset, to, from, AV_ROUND_UP);
   if (packet.pts != AV_NOPTS_VALUE) packet.pts = std::max(packet.pts, packet.dts);
 }
 
 }  // namespace
 
-EncodedVideoTrack::EncodedVideoTrack(LMFFMovie& movie, const ConversionPlan& plan,
+EncodedVideoTrack::EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate,
                                      std::unique_ptr<PictureMaker> maker)
-    : feed_(movie, plan.start, plan.rate()),
+    : feed_(movie, span.start, rate),
       maker_(std::move(maker)),
-      start_(plan.start),
-      stop_(lengthOf(plan)) {}
+      start_(span.start),
+      stop_(span.length()) {}
 
 int64_t EncodedVideoTrack::time() const {
   // A picture that would show for less than half its time is left out, unless it is the only one.
@@ -67,88 +57,135 @@ Track::Job EncodedVideoTrack::step() {
       [picture = std::move(picture)](LMFFMovieFileOutput& output) { output.writeImage(picture); };
 }
 
-EncodedAudioTrack::EncodedAudioTrack(LMFFMovie& movie, const ConversionPlan& plan, int64_t preroll,
-                                     const Track* reader)
-    : feed_(movie), reader_(reader) {
-  if (const auto length = lengthOf(plan))
-    stopFrame_ = av_rescale_q(*length, kMicroseconds, kSamples);
-  feed_.skip(av_rescale_q(preroll, kMicroseconds, kSamples));
+TimedVideoTrack::TimedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, bool repeats,
+                                 std::unique_ptr<PictureMaker> maker)
+    : feed_(movie, span.start, span.end, rate, repeats),
+      maker_(std::move(maker)),
+      span_(span),
+      tick_(pictureTick(rate)) {}
+
+int64_t TimedVideoTrack::end() const {
+  const auto length = span_.length();
+  return length ? std::min(feed_.time(), *length) : feed_.time();
+}
+
+Track::Job TimedVideoTrack::step() {
+  auto timed = feed_.next();
+  ended_ = !timed;
+  if (ended_) return {};
+  const int64_t middle =
+      av_rescale_q(timed->time + timed->duration / 2, toAV(tick_), kMicroseconds);
+  if (maker_) timed->image = maker_->make(timed->image, span_.start + middle);
+  return [timed = std::move(*timed)](LMFFMovieFileOutput& output) {
+    output.writeImage(timed.image, timed.time, timed.duration);
+  };
+}
+
+EncodedAudioTrack::EncodedAudioTrack(AudioFeed feed, AVStream* output, const Span& span,
+                                     int64_t preroll, const Level& level, const Track* leader)
+    : feed_(std::move(feed)),
+      output_(output),
+      leader_(leader),
+      volume_(static_cast<float>(level.volume)) {
+  if (level.mayRise) limiter_.emplace(feed_.format().sample_rate, feed_.channels());
+  if (const auto length = span.length()) stopFrame_ = framesIn(*length);
+  feed_.skip(framesIn(preroll));
+}
+
+int64_t EncodedAudioTrack::framesIn(int64_t time) const {
+  return av_rescale_q(time, kMicroseconds, {1, feed_.format().sample_rate});
 }
 
 int64_t EncodedAudioTrack::time() const {
   if (ended_) return kEnded;
-  const bool waits = reader_ && reader_->time() != kEnded && feed_.waitingFrames() < kBlockFrames;
-  return waits ? std::max(end(), reader_->time() + 1) : end();
+  const bool waits = leader_ && leader_->time() != kEnded && feed_.waitingFrames() < kBlockFrames;
+  return waits ? std::max(end(), leader_->time() + 1) : end();
 }
 
-int64_t EncodedAudioTrack::end() const { return av_rescale_q(frames_, kSamples, kMicroseconds); }
+int64_t EncodedAudioTrack::end() const {
+  return av_rescale_q(frames_, {1, feed_.format().sample_rate}, kMicroseconds);
+}
+
+Track::Job EncodedAudioTrack::writing(std::vector<float> samples) const {
+  if (samples.empty()) return {};
+  const auto frames = static_cast<int32_t>(samples.size() / static_cast<size_t>(feed_.channels()));
+  return [samples = std::make_shared<std::vector<float>>(std::move(samples)), frames,
+          stream = output_](LMFFMovieFileOutput& output) {
+    output.writeSample(samples->data(), frames, stream);
+  };
+}
 
 Track::Job EncodedAudioTrack::step() {
-  if (reader_ && reader_->time() == kEnded) feed_.readAlone();
-  auto samples =
-      std::make_shared<std::vector<float>>(static_cast<size_t>(kBlockFrames) * kChannels);
+  if (leader_ && leader_->time() == kEnded) feed_.readAlone();
+  const auto channels = static_cast<size_t>(feed_.channels());
+  std::vector<float> samples(kBlockFrames * channels);
   int32_t count = 0;
   const int64_t left = stopFrame_ ? *stopFrame_ - frames_ : kBlockFrames;
   const auto wanted = static_cast<int32_t>(std::min<int64_t>(left, kBlockFrames));
   while (count < wanted && !ended_) {
     const int32_t got =
-        feed_.read(samples->data() + static_cast<size_t>(count) * kChannels, wanted - count);
+        feed_.read(samples.data() + static_cast<size_t>(count) * channels, wanted - count);
     ended_ = got == 0;
     count += got;
   }
   frames_ += count;
   ended_ = ended_ || wanted <= 0;
-  if (count == 0) return {};
-  return [samples = std::move(samples), count](LMFFMovieFileOutput& output) {
-    output.writeSample(samples->data(), count);
+  samples.resize(static_cast<size_t>(count) * channels);
+  if (volume_ != 1)
+    for (float& sample : samples) sample *= volume_;
+  return writing(limiter_ ? limiter_->process(samples) : std::move(samples));
+}
+
+Track::Job EncodedAudioTrack::finish() {
+  return [rest = writing(limiter_ ? limiter_->finish() : std::vector<float>()),
+          stream = output_](LMFFMovieFileOutput& output) {
+    if (rest) rest(output);
+    output.finishAudio(stream);
   };
 }
 
-CopiedTrack::CopiedTrack(LMFFMovie& movie, const ConversionPlan& plan, bool isVideo,
-                         const Track* reader)
-    : movie_(movie),
-      isVideo_(isVideo),
-      reader_(reader),
-      start_(plan.start),
-      stop_(plan.end),
-      waitsForKey_(isVideo && plan.start > 0) {
-  if (reader_) sound_ = movie_.audios().back()->audioStream();
-}
+CopiedTrack::CopiedTrack(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
+                         AVStream* output, const Span& span, const Track* leader)
+    : media_(std::move(media)),
+      stream_(std::move(stream)),
+      output_(output),
+      leader_(leader),
+      span_(span),
+      waitsForKey_(stream_->isVideo() && span.start > 0) {}
 
-bool CopiedTrack::waitsForReader() const {
-  return reader_ && reader_->time() != kEnded && !sound_->hasPacket();
+bool CopiedTrack::waitsForLeader() const {
+  return leader_ && leader_->time() != kEnded && !stream_->hasPacket();
 }
 
 int64_t CopiedTrack::time() const {
   if (ended_) return kEnded;
-  return waitsForReader() ? std::max(time_, reader_->time() + 1) : time_;
+  return waitsForLeader() ? std::max(time_, leader_->time() + 1) : time_;
 }
 
-std::shared_ptr<LMFFImage> CopiedTrack::readVideoPacket(bool& atEnd) {
-  std::shared_ptr<LMFFImage> packet;
-  movie_.decodeImageAtTime(std::max<int64_t>(start_ + time_, 0), false,
-                           [&](const auto& image) { packet = image; });
-  if (const auto media = movie_.currentVideoMedia()) atEnd = media->isAtEnd();
-  return packet;
-}
+/// Subtitles may lie far apart, so that they do not tell where the media is: the input need not be
+/// read on where the span has ended.
+int64_t CopiedTrack::end() const { return stream_->isSubtitle() ? 0 : end_; }
 
-std::shared_ptr<LMFFImage> CopiedTrack::readAudioPacket(bool& atEnd) {
-  // A media with pictures reads only for them; when none are wanted any more, this track does.
-  if (reader_)
-    while (!sound_->hasPacket() && sound_->media()->forwardNextPacket()) {
-    }
-  auto packet = movie_.readNextAudioPacket();
-  if (const auto media = movie_.currentAudioMedia()) atEnd = media->isAtEnd();
-  return packet;
+bool CopiedTrack::isBeyondStop() const {
+  return span_.end && media_->last_pts() != AV_NOPTS_VALUE &&
+         media_->last_pts() - media_->start_time() > *span_.end + kMicroseconds.den;
 }
 
 std::shared_ptr<LMFFImage> CopiedTrack::readPacket() {
   for (;;) {
-    holdClock(movie_);
-    bool atEnd = true;
-    auto packet = isVideo_ ? readVideoPacket(atEnd) : readAudioPacket(atEnd);
-    if (packet || atEnd || isInterrupted(movie_)) return packet;
+    // A media with pictures reads only for them; when none are wanted any more, this track does.
+    if (!stream_->isVideo())
+      while (!stream_->hasPacket() && !isBeyondStop() && media_->forwardNextPacket()) {
+      }
+    auto packet = media_->readNextPacketInStream(stream_);
+    if (packet || media_->isAtEnd() || isBeyondStop() || isInterrupted(*media_)) return packet;
   }
+}
+
+/// Subtitles that still show at the start are read before it is sought, and may come again then.
+bool CopiedTrack::isRepeated(const AVPacket& packet) {
+  if (!stream_->isSubtitle() || packet.pos < 0 || time_ > 0) return false;
+  return !early_.insert(packet.pos).second;
 }
 
 Track::Job CopiedTrack::step() {
@@ -161,26 +198,27 @@ Track::Job CopiedTrack::step() {
   const AVRational base = toAV(item->time_base());
   const int64_t stamp = packet->dts == AV_NOPTS_VALUE ? packet->pts : packet->dts;
   // A hidden picture goes along for those that need it, and has no place in time.
-  const bool isHidden = isVideo_ && (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
+  const bool isHidden = stream_->isVideo() && (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
   if (stamp != AV_NOPTS_VALUE && !isHidden) {
     const int64_t time = av_rescale_q(stamp, base, kMicroseconds) + item->get_pkt_offset_time();
-    if (stop_ && time >= *stop_) {
+    if (span_.end && time >= *span_.end) {
       ended_ = true;
-      end_ = std::max(end_, *stop_ - start_);  // the input goes on
+      end_ = std::max(end_, *span_.length());  // the input goes on
       return {};
     }
-    time_ = std::max(time_, time - start_);
-    end_ = std::max(end_, time - start_ + av_rescale_q(packet->duration, base, kMicroseconds));
-    if (time < start_ && start_ > 0 && !isVideo_) return {};
+    time_ = std::max(time_, time - span_.start);
+    end_ = std::max(end_, time - span_.start + av_rescale_q(packet->duration, base, kMicroseconds));
+    if (time < span_.start && span_.start > 0 && stream_->isAudio()) return {};
   }
+  if (isRepeated(*packet)) return {};
   // A picture can only be decoded from a key picture on.
   if (waitsForKey_ && !item->isKeyPacket()) return {};
   waitsForKey_ = false;
-  item->set_movie_real_start_time(start_);
-  return [item = std::move(item), isVideo = isVideo_](LMFFMovieFileOutput& output) {
-    if (isVideo) return output.writeVideoPacket(item);
-    catchUp(*item, output);
-    output.writeAudioPacket(item);
+  item->set_movie_real_start_time(span_.start);
+  const bool isAudio = stream_->isAudio();
+  return [item = std::move(item), isAudio, stream = output_](LMFFMovieFileOutput& output) {
+    if (isAudio) catchUp(*item, output, *stream);
+    output.writeRawPacket(item, stream);
   };
 }
 

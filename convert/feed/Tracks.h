@@ -1,5 +1,8 @@
 #pragma once
 
+#include <kestrel/LMFFImage.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMFFMovieFileOutput.h>
 
@@ -8,21 +11,31 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
-#include <kestrel/convert/ConversionPlan.h>
 #include "convert/feed/AudioFeed.h"
+#include "convert/feed/PeakLimiter.h"
+#include "convert/feed/PictureFeed.h"
 #include "convert/feed/PictureMaker.h"
 #include "convert/feed/VideoFeed.h"
 
 namespace kestrel {
 
+/// What of an input is converted, microseconds after its start.
+struct Span {
+  int64_t start = 0;
+  std::optional<int64_t> end = {};
+
+  std::optional<int64_t> length() const { return end ? std::optional(*end - start) : std::nullopt; }
+};
+
 /// One stream of a conversion on its way from the movie to the output. The conversion advances the
 /// track that is furthest behind, so that the muxer never has to hold much.
 ///
-/// Where one media holds both sound and pictures, reading the pictures brings the sound along: the
-/// sound's track then takes what has come, and leaves the reading to the other until that has
-/// ended.
+/// Where one media holds several streams, reading one of them brings the others along: their tracks
+/// follow the `leader`, the track that reads. They take what has come, and read for themselves once
+/// it has ended.
 class Track {
  public:
   /// A piece of work for the output, which runs on the encoding thread.
@@ -42,12 +55,15 @@ class Track {
   /// How much there was, microseconds after the conversion's start: the end of the last piece that
   /// came from the input or, where the input goes on behind it, of the span.
   virtual int64_t end() const = 0;
+
+  /// What is left to do for the output once all tracks have ended.
+  virtual Job finish() { return {}; }
 };
 
 class EncodedVideoTrack : public Track {
  public:
   /// `maker`: what the pictures go through; null where they go on as they were decoded.
-  EncodedVideoTrack(LMFFMovie& movie, const ConversionPlan& plan,
+  EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate,
                     std::unique_ptr<PictureMaker> maker);
   int64_t time() const override;
   Job step() override;
@@ -57,52 +73,85 @@ class EncodedVideoTrack : public Track {
   VideoFeed feed_;
   std::unique_ptr<PictureMaker> maker_;
   const int64_t start_;
-  std::optional<int64_t> stop_;
+  const std::optional<int64_t> stop_;
   bool ended_ = false;
 };
 
-class EncodedAudioTrack : public Track {
+/// Pictures that keep their own times.
+class TimedVideoTrack : public Track {
  public:
-  /// `reader`: the video's track, where the same media holds both; otherwise null.
-  EncodedAudioTrack(LMFFMovie& movie, const ConversionPlan& plan, int64_t preroll,
-                    const Track* reader);
-  int64_t time() const override;
+  /// As above; `rate` and `repeats`: as of `PictureFeed`.
+  TimedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, bool repeats,
+                  std::unique_ptr<PictureMaker> maker);
+  int64_t time() const override { return ended_ ? kEnded : feed_.time(); }
   Job step() override;
   int64_t end() const override;
 
  private:
+  PictureFeed feed_;
+  std::unique_ptr<PictureMaker> maker_;
+  const Span span_;
+  const Rational tick_;
+  bool ended_ = false;
+};
+
+/// Sound that is encoded: one stream of the input, or several mixed.
+class EncodedAudioTrack : public Track {
+ public:
+  struct Level {
+    double volume = 1;     ///< a factor
+    bool mayRise = false;  ///< mixed or amplified: kept below full scale
+  };
+
+  /// `output`: the stream that it is written to. `preroll`: how much of what is read lies before
+  /// the span, microseconds. `leader`: null where it reads for itself.
+  EncodedAudioTrack(AudioFeed feed, AVStream* output, const Span& span, int64_t preroll,
+                    const Level& level, const Track* leader);
+  int64_t time() const override;
+  Job step() override;
+  int64_t end() const override;
+  Job finish() override;
+
+ private:
+  int64_t framesIn(int64_t time) const;
+  Job writing(std::vector<float> samples) const;
+
   AudioFeed feed_;
-  const Track* const reader_;
+  AVStream* const output_;
+  const Track* const leader_;
+  const float volume_;
+  std::optional<PeakLimiter> limiter_;
   std::optional<int64_t> stopFrame_;
   int64_t frames_ = 0;  // read so far
   bool ended_ = false;
 };
 
-/// A stream whose packets go on as they are.
+/// A stream whose packets go on as they are, or subtitles that the output gives another form.
 class CopiedTrack : public Track {
  public:
-  /// `reader`: the video's track, for a sound's track on the same media; otherwise null.
-  CopiedTrack(LMFFMovie& movie, const ConversionPlan& plan, bool isVideo, const Track* reader);
+  /// `stream`, of `media`, is copied. `output`: the stream that it is written to.
+  CopiedTrack(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
+              AVStream* output, const Span& span, const Track* leader);
   int64_t time() const override;
   Job step() override;
-  int64_t end() const override { return end_; }
+  int64_t end() const override;
 
  private:
   std::shared_ptr<LMFFImage> readPacket();
-  std::shared_ptr<LMFFImage> readVideoPacket(bool& atEnd);
-  std::shared_ptr<LMFFImage> readAudioPacket(bool& atEnd);
-  bool waitsForReader() const;
+  bool isBeyondStop() const;
+  bool isRepeated(const AVPacket& packet);
+  bool waitsForLeader() const;
 
-  LMFFMovie& movie_;
-  const bool isVideo_;
-  const Track* const reader_;
-  std::shared_ptr<LMFFMediaStream> sound_;  // with a reader
-  const int64_t start_;
-  const std::optional<int64_t> stop_;
+  const std::shared_ptr<LMFFMedia> media_;
+  const std::shared_ptr<LMFFMediaStream> stream_;
+  AVStream* const output_;
+  const Track* const leader_;
+  const Span span_;
   bool waitsForKey_;
   bool ended_ = false;
   int64_t time_ = 0;
   int64_t end_ = 0;
+  std::set<int64_t> early_;  // places in the file of subtitles from before the start
 };
 
 }  // namespace kestrel

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "convert/feed/AudioFeed.h"
 #include "convert/probe/Input.h"
 
 extern "C" {
@@ -12,6 +11,17 @@ extern "C" {
 }
 
 namespace kestrel {
+
+namespace {
+
+/// Keeps the movie's clock from lying behind the end that the container states while the input goes
+/// on: a current media stays current.
+void holdClock(LMFFMovie& movie) {
+  const int64_t last = std::max<int64_t>(movie.duration() - 1, 0);
+  if (movie.currentTime() > last) movie.update_current_time_to(last);
+}
+
+}  // namespace
 
 VideoFeed::VideoFeed(LMFFMovie& movie, int64_t start, Rational rate)
     : movie_(movie), start_(start), rate_(rate) {}

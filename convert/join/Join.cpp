@@ -68,9 +68,8 @@ enum class Way { kCopy, kCopyPictures, kEncode };
 std::shared_ptr<JoinSounds> encodedSound(const JoinSettings& settings, JoinPlan& plan,
                                          const Events& events) {
   const JoinFormat format = formatOfJoin(settings, plan.parts.front(), plan.keepsCodecs);
-  auto sounds = std::make_shared<JoinSounds>(plan.parts, format.settings, format.plan,
-                                             outputFormatFor(settings.output),
-                                             Rational{1, AV_TIME_BASE}, true);
+  auto sounds =
+      std::make_shared<JoinSounds>(plan.parts, format.plan, Rational{1, AV_TIME_BASE}, true);
   for (const std::string& change : sounds->changes()) say(events, change);
   return sounds;
 }

@@ -125,10 +125,9 @@ class JoinEncoder {
         events_(events),
         length_(length > 0 ? std::optional(length) : std::nullopt),
         plan_(format.plan),
-        hasPictures_(plan_.video == StreamAction::kEncode),
+        hasPictures_(plan_.pictures() != nullptr),
         rate_(hasPictures_ ? plan_.rate() : kSoundAlone),
-        sounds_(parts, format.settings, plan_, outputFormatFor(settings.output),
-                Rational{rate_.den, rate_.num}, hasPictures_) {}
+        sounds_(parts, plan_, Rational{rate_.den, rate_.num}, hasPictures_) {}
 
   void run(const std::string& path) {
     for (const std::string& change : sounds_.changes())
@@ -167,6 +166,7 @@ class JoinEncoder {
     output_.setMovieFormat(track.format);
     output_.setAudioInputFormat(sounds_.format(tracks_.size()));
     output_.setAudioBits(track.bits);
+    output_.setAudioOptions(track.options);
     output_.openAudio();
     AVStream* stream = output_.audioStream();
     if (!stream) return;

@@ -27,8 +27,8 @@ ConversionSettings conversionLike(const JoinSettings& join) {
           .height = encoding.height,
           .fps = encoding.fps,
           .aspect = encoding.aspect,
-          .videoBitrate = encoding.videoBitrate,
           .crf = encoding.crf,
+          .videoBitrate = encoding.videoBitrate,
           .encoderPreset = encoding.encoderPreset,
           .videoOptions = encoding.videoOptions,
           .audioCodec = encoding.audioCodec,
@@ -53,6 +53,7 @@ JoinFormat formatOfJoin(const JoinSettings& settings, const JoinPart& first, boo
   if (first.video) own(format.videoCodec, *first.video);
   if (!first.audios.empty()) own(format.audioCodec, first.audios.front());
   ConversionPlan plan = planConversion(format, OpenPart(first).source());
+  plan.keepsTimes = false;  // the parts follow each other at one rate
   return {std::move(format), std::move(plan)};
 }
 

@@ -8,16 +8,12 @@
 #include <utility>
 
 #include "convert/join/PartSound.h"
-#include "convert/plan/SoundFormat.h"
-#include "convert/probe/Codecs.h"
 #include "convert/run/PlannedOutput.h"
 #include "support/FFmpegOwners.h"
 
 namespace kestrel {
 
 namespace {
-
-constexpr int kBitsPerChannel = 96000;  // per second
 
 /// Sound passes through as floats, which keep so many bits of a sample.
 constexpr int kMostBits = 24;
@@ -40,23 +36,23 @@ std::vector<std::string> lossesOf(const AVStream& own, const JoinedSound::Track&
 
 }  // namespace
 
-JoinSounds::JoinSounds(std::vector<JoinPart>& parts, const ConversionSettings& settings,
-                       const ConversionPlan& plan, const AVOutputFormat& container, Rational base,
+JoinSounds::JoinSounds(std::vector<JoinPart>& parts, const ConversionPlan& plan, Rational base,
                        bool followsPictures)
     : parts_(parts), base_(base), followsPictures_(followsPictures) {
-  if (plan.audio != StreamAction::kEncode) return;
+  const auto planned = plan.kept(StreamInfo::Kind::kAudio);
+  if (planned.empty()) return;
   const JoinPart& first = parts.front();
-  const int only = onlySampleRate(container);
   for (const uint32_t stream : first.audios) {
-    const AVStream& own = *first.outline->streams[stream];
-    const auto like =
-        soundFormatLike(own, static_cast<AVCodecID>(plan.format.audio_codec), container);
-    Track track{plan.format, like.bits, plan.audioOptions, languageTag(first.info.streams[stream])};
-    track.format.sample_rate = settings.sampleRate.value_or(only > 0 ? only : like.sampleRate);
-    track.format.channel_layout = settings.channelLayout.value_or(like.layout);
-    const int channels = lm_get_channel_layout_nb_channels(track.format.channel_layout);
-    track.format.audio_bitrate = settings.audioBitrate.value_or(kBitsPerChannel * channels);
-    for (const std::string& lost : lossesOf(own, track))
+    const auto own = std::ranges::find_if(
+        planned, [stream](const PlannedStream* each) { return each->sources.front() == stream; });
+    // What cannot be decoded is silent, but keeps its place among the tracks.
+    const SoundEncoding& sound = own == planned.end() ? planned.front()->sound : (*own)->sound;
+    Track track{plan.format, sound.bits, sound.options, languageTag(first.info.streams[stream])};
+    track.format.audio_codec = sound.codec;
+    track.format.sample_rate = sound.sampleRate;
+    track.format.channel_layout = sound.channelLayout;
+    track.format.audio_bitrate = sound.bitrate;
+    for (const std::string& lost : lossesOf(*first.outline->streams[stream], track))
       if (!std::ranges::count(changes_, lost)) changes_.push_back(lost);
     sounds_.emplace_back(
         LMFFAudioFormat{AV_SAMPLE_FMT_FLT, track.format.channel_layout, track.format.sample_rate});

@@ -10,8 +10,6 @@
 #include "convert/join/JoinPlan.h"
 #include "convert/join/JoinSound.h"
 
-struct AVOutputFormat;
-
 namespace kestrel {
 
 /// The sound tracks of a join that are encoded: how, and the sound of the parts one behind the
@@ -21,8 +19,7 @@ class JoinSounds : public JoinedSound {
  public:
   /// `plan`: of the whole conversion. Times are counted in `base`. `followsPictures`: there are
   /// some in the output.
-  JoinSounds(std::vector<JoinPart>& parts, const ConversionSettings& settings,
-             const ConversionPlan& plan, const AVOutputFormat& container, Rational base,
+  JoinSounds(std::vector<JoinPart>& parts, const ConversionPlan& plan, Rational base,
              bool followsPictures);
 
   std::vector<Track> tracks() const override { return tracks_; }

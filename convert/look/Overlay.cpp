@@ -151,23 +151,31 @@ void openSubtitles(LMFFMovie& movie, const std::string& path) {
     throw Failure::input(path, fmt::format("cannot read '{}': it holds no subtitles", path));
 }
 
+std::optional<uint32_t> subtitleStreamOf(const LMMediaSource& source, const TrackChoice& track) {
+  const AVFormatContext& input = *source.formatContext();
+  const auto* disc = dynamic_cast<const DVDTitleSource*>(&source);
+  if (!disc) return findTrack(input, track);
+  const int id = findTrack(*disc->title(), track).stream_id;
+  for (uint32_t i = 0; i < input.nb_streams; ++i)
+    if (input.streams[i]->id == id) return i;
+  return std::nullopt;
+}
+
 void openSubtitleTrack(LMFFMovie& movie, const TrackChoice& track) {
   const auto video = movie.videoMedia();
   if (!video) return;
   if (const auto disc = std::dynamic_pointer_cast<DVDTitleSource>(video->source()))
     return openDiscTrack(movie, *video, *disc->title(), track);
   const uint32_t index = findTrack(*video->formatContext(), track);
-  IndexSet streams{index};
-  if (!isText(*video->streams()[index])) {
+  const auto stream = video->streams()[index];
+  if (!isText(*stream)) {
     // The pictures' own reader brings the bitmaps along.
-    for (const auto& stream : video->videos())
-      streams.insert(static_cast<uint32_t>(stream->stream()->index));
-    video->setSelectStreams(streams);
-    video->updateSelectStreams();
+    stream->open();
+    stream->setEnable(stream->isOpen());
     return;
   }
   auto media = video->copy();
-  media->setSelectStreams(streams);
+  media->setSelectStreams(IndexSet{index});
   media->open();
   if (!media->hasSubtitle())
     throw Failure::input(video->source()->path(),

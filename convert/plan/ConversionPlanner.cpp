@@ -14,12 +14,19 @@
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/MediaInfo.h>
 #include "convert/look/Look.h"
+#include "convert/look/Overlay.h"
+#include "convert/plan/PictureEncoding.h"
 #include "convert/plan/PlanRules.h"
+#include "convert/plan/SettingsRules.h"
 #include "convert/plan/SoundFormat.h"
 #include "convert/probe/Codecs.h"
+#include "convert/probe/Languages.h"
 #include "convert/probe/Streams.h"
+#include "convert/probe/StreamsLeftOut.h"
 #include "convert/settings/Require.h"
 #include "support/Containers.h"
+#include "support/Words.h"
+#include "support/copy/Covers.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -31,9 +38,10 @@ namespace kestrel {
 
 namespace {
 
+using Kind = StreamInfo::Kind;
+
 constexpr double kSquareTolerance = 0.01;  // pixels this close to square are square
-constexpr int32_t kEngineRate = 44100;     // the movie's own sound
-constexpr double kWorstQuantizer = 51;     // of the H.264 and HEVC encoders
+constexpr int kBitsPerChannel = 96000;     // per second
 
 struct Shape {
   int width = 0;
@@ -73,18 +81,6 @@ Shape outputShape(const ConversionSettings& settings, const Look& look) {
   return shape;
 }
 
-/// Bits per second that suit a picture's size and rate: 6 Mbit/s for 1080p30, less than
-/// proportionally less for smaller ones, twice that for codecs of the MPEG-2 generation.
-int videoBitrateFor(const Shape& shape, double rate, AVCodecID codec) {
-  const double pixels = static_cast<double>(shape.width) * shape.height;
-  const double modern = 6e6 * std::pow(pixels / (1920.0 * 1080), 0.75) * std::sqrt(rate / 30);
-  const bool isModern = codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC ||
-                        codec == AV_CODEC_ID_VP8 || codec == AV_CODEC_ID_VP9 ||
-                        codec == AV_CODEC_ID_AV1;
-  const double bits = std::clamp(isModern ? modern : 2 * modern, 200e3, 80e6);
-  return static_cast<int>(std::lround(bits / 1000)) * 1000;
-}
-
 bool canSignalFullRange(AVCodecID codec) {
   return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC || codec == AV_CODEC_ID_VP9 ||
          codec == AV_CODEC_ID_AV1 || codec == AV_CODEC_ID_FFV1 || codec == AV_CODEC_ID_MJPEG;
@@ -121,19 +117,15 @@ class Planner {
   ConversionPlan plan() {
     plan_.format = lm_get_default_movie_file_ouput_format();
     plan_.formatName = container_.name;
-    chooseStreams();
-    plan_.start = settings_.start;
-    // Pictures alone begin with the first of them, wherever the sound that stays behind began.
-    if (plan_.video == StreamAction::kEncode && plan_.audio == StreamAction::kNone)
-      plan_.start = std::max(plan_.start, beginOf(pictures(), input_));
-    plan_.end = settings_.end;
-    if (settings_.chapters) planChapters(*settings_.chapters);
-    constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
-    if (settings_.duration)
-      plan_.end = plan_.start + std::min(*settings_.duration, kNever - plan_.start);
+    planPictures();
+    planSounds();
+    requireSomething();
+    requireSense(settings_, encodes(Kind::kVideo), encodes(Kind::kAudio));
+    planSubtitles();
+    planOthers();
+    planSpan();
     plan_.keepsMetadata = settings_.keepsMetadata;
-    if (plan_.video == StreamAction::kEncode) planVideo();
-    if (plan_.audio == StreamAction::kEncode) planAudio();
+    if (pictures_ && plan_.pictures()->action == StreamAction::kEncode) planVideo(*pictures_);
     planMuxer();
     requirePlan(plan_, source_, settings_.output);
     return plan_;
@@ -141,43 +133,236 @@ class Planner {
 
  private:
   static StreamAction actionFor(const std::optional<StreamAction>& wanted, const std::string& codec,
-                                bool hasStream, AVCodecID containerDefault) {
-    if (!hasStream) return StreamAction::kNone;
+                                AVCodecID containerDefault) {
     if (wanted) return *wanted;
     return codec.empty() && containerDefault == AV_CODEC_ID_NONE ? StreamAction::kNone
                                                                  : StreamAction::kEncode;
   }
 
-  const StreamInfo& pictures() const { return input_.streams[*plan_.videoIndex]; }
+  /// A stream of the input as it goes into the plan, with what is true of it in any container.
+  PlannedStream planned(const StreamInfo& stream, StreamAction action,
+                        std::string reason = {}) const {
+    PlannedStream result{.kind = stream.kind,
+                         .action = action,
+                         .sources = {stream.index},
+                         .reason = std::move(reason),
+                         .isCover = stream.video.isCover,
+                         .disposition = stream.disposition};
+    if (!settings_.keepsMetadata) return result;
+    if (!stream.language.empty()) result.tags["language"] = stream.language;
+    for (const auto& [name, value] : stream.tags)
+      if (lowerCased(name) == "title") result.tags["title"] = value;
+    return result;
+  }
 
-  void chooseStreams() {
-    plan_.videoIndex = input_.mainVideo;
-    plan_.audioIndexes = chosenAudios(settings_.audioTracks, source_);
-    const bool hasVideo = plan_.videoIndex.has_value();
-    if (!hasVideo && plan_.audioIndexes.empty())
+  void leaveOut(const StreamInfo& stream, std::string reason) {
+    plan_.streams.push_back(planned(stream, StreamAction::kNone, std::move(reason)));
+  }
+
+  std::string noPlaceFor(const char* what) const {
+    return fmt::format("{} has no place for {}", container_.name, what);
+  }
+
+  void planPictures() {
+    const StreamAction action = actionFor(settings_.video, settings_.videoCodec,
+                                          defaultVideoCodec(container_, settings_.output));
+    for (const StreamInfo& stream : input_.streams) {
+      if (stream.kind != Kind::kVideo || stream.video.isCover) continue;
+      if (settings_.video == StreamAction::kNone)
+        leaveOut(stream, "");
+      else if (!input_.mainVideo)
+        leaveOut(stream, "it cannot be decoded");
+      else if (input_.mainVideo != stream.index)
+        leaveOut(stream, "one video track is taken");
+      else if (action == StreamAction::kNone)
+        leaveOut(stream, noPlaceFor("pictures"));
+      else
+        plan_.streams.push_back(planned(stream, action));
+    }
+    if (action != StreamAction::kNone && input_.mainVideo)
+      pictures_ = &input_.streams[*input_.mainVideo];
+    if (pictures_ && action == StreamAction::kEncode &&
+        (pictures_->video.width <= 0 || pictures_->video.height <= 0))
+      throw Failure::input(
+          settings_.input,
+          fmt::format("cannot convert '{}': its video has no size", settings_.input));
+  }
+
+  /// The sound tracks that are wanted, as users count them, and the others' reason.
+  std::vector<uint32_t> wantedSounds() {
+    const IndexSet chosen = chosenAudios(settings_.audioTracks, source_);
+    const bool takesOne = holdsOneSound(container_) && !settings_.mixesAudio;
+    const bool isChoice = settings_.audioTracks != TrackChoice::all();
+    if (takesOne && chosen.size() > 1 && isChoice)
+      throw Failure::settings(fmt::format("{} holds one sound track, and {} are chosen",
+                                          container_.name, chosen.size()),
+                              "audioTracks");
+    const IndexSet kept = takesOne && chosen.size() > 1 ? chosenAudios({}, source_) : chosen;
+    std::vector<uint32_t> wanted;
+    for (const auto index : input_.audioTracks)
+      if (index && kept.contains(*index)) wanted.push_back(*index);
+    for (const StreamInfo& stream : input_.streams) {
+      if (stream.kind != Kind::kAudio || kept.contains(stream.index)) continue;
+      const bool isKnown = std::ranges::count(input_.audioTracks, std::optional(stream.index)) > 0;
+      leaveOut(stream, settings_.audio == StreamAction::kNone || isChoice ? ""
+                       : isKnown ? fmt::format("{} holds one sound track", container_.name)
+                                 : "it cannot be decoded");
+    }
+    return wanted;
+  }
+
+  void planSounds() {
+    const StreamAction action =
+        actionFor(settings_.audio, settings_.audioCodec, defaultAudioCodec(container_));
+    const std::vector<uint32_t> wanted = wantedSounds();
+    if (action == StreamAction::kNone) {
+      for (const uint32_t index : wanted)
+        leaveOut(input_.streams[index],
+                 settings_.audio == StreamAction::kNone ? "" : noPlaceFor("sound"));
+    } else if (action == StreamAction::kCopy) {
+      for (const uint32_t index : wanted) copySound(input_.streams[index], wanted.size() == 1);
+    } else {
+      encodeSounds(wanted);
+    }
+  }
+
+  /// `isOnly`: without it there would be no sound, and nobody would know why.
+  void copySound(const StreamInfo& stream, bool isOnly) {
+    const AVStream& own = *source_.formatContext()->streams[stream.index];
+    const std::string refusal = isOnly ? "" : refusalOf(container_, own);
+    if (refusal.empty())
+      plan_.streams.push_back(planned(stream, StreamAction::kCopy));
+    else
+      leaveOut(stream, refusal);
+  }
+
+  void encodeSounds(const std::vector<uint32_t>& wanted) {
+    for (const uint32_t index : wanted) {
+      if (settings_.mixesAudio && index != wanted.front()) {
+        plan_.streams.back().sources.push_back(index);
+        continue;
+      }
+      plan_.streams.push_back(planned(input_.streams[index], StreamAction::kEncode));
+      plan_.streams.back().sound = encodingOf(index);
+    }
+  }
+
+  /// A track keeps its rate, channels and depth, as far as the encoder and the container take them.
+  SoundEncoding encodingOf(uint32_t index) const {
+    const CodecChoice choice = settings_.audioCodec.empty()
+                                   ? choiceOf(defaultAudioCodec(container_))
+                                   : codecByName(settings_.audioCodec, AVMEDIA_TYPE_AUDIO);
+    requireEncodable(container_, choice.codec, settings_.output);
+    const AVStream& own = *source_.formatContext()->streams[index];
+    const AVCodec* const encoder = avcodec_find_encoder_by_name(choice.encoder.c_str());
+    const SoundFormat like = soundFormatLike(own, *encoder, container_);
+    const int only = onlySampleRate(container_);
+    SoundEncoding sound{.codec = choice.codec, .encoder = choice.encoder, .bits = like.bits};
+    sound.sampleRate = settings_.sampleRate.value_or(only > 0 ? only : like.sampleRate);
+    sound.channelLayout = settings_.channelLayout.value_or(like.layout);
+    sound.bitrate = settings_.audioBitrate.value_or(
+        kBitsPerChannel * lm_get_channel_layout_nb_channels(sound.channelLayout));
+    sound.volume = settings_.volume;
+    sound.options = settings_.audioOptions;
+    return sound;
+  }
+
+  void requireSomething() const {
+    const bool hasSound = std::ranges::any_of(input_.audioTracks,
+                                              [](const auto& track) { return track.has_value(); });
+    if (!input_.mainVideo && !hasSound)
       throw Failure::input(
           settings_.input,
           fmt::format("'{}' has no picture and no sound that can be decoded", settings_.input));
-    plan_.video = actionFor(settings_.video, settings_.videoCodec, hasVideo,
-                            defaultVideoCodec(container_, settings_.output));
-    plan_.audio = actionFor(settings_.audio, settings_.audioCodec, !plan_.audioIndexes.empty(),
-                            defaultAudioCodec(container_));
-    if (plan_.video == StreamAction::kNone) plan_.videoIndex.reset();
-    if (plan_.audio == StreamAction::kNone) plan_.audioIndexes.clear();
-    for (uint32_t track = 0; track < plan_.audioIndexes.size(); ++track)
-      plan_.audioTracks.insert(track);
-    if (plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone)
+    if (!plan_.pictures() && plan_.kept(Kind::kAudio).empty())
       throw Failure::output(
           settings_.output,
           fmt::format("nothing to convert: '{}' has no stream that goes into '{}'", settings_.input,
                       settings_.output));
-    if (plan_.video == StreamAction::kEncode) {
-      const VideoInfo& video = pictures().video;
-      if (video.width <= 0 || video.height <= 0)
-        throw Failure::input(
-            settings_.input,
-            fmt::format("cannot convert '{}': its video has no size", settings_.input));
+  }
+
+  bool encodes(Kind kind) const {
+    const auto kept = plan_.kept(kind);
+    return std::ranges::any_of(
+        kept, [](const PlannedStream* stream) { return stream->action == StreamAction::kEncode; });
+  }
+
+  /// Subtitles go along as they are where the container holds them, or texts in its own form. What
+  /// is drawn into the pictures is not lost.
+  void planSubtitles() {
+    const bool draws = encodes(Kind::kVideo) && settings_.look.subtitleTrack;
+    const auto drawn =
+        draws ? subtitleStreamOf(source_, *settings_.look.subtitleTrack) : std::nullopt;
+    uint32_t track = 0;
+    for (const StreamInfo& stream : input_.streams) {
+      if (stream.kind != Kind::kSubtitle) continue;
+      const uint32_t number = track++;
+      if (drawn == stream.index) {
+        plan_.streams.push_back(planned(stream, StreamAction::kBurnIn));
+        continue;
+      }
+      if (!settings_.keepsSubtitles || !isChosen(settings_.subtitleTracks, number, stream)) {
+        leaveOut(stream, "");
+        continue;
+      }
+      const AVCodecID codec = source_.formatContext()->streams[stream.index]->codecpar->codec_id;
+      const AVCodecDescriptor* known = avcodec_descriptor_get(codec);
+      const bool isText = known && (known->props & AV_CODEC_PROP_TEXT_SUB);
+      const AVCodecID form = isText ? textCodecOf(container_) : AV_CODEC_ID_NONE;
+      if (holdsSubtitles(container_, codec, settings_.output)) {
+        plan_.streams.push_back(planned(stream, StreamAction::kCopy));
+      } else if (form != AV_CODEC_ID_NONE && avcodec_find_decoder(codec) &&
+                 avcodec_find_encoder(form)) {
+        plan_.streams.push_back(planned(stream, StreamAction::kEncode));
+        plan_.streams.back().subtitleCodec = form;
+      } else {
+        leaveOut(stream, fmt::format("{} cannot hold {}", container_.name, stream.codec));
+      }
     }
+  }
+
+  static bool isChosen(const TrackChoice& choice, uint32_t number, const StreamInfo& stream) {
+    switch (choice.kind) {
+      case TrackChoice::Kind::kNumbers:
+        return choice.numbers.contains(number);
+      case TrackChoice::Kind::kLanguage:
+        return isSameLanguage(stream.language, choice.language);
+      default:
+        return true;
+    }
+  }
+
+  /// Covers, attachments and data.
+  void planOthers() {
+    const AVFormatContext& context = *source_.formatContext();
+    for (const StreamInfo& stream : input_.streams) {
+      const bool isAttachment = stream.kind == Kind::kAttachment;
+      if (!stream.video.isCover && !isAttachment && stream.kind != Kind::kData) continue;
+      if (isService(*context.streams[stream.index])) continue;
+      const bool isHeld = isAttachment ? holdsAttachments(container_)
+                                       : stream.video.isCover && holdsCovers(container_);
+      if (!settings_.keepsAttachments)
+        leaveOut(stream, "");
+      else if (isHeld)
+        plan_.streams.push_back(planned(stream, StreamAction::kCopy));
+      else
+        leaveOut(stream, stream.kind == Kind::kData
+                             ? "only pictures, sound and subtitles are taken along"
+                             : fmt::format("{} cannot hold it", container_.name));
+    }
+  }
+
+  void planSpan() {
+    plan_.start = settings_.start;
+    // Pictures alone begin with the first of them, wherever the sound that stays behind began.
+    if (pictures_ && plan_.pictures()->action == StreamAction::kEncode &&
+        plan_.kept(Kind::kAudio).empty())
+      plan_.start = std::max(plan_.start, beginOf(*pictures_, input_));
+    plan_.end = settings_.end;
+    if (settings_.chapters) planChapters(*settings_.chapters);
+    constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
+    if (settings_.duration)
+      plan_.end = plan_.start + std::min(*settings_.duration, kNever - plan_.start);
   }
 
   /// The span of the chosen chapters.
@@ -197,70 +382,38 @@ class Planner {
     if (range.last < count) plan_.end = toMovie(input_.chapters[range.last - 1].end);
   }
 
-  void planVideo() {
-    const AVCodecID codec = settings_.videoCodec.empty()
-                                ? defaultVideoCodec(container_, settings_.output)
-                                : codecByName(settings_.videoCodec, AVMEDIA_TYPE_VIDEO);
-    requireEncodable(container_, codec, settings_.output);
-    const VideoInfo& video = pictures().video;
+  CodecChoice videoChoice() const {
+    return settings_.videoCodec.empty() ? choiceOf(defaultVideoCodec(container_, settings_.output))
+                                        : codecByName(settings_.videoCodec, AVMEDIA_TYPE_VIDEO);
+  }
+
+  void planVideo(const StreamInfo& stream) {
+    const CodecChoice choice = videoChoice();
+    requireEncodable(container_, choice.codec, settings_.output);
+    const VideoInfo& video = stream.video;
     plan_.look = settings_.look;
     plan_.deinterlacing = settings_.deinterlacing.value_or(source_.isDVD() ? Deinterlacing::kAuto
                                                                            : Deinterlacing::kOff);
     plan_.picture = picture_;
-    const Shape shape = outputShape(settings_, Look(settings_.look, video, picture_));
-    const Rational wanted = settings_.fps.value_or(video.frameRate.value_or(kUsualRate));
-    const AVRational rate = supportedRate({wanted.num, wanted.den}, *avcodec_find_encoder(codec));
-    plan_.format.video_codec = codec;
+    const Look look(settings_.look, video, picture_);
+    const Shape shape = outputShape(settings_, look);
+    const Rational own = video.frameRate.value_or(kUsualRate);
+    const bool isLimited =
+        settings_.maxFps &&
+        av_cmp_q({own.num, own.den}, {settings_.maxFps->num, settings_.maxFps->den}) > 0;
+    const Rational wanted = settings_.fps.value_or(isLimited ? *settings_.maxFps : own);
+    const AVRational rate = supportedRate({wanted.num, wanted.den},
+                                          *avcodec_find_encoder_by_name(choice.encoder.c_str()));
+    plan_.format.video_codec = choice.codec;
+    plan_.videoEncoder = choice.encoder;
     plan_.format.width = shape.width;
     plan_.format.height = shape.height;
     plan_.format.aspect = static_cast<float>(shape.aspect);
     plan_.setRate({rate.num, rate.den});
-    plan_.format.video_bitrate =
-        settings_.videoBitrate.value_or(videoBitrateFor(shape, av_q2d(rate), codec));
-    plan_.color = outputColor(video.color, shape, codec);
-    planVideoOptions(rate);
-  }
-
-  void planVideoOptions(AVRational rate) {
-    auto& options = plan_.videoOptions;
-    const AVCodecID codec = static_cast<AVCodecID>(plan_.format.video_codec);
-    const bool hasPresets = codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC;
-    if (codec == AV_CODEC_ID_H264)
-      options["g"] = std::to_string(std::max(1L, std::lround(2 * av_q2d(rate))));
-    if (settings_.crf) {
-      if (hasPresets) requireNumber("crf", *settings_.crf, 0, kWorstQuantizer);
-      options["crf"] = fmt::format("{}", *settings_.crf);
-      options["b"] = "0";
-    }
-    if (!settings_.encoderPreset.empty()) options["preset"] = settings_.encoderPreset;
-    for (const auto& [key, value] : settings_.videoOptions) options[key] = value;
-    if (hasPresets && options.contains("preset")) requirePreset(options["preset"]);
-  }
-
-  void planAudio() {
-    const AVCodecID codec = settings_.audioCodec.empty()
-                                ? defaultAudioCodec(container_)
-                                : codecByName(settings_.audioCodec, AVMEDIA_TYPE_AUDIO);
-    requireEncodable(container_, codec, settings_.output);
-    const int64_t layout = audioLayout();
-    plan_.format.audio_codec = codec;
-    plan_.format.channel_layout = layout;
-    const int only = onlySampleRate(container_);
-    plan_.format.sample_rate = settings_.sampleRate.value_or(
-        ratesLike(only > 0 ? only : kEngineRate, *avcodec_find_encoder(codec)).front());
-    const int channels = lm_get_channel_layout_nb_channels(layout);
-    plan_.format.audio_bitrate = settings_.audioBitrate.value_or(96000 * channels);
-    plan_.audioOptions = settings_.audioOptions;
-    plan_.volume = settings_.volume;
-  }
-
-  int64_t audioLayout() const {
-    if (settings_.channelLayout) return *settings_.channelLayout;
-    const std::vector<uint32_t> indexes(plan_.audioIndexes.begin(), plan_.audioIndexes.end());
-    const bool isMono = std::ranges::all_of(plan_.audioTracks, [&](uint32_t track) {
-      return input_.streams[indexes[track]].audio.channels == 1;
-    });
-    return lm_get_default_channel_layout(isMono ? 1 : 2);
+    plan_.keepsTimes = !settings_.fps && !isLimited && holdsTimes(container_, choice.codec) &&
+                       av_cmp_q(rate, {own.num, own.den}) == 0;
+    plan_.color = outputColor(video.color, shape, choice.codec);
+    planEncoding(plan_, settings_, video, look.isPlain(), container_);
   }
 
   /// The index comes first, so that a player can start before the whole file is there.
@@ -272,6 +425,7 @@ class Planner {
   const std::optional<Area>& picture_;
   const LMMediaSource& source_;
   const MediaInfo input_;
+  const StreamInfo* pictures_ = nullptr;  // that are kept
   const AVOutputFormat& container_;
   ConversionPlan plan_;
 };

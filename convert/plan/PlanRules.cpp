@@ -4,8 +4,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <iterator>
 #include <limits>
 
 #include "convert/probe/Codecs.h"
@@ -19,6 +17,8 @@ namespace kestrel {
 
 namespace {
 
+using Kind = StreamInfo::Kind;
+
 constexpr int kMost = std::numeric_limits<int>::max();
 
 class PlanRules {
@@ -27,12 +27,14 @@ class PlanRules {
       : plan_(plan), input_(input), output_(output), container_(container()) {}
 
   void check() const {
-    requireAction("video", plan_.video);
-    requireAction("audio", plan_.audio);
-    const bool isEmpty = plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone;
-    if (isEmpty) refuse("video", "neither pictures nor sound are to be converted");
-    if (plan_.video != StreamAction::kNone) checkVideo();
-    if (plan_.audio != StreamAction::kNone) checkAudio();
+    for (const PlannedStream& stream : plan_.streams)
+      if (stream.isKept()) checkStream(stream);
+    const auto pictures = plan_.kept(Kind::kVideo);
+    if (pictures.empty() && plan_.kept(Kind::kAudio).empty())
+      refuse("streams", "neither pictures nor sound are to be converted");
+    if (pictures.size() > 1) refuse("streams", "one stream of pictures can be kept");
+    if (!pictures.empty() && pictures.front()->action == StreamAction::kEncode)
+      checkPictures(*input_.streams[pictures.front()->sources.front()]);
     requireNumber("start", static_cast<double>(plan_.start), 0, kLatestTime);
     if (plan_.end && *plan_.end < plan_.start) refuse("end", "it lies before the start");
   }
@@ -44,18 +46,40 @@ class PlanRules {
     return *known;
   }
 
-  const AVStream& streamAt(const std::string& member, uint32_t index, AVMediaType type) const {
-    if (index >= input_.nb_streams || input_.streams[index]->codecpar->codec_type != type)
-      refuse(member, fmt::format("'{}' is no {} stream of the input", index,
-                                 av_get_media_type_string(type)));
-    return *input_.streams[index];
+  static AVMediaType typeOf(Kind kind) {
+    switch (kind) {
+      case Kind::kVideo:
+        return AVMEDIA_TYPE_VIDEO;
+      case Kind::kAudio:
+        return AVMEDIA_TYPE_AUDIO;
+      case Kind::kSubtitle:
+        return AVMEDIA_TYPE_SUBTITLE;
+      case Kind::kAttachment:
+        return AVMEDIA_TYPE_ATTACHMENT;
+      default:
+        return AVMEDIA_TYPE_DATA;
+    }
   }
 
-  void checkVideo() const {
-    if (!plan_.videoIndex) refuse("videoIndex", "no stream is named");
-    const AVStream& stream = streamAt("videoIndex", *plan_.videoIndex, AVMEDIA_TYPE_VIDEO);
-    if (plan_.video == StreamAction::kCopy)
-      return requireContainerTakes(container_, stream, output_);
+  void checkStream(const PlannedStream& stream) const {
+    requireAction("streams.action", stream.action);
+    if (stream.sources.empty()) refuse("streams.sources", "no stream is named");
+    for (const uint32_t index : stream.sources)
+      if (index >= input_.nb_streams ||
+          input_.streams[index]->codecpar->codec_type != typeOf(stream.kind))
+        refuse("streams.sources", fmt::format("'{}' is no {} stream of the input", index,
+                                              av_get_media_type_string(typeOf(stream.kind))));
+    const bool isMix = stream.kind == Kind::kAudio && stream.action == StreamAction::kEncode;
+    if (stream.sources.size() > 1 && !isMix)
+      refuse("streams.sources", "only sound that is encoded can be a mix");
+    const bool isMovie =
+        !stream.isCover && (stream.kind == Kind::kVideo || stream.kind == Kind::kAudio);
+    if (stream.action == StreamAction::kCopy && isMovie)
+      requireContainerTakes(container_, *input_.streams[stream.sources.front()], output_);
+    if (isMix) checkSound(stream.sound);
+  }
+
+  void checkPictures(const AVStream& stream) const {
     const auto& format = plan_.format;
     requireEncodable(container_, static_cast<AVCodecID>(format.video_codec), output_);
     requireNumber("format.width", format.width, 1, kMost);
@@ -76,28 +100,12 @@ class PlanRules {
     if (!isWithin) refuse("picture", "it reaches beyond the stored picture");
   }
 
-  void checkAudio() const {
-    for (const uint32_t index : plan_.audioIndexes)
-      streamAt("audioIndexes", index, AVMEDIA_TYPE_AUDIO);
-    if (plan_.audioTracks.empty()) refuse("audioTracks", "no track is chosen");
-    for (const uint32_t track : plan_.audioTracks)
-      if (track >= plan_.audioIndexes.size())
-        refuse("audioTracks", fmt::format("'{}' is none of the {} that are opened", track,
-                                          plan_.audioIndexes.size()));
-    if (plan_.audio == StreamAction::kCopy) return checkCopiedAudio();
-    const auto& format = plan_.format;
-    requireEncodable(container_, static_cast<AVCodecID>(format.audio_codec), output_);
-    requireNumber("format.sample_rate", format.sample_rate, 1, kMost);
-    requireNumber("format.audio_bitrate", format.audio_bitrate, 0, kMost);
-    requireLayout("format.channel_layout", format.channel_layout);
-    requireVolume("volume", plan_.volume);
-  }
-
-  void checkCopiedAudio() const {
-    if (plan_.audioTracks.size() > 1)
-      refuse("audioTracks", "only one audio track can be copied at a time");
-    const uint32_t index = *std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin());
-    requireContainerTakes(container_, *input_.streams[index], output_);
+  void checkSound(const SoundEncoding& sound) const {
+    requireEncodable(container_, static_cast<AVCodecID>(sound.codec), output_);
+    requireNumber("sound.sampleRate", sound.sampleRate, 1, kMost);
+    requireNumber("sound.bitrate", sound.bitrate, 0, kMost);
+    requireLayout("sound.channelLayout", sound.channelLayout);
+    requireVolume("sound.volume", sound.volume);
   }
 
   const ConversionPlan& plan_;

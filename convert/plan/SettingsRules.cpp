@@ -12,35 +12,8 @@ namespace kestrel {
 
 namespace {
 
-constexpr double kWorstQuality = 63;  // of all encoders that know a constant quality
-
-/// Refuses what shapes streams that are encoded where they are not.
-void requireSense(const ConversionSettings& s) {
-  const auto isEncoded = [](const std::optional<StreamAction>& action) {
-    return action.value_or(StreamAction::kEncode) == StreamAction::kEncode;
-  };
-  if (!isEncoded(s.video))
-    requireNone({{"videoCodec", !s.videoCodec.empty()},
-                 {"look", s.look != LookSettings{}},
-                 {"deinterlacing", s.deinterlacing.has_value()},
-                 {"width", s.width.has_value()},
-                 {"height", s.height.has_value()},
-                 {"fps", s.fps.has_value()},
-                 {"aspect", s.aspect.has_value()},
-                 {"videoBitrate", s.videoBitrate.has_value()},
-                 {"crf", s.crf.has_value()},
-                 {"encoderPreset", !s.encoderPreset.empty()},
-                 {"videoOptions", !s.videoOptions.empty()}},
-                "the pictures are copied or left out");
-  if (!isEncoded(s.audio))
-    requireNone({{"audioCodec", !s.audioCodec.empty()},
-                 {"audioBitrate", s.audioBitrate.has_value()},
-                 {"sampleRate", s.sampleRate.has_value()},
-                 {"channelLayout", s.channelLayout.has_value()},
-                 {"volume", s.volume != 1},
-                 {"audioOptions", !s.audioOptions.empty()}},
-                "the sound is copied or left out");
-}
+constexpr double kWorstQuality = 63;    // of all encoders that know a constant quality
+constexpr double kLongestGroup = 3600;  // seconds
 
 void requireSpan(const ConversionSettings& s) {
   if (s.chapters) {
@@ -61,21 +34,60 @@ void requireSpan(const ConversionSettings& s) {
 
 }  // namespace
 
+void requireSense(const ConversionSettings& s, bool encodesPictures, bool encodesSound) {
+  if (!encodesPictures)
+    requireNone({{"videoCodec", !s.videoCodec.empty()},
+                 {"look", s.look != LookSettings{}},
+                 {"deinterlacing", s.deinterlacing.has_value()},
+                 {"width", s.width.has_value()},
+                 {"height", s.height.has_value()},
+                 {"fps", s.fps.has_value()},
+                 {"maxFps", s.maxFps.has_value()},
+                 {"aspect", s.aspect.has_value()},
+                 {"videoBitrate", s.videoBitrate.has_value()},
+                 {"quality", s.quality.has_value()},
+                 {"crf", s.crf.has_value()},
+                 {"keyframes", s.keyframes.has_value()},
+                 {"isCompatible", s.isCompatible},
+                 {"encoderPreset", !s.encoderPreset.empty()},
+                 {"videoOptions", !s.videoOptions.empty()}},
+                "no pictures are encoded");
+  if (!encodesSound)
+    requireNone({{"mixesAudio", s.mixesAudio},
+                 {"audioCodec", !s.audioCodec.empty()},
+                 {"audioBitrate", s.audioBitrate.has_value()},
+                 {"sampleRate", s.sampleRate.has_value()},
+                 {"channelLayout", s.channelLayout.has_value()},
+                 {"volume", s.volume != 1},
+                 {"audioOptions", !s.audioOptions.empty()}},
+                "no sound is encoded");
+}
+
 void require(const ConversionSettings& s) {
   requireTitle(s.title);
   whereGiven("video", s.video, requireAction);
   whereGiven("audio", s.audio, requireAction);
-  requireSense(s);
+  const auto mayEncode = [](const std::optional<StreamAction>& action) {
+    return action.value_or(StreamAction::kEncode) == StreamAction::kEncode;
+  };
+  requireSense(s, mayEncode(s.video), mayEncode(s.audio));
   require(s.look);
   whereGiven("deinterlacing", s.deinterlacing, requireDeinterlacing);
   whereGiven("width", s.width, requireSide);
   whereGiven("height", s.height, requireSide);
   whereGiven("fps", s.fps, requireRate);
+  whereGiven("maxFps", s.maxFps, requireRate);
+  if (s.fps && s.maxFps) refuseBeside("maxFps", "a constant rate");
   whereGiven("aspect", s.aspect, requireAspect);
   if (s.crf && s.videoBitrate) refuseBeside("crf", "a bit rate");
+  if (s.quality && (s.videoBitrate || s.crf))
+    refuseBeside("quality", s.crf ? "a constant rate factor" : "a bit rate");
+  if (s.quality) requireNumber("quality", *s.quality, 0, 100);
+  if (s.keyframes) requireNumber("keyframes", *s.keyframes, 0, kLongestGroup);
   whereGiven("videoBitrate", s.videoBitrate, requireBitRate);
   if (s.crf) requireNumber("crf", *s.crf, 0, kWorstQuality);
   requireChoice("audioTracks", s.audioTracks);
+  requireChoice("subtitleTracks", s.subtitleTracks);
   whereGiven("audioBitrate", s.audioBitrate, requireBitRate);
   whereGiven("sampleRate", s.sampleRate, requireSampleRate);
   whereGiven("channelLayout", s.channelLayout, requireLayout);

@@ -85,15 +85,14 @@ std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder) {
   return rates;
 }
 
-SoundFormat soundFormatLike(const AVStream& sound, AVCodecID codec,
+SoundFormat soundFormatLike(const AVStream& sound, const AVCodec& encoder,
                             const AVOutputFormat& container) {
   const AVCodecParameters& own = *sound.codecpar;
-  const AVCodec* encoder = avcodec_find_encoder(codec);
+  const AVCodecID codec = encoder.id;
   SoundFormat format{own.sample_rate, layoutOf(own), keepsAll(codec) ? bitsOf(own) : 0};
-  if (!encoder) return format;
   for (const int64_t layout : layoutsLike(format.layout, codec))
-    for (const int32_t rate : ratesLike(own.sample_rate, *encoder))
-      if (const SoundFormat like{rate, layout, format.bits}; isTaken(like, *encoder, container))
+    for (const int32_t rate : ratesLike(own.sample_rate, encoder))
+      if (const SoundFormat like{rate, layout, format.bits}; isTaken(like, encoder, container))
         return like;
   return {kUsualRate, lm_get_default_channel_layout(2), format.bits};
 }

@@ -3,10 +3,6 @@
 #include <cstdint>
 #include <vector>
 
-extern "C" {
-#include <libavcodec/codec_id.h>
-}
-
 struct AVCodec;
 struct AVOutputFormat;
 struct AVStream;
@@ -25,10 +21,10 @@ struct SoundFormat {
 /// The rates that an encoder knows, the one nearest to `own` first; of one that knows any, `own`.
 std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder);
 
-/// The rate, layout and depth of a track of an input, as far as the codec's encoder and the
-/// container take them: both are asked. Else the nearest rate, and the speakers that the most of
+/// The rate, layout and depth of a track of an input, as far as an encoder and the container take
+/// them: both are asked. Else the nearest rate, and the speakers that the most of
 /// fewer channels usually have.
-SoundFormat soundFormatLike(const AVStream& sound, AVCodecID codec,
+SoundFormat soundFormatLike(const AVStream& sound, const AVCodec& encoder,
                             const AVOutputFormat& container);
 
 }  // namespace kestrel

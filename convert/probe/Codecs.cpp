@@ -14,6 +14,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "convert/probe/EncoderTable.h"
 #include "support/Containers.h"
 #include "support/Words.h"
 
@@ -95,6 +96,18 @@ AVCodecID orElse(const AVOutputFormat& format, AVCodecID own,
   return found == others.end() ? own : *found;
 }
 
+/// All names that a user might have meant.
+std::vector<std::string> namesOfEncoders(AVMediaType type) {
+  std::set<std::string> names;
+  void* position = nullptr;
+  while (const AVCodec* codec = av_codec_iterate(&position))
+    if (av_codec_is_encoder(codec) && codec->type == type) {
+      names.insert(codec->name);
+      names.insert(avcodec_get_name(codec->id));
+    }
+  return {names.begin(), names.end()};
+}
+
 Failure cannotHold(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
   return Failure::output(path, fmt::format("cannot write '{}': the {} format cannot hold {}", path,
                                            format.name, avcodec_get_name(codec)));
@@ -102,36 +115,32 @@ Failure cannotHold(const AVOutputFormat& format, AVCodecID codec, const std::str
 
 }  // namespace
 
-AVCodecID codecByName(const std::string& name, AVMediaType type) {
+CodecChoice choiceOf(AVCodecID codec) {
+  const AVCodec* encoder = bestEncoder(codec);
+  return {codec, encoder ? encoder->name : ""};
+}
+
+CodecChoice codecByName(const std::string& name, AVMediaType type) {
   static const std::map<std::string, std::string> kAliases{
       {"h265", "hevc"}, {"x265", "hevc"}, {"x264", "h264"}, {"avc", "h264"}, {"mpeg-4", "mpeg4"}};
+  const std::string setting = type == AVMEDIA_TYPE_VIDEO ? "videoCodec" : "audioCodec";
   const std::string lowered = lowerCased(name);
   const auto alias = kAliases.find(lowered);
   const std::string& wanted = alias == kAliases.end() ? lowered : alias->second;
-
-  int id = lm_get_codec_id_by_name(wanted);
-  if (id == AV_CODEC_ID_NONE)
-    if (const AVCodecDescriptor* known = avcodec_descriptor_get_by_name(wanted.c_str()))
-      id = known->id;
-  if (id == AV_CODEC_ID_NONE)
-    if (const AVCodec* encoder = avcodec_find_encoder_by_name(wanted.c_str())) id = encoder->id;
-  const auto codec = static_cast<AVCodecID>(id);
-  const std::string setting = type == AVMEDIA_TYPE_VIDEO ? "videoCodec" : "audioCodec";
+  const AVCodecDescriptor* const known = avcodec_descriptor_get_by_name(wanted.c_str());
+  const AVCodec* const encoder = known ? nullptr : avcodec_find_encoder_by_name(wanted.c_str());
+  if (encoder && encoder->type == type) return {encoder->id, encoder->name};
+  // What the engine's hosts have always called a codec.
+  const auto codec = static_cast<AVCodecID>(known ? known->id : lm_get_codec_id_by_name(wanted));
   if (codec == AV_CODEC_ID_NONE || avcodec_get_type(codec) != type)
     throw Failure::settings(
-        fmt::format("unknown {} codec '{}'", av_get_media_type_string(type), name), setting);
-  if (!avcodec_find_encoder(codec))
+        fmt::format("unknown {} codec or encoder '{}'{}", av_get_media_type_string(type), name,
+                    nearestNames(wanted, namesOfEncoders(type))),
+        setting);
+  CodecChoice choice = choiceOf(codec);
+  if (choice.encoder.empty())
     throw Failure::settings(fmt::format("there is no encoder for '{}'", name), setting);
-  return codec;
-}
-
-void requirePreset(const std::string& name) {
-  static const std::vector<std::string> kPresets{"ultrafast", "superfast", "veryfast", "faster",
-                                                 "fast",      "medium",    "slow",     "slower",
-                                                 "veryslow",  "placebo"};
-  if (!std::ranges::count(kPresets, name))
-    throw Failure::settings(
-        fmt::format("unknown preset '{}'{}", name, nearestNames(name, kPresets)), "encoderPreset");
+  return choice;
 }
 
 const AVOutputFormat& outputFormatFor(const std::string& path) {
@@ -174,6 +183,38 @@ bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::st
   const bool isForDiscs = lowerCased(path).ends_with(".m2ts");
   return codec == AV_CODEC_ID_DVB_SUBTITLE || codec == AV_CODEC_ID_DVB_TELETEXT ||
          (codec == AV_CODEC_ID_HDMV_PGS_SUBTITLE && isForDiscs);
+}
+
+AVCodecID textCodecOf(const AVOutputFormat& format) {
+  static const std::map<std::string_view, AVCodecID> kForms{
+      {"mp4", AV_CODEC_ID_MOV_TEXT},  {"mov", AV_CODEC_ID_MOV_TEXT},
+      {"ipod", AV_CODEC_ID_MOV_TEXT}, {"matroska", AV_CODEC_ID_SUBRIP},
+      {"webm", AV_CODEC_ID_WEBVTT},   {"srt", AV_CODEC_ID_SUBRIP},
+      {"ass", AV_CODEC_ID_ASS},       {"webvtt", AV_CODEC_ID_WEBVTT}};
+  const auto form = kForms.find(format.name);
+  return form == kForms.end() ? AV_CODEC_ID_NONE : form->second;
+}
+
+bool holdsTimes(const AVOutputFormat& format, AVCodecID codec) {
+  static const std::set<std::string_view> kContainers{"mp4",  "mov",    "ipod", "matroska",
+                                                      "webm", "mpegts", "flv",  "nut"};
+  static const std::set<AVCodecID> kCodecs{AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_VP8,
+                                           AV_CODEC_ID_VP9,  AV_CODEC_ID_AV1,  AV_CODEC_ID_FFV1,
+                                           AV_CODEC_ID_MJPEG};
+  return kContainers.contains(format.name) && kCodecs.contains(codec);
+}
+
+bool holdsOneSound(const AVOutputFormat& format) {
+  static const std::set<std::string_view> kNames{
+      "wav", "w64", "mp3", "mp2",  "flac", "adts", "ac3", "eac3",   "aiff",  "au",  "tta", "wv",
+      "amr", "caf", "flv", "opus", "oga",  "latm", "dts", "truehd", "spdif", "voc", "mmf"};
+  return kNames.contains(format.name);
+}
+
+bool holdsChapters(const AVOutputFormat& format) {
+  static const std::set<std::string_view> kNames{"asf", "mp3",  "nut", "ogg",  "oga",
+                                                 "ogv", "opus", "spx", "aiff", "ffmetadata"};
+  return takesLateChapters(format) || kNames.contains(format.name);
 }
 
 int onlySampleRate(const AVOutputFormat& format) {

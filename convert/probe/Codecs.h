@@ -17,9 +17,19 @@ namespace kestrel {
 /// The container that a file's name asks for; throws when none is known by that name.
 const AVOutputFormat& outputFormatFor(const std::string& path);
 
-/// The codec that a user's name means ("h264", "x265", "libvorbis"). Throws unless it is of that
-/// type and can be encoded.
-AVCodecID codecByName(const std::string& name, AVMediaType type);
+/// A codec and the encoder that writes it, by FFmpeg's name.
+struct CodecChoice {
+  AVCodecID codec = AV_CODEC_ID_NONE;
+  std::string encoder = {};
+};
+
+/// The best encoder of a codec.
+CodecChoice choiceOf(AVCodecID codec);
+
+/// What a user's name means: of a codec ("h264", "x265") its best encoder, of an encoder
+/// ("h264_nvenc", "libaom-av1") exactly that one. Throws unless it is of that type and there is an
+/// encoder.
+CodecChoice codecByName(const std::string& name, AVMediaType type);
 
 /// The codec that pictures get without a word, none where the file is for sound.
 AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& path);
@@ -36,6 +46,18 @@ void requireContainerHolds(const AVOutputFormat& format, AVCodecID codec, const 
 /// Whether it has a place for such subtitles, whose times are the container's.
 bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
 
+/// The form of text subtitles that a container has, for texts in another form; none where it has
+/// none.
+AVCodecID textCodecOf(const AVOutputFormat& format);
+
+/// Whether pictures of a codec may come at any time in it, not only at a constant rate.
+bool holdsTimes(const AVOutputFormat& format, AVCodecID codec);
+
+/// Whether it holds no more than one track of sound.
+bool holdsOneSound(const AVOutputFormat& format);
+
+bool holdsChapters(const AVOutputFormat& format);
+
 /// Whether the container's muxer says that it takes a codec; where it says nothing, it may still
 /// refuse it when the file is begun.
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec);
@@ -50,9 +72,5 @@ void requireContainerTakes(const AVOutputFormat& format, const AVStream& stream,
 
 /// Throws unless it can be encoded, too.
 void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path);
-
-/// Throws unless it is a preset of the H.264 and HEVC encoders, which would complain on standard
-/// error by themselves.
-void requirePreset(const std::string& name);
 
 }  // namespace kestrel

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -21,6 +22,7 @@
 #include <kestrel/convert/OutputFile.h>
 #include "convert/feed/JobQueue.h"
 #include "convert/feed/PictureMaker.h"
+#include "convert/feed/Readers.h"
 #include "convert/feed/Tracks.h"
 #include "convert/pictures/AutoCrop.h"
 #include "convert/plan/ConversionPlanner.h"
@@ -38,6 +40,8 @@ extern "C" {
 namespace kestrel {
 
 namespace {
+
+using Kind = StreamInfo::Kind;
 
 constexpr int64_t kSecond = 1000000;
 
@@ -124,13 +128,9 @@ class Conversion::Work {
 
   void openMovie() {
     movie_.setExportMovie(true);
-    movie_.setCopy_video_stream(plan_.video == StreamAction::kCopy);
-    movie_.setCopy_audio_stream(plan_.audio == StreamAction::kCopy);
-    movie_.setVolume(plan_.volume);
-    movie_.openMedias(createMedias(streamsOf(plan_)));
-    if (!movie_.hasVideo()) plan_.video = StreamAction::kNone;
-    if (!movie_.hasAudio()) plan_.audio = StreamAction::kNone;
-    if (plan_.video == StreamAction::kNone && plan_.audio == StreamAction::kNone)
+    movie_.openMedias(openReaders(source_, plan_));
+    for (PlannedStream& stream : plan_.streams) leaveOutUnread(stream);
+    if (plan_.kept(Kind::kVideo).empty() && plan_.kept(Kind::kAudio).empty())
       throw Failure::input(
           settings_.input,
           fmt::format("cannot convert '{}': none of its streams can be decoded", settings_.input));
@@ -142,77 +142,121 @@ class Conversion::Work {
                               "start");
   }
 
+  /// Leaves out what no decoder opens.
+  void leaveOutUnread(PlannedStream& stream) const {
+    const bool isRead = stream.kind == Kind::kVideo || stream.kind == Kind::kAudio;
+    if (!stream.isKept() || stream.isCover || !isRead) return;
+    std::erase_if(stream.sources,
+                  [&](uint32_t index) { return !readerOf(movie_.medias(), index).stream; });
+    if (!stream.sources.empty()) return;
+    stream.action = StreamAction::kNone;
+    stream.reason = "it cannot be decoded";
+  }
+
+  bool encodesPictures() const {
+    return plan_.pictures() && plan_.pictures()->action == StreamAction::kEncode;
+  }
+
   void applyLook() {
-    if (plan_.video != StreamAction::kEncode) return;
-    const Look look(plan_.look, info_.streams[*plan_.videoIndex].video, plan_.picture);
+    if (!encodesPictures()) return;
+    const VideoInfo& video = info_.streams[plan_.pictures()->sources.front()].video;
+    const Look look(plan_.look, video, plan_.picture);
     isPlain_ = look.isPlain();
     if (isPlain_) return;
     look.apply(movie_,
                {static_cast<double>(plan_.format.width), static_cast<double>(plan_.format.height)});
   }
 
-  /// Sound and pictures come from a reader each, so that neither waits for the other's decoding.
-  /// Packets that only pass through come from one: the file is read once.
-  LMFFMovie::MediaList createMedias(const IndexSet& streams) {
-    if (plan_.video != StreamAction::kCopy || plan_.audio != StreamAction::kCopy)
-      return source_->createMediasWithStreams(streams);
-    auto media = std::make_shared<LMFFMedia>();
-    media->setSource(source_);
-    media->setSelectStreams(streams);
-    return {media};
-  }
-
   void openOutput(const std::string& path) {
     setUpOutput(output_, plan_, path, events_.interrupt);
-    if (plan_.keepsMetadata) keepMetadata();
+    if (plan_.keepsMetadata) {
+      output_.setMetadata(lastingTags(info_.tags));
+      output_.setChapters(chaptersOf(info_, plan_.start, plan_.end.value_or(INT64_MAX)));
+    }
     // From a later start on, packets that bring a delay are sound that was heard before.
     if (plan_.start == 0) output_.setCopiedSoundBegin(-kLongestDelay);
-    openStreams();
+    const AVFormatContext& input = *source_->formatContext();
+    for (const PlannedStream& stream : plan_.streams)
+      if (stream.isKept()) {
+        outputs_.push_back({&stream, openPlannedStream(output_, stream, input)});
+        if (!outputs_.back().stream) requireOutput(output_, settings_.output);
+      }
     output_.startOutput();
     requireOutput(output_, settings_.output);
   }
 
-  void openStreams() {
-    const bool hasVideo = plan_.video != StreamAction::kNone;
-    const bool hasAudio = plan_.audio != StreamAction::kNone;
-    if (plan_.video == StreamAction::kEncode) output_.openVideo();
-    if (plan_.video == StreamAction::kCopy) output_.copyVideoMedia(movie_.videoMedia());
-    if (plan_.audio == StreamAction::kEncode) output_.openAudio();
-    if (plan_.audio == StreamAction::kCopy) output_.copyAudioMedia(movie_.audios().back());
-    if (output_.isVideoOpen() != hasVideo || output_.isAudioOpen() != hasAudio)
-      requireOutput(output_, settings_.output);
-  }
+  /// A stream of the plan, and where it is written.
+  struct Output {
+    const PlannedStream* planned;
+    AVStream* stream;
+  };
 
-  void keepMetadata() {
-    output_.setMetadata(lastingTags(info_.tags));
-    output_.setChapters(chaptersOf(info_, plan_.start, plan_.end.value_or(INT64_MAX)));
-    if (plan_.video != StreamAction::kNone)
-      output_.setVideoMetadata(languageTag(info_.streams[*plan_.videoIndex]));
-    if (plan_.audio != StreamAction::kNone)
-      output_.setAudioMetadata(languageTag(info_.streams[firstSound()]));
-  }
-
-  /// The container index of the first of the chosen sound tracks.
-  uint32_t firstSound() const {
-    return *std::next(plan_.audioIndexes.begin(), *plan_.audioTracks.begin());
-  }
-
-  std::vector<std::unique_ptr<Track>> makeTracks(int64_t preroll) {
-    std::vector<std::unique_ptr<Track>> tracks;
-    if (plan_.video == StreamAction::kEncode) {
+  std::unique_ptr<Track> makeTrack(const Output& output, const Span& span, int64_t preroll,
+                                   const Track* leader) {
+    const PlannedStream& planned = *output.planned;
+    if (planned.kind == Kind::kVideo && planned.action == StreamAction::kEncode) {
       auto maker =
           isPlain_ ? nullptr : std::make_unique<PictureMaker>(movie_, *output_.videoConverter());
-      tracks.push_back(std::make_unique<EncodedVideoTrack>(movie_, plan_, std::move(maker)));
+      const bool drawsTexts = plan_.look.subtitleTrack || !plan_.look.subtitles.empty();
+      if (plan_.keepsTimes)
+        return std::make_unique<TimedVideoTrack>(movie_, span, plan_.rate(), drawsTexts,
+                                                 std::move(maker));
+      return std::make_unique<EncodedVideoTrack>(movie_, span, plan_.rate(), std::move(maker));
     }
-    if (plan_.video == StreamAction::kCopy)
-      tracks.push_back(std::make_unique<CopiedTrack>(movie_, plan_, true, nullptr));
-    const bool hasOneMedia = movie_.medias().size() == 1 && !tracks.empty();
-    const Track* reader = hasOneMedia ? tracks.front().get() : nullptr;
-    if (plan_.audio == StreamAction::kEncode)
-      tracks.push_back(std::make_unique<EncodedAudioTrack>(movie_, plan_, preroll, reader));
-    if (plan_.audio == StreamAction::kCopy)
-      tracks.push_back(std::make_unique<CopiedTrack>(movie_, plan_, false, reader));
+    if (planned.kind == Kind::kAudio && planned.action == StreamAction::kEncode) {
+      std::vector<AudioFeed::Input> inputs;
+      for (const uint32_t index : planned.sources) {
+        const ReadStream read = readerOf(movie_.medias(), index);
+        inputs.push_back({read.media, read.stream});
+      }
+      return std::make_unique<EncodedAudioTrack>(AudioFeed(inputs), output.stream, span, preroll,
+                                                 levelOf(planned), leader);
+    }
+    const ReadStream read = readerOf(movie_.medias(), planned.sources.front());
+    return std::make_unique<CopiedTrack>(read.media, read.stream, output.stream, span, leader);
+  }
+
+  /// Sound that is mixed, from several tracks or into fewer channels, or amplified may rise above
+  /// full scale.
+  EncodedAudioTrack::Level levelOf(const PlannedStream& planned) const {
+    const auto& sound = planned.sound;
+    const int channels = lm_get_channel_layout_nb_channels(sound.channelLayout);
+    const bool isMixed = std::ranges::any_of(planned.sources, [&](uint32_t index) {
+      return info_.streams[index].audio.channels > channels;
+    });
+    return {sound.volume, isMixed || planned.sources.size() > 1 || sound.volume > 1};
+  }
+
+  /// The pictures' track comes first. In each media one track reads: that of the pictures or, where
+  /// there are none, of the first sound that is encoded, else of the first stream. Sound that is
+  /// encoded reads for itself but where it would read pictures.
+  std::vector<std::unique_ptr<Track>> makeTracks(int64_t preroll) {
+    const Span span{plan_.start, plan_.end};
+    std::vector<Output> wanted;
+    for (const Output& output : outputs_)
+      if (isTrack(*output.planned)) wanted.push_back(output);
+    std::ranges::stable_sort(wanted, {}, [](const Output& output) {
+      const PlannedStream& planned = *output.planned;
+      if (planned.kind == Kind::kVideo) return 0;
+      if (planned.kind == Kind::kAudio) return planned.action == StreamAction::kEncode ? 1 : 2;
+      return 3;
+    });
+    std::vector<std::unique_ptr<Track>> tracks;
+    std::map<const LMFFMedia*, const Track*> leaders;
+    for (const Output& output : wanted) {
+      const auto media = readerOf(movie_.medias(), output.planned->sources.front()).media;
+      const auto leader = leaders.find(media.get());
+      const bool isSound =
+          output.planned->kind == Kind::kAudio && output.planned->action == StreamAction::kEncode;
+      const bool follows = leader != leaders.end() && (!isSound || media->hasVideo());
+      tracks.push_back(makeTrack(output, span, preroll, follows ? leader->second : nullptr));
+      leaders.try_emplace(media.get(), tracks.back().get());
+    }
     return tracks;
+  }
+
+  static bool isTrack(const PlannedStream& stream) {
+    return !stream.isCover && stream.kind != Kind::kAttachment;
   }
 
   /// Reads and decodes on the movie's queue, in one piece of work there, so that no picture has to
@@ -238,8 +282,7 @@ class Conversion::Work {
     const int64_t end = std::min(plan_.end.value_or(INT64_MAX), movie_.duration());
     Progress progress{.duration = knownLength(end - plan_.start)};
     JobQueue encoding(kMostJobs);
-    const bool isEncoding =
-        plan_.video == StreamAction::kEncode || plan_.audio == StreamAction::kEncode;
+    const bool isEncoding = this->isEncoding();
     while (!events_.isInterrupted()) {
       const auto behind =
           std::ranges::min_element(tracks, {}, [](const auto& track) { return track->time(); });
@@ -249,7 +292,7 @@ class Conversion::Work {
       if (events_.progress) events_.progress(progress);
       Track::Job job = (*behind)->step();
       if (!job) continue;
-      if (plan_.video != StreamAction::kNone && behind == tracks.begin()) ++progress.pictures;
+      if (plan_.pictures() && behind == tracks.begin()) ++progress.pictures;
       // A packet is written where it was read, while it is still in that core's cache.
       if (!isEncoding) {
         carryOut(job);
@@ -259,11 +302,19 @@ class Conversion::Work {
     }
     if (events_.isInterrupted()) return;
     for (const auto& track : tracks) inputEnd_ = std::max(inputEnd_, track->end());
-    if (plan_.audio == StreamAction::kEncode) encoding.push([this] { output_.finishAudio(); });
+    for (const auto& track : tracks)
+      if (Track::Job rest = track->finish())
+        encoding.push([this, rest = std::move(rest)] { carryOut(rest); });
     encoding.finish();
     if (inputEnd_ == 0)
       throw Failure::input(settings_.input,
                            fmt::format("nothing could be decoded from '{}'", settings_.input));
+  }
+
+  bool isEncoding() const {
+    return std::ranges::any_of(plan_.streams, [](const PlannedStream& stream) {
+      return stream.action == StreamAction::kEncode && stream.kind != Kind::kSubtitle;
+    });
   }
 
   void carryOut(const Track::Job& job) {
@@ -276,7 +327,7 @@ class Conversion::Work {
     InputEnd end = faultsOf(movie_);
     end.reached = plan_.start + inputEnd_;
     Report report;
-    report.leftOut = leftOutBy(settings_, plan_, *source_);
+    report.leftOut = leftOutBy(plan_, info_, settings_.input, *source_->formatContext());
     judgeDisc(report, settings_, *source_);
     const IndexSet streams = streamsOf(plan_);
     const AVFormatContext& input = *source_->formatContext();
@@ -298,6 +349,7 @@ class Conversion::Work {
   bool isPlain_ = true;  // the pictures go to the encoder as they were decoded
   LMFFMovie movie_;
   LMFFMovieFileOutput output_;
+  std::vector<Output> outputs_;
   int64_t inputEnd_ = 0;  // how much of the input there was, microseconds after the start
 };
 

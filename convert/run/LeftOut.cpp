@@ -1,15 +1,13 @@
 #include "convert/run/LeftOut.h"
 
-#include <kestrel/LMMediaSource.h>
 #include <kestrel/convert/MediaInfo.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
-#include <optional>
 #include <string_view>
 
+#include "convert/probe/Codecs.h"
 #include "convert/probe/StreamsLeftOut.h"
 #include "support/Words.h"
 
@@ -61,69 +59,34 @@ std::string nameOf(const StreamInfo& stream) {
   return facts.empty() ? name : fmt::format("{} ({})", name, fmt::join(facts, ", "));
 }
 
-/// Whether a stream stays behind because of what was asked for, which is no surprise.
-bool isUnwanted(const StreamInfo& stream, const ConversionSettings& settings,
-                const ConversionPlan& plan) {
-  if (stream.kind == Kind::kVideo) return settings.video == StreamAction::kNone;
-  if (stream.kind == Kind::kAudio)
-    return settings.audio == StreamAction::kNone ||
-           settings.audioTracks.kind != TrackChoice::Kind::kUsual;
-  return stream.kind == Kind::kSubtitle && plan.video == StreamAction::kEncode &&
-         plan.look.subtitleTrack;
-}
-
-std::string whyLeftOut(const StreamInfo& stream, const ConversionPlan& plan,
-                       const MediaInfo& info) {
-  if (stream.video.isCover) return "covers are not taken along";
-  switch (stream.kind) {
-    case Kind::kVideo:
-      return plan.video == StreamAction::kNone
-                 ? fmt::format("{} has no place for pictures", plan.formatName)
-                 : "one video track is taken";
-    case Kind::kAudio:
-      if (std::ranges::count(info.audioTracks, std::optional(stream.index)) == 0)
-        return "it cannot be decoded";
-      return plan.audio == StreamAction::kNone
-                 ? fmt::format("{} has no place for sound", plan.formatName)
-                 : "one sound track is taken unless others are named";
-    case Kind::kSubtitle:
-      return "subtitles are not taken along, they can be drawn into the pictures";
-    case Kind::kAttachment:
-      return "attachments are not taken along";
-    default:
-      return "only pictures and sound are taken along";
-  }
-}
-
 }  // namespace
 
 IndexSet streamsOf(const ConversionPlan& plan) {
   IndexSet streams;
-  if (plan.video != StreamAction::kNone) streams.insert(*plan.videoIndex);
-  if (plan.audio == StreamAction::kNone) return streams;
-  for (const uint32_t track : plan.audioTracks)
-    streams.insert(*std::next(plan.audioIndexes.begin(), track));
+  for (const Kind kind : {Kind::kVideo, Kind::kAudio})
+    for (const PlannedStream* stream : plan.kept(kind))
+      streams.insert(stream->sources.begin(), stream->sources.end());
   return streams;
 }
 
-std::vector<std::string> leftOutBy(const ConversionSettings& settings, const ConversionPlan& plan,
-                                   const LMMediaSource& input) {
-  const AVFormatContext& context = *input.formatContext();
-  const MediaInfo info = mediaInfoOf(input);
-  const IndexSet taken = streamsOf(plan);
+std::vector<std::string> leftOutBy(const ConversionPlan& plan, const MediaInfo& info,
+                                   const std::string& path, const AVFormatContext& input) {
+  const AVOutputFormat& container = *av_guess_format(plan.formatName.c_str(), nullptr, nullptr);
   std::vector<std::string> sentences;
   const auto tell = [&](const std::string& what) {
-    if (!what.empty()) sentences.push_back(leftOutOf(settings.input, what));
+    if (!what.empty()) sentences.push_back(leftOutOf(path, what));
   };
-  for (const StreamInfo& stream : info.streams) {
-    const bool isMissed = !taken.contains(stream.index) &&
-                          !isService(*context.streams[stream.index]) &&
-                          !isUnwanted(stream, settings, plan);
-    if (isMissed) tell(fmt::format("{}: {}", nameOf(stream), whyLeftOut(stream, plan, info)));
+  for (const PlannedStream& stream : plan.streams) {
+    if (stream.isKept() || stream.reason.empty()) continue;
+    for (const uint32_t index : stream.sources)
+      tell(fmt::format("{}: {}", nameOf(info.streams[index]), stream.reason));
   }
-  if (plan.video == StreamAction::kCopy)
-    tell(lostTurn(*context.streams[*plan.videoIndex],
-                  *av_guess_format(plan.formatName.c_str(), nullptr, nullptr)));
+  if (plan.keepsMetadata && !info.chapters.empty() && !holdsChapters(container))
+    tell(fmt::format("{}: {} cannot hold them", counted(info.chapters.size(), "chapter"),
+                     plan.formatName));
+  const PlannedStream* const pictures = plan.pictures();
+  if (pictures && pictures->action == StreamAction::kCopy)
+    tell(lostTurn(*input.streams[pictures->sources.front()], container));
   return sentences;
 }
 

@@ -1,20 +1,21 @@
 #pragma once
 
+#include <kestrel/IndexSet.h>
 #include <kestrel/convert/ConversionPlan.h>
 
 #include <string>
 #include <vector>
 
+struct AVFormatContext;
+
 namespace kestrel {
 
-class LMMediaSource;
-
-/// The container indexes of what of its input a plan takes.
+/// The container indexes of the pictures and the sound that a plan takes of its input.
 IndexSet streamsOf(const ConversionPlan& plan);
 
 /// What of an opened input a conversion leaves behind though nobody said so, and why, a sentence
-/// each: its other streams, and a turn that the container of copied pictures cannot hold.
-std::vector<std::string> leftOutBy(const ConversionSettings& settings, const ConversionPlan& plan,
-                                   const LMMediaSource& input);
+/// each: other streams, chapters, and a turn that the container of copied pictures cannot hold.
+std::vector<std::string> leftOutBy(const ConversionPlan& plan, const MediaInfo& info,
+                                   const std::string& path, const AVFormatContext& input);
 
 }  // namespace kestrel

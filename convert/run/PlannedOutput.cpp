@@ -6,6 +6,12 @@
 #include <vector>
 
 #include <kestrel/convert/Failure.h>
+#include "convert/feed/PictureFeed.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/pixdesc.h>
+}
 
 namespace kestrel {
 
@@ -15,10 +21,61 @@ void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const 
   output.setFormatName(plan.formatName);
   output.setMovieFormat(plan.format);
   output.setOutputColor(plan.color);
+  output.setVideoEncoderName(plan.videoEncoder);
+  if (plan.keepsTimes) output.setVideoTick(pictureTick(plan.rate()));
+  output.setVideoPixelFormat(av_get_pix_fmt(plan.pixelFormat.c_str()));
   output.setVideoOptions(plan.videoOptions);
-  output.setAudioOptions(plan.audioOptions);
   output.setMuxerOptions(plan.muxerOptions);
   output.setInterrupt(interrupt);
+}
+
+namespace {
+
+using Kind = StreamInfo::Kind;
+
+AVStream* openEncodedSound(LMFFMovieFileOutput& output, const SoundEncoding& sound) {
+  LMFFMovieFileOutputFormat format = output.movieFormat();
+  format.audio_codec = sound.codec;
+  format.audio_bitrate = sound.bitrate;
+  format.sample_rate = sound.sampleRate;
+  format.channel_layout = sound.channelLayout;
+  output.setMovieFormat(format);
+  output.setAudioEncoderName(sound.encoder);
+  output.setAudioBits(sound.bits);
+  output.setAudioOptions(sound.options);
+  output.setAudioInputFormat({lm_get_default_sample_fmt(), sound.channelLayout, sound.sampleRate});
+  output.openAudio();
+  return output.audioStream();
+}
+
+/// The flags that players go by, of those that a plan names.
+int flagsOf(const std::vector<std::string>& names) {
+  int flags = 0;
+  for (const std::string& name : names)
+    flags |= std::max(av_disposition_from_string(name.c_str()), 0);
+  return flags & ~(AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS);
+}
+
+}  // namespace
+
+AVStream* openPlannedStream(LMFFMovieFileOutput& output, const PlannedStream& planned,
+                            const AVFormatContext& input) {
+  const AVStream* const source = input.streams[planned.sources.front()];
+  if (planned.isCover || planned.kind == Kind::kAttachment) return output.copyOutputStream(source);
+  AVStream* stream = nullptr;
+  if (planned.action == StreamAction::kCopy) {
+    stream = output.copyOutputStream(source);
+  } else if (planned.kind == Kind::kVideo) {
+    output.openVideo();
+    stream = output.videoStream();
+  } else if (planned.kind == Kind::kAudio) {
+    stream = openEncodedSound(output, planned.sound);
+  } else {
+    stream = output.convertSubtitleStream(source, planned.subtitleCodec);
+  }
+  output.setStreamTags(stream, planned.tags);
+  output.setStreamDisposition(stream, flagsOf(planned.disposition));
+  return stream;
 }
 
 void requireOutput(const LMFFMovieFileOutput& output, const std::string& target) {

@@ -11,11 +11,19 @@
 
 #include "convert/plan/ConversionPlanner.h"
 
+struct AVFormatContext;
+
 namespace kestrel {
 
 /// Sets an output up as it is planned, up to the opening of its streams.
 void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const std::string& path,
                  const Interrupt& interrupt);
+
+/// Opens one stream that is kept, of those of `input`, with its tags and flags; null on failure,
+/// which the output tells. Sound is to be written as interleaved float of its encoding's rate and
+/// channels.
+AVStream* openPlannedStream(LMFFMovieFileOutput& output, const PlannedStream& planned,
+                            const AVFormatContext& input);
 
 /// Throws `Failure`, which names `target`, when the output has failed.
 void requireOutput(const LMFFMovieFileOutput& output, const std::string& target);

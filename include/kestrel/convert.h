@@ -9,6 +9,7 @@
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/DiscInfo.h>
 #include <kestrel/convert/EffectSheet.h>
+#include <kestrel/convert/Encoders.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Join.h>

@@ -1,10 +1,13 @@
 #include "convert/plan/ConversionPlanner.h"
+#include "convert/plan/PictureEncoding.h"
 
 #include <gmock/gmock.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/convert/Failure.h>
 
+#include <algorithm>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/Fixture.h"
@@ -17,13 +20,19 @@ namespace kestrel::test {
 namespace {
 
 using testing::AllOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
+using testing::Key;
+using testing::Not;
 using testing::Pair;
 
-constexpr int64_t kMono = 4;    // the mask of one channel, front centre
-constexpr int64_t kStereo = 3;  // front left and right
+using Kind = StreamInfo::Kind;
+
+constexpr int64_t kMono = 4;         // the mask of one channel, front centre
+constexpr int64_t kStereo = 3;       // front left and right
+constexpr int64_t kSurround = 0x3F;  // these, the centre, low frequencies, and two at the back
 
 ConversionPlan planOf(const std::string& input, const std::string& output,
                       ConversionSettings settings = {}) {
@@ -43,6 +52,18 @@ std::pair<Failure::Kind, std::string> refusalOf(const std::string& input, const 
     return {failure.kind(), failure.what()};
   }
   throw std::runtime_error("it is planned");
+}
+
+/// The sources of the streams of a kind that are kept, in order.
+std::vector<uint32_t> keptOf(const ConversionPlan& plan, Kind kind) {
+  std::vector<uint32_t> sources;
+  for (const PlannedStream* stream : plan.kept(kind))
+    sources.insert(sources.end(), stream->sources.begin(), stream->sources.end());
+  return sources;
+}
+
+const SoundEncoding& firstSound(const ConversionPlan& plan) {
+  return plan.kept(Kind::kAudio).at(0)->sound;
 }
 
 std::string nameOf(int codec) { return avcodec_get_name(static_cast<AVCodecID>(codec)); }
@@ -76,15 +97,16 @@ TEST(ConversionPlanner, TheTargetsNameChoosesContainerAndCodecs) {
     const ConversionPlan plan = planOf("av25.mp4", row.output);
     EXPECT_EQ(plan.formatName, row.format);
     const bool hasVideo = *row.video != 0;
-    EXPECT_EQ(plan.video, hasVideo ? StreamAction::kEncode : StreamAction::kNone);
-    EXPECT_EQ(plan.videoIndex, hasVideo ? std::optional<uint32_t>(0) : std::nullopt);
+    EXPECT_EQ(plan.pictures() != nullptr, hasVideo);
     if (hasVideo) {
+      EXPECT_EQ(plan.pictures()->action, StreamAction::kEncode);
+      EXPECT_THAT(plan.pictures()->sources, ElementsAre(0));
       EXPECT_EQ(nameOf(plan.format.video_codec), row.video);
     }
-    EXPECT_EQ(plan.audio, StreamAction::kEncode);
-    EXPECT_THAT(plan.audioIndexes, ElementsAre(1));
-    EXPECT_EQ(nameOf(plan.format.audio_codec), row.audio);
-    EXPECT_EQ(plan.format.sample_rate, row.sampleRate);
+    EXPECT_THAT(keptOf(plan, Kind::kAudio), ElementsAre(1));
+    EXPECT_EQ(plan.kept(Kind::kAudio)[0]->action, StreamAction::kEncode);
+    EXPECT_EQ(nameOf(firstSound(plan).codec), row.audio);
+    EXPECT_EQ(firstSound(plan).sampleRate, row.sampleRate);
   }
 }
 
@@ -142,68 +164,226 @@ TEST(ConversionPlanner, OneSideOfASizeKeepsTheShapeInSquarePixels) {
   }
 }
 
-// 6 Mbit/s * (320 * 180 / (1920 * 1080))^0.75 * (rate / 30)^0.5, twice that for older codecs.
-TEST(ConversionPlanner, BitRatesSuitSizeRateAndCodec) {
-  EXPECT_EQ(planOf("av25.mp4", "a.mp4").format.video_bitrate, 373000);
-  EXPECT_EQ(planOf("av30000-1001.mp4", "a.mp4").format.video_bitrate, 408000);
-  EXPECT_EQ(planOf("av60.mp4", "a.mp4").format.video_bitrate, 577000);
-  EXPECT_EQ(planOf("av25.mp4", "a.avi").format.video_bitrate, 745000);
+TEST(ConversionPlanner, QualityIsTheRuleAndABitRateTheException) {
+  ConversionPlan plan = planOf("av25.mp4", "a.mp4");
+  EXPECT_EQ(plan.format.video_bitrate, 0);
+  EXPECT_THAT(plan.videoOptions, Contains(Pair("crf", "23")));
   ConversionSettings settings;
-  settings.width = 1280;
-  EXPECT_EQ(planOf("av25.mp4", "a.mp4", settings).format.video_bitrate, 2981000);
   settings.videoBitrate = 123456;
-  EXPECT_EQ(planOf("av25.mp4", "a.mp4", settings).format.video_bitrate, 123456);
+  plan = planOf("av25.mp4", "a.mp4", settings);
+  EXPECT_EQ(plan.format.video_bitrate, 123456);
+  EXPECT_THAT(plan.videoOptions, Not(Contains(Key("crf"))));
+  // Discs give so much and no more: 12 Mbit/s * (320 * 180 / (1920 * 1080))^0.75 * (25 / 30)^0.5.
+  plan = planOf("av25.mp4", "a.vob");
+  EXPECT_EQ(plan.format.video_bitrate, 745000);
+  EXPECT_THAT(plan.videoOptions, Not(Contains(Key("global_quality"))));
 }
 
-TEST(ConversionPlanner, SoundIsStereoOrMonoFromMono) {
-  const ConversionPlan stereo = planOf("pcm-5.1-48000-s16.wav", "a.m4a");
-  EXPECT_EQ(stereo.format.channel_layout, kStereo);
-  EXPECT_EQ(stereo.format.audio_bitrate, 192000);
-  const ConversionPlan mono = planOf("pcm-mono-8000-s16.wav", "a.m4a");
-  EXPECT_EQ(mono.format.channel_layout, kMono);
-  EXPECT_EQ(mono.format.audio_bitrate, 96000);
+// 60 is each encoder's usual value; 80 lies half way from there to its best, 30 to its worst.
+TEST(ConversionPlanner, OneScaleOfQualityForAllEncoders) {
+  struct Row {
+    const char* codec;
+    double quality;
+    const char* option;
+    const char* value;
+  };
+  for (const Row& row : {Row{"libx264", 60, "crf", "23"},
+                         {"libx264", 80, "crf", "11.5"},
+                         {"libx264", 30, "crf", "37"},
+                         {"libx265", 100, "crf", "0"},
+                         {"libx265", 0, "crf", "51"},
+                         {"mpeg4", 60, "global_quality", "472"},  // 4 * 118
+                         {"mpeg4", 100, "global_quality", "118"}}) {
+    SCOPED_TRACE(row.codec);
+    ConversionSettings settings;
+    settings.videoCodec = row.codec;
+    settings.quality = row.quality;
+    EXPECT_THAT(planOf("av25.mp4", "a.mp4", settings).videoOptions,
+                Contains(Pair(row.option, row.value)));
+  }
+}
+
+TEST(ConversionPlanner, ACodecGetsItsBestEncoderAndAnEncoderItself) {
+  for (const auto& [wanted, encoder, codec] : {std::tuple{"h264", "libx264", "h264"},
+                                               {"x265", "libx265", "hevc"},
+                                               {"av1", "libsvtav1", "av1"},
+                                               {"libaom-av1", "libaom-av1", "av1"},
+                                               {"libxvid", "libxvid", "mpeg4"},
+                                               {"mpeg4", "mpeg4", "mpeg4"}}) {
+    ConversionSettings settings;
+    settings.videoCodec = wanted;
+    const ConversionPlan plan = planOf("av25.mp4", "a.mp4", settings);
+    EXPECT_EQ(plan.videoEncoder, encoder);
+    EXPECT_EQ(nameOf(plan.format.video_codec), codec);
+  }
+}
+
+TEST(ConversionPlanner, ThePixelFormatLosesLeastOfTheSource) {
+  struct Row {
+    const char* encoder;
+    const char* source;
+    int depth;
+    bool isCompatible;
+    const char* planned;
+  };
+  for (const Row& row : {Row{"libx264", "yuv420p", 8, false, "yuv420p"},
+                         {"libx264", "yuvj420p", 8, false, "yuv420p"},
+                         {"libx264", "yuv422p10le", 10, false, "yuv422p10le"},
+                         {"libx264", "yuv422p10le", 8, false, "yuv422p"},
+                         {"libx264", "yuv422p10le", 10, true, "yuv420p"},
+                         {"libx264", "yuva444p", 8, false, "yuv444p"},
+                         {"libx265", "yuv420p12le", 12, false, "yuv420p12le"},
+                         {"libsvtav1", "yuv444p12le", 12, false, "yuv420p10le"},
+                         {"libvpx-vp9", "yuva420p", 8, false, "yuva420p"},
+                         {"ffv1", "gbrp12le", 12, false, "gbrp12le"},
+                         {"mpeg4", "yuv444p", 8, false, "yuv420p"},
+                         {"mjpeg", "yuv422p", 8, false, "yuvj422p"},
+                         {"no-encoder", "yuv420p", 8, false, ""}})
+    EXPECT_EQ(pixelFormatFor(row.encoder, row.source, row.depth, row.isCompatible), row.planned)
+        << row.encoder << ' ' << row.source;
+}
+
+TEST(ConversionPlanner, PicturesKeepTheirTimesWhereTheContainerCan) {
+  EXPECT_TRUE(planOf("av-vfr.mp4", "a.mp4").keepsTimes);
+  EXPECT_TRUE(planOf("av-vfr.mp4", "a.mkv").keepsTimes);
+  EXPECT_FALSE(planOf("av-vfr.mp4", "a.avi").keepsTimes);
+  EXPECT_FALSE(planOf("av-vfr.mp4", "a.ts").keepsTimes);  // MPEG-2 has a few rates
+  ConversionSettings settings;
+  settings.fps = Rational{25, 1};
+  EXPECT_FALSE(planOf("av-vfr.mp4", "a.mp4", settings).keepsTimes);
+  settings.fps.reset();
+  settings.maxFps = Rational{10, 1};
+  const ConversionPlan limited = planOf("av-vfr.mp4", "a.mp4", settings);
+  EXPECT_FALSE(limited.keepsTimes);
+  EXPECT_EQ(limited.rate(), (Rational{10, 1}));
+  settings.maxFps = Rational{50, 1};
+  EXPECT_TRUE(planOf("av-vfr.mp4", "a.mp4", settings).keepsTimes);
+}
+
+TEST(ConversionPlanner, SoundKeepsRateChannelsAndDepth) {
+  struct Row {
+    const char* input;
+    const char* output;
+    int sampleRate;
+    int64_t layout;
+    int bits;
+  };
+  for (const Row& row : {Row{"pcm-5.1-48000-s16.wav", "a.m4a", 48000, kSurround, 0},
+                         {"pcm-mono-8000-s16.wav", "a.m4a", 8000, kMono, 0},
+                         {"pcm-stereo-96000-s24.wav", "a.m4a", 96000, kStereo, 0},
+                         {"pcm-stereo-96000-s24.wav", "a.flac", 96000, kStereo, 24},
+                         {"pcm-stereo-192000-f64.wav", "a.mp3", 48000, kStereo, 0}}) {
+    SCOPED_TRACE(row.input);
+    const SoundEncoding sound = firstSound(planOf(row.input, row.output));
+    EXPECT_EQ(sound.sampleRate, row.sampleRate);
+    EXPECT_EQ(sound.channelLayout, row.layout);
+    EXPECT_EQ(sound.bits, row.bits);
+  }
   ConversionSettings settings;
   settings.channelLayout = kStereo;
   settings.sampleRate = 48000;
   settings.audioBitrate = 64000;
-  const ConversionPlan told = planOf("pcm-mono-8000-s16.wav", "a.m4a", settings);
-  EXPECT_EQ(told.format.channel_layout, kStereo);
-  EXPECT_EQ(told.format.sample_rate, 48000);
-  EXPECT_EQ(told.format.audio_bitrate, 64000);
+  const SoundEncoding told = firstSound(planOf("pcm-mono-8000-s16.wav", "a.m4a", settings));
+  EXPECT_EQ(told.channelLayout, kStereo);
+  EXPECT_EQ(told.sampleRate, 48000);
+  EXPECT_EQ(told.bitrate, 64000);
 }
 
 TEST(ConversionPlanner, AStreamThatIsNotThereIsNotPlanned) {
-  EXPECT_EQ(planOf("audio-only.m4a", "a.mp4").video, StreamAction::kNone);
-  EXPECT_EQ(planOf("cover.m4a", "a.mp4").video, StreamAction::kNone);
-  EXPECT_EQ(planOf("video-only.mp4", "a.mp4").audio, StreamAction::kNone);
+  EXPECT_FALSE(planOf("audio-only.m4a", "a.mp4").pictures());
+  EXPECT_FALSE(planOf("cover.m4a", "a.mp4").pictures());
+  EXPECT_THAT(planOf("video-only.mp4", "a.mp4").kept(Kind::kAudio), IsEmpty());
 }
 
 TEST(ConversionPlanner, TheTracksThatAreChosen) {
   ConversionSettings settings;
-  const auto chosen = [&] { return planOf("av-tracks.mkv", "a.mp4", settings); };
-  EXPECT_THAT(chosen().audioIndexes, ElementsAre(1));
-  settings.audioTracks = TrackChoice::all();
-  EXPECT_THAT(chosen().audioIndexes, ElementsAre(1, 2));
-  EXPECT_THAT(chosen().audioTracks, ElementsAre(0, 1));
+  const auto chosen = [&] {
+    return keptOf(planOf("av-tracks.mkv", "a.mp4", settings), Kind::kAudio);
+  };
+  EXPECT_THAT(chosen(), ElementsAre(1, 2));
+  settings.audioTracks = {};
+  EXPECT_THAT(chosen(), ElementsAre(1));
   settings.audioTracks = TrackChoice::of({1});
-  EXPECT_THAT(chosen().audioIndexes, ElementsAre(2));
-  EXPECT_THAT(chosen().audioTracks, ElementsAre(0));
+  EXPECT_THAT(chosen(), ElementsAre(2));
   settings.audioTracks = TrackChoice::in("fr");
-  EXPECT_THAT(chosen().audioIndexes, ElementsAre(2));
+  EXPECT_THAT(chosen(), ElementsAre(2));
+}
+
+TEST(ConversionPlanner, AMixIsOneStream) {
+  ConversionSettings settings;
+  settings.mixesAudio = true;
+  const ConversionPlan plan = planOf("av-tracks.mkv", "a.mp4", settings);
+  ASSERT_EQ(plan.kept(Kind::kAudio).size(), 1U);
+  EXPECT_THAT(plan.kept(Kind::kAudio)[0]->sources, ElementsAre(1, 2));
+}
+
+/// Why the streams of a kind are left out.
+std::vector<std::string> reasonsOf(const ConversionPlan& plan, Kind kind) {
+  std::vector<std::string> reasons;
+  for (const PlannedStream& stream : plan.streams)
+    if (stream.kind == kind && !stream.isKept()) reasons.push_back(stream.reason);
+  return reasons;
+}
+
+TEST(ConversionPlanner, AContainerOfOneSoundGetsTheUsualOne) {
+  const ConversionPlan plan = planOf("av-tracks.mkv", "a.wav");
+  EXPECT_THAT(keptOf(plan, Kind::kAudio), ElementsAre(1));
+  EXPECT_THAT(reasonsOf(plan, Kind::kAudio), ElementsAre("wav holds one sound track"));
+  EXPECT_THAT(reasonsOf(plan, Kind::kVideo), ElementsAre("wav has no place for pictures"));
+}
+
+TEST(ConversionPlanner, TextsGetTheContainersForm) {
+  struct Row {
+    const char* output;
+    StreamAction action;
+    int codec;
+  };
+  for (const Row& row : {Row{"a.mkv", StreamAction::kCopy, 0},
+                         {"a.mp4", StreamAction::kEncode, AV_CODEC_ID_MOV_TEXT},
+                         {"a.webm", StreamAction::kEncode, AV_CODEC_ID_WEBVTT}}) {
+    SCOPED_TRACE(row.output);
+    const ConversionPlan plan = planOf("av-tracks.mkv", row.output);
+    const auto texts = plan.kept(Kind::kSubtitle);
+    ASSERT_EQ(texts.size(), 1U);
+    EXPECT_EQ(texts[0]->action, row.action);
+    EXPECT_EQ(texts[0]->subtitleCodec, row.codec);
+    EXPECT_EQ(texts[0]->tags.at("language"), "eng");
+  }
+  EXPECT_THAT(reasonsOf(planOf("av-tracks.mkv", "a.avi"), Kind::kSubtitle),
+              ElementsAre("avi cannot hold subrip"));
+  ConversionSettings settings;
+  settings.keepsSubtitles = false;
+  EXPECT_THAT(reasonsOf(planOf("av-tracks.mkv", "a.mkv", settings), Kind::kSubtitle),
+              ElementsAre(""));
+}
+
+TEST(ConversionPlanner, CoversGoWhereTheyAreHeld) {
+  const auto covers = [](const char* output) {
+    const ConversionPlan plan = planOf("cover.m4a", output);
+    return std::ranges::count_if(plan.streams, [](const PlannedStream& stream) {
+      return stream.isCover && stream.action == StreamAction::kCopy;
+    });
+  };
+  for (const char* output : {"a.m4a", "a.mp4", "a.mkv", "a.mp3", "a.flac"})
+    EXPECT_EQ(covers(output), 1) << output;
+  EXPECT_EQ(covers("a.wav"), 0);
 }
 
 TEST(ConversionPlanner, OptionsOfEncodersAndMuxers) {
   const ConversionPlan plan = planOf("av25.mp4", "a.mp4");
-  EXPECT_THAT(plan.videoOptions, ElementsAre(Pair("g", "50")));  // two seconds
+  EXPECT_THAT(plan.videoOptions,
+              ElementsAre(Pair("b", "0"), Pair("crf", "23"), Pair("g", "250"),  // ten seconds
+                          Pair("preset", "medium"), Pair("profile", "high")));
   EXPECT_THAT(plan.muxerOptions, ElementsAre(Pair("movflags", "+faststart")));
   EXPECT_THAT(planOf("av25.mp4", "a.mkv").muxerOptions, IsEmpty());
   ConversionSettings settings;
-  settings.crf = 23;
+  settings.crf = 21.5;
   settings.encoderPreset = "veryfast";
-  settings.videoOptions = {{"g", "10"}};
-  EXPECT_THAT(
-      planOf("av25.mp4", "a.mp4", settings).videoOptions,
-      ElementsAre(Pair("b", "0"), Pair("crf", "23"), Pair("g", "10"), Pair("preset", "veryfast")));
+  settings.keyframes = 2;
+  settings.videoOptions = {{"profile", "main"}};
+  EXPECT_THAT(planOf("av25.mp4", "a.mp4", settings).videoOptions,
+              ElementsAre(Pair("b", "0"), Pair("crf", "21.5"), Pair("g", "50"),
+                          Pair("preset", "veryfast"), Pair("profile", "main")));
 }
 
 TEST(ConversionPlanner, TheSpan) {
@@ -258,8 +438,21 @@ TEST(ConversionPlanner, RefusesWhatCannotBeDone) {
   using enum Failure::Kind;
   ConversionSettings copies;
   copies.audio = StreamAction::kCopy;
-  copies.audioTracks = TrackChoice::all();
-  EXPECT_EQ(refusalOf("av-tracks.mkv", "a.mkv", copies).first, kSettings);
+  EXPECT_EQ(refusalOf("av25.mp4", "a.webm", copies).first, kOutput);
+  ConversionSettings two;
+  two.audioTracks = TrackChoice::of({0, 1});
+  EXPECT_EQ(refusalOf("av-tracks.mkv", "a.wav", two).first, kSettings);
+  ConversionSettings quality;
+  quality.videoCodec = "mpeg4";
+  quality.crf = 20;
+  EXPECT_EQ(refusalOf("av25.mp4", "a.mp4", quality).second,
+            "crf: the encoder mpeg4 has none; it takes a quality from 0 to 100 or a bit rate");
+  quality.videoCodec = "h264";
+  quality.crf = 52;
+  EXPECT_EQ(refusalOf("av25.mp4", "a.mp4", quality).first, kSettings);
+  ConversionSettings preset;
+  preset.encoderPreset = "mediun";
+  EXPECT_THAT(refusalOf("av25.mp4", "a.mp4", preset).second, testing::HasSubstr("medium"));
   EXPECT_EQ(refusalOf("av25.mp4", "a.nosuchformat").first, kSettings);
   EXPECT_EQ(refusalOf("video-only.mp4", "a.wav").first, kOutput);
   EXPECT_EQ(refusalOf("subtitles.srt", "a.mp4").first, kInput);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 #include <random>
 #include <vector>
@@ -100,6 +101,14 @@ TEST(PeakLimiterTest, HoldsLoudNoiseBelowItsCeiling) {
   const double peak = decibels(truePeak(limited(samples, 1)));
   EXPECT_LE(peak, -0.8);
   EXPECT_GE(peak, -1.5);
+}
+
+TEST(PeakLimiterTest, DamagedSamplesStayWithinIt) {
+  std::vector<float> samples = tone(440, 0.5, 0.2);
+  samples[3000] = std::numeric_limits<float>::infinity();
+  samples[4000] = -std::numeric_limits<float>::infinity();
+  samples[5000] = std::nanf("");
+  for (const float sample : limited(samples, 1)) EXPECT_LE(std::abs(sample), 0.9F);
 }
 
 TEST(PeakLimiterTest, GivesAllChannelsTheSameGain) {

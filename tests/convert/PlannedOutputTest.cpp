@@ -7,6 +7,10 @@
 #include <string>
 #include <vector>
 
+extern "C" {
+#include <libavutil/pixfmt.h>
+}
+
 #include "tests/convert/Failures.h"
 #include "tests/support/TempDir.h"
 
@@ -81,20 +85,24 @@ TEST_F(PlannedOutput, IsSetUpAsThePlanSays) {
   ConversionPlan plan;
   plan.formatName = "matroska";
   plan.format.width = 64;
-  plan.format.sample_rate = 48000;
+  plan.format.framerate = 25;
+  plan.format.frameTime = 1;
+  plan.videoEncoder = "libx265";
+  plan.pixelFormat = "yuv422p10le";
+  plan.keepsTimes = true;
   plan.color.matrix = 1;
   plan.videoOptions = {{"crf", "20"}};
-  plan.audioOptions = {{"compression_level", "3"}};
   plan.muxerOptions = {{"live", "1"}};
   LMFFMovieFileOutput output;
   setUpOutput(output, plan, "a/path.mkv", [] { return true; });
   EXPECT_EQ(output.path(), "a/path.mkv");
   EXPECT_EQ(output.formatName(), "matroska");
   EXPECT_EQ(output.movieFormat().width, 64);
-  EXPECT_EQ(output.movieFormat().sample_rate, 48000);
+  EXPECT_EQ(output.videoEncoderName(), "libx265");
+  EXPECT_EQ(output.videoPixelFormat(), AV_PIX_FMT_YUV422P10LE);
+  EXPECT_EQ(output.videoTick(), (Rational{1, 10000}));  // of 25 pictures a second, 400 for each
   EXPECT_EQ(output.outputColor().matrix, 1);
   EXPECT_EQ(output.videoOptions(), (Tags{{"crf", "20"}}));
-  EXPECT_EQ(output.audioOptions(), (Tags{{"compression_level", "3"}}));
   EXPECT_EQ(output.muxerOptions(), (Tags{{"live", "1"}}));
   EXPECT_TRUE(output.interrupt()());
 }

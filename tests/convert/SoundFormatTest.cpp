@@ -45,7 +45,8 @@ SoundFormat like(const Own& own, AVCodecID codec, const char* container = "matro
   stream->codecpar->bits_per_raw_sample = own.bits;
   av_channel_layout_from_mask(&stream->codecpar->ch_layout, static_cast<uint64_t>(own.layout));
   if (!hasMask) stream->codecpar->ch_layout.order = AV_CHANNEL_ORDER_UNSPEC;
-  return soundFormatLike(*stream, codec, *av_guess_format(container, nullptr, nullptr));
+  return soundFormatLike(*stream, *avcodec_find_encoder(codec),
+                         *av_guess_format(container, nullptr, nullptr));
 }
 
 TEST(SoundFormat, WhatEncoderAndContainerTakeStays) {
@@ -99,11 +100,6 @@ TEST(SoundFormat, SurroundSpeakersOfAacAreAtTheBack) {
 TEST(SoundFormat, SpeakersThatNobodyNamesAreTheUsualOfTheirNumber) {
   EXPECT_EQ(like({.layout = kStereo}, AV_CODEC_ID_AAC, "mp4", false).layout, kStereo);
   EXPECT_EQ(like({.layout = kMono}, AV_CODEC_ID_AAC, "mp4", false).layout, kMono);
-}
-
-TEST(SoundFormat, WithoutAnEncoderItIsTheTracksOwn) {
-  EXPECT_EQ(like({.rate = 32000, .layout = kMono}, AV_CODEC_ID_COOK),
-            (SoundFormat{32000, kMono, 0}));
 }
 
 TEST(SoundFormat, ChannelsAreCounted) {

@@ -5,6 +5,8 @@
 #include <kestrel/LMMediaSource.h>
 
 #include <algorithm>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,39 +25,49 @@ struct Brought {
 
 class TracksTest : public testing::Test {
  protected:
-  void open(const std::string& name, const ConversionPlan& plan) {
+  void open(const std::string& name, int64_t start, bool isCopied = false) {
+    movie_.close();
     const auto source = LMMediaSource::mediaWithPath(fixture(name).string());
     source->open();
     movie_.setExportMovie(true);
-    movie_.setCopy_video_stream(plan.video == StreamAction::kCopy);
-    movie_.setCopy_audio_stream(plan.audio == StreamAction::kCopy);
+    movie_.setCopy_video_stream(isCopied);
+    movie_.setCopy_audio_stream(isCopied);
     movie_.openMedias(source->createMedias());
-    movie_.seek(plan.start);
+    movie_.seek(start);
     movie_.flushOperation();
   }
 
-  template <typename Made, typename... Arguments>
-  Brought run(Arguments&&... arguments) {
+  /// Steps through the track that `make` answers, on the movie's queue.
+  Brought run(const std::function<std::unique_ptr<Track>()>& make) {
     Brought brought;
     movie_.decodeImage(
         [&] {
-          Made track(movie_, std::forward<Arguments>(arguments)...);
-          while (track.time() != Track::kEnded) {
-            brought.times.push_back(track.time());
-            if (track.step()) ++brought.jobs;
+          const auto track = make();
+          while (track->time() != Track::kEnded) {
+            brought.times.push_back(track->time());
+            if (track->step()) ++brought.jobs;
           }
-          brought.end = track.end();
+          brought.end = track->end();
         },
         true);
     return brought;
   }
 
-  static ConversionPlan planOf(int64_t start, std::optional<int64_t> end, Rational rate = {25, 1}) {
-    ConversionPlan plan;
-    plan.start = start;
-    plan.end = end;
-    plan.setRate(rate);
-    return plan;
+  Brought runSound(const Span& span, int64_t preroll = 0) {
+    return run([&] {
+      const auto media = movie_.audios().front();
+      return std::make_unique<EncodedAudioTrack>(AudioFeed({{media, media->audioStream()}}),
+                                                 nullptr, span, preroll, EncodedAudioTrack::Level{},
+                                                 nullptr);
+    });
+  }
+
+  Brought runCopy(const Span& span) {
+    return run([&] {
+      const auto media = movie_.medias().front();
+      const auto stream = media->hasVideo() ? media->videoStream() : media->audioStream();
+      return std::make_unique<CopiedTrack>(media, stream, nullptr, span, nullptr);
+    });
   }
 
   LMFFMovie movie_;
@@ -80,11 +92,12 @@ TEST_F(TracksTest, EncodedPicturesAreTheTicksOfTheSpan) {
                          // But one there is.
                          {0, 1000, {25, 1}, 1},
                          {4000000, {}, {25, 1}, 25}}) {
-    const ConversionPlan plan = planOf(row.start, row.end, row.rate);
     SCOPED_TRACE(testing::Message() << row.start << ' ' << row.end.value_or(-1));
-    movie_.close();
-    open("numbered25.mp4", plan);
-    const Brought brought = run<EncodedVideoTrack>(plan, nullptr);
+    open("numbered25.mp4", row.start);
+    const Brought brought = run([&] {
+      return std::make_unique<EncodedVideoTrack>(movie_, Span{row.start, row.end}, row.rate,
+                                                 nullptr);
+    });
     EXPECT_EQ(brought.jobs, row.pictures);
     const int64_t ticks = int64_t{1000000} * row.pictures * row.rate.den / row.rate.num;
     EXPECT_EQ(brought.end, std::max(ticks, row.end.value_or(0) - row.start));
@@ -97,18 +110,14 @@ TEST_F(TracksTest, EncodedSoundEndsToTheSample) {
         {0, 1000000, 1000000},
         {500000, 1250000, 750000},
         {2000000, {}, 1000000}}) {
-    const ConversionPlan plan = planOf(start, end);
-    movie_.close();
-    open("chirp.nut", plan);
-    EXPECT_EQ(run<EncodedAudioTrack>(plan, 0, nullptr).end, length);
+    open("chirp.nut", start);
+    EXPECT_EQ(runSound({start, end}).end, length);
   }
 }
 
 TEST_F(TracksTest, SoundFromBeforeTheStartIsDropped) {
-  ConversionPlan plan = planOf(500000, std::nullopt);
-  open("chirp.nut", plan);
-  plan.start = 1000000;
-  EXPECT_EQ(run<EncodedAudioTrack>(plan, 500000, nullptr).end, 2000000);
+  open("chirp.nut", 500000);
+  EXPECT_EQ(runSound({1000000, {}}, 500000).end, 2000000);
 }
 
 /// How many packets of a stream lie in a span, by ffprobe; from a key packet on.
@@ -128,17 +137,12 @@ int packetsIn(const std::filesystem::path& file, const std::string& stream, doub
 }
 
 TEST_F(TracksTest, CopiedPicturesBeginWithAKeyPicture) {
-  ConversionPlan plan = planOf(0, std::nullopt);
-  plan.video = StreamAction::kCopy;
-  open("mjpeg.avi", plan);
-  EXPECT_EQ(run<CopiedTrack>(plan, true, nullptr).jobs, 50);
+  open("mjpeg.avi", 0, true);
+  EXPECT_EQ(runCopy({}).jobs, 50);
   // Without pictures shown out of order: keys at 0 s, 0.48 s, 0.96 s, …
   for (const auto& [start, end] : {std::pair<int64_t, int64_t>{0, 1000000}, {960000, 1500000}}) {
-    plan = planOf(start, end);
-    plan.video = StreamAction::kCopy;
-    movie_.close();
-    open("mpeg4.avi", plan);
-    EXPECT_EQ(run<CopiedTrack>(plan, true, nullptr).jobs,
+    open("mpeg4.avi", start, true);
+    EXPECT_EQ(runCopy({start, end}).jobs,
               packetsIn(fixture("mpeg4.avi"), "v", static_cast<double>(start) / 1e6,
                         static_cast<double>(end) / 1e6));
   }
@@ -147,11 +151,8 @@ TEST_F(TracksTest, CopiedPicturesBeginWithAKeyPicture) {
 TEST_F(TracksTest, CopiedSoundIsThePacketsOfTheSpan) {
   for (const auto& [start, end] :
        {std::pair<int64_t, int64_t>{0, 9000000}, {0, 1000000}, {1000000, 2000000}}) {
-    ConversionPlan plan = planOf(start, end);
-    plan.audio = StreamAction::kCopy;
-    movie_.close();
-    open("chirp.nut", plan);
-    EXPECT_EQ(run<CopiedTrack>(plan, false, nullptr).jobs,
+    open("chirp.nut", start, true);
+    EXPECT_EQ(runCopy({start, end}).jobs,
               packetsIn(fixture("chirp.nut"), "a", static_cast<double>(start) / 1e6,
                         static_cast<double>(end) / 1e6));
   }

@@ -97,7 +97,7 @@ class ConvertColorOf : public testing::Test {
 
 TEST_F(ConvertColorOf, RgbBecomesTaggedYuv) {
   const auto output = folder_ / "out.mp4";
-  ASSERT_TRUE(converts(fixture("bars-rgb.mkv"), output, kFine));
+  ASSERT_TRUE(converts(fixture("bars-rgb.mkv"), output, joined(kFine, {"--compatible"})));
   EXPECT_EQ(streamOf(output, "video")["pix_fmt"], "yuv420p");
   EXPECT_EQ(streamOf(output, "video")["color_range"], "tv");
   EXPECT_LE(worstDifference(barsAsTagged(output), barColors()), 2);
@@ -105,16 +105,26 @@ TEST_F(ConvertColorOf, RgbBecomesTaggedYuv) {
 
 TEST_F(ConvertColorOf, TenBitsBecomeEight) {
   const auto output = folder_ / "out.mp4";
-  ASSERT_TRUE(converts(fixture("bars-10bit.mkv"), output, kFine));
+  ASSERT_TRUE(converts(fixture("bars-10bit.mkv"), output, joined(kFine, {"--compatible"})));
   EXPECT_EQ(streamOf(output, "video")["pix_fmt"], "yuv420p");
   EXPECT_LE(worstDifference(barsAsTagged(output), barColors()), 2);
 }
 
 TEST_F(ConvertColorOf, FullChromaBecomesSubsampled) {
   const auto output = folder_ / "out.mp4";
-  ASSERT_TRUE(converts(fixture("bars-444.mkv"), output, kFine));
+  ASSERT_TRUE(converts(fixture("bars-444.mkv"), output, joined(kFine, {"--compatible"})));
   EXPECT_EQ(streamOf(output, "video")["pix_fmt"], "yuv420p");
   EXPECT_LE(worstDifference(barsAsTagged(output), barColors()), 2);
+}
+
+TEST_F(ConvertColorOf, DepthAndChromaAreTheSources) {
+  for (const auto& [name, format] :
+       {std::pair{"bars-10bit.mkv", "yuv420p10le"}, {"bars-444.mkv", "yuv444p"}}) {
+    const auto output = folder_ / "out.mp4";
+    ASSERT_TRUE(converts(fixture(name), output, joined(kFine, {"--force"})));
+    EXPECT_EQ(streamOf(output, "video")["pix_fmt"], format);
+    EXPECT_LE(worstDifference(barsAsTagged(output), barColors()), 2);
+  }
 }
 
 TEST_F(ConvertColorOf, ACopyKeepsItsTags) {

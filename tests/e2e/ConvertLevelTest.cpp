@@ -98,14 +98,14 @@ TEST_F(ConvertLevel, FullScaleSurroundFoldsDownWithoutClipping) {
     const auto source = sound("full.wav", expression + "'", "s=44100:c=" + std::string(layout),
                               {"-c:a", "pcm_f32le"});
     const auto output = folder_ / "out.wav";
-    ASSERT_TRUE(converts(source, output, {"--audio-codec", "pcm_f32le", "--force"}));
+    ASSERT_TRUE(converts(source, output,
+                         {"--channels", "stereo", "--audio-codec", "pcm_f32le", "--force"}));
     ASSERT_EQ(streamOf(output, "audio")["channels"], 2);
     for (const size_t side : {0, 1}) {
       const auto folded = channel(output, side);
-      EXPECT_LE(peak(folded), 1.0 + 1e-6);
-      EXPECT_GT(peak(folded), 0.9);
+      EXPECT_NEAR(decibel(peak(folded)), -1, 0.05);
       // A sine's peak is √2 times its root mean square; a clipped one's is less.
-      EXPECT_NEAR(peak(folded) / rms(folded), std::sqrt(2), 0.01);
+      EXPECT_NEAR(peak(folded) / rms(folded), std::sqrt(2), 0.02);
     }
   }
 }
@@ -113,7 +113,9 @@ TEST_F(ConvertLevel, FullScaleSurroundFoldsDownWithoutClipping) {
 TEST_F(ConvertLevel, EverySurroundChannelIsHeardOnItsSide) {
   // Front left, front right, centre, low frequencies, back left, back right: a tone each.
   const auto output = folder_ / "out.wav";
-  ASSERT_TRUE(converts(fixture("pcm-5.1-48000-s16.wav"), output, {"--audio-codec", "pcm_f32le"}));
+  ASSERT_TRUE(
+      converts(fixture("pcm-5.1-48000-s16.wav"), output,
+               {"--channels", "stereo", "--sample-rate", "44100", "--audio-codec", "pcm_f32le"}));
   const auto left = channel(output, 0);
   const auto right = channel(output, 1);
   const auto hears = [&](const std::vector<float>& side, int number) {
@@ -150,14 +152,34 @@ TEST_F(ConvertLevel, VolumeZeroIsSilence) {
   EXPECT_EQ(sampleCount(output), 2 * kRate);
 }
 
-TEST_F(ConvertLevel, MoreVolumeThanFullScaleDoesNotWrapAround) {
+// Recommendation ITU-R BS.775: the centre and the surround channels 3 dB lower, at the full level
+// of the front ones.
+TEST_F(ConvertLevel, QuietSurroundFoldsDownAtItsFullLevel) {
+  const auto source = sound("quiet.wav",
+                            "'0.1*sin(2*PI*440*t)|0.1*sin(2*PI*880*t)|0.1*sin(2*PI*1320*t)|0|"
+                            "0.1*sin(2*PI*1760*t)|0.1*sin(2*PI*2200*t)'",
+                            "s=44100:c=5.1", {"-c:a", "pcm_f32le"});
   const auto output = folder_ / "out.wav";
-  ASSERT_TRUE(converts(fixture("pcm-stereo-44100-f32.wav"), output, {"--volume", "8"}));
+  ASSERT_TRUE(converts(source, output, {"--channels", "stereo", "--audio-codec", "pcm_f32le"}));
+  const auto left = channel(output, 0);
+  EXPECT_NEAR(toneAmplitude(left, 440, kRate), 0.1, 0.001);
+  EXPECT_NEAR(toneAmplitude(left, 1320, kRate), 0.0707, 0.001);
+  EXPECT_NEAR(toneAmplitude(left, 1760, kRate), 0.0707, 0.001);
+  EXPECT_NEAR(toneAmplitude(left, 880, kRate), 0, 0.001);
+}
+
+TEST_F(ConvertLevel, MoreVolumeThanFullScaleIsTurnedDownWhereItWouldClip) {
+  const auto output = folder_ / "out.wav";
+  ASSERT_TRUE(converts(fixture("pcm-stereo-44100-f32.wav"), output,
+                       {"--volume", "8", "--audio-codec", "pcm_f32le"}));
   const auto before = channel(fixture("pcm-stereo-44100-f32.wav"), 0);
   const auto after = channel(output, 0);
   ASSERT_EQ(after.size(), before.size());
-  for (size_t i = 0; i < before.size(); ++i)
-    ASSERT_NEAR(after[i], std::clamp(8 * before[i], -1.0F, 1.0F), 1e-3);
+  EXPECT_NEAR(decibel(peak(after)), -1, 0.1);
+  for (size_t i = 0; i < before.size(); ++i) {
+    ASSERT_LE(std::abs(after[i]), std::abs(8 * before[i]) + 1e-6);
+    ASSERT_GE(after[i] * before[i], 0);
+  }
 }
 
 }  // namespace

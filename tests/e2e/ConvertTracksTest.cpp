@@ -1,8 +1,12 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/e2e/Decoded.h"
+#include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 
@@ -22,7 +26,8 @@ class ConvertTracks : public testing::Test {
   Tones mixOf(const Arguments& options) {
     const auto output = folder_ / "mix.wav";
     EXPECT_TRUE(converts(fixture("av-tracks.mkv"), output,
-                         joined(options, {"--audio-codec", "pcm_f32le", "--force"})));
+                         joined(options, {"--audio-codec", "pcm_f32le", "--channels", "stereo",
+                                          "--sample-rate", "44100", "--force"})));
     const auto left = leftOf(output);
     return {toneAmplitude(left, 440, kRate), toneAmplitude(left, 880, kRate)};
   }
@@ -40,7 +45,7 @@ class ConvertTracks : public testing::Test {
   TempDir folder_;
 };
 
-TEST_F(ConvertTracks, TheFirstByDefault) {
+TEST_F(ConvertTracks, TheUsualOneWhereTheContainerHoldsOne) {
   const Tones tones = mixOf({});
   EXPECT_NEAR(tones.low, kLevel, 0.003);
   EXPECT_NEAR(tones.high, 0, 0.003);
@@ -70,10 +75,53 @@ TEST_F(ConvertTracks, ByAnotherCodeOfTheLanguage) {
 TEST_F(ConvertTracks, SeveralAreMixedAtFullLevel) {
   for (const char* tracks : {"0,1", "all"}) {
     SCOPED_TRACE(tracks);
-    const Tones tones = mixOf({"--audio-tracks", tracks});
+    const Tones tones = mixOf({"--mix", tracks});
     EXPECT_NEAR(tones.low, kLevel, 0.003);
     EXPECT_NEAR(tones.high, kLevel, 0.003);
   }
+}
+
+TEST_F(ConvertTracks, AllGoAlongWithTheirLanguagesAndText) {
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(fixture("av-tracks.mkv"), output));
+  const auto streams = ffprobeJson(output).at("streams");
+  ASSERT_EQ(streams.size(), 4U);
+  const std::vector<std::pair<std::string, std::string>> expected{
+      {"h264", "und"}, {"aac", "eng"}, {"aac", "fre"}, {"mov_text", "eng"}};
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(streams[i]["codec_name"], expected[i].first);
+    EXPECT_EQ(streams[i]["tags"]["language"], expected[i].second);
+  }
+  const auto texts = [](const std::filesystem::path& file) {
+    return run({"ffmpeg", "-v", "error", "-i", file.string(), "-map", "0:s", "-f", "srt", "-"}).out;
+  };
+  EXPECT_EQ(texts(output), texts(fixture("av-tracks.mkv")));
+}
+
+TEST_F(ConvertTracks, EachIsItsOwn) {
+  const auto output = folder_ / "out.mka";
+  ASSERT_TRUE(converts(fixture("av-tracks.mkv"), output, {"--audio-codec", "flac"}));
+  for (const auto& [track, frequency] : {std::pair{"0", 440.0}, {"1", 880.0}}) {
+    const auto one = folder_ / "one.wav";
+    ffmpeg({"-y", "-i", output.string(), "-map", std::string("0:a:") + track, "-ac", "1", "-ar",
+            "44100", one.string()});
+    const auto sound = samples(one, 1);
+    for (const double tone : {440.0, 880.0})
+      EXPECT_EQ(toneAmplitude(sound, tone, kRate) > 0.02, tone == frequency) << track;
+  }
+}
+
+TEST_F(ConvertTracks, NoneAndCopiesAndTwoChoices) {
+  const auto output = folder_ / "out.mkv";
+  ASSERT_TRUE(converts(fixture("av-tracks.mkv"), output,
+                       {"--audio-tracks", "none", "--subtitles-keep", "none"}));
+  EXPECT_EQ(ffprobeJson(output).at("streams").size(), 1U);
+  ASSERT_TRUE(converts(fixture("av-tracks.mkv"), output,
+                       {"--video-codec", "copy", "--audio-codec", "copy", "--force"}));
+  EXPECT_EQ(ffprobeJson(output).at("streams").size(), 4U);
+  const auto both =
+      convert(fixture("av-tracks.mkv"), output, {"--audio-tracks", "0", "--mix", "1", "--force"});
+  EXPECT_TRUE(endsWithSentence(both, 2, "--mix"));
 }
 
 TEST_F(ConvertTracks, OneThatIsNotThereIsWrongUsage) {
@@ -123,12 +171,13 @@ TEST_P(ConvertSampleForm, EveryLayoutAndRateKeepsLengthAndPitch) {
                     joined(form.options, {source.string()})));
       const auto output = folder_ / "out.wav";
       ASSERT_TRUE(converts(source, output, {"--audio-codec", "pcm_f32le", "--force"}));
+      EXPECT_EQ(streamOf(output, "audio")["channels"], streamOf(source, "audio")["channels"]);
       const auto mono = samples(output, 1);
-      EXPECT_NEAR(static_cast<double>(mono.size()), kRate, 1024);
+      EXPECT_NEAR(static_cast<double>(mono.size()), rate, 1024);
       // All channels sound alike, so however they are mixed, one tone alone is heard.
       const double level = rms(mono) * std::sqrt(2);
       EXPECT_GT(level, 0.05);
-      EXPECT_NEAR(toneAmplitude(mono, 440, kRate) / level, 1, 0.02);
+      EXPECT_NEAR(toneAmplitude(mono, 440, rate) / level, 1, 0.02);
     }
   }
 }

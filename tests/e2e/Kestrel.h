@@ -45,11 +45,10 @@ inline bool tellsOfALoss(const std::string& line) {
   static const std::regex kLoss(
       "kestrel: left out of '.+': "
       "((pictures|sound|subtitles|cover|font|attachment|data) #[0-9]+( \\(.+\\))?: "
-      "(covers are not taken along|one video track is taken|it cannot be decoded|"
-      "[a-z0-9_]+ has no place for (pictures|sound)|"
-      "one sound track is taken unless others are named|"
-      "subtitles are not taken along, they can be drawn into the pictures|"
-      "attachments are not taken along|only pictures and sound are taken along)|"
+      "(one video track is taken|it cannot be decoded|"
+      "[a-z0-9_]+ (has no place for (pictures|sound)|holds one sound track|cannot hold [a-z0-9_]+)|"
+      "only pictures, sound and subtitles are taken along)|"
+      "[0-9]+ chapters?: [a-z0-9_]+ cannot hold them|"
       "the turn of its pictures, which [a-z0-9_]+ cannot hold; encoding sets them upright)");
   return std::regex_match(line, kLoss);
 }

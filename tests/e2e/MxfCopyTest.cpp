@@ -60,7 +60,7 @@ TEST_F(MxfCopyTest, ConversionCopiesPicturesAndSound) {
   for (const char* source : {"studio.mov", "studio.mxf"}) {
     SCOPED_TRACE(source);
     ASSERT_TRUE(converts(fixture(source), output_, kCopied));
-    EXPECT_EQ(kinds(output_), "mpeg2video 0 0\npcm_s24le 1 24\n");
+    EXPECT_EQ(kinds(output_), kStudio);
     EXPECT_EQ(decoded({output_}, 1), decoded({fixture(source)}, 1));
   }
 }
@@ -100,7 +100,7 @@ TEST_F(MxfCopyTest, ARealClipIsCopied) {
   KESTREL_NEED_MEDIA("hdr10-720p60-prores.mxf");
   const auto clip = mediaFile("hdr10-720p60-prores.mxf");
   ASSERT_TRUE(converts(clip, output_, kCopied));
-  EXPECT_EQ(kinds(output_), "prores 0 0\npcm_s24le 1 24\n");
+  EXPECT_EQ(kinds(output_), "prores 0 0\npcm_s24le 1 24\npcm_s24le 1 24\n");
   EXPECT_EQ(decoded({output_}, 1), decoded({clip}, 1));
 }
 

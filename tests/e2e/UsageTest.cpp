@@ -134,7 +134,8 @@ TEST(Usage, TheExampleOfEveryVerbWorks) {
   }
 }
 
-const char* const kVerbs = "info, convert, thumb, compose, join, wave, dvd, play, effects and demo";
+const char* const kVerbs =
+    "info, convert, thumb, compose, join, wave, dvd, play, effects, encoders and demo";
 
 TEST(Usage, AVerbIsNeeded) { EXPECT_TRUE(endsWithSentence(kestrel({}), 2, kVerbs)); }
 

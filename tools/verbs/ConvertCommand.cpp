@@ -24,13 +24,14 @@ namespace {
 /// of like any other failure.
 struct Arguments {
   ConversionSettings settings;
-  std::string videoCodec, audioCodec, audioTracks, channels, title;
-  std::string size, fps, aspect, videoBitrate, audioBitrate, start, end, duration, chapters;
+  std::string videoCodec, audioCodec, audioTracks, mix, subtitlesKept = "all", channels, title;
+  std::string size, fps, maxFps, aspect, videoBitrate, audioBitrate, start, end, duration, chapters;
   std::string deinterlace;
   std::string progress = "bar";
   std::vector<std::string> videoOptions, audioOptions;
   std::function<LookSettings()> look;
   bool noMetadata = false;
+  bool noAttachments = false;
 };
 
 std::pair<std::string, std::string> parseKeyValue(const std::string& option,
@@ -56,7 +57,8 @@ void requireEncoding(const Verb& verb, const std::string& codecOption, const std
   if (codec != "copy" && codec != "none") return;
   for (const Option& option : verb.options()) {
     const bool isShaping = std::ranges::count(groups, option.group()) > 0 &&
-                           option.name() != codecOption && option.name() != "--audio-tracks";
+                           option.name() != codecOption && option.name() != "--audio-tracks" &&
+                           option.name() != "--mix";
     if (isShaping && option.isGiven())
       throw wrongUsage(
           fmt::format("{} does nothing beside {} {}", option.name(), codecOption, codec));
@@ -78,12 +80,26 @@ void takeCodec(const std::string& text, std::optional<StreamAction>& action, std
     codec = text;
 }
 
+/// Which tracks of sound and subtitles go along.
+void takeTracks(const Arguments& arguments, ConversionSettings& settings) {
+  if (!arguments.audioTracks.empty() && !arguments.mix.empty())
+    throw wrongUsage("--audio-tracks and --mix both choose the sound");
+  if (arguments.audioTracks == "none")
+    settings.audio = StreamAction::kNone;
+  else if (!arguments.audioTracks.empty())
+    settings.audioTracks = parseTrackChoice(arguments.audioTracks);
+  settings.mixesAudio = !arguments.mix.empty();
+  if (settings.mixesAudio) settings.audioTracks = parseTrackChoice(arguments.mix);
+  settings.keepsSubtitles = arguments.subtitlesKept != "none";
+  if (settings.keepsSubtitles) settings.subtitleTracks = parseTrackChoice(arguments.subtitlesKept);
+}
+
 ConversionSettings settingsOf(const Arguments& arguments) {
   ConversionSettings settings = arguments.settings;
   settings.look = arguments.look();
   takeCodec(arguments.videoCodec, settings.video, settings.videoCodec);
   takeCodec(arguments.audioCodec, settings.audio, settings.audioCodec);
-  settings.audioTracks = parseTrackChoice(arguments.audioTracks);
+  takeTracks(arguments, settings);
   settings.channelLayout = parseChannels("--channels", arguments.channels);
   settings.title = parseTitle("--title", arguments.title);
   if (!arguments.size.empty()) {
@@ -94,7 +110,8 @@ ConversionSettings settingsOf(const Arguments& arguments) {
   const auto parse = [](const char* option, const std::string& text, auto read, auto& value) {
     if (!text.empty()) value = read(option, text);
   };
-  parse("--fps", arguments.fps, parseRate, settings.fps);
+  if (arguments.fps != "source") parse("--fps", arguments.fps, parseRate, settings.fps);
+  parse("--max-fps", arguments.maxFps, parseRate, settings.maxFps);
   parse("--aspect", arguments.aspect, parseAspect, settings.aspect);
   parse("--video-bitrate", arguments.videoBitrate, parseBitRate, settings.videoBitrate);
   parse("--audio-bitrate", arguments.audioBitrate, parseBitRate, settings.audioBitrate);
@@ -110,6 +127,7 @@ ConversionSettings settingsOf(const Arguments& arguments) {
     settings.audioOptions.insert_or_assign(parseKeyValue("--audio-option", option).first,
                                            parseKeyValue("--audio-option", option).second);
   settings.keepsMetadata = !arguments.noMetadata;
+  settings.keepsAttachments = !arguments.noAttachments;
   return settings;
 }
 
@@ -117,18 +135,27 @@ void addVideoOptions(Verb verb, Arguments& arguments) {
   verb.group("Picture");
   ConversionSettings& settings = arguments.settings;
   verb.option("--video-codec", arguments.videoCodec,
-              "codec (h264, hevc, vp9, mpeg4 …), 'copy' or 'none'")
+              "codec (h264, hevc, vp9, av1 …), encoder (libx264 …), 'copy' or 'none'")
       .type("NAME");
   verb.option("--size", arguments.size, "size in pixels; a side '-' keeps the shape").type("WxH");
-  verb.option("--fps", arguments.fps, "pictures per second (default: the source's)").type("N[/D]");
+  verb.option("--fps", arguments.fps,
+              "pictures per second (default: source, each picture at its own time)")
+      .type("N[/D]");
+  verb.option("--max-fps", arguments.maxFps, "pictures per second at most").type("N[/D]");
   verb.option("--aspect", arguments.aspect, "display aspect (default: the source's)").type("W:H");
-  verb.option("--video-bitrate", arguments.videoBitrate,
-              "bits per second (default: what suits the size)")
+  verb.option("--quality", settings.quality,
+              "how good the pictures are, 0 to 100, alike for all encoders (default: 60)")
+      .type("N");
+  verb.option("--crf", settings.crf, "the same in the encoder's own numbers").type("N");
+  verb.option("--video-bitrate", arguments.videoBitrate, "bits per second, in place of a quality")
       .type("RATE");
-  verb.option("--crf", settings.crf, "constant quality in place of a bit rate").type("N");
   verb.option("--encoder-preset", settings.encoderPreset,
-              "the encoder's preset (default for H.264: fast)")
+              "the encoder's preset (see 'kestrel encoders')")
       .type("NAME");
+  verb.option("--keyframes", settings.keyframes, "seconds between key pictures (default: 10)")
+      .type("SECONDS");
+  verb.flag("--compatible", settings.isCompatible,
+            "8-bit 4:2:0 pictures, which every player shows");
   verb.option("--deinterlace", arguments.deinterlace,
               "auto: interlaced pictures; on: all; off (default: off, for discs auto)")
       .type("WHEN");
@@ -144,16 +171,17 @@ void addAudioOptions(Verb verb, Arguments& arguments) {
               "codec (aac, mp3, opus, flac …), 'copy' or 'none'")
       .type("NAME");
   verb.option("--audio-tracks", arguments.audioTracks,
-              "tracks to mix: numbers from 0, 'all', or a language code")
-      .type("0,2|all|LANG");
+              "tracks to keep (default: all): numbers from 0, a language code, 'all' or 'none'")
+      .type("0,2|LANG");
+  verb.option("--mix", arguments.mix, "tracks that become one, chosen likewise").type("0,2|all");
   verb.option("--audio-bitrate", arguments.audioBitrate,
               "bits per second (default: 96k for each channel)")
       .type("RATE");
-  verb.option("--sample-rate", settings.sampleRate, "Hz (default: 44100)")
+  verb.option("--sample-rate", settings.sampleRate, "Hz (default: the track's own)")
       .type("HZ")
       .within(1000, 768000);
   verb.option("--channels", arguments.channels,
-              "layout: mono, stereo, 5.1 … (default: stereo, or mono from mono)")
+              "layout: mono, stereo, 5.1 … (default: the track's own)")
       .type("LAYOUT");
   verb.option("--volume", settings.volume, "factor on the loudness (default: 1)").type("X");
   verb.option("--audio-option", arguments.audioOptions, "an option of the encoder's own")
@@ -162,6 +190,12 @@ void addAudioOptions(Verb verb, Arguments& arguments) {
 }
 
 void addOtherOptions(Verb verb, Arguments& arguments) {
+  verb.group("Other streams");
+  verb.option("--subtitles-keep", arguments.subtitlesKept,
+              "subtitles that go along (default: all the container holds): numbers from 0, a "
+              "language code, 'all' or 'none'")
+      .type("0,2|LANG");
+  verb.flag("--no-attachments", arguments.noAttachments, "leave covers and fonts out");
   verb.group("Span and file");
   ConversionSettings& settings = arguments.settings;
   verb.option("--start", arguments.start, "seconds or [hh:]mm:ss.mmm").type("TIME");

@@ -31,5 +31,8 @@ void addPlayVerb(CommandLine& line);
 /// Lists the looks that `--effect` knows, and shows them.
 void addEffectsVerb(CommandLine& line);
 
+/// Lists the encoders that work on this machine.
+void addEncodersVerb(CommandLine& line);
+
 /// A short test movie, so that there is something to try the program on.
 void addDemoVerb(CommandLine& line);

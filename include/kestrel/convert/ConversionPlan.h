@@ -1,24 +1,27 @@
 #pragma once
 
-#include <kestrel/IndexSet.h>
+#include <kestrel/Export.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFVideoColor.h>
 #include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/TrackChoice.h>
 
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrel {
 
-/// What becomes of one kind of stream.
+/// What becomes of a stream.
 enum class StreamAction {
   kNone,    ///< it is left out
   kEncode,  ///< it is decoded, shaped and encoded anew
   kCopy,    ///< its packets go along untouched
+  kBurnIn,  ///< of subtitles: they are drawn into the pictures, which `LookSettings` chooses
 };
 
 /// Chapters from one to another, counted from 1; both belong to it.
@@ -47,27 +50,43 @@ struct ConversionSettings {
   std::string videoCodec = {};  ///< a codec's or encoder's name; "": the container's default
   LookSettings look = {};
   std::optional<Deinterlacing> deinterlacing = {};  ///< absent: automatic for a disc, else off
-  std::optional<int> width = {};     ///< 1 to 65535 pixels; absent beside a height: keeps the shape
-  std::optional<int> height = {};    ///< likewise
-  std::optional<Rational> fps = {};  ///< pictures per second, up to 1000; absent: the source's
-  std::optional<double> aspect = {};     ///< display aspect, width / height, 0.01 to 100
-  std::optional<int> videoBitrate = {};  ///< bits per second, from 1; absent: what suits the size
-  /// Constant quality in place of a bit rate, 0 (best) to 63; of H.264 and HEVC to 51.
+  std::optional<int> width = {};   ///< 1 to 65535 pixels; absent beside a height: keeps the shape
+  std::optional<int> height = {};  ///< likewise
+  /// Pictures per second, up to 1000; absent: the source's, each at its own time where the
+  /// container can.
+  std::optional<Rational> fps = {};
+  std::optional<Rational> maxFps = {};  ///< at most so many, likewise
+  std::optional<double> aspect = {};    ///< display aspect, width / height, 0.01 to 100
+  /// How good the pictures are, 0 to 100, alike for all encoders; or `crf`, in the encoder's own
+  /// numbers (`QualityScale`), or bits per second, from 1. Absent: the encoder's usual quality.
+  std::optional<double> quality = {};
   std::optional<double> crf = {};
-  std::string encoderPreset = {};
-  Options videoOptions = {};  ///< the encoder's own
+  std::optional<int> videoBitrate = {};
+  std::string encoderPreset = {};        ///< "": the usual one, see `EncoderInfo`
+  std::optional<double> keyframes = {};  ///< seconds between key pictures at most; absent: 10
+  bool isCompatible = false;             ///< 8-bit 4:2:0 pictures, which every player shows
+  Options videoOptions = {};             ///< the encoder's own
 
   // Sound.
 
   std::optional<StreamAction> audio =
-      {};                        ///< absent: encoded where the container has a place for it
-  std::string audioCodec = {};   ///< a codec's or encoder's name; "": the container's default
-  TrackChoice audioTracks = {};  ///< several are mixed
-  std::optional<int> audioBitrate = {};       ///< bits per second, from 1
-  std::optional<int> sampleRate = {};         ///< Hz, 1000 to 768000
-  std::optional<int64_t> channelLayout = {};  ///< a mask; absent: stereo, or mono from mono
-  double volume = 1;                          ///< a factor, 0 to 1000
-  Options audioOptions = {};                  ///< the encoder's own
+      {};                       ///< absent: encoded where the container has a place for it
+  std::string audioCodec = {};  ///< a codec's or encoder's name; "": the container's default
+  TrackChoice audioTracks = TrackChoice::all();  ///< each becomes a track of the result
+  bool mixesAudio = false;                       ///< the tracks become one
+  std::optional<int> audioBitrate = {};          ///< bits per second, from 1; absent: by channels
+  std::optional<int> sampleRate = {};            ///< Hz, 1000 to 768000; absent: the track's own
+  std::optional<int64_t> channelLayout = {};     ///< a mask; absent: the track's own
+  double volume = 1;                             ///< a factor, 0 to 1000
+  Options audioOptions = {};                     ///< the encoder's own
+
+  // Other streams.
+
+  /// Subtitles that are copied, where the container holds them; beside those, `look` may draw some
+  /// into the pictures.
+  TrackChoice subtitleTracks = TrackChoice::all();
+  bool keepsSubtitles = true;
+  bool keepsAttachments = true;  ///< covers, fonts
 
   // Span; times are microseconds from the movie's start.
 
@@ -79,41 +98,78 @@ struct ConversionSettings {
   bool keepsMetadata = true;  ///< tags and chapters
 };
 
-/// Everything about a conversion that can be said before the first packet is read: which streams,
-/// what becomes of them, and the output's parameters. All of it may be changed; `Conversion::run`
+/// How a stream of sound is encoded.
+struct SoundEncoding {
+  int codec = 0;              ///< `AV_CODEC_ID_…`
+  std::string encoder = {};   ///< by FFmpeg's name; "": the library's first for the codec
+  int32_t sampleRate = 0;     ///< Hz, from 1
+  int64_t channelLayout = 0;  ///< a mask
+  int32_t bits = 0;     ///< significant bits of a sample that a lossless codec keeps; 0: its usual
+  int32_t bitrate = 0;  ///< bits per second; 0: the options say it
+  double volume = 1;    ///< a factor
+  std::map<std::string, std::string> options = {};  ///< the encoder's own
+};
+
+/// One stream of the result, or one of the input that is left out.
+struct PlannedStream {
+  StreamInfo::Kind kind = StreamInfo::Kind::kData;
+  StreamAction action = StreamAction::kNone;
+  std::vector<uint32_t> sources = {};  ///< container indexes; of several sounds, the mix
+  /// Why it is left out, as "avi cannot hold it"; "" where nobody misses it.
+  std::string reason = {};
+  bool isCover = false;      ///< of pictures: one that belongs to the file
+  SoundEncoding sound = {};  ///< of sound that is encoded
+  int subtitleCodec = 0;     ///< `AV_CODEC_ID_…` of text that gets another form
+  std::map<std::string, std::string> tags = {};  ///< "language", "title"
+  std::vector<std::string> disposition = {};     ///< "default", "forced" …, as in `StreamInfo`
+
+  /// Whether it is a stream of the result.
+  bool isKept() const { return action != StreamAction::kNone && action != StreamAction::kBurnIn; }
+};
+
+/// Everything about a conversion that can be said before the first packet is read: the streams,
+/// what becomes of each, and the output's parameters. All of it may be changed; `Conversion::run`
 /// goes by it alone, and refuses what cannot be.
 ///
-/// `videoIndex` counts where `video` is not `kNone`, the members about sound where `audio` is not;
-/// of several tracks only one can be copied. Sizes and rates of sound are 1 or more, bit rates 0 or
-/// more (0: the options say it), `rate()`, `look` and `volume` as in the settings. A change of one
-/// member changes no other: who makes the picture larger may want another bit rate, too.
-struct ConversionPlan {
+/// Streams are written in the order of `streams`. At most one of pictures that are no cover is
+/// kept; the members about pictures count where it is encoded. Sizes are 1 or more, bit rates 0 or
+/// more (0: the options say it), `rate()`, `look` and volumes as in the settings. A change of one
+/// member changes no other: a larger picture, for example, may need another bit rate, too.
+struct KESTREL_API ConversionPlan {
   using Options = ConversionSettings::Options;
 
-  StreamAction video = StreamAction::kNone;
-  StreamAction audio = StreamAction::kNone;
-  std::optional<uint32_t> videoIndex = {};  ///< container index of the video stream
-  IndexSet audioIndexes = {};               ///< container indexes of audio streams
-  IndexSet audioTracks = {};                ///< the chosen ones, counted among those
-  LMFFMovieFileOutputFormat format = {};    ///< codecs, size, rates
-  VideoColor color = {};                    ///< of the output's pictures
-  LookSettings look = {};                   ///< ends up in a picture of `format`'s size
-  std::optional<Area> picture = {};         ///< between the black bars, where they are left out
+  std::vector<PlannedStream> streams = {};
+  LMFFMovieFileOutputFormat format = {};  ///< of encoded pictures: codec, size, rate, bit rate
+  std::string videoEncoder = {};          ///< by FFmpeg's name; "": the library's first
+  std::string pixelFormat = {};           ///< by FFmpeg's name; "": the encoder's first
+  /// Each picture keeps its own time, where those of the source do not come at `rate()`; else they
+  /// are repeated or left out to keep that rate.
+  bool keepsTimes = false;
+  VideoColor color = {};             ///< of the output's pictures
+  LookSettings look = {};            ///< ends up in a picture of `format`'s size
+  std::optional<Area> picture = {};  ///< between the black bars, where they are left out
   Deinterlacing deinterlacing = Deinterlacing::kOff;
-  double volume = 1;  ///< a factor on sound that is encoded
   Options videoOptions = {};
-  Options audioOptions = {};
   Options muxerOptions = {};
   std::string formatName = {};      ///< the muxer's short name
   int64_t start = 0;                ///< microseconds, from 0
   std::optional<int64_t> end = {};  ///< microseconds, not before the start
   bool keepsMetadata = true;        ///< tags and chapters
 
-  /// Pictures per second, which `format` has.
+  /// The stream of pictures that is kept; null for none.
+  PlannedStream* pictures();
+  const PlannedStream* pictures() const;
+
+  /// The streams of one kind that are kept, covers apart.
+  std::vector<PlannedStream*> kept(StreamInfo::Kind kind);
+  std::vector<const PlannedStream*> kept(StreamInfo::Kind kind) const;
+
+  /// Pictures per second, which `format` has. A rate that is set is kept: `keepsTimes` ends.
   Rational rate() const { return {format.framerate, format.frameTime}; }
   void setRate(Rational rate) {
     format.framerate = rate.num;
     format.frameTime = rate.den;
+    keepsTimes = false;
   }
 };
 

@@ -1,0 +1,179 @@
+#include "convert/plan/PictureEncoding.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
+#include "convert/probe/EncoderTable.h"
+#include "convert/settings/Require.h"
+#include "support/encode/EncoderCompat.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+constexpr double kUsualKeyframes = 10;  // seconds
+constexpr int kEightBits = 8;
+
+/// Bits per second that suit a picture's size and rate: 6 Mbit/s for 1080p30, less than
+/// proportionally less for smaller ones, twice that for codecs of the MPEG-2 generation.
+int bitrateFor(const LMFFMovieFileOutputFormat& format) {
+  const double pixels = static_cast<double>(format.width) * format.height;
+  const double rate = static_cast<double>(format.framerate) / std::max(format.frameTime, 1);
+  const double modern = 6e6 * std::pow(pixels / (1920.0 * 1080), 0.75) * std::sqrt(rate / 30);
+  static const std::set<int> kModern{AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_VP8,
+                                     AV_CODEC_ID_VP9, AV_CODEC_ID_AV1};
+  const double bits =
+      std::clamp(kModern.contains(format.video_codec) ? modern : 2 * modern, 200e3, 80e6);
+  return static_cast<int>(std::lround(bits / 1000)) * 1000;
+}
+
+/// Whether players of such files want a bit rate that does not rise above what a disc can give.
+bool needsBitrate(const AVOutputFormat& container) {
+  static const std::set<std::string_view> kDiscs{"dvd", "vob", "vcd", "svcd"};
+  return kDiscs.contains(container.name);
+}
+
+/// Whether key pictures may lie as far apart as a program likes: players of older codecs expect
+/// them often.
+bool takesLongGroups(int codec) {
+  static const std::set<int> kCodecs{AV_CODEC_ID_H264,  AV_CODEC_ID_HEVC, AV_CODEC_ID_VP8,
+                                     AV_CODEC_ID_VP9,   AV_CODEC_ID_AV1,  AV_CODEC_ID_MPEG4,
+                                     AV_CODEC_ID_THEORA};
+  return kCodecs.contains(codec);
+}
+
+void setQuality(ConversionPlan& plan, const QualityScale& scale, double value) {
+  plan.format.video_bitrate = 0;
+  if (scale.option == "global_quality") {
+    plan.videoOptions["global_quality"] = std::to_string(std::lround(value * FF_QP2LAMBDA));
+    plan.videoOptions["flags"] = "+qscale";
+    return;
+  }
+  plan.videoOptions[scale.option] = fmt::format("{:.4g}", value);
+  plan.videoOptions["b"] = "0";
+}
+
+/// Whether the encoder's own options already say how good the pictures are.
+bool choosesRate(const ConversionSettings::Options& options) {
+  static const std::set<std::string_view> kKeys{
+      "b", "qp", "cqp", "crf", "q", "global_quality", "qscale", "lossless"};
+  return std::ranges::any_of(options,
+                             [](const auto& option) { return kKeys.contains(option.first); });
+}
+
+void planQuality(ConversionPlan& plan, const ConversionSettings& settings, const EncoderRow* row,
+                 const AVOutputFormat& container) {
+  const auto scale = row ? row->quality() : std::nullopt;
+  if (settings.crf) {
+    if (!scale || scale->option != "crf")
+      throw Failure::settings(
+          fmt::format(
+              "crf: the encoder {} has none; it takes a quality from 0 to 100 or a bit rate",
+              plan.videoEncoder),
+          "crf");
+    requireNumber("crf", *settings.crf, scale->best, scale->worst);
+    return setQuality(plan, *scale, *settings.crf);
+  }
+  if (settings.quality && !scale)
+    throw Failure::settings(
+        fmt::format("quality: the encoder {} knows none, only a bit rate", plan.videoEncoder),
+        "quality");
+  const bool isUsual = !settings.videoBitrate && !settings.quality;
+  if (isUsual && choosesRate(settings.videoOptions)) {
+    plan.format.video_bitrate = 0;
+    return;
+  }
+  if (settings.videoBitrate || !scale || (isUsual && needsBitrate(container))) {
+    plan.format.video_bitrate = settings.videoBitrate.value_or(bitrateFor(plan.format));
+    return;
+  }
+  setQuality(plan, *scale, settings.quality ? qualityAt(*scale, *settings.quality) : scale->usual);
+}
+
+void planPreset(ConversionPlan& plan, const std::string& wanted, const EncoderRow* row) {
+  if (!row || row->presetOption.empty()) {
+    if (wanted.empty()) return;
+    throw Failure::settings(
+        fmt::format("encoderPreset: the encoder {} has no presets", plan.videoEncoder),
+        "encoderPreset");
+  }
+  const auto presets = row->presets();
+  if (!wanted.empty() && !std::ranges::count(presets, wanted))
+    throw Failure::settings(
+        fmt::format("encoderPreset: '{}' is none of {}'s presets{}: {}", wanted, plan.videoEncoder,
+                    nearestNames(wanted, presets), fmt::join(presets, ", ")),
+        "encoderPreset");
+  plan.videoOptions[std::string(row->presetOption)] =
+      wanted.empty() ? std::string(row->usualPreset) : wanted;
+}
+
+/// The nearest 8-bit relative of a format.
+AVPixelFormat inEightBits(AVPixelFormat format) {
+  static constexpr AVPixelFormat kPlain[] = {
+      AV_PIX_FMT_YUV420P,  AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV444P,  AV_PIX_FMT_YUV440P,
+      AV_PIX_FMT_YUV411P,  AV_PIX_FMT_YUV410P, AV_PIX_FMT_YUVA420P, AV_PIX_FMT_YUVA422P,
+      AV_PIX_FMT_YUVA444P, AV_PIX_FMT_GBRP,    AV_PIX_FMT_GBRAP,    AV_PIX_FMT_GRAY8,
+      AV_PIX_FMT_NONE};
+  return avcodec_find_best_pix_fmt_of_list(kPlain, format, 1, nullptr);
+}
+
+/// Whether a format stands for another in full range, which its name says.
+bool isFullRangeTwin(AVPixelFormat format) {
+  return std::string_view(av_get_pix_fmt_name(format)).starts_with("yuvj");
+}
+
+}  // namespace
+
+std::string pixelFormatFor(const std::string& encoder, const std::string& source, int depth,
+                           bool isCompatible) {
+  const AVCodec* const codec = avcodec_find_encoder_by_name(encoder.c_str());
+  AVPixelFormat own = av_get_pix_fmt(source.c_str());
+  if (!codec || own == AV_PIX_FMT_NONE) return {};
+  if (isFullRangeTwin(own) || depth <= kEightBits) own = inEightBits(own);
+  if (isCompatible) own = AV_PIX_FMT_YUV420P;
+  std::vector<AVPixelFormat> formats;
+  for (const AVPixelFormat format : acceptedFormats<AVPixelFormat>(codec))
+    if (!(av_pix_fmt_desc_get(format)->flags & AV_PIX_FMT_FLAG_HWACCEL)) formats.push_back(format);
+  // The range is told by itself, but for JPEG, which has no other.
+  const bool isJpeg = codec->id == AV_CODEC_ID_MJPEG;
+  std::erase_if(formats,
+                [isJpeg](AVPixelFormat format) { return isFullRangeTwin(format) != isJpeg; });
+  if (formats.empty()) return {};
+  formats.push_back(AV_PIX_FMT_NONE);
+  const bool hasAlpha = (av_pix_fmt_desc_get(own)->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
+  return av_get_pix_fmt_name(
+      avcodec_find_best_pix_fmt_of_list(formats.data(), own, hasAlpha ? 1 : 0, nullptr));
+}
+
+void planEncoding(ConversionPlan& plan, const ConversionSettings& settings, const VideoInfo& source,
+                  bool isPlain, const AVOutputFormat& container) {
+  const EncoderRow* const row = encoderRow(plan.videoEncoder);
+  // Looks are computed in 8 bits.
+  plan.pixelFormat = pixelFormatFor(plan.videoEncoder, source.pixelFormat,
+                                    isPlain ? source.bitDepth : kEightBits, settings.isCompatible);
+  if (row) plan.videoOptions = row->otherOptions();
+  planQuality(plan, settings, row, container);
+  planPreset(plan, settings.encoderPreset, row);
+  const double rate = static_cast<double>(plan.format.framerate) / plan.format.frameTime;
+  if (settings.keyframes || (takesLongGroups(plan.format.video_codec) && !needsBitrate(container)))
+    plan.videoOptions["g"] = std::to_string(
+        std::max(1L, std::lround(settings.keyframes.value_or(kUsualKeyframes) * rate)));
+  if (plan.videoEncoder == "libx264" && plan.pixelFormat == "yuv420p")
+    plan.videoOptions["profile"] = "high";
+  for (const auto& [key, value] : settings.videoOptions) plan.videoOptions[key] = value;
+}
+
+}  // namespace kestrel

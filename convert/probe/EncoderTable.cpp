@@ -1,0 +1,104 @@
+#include "convert/probe/EncoderTable.h"
+
+#include <algorithm>
+#include <iterator>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+/// The usual values are chosen so that all encoders give pictures of about the same likeness to
+/// their source; bench/quality measures it.
+constexpr EncoderRow kRows[] = {
+    {"libx264", "crf", 0, 51, 23, "preset", "medium"},
+    {"libx264rgb", "crf", 0, 51, 23, "preset", "medium"},
+    {"libx265", "crf", 0, 51, 26, "preset", "medium"},
+    {"libsvtav1", "crf", 1, 63, 35, "preset", "8", 13},
+    {"libaom-av1", "crf", 0, 63, 32, "cpu-used", "6", 8, "row-mt=1"},
+    {"librav1e", "qp", 0, 255, 100, "speed", "6", 10},
+    {"libvpx-vp9", "crf", 0, 63, 32, "cpu-used", "2", 8, "row-mt=1:deadline=good"},
+    {"libvpx", "crf", 4, 63, 10, "cpu-used", "2", 16, "deadline=good"},
+    {"mpeg4", "global_quality", 1, 31, 4},
+    {"libxvid", "global_quality", 1, 31, 4},
+    {"msmpeg4", "global_quality", 1, 31, 4},
+    {"msmpeg4v2", "global_quality", 1, 31, 4},
+    {"mpeg2video", "global_quality", 1, 31, 4},
+    {"mpeg1video", "global_quality", 1, 31, 4},
+    {"wmv2", "global_quality", 1, 31, 4},
+    {"wmv1", "global_quality", 1, 31, 4},
+    {"flv", "global_quality", 1, 31, 4},
+    {"mjpeg", "global_quality", 1, 31, 3},
+    {"libtheora", "global_quality", 10, 0, 7},
+};
+
+constexpr const char* kX264Presets[] = {"ultrafast", "superfast", "veryfast", "faster",
+                                        "fast",      "medium",    "slow",     "slower",
+                                        "veryslow",  "placebo"};
+
+/// Where several libraries write a codec, the one that gives most for its bytes and its time.
+const std::map<AVCodecID, std::vector<const char*>>& preferences() {
+  static const std::map<AVCodecID, std::vector<const char*>> kPreferences{
+      {AV_CODEC_ID_H264, {"libx264"}},
+      {AV_CODEC_ID_HEVC, {"libx265"}},
+      {AV_CODEC_ID_AV1, {"libsvtav1", "libaom-av1", "librav1e"}},
+      {AV_CODEC_ID_VP9, {"libvpx-vp9"}},
+      {AV_CODEC_ID_VP8, {"libvpx"}},
+      {AV_CODEC_ID_MPEG4, {"mpeg4"}},
+      {AV_CODEC_ID_AAC, {"libfdk_aac", "aac"}},
+      {AV_CODEC_ID_MP3, {"libmp3lame"}},
+      {AV_CODEC_ID_OPUS, {"libopus"}},
+      {AV_CODEC_ID_VORBIS, {"libvorbis"}},
+  };
+  return kPreferences;
+}
+
+}  // namespace
+
+std::optional<QualityScale> EncoderRow::quality() const {
+  if (qualityOption.empty()) return std::nullopt;
+  return QualityScale{std::string(qualityOption), best, worst, usual};
+}
+
+std::vector<std::string> EncoderRow::presets() const {
+  if (presetOption.empty()) return {};
+  if (lastPreset < 0) return {std::begin(kX264Presets), std::end(kX264Presets)};
+  std::vector<std::string> numbers;
+  for (int number = 0; number <= lastPreset; ++number) numbers.push_back(std::to_string(number));
+  return numbers;
+}
+
+std::map<std::string, std::string> EncoderRow::otherOptions() const {
+  std::map<std::string, std::string> all;
+  for (std::string_view rest = options; !rest.empty();) {
+    const std::string_view one = rest.substr(0, rest.find(':'));
+    rest.remove_prefix(std::min(one.size() + 1, rest.size()));
+    const size_t equals = one.find('=');
+    all[std::string(one.substr(0, equals))] = one.substr(equals + 1);
+  }
+  return all;
+}
+
+const EncoderRow* encoderRow(std::string_view name) {
+  const auto* const found = std::ranges::find(kRows, name, &EncoderRow::name);
+  return found == std::end(kRows) ? nullptr : found;
+}
+
+const AVCodec* bestEncoder(AVCodecID codec) {
+  if (const auto preferred = preferences().find(codec); preferred != preferences().end())
+    for (const char* name : preferred->second)
+      if (const AVCodec* encoder = avcodec_find_encoder_by_name(name)) return encoder;
+  return avcodec_find_encoder(codec);
+}
+
+double qualityAt(const QualityScale& scale, double quality) {
+  if (quality >= kUsualQuality)
+    return scale.usual +
+           (scale.best - scale.usual) * (quality - kUsualQuality) / (100 - kUsualQuality);
+  return scale.worst + (scale.usual - scale.worst) * quality / kUsualQuality;
+}
+
+}  // namespace kestrel

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <kestrel/convert/Encoders.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+}
+
+struct AVCodec;
+
+namespace kestrel {
+
+/// What is known of an encoder beside what its library tells.
+struct EncoderRow {
+  std::string_view name;
+  std::string_view qualityOption = {};  ///< "": it has no scale
+  double best = 0;
+  double worst = 0;
+  double usual = 0;
+  std::string_view presetOption = {};  ///< "": it has no presets
+  std::string_view usualPreset = {};
+  int lastPreset = -1;  ///< presets are numbers from 0 to this, or below 0 those of x264
+
+  /// Other options that a conversion sets, "key=value" with colons between.
+  std::string_view options = {};
+
+  std::optional<QualityScale> quality() const;
+  std::vector<std::string> presets() const;
+  std::map<std::string, std::string> otherOptions() const;
+};
+
+/// Null for an encoder of which nothing is known.
+const EncoderRow* encoderRow(std::string_view name);
+
+/// The encoder that a conversion uses for a codec: the best of those that there are; null for none.
+const AVCodec* bestEncoder(AVCodecID codec);
+
+/// A place on one scale for all encoders, 0 (worst) to 100 (best), in an encoder's own numbers: its
+/// usual value lies at `kUsualQuality`, between there and the ends it goes straight.
+double qualityAt(const QualityScale& scale, double quality);
+
+inline constexpr double kUsualQuality = 60;
+
+}  // namespace kestrel
