@@ -48,7 +48,8 @@ std::string_view headerOf(const AVCodecContext& context) {
 /// A rate in whole pictures per second, absent for an invalid one.
 std::optional<float> wholeRate(AVRational rate) {
   if (rate.num < 1 || rate.den < 1) return std::nullopt;
-  return static_cast<float>(rate.num / rate.den);
+  const int whole = rate.num / rate.den;
+  return static_cast<float>(whole);
 }
 
 }  // namespace

@@ -120,8 +120,8 @@ void ContactSheet::add(const BitmapImage& picture, const std::string& caption) {
   const int row = count_ / layout_.columns;
   ++count_;
   const double x = gap_ + column * (layout_.pictureWidth + gap_);
-  const double top = surface_->height() - headerHeight_ - gap_ / 2 -
-                     row * (layout_.pictureHeight + captionHeight_);
+  const int above = headerHeight_ + gap_ / 2 + row * (layout_.pictureHeight + captionHeight_);
+  const double top = surface_->height() - above;
   const double width = layout_.pictureWidth;
   const double height = layout_.pictureHeight;
   surface_->drawImage(picture, {{x, top - height}, {width, height}});

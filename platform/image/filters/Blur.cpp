@@ -273,8 +273,8 @@ Weights makeWeights(Arena& arena, double sigma) {
   const auto exact = [sigma](int d) { return std::exp(-d * d / (2 * sigma * sigma)); };
   double sum = 0;
   for (int d = -reach; d <= reach; ++d) sum += exact(d);
-  for (int d = -reach; d <= reach; ++d)
-    values[static_cast<size_t>(d + reach)] = static_cast<float>(exact(d) / sum);
+  for (int i = 0; i <= 2 * reach; ++i)
+    values[static_cast<size_t>(i)] = static_cast<float>(exact(i - reach) / sum);
   return {values, reach};
 }
 

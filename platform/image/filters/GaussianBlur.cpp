@@ -33,7 +33,7 @@ Rect grown(const Rect& rect, double margin) {
 
 }  // namespace
 
-GaussianBlurNode::GaussianBlurNode(NodePointer picture, double standardDeviation)
+GaussianBlurNode::GaussianBlurNode(const NodePointer& picture, double standardDeviation)
     : FilterNode(picture, grown(picture->extent, kExtentInRadii * standardDeviation)),
       radius(standardDeviation) {}
 

@@ -20,7 +20,7 @@ std::shared_ptr<Filter> makeGaussianBlur(const std::string& name);
 
 struct GaussianBlurNode final : FilterNode {
   /// The radius is within the limits above.
-  GaussianBlurNode(NodePointer picture, double standardDeviation);
+  GaussianBlurNode(const NodePointer& picture, double standardDeviation);
 
   const Layer* plan(Planner& planner, const IntRect& needed) const override;
 

@@ -42,7 +42,7 @@ class GlowLayer final : public Layer {
 
 }  // namespace
 
-GlowNode::GlowNode(NodePointer picture, Kind way, double standardDeviation, double share)
+GlowNode::GlowNode(const NodePointer& picture, Kind way, double standardDeviation, double share)
     : FilterNode(picture, integral(picture->extent)),
       kind(way),
       radius(standardDeviation),

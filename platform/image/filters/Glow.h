@@ -11,7 +11,7 @@ struct GlowNode final : FilterNode {
   enum class Kind { kBloom, kGloom };
 
   /// The radius is that of a blur, 0 for none; the intensity is from 0 to 1.
-  GlowNode(NodePointer picture, Kind way, double standardDeviation, double share);
+  GlowNode(const NodePointer& picture, Kind way, double standardDeviation, double share);
 
   const Layer* plan(Planner& planner, const IntRect& needed) const override;
 

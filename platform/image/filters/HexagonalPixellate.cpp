@@ -90,7 +90,7 @@ class Hexagons {
       x = until;
     };
     int column = floorOf((x0 - center_.x) / width_) - 1;
-    while (x < x1) {
+    while (x < x1) {  // NOLINT(bugprone-infinite-loop): advance() moves x
       const double place = column + offset;
       if (share < 0.5)
         advance(pixelFrom(center_.x + width_ * (place - share)), column + shift, row + 1);
@@ -217,7 +217,7 @@ class MosaicLayer final : public Layer {
 
 }  // namespace
 
-HexagonalPixellateNode::HexagonalPixellateNode(NodePointer picture, const Point& middle,
+HexagonalPixellateNode::HexagonalPixellateNode(const NodePointer& picture, const Point& middle,
                                                double side)
     : FilterNode(picture, integral(picture->extent)), center(middle), scale(side) {}
 

@@ -23,7 +23,7 @@ namespace kestrel {
 std::shared_ptr<Filter> makeHexagonalPixellate(const std::string& name);
 
 struct HexagonalPixellateNode final : FilterNode {
-  HexagonalPixellateNode(NodePointer picture, const Point& middle, double side);
+  HexagonalPixellateNode(const NodePointer& picture, const Point& middle, double side);
 
   const Layer* plan(Planner& planner, const IntRect& needed) const override;
 

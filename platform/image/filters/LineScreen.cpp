@@ -69,7 +69,7 @@ class LineScreenLayer final : public PlaceLayer {
 
 double LineScreen::softness() const { return std::max(1 - sharpness, 2 / width); }
 
-LineScreenNode::LineScreenNode(NodePointer picture, const LineScreen& lines)
+LineScreenNode::LineScreenNode(const NodePointer& picture, const LineScreen& lines)
     : FilterNode(picture, integral(picture->extent)), screen(lines) {}
 
 const Layer* LineScreenNode::plan(Planner& planner, const IntRect& needed) const {

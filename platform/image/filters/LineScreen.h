@@ -36,7 +36,7 @@ struct LineScreen {
 std::shared_ptr<Filter> makeLineScreen(const std::string& name);
 
 struct LineScreenNode final : FilterNode {
-  LineScreenNode(NodePointer picture, const LineScreen& lines);
+  LineScreenNode(const NodePointer& picture, const LineScreen& lines);
 
   const Layer* plan(Planner& planner, const IntRect& needed) const override;
 

@@ -141,7 +141,7 @@ class SharpenLayer final : public Layer {
 
 }  // namespace
 
-SharpenLuminanceNode::SharpenLuminanceNode(NodePointer picture, double strength)
+SharpenLuminanceNode::SharpenLuminanceNode(const NodePointer& picture, double strength)
     : FilterNode(picture, integral(picture->extent)), sharpness(strength) {}
 
 const Layer* SharpenLuminanceNode::plan(Planner& planner, const IntRect& needed) const {

@@ -22,7 +22,7 @@ std::shared_ptr<Filter> makeSharpenLuminance(const std::string& name);
 struct SharpenLuminanceNode final : FilterNode {
   static constexpr double kRadius = 1.69;
 
-  SharpenLuminanceNode(NodePointer picture, double strength);
+  SharpenLuminanceNode(const NodePointer& picture, double strength);
 
   const Layer* plan(Planner& planner, const IntRect& needed) const override;
 

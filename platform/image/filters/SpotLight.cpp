@@ -81,7 +81,7 @@ class SpotLightLayer final : public PlaceLayer {
 
 double SpotLight::edge() const { return 1 / std::sqrt(1 + 0.14 * concentration); }
 
-SpotLightNode::SpotLightNode(NodePointer picture, const SpotLight& lamp)
+SpotLightNode::SpotLightNode(const NodePointer& picture, const SpotLight& lamp)
     : FilterNode(picture, integral(picture->extent)), light(lamp) {}
 
 const Layer* SpotLightNode::plan(Planner& planner, const IntRect& needed) const {

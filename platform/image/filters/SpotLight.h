@@ -40,7 +40,7 @@ struct SpotLight {
 std::shared_ptr<Filter> makeSpotLight(const std::string& name);
 
 struct SpotLightNode final : FilterNode {
-  SpotLightNode(NodePointer picture, const SpotLight& lamp);
+  SpotLightNode(const NodePointer& picture, const SpotLight& lamp);
 
   const Layer* plan(Planner& planner, const IntRect& needed) const override;
 

@@ -152,7 +152,8 @@ PlanesRaster::Rows PlanesRaster::chromaRows(Worker& worker, const Rows& luma) co
   const int count = static_cast<int>(luma.weights.size());
   const int first = limited(at(luma.first));
   const int last = limited(at(luma.first + count - 1) + 1);
-  const auto shares = worker.memory.array<float>(static_cast<size_t>(last - first + 1));
+  const int rows = last - first + 1;
+  const auto shares = worker.memory.array<float>(static_cast<size_t>(rows));
   std::fill(shares.begin(), shares.end(), 0.0f);
   for (int i = 0; i < count; ++i) {
     const double position = at(luma.first + i);

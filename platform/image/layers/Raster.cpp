@@ -169,7 +169,9 @@ void ReducedRaster::blendRows(Worker& worker, int y, const int16_t* weights, int
       for (size_t c = 0; c < 4; ++c) sums[4 * i + c] += share * static_cast<float>(total[c]);
     }
   }
-  for (size_t i = 0; i < sums.size(); ++i) out[i] = static_cast<int16_t>(sums[i] + 0.5f);
+  // Means of samples, which are not below 0.
+  for (size_t i = 0; i < sums.size(); ++i)
+    out[i] = static_cast<int16_t>(sums[i] + 0.5f);  // NOLINT(bugprone-incorrect-roundings)
 }
 
 void copyContinued(const Raster& source, Worker& worker, const IntRect& clip, const IntRect& rect,
