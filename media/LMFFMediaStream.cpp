@@ -287,16 +287,9 @@ bool LMFFMediaStream::decodePacket(const AVPacket* packet) {
     state_->queue(packet, timebase(), !isVideo());
     return false;
   }
-  switch (mediaType()) {
-    case AVMEDIA_TYPE_AUDIO:
-      state_->decoder.send(*packet);
-      return state_->decodeSound(*this);
-    case AVMEDIA_TYPE_SUBTITLE:
-      return state_->decodeSubtitle(*this, packet);
-    default:
-      state_->decoder.send(*packet);
-      return takeQueuedFrame();
-  }
+  if (isSubtitle()) return state_->decodeSubtitle(*this, packet);
+  state_->decoder.send(*packet);
+  return isAudio() ? state_->decodeSound(*this) : takeQueuedFrame();
 }
 
 bool LMFFMediaStream::takeQueuedFrame() {
