@@ -71,7 +71,7 @@ void PlanesPass::run(Worker& worker, int task) const {
   // Chroma lines begin with the column left of the piece and end with two right of it; at the ends
   // of the picture the outermost column stands for those beyond.
   const auto width = static_cast<size_t>(area.width());
-  const auto lead = static_cast<size_t>(left - piece.x0 + 1);
+  const size_t lead = left == piece.x0 ? 1 : 0;
   const size_t length = width + 4;
   float* const luma = worker.memory.array<float>(width).data();
   float* lines[2];
