@@ -13,7 +13,9 @@ constexpr size_t kMostWaiting = 32;
 }  // namespace
 
 void DecodingTimes::push(PacketPtr packet) {
-  if (packet->dts == AV_NOPTS_VALUE && packet->pts != AV_NOPTS_VALUE) {
+  // One without any time stays behind those that wait.
+  const bool waits = packet->pts != AV_NOPTS_VALUE || !waiting_.empty();
+  if (packet->dts == AV_NOPTS_VALUE && waits) {
     waiting_.push_back(std::move(packet));
     if (waiting_.size() < kMostWaiting) return;
     const auto count = static_cast<int64_t>(waiting_.size());
@@ -27,7 +29,10 @@ void DecodingTimes::push(PacketPtr packet) {
 }
 
 void DecodingTimes::finish() {
-  if (!waiting_.empty()) release(waiting_.back()->pts);
+  const auto last = std::find_if(waiting_.rbegin(), waiting_.rend(), [](const PacketPtr& packet) {
+    return packet->pts != AV_NOPTS_VALUE;
+  });
+  if (last != waiting_.rend()) release((*last)->pts);
 }
 
 PacketPtr DecodingTimes::pop() {
@@ -48,7 +53,7 @@ int64_t DecodingTimes::step() const {
 void DecodingTimes::release(int64_t next) {
   int64_t time = next - static_cast<int64_t>(waiting_.size()) * step();
   for (PacketPtr& packet : std::exchange(waiting_, {})) {
-    packet->dts = std::min(time, packet->pts);
+    packet->dts = packet->pts == AV_NOPTS_VALUE ? time : std::min(time, packet->pts);
     last_ = packet->dts;
     time += step();
     ready_.push_back(std::move(packet));

@@ -9,7 +9,8 @@ namespace kestrel {
 
 /// Adds decoding times to packets that have only presentation times, as at the start of Matroska
 /// files with reordered pictures. The packets wait for the first one with a decoding time and are
-/// spread evenly before it.
+/// spread evenly before it. Packets leave in the order in which they came: one without any time
+/// gets a decoding time, too, if others wait before it, and otherwise passes as it is.
 class DecodingTimes {
  public:
   /// Packets are stamped in the time base of `stream`, which outlives this.

@@ -71,6 +71,25 @@ TEST_F(DecodingTimesTest, TheEndIsTakenForTheTimeOfTheLast) {
   EXPECT_THAT(ready(), ElementsAre(Pair(0, -40), Pair(40, 0)));
 }
 
+TEST_F(DecodingTimesTest, OneWithoutAnyTimeOvertakesNone) {
+  push(kNone);
+  EXPECT_THAT(ready(), ElementsAre(Pair(kNone, kNone)));
+  push(0);
+  push(kNone);
+  push(80);
+  EXPECT_THAT(ready(), IsEmpty());
+  push(120, 120);
+  EXPECT_THAT(ready(), ElementsAre(Pair(0, 0), Pair(kNone, 40), Pair(80, 80), Pair(120, 120)));
+}
+
+TEST_F(DecodingTimesTest, TheLastTimeThatThereIsTellsTheEnd) {
+  push(0);
+  push(120);
+  push(kNone);
+  times_.finish();
+  EXPECT_THAT(ready(), ElementsAre(Pair(0, 0), Pair(120, 40), Pair(kNone, 80)));
+}
+
 TEST_F(DecodingTimesTest, NoneWaitsForMoreThanThirtyTwo) {
   for (int i = 0; i < 31; ++i) push(i * 40);
   EXPECT_THAT(ready(), IsEmpty());
