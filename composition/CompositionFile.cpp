@@ -84,10 +84,12 @@ int CompositionFile::addSound(const JoinedSound::Track& track) {
   AVStream* stream = muxer_.addStream();
   if (!stream) return -1;
   const auto id = static_cast<AVCodecID>(track.format.audio_codec);
-  const AVCodec* codec = avcodec_find_encoder(id);
-  if (!codec) {
-    refuse(std::string("no encoder for '") + avcodec_get_name(id) + "'",
-           LMMovieComposition::kDoesNotJoin);
+  const AVCodec* const codec = track.encoder.empty()
+                                   ? avcodec_find_encoder(id)
+                                   : avcodec_find_encoder_by_name(track.encoder.c_str());
+  if (!codec || codec->id != id) {
+    const std::string name = track.encoder.empty() ? avcodec_get_name(id) : track.encoder;
+    refuse(fmt::format("no encoder for '{}'", name), LMMovieComposition::kDoesNotJoin);
     return -1;
   }
   const AVOutputFormat& container = *muxer_.context()->oformat;
@@ -101,7 +103,7 @@ int CompositionFile::addSound(const JoinedSound::Track& track) {
   const AVCodecContext& encoder = *sound.encoder.context();
   sound.channels = encoder.ch_layout.nb_channels;
   sound.converter.convertFormat(
-      {AV_SAMPLE_FMT_FLT, track.format.channel_layout, track.format.sample_rate},
+      {AV_SAMPLE_FMT_DBL, track.format.channel_layout, track.format.sample_rate},
       {encoder.sample_fmt, track.format.channel_layout, encoder.sample_rate});
   sound.feed = std::make_unique<SoundEncoder>(
       sound.encoder, errors_,
@@ -114,7 +116,7 @@ SoundQueue CompositionFile::queueOf(LMFFAudioResample& converter) {
           [&converter](AVFrame& frame) { converter.convertFrame(nullptr, &frame); }};
 }
 
-bool CompositionFile::writeSound(const std::vector<float>& samples, int stream) {
+bool CompositionFile::writeSound(const JoinedSound::Samples& samples, int stream) {
   Sound& sound = sounds_.at(stream);
   const auto count = static_cast<int32_t>(samples.size() / static_cast<size_t>(sound.channels));
   if (count > 0) sound.converter.writeSample(samples.data(), count);

@@ -64,7 +64,7 @@ class CompositionFile {
   bool write(AVPacket& packet, int stream);
 
   /// Encodes samples for a stream added by `addSound`; false once something has failed.
-  bool writeSound(const std::vector<float>& samples, int stream);
+  bool writeSound(const JoinedSound::Samples& samples, int stream);
 
   /// Encodes what is held of the samples; none follow.
   void finishSound(int stream);

@@ -363,9 +363,9 @@ bool JoinedFile::writeSound(int64_t reached) {
 }
 
 /// Encodes what is read of a track, a part at a time, until there is no more.
-bool JoinedFile::writeSound(size_t track, const std::function<std::vector<float>()>& read) {
+bool JoinedFile::writeSound(size_t track, const std::function<JoinedSound::Samples()>& read) {
   while (!(interrupt_ && interrupt_())) {
-    const std::vector<float> samples = read();
+    const JoinedSound::Samples samples = read();
     if (samples.empty()) return true;
     if (!file_.writeSound(samples, sounds_[track])) return false;
   }

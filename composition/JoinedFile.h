@@ -68,7 +68,7 @@ class JoinedFile {
   void writeChapters(int64_t end);
   void finish();
   bool writeSound(int64_t reached);
-  bool writeSound(size_t track, const std::function<std::vector<float>()>& read);
+  bool writeSound(size_t track, const std::function<JoinedSound::Samples()>& read);
   bool goOnWithSound();
   void tally();
   bool writeSubtitles(int64_t reached);

@@ -6,6 +6,8 @@
 #include <kestrel/LMFFMediaStream.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <utility>
 
 #include "support/FFmpegOwners.h"
@@ -16,9 +18,12 @@ namespace {
 
 constexpr int kMostIdleForwards = 64;  // reads that bring no sound before the pump goes on
 
-size_t channelsOf(const LMFFMediaStream& stream) {
-  return static_cast<size_t>(
-      lm_get_channel_layout_nb_channels(stream.audioOutputFormat().channel_layout));
+/// Of some frames, interleaved.
+size_t bytesOf(const LMFFMediaStream& stream, int32_t frames) {
+  const LMFFAudioFormat format = stream.audioOutputFormat();
+  const int bytes = av_get_bytes_per_sample(static_cast<AVSampleFormat>(format.sample_fmt)) *
+                    lm_get_channel_layout_nb_channels(format.channel_layout);
+  return static_cast<size_t>(bytes) * static_cast<size_t>(frames);
 }
 
 }  // namespace
@@ -65,7 +70,7 @@ void StreamSound::dropLate(int64_t least) {
     const int64_t late = -framesUntilSound();
     if (late <= least) return;
     const auto count = static_cast<int32_t>(std::min<int64_t>(late, waitingFrames()));
-    std::vector<float> dropped(static_cast<size_t>(count) * channelsOf(*stream_));
+    std::vector<std::byte> dropped(bytesOf(*stream_, count));
     stream_->readSample(dropped.data(), count);
     prefetch();
   }
@@ -86,11 +91,11 @@ int32_t StreamSound::align(int32_t frames) {
   return waiting > 0 ? std::min(waiting, frames) : frames;
 }
 
-void StreamSound::take(float* data, int32_t frames) {
+void StreamSound::take(void* data, int32_t frames) {
   if (state_ == State::kSounding && waitingFrames() >= frames)
     stream_->readSample(data, frames);
   else
-    std::fill_n(data, static_cast<size_t>(frames) * channelsOf(*stream_), 0.F);
+    std::memset(data, 0, bytesOf(*stream_, frames));  // silence as floats have it
   stream_->setAudio_sync_frame(stream_->audio_sync_frame() + frames);
 }
 
@@ -98,7 +103,7 @@ int32_t StreamSound::waitingFrames() const { return stream_->outputSamples(); }
 
 bool StreamSound::isAtEnd() const { return media_->isAtEnd(); }
 
-int32_t StreamSound::read(float* data, int32_t frames) {
+int32_t StreamSound::read(void* data, int32_t frames) {
   int32_t wanted = align(std::min(frames, kMostFrames));
   if (isAtEnd()) wanted = std::min(wanted, waitingFrames());
   if (wanted <= 0) return 0;
@@ -111,7 +116,7 @@ int64_t StreamSound::skipSilence() {
   if (waitingFrames() == 0) return 0;
   const int64_t silence = std::max<int64_t>(framesUntilSound(), 0);
   if (silence <= rounding()) return silence;
-  std::vector<float> scratch(static_cast<size_t>(kMostFrames) * channelsOf(*stream_));
+  std::vector<std::byte> scratch(bytesOf(*stream_, kMostFrames));
   for (int64_t left = silence; left > 0;) {
     const int32_t got =
         read(scratch.data(), static_cast<int32_t>(std::min<int64_t>(left, kMostFrames)));

@@ -10,8 +10,8 @@ namespace kestrel {
 class LMFFMedia;
 class LMFFMediaStream;
 
-/// One stream's sound in order, to the sample, in the format that the stream resamples to (float,
-/// interleaved): silence where the input has a hole, and nothing beyond its end.
+/// One stream's sound in order, to the sample, in the format that the stream resamples to
+/// (interleaved floats or doubles): silence where the input has a hole, and nothing beyond its end.
 ///
 /// Sound that comes too late is dropped. Sound that begins comes to the sample where it belongs;
 /// while it goes on, the container's times count only where they are off by more than they jitter.
@@ -30,7 +30,7 @@ class StreamSound {
   int32_t align(int32_t frames);
 
   /// Reads `frames` frames, up to as many as `align` answered last: sound, or silence.
-  void take(float* data, int32_t frames);
+  void take(void* data, int32_t frames);
 
   /// How many frames have been read and wait.
   int32_t waitingFrames() const;
@@ -39,7 +39,7 @@ class StreamSound {
   bool isAtEnd() const;
 
   /// Aligns and takes up to `frames` frames; fewer where it pleases, 0 at the end.
-  int32_t read(float* data, int32_t frames);
+  int32_t read(void* data, int32_t frames);
 
   /// Before the first read: leaves out the silence that stands for the time before the input's
   /// sound, and answers how long that time is, frames.

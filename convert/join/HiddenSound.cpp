@@ -28,8 +28,8 @@ CodecContextPtr openDecoder(const AVCodecParameters& sound) {
 
 }  // namespace
 
-std::vector<float> hiddenSound(const std::string& path, uint32_t stream,
-                               const LMFFAudioFormat& format, const Interrupt& interrupt) {
+JoinedSound::Samples hiddenSound(const std::string& path, uint32_t stream,
+                                 const LMFFAudioFormat& format, const Interrupt& interrupt) {
   const auto source = openInput(path, std::nullopt, interrupt);
   AVFormatContext& context = *source->formatContext();
   const AVStream& sound = *context.streams[stream];
@@ -64,7 +64,7 @@ std::vector<float> hiddenSound(const std::string& path, uint32_t stream,
                         resample.outputSamples());
   const auto channels =
       static_cast<size_t>(lm_get_channel_layout_nb_channels(format.channel_layout));
-  std::vector<float> samples(static_cast<size_t>(length) * channels);
+  JoinedSound::Samples samples(static_cast<size_t>(length) * channels);
   if (length > 0) resample.readSample(samples.data(), static_cast<int32_t>(length));
   return samples;
 }

@@ -165,6 +165,7 @@ class JoinEncoder {
   void openSound(const JoinedSound::Track& track) {
     output_.setMovieFormat(track.format);
     output_.setAudioInputFormat(sounds_.format(tracks_.size()));
+    output_.setAudioEncoderName(track.encoder);
     output_.setAudioBits(track.bits);
     output_.setAudioOptions(track.options);
     output_.openAudio();
@@ -286,7 +287,7 @@ class JoinEncoder {
     if (events_.progress) events_.progress({seconds, length_, hasPictures_ ? tick_ : 0});
   }
 
-  void pushSound(size_t track, const std::function<std::vector<float>()>& read) {
+  void pushSound(size_t track, const std::function<JoinedSound::Samples()>& read) {
     const int channels = lm_get_channel_layout_nb_channels(sounds_.format(track).channel_layout);
     for (auto samples = read(); !samples.empty(); samples = read())
       push([this, track, channels, samples] {

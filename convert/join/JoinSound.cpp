@@ -49,7 +49,7 @@ void JoinSound::begin(std::unique_ptr<Part> part, int64_t seam, int64_t begin) {
 
 /// Leaves out frames of the part, of which none waits.
 void JoinSound::drop(int64_t frames) {
-  std::vector<float> block(static_cast<size_t>(kBlock * channels_));
+  Samples block(static_cast<size_t>(kBlock * channels_));
   while (frames > 0) {
     const int32_t got =
         part_->read(block.data(), static_cast<int32_t>(std::min<int64_t>(frames, kBlock)));
@@ -59,12 +59,12 @@ void JoinSound::drop(int64_t frames) {
 }
 
 int64_t JoinSound::ahead(int64_t most) {
-  std::vector<float> block(static_cast<size_t>(kBlock * channels_));
+  Samples block(static_cast<size_t>(kBlock * channels_));
   while (waitingFrames() < most && (pause_ > 0 || part_)) {
     const auto wanted = static_cast<int32_t>(std::min<int64_t>(most - waitingFrames(), kBlock));
     const auto pause = static_cast<int32_t>(std::min<int64_t>(pause_, wanted));
     pause_ -= pause;
-    if (pause > 0) std::ranges::fill(block, 0.F);
+    if (pause > 0) std::ranges::fill(block, 0);
     const int32_t got = pause > 0 ? pause : part_->read(block.data(), wanted);
     if (got == 0) break;
     waiting_.insert(waiting_.end(), block.begin(), block.begin() + std::ptrdiff_t{channels_} * got);
@@ -72,21 +72,21 @@ int64_t JoinSound::ahead(int64_t most) {
   return std::min(waitingFrames(), most);
 }
 
-std::vector<float> JoinSound::take(int64_t end) {
+JoinSound::Samples JoinSound::take(int64_t end) {
   const int64_t wanted = std::max<int64_t>(end - frames_, 0);
   const int64_t most = std::min<int64_t>(wanted, format_.sample_rate);
   const int64_t got = ahead(most);
   const int64_t maybeComes = part_ ? ordinaryOverhang() : 0;
   const int64_t silence = std::clamp<int64_t>(wanted - got - maybeComes, 0, most - got);
   const auto last = waiting_.begin() + static_cast<std::ptrdiff_t>(got * channels_);
-  std::vector<float> samples(waiting_.begin(), last);
+  Samples samples(waiting_.begin(), last);
   waiting_.erase(waiting_.begin(), last);
   samples.resize(samples.size() + static_cast<size_t>(silence * channels_));
   frames_ += got + silence;
   return samples;
 }
 
-std::vector<float> JoinSound::rest(int64_t end) {
+JoinSound::Samples JoinSound::rest(int64_t end) {
   if (part_) ahead(ordinaryOverhang());
   part_.reset();
   pause_ = 0;

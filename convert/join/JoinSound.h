@@ -1,30 +1,32 @@
 #pragma once
 
 #include <kestrel/LMFFFormat.h>
+#include <kestrel/LMMovieComposition.h>
 
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <vector>
 
 #include "convert/probe/InputEnd.h"
 
 namespace kestrel {
 
 /// A sound track of a join that is encoded: the parts' sound one behind the other, handed out as
-/// the pictures go on, as interleaved float. Times are frames from the output's start.
+/// the pictures go on. Times are frames from the output's start.
 ///
 /// Where a part ends, what is missing of its sound is not yet silence, and what goes on beyond its
 /// pictures not yet lost: the next part's sound meets it there.
 class JoinSound {
  public:
-  /// The sound of one part, interleaved float in the format of the whole.
+  using Samples = JoinedSound::Samples;
+
+  /// The sound of one part in the format of the whole.
   class Part {
    public:
     virtual ~Part() = default;
 
     /// Reads up to `frames`; fewer where it pleases, 0 at the end.
-    virtual int32_t read(float* data, int32_t frames) = 0;
+    virtual int32_t read(double* data, int32_t frames) = 0;
 
     /// How far the input was read, and what was wrong with it.
     virtual InputEnd inputEnd() const = 0;
@@ -55,10 +57,10 @@ class JoinSound {
 
   /// Hands out the next sound before a time, up to a second of it, and silence where there is none.
   /// Empty once all of it was, or where more may still come.
-  std::vector<float> take(int64_t end);
+  Samples take(int64_t end);
 
   /// The same of all that is left at the output's end: at least up to `end`.
-  std::vector<float> rest(int64_t end);
+  Samples rest(int64_t end);
 
   /// How far the part was read.
   InputEnd inputEnd() const { return part_ ? part_->inputEnd() : InputEnd{}; }
@@ -71,8 +73,8 @@ class JoinSound {
   const int channels_;
 
   // What is to be handed out, in this order:
-  std::deque<float> waiting_;  // read and not handed out yet
-  int64_t pause_ = 0;          // silence, frames
+  std::deque<double> waiting_;  // read and not handed out yet
+  int64_t pause_ = 0;           // silence, frames
   std::unique_ptr<Part> part_;
 
   int64_t frames_ = 0;  // handed out

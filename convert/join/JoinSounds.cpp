@@ -10,13 +10,29 @@
 #include "convert/join/PartSound.h"
 #include "convert/run/PlannedOutput.h"
 #include "support/FFmpegOwners.h"
+#include "support/encode/EncoderCompat.h"
 
 namespace kestrel {
 
 namespace {
 
-/// Sound passes through as floats, which keep so many bits of a sample.
-constexpr int kMostBits = 24;
+/// The significant bits of a sample in a format, of which `bits` may be used.
+int significantBits(AVSampleFormat format, int bits) {
+  constexpr int kOfFloats = 24;
+  constexpr int kOfDoubles = 53;
+  const AVSampleFormat packed = av_get_packed_sample_fmt(format);
+  if (packed == AV_SAMPLE_FMT_FLT) return std::min(bits, kOfFloats);
+  return packed == AV_SAMPLE_FMT_DBL ? std::min(bits, kOfDoubles) : bits;
+}
+
+/// How many bits of a sample the codec of a track keeps.
+int keptBits(AVCodecID codec) {
+  constexpr int kUsual = 24;  // of lossless codecs' formats of 32 bits
+  const int place = av_get_bits_per_sample(codec);
+  if (place == 0) return codec == AV_CODEC_ID_WAVPACK ? 32 : kUsual;
+  const AVCodec* const encoder = avcodec_find_encoder(codec);
+  return encoder ? significantBits(firstSampleFormat(encoder), place) : place;
+}
 
 /// What of a track is lost, a line for people each.
 std::vector<std::string> lossesOf(const AVStream& own, const JoinedSound::Track& track) {
@@ -25,11 +41,8 @@ std::vector<std::string> lossesOf(const AVStream& own, const JoinedSound::Track&
   if (own.codecpar->ch_layout.nb_channels > channels)
     losses.push_back(fmt::format("{} channels of sound become {}",
                                  own.codecpar->ch_layout.nb_channels, channels));
-  const bool isFloat = av_get_packed_sample_fmt(
-                           static_cast<AVSampleFormat>(own.codecpar->format)) == AV_SAMPLE_FMT_FLT;
-  const int bits = isFloat ? std::min(track.bits, kMostBits) : track.bits;
-  const int place = av_get_bits_per_sample(static_cast<AVCodecID>(track.format.audio_codec));
-  const int kept = std::min(kMostBits, place > 0 ? place : kMostBits);
+  const int bits = significantBits(static_cast<AVSampleFormat>(own.codecpar->format), track.bits);
+  const int kept = keptBits(static_cast<AVCodecID>(track.format.audio_codec));
   if (bits > kept) losses.push_back(fmt::format("{} bits of sound become {}", bits, kept));
   return losses;
 }
@@ -47,7 +60,8 @@ JoinSounds::JoinSounds(std::vector<JoinPart>& parts, const ConversionPlan& plan,
         planned, [stream](const PlannedStream* each) { return each->sources.front() == stream; });
     // What cannot be decoded is silent, but keeps its place among the tracks.
     const SoundEncoding& sound = own == planned.end() ? planned.front()->sound : (*own)->sound;
-    Track track{plan.format, sound.bits, sound.options, languageTag(first.info.streams[stream])};
+    Track track{plan.format, sound.encoder, sound.bits, sound.options,
+                languageTag(first.info.streams[stream])};
     track.format.audio_codec = sound.codec;
     track.format.sample_rate = sound.sampleRate;
     track.format.channel_layout = sound.channelLayout;
@@ -55,7 +69,7 @@ JoinSounds::JoinSounds(std::vector<JoinPart>& parts, const ConversionPlan& plan,
     for (const std::string& lost : lossesOf(*first.outline->streams[stream], track))
       if (!std::ranges::count(changes_, lost)) changes_.push_back(lost);
     sounds_.emplace_back(
-        LMFFAudioFormat{AV_SAMPLE_FMT_FLT, track.format.channel_layout, track.format.sample_rate});
+        LMFFAudioFormat{AV_SAMPLE_FMT_DBL, track.format.channel_layout, track.format.sample_rate});
     tracks_.push_back(std::move(track));
   }
 }
@@ -106,11 +120,11 @@ bool JoinSounds::goesOn(int64_t time) {
   });
 }
 
-std::vector<float> JoinSounds::read(size_t track, int64_t end) {
+JoinedSound::Samples JoinSounds::read(size_t track, int64_t end) {
   return sounds_[track].take(framesAt(end, sounds_[track]));
 }
 
-std::vector<float> JoinSounds::rest(size_t track, int64_t end) {
+JoinedSound::Samples JoinSounds::rest(size_t track, int64_t end) {
   JoinSound& sound = sounds_[track];
   parts_[input_].end.add(sound.inputEnd());
   return sound.rest(framesAt(end, sound));

@@ -38,8 +38,8 @@ class JoinSounds : public JoinedSound {
   void endInput();
 
   bool goesOn(int64_t time) override;
-  std::vector<float> read(size_t track, int64_t end) override;
-  std::vector<float> rest(size_t track, int64_t end) override;
+  Samples read(size_t track, int64_t end) override;
+  Samples rest(size_t track, int64_t end) override;
 
  private:
   void settle();

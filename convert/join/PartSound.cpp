@@ -41,7 +41,7 @@ PartSound::PartSound(const JoinPart& part, uint32_t stream, const LMFFAudioForma
   begin_ = std::llround(static_cast<double>(begin_) / rate_);
 }
 
-int32_t PartSound::readAtOwnRate(float* data, int32_t frames) {
+int32_t PartSound::readAtOwnRate(double* data, int32_t frames) {
   const size_t left = hidden_.size() - hiddenRead_;
   if (left == 0 && !sound_) return 0;
   if (left == 0) {
@@ -55,14 +55,18 @@ int32_t PartSound::readAtOwnRate(float* data, int32_t frames) {
   return static_cast<int32_t>(count) / channels_;
 }
 
-int32_t PartSound::read(float* data, int32_t frames) {
+int32_t PartSound::read(double* data, int32_t frames) {
   if (!tempo_) return readAtOwnRate(data, frames);
+  std::vector<float> block(static_cast<size_t>(frames) * static_cast<size_t>(channels_));
   int32_t got = 0;
-  while ((got = tempo_->read(data, frames)) == 0 && !isDrained_) {
+  while ((got = tempo_->read(block.data(), frames)) == 0 && !isDrained_) {
     const int32_t more = readAtOwnRate(data, frames);
-    tempo_->write(data, more);
+    std::transform(data, data + std::ptrdiff_t{more} * channels_, block.begin(),
+                   [](double sample) { return static_cast<float>(sample); });
+    tempo_->write(block.data(), more);
     isDrained_ = more == 0;
   }
+  std::copy_n(block.begin(), std::ptrdiff_t{got} * channels_, data);
   return got;
 }
 

@@ -16,7 +16,7 @@
 namespace kestrel {
 
 /// One sound track of one part of a join as it plays, at the part's rate and in the format that the
-/// whole join has: interleaved float.
+/// whole join has, whose samples are interleaved doubles.
 class PartSound : public JoinSound::Part {
  public:
   /// `stream`: its container index. `hasHidden`: begin with the sound that the container has from
@@ -27,11 +27,11 @@ class PartSound : public JoinSound::Part {
   /// sound. Silence before it is left out.
   int64_t begin() const { return begin_; }
 
-  int32_t read(float* data, int32_t frames) override;
+  int32_t read(double* data, int32_t frames) override;
   InputEnd inputEnd() const override;
 
  private:
-  int32_t readAtOwnRate(float* data, int32_t frames);
+  int32_t readAtOwnRate(double* data, int32_t frames);
 
   const double rate_;
   const LMFFAudioFormat format_;
@@ -39,7 +39,7 @@ class PartSound : public JoinSound::Part {
   LMFFMovie movie_;
   std::optional<StreamSound> sound_;   // none without a decoder
   std::unique_ptr<AudioTempo> tempo_;  // null at the usual rate
-  std::vector<float> hidden_;
+  JoinedSound::Samples hidden_;
   size_t hiddenRead_ = 0;
   bool isDrained_ = false;
   int64_t begin_ = 0;
@@ -48,7 +48,7 @@ class PartSound : public JoinSound::Part {
 
 /// What a container has of a sound track from before its start, decoded: files that were cut out of
 /// others without encoding begin with it. Empty for most.
-std::vector<float> hiddenSound(const std::string& path, uint32_t stream,
-                               const LMFFAudioFormat& format, const Interrupt& interrupt);
+JoinedSound::Samples hiddenSound(const std::string& path, uint32_t stream,
+                                 const LMFFAudioFormat& format, const Interrupt& interrupt);
 
 }  // namespace kestrel

@@ -20,9 +20,13 @@ class LMMovieCompositionTrack;
 /// functions are called on the thread of the export.
 class KESTREL_API JoinedSound {
  public:
-  /// How a track is encoded. Its samples are interleaved float in the format's layout and rate.
+  /// Interleaved, full scale is 1: as doubles, whole numbers of 32 bits and floats keep every bit.
+  using Samples = std::vector<double>;
+
+  /// How a track is encoded. Its samples are in the format's layout and rate.
   struct Track {
     LMFFMovieFileOutputFormat format = {};            ///< only the audio parameters are used
+    std::string encoder = {};                         ///< by FFmpeg's name; "": the library's first
     int32_t bits = 0;                                 ///< see `LMFFMovieFileOutput::audioBits`
     std::map<std::string, std::string> options = {};  ///< of the encoder
     std::map<std::string, std::string> tags = {};     ///< of the stream
@@ -42,12 +46,12 @@ class KESTREL_API JoinedSound {
   /// The next samples of a track, none at or after `end` and about a second of them at most. Called
   /// repeatedly until it returns nothing: no more samples before `end` are available now. A later
   /// call, with the same or a later `end`, may return more.
-  virtual std::vector<float> read(size_t track, int64_t end) = 0;
+  virtual Samples read(size_t track, int64_t end) = 0;
 
   /// The last samples of a track, after all inputs: like `read`, but until the track is complete,
   /// which is at `end` at the earliest (silence if necessary). Nothing more follows an empty
   /// answer.
-  virtual std::vector<float> rest(size_t track, int64_t end) = 0;
+  virtual Samples rest(size_t track, int64_t end) = 0;
 };
 
 /// Places streams of several files on one time line and copies their packets to one file. Nothing

@@ -17,7 +17,7 @@ namespace kestrel::test {
 namespace {
 
 using testing::IsEmpty;
-using Samples = std::vector<float>;
+using Samples = JoinSound::Samples;
 
 constexpr int32_t kRate = 1000;
 constexpr int64_t kOverhang = 100;  // a tenth of a second
@@ -25,7 +25,7 @@ constexpr int64_t kOverhang = 100;  // a tenth of a second
 /// `first`, `first` + 1, …, `count` numbers.
 Samples counting(int first, int count) {
   Samples samples(static_cast<size_t>(count));
-  std::iota(samples.begin(), samples.end(), static_cast<float>(first));
+  std::iota(samples.begin(), samples.end(), first);
   return samples;
 }
 
@@ -41,7 +41,7 @@ class ListedPart : public JoinSound::Part {
  public:
   explicit ListedPart(Samples samples) : samples_(std::move(samples)) {}
 
-  int32_t read(float* data, int32_t frames) override {
+  int32_t read(double* data, int32_t frames) override {
     const auto left = static_cast<int32_t>(samples_.size()) - read_;
     const int32_t count = std::min({frames, left, 7});
     std::copy_n(samples_.begin() + read_, count, data);
@@ -61,7 +61,7 @@ std::unique_ptr<JoinSound::Part> part(const Samples& samples) {
 }
 
 JoinSound joinSound(int32_t rate = kRate) {
-  return JoinSound({AV_SAMPLE_FMT_FLT, AV_CH_LAYOUT_MONO, rate});
+  return JoinSound({AV_SAMPLE_FMT_DBL, AV_CH_LAYOUT_MONO, rate});
 }
 
 /// All that a sound hands out before a time.
@@ -193,7 +193,7 @@ TEST(JoinSound, ALongGapIsHandedOutInBlocks) {
   while (silent < kSeam) {
     const auto block = sound.take(kSeam);
     ASSERT_EQ(block.size(), size_t{kRate}) << silent;
-    ASSERT_EQ(std::ranges::count(block, 0.F), kRate) << silent;
+    ASSERT_EQ(std::ranges::count(block, 0), kRate) << silent;
     silent += kRate;
   }
   EXPECT_EQ(silent, kSeam);

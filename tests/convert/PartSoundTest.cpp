@@ -23,19 +23,18 @@ namespace {
 
 constexpr int kRate = 44100;
 constexpr int64_t kStereo = 3;  // front left and right
-const LMFFAudioFormat kFormat{AV_SAMPLE_FMT_FLT, kStereo, kRate};
+const LMFFAudioFormat kFormat{AV_SAMPLE_FMT_DBL, kStereo, kRate};
 
 /// What the chirps' formula says of a frame.
-float chirp(int64_t frame, int channel) {
+double chirp(int64_t frame, int channel) {
   const double t = static_cast<double>(frame) / kRate;
-  return static_cast<float>(channel == 0 ? 0.5 * std::sin(900 * t * t)
-                                         : 0.25 * std::cos(700 * t * t));
+  return channel == 0 ? 0.5 * std::sin(900 * t * t) : 0.25 * std::cos(700 * t * t);
 }
 
 /// The frame of the chirp that samples begin with is `first`; answers how many do not follow it,
 /// but for the rounding to 16 bits.
-size_t strayFrames(const std::vector<float>& samples, int64_t first) {
-  constexpr float kRounding = 1.01F / 32768;
+size_t strayFrames(const JoinedSound::Samples& samples, int64_t first) {
+  constexpr double kRounding = 1.01 / 32768;
   size_t stray = 0;
   for (size_t i = 0; i < samples.size(); ++i)
     if (std::abs(samples[i] - chirp(first + static_cast<int64_t>(i / 2), i % 2 == 0 ? 0 : 1)) >
@@ -51,9 +50,9 @@ JoinPart partOf(const std::filesystem::path& file, double rate = 1) {
   return planJoin(settings, {}).parts.front();
 }
 
-std::vector<float> allOf(PartSound& sound) {
-  std::vector<float> all;
-  std::vector<float> block(2000);
+JoinedSound::Samples allOf(PartSound& sound) {
+  JoinedSound::Samples all;
+  JoinedSound::Samples block(2000);
   while (const int32_t count = sound.read(block.data(), 1000))
     all.insert(all.end(), block.begin(), block.begin() + std::ptrdiff_t{2} * count);
   return all;
@@ -72,7 +71,7 @@ TEST(PartSound, IsReadToItsEnd) {
 
 TEST(PartSound, TellsHowFarItWasRead) {
   PartSound sound(partOf(fixture("chirp.nut")), 0, kFormat, false);
-  std::vector<float> block(size_t{2} * kRate);
+  JoinedSound::Samples block(size_t{2} * kRate);
   int32_t count = 0;
   while (count < kRate) count += sound.read(block.data(), kRate - count);
   EXPECT_EQ(sound.inputEnd().reached, 1000000);

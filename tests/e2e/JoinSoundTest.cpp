@@ -189,12 +189,72 @@ TEST_F(JoinSoundTest, DepthThatIsLostIsTold) {
     EXPECT_EQ(result.status, 0) << result.err;
     return result.out + result.err;
   };
-  EXPECT_THAT(depth("pcm_s32le", ""), HasSubstr("32 bits of sound become 24"));
-  EXPECT_THAT(depth("pcm_f64le", ""), HasSubstr("64 bits of sound become 24"));
+  EXPECT_THAT(depth("pcm_s32le", "pcm_f32le"), HasSubstr("32 bits of sound become 24"));
+  EXPECT_THAT(depth("pcm_f64le", "pcm_s32le"), HasSubstr("53 bits of sound become 32"));
   EXPECT_THAT(depth("pcm_s24le", "pcm_s16le"), HasSubstr("24 bits of sound become 16"));
-  for (const char* whole : {"pcm_s24le", "pcm_f32le", "pcm_s16le"})
+  for (const char* whole : {"pcm_s24le", "pcm_s32le", "pcm_f32le", "pcm_f64le", "pcm_s16le"})
     EXPECT_THAT(depth(whole, ""), Not(HasSubstr("bits of sound"))) << whole;
+  EXPECT_THAT(depth("pcm_f32le", "pcm_s24le"), Not(HasSubstr("bits of sound")));
   EXPECT_THAT(depth("pcm_s32le", "mp3"), Not(HasSubstr("bits of sound")));
+}
+
+// Samples are compared by what ffmpeg makes of the same two files, as doubles.
+TEST_F(JoinSoundTest, SoundOfMoreThan24BitsKeepsEveryBit) {
+  const auto exact = [&](const fs::path& file) {
+    const auto raw = folder_ / "raw.f64";
+    ffmpeg({"-i", file.string(), "-map", "0:a", "-f", "f64le", raw.string()});
+    return readBytes(raw);
+  };
+  const auto low = folder_ / "low.wav";
+  ffmpeg({"-f", "lavfi", "-i", "sine=r=48000:d=0.3", low.string()});
+  for (const auto& [codec, name] : {std::pair{"pcm_s32le", "first.wav"},
+                                    {"pcm_s32le", "first.mov"},
+                                    {"pcm_s32be", "first.mov"},
+                                    {"pcm_s32le", "first.mkv"},
+                                    {"pcm_f32le", "first.wav"},
+                                    {"pcm_f32le", "first.mov"},
+                                    {"pcm_f64le", "first.wav"},
+                                    {"pcm_f64le", "first.mkv"},
+                                    {"wavpack", "first.wv"}}) {
+    SCOPED_TRACE(codec + std::string(" ") + name);
+    const auto first = folder_ / name;
+    ffmpeg(joined(
+        {"-f", "lavfi", "-i", "aevalsrc=1.2*sin(n*n/7001)*exp(-n/9000):s=48000:d=0.5", "-c:a",
+         codec},
+        joined(name == std::string("first.wv") ? Arguments{"-sample_fmt", "s32p"} : Arguments{},
+               {first.string()})));
+    const auto output = folder_ / ("out-" + std::string(name));
+    const RunResult result = join({first, low}, output, {"--force"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("encoding anew: "));
+    EXPECT_EQ(streamOf(output, "audio")["codec_name"], codec);
+    EXPECT_TRUE(exact(output) == exact(first) + exact(low));
+  }
+}
+
+TEST_F(JoinSoundTest, SoundIsEncodedByTheEncoderAskedFor) {
+  const auto first = withSound("first.mkv", {"-c:a", "pcm_s16le"});
+  const auto second = withSound("second.mkv", {"-c:a", "mp3"});
+  const auto begin = [](const fs::path& file) {
+    auto packets = packetHashes(file, "a");
+    packets.resize(100);
+    return packets;
+  };
+  const auto encoded = [&](const std::string& encoder) {
+    const auto file = folder_ / (encoder + ".mka");
+    ffmpeg({"-i", first.string(), "-map", "0:a", "-c:a", encoder, "-b:a", "128k", file.string()});
+    return begin(file);
+  };
+  const auto expected = encoded("ac3_fixed");
+  ASSERT_NE(expected, encoded("ac3"));
+  for (const char* when : {"auto", "always"}) {
+    const auto output = folder_ / "out.mkv";
+    const RunResult result = join(
+        {first, second}, output,
+        {"--reencode", when, "--force", "--audio-codec", "ac3_fixed", "--audio-bitrate", "128k"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(begin(output), expected) << when;
+  }
 }
 
 // WavPack's and TTA's encoders name formats of 8 bits first, that of Apple Lossless one of 24.
