@@ -21,17 +21,18 @@ pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband)
 pkg_check_modules(SDL REQUIRED sdl2)
 # Formatted text.
 pkg_check_modules(FMT REQUIRED IMPORTED_TARGET fmt)
+# JSON, headers only.
+find_package(nlohmann_json 3.11 REQUIRED)
 
 add_library(kestrel_foreign INTERFACE)
 target_link_libraries(kestrel_foreign INTERFACE
   PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::DVDREAD
-  PkgConfig::RUBBERBAND PkgConfig::FMT Threads::Threads ${CMAKE_DL_LIBS})
+  PkgConfig::RUBBERBAND PkgConfig::FMT nlohmann_json::nlohmann_json Threads::Threads ${CMAKE_DL_LIBS})
 target_include_directories(kestrel_foreign SYSTEM INTERFACE ${SDL_INCLUDE_DIRS} ${AVFILTER_INCLUDE_DIRS})
 
-# The command line: option parsing and JSON, both headers only. The tests read JSON too.
+# The command line's parser, headers only.
 if(KESTREL_BUILD_TOOLS)
   find_package(CLI11 2.1 REQUIRED)
-  find_package(nlohmann_json 3.11 REQUIRED)
 endif()
 
 if(KESTREL_BUILD_TESTS)

@@ -43,6 +43,7 @@ Run chosenRun(CommandLine& line, int argc, char** argv) {
   addPlayVerb(line);
   addEffectsVerb(line);
   addEncodersVerb(line);
+  addPresetsVerb(line);
   addDemoVerb(line);
   return line.read(argc, argv);
 }

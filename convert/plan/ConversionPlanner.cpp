@@ -58,6 +58,24 @@ Shape shapeOf(const Look& look) {
 
 int even(double size) { return std::max(2, static_cast<int>(std::lround(size / 2)) * 2); }
 
+/// The frame of 16:9 with so many lines, upright or on its side as the picture is, filled as far as
+/// the picture's shape goes.
+Shape withLines(int lines, double aspect) {
+  constexpr double kFrame = 16.0 / 9;
+  const double longer = lines * kFrame;
+  const double width =
+      aspect >= 1 ? std::min(longer, lines * aspect) : std::min<double>(lines, longer * aspect);
+  return {even(width), even(width / aspect), aspect};
+}
+
+/// Whether a picture of a size is larger than the source, or just as large, as it is seen.
+bool enlarges(const Shape& shape, const Shape& source) {
+  const double width = std::max<double>(source.width, source.height * source.aspect);
+  const double height = std::max<double>(source.height, source.width / source.aspect);
+  const bool isLarger = shape.width > width || shape.height > height;
+  return isLarger || (shape.width >= width && shape.height >= height);
+}
+
 /// The output's size and the display aspect to signal; 0 for square pixels.
 Shape outputShape(const ConversionSettings& settings, const Look& look) {
   const Shape source = shapeOf(look);
@@ -72,7 +90,14 @@ Shape outputShape(const ConversionSettings& settings, const Look& look) {
   } else if (settings.height) {
     shape.height = even(*settings.height);
     shape.width = even(*settings.height * source.aspect);
+  } else if (settings.lines) {
+    shape = withLines(*settings.lines, source.aspect);
+  } else if (settings.scale) {
+    shape.width = even(source.width * *settings.scale);
+    shape.height = even(source.height * *settings.scale);
   }
+  if (settings.onlyShrinks && enlarges(shape, source))
+    shape = {source.width & ~1, source.height & ~1, source.aspect};
   shape.width = std::max(shape.width, 2);
   shape.height = std::max(shape.height, 2);
   if (settings.aspect) shape.aspect = *settings.aspect;

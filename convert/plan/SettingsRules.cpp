@@ -14,6 +14,7 @@ namespace {
 
 constexpr double kWorstQuality = 63;    // of all encoders that know a constant quality
 constexpr double kLongestGroup = 3600;  // seconds
+constexpr int kMostLines = 36861;       // whose frame of 16:9 is 65531 pixels wide
 
 void requireSpan(const ConversionSettings& s) {
   if (s.chapters) {
@@ -32,6 +33,17 @@ void requireSpan(const ConversionSettings& s) {
   if (s.duration && *s.duration <= 0) refuse("duration", "there is nothing to convert in no time");
 }
 
+/// One way of saying the size.
+void requireSize(const ConversionSettings& s) {
+  const bool hasSides = s.width || s.height;
+  if (s.lines && hasSides) refuseBeside("lines", "a width or height");
+  if (s.scale && (hasSides || s.lines)) refuseBeside("scale", "another size");
+  if (s.lines) requireNumber("lines", *s.lines, 2, kMostLines);
+  if (s.scale) requireNumber("scale", *s.scale, 0.001, 100);
+  if (s.onlyShrinks && !hasSides && !s.lines && !s.scale)
+    refuse("onlyShrinks", "it does nothing without a size");
+}
+
 }  // namespace
 
 void requireSense(const ConversionSettings& s, bool encodesPictures, bool encodesSound) {
@@ -41,6 +53,9 @@ void requireSense(const ConversionSettings& s, bool encodesPictures, bool encode
                  {"deinterlacing", s.deinterlacing.has_value()},
                  {"width", s.width.has_value()},
                  {"height", s.height.has_value()},
+                 {"lines", s.lines.has_value()},
+                 {"scale", s.scale.has_value()},
+                 {"onlyShrinks", s.onlyShrinks},
                  {"fps", s.fps.has_value()},
                  {"maxFps", s.maxFps.has_value()},
                  {"aspect", s.aspect.has_value()},
@@ -75,6 +90,7 @@ void require(const ConversionSettings& s) {
   whereGiven("deinterlacing", s.deinterlacing, requireDeinterlacing);
   whereGiven("width", s.width, requireSide);
   whereGiven("height", s.height, requireSide);
+  requireSize(s);
   whereGiven("fps", s.fps, requireRate);
   whereGiven("maxFps", s.maxFps, requireRate);
   if (s.fps && s.maxFps) refuseBeside("maxFps", "a constant rate");

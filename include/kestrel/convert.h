@@ -5,6 +5,7 @@
 #include <kestrel/convert/Compose.h>
 #include <kestrel/convert/ContactSheet.h>
 #include <kestrel/convert/Conversion.h>
+#include <kestrel/convert/ConversionOptions.h>
 #include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/DiscInfo.h>
@@ -16,12 +17,15 @@
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
+#include <kestrel/convert/PictureBox.h>
 #include <kestrel/convert/PictureFile.h>
 #include <kestrel/convert/Pictures.h>
 #include <kestrel/convert/Player.h>
+#include <kestrel/convert/Presets.h>
 #include <kestrel/convert/Report.h>
 #include <kestrel/convert/Sprites.h>
 #include <kestrel/convert/Text.h>
 #include <kestrel/convert/Thumbnail.h>
 #include <kestrel/convert/TrackChoice.h>
+#include <kestrel/convert/Values.h>
 #include <kestrel/convert/WaveformFile.h>

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <kestrel/LMMediaSource.h>
+#include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/Failure.h>
 
 #include <algorithm>
@@ -162,6 +163,67 @@ TEST(ConversionPlanner, OneSideOfASizeKeepsTheShapeInSquarePixels) {
     EXPECT_EQ(plan.format.height, row.plannedHeight);
     EXPECT_NEAR(plan.format.aspect, row.aspect, 1e-3);
   }
+}
+
+// 90 lines are a frame of 160x90, on its side for pictures that are higher than wide.
+TEST(ConversionPlanner, LinesAreAFrameThatThePictureFitsInto) {
+  const auto sizeWith = [](const char* input, const ConversionSettings& settings) {
+    const ConversionPlan plan = planOf(input, "a.mp4", settings);
+    return std::tuple(plan.format.width, plan.format.height);
+  };
+  ConversionSettings settings;
+  settings.lines = 90;
+  EXPECT_EQ(sizeWith("av25.mp4", settings), std::tuple(160, 90));
+  EXPECT_EQ(sizeWith("av-rotated.mp4", settings), std::tuple(90, 160));
+  settings.look.crop = Area{0, 0, 320, 80};  // 4:1, as wide as the frame
+  EXPECT_EQ(sizeWith("av25.mp4", settings), std::tuple(160, 40));
+  settings.look.crop = Area{0, 0, 240, 180};  // 4:3, as high as the frame
+  EXPECT_EQ(sizeWith("av25.mp4", settings), std::tuple(120, 90));
+}
+
+TEST(ConversionPlanner, AShareIsOfBothSides) {
+  ConversionSettings settings;
+  settings.scale = 0.5;
+  const ConversionPlan plan = planOf("wide-pixels.mp4", "a.mp4", settings);
+  const ConversionPlan whole = planOf("wide-pixels.mp4", "a.mp4");
+  EXPECT_EQ(plan.format.width, whole.format.width / 2);
+  EXPECT_EQ(plan.format.height, whole.format.height / 2);
+  EXPECT_EQ(plan.format.aspect, whole.format.aspect);
+}
+
+TEST(ConversionPlanner, WhatIsSmallerStaysWhereSizesOnlyShrink) {
+  const auto widthWith = [](ConversionSettings settings) {
+    settings.onlyShrinks = true;
+    return planOf("av25.mp4", "a.mp4", settings).format.width;
+  };
+  ConversionSettings lines, width, sides, scale;
+  lines.lines = 1080;
+  width.width = 640;
+  sides.width = 640;
+  sides.height = 100;
+  scale.scale = 2;
+  for (const auto& settings : {lines, width, sides, scale}) EXPECT_EQ(widthWith(settings), 320);
+  lines.lines = 90;
+  EXPECT_EQ(widthWith(lines), 160);
+}
+
+TEST(ConversionPlanner, ASizeIsSaidInOneWay) {
+  const auto refusal = [](auto set) {
+    ConversionSettings settings{.input = "a.mp4", .output = "b.mp4"};
+    set(settings);
+    try {
+      const Conversion conversion(settings);
+    } catch (const Failure& failure) {
+      return failure.subject();
+    }
+    return std::string("none");
+  };
+  EXPECT_EQ(refusal([](auto& s) { s.lines = 720, s.width = 640; }), "lines");
+  EXPECT_EQ(refusal([](auto& s) { s.scale = 0.5, s.lines = 720; }), "scale");
+  EXPECT_EQ(refusal([](auto& s) { s.scale = 0; }), "scale");
+  EXPECT_EQ(refusal([](auto& s) { s.lines = 1; }), "lines");
+  EXPECT_EQ(refusal([](auto& s) { s.onlyShrinks = true; }), "onlyShrinks");
+  EXPECT_EQ(refusal([](auto& s) { s.onlyShrinks = true, s.lines = 2; }), "none");
 }
 
 TEST(ConversionPlanner, QualityIsTheRuleAndABitRateTheException) {

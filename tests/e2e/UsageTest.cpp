@@ -128,14 +128,14 @@ TEST(Usage, TheExampleOfEveryVerbWorks) {
   const ExampleFolder folder;
   // That of `play` needs a sound device, that of `dvd` a disc.
   for (const std::string verb :
-       {"", "info", "convert", "thumb", "compose", "join", "wave", "effects"}) {
+       {"", "info", "convert", "thumb", "compose", "join", "wave", "effects", "presets"}) {
     SCOPED_TRACE("kestrel " + verb);
     folder.expectExampleWorks(verb);
   }
 }
 
 const char* const kVerbs =
-    "info, convert, thumb, compose, join, wave, dvd, play, effects, encoders and demo";
+    "info, convert, thumb, compose, join, wave, dvd, play, effects, encoders, presets and demo";
 
 TEST(Usage, AVerbIsNeeded) { EXPECT_TRUE(endsWithSentence(kestrel({}), 2, kVerbs)); }
 

@@ -179,12 +179,21 @@ std::string Option::name() const { return option_->get_name(); }
 
 const std::string& Option::group() const { return option_->get_group(); }
 
+namespace {
+
+/// Behind "--" there are arguments alone.
+CLI::Validator notPlain() {
+  return {[](const std::string& given) { return isPlain(given) ? "the value is missing" : ""; },
+          ""};
+}
+
+}  // namespace
+
 template <typename Value>
 Option Verb::option(const std::string& name, Value& value, const std::string& text) {
   CLI::Option* option = app_->add_option(name, value, text);
   if (name.starts_with('-'))
-    option->check(CLI::Validator(
-        [](const std::string& given) { return isPlain(given) ? "the value is missing" : ""; }, ""));
+    option->check(notPlain());
   else
     option->transform(CLI::Validator(
         [](std::string& given) {
@@ -202,6 +211,16 @@ template Option Verb::option(const std::string&, double&, const std::string&);
 template Option Verb::option(const std::string&, std::optional<int>&, const std::string&);
 template Option Verb::option(const std::string&, std::optional<float>&, const std::string&);
 template Option Verb::option(const std::string&, std::optional<double>&, const std::string&);
+
+Option Verb::option(const std::string& name, const std::string& text) {
+  CLI::Option* const option = app_->add_option(name, CLI::callback_t(), text);
+  option->check(notPlain());
+  return Option(*option);
+}
+
+Option Verb::flag(const std::string& name, const std::string& text) {
+  return Option(*app_->add_flag(name, text));
+}
 
 Option Verb::flag(const std::string& name, bool& value, const std::string& text) {
   return Option(*app_->add_flag(name, value, text));
@@ -222,6 +241,14 @@ bool Verb::hasOption(const std::string& name) const {
 }
 
 bool Verb::isGiven(const std::string& name) const { return app_->count(name) > 0; }
+
+std::vector<Verb::Given> Verb::given() const {
+  std::vector<Given> all;
+  for (const CLI::Option* option : app_->get_options())
+    if (option->count() > 0 && !option->get_lnames().empty())
+      all.push_back({option->get_lnames().front(), option->results()});
+  return all;
+}
 
 std::vector<Option> Verb::options() const {
   std::vector<Option> options;

@@ -59,8 +59,13 @@ class Verb {
   template <typename Value>
   Option option(const std::string& name, Value& value, const std::string& text);
 
+  /// Adds an option whose values `given` answers alone.
+  Option option(const std::string& name, const std::string& text);
+
   /// Adds an option without a value.
   Option flag(const std::string& name, bool& value, const std::string& text);
+  /// One that `given` answers alone, with "true".
+  Option flag(const std::string& name, const std::string& text);
 
   /// The heading in the help of the options that are added from now on.
   void group(const std::string& heading);
@@ -75,6 +80,13 @@ class Verb {
   bool hasOption(const std::string& name) const;
   /// Of an option that it has.
   bool isGiven(const std::string& name) const;
+
+  /// An option that was typed: its long name without the dashes, and its values.
+  struct Given {
+    std::string name;
+    std::vector<std::string> values;
+  };
+  std::vector<Given> given() const;
 
   /// All options, and the arguments.
   std::vector<Option> options() const;

@@ -1,11 +1,17 @@
 #pragma once
 
-#include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/ConversionOptions.h>
 
-#include <functional>
+#include <string>
+#include <vector>
 
 #include "tools/cli/CommandLine.h"
 
-/// Adds the options of the look to a verb. What they were given is read by the function that this
-/// answers, which throws the `Failure` of wrong usage where a value is none.
-std::function<kestrel::LookSettings()> addLookOptions(Verb verb);
+/// Adds the options of the look to a verb.
+void addLookOptions(Verb verb);
+
+/// Refuses options that say how subtitles look where none are drawn.
+void requireSubtitles(const Verb& verb);
+
+/// What was typed of the options `known`.
+kestrel::ConversionOptions givenOptions(const Verb& verb, const std::vector<std::string>& known);

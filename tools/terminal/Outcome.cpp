@@ -5,7 +5,9 @@
 #include "tools/terminal/Say.h"
 
 std::string optionOf(const std::string& setting) {
-  if (setting == "width" || setting == "height") return "--size";
+  if (setting == "width" || setting == "height" || setting == "lines" || setting == "scale")
+    return "--size";
+  if (setting == "onlyShrinks") return "--no-upscale";
   if (setting == "channelLayout") return "--channels";
   if (setting == "position") return "the position";
   if (setting == "archive") return "--save";

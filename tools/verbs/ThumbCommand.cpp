@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <charconv>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -32,7 +31,6 @@ struct Typed {
   std::string every;
   bool sprites = false;
   bool force = false;
-  std::function<LookSettings()> look;
 };
 
 /// "12.5", "1:02:03" or "50%".
@@ -110,8 +108,10 @@ int drawPicture(const Typed& typed, const LookSettings& look, const Events& even
   }
 }
 
-int run(const Typed& typed) {
-  const LookSettings look = typed.look();
+int run(const Typed& typed, const Verb& verb) {
+  LookSettings look;
+  applyOptions(givenOptions(verb, lookOptionNames()), look);
+  requireSubtitles(verb);
   requireSense(typed);
   ProgressDisplay progress(ProgressDisplay::Style::kBar);
   const Events events = progress.events();
@@ -155,10 +155,10 @@ void addThumbVerb(CommandLine& line) {
               "the step of --sprites (default: one that makes at most 100 pictures)")
       .type("TIME");
   verb.flag("--force", typed->force, "replace an existing target");
-  typed->look = addLookOptions(verb);
+  addLookOptions(verb);
   verb.footer(
       "Example:\n  kestrel demo bars.mp4\n  kestrel thumb bars.mp4 bars.png --time 2.5\n"
       "  kestrel thumb --sheet 4x5 bars.mp4 sheet.jpg\n"
       "  kestrel thumb --sprites bars.mp4 sprites.jpg");
-  verb.runs([typed] { return run(*typed); });
+  verb.runs([typed, verb] { return run(*typed, verb); });
 }

@@ -34,5 +34,8 @@ void addEffectsVerb(CommandLine& line);
 /// Lists the encoders that work on this machine.
 void addEncodersVerb(CommandLine& line);
 
+/// Lists the presets of conversions.
+void addPresetsVerb(CommandLine& line);
+
 /// A short test movie, so that there is something to try the program on.
 void addDemoVerb(CommandLine& line);

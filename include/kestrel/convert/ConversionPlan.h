@@ -52,6 +52,11 @@ struct ConversionSettings {
   std::optional<Deinterlacing> deinterlacing = {};  ///< absent: automatic for a disc, else off
   std::optional<int> width = {};   ///< 1 to 65535 pixels; absent beside a height: keeps the shape
   std::optional<int> height = {};  ///< likewise
+  /// In place of both: the frame of 16:9 with so many lines (720: "720p"), 2 to 36861, that the
+  /// picture fits into, on its side for one that is higher than wide.
+  std::optional<int> lines = {};
+  std::optional<double> scale = {};  ///< likewise: a factor on both sides, 0.001 to 100
+  bool onlyShrinks = false;  ///< a picture that is smaller than the size asked for keeps its own
   /// Pictures per second, up to 1000; absent: the source's, each at its own time where the
   /// container can.
   std::optional<Rational> fps = {};

@@ -3,6 +3,7 @@
 #include <kestrel/Export.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/PictureBox.h>
 #include <kestrel/convert/Report.h>
 
 #include <cstdint>
@@ -10,15 +11,6 @@
 #include <string>
 
 namespace kestrel {
-
-/// How large a picture may be, pixels; it is the largest of its shape that fits. A side that is
-/// left open sets no limit; `{}` is the size that is usual for what is drawn.
-struct PictureBox {
-  std::optional<int> width = {};
-  std::optional<int> height = {};
-
-  bool operator==(const PictureBox&) const = default;
-};
 
 /// Which picture of a movie goes into a file; `{}` beside the two names means that at a tenth of
 /// the length, as it is.

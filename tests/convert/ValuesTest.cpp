@@ -1,4 +1,4 @@
-#include "tools/cli/Text.h"
+#include <kestrel/convert/Values.h>
 
 #include <gtest/gtest.h>
 #include <kestrel/convert/Failure.h>
@@ -6,12 +6,8 @@
 #include <initializer_list>
 #include <string>
 
+namespace kestrel::test {
 namespace {
-
-using kestrel::Failure;
-using kestrel::IndexSet;
-using kestrel::PictureBox;
-using kestrel::Rational;
 
 /// The text values that a parser must refuse, each by a failure of usage that names option and
 /// value.
@@ -49,11 +45,25 @@ TEST(ParseTime, RoundsToTheMicrosecond) {
   EXPECT_EQ(parseTime("--start", "1.9999999"), 2'000'000);
 }
 
+TEST(ParseTime, TakesUnits) {
+  EXPECT_EQ(parseTime("--start", "90s"), 90'000'000);
+  EXPECT_EQ(parseTime("--start", "1m30s"), 90'000'000);
+  EXPECT_EQ(parseTime("--start", "2m"), 120'000'000);
+  EXPECT_EQ(parseTime("--start", "1h0m0.25s"), 3'600'250'000);
+  EXPECT_EQ(parseTime("--start", "1.5h"), 5'400'000'000);
+  EXPECT_EQ(parseTime("--start", "1s250ms"), 1'250'000);
+}
+
+TEST(ParseTime, RefusesUnitsOutOfOrderTwiceOrBroken) {
+  expectRefused(parseTime, {"s", "1s1m", "1m1m", "1.5m3s", "1m30", "m30s", "1:30s", "-1s",
+                            "99999999h", "1s5", "1 m", "1M"});
+}
+
 TEST(ParseTime, RefusesEverythingElse) {
   expectRefused(parseTime, {"",        " ",
                             "1 ",      " 1",
                             "-1",      "+1",
-                            "1s",      "abc",
+                            "1x",      "abc",
                             "1.2.3",   "1.",
                             ":30",     "1:",
                             "1:60",    "1:60:00",
@@ -87,6 +97,28 @@ TEST(ParseBothSides, TakesNoOpenSideAndNamesTheExample) {
                 "--size: '" + std::string(text) + "' is not a size such as 1200x240");
     }
   }
+}
+
+TEST(ParsePictureSize, TakesSidesLinesAndShares) {
+  EXPECT_EQ(parsePictureSize("--size", "1280x720"), (PictureSize{.width = 1280, .height = 720}));
+  EXPECT_EQ(parsePictureSize("--size", "-x720"), (PictureSize{.height = 720}));
+  EXPECT_EQ(parsePictureSize("--size", "1080p"), (PictureSize{.lines = 1080}));
+  EXPECT_EQ(parsePictureSize("--size", "50%"), (PictureSize{.scale = 0.5}));
+}
+
+TEST(ParsePictureSize, RefusesEverythingElse) {
+  expectRefused(parsePictureSize,
+                {"", "720", "p", "%", "1p", "720i", "-50%", "0%", "20000%", "40000p", "1280"});
+}
+
+TEST(ParseNumber, IsWithinItsRange) {
+  EXPECT_EQ(parseNumber("--x", "-2.5"), -2.5);
+  EXPECT_EQ(parseNumber("--x", "10", 0, 10), 10);
+  for (const char* text : {"", "1.0.0", "ten", "nan", "inf", "10.1", "-0.1", "1 "})
+    EXPECT_THROW(parseNumber("--x", text, 0, 10), Failure) << text;
+  EXPECT_EQ(parseWholeNumber("--x", "7", 1, 9), 7);
+  for (const char* text : {"", "0", "10", "7.0", "+7", "x"})
+    EXPECT_THROW(parseWholeNumber("--x", text, 1, 9), Failure) << text;
 }
 
 TEST(ParseRate, TakesTheCustomaryDecimalsOfNtsc) {
@@ -142,3 +174,4 @@ TEST(ParseIndexList, LeavesOtherTextToOthers) {
 }
 
 }  // namespace
+}  // namespace kestrel::test

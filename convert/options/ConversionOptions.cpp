@@ -1,0 +1,412 @@
+#include <kestrel/convert/ConversionOptions.h>
+
+#include <kestrel/Color.h>
+#include <kestrel/Font.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <initializer_list>
+#include <optional>
+#include <span>
+#include <utility>
+
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
+#include <kestrel/convert/Values.h>
+
+namespace kestrel {
+
+namespace {
+
+constexpr double kDefaultFontSize = 40;  // where the font is named without one
+
+[[noreturn]] void refuse(std::string_view option, std::string_view text, std::string_view wanted) {
+  throw Failure::settings(fmt::format("{}: '{}' is not {}", option, text, wanted));
+}
+
+/// As many numbers as there are, separated by commas; nothing where a part is none.
+std::optional<std::vector<double>> numbersOf(std::string_view text) {
+  std::vector<double> numbers;
+  while (true) {
+    const std::string_view part = text.substr(0, text.find(','));
+    double number = 0;
+    const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), number);
+    if (error != std::errc{} || end != part.data() + part.size() || !std::isfinite(number))
+      return std::nullopt;
+    numbers.push_back(number);
+    if (part.size() == text.size()) return numbers;
+    text.remove_prefix(part.size() + 1);
+  }
+}
+
+Area parseArea(std::string_view option, const std::string& text) {
+  Area area;
+  std::array<int*, 4> numbers{&area.x, &area.y, &area.width, &area.height};
+  constexpr std::string_view kSeparators = ",,x";
+  std::string_view rest = text;
+  for (size_t i = 0; i < numbers.size(); ++i) {
+    const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), *numbers[i]);
+    const auto length = static_cast<size_t>(end - rest.data());
+    const bool isLast = i + 1 == numbers.size();
+    const bool isSeparated =
+        isLast ? length == rest.size() : length < rest.size() && rest[length] == kSeparators[i];
+    if (error != std::errc{} || !isSeparated)
+      refuse(option, text, "an area such as 10,20,640x360 (X,Y,WxH from the upper left)");
+    rest.remove_prefix(length + (isLast ? 0 : 1));
+  }
+  return area;
+}
+
+template <typename Value>
+Value choose(std::string_view option, const std::string& text,
+             const std::vector<std::pair<std::string, Value>>& choices) {
+  std::string names;
+  for (const auto& [name, value] : choices) {
+    if (name == text) return value;
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  refuse(option, text, "one of " + names);
+}
+
+/// "FILE[:X,Y[,SCALE[,OPACITY]]]"; a name with a colon in it needs no quoting.
+Watermark parseWatermark(std::string_view option, const std::string& text) {
+  Watermark mark{.path = text};
+  const size_t colon = text.rfind(':');
+  if (colon == std::string::npos) return mark;
+  const auto numbers = numbersOf(std::string_view(text).substr(colon + 1));
+  if (!numbers) return mark;
+  if (numbers->size() < 2 || numbers->size() > 4)
+    refuse(option, text, "of the form FILE:X,Y[,SCALE[,OPACITY]]");
+  mark.path.resize(colon);
+  mark.x = (*numbers)[0];
+  mark.y = (*numbers)[1];
+  if (numbers->size() > 2) mark.scale = (*numbers)[2];
+  if (numbers->size() > 3) mark.opacity = (*numbers)[3];
+  return mark;
+}
+
+Color parseColor(std::string_view option, const std::string& text) {
+  if (const auto color = colorWithName(text)) return *color;
+  refuse(option, text, "a colour such as yellow or #FFCC00" + nearestNames(text, colorNames()));
+}
+
+Font parseFont(std::string_view option, const std::string& text) {
+  const auto font = Font::fontWithDescription(text, kDefaultFontSize);
+  if (!font) refuse(option, text, "a font such as \"DejaVu Sans Bold 40\"");
+  if (!font->exists())
+    throw Failure::settings(fmt::format("{}: no font '{}' is installed{}", option, font->family,
+                                        nearestNames(font->family, Font::availableFontFamilies())));
+  return *font;
+}
+
+Zoom parseZoom(std::string_view option, const std::string& text) {
+  return choose<Zoom>(option, text,
+                      {{"stretch", Zoom::kStretch},
+                       {"fit", Zoom::kFit},
+                       {"16:9", Zoom::k16To9},
+                       {"4:3", Zoom::k4To3},
+                       {"fill-width", Zoom::kFillWidth}});
+}
+
+double parseDisplayAspect(std::string_view option, const std::string& text) {
+  return choose<double>(option, text, {{"source", 0}, {"4:3", 4 / 3.0}, {"16:9", 16 / 9.0}});
+}
+
+Deinterlacing parseDeinterlacing(std::string_view option, const std::string& text) {
+  if (text == "auto") return Deinterlacing::kAuto;
+  if (text == "on") return Deinterlacing::kOn;
+  if (text == "off") return Deinterlacing::kOff;
+  throw Failure::settings(fmt::format("{}: '{}' is none of auto, on and off", option, text));
+}
+
+std::optional<Rational> parseRateOrSource(std::string_view option, const std::string& text) {
+  return text == "source" ? std::nullopt : std::optional(parseRate(option, text));
+}
+
+std::pair<std::string, std::string> parseKeyValue(std::string_view option,
+                                                  const std::string& text) {
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0)
+    throw Failure::settings(fmt::format("{}: '{}' is not of the form KEY=VALUE", option, text));
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+std::string parseText(std::string_view /*option*/, const std::string& text) { return text; }
+
+TrackChoice parseTracks(std::string_view /*option*/, const std::string& text) {
+  return parseTrackChoice(text);
+}
+
+double parseAnyNumber(std::string_view option, const std::string& text) {
+  return parseNumber(option, text);
+}
+
+/// On the scales of the look's colours, and others that people rarely leave.
+template <int high>
+float parseUpTo(std::string_view option, const std::string& text) {
+  return static_cast<float>(parseNumber(option, text, 0, high));
+}
+
+float parsePosition(std::string_view option, const std::string& text) {
+  return static_cast<float>(parseNumber(option, text, 0, 0.9));  // at 1 there is no room for a text
+}
+
+int parseSampleRate(std::string_view option, const std::string& text) {
+  return parseWholeNumber(option, text, 1000, 768000);
+}
+
+// Setters: each takes an option's name, for messages, and its value.
+
+template <typename Settings>
+using Setter = void (*)(Settings& settings, std::string_view option, const std::string& text);
+
+template <auto member, auto parse>
+void set(auto& settings, std::string_view option, const std::string& text) {
+  settings.*member = parse(option, text);
+}
+
+/// `value`: what the switch sets where it is on.
+template <auto member, bool value = true>
+void turn(auto& settings, std::string_view option, const std::string& text) {
+  settings.*member = parseSwitch(option, text) == value;
+}
+
+template <auto member>
+void add(ConversionSettings& settings, std::string_view option, const std::string& text) {
+  const auto [key, value] = parseKeyValue(option, text);
+  (settings.*member).insert_or_assign(key, value);
+}
+
+/// What a text says becomes of a stream: "copy", "none", or a codec's name.
+template <auto action, auto codec>
+void setCodec(ConversionSettings& settings, std::string_view /*option*/, const std::string& text) {
+  const bool isCopy = text == "copy";
+  const bool isCodec = !isCopy && text != "none";
+  settings.*codec = isCodec ? text : std::string();
+  if (!isCodec)
+    settings.*action = isCopy ? StreamAction::kCopy : StreamAction::kNone;
+  else if (settings.*action == StreamAction::kCopy)
+    settings.*action = std::nullopt;
+}
+
+void setSize(ConversionSettings& settings, std::string_view option, const std::string& text) {
+  const PictureSize size = parsePictureSize(option, text);
+  settings.width = size.width;
+  settings.height = size.height;
+  settings.lines = size.lines;
+  settings.scale = size.scale;
+}
+
+void setTracks(ConversionSettings& settings, std::string_view /*option*/, const std::string& text) {
+  if (text == "none")
+    settings.audio = StreamAction::kNone;
+  else
+    settings.audioTracks = parseTrackChoice(text);
+}
+
+void setMix(ConversionSettings& settings, std::string_view /*option*/, const std::string& text) {
+  settings.mixesAudio = true;
+  settings.audioTracks = parseTrackChoice(text);
+}
+
+void setSubtitles(ConversionSettings& settings, std::string_view /*option*/,
+                  const std::string& text) {
+  settings.keepsSubtitles = text != "none";
+  if (settings.keepsSubtitles) settings.subtitleTracks = parseTrackChoice(text);
+}
+
+/// What an option shapes: it does nothing where that is not encoded.
+enum class Shapes { kPictures, kSound, kNothing };
+
+/// One option. Of those with the same word in `saysTheSame` one alone can be given; what is
+/// `ofEncoder` has a meaning for one codec's encoder only.
+template <typename Settings>
+struct Row {
+  std::string_view name;
+  Setter<Settings> set;
+  OptionForm form = OptionForm::kText;
+  Shapes shapes = Shapes::kNothing;
+  std::string_view saysTheSame = {};
+  bool ofEncoder = false;
+};
+
+using C = ConversionSettings;
+using L = LookSettings;
+constexpr auto kNumber = OptionForm::kNumber;
+constexpr auto kSwitch = OptionForm::kSwitch;
+constexpr auto kList = OptionForm::kList;
+constexpr auto kText = OptionForm::kText;
+constexpr auto kPictures = Shapes::kPictures;
+constexpr auto kSound = Shapes::kSound;
+constexpr auto kNothing = Shapes::kNothing;
+
+constexpr Row<ConversionSettings> kRows[] = {
+    {"video-codec", setCodec<&C::video, &C::videoCodec>},
+    {"size", setSize, kText, kPictures},
+    {"no-upscale", turn<&C::onlyShrinks>, kSwitch, kPictures},
+    {"fps", set<&C::fps, parseRateOrSource>, kText, kPictures, "rate"},
+    {"max-fps", set<&C::maxFps, parseRate>, kText, kPictures, "rate"},
+    {"aspect", set<&C::aspect, parseAspect>, kText, kPictures},
+    {"quality", set<&C::quality, parseAnyNumber>, kNumber, kPictures, "quality"},
+    {"crf", set<&C::crf, parseAnyNumber>, kNumber, kPictures, "quality", true},
+    {"video-bitrate", set<&C::videoBitrate, parseBitRate>, kText, kPictures, "quality"},
+    {"encoder-preset", set<&C::encoderPreset, parseText>, kText, kPictures, {}, true},
+    {"keyframes", set<&C::keyframes, parseAnyNumber>, kNumber, kPictures},
+    {"compatible", turn<&C::isCompatible>, kSwitch, kPictures},
+    {"deinterlace", set<&C::deinterlacing, parseDeinterlacing>, kText, kPictures},
+    {"video-option", add<&C::videoOptions>, kList, kPictures, {}, true},
+    {"audio-codec", setCodec<&C::audio, &C::audioCodec>},
+    {"audio-tracks", setTracks, kText, kNothing, "tracks"},
+    {"mix", setMix, kText, kSound, "tracks"},
+    {"audio-bitrate", set<&C::audioBitrate, parseBitRate>, kText, kSound},
+    {"sample-rate", set<&C::sampleRate, parseSampleRate>, kNumber, kSound},
+    {"channels", set<&C::channelLayout, parseChannels>, kText, kSound},
+    {"volume", set<&C::volume, parseAnyNumber>, kNumber, kSound},
+    {"audio-option", add<&C::audioOptions>, kList, kSound, {}, true},
+    {"subtitles-keep", setSubtitles},
+    {"no-attachments", turn<&C::keepsAttachments, false>, kSwitch},
+    {"start", set<&C::start, parseTime>, kText, kNothing, "start"},
+    {"end", set<&C::end, parseTime>, kText, kNothing, "end"},
+    {"duration", set<&C::duration, parseTime>, kText, kNothing, "end"},
+    {"chapters", set<&C::chapters, parseChapters>, kText, kNothing, "end"},
+    {"title", set<&C::title, parseTitle>},
+    {"no-metadata", turn<&C::keepsMetadata, false>, kSwitch},
+};
+
+constexpr Row<LookSettings> kLookRows[] = {
+    {"crop", set<&L::crop, parseArea>, kText, kPictures, "crop"},
+    {"auto-crop", turn<&L::autoCrop>, kSwitch, kPictures, "crop"},
+    {"zoom", set<&L::zoom, parseZoom>, kText, kPictures},
+    {"display-aspect", set<&L::displayAspect, parseDisplayAspect>, kText, kPictures},
+    {"rotate", set<&L::rotate, parseAnyNumber>, kNumber, kPictures},
+    {"hflip", turn<&L::hflip>, kSwitch, kPictures},
+    {"vflip", turn<&L::vflip>, kSwitch, kPictures},
+    {"saturation", set<&L::saturation, parseUpTo<10>>, kNumber, kPictures},
+    {"brightness", set<&L::brightness, parseUpTo<10>>, kNumber, kPictures},
+    {"contrast", set<&L::contrast, parseUpTo<10>>, kNumber, kPictures},
+    {"hue", set<&L::hue, parseUpTo<10>>, kNumber, kPictures},
+    {"effect", set<&L::effect, parseText>, kText, kPictures},
+    {"watermark", set<&L::watermark, parseWatermark>, kText, kPictures},
+    {"subtitles", set<&L::subtitles, parseText>, kText, kPictures, "subtitles"},
+    {"subtitle-track", set<&L::subtitleTrack, parseTracks>, kText, kPictures, "subtitles"},
+    {"subtitle-font", set<&L::subtitleFont, parseFont>, kText, kPictures},
+    {"subtitle-color", set<&L::subtitleColor, parseColor>, kText, kPictures},
+    {"subtitle-position", set<&L::subtitlePosition, parsePosition>, kNumber, kPictures},
+    {"subtitle-outline", set<&L::subtitleOutline, parseUpTo<100>>, kNumber, kPictures},
+};
+
+template <typename Settings>
+const Row<Settings>* find(std::span<const Row<Settings>> rows, const std::string& name) {
+  const auto row = std::ranges::find(rows, name, &Row<Settings>::name);
+  return row == rows.end() ? nullptr : &*row;
+}
+
+const Row<C>* rowOf(const std::string& name) { return find<C>(kRows, name); }
+const Row<L>* lookRowOf(const std::string& name) { return find<L>(kLookRows, name); }
+
+[[noreturn]] void refuseName(const std::string& name) {
+  throw Failure::settings(
+      fmt::format("there is no option '{}'{}", name, nearestNames(name, conversionOptionNames())),
+      name);
+}
+
+template <typename Settings>
+void apply(const Row<Settings>& row, const ConversionOption& option, Settings& settings) {
+  try {
+    if (option.value.empty()) throw Failure::settings(option.name + ": the value is empty");
+    row.set(settings, option.name, option.value);
+  } catch (const Failure& failure) {
+    throw Failure::settings(failure.what(), option.name);
+  }
+}
+
+/// What is said of an option, whichever table it is in.
+struct Facts {
+  Shapes shapes;
+  std::string_view saysTheSame;
+  bool ofEncoder;
+};
+
+Facts factsOf(const std::string& name) {
+  if (const auto* row = rowOf(name)) return {row->shapes, row->saysTheSame, row->ofEncoder};
+  if (const auto* row = lookRowOf(name)) return {row->shapes, row->saysTheSame, row->ofEncoder};
+  refuseName(name);
+}
+
+/// Whether `strong` leaves no room for `weak`.
+bool displaces(const ConversionOption& strong, const ConversionOption& weak) {
+  const Facts facts = factsOf(weak.name);
+  if (strong.name == weak.name)
+    return formOf(weak.name) != kList || strong.value.substr(0, strong.value.find('=')) ==
+                                             weak.value.substr(0, weak.value.find('='));
+  if (!facts.saysTheSame.empty() && factsOf(strong.name).saysTheSame == facts.saysTheSame)
+    return true;
+  if (strong.name == "chapters" && weak.name == "start") return true;
+  const bool isVideo = strong.name == "video-codec";
+  if (!isVideo && strong.name != "audio-codec")
+    return strong.name == "audio-tracks" && strong.value == "none" &&
+           (facts.shapes == kSound || weak.name == "audio-codec");
+  if (facts.shapes != (isVideo ? kPictures : kSound)) return false;
+  return facts.ofEncoder || strong.value == "copy" || strong.value == "none";
+}
+
+}  // namespace
+
+std::vector<std::string> conversionOptionNames() {
+  std::vector<std::string> names;
+  for (const auto& row : kRows) names.emplace_back(row.name);
+  for (std::string& name : lookOptionNames()) names.push_back(std::move(name));
+  return names;
+}
+
+std::vector<std::string> lookOptionNames() {
+  std::vector<std::string> names;
+  for (const auto& row : kLookRows) names.emplace_back(row.name);
+  return names;
+}
+
+OptionForm formOf(const std::string& name) {
+  if (const auto* row = rowOf(name)) return row->form;
+  if (const auto* row = lookRowOf(name)) return row->form;
+  refuseName(name);
+}
+
+void applyOptions(const ConversionOptions& options, ConversionSettings& settings) {
+  const auto isGiven = [&](std::string_view name) {
+    return std::ranges::count(options, name, &ConversionOption::name) > 0;
+  };
+  if (isGiven("audio-tracks") && isGiven("mix"))
+    throw Failure::settings("--audio-tracks and --mix both choose the sound");
+  for (const ConversionOption& option : options) {
+    if (const auto* row = rowOf(option.name))
+      apply(*row, option, settings);
+    else if (const auto* lookRow = lookRowOf(option.name))
+      apply(*lookRow, option, settings.look);
+    else
+      refuseName(option.name);
+  }
+}
+
+void applyOptions(const ConversionOptions& options, LookSettings& look) {
+  for (const ConversionOption& option : options) {
+    const auto* const row = lookRowOf(option.name);
+    if (!row) refuseName(option.name);
+    apply(*row, option, look);
+  }
+}
+
+ConversionOptions withDefaults(const ConversionOptions& stronger, const ConversionOptions& weaker) {
+  ConversionOptions both;
+  for (const ConversionOption& weak : weaker) {
+    const auto isAbove = [&](const ConversionOption& strong) { return displaces(strong, weak); };
+    if (std::ranges::none_of(stronger, isAbove)) both.push_back(weak);
+  }
+  both.insert(both.end(), stronger.begin(), stronger.end());
+  return both;
+}
+
+}  // namespace kestrel
