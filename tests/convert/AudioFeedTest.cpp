@@ -34,6 +34,29 @@ class AudioFeedTest : public testing::Test {
     show({media}, 0);
   }
 
+  /// Two files, one over the other.
+  void openBeside(const std::filesystem::path& first, const std::filesystem::path& second) {
+    LMFFMovie::MediaList medias;
+    for (const auto& file : {first, second}) {
+      medias.push_back(std::make_shared<LMFFMedia>());
+      medias.back()->setSource(LMMediaSource::mediaWithPath(file.string()));
+    }
+    show(medias, 0);
+  }
+
+  /// How many frames wait once so many more were read at once.
+  int32_t waitingAfter(int32_t frames) {
+    int32_t waiting = -1;
+    movie_.decodeImage(
+        [&] {
+          Sound buffer(static_cast<size_t>(frames) * 2);
+          EXPECT_EQ(feed_->read(buffer.data(), frames), frames);
+          waiting = feed_->waitingFrames();
+        },
+        true);
+    return waiting;
+  }
+
   /// Reads to the end by requests of that many frames.
   Sound readAll(int32_t request = 4096) {
     Sound sound;
@@ -142,19 +165,21 @@ TEST_F(AudioFeedTest, OnceNobodyWantsPicturesItReadsPastThem) {
   EXPECT_EQ(firstDifference(readAll(), expectedSound(fixture("chirp-late.nut"))), -1);
 }
 
+// Packets of 1024 frames.
 TEST_F(AudioFeedTest, TellsHowMuchWaits) {
   open(fixture("chirp.nut"));
-  movie_.decodeImage(
-      [&] {
-        Sound buffer(2 * 512);
-        ASSERT_EQ(feed_->read(buffer.data(), 512), 512);
-        const int32_t waiting = feed_->waitingFrames();
-        ASSERT_GE(waiting, 0);
-        ASSERT_EQ(feed_->read(buffer.data(), 100), 100);
-        // What waited less what was taken, and whole packets of what was read since.
-        EXPECT_GE(feed_->waitingFrames(), std::max(waiting - 100, 0));
-      },
-      true);
+  EXPECT_EQ(waitingAfter(500), 524);
+  EXPECT_EQ(waitingAfter(100), 424);
+  EXPECT_EQ(waitingAfter(424), 0);
+  EXPECT_EQ(waitingAfter(24), 1000);
+}
+
+// Beside them, packets of 512 frames: nothing waits of one, and still much of the other.
+TEST_F(AudioFeedTest, TellsHowMuchWaitsOfTheStreamThatHasTheFewest) {
+  openBeside(fixture("chirp.nut"), fixture("pcm-stereo-44100-f32.wav"));
+  EXPECT_EQ(waitingAfter(500), 12);
+  EXPECT_EQ(waitingAfter(12), 0);
+  EXPECT_EQ(waitingAfter(12), 500);
 }
 
 TEST_F(AudioFeedTest, HasTheFormatOfItsStreams) {
