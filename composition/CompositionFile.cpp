@@ -217,7 +217,9 @@ bool CompositionFile::staysInTime(const AVPacket& packet, int stream) {
                               muxer_.context()->oformat->name, lm_ff_time_to_double(time)),
                   LMMovieComposition::kDoesNotJoin);
   lane.hasBegun = true;
-  lane.end = time + packetDuration(packet, this->stream(stream));
+  // Packets whose times lie too close are played one after the other all the same.
+  lane.end =
+      std::max(isSound ? lane.end : time, time) + packetDuration(packet, this->stream(stream));
   return true;
 }
 

@@ -137,7 +137,13 @@ void StreamCopier::describe(const AVStream& input) {
   output_.r_frame_rate = input.r_frame_rate;
 }
 
-void StreamCopier::describeSeveral() { widenCodecData(*output_.codecpar); }
+void StreamCopier::describeSeveral() {
+  // Pictures in the packet of another wait for a packet of their own, which a cut may have taken
+  // away: to a decoder the next input's first picture would be it.
+  const bool mayBePacked = output_.codecpar->codec_id == AV_CODEC_ID_MPEG4 && !filter_;
+  if (mayBePacked) openFilter("mpeg4_unpack_bframes");
+  widenCodecData(*output_.codecpar);
+}
 
 void StreamCopier::settle() {
   AVCodecParameters& parameters = *output_.codecpar;
@@ -169,6 +175,8 @@ void StreamCopier::beginInput(const AVStream& input) {
   // What is shown last need not wait for the next input, which may begin later.
   if (display_) display_->finish();
   takeDisplayed();
+  // What is left of the input before belongs to none of the next one's packets.
+  if (filter_) av_bsf_flush(filter_.get());
   if (hidden_) hidden_->beginInput(input);
 }
 
