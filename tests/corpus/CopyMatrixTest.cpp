@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
-#include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "tests/corpus/Content.h"
 #include "tests/e2e/Kestrel.h"
 #include "tests/support/Fixture.h"
-#include "tests/support/Peer.h"
 #include "tests/support/TempDir.h"
 
 namespace kestrel::test {
@@ -19,6 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::AnyOf;
+using testing::HasSubstr;
 
 const std::vector<std::string> kContainers{"mp4", "mov", "3gp", "mkv", "webm", "ts",  "mpg",
                                            "mxf", "avi", "asf", "flv", "ogg",  "nut", "wav",
@@ -26,9 +25,6 @@ const std::vector<std::string> kContainers{"mp4", "mov", "3gp", "mkv", "webm", "
 
 /// Stands for the real clips where there are none.
 constexpr char kNoClips[] = "real clips";
-
-/// So many of a clip's first pictures are decoded.
-constexpr char kMostPictures[] = "25";
 
 /// Every codec that the real clips have, and some that need their tag or their container's help.
 std::vector<std::string> clips() {
@@ -51,141 +47,147 @@ fs::path pathOf(const std::string& clip) {
   return std::ranges::count(known, clip) > 0 ? fixture(clip) : mediaFile(clip);
 }
 
-/// A stream that has pictures or sound and is no cover.
-struct Stream {
-  std::string type;
-  std::string codec;
-  std::string tag;  // in its container
-
-  std::string name() const { return type + " " + codec; }
-};
-
-/// Those of a file that are known; none for what is no file.
-std::vector<Stream> streams(const fs::path& file) {
-  const RunResult result =
-      runPeer({"ffprobe", "-v", "error", "-show_entries",
-               "stream=codec_name,codec_type,codec_tag_string:stream_disposition=attached_pic",
-               "-of", "csv=p=0", file.string()});
-  std::vector<Stream> all;
-  std::istringstream lines(result.out);
-  for (std::string line; std::getline(lines, line);) {
-    std::vector<std::string> fields;
-    std::istringstream words(line);
-    for (std::string field; std::getline(words, field, ',');) fields.push_back(field);
-    if (fields.size() != 4 || fields[0] == "unknown" || fields[3] != "0") continue;
-    if (fields[1] == "video" || fields[1] == "audio")
-      all.push_back({fields[1], fields[0], fields[2]});
-  }
-  return all;
+/// Why a clip cannot follow itself in a container without being encoded; "" where it can.
+std::string refusalOf(const std::string& clip, const std::string& container) {
+  // Its sound ends 0.4 s before its pictures do, and AVI plays sound without pauses.
+  if (clip == "mpeg2-mp3.ts" && container == "avi")
+    return "the avi format has no place for the gap";
+  return "";
 }
 
-/// Whether a file has pictures that are decoded and not shown.
-bool hidesPictures(const fs::path& file) {
-  const auto flags = runPeer({"ffprobe", "-v", "error", "-select_streams", "V", "-show_entries",
-                              "packet=flags", "-of", "csv=p=0", file.string()});
-  return flags.out.find('D') != std::string::npos;
-}
-
-/// The first pictures and the first sound.
-std::vector<Stream> firstOf(const std::vector<Stream>& all) {
-  std::vector<Stream> first;
-  for (const std::string type : {"video", "audio"})
-    if (const auto found = std::ranges::find(all, type, &Stream::type); found != all.end())
-      first.push_back(*found);
-  return first;
-}
-
-std::vector<std::string> namesOf(const std::vector<Stream>& streams) {
+std::vector<std::string> namesOf(const std::vector<Content>& contents) {
   std::vector<std::string> names;
-  std::ranges::transform(streams, std::back_inserter(names), &Stream::name);
+  std::ranges::transform(contents, std::back_inserter(names), &Content::name);
   return names;
 }
 
-/// Checksums of a stream.
-struct Sums {
-  std::string packets;  // all of them
-  std::string decoded;  // all samples, or the first pictures
-};
+/// All that ffmpeg's copy shows and lets hear is there; where that has lost something itself, all
+/// that the source has. Pictures that are not shown need not be copied.
+void compare(const Content& copied, const Content& source, const Content& copiedByFfmpeg) {
+  SCOPED_TRACE(source.name());
+  EXPECT_THAT(copied.shown, AnyOf(copiedByFfmpeg.shown, source.shown));
+  EXPECT_THAT(copied.heard, AnyOf(copiedByFfmpeg.heard, source.heard));
+  EXPECT_EQ(copied.tag, copiedByFfmpeg.tag);
+  if (source.hides) return;
+  EXPECT_TRUE(copied.data == copiedByFfmpeg.data || copied.data == source.data);
+}
 
+/// Whether pictures begin with others, of which the last ones may come out later where more follow.
+bool beginsLike(const std::vector<uint32_t>& shown, const std::vector<uint32_t>& once) {
+  constexpr size_t kMostDelayed = 2;
+  const auto sure = static_cast<std::ptrdiff_t>(once.size() - std::min(once.size(), kMostDelayed));
+  return shown.size() >= once.size() &&
+         std::equal(once.begin(), once.begin() + sure, shown.begin());
+}
+
+/// Whether all of a stream is there twice, but for a little of the sound where both meet. Some
+/// containers add a few bytes to its end.
+bool isTwice(const Content& joined, const Content& once) {
+  constexpr size_t kMostAtTheSeam = 3;  // packets
+  constexpr size_t kMostAdded = 7;      // bytes
+  if (once.isVideo())
+    return joined.packets == 2 * once.packets && joined.data == once.data + once.data;
+  const size_t size = once.data.size();
+  const size_t missing = once.begins.size() > kMostAtTheSeam ? once.begins[kMostAtTheSeam] : 0;
+  if (joined.data.size() + missing < 2 * size || joined.data.size() > 2 * size + kMostAdded)
+    return false;
+  return joined.data.starts_with(once.data) && once.data.ends_with(joined.data.substr(size, size));
+}
+
+/// Every way to copy a clip's first pictures and first sound.
 class CopyMatrix : public testing::TestWithParam<std::string> {
  protected:
-  bool copiesByFfmpeg(const fs::path& source, const fs::path& output) const {
+  /// What ffmpeg copies into a container; empty where it doesn't, or where no decoder finds its way
+  /// in what it makes.
+  std::vector<Content> copiedByFfmpeg(const std::string& container) const {
+    const fs::path output = folder_ / ("expected." + container);
     const RunResult result =
-        run({"ffmpeg", "-v", "error", "-nostdin", "-y", "-i", source.string(), "-map", "0:V:0?",
+        run({"ffmpeg", "-v", "error", "-nostdin", "-y", "-i", source_.string(), "-map", "0:V:0?",
              "-map", "0:a:0?", "-c", "copy", output.string()});
-    return result.status == 0 &&
-           std::ranges::is_permutation(namesOf(streams(output)), namesOf(wanted_));
+    auto copied = result.status == 0 ? contentsOf(output) : std::vector<Content>();
+    fs::remove(output);
+    const bool isCopy = std::ranges::is_permutation(namesOf(copied), namesOf(wanted_)) &&
+                        std::ranges::all_of(copied, &Content::isDecodable);
+    return isCopy ? copied : std::vector<Content>();
   }
 
-  static std::string sumOf(const fs::path& file, const Arguments& what) {
-    const auto command = joined({"ffmpeg", "-v", "error", "-nostdin", "-i", file.string()}, what);
-    return runPeer(joined(command, {"-f", "streamhash", "-hash", "crc32", "-"})).out;
+  /// What a command writes into a file.
+  std::vector<Content> made(const fs::path& output, const Arguments& command) const {
+    const RunResult result = run(joined({kestrelBinary()}, command));
+    EXPECT_EQ(result.status, 0) << result.err;
+    auto contents = result.status == 0 ? contentsOf(output) : std::vector<Content>();
+    fs::remove(output);
+    EXPECT_EQ(namesOf(contents), namesOf(wanted_));
+    contents.resize(wanted_.size());
+    return contents;
   }
 
-  /// What brings packets into the one form that they can have in every container.
-  static Arguments filterOf(const std::string& codec) {
-    static const std::map<std::string, std::string> kFilters{{"h264", "h264_mp4toannexb"},
-                                                             {"hevc", "hevc_mp4toannexb"},
-                                                             {"mpeg4", "mpeg4_unpack_bframes"}};
-    const auto filter = kFilters.find(codec);
-    return filter == kFilters.end() ? Arguments{} : Arguments{"-bsf:v", filter->second};
+  std::vector<Content> converted(const fs::path& output) const {
+    SCOPED_TRACE("convert");
+    Arguments command{"convert", source_.string(), output.string()};
+    for (const Content& each : wanted_)
+      command = joined(command, each.isVideo()
+                                    ? Arguments{"--video-codec", "copy"}
+                                    : Arguments{"--audio-codec", "copy", "--audio-tracks", "0"});
+    return made(output, command);
   }
 
-  /// Whatever the times of packets and pictures.
-  static Sums sumsOf(const fs::path& file, const Stream& stream) {
-    if (stream.type == "audio")
-      return {sumOf(file, {"-map", "0:a:0", "-c", "copy"}), sumOf(file, {"-map", "0:a:0"})};
-    return {sumOf(file, joined({"-map", "0:V:0", "-c", "copy"}, filterOf(stream.codec))),
-            sumOf(file, {"-map", "0:V:0", "-vsync", "passthrough", "-frames:v", kMostPictures})};
+  std::vector<Content> composed(const fs::path& output) const {
+    SCOPED_TRACE("compose");
+    Arguments command{"compose", "-o", output.string()};
+    for (const Content& each : wanted_)
+      command.push_back(source_.string() + ":" + std::to_string(each.index));
+    return made(output, command);
   }
 
-  /// All that ffmpeg's copy shows and lets hear is there; where that has lost something itself, all
-  /// that the source has. `hides`: the source has pictures that are not shown, which need not be
-  /// copied.
-  static void compare(const Stream& stream, const Sums& source, const Sums& copied,
-                      const Sums& copiedByFfmpeg, bool hides) {
-    SCOPED_TRACE(stream.name());
-    EXPECT_THAT(copied.decoded, AnyOf(copiedByFfmpeg.decoded, source.decoded));
-    if (hides && stream.type == "video") return;
-    EXPECT_THAT(copied.packets, AnyOf(copiedByFfmpeg.packets, source.packets));
+  /// Twice the clip is all of it twice.
+  void joinsTwice(const fs::path& output, const std::vector<Content>& once) const {
+    SCOPED_TRACE("join");
+    const RunResult result = run({kestrelBinary(), "join", source_.string(), source_.string(), "-o",
+                                  output.string(), "--reencode", "never"});
+    const std::string refusal = refusalOf(GetParam(), output.extension().string().substr(1));
+    ASSERT_EQ(result.status, refusal.empty() ? 0 : 1) << result.err;
+    EXPECT_THAT(result.err, HasSubstr(refusal));
+    if (!refusal.empty()) return;
+    const auto joined = packetsOf(output);
+    ASSERT_EQ(namesOf(joined), namesOf(wanted_));
+    for (size_t i = 0; i < once.size(); ++i) {
+      SCOPED_TRACE(once[i].name());
+      if (wanted_[i].hides) {
+        EXPECT_TRUE(beginsLike(shownFrom(output, 0), once[i].shown));
+        continue;
+      }
+      EXPECT_TRUE(isTwice(joined[i], once[i]) || isTwice(joined[i], wanted_[i]));
+      const bool showsBehindTheSeam =
+          !once[i].isVideo() || shownFrom(output, once[i].packets) == once[i].shown;
+      EXPECT_TRUE(showsBehindTheSeam);
+    }
+    fs::remove(output);
   }
 
   TempDir folder_;
-  std::vector<Stream> wanted_;  // those that are copied
+  fs::path source_;
+  std::vector<Content> wanted_;  // what is copied
 };
 
 TEST_P(CopyMatrix, WhereverFfmpegCopiesPicturesAndSoundAreTheSame) {
   if (GetParam() == kNoClips) KESTREL_NEED_MEDIA("README.md");
-  const fs::path source = pathOf(GetParam());
-  wanted_ = firstOf(streams(source));
-  const bool hides = hidesPictures(source);
-  std::vector<Sums> shown;
-  for (const Stream& stream : wanted_) shown.push_back(sumsOf(source, stream));
-  Arguments options{"--video-codec", "copy", "--audio-codec", "copy"};
-  if (std::ranges::count(wanted_, "audio", &Stream::type) > 0)
-    options.insert(options.end(), {"--audio-tracks", "0"});
+  source_ = pathOf(GetParam());
+  wanted_ = contentsOf(source_);
   int copies = 0;
   for (const std::string& container : kContainers) {
     SCOPED_TRACE(container);
-    const auto expected = folder_ / ("expected." + container);
-    if (!copiesByFfmpeg(source, expected)) continue;
-    std::vector<Sums> copiedByFfmpeg;
-    for (const Stream& stream : wanted_) copiedByFfmpeg.push_back(sumsOf(expected, stream));
-    // What no decoder finds its way in is no copy.
-    if (std::ranges::count(copiedByFfmpeg, "", &Sums::decoded) > 0) continue;
+    const auto expected = copiedByFfmpeg(container);
+    if (expected.empty()) continue;
     ++copies;
-    const auto output = folder_ / ("out." + container);
-    const RunResult result = convert(source, output, options);
-    ASSERT_EQ(result.status, 0) << result.err;
-    const auto made = firstOf(streams(output));
-    ASSERT_EQ(namesOf(made), namesOf(wanted_));
-    const auto madeByFfmpeg = firstOf(streams(expected));
+    const fs::path output = folder_ / ("out." + container);
+    const auto copied = converted(output);
+    const auto placed = composed(output);
     for (size_t i = 0; i < wanted_.size(); ++i) {
-      compare(wanted_[i], shown[i], sumsOf(output, made[i]), copiedByFfmpeg[i], hides);
-      EXPECT_EQ(made[i].tag, madeByFfmpeg[i].tag) << wanted_[i].name();
+      compare(copied[i], wanted_[i], expected[i]);
+      compare(placed[i], wanted_[i], expected[i]);
     }
-    fs::remove(expected);
-    fs::remove(output);
+    joinsTwice(output, copied);
   }
   if (copies == 0) GTEST_SKIP() << "ffmpeg copies it into none of them";
 }
