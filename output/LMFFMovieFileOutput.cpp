@@ -2,6 +2,8 @@
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovieFileOutput.h>
 
+#include <algorithm>
+#include <climits>
 #include <string_view>
 #include <utility>
 
@@ -112,6 +114,12 @@ void LMFFMovieFileOutput::setVideoPixelFormat(int format) { state_->videoPixelFo
 Rational LMFFMovieFileOutput::videoTick() const { return state_->videoTick; }
 
 void LMFFMovieFileOutput::setVideoTick(Rational tick) { state_->videoTick = tick; }
+
+std::string LMFFMovieFileOutput::videoStatistics() const { return state_->videoStatistics; }
+
+void LMFFMovieFileOutput::setVideoStatistics(std::string statistics) {
+  state_->videoStatistics = std::move(statistics);
+}
 
 int32_t LMFFMovieFileOutput::audioBits() const { return state_->audioBits; }
 
@@ -285,8 +293,12 @@ void LMFFMovieFileOutput::openVideo() {
     if (state.videoPixelFormat != AV_PIX_FMT_NONE)
       encoder->pix_fmt = static_cast<AVPixelFormat>(state.videoPixelFormat);
     configurePicture(format, state.outputColor, *stream, *encoder);
-    if (state.videoTick.num > 0 && state.videoTick.den > 0)
+    if (!state.videoStatistics.empty()) encoder->stats_in = state.videoStatistics.data();
+    if (state.videoTick.num > 0 && state.videoTick.den > 0) {
       encoder->time_base = toAV(state.videoTick);
+      const int64_t usual = av_rescale_q(1, toAV(movieFrameDuration()), encoder->time_base);
+      setUsualTicks(*encoder, static_cast<int>(std::clamp<int64_t>(usual, 1, INT_MAX)));
+    }
     if (std::string_view(container.oformat->name) == "dvd") {
       configureForDvd(format, container, *encoder);
     }

@@ -176,6 +176,7 @@ void LMFFMovieFileOutput::State::encodeConverted(StreamEncoder& encoder, int64_t
   if (output->data[0] && !errors.succeeded(av_frame_ref(picture.get(), output))) return;
   clearPictureType(*picture);
   picture->pts = videoTime;
+  setFrameDuration(*picture, duration);
   videoTime = av_sat_add64(videoTime, duration);
   if (picture->data[0])
     encode(encoder, *picture, duration);
@@ -414,6 +415,8 @@ void LMFFMovieFileOutput::stopOutput() {
     if (takesLateChapters(*state.muxer.context()->oformat)) state.addChapters();
     state.muxer.complete();
   }
+  const StreamEncoder* pictures = state.encoderOf(state.videoStream);
+  if (pictures && !pictures->statistics().empty()) state.videoStatistics = pictures->statistics();
   state.refusedPackets = refusedPackets();
   state.picturesEncodedToHide = picturesEncodedToHide();
   state.audioEnd = audio_pts();

@@ -92,6 +92,7 @@ struct LMFFMovieFileOutput::State {
   int videoPixelFormat = AV_PIX_FMT_NONE;
   Rational videoTick = {0, 1};
   Entries videoOptions;
+  std::string videoStatistics;  // the encoder reads it as long as it is open
   Entries audioOptions;
   int32_t audioBits = 0;
   int64_t copiedSoundBegin = 0;  // microseconds

@@ -123,6 +123,21 @@ Deinterlacing parseDeinterlacing(std::string_view option, const std::string& tex
   throw Failure::settings(fmt::format("{}: '{}' is none of auto, on and off", option, text));
 }
 
+ChromaSampling parseChroma(std::string_view option, const std::string& text) {
+  if (text == "420") return ChromaSampling::k420;
+  if (text == "422") return ChromaSampling::k422;
+  if (text == "444") return ChromaSampling::k444;
+  throw Failure::settings(fmt::format("{}: '{}' is none of 420, 422 and 444", option, text));
+}
+
+int parseBits(std::string_view option, const std::string& text) {
+  return parseWholeNumber(option, text, 8, 16);
+}
+
+int parsePasses(std::string_view option, const std::string& text) {
+  return parseWholeNumber(option, text, 1, 2);
+}
+
 std::optional<Rational> parseRateOrSource(std::string_view option, const std::string& text) {
   return text == "source" ? std::nullopt : std::optional(parseRate(option, text));
 }
@@ -254,9 +269,13 @@ constexpr Row<ConversionSettings> kRows[] = {
     {"quality", set<&C::quality, parseAnyNumber>, kNumber, kPictures, "quality"},
     {"crf", set<&C::crf, parseAnyNumber>, kNumber, kPictures, "quality", true},
     {"video-bitrate", set<&C::videoBitrate, parseBitRate>, kText, kPictures, "quality"},
+    {"size-limit", set<&C::sizeLimit, parseBytes>, kText, kPictures, "quality"},
+    {"passes", set<&C::passes, parsePasses>, kNumber, kPictures},
     {"encoder-preset", set<&C::encoderPreset, parseText>, kText, kPictures, {}, true},
     {"keyframes", set<&C::keyframes, parseAnyNumber>, kNumber, kPictures},
     {"compatible", turn<&C::isCompatible>, kSwitch, kPictures},
+    {"depth", set<&C::depth, parseBits>, kNumber, kPictures},
+    {"chroma", set<&C::chroma, parseChroma>, kText, kPictures},
     {"deinterlace", set<&C::deinterlacing, parseDeinterlacing>, kText, kPictures},
     {"video-option", add<&C::videoOptions>, kList, kPictures, {}, true},
     {"audio-codec", setCodec<&C::audio, &C::audioCodec>},

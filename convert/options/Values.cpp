@@ -254,6 +254,28 @@ int parseBitRate(std::string_view option, std::string_view text) {
   return static_cast<int>(rate);
 }
 
+int64_t parseBytes(std::string_view option, std::string_view text) {
+  std::string_view digits = text;
+  const bool isBinary = digits.ends_with('i');
+  if (isBinary) digits.remove_suffix(1);
+  const double step = isBinary ? 1024 : 1000;
+  constexpr std::string_view kUnits = "kMGT";
+  size_t power = 0;
+  if (!digits.empty()) {
+    const char unit = digits.back() == 'K' ? 'k' : digits.back();
+    const size_t place = kUnits.find(unit);
+    if (place != std::string_view::npos) power = place + 1;
+  }
+  if (power > 0) digits.remove_suffix(1);
+  const auto number = isBinary && power == 0 ? std::nullopt : decimalNumber(digits);
+  const double bytes =
+      number ? std::floor(*number * std::pow(step, static_cast<double>(power))) : 0;
+  constexpr double kMost = 1e15;
+  if (!(bytes >= 1 && bytes <= kMost))
+    throw noSuchValue(option, text, "a size such as 25M or 700Mi");
+  return static_cast<int64_t>(bytes);
+}
+
 ChapterRange parseChapters(std::string_view option, std::string_view text) {
   constexpr int64_t kHighest = 99999;
   const size_t dash = text.find('-');

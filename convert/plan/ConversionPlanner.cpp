@@ -439,6 +439,9 @@ class Planner {
                        av_cmp_q(rate, {own.num, own.den}) == 0;
     plan_.color = outputColor(video.color, shape, choice.codec);
     planEncoding(plan_, settings_, video, look.isPlain(), container_);
+    if ((plan_.passes == 2 || plan_.sizeLimit) && !source_.isSeekable())
+      refuse(plan_.sizeLimit ? "sizeLimit" : "passes",
+             fmt::format("'{}' can be read only once", settings_.input));
   }
 
   /// The index comes first, so that a player can start before the whole file is there.

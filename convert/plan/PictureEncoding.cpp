@@ -4,12 +4,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <set>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "convert/plan/EncoderParameters.h"
 #include "convert/probe/EncoderTable.h"
 #include "convert/settings/Require.h"
 #include "support/encode/EncoderCompat.h"
@@ -74,6 +77,26 @@ bool choosesRate(const ConversionSettings::Options& options) {
                              [](const auto& option) { return kKeys.contains(option.first); });
 }
 
+/// Whether an encoder's bytes follow a bit rate: those do that are known to have a quality, too,
+/// and devices.
+bool takesBitrate(const std::string& name, const EncoderRow* row) {
+  const AVCodec* const encoder = avcodec_find_encoder_by_name(name.c_str());
+  return row || (encoder && (encoder->capabilities & AV_CODEC_CAP_HARDWARE));
+}
+
+void planPasses(ConversionPlan& plan, const ConversionSettings& settings, const EncoderRow* row) {
+  const bool canTwice = passLogOf(plan.videoEncoder) != PassLog::kNone;
+  plan.sizeLimit = settings.sizeLimit;
+  if (plan.sizeLimit && !takesBitrate(plan.videoEncoder, row))
+    throw Failure::settings(
+        fmt::format("sizeLimit: the encoder {} goes by no bit rate", plan.videoEncoder),
+        "sizeLimit");
+  plan.passes = settings.passes.value_or(plan.sizeLimit && canTwice ? 2 : 1);
+  if (plan.passes == 2 && !canTwice)
+    throw Failure::settings(fmt::format("passes: the encoder {} knows one pass", plan.videoEncoder),
+                            "passes");
+}
+
 void planQuality(ConversionPlan& plan, const ConversionSettings& settings, const EncoderRow* row,
                  const AVOutputFormat& container) {
   const auto scale = row ? row->quality() : std::nullopt;
@@ -91,6 +114,10 @@ void planQuality(ConversionPlan& plan, const ConversionSettings& settings, const
     throw Failure::settings(
         fmt::format("quality: the encoder {} knows none, only a bit rate", plan.videoEncoder),
         "quality");
+  if (plan.sizeLimit) {
+    plan.format.video_bitrate = bitrateFor(plan.format);
+    return;
+  }
   const bool isUsual = !settings.videoBitrate && !settings.quality;
   if (isUsual && choosesRate(settings.videoOptions)) {
     plan.format.video_bitrate = 0;
@@ -135,22 +162,36 @@ bool isFullRangeTwin(AVPixelFormat format) {
   return std::string_view(av_get_pix_fmt_name(format)).starts_with("yuvj");
 }
 
-}  // namespace
-
-std::string pixelFormatFor(const std::string& encoder, const std::string& source, int depth,
-                           bool isCompatible) {
-  const AVCodec* const codec = avcodec_find_encoder_by_name(encoder.c_str());
-  AVPixelFormat own = av_get_pix_fmt(source.c_str());
-  if (!codec || own == AV_PIX_FMT_NONE) return {};
-  if (isFullRangeTwin(own) || depth <= kEightBits) own = inEightBits(own);
-  if (isCompatible) own = AV_PIX_FMT_YUV420P;
+/// Those of an encoder's formats whose pictures lie in memory. The range is told by itself, but for
+/// JPEG, which has no other.
+std::vector<AVPixelFormat> plainFormats(const AVCodec& encoder) {
+  const bool isJpeg = encoder.id == AV_CODEC_ID_MJPEG;
   std::vector<AVPixelFormat> formats;
-  for (const AVPixelFormat format : acceptedFormats<AVPixelFormat>(codec))
-    if (!(av_pix_fmt_desc_get(format)->flags & AV_PIX_FMT_FLAG_HWACCEL)) formats.push_back(format);
-  // The range is told by itself, but for JPEG, which has no other.
-  const bool isJpeg = codec->id == AV_CODEC_ID_MJPEG;
-  std::erase_if(formats,
-                [isJpeg](AVPixelFormat format) { return isFullRangeTwin(format) != isJpeg; });
+  for (const AVPixelFormat format : acceptedFormats<AVPixelFormat>(&encoder)) {
+    const bool isDevice = (av_pix_fmt_desc_get(format)->flags & AV_PIX_FMT_FLAG_HWACCEL) != 0;
+    if (!isDevice && isFullRangeTwin(format) == isJpeg) formats.push_back(format);
+  }
+  return formats;
+}
+
+int depthOf(AVPixelFormat format) { return av_pix_fmt_desc_get(format)->comp[0].depth; }
+
+/// None for what has no colour samples of their own: RGB, grey, palettes, and rarer shapes.
+std::optional<ChromaSampling> chromaOf(AVPixelFormat format) {
+  const AVPixFmtDescriptor& known = *av_pix_fmt_desc_get(format);
+  if (known.nb_components < 3 || (known.flags & AV_PIX_FMT_FLAG_RGB)) return std::nullopt;
+  if (known.log2_chroma_w == 0 && known.log2_chroma_h == 0) return ChromaSampling::k444;
+  if (known.log2_chroma_w == 1 && known.log2_chroma_h == 0) return ChromaSampling::k422;
+  if (known.log2_chroma_w == 1 && known.log2_chroma_h == 1) return ChromaSampling::k420;
+  return std::nullopt;
+}
+
+const char* nameOf(ChromaSampling chroma) {
+  constexpr const char* kNames[] = {"4:4:4", "4:2:2", "4:2:0"};
+  return kNames[static_cast<size_t>(chroma)];
+}
+
+std::string bestOf(std::vector<AVPixelFormat> formats, AVPixelFormat own) {
   if (formats.empty()) return {};
   formats.push_back(AV_PIX_FMT_NONE);
   const bool hasAlpha = (av_pix_fmt_desc_get(own)->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
@@ -158,13 +199,52 @@ std::string pixelFormatFor(const std::string& encoder, const std::string& source
       avcodec_find_best_pix_fmt_of_list(formats.data(), own, hasAlpha ? 1 : 0, nullptr));
 }
 
+/// A source's format as far as it matters to what is encoded.
+AVPixelFormat formatToKeep(const std::string& source, int depth) {
+  const AVPixelFormat own = av_get_pix_fmt(source.c_str());
+  if (own == AV_PIX_FMT_NONE) return own;
+  return isFullRangeTwin(own) || depth <= kEightBits ? inEightBits(own) : own;
+}
+
+}  // namespace
+
+std::string pixelFormatFor(const std::string& encoder, const std::string& source, int depth,
+                           const PixelWishes& wishes) {
+  const AVCodec* const codec = avcodec_find_encoder_by_name(encoder.c_str());
+  AVPixelFormat own = formatToKeep(source, depth);
+  if (!codec || own == AV_PIX_FMT_NONE) return {};
+  if (wishes.isCompatible) own = AV_PIX_FMT_YUV420P;
+  auto formats = plainFormats(*codec);
+  const auto keep = [&](const char* setting, const auto& wanted, auto fact, auto name) {
+    if (!wanted) return;
+    std::set<std::string> others;
+    std::erase_if(formats, [&](AVPixelFormat format) {
+      const auto found = fact(format);
+      if (found && found != wanted) others.insert(name(*found));
+      return found != wanted;
+    });
+    if (formats.empty())
+      throw Failure::settings(fmt::format("{}: the encoder {} has no {}; it has {}", setting,
+                                          encoder, name(*wanted), fmt::join(others, ", ")),
+                              setting);
+  };
+  keep(
+      "depth", wishes.depth, [](AVPixelFormat format) { return std::optional(depthOf(format)); },
+      [](int bits) { return fmt::format("{} bits", bits); });
+  keep("chroma", wishes.chroma, chromaOf,
+       [](ChromaSampling chroma) { return std::string(nameOf(chroma)); });
+  return bestOf(std::move(formats), own);
+}
+
 void planEncoding(ConversionPlan& plan, const ConversionSettings& settings, const VideoInfo& source,
                   bool isPlain, const AVOutputFormat& container) {
   const EncoderRow* const row = encoderRow(plan.videoEncoder);
   // Looks are computed in 8 bits.
-  plan.pixelFormat = pixelFormatFor(plan.videoEncoder, source.pixelFormat,
-                                    isPlain ? source.bitDepth : kEightBits, settings.isCompatible);
+  plan.pixelFormat =
+      pixelFormatFor(plan.videoEncoder, source.pixelFormat, isPlain ? source.bitDepth : kEightBits,
+                     {settings.isCompatible, settings.depth, settings.chroma});
   if (row) plan.videoOptions = row->otherOptions();
+  planPasses(plan, settings, row);
   planQuality(plan, settings, row, container);
   planPreset(plan, settings.encoderPreset, row);
   const double rate = static_cast<double>(plan.format.framerate) / plan.format.frameTime;
@@ -173,7 +253,7 @@ void planEncoding(ConversionPlan& plan, const ConversionSettings& settings, cons
         std::max(1L, std::lround(settings.keyframes.value_or(kUsualKeyframes) * rate)));
   if (plan.videoEncoder == "libx264" && plan.pixelFormat == "yuv420p")
     plan.videoOptions["profile"] = "high";
-  for (const auto& [key, value] : settings.videoOptions) plan.videoOptions[key] = value;
+  addOptions(plan.videoOptions, plan.videoEncoder, settings.videoOptions);
 }
 
 }  // namespace kestrel

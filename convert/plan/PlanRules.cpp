@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "convert/probe/Codecs.h"
+#include "convert/probe/EncoderTable.h"
 #include "convert/settings/Require.h"
 
 extern "C" {
@@ -86,11 +87,22 @@ class PlanRules {
     requireNumber("format.height", format.height, 1, kMost);
     requireRate("format.framerate", plan_.rate());
     requireNumber("format.video_bitrate", format.video_bitrate, 0, kMost);
+    checkPasses();
     if (format.aspect != 0)
       requireNumber("format.aspect", format.aspect, 0, std::numeric_limits<float>::max());
     requireDeinterlacing("deinterlacing", plan_.deinterlacing);
     require(plan_.look);
     if (plan_.picture) checkPicture(*plan_.picture, *stream.codecpar);
+  }
+
+  void checkPasses() const {
+    requireNumber("passes", plan_.passes, 1, 2);
+    if (plan_.sizeLimit && *plan_.sizeLimit < 1) refuse("sizeLimit", "no file is so small");
+    if (plan_.passes == 1) return;
+    if (passLogOf(plan_.videoEncoder) == PassLog::kNone)
+      refuse("passes", fmt::format("the encoder {} knows one pass", plan_.videoEncoder));
+    if (plan_.format.video_bitrate == 0 && !plan_.sizeLimit)
+      refuse("passes", "a second pass spreads a bit rate or a size limit");
   }
 
   static void checkPicture(const Area& area, const AVCodecParameters& stored) {

@@ -15,6 +15,9 @@ namespace {
 constexpr double kWorstQuality = 63;    // of all encoders that know a constant quality
 constexpr double kLongestGroup = 3600;  // seconds
 constexpr int kMostLines = 36861;       // whose frame of 16:9 is 65531 pixels wide
+constexpr double kLargestFile = 1e15;   // bytes
+constexpr int kFewestBits = 8;          // of a component
+constexpr int kMostBits = 16;
 
 void requireSpan(const ConversionSettings& s) {
   if (s.chapters) {
@@ -44,6 +47,34 @@ void requireSize(const ConversionSettings& s) {
     refuse("onlyShrinks", "it does nothing without a size");
 }
 
+/// How good the pictures are is said in one way.
+void requireOneRate(const ConversionSettings& s) {
+  if (s.crf && s.videoBitrate) refuseBeside("crf", "a bit rate");
+  if (s.quality && (s.videoBitrate || s.crf))
+    refuseBeside("quality", s.crf ? "a constant rate factor" : "a bit rate");
+  if (s.sizeLimit && (s.videoBitrate || s.crf || s.quality))
+    refuseBeside("sizeLimit", s.videoBitrate ? "a bit rate" : "a quality");
+  if (s.quality) requireNumber("quality", *s.quality, 0, 100);
+  whereGiven("videoBitrate", s.videoBitrate, requireBitRate);
+  if (s.crf) requireNumber("crf", *s.crf, 0, kWorstQuality);
+  if (s.sizeLimit) requireNumber("sizeLimit", static_cast<double>(*s.sizeLimit), 1, kLargestFile);
+  if (!s.passes) return;
+  requireNumber("passes", *s.passes, 1, 2);
+  if (*s.passes == 2 && !s.videoBitrate && !s.sizeLimit)
+    refuse("passes", "a second pass spreads a bit rate or a size limit; give one of them");
+}
+
+void requireFormat(const ConversionSettings& s) {
+  if (s.depth) requireNumber("depth", *s.depth, kFewestBits, kMostBits);
+  whereGiven("chroma", s.chroma, [](const std::string& setting, ChromaSampling chroma) {
+    requireOneOf(setting, chroma,
+                 {ChromaSampling::k420, ChromaSampling::k422, ChromaSampling::k444});
+  });
+  if (s.isCompatible && (s.depth || s.chroma))
+    refuse(s.depth ? "depth" : "chroma",
+           "compatible pictures have 8 bits and 4:2:0; leave out one of the two");
+}
+
 }  // namespace
 
 void requireSense(const ConversionSettings& s, bool encodesPictures, bool encodesSound) {
@@ -60,6 +91,10 @@ void requireSense(const ConversionSettings& s, bool encodesPictures, bool encode
                  {"maxFps", s.maxFps.has_value()},
                  {"aspect", s.aspect.has_value()},
                  {"videoBitrate", s.videoBitrate.has_value()},
+                 {"sizeLimit", s.sizeLimit.has_value()},
+                 {"passes", s.passes.has_value()},
+                 {"depth", s.depth.has_value()},
+                 {"chroma", s.chroma.has_value()},
                  {"quality", s.quality.has_value()},
                  {"crf", s.crf.has_value()},
                  {"keyframes", s.keyframes.has_value()},
@@ -95,13 +130,9 @@ void require(const ConversionSettings& s) {
   whereGiven("maxFps", s.maxFps, requireRate);
   if (s.fps && s.maxFps) refuseBeside("maxFps", "a constant rate");
   whereGiven("aspect", s.aspect, requireAspect);
-  if (s.crf && s.videoBitrate) refuseBeside("crf", "a bit rate");
-  if (s.quality && (s.videoBitrate || s.crf))
-    refuseBeside("quality", s.crf ? "a constant rate factor" : "a bit rate");
-  if (s.quality) requireNumber("quality", *s.quality, 0, 100);
+  requireOneRate(s);
+  requireFormat(s);
   if (s.keyframes) requireNumber("keyframes", *s.keyframes, 0, kLongestGroup);
-  whereGiven("videoBitrate", s.videoBitrate, requireBitRate);
-  if (s.crf) requireNumber("crf", *s.crf, 0, kWorstQuality);
   requireChoice("audioTracks", s.audioTracks);
   requireChoice("subtitleTracks", s.subtitleTracks);
   whereGiven("audioBitrate", s.audioBitrate, requireBitRate);

@@ -35,6 +35,10 @@ constexpr EncoderRow kRows[] = {
     {"libtheora", "global_quality", 10, 0, 7},
 };
 
+constexpr std::string_view kPassesInMemory[] = {
+    "libvpx",     "libvpx-vp9", "libaom-av1", "librav1e",  "libtheora", "libxvid", "mpeg1video",
+    "mpeg2video", "mpeg4",      "msmpeg4",    "msmpeg4v2", "wmv1",      "wmv2",    "flv"};
+
 constexpr const char* kX264Presets[] = {"ultrafast", "superfast", "veryfast", "faster",
                                         "fast",      "medium",    "slow",     "slower",
                                         "veryslow",  "placebo"};
@@ -80,6 +84,12 @@ std::map<std::string, std::string> EncoderRow::otherOptions() const {
     all[std::string(one.substr(0, equals))] = one.substr(equals + 1);
   }
   return all;
+}
+
+PassLog passLogOf(std::string_view encoder) {
+  if (encoder == "libx264" || encoder == "libx264rgb") return PassLog::kStatsOption;
+  if (encoder == "libx265") return PassLog::kX265Params;
+  return std::ranges::count(kPassesInMemory, encoder) > 0 ? PassLog::kMemory : PassLog::kNone;
 }
 
 const EncoderRow* encoderRow(std::string_view name) {

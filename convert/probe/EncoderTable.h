@@ -35,6 +35,16 @@ struct EncoderRow {
   std::map<std::string, std::string> otherOptions() const;
 };
 
+/// How an encoder is told in a second pass what it found in the first.
+enum class PassLog {
+  kNone,         ///< it knows one pass
+  kMemory,       ///< the library hands it over
+  kStatsOption,  ///< in a file that its option "stats" names
+  kX265Params,   ///< likewise, among the options of its own
+};
+
+PassLog passLogOf(std::string_view encoder);
+
 /// Null for an encoder of which nothing is known.
 const EncoderRow* encoderRow(std::string_view name);
 

@@ -119,6 +119,12 @@ class KESTREL_API LMFFMovieFileOutput {
   Rational videoTick() const;
   void setVideoTick(Rational tick);
 
+  /// Of two passes over the pictures: what the encoder told in the first, to be had after
+  /// `stopOutput`; set before `openVideo` of the second. "" where the encoder keeps it in a file.
+  /// Which pass it is `videoOptions` say ("flags", "+pass1" or "+pass2").
+  std::string videoStatistics() const;
+  void setVideoStatistics(std::string statistics);
+
   /// The significant bits of a sample for lossless audio encoders: `openAudio` uses the smallest
   /// integer format of the encoder that holds them. 0: the first format in its list.
   int32_t audioBits() const;
@@ -130,8 +136,8 @@ class KESTREL_API LMFFMovieFileOutput {
   int64_t copiedSoundBegin() const;
   void setCopiedSoundBegin(int64_t time);
 
-  /// The short name of the container ("mp4", "matroska") if the path's extension does not tell; "":
-  /// use the extension.
+  /// The short name of the container ("mp4", "matroska"; "null" writes no file) if the path's
+  /// extension does not tell; "": use the extension.
   std::string formatName() const;
   void setFormatName(const std::string& name);
 

@@ -15,6 +15,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/files/PartialFiles.h"
+
 namespace fs = std::filesystem;
 
 namespace kestrel {
@@ -49,7 +51,8 @@ struct Registry {
 
   void remove(const std::string& path) {
     const std::lock_guard guard(lock);
-    if (paths.erase(path)) unlink(path.c_str());
+    std::error_code ignored;
+    if (paths.erase(path)) fs::remove_all(path, ignored);
   }
 };
 
@@ -252,10 +255,15 @@ Error AtomicFile::commit() {
 void AtomicFile::removeAll() {
   auto& registry = Registry::shared();
   const std::lock_guard guard(registry.lock);
-  for (const std::string& path : registry.paths) unlink(path.c_str());
+  std::error_code ignored;
+  for (const std::string& path : registry.paths) fs::remove_all(path, ignored);
   registry.paths.clear();
   registry.isClosed = true;
 }
+
+bool notePartial(const std::string& path) { return Registry::shared().add(path); }
+
+void removePartial(const std::string& path) { Registry::shared().remove(path); }
 
 Error replaceFile(const std::string& path, std::span<const uint8_t> bytes) {
   AtomicFile file(path);

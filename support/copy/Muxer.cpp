@@ -1,6 +1,7 @@
 #include "support/copy/Muxer.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "support/Chapters.h"
@@ -103,6 +104,7 @@ bool Muxer::start(const std::map<std::string, std::string>& options) {
 }
 
 bool Muxer::openFile() {
+  if (std::string_view(context_->oformat->name) == "null") return true;
   if (hasFlag(AVFMT_NOFILE)) {
     errors_.note(engineError(AVERROR(ENOSYS), std::string("the container format '") +
                                                   context_->oformat->name +

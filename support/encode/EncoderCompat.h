@@ -3,6 +3,7 @@
 // Differences between library versions concerning encoders.
 
 #include <span>
+#include <string_view>
 #include <type_traits>
 
 #include <kestrel/LMFFFormat.h>
@@ -44,6 +45,15 @@ inline AVPixelFormat firstPixelFormat(const AVCodec* codec) {
 inline AVSampleFormat firstSampleFormat(const AVCodec* codec) {
   const auto formats = acceptedFormats<AVSampleFormat>(codec);
   return formats.empty() ? static_cast<AVSampleFormat>(lm_get_default_sample_fmt()) : formats[0];
+}
+
+/// Tells an encoder of how many ticks its pictures usually last. Later libraries ask each picture, and
+/// here, too, few encoders ask at all.
+inline void setUsualTicks([[maybe_unused]] AVCodecContext& encoder, [[maybe_unused]] int ticks) {
+#if LIBAVCODEC_VERSION_MAJOR < 60
+  const std::string_view name = encoder.codec->name;
+  if (name.starts_with("libvpx") || name == "libaom-av1") encoder.ticks_per_frame = ticks;
+#endif
 }
 
 /// Lets the encoder choose the picture type.

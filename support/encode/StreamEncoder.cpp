@@ -139,6 +139,7 @@ bool StreamEncoder::encode(AVFrame& frame, int64_t duration, FirstError& errors,
   bool hasTaken = false;
   const int result = encodeFrame(*context_, &frame, [&](PacketPtr packet) {
     hasTaken = true;
+    noteStatistics();
     stamp(*packet);
     take(std::move(packet));
   });
@@ -152,11 +153,19 @@ bool StreamEncoder::takeNext(FirstError& errors, const PacketTaker& take) {
     stamp(*packet);
     take(std::move(packet));
   });
+  noteStatistics();
   if (result < 0) errors.note(log.explain(result, context_->codec->name));
   return result > 0;
 }
 
 void StreamEncoder::finish() { endEncoding(*context_); }
+
+/// An encoder tells some with each packet, or all at the end; what has been taken is not told again.
+void StreamEncoder::noteStatistics() {
+  if ((context_->flags & AV_CODEC_FLAG_PASS1) == 0 || !context_->stats_out) return;
+  statistics_ += context_->stats_out;
+  context_->stats_out[0] = '\0';
+}
 
 /// Completes a packet of the encoder's and moves its times to the stream's time base.
 void StreamEncoder::stamp(AVPacket& packet) {

@@ -43,6 +43,9 @@ class StreamEncoder {
   /// Hands over the next packet that is ready; false if there is none.
   bool takeNext(FirstError& errors, const PacketTaker& take);
 
+  /// What the first of two passes has told so far, for the second.
+  const std::string& statistics() const { return statistics_; }
+
   /// Signals, once, that no frame follows, so that the remaining packets can be taken.
   void finish();
 
@@ -50,9 +53,11 @@ class StreamEncoder {
   Error openContext(const std::map<std::string, std::string>& options);
   void describeStream();
   void stamp(AVPacket& packet);
+  void noteStatistics();
 
   AVStream* stream_;
   CodecContextPtr context_;
+  std::string statistics_;
   std::map<int64_t, int64_t> durations_;  // of pictures in the encoder, by time
 };
 

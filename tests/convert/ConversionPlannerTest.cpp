@@ -301,7 +301,9 @@ TEST(ConversionPlanner, ThePixelFormatLosesLeastOfTheSource) {
                          {"mpeg4", "yuv444p", 8, false, "yuv420p"},
                          {"mjpeg", "yuv422p", 8, false, "yuvj422p"},
                          {"no-encoder", "yuv420p", 8, false, ""}})
-    EXPECT_EQ(pixelFormatFor(row.encoder, row.source, row.depth, row.isCompatible), row.planned)
+    EXPECT_EQ(
+        pixelFormatFor(row.encoder, row.source, row.depth, {.isCompatible = row.isCompatible}),
+        row.planned)
         << row.encoder << ' ' << row.source;
 }
 

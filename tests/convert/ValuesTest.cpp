@@ -158,6 +158,17 @@ TEST(ParseBitRate, TakesPlainNumbersAndFactors) {
   EXPECT_EQ(parseBitRate("--video-bitrate", "2G"), 2'000'000'000);
 }
 
+TEST(ParseBytes, TakesDecimalAndBinaryUnits) {
+  EXPECT_EQ(parseBytes("--size-limit", "4000000"), 4'000'000);
+  EXPECT_EQ(parseBytes("--size-limit", "25M"), 25'000'000);
+  EXPECT_EQ(parseBytes("--size-limit", "25Mi"), 26'214'400);
+  EXPECT_EQ(parseBytes("--size-limit", "1.5Gi"), 1'610'612'736);
+  EXPECT_EQ(parseBytes("--size-limit", "0.7k"), 700);
+  EXPECT_EQ(parseBytes("--size-limit", "2T"), 2'000'000'000'000);
+  for (const char* text : {"", "M", "0", "-5M", "5i", "5Mib", "5 M", "1e3", "9999T"})
+    EXPECT_THROW(parseBytes("--size-limit", text), Failure) << text;
+}
+
 TEST(ParseBitRate, RefusesEverythingElse) {
   expectRefused(parseBitRate,
                 {"", "0", "k", "-4M", "4MM", "4m", "4 M", "4Mb", "fast", "3G", "1e6", "0.0001k"});

@@ -113,9 +113,17 @@ void addVideoOptions(Verb verb) {
       .type("N");
   verb.option("--crf", "the same in the encoder's own numbers").type("N");
   verb.option("--video-bitrate", "bits per second, in place of a quality").type("RATE");
+  verb.option("--size-limit", "the whole file's most bytes: 25M (25 million), 700Mi").type("SIZE");
+  verb.option(
+          "--passes",
+          "1 or 2: how often the encoder goes through the pictures (default: 2 for a size limit)")
+      .type("N");
   verb.option("--encoder-preset", "the encoder's preset (see 'kestrel encoders')").type("NAME");
   verb.option("--keyframes", "seconds between key pictures (default: 10)").type("SECONDS");
   verb.flag("--compatible", "8-bit 4:2:0 pictures, which every player shows");
+  verb.option("--depth", "bits of a component: 8, 10 … (default: the source's)").type("BITS");
+  verb.option("--chroma", "samples of colour: 420, 422 or 444 (default: the source's)")
+      .type("SAMPLES");
   verb.option("--deinterlace",
               "auto: interlaced pictures; on: all; off (default: off, for discs auto)")
       .type("WHEN");

@@ -32,6 +32,10 @@ struct ChapterRange {
   bool operator==(const ChapterRange&) const = default;
 };
 
+/// How many samples of colour a picture has: for each pixel one, for two side by side, or for four
+/// in a square.
+enum class ChromaSampling { k444, k422, k420 };
+
 /// How one file is to be converted. Beside `input` and `output`, which every conversion needs, `{}`
 /// means the defaults: what the container holds is encoded, in the source's size, shape and rate.
 /// What is out of its range is refused, and so is what shapes a stream that is not encoded.
@@ -67,10 +71,20 @@ struct ConversionSettings {
   std::optional<double> quality = {};
   std::optional<double> crf = {};
   std::optional<int> videoBitrate = {};
+  /// The whole file's most bytes, from 1, in place of these: the pictures get the bit rate that
+  /// comes to at least 95 % of it, unless their best quality needs less.
+  std::optional<int64_t> sizeLimit = {};
+  /// How often the encoder goes through the pictures, 1 or 2, for a bit rate or a size limit.
+  /// Absent: once, and twice for a size limit where the encoder can.
+  std::optional<int> passes = {};
   std::string encoderPreset = {};        ///< "": the usual one, see `EncoderInfo`
   std::optional<double> keyframes = {};  ///< seconds between key pictures at most; absent: 10
   bool isCompatible = false;             ///< 8-bit 4:2:0 pictures, which every player shows
-  Options videoOptions = {};             ///< the encoder's own
+  /// Bits of a component, 8 to 16, and samples of colour, of those that the encoder has. Absent:
+  /// what loses least of the source.
+  std::optional<int> depth = {};
+  std::optional<ChromaSampling> chroma = {};
+  Options videoOptions = {};  ///< the encoder's own
 
   // Sound.
 
@@ -151,10 +165,13 @@ struct KESTREL_API ConversionPlan {
   /// are repeated or left out to keep that rate.
   bool keepsTimes = false;
   VideoColor color = {};             ///< of the output's pictures
+  std::optional<HdrInfo> hdr = {};   ///< the light of the output's pictures, where it is told
   LookSettings look = {};            ///< ends up in a picture of `format`'s size
   std::optional<Area> picture = {};  ///< between the black bars, where they are left out
   Deinterlacing deinterlacing = Deinterlacing::kOff;
   Options videoOptions = {};
+  int passes = 1;                         ///< over the pictures, 1 or 2
+  std::optional<int64_t> sizeLimit = {};  ///< bytes; sets the bit rate of `format` anew
   Options muxerOptions = {};
   std::string formatName = {};      ///< the muxer's short name
   int64_t start = 0;                ///< microseconds, from 0

@@ -66,6 +66,10 @@ KESTREL_API double parseAspect(std::string_view option, std::string_view text);
 /// "4M", "1.5M", "192k" or "192000" bits per second, with decimal factors; at least 1.
 KESTREL_API int parseBitRate(std::string_view option, std::string_view text);
 
+/// "25M", "1.5G" or "700k" bytes with decimal factors, "25Mi", "1.5Gi" or "700Ki" with powers of
+/// 1024, "4000000"; at least 1.
+KESTREL_API int64_t parseBytes(std::string_view option, std::string_view text);
+
 /// "3" or "2-5"; the first is at least 1, the last no smaller.
 KESTREL_API ChapterRange parseChapters(std::string_view option, std::string_view text);
 

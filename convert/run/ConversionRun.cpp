@@ -1,0 +1,349 @@
+#include "convert/run/ConversionRun.h"
+
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMFFMovieFileOutput.h>
+#include <kestrel/LMMediaSource.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <map>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <kestrel/convert/Failure.h>
+#include "convert/feed/JobQueue.h"
+#include "convert/feed/PictureMaker.h"
+#include "convert/feed/Readers.h"
+#include "convert/feed/Tracks.h"
+#include "convert/look/Look.h"
+#include "convert/run/PlannedOutput.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kestrel {
+
+namespace {
+
+using Kind = StreamInfo::Kind;
+
+constexpr int64_t kSecond = 1000000;
+
+/// Pictures and blocks of sound on their way to the encoder: enough that neither side waits for the
+/// other, few enough that they cost no memory to speak of.
+constexpr size_t kMostJobs = 2;
+
+/// No encoder's delay is longer; microseconds.
+constexpr int64_t kLongestDelay = kSecond;
+
+/// A seek may land a few pictures late: it aims this much earlier and what is too early is dropped.
+constexpr int64_t kPreroll = kSecond / 2;
+
+/// A span as seconds; none where it is not known how long it is.
+std::optional<double> knownLength(int64_t span) {
+  return span > 0 && span < LMFFMedia::kUnknownDuration ? std::optional(lm_ff_time_to_double(span))
+                                                        : std::nullopt;
+}
+
+bool isEncodedPictures(const PlannedStream& stream) {
+  return stream.kind == Kind::kVideo && !stream.isCover && stream.action == StreamAction::kEncode;
+}
+
+/// A plan for one part of the work. In the first pass the sound stays part of the movie, which
+/// ends where it does, but is not read.
+ConversionPlan partOf(ConversionPlan plan, ConversionRun::Part part) {
+  using Part = ConversionRun::Part;
+  const bool isFirst = part == Part::kFirstPass;
+  for (PlannedStream& stream : plan.streams) {
+    const bool isSound = stream.kind == Kind::kAudio;
+    const bool isLeftOut = part == Part::kRest ? isEncodedPictures(stream)
+                                               : isFirst && !isEncodedPictures(stream) && !isSound;
+    if (isLeftOut) stream.action = StreamAction::kNone;
+  }
+  if (!isFirst) return plan;
+  plan.formatName = "null";
+  plan.muxerOptions.clear();
+  plan.keepsMetadata = false;
+  return plan;
+}
+
+}  // namespace
+
+class ConversionRun::Work {
+ public:
+  Work(const ConversionSettings& settings, std::shared_ptr<LMMediaSource> source,
+       const MediaInfo& info, ConversionPlan plan, Part part, const Events& events)
+      : settings_(settings),
+        source_(std::move(source)),
+        info_(info),
+        plan_(partOf(std::move(plan), part)),
+        part_(part),
+        events_(events) {}
+
+  LMFFMovieFileOutput& output() { return output_; }
+  const ConversionPlan& plan() const { return plan_; }
+  int64_t length() const { return inputEnd_; }
+
+  void write(const std::string& path) {
+    openMovie();
+    openOutput(path);
+    pump();
+    output_.stopOutput();
+    if (!events_.isInterrupted()) requireOutput(output_, settings_.output);
+  }
+
+  InputEnd inputEnd() const {
+    InputEnd end = faultsOf(movie_);
+    end.reached = plan_.start + inputEnd_;
+    return end;
+  }
+
+ private:
+  void openMovie() {
+    movie_.setExportMovie(true);
+    movie_.openMedias(openReaders(source_, plan_));
+    for (PlannedStream& stream : plan_.streams) leaveOutUnread(stream);
+    if (plan_.kept(Kind::kVideo).empty() && plan_.kept(Kind::kAudio).empty())
+      throw Failure::input(
+          settings_.input,
+          fmt::format("cannot convert '{}': none of its streams can be decoded", settings_.input));
+    for (const auto& media : movie_.videos())
+      media->videoStream()->setDeinterlacing(plan_.deinterlacing);
+    applyLook();
+    if (movie_.duration() > 0 && plan_.start >= movie_.duration())
+      throw Failure::settings(fmt::format("the start lies behind the end of '{}'", settings_.input),
+                              "start");
+  }
+
+  /// Leaves out what no decoder opens.
+  void leaveOutUnread(PlannedStream& stream) const {
+    const bool isRead = stream.kind == Kind::kVideo || stream.kind == Kind::kAudio;
+    if (!stream.isKept() || stream.isCover || !isRead) return;
+    std::erase_if(stream.sources,
+                  [&](uint32_t index) { return !readerOf(movie_.medias(), index).stream; });
+    if (!stream.sources.empty()) return;
+    stream.action = StreamAction::kNone;
+    stream.reason = "it cannot be decoded";
+  }
+
+  bool encodesPictures() const {
+    return plan_.pictures() && plan_.pictures()->action == StreamAction::kEncode;
+  }
+
+  void applyLook() {
+    if (!encodesPictures()) return;
+    const VideoInfo& video = info_.streams[plan_.pictures()->sources.front()].video;
+    const Look look(plan_.look, video, plan_.picture);
+    isPlain_ = look.isPlain();
+    if (isPlain_) return;
+    look.apply(movie_,
+               {static_cast<double>(plan_.format.width), static_cast<double>(plan_.format.height)});
+  }
+
+  void openOutput(const std::string& path) {
+    setUpOutput(output_, plan_, path, events_.interrupt);
+    if (plan_.keepsMetadata) {
+      output_.setMetadata(lastingTags(info_.tags));
+      output_.setChapters(chaptersOf(info_, plan_.start, plan_.end.value_or(INT64_MAX)));
+    }
+    // From a later start on, packets that bring a delay are sound that was heard before.
+    if (plan_.start == 0) output_.setCopiedSoundBegin(-kLongestDelay);
+    const AVFormatContext& input = *source_->formatContext();
+    for (const PlannedStream& stream : plan_.streams)
+      if (stream.isKept() && isWritten(stream)) {
+        outputs_.push_back({&stream, openPlannedStream(output_, stream, input)});
+        if (!outputs_.back().stream) requireOutput(output_, settings_.output);
+      }
+    output_.startOutput();
+    requireOutput(output_, settings_.output);
+  }
+
+  bool isWritten(const PlannedStream& stream) const {
+    return part_ != Part::kFirstPass || isEncodedPictures(stream);
+  }
+
+  /// A stream of the plan, and where it is written.
+  struct Output {
+    const PlannedStream* planned;
+    AVStream* stream;
+  };
+
+  std::unique_ptr<Track> makeTrack(const Output& output, const Span& span, int64_t preroll,
+                                   const Track* leader) {
+    const PlannedStream& planned = *output.planned;
+    if (planned.kind == Kind::kVideo && planned.action == StreamAction::kEncode) {
+      auto maker =
+          isPlain_ ? nullptr : std::make_unique<PictureMaker>(movie_, *output_.videoConverter());
+      const bool drawsTexts = plan_.look.subtitleTrack || !plan_.look.subtitles.empty();
+      if (plan_.keepsTimes)
+        return std::make_unique<TimedVideoTrack>(movie_, span, plan_.rate(), drawsTexts,
+                                                 std::move(maker));
+      return std::make_unique<EncodedVideoTrack>(movie_, span, plan_.rate(), std::move(maker));
+    }
+    if (planned.kind == Kind::kAudio && planned.action == StreamAction::kEncode) {
+      std::vector<AudioFeed::Input> inputs;
+      for (const uint32_t index : planned.sources) {
+        const ReadStream read = readerOf(movie_.medias(), index);
+        inputs.push_back({read.media, read.stream});
+      }
+      return std::make_unique<EncodedAudioTrack>(AudioFeed(inputs), output.stream, span, preroll,
+                                                 levelOf(planned), leader);
+    }
+    const ReadStream read = readerOf(movie_.medias(), planned.sources.front());
+    return std::make_unique<CopiedTrack>(read.media, read.stream, output.stream, span, leader);
+  }
+
+  /// Sound that is mixed, from several tracks or into fewer channels, or amplified may rise above
+  /// full scale.
+  EncodedAudioTrack::Level levelOf(const PlannedStream& planned) const {
+    const auto& sound = planned.sound;
+    const int channels = lm_get_channel_layout_nb_channels(sound.channelLayout);
+    const bool isMixed = std::ranges::any_of(planned.sources, [&](uint32_t index) {
+      return info_.streams[index].audio.channels > channels;
+    });
+    return {sound.volume, isMixed || planned.sources.size() > 1 || sound.volume > 1};
+  }
+
+  /// The pictures' track comes first. In each media one track reads: that of the pictures or, where
+  /// there are none, of the first sound that is encoded, else of the first stream. Sound that is
+  /// encoded reads for itself but where it would read pictures.
+  std::vector<std::unique_ptr<Track>> makeTracks(int64_t preroll) {
+    const Span span{plan_.start, plan_.end};
+    std::vector<Output> wanted;
+    for (const Output& output : outputs_)
+      if (isTrack(*output.planned)) wanted.push_back(output);
+    std::ranges::stable_sort(wanted, {}, [](const Output& output) {
+      const PlannedStream& planned = *output.planned;
+      if (planned.kind == Kind::kVideo) return 0;
+      if (planned.kind == Kind::kAudio) return planned.action == StreamAction::kEncode ? 1 : 2;
+      return 3;
+    });
+    std::vector<std::unique_ptr<Track>> tracks;
+    std::map<const LMFFMedia*, const Track*> leaders;
+    for (const Output& output : wanted) {
+      const auto media = readerOf(movie_.medias(), output.planned->sources.front()).media;
+      const auto leader = leaders.find(media.get());
+      const bool isSound =
+          output.planned->kind == Kind::kAudio && output.planned->action == StreamAction::kEncode;
+      const bool follows = leader != leaders.end() && (!isSound || media->hasVideo());
+      tracks.push_back(makeTrack(output, span, preroll, follows ? leader->second : nullptr));
+      leaders.try_emplace(media.get(), tracks.back().get());
+    }
+    return tracks;
+  }
+
+  static bool isTrack(const PlannedStream& stream) {
+    return !stream.isCover && stream.kind != Kind::kAttachment;
+  }
+
+  /// Reads and decodes on the movie's queue, in one piece of work there, so that no picture has to
+  /// change threads on its way; encodes and writes on a thread of its own.
+  void pump() {
+    const int64_t preroll = std::min(kPreroll, plan_.start);
+    movie_.seek(plan_.start - preroll);
+    movie_.flushOperation();
+    std::exception_ptr failure;
+    movie_.decodeImage(
+        [&] {
+          try {
+            pumpTracks(makeTracks(preroll));
+          } catch (...) {
+            failure = std::current_exception();
+          }
+        },
+        true);
+    if (failure) std::rethrow_exception(failure);
+  }
+
+  void pumpTracks(const std::vector<std::unique_ptr<Track>>& tracks) {
+    const int64_t end = std::min(plan_.end.value_or(INT64_MAX), movie_.duration());
+    Progress progress{.duration = knownLength(end - plan_.start)};
+    JobQueue encoding(kMostJobs);
+    const bool isEncoding = this->isEncoding();
+    while (!events_.isInterrupted()) {
+      const auto behind =
+          std::ranges::min_element(tracks, {}, [](const auto& track) { return track->time(); });
+      const int64_t time = (*behind)->time();
+      if (time == Track::kEnded) break;
+      progress.time = lm_ff_time_to_double(time);
+      if (events_.progress) events_.progress(progress);
+      Track::Job job = (*behind)->step();
+      if (!job) continue;
+      if (plan_.pictures() && behind == tracks.begin()) ++progress.pictures;
+      // A packet is written where it was read, while it is still in that core's cache.
+      if (!isEncoding) {
+        carryOut(job);
+        continue;
+      }
+      encoding.push([this, job = std::move(job)] { carryOut(job); });
+    }
+    if (events_.isInterrupted()) return;
+    for (const auto& track : tracks) inputEnd_ = std::max(inputEnd_, track->end());
+    for (const auto& track : tracks)
+      if (Track::Job rest = track->finish())
+        encoding.push([this, rest = std::move(rest)] { carryOut(rest); });
+    encoding.finish();
+    if (inputEnd_ == 0)
+      throw Failure::input(settings_.input,
+                           fmt::format("nothing could be decoded from '{}'", settings_.input));
+  }
+
+  bool isEncoding() const {
+    return std::ranges::any_of(plan_.streams, [](const PlannedStream& stream) {
+      return stream.action == StreamAction::kEncode && stream.kind != Kind::kSubtitle;
+    });
+  }
+
+  void carryOut(const Track::Job& job) {
+    job(output_);
+    requireOutput(output_, settings_.output);
+  }
+
+  const ConversionSettings& settings_;
+  const std::shared_ptr<LMMediaSource> source_;
+  const MediaInfo& info_;  // of the source
+  ConversionPlan plan_;
+  const Part part_;
+  const Events& events_;
+  bool isPlain_ = true;  // the pictures go to the encoder as they were decoded
+  LMFFMovie movie_;
+  LMFFMovieFileOutput output_;
+  std::vector<Output> outputs_;
+  int64_t inputEnd_ = 0;  // how much of the input there was, microseconds after the start
+};
+
+ConversionRun::ConversionRun(const ConversionSettings& settings,
+                             std::shared_ptr<LMMediaSource> source, const MediaInfo& info,
+                             ConversionPlan plan, Part part, const Events& events)
+    : work_(std::make_unique<Work>(settings, std::move(source), info, std::move(plan), part,
+                                   events)) {}
+
+ConversionRun::~ConversionRun() = default;
+
+void ConversionRun::setStatistics(const std::string& statistics) {
+  work_->output().setVideoStatistics(statistics);
+}
+
+std::string ConversionRun::statistics() const { return work_->output().videoStatistics(); }
+
+void ConversionRun::write(const std::string& path) { work_->write(path); }
+
+const ConversionPlan& ConversionRun::plan() const { return work_->plan(); }
+
+InputEnd ConversionRun::inputEnd() const { return work_->inputEnd(); }
+
+int64_t ConversionRun::length() const { return work_->length(); }
+
+int64_t ConversionRun::refusedPackets() const { return work_->output().refusedPackets(); }
+
+int64_t ConversionRun::picturesEncodedToHide() const {
+  return work_->output().picturesEncodedToHide();
+}
+
+}  // namespace kestrel

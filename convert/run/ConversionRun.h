@@ -1,0 +1,58 @@
+#pragma once
+
+#include <kestrel/convert/ConversionPlan.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/MediaInfo.h>
+
+#include <memory>
+#include <string>
+
+#include "convert/probe/InputEnd.h"
+
+namespace kestrel {
+
+class LMMediaSource;
+
+/// One way through an input: writes what a plan says, or a part of it, to a file.
+class ConversionRun {
+ public:
+  enum class Part {
+    kAll,
+    kFirstPass,  ///< the pictures alone go through the encoder, and nothing is written
+    kRest,       ///< all but the pictures
+  };
+
+  /// `source` is read by this run alone; `info` is of it. The settings name input and output.
+  ConversionRun(const ConversionSettings& settings, std::shared_ptr<LMMediaSource> source,
+                const MediaInfo& info, ConversionPlan plan, Part part, const Events& events);
+  ~ConversionRun();
+  ConversionRun(const ConversionRun&) = delete;
+  ConversionRun& operator=(const ConversionRun&) = delete;
+
+  /// What the first pass told the encoder, for the second.
+  void setStatistics(const std::string& statistics);
+  std::string statistics() const;
+
+  /// Runs, once. What ends early because of an interrupt returns. Throws `Failure`.
+  void write(const std::string& path);
+
+  // Afterwards:
+
+  /// What was carried out: streams that no decoder opens are left out.
+  const ConversionPlan& plan() const;
+
+  /// How the input ended; `reached` counts from its start.
+  InputEnd inputEnd() const;
+
+  /// How long the result is, microseconds.
+  int64_t length() const;
+
+  int64_t refusedPackets() const;
+  int64_t picturesEncodedToHide() const;
+
+ private:
+  class Work;
+  std::unique_ptr<Work> work_;
+};
+
+}  // namespace kestrel
