@@ -73,5 +73,44 @@ TEST_F(DamagedCopy, OfACompositionCostsThePacket) {
                      cut_.string() + ":1"}));
 }
 
+/// Two pictures in the middle whose packets lie about their lengths.
+class DamagedMiddle : public testing::Test {
+ protected:
+  DamagedMiddle() {
+    ffmpeg({"-i", fixture("numbered25.mp4").string(), "-c", "copy", whole_.string()});
+    const auto probed = ffprobeJson(whole_, {"-show_packets", "-select_streams", "v"});
+    std::string bytes = readBytes(whole_);
+    for (const size_t number : {60, 61})
+      bytes[std::stoul(probed["packets"][number]["pos"].get<std::string>())] = '\x7f';
+    writeBytes(damaged_, bytes);
+  }
+
+  RunResult from(const std::string& start, const std::string& codec) const {
+    return convert(damaged_, folder_ / "out.ts",
+                   {"--video-codec", codec, "--start", start, "--force"});
+  }
+
+  TempDir folder_;
+  const std::filesystem::path whole_ = folder_ / "whole.mp4";
+  const std::filesystem::path damaged_ = folder_ / "damaged.mp4";
+};
+
+// Pictures 60 and 61 begin 2.4 s after the start.
+TEST_F(DamagedMiddle, IsToldWhereverTheSpanBeginsBeforeIt) {
+  for (const std::string start : {"0", "0.5", "1.3", "2"}) {
+    SCOPED_TRACE(start);
+    for (const auto& [codec, what] : {std::pair{"mpeg2video", "decoded"}, {"copy", "copied"}}) {
+      const RunResult result = from(start, codec);
+      EXPECT_EQ(result.status, 3) << result.err;
+      EXPECT_THAT(result.err, HasSubstr("damaged.mp4' is damaged: 2 of its packets could not be " +
+                                        std::string(what)));
+    }
+  }
+}
+
+TEST_F(DamagedMiddle, IsNothingToASpanThatBeginsBehindIt) {
+  for (const char* codec : {"mpeg2video", "copy"}) EXPECT_EQ(from("4.5", codec).status, 0) << codec;
+}
+
 }  // namespace
 }  // namespace kestrel::test
