@@ -176,20 +176,4 @@ void LMFFEffectVideoStream::setSubtitleMarkup(bool markup) {
   state_->set(&MovieLook::subtitleMarkup, markup);
 }
 
-float LMFFEffectVideoStream::subtitleOutline() const {
-  return state_->setting(&MovieLook::subtitleOutline);
-}
-
-void LMFFEffectVideoStream::setSubtitleOutline(float width) {
-  state_->set(&MovieLook::subtitleOutline, width);
-}
-
-float LMFFEffectVideoStream::subtitleMargin() const {
-  return state_->setting(&MovieLook::subtitleMargin);
-}
-
-void LMFFEffectVideoStream::setSubtitleMargin(float share) {
-  state_->set(&MovieLook::subtitleMargin, share);
-}
-
 }  // namespace kestrel

@@ -13,7 +13,7 @@ AttributedString LMFFEffectVideoStream::subtitleAttributedText() const {
                             .foregroundColor = subtitleColor(),
                             .paragraphStyle = ParagraphStyle::defaultParagraphStyle()};
   attributes.paragraphStyle.alignment = TextAlignment::kCenter;
-  attributes.outline = subtitleOutline();
+  attributes.outline = state_->setting(&MovieLook::subtitleOutline);
   std::string source = subtitleCurrentString().value_or("");
   MarkedText text =
       subtitleMarkup() ? readSubtitleMarkup(source) : MarkedText{std::move(source), {}};
@@ -25,7 +25,7 @@ std::shared_ptr<const BitmapImage> LMFFEffectVideoStream::subtitleImageWithAttri
     const std::optional<AttributedString>& string) const {
   if (!string) return nullptr;
   const LMFFVideoFormat output = outputFormat();
-  const Size limits{output.width * (1 - 2.0 * subtitleMargin()),
+  const Size limits{output.width * (1 - 2.0 * state_->setting(&MovieLook::subtitleMargin)),
                     static_cast<double>(output.height)};
   Rect box = string->boundingRectWithSize(limits);
   const float room = static_cast<float>(output.height) * (1.0F - subtitlePosition());

@@ -179,24 +179,6 @@ void LMFFMovie::setFullSubtitleText(bool full) {
   updateSubtitle();
 }
 
-float LMFFMovie::subtitleOutline() const {
-  return valueOf(videoEffectStream(), &Stream::subtitleOutline);
-}
-
-void LMFFMovie::setSubtitleOutline(float width) {
-  setValue(videoEffectStream(), &Stream::setSubtitleOutline, width);
-  updateSubtitle();
-}
-
-float LMFFMovie::subtitleMargin() const {
-  return valueOf(videoEffectStream(), &Stream::subtitleMargin);
-}
-
-void LMFFMovie::setSubtitleMargin(float share) {
-  setValue(videoEffectStream(), &Stream::setSubtitleMargin, share);
-  updateSubtitle();
-}
-
 void LMFFMovie::updateSubtitle() {
   if (const auto stream = videoEffectStream()) stream->updateSubtitle();
 }

@@ -177,7 +177,7 @@ class KESTREL_API LMFFEffectVideoStream {
   MovieLook look() const;
   void setLook(MovieLook look);
 
-  // Individual settings of the look.
+  // Individual settings of the look; some are in the record alone.
 
   /// Display aspect: 1 is 4:3, 2 is 16:9, anything else the source's.
   int64_t aspectType() const;
@@ -236,12 +236,6 @@ class KESTREL_API LMFFEffectVideoStream {
   /// characters. Off by default: the text is shown literally.
   bool subtitleMarkup() const;
   void setSubtitleMarkup(bool markup);
-  /// Width of the black outline around the text, pixels; default 0: none.
-  float subtitleOutline() const;
-  void setSubtitleOutline(float width);
-  /// Margin on each side of the text, as a fraction of the output's width; default 0.
-  float subtitleMargin() const;
-  void setSubtitleMargin(float share);
 
  private:
   struct State;

@@ -256,7 +256,8 @@ class KESTREL_API LMFFMovie {
 
   Size videoSize() const;  ///< size of the media's picture, pixels
 
-  /// All of the following settings at once (<kestrel/MovieLook.h>) except for the output size.
+  /// All settings of the look at once (<kestrel/MovieLook.h>): the following ones except for the
+  /// output size, and some that only the record has.
   MovieLook look() const;
   void setLook(const MovieLook& look);
 
@@ -325,12 +326,6 @@ class KESTREL_API LMFFMovie {
   /// default: only what follows the last comma of a line is shown, as plain text.
   bool fullSubtitleText() const;
   void setFullSubtitleText(bool full);
-
-  float subtitleOutline() const;  ///< width of the black outline, pixels; default 0
-  void setSubtitleOutline(float width);
-  /// Margin on each side of the text, as a fraction of the output's width; default 0.
-  float subtitleMargin() const;
-  void setSubtitleMargin(float share);
 
   /// Makes the next picture draw the text subtitle again.
   void updateSubtitle();

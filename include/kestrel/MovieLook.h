@@ -13,8 +13,8 @@
 namespace kestrel {
 
 /// All settings of how a movie's pictures are finished; a movie can get and set them as a whole
-/// (`LMFFMovie::look`) or one by one. With the defaults, pictures are only fitted into the output,
-/// but `cropRect` must be set: an empty one leaves nothing of them but black.
+/// (`LMFFMovie::look`) or, most of them, one by one. With the defaults, pictures are only fitted
+/// into the output, but `cropRect` must be set: an empty one leaves nothing of them but black.
 struct MovieLook {
   /// Display aspect: 1 is 4:3, 2 is 16:9, anything else the source's.
   int64_t aspectType = 0;

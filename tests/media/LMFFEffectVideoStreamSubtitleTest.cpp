@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <kestrel/MovieLook.h>
 
 #include <cmath>
 
@@ -237,7 +238,9 @@ TEST_F(LMFFEffectVideoStreamSubtitle, NewFontShowsWithTheNextTextOrUpdate) {
 
 TEST_F(LMFFEffectVideoStreamSubtitle, AnOutlineIsBlackAndAsWideAsAsked) {
   const auto plain = drawn("HH");
-  stream_.setSubtitleOutline(4);
+  MovieLook look = stream_.look();
+  look.subtitleOutline = 4;
+  stream_.setLook(look);
   const auto outlined = drawn("HH");
   const auto blacks = [](const BitmapImage& image) {
     int count = 0;
@@ -256,7 +259,9 @@ TEST_F(LMFFEffectVideoStreamSubtitle, AnOutlineIsBlackAndAsWideAsAsked) {
 TEST_F(LMFFEffectVideoStreamSubtitle, AMarginWrapsTheTextEarlier) {
   const std::string text = "many words that take about the whole width of it";
   const auto wide = drawn(text);
-  stream_.setSubtitleMargin(0.2F);
+  MovieLook look = stream_.look();
+  look.subtitleMargin = 0.2F;
+  stream_.setLook(look);
   const auto narrow = drawn(text);
   EXPECT_GT(wide->width(), 1280 * 6 / 10);
   EXPECT_LE(narrow->width(), 1280 * 6 / 10);

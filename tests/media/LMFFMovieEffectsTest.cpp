@@ -65,10 +65,10 @@ TEST_F(LMFFMovieEffects, LookIsEverySettingAtOnce) {
   EXPECT_EQ(look.contrast, 0.25F);
   EXPECT_EQ(look.zoomType, 5);
   movie_.setHue(0.75F);
-  movie_.setSubtitleMargin(0.125F);
+  movie_.setSubtitlePosition(0.125F);
   look = movie_.look();
   EXPECT_EQ(look.hue, 0.75F);
-  EXPECT_EQ(look.subtitleMargin, 0.125F);
+  EXPECT_EQ(look.subtitlePosition, 0.125F);
 
   look.aspectType = 2;
   look.cropRect = {{1, 2}, {3, 4}};
@@ -77,6 +77,7 @@ TEST_F(LMFFMovieEffects, LookIsEverySettingAtOnce) {
   look.watermark = Image::emptyInfiniteImage();
   look.subtitleColor = Color{1, 0, 0, 1};
   look.subtitleMarkup = true;
+  look.subtitleMargin = 0.125F;
   drawText();
   movie_.setLook(look);
   EXPECT_FALSE(isTextDrawn());  // it is drawn anew
@@ -88,7 +89,8 @@ TEST_F(LMFFMovieEffects, LookIsEverySettingAtOnce) {
   EXPECT_EQ(movie_.watermark(), look.watermark);
   EXPECT_EQ(movie_.subtitleColor(), (Color{1, 0, 0, 1}));
   EXPECT_TRUE(movie_.fullSubtitleText());
-  EXPECT_EQ(movie_.subtitleMargin(), 0.125F);
+  EXPECT_EQ(movie_.subtitlePosition(), 0.125F);
+  EXPECT_EQ(movie_.look().subtitleMargin, 0.125F);
 }
 
 TEST_F(LMFFMovieEffects, WithoutAnEffectStreamTheLookChangesNothing) {
