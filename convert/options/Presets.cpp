@@ -243,7 +243,7 @@ std::string targetWith(const std::string& target, const Preset& preset) {
 }
 
 ConversionSettings settingsWith(const Preset& preset, const ConversionOptions& options) {
-  ConversionSettings settings;
+  ConversionSettings settings{.suitsAnyInput = !preset.options.empty()};
   applyOptions(withDefaults(options, preset.options), settings);
   return settings;
 }

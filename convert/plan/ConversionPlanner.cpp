@@ -145,7 +145,8 @@ class Planner {
     planPictures();
     planSounds();
     requireSomething();
-    requireSense(settings_, encodes(Kind::kVideo), encodes(Kind::kAudio));
+    if (!settings_.suitsAnyInput)
+      requireSense(settings_, encodes(Kind::kVideo), encodes(Kind::kAudio));
     planSubtitles();
     planOthers();
     planSpan();

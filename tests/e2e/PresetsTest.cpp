@@ -117,8 +117,10 @@ TEST_F(Presets, KnowEveryOptionThatShapesAConversion) {
   const std::string help = kestrel({"convert", "--help"}).out;
   std::istringstream lines(help);
   Arguments options{"convert"};
-  const std::vector<std::string> ofTheRun{"--help", "--preset", "--save-preset", "--progress",
-                                          "--force"};
+  const std::vector<std::string> ofTheRun{
+      "--help",  "--preset",  "--save-preset",   "--progress", "--force",
+      "--quiet", "--dry-run", "--json",          "--into",     "--ext",
+      "--name",  "--jobs",    "--skip-existing", "--recursive"};
   int count = 0;
   for (std::string line; std::getline(lines, line);) {
     const size_t begin = line.find("--");

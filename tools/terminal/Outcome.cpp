@@ -11,6 +11,8 @@ std::string optionOf(const std::string& setting) {
   if (setting == "channelLayout") return "--channels";
   if (setting == "position") return "the position";
   if (setting == "archive") return "--save";
+  if (setting == "extension") return "--ext";
+  if (setting == "folder") return "--into";
   std::string option = "--";
   for (const char letter : setting) {
     const auto byte = static_cast<unsigned char>(letter);

@@ -27,23 +27,23 @@ nlohmann::ordered_json rounded(const std::optional<double>& number, double scale
   return std::round(*number * scale) / scale;
 }
 
-int terminalColumns() {
-  winsize size{};
-  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return isKnown ? size.ws_col : kUsualColumns;
-}
-
 void print(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);
 }
+
+}  // namespace
 
 ProgressDisplay::Style shownStyle(ProgressDisplay::Style wanted) {
   const bool isHidden = wanted == ProgressDisplay::Style::kBar && !isatty(STDERR_FILENO);
   return isHidden ? ProgressDisplay::Style::kNone : wanted;
 }
 
-}  // namespace
+int terminalColumns() {
+  winsize size{};
+  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return isKnown ? size.ws_col : kUsualColumns;
+}
 
 double ProgressState::fps() const {
   return elapsed > 0 ? static_cast<double>(frames) / elapsed : 0;
@@ -63,8 +63,9 @@ std::optional<double> ProgressState::secondsLeft() const {
   return std::max(*duration - time, 0.0) / speed();
 }
 
-std::string progressJson(const ProgressState& state) {
+std::string progressJson(const ProgressState& state, const std::string& input) {
   nlohmann::ordered_json line;
+  if (!input.empty()) line["input"] = input;
   line["time"] = rounded(state.time, 1e6);
   line["duration"] = rounded(state.duration, 1e6);
   line["percent"] = rounded(state.percent(), 100);
@@ -73,7 +74,7 @@ std::string progressJson(const ProgressState& state) {
   line["speed"] = rounded(state.speed(), 100);
   line["eta"] = rounded(state.secondsLeft(), 10);
   if (state.isDone) line["done"] = true;
-  return line.dump();
+  return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 std::string progressBar(const ProgressState& state, int columns) {

@@ -25,7 +25,8 @@ struct ProgressState {
 
 /// One line of JSON, without a line end: time, duration, percent, frames, fps, speed, eta (unknown
 /// ones null) and, in the last one only, done.
-std::string progressJson(const ProgressState& state);
+/// `input`, where it is given, comes first: the file that is read.
+std::string progressJson(const ProgressState& state, const std::string& input = {});
 
 /// One line of text for a terminal of `columns` columns, which it never fills quite.
 std::string progressBar(const ProgressState& state, int columns);
@@ -65,6 +66,12 @@ class ProgressDisplay {
   Clock::time_point nextShow_ = begin_;
   bool isBarShown_ = false;
 };
+
+/// A bar is shown on a terminal only.
+ProgressDisplay::Style shownStyle(ProgressDisplay::Style wanted);
+
+/// How wide the terminal at standard error is, or is taken to be.
+int terminalColumns();
 
 /// "bar", "json" or "none"; throws the `Failure` of wrong usage for anything else.
 ProgressDisplay::Style parseProgressStyle(const std::string& option, const std::string& text);

@@ -1,19 +1,25 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include <kestrel/convert/Batch.h>
 #include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/ConversionOptions.h>
 #include <kestrel/convert/Presets.h>
 #include "tools/cli/LookOptions.h"
+#include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/terminal/Say.h"
 #include "tools/terminal/StandardOutput.h"
+#include "tools/terminal/Summary.h"
+#include "tools/verbs/ConvertMany.h"
+#include "tools/verbs/PlanText.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -22,9 +28,16 @@ namespace {
 
 /// What was typed beside the options of the conversion itself.
 struct Typed {
-  std::string input, output, preset, savedPreset;
+  std::vector<std::string> files;
+  std::string preset, savedPreset, into, extension, name = BatchSettings().name;
+  std::optional<int> jobs;
   std::string progress = "bar";
   bool force = false;
+  bool quiet = false;
+  bool dryRun = false;
+  bool json = false;
+  bool skipExisting = false;
+  bool recursive = false;
 };
 
 /// Refuses options that shape an encoded stream where it is copied or left out: they would do
@@ -71,29 +84,104 @@ int save(const Typed& typed, const Request& request) {
   Preset preset{.name = typed.savedPreset,
                 .extension = request.preset.extension,
                 .options = withDefaults(request.options, request.preset.options)};
-  const std::string extension = std::filesystem::path(typed.output).extension().string();
-  if (!extension.empty()) preset.extension = extension.substr(1);
+  if (!typed.extension.empty()) preset.extension = typed.extension;
   say(fmt::format("saved '{}'", savePreset(preset, typed.force)));
   return kDone;
 }
 
+ProgressDisplay::Style styleOf(const Typed& typed) {
+  const auto style = parseProgressStyle("--progress", typed.progress);
+  const bool isBar = style == ProgressDisplay::Style::kBar;
+  return typed.quiet && isBar ? ProgressDisplay::Style::kNone : style;
+}
+
+/// Prints what would be done with each file.
+int showPlans(const Typed& typed, const std::vector<ConversionSettings>& all) {
+  auto documents = nlohmann::ordered_json::array();
+  std::string text;
+  for (const ConversionSettings& settings : all) {
+    Conversion conversion(settings);
+    const ConversionPlan& plan = conversion.plan({.interrupt = interrupted});
+    if (typed.json)
+      documents.push_back(planDocument(settings, plan));
+    else
+      text += planText(settings, plan);
+  }
+  const auto& document = typed.into.empty() ? documents.front() : documents;
+  if (typed.json)
+    text = document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  writeStandardOutput(text);
+  return kDone;
+}
+
+/// The form with --into.
+int runMany(const Typed& typed, const Preset& preset, const ConversionSettings& conversion) {
+  BatchSettings settings{.inputs = typed.files,
+                         .recursive = typed.recursive,
+                         .folder = typed.into,
+                         .extension = typed.extension.empty() ? preset.extension : typed.extension,
+                         .name = typed.name,
+                         .skipsExisting = typed.skipExisting,
+                         .jobs = typed.jobs.value_or(1),
+                         .conversion = conversion};
+  if (typed.files.empty()) throw wrongUsage("input is required");
+  settings.conversion.replaces |= typed.dryRun;  // nothing will be
+  const Batch batch(settings, interrupted);
+  if (!typed.dryRun)
+    return convertMany(batch,
+                       {.progress = styleOf(typed), .asJson = typed.json, .isQuiet = typed.quiet});
+  std::vector<ConversionSettings> all;
+  for (const BatchJob& job : batch.jobs()) {
+    all.push_back(conversion);
+    all.back().input = job.input;
+    all.back().output = job.output;
+  }
+  return showPlans(typed, all);
+}
+
+/// What makes sense for one file alone, or for many.
+void requireForm(const Typed& typed, const Verb& verb) {
+  if (!typed.into.empty()) return;
+  for (const char* option : {"--ext", "--name", "--skip-existing", "--jobs", "--recursive"})
+    if (verb.isGiven(option)) throw wrongUsage(fmt::format("{} needs --into DIR", option));
+  if (typed.json && !typed.dryRun) throw wrongUsage("--json needs --dry-run or --into DIR");
+  if (typed.files.empty()) throw wrongUsage("input is required");
+  if (typed.files.size() == 1) throw wrongUsage("output is required");
+  if (typed.files.size() > 2)
+    throw wrongUsage(
+        fmt::format("'{}' is one file too many: several inputs need --into DIR", typed.files[2]));
+}
+
+int runOne(const Typed& typed, ConversionSettings settings) {
+  if (typed.dryRun) return showPlans(typed, {settings});
+  ProgressDisplay progress(styleOf(typed));
+  Events events = progress.events();
+  if (!typed.quiet) events.note = say;
+  Effort effort;
+  Report report = convertMeasured(settings, effort, events);
+  if (typed.quiet) report.leftOut.clear();
+  const int status = finish(progress, report);
+  const bool isShown = !typed.quiet && status != kInterrupted &&
+                       shownStyle(styleOf(typed)) == ProgressDisplay::Style::kBar;
+  if (isShown) say(fmt::format("'{}': {}", settings.output, effortText(effort)));
+  return status;
+}
+
 int run(const Typed& typed, const Verb& verb) {
   const Request request = requestOf(typed, verb);
-  if (!typed.savedPreset.empty()) {
-    save(typed, request);
-    if (typed.input.empty()) return kDone;
-  }
-  if (typed.input.empty()) throw wrongUsage("input is required");
-  if (typed.output.empty()) throw wrongUsage("output is required");
   ConversionSettings settings = settingsWith(request.preset, request.options);
   requireSubtitles(verb);
-  settings.input = typed.input;
-  settings.output = targetWith(typed.output, request.preset);
   settings.replaces = typed.force;
-  ProgressDisplay progress(parseProgressStyle("--progress", typed.progress));
-  Events events = progress.events();
-  events.note = say;
-  return finish(progress, Conversion(settings).run(events));
+  settings.suitsAnyInput |= !typed.into.empty();
+  if (!typed.savedPreset.empty()) {
+    save(typed, request);
+    if (typed.files.empty()) return kDone;
+  }
+  requireForm(typed, verb);
+  if (!typed.into.empty()) return runMany(typed, request.preset, settings);
+  settings.input = typed.files[0];
+  settings.output = targetWith(typed.files[1], request.preset);
+  return runOne(typed, settings);
 }
 
 void addVideoOptions(Verb verb) {
@@ -171,8 +259,8 @@ void addConvertVerb(CommandLine& line) {
       "Example:\n"
       "  kestrel demo example.mp4 && kestrel convert example.mp4 small.mp4 --size 640x-");
   const auto typed = std::make_shared<Typed>();
-  verb.option("input", typed->input, "the file or disc to read");
-  verb.option("output", typed->output, "the file to write");
+  verb.option("files", typed->files, "the file or disc to read and the file to write; or inputs")
+      .type("INPUT OUTPUT | INPUT… --into DIR");
   verb.option("--preset", typed->preset,
               "a preset (see 'kestrel presets') or its file; options that are given win")
       .type("NAME|FILE");
@@ -183,7 +271,25 @@ void addConvertVerb(CommandLine& line) {
   addAudioOptions(verb);
   addOtherOptions(verb);
   verb.flag("--force", typed->force, "replace an existing target");
+  verb.flag("--dry-run", typed->dryRun, "print what would become of each stream, write nothing");
+  verb.flag("--json", typed->json, "print plans, or what became of many files, as one document");
   verb.option("--progress", typed->progress, "bar (on a terminal), json (a line each) or none")
       .type("STYLE");
+  verb.flag("--quiet", typed->quiet, "say nothing but what is wrong");
+  verb.group("Many files");
+  verb.option("--into", typed->into, "convert each input, and the movies of folders, into a folder")
+      .type("DIR")
+      .notEmpty();
+  verb.option("--ext", typed->extension, "of the results (default: the preset's or each one's own)")
+      .type("EXT")
+      .notEmpty();
+  verb.option("--name", typed->name,
+              "what results are called, with {stem}, {ext} and {number} (default: {stem}.{ext})")
+      .type("PATTERN");
+  verb.flag("--recursive", typed->recursive, "of folders take those in them, too");
+  verb.flag("--skip-existing", typed->skipExisting, "leave inputs alone whose result is there");
+  verb.option("--jobs", typed->jobs, "how many run side by side (default: 1)")
+      .type("N")
+      .within(1, 64);
   verb.runs([typed, verb] { return run(*typed, verb); });
 }

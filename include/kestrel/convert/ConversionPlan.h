@@ -115,6 +115,10 @@ struct ConversionSettings {
   std::optional<ChapterRange> chapters = {};  ///< instead of start and end
 
   bool keepsMetadata = true;  ///< tags and chapters
+
+  /// For settings that are not about one input, such as presets: what shapes pictures or sound is
+  /// passed over where an input has none, in place of being refused.
+  bool suitsAnyInput = false;
 };
 
 /// How a stream of sound is encoded.

@@ -1,0 +1,160 @@
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "tests/e2e/Kestrel.h"
+#include "tests/e2e/TerminalRun.h"
+#include "tests/support/Ffprobe.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+/// A folder "in" with two movies and a text.
+class ConvertMany : public testing::Test {
+ protected:
+  ConvertMany() {
+    fs::create_directories(folder_ / "in");
+    fs::copy_file(fixture("av25.mp4"), folder_ / "in/a.mp4");
+    fs::copy_file(fixture("av-tracks.mkv"), folder_ / "in/b.mkv");
+    std::ofstream(folder_ / "in/read.txt") << "me\n";
+  }
+
+  RunResult kestrel(const Arguments& arguments) const {
+    return run(joined({kestrelBinary(), "convert"}, arguments),
+               {.workingDirectory = folder_.path()});
+  }
+
+  const Arguments copy_{"--video-codec", "copy", "--audio-codec", "copy"};
+  const TempDir folder_;
+};
+
+TEST_F(ConvertMany, MakesAFileOfEachAndATable) {
+  const RunResult result = kestrel(joined({"in", "--into", "out", "--ext", "mkv"}, copy_));
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("done  in/a.mp4  out/a.mkv"));
+  EXPECT_THAT(result.out, HasSubstr("done  in/b.mkv  out/b.mkv"));
+  EXPECT_THAT(result.out, Not(HasSubstr("read.txt")));
+  for (const char* name : {"out/a.mkv", "out/b.mkv"})
+    EXPECT_THAT(std::string(ffprobeJson(folder_ / name)["format"]["format_name"]),
+                HasSubstr("matroska"));
+}
+
+TEST_F(ConvertMany, TellsProgramsInOneDocument) {
+  const RunResult result = kestrel(joined({"in/a.mp4", "in/gone.mp4", "--into", "out", "--name",
+                                           "{stem}-2.{ext}", "--jobs", "2", "--json"},
+                                          copy_));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("cannot open 'in/gone.mp4'"));
+  const json files = json::parse(result.out)["files"];
+  ASSERT_EQ(files.size(), 2u);
+  EXPECT_EQ(files[0]["outcome"], "done");
+  EXPECT_EQ(files[0]["output"], "out/a-2.mp4");
+  EXPECT_EQ(files[0]["frames"], 50);
+  EXPECT_EQ(files[0]["size"], fs::file_size(folder_ / "out/a-2.mp4"));
+  EXPECT_EQ(files[1]["outcome"], "failed");
+  EXPECT_THAT(std::string(files[1]["error"]), HasSubstr("No such file"));
+}
+
+TEST_F(ConvertMany, TheWorstStatusWins) {
+  fs::copy_file(folder_ / "in/b.mkv", folder_ / "in/half.mkv");
+  fs::resize_file(folder_ / "in/half.mkv", fs::file_size(folder_ / "in/half.mkv") / 2);
+  const Arguments options = joined({"--into", "out", "--force"}, copy_);
+  EXPECT_EQ(kestrel(joined({"in/a.mp4", "in/half.mkv"}, options)).status, 3);
+  EXPECT_EQ(kestrel(joined({"in/half.mkv", "gone.mkv"}, options)).status, 1);
+}
+
+TEST_F(ConvertMany, AnInterruptLeavesNothingHalf) {
+  fs::copy_file(fixture("av60.mp4"), folder_ / "in/c.mp4");
+  Process process(
+      {kestrelBinary(), "convert", "in", "--into", "out", "--ext", "mkv", "--size", "3840x2160",
+       "--encoder-preset", "veryslow", "--jobs", "2", "--progress", "json"},
+      {.workingDirectory = folder_.path()});
+  while (!fs::exists(folder_ / "out") || fs::is_empty(folder_ / "out")) {
+  }
+  process.signal(SIGINT);
+  const RunResult result = process.wait();
+  EXPECT_EQ(result.status, 130);
+  EXPECT_THAT(result.err, HasSubstr("kestrel: interrupted\n"));
+  EXPECT_TRUE(fs::is_empty(folder_ / "out"));
+}
+
+TEST_F(ConvertMany, WhatMakesNoSenseIsRefusedBeforeAnythingIsWritten) {
+  const struct {
+    Arguments arguments;
+    int status;
+    std::string message;
+  } kMistakes[] = {
+      {{"in/a.mp4", "in/b.mkv", "out.mp4"}, 2, "several inputs need --into DIR"},
+      {{"in/a.mp4", "out.mp4", "--jobs", "2"}, 2, "--jobs needs --into DIR"},
+      {{"in/a.mp4", "out.mp4", "--json"}, 2, "--json needs --dry-run or --into DIR"},
+      {{"--into", "out"}, 2, "input is required"},
+      {{"in/a.mp4", "in/a.mp4", "--into", "out"}, 2, "would both become 'out/a.mp4'"},
+      {{"in/a.mp4", "--into", "in"}, 1, "'in/a.mp4' is an input itself"},
+      {{"in/a.mp4", "--into", "out", "--name", "{who}"}, 2, "--name: '{who}' is of other words"},
+      {{"in/a.mp4", "--into", "out", "--jobs", "0"}, 2, "--jobs: '0' is not a whole number"},
+      {{"in/read.txt", "--into", "out", "--ext", "mp4"}, 1, "in/read.txt"},
+  };
+  for (const auto& mistake : kMistakes) {
+    const RunResult result = kestrel(mistake.arguments);
+    EXPECT_EQ(result.status, mistake.status) << result.err;
+    EXPECT_THAT(result.err, HasSubstr(mistake.message));
+  }
+  fs::create_directory(folder_ / "empty");
+  EXPECT_TRUE(endsWithSentence(kestrel({"empty", "--into", "out"}), 2, "no movie or sound file"));
+}
+
+// Of a folder some have pictures and some only sound.
+TEST_F(ConvertMany, APresetSuitsInputsOfAllKinds) {
+  ffmpeg({"-i", fixture("av25.mp4").string(), "-vn", (folder_ / "in/sound.wav").string()});
+  const RunResult result =
+      kestrel({"in", "--into", "out", "--preset", "phone", "--encoder-preset", "ultrafast"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(ffprobeJson(folder_ / "out/sound.mp4")["streams"].size(), 1u);
+}
+
+TEST_F(ConvertMany, ADryRunTellsWhatWouldBeDoneAndWritesNothing) {
+  const RunResult text = kestrel({"in/b.mkv", "out.mp4", "--size", "50%", "--dry-run"});
+  EXPECT_EQ(text.status, 0) << text.err;
+  EXPECT_THAT(text.out, HasSubstr("in/b.mkv -> out.mp4 (mp4)\n"));
+  EXPECT_THAT(text.out, testing::ContainsRegex("#0 +video +encode +libx264, 160x90, 25 fps"));
+  EXPECT_THAT(text.out, testing::ContainsRegex("#2 +audio +encode +aac, 48000 Hz, 2 channels"));
+  EXPECT_THAT(text.out, testing::ContainsRegex("#3 +subtitle +convert +mov_text, eng"));
+  const json plan = json::parse(kestrel({"in/b.mkv", "out.mp3", "--dry-run", "--json"}).out);
+  EXPECT_EQ(plan["format"], "mp3");
+  int leftOut = 0;
+  for (const json& stream : plan["streams"]) {
+    if (stream["action"] != "leave out") continue;
+    ++leftOut;
+    EXPECT_TRUE(stream["reason"].is_string());
+  }
+  EXPECT_EQ(leftOut, 3);  // pictures, the second sound track, the subtitles
+  const json plans = json::parse(kestrel({"in", "--into", "x", "--dry-run", "--json"}).out);
+  EXPECT_EQ(plans.size(), 2u);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator()), 1);
+}
+
+TEST_F(ConvertMany, ATerminalIsToldWhatAConversionTookUnlessQuiet) {
+  const std::string input = (folder_ / "in/a.mp4").string();
+  const std::string output = (folder_ / "o.mkv").string();
+  const Arguments command = joined({kestrelBinary(), "convert", input, output}, copy_);
+  TerminalRun told(command);
+  told.waitFor("o.mkv': 0:0[12][.0-9]*, 50 pictures in .* of the source");
+  EXPECT_EQ(told.wait(), 0);
+  TerminalRun quiet(joined(command, {"--quiet", "--force"}));
+  EXPECT_EQ(quiet.wait(), 0);
+  EXPECT_EQ(quiet.output(), "");
+}
+
+}  // namespace
+}  // namespace kestrel::test

@@ -1,0 +1,129 @@
+#include "tools/verbs/ConvertMany.h"
+
+#include <fmt/format.h>
+#include <kestrel/convert/Text.h>
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tools/terminal/BatchDisplay.h"
+#include "tools/terminal/ExitStatus.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/StandardOutput.h"
+#include "tools/terminal/Summary.h"
+
+using namespace kestrel;
+using nlohmann::ordered_json;
+using Outcome = BatchResult::Outcome;
+
+namespace {
+
+const char* nameOf(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::kDone:
+      return "done";
+    case Outcome::kDoneInPart:
+      return "in part";
+    case Outcome::kSkipped:
+      return "skipped";
+    case Outcome::kFailed:
+      return "failed";
+    default:
+      return "interrupted";
+  }
+}
+
+bool hasResult(const BatchResult& result) {
+  return result.outcome == Outcome::kDone || result.outcome == Outcome::kDoneInPart;
+}
+
+using Row = std::array<std::string, 6>;
+
+Row rowOf(const BatchResult& result) {
+  Row row{nameOf(result.outcome), printable(result.job.input)};
+  if (result.outcome == Outcome::kSkipped) row[2] = printable(result.job.output);
+  if (!hasResult(result)) return row;
+  const Effort& effort = result.effort;
+  row[2] = printable(result.job.output);
+  row[3] = fmt::format("{:.1f} s", effort.elapsed);
+  if (effort.bytesWritten) row[4] = formatByteCount(*effort.bytesWritten);
+  row[5] = shareText(effort);
+  return row;
+}
+
+std::string tableOf(const std::vector<BatchResult>& results) {
+  std::vector<Row> rows;
+  std::array<size_t, 6> width{};
+  for (const BatchResult& result : results) rows.push_back(rowOf(result));
+  for (const Row& row : rows)
+    for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
+  std::string text;
+  for (const Row& row : rows) {
+    std::string line = fmt::format("{:<{}}  {:<{}}  {:<{}}  {:>{}}  {:>{}}  {:>{}}", row[0],
+                                   width[0], row[1], width[1], row[2], width[2], row[3], width[3],
+                                   row[4], width[4], row[5], width[5]);
+    line.resize(line.find_last_not_of(' ') + 1);
+    text += line + "\n";
+  }
+  return text;
+}
+
+ordered_json documentOf(const BatchResult& result) {
+  ordered_json json{{"input", result.job.input},          {"output", result.job.output},
+                    {"outcome", nameOf(result.outcome)},  {"error", nullptr},
+                    {"findings", result.report.findings}, {"left_out", result.report.leftOut}};
+  if (result.failure) json["error"] = sentenceOf(*result.failure);
+  if (!hasResult(result)) return json;
+  const Effort& effort = result.effort;
+  json["elapsed"] = effort.elapsed;
+  json["duration"] = effort.length;
+  json["frames"] = effort.pictures;
+  json["source_size"] = effort.bytesRead ? ordered_json(*effort.bytesRead) : ordered_json();
+  json["size"] = effort.bytesWritten ? ordered_json(*effort.bytesWritten) : ordered_json();
+  return json;
+}
+
+ExitStatus statusFor(const BatchResult& result) {
+  switch (result.outcome) {
+    case Outcome::kInterrupted:
+      return kInterrupted;
+    case Outcome::kFailed:
+      return statusOf(*result.failure);
+    case Outcome::kDoneInPart:
+      return kDoneInPart;
+    default:
+      return kDone;
+  }
+}
+
+/// The worst status: an interrupt, a failure, wrong usage, a part.
+int worstOf(const std::vector<BatchResult>& results) {
+  constexpr ExitStatus kFromWorst[] = {kInterrupted, kFailed, kWrongUsage, kDoneInPart};
+  for (const ExitStatus status : kFromWorst)
+    for (const BatchResult& result : results)
+      if (statusFor(result) == status) return status;
+  return kDone;
+}
+
+}  // namespace
+
+int convertMany(const Batch& batch, const ManySettings& settings) {
+  std::vector<BatchResult> results;
+  {
+    BatchDisplay display(settings.progress, batch.jobs(), !settings.isQuiet);
+    results = batch.run(display.events());
+  }
+  if (settings.asJson) {
+    ordered_json document;
+    auto& list = document["files"] = ordered_json::array();
+    for (const BatchResult& result : results) list.push_back(documentOf(result));
+    writeStandardOutput(document.dump(2, ' ', false, ordered_json::error_handler_t::replace) +
+                        "\n");
+  } else if (!settings.isQuiet) {
+    writeStandardOutput(tableOf(results));
+  }
+  return worstOf(results);
+}

@@ -1,0 +1,166 @@
+#include "tools/verbs/PlanText.h"
+
+#include <fmt/format.h>
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/convert/MediaInfo.h>
+#include <kestrel/convert/Text.h>
+
+#include <nlohmann/json.hpp>
+#include <vector>
+
+using namespace kestrel;
+using nlohmann::ordered_json;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+const char* kindName(const PlannedStream& stream) {
+  switch (stream.kind) {
+    case StreamInfo::Kind::kVideo:
+      return stream.isCover ? "cover" : "video";
+    case StreamInfo::Kind::kAudio:
+      return "audio";
+    case StreamInfo::Kind::kSubtitle:
+      return "subtitle";
+    case StreamInfo::Kind::kAttachment:
+      return "attachment";
+    default:
+      return "data";
+  }
+}
+
+const char* actionName(const PlannedStream& stream) {
+  switch (stream.action) {
+    case StreamAction::kEncode:
+      return stream.kind == StreamInfo::Kind::kSubtitle ? "convert" : "encode";
+    case StreamAction::kCopy:
+      return "copy";
+    case StreamAction::kBurnIn:
+      return "draw";
+    default:
+      return "leave out";
+  }
+}
+
+std::string optionsText(const std::map<std::string, std::string>& options) {
+  Words words;
+  for (const auto& [name, value] : options) words.push_back(name + "=" + value);
+  return fmt::format("{}", fmt::join(words, " "));
+}
+
+std::string encoderOf(const std::string& encoder, int codec) {
+  return encoder.empty() ? lm_get_codec_name_by_id(codec) : encoder;
+}
+
+Words pictureFacts(const ConversionPlan& plan) {
+  const auto& format = plan.format;
+  Words facts{encoderOf(plan.videoEncoder, format.video_codec),
+              fmt::format("{}x{}", format.width, format.height)};
+  const double rate = static_cast<double>(plan.rate().num) / plan.rate().den;
+  facts.push_back(formatNumber(rate, 3) + (plan.keepsTimes ? " fps at their own times" : " fps"));
+  if (!plan.pixelFormat.empty()) facts.push_back(plan.pixelFormat);
+  if (format.video_bitrate > 0) facts.push_back(formatBitRate(format.video_bitrate));
+  if (!plan.videoOptions.empty()) facts.push_back(optionsText(plan.videoOptions));
+  return facts;
+}
+
+Words soundFacts(const SoundEncoding& sound) {
+  Words facts{encoderOf(sound.encoder, sound.codec), fmt::format("{} Hz", sound.sampleRate),
+              fmt::format("{} channels", lm_get_channel_layout_nb_channels(sound.channelLayout))};
+  if (sound.bits > 0) facts.push_back(fmt::format("{} bits", sound.bits));
+  if (sound.bitrate > 0) facts.push_back(formatBitRate(sound.bitrate));
+  if (!sound.options.empty()) facts.push_back(optionsText(sound.options));
+  return facts;
+}
+
+bool isEncoded(const PlannedStream& stream, StreamInfo::Kind kind) {
+  return stream.kind == kind && stream.action == StreamAction::kEncode;
+}
+
+Words factsOf(const PlannedStream& stream, const ConversionPlan& plan) {
+  Words facts;
+  if (isEncoded(stream, StreamInfo::Kind::kVideo)) facts = pictureFacts(plan);
+  if (isEncoded(stream, StreamInfo::Kind::kAudio)) facts = soundFacts(stream.sound);
+  if (isEncoded(stream, StreamInfo::Kind::kSubtitle))
+    facts.push_back(lm_get_codec_name_by_id(stream.subtitleCodec));
+  for (const char* tag : {"language", "title"})
+    if (const auto found = stream.tags.find(tag); found != stream.tags.end())
+      facts.push_back(printable(found->second));
+  if (!stream.reason.empty()) facts.push_back(printable(stream.reason));
+  return facts;
+}
+
+std::string numbersOf(const PlannedStream& stream) {
+  Words numbers;
+  for (const uint32_t index : stream.sources) numbers.push_back(fmt::format("#{}", index));
+  return fmt::format("{}", fmt::join(numbers, "+"));
+}
+
+std::string timeText(int64_t time) { return formatTime(static_cast<double>(time) / 1e6); }
+
+void addPictures(ordered_json& json, const ConversionPlan& plan) {
+  const auto& format = plan.format;
+  json["encoder"] = encoderOf(plan.videoEncoder, format.video_codec);
+  json["codec"] = lm_get_codec_name_by_id(format.video_codec);
+  json["width"] = format.width;
+  json["height"] = format.height;
+  json["frame_rate"] = fmt::format("{}/{}", plan.rate().num, plan.rate().den);
+  json["keeps_times"] = plan.keepsTimes;
+  json["pix_fmt"] = plan.pixelFormat;
+  json["bit_rate"] = format.video_bitrate;
+  json["options"] = plan.videoOptions;
+}
+
+void addSound(ordered_json& json, const SoundEncoding& sound) {
+  json["encoder"] = encoderOf(sound.encoder, sound.codec);
+  json["codec"] = lm_get_codec_name_by_id(sound.codec);
+  json["sample_rate"] = sound.sampleRate;
+  json["channels"] = lm_get_channel_layout_nb_channels(sound.channelLayout);
+  json["bits"] = sound.bits;
+  json["bit_rate"] = sound.bitrate;
+  json["volume"] = sound.volume;
+  json["options"] = sound.options;
+}
+
+ordered_json streamDocument(const PlannedStream& stream, const ConversionPlan& plan) {
+  ordered_json json{{"sources", stream.sources},
+                    {"type", kindName(stream)},
+                    {"action", actionName(stream)},
+                    {"reason", nullptr}};
+  if (!stream.reason.empty()) json["reason"] = stream.reason;
+  if (isEncoded(stream, StreamInfo::Kind::kVideo)) addPictures(json, plan);
+  if (isEncoded(stream, StreamInfo::Kind::kAudio)) addSound(json, stream.sound);
+  if (isEncoded(stream, StreamInfo::Kind::kSubtitle))
+    json["codec"] = lm_get_codec_name_by_id(stream.subtitleCodec);
+  json["tags"] = stream.tags;
+  return json;
+}
+
+}  // namespace
+
+std::string planText(const ConversionSettings& settings, const ConversionPlan& plan) {
+  std::string text = fmt::format("{} -> {} ({})\n", printable(settings.input),
+                                 printable(settings.output), plan.formatName);
+  if (plan.start > 0 || plan.end)
+    text += fmt::format("  from {} to {}\n", timeText(plan.start),
+                        plan.end ? timeText(*plan.end) : "the end");
+  for (const PlannedStream& stream : plan.streams)
+    text += fmt::format("  {:<5} {:<10} {:<9}  {}\n", numbersOf(stream), kindName(stream),
+                        actionName(stream), fmt::join(factsOf(stream, plan), ", "));
+  return text;
+}
+
+ordered_json planDocument(const ConversionSettings& settings, const ConversionPlan& plan) {
+  ordered_json json{{"input", settings.input},
+                    {"output", settings.output},
+                    {"format", plan.formatName},
+                    {"start", static_cast<double>(plan.start) / 1e6},
+                    {"end", nullptr},
+                    {"metadata", plan.keepsMetadata}};
+  if (plan.end) json["end"] = static_cast<double>(*plan.end) / 1e6;
+  json["streams"] = ordered_json::array();
+  for (const PlannedStream& stream : plan.streams)
+    json["streams"].push_back(streamDocument(stream, plan));
+  return json;
+}
