@@ -39,6 +39,16 @@ inline constexpr std::pair<std::string_view, std::string_view> kBuiltInPresets[]
       "description": "a disc's main title with all sound tracks as they are, subtitles, chapters",
       "ext": "mkv", "title": "main", "video-codec": "h264", "quality": 66, "deinterlace": "auto",
       "audio-codec": "copy"})"},
+    {"chat-10mb", R"({
+      "description": "a file of 10 million bytes at most, for chats and mails",
+      "ext": "mp4", "video-codec": "h264", "size": "720p", "no-upscale": true, "max-fps": "30",
+      "size-limit": "10M", "compatible": true,
+      "audio-codec": "aac", "audio-bitrate": "96k", "channels": "stereo"})"},
+    {"chat-25mb", R"({
+      "description": "a file of 25 million bytes at most, for chats and mails",
+      "ext": "mp4", "video-codec": "h264", "size": "720p", "no-upscale": true, "max-fps": "30",
+      "size-limit": "25M", "compatible": true,
+      "audio-codec": "aac", "audio-bitrate": "128k", "channels": "stereo"})"},
     {"podcast", R"({
       "description": "the sound alone as MP3, for feeds and players of all kinds",
       "ext": "mp3", "video-codec": "none", "audio-codec": "mp3", "audio-bitrate": "128k",

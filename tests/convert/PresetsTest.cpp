@@ -140,7 +140,7 @@ TEST_F(PresetsTest, EveryBuiltInOneIsRight) {
     EXPECT_NO_THROW(settingsWith(preset)) << preset.name;
   }
   for (const char* name : {"web-1080p", "web-720p", "phone", "television", "archive", "editing",
-                           "disc-rip", "podcast", "gif"})
+                           "disc-rip", "chat-10mb", "chat-25mb", "podcast", "gif"})
     EXPECT_EQ(readPreset(name).name, name);
 }
 

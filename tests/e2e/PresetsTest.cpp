@@ -41,7 +41,7 @@ TEST_F(Presets, AreListedForPeopleAndPrograms) {
   const RunResult text = kestrel({"presets"});
   EXPECT_EQ(text.status, 0);
   for (const char* name : {"web-1080p", "web-720p", "phone", "television", "archive", "editing",
-                           "disc-rip", "podcast", "gif"})
+                           "disc-rip", "chat-10mb", "chat-25mb", "podcast", "gif"})
     EXPECT_THAT("\n" + text.out, HasSubstr("\n" + std::string(name) + " "));
   const auto document = nlohmann::json::parse(kestrel({"presets", "--json"}).out);
   EXPECT_EQ(document["folder"], (folder_ / "config/kestrel/presets").string());
@@ -77,6 +77,12 @@ TEST_F(Presets, OfEveryKindMakeTheirFiles) {
   info = ffprobeJson(folder_ / "moving.gif", {"-count_packets", "-show_streams"});
   EXPECT_EQ(info["streams"][0]["codec_name"], "gif");
   EXPECT_EQ(info["streams"][0]["nb_read_packets"], "30");  // 2 s at 15 a second
+}
+
+TEST_F(Presets, ForChatsKeepALimitThatMayBeTyped) {
+  convert("av25.mp4", "chat",
+          {"--preset", "chat-10mb", "--size-limit", "40k", "--encoder-preset", "ultrafast"});
+  EXPECT_LE(std::filesystem::file_size(folder_ / "chat.mp4"), 40'000u);
 }
 
 TEST_F(Presets, MayBeOnesOwn) {
