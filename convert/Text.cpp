@@ -78,15 +78,42 @@ std::string formatNumber(double number, int decimals) {
   return text;
 }
 
-std::string nearestNames(std::string_view typed, const std::vector<std::string>& names) {
-  const std::string wanted = lowerCased(typed);
+namespace {
+
+using Near = std::vector<std::pair<size_t, std::string>>;  // how far away, and the name
+
+/// Names that are a few letters away.
+Near misspelt(const std::string& wanted, const std::vector<std::string>& names) {
   const size_t furthest = std::max<size_t>(2, wanted.size() / 3);
-  std::vector<std::pair<size_t, std::string>> near;
+  Near near;
   for (const auto& name : names) {
     const size_t distance = editDistance(wanted, lowerCased(name));
     if (distance <= furthest) near.emplace_back(distance, name);
   }
-  std::ranges::stable_sort(near, {}, &std::pair<size_t, std::string>::first);
+  return near;
+}
+
+/// Names that a short form stands for: its letters are in them in their order.
+Near shortened(const std::string& wanted, const std::vector<std::string>& names) {
+  constexpr std::ptrdiff_t kFewest = 4;  // fewer letters are in many names
+  Near near;
+  if (std::ranges::count_if(wanted, [](char c) { return c != '-'; }) < kFewest) return near;
+  for (const auto& name : names) {
+    size_t found = 0;
+    for (const char letter : lowerCased(name))
+      if (found < wanted.size() && letter == wanted[found]) ++found;
+    if (found == wanted.size()) near.emplace_back(name.size() - wanted.size(), name);
+  }
+  return near;
+}
+
+}  // namespace
+
+std::string nearestNames(std::string_view typed, const std::vector<std::string>& names) {
+  const std::string wanted = lowerCased(typed);
+  Near near = misspelt(wanted, names);
+  if (near.empty()) near = shortened(wanted, names);
+  std::ranges::stable_sort(near, {}, &Near::value_type::first);
   near.resize(std::min(near.size(), kMostNames));
   std::string text;
   for (const auto& [distance, name] : near)

@@ -117,7 +117,7 @@ int main(int argc, char** argv) {
       {.program = "kestrel",
        .description = "Looks into media files and converts them.",
        .footer =
-           "'kestrel VERB --help' explains a verb.\n\n"
+           "'kestrel help VERB' explains a verb.\n\n"
            "Example:\n  kestrel demo bars.mp4\n  kestrel convert bars.mp4 small.mp4 --size 640x-",
        .version = versionText});
   try {

@@ -76,6 +76,14 @@ TEST(NearestNames, CaseDoesNotCount) {
   EXPECT_EQ(nearestNames("BLUR", {"Blur", "Bloom"}), "; did you mean 'Blur'?");
 }
 
+TEST(NearestNames, KnowShortForms) {
+  EXPECT_EQ(nearestNames("--vcodec", {"--video-codec", "--audio-codec", "--crop"}),
+            "; did you mean '--video-codec'?");
+  EXPECT_EQ(nearestNames("bitrate", {"video-bitrate", "audio-bitrate", "size"}),
+            "; did you mean 'video-bitrate' or 'audio-bitrate'?");
+  EXPECT_EQ(nearestNames("--vf", {"--video-filter"}), "");
+}
+
 TEST(NearestNames, WhatIsLikeNothingHasNone) {
   EXPECT_EQ(nearestNames("xyzzyplugh", {"fast", "slow"}), "");
   EXPECT_EQ(nearestNames("fast", {}), "");

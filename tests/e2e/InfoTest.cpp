@@ -353,5 +353,21 @@ TEST_F(InfoBadInput, IsThreeHundredMegabytesOfZeros) {
   EXPECT_TRUE(endsWithSentence(info(folder_ / "zeros.mp4"), 1, "zeros.mp4"));
 }
 
+TEST(Info, OfSeveralFilesIsAnArrayAndOneThatFailsLeavesTheOthersAlone) {
+  const std::string one = fixture("av25.mp4").string();
+  const std::string two = fixture("av-tracks.mkv").string();
+  RunResult result = run({kestrelBinary(), "info", "--json", one, "gone.mp4", two});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "kestrel: cannot open 'gone.mp4': No such file or directory\n");
+  const auto document = nlohmann::json::parse(result.out);
+  ASSERT_EQ(document.size(), 3u);
+  EXPECT_EQ(document[0]["path"], one);
+  EXPECT_THAT(std::string(document[1]["error"]), HasSubstr("No such file"));
+  EXPECT_EQ(document[2]["streams"].size(), 4u);
+  result = run({kestrelBinary(), "info", one, two});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, infoText(one) + "\n" + infoText(two));
+}
+
 }  // namespace
 }  // namespace kestrel::test

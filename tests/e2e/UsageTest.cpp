@@ -137,6 +137,12 @@ TEST(Usage, TheExampleOfEveryVerbWorks) {
 const char* const kVerbs =
     "info, convert, thumb, compose, join, wave, dvd, play, effects, encoders, presets and demo";
 
+TEST(Usage, HelpMayComeFirst) {
+  EXPECT_EQ(kestrel({"help", "convert"}).out, kestrel({"convert", "--help"}).out);
+  EXPECT_EQ(kestrel({"help"}).out, kestrel({"--help"}).out);
+  EXPECT_EQ(kestrel({"-V"}).out, kestrel({"--version"}).out);
+}
+
 TEST(Usage, AVerbIsNeeded) { EXPECT_TRUE(endsWithSentence(kestrel({}), 2, kVerbs)); }
 
 TEST(Usage, AnUnknownVerbIsAnsweredWithTheKnownOnes) {
@@ -153,7 +159,14 @@ TEST(Usage, WrongUsageIsToldInOneSentenceThatPointsToHelp) {
   for (const auto& [arguments, message] : std::vector<Mistake>{
            {{"--frobnicate"}, "unknown option '--frobnicate' (see 'kestrel --help')"},
            {{"info"}, "input is required (see 'kestrel info --help')"},
-           {{"info", "a", "b"}, "unknown argument 'b' (see 'kestrel info --help')"},
+           {{"demo", "a", "b"}, "unknown argument 'b' (see 'kestrel demo --help')"},
+           {{"convrt", "a", "b"},
+            "unknown verb 'convrt'; did you mean 'convert'? (see 'kestrel --help')"},
+           {{"help", "inof"}, "unknown verb 'inof'; did you mean 'info'? (see 'kestrel --help')"},
+           {{"help", "info", "b"}, "unknown argument 'b' (see 'kestrel --help')"},
+           {{"convert", "a", "b", "--vcodec", "h264"},
+            "unknown option '--vcodec'; did you mean '--video-codec'? (see 'kestrel convert "
+            "--help')"},
            {{"info", "a", "--jsn"},
             "unknown option '--jsn'; did you mean '--json'? (see 'kestrel info --help')"},
            {{"convert", "a"}, "output is required (see 'kestrel convert --help')"},

@@ -19,6 +19,9 @@ namespace {
 /// option or a verb.
 constexpr char kPlain = '\x1F';
 
+/// What stands in a verb's place and asks for the help of the one behind it.
+constexpr std::string_view kHelp = "help";
+
 bool isPlain(std::string_view argument) { return argument.starts_with(kPlain); }
 
 std::string withoutMark(const std::string& argument) {
@@ -116,6 +119,15 @@ std::string sentence(const CLI::ParseError& error, const CLI::App& app) {
   if (!lacksValue && !hasTwoValues) return text;
   return text.substr(0, text.find(':')) +
          (lacksValue ? ": the value is missing" : " is given more than once");
+}
+
+/// Refuses a name that is no verb's, with what it may have meant.
+void requireVerb(const CLI::App& app, const std::string& name) {
+  const auto names = verbs(app);
+  if (std::ranges::count(names, name) > 0) return;
+  const std::string near = kestrel::nearestNames(name, names);
+  throw wrongUsage(fmt::format("unknown verb '{}'{}", name,
+                               near.empty() ? "; the verbs are " + verbList(app) : near));
 }
 
 bool isNumberBetween(std::string_view text, double low, double high) {
@@ -260,7 +272,7 @@ std::vector<Option> Verb::options() const {
 CommandLine::CommandLine(const About& about)
     : app_(std::make_unique<CLI::App>(about.description, about.program)) {
   app_->set_help_flag("-h,--help", "explain the usage and exit");
-  app_->set_version_flag("--version", about.version,
+  app_->set_version_flag("-V,--version", about.version,
                          "name the version of the program and its libraries");
   app_->require_subcommand(1);
   app_->footer(about.footer);
@@ -274,9 +286,8 @@ Verb CommandLine::addVerb(const std::string& name, const std::string& descriptio
 }
 
 Run CommandLine::read(int argc, char** argv) {
-  if (argc > 1 && argv[1][0] != '-' && std::ranges::count(verbs(*app_), argv[1]) == 0) {
-    throw wrongUsage(fmt::format("unknown verb '{}'; the verbs are {}", argv[1], verbList(*app_)));
-  }
+  if (argc > 1 && std::string_view(argv[1]) == kHelp) return readHelp(argc, argv);
+  if (argc > 1 && argv[1][0] != '-') requireVerb(*app_, argv[1]);
   try {
     parse(*app_, argc, argv);
   } catch (const CLI::CallForHelp&) {
@@ -289,6 +300,15 @@ Run CommandLine::read(int argc, char** argv) {
     throw wrongUsage(sentence(error, *app_));
   }
   return chosen_;
+}
+
+Run CommandLine::readHelp(int argc, char** argv) {
+  if (argc > 3) throw wrongUsage(fmt::format("unknown argument '{}'", argv[3]));
+  std::string flag = "--help";
+  std::vector<char*> arguments{argv[0]};
+  if (argc > 2) arguments.push_back(argv[2]);
+  arguments.push_back(flag.data());
+  return read(static_cast<int>(arguments.size()), arguments.data());
 }
 
 std::optional<Verb> CommandLine::verb() {

@@ -1,11 +1,15 @@
 #include <kestrel/convert/MediaInfo.h>
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/terminal/ExitStatus.h"
 #include "tools/terminal/Interrupt.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/Say.h"
 #include "tools/terminal/StandardOutput.h"
 #include "tools/verbs/InfoDocument.h"
 #include "tools/verbs/InfoText.h"
@@ -16,24 +20,50 @@ using namespace kestrel;
 namespace {
 
 struct InfoSettings {
-  std::string input;
+  std::vector<std::string> inputs;
   bool asJson = false;
 };
 
-int tell(const InfoSettings& settings) {
-  const MediaInfo info = readMediaInfo(settings.input, std::nullopt, interrupted);
-  writeStandardOutput(settings.asJson ? infoDocument(settings.input, info)
-                                      : infoText(settings.input, info));
+int tellOne(const InfoSettings& settings) {
+  const std::string& input = settings.inputs.front();
+  const MediaInfo info = readMediaInfo(input, std::nullopt, interrupted);
+  writeStandardOutput(settings.asJson ? printed(infoDocument(input, info)) : infoText(input, info));
   return kDone;
+}
+
+/// Of several files, one that cannot be read leaves the others alone.
+int tellAll(const InfoSettings& settings) {
+  int status = kDone;
+  auto documents = nlohmann::ordered_json::array();
+  bool isFirst = true;
+  for (const std::string& input : settings.inputs) {
+    try {
+      const MediaInfo info = readMediaInfo(input, std::nullopt, interrupted);
+      if (settings.asJson)
+        documents.push_back(infoDocument(input, info));
+      else
+        writeStandardOutput((isFirst ? "" : "\n") + infoText(input, info));
+      isFirst = false;
+    } catch (const Failure& failure) {
+      if (statusOf(failure) == kInterrupted) throw;
+      say(sentenceOf(failure));
+      documents.push_back({{"path", input}, {"error", sentenceOf(failure)}});
+      status = kFailed;
+    }
+  }
+  if (settings.asJson) writeStandardOutput(printed(documents));
+  return status;
 }
 
 }  // namespace
 
 void addInfoVerb(CommandLine& line) {
   const auto settings = std::make_shared<InfoSettings>();
-  Verb verb = line.addVerb("info", "Tell what is in a media file");
-  verb.option("input", settings->input, "the file to read").required().type("FILE");
-  verb.flag("--json", settings->asJson, "print one JSON document");
+  Verb verb = line.addVerb("info", "Tell what is in media files");
+  verb.option("input", settings->inputs, "the files to read").required().type("FILE…");
+  verb.flag("--json", settings->asJson, "print one JSON document, of several files an array");
   verb.footer("Example:\n  kestrel demo bars.mp4\n  kestrel info bars.mp4");
-  verb.runs([settings] { return tell(*settings); });
+  verb.runs([settings] {
+    return settings->inputs.size() == 1 ? tellOne(*settings) : tellAll(*settings);
+  });
 }

@@ -118,7 +118,7 @@ ordered_json streamDocument(const StreamInfo& stream) {
 
 }  // namespace
 
-std::string infoDocument(const std::string& path, const MediaInfo& info) {
+ordered_json infoDocument(const std::string& path, const MediaInfo& info) {
   ordered_json json;
   json["path"] = path;
   json["format"] = orNull(info.format);
@@ -131,5 +131,9 @@ std::string infoDocument(const std::string& path, const MediaInfo& info) {
   json["chapters"] = chaptersDocument(info.chapters);
   json["streams"] = ordered_json::array();
   for (const StreamInfo& stream : info.streams) json["streams"].push_back(streamDocument(stream));
-  return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+  return json;
+}
+
+std::string printed(const ordered_json& document) {
+  return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }

@@ -1,14 +1,18 @@
 #pragma once
 
-#include <string>
-
 #include <kestrel/convert/MediaInfo.h>
 
-/// All that `kestrel info` tells of an opened input, as the text of a JSON document. It names
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+/// All that `kestrel info` tells of an opened input, as a JSON object. It names
 /// `path`, `format`, `format_long_name`, `size` (bytes), `duration`, `start_time`, `bit_rate`,
 /// `tags`, `chapters` and `streams`.
 ///
 /// Times are seconds, bit rates bits per second, fractions texts such as "30000/1001". A key that
 /// makes no sense for a stream is absent, a value that the file does not tell is null. `rotation`
-/// is in degrees counter-clockwise. What of a text is no UTF-8 becomes U+FFFD.
-std::string infoDocument(const std::string& path, const kestrel::MediaInfo& info);
+/// is in degrees counter-clockwise.
+nlohmann::ordered_json infoDocument(const std::string& path, const kestrel::MediaInfo& info);
+
+/// A document as it is printed. What of a text is no UTF-8 becomes U+FFFD.
+std::string printed(const nlohmann::ordered_json& document);
