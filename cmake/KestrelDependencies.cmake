@@ -16,6 +16,8 @@ pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(HIGHWAY REQUIRED IMPORTED_TARGET libhwy)
 # Discs: their file system and information files.
 pkg_check_modules(DVDREAD REQUIRED IMPORTED_TARGET dvdread)
+# The loudness of sound.
+pkg_check_modules(EBUR128 REQUIRED IMPORTED_TARGET libebur128)
 # Sound: the tempo of playback; the device, whose library is loaded when it is first needed.
 pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband)
 pkg_check_modules(SDL REQUIRED sdl2)
@@ -27,7 +29,7 @@ find_package(nlohmann_json 3.11 REQUIRED)
 add_library(kestrel_foreign INTERFACE)
 target_link_libraries(kestrel_foreign INTERFACE
   PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::DVDREAD
-  PkgConfig::RUBBERBAND PkgConfig::FMT nlohmann_json::nlohmann_json Threads::Threads ${CMAKE_DL_LIBS})
+  PkgConfig::RUBBERBAND PkgConfig::EBUR128 PkgConfig::FMT nlohmann_json::nlohmann_json Threads::Threads ${CMAKE_DL_LIBS})
 target_include_directories(kestrel_foreign SYSTEM INTERFACE ${SDL_INCLUDE_DIRS} ${AVFILTER_INCLUDE_DIRS})
 
 # The command line's parser, headers only.

@@ -101,7 +101,10 @@ void setMonoToSidesMatrix(SwrContext* context, int64_t outLayout) {
   swr_set_matrix(context, matrix.data(), 1);
 }
 
-SwrPtr makeContext(const LMFFAudioFormat& in, const LMFFAudioFormat& out, bool keepsLevel) {
+constexpr int kPreciseBits = 28;
+
+SwrPtr openContext(const LMFFAudioFormat& in, const LMFFAudioFormat& out, bool keepsLevel,
+                   bool isPrecise) {
   AVChannelLayout inLayout{}, outLayout{};
   if (av_channel_layout_from_mask(&inLayout, static_cast<uint64_t>(in.channel_layout)) < 0 ||
       av_channel_layout_from_mask(&outLayout, static_cast<uint64_t>(out.channel_layout)) < 0) {
@@ -117,8 +120,20 @@ SwrPtr makeContext(const LMFFAudioFormat& in, const LMFFAudioFormat& out, bool k
   av_opt_set_sample_fmt(context.get(), "out_sample_fmt", sampleFormat(out), 0);
   if (!keepsLevel) av_opt_set_double(context.get(), "rematrix_maxval", 1.0, 0);
   if (inLayout.nb_channels == 1) setMonoToSidesMatrix(context.get(), out.channel_layout);
+  if (isPrecise) {
+    av_opt_set_int(context.get(), "resampler", SWR_ENGINE_SOXR, 0);
+    av_opt_set_double(context.get(), "precision", kPreciseBits, 0);
+  }
   if (swr_init(context.get()) < 0) return nullptr;
   return context;
+}
+
+/// Where there is no precise conversion of rates, the usual one does.
+SwrPtr makeContext(const LMFFAudioFormat& in, const LMFFAudioFormat& out, bool keepsLevel,
+                   bool isPrecise) {
+  if (isPrecise && in.sample_rate != out.sample_rate)
+    if (SwrPtr precise = openContext(in, out, keepsLevel, true)) return precise;
+  return openContext(in, out, keepsLevel, false);
 }
 
 /// A block for `count` samples in `format`.
@@ -149,6 +164,7 @@ struct LMFFAudioResample::State {
   LMFFAudioFormat openIn;   ///< what `context` converts from …
   LMFFAudioFormat openOut;  ///< … and to
   bool keepsLevel = false;  ///< of what is mixed into fewer channels
+  bool isPrecise = false;   ///< of rates
   bool isIdentity = false;  ///< nothing to convert: samples go straight to the queue
   FramePtr block;           ///< what the context converts into, kept from call to call
 
@@ -166,7 +182,7 @@ void LMFFAudioResample::State::open() {
   if (from.channel_layout == kFrontLeftOnly || from.channel_layout == kFrontRightOnly) {
     from.channel_layout = kMono;
   }
-  install(makeContext(from, out, keepsLevel), from, out);
+  install(makeContext(from, out, keepsLevel, isPrecise), from, out);
   isIdentity = context && isFFAudioFormatEqual(from, out);
 }
 
@@ -265,6 +281,16 @@ bool LMFFAudioResample::keepsLevel() const {
 void LMFFAudioResample::setKeepsLevel(bool keepsLevel) {
   const std::lock_guard guard(state_->lock);
   state_->keepsLevel = keepsLevel;
+}
+
+bool LMFFAudioResample::isPrecise() const {
+  const std::lock_guard guard(state_->lock);
+  return state_->isPrecise;
+}
+
+void LMFFAudioResample::setPrecise(bool isPrecise) {
+  const std::lock_guard guard(state_->lock);
+  state_->isPrecise = isPrecise;
 }
 
 SwrContext* LMFFAudioResample::context() const {

@@ -26,6 +26,9 @@ class LibraryLog {
   /// the library's text for the code.
   Error explain(int code, const std::string& subject) const;
 
+  /// Nothing was logged.
+  bool isSilent() const { return line_.empty(); }
+
  private:
   friend struct LibraryLogCallback;
 

@@ -105,6 +105,7 @@ void PeakLimiter::take(const float* frame) {
 void PeakLimiter::emit(std::vector<float>& output) {
   const float peak = peakOfNewest();
   const float gain = nextGain(peak > ceiling_ ? ceiling_ / peak : 1.0F);
+  hasActed_ = hasActed_ || gain < 1;
   // What was found lies in the gap between the frames that are `kDelay` and `kDelay` - 1 older than
   // the newest one; the gain is as low as it asks for `lookAhead_` - 1 and `lookAhead_` frames
   // later.

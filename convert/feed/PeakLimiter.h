@@ -28,6 +28,9 @@ class PeakLimiter {
   /// for the first few milliseconds.
   std::vector<float> process(std::span<const float> samples);
 
+  /// Whether it has turned anything down so far.
+  bool hasActed() const { return hasActed_; }
+
   /// What is still held back, after the last samples.
   std::vector<float> finish();
 
@@ -55,7 +58,8 @@ class PeakLimiter {
   int64_t frame_ = 0;  // taken
   float held_ = 1;     // after the release
   std::deque<float> smoothing_;
-  double sum_ = 0;      // of what `smoothing_` is below 1
+  double sum_ = 0;  // of what `smoothing_` is below 1
+  bool hasActed_ = false;
   size_t reduced_ = 0;  // how many of it are below 1
 };
 

@@ -48,6 +48,7 @@ void prepare(const LMFFMovie::MediaList& medias, const PlannedStream& planned) {
     if (!resample) continue;
     // In one channel, both sides at their full level would be louder than they were.
     resample->setKeepsLevel(lm_get_channel_layout_nb_channels(planned.sound.channelLayout) > 1);
+    resample->setPrecise(true);
     resample->setOutFormat(
         {lm_get_default_sample_fmt(), planned.sound.channelLayout, planned.sound.sampleRate});
   }

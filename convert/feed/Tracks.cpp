@@ -86,7 +86,9 @@ EncodedAudioTrack::EncodedAudioTrack(AudioFeed feed, AVStream* output, const Spa
     : feed_(std::move(feed)),
       output_(output),
       leader_(leader),
-      volume_(static_cast<float>(level.volume)) {
+      volume_(static_cast<float>(level.volume)),
+      told_(level.told) {
+  if (told_) meter_.emplace(feed_.format().sample_rate, feed_.format().channel_layout);
   if (level.mayRise) limiter_.emplace(feed_.format().sample_rate, feed_.channels());
   if (const auto length = span.length()) stopFrame_ = framesIn(*length);
   feed_.skip(framesIn(preroll));
@@ -106,8 +108,9 @@ int64_t EncodedAudioTrack::end() const {
   return av_rescale_q(frames_, {1, feed_.format().sample_rate}, kMicroseconds);
 }
 
-Track::Job EncodedAudioTrack::writing(std::vector<float> samples) const {
+Track::Job EncodedAudioTrack::writing(std::vector<float> samples) {
   if (samples.empty()) return {};
+  if (meter_) meter_->take(samples);
   const auto frames = static_cast<int32_t>(samples.size() / static_cast<size_t>(feed_.channels()));
   return [samples = std::make_shared<std::vector<float>>(std::move(samples)), frames,
           stream = output_](LMFFMovieFileOutput& output) {
@@ -137,20 +140,23 @@ Track::Job EncodedAudioTrack::step() {
 }
 
 Track::Job EncodedAudioTrack::finish() {
-  return [rest = writing(limiter_ ? limiter_->finish() : std::vector<float>()),
-          stream = output_](LMFFMovieFileOutput& output) {
+  Job rest = writing(limiter_ ? limiter_->finish() : std::vector<float>());
+  if (told_) *told_ = {meter_->loudness(), limiter_ && limiter_->hasActed()};
+  return [rest = std::move(rest), stream = output_](LMFFMovieFileOutput& output) {
     if (rest) rest(output);
     output.finishAudio(stream);
   };
 }
 
 CopiedTrack::CopiedTrack(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
-                         AVStream* output, const Span& span, const Track* leader)
+                         AVStream* output, const Span& span, const Track* leader,
+                         std::unique_ptr<SoundCheck> check)
     : media_(std::move(media)),
       stream_(std::move(stream)),
       output_(output),
       leader_(leader),
       span_(span),
+      check_(std::move(check)),
       waitsForKey_(stream_->isVideo() && span.start > 0) {}
 
 bool CopiedTrack::waitsForLeader() const {
@@ -207,6 +213,7 @@ Track::Job CopiedTrack::step() {
       return {};
     }
     time_ = std::max(time_, time - span_.start);
+    if (check_ && !check_->takes(*packet)) return {};
     end_ = std::max(end_, time - span_.start + av_rescale_q(packet->duration, base, kMicroseconds));
     if (time < span_.start && span_.start > 0 && stream_->isAudio()) return {};
   }

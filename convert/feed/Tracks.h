@@ -15,9 +15,11 @@
 #include <vector>
 
 #include "convert/feed/AudioFeed.h"
+#include "convert/feed/LoudnessMeter.h"
 #include "convert/feed/PeakLimiter.h"
 #include "convert/feed/PictureFeed.h"
 #include "convert/feed/PictureMaker.h"
+#include "convert/feed/SoundCheck.h"
 #include "convert/feed/VideoFeed.h"
 
 namespace kestrel {
@@ -55,6 +57,9 @@ class Track {
   /// How much there was, microseconds after the conversion's start: the end of the last piece that
   /// came from the input or, where the input goes on behind it, of the span.
   virtual int64_t end() const = 0;
+
+  /// How many of the packets that it passes on it has left out, because they cannot be decoded.
+  virtual int64_t refused() const { return 0; }
 
   /// What is left to do for the output once all tracks have ended.
   virtual Job finish() { return {}; }
@@ -95,12 +100,19 @@ class TimedVideoTrack : public Track {
   bool ended_ = false;
 };
 
+/// How loud sound has become.
+struct HeardLevel {
+  std::optional<double> loudness = {};  ///< LUFS; none of silence
+  bool isLimited = false;               ///< peaks were turned down
+};
+
 /// Sound that is encoded: one stream of the input, or several mixed.
 class EncodedAudioTrack : public Track {
  public:
   struct Level {
-    double volume = 1;     ///< a factor
-    bool mayRise = false;  ///< mixed or amplified: kept below full scale
+    double volume = 1;           ///< a factor
+    bool mayRise = false;        ///< mixed or amplified: kept below full scale
+    HeardLevel* told = nullptr;  ///< is told at the end what came of it; null: nobody asks
   };
 
   /// `output`: the stream that it is written to. `preroll`: how much of what is read lies before
@@ -114,13 +126,15 @@ class EncodedAudioTrack : public Track {
 
  private:
   int64_t framesIn(int64_t time) const;
-  Job writing(std::vector<float> samples) const;
+  Job writing(std::vector<float> samples);
 
   AudioFeed feed_;
   AVStream* const output_;
   const Track* const leader_;
   const float volume_;
+  HeardLevel* const told_;
   std::optional<PeakLimiter> limiter_;
+  std::optional<LoudnessMeter> meter_;
   std::optional<int64_t> stopFrame_;
   int64_t frames_ = 0;  // read so far
   bool ended_ = false;
@@ -129,12 +143,15 @@ class EncodedAudioTrack : public Track {
 /// A stream whose packets go on as they are, or subtitles that the output gives another form.
 class CopiedTrack : public Track {
  public:
-  /// `stream`, of `media`, is copied. `output`: the stream that it is written to.
+  /// `stream`, of `media`, is copied. `output`: the stream that it is written to. `check`: what
+  /// its packets have to pass; null for nothing.
   CopiedTrack(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
-              AVStream* output, const Span& span, const Track* leader);
+              AVStream* output, const Span& span, const Track* leader,
+              std::unique_ptr<SoundCheck> check = nullptr);
   int64_t time() const override;
   Job step() override;
   int64_t end() const override;
+  int64_t refused() const override { return check_ ? check_->refused() : 0; }
 
  private:
   std::shared_ptr<LMFFImage> readPacket();
@@ -147,6 +164,7 @@ class CopiedTrack : public Track {
   AVStream* const output_;
   const Track* const leader_;
   const Span span_;
+  const std::unique_ptr<SoundCheck> check_;
   bool waitsForKey_;
   bool ended_ = false;
   int64_t time_ = 0;

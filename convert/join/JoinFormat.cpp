@@ -31,6 +31,7 @@ ConversionSettings conversionLike(const JoinSettings& join) {
           .videoBitrate = encoding.videoBitrate,
           .encoderPreset = encoding.encoderPreset,
           .videoOptions = encoding.videoOptions,
+          .audio = StreamAction::kEncode,
           .audioCodec = encoding.audioCodec,
           .audioBitrate = encoding.audioBitrate,
           .sampleRate = encoding.sampleRate,

@@ -208,6 +208,25 @@ void setCodec(ConversionSettings& settings, std::string_view /*option*/, const s
     settings.*action = std::nullopt;
 }
 
+void setSoundCodec(ConversionSettings& settings, std::string_view option, const std::string& text) {
+  setCodec<&ConversionSettings::audio, &ConversionSettings::audioCodec>(settings, option, text);
+  if (text == "auto") settings.audioCodec.clear();
+}
+
+/// "ac3,dts": names, separated by commas.
+std::vector<std::string> parseNames(std::string_view option, const std::string& text) {
+  std::vector<std::string> names;
+  for (size_t from = 0; from <= text.size();) {
+    const size_t comma = std::min(text.find(',', from), text.size());
+    if (comma == from)
+      throw Failure::settings(
+          fmt::format("{}: '{}' is no list of names such as ac3,dts", option, text));
+    names.push_back(text.substr(from, comma - from));
+    from = comma + 1;
+  }
+  return names;
+}
+
 void setSize(ConversionSettings& settings, std::string_view option, const std::string& text) {
   const PictureSize size = parsePictureSize(option, text);
   settings.width = size.width;
@@ -278,13 +297,15 @@ constexpr Row<ConversionSettings> kRows[] = {
     {"chroma", set<&C::chroma, parseChroma>, kText, kPictures},
     {"deinterlace", set<&C::deinterlacing, parseDeinterlacing>, kText, kPictures},
     {"video-option", add<&C::videoOptions>, kList, kPictures, {}, true},
-    {"audio-codec", setCodec<&C::audio, &C::audioCodec>},
+    {"audio-codec", setSoundCodec},
+    {"audio-copy", set<&C::audioCopy, parseNames>, kText, kSound},
     {"audio-tracks", setTracks, kText, kNothing, "tracks"},
     {"mix", setMix, kText, kSound, "tracks"},
     {"audio-bitrate", set<&C::audioBitrate, parseBitRate>, kText, kSound},
     {"sample-rate", set<&C::sampleRate, parseSampleRate>, kNumber, kSound},
     {"channels", set<&C::channelLayout, parseChannels>, kText, kSound},
-    {"volume", set<&C::volume, parseAnyNumber>, kNumber, kSound},
+    {"volume", set<&C::volume, parseAnyNumber>, kNumber, kSound, "level"},
+    {"loudness", set<&C::loudness, parseAnyNumber>, kNumber, kSound, "level"},
     {"audio-option", add<&C::audioOptions>, kList, kSound, {}, true},
     {"subtitles-keep", setSubtitles},
     {"no-attachments", turn<&C::keepsAttachments, false>, kSwitch},

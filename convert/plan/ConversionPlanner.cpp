@@ -17,8 +17,9 @@
 #include "convert/look/Overlay.h"
 #include "convert/plan/PictureEncoding.h"
 #include "convert/plan/PlanRules.h"
+#include "convert/plan/PlannedStreams.h"
 #include "convert/plan/SettingsRules.h"
-#include "convert/plan/SoundFormat.h"
+#include "convert/plan/SoundPlanner.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Languages.h"
 #include "convert/probe/Streams.h"
@@ -41,7 +42,6 @@ namespace {
 using Kind = StreamInfo::Kind;
 
 constexpr double kSquareTolerance = 0.01;  // pixels this close to square are square
-constexpr int kBitsPerChannel = 96000;     // per second
 
 struct Shape {
   int width = 0;
@@ -145,8 +145,9 @@ class Planner {
     planPictures();
     planSounds();
     requireSomething();
+    const bool takesSound = mayEncodeSound(settings_) && !plan_.kept(Kind::kAudio).empty();
     if (!settings_.suitsAnyInput)
-      requireSense(settings_, encodes(Kind::kVideo), encodes(Kind::kAudio));
+      requireSense(settings_, encodes(Kind::kVideo), encodes(Kind::kAudio) || takesSound);
     planSubtitles();
     planOthers();
     planSpan();
@@ -168,17 +169,7 @@ class Planner {
   /// A stream of the input as it goes into the plan, with what is true of it in any container.
   PlannedStream planned(const StreamInfo& stream, StreamAction action,
                         std::string reason = {}) const {
-    PlannedStream result{.kind = stream.kind,
-                         .action = action,
-                         .sources = {stream.index},
-                         .reason = std::move(reason),
-                         .isCover = stream.video.isCover,
-                         .disposition = stream.disposition};
-    if (!settings_.keepsMetadata) return result;
-    if (!stream.language.empty()) result.tags["language"] = stream.language;
-    for (const auto& [name, value] : stream.tags)
-      if (lowerCased(name) == "title") result.tags["title"] = value;
-    return result;
+    return plannedStream(stream, action, settings_.keepsMetadata, std::move(reason));
   }
 
   void leaveOut(const StreamInfo& stream, std::string reason) {
@@ -214,83 +205,11 @@ class Planner {
           fmt::format("cannot convert '{}': its video has no size", settings_.input));
   }
 
-  /// The sound tracks that are wanted, as users count them, and the others' reason.
-  std::vector<uint32_t> wantedSounds() {
-    const IndexSet chosen = chosenAudios(settings_.audioTracks, source_);
-    const bool takesOne = holdsOneSound(container_) && !settings_.mixesAudio;
-    const bool isChoice = settings_.audioTracks != TrackChoice::all();
-    if (takesOne && chosen.size() > 1 && isChoice)
-      throw Failure::settings(fmt::format("{} holds one sound track, and {} are chosen",
-                                          container_.name, chosen.size()),
-                              "audioTracks");
-    const IndexSet kept = takesOne && chosen.size() > 1 ? chosenAudios({}, source_) : chosen;
-    std::vector<uint32_t> wanted;
-    for (const auto index : input_.audioTracks)
-      if (index && kept.contains(*index)) wanted.push_back(*index);
-    for (const StreamInfo& stream : input_.streams) {
-      if (stream.kind != Kind::kAudio || kept.contains(stream.index)) continue;
-      const bool isKnown = std::ranges::count(input_.audioTracks, std::optional(stream.index)) > 0;
-      leaveOut(stream, settings_.audio == StreamAction::kNone || isChoice ? ""
-                       : isKnown ? fmt::format("{} holds one sound track", container_.name)
-                                 : "it cannot be decoded");
-    }
-    return wanted;
-  }
-
   void planSounds() {
-    const StreamAction action =
-        actionFor(settings_.audio, settings_.audioCodec, defaultAudioCodec(container_));
-    const std::vector<uint32_t> wanted = wantedSounds();
-    if (action == StreamAction::kNone) {
-      for (const uint32_t index : wanted)
-        leaveOut(input_.streams[index],
-                 settings_.audio == StreamAction::kNone ? "" : noPlaceFor("sound"));
-    } else if (action == StreamAction::kCopy) {
-      for (const uint32_t index : wanted) copySound(input_.streams[index], wanted.size() == 1);
-    } else {
-      encodeSounds(wanted);
-    }
-  }
-
-  /// `isOnly`: without it there would be no sound, and nobody would know why.
-  void copySound(const StreamInfo& stream, bool isOnly) {
-    const AVStream& own = *source_.formatContext()->streams[stream.index];
-    const std::string refusal = isOnly ? "" : refusalOf(container_, own);
-    if (refusal.empty())
-      plan_.streams.push_back(planned(stream, StreamAction::kCopy));
-    else
-      leaveOut(stream, refusal);
-  }
-
-  void encodeSounds(const std::vector<uint32_t>& wanted) {
-    for (const uint32_t index : wanted) {
-      if (settings_.mixesAudio && index != wanted.front()) {
-        plan_.streams.back().sources.push_back(index);
-        continue;
-      }
-      plan_.streams.push_back(planned(input_.streams[index], StreamAction::kEncode));
-      plan_.streams.back().sound = encodingOf(index);
-    }
-  }
-
-  /// A track keeps its rate, channels and depth, as far as the encoder and the container take them.
-  SoundEncoding encodingOf(uint32_t index) const {
-    const CodecChoice choice = settings_.audioCodec.empty()
-                                   ? choiceOf(defaultAudioCodec(container_))
-                                   : codecByName(settings_.audioCodec, AVMEDIA_TYPE_AUDIO);
-    requireEncodable(container_, choice.codec, settings_.output);
-    const AVStream& own = *source_.formatContext()->streams[index];
-    const AVCodec* const encoder = avcodec_find_encoder_by_name(choice.encoder.c_str());
-    const SoundFormat like = soundFormatLike(own, *encoder, container_);
-    const int only = onlySampleRate(container_);
-    SoundEncoding sound{.codec = choice.codec, .encoder = choice.encoder, .bits = like.bits};
-    sound.sampleRate = settings_.sampleRate.value_or(only > 0 ? only : like.sampleRate);
-    sound.channelLayout = settings_.channelLayout.value_or(like.layout);
-    sound.bitrate = settings_.audioBitrate.value_or(
-        kBitsPerChannel * lm_get_channel_layout_nb_channels(sound.channelLayout));
-    sound.volume = settings_.volume;
-    sound.options = settings_.audioOptions;
-    return sound;
+    const bool hasPictures = plan_.pictures() != nullptr;
+    for (PlannedStream& stream :
+         kestrel::planSounds(settings_, source_, input_, container_, hasPictures))
+      plan_.streams.push_back(std::move(stream));
   }
 
   void requireSomething() const {

@@ -78,6 +78,9 @@ class PlanRules {
     if (stream.action == StreamAction::kCopy && isMovie)
       requireContainerTakes(container_, *input_.streams[stream.sources.front()], output_);
     if (isMix) checkSound(stream.sound);
+    if (stream.kind == Kind::kAudio && stream.action == StreamAction::kCopy &&
+        (stream.sound.volume != 1 || stream.sound.loudness))
+      refuse("sound.volume", "sound that is copied keeps its own");
   }
 
   void checkPictures(const AVStream& stream) const {
@@ -118,6 +121,7 @@ class PlanRules {
     requireNumber("sound.bitrate", sound.bitrate, 0, kMost);
     requireLayout("sound.channelLayout", sound.channelLayout);
     requireVolume("sound.volume", sound.volume);
+    whereGiven("sound.loudness", sound.loudness, requireLoudness);
   }
 
   const ConversionPlan& plan_;

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "convert/probe/Codecs.h"
 #include "convert/settings/Require.h"
 
 namespace kestrel {
@@ -75,6 +76,18 @@ void requireFormat(const ConversionSettings& s) {
            "compatible pictures have 8 bits and 4:2:0; leave out one of the two");
 }
 
+/// Sound that is copied stays as it is.
+void requireSound(const ConversionSettings& s) {
+  for (const std::string& name : s.audioCopy) requireSoundName("audioCopy", name);
+  if (!s.audioCopy.empty())
+    requireNone({{"mixesAudio", s.mixesAudio},
+                 {"volume", s.volume != 1},
+                 {"loudness", s.loudness.has_value()}},
+                "sound is copied");
+  whereGiven("loudness", s.loudness, requireLoudness);
+  if (s.loudness && s.volume != 1) refuseBeside("volume", "a loudness");
+}
+
 }  // namespace
 
 void requireSense(const ConversionSettings& s, bool encodesPictures, bool encodesSound) {
@@ -98,13 +111,16 @@ void requireSense(const ConversionSettings& s, bool encodesPictures, bool encode
                  {"quality", s.quality.has_value()},
                  {"crf", s.crf.has_value()},
                  {"keyframes", s.keyframes.has_value()},
-                 {"isCompatible", s.isCompatible},
                  {"encoderPreset", !s.encoderPreset.empty()},
                  {"videoOptions", !s.videoOptions.empty()}},
                 "no pictures are encoded");
+  if (!encodesPictures && !encodesSound)
+    requireNone({{"isCompatible", s.isCompatible}}, "nothing is encoded");
   if (!encodesSound)
     requireNone({{"mixesAudio", s.mixesAudio},
                  {"audioCodec", !s.audioCodec.empty()},
+                 {"audioCopy", !s.audioCopy.empty()},
+                 {"loudness", s.loudness.has_value()},
                  {"audioBitrate", s.audioBitrate.has_value()},
                  {"sampleRate", s.sampleRate.has_value()},
                  {"channelLayout", s.channelLayout.has_value()},
@@ -139,6 +155,7 @@ void require(const ConversionSettings& s) {
   whereGiven("sampleRate", s.sampleRate, requireSampleRate);
   whereGiven("channelLayout", s.channelLayout, requireLayout);
   requireVolume("volume", s.volume);
+  requireSound(s);
   requireSpan(s);
 }
 

@@ -21,24 +21,6 @@ namespace {
 constexpr int32_t kUsualRate = 44100;
 constexpr int32_t kUsualBits = 16;
 
-bool keepsAll(AVCodecID codec) {
-  const AVCodecDescriptor* known = avcodec_descriptor_get(codec);
-  return known && (known->props & AV_CODEC_PROP_LOSSLESS);
-}
-
-int32_t bitsOf(const AVCodecParameters& sound) {
-  if (!keepsAll(sound.codec_id)) return kUsualBits;
-  for (const int bits : {sound.bits_per_raw_sample, av_get_bits_per_sample(sound.codec_id),
-                         sound.bits_per_coded_sample})
-    if (bits > 0) return bits;
-  return kUsualBits;
-}
-
-int64_t layoutOf(const AVCodecParameters& sound) {
-  const int64_t mask = layoutMask(sound.ch_layout);
-  return mask != 0 ? mask : lm_get_default_channel_layout(sound.ch_layout.nb_channels);
-}
-
 /// What a track's speakers may become, best first.
 std::vector<int64_t> layoutsLike(int64_t own, AVCodecID codec) {
   std::vector<int64_t> layouts;
@@ -76,6 +58,29 @@ bool isTaken(const SoundFormat& format, const AVCodec& encoder, const AVOutputFo
 
 int SoundFormat::channels() const { return lm_get_channel_layout_nb_channels(layout); }
 
+bool isLossless(AVCodecID codec) {
+  const AVCodecDescriptor* known = avcodec_descriptor_get(codec);
+  return known && (known->props & AV_CODEC_PROP_LOSSLESS);
+}
+
+int32_t soundBits(const AVCodecParameters& sound) {
+  if (!isLossless(sound.codec_id)) return kUsualBits;
+  for (const int bits : {sound.bits_per_raw_sample, av_get_bits_per_sample(sound.codec_id),
+                         sound.bits_per_coded_sample})
+    if (bits > 0) return bits;
+  return kUsualBits;
+}
+
+int64_t layoutOf(const AVCodecParameters& sound) {
+  const int64_t mask = layoutMask(sound.ch_layout);
+  return mask != 0 ? mask : lm_get_default_channel_layout(sound.ch_layout.nb_channels);
+}
+
+int32_t deepestOf(const AVCodec& encoder) {
+  if (encoder.id == AV_CODEC_ID_FLAC || encoder.id == AV_CODEC_ID_ALAC) return 24;
+  return av_get_exact_bits_per_sample(encoder.id);
+}
+
 std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder) {
   std::vector<int32_t> rates;
   for (const int* known = encoder.supported_samplerates; known && *known; ++known)
@@ -89,7 +94,7 @@ SoundFormat soundFormatLike(const AVStream& sound, const AVCodec& encoder,
                             const AVOutputFormat& container) {
   const AVCodecParameters& own = *sound.codecpar;
   const AVCodecID codec = encoder.id;
-  SoundFormat format{own.sample_rate, layoutOf(own), keepsAll(codec) ? bitsOf(own) : 0};
+  SoundFormat format{own.sample_rate, layoutOf(own), isLossless(codec) ? soundBits(own) : 0};
   for (const int64_t layout : layoutsLike(format.layout, codec))
     for (const int32_t rate : ratesLike(own.sample_rate, encoder))
       if (const SoundFormat like{rate, layout, format.bits}; isTaken(like, encoder, container))

@@ -3,7 +3,12 @@
 #include <cstdint>
 #include <vector>
 
+extern "C" {
+#include <libavcodec/codec_id.h>
+}
+
 struct AVCodec;
+struct AVCodecParameters;
 struct AVOutputFormat;
 struct AVStream;
 
@@ -17,6 +22,18 @@ struct SoundFormat {
 
   int channels() const;
 };
+
+/// Whether a codec keeps every bit of its samples.
+bool isLossless(AVCodecID codec);
+
+/// How many bits a sample of a track has that mean something; 16 where its codec is not lossless.
+int32_t soundBits(const AVCodecParameters& sound);
+
+/// Its channels as a mask: those that it tells, else those that so many channels usually are.
+int64_t layoutOf(const AVCodecParameters& sound);
+
+/// The most bits of a sample that an encoder keeps; 0 where that is not known.
+int32_t deepestOf(const AVCodec& encoder);
 
 /// The rates that an encoder knows, the one nearest to `own` first; of one that knows any, `own`.
 std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder);

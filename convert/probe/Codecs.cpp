@@ -143,6 +143,23 @@ CodecChoice codecByName(const std::string& name, AVMediaType type) {
   return choice;
 }
 
+bool namesSound(const std::string& name, AVCodecID codec) {
+  if (name == "all") return true;
+  const std::string_view own = avcodec_get_name(codec);
+  return name == "pcm" ? own.starts_with("pcm_") : name == own;
+}
+
+void requireSoundName(const std::string& setting, const std::string& name) {
+  std::vector<std::string> known{"all", "pcm"};
+  const AVCodecDescriptor* codec = nullptr;
+  while ((codec = avcodec_descriptor_next(codec)))
+    if (codec->type == AVMEDIA_TYPE_AUDIO) known.emplace_back(codec->name);
+  if (std::ranges::count(known, name) == 0)
+    throw Failure::settings(
+        fmt::format("{}: unknown audio codec '{}'{}", setting, name, nearestNames(name, known)),
+        setting);
+}
+
 const AVOutputFormat& outputFormatFor(const std::string& path) {
   // A ringtone is an MPEG-4 audio file by another name.
   const bool isRingtone = lowerCased(path).ends_with(".m4r");

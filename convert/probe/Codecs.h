@@ -31,6 +31,13 @@ CodecChoice choiceOf(AVCodecID codec);
 /// encoder.
 CodecChoice codecByName(const std::string& name, AVMediaType type);
 
+/// Whether a user's name means a codec of sound: its own, "pcm" for all samples without one, "all"
+/// for every codec.
+bool namesSound(const std::string& name, AVCodecID codec);
+
+/// Throws unless it means any.
+void requireSoundName(const std::string& setting, const std::string& name);
+
 /// The codec that pictures get without a word, none where the file is for sound.
 AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& path);
 

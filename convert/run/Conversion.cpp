@@ -84,7 +84,9 @@ class Conversion::Work {
       writer.write(target->path());
     if (events_.isInterrupted()) return Report::interrupted();
     target->commit();
-    return report(writer.last());
+    Report report = this->report(writer.last());
+    report.loudness = writer.loudness();
+    return report;
   }
 
   /// What lies between the black bars; nothing where there are none.

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 #include <map>
 #include <optional>
@@ -90,6 +91,21 @@ class ConversionRun::Work {
   const ConversionPlan& plan() const { return plan_; }
   int64_t length() const { return inputEnd_; }
 
+  std::vector<LoudnessChange> loudness() const {
+    std::vector<LoudnessChange> changes;
+    uint32_t track = 0;
+    for (const PlannedStream* stream : plan_.kept(Kind::kAudio)) {
+      const uint32_t number = track++;
+      const auto heard = loudness_.find(stream);
+      if (heard == loudness_.end()) continue;
+      changes.push_back({.stream = number,
+                         .gain = 20 * std::log10(stream->sound.volume),
+                         .after = heard->second.loudness,
+                         .isLimited = heard->second.isLimited});
+    }
+    return changes;
+  }
+
   void write(const std::string& path) {
     openMovie();
     openOutput(path);
@@ -101,6 +117,7 @@ class ConversionRun::Work {
   InputEnd inputEnd() const {
     InputEnd end = faultsOf(movie_);
     end.reached = plan_.start + inputEnd_;
+    end.refused += refused_;
     return end;
   }
 
@@ -196,18 +213,26 @@ class ConversionRun::Work {
                                                  levelOf(planned), leader);
     }
     const ReadStream read = readerOf(movie_.medias(), planned.sources.front());
-    return std::make_unique<CopiedTrack>(read.media, read.stream, output.stream, span, leader);
+    const AVStream& input = *source_->formatContext()->streams[planned.sources.front()];
+    auto check = planned.isChecked ? std::make_unique<SoundCheck>(input) : nullptr;
+    return std::make_unique<CopiedTrack>(read.media, read.stream, output.stream, span, leader,
+                                         std::move(check));
   }
 
   /// Sound that is mixed, from several tracks or into fewer channels, or amplified may rise above
   /// full scale.
-  EncodedAudioTrack::Level levelOf(const PlannedStream& planned) const {
+  EncodedAudioTrack::Level levelOf(const PlannedStream& planned) {
     const auto& sound = planned.sound;
     const int channels = lm_get_channel_layout_nb_channels(sound.channelLayout);
     const bool isMixed = std::ranges::any_of(planned.sources, [&](uint32_t index) {
       return info_.streams[index].audio.channels > channels;
     });
-    return {sound.volume, isMixed || planned.sources.size() > 1 || sound.volume > 1};
+    EncodedAudioTrack::Level level{sound.volume,
+                                   isMixed || planned.sources.size() > 1 || sound.volume > 1};
+    if (!sound.loudness) return level;
+    level.mayRise = true;
+    level.told = &loudness_[&planned];
+    return level;
   }
 
   /// The pictures' track comes first. In each media one track reads: that of the pictures or, where
@@ -284,7 +309,10 @@ class ConversionRun::Work {
       encoding.push([this, job = std::move(job)] { carryOut(job); });
     }
     if (events_.isInterrupted()) return;
-    for (const auto& track : tracks) inputEnd_ = std::max(inputEnd_, track->end());
+    for (const auto& track : tracks) {
+      inputEnd_ = std::max(inputEnd_, track->end());
+      refused_ += track->refused();
+    }
     for (const auto& track : tracks)
       if (Track::Job rest = track->finish())
         encoding.push([this, rest = std::move(rest)] { carryOut(rest); });
@@ -315,6 +343,8 @@ class ConversionRun::Work {
   LMFFMovie movie_;
   LMFFMovieFileOutput output_;
   std::vector<Output> outputs_;
+  std::map<const PlannedStream*, HeardLevel> loudness_;  // of sound whose loudness is set
+  int64_t refused_ = 0;                                  // packets that copied tracks have left out
   int64_t inputEnd_ = 0;  // how much of the input there was, microseconds after the start
 };
 
@@ -333,6 +363,8 @@ void ConversionRun::setStatistics(const std::string& statistics) {
 std::string ConversionRun::statistics() const { return work_->output().videoStatistics(); }
 
 void ConversionRun::write(const std::string& path) { work_->write(path); }
+
+std::vector<LoudnessChange> ConversionRun::loudness() const { return work_->loudness(); }
 
 const ConversionPlan& ConversionRun::plan() const { return work_->plan(); }
 

@@ -3,9 +3,11 @@
 #include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/MediaInfo.h>
+#include <kestrel/convert/Report.h>
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "convert/probe/InputEnd.h"
 
@@ -46,6 +48,9 @@ class ConversionRun {
 
   /// How long the result is, microseconds.
   int64_t length() const;
+
+  /// Of each track whose loudness is set: the gain that it got and what came of it.
+  std::vector<LoudnessChange> loudness() const;
 
   int64_t refusedPackets() const;
   int64_t picturesEncodedToHide() const;

@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <limits>
 #include <system_error>
@@ -12,6 +14,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include "convert/probe/Input.h"
+#include "convert/run/LoudnessPass.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -62,15 +65,54 @@ ConversionWriter::ConversionWriter(const ConversionSettings& settings,
 
 ConversionWriter::~ConversionWriter() = default;
 
+/// The input, for somebody who reads it alone.
+std::shared_ptr<LMMediaSource> ConversionWriter::reader(const Events& events) {
+  if (!std::exchange(isSourceUsed_, true)) return source_;
+  const auto source = source_->anotherReader();
+  openSource(*source, settings_.input, events.interrupt);
+  return source;
+}
+
 ConversionRun& ConversionWriter::makeRun(Part part, const ConversionPlan& plan,
                                          const Events& events) {
-  auto source = source_;
-  if (std::exchange(isSourceUsed_, true)) {
-    source = source_->anotherReader();
-    openSource(*source, settings_.input, events.interrupt);
-  }
-  run_ = std::make_unique<ConversionRun>(settings_, std::move(source), info_, plan, part, events);
+  run_ = std::make_unique<ConversionRun>(settings_, reader(events), info_, plan, part, events);
   return *run_;
+}
+
+/// Measures the sound whose loudness is set, and has it turned up or down. Silence stays.
+void ConversionWriter::level() {
+  if (!setsLoudness(plan_)) return;
+  if (!source_->isSeekable())
+    throw Failure::input(
+        settings_.input,
+        fmt::format("cannot set the loudness of '{}': it can be read only once", settings_.input));
+  measured_ = measureLoudness(reader(events_), plan_, events_.interrupt);
+  for (const auto& [place, loudness] : measured_) {
+    SoundEncoding& sound = plan_.streams[place].sound;
+    if (loudness)
+      sound.volume = std::pow(10, (*sound.loudness - *loudness) / 20);
+    else
+      sound.loudness.reset();
+  }
+}
+
+std::vector<LoudnessChange> ConversionWriter::loudness() const {
+  std::vector<LoudnessChange> changes = run_->loudness();
+  uint32_t track = 0;
+  for (size_t place = 0; place < plan_.streams.size(); ++place) {
+    const PlannedStream& stream = plan_.streams[place];
+    if (stream.kind != StreamInfo::Kind::kAudio || !stream.isKept()) continue;
+    const uint32_t number = track++;
+    const auto measured = measured_.find(place);
+    if (measured == measured_.end()) continue;
+    const auto change = std::ranges::find(changes, number, &LoudnessChange::stream);
+    if (change != changes.end())
+      change->before = measured->second;
+    else
+      changes.push_back({.stream = number});
+  }
+  std::ranges::sort(changes, {}, &LoudnessChange::stream);
+  return changes;
 }
 
 /// The first of two passes.
@@ -101,6 +143,7 @@ void ConversionWriter::encode(const std::string& path, double share) {
 }
 
 void ConversionWriter::write(const std::string& path) {
+  level();
   const bool isTwice = plan_.passes == 2;
   if (isTwice) {
     learn(0.5);
@@ -152,6 +195,7 @@ void ConversionWriter::tell(SizeSearch::Verdict verdict, int64_t limit, int64_t 
 std::unique_ptr<OutputFile> ConversionWriter::writeWithin(int64_t limit,
                                                           std::unique_ptr<OutputFile> target) {
   using Verdict = SizeSearch::Verdict;
+  level();
   const int64_t rest = sizeOfRest();
   if (rest >= limit)
     refuseLimit(

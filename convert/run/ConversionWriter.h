@@ -5,9 +5,11 @@
 #include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "convert/run/ConversionRun.h"
 #include "convert/run/Passes.h"
@@ -36,12 +38,17 @@ class ConversionWriter {
   /// answered. Throws `Failure` where that is not possible.
   std::unique_ptr<OutputFile> writeWithin(int64_t limit, std::unique_ptr<OutputFile> target);
 
+  /// What became of sound whose loudness is set, in the order of the result's tracks.
+  std::vector<LoudnessChange> loudness() const;
+
   /// The run that wrote all.
   const ConversionRun& last() const { return *run_; }
 
  private:
   ConversionRun& makeRun(ConversionRun::Part part, const ConversionPlan& plan,
                          const Events& events);
+  std::shared_ptr<LMMediaSource> reader(const Events& events);
+  void level();
   void learn(double share);
   void encode(const std::string& path, double share);
   int64_t sizeOfRest();
@@ -58,6 +65,7 @@ class ConversionWriter {
   SharedProgress progress_;
   std::optional<ScratchFolder> log_;  // of the encoder, between its passes
   std::string statistics_;
+  std::map<size_t, std::optional<double>> measured_;  // by the place of the planned stream
   int64_t length_ = 0;  // of the result, once that is known; microseconds
   bool isSourceUsed_ = false;
   std::unique_ptr<ConversionRun> run_;

@@ -77,6 +77,9 @@ std::vector<std::string> leftOutBy(const ConversionPlan& plan, const MediaInfo& 
     if (!what.empty()) sentences.push_back(leftOutOf(path, what));
   };
   for (const PlannedStream& stream : plan.streams) {
+    if (stream.isKept())
+      for (const std::string& loss : stream.losses)
+        tell(fmt::format("{}: {}", nameOf(info.streams[stream.sources.front()]), loss));
     if (stream.isKept() || stream.reason.empty()) continue;
     for (const uint32_t index : stream.sources)
       tell(fmt::format("{}: {}", nameOf(info.streams[index]), stream.reason));

@@ -18,6 +18,10 @@ namespace kestrel {
 
 namespace {
 
+// LUFS: what is quieter counts as silence, and louder sound hardly stays below full scale.
+constexpr double kQuietestSound = -70;
+constexpr double kLoudestSound = -5;
+
 constexpr int kLongestSide = 65535;  // pixels
 constexpr int kFastestRate = 1000;   // pictures per second
 constexpr double kNarrowest = 0.01;  // width / height
@@ -133,6 +137,10 @@ void requireLayout(const std::string& setting, int64_t mask) {
 
 void requireVolume(const std::string& setting, double volume) {
   requireNumber(setting, volume, 0, kLoudest);
+}
+
+void requireLoudness(const std::string& setting, double lufs) {
+  requireNumber(setting, lufs, kQuietestSound, kLoudestSound);
 }
 
 void require(const LookSettings& look) {

@@ -52,6 +52,7 @@ void requireBitRate(const std::string& setting, int bitsPerSecond);
 void requireSampleRate(const std::string& setting, int rate);
 void requireLayout(const std::string& setting, int64_t mask);
 void requireVolume(const std::string& setting, double volume);
+void requireLoudness(const std::string& setting, double lufs);
 
 /// Refuses the first of the settings, named beside whether they are given, that would do nothing.
 void requireNone(const std::vector<std::pair<const char*, bool>>& given, const std::string& where);

@@ -53,6 +53,13 @@ class KESTREL_API LMFFAudioResample {
   bool keepsLevel() const;
   void setKeepsLevel(bool keepsLevel);
 
+  /// If true, rates are converted by libsoxr at 28 bits, where libswresample was built with it:
+  /// next to nothing of what the new rate cannot hold folds back, and more of the highest tones
+  /// stays. By default, and without it, by libswresample's own filter. Read when the converter
+  /// opens.
+  bool isPrecise() const;
+  void setPrecise(bool isPrecise);
+
   /// The open conversion context, owned by this object; null while closed.
   SwrContext* context() const;
 

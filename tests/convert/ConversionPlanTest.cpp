@@ -199,7 +199,12 @@ TEST_F(ConversionPlanning, VolumeAndTagsMayBeChanged) {
   Conversion conversion(given);
   ASSERT_TRUE(conversion.plan().keepsMetadata);
   conversion.plan().keepsMetadata = false;
-  firstSound(conversion.plan()).sound.volume = 0;
+  // The plan tells how sound would be encoded that it chose to copy.
+  PlannedStream& sound = *conversion.plan().kept(StreamInfo::Kind::kAudio).at(0);
+  ASSERT_EQ(sound.action, StreamAction::kCopy);
+  sound.sound.volume = 0;
+  EXPECT_THROW(conversion.run(), Failure);
+  sound.action = StreamAction::kEncode;
   EXPECT_TRUE(conversion.run().isWhole());
   const auto told = ffprobeJson(output_);
   EXPECT_FALSE(told["format"]["tags"].contains("title"));

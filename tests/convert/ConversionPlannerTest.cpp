@@ -95,7 +95,7 @@ TEST(ConversionPlanner, TheTargetsNameChoosesContainerAndCodecs) {
                          {"a.flac", "flac", "", "flac", 44100},
                          {"a.opus", "opus", "", "opus", 48000}}) {
     SCOPED_TRACE(row.output);
-    const ConversionPlan plan = planOf("av25.mp4", row.output);
+    const ConversionPlan plan = planOf("av25.mp4", row.output, {.audio = StreamAction::kEncode});
     EXPECT_EQ(plan.formatName, row.format);
     const bool hasVideo = *row.video != 0;
     EXPECT_EQ(plan.pictures() != nullptr, hasVideo);

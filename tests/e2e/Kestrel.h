@@ -47,6 +47,7 @@ inline bool tellsOfALoss(const std::string& line) {
       "((pictures|sound|subtitles|cover|font|attachment|data) #[0-9]+( \\(.+\\))?: "
       "(one video track is taken|it cannot be decoded|"
       "[a-z0-9_]+ (has no place for (pictures|sound)|holds one sound track|cannot hold [a-z0-9_]+)|"
+      "[0-9]+ (channels|Hz|bits) become [0-9]+: [a-z0-9_]+ has no more|"
       "only pictures, sound and subtitles are taken along)|"
       "[0-9]+ chapters?: [a-z0-9_]+ cannot hold them|"
       "the turn of its pictures, which [a-z0-9_]+ cannot hold; encoding sets them upright)");

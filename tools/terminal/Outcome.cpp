@@ -1,6 +1,9 @@
 #include "tools/terminal/Outcome.h"
 
+#include <fmt/format.h>
+
 #include <cctype>
+#include <cmath>
 
 #include "tools/terminal/Say.h"
 
@@ -9,6 +12,8 @@ std::string optionOf(const std::string& setting) {
     return "--size";
   if (setting == "onlyShrinks") return "--no-upscale";
   if (setting == "channelLayout") return "--channels";
+  if (setting == "mixesAudio") return "--mix";
+  if (setting == "isCompatible") return "--compatible";
   if (setting == "position") return "the position";
   if (setting == "archive") return "--save";
   if (setting == "extension") return "--ext";
@@ -43,9 +48,20 @@ std::string sentenceOf(const Failure& failure) {
              : sentence;
 }
 
+std::string sentenceOf(const kestrel::LoudnessChange& change) {
+  if (!change.before)
+    return fmt::format("sound track {} is silent and stays as it is", change.stream);
+  const std::string after =
+      change.after ? fmt::format("{:.1f} LUFS", *change.after) : std::string("silence");
+  return fmt::format("sound track {}: {:.1f} LUFS, turned {} by {:.1f} dB, now {}{}", change.stream,
+                     *change.before, change.gain < 0 ? "down" : "up", std::abs(change.gain), after,
+                     change.isLimited ? "; its peaks are held at -1 dB" : "");
+}
+
 int finish(const kestrel::Report& report) {
   if (report.outcome == kestrel::Report::Outcome::kInterrupted) return kInterrupted;
   for (const std::string& finding : report.findings) say(finding);
   for (const std::string& loss : report.leftOut) say(loss);
+  for (const kestrel::LoudnessChange& change : report.loudness) say(sentenceOf(change));
   return report.isWhole() ? kDone : kDoneInPart;
 }

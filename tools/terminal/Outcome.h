@@ -25,6 +25,9 @@ std::string optionOf(const std::string& setting);
 /// The failure's sentence with settings by the names of their options.
 std::string sentenceOf(const Failure& failure);
 
-/// Says on standard error what was wrong with the input and what of it is not in the result, a line
-/// each; answers the exit status.
+/// "sound track 0: -23.1 LUFS, turned up by 7.1 dB, now -16.0 LUFS".
+std::string sentenceOf(const kestrel::LoudnessChange& change);
+
+/// Says on standard error what was wrong with the input and what of it is not in the result, and
+/// how loud its sound has become, a line each; answers the exit status.
 int finish(const kestrel::Report& report);

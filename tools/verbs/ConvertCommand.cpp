@@ -208,7 +208,7 @@ void addVideoOptions(Verb verb) {
       .type("N");
   verb.option("--encoder-preset", "the encoder's preset (see 'kestrel encoders')").type("NAME");
   verb.option("--keyframes", "seconds between key pictures (default: 10)").type("SECONDS");
-  verb.flag("--compatible", "8-bit 4:2:0 pictures, which every player shows");
+  verb.flag("--compatible", "what every player plays: 8-bit 4:2:0 pictures, stereo sound");
   verb.option("--depth", "bits of a component: 8, 10 … (default: the source's)").type("BITS");
   verb.option("--chroma", "samples of colour: 420, 422 or 444 (default: the source's)")
       .type("SAMPLES");
@@ -220,7 +220,14 @@ void addVideoOptions(Verb verb) {
 
 void addAudioOptions(Verb verb) {
   verb.group("Sound");
-  verb.option("--audio-codec", "codec (aac, mp3, opus, flac …), 'copy' or 'none'").type("NAME");
+  verb.option(
+          "--audio-codec",
+          "codec (aac, mp3, opus, flac …), 'copy', 'none' or 'auto' (default): copied where its "
+          "codec is usual in the container and nothing changes it")
+      .type("NAME");
+  verb.option("--audio-copy",
+              "codecs that are copied where the container holds them: names, 'pcm' or 'all'")
+      .type("ac3,dts");
   verb.option("--audio-tracks",
               "tracks to keep (default: all): numbers from 0, a language code, 'all' or 'none'")
       .type("0,2|LANG");
@@ -230,6 +237,9 @@ void addAudioOptions(Verb verb) {
   verb.option("--channels", "layout: mono, stereo, 5.1 … (default: the track's own)")
       .type("LAYOUT");
   verb.option("--volume", "factor on the loudness (default: 1)").type("X");
+  verb.option("--loudness",
+              "how loud each track gets (EBU R 128): -23, -16 …; the input is read twice")
+      .type("LUFS");
   verb.option("--audio-option", "an option of the encoder's own").type("KEY=VALUE").repeatable();
 }
 
@@ -254,8 +264,8 @@ void addOtherOptions(Verb verb) {
 void addConvertVerb(CommandLine& line) {
   Verb verb = line.addVerb("convert", "Convert a movie or sound file into another");
   verb.footer(
-      "The container follows the target's extension. Without options the result plays\n"
-      "everywhere: H.264 and AAC where the container is mp4.\n\n"
+      "The container follows the target's extension. Pictures are encoded, sound is\n"
+      "copied where its codec is usual in the container: H.264 and AAC where that is mp4.\n\n"
       "Example:\n"
       "  kestrel demo example.mp4 && kestrel convert example.mp4 small.mp4 --size 640x-");
   const auto typed = std::make_shared<Typed>();

@@ -37,8 +37,9 @@ struct ChapterRange {
 enum class ChromaSampling { k444, k422, k420 };
 
 /// How one file is to be converted. Beside `input` and `output`, which every conversion needs, `{}`
-/// means the defaults: what the container holds is encoded, in the source's size, shape and rate.
-/// What is out of its range is refused, and so is what shapes a stream that is not encoded.
+/// means the defaults: pictures are encoded in the source's size, shape and rate, and sound is
+/// copied where the container usually has its codec, else encoded likewise. What is out of its
+/// range is refused, and so is what shapes a stream that is not encoded.
 struct ConversionSettings {
   using Options = std::map<std::string, std::string>;
 
@@ -79,7 +80,9 @@ struct ConversionSettings {
   std::optional<int> passes = {};
   std::string encoderPreset = {};        ///< "": the usual one, see `EncoderInfo`
   std::optional<double> keyframes = {};  ///< seconds between key pictures at most; absent: 10
-  bool isCompatible = false;             ///< 8-bit 4:2:0 pictures, which every player shows
+  /// What every player plays: 8-bit 4:2:0 pictures; sound in the container's default codec, of up
+  /// to two channels and 48000 Hz.
+  bool isCompatible = false;
   /// Bits of a component, 8 to 16, and samples of colour, of those that the encoder has. Absent:
   /// what loses least of the source.
   std::optional<int> depth = {};
@@ -88,16 +91,27 @@ struct ConversionSettings {
 
   // Sound.
 
-  std::optional<StreamAction> audio =
-      {};                       ///< absent: encoded where the container has a place for it
-  std::string audioCodec = {};  ///< a codec's or encoder's name; "": the container's default
+  /// Absent: encoded where the container has a place for it or, where no codec is named either,
+  /// copied track by track if its codec is an everyday one of the container and nothing asks for a
+  /// change: a rate, channels, bit rate or options that it does not have, volume, loudness, a mix,
+  /// or a span, which sound that is encoded keeps to the sample.
+  std::optional<StreamAction> audio = {};
+  /// A codec's or encoder's name; "": the container's default, or one that loses nothing where the
+  /// track has such a one and the container usually holds it.
+  std::string audioCodec = {};
+  /// Codecs by name, "pcm" for all of these, "all" for every one: their tracks are copied where the
+  /// container holds them, whatever shapes the others. A span begins and ends with whole packets.
+  std::vector<std::string> audioCopy = {};
   TrackChoice audioTracks = TrackChoice::all();  ///< each becomes a track of the result
   bool mixesAudio = false;                       ///< the tracks become one
   std::optional<int> audioBitrate = {};          ///< bits per second, from 1; absent: by channels
   std::optional<int> sampleRate = {};            ///< Hz, 1000 to 768000; absent: the track's own
   std::optional<int64_t> channelLayout = {};     ///< a mask; absent: the track's own
   double volume = 1;                             ///< a factor, 0 to 1000
-  Options audioOptions = {};                     ///< the encoder's own
+  /// How loud each track of the result is to be, -70 to -5 LUFS (EBU R 128), in place of a volume:
+  /// the input is read twice.
+  std::optional<double> loudness = {};
+  Options audioOptions = {};  ///< the encoder's own
 
   // Other streams.
 
@@ -130,6 +144,7 @@ struct SoundEncoding {
   int32_t bits = 0;     ///< significant bits of a sample that a lossless codec keeps; 0: its usual
   int32_t bitrate = 0;  ///< bits per second; 0: the options say it
   double volume = 1;    ///< a factor
+  std::optional<double> loudness = {};  ///< LUFS that the whole of it gets, in place of a volume
   std::map<std::string, std::string> options = {};  ///< the encoder's own
 };
 
@@ -138,11 +153,17 @@ struct PlannedStream {
   StreamInfo::Kind kind = StreamInfo::Kind::kData;
   StreamAction action = StreamAction::kNone;
   std::vector<uint32_t> sources = {};  ///< container indexes; of several sounds, the mix
-  /// Why it is left out, as "avi cannot hold it"; "" where nobody misses it.
+  /// Why it is left out, as "avi cannot hold it"; "" where nobody misses it. Of sound that is
+  /// copied though nobody asked for it: why.
   std::string reason = {};
-  bool isCover = false;      ///< of pictures: one that belongs to the file
-  SoundEncoding sound = {};  ///< of sound that is encoded
-  int subtitleCodec = 0;     ///< `AV_CODEC_ID_…` of text that gets another form
+  /// What of it encoder or container cannot keep, as "6 channels become 2: mp3 holds no more".
+  std::vector<std::string> losses = {};
+  bool isCover = false;  ///< of pictures: one that belongs to the file
+  /// Of sound that is copied: packets that cannot be decoded are left out and told of.
+  bool isChecked = false;
+  /// Of sound that is encoded or, where the plan chose to copy it, how it would be.
+  SoundEncoding sound = {};
+  int subtitleCodec = 0;  ///< `AV_CODEC_ID_…` of text that gets another form
   std::map<std::string, std::string> tags = {};  ///< "language", "title"
   std::vector<std::string> disposition = {};     ///< "default", "forced" …, as in `StreamInfo`
 

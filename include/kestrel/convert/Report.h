@@ -8,6 +8,16 @@
 
 namespace kestrel {
 
+/// What became of a sound track that was to have a certain loudness (EBU R 128, the integrated
+/// one).
+struct LoudnessChange {
+  uint32_t stream = 0;                ///< by its place among the sound tracks of the result, from 0
+  std::optional<double> before = {};  ///< LUFS, mixed and resampled; absent: silence, left as it is
+  double gain = 0;                    ///< dB
+  std::optional<double> after = {};   ///< LUFS, before it is encoded; absent: silence
+  bool isLimited = false;             ///< peaks were turned down to a true peak of -1 dB
+};
+
 /// What came of a piece of work that has not failed.
 struct Report {
   enum class Outcome {
@@ -29,6 +39,9 @@ struct Report {
 
   /// What was encoded anew where packets were to be copied, and why, likewise.
   std::vector<std::string> encoded = {};
+
+  /// Of sound whose loudness was set; in the order of the result's tracks.
+  std::vector<LoudnessChange> loudness = {};
 
   bool isWhole() const { return outcome == Outcome::kDone; }
 
