@@ -41,6 +41,11 @@ bool describesStreams(const AVOutputFormat& container) {
 
 bool isAvi(const AVOutputFormat& container) { return isOneOf(container, {"avi"}); }
 
+bool goesBack(const AVOutputFormat& container) {
+  return isOneOf(container, {"avi", "mxf", "mxf_d10", "mxf_opatom", "gxf", "rm", "swf", "caf",
+                             "w64", "aiff", "avm2", "f4v"});
+}
+
 bool takesLateChapters(const AVOutputFormat& container) {
   return isOneOf(container, {"mp4", "mov", "ipod", "matroska", "webm"});
 }

@@ -23,6 +23,10 @@ bool describesStreams(const AVOutputFormat& container);
 
 bool isAvi(const AVOutputFormat& container);
 
+/// Whether a container's beginning is only known at its end, so that it cannot go down a pipe.
+/// MPEG-4 is none of them: it can be written in fragments.
+bool goesBack(const AVOutputFormat& container);
+
 /// Whether a container that had no chapters when it was begun still takes some, up to its end.
 /// Others write them in their header, and some write that anew at the end, over what is behind it.
 bool takesLateChapters(const AVOutputFormat& container);

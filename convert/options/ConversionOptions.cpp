@@ -279,6 +279,8 @@ constexpr auto kSound = Shapes::kSound;
 constexpr auto kNothing = Shapes::kNothing;
 
 constexpr Row<ConversionSettings> kRows[] = {
+    {"format", set<&C::format, parseText>},
+    {"fragment", set<&C::fragment, parseAnyNumber>, kNumber},
     {"video-codec", setCodec<&C::video, &C::videoCodec>},
     {"size", setSize, kText, kPictures},
     {"no-upscale", turn<&C::onlyShrinks>, kSwitch, kPictures},

@@ -26,6 +26,7 @@
 #include "convert/probe/StreamsLeftOut.h"
 #include "convert/settings/Require.h"
 #include "support/Containers.h"
+#include "support/Pipes.h"
 #include "support/Words.h"
 #include "support/copy/Covers.h"
 
@@ -42,6 +43,7 @@ namespace {
 using Kind = StreamInfo::Kind;
 
 constexpr double kSquareTolerance = 0.01;  // pixels this close to square are square
+constexpr double kUsualFragment = 2;       // seconds, where there has to be some
 
 struct Shape {
   int width = 0;
@@ -137,7 +139,8 @@ class Planner {
         picture_(picture),
         source_(source),
         input_(mediaInfoOf(source)),
-        container_(outputFormatFor(settings.output)) {}
+        container_(settings.format.empty() ? outputFormatFor(settings.output)
+                                           : outputFormatNamed(settings.format)) {}
 
   ConversionPlan plan() {
     plan_.format = lm_get_default_movie_file_ouput_format();
@@ -284,8 +287,9 @@ class Planner {
       const bool isAttachment = stream.kind == Kind::kAttachment;
       if (!stream.video.isCover && !isAttachment && stream.kind != Kind::kData) continue;
       if (isService(*context.streams[stream.index])) continue;
-      const bool isHeld = isAttachment ? holdsAttachments(container_)
-                                       : stream.video.isCover && holdsCovers(container_);
+      const bool isHeld = isAttachment
+                              ? holdsAttachments(container_)
+                              : stream.video.isCover && holdsCovers(container_) && !isFragmented();
       if (!settings_.keepsAttachments)
         leaveOut(stream, "");
       else if (isHeld)
@@ -365,8 +369,41 @@ class Planner {
   }
 
   /// The index comes first, so that a player can start before the whole file is there.
+  /// Such an index has no place for covers.
+  bool isFragmented() const {
+    return isMpeg4(container_) && (settings_.fragment || isPipe(settings_.output));
+  }
+
   void planMuxer() {
-    if (isMpeg4(container_)) plan_.muxerOptions["movflags"] = "+faststart";
+    const bool isPiped = isPipe(settings_.output);
+    if (isPiped && goesBack(container_))
+      throw Failure::output(
+          settings_.output,
+          fmt::format("{} cannot be written to a pipe: parts of it are written last and stand "
+                      "first",
+                      container_.name));
+    if (settings_.fragment && !isMpeg4(container_))
+      throw Failure::settings(
+          fmt::format("fragment: {} has none, only MPEG-4 has", container_.name), "fragment");
+    if (!isMpeg4(container_)) return;
+    if (isFragmented())
+      planFragments(settings_.fragment.value_or(kUsualFragment));
+    else
+      plan_.muxerOptions["movflags"] = "+faststart";
+  }
+
+  /// The index waits for the first fragment, so that it can tell where each track begins.
+  /// Fragments begin at key pictures; of sound alone they have a length. A length that ends just
+  /// before a key picture, by rounding, must not wait for the next one.
+  void planFragments(double seconds) {
+    plan_.muxerOptions["movflags"] = "+frag_keyframe+delay_moov+default_base_moof";
+    const bool hasPictures = plan_.pictures() != nullptr;
+    plan_.muxerOptions[hasPictures ? "min_frag_duration" : "frag_duration"] =
+        std::to_string(std::llround(seconds * 1e6 * (hasPictures ? 0.98 : 1)));
+    if (!settings_.fragment || !hasPictures) return;
+    // Key pictures that an encoder sets at a change of scene put off those that fragments wait for.
+    if (plan_.pictures()->action == StreamAction::kEncode && plan_.videoEncoder == "libx264")
+      plan_.videoOptions.try_emplace("sc_threshold", "0");
   }
 
   const ConversionSettings& settings_;

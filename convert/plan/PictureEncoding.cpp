@@ -248,9 +248,10 @@ void planEncoding(ConversionPlan& plan, const ConversionSettings& settings, cons
   planQuality(plan, settings, row, container);
   planPreset(plan, settings.encoderPreset, row);
   const double rate = static_cast<double>(plan.format.framerate) / plan.format.frameTime;
-  if (settings.keyframes || (takesLongGroups(plan.format.video_codec) && !needsBitrate(container)))
-    plan.videoOptions["g"] = std::to_string(
-        std::max(1L, std::lround(settings.keyframes.value_or(kUsualKeyframes) * rate)));
+  const auto keyframes = settings.keyframes ? settings.keyframes : settings.fragment;
+  if (keyframes || (takesLongGroups(plan.format.video_codec) && !needsBitrate(container)))
+    plan.videoOptions["g"] =
+        std::to_string(std::max(1L, std::lround(keyframes.value_or(kUsualKeyframes) * rate)));
   if (plan.videoEncoder == "libx264" && plan.pixelFormat == "yuv420p")
     plan.videoOptions["profile"] = "high";
   addOptions(plan.videoOptions, plan.videoEncoder, settings.videoOptions);

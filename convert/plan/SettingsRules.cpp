@@ -8,6 +8,7 @@
 
 #include "convert/probe/Codecs.h"
 #include "convert/settings/Require.h"
+#include "support/Pipes.h"
 
 namespace kestrel {
 
@@ -15,9 +16,10 @@ namespace {
 
 constexpr double kWorstQuality = 63;    // of all encoders that know a constant quality
 constexpr double kLongestGroup = 3600;  // seconds
-constexpr int kMostLines = 36861;       // whose frame of 16:9 is 65531 pixels wide
-constexpr double kLargestFile = 1e15;   // bytes
-constexpr int kFewestBits = 8;          // of a component
+constexpr double kShortestFragment = 0.1;
+constexpr int kMostLines = 36861;      // whose frame of 16:9 is 65531 pixels wide
+constexpr double kLargestFile = 1e15;  // bytes
+constexpr int kFewestBits = 8;         // of a component
 constexpr int kMostBits = 16;
 
 void requireSpan(const ConversionSettings& s) {
@@ -148,6 +150,10 @@ void require(const ConversionSettings& s) {
   whereGiven("aspect", s.aspect, requireAspect);
   requireOneRate(s);
   requireFormat(s);
+  if (s.fragment) requireNumber("fragment", *s.fragment, kShortestFragment, kLongestGroup);
+  if (s.sizeLimit && isPipe(s.output))
+    refuse("sizeLimit", "a pipe cannot be written again where a try is too large");
+  if (isPipe(s.output) && s.format.empty()) refuse("format", "a pipe has no extension: name one");
   if (s.keyframes) requireNumber("keyframes", *s.keyframes, 0, kLongestGroup);
   requireChoice("audioTracks", s.audioTracks);
   requireChoice("subtitleTracks", s.subtitleTracks);

@@ -171,6 +171,14 @@ const AVOutputFormat& outputFormatFor(const std::string& path) {
   return *format;
 }
 
+const AVOutputFormat& outputFormatNamed(const std::string& name) {
+  const AVOutputFormat* format = av_guess_format(nullptr, ("a." + name).c_str(), nullptr);
+  if (!format) format = av_guess_format(name.c_str(), nullptr, nullptr);
+  if (!format)
+    throw Failure::settings(fmt::format("format: there is no container '{}'", name), "format");
+  return *format;
+}
+
 AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& path) {
   static const std::vector<std::string> kSoundNames{".m4a", ".m4b", ".m4r", ".oga", ".mka", ".wma"};
   const std::string name = lowerCased(path);

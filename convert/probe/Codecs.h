@@ -17,6 +17,9 @@ namespace kestrel {
 /// The container that a file's name asks for; throws when none is known by that name.
 const AVOutputFormat& outputFormatFor(const std::string& path);
 
+/// The container that a user names: by an extension ("mkv") or by FFmpeg's name ("matroska").
+const AVOutputFormat& outputFormatNamed(const std::string& name);
+
 /// A codec and the encoder that writes it, by FFmpeg's name.
 struct CodecChoice {
   AVCodecID codec = AV_CODEC_ID_NONE;

@@ -23,6 +23,7 @@
 #include "convert/run/ConversionRun.h"
 #include "convert/run/ConversionWriter.h"
 #include "convert/run/LeftOut.h"
+#include "support/Pipes.h"
 
 namespace kestrel {
 
@@ -74,16 +75,18 @@ class Conversion::Work {
     plan(events_);
     requirePlan(plan_, *source_, settings_.output);
     source_->setInterrupt(events_.interrupt);
-    auto target =
-        std::make_unique<OutputFile>(settings_.output, settings_.replaces, settings_.input);
+    const bool isPiped = isPipe(settings_.output);
+    auto target = isPiped ? nullptr
+                          : std::make_unique<OutputFile>(settings_.output, settings_.replaces,
+                                                         settings_.input);
     hasRun_ = true;
     ConversionWriter writer(settings_, source_, info_, plan_, events_);
     if (plan_.sizeLimit)
       target = writer.writeWithin(*plan_.sizeLimit, std::move(target));
     else
-      writer.write(target->path());
+      writer.write(isPiped ? settings_.output : target->path());
     if (events_.isInterrupted()) return Report::interrupted();
-    target->commit();
+    if (target) target->commit();
     Report report = this->report(writer.last());
     report.loudness = writer.loudness();
     return report;

@@ -167,6 +167,17 @@ int runOne(const Typed& typed, ConversionSettings settings) {
   return status;
 }
 
+/// What stands for standard input and standard output.
+constexpr const char* kStandard = "-";
+
+ConversionSettings onStandardOutput(ConversionSettings settings, const Preset& preset) {
+  settings.output = "pipe:1";
+  if (settings.format.empty()) settings.format = preset.extension;
+  if (settings.format.empty())
+    throw wrongUsage("standard output has no extension: --format names the container");
+  return settings;
+}
+
 int run(const Typed& typed, const Verb& verb) {
   const Request request = requestOf(typed, verb);
   ConversionSettings settings = settingsWith(request.preset, request.options);
@@ -179,8 +190,9 @@ int run(const Typed& typed, const Verb& verb) {
   }
   requireForm(typed, verb);
   if (!typed.into.empty()) return runMany(typed, request.preset, settings);
-  settings.input = typed.files[0];
+  settings.input = typed.files[0] == kStandard ? "/dev/stdin" : typed.files[0];
   settings.output = targetWith(typed.files[1], request.preset);
+  if (typed.files[1] == kStandard) settings = onStandardOutput(settings, request.preset);
   return runOne(typed, settings);
 }
 
@@ -280,6 +292,10 @@ void addConvertVerb(CommandLine& line) {
   addLookOptions(verb);
   addAudioOptions(verb);
   addOtherOptions(verb);
+  verb.option("--format", "the container, where no extension tells it: mkv, ts, mp4, wav …")
+      .type("NAME");
+  verb.option("--fragment", "MPEG-4 in fragments of so many seconds, each from a key picture on")
+      .type("SECONDS");
   verb.flag("--force", typed->force, "replace an existing target");
   verb.flag("--dry-run", typed->dryRun, "print what would become of each stream, write nothing");
   verb.flag("--json", typed->json, "print plans, or what became of many files, as one document");

@@ -45,8 +45,14 @@ struct ConversionSettings {
 
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
-  std::string output = {};        ///< its extension chooses the container
-  bool replaces = false;          ///< an existing target may be replaced
+  /// Its extension chooses the container. "pipe:N" is written to the file descriptor N, from its
+  /// first byte to its last: MPEG-4 in fragments, and nothing that has to go back.
+  std::string output = {};
+  std::string format = {};  ///< the container in place of that: an extension, or FFmpeg's name
+  /// Of MPEG-4: seconds from 0.1 to 3600 that a fragment lasts at least. Each begins with a key
+  /// picture, and can be played before the next is there. Absent: one index for all.
+  std::optional<double> fragment = {};
+  bool replaces = false;  ///< an existing target may be replaced
 
   // Pictures.
 
