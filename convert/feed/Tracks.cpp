@@ -30,9 +30,9 @@ void catchUp(const LMFFImage& item, const LMFFMovieFileOutput& output, const AVS
 }  // namespace
 
 EncodedVideoTrack::EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate,
-                                     std::unique_ptr<PictureMaker> maker)
+                                     PictureShaper shape)
     : feed_(movie, span.start, rate),
-      maker_(std::move(maker)),
+      shape_(std::move(shape)),
       start_(span.start),
       stop_(span.length()) {}
 
@@ -52,15 +52,15 @@ Track::Job EncodedVideoTrack::step() {
   auto picture = feed_.next();
   ended_ = !picture;
   if (ended_) return {};
-  if (maker_) picture = maker_->make(picture, middle);
+  if (shape_) picture = shape_(picture, middle);
   return
       [picture = std::move(picture)](LMFFMovieFileOutput& output) { output.writeImage(picture); };
 }
 
 TimedVideoTrack::TimedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, bool repeats,
-                                 std::unique_ptr<PictureMaker> maker)
+                                 PictureShaper shape)
     : feed_(movie, span.start, span.end, rate, repeats),
-      maker_(std::move(maker)),
+      shape_(std::move(shape)),
       span_(span),
       tick_(pictureTick(rate)) {}
 
@@ -75,7 +75,7 @@ Track::Job TimedVideoTrack::step() {
   if (ended_) return {};
   const int64_t middle =
       av_rescale_q(timed->time + timed->duration / 2, toAV(tick_), kMicroseconds);
-  if (maker_) timed->image = maker_->make(timed->image, span_.start + middle);
+  if (shape_) timed->image = shape_(timed->image, span_.start + middle);
   return [timed = std::move(*timed)](LMFFMovieFileOutput& output) {
     output.writeImage(timed.image, timed.time, timed.duration);
   };

@@ -18,7 +18,6 @@
 #include "convert/feed/LoudnessMeter.h"
 #include "convert/feed/PeakLimiter.h"
 #include "convert/feed/PictureFeed.h"
-#include "convert/feed/PictureMaker.h"
 #include "convert/feed/SoundCheck.h"
 #include "convert/feed/VideoFeed.h"
 
@@ -65,18 +64,21 @@ class Track {
   virtual Job finish() { return {}; }
 };
 
+/// Makes of a decoded frame, shown at a time (microseconds on the movie's time line), the picture
+/// that is encoded. Empty where frames go on as they are.
+using PictureShaper =
+    std::function<std::shared_ptr<LMFFImage>(const std::shared_ptr<LMFFImage>&, int64_t time)>;
+
 class EncodedVideoTrack : public Track {
  public:
-  /// `maker`: what the pictures go through; null where they go on as they were decoded.
-  EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate,
-                    std::unique_ptr<PictureMaker> maker);
+  EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, PictureShaper shape);
   int64_t time() const override;
   Job step() override;
   int64_t end() const override;
 
  private:
   VideoFeed feed_;
-  std::unique_ptr<PictureMaker> maker_;
+  PictureShaper shape_;
   const int64_t start_;
   const std::optional<int64_t> stop_;
   bool ended_ = false;
@@ -85,16 +87,16 @@ class EncodedVideoTrack : public Track {
 /// Pictures that keep their own times.
 class TimedVideoTrack : public Track {
  public:
-  /// As above; `rate` and `repeats`: as of `PictureFeed`.
+  /// `rate` and `repeats`: as of `PictureFeed`.
   TimedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, bool repeats,
-                  std::unique_ptr<PictureMaker> maker);
+                  PictureShaper shape);
   int64_t time() const override { return ended_ ? kEnded : feed_.time(); }
   Job step() override;
   int64_t end() const override;
 
  private:
   PictureFeed feed_;
-  std::unique_ptr<PictureMaker> maker_;
+  PictureShaper shape_;
   const Span span_;
   const Rational tick_;
   bool ended_ = false;

@@ -63,7 +63,7 @@ Area storedArea(const Area& upright, const Orientation& orientation, Size stored
 
 Look::Look(const LookSettings& settings, const VideoInfo& pictures,
            const std::optional<Area>& picture)
-    : settings_(settings), isTransparent_(pictures.hasAlpha) {
+    : settings_(settings), isDeep_(pictures.bitDepth > 8), isTransparent_(pictures.hasAlpha) {
   const Size source{static_cast<double>(pictures.width), static_cast<double>(pictures.height)};
   const Orientation& own = pictures.orientation;
   const bool liesOnItsSide = swapsSides(own.counterclockwise);
@@ -118,13 +118,26 @@ Look::Look(const LookSettings& settings, const VideoInfo& pictures,
   }
 }
 
-bool Look::isPlain() const {
-  MovieLook plain;
-  plain.cropRect = look_.cropRect;
-  plain.zoomType = look_.zoomType;
+bool Look::isPlain() const { return !isDrawn() && turn().isNone() && !isTransparent_; }
+
+bool Look::isDrawn() const {
+  if (!isQuarterTurn(look_.rotate)) return true;
+  // Drawing knows where samples of colour lie between pixels; a turn of whole planes keeps depth.
+  if (!isDeep_ && !isTransparent_ && !turn().isNone()) return true;
+  MovieLook turned;
+  turned.cropRect = look_.cropRect;
+  turned.zoomType = look_.zoomType;
+  turned.rotate = look_.rotate;
+  turned.hflip = look_.hflip;
+  turned.vflip = look_.vflip;
   const LookSettings& s = settings_;
-  return look_ == plain && !s.crop && !s.autoCrop && !s.zoom && !s.watermark &&
-         s.subtitles.empty() && !s.subtitleTrack && !isTransparent_;
+  return look_ != turned || s.crop || s.autoCrop || s.zoom || s.watermark || !s.subtitles.empty() ||
+         s.subtitleTrack;
+}
+
+Look::Turn Look::turn() const {
+  const auto quarters = static_cast<int>(std::lround(look_.rotate / 90) & 3);
+  return {look_.hflip, look_.vflip, quarters};
 }
 
 void Look::apply(LMFFMovie& movie, Size output) const {

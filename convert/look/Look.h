@@ -26,6 +26,24 @@ class Look {
   /// Whether pictures may go to the output as they were decoded.
   bool isPlain() const;
 
+  /// Whether they are drawn, which is done in 8 bits. Others stay in their own format; deep or
+  /// transparent ones also where they are turned by quarters, mirrored or laid on black.
+  bool isDrawn() const;
+
+  /// What is done to pictures that are not drawn, in this order.
+  struct Turn {
+    bool mirrored = false;  ///< left and right
+    bool flipped = false;   ///< upper and lower
+    int quarters = 0;       ///< counterclockwise, 0 to 3
+
+    bool isNone() const { return *this == Turn{}; }
+    bool operator==(const Turn&) const = default;
+  };
+  Turn turn() const;
+
+  /// The pictures may be transparent.
+  bool isTransparent() const { return isTransparent_; }
+
   /// The size that the cropped and turned pictures have by themselves, pixels. Turns that are no
   /// quarter turns do not count: the picture is fitted into the size that it had.
   Size size() const { return size_; }
@@ -47,6 +65,7 @@ class Look {
   Size size_;
   double pixelAspect_ = 1;
   bool isFitted_ = false;
+  bool isDeep_ = false;         // more than 8 bits
   bool isTransparent_ = false;  // the pictures may be; they lie on black
 };
 

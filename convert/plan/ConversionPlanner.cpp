@@ -79,9 +79,12 @@ bool enlarges(const Shape& shape, const Shape& source) {
 }
 
 /// The output's size and the display aspect to signal; 0 for square pixels.
-Shape outputShape(const ConversionSettings& settings, const Look& look) {
+Shape outputShape(const ConversionSettings& settings, const Look& look, bool keepsOdd) {
   const Shape source = shapeOf(look);
-  Shape shape{source.width & ~1, source.height & ~1, source.aspect};
+  const int mask = keepsOdd ? ~0 : ~1;
+  const Shape own{std::max(source.width & mask, keepsOdd ? 1 : 2),
+                  std::max(source.height & mask, keepsOdd ? 1 : 2), source.aspect};
+  Shape shape = own;
   if (settings.width && settings.height) {
     shape.width = even(*settings.width);
     shape.height = even(*settings.height);
@@ -98,10 +101,7 @@ Shape outputShape(const ConversionSettings& settings, const Look& look) {
     shape.width = even(source.width * *settings.scale);
     shape.height = even(source.height * *settings.scale);
   }
-  if (settings.onlyShrinks && enlarges(shape, source))
-    shape = {source.width & ~1, source.height & ~1, source.aspect};
-  shape.width = std::max(shape.width, 2);
-  shape.height = std::max(shape.height, 2);
+  if (settings.onlyShrinks && enlarges(shape, source)) shape = own;
   if (settings.aspect) shape.aspect = *settings.aspect;
   const double pixel = shape.aspect * shape.height / shape.width;
   if (std::abs(pixel - 1) < kSquareTolerance) shape.aspect = 0;
@@ -114,7 +114,9 @@ bool canSignalFullRange(AVCodecID codec) {
 }
 
 /// The colours of the output: the source's own, told in full, in a form that the codec can signal.
-VideoColor outputColor(VideoColor color, const Shape& shape, AVCodecID codec) {
+VideoColor outputColor(VideoColor color, const Shape& shape, AVCodecID codec,
+                       const std::string& pixelFormat) {
+  if (isRgb(pixelFormat)) return {color.primaries, color.transfer, AVCOL_SPC_RGB, AVCOL_RANGE_JPEG};
   if (color.matrix == AVCOL_SPC_RGB) {
     color = resolvedVideoColor(
         {color.primaries, color.transfer, AVCOL_SPC_UNSPECIFIED, AVCOL_RANGE_MPEG},
@@ -345,7 +347,9 @@ class Planner {
                                                                            : Deinterlacing::kOff);
     plan_.picture = picture_;
     const Look look(settings_.look, video, picture_);
-    const Shape shape = outputShape(settings_, look);
+    plan_.pixelFormat = pixelFormatFor(choice.encoder, formatBefore(video, look.isDrawn()),
+                                       {settings_.isCompatible, settings_.depth, settings_.chroma});
+    const Shape shape = outputShape(settings_, look, keepsOddSides(choice.encoder));
     const Rational own = video.frameRate.value_or(kUsualRate);
     const bool isLimited =
         settings_.maxFps &&
@@ -361,8 +365,8 @@ class Planner {
     plan_.setRate({rate.num, rate.den});
     plan_.keepsTimes = !settings_.fps && !isLimited && holdsTimes(container_, choice.codec) &&
                        av_cmp_q(rate, {own.num, own.den}) == 0;
-    plan_.color = outputColor(video.color, shape, choice.codec);
-    planEncoding(plan_, settings_, video, look.isPlain(), container_);
+    plan_.color = outputColor(video.color, shape, choice.codec, plan_.pixelFormat);
+    planEncoding(plan_, settings_, container_);
     if ((plan_.passes == 2 || plan_.sizeLimit) && !source_.isSeekable())
       refuse(plan_.sizeLimit ? "sizeLimit" : "passes",
              fmt::format("'{}' can be read only once", settings_.input));

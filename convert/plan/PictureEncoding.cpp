@@ -191,6 +191,16 @@ const char* nameOf(ChromaSampling chroma) {
   return kNames[static_cast<size_t>(chroma)];
 }
 
+AVPixelFormat withoutAlpha(AVPixelFormat format) {
+  std::string name = av_get_pix_fmt_name(format);
+  if (name.starts_with("yuva")) name.erase(3, 1);
+  if (name.starts_with("gbrap")) name.erase(3, 1);
+  const AVPixelFormat opaque = av_get_pix_fmt(name.c_str());
+  if ((av_pix_fmt_desc_get(opaque)->flags & AV_PIX_FMT_FLAG_ALPHA) == 0) return opaque;
+  return av_pix_fmt_desc_get(opaque)->flags & AV_PIX_FMT_FLAG_RGB ? AV_PIX_FMT_GBRP
+                                                                  : AV_PIX_FMT_GRAY8;
+}
+
 std::string bestOf(std::vector<AVPixelFormat> formats, AVPixelFormat own) {
   if (formats.empty()) return {};
   formats.push_back(AV_PIX_FMT_NONE);
@@ -199,19 +209,65 @@ std::string bestOf(std::vector<AVPixelFormat> formats, AVPixelFormat own) {
       avcodec_find_best_pix_fmt_of_list(formats.data(), own, hasAlpha ? 1 : 0, nullptr));
 }
 
-/// A source's format as far as it matters to what is encoded.
-AVPixelFormat formatToKeep(const std::string& source, int depth) {
-  const AVPixelFormat own = av_get_pix_fmt(source.c_str());
-  if (own == AV_PIX_FMT_NONE) return own;
-  return isFullRangeTwin(own) || depth <= kEightBits ? inEightBits(own) : own;
-}
-
 }  // namespace
 
-std::string pixelFormatFor(const std::string& encoder, const std::string& source, int depth,
+bool hasAlpha(const std::string& pixelFormat) {
+  const AVPixFmtDescriptor* known = av_pix_fmt_desc_get(av_get_pix_fmt(pixelFormat.c_str()));
+  return known && (known->flags & AV_PIX_FMT_FLAG_ALPHA);
+}
+
+bool isRgb(const std::string& pixelFormat) {
+  const AVPixFmtDescriptor* known = av_pix_fmt_desc_get(av_get_pix_fmt(pixelFormat.c_str()));
+  return known && (known->flags & AV_PIX_FMT_FLAG_RGB);
+}
+
+std::string formatBefore(const VideoInfo& source, bool isDrawn) {
+  AVPixelFormat own = av_get_pix_fmt(source.pixelFormat.c_str());
+  if (own == AV_PIX_FMT_NONE) return {};
+  const AVPixFmtDescriptor& known = *av_pix_fmt_desc_get(own);
+  const bool isRgbOrGrey = (known.flags & AV_PIX_FMT_FLAG_RGB) || known.nb_components < 3;
+  if (known.flags & AV_PIX_FMT_FLAG_PAL)
+    own = AV_PIX_FMT_GBRAP;
+  else if (depthOf(own) <= kEightBits ? !isRgbOrGrey : isDrawn)
+    own = inEightBits(own);
+  if (own == AV_PIX_FMT_YUV420P && source.hasAlpha) own = AV_PIX_FMT_YUVA420P;
+  return av_get_pix_fmt_name(isDrawn ? withoutAlpha(own) : own);
+}
+
+std::vector<std::string> lossesOf(const ConversionPlan& plan, const PixelWishes& wishes,
+                                  const VideoInfo& source, bool isDrawn) {
+  const AVPixelFormat before = av_get_pix_fmt(formatBefore(source, false).c_str());
+  const AVPixelFormat after = av_get_pix_fmt(plan.pixelFormat.c_str());
+  if (before == AV_PIX_FMT_NONE || after == AV_PIX_FMT_NONE) return {};
+  std::vector<std::string> losses;
+  const int depth = isDrawn ? kEightBits : depthOf(after);
+  if (depth < depthOf(before) && !wishes.isCompatible && !wishes.depth)
+    losses.push_back(fmt::format(
+        "{} bits become {}, {}", depthOf(before), depth,
+        isDrawn ? "in which looks are drawn" : "as " + plan.videoEncoder + " takes them"));
+  const bool isRgbBefore = (av_pix_fmt_desc_get(before)->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+  const auto was = isRgbBefore ? std::optional(ChromaSampling::k444) : chromaOf(before);
+  const auto is = chromaOf(after);
+  if (was && is && *was < *is && !wishes.isCompatible && !wishes.chroma)
+    losses.push_back(
+        fmt::format("{} becomes {}, as {} takes it", nameOf(*was), nameOf(*is), plan.videoEncoder));
+  if (hasAlpha(av_get_pix_fmt_name(before)) && (isDrawn || !hasAlpha(plan.pixelFormat)))
+    losses.push_back(isDrawn ? std::string("they lie on black, where looks are drawn")
+                             : fmt::format("they lie on black: {} knows no transparency here",
+                                           plan.videoEncoder));
+  return losses;
+}
+
+bool keepsOddSides(const std::string& encoder) {
+  static const std::set<std::string_view> kLossless{"ffv1", "ffvhuff", "huffyuv", "png",
+                                                    "rawvideo"};
+  return kLossless.contains(encoder);
+}
+
+std::string pixelFormatFor(const std::string& encoder, const std::string& before,
                            const PixelWishes& wishes) {
   const AVCodec* const codec = avcodec_find_encoder_by_name(encoder.c_str());
-  AVPixelFormat own = formatToKeep(source, depth);
+  AVPixelFormat own = av_get_pix_fmt(before.c_str());
   if (!codec || own == AV_PIX_FMT_NONE) return {};
   if (wishes.isCompatible) own = AV_PIX_FMT_YUV420P;
   auto formats = plainFormats(*codec);
@@ -236,13 +292,9 @@ std::string pixelFormatFor(const std::string& encoder, const std::string& source
   return bestOf(std::move(formats), own);
 }
 
-void planEncoding(ConversionPlan& plan, const ConversionSettings& settings, const VideoInfo& source,
-                  bool isPlain, const AVOutputFormat& container) {
+void planEncoding(ConversionPlan& plan, const ConversionSettings& settings,
+                  const AVOutputFormat& container) {
   const EncoderRow* const row = encoderRow(plan.videoEncoder);
-  // Looks are computed in 8 bits.
-  plan.pixelFormat =
-      pixelFormatFor(plan.videoEncoder, source.pixelFormat, isPlain ? source.bitDepth : kEightBits,
-                     {settings.isCompatible, settings.depth, settings.chroma});
   if (row) plan.videoOptions = row->otherOptions();
   planPasses(plan, settings, row);
   planQuality(plan, settings, row, container);
@@ -252,8 +304,14 @@ void planEncoding(ConversionPlan& plan, const ConversionSettings& settings, cons
   if (keyframes || (takesLongGroups(plan.format.video_codec) && !needsBitrate(container)))
     plan.videoOptions["g"] =
         std::to_string(std::max(1L, std::lround(keyframes.value_or(kUsualKeyframes) * rate)));
+  // What loses nothing has a profile of its own.
+  const auto crf = plan.videoOptions.find("crf");
+  const bool isLossless = crf != plan.videoOptions.end() && crf->second == "0";
   if (plan.videoEncoder == "libx264" && plan.pixelFormat == "yuv420p")
-    plan.videoOptions["profile"] = "high";
+    plan.videoOptions["profile"] = isLossless ? "high444" : "high";
+  // VP8's alpha is encoded beside the pictures, and would miss those that are never shown.
+  if (plan.videoEncoder == "libvpx" && hasAlpha(plan.pixelFormat))
+    plan.videoOptions["auto-alt-ref"] = "0";
   addOptions(plan.videoOptions, plan.videoEncoder, settings.videoOptions);
 }
 

@@ -5,16 +5,11 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 struct AVOutputFormat;
 
 namespace kestrel {
-
-/// How the planned pictures are encoded: plans their pixel format, their quality or bit rate, the
-/// distance of key pictures and the encoder's options. The plan has its encoder, size and rate.
-/// Throws a `Failure` of the settings for what the encoder does not know.
-void planEncoding(ConversionPlan& plan, const ConversionSettings& settings, const VideoInfo& source,
-                  bool isPlain, const AVOutputFormat& container);
 
 /// What is asked of the format of pictures.
 struct PixelWishes {
@@ -23,10 +18,33 @@ struct PixelWishes {
   std::optional<ChromaSampling> chroma = {};
 };
 
-/// The format of an encoder's list that loses least of a source's depth, chroma and alpha, by
-/// FFmpeg's name. `depth`: the most bits of a component that the pictures have. Throws a `Failure`
-/// of the settings where the encoder has none that is wanted.
-std::string pixelFormatFor(const std::string& encoder, const std::string& source, int depth,
+/// How the planned pictures are encoded: plans their quality or bit rate, the distance of key
+/// pictures and the encoder's options. The plan has its encoder, pixel format, size and rate.
+/// Throws a `Failure` of the settings for what the encoder does not know.
+void planEncoding(ConversionPlan& plan, const ConversionSettings& settings,
+                  const AVOutputFormat& container);
+
+// Pixel formats are told by FFmpeg's names.
+
+/// The format that pictures have before they are encoded: the source's own, with the alpha that
+/// lies beside it, or that of pictures that are drawn, which are opaque and have 8 bits.
+std::string formatBefore(const VideoInfo& source, bool isDrawn);
+
+/// The format of an encoder's list that loses least of the depth, chroma and alpha of another.
+/// Throws a `Failure` of the settings where the encoder has none that is wanted.
+std::string pixelFormatFor(const std::string& encoder, const std::string& before,
                            const PixelWishes& wishes = {});
+
+/// Whether a format has alpha, or has RGB samples.
+bool hasAlpha(const std::string& pixelFormat);
+bool isRgb(const std::string& pixelFormat);
+
+/// Whether an encoder, which loses nothing, keeps sides that are odd.
+bool keepsOddSides(const std::string& encoder);
+
+/// What of the source's samples is lost on the way into a planned format without anybody having
+/// asked for it: depth, colour, transparency; a phrase each, as "10 bits become 8, …".
+std::vector<std::string> lossesOf(const ConversionPlan& plan, const PixelWishes& wishes,
+                                  const VideoInfo& source, bool isDrawn);
 
 }  // namespace kestrel

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -104,6 +105,7 @@ class Conversion::Work {
     const ConversionPlan& plan = run.plan();
     Report report;
     report.leftOut = leftOutBy(plan, info_, settings_.input, *source_->formatContext());
+    std::ranges::move(lossesOfPictures(plan, settings_, info_), std::back_inserter(report.leftOut));
     judgeDisc(report, settings_, *source_);
     const IndexSet streams = streamsOf(plan);
     const AVFormatContext& input = *source_->formatContext();

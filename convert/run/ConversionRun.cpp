@@ -19,9 +19,11 @@
 #include <kestrel/convert/Failure.h>
 #include "convert/feed/JobQueue.h"
 #include "convert/feed/PictureMaker.h"
+#include "convert/feed/PictureTurner.h"
 #include "convert/feed/Readers.h"
 #include "convert/feed/Tracks.h"
 #include "convert/look/Look.h"
+#include "convert/plan/PictureEncoding.h"
 #include "convert/run/PlannedOutput.h"
 
 extern "C" {
@@ -156,11 +158,10 @@ class ConversionRun::Work {
   void applyLook() {
     if (!encodesPictures()) return;
     const VideoInfo& video = info_.streams[plan_.pictures()->sources.front()].video;
-    const Look look(plan_.look, video, plan_.picture);
-    isPlain_ = look.isPlain();
-    if (isPlain_) return;
-    look.apply(movie_,
-               {static_cast<double>(plan_.format.width), static_cast<double>(plan_.format.height)});
+    look_ = Look(plan_.look, video, plan_.picture);
+    if (!look_.isDrawn()) return;
+    look_.apply(movie_, {static_cast<double>(plan_.format.width),
+                         static_cast<double>(plan_.format.height)});
   }
 
   void openOutput(const std::string& path) {
@@ -191,17 +192,27 @@ class ConversionRun::Work {
     AVStream* stream;
   };
 
+  /// What frames go through before they are encoded.
+  PictureShaper makeShaper() {
+    using Frame = std::shared_ptr<LMFFImage>;
+    if (look_.isDrawn())
+      return [maker = std::make_shared<PictureMaker>(movie_, *output_.videoConverter())](
+                 const Frame& frame, int64_t time) { return maker->make(frame, time); };
+    const bool flattens = look_.isTransparent() && !hasAlpha(plan_.pixelFormat);
+    if (look_.turn().isNone() && !flattens) return {};
+    return [turner = std::make_shared<PictureTurner>(look_.turn(), flattens)](
+               const Frame& frame, int64_t) { return turner->make(frame); };
+  }
+
   std::unique_ptr<Track> makeTrack(const Output& output, const Span& span, int64_t preroll,
                                    const Track* leader) {
     const PlannedStream& planned = *output.planned;
     if (planned.kind == Kind::kVideo && planned.action == StreamAction::kEncode) {
-      auto maker =
-          isPlain_ ? nullptr : std::make_unique<PictureMaker>(movie_, *output_.videoConverter());
       const bool drawsTexts = plan_.look.subtitleTrack || !plan_.look.subtitles.empty();
       if (plan_.keepsTimes)
         return std::make_unique<TimedVideoTrack>(movie_, span, plan_.rate(), drawsTexts,
-                                                 std::move(maker));
-      return std::make_unique<EncodedVideoTrack>(movie_, span, plan_.rate(), std::move(maker));
+                                                 makeShaper());
+      return std::make_unique<EncodedVideoTrack>(movie_, span, plan_.rate(), makeShaper());
     }
     if (planned.kind == Kind::kAudio && planned.action == StreamAction::kEncode) {
       std::vector<AudioFeed::Input> inputs;
@@ -339,7 +350,7 @@ class ConversionRun::Work {
   ConversionPlan plan_;
   const Part part_;
   const Events& events_;
-  bool isPlain_ = true;  // the pictures go to the encoder as they were decoded
+  Look look_;
   LMFFMovie movie_;
   LMFFMovieFileOutput output_;
   std::vector<Output> outputs_;

@@ -47,8 +47,8 @@ inline AVSampleFormat firstSampleFormat(const AVCodec* codec) {
   return formats.empty() ? static_cast<AVSampleFormat>(lm_get_default_sample_fmt()) : formats[0];
 }
 
-/// Tells an encoder of how many ticks its pictures usually last. Later libraries ask each picture, and
-/// here, too, few encoders ask at all.
+/// Tells an encoder of how many ticks its pictures usually last. Later libraries ask each picture,
+/// and here, too, few encoders ask at all.
 inline void setUsualTicks([[maybe_unused]] AVCodecContext& encoder, [[maybe_unused]] int ticks) {
 #if LIBAVCODEC_VERSION_MAJOR < 60
   const std::string_view name = encoder.codec->name;

@@ -160,7 +160,8 @@ bool StreamEncoder::takeNext(FirstError& errors, const PacketTaker& take) {
 
 void StreamEncoder::finish() { endEncoding(*context_); }
 
-/// An encoder tells some with each packet, or all at the end; what has been taken is not told again.
+/// An encoder tells some with each packet, or all at the end; what has been taken is not told
+/// again.
 void StreamEncoder::noteStatistics() {
   if ((context_->flags & AV_CODEC_FLAG_PASS1) == 0 || !context_->stats_out) return;
   statistics_ += context_->stats_out;

@@ -284,27 +284,32 @@ TEST(ConversionPlanner, ThePixelFormatLosesLeastOfTheSource) {
   struct Row {
     const char* encoder;
     const char* source;
-    int depth;
+    bool isDrawn;
     bool isCompatible;
     const char* planned;
   };
-  for (const Row& row : {Row{"libx264", "yuv420p", 8, false, "yuv420p"},
-                         {"libx264", "yuvj420p", 8, false, "yuv420p"},
-                         {"libx264", "yuv422p10le", 10, false, "yuv422p10le"},
-                         {"libx264", "yuv422p10le", 8, false, "yuv422p"},
-                         {"libx264", "yuv422p10le", 10, true, "yuv420p"},
-                         {"libx264", "yuva444p", 8, false, "yuv444p"},
-                         {"libx265", "yuv420p12le", 12, false, "yuv420p12le"},
-                         {"libsvtav1", "yuv444p12le", 12, false, "yuv420p10le"},
-                         {"libvpx-vp9", "yuva420p", 8, false, "yuva420p"},
-                         {"ffv1", "gbrp12le", 12, false, "gbrp12le"},
-                         {"mpeg4", "yuv444p", 8, false, "yuv420p"},
-                         {"mjpeg", "yuv422p", 8, false, "yuvj422p"},
-                         {"no-encoder", "yuv420p", 8, false, ""}})
-    EXPECT_EQ(
-        pixelFormatFor(row.encoder, row.source, row.depth, {.isCompatible = row.isCompatible}),
-        row.planned)
-        << row.encoder << ' ' << row.source;
+  for (const Row& row : {Row{"libx264", "yuv420p", false, false, "yuv420p"},
+                         {"libx264", "yuvj420p", false, false, "yuv420p"},
+                         {"libx264", "yuv422p10le", false, false, "yuv422p10le"},
+                         {"libx264", "yuv422p10le", true, false, "yuv422p"},
+                         {"libx264", "yuv422p10le", false, true, "yuv420p"},
+                         {"libx264", "yuva444p", false, false, "yuv444p"},
+                         {"libx265", "yuv420p12le", false, false, "yuv420p12le"},
+                         {"libsvtav1", "yuv444p12le", false, false, "yuv420p10le"},
+                         {"libvpx-vp9", "yuva420p", false, false, "yuva420p"},
+                         {"libvpx-vp9", "yuva420p", true, false, "yuv420p"},
+                         {"ffv1", "gbrp12le", false, false, "gbrp12le"},
+                         {"ffv1", "pal8", false, false, "bgra"},
+                         {"mpeg4", "yuv444p", false, false, "yuv420p"},
+                         {"mjpeg", "yuv422p", false, false, "yuvj422p"},
+                         {"no-encoder", "yuv420p", false, false, ""}}) {
+    VideoInfo source;
+    source.pixelFormat = row.source;
+    EXPECT_EQ(pixelFormatFor(row.encoder, formatBefore(source, row.isDrawn),
+                             {.isCompatible = row.isCompatible}),
+              row.planned)
+        << row.encoder << " " << row.source;
+  }
 }
 
 TEST(ConversionPlanner, PicturesKeepTheirTimesWhereTheContainerCan) {

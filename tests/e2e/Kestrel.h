@@ -48,7 +48,10 @@ inline bool tellsOfALoss(const std::string& line) {
       "(one video track is taken|it cannot be decoded|"
       "[a-z0-9_]+ (has no place for (pictures|sound)|holds one sound track|cannot hold [a-z0-9_]+)|"
       "[0-9]+ (channels|Hz|bits) become [0-9]+: [a-z0-9_]+ has no more|"
-      "only pictures, sound and subtitles are taken along)|"
+      "only pictures, sound and subtitles are taken along|"
+      "[0-9]+ bits become [0-9]+, (in which looks are drawn|as [a-z0-9_-]+ takes them)|"
+      "4:[24]:[24] becomes 4:2:[02], as [a-z0-9_-]+ takes it|"
+      "they lie on black(, where looks are drawn|: [a-z0-9_-]+ knows no transparency here))|"
       "[0-9]+ chapters?: [a-z0-9_]+ cannot hold them|"
       "the turn of its pictures, which [a-z0-9_]+ cannot hold; encoding sets them upright)");
   return std::regex_match(line, kLoss);
