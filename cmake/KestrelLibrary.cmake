@@ -22,12 +22,11 @@ if(NOT KESTREL_SANITIZE)
   target_link_options(kestrelcode PRIVATE LINKER:--no-undefined)
 endif()
 
-# The parts below and above the engine, sources and compositions, once more, for tests that look behind the
-# public headers. It is linked after the shared library, so it supplies only what that one keeps to
+# Most parts once more, for tests that look behind the public headers. It is linked after the shared library, so it supplies only what that one keeps to
 # itself.
 set(private_objects "")
-foreach(folder IN ITEMS kestrel_platform kestrel_support kestrel_sources kestrel_composition
-                       kestrel_convert)
+foreach(folder IN ITEMS kestrel_platform kestrel_support kestrel_sources kestrel_media
+                       kestrel_composition kestrel_convert)
   if(TARGET ${folder})
     list(APPEND private_objects $<TARGET_OBJECTS:${folder}>)
   endif()

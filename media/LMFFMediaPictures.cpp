@@ -47,7 +47,7 @@ LMFFMedia::Picture LMFFMedia::currentPicture() const {
   if (!stream) return {};
   AVFrame* frame = stream->frame();
   if (!frame->data[0]) return {};
-  const AVRational ticks = toAV(stream->timebase());
+  const AVRational ticks = ticksOf(*frame, *stream);
   return {frame, av_rescale_q(frame->pts, ticks, kMicroseconds) - start_time(),
           av_rescale_q(frameEnd(*frame), ticks, kMicroseconds) - start_time()};
 }

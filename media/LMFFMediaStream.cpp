@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "media/StreamDecoder.h"
+#include "media/StreamTime.h"
 #include "media/SubtitleContent.h"
 #include "media/SubtitleHistory.h"
 #include "support/FFmpegCompat.h"
@@ -268,8 +269,8 @@ void LMFFMediaStream::fillPalette(const SubtitlePalette& palette) {
   state_->decoder.setExtradata(std::move(bytes), kPaletteSize);
 }
 
-void LMFFMediaStream::setDeinterlacing(Deinterlacing mode) {
-  state_->decoder.setDeinterlacing(mode);
+void LMFFMediaStream::setTreatment(const PictureTreatment& treatment) {
+  state_->decoder.setTreatment(treatment);
 }
 
 bool LMFFMediaStream::isCopied() const {
@@ -407,7 +408,7 @@ void LMFFMediaStream::State::keepSubtitle(const LMFFMediaStream& self) {
   const AVFrame& picture = *pictures->frame();
   if (picture.data[0])
     earlierSubtitles.forgetBefore(
-        av_rescale_q(picture.pts, toAV(pictures->timebase()), toAV(self.timebase())));
+        av_rescale_q(picture.pts, ticksOf(picture, *pictures), toAV(self.timebase())));
 }
 
 std::shared_ptr<const Image> LMFFMediaStream::subtitleAt(int64_t time) const {

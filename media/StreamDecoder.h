@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "media/Deinterlacer.h"
+#include "media/PictureFilter.h"
 #include "support/FFmpegOwners.h"
 
 namespace kestrel {
@@ -27,8 +28,8 @@ class StreamDecoder {
   /// Extra data to use instead of the container's, from the next `open` on.
   void setExtradata(std::vector<uint8_t> bytes, int size);
 
-  /// Treatment of interlaced pictures from the next one on.
-  void setDeinterlacing(Deinterlacing mode);
+  /// What becomes of pictures from the next one on.
+  void setTreatment(const PictureTreatment& treatment);
 
   bool open();
   bool isOpen() const;
@@ -73,6 +74,9 @@ class StreamDecoder {
   void addPicture(FramePtr picture);
   void dateBackwards(int64_t end);
   void queue(FramePtr picture);
+  void treat(FramePtr picture);
+  void finishTreatment();
+  void denoise(std::vector<FramePtr> pictures);
   void setTime(AVFrame& picture);
   int64_t ownDuration(const AVFrame& picture) const;
   void setDuration(AVFrame& picture);
@@ -90,8 +94,9 @@ class StreamDecoder {
   int64_t lastTime_ = AV_NOPTS_VALUE;  // start of the last picture
   int64_t firstTime_ = 0;              // decoding time of the first packet since a seek
   std::vector<FramePtr> undated_;      // pictures that wait for a time
-  Deinterlacing deinterlacing_ = Deinterlacing::kOff;
+  PictureTreatment treatment_;
   std::optional<Deinterlacer> deinterlacer_;
+  std::optional<PictureFilter> denoiser_;
   bool keepsPictures_ = false;  // the decoder returns pictures from before a flush
   bool ended_ = false;
   int64_t sent_ = 0;      // packets since the last flush

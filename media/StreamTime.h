@@ -13,7 +13,12 @@ inline int64_t toStream(int64_t time, const LMFFMediaStream& stream) {
   return av_rescale_q(time, kMicroseconds, toAV(stream.timebase()));
 }
 
-/// The end of a frame in ticks of its stream.
+/// What the times of a decoded picture count.
+inline AVRational ticksOf(const AVFrame& picture, const LMFFMediaStream& stream) {
+  return picture.time_base.num > 0 ? picture.time_base : toAV(stream.timebase());
+}
+
+/// The end of a frame in the ticks of its start.
 inline int64_t frameEnd(const AVFrame& frame) { return frame.pts + frameDuration(frame); }
 
 }  // namespace kestrel

@@ -116,11 +116,11 @@ double parseDisplayAspect(std::string_view option, const std::string& text) {
   return choose<double>(option, text, {{"source", 0}, {"4:3", 4 / 3.0}, {"16:9", 16 / 9.0}});
 }
 
-Deinterlacing parseDeinterlacing(std::string_view option, const std::string& text) {
-  if (text == "auto") return Deinterlacing::kAuto;
-  if (text == "on") return Deinterlacing::kOn;
-  if (text == "off") return Deinterlacing::kOff;
-  throw Failure::settings(fmt::format("{}: '{}' is none of auto, on and off", option, text));
+Denoising parseDenoising(std::string_view option, const std::string& text) {
+  if (text == "light") return Denoising::kLight;
+  if (text == "medium") return Denoising::kMedium;
+  if (text == "strong") return Denoising::kStrong;
+  refuse(option, text, "one of light, medium and strong");
 }
 
 ChromaSampling parseChroma(std::string_view option, const std::string& text) {
@@ -253,6 +253,16 @@ void setSubtitles(ConversionSettings& settings, std::string_view /*option*/,
   if (settings.keepsSubtitles) settings.subtitleTracks = parseTrackChoice(text);
 }
 
+void setDeinterlacing(ConversionSettings& settings, std::string_view option,
+                      const std::string& text) {
+  if (text != "auto" && text != "on" && text != "off" && text != "bob")
+    refuse(option, text, "one of auto, on, off and bob");
+  settings.deinterlacing.reset();
+  if (text == "on") settings.deinterlacing = Deinterlacing::kOn;
+  if (text == "off") settings.deinterlacing = Deinterlacing::kOff;
+  settings.separatesFields = text == "bob";
+}
+
 /// What an option shapes: it does nothing where that is not encoded.
 enum class Shapes { kPictures, kSound, kNothing };
 
@@ -297,7 +307,8 @@ constexpr Row<ConversionSettings> kRows[] = {
     {"compatible", turn<&C::isCompatible>, kSwitch, kPictures},
     {"depth", set<&C::depth, parseBits>, kNumber, kPictures},
     {"chroma", set<&C::chroma, parseChroma>, kText, kPictures},
-    {"deinterlace", set<&C::deinterlacing, parseDeinterlacing>, kText, kPictures},
+    {"deinterlace", setDeinterlacing, kText, kPictures},
+    {"denoise", set<&C::denoising, parseDenoising>, kText, kPictures},
     {"video-option", add<&C::videoOptions>, kList, kPictures, {}, true},
     {"audio-codec", setSoundCodec},
     {"audio-copy", set<&C::audioCopy, parseNames>, kText, kSound},

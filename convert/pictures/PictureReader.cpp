@@ -67,26 +67,13 @@ std::shared_ptr<const Image> PictureReader::imageAt(int64_t time) {
 /// Whether the way on from here to `wanted` is no longer than from the key picture before it.
 bool PictureReader::isNear(int64_t wanted) const {
   if (!newest_ || wanted < newest_.start) return false;
-  const auto key = keyTimeBefore(wanted);
+  const auto key = keyBefore(wanted);
   return key ? *key <= sent_ : wanted - newest_.end < kNearEnough;
 }
 
-/// Where in the stream's index the last key picture up to `wanted` is, where the container has one
-/// that reaches so far.
-std::optional<int> PictureReader::keyBefore(int64_t wanted) const {
-  AVStream* stream = stream_->stream();
-  const int64_t ticks = av_rescale_q(wanted + timeOffset(), kMicroseconds, stream->time_base);
-  if (av_index_search_timestamp(stream, ticks, AVSEEK_FLAG_ANY) < 0) return std::nullopt;
-  const int index = av_index_search_timestamp(stream, ticks, AVSEEK_FLAG_BACKWARD);
-  return index < 0 ? std::nullopt : std::optional(index);
-}
-
-std::optional<int64_t> PictureReader::keyTimeBefore(int64_t wanted) const {
-  const auto key = keyBefore(wanted);
-  if (!key) return std::nullopt;
-  AVStream* stream = stream_->stream();
-  const int64_t ticks = avformat_index_get_entry(stream, *key)->timestamp;
-  return av_rescale_q(ticks, stream->time_base, kMicroseconds) - timeOffset();
+std::optional<int64_t> PictureReader::keyBefore(int64_t wanted) const {
+  const auto key = keyTimeBefore(*stream_->stream(), wanted + timeOffset());
+  return key ? std::optional(*key - timeOffset()) : std::nullopt;
 }
 
 /// From times of the movie to those of the container.
@@ -105,13 +92,13 @@ void PictureReader::seek(int64_t wanted, bool mayLeaveOut) {
   sent_ = wholeFrom_ = kNever;
   int64_t target = wanted;
   const int64_t ahead = 2 * framesAhead() * frameDuration_;
-  const auto key = mayLeaveOut ? keyTimeBefore(wanted) : std::nullopt;
+  const auto key = mayLeaveOut ? keyBefore(wanted) : std::nullopt;
   const bool leavesOut = key && *key + ahead < wanted - ahead;
   if (leavesOut) target = wanted - ahead;
   leaveOut(leavesOut);
   refused_ = refused();
   refusedAtSeek_ = stream_->decodeErrors();
-  isFromFirst_ = keyBefore(target) == 0;
+  isFromFirst_ = keyEntryBefore(*stream_->stream(), target + timeOffset()) == 0;
   media_->seek(target - media_->movie_position());
   noteSent();
 }

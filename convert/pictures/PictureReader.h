@@ -46,8 +46,7 @@ class PictureReader {
  private:
   int64_t meant(int64_t time) const { return time + frameDuration_ / 4; }
   bool isNear(int64_t wanted) const;
-  std::optional<int> keyBefore(int64_t wanted) const;
-  std::optional<int64_t> keyTimeBefore(int64_t wanted) const;
+  std::optional<int64_t> keyBefore(int64_t wanted) const;
   int64_t timeOffset() const;
   void seek(int64_t wanted, bool mayLeaveOut);
   bool readUpTo(int64_t wanted, bool mayLeaveOut);

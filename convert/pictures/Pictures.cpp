@@ -2,6 +2,7 @@
 
 #include <kestrel/ImageContext.h>
 #include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/MemorySource.h>
@@ -48,6 +49,7 @@ std::shared_ptr<LMMediaSource> openPictures(const PicturesSettings& settings,
 
 const PicturesSettings& checked(const PicturesSettings& settings) {
   require(settings.look);
+  requireDeinterlacing("deinterlacing", settings.deinterlacing);
   return settings;
 }
 
@@ -94,6 +96,7 @@ Pictures::Input::Input(const PicturesSettings& settings, const Interrupt& interr
   movie_.openMedias(source_->createMediasWithStreams(IndexSet{pictures_.index}));
   if (!movie_.hasVideo())
     throw Failure::input(path, fmt::format("the pictures of '{}' cannot be decoded", path));
+  movie_.videos().front()->videoStream()->setTreatment({.deinterlacing = settings.deinterlacing});
   if (settings.look.autoCrop) picture_ = withoutBars(movie_);
   look_ = Look(settings.look, pictures_.video, picture_);
   size_ = wholePixels({look_.size().width * look_.pixelAspect(), look_.size().height});

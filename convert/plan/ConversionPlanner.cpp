@@ -26,6 +26,7 @@
 #include "convert/probe/StreamsLeftOut.h"
 #include "convert/settings/Require.h"
 #include "support/Containers.h"
+#include "support/FFmpegOwners.h"
 #include "support/Pipes.h"
 #include "support/Words.h"
 #include "support/copy/Covers.h"
@@ -135,10 +136,9 @@ AVRational supportedRate(AVRational rate, const AVCodec& encoder) {
 
 class Planner {
  public:
-  Planner(const ConversionSettings& settings, const LMMediaSource& source,
-          const std::optional<Area>& picture)
+  Planner(const ConversionSettings& settings, const LMMediaSource& source, const Measures& measures)
       : settings_(settings),
-        picture_(picture),
+        measures_(measures),
         source_(source),
         input_(mediaInfoOf(source)),
         container_(settings.format.empty() ? outputFormatFor(settings.output)
@@ -343,14 +343,13 @@ class Planner {
     requireEncodable(container_, choice.codec, settings_.output);
     const VideoInfo& video = stream.video;
     plan_.look = settings_.look;
-    plan_.deinterlacing = settings_.deinterlacing.value_or(source_.isDVD() ? Deinterlacing::kAuto
-                                                                           : Deinterlacing::kOff);
-    plan_.picture = picture_;
-    const Look look(settings_.look, video, picture_);
+    planTreatment();
+    plan_.picture = measures_.picture;
+    const Look look(settings_.look, video, measures_.picture);
     plan_.pixelFormat = pixelFormatFor(choice.encoder, formatBefore(video, look.isDrawn()),
                                        {settings_.isCompatible, settings_.depth, settings_.chroma});
     const Shape shape = outputShape(settings_, look, keepsOddSides(choice.encoder));
-    const Rational own = video.frameRate.value_or(kUsualRate);
+    const Rational own = ownRate(video);
     const bool isLimited =
         settings_.maxFps &&
         av_cmp_q({own.num, own.den}, {settings_.maxFps->num, settings_.maxFps->den}) > 0;
@@ -372,12 +371,40 @@ class Planner {
              fmt::format("'{}' can be read only once", settings_.input));
   }
 
-  /// The index comes first, so that a player can start before the whole file is there.
-  /// Such an index has no place for covers.
+  /// What the pictures need. Progressive ones are left alone, also where they are marked as
+  /// interlaced; then each that shows combs is found on the way.
+  void planTreatment() {
+    PictureTreatment& treatment = plan_.treatment;
+    treatment.denoising = settings_.denoising;
+    if (settings_.deinterlacing) {
+      treatment.deinterlacing = *settings_.deinterlacing;
+    } else if (!measures_.scanning) {
+      treatment.deinterlacing = Deinterlacing::kAuto;
+    } else {
+      const Scanning scanning = measures_.scanning();
+      const auto usual = scanning.isMarked ? Deinterlacing::kAuto : Deinterlacing::kOn;
+      if (scanning.scan == Scan::kInterlaced)
+        treatment.deinterlacing = usual;
+      else if (scanning.scan == Scan::kMixed || scanning.isMarked)
+        treatment.deinterlacing = Deinterlacing::kCombed;
+      treatment.topFieldFirst = scanning.topFieldFirst;
+    }
+    treatment.separatesFields =
+        settings_.separatesFields && treatment.deinterlacing != Deinterlacing::kOff;
+  }
+
+  /// Pictures per second before any change of rate.
+  Rational ownRate(const VideoInfo& video) const {
+    const Rational rate = video.frameRate.value_or(kUsualRate);
+    return plan_.treatment.separatesFields ? fromAV(av_mul_q(toAV(rate), {2, 1})) : rate;
+  }
+
+  /// The index of fragments has no place for covers.
   bool isFragmented() const {
     return isMpeg4(container_) && (settings_.fragment || isPipe(settings_.output));
   }
 
+  /// The index comes first, so that a player can start before the whole file is there.
   void planMuxer() {
     const bool isPiped = isPipe(settings_.output);
     if (isPiped && goesBack(container_))
@@ -411,7 +438,7 @@ class Planner {
   }
 
   const ConversionSettings& settings_;
-  const std::optional<Area>& picture_;
+  const Measures& measures_;
   const LMMediaSource& source_;
   const MediaInfo input_;
   const StreamInfo* pictures_ = nullptr;  // that are kept
@@ -422,8 +449,8 @@ class Planner {
 }  // namespace
 
 ConversionPlan planConversion(const ConversionSettings& settings, const LMMediaSource& input,
-                              const std::optional<Area>& picture) {
-  return Planner(settings, input, picture).plan();
+                              const Measures& measures) {
+  return Planner(settings, input, measures).plan();
 }
 
 }  // namespace kestrel

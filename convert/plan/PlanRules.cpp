@@ -93,7 +93,8 @@ class PlanRules {
     checkPasses();
     if (format.aspect != 0)
       requireNumber("format.aspect", format.aspect, 0, std::numeric_limits<float>::max());
-    requireDeinterlacing("deinterlacing", plan_.deinterlacing);
+    requireDeinterlacing("treatment.deinterlacing", plan_.treatment.deinterlacing);
+    requireDenoising("treatment.denoising", plan_.treatment.denoising);
     require(plan_.look);
     if (plan_.picture) checkPicture(*plan_.picture, *stream.codecpar);
   }

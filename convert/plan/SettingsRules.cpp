@@ -97,6 +97,8 @@ void requireSense(const ConversionSettings& s, bool encodesPictures, bool encode
     requireNone({{"videoCodec", !s.videoCodec.empty()},
                  {"look", s.look != LookSettings{}},
                  {"deinterlacing", s.deinterlacing.has_value()},
+                 {"separatesFields", s.separatesFields},
+                 {"denoising", s.denoising != Denoising::kOff},
                  {"width", s.width.has_value()},
                  {"height", s.height.has_value()},
                  {"lines", s.lines.has_value()},
@@ -141,6 +143,9 @@ void require(const ConversionSettings& s) {
   requireSense(s, mayEncode(s.video), mayEncode(s.audio));
   require(s.look);
   whereGiven("deinterlacing", s.deinterlacing, requireDeinterlacing);
+  if (s.separatesFields && s.deinterlacing == Deinterlacing::kOff)
+    refuse("separatesFields", "nothing is deinterlaced");
+  requireDenoising("denoising", s.denoising);
   whereGiven("width", s.width, requireSide);
   whereGiven("height", s.height, requireSide);
   requireSize(s);

@@ -4,6 +4,7 @@
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMFFMovieImageProvider.h>
 #include <kestrel/LMMediaSource.h>
@@ -185,6 +186,8 @@ class Player::Playback {
     if (settings_.withPictures) pictures_ = info_.streams[*video].video;
     if (!streams_.empty()) movie_.openMedias(source_->createMediasWithStreams(streams_));
     movie_.setSelectAudioStreams(tracks);
+    for (const auto& media : movie_.videos())
+      media->videoStream()->setTreatment({.deinterlacing = Deinterlacing::kCombed});
     if (!movie_.hasAudio() && !movie_.hasVideo())
       throw Failure::input(
           settings_.input,

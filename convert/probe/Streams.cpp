@@ -14,6 +14,7 @@
 
 #include "convert/probe/Languages.h"
 #include "support/BestStream.h"
+#include "support/FFmpegOwners.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -59,6 +60,20 @@ std::optional<uint32_t> mainVideo(AVFormatContext& input) {
 
 int64_t startOf(const AVFormatContext& input) {
   return input.start_time == AV_NOPTS_VALUE ? 0 : input.start_time;
+}
+
+std::optional<int> keyEntryBefore(AVStream& stream, int64_t time) {
+  const int64_t ticks = av_rescale_q(time, kMicroseconds, stream.time_base);
+  if (av_index_search_timestamp(&stream, ticks, AVSEEK_FLAG_ANY) < 0) return std::nullopt;
+  const int index = av_index_search_timestamp(&stream, ticks, AVSEEK_FLAG_BACKWARD);
+  return index < 0 ? std::nullopt : std::optional(index);
+}
+
+std::optional<int64_t> keyTimeBefore(AVStream& stream, int64_t time) {
+  const auto key = keyEntryBefore(stream, time);
+  if (!key) return std::nullopt;
+  const int64_t ticks = avformat_index_get_entry(&stream, *key)->timestamp;
+  return av_rescale_q(ticks, stream.time_base, kMicroseconds);
 }
 
 int64_t beginOf(const StreamInfo& stream, const MediaInfo& input) {

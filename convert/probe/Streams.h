@@ -31,6 +31,11 @@ inline constexpr Rational kUsualRate{25, 1};
 /// counts fields or clock ticks instead of pictures.
 Rational realFrameRate(AVStream& stream);
 
+/// Where in a stream's index the last key picture up to a time is (microseconds in the container's
+/// time), and the time of that; none where the container has no index that reaches so far.
+std::optional<int> keyEntryBefore(AVStream& stream, int64_t time);
+std::optional<int64_t> keyTimeBefore(AVStream& stream, int64_t time);
+
 /// How long after its input's start a stream begins, microseconds; 0 where that is not told.
 int64_t beginOf(const StreamInfo& stream, const MediaInfo& input);
 

@@ -21,6 +21,7 @@
 #include "convert/plan/SettingsRules.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
+#include "convert/probe/MeasuredScanning.h"
 #include "convert/run/ConversionRun.h"
 #include "convert/run/ConversionWriter.h"
 #include "convert/run/LeftOut.h"
@@ -52,9 +53,7 @@ class Conversion::Work {
   ConversionPlan& plan(const Events& events) {
     if (source_) return plan_;
     const auto source = openInput(settings_.input, settings_.title, events.interrupt);
-    const auto picture =
-        settings_.look.autoCrop ? findPicture(events.interrupt) : std::optional<Area>();
-    plan_ = planConversion(settings_, *source, picture);
+    plan_ = planConversion(settings_, *source, measures(*source, events.interrupt));
     info_ = mediaInfoOf(*source);
     source_ = source;
     return plan_;
@@ -93,11 +92,18 @@ class Conversion::Work {
     return report;
   }
 
-  /// What lies between the black bars; nothing where there are none.
-  std::optional<Area> findPicture(const Interrupt& interrupt) const {
-    LMFFMovie movie;
-    movie.openMedias(openInput(settings_.input, settings_.title, interrupt)->createMedias());
-    return withoutBars(movie);
+  /// What pictures from all over the input tell; another reader looks at them. A pipe has one.
+  Measures measures(const LMMediaSource& source, const Interrupt& interrupt) const {
+    if (!source.isSeekable()) return {};
+    const auto withMovie = [this, interrupt](auto look) {
+      LMFFMovie movie;
+      movie.openMedias(openInput(settings_.input, settings_.title, interrupt)->createMedias());
+      return look(movie);
+    };
+    Measures measures;
+    if (settings_.look.autoCrop) measures.picture = withMovie(withoutBars);
+    measures.scanning = [withMovie] { return withMovie(measuredScanning); };
+    return measures;
   }
 
   /// Whether the result is all that the input promised, and what is missing.

@@ -132,8 +132,7 @@ class ConversionRun::Work {
       throw Failure::input(
           settings_.input,
           fmt::format("cannot convert '{}': none of its streams can be decoded", settings_.input));
-    for (const auto& media : movie_.videos())
-      media->videoStream()->setDeinterlacing(plan_.deinterlacing);
+    for (const auto& media : movie_.videos()) media->videoStream()->setTreatment(plan_.treatment);
     applyLook();
     if (movie_.duration() > 0 && plan_.start >= movie_.duration())
       throw Failure::settings(fmt::format("the start lies behind the end of '{}'", settings_.input),

@@ -83,7 +83,14 @@ void requireAction(const std::string& setting, StreamAction action) {
 }
 
 void requireDeinterlacing(const std::string& setting, Deinterlacing when) {
-  requireOneOf(setting, when, {Deinterlacing::kOff, Deinterlacing::kAuto, Deinterlacing::kOn});
+  requireOneOf(
+      setting, when,
+      {Deinterlacing::kOff, Deinterlacing::kAuto, Deinterlacing::kOn, Deinterlacing::kCombed});
+}
+
+void requireDenoising(const std::string& setting, Denoising strength) {
+  requireOneOf(setting, strength,
+               {Denoising::kOff, Denoising::kLight, Denoising::kMedium, Denoising::kStrong});
 }
 
 void requireTitle(const std::optional<int>& title) {

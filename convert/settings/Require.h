@@ -42,6 +42,7 @@ void requireEffect(const std::string& effect);
 
 void requireAction(const std::string& setting, StreamAction action);
 void requireDeinterlacing(const std::string& setting, Deinterlacing when);
+void requireDenoising(const std::string& setting, Denoising strength);
 void requireTitle(const std::optional<int>& title);
 void requireChoice(const std::string& setting, const TrackChoice& choice);
 void requireNumber(const std::string& setting, double number, double low, double high);

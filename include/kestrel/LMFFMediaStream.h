@@ -22,8 +22,30 @@ class LMFFAudioResample;
 class LMFFImage;
 class LMFFMedia;
 
-/// Which pictures are deinterlaced: none, those marked as interlaced, or all.
-enum class Deinterlacing { kOff, kAuto, kOn };
+/// Which pictures are deinterlaced.
+enum class Deinterlacing {
+  kOff,     ///< none
+  kAuto,    ///< those marked as interlaced
+  kOn,      ///< all
+  kCombed,  ///< those that show the combs of two moments, however they are marked
+};
+
+/// How much noise is taken away.
+enum class Denoising { kOff, kLight, kMedium, kStrong };
+
+/// What becomes of a stream's decoded pictures before anybody sees them.
+struct PictureTreatment {
+  Deinterlacing deinterlacing = Deinterlacing::kOff;
+  /// Each field of a picture that is deinterlaced becomes a picture of its own: twice as many a
+  /// second, for smooth motion.
+  bool separatesFields = false;
+  /// Which field of a picture that is not marked as interlaced is the earlier one; absent: the
+  /// upper.
+  std::optional<bool> topFieldFirst = {};
+  Denoising denoising = Denoising::kOff;
+
+  bool operator==(const PictureTreatment&) const = default;
+};
 
 /// A container stream of a media: its decoder, latest frame, current subtitle, resampler (audio)
 /// and queue of undecoded packets (stream copy).
@@ -104,9 +126,10 @@ class KESTREL_API LMFFMediaStream {
 
   // Decoding.
 
-  /// How interlaced pictures are treated; set it before the first one is decoded. The default is
-  /// `kOff`. Every picture stays one picture with its own time.
-  void setDeinterlacing(Deinterlacing mode);
+  /// What becomes of decoded pictures; set it before the first one is decoded. The default is
+  /// nothing. Every picture stays one picture with its own time, but where fields are separated;
+  /// then a frame whose `time_base` is set has its times in that.
+  void setTreatment(const PictureTreatment& treatment);
 
   /// Decodes one packet, or queues it if the stream is copied; true if a frame was decoded.
   /// Further pictures of the same packet wait for `takeQueuedFrame`.

@@ -24,6 +24,7 @@
 #include <kestrel/convert/Player.h>
 #include <kestrel/convert/Presets.h>
 #include <kestrel/convert/Report.h>
+#include <kestrel/convert/Scanning.h>
 #include <kestrel/convert/Sprites.h>
 #include <kestrel/convert/Text.h>
 #include <kestrel/convert/Thumbnail.h>

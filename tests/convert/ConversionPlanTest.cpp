@@ -102,7 +102,10 @@ TEST_F(ConversionPlanning, ChangesThatCannotBeCarriedOutAreRefused) {
        }},
       {"streams.action",
        [](auto& plan) { plan.pictures()->action = static_cast<StreamAction>(7); }},
-      {"deinterlacing", [](auto& plan) { plan.deinterlacing = static_cast<Deinterlacing>(7); }}};
+      {"treatment.deinterlacing",
+       [](auto& plan) { plan.treatment.deinterlacing = static_cast<Deinterlacing>(7); }},
+      {"treatment.denoising",
+       [](auto& plan) { plan.treatment.denoising = static_cast<Denoising>(7); }}};
   for (const auto& [subject, change] : mistakes) {
     Conversion conversion(settings());
     const ConversionPlan plan = conversion.plan();
@@ -221,7 +224,7 @@ TEST_F(ConversionPlanning, DeinterlacingMayBeChanged) {
     given.replaces = true;
     if (bySettings) given.deinterlacing = Deinterlacing::kOn;
     Conversion conversion(given);
-    if (!bySettings) conversion.plan().deinterlacing = byPlan;
+    if (!bySettings) conversion.plan().treatment.deinterlacing = byPlan;
     EXPECT_TRUE(conversion.run().isWhole());
     return decoded(output_, {"-map", "0:v", "-f", "framemd5"});
   };

@@ -225,8 +225,10 @@ void addVideoOptions(Verb verb) {
   verb.option("--chroma", "samples of colour: 420, 422 or 444 (default: the source's)")
       .type("SAMPLES");
   verb.option("--deinterlace",
-              "auto: interlaced pictures; on: all; off (default: off, for discs auto)")
+              "auto: where combs are found; on: all; off; bob: as auto, each field a picture "
+              "(default: auto)")
       .type("WHEN");
+  verb.option("--denoise", "take noise away: light, medium or strong").type("STRENGTH");
   verb.option("--video-option", "an option of the encoder's own").type("KEY=VALUE").repeatable();
 }
 

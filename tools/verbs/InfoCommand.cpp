@@ -1,5 +1,6 @@
 #include <kestrel/convert/MediaInfo.h>
 
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -24,9 +25,18 @@ struct InfoSettings {
   bool asJson = false;
 };
 
+/// What the container says of a file and, where it can be read a second time, how its pictures were
+/// scanned.
+MediaInfo infoOf(const std::string& input) {
+  MediaInfo info = readMediaInfo(input, std::nullopt, interrupted);
+  if (info.mainVideo && std::filesystem::is_regular_file(input))
+    info.streams[*info.mainVideo].video.scanning = readScanning(input, std::nullopt, interrupted);
+  return info;
+}
+
 int tellOne(const InfoSettings& settings) {
   const std::string& input = settings.inputs.front();
-  const MediaInfo info = readMediaInfo(input, std::nullopt, interrupted);
+  const MediaInfo info = infoOf(input);
   writeStandardOutput(settings.asJson ? printed(infoDocument(input, info)) : infoText(input, info));
   return kDone;
 }
@@ -38,7 +48,7 @@ int tellAll(const InfoSettings& settings) {
   bool isFirst = true;
   for (const std::string& input : settings.inputs) {
     try {
-      const MediaInfo info = readMediaInfo(input, std::nullopt, interrupted);
+      const MediaInfo info = infoOf(input);
       if (settings.asJson)
         documents.push_back(infoDocument(input, info));
       else

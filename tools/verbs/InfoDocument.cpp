@@ -68,6 +68,26 @@ ordered_json hdrDocument(const std::optional<HdrInfo>& hdr) {
   return json;
 }
 
+const char* nameOf(Scan scan) {
+  switch (scan) {
+    case Scan::kInterlaced:
+      return "interlaced";
+    case Scan::kMixed:
+      return "mixed";
+    default:
+      return "progressive";
+  }
+}
+
+ordered_json scanningDocument(const std::optional<Scanning>& scanning) {
+  if (!scanning) return nullptr;
+  ordered_json json{{"scan", nameOf(scanning->scan)}, {"marked", scanning->isMarked}};
+  json["top_field_first"] = orNull(scanning->topFieldFirst);
+  json["pictures"] = scanning->pictures;
+  json["combed"] = scanning->combed;
+  return json;
+}
+
 void addVideo(ordered_json& json, const VideoInfo& video) {
   json["width"] = positiveOrNull(video.width);
   json["height"] = positiveOrNull(video.height);
@@ -84,6 +104,7 @@ void addVideo(ordered_json& json, const VideoInfo& video) {
   json["color_primaries"] = orNull(video.colorPrimaries);
   json["color_transfer"] = orNull(video.colorTransfer);
   json["hdr"] = hdrDocument(video.hdr);
+  json["scanning"] = scanningDocument(video.scanning);
 }
 
 void addAudio(ordered_json& json, const AudioInfo& audio) {

@@ -142,9 +142,22 @@ Words colorFacts(const VideoInfo& video) {
   return facts;
 }
 
+/// "interlaced, upper field first, not marked"; "" where all is progressive and marked so.
+std::string scanFacts(const Scanning& scanning) {
+  if (scanning.scan == Scan::kProgressive)
+    return scanning.isMarked ? "progressive, marked as interlaced" : "";
+  Words facts{scanning.scan == Scan::kMixed ? "interlaced in part" : "interlaced"};
+  if (scanning.topFieldFirst)
+    facts.push_back(*scanning.topFieldFirst ? "upper field first" : "lower field first");
+  if (!scanning.isMarked) facts.push_back("not marked");
+  return joined(facts);
+}
+
 Words videoFacts(const VideoInfo& video) {
   Words facts;
   if (!video.pixelFormat.empty()) facts.push_back(video.pixelFormat);
+  if (const std::string scan = video.scanning ? scanFacts(*video.scanning) : ""; !scan.empty())
+    facts.push_back(scan);
   if (video.pixelAspect)
     facts.push_back(fmt::format("pixels {}:{}, picture {}", video.pixelAspect->num,
                                 video.pixelAspect->den,

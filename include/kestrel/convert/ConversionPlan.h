@@ -60,7 +60,10 @@ struct ConversionSettings {
       {};                       ///< absent: encoded where the container has a place for it
   std::string videoCodec = {};  ///< a codec's or encoder's name; "": the container's default
   LookSettings look = {};
-  std::optional<Deinterlacing> deinterlacing = {};  ///< absent: automatic for a disc, else off
+  /// Absent: what the pictures need, by their marks and by what they show (`Scanning`).
+  std::optional<Deinterlacing> deinterlacing = {};
+  bool separatesFields = false;  ///< of what is deinterlaced each field becomes a picture
+  Denoising denoising = Denoising::kOff;
   std::optional<int> width = {};   ///< 1 to 65535 pixels; absent beside a height: keeps the shape
   std::optional<int> height = {};  ///< likewise
   /// In place of both: the frame of 16:9 with so many lines (720: "720p"), 2 to 36861, that the
@@ -199,7 +202,7 @@ struct KESTREL_API ConversionPlan {
   std::optional<HdrInfo> hdr = {};   ///< the light of the output's pictures, where it is told
   LookSettings look = {};            ///< ends up in a picture of `format`'s size
   std::optional<Area> picture = {};  ///< between the black bars, where they are left out
-  Deinterlacing deinterlacing = Deinterlacing::kOff;
+  PictureTreatment treatment = {};   ///< before the look
   Options videoOptions = {};
   int passes = 1;                         ///< over the pictures, 1 or 2
   std::optional<int64_t> sizeLimit = {};  ///< bytes; sets the bit rate of `format` anew

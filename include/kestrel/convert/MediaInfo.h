@@ -4,6 +4,7 @@
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFVideoColor.h>
 #include <kestrel/convert/Events.h>
+#include <kestrel/convert/Scanning.h>
 
 #include <cstdint>
 #include <optional>
@@ -59,10 +60,11 @@ struct VideoInfo {
   int width = 0;  ///< pixels as they are stored, before the turn; 0: unknown
   int height = 0;
   std::string pixelFormat = {};
-  int bitDepth = 0;       ///< of a component; 0: unknown
-  bool hasAlpha = false;  ///< in the pixels, or beside the pictures
-  bool isCover = false;   ///< one picture that belongs to the file, no movie
-  bool isInterlaced = false;
+  int bitDepth = 0;                          ///< of a component; 0: unknown
+  bool hasAlpha = false;                     ///< in the pixels, or beside the pictures
+  bool isCover = false;                      ///< one picture that belongs to the file, no movie
+  bool isInterlaced = false;                 ///< as the container marks them
+  std::optional<Scanning> scanning = {};     ///< absent: not looked at; see `readScanning`
   std::optional<Rational> frameRate = {};    ///< pictures per second as they really come
   std::optional<Rational> averageRate = {};  ///< as the container counts them
   std::optional<Rational> pixelAspect = {};

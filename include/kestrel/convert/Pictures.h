@@ -5,6 +5,7 @@
 #include <kestrel/Geometry.h>
 #include <kestrel/Image.h>
 #include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/Report.h>
@@ -21,6 +22,7 @@ struct PicturesSettings {
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   LookSettings look = {};
+  Deinterlacing deinterlacing = Deinterlacing::kCombed;
 };
 
 /// Single pictures of a movie, each exactly the one that a player shows at its time: upright, in

@@ -1,0 +1,144 @@
+#include <kestrel/convert/Scanning.h>
+
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
+#include <kestrel/LMFFMovie.h>
+#include <kestrel/LMMediaSource.h>
+
+#include <algorithm>
+#include <set>
+
+#include <kestrel/convert/Failure.h>
+#include "convert/probe/Input.h"
+#include "convert/probe/MeasuredScanning.h"
+#include "convert/probe/Streams.h"
+#include "support/Combs.h"
+#include "support/FFmpegOwners.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr int kPlaces = 6;
+constexpr int kPictures = 30;  // of all places
+
+/// Of a picture behind its decoding, pictures.
+constexpr int kLongestDelay = 8;
+
+// Shares of the pictures that tell.
+constexpr double kSome = 0.1;
+constexpr double kMost = 0.6;
+
+/// So few pictures prove nothing against their marks.
+constexpr int kFewest = 4;
+
+/// Adds up what pictures say, one after the other.
+class Witness {
+ public:
+  explicit Witness(const LMFFMediaStream& stream) {
+    const AVFieldOrder order = stream.stream()->codecpar->field_order;
+    result_.isMarked = order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE;
+    // Which field is shown first; the names of some orders begin with the one that is coded first.
+    if (order == AV_FIELD_TT || order == AV_FIELD_BT) marked_ = 1;
+    if (order == AV_FIELD_BB || order == AV_FIELD_TB) marked_ = -1;
+  }
+
+  void look(const AVFrame& picture) {
+    if (picture.interlaced_frame) {
+      result_.isMarked = true;
+      marked_ += picture.top_field_first ? 1 : -1;
+    }
+    if (previous_) compare(*previous_, picture);
+    previous_.reset(av_frame_clone(&picture));
+  }
+
+  /// What follows does not follow what was seen.
+  void jump() { previous_.reset(); }
+
+  Scanning result() const {
+    Scanning result = result_;
+    const double share =
+        result.pictures > 0 ? static_cast<double>(result.combed) / result.pictures : 0;
+    if (result.pictures < kFewest)
+      result.scan = result.isMarked || share > kSome ? Scan::kInterlaced : Scan::kProgressive;
+    else if (share > kSome)
+      result.scan = share > kMost ? Scan::kInterlaced : Scan::kMixed;
+    if (result.scan == Scan::kProgressive) return result;
+    const int64_t order = marked_ != 0 ? marked_ : measured_;
+    if (order != 0) result.topFieldFirst = order > 0;
+    return result;
+  }
+
+ private:
+  void compare(const AVFrame& picture, const AVFrame& next) {
+    if (picture.width != next.width || picture.height != next.height ||
+        picture.format != next.format)
+      return;
+    const Combs combs = countCombs(picture, next);
+    if (!combs.canTell()) return;
+    ++result_.pictures;
+    if (!combs.areSeen()) return;
+    ++result_.combed;
+    if (marked_ == 0) measured_ += topFieldFirst(picture, next);
+  }
+
+  Scanning result_;
+  FramePtr previous_;
+  int64_t marked_ = 0;    // pictures whose upper field is marked as first, less the others
+  int64_t measured_ = 0;  // likewise, what the combs say
+};
+
+/// Where to look. The way to any picture but a key picture is long, and so it is at those of the
+/// container's index; streams that are broadcast have none, and key pictures everywhere. Elsewhere
+/// only the beginning is near.
+std::set<int64_t> placesIn(const LMFFMedia& media) {
+  std::set<int64_t> places;
+  const int64_t duration = media.duration();
+  const bool canSeek =
+      media.source()->isSeekable() && duration > 0 && duration < LMFFMedia::kUnknownDuration;
+  const bool isBroadcast = (media.formatContext()->iformat->flags & AVFMT_TS_DISCONT) != 0;
+  // An index counts in order of decoding, and pictures are shown later.
+  AVStream& stream = *media.videoStream()->stream();
+  const AVRational length = av_inv_q(toAV(realFrameRate(stream)));
+  const int64_t delay = av_rescale_q(kLongestDelay, length, kMicroseconds);
+  for (int i = 0; canSeek && i < kPlaces; ++i) {
+    const int64_t time = duration * (2 * i + 1) / (2 * kPlaces);
+    const auto key = keyTimeBefore(stream, media.start_time() + time);
+    const int64_t near = key ? *key + delay - media.start_time() : 0;
+    places.insert(isBroadcast ? time : std::max<int64_t>(near, 0));
+  }
+  return places;
+}
+
+}  // namespace
+
+Scanning measuredScanning(LMFFMovie& movie) {
+  const auto videos = movie.videos();
+  if (videos.empty()) return {};
+  LMFFMedia& media = *videos.front();
+  Witness witness(*media.videoStream());
+  const std::set<int64_t> places = placesIn(media);
+  for (const int64_t place : places) {
+    media.seek(place);
+    witness.jump();
+    for (size_t i = 0; i < kPictures / places.size() && !isInterrupted(media); ++i) {
+      const LMFFMedia::Picture picture = media.nextPicture();
+      if (!picture) break;
+      witness.look(*picture.frame);
+    }
+  }
+  if (isInterrupted(media)) throw Failure::interrupted();
+  return witness.result();
+}
+
+Scanning readScanning(const std::string& path, std::optional<int> title,
+                      const Interrupt& interrupt) {
+  const auto source = openInput(path, title, interrupt);
+  const auto video = mainVideo(*source->formatContext());
+  if (!video) return {};
+  LMFFMovie movie;
+  movie.openMedias(source->createMediasWithStreams(IndexSet{*video}));
+  return measuredScanning(movie);
+}
+
+}  // namespace kestrel
