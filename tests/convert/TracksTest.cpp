@@ -104,6 +104,63 @@ TEST_F(TracksTest, EncodedPicturesAreTheTicksOfTheSpan) {
   }
 }
 
+// Pictures 0, 1, 2, 5, 6, 10, 11 and 20 of 25 a second, in milliseconds:
+//   0   40   80   200   240   400   440   800
+// The container has 40 ms for the last one.
+TEST_F(TracksTest, PicturesOfTheirOwnTimesAreThoseOfTheSpan) {
+  struct Row {
+    int64_t start;
+    std::optional<int64_t> end;
+    std::vector<int64_t> times;  // milliseconds after the start
+    int64_t stop;
+  };
+  for (const Row& row :
+       std::vector<Row>{{0, {}, {0, 40, 80, 200, 240, 400, 440, 800}, 840},
+                        // At a picture's own time that one is the first.
+                        {200, {}, {0, 40, 200, 240, 600}, 640},
+                        // Within one, it stands in from the start on.
+                        {100, {}, {0, 100, 140, 300, 340, 700}, 740},
+                        // It gives way where it would end within a quarter of its usual time.
+                        {191, {}, {0, 49, 209, 249, 609}, 649},
+                        {189, {}, {0, 11, 51, 211, 251, 611}, 651},
+                        // At the end the last one is cut short.
+                        {0, 600, {0, 40, 80, 200, 240, 400, 440}, 600},
+                        {100, 300, {0, 100, 140}, 200},
+                        // One that would show for less than half its usual time is left out.
+                        {0, 419, {0, 40, 80, 200, 240}, 400},
+                        {0, 421, {0, 40, 80, 200, 240, 400}, 421},
+                        // Behind the input's end there is nothing.
+                        {0, 2000, {0, 40, 80, 200, 240, 400, 440, 800}, 840}}) {
+    SCOPED_TRACE(testing::Message() << row.start << ' ' << row.end.value_or(-1));
+    const auto end = row.end ? std::optional(*row.end * 1000) : std::nullopt;
+    open("gaps25.mkv", row.start * 1000);
+    const Brought brought = run([&] {
+      return std::make_unique<TimedVideoTrack>(movie_, Span{row.start * 1000, end}, Rational{25, 1},
+                                               false, nullptr);
+    });
+    std::vector<int64_t> expected;
+    for (const int64_t time : row.times) expected.push_back(time * 1000);
+    EXPECT_EQ(brought.jobs, static_cast<int>(expected.size()));
+    // The step behind the last picture finds the end.
+    ASSERT_GE(brought.times.size(), expected.size());
+    EXPECT_THAT(std::vector(brought.times.begin(),
+                            brought.times.begin() + static_cast<std::ptrdiff_t>(expected.size())),
+                testing::ElementsAreArray(expected));
+    EXPECT_EQ(brought.end, row.stop * 1000);
+  }
+}
+
+// What is drawn over them changes on.
+TEST_F(TracksTest, PicturesOfTheirOwnTimesComeAgainWhereThatIsAskedFor) {
+  open("gaps25.mkv", 0);
+  const Brought brought = run([&] {
+    return std::make_unique<TimedVideoTrack>(movie_, Span{0, 200000}, Rational{25, 1}, true,
+                                             nullptr);
+  });
+  EXPECT_EQ(brought.jobs, 5);  // that of 80 ms three times
+  EXPECT_EQ(brought.end, 200000);
+}
+
 TEST_F(TracksTest, EncodedSoundEndsToTheSample) {
   for (const auto& [start, end, length] :
        {std::tuple<int64_t, std::optional<int64_t>, int64_t>{0, {}, 3000000},

@@ -10,6 +10,10 @@ flags that are given and ROOT/include. What a block is, the line before its fenc
     <!-- fragment: PARAMETERS -->    part of a function that has these parameters
     (anything else)                  a file of its own
 
+Where a page says of an example how short it is, "[a player](examples/play.cpp) at most 10", the
+body of its main has no more lines: those between the brace that opens and the one that closes it,
+blank ones apart.
+
 A file of its own needs all its includes; a fragment may count on those of FRAGMENT_INCLUDES.
 """
 
@@ -25,6 +29,8 @@ FRAGMENT_INCLUDES = ["kestrel/kestrel.h", "atomic", "iostream", "memory", "strin
 Block = collections.namedtuple("Block", "place line mark text")
 
 MARK = re.compile(r"^<!-- (.*) -->$")
+LENGTH = re.compile(r"\((examples/\w+\.cpp)\)[^()]*?\bat most (\d+)")
+MAIN = re.compile(r"^int main\(.*\{$")
 FENCE = re.compile(r"^(```+) *(\w*)")
 
 
@@ -105,11 +111,45 @@ def check(root, compiler):
     return problems, len(files), copies
 
 
+def body_length(text):
+    """How many lines the body of main has, blank ones apart; None without a main."""
+    lines = iter(text.split("\n"))
+    if not any(MAIN.match(line) for line in lines):
+        return None
+    length = 0
+    for line in lines:
+        # The body's own lines are indented, or begin what catches for all of it.
+        if line == "}":
+            break
+        length += line != ""
+    return length
+
+
+def check_lengths(root):
+    """(problems, how many lengths were compared)."""
+    root = pathlib.Path(root)
+    problems, lengths = [], 0
+    for page in pages(root):
+        for name, most in LENGTH.findall(page.read_text(encoding="utf-8")):
+            lengths += 1
+            file = root / name
+            length = body_length(file.read_text(encoding="utf-8")) if file.exists() else None
+            where = page.relative_to(root).as_posix()
+            if length is None:
+                problems.append(f"{where}: {name} has no main")
+            elif length > int(most):
+                problems.append(f"{where}: {name} has {length} lines, and at most {most} are said")
+    return problems, lengths
+
+
 def main():
     problems, compiled, copies = check(sys.argv[1], sys.argv[2:])
-    if not problems and not (compiled and copies):
+    too_long, lengths = check_lengths(sys.argv[1])
+    problems += too_long
+    if not problems and not (compiled and copies and lengths):
         problems = ["there is no C++ in the documentation: is this the project's root?"]
-    print("\n".join(problems) or f"{compiled} files compiled, {copies} copies compared")
+    print("\n".join(problems) or
+          f"{compiled} files compiled, {copies} copies and {lengths} lengths compared")
     return 1 if problems else 0
 
 

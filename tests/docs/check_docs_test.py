@@ -70,6 +70,34 @@ class CheckDocsTest(unittest.TestCase):
         self.assertRefused({"README.md": page(PROGRAM, "<!-- examples/a.cpp -->")},
                            "examples/a.cpp")
 
+    def lengths(self, page, example=None):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            (root / "README.md").write_text(page, encoding="utf-8")
+            if example is not None:
+                (root / "examples").mkdir()
+                (root / "examples/a.cpp").write_text(example, encoding="utf-8")
+            return check_docs.check_lengths(root)
+
+    def test_length_of_an_example(self):
+        example = ("#include <string>\n\nint helper() {\n  return 2;\n}\n\n"
+                   "int main() try {\n  if (helper()) {\n    helper();\n  }\n\n"
+                   "} catch (...) {\n  return 1;\n}\n")
+        for most, problems in ((5, 0), (6, 0), (4, 1)):
+            page = f"Of an [example](examples/a.cpp) the body takes\nat most {most} lines.\n"
+            found, lengths = self.lengths(page, example)
+            self.assertEqual((len(found), lengths), (problems, 1), found)
+        self.assertIn("has 5 lines", self.lengths("[a](examples/a.cpp) at most 4", example)[0][0])
+
+    def test_each_length_is_of_the_example_before_it(self):
+        page = "[one](examples/a.cpp) at most 3, [two](examples/b.cpp) at most 1"
+        found, lengths = self.lengths(page, "int main() {\n  return 0;\n}\n")
+        self.assertEqual(lengths, 2)
+        self.assertEqual(found, ["README.md: examples/b.cpp has no main"])
+
+    def test_example_without_a_length(self):
+        self.assertEqual(self.lengths("[one](examples/a.cpp), and no number"), ([], 0))
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -98,7 +98,7 @@ TEST_P(LMFFMediaFrames, PicturesAfterASeekFollowWithoutAGap) {
 }
 
 TEST_P(LMFFMediaFrames, PictureAfterASeekIsTheSameWithAnyNumberOfProcessors) {
-  for (const int count : {1, 2, 16}) {
+  for (const int count : {1, 2, 8, 16}) {
     const ForcedCpuCount forced(count);
     media_ = videoMediaOf(fixture(GetParam()));
     for (size_t picture = 0; picture < middles_.size(); picture += 3) {
@@ -110,7 +110,7 @@ TEST_P(LMFFMediaFrames, PictureAfterASeekIsTheSameWithAnyNumberOfProcessors) {
 }
 
 TEST_P(LMFFMediaFrames, PicturesInARowAreTheSameWithAnyNumberOfProcessors) {
-  for (const int count : {1, 2, 16}) {
+  for (const int count : {1, 2, 8, 16}) {
     const ForcedCpuCount forced(count);
     media_ = videoMediaOf(fixture(GetParam()));
     for (size_t picture = 0; picture < middles_.size(); ++picture)
@@ -120,11 +120,16 @@ TEST_P(LMFFMediaFrames, PicturesInARowAreTheSameWithAnyNumberOfProcessors) {
 }
 
 TEST_P(LMFFMediaFrames, ThumbnailIsThePictureOfItsTime) {
-  for (const size_t picture : {size_t{0}, size_t{1}, last() / 2, last()}) {
-    Picture found;
-    media_->thumbnailAtTime(middles_[picture],
-                            [&found](AVFrame* frame) { found = pictureOf(frame); });
-    EXPECT_EQ(found, pictures_[picture]) << picture;
+  for (const int count : {1, 2, 8, 16}) {
+    const ForcedCpuCount forced(count);
+    media_ = videoMediaOf(fixture(GetParam()));
+    for (const size_t picture : {size_t{0}, size_t{1}, last() / 2, last()}) {
+      Picture found;
+      media_->thumbnailAtTime(middles_[picture],
+                              [&found](AVFrame* frame) { found = pictureOf(frame); });
+      EXPECT_EQ(found, pictures_[picture])
+          << "picture " << picture << ", " << count << " processors";
+    }
   }
 }
 
@@ -161,7 +166,8 @@ INSTANTIATE_TEST_SUITE_P(Fixtures, LMFFMediaFrames,
                                          "av-tracks.mkv", "av-vfr.mp4", "av60.mp4", "mjpeg.avi",
                                          "mpeg4-bframes.avi", "raw.avi", "raw-vfr.mkv",
                                          "sorenson.flv", "h264.flv", "bare.h264",
-                                         "late-pictures.ts", "open-groups.ts"),
+                                         "late-pictures.ts", "open-groups.ts", "slow2.mp4",
+                                         "slow5.mkv", "slow0.2.mp4"),
                          nameOf);
 
 }  // namespace
