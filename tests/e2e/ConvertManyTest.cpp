@@ -145,6 +145,25 @@ TEST_F(ConvertMany, ADryRunTellsWhatWouldBeDoneAndWritesNothing) {
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator()), 1);
 }
 
+TEST_F(ConvertMany, ADryRunTellsWhyATrackOfSoundIsCopied) {
+  const auto reasons = [&](const Arguments& options) {
+    const json plan =
+        json::parse(kestrel(joined({"in/b.mkv", "out.mp4", "--dry-run", "--json"}, options)).out);
+    std::vector<std::string> told;
+    for (const json& stream : plan["streams"])
+      if (stream["type"] == "audio" && stream["action"] == "copy")
+        told.push_back(stream["reason"].get<std::string>());
+    return told;
+  };
+  EXPECT_THAT(reasons({}), testing::Each(testing::StartsWith("aac is usual in mp4: ")));
+  EXPECT_EQ(reasons({}).size(), 2u);
+  EXPECT_THAT(reasons({"--audio-copy", "aac", "--audio-tracks", "1"}),
+              testing::ElementsAre("aac is to be copied"));
+  EXPECT_THAT(reasons({"--volume", "2"}), testing::IsEmpty());
+  const std::string text = kestrel({"in/b.mkv", "out.mp4", "--dry-run"}).out;
+  EXPECT_THAT(text, testing::ContainsRegex("#1 +audio +copy[^\n]*aac is usual in mp4"));
+}
+
 TEST_F(ConvertMany, ATerminalIsToldWhatAConversionTookUnlessQuiet) {
   const std::string input = (folder_ / "in/a.mp4").string();
   const std::string output = (folder_ / "o.mkv").string();

@@ -193,5 +193,22 @@ INSTANTIATE_TEST_SUITE_P(, ConvertSampleForm,
                                              "fltp", "wavpack", "wv", {"-sample_fmt", "fltp"}}),
                          [](const auto& tested) { return tested.param.samples; });
 
+// "First line" stands from 0.2 s to 0.9 s, "Second line" from 1.1 s to 1.8 s.
+TEST_F(ConvertTracks, TextThatShowsAtTheStartIsThereForTheRestOfItsTime) {
+  for (const char* name : {"out.mkv", "out.mp4"})
+    for (const Arguments& options :
+         {Arguments{"--encoder-preset", "ultrafast"}, {"--video-codec", "copy"}}) {
+      SCOPED_TRACE(testing::Message() << name << ' ' << options.front());
+      const auto output = folder_ / name;
+      ASSERT_TRUE(converts(fixture("text.mkv"), output,
+                           joined(options, {"--force", "--start", "0.5", "--duration", "1.4"})));
+      std::string text = ffmpeg({"-i", output.string(), "-map", "0:s", "-f", "srt", "-"});
+      std::erase(text, '\r');
+      EXPECT_EQ(text,
+                "1\n00:00:00,000 --> 00:00:00,400\nFirst line\n\n"
+                "2\n00:00:00,600 --> 00:00:01,300\nSecond line\nwith a second row\n\n");
+    }
+}
+
 }  // namespace
 }  // namespace kestrel::test

@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+#include <kestrel/convert/Conversion.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/Ffprobe.h"
+#include "tests/support/Fixture.h"
+#include "tests/support/Peer.h"
+#include "tests/support/TempDir.h"
+
+namespace kestrel::test {
+namespace {
+
+/// The pictures of a file as ffmpeg decodes them, in grey and of 64x36 pixels; `options` before its
+/// input.
+std::string grey(const std::filesystem::path& file, const std::vector<std::string>& options = {}) {
+  std::vector<std::string> arguments{"ffmpeg", "-v", "error", "-nostdin"};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  for (const char* argument : {"-i", file.c_str(), "-map", "0:v", "-vsync", "passthrough", "-vf",
+                               "scale=64:36:flags=area,format=gray", "-f", "rawvideo", "-"})
+    arguments.emplace_back(argument);
+  const RunResult result = runPeer(arguments);
+  if (result.status != 0) throw std::runtime_error("ffmpeg failed: " + result.err);
+  return result.out;
+}
+
+double meanDifference(const std::string& a, const std::string& b) {
+  double sum = 0;
+  for (size_t i = 0; i < a.size(); ++i)
+    sum += std::abs(static_cast<uint8_t>(a[i]) - static_cast<uint8_t>(b[i]));
+  return sum / static_cast<double>(a.size());
+}
+
+/// When the pictures of a file are shown, seconds.
+std::vector<double> shownTimes(const std::filesystem::path& file) {
+  const auto json = ffprobeJson(file, {"-select_streams", "v:0", "-show_frames", "-show_entries",
+                                       "frame=best_effort_timestamp_time"});
+  std::vector<double> times;
+  for (const auto& frame : json.at("frames"))
+    times.push_back(std::stod(frame.at("best_effort_timestamp_time").get<std::string>()));
+  return times;
+}
+
+// A camera that was held upside down, and whose pictures come from 80 to 100 ms apart.
+TEST(RealClips, ATurnedClipOfUnevenTimesComesOutUprightWithAllItsPictures) {
+  KESTREL_NEED_MEDIA("fire-720p-vfr-h264-aac.mp4");
+  const auto clip = mediaFile("fire-720p-vfr-h264-aac.mp4");
+  const TempDir folder;
+  ConversionSettings settings{.input = clip.string(), .output = (folder / "out.mp4").string()};
+  settings.width = 320;
+  settings.encoderPreset = "veryfast";
+  EXPECT_TRUE(Conversion(settings).run().isWhole());
+
+  const auto before = shownTimes(clip);
+  const auto after = shownTimes(settings.output);
+  ASSERT_EQ(after.size(), 25U);
+  ASSERT_EQ(before.size(), after.size());
+  for (size_t i = 0; i < after.size(); ++i)
+    EXPECT_NEAR(after[i] - after[0], before[i] - before[0], 0.0012) << i;
+
+  const std::string pictures = grey(settings.output, {"-noautorotate"});
+  const std::string upright = grey(clip);
+  const std::string stored = grey(clip, {"-noautorotate"});
+  ASSERT_EQ(pictures.size(), size_t{25} * 64 * 36);
+  ASSERT_EQ(upright.size(), pictures.size());
+  ASSERT_EQ(stored.size(), pictures.size());
+  EXPECT_LT(meanDifference(pictures, upright), 3);
+  EXPECT_GT(meanDifference(pictures, stored), 10);
+}
+
+}  // namespace
+}  // namespace kestrel::test
