@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -27,6 +30,67 @@ std::string flatteningFormat(AVPixelFormat format) {
   return name + (depth <= 10 ? "10" : depth <= 12 ? "12" : "16");
 }
 
+/// Where samples of colour lie, counted in pixels from the middle of those that share one.
+struct Place {
+  double x = 0;
+  double y = 0;
+};
+
+/// They lie at the left in the middle where nothing else is told, as MPEG-2 and its followers have
+/// it.
+Place placeOfColor(const AVFrame& frame) {
+  const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
+  Place place;
+  const auto told = frame.chroma_location;
+  const bool isCentred =
+      told == AVCHROMA_LOC_CENTER || told == AVCHROMA_LOC_TOP || told == AVCHROMA_LOC_BOTTOM;
+  if (format.log2_chroma_w == 1 && !isCentred) place.x = -0.5;
+  if (format.log2_chroma_h != 1) return place;
+  if (told == AVCHROMA_LOC_TOPLEFT || told == AVCHROMA_LOC_TOP) place.y = -0.5;
+  if (told == AVCHROMA_LOC_BOTTOMLEFT || told == AVCHROMA_LOC_BOTTOM) place.y = 0.5;
+  return place;
+}
+
+/// Where they lie after a turn of whole planes.
+Place turned(Place place, const Look::Turn& turn) {
+  if (turn.mirrored) place.x = -place.x;
+  if (turn.flipped) place.y = -place.y;
+  for (int i = 0; i < turn.quarters; ++i) place = {place.y, -place.x};
+  return place;
+}
+
+/// Whether as many columns as rows share a sample of colour, so that it stays so when they change
+/// places.
+bool sharesSquares(const AVFrame& frame) {
+  const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
+  return format.log2_chroma_w == format.log2_chroma_h;
+}
+
+using Taps = std::array<int, 5>;
+constexpr int kTapsUnit = 128;
+
+/// Moves samples to a place within half a sample, by the cubic of Catmull and Rom.
+Taps tapsAt(double distance) {
+  const double t = std::abs(distance);
+  const auto part = [](double value) { return static_cast<int>(std::lround(value * kTapsUnit)); };
+  Taps taps{0, part(((2 - t) * t - 1) * t / 2), part(((3 * t - 5) * t * t + 2) / 2),
+            part(((4 - 3 * t) * t + 1) * t / 2), part((t - 1) * t * t / 2)};
+  if (distance < 0) std::ranges::reverse(taps);
+  return taps;
+}
+
+/// Puts samples of colour back where they lay before planes were turned.
+FilterChain::Filter placing(const Place& before, const Place& after) {
+  const Taps across = tapsAt((before.x - after.x) / 2);
+  const Taps down = tapsAt((before.y - after.y) / 2);
+  std::string matrix;
+  for (const int row : down)
+    for (const int column : across) matrix += fmt::format("{} ", row * column);
+  matrix.pop_back();
+  const double unit = 1.0 / (kTapsUnit * kTapsUnit);
+  return {"convolution", fmt::format("1m={0}:2m={0}:1rdiv={1:.12f}:2rdiv={1:.12f}", matrix, unit)};
+}
+
 }  // namespace
 
 void PictureTurner::build(const AVFrame& frame) {
@@ -46,6 +110,11 @@ void PictureTurner::build(const AVFrame& frame) {
   if (turn_.flipped != (turn_.quarters == 2)) filters.push_back({"vflip", ""});
   if (turn_.quarters == 1) filters.push_back({"transpose", "dir=cclock"});
   if (turn_.quarters == 3) filters.push_back({"transpose", "dir=clock"});
+  const Place before = placeOfColor(frame);
+  const Place after = turned(before, turn_);
+  const bool sharesAlike = flat.empty() && (sharesSquares(frame) || turn_.quarters % 2 == 0);
+  if (sharesAlike && (before.x != after.x || before.y != after.y))
+    filters.push_back(placing(before, after));
   filters.push_back({"buffersink", ""});
   chain_ = FilterChain::make(filters, "flags=bicubic+accurate_rnd+full_chroma_int");
 }

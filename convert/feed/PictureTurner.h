@@ -13,7 +13,8 @@ struct AVFrame;
 namespace kestrel {
 
 /// Turns pictures by quarters, mirrors them, and lays transparent ones on black, all in their own
-/// depth. Where no sample lies between others no sample changes.
+/// depth. Samples that pixels have for themselves do not change; those of colour that several share
+/// are moved to where they lie within these.
 class PictureTurner {
  public:
   /// `flattens`: transparent pictures are laid on black.

@@ -154,7 +154,7 @@ class JoinEncoder {
     output_.setMetadata(lastingTags(first.tags));
     if (hasPictures_) {
       output_.setVideoMetadata(languageTag(first.streams[*parts_.front().video]));
-      output_.openVideo();
+      openPlannedPictures(output_, plan_);
     }
     for (const JoinedSound::Track& track : sounds_.tracks()) openSound(track);
     output_.startOutput();

@@ -22,6 +22,7 @@
 #include "convert/plan/SoundPlanner.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Languages.h"
+#include "convert/probe/Light.h"
 #include "convert/probe/Streams.h"
 #include "convert/probe/StreamsLeftOut.h"
 #include "convert/settings/Require.h"
@@ -365,7 +366,10 @@ class Planner {
     plan_.keepsTimes = !settings_.fps && !isLimited && holdsTimes(container_, choice.codec) &&
                        av_cmp_q(rate, {own.num, own.den}) == 0;
     plan_.color = outputColor(video.color, shape, choice.codec, plan_.pixelFormat);
+    if (keepsLight(plan_) && video.hdr && isPossible(*video.hdr)) plan_.hdr = video.hdr;
     planEncoding(plan_, settings_, container_);
+    plan_.pictures()->losses = lossesOf(
+        plan_, {settings_.isCompatible, settings_.depth, settings_.chroma}, video, look.isDrawn());
     if ((plan_.passes == 2 || plan_.sizeLimit) && !source_.isSeekable())
       refuse(plan_.sizeLimit ? "sizeLimit" : "passes",
              fmt::format("'{}' can be read only once", settings_.input));

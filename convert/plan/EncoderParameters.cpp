@@ -1,8 +1,15 @@
 #include "convert/plan/EncoderParameters.h"
 
+#include <fmt/format.h>
+
+#include <cmath>
+
 namespace kestrel {
 
 namespace {
+
+constexpr int kPlaces = 50000;      // steps of a coordinate in HEVC's messages
+constexpr int kLightSteps = 10000;  // of a candela per square metre
 
 /// x265 writes to standard error by itself, past the libraries' log.
 constexpr const char* kQuietX265 = "log-level=none";
@@ -24,6 +31,21 @@ std::string& listOf(std::map<std::string, std::string>& options, std::string_vie
   return list;
 }
 
+/// The light of the display in an encoder's own words: in whole steps for x265, else as it is.
+std::string displayOf(const HdrInfo& light, bool isInSteps) {
+  const auto number = [&](double value, int steps) {
+    return isInSteps ? std::to_string(std::lround(value * steps)) : fmt::format("{:.6g}", value);
+  };
+  const auto place = [&](const char* name, const Chromaticity& at) {
+    return fmt::format("{}({},{})", name, number(at.x, kPlaces), number(at.y, kPlaces));
+  };
+  const DisplayColors& colors = *light.colors;
+  return place("G", colors.green) + place("B", colors.blue) + place("R", colors.red) +
+         place("WP", colors.white) +
+         fmt::format("L({},{})", number(*light.brightest, kLightSteps),
+                     number(*light.darkest, kLightSteps));
+}
+
 }  // namespace
 
 std::string parameterOption(std::string_view encoder) {
@@ -40,6 +62,21 @@ void addParameter(std::map<std::string, std::string>& options, std::string_view 
   list += name;
   list += '=';
   list += escaped(value);
+}
+
+void addLight(std::map<std::string, std::string>& options, std::string_view encoder,
+              const HdrInfo& light) {
+  const bool isX265 = encoder == "libx265";
+  if (!isX265 && encoder != "libsvtav1") return;
+  const auto add = [&](const char* name, const std::string& value) {
+    if (listOf(options, encoder).find(name) == std::string::npos)
+      addParameter(options, encoder, name, value);
+  };
+  if (light.colors && light.darkest && light.brightest)
+    add(isX265 ? "master-display" : "mastering-display", displayOf(light, isX265));
+  if (light.maxContentLight || light.maxAverageLight)
+    add(isX265 ? "max-cll" : "content-light",
+        fmt::format("{},{}", light.maxContentLight.value_or(0), light.maxAverageLight.value_or(0)));
 }
 
 void addOptions(std::map<std::string, std::string>& options, std::string_view encoder,

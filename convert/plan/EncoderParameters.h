@@ -1,5 +1,7 @@
 #pragma once
 
+#include <kestrel/convert/MediaInfo.h>
+
 #include <map>
 #include <string>
 #include <string_view>
@@ -15,6 +17,11 @@ std::string parameterOption(std::string_view encoder);
 /// Adds one to an encoder's list.
 void addParameter(std::map<std::string, std::string>& options, std::string_view encoder,
                   std::string_view name, std::string_view value);
+
+/// Adds the light of HDR pictures to the list of an encoder that writes it into its stream, but for
+/// what the list tells already.
+void addLight(std::map<std::string, std::string>& options, std::string_view encoder,
+              const HdrInfo& light);
 
 /// Adds options that a host gave to those that are planned: they replace them, but a list goes on
 /// with theirs, whose last word counts.

@@ -14,6 +14,7 @@
 #include <kestrel/convert/Text.h>
 #include "convert/plan/EncoderParameters.h"
 #include "convert/probe/EncoderTable.h"
+#include "convert/probe/Light.h"
 #include "convert/settings/Require.h"
 #include "support/encode/EncoderCompat.h"
 
@@ -29,6 +30,7 @@ namespace {
 
 constexpr double kUsualKeyframes = 10;  // seconds
 constexpr int kEightBits = 8;
+constexpr int kHdrBits = 10;  // in fewer, PQ and HLG show steps
 
 /// Bits per second that suit a picture's size and rate: 6 Mbit/s for 1080p30, less than
 /// proportionally less for smaller ones, twice that for codecs of the MPEG-2 generation.
@@ -234,6 +236,24 @@ std::string formatBefore(const VideoInfo& source, bool isDrawn) {
   return av_get_pix_fmt_name(isDrawn ? withoutAlpha(own) : own);
 }
 
+bool keepsLight(const ConversionPlan& plan) {
+  const AVPixelFormat format = av_get_pix_fmt(plan.pixelFormat.c_str());
+  return isHdr(plan.color) && format != AV_PIX_FMT_NONE && depthOf(format) >= kHdrBits;
+}
+
+namespace {
+
+/// What helps where the fine steps of HDR pictures are lost.
+std::string remedyFor(const ConversionPlan& plan, bool isDrawn) {
+  if (isDrawn) return "looks are drawn in no more";
+  const auto formats = plainFormats(*avcodec_find_encoder_by_name(plan.videoEncoder.c_str()));
+  const bool isPossible = std::ranges::any_of(
+      formats, [](AVPixelFormat format) { return depthOf(format) >= kHdrBits; });
+  return isPossible ? "depth 10 keeps them smooth" : "HEVC and AV1 take 10";
+}
+
+}  // namespace
+
 std::vector<std::string> lossesOf(const ConversionPlan& plan, const PixelWishes& wishes,
                                   const VideoInfo& source, bool isDrawn) {
   const AVPixelFormat before = av_get_pix_fmt(formatBefore(source, false).c_str());
@@ -241,7 +261,11 @@ std::vector<std::string> lossesOf(const ConversionPlan& plan, const PixelWishes&
   if (before == AV_PIX_FMT_NONE || after == AV_PIX_FMT_NONE) return {};
   std::vector<std::string> losses;
   const int depth = isDrawn ? kEightBits : depthOf(after);
-  if (depth < depthOf(before) && !wishes.isCompatible && !wishes.depth)
+  if (depth < kHdrBits && depthOf(before) >= kHdrBits && isHdr(plan.color))
+    losses.push_back(fmt::format("{} bits of {} become {}, which show steps: {}", depthOf(before),
+                                 plan.color.transfer == AVCOL_TRC_SMPTE2084 ? "PQ" : "HLG", depth,
+                                 remedyFor(plan, isDrawn)));
+  else if (depth < depthOf(before) && !wishes.isCompatible && !wishes.depth)
     losses.push_back(fmt::format(
         "{} bits become {}, {}", depthOf(before), depth,
         isDrawn ? "in which looks are drawn" : "as " + plan.videoEncoder + " takes them"));

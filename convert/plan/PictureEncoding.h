@@ -39,6 +39,9 @@ std::string pixelFormatFor(const std::string& encoder, const std::string& before
 bool hasAlpha(const std::string& pixelFormat);
 bool isRgb(const std::string& pixelFormat);
 
+/// Whether the planned pictures are HDR, of samples that are fine enough for it.
+bool keepsLight(const ConversionPlan& plan);
+
 /// Whether an encoder, which loses nothing, keeps sides that are odd.
 bool keepsOddSides(const std::string& encoder);
 

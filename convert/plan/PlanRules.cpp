@@ -8,6 +8,7 @@
 
 #include "convert/probe/Codecs.h"
 #include "convert/probe/EncoderTable.h"
+#include "convert/probe/Light.h"
 #include "convert/settings/Require.h"
 
 extern "C" {
@@ -97,6 +98,7 @@ class PlanRules {
     requireDenoising("treatment.denoising", plan_.treatment.denoising);
     require(plan_.look);
     if (plan_.picture) checkPicture(*plan_.picture, *stream.codecpar);
+    if (plan_.hdr && !isPossible(*plan_.hdr)) refuse("hdr", "no display has such colours or light");
   }
 
   void checkPasses() const {

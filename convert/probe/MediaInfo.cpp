@@ -10,13 +10,13 @@
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/Languages.h"
+#include "convert/probe/Light.h"
 #include "convert/probe/Streams.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
-#include <libavutil/mastering_display_metadata.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -97,38 +97,6 @@ std::optional<Rational> trueRate(AVStream& stream) {
   return realFrameRate(stream);
 }
 
-template <typename Data>
-const Data* sideData(const AVStream& stream, AVPacketSideDataType type) {
-  const auto bytes = streamSideData(stream, type);
-  return bytes.size() >= sizeof(Data) ? reinterpret_cast<const Data*>(bytes.data()) : nullptr;
-}
-
-DisplayColors colorsOf(const AVMasteringDisplayMetadata& display) {
-  const auto at = [](const AVRational(&place)[2]) {
-    return Chromaticity{av_q2d(place[0]), av_q2d(place[1])};
-  };
-  const auto& lights = display.display_primaries;
-  return {at(lights[0]), at(lights[1]), at(lights[2]), at(display.white_point)};
-}
-
-std::optional<HdrInfo> hdrOf(const AVStream& stream) {
-  const auto* display =
-      sideData<AVMasteringDisplayMetadata>(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
-  const auto* light = sideData<AVContentLightMetadata>(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
-  if (!display && !light) return std::nullopt;
-  HdrInfo hdr;
-  if (display && display->has_primaries) hdr.colors = colorsOf(*display);
-  if (display && display->has_luminance) {
-    hdr.darkest = av_q2d(display->min_luminance);
-    hdr.brightest = av_q2d(display->max_luminance);
-  }
-  if (light) {
-    hdr.maxContentLight = static_cast<int>(light->MaxCLL);
-    hdr.maxAverageLight = static_cast<int>(light->MaxFALL);
-  }
-  return hdr;
-}
-
 void tellColor(VideoInfo& video, const AVCodecParameters& codec) {
   video.color = resolvedVideoColor(
       {codec.color_primaries, codec.color_trc, codec.color_space, codec.color_range}, codec.format,
@@ -174,7 +142,7 @@ VideoInfo videoInfo(AVStream& stream) {
   tellShape(video, stream);
   video.orientation = orientationOf(stream);
   tellColor(video, codec);
-  video.hdr = hdrOf(stream);
+  video.hdr = lightOf(stream);
   return video;
 }
 

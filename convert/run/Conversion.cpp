@@ -1,13 +1,13 @@
 #include <kestrel/convert/Conversion.h>
 
 #include <kestrel/LMDVDTitleSource.h>
+#include <kestrel/LMFFImage.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMMediaSource.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -16,16 +16,23 @@
 #include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
 #include "convert/pictures/AutoCrop.h"
+#include "convert/pictures/PictureReader.h"
 #include "convert/plan/ConversionPlanner.h"
+#include "convert/plan/PictureEncoding.h"
 #include "convert/plan/PlanRules.h"
 #include "convert/plan/SettingsRules.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
+#include "convert/probe/Light.h"
 #include "convert/probe/MeasuredScanning.h"
 #include "convert/run/ConversionRun.h"
 #include "convert/run/ConversionWriter.h"
 #include "convert/run/LeftOut.h"
 #include "support/Pipes.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
 
 namespace kestrel {
 
@@ -55,6 +62,7 @@ class Conversion::Work {
     const auto source = openInput(settings_.input, settings_.title, events.interrupt);
     plan_ = planConversion(settings_, *source, measures(*source, events.interrupt));
     info_ = mediaInfoOf(*source);
+    planLight(*source, events.interrupt);
     source_ = source;
     return plan_;
   }
@@ -106,12 +114,33 @@ class Conversion::Work {
     return measures;
   }
 
+  /// The light of HDR pictures: of what their container does not tell, their first one may.
+  void planLight(const LMMediaSource& source, const Interrupt& interrupt) {
+    PlannedStream* const pictures = plan_.pictures();
+    if (!pictures || pictures->action != StreamAction::kEncode) return;
+    const uint32_t index = pictures->sources.front();
+    std::shared_ptr<LMFFImage> first;
+    if (isHdr(info_.streams[index].video.color) && source.isSeekable())
+      first = firstPicture(interrupt);
+    const AVFrame* const frame = first ? first->getFrame() : nullptr;
+    if (keepsLight(plan_) && !plan_.hdr && frame)
+      if (const auto light = lightOf(*frame); light && isPossible(*light)) plan_.hdr = light;
+    for (const auto& name : changingLightOf(*source.formatContext()->streams[index], frame))
+      pictures->losses.push_back(
+          fmt::format("their {}, which {} does not write", name, plan_.videoEncoder));
+  }
+
+  std::shared_ptr<LMFFImage> firstPicture(const Interrupt& interrupt) const {
+    LMFFMovie movie;
+    movie.openMedias(openInput(settings_.input, settings_.title, interrupt)->createMedias());
+    return PictureReader(movie).frameAt(0);
+  }
+
   /// Whether the result is all that the input promised, and what is missing.
   Report report(const ConversionRun& run) const {
     const ConversionPlan& plan = run.plan();
     Report report;
     report.leftOut = leftOutBy(plan, info_, settings_.input, *source_->formatContext());
-    std::ranges::move(lossesOfPictures(plan, settings_, info_), std::back_inserter(report.leftOut));
     judgeDisc(report, settings_, *source_);
     const IndexSet streams = streamsOf(plan);
     const AVFormatContext& input = *source_->formatContext();

@@ -174,7 +174,7 @@ class ConversionRun::Work {
     const AVFormatContext& input = *source_->formatContext();
     for (const PlannedStream& stream : plan_.streams)
       if (stream.isKept() && isWritten(stream)) {
-        outputs_.push_back({&stream, openPlannedStream(output_, stream, input)});
+        outputs_.push_back({&stream, openPlannedStream(output_, plan_, stream, input)});
         if (!outputs_.back().stream) requireOutput(output_, settings_.output);
       }
     output_.startOutput();

@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <string_view>
 
-#include "convert/look/Look.h"
-#include "convert/plan/PictureEncoding.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/StreamsLeftOut.h"
 #include "support/Words.h"
@@ -92,20 +90,6 @@ std::vector<std::string> leftOutBy(const ConversionPlan& plan, const MediaInfo& 
   const PlannedStream* const pictures = plan.pictures();
   if (pictures && pictures->action == StreamAction::kCopy)
     tell(lostTurn(*input.streams[pictures->sources.front()], container));
-  return sentences;
-}
-
-std::vector<std::string> lossesOfPictures(const ConversionPlan& plan,
-                                          const ConversionSettings& settings,
-                                          const MediaInfo& info) {
-  const PlannedStream* const pictures = plan.pictures();
-  if (!pictures || pictures->action != StreamAction::kEncode) return {};
-  const StreamInfo& stream = info.streams[pictures->sources.front()];
-  const bool isDrawn = Look(plan.look, stream.video, plan.picture).isDrawn();
-  std::vector<std::string> sentences;
-  for (const std::string& loss : lossesOf(
-           plan, {settings.isCompatible, settings.depth, settings.chroma}, stream.video, isDrawn))
-    sentences.push_back(leftOutOf(settings.input, fmt::format("{}: {}", nameOf(stream), loss)));
   return sentences;
 }
 

@@ -18,9 +18,4 @@ IndexSet streamsOf(const ConversionPlan& plan);
 std::vector<std::string> leftOutBy(const ConversionPlan& plan, const MediaInfo& info,
                                    const std::string& path, const AVFormatContext& input);
 
-/// What the pictures that a conversion encodes lose on their way, though nobody asked for it.
-std::vector<std::string> lossesOfPictures(const ConversionPlan& plan,
-                                          const ConversionSettings& settings,
-                                          const MediaInfo& info);
-
 }  // namespace kestrel

@@ -7,6 +7,8 @@
 
 #include <kestrel/convert/Failure.h>
 #include "convert/feed/PictureFeed.h"
+#include "convert/plan/EncoderParameters.h"
+#include "convert/probe/Light.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -24,9 +26,17 @@ void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const 
   output.setVideoEncoderName(plan.videoEncoder);
   if (plan.keepsTimes) output.setVideoTick(pictureTick(plan.rate()));
   output.setVideoPixelFormat(av_get_pix_fmt(plan.pixelFormat.c_str()));
-  output.setVideoOptions(plan.videoOptions);
+  ConversionPlan::Options options = plan.videoOptions;
+  if (plan.hdr) addLight(options, plan.videoEncoder, *plan.hdr);
+  output.setVideoOptions(options);
   output.setMuxerOptions(plan.muxerOptions);
   output.setInterrupt(interrupt);
+}
+
+void openPlannedPictures(LMFFMovieFileOutput& output, const ConversionPlan& plan) {
+  output.openVideo();
+  AVStream* const stream = output.videoStream();
+  if (stream && plan.hdr) tellLight(*plan.hdr, *stream);
 }
 
 namespace {
@@ -58,15 +68,15 @@ int flagsOf(const std::vector<std::string>& names) {
 
 }  // namespace
 
-AVStream* openPlannedStream(LMFFMovieFileOutput& output, const PlannedStream& planned,
-                            const AVFormatContext& input) {
+AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& plan,
+                            const PlannedStream& planned, const AVFormatContext& input) {
   const AVStream* const source = input.streams[planned.sources.front()];
   if (planned.isCover || planned.kind == Kind::kAttachment) return output.copyOutputStream(source);
   AVStream* stream = nullptr;
   if (planned.action == StreamAction::kCopy) {
     stream = output.copyOutputStream(source);
   } else if (planned.kind == Kind::kVideo) {
-    output.openVideo();
+    openPlannedPictures(output, plan);
     stream = output.videoStream();
   } else if (planned.kind == Kind::kAudio) {
     stream = openEncodedSound(output, planned.sound);

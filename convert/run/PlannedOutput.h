@@ -19,11 +19,14 @@ namespace kestrel {
 void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const std::string& path,
                  const Interrupt& interrupt);
 
+/// Opens the stream of encoded pictures, with their light.
+void openPlannedPictures(LMFFMovieFileOutput& output, const ConversionPlan& plan);
+
 /// Opens one stream that is kept, of those of `input`, with its tags and flags; null on failure,
 /// which the output tells. Sound is to be written as interleaved float of its encoding's rate and
 /// channels.
-AVStream* openPlannedStream(LMFFMovieFileOutput& output, const PlannedStream& planned,
-                            const AVFormatContext& input);
+AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& plan,
+                            const PlannedStream& planned, const AVFormatContext& input);
 
 /// Throws `Failure`, which names `target`, when the output has failed.
 void requireOutput(const LMFFMovieFileOutput& output, const std::string& target);

@@ -62,6 +62,25 @@ bool isSparse(const AVStream& stream) {
   return type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO;
 }
 
+bool hasDolbyVision(const AVStream& stream) {
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 30, 100)
+  const AVCodecParameters& codec = *stream.codecpar;
+  return av_packet_side_data_get(codec.coded_side_data, codec.nb_coded_side_data,
+                                 AV_PKT_DATA_DOVI_CONF) != nullptr;
+#else
+  return av_stream_get_side_data(&stream, AV_PKT_DATA_DOVI_CONF, nullptr) != nullptr;
+#endif
+}
+
+/// Has the library write the record of Dolby Vision, which the standards of containers leave to
+/// others.
+void allowDolbyVision(AVFormatContext& container) {
+  for (unsigned i = 0; i < container.nb_streams; ++i)
+    if (hasDolbyVision(*container.streams[i]))
+      container.strict_std_compliance =
+          std::min(container.strict_std_compliance, FF_COMPLIANCE_UNOFFICIAL);
+}
+
 int askInterrupt(void* interrupt) {
   const auto& function = *static_cast<const std::function<bool()>*>(interrupt);
   return function && function() ? 1 : 0;
@@ -120,6 +139,7 @@ bool Muxer::writeHeader(const std::map<std::string, std::string>& options) {
   addEntries(options, dictionary.get());
   for (unsigned i = 0; i < context_->nb_streams; i++)
     chooseTag(*context_->oformat, *context_->streams[i]->codecpar);
+  allowDolbyVision(*context_);
   const LibraryLog log;
   const int result = avformat_write_header(context_.get(), dictionary.get());
   if (result < 0) {

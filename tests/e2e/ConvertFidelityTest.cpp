@@ -67,7 +67,7 @@ TEST_F(ConvertFidelity, WithoutALossyEncoderEverySampleStays) {
 }
 
 // ffmpeg turns pictures by itself as their container says.
-TEST_F(ConvertFidelity, ATurnKeepsTheDepthAndEverySample) {
+TEST_F(ConvertFidelity, ATurnKeepsTheDepthAndEverySampleOfLight) {
   const auto source = folder_ / "source.mov";
   ffmpeg({"-f", "lavfi", "-i", "testsrc=s=66x48:r=25:d=0.2", "-vf", "format=yuv420p10le", "-c:v",
           "libx265", "-preset", "ultrafast", "-x265-params", "lossless=1:log-level=none",
@@ -79,14 +79,42 @@ TEST_F(ConvertFidelity, ATurnKeepsTheDepthAndEverySample) {
             turned.string()});
     ASSERT_TRUE(converts(turned, output_, {"--video-codec", "ffv1", "--force"}));
     EXPECT_EQ(streamOf(output_, "video")["pix_fmt"], "yuv420p10le");
-    EXPECT_EQ(hashes(output_, "yuv420p10le"), hashes(turned, "yuv420p10le"));
+    EXPECT_EQ(hashes(output_, "gray10le"), hashes(turned, "gray10le"));
   }
   ASSERT_TRUE(
       converts(source, output_, {"--video-codec", "ffv1", "--force", "--hflip", "--rotate", "90"}));
   const auto expected = folder_ / "expected.nut";
   ffmpeg({"-i", source.string(), "-vf", "hflip,transpose=clock", "-c:v", "rawvideo",
           expected.string()});
-  EXPECT_EQ(hashes(output_, "yuv420p10le"), hashes(expected, "yuv420p10le"));
+  EXPECT_EQ(hashes(output_, "gray10le"), hashes(expected, "gray10le"));
+}
+
+// Samples of colour lie at the left pixel of four, between the upper and the lower ones. Cb rises
+// by 4 from column to column of pixels, Cr from row to row; the nth lies at column 2n and row 2n +
+// 1/2.
+TEST_F(ConvertFidelity, ATurnKeepsColoursWithTheirPixels) {
+  constexpr int kWidth = 64;
+  constexpr int kHeight = 48;
+  const auto source = folder_ / "source.nut";
+  ffmpeg({"-f", "lavfi", "-i", "color=s=64x48:r=25:d=0.04,format=yuv420p10le", "-vf",
+          "geq=lum=500:cb='100+8*X':cr='102+8*Y'", "-c:v", "rawvideo", source.string()});
+  const auto expectPlane = [&](const char* plane, int width, auto expected) {
+    const std::string bytes = pictureBytes(output_, std::string("extractplanes=") + plane);
+    ASSERT_EQ(bytes.size(), kWidth * kHeight / 4 * 2U);
+    for (int y = 3; y < kWidth * kHeight / 4 / width - 3; ++y)
+      for (int x = 3; x < width - 3; ++x) {
+        const size_t at = static_cast<size_t>(2 * (y * width + x));
+        const int value = static_cast<uint8_t>(bytes[at]) | static_cast<uint8_t>(bytes[at + 1])
+                                                                << 8;
+        ASSERT_EQ(value, expected(x, y)) << plane << ' ' << x << ' ' << y;
+      }
+  };
+  ASSERT_TRUE(converts(source, output_, {"--video-codec", "ffv1", "--hflip"}));
+  expectPlane("u", 32, [](int x, int) { return 100 + 4 * (kWidth - 1 - 2 * x); });
+  expectPlane("v", 32, [](int, int y) { return 102 + 8 * y; });
+  ASSERT_TRUE(converts(source, output_, {"--video-codec", "ffv1", "--rotate", "90", "--force"}));
+  expectPlane("u", 24, [](int, int y) { return 100 + 4 * 2 * y + 2; });
+  expectPlane("v", 24, [](int x, int) { return 100 + 4 * (kHeight - 1 - 2 * x); });
 }
 
 TEST_F(ConvertFidelity, AlphaStaysWhereTheEncoderHasIt) {
