@@ -144,9 +144,11 @@ void ConversionWriter::encode(const std::string& path, double share) {
 
 void ConversionWriter::write(const std::string& path) {
   level();
+  if (events_.isInterrupted()) return;
   const bool isTwice = plan_.passes == 2;
   if (isTwice) {
     learn(0.5);
+    if (events_.isInterrupted()) return;  // what half a pass told says nothing of the whole
     const int least = leastRate(statistics_, plan_.rate());
     if (plan_.format.video_bitrate < least)
       throw Failure::settings(
@@ -154,7 +156,7 @@ void ConversionWriter::write(const std::string& path) {
                       plan_.videoEncoder, least),
           "videoBitrate");
   }
-  if (!events_.isInterrupted()) encode(path, isTwice ? 0.5 : 1);
+  encode(path, isTwice ? 0.5 : 1);
 }
 
 std::unique_ptr<OutputFile> ConversionWriter::makeTarget() const {
@@ -196,12 +198,15 @@ std::unique_ptr<OutputFile> ConversionWriter::writeWithin(int64_t limit,
                                                           std::unique_ptr<OutputFile> target) {
   using Verdict = SizeSearch::Verdict;
   level();
+  if (events_.isInterrupted()) return target;
   const int64_t rest = sizeOfRest();
+  if (events_.isInterrupted()) return target;
   if (rest >= limit)
     refuseLimit(
         fmt::format("what is no picture has {} bytes by itself, and {} are allowed", rest, limit));
   const bool isTwice = plan_.passes == 2;
-  if (isTwice && !events_.isInterrupted()) learn(0.5);
+  if (isTwice) learn(0.5);
+  if (events_.isInterrupted()) return target;
   double left = isTwice ? 0.5 : 1;
   SizeSearch search(limit, rest, std::max(leastRate(statistics_, plan_.rate()), kLeastRate),
                     bareRate(plan_));
