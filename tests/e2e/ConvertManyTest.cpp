@@ -164,6 +164,26 @@ TEST_F(ConvertMany, ADryRunTellsWhyATrackOfSoundIsCopied) {
   EXPECT_THAT(text, testing::ContainsRegex("#1 +audio +copy[^\n]*aac is usual in mp4"));
 }
 
+TEST_F(ConvertMany, ADryRunTellsOfLossesLoudnessAndTheWayToASize) {
+  ffmpeg({"-f", "lavfi", "-i", "anoisesrc=d=1", "-ac", "6", (folder_ / "in/six.wav").string()});
+  const Arguments six{"in/six.wav", "six.mp3", "--loudness", "-16", "--dry-run"};
+  EXPECT_THAT(kestrel(six).out, HasSubstr("-16 LUFS, 6 channels become 2: mp3 has no more\n"));
+  json sound = json::parse(kestrel(joined(six, {"--json"})).out)["streams"][0];
+  EXPECT_EQ(sound["loudness"], -16);
+  EXPECT_EQ(sound["losses"], json({"6 channels become 2: mp3 has no more"}));
+
+  const Arguments limited{"in/a.mp4", "a.mkv", "--size-limit", "300k", "--dry-run"};
+  const RunResult text = kestrel(limited);
+  EXPECT_THAT(text.out, HasSubstr("  at most 300 kB\n"));
+  EXPECT_THAT(text.out, testing::ContainsRegex("video +encode +libx264, .*, 2 passes"));
+  EXPECT_THAT(text.out, testing::ContainsRegex("audio +copy"));
+  const json plan = json::parse(kestrel(joined(limited, {"--json"})).out);
+  EXPECT_EQ(plan["size_limit"], 300000);
+  EXPECT_EQ(plan["streams"][0]["passes"], 2);
+  EXPECT_TRUE(plan["streams"][1]["reason"].is_string());
+  EXPECT_THAT(plan["streams"][1]["losses"], testing::IsEmpty());
+}
+
 TEST_F(ConvertMany, ATerminalIsToldWhatAConversionTookUnlessQuiet) {
   const std::string input = (folder_ / "in/a.mp4").string();
   const std::string output = (folder_ / "o.mkv").string();

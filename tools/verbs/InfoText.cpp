@@ -15,6 +15,7 @@
 
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/Text.h>
+#include "tools/verbs/TimeText.h"
 
 using namespace kestrel;
 
@@ -200,8 +201,6 @@ Words detailFacts(const StreamInfo& stream) {
   const bool isSound = stream.kind == StreamInfo::Kind::kAudio;
   return isSound && !stream.audio.sampleFormat.empty() ? Words{stream.audio.sampleFormat} : Words{};
 }
-
-std::string timeText(int64_t time) { return formatTime(lm_ff_time_to_double(time)); }
 
 /// The span of a stream, where it is not the container's own.
 std::string span(const StreamInfo& stream, const MediaInfo& info) {

@@ -8,6 +8,8 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "tools/verbs/TimeText.h"
+
 using namespace kestrel;
 using nlohmann::ordered_json;
 
@@ -60,7 +62,10 @@ Words pictureFacts(const ConversionPlan& plan) {
   const double rate = static_cast<double>(plan.rate().num) / plan.rate().den;
   facts.push_back(formatNumber(rate, 3) + (plan.keepsTimes ? " fps at their own times" : " fps"));
   if (!plan.pixelFormat.empty()) facts.push_back(plan.pixelFormat);
-  if (format.video_bitrate > 0) facts.push_back(formatBitRate(format.video_bitrate));
+  // A limit on the file's size sets the bit rate only in the run.
+  if (format.video_bitrate > 0 && !plan.sizeLimit)
+    facts.push_back(formatBitRate(format.video_bitrate));
+  if (plan.passes > 1) facts.push_back(fmt::format("{} passes", plan.passes));
   if (!plan.videoOptions.empty()) facts.push_back(optionsText(plan.videoOptions));
   return facts;
 }
@@ -70,6 +75,9 @@ Words soundFacts(const SoundEncoding& sound) {
               fmt::format("{} channels", lm_get_channel_layout_nb_channels(sound.channelLayout))};
   if (sound.bits > 0) facts.push_back(fmt::format("{} bits", sound.bits));
   if (sound.bitrate > 0) facts.push_back(formatBitRate(sound.bitrate));
+  if (sound.loudness) facts.push_back(formatNumber(*sound.loudness, 1) + " LUFS");
+  if (!sound.loudness && sound.volume != 1)
+    facts.push_back("volume " + formatNumber(sound.volume, 3));
   if (!sound.options.empty()) facts.push_back(optionsText(sound.options));
   return facts;
 }
@@ -88,6 +96,7 @@ Words factsOf(const PlannedStream& stream, const ConversionPlan& plan) {
     if (const auto found = stream.tags.find(tag); found != stream.tags.end())
       facts.push_back(printable(found->second));
   if (!stream.reason.empty()) facts.push_back(printable(stream.reason));
+  for (const std::string& loss : stream.losses) facts.push_back(printable(loss));
   return facts;
 }
 
@@ -96,8 +105,6 @@ std::string numbersOf(const PlannedStream& stream) {
   for (const uint32_t index : stream.sources) numbers.push_back(fmt::format("#{}", index));
   return fmt::format("{}", fmt::join(numbers, "+"));
 }
-
-std::string timeText(int64_t time) { return formatTime(static_cast<double>(time) / 1e6); }
 
 void addPictures(ordered_json& json, const ConversionPlan& plan) {
   const auto& format = plan.format;
@@ -109,6 +116,7 @@ void addPictures(ordered_json& json, const ConversionPlan& plan) {
   json["keeps_times"] = plan.keepsTimes;
   json["pix_fmt"] = plan.pixelFormat;
   json["bit_rate"] = format.video_bitrate;
+  json["passes"] = plan.passes;
   json["options"] = plan.videoOptions;
 }
 
@@ -120,6 +128,8 @@ void addSound(ordered_json& json, const SoundEncoding& sound) {
   json["bits"] = sound.bits;
   json["bit_rate"] = sound.bitrate;
   json["volume"] = sound.volume;
+  json["loudness"] = nullptr;
+  if (sound.loudness) json["loudness"] = *sound.loudness;
   json["options"] = sound.options;
 }
 
@@ -127,7 +137,8 @@ ordered_json streamDocument(const PlannedStream& stream, const ConversionPlan& p
   ordered_json json{{"sources", stream.sources},
                     {"type", kindName(stream)},
                     {"action", actionName(stream)},
-                    {"reason", nullptr}};
+                    {"reason", nullptr},
+                    {"losses", stream.losses}};
   if (!stream.reason.empty()) json["reason"] = stream.reason;
   if (isEncoded(stream, StreamInfo::Kind::kVideo)) addPictures(json, plan);
   if (isEncoded(stream, StreamInfo::Kind::kAudio)) addSound(json, stream.sound);
@@ -145,6 +156,7 @@ std::string planText(const ConversionSettings& settings, const ConversionPlan& p
   if (plan.start > 0 || plan.end)
     text += fmt::format("  from {} to {}\n", timeText(plan.start),
                         plan.end ? timeText(*plan.end) : "the end");
+  if (plan.sizeLimit) text += fmt::format("  at most {}\n", formatByteCount(*plan.sizeLimit));
   for (const PlannedStream& stream : plan.streams)
     text += fmt::format("  {:<5} {:<10} {:<9}  {}\n", numbersOf(stream), kindName(stream),
                         actionName(stream), fmt::join(factsOf(stream, plan), ", "));
@@ -157,8 +169,10 @@ ordered_json planDocument(const ConversionSettings& settings, const ConversionPl
                     {"format", plan.formatName},
                     {"start", static_cast<double>(plan.start) / 1e6},
                     {"end", nullptr},
+                    {"size_limit", nullptr},
                     {"metadata", plan.keepsMetadata}};
   if (plan.end) json["end"] = static_cast<double>(*plan.end) / 1e6;
+  if (plan.sizeLimit) json["size_limit"] = *plan.sizeLimit;
   json["streams"] = ordered_json::array();
   for (const PlannedStream& stream : plan.streams)
     json["streams"].push_back(streamDocument(stream, plan));
