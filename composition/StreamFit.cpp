@@ -9,8 +9,8 @@
 #include <memory>
 #include <set>
 
-#include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"
+#include "support/MuxingOwners.h"
 #include "support/copy/CodecData.h"
 #include "support/copy/StreamCopier.h"
 
@@ -91,17 +91,6 @@ bool hasBlocks(const AVCodecParameters& parameters) {
 /// to them in every container, and the muxer of TTA files refuses it.
 bool endsForGood(AVCodecID codec) { return codec == AV_CODEC_ID_TTA; }
 
-/// Frees a container that was begun in memory, and that memory.
-struct FormatDeleter {
-  void operator()(AVFormatContext* context) const {
-    uint8_t* memory = nullptr;
-    if (context->pb) avio_close_dyn_buf(context->pb, &memory);
-    context->pb = nullptr;
-    av_free(memory);
-    avformat_free_context(context);
-  }
-};
-
 /// Adds a stream of pictures such as every container of its codec takes.
 const AVStream* addPictures(AVFormatContext& context, AVCodecID codec) {
   AVStream* stream = avformat_new_stream(&context, nullptr);
@@ -124,7 +113,7 @@ std::string refusalOf(std::initializer_list<const AVStream*> streams,
   if ((format.flags & AVFMT_NOFILE) != 0) return {};
   AVFormatContext* allocated = nullptr;
   avformat_alloc_output_context2(&allocated, &format, nullptr, nullptr);
-  const std::unique_ptr<AVFormatContext, FormatDeleter> context(allocated);
+  const MemoryOutputPtr context(allocated);
   if (!context || avio_open_dyn_buf(&context->pb) < 0) return "no memory";
   for (const AVStream* stream : streams) {
     AVStream* copy = avformat_new_stream(context.get(), nullptr);
@@ -196,7 +185,7 @@ std::string containerRefusal(const AVStream& stream, const std::string& containe
   const bool isPicture = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
   if (alone.empty() || isPicture || format->video_codec == AV_CODEC_ID_NONE) return alone;
   // Studios' containers take sound behind pictures only.
-  const std::unique_ptr<AVFormatContext, FormatDeleter> memory(avformat_alloc_context());
+  const MemoryOutputPtr memory(avformat_alloc_context());
   const AVStream* pictures = memory ? addPictures(*memory, format->video_codec) : nullptr;
   if (!pictures) return "no memory";
   return refusalOf({pictures}, *format).empty() ? refusalOf({pictures, &stream}, *format) : alone;

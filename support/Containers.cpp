@@ -41,6 +41,10 @@ bool describesStreams(const AVOutputFormat& container) {
 
 bool isAvi(const AVOutputFormat& container) { return isOneOf(container, {"avi"}); }
 
+bool isOfStudios(const AVOutputFormat& container) {
+  return isOneOf(container, {"mxf", "mxf_d10", "mxf_opatom", "gxf", "dv"});
+}
+
 bool goesBack(const AVOutputFormat& container) {
   return isOneOf(container, {"avi", "mxf", "mxf_d10", "mxf_opatom", "gxf", "rm", "swf", "caf",
                              "w64", "aiff", "avm2", "f4v"});

@@ -23,6 +23,9 @@ bool describesStreams(const AVOutputFormat& container);
 
 bool isAvi(const AVOutputFormat& container);
 
+/// Containers of studios: times count in pictures, and sound has 48000 Hz.
+bool isOfStudios(const AVOutputFormat& container);
+
 /// Whether a container's beginning is only known at its end, so that it cannot go down a pipe.
 /// MPEG-4 is none of them: it can be written in fragments.
 bool goesBack(const AVOutputFormat& container);

@@ -79,16 +79,12 @@ class TrackReader {
   };
 
   void openDecoder() {
-    const AVCodec* codec = avcodec_find_decoder(stream_.codecpar->codec_id);
-    if (!codec)
+    const int result =
+        kestrel::openDecoder(decoder_, *stream_.codecpar,
+                             {.timebase = stream_.time_base, .sampleFormat = AV_SAMPLE_FMT_FLTP});
+    if (result == AVERROR_DECODER_NOT_FOUND)
       throw Stop(fmt::format("there is no decoder for '{}'",
                              avcodec_get_name(stream_.codecpar->codec_id)));
-    decoder_.reset(avcodec_alloc_context3(codec));
-    if (!decoder_ || avcodec_parameters_to_context(decoder_.get(), stream_.codecpar) < 0)
-      throw Stop("not enough memory");
-    decoder_->pkt_timebase = stream_.time_base;
-    decoder_->request_sample_fmt = AV_SAMPLE_FMT_FLTP;
-    const int result = openCodec(*decoder_, codec);
     if (result < 0) throw Stop(libraryError(result).message);
   }
 

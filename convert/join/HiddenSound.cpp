@@ -17,15 +17,6 @@ namespace {
 /// More than any encoder's delay and any cut between two pictures.
 constexpr int64_t kMostSeconds = 5;
 
-CodecContextPtr openDecoder(const AVCodecParameters& sound) {
-  const AVCodec* codec = avcodec_find_decoder(sound.codec_id);
-  CodecContextPtr decoder(avcodec_alloc_context3(codec));
-  const bool isOpen = codec && decoder &&
-                      avcodec_parameters_to_context(decoder.get(), &sound) >= 0 &&
-                      openCodec(*decoder, codec) >= 0;
-  return isOpen ? std::move(decoder) : nullptr;
-}
-
 }  // namespace
 
 JoinedSound::Samples hiddenSound(const std::string& path, uint32_t stream,
@@ -33,8 +24,8 @@ JoinedSound::Samples hiddenSound(const std::string& path, uint32_t stream,
   const auto source = openInput(path, std::nullopt, interrupt);
   AVFormatContext& context = *source->formatContext();
   const AVStream& sound = *context.streams[stream];
-  const CodecContextPtr decoder = openDecoder(*sound.codecpar);
-  if (!decoder) return {};
+  CodecContextPtr decoder;
+  if (openDecoder(decoder, *sound.codecpar) < 0) return {};
   for (unsigned i = 0; i < context.nb_streams; ++i)
     if (i != stream) context.streams[i]->discard = AVDISCARD_ALL;
 

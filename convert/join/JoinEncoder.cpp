@@ -163,16 +163,16 @@ class JoinEncoder {
   }
 
   void openSound(const JoinedSound::Track& track) {
-    output_.setMovieFormat(track.format);
-    output_.setAudioInputFormat(sounds_.format(tracks_.size()));
-    output_.setAudioEncoderName(track.encoder);
-    output_.setAudioBits(track.bits);
-    output_.setAudioOptions(track.options);
-    output_.openAudio();
-    AVStream* stream = output_.audioStream();
+    const SoundEncoding sound{.codec = track.format.audio_codec,
+                              .encoder = track.encoder,
+                              .sampleRate = track.format.sample_rate,
+                              .channelLayout = track.format.channel_layout,
+                              .bits = track.bits,
+                              .bitrate = track.format.audio_bitrate,
+                              .options = track.options};
+    AVStream* stream = openEncodedSound(output_, sound, sounds_.format(tracks_.size()).sample_fmt);
     if (!stream) return;
-    for (const auto& [key, value] : track.tags)
-      av_dict_set(&stream->metadata, key.c_str(), value.c_str(), 0);
+    output_.setStreamTags(stream, track.tags);
     tracks_.push_back(stream);
   }
 

@@ -23,7 +23,7 @@ namespace {
 constexpr int kLongestSide = 65535;
 constexpr int kMostLines = 36861;  // whose frame of 16:9 is no wider than that
 constexpr int kHighestRate = 1000;
-constexpr int64_t kMicroseconds = 1'000'000;
+constexpr int64_t kSecond = 1'000'000;  // microseconds
 /// About eleven years: beyond any movie, and far from what would overflow.
 constexpr int64_t kLatestHour = 99'999;
 
@@ -69,10 +69,10 @@ std::optional<int64_t> decimalMicroseconds(std::string_view text, int64_t highes
       point == std::string_view::npos ? std::string_view() : text.substr(point);
   const auto whole = wholeNumber(text.substr(0, point), highestSecond);
   if (!whole) return std::nullopt;
-  if (fraction.empty()) return *whole * kMicroseconds;
+  if (fraction.empty()) return *whole * kSecond;
   const auto part = decimalNumber(fraction);
   if (!part) return std::nullopt;
-  return *whole * kMicroseconds + std::llround(*part * kMicroseconds);
+  return *whole * kSecond + std::llround(*part * kSecond);
 }
 
 /// "1h2m3.5s": each unit once at most, larger ones first, each number whole but the last.
@@ -82,7 +82,7 @@ std::optional<int64_t> timeInUnits(std::string_view text) {
     int64_t microseconds;
   };
   static constexpr Unit kUnits[] = {
-      {"h", 3600 * kMicroseconds}, {"ms", 1000}, {"m", 60 * kMicroseconds}, {"s", kMicroseconds}};
+      {"h", 3600 * kSecond}, {"ms", 1000}, {"m", 60 * kSecond}, {"s", kSecond}};
   int64_t time = 0;
   int64_t smallest = std::numeric_limits<int64_t>::max();
   while (!text.empty()) {
@@ -117,7 +117,7 @@ std::optional<int64_t> timeMicroseconds(std::string_view text) {
       wholeNumber(parts[parts.size() - 2], hasHours ? 59 : int64_t{kLatestHour} * 60);
   const auto seconds = decimalMicroseconds(parts.back(), 59);
   if (!hours || !minutes || !seconds) return std::nullopt;
-  return (*hours * 3600 + *minutes * 60) * kMicroseconds + *seconds;
+  return (*hours * 3600 + *minutes * 60) * kSecond + *seconds;
 }
 
 /// 0 stands for "-".

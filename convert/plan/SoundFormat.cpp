@@ -10,8 +10,8 @@
 
 #include "platform/codec/Codec.h"
 #include "support/FFmpegCompat.h"
-#include "support/FFmpegOwners.h"
 #include "support/LibraryLog.h"
+#include "support/MuxingOwners.h"
 #include "support/encode/StreamEncoder.h"
 
 namespace kestrel {
@@ -36,12 +36,8 @@ std::vector<int64_t> layoutsLike(int64_t own, AVCodecID codec) {
   return layouts;
 }
 
-struct FormatDeleter {
-  void operator()(AVFormatContext* context) const { avformat_free_context(context); }
-};
-
 bool isTaken(const SoundFormat& format, const AVCodec& encoder, const AVOutputFormat& container) {
-  const std::unique_ptr<AVFormatContext, FormatDeleter> context(avformat_alloc_context());
+  const MemoryOutputPtr context(avformat_alloc_context());
   AVStream* stream = context ? avformat_new_stream(context.get(), nullptr) : nullptr;
   if (!stream) return false;
   StreamEncoder opened(stream, &encoder, container);

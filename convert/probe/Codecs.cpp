@@ -242,10 +242,7 @@ bool holdsChapters(const AVOutputFormat& format) {
   return takesLateChapters(format) || kNames.contains(format.name);
 }
 
-int onlySampleRate(const AVOutputFormat& format) {
-  static const std::set<std::string_view> kOfStudios{"mxf", "mxf_d10", "mxf_opatom", "dv", "gxf"};
-  return kOfStudios.contains(format.name) ? 48000 : 0;
-}
+int onlySampleRate(const AVOutputFormat& format) { return isOfStudios(format) ? 48000 : 0; }
 
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec) {
   return holds(format, codec) &&

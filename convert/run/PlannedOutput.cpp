@@ -43,21 +43,6 @@ namespace {
 
 using Kind = StreamInfo::Kind;
 
-AVStream* openEncodedSound(LMFFMovieFileOutput& output, const SoundEncoding& sound) {
-  LMFFMovieFileOutputFormat format = output.movieFormat();
-  format.audio_codec = sound.codec;
-  format.audio_bitrate = sound.bitrate;
-  format.sample_rate = sound.sampleRate;
-  format.channel_layout = sound.channelLayout;
-  output.setMovieFormat(format);
-  output.setAudioEncoderName(sound.encoder);
-  output.setAudioBits(sound.bits);
-  output.setAudioOptions(sound.options);
-  output.setAudioInputFormat({lm_get_default_sample_fmt(), sound.channelLayout, sound.sampleRate});
-  output.openAudio();
-  return output.audioStream();
-}
-
 /// The flags that players go by, of those that a plan names.
 int flagsOf(const std::vector<std::string>& names) {
   int flags = 0;
@@ -67,6 +52,22 @@ int flagsOf(const std::vector<std::string>& names) {
 }
 
 }  // namespace
+
+AVStream* openEncodedSound(LMFFMovieFileOutput& output, const SoundEncoding& sound,
+                           int32_t sampleFormat) {
+  LMFFMovieFileOutputFormat format = output.movieFormat();
+  format.audio_codec = sound.codec;
+  format.audio_bitrate = sound.bitrate;
+  format.sample_rate = sound.sampleRate;
+  format.channel_layout = sound.channelLayout;
+  output.setMovieFormat(format);
+  output.setAudioEncoderName(sound.encoder);
+  output.setAudioBits(sound.bits);
+  output.setAudioOptions(sound.options);
+  output.setAudioInputFormat({sampleFormat, sound.channelLayout, sound.sampleRate});
+  output.openAudio();
+  return output.audioStream();
+}
 
 AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& plan,
                             const PlannedStream& planned, const AVFormatContext& input) {

@@ -28,6 +28,11 @@ void openPlannedPictures(LMFFMovieFileOutput& output, const ConversionPlan& plan
 AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& plan,
                             const PlannedStream& planned, const AVFormatContext& input);
 
+/// Opens sound that is encoded and comes in interleaved samples of `sampleFormat` (an
+/// `AVSampleFormat`), of its encoding's rate and channels; null on failure.
+AVStream* openEncodedSound(LMFFMovieFileOutput& output, const SoundEncoding& sound,
+                           int32_t sampleFormat = lm_get_default_sample_fmt());
+
 /// Throws `Failure`, which names `target`, when the output has failed.
 void requireOutput(const LMFFMovieFileOutput& output, const std::string& target);
 

@@ -72,6 +72,23 @@ int openCodec(AVCodecContext& context, const AVCodec* codec, AVDictionary** opti
   return avcodec_open2(&context, codec, options);
 }
 
+int openDecoder(CodecContextPtr& decoder, const AVCodecParameters& parameters,
+                const DecoderOptions& options) {
+  decoder.reset();
+  const AVCodec* const codec = avcodec_find_decoder(parameters.codec_id);
+  if (!codec) return AVERROR_DECODER_NOT_FOUND;
+  CodecContextPtr opened(avcodec_alloc_context3(codec));
+  if (!opened) return AVERROR(ENOMEM);
+  int result = avcodec_parameters_to_context(opened.get(), &parameters);
+  if (result < 0) return result;
+  opened->pkt_timebase = options.timebase;
+  opened->thread_count = options.threads;
+  opened->request_sample_fmt = options.sampleFormat;
+  result = openCodec(*opened, codec);
+  if (result >= 0) decoder = std::move(opened);
+  return result;
+}
+
 int decodePacket(AVCodecContext& decoder, const AVPacket* packet, const FrameTaker& take,
                  int64_t mark) {
   int errors = 0;

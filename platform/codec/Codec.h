@@ -16,6 +16,18 @@ std::mutex& codecLock();
 /// negative on failure.
 int openCodec(AVCodecContext& context, const AVCodec* codec, AVDictionary** options = nullptr);
 
+/// What a decoder is opened with beside its stream's parameters.
+struct DecoderOptions {
+  AVRational timebase = {0, 1};                      ///< of the packets; 0: unknown
+  int threads = 1;                                   ///< 0: as many as the machine suits
+  AVSampleFormat sampleFormat = AV_SAMPLE_FMT_NONE;  ///< wanted, where the decoder has a choice
+};
+
+/// Opens the library's first decoder of a stream. Returns FFmpeg's code, negative on failure, and
+/// `AVERROR_DECODER_NOT_FOUND` where there is none; `decoder` is null then.
+int openDecoder(CodecContextPtr& decoder, const AVCodecParameters& parameters,
+                const DecoderOptions& options = {});
+
 using FrameTaker = std::function<void(FramePtr)>;
 
 /// Sends a packet to an open decoder, null at the end of the input, and passes on all frames that

@@ -1,8 +1,6 @@
 #include "support/copy/StreamCopier.h"
 
 #include <algorithm>
-#include <array>
-#include <string_view>
 #include <utility>
 
 #include "support/Containers.h"
@@ -14,14 +12,6 @@
 namespace kestrel {
 
 namespace {
-
-template <size_t N>
-bool isOneOf(const AVOutputFormat& container, const std::array<std::string_view, N>& names) {
-  return std::ranges::count(names, container.name) > 0;
-}
-
-/// The containers whose unit of time is a picture's duration.
-constexpr std::array<std::string_view, 4> kPictureContainers = {"mxf", "mxf_opatom", "gxf", "dv"};
 
 /// AVI has something for each tick, pictures or nothing, so that ticks are to be few. Pictures that
 /// are decoded before they are shown begin at its first moment, one a tick.
@@ -82,7 +72,7 @@ AVRational pictureDuration(const AVStream& stream) {
 /// The unit in which a container is to count the times of pictures.
 AVRational timeBaseFor(const AVStream& stream, const AVOutputFormat& container) {
   const AVRational duration = pictureDuration(stream);
-  if (isOneOf(container, kPictureContainers)) {
+  if (isOfStudios(container)) {
     if (duration.num > 0) return duration;
     return isRate(stream.avg_frame_rate) ? av_inv_q(stream.avg_frame_rate) : stream.time_base;
   }

@@ -77,13 +77,8 @@ bool StretchEncoder::succeeded(int result) {
 }
 
 bool StretchEncoder::openDecoder() {
-  const AVCodec* codec = avcodec_find_decoder(parameters_.codec_id);
-  decoder_.reset(avcodec_alloc_context3(codec));
-  if (!decoder_ || !succeeded(avcodec_parameters_to_context(decoder_.get(), &parameters_)))
-    return false;
-  decoder_->pkt_timebase = stream_.time_base;
-  decoder_->thread_count = 0;
-  return succeeded(openCodec(*decoder_, codec));
+  return succeeded(
+      kestrel::openDecoder(decoder_, parameters_, {.timebase = stream_.time_base, .threads = 0}));
 }
 
 void StretchEncoder::configure(AVCodecContext& encoder, const AVFrame& picture) const {

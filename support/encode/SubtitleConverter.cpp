@@ -34,17 +34,13 @@ SubtitleConverter::SubtitleConverter(const AVStream& input, AVStream& output, AV
     : output_(output), buffer_(kMostBytes), error_(open(input, codec)) {}
 
 Error SubtitleConverter::open(const AVStream& input, AVCodecID codec) {
-  const AVCodec* const decoder = avcodec_find_decoder(input.codecpar->codec_id);
   const AVCodec* const encoder = avcodec_find_encoder(codec);
-  if (!decoder) return missing("decoder", input.codecpar->codec_id);
   if (!encoder) return missing("encoder", codec);
-  decoder_.reset(avcodec_alloc_context3(decoder));
-  encoder_.reset(avcodec_alloc_context3(encoder));
-  if (!decoder_ || !encoder_) return libraryError(AVERROR(ENOMEM));
-  int result = avcodec_parameters_to_context(decoder_.get(), input.codecpar);
-  decoder_->pkt_timebase = kMilliseconds;
-  if (result >= 0) result = openCodec(*decoder_, decoder);
+  int result = openDecoder(decoder_, *input.codecpar, {.timebase = kMilliseconds});
+  if (result == AVERROR_DECODER_NOT_FOUND) return missing("decoder", input.codecpar->codec_id);
   if (result < 0) return libraryError(result);
+  encoder_.reset(avcodec_alloc_context3(encoder));
+  if (!encoder_) return libraryError(AVERROR(ENOMEM));
   if (decoder_->subtitle_header) {
     const auto size = static_cast<size_t>(decoder_->subtitle_header_size);
     encoder_->subtitle_header = static_cast<uint8_t*>(av_mallocz(size + 1));

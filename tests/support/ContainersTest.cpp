@@ -53,6 +53,15 @@ TEST(Containers, ThatTakeChaptersLast) {
     EXPECT_FALSE(takesLateChapters(written(path))) << path;
 }
 
+TEST(Containers, OfStudios) {
+  for (const std::string path : {"a.mxf", "a.gxf", "a.dv"})
+    EXPECT_TRUE(isOfStudios(written(path))) << path;
+  for (const char* name : {"mxf_d10", "mxf_opatom"})
+    EXPECT_TRUE(isOfStudios(*av_guess_format(name, nullptr, nullptr))) << name;
+  for (const std::string path : {"a.mp4", "a.mkv", "a.avi", "a.ts"})
+    EXPECT_FALSE(isOfStudios(written(path))) << path;
+}
+
 TEST(Containers, ThatAreRead) {
   const Opened mp4("av25.mp4");
   const Opened avi("mpeg4.avi");
