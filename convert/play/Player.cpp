@@ -4,7 +4,6 @@
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
-#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMFFMovieImageProvider.h>
 #include <kestrel/LMMediaSource.h>
