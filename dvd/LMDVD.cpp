@@ -9,6 +9,7 @@
 #include <cctype>
 #include <filesystem>
 #include <mutex>
+#include <regex>
 #include <system_error>
 #include <utility>
 
@@ -33,6 +34,14 @@ std::string displayName(const fs::path& path) {
   return full.has_filename() ? full.filename().string() : full.string();
 }
 
+/// Where the volume is that a path names.
+std::string volumePath(const std::string& path) {
+  std::error_code error;
+  if (!LMDVD::isNameOfInformation(path) || !fs::is_regular_file(path, error)) return path;
+  const fs::path folder = fs::path(path).parent_path();
+  return folder.empty() ? "." : folder.string();
+}
+
 bool isVideoFolder(const fs::path& path) {
   std::error_code error;
   if (!fs::is_directory(path, error)) return false;
@@ -47,8 +56,14 @@ LMDVD::LMDVD() : internal_(std::make_shared<LMDVDInternal>()) {}
 
 LMDVD::~LMDVD() { const DVDReaderPtr closes(dvd_reader()); }
 
+bool LMDVD::isNameOfInformation(const std::string& path) {
+  static const std::regex kNames(R"((video_ts|vts_\d\d_0)\.(ifo|bup))",
+                                 std::regex::icase | std::regex::optimize);
+  return std::regex_match(fs::path(path).filename().string(), kNames);
+}
+
 std::shared_ptr<LMDVD> LMDVD::open(const std::string& path) {
-  DVDReaderPtr reader = openVolume(path);
+  DVDReaderPtr reader = openVolume(volumePath(path));
   if (!reader) return nullptr;
   auto dvd = std::make_shared<LMDVD>();
   dvd->internal_->setDvd(reader.release());
@@ -62,7 +77,7 @@ void LMDVD::readName() {
   volume_ = volumeIdentifier(dvd_reader());
   if (!volume_.empty()) return;
   std::error_code error;
-  fs::path named(path_);
+  fs::path named(volumePath(path_));
   if (isVideoFolder(named)) named = fs::weakly_canonical(named, error).parent_path();
   volume_ = displayName(named);
 }

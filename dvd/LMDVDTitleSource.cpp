@@ -1,10 +1,12 @@
 #include <kestrel/LMDVDTitleSource.h>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unicode/uloc.h>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <mutex>
 #include <span>
 #include <utility>
@@ -33,6 +35,9 @@ constexpr int kMostErrorBlocks = 64;
 /// How far into each piece of the title one looks whether it is scrambled.
 constexpr int64_t kMostBlocksToCheck = 64;
 
+/// A unit lasts a second at most.
+constexpr int64_t kMostUnitBlocks = 1024;
+
 /// Where one looks how the pictures come: so many places, evenly spread, of so many blocks.
 constexpr int64_t kSamples = 16;
 constexpr int64_t kSampleBlocks = 128;
@@ -45,9 +50,69 @@ std::string threeLetters(const std::string& language) {
   return code.empty() ? language : code;
 }
 
+/// One colour, 0x00YYCrCb in the range of video, as 0x00RRGGBB by ITU-R BT.601.
+uint32_t rgbOf(uint32_t colour) {
+  const double y = 255 / 219.0 * (static_cast<double>(colour >> 16 & 0xFF) - 16);
+  const double cr = 255 / 224.0 * (static_cast<double>(colour >> 8 & 0xFF) - 128);
+  const double cb = 255 / 224.0 * (static_cast<double>(colour & 0xFF) - 128);
+  const auto component = [](double value) {
+    return static_cast<uint32_t>(std::lround(std::clamp(value, 0.0, 255.0)));
+  };
+  return component(y + 1.402 * cr) << 16 | component(y - 0.344136 * cb - 0.714136 * cr) << 8 |
+         component(y + 1.772 * cb);
+}
+
+/// What containers keep beside subpictures, in the form that players know from .idx files.
+std::string subpictureHeader(const SubtitlePalette& palette, int width, int height) {
+  std::vector<std::string> colours;
+  for (const uint32_t colour : palette) colours.push_back(fmt::format("{:06x}", rgbOf(colour)));
+  return fmt::format("size: {}x{}\npalette: {}\n", width, height, fmt::join(colours, ", "));
+}
+
+void setExtradata(AVCodecParameters& parameters, const std::string& bytes) {
+  auto* data = static_cast<uint8_t*>(av_mallocz(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (!data) return;
+  std::ranges::copy(bytes, data);
+  av_freep(&parameters.extradata);
+  parameters.extradata = data;
+  parameters.extradata_size = static_cast<int>(bytes.size());
+}
+
+/// How containers mark tracks of a kind.
+int dispositionOf(LMDVDTrackKind kind) {
+  using Kind = LMDVDTrackKind;
+  switch (kind) {
+    case Kind::kVisuallyImpaired:
+      return AV_DISPOSITION_VISUAL_IMPAIRED;
+    case Kind::kCommentary:
+    case Kind::kAlternateCommentary:
+    case Kind::kLargeCommentary:
+    case Kind::kChildrensCommentary:
+      return AV_DISPOSITION_COMMENT;
+    case Kind::kCaptions:
+    case Kind::kLargeCaptions:
+    case Kind::kChildrensCaptions:
+      return AV_DISPOSITION_HEARING_IMPAIRED;
+    case Kind::kForced:
+      return AV_DISPOSITION_FORCED;
+    default:
+      return 0;
+  }
+}
+
 Error scrambledError() {
   return engineError(AVERROR(EACCES),
                      "the disc is scrambled (copy protection), and scrambled discs are not read");
+}
+
+/// The size of a title's pictures, pixels: their own or, where they do not tell, that stated.
+std::pair<int, int> pictureSize(const AVFormatContext& context, const LMDVDVideo& stated) {
+  for (unsigned i = 0; i < context.nb_streams; ++i) {
+    const AVCodecParameters& stream = *context.streams[i]->codecpar;
+    if (stream.codec_type == AVMEDIA_TYPE_VIDEO && stream.width > 0 && stream.height > 0)
+      return {stream.width, stream.height};
+  }
+  return {stated.width, stated.height};
 }
 
 /// Cells whose time stamps go on from each to the next, or a piece of one.
@@ -58,6 +123,7 @@ struct Segment {
   int64_t start = 0;      // when it begins in the stream, ticks
   int64_t own_start = 0;  // and by its own clock
   int64_t length = 0;     // ticks
+  bool isMade = false;    // not on the disc: it tells the demuxer of subpictures to come
 };
 
 bool followsOn(const LMDVDCell& cell, const LMDVDCell& before) {
@@ -72,6 +138,7 @@ struct LMDVDTitleSource::State {
   std::shared_ptr<LMDVD> dvd;
   std::shared_ptr<LMDVDTitleSet> title_set;
   std::shared_ptr<LMDVDTitle> title;
+  int32_t angle = 1;
   DVDFilePtr vobs;
   std::vector<Segment> segments;
   std::vector<std::optional<size_t>> segmentOfCell;  // none for a cell that is not there
@@ -81,8 +148,11 @@ struct LMDVDTitleSource::State {
   bool metScrambled = false;                         // a scrambled sector has been read
   int failures = 0;                                  // units in a row that could not be read
 
+  const std::vector<LMDVDCell>& cells() const;
   void openVobs();
   void layOut();
+  void announceSubpictures();
+  int64_t blocksOfFirstUnit() const;
   void addSectors(Segment segment, LMDVDSectors sectors);
   bool beginsScrambled() const;
   std::optional<NavigationTimes> timesAt(uint32_t sector) const;
@@ -94,17 +164,19 @@ struct LMDVDTitleSource::State {
 
 LMDVDTitleSource::LMDVDTitleSource(std::shared_ptr<LMDVD> dvd,
                                    std::shared_ptr<LMDVDTitleSet> title_set,
-                                   std::shared_ptr<LMDVDTitle> title)
+                                   std::shared_ptr<LMDVDTitle> title, int32_t angle)
     : state_(std::make_unique<State>()) {
   state_->dvd = std::move(dvd);
   state_->title_set = std::move(title_set);
   state_->title = std::move(title);
+  state_->angle = angle;
 }
 
 LMDVDTitleSource::~LMDVDTitleSource() { close(); }
 
 std::shared_ptr<LMMediaSource> LMDVDTitleSource::copy() const {
-  return std::make_shared<LMDVDTitleSource>(state_->dvd, state_->title_set, state_->title);
+  return std::make_shared<LMDVDTitleSource>(state_->dvd, state_->title_set, state_->title,
+                                            state_->angle);
 }
 
 const std::shared_ptr<LMDVD>& LMDVDTitleSource::dvd() const { return state_->dvd; }
@@ -115,13 +187,19 @@ const std::shared_ptr<LMDVDTitleSet>& LMDVDTitleSource::title_set() const {
 
 const std::shared_ptr<LMDVDTitle>& LMDVDTitleSource::title() const { return state_->title; }
 
+int32_t LMDVDTitleSource::angle() const { return state_->angle; }
+
+const std::vector<LMDVDCell>& LMDVDTitleSource::State::cells() const { return title->cells(angle); }
+
 void LMDVDTitleSource::State::openVobs() {
   if (vobs || !dvd || !dvd->dvd_reader() || !title_set || !title) return;
   {
     const std::lock_guard guard(dvd->internal()->lock());
     vobs.reset(DVDOpenFile(dvd->dvd_reader(), title_set->title_set(), DVD_READ_TITLE_VOBS));
   }
-  if (vobs) layOut();
+  if (!vobs) return;
+  layOut();
+  announceSubpictures();
 }
 
 /// Blocks of the title set's VOBs, and how many could be read; negative for an error.
@@ -139,7 +217,7 @@ std::optional<NavigationTimes> LMDVDTitleSource::State::timesAt(uint32_t sector)
 /// Puts the cells one behind the other, as far as the VOBs hold them.
 void LMDVDTitleSource::State::layOut() {
   available = std::max<ssize_t>(DVDFileSize(vobs.get()), 0);
-  const auto& cells = title->cells();
+  const auto& cells = this->cells();
   int64_t tick = kFirstTick;
   for (size_t i = 0; i < cells.size();) {
     const LMDVDCell& first = cells[i];
@@ -170,6 +248,43 @@ void LMDVDTitleSource::State::layOut() {
   }
 }
 
+/// Demuxers make a stream where they meet its first packet, which for subpictures may be far into
+/// the title: those that look at the beginning alone would never know of them. So each has an empty
+/// packet behind the title's first unit, where pictures and sound have come by.
+void LMDVDTitleSource::State::announceSubpictures() {
+  const auto& tracks = title->subtitleTracks();
+  if (segments.empty() || tracks.empty()) return;
+  Segment& first = segments.front();
+  Segment made = first;
+  Segment rest = first;
+  made.isMade = true;
+  made.sectors = static_cast<int64_t>(tracks.size());
+  first.sectors = std::min(first.sectors, blocksOfFirstUnit());
+  rest.first_sector += static_cast<uint32_t>(first.sectors);
+  rest.sectors -= first.sectors;
+  std::vector<Segment> added{made};
+  if (rest.sectors > 0) added.push_back(rest);
+  segments.insert(segments.begin() + 1, added.begin(), added.end());
+  for (auto& segment : segmentOfCell)
+    if (segment && *segment > 0) *segment += added.size();
+  blocks = 0;
+  for (Segment& segment : segments) {
+    segment.position = blocks;
+    blocks += segment.sectors;
+  }
+}
+
+/// How far the title's first unit goes: up to the next sector of navigation.
+int64_t LMDVDTitleSource::State::blocksOfFirstUnit() const {
+  const Segment& first = segments.front();
+  const int64_t most = std::min(first.sectors, kMostUnitBlocks);
+  std::vector<uint8_t> bytes(static_cast<size_t>(most * kSectorBytes));
+  const int64_t got = readVobs(first.first_sector, most, bytes.data());
+  for (int64_t block = 1; block < got; ++block)
+    if (navigationTimes(bytes.data() + block * kSectorBytes)) return block;
+  return most;
+}
+
 /// Adds those of some sectors that are there, with a segment's clock.
 void LMDVDTitleSource::State::addSectors(Segment segment, LMDVDSectors sectors) {
   const int64_t end = std::min<int64_t>(int64_t{sectors.last} + 1, available);
@@ -197,6 +312,12 @@ int64_t LMDVDTitleSource::State::readBlocks(int64_t block, int64_t count, uint8_
   const int64_t within = block - segment->position;
   const auto first = static_cast<int>(segment->first_sector + within);
   count = std::min(count, segment->sectors - within);
+  if (segment->isMade) {
+    for (int64_t i = 0; i < count; ++i)
+      makeEmptyPack(buffer + i * kSectorBytes,
+                    title->subtitleTracks()[static_cast<size_t>(within + i)].stream_id);
+    return count;
+  }
   int64_t got = readVobs(first, count, buffer);
   bool isWhole = true;
   if (got <= 0) {
@@ -317,6 +438,7 @@ void LMDVDTitleSource::setPictureRate() {
 bool LMDVDTitleSource::State::beginsScrambled() const {
   std::vector<uint8_t> bytes(static_cast<size_t>(kMostBlocksToCheck * kSectorBytes));
   for (const Segment& segment : segments) {
+    if (segment.isMade) continue;
     const auto count = static_cast<size_t>(std::min(segment.sectors, kMostBlocksToCheck));
     const int64_t got = readVobs(segment.first_sector, count, bytes.data());
     for (int64_t i = 0; i < got; ++i)
@@ -329,6 +451,7 @@ bool LMDVDTitleSource::State::beginsScrambled() const {
 /// format.
 void LMDVDTitleSource::describeStreams() {
   AVFormatContext& context = *formatContext();
+  const auto [width, height] = pictureSize(context, state_->title->video());
   for (unsigned i = 0; i < context.nb_streams; ++i) {
     AVStream& stream = *context.streams[i];
     const AVMediaType type = stream.codecpar->codec_type;
@@ -339,6 +462,9 @@ void LMDVDTitleSource::describeStreams() {
     if (track == tracks.end()) continue;
     if (!track->language.empty())
       av_dict_set(&stream.metadata, "language", threeLetters(track->language).c_str(), 0);
+    stream.disposition |= dispositionOf(track->kind);
+    if (type == AVMEDIA_TYPE_SUBTITLE)
+      setExtradata(*stream.codecpar, subpictureHeader(*palette(), width, height));
     if (type != AVMEDIA_TYPE_AUDIO || stream.codecpar->sample_rate > 0) continue;
     stream.codecpar->sample_rate = track->sample_rate;
     av_channel_layout_default(&stream.codecpar->ch_layout, track->channels);
@@ -400,7 +526,7 @@ std::vector<int64_t> LMDVDTitleSource::chapterTimes() {
 /// Where a cell begins in the stream, microseconds: by its own navigation, or else as the disc
 /// states.
 int64_t LMDVDTitleSource::timeOfCell(size_t index) const {
-  const auto& cells = state_->title->cells();
+  const auto& cells = state_->cells();
   const auto segment = state_->segmentOfCell[index];
   const auto own = segment ? state_->timesAt(cells[index].first_sector) : std::nullopt;
   if (own) {

@@ -109,6 +109,23 @@ void moveTimes(uint8_t* sector, int64_t ticks) {
   });
 }
 
+void makeEmptyPack(uint8_t* sector, int32_t stream_id) {
+  constexpr uint8_t kPadding = 0xBE;
+  constexpr std::array<uint8_t, kPackHeader> kHeader{0, 0, 1,    kPack, 0x44, 0,    4,
+                                                     0, 4, 0x01, 0x01,  0x89, 0xC3, 0xF8};
+  constexpr size_t kContent = 4;  // two bytes of flags, the length of what follows, the stream
+  const std::array<uint8_t, kPacketHeader + kContent> packet{
+      0, 0, 1, kPrivate1, 0, kContent, 0x80, 0, 0, static_cast<uint8_t>(stream_id)};
+  constexpr size_t kRest =
+      kSectorBytes - kPackHeader - kPacketHeader - kContent - kPacketHeader;
+  const std::array<uint8_t, kPacketHeader> padding{
+      0, 0, 1, kPadding, static_cast<uint8_t>(kRest >> 8), static_cast<uint8_t>(kRest)};
+  uint8_t* end = std::ranges::copy(kHeader, sector).out;
+  end = std::ranges::copy(packet, end).out;
+  end = std::ranges::copy(padding, end).out;
+  std::fill_n(end, kRest, uint8_t{0xFF});
+}
+
 void countFields(const uint8_t* sector, FieldCount& count) {
   constexpr size_t kSize = 9;  // of what is read of a picture's extension
   constexpr unsigned kOfPicture = 8;

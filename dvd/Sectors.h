@@ -29,6 +29,9 @@ bool isScrambled(const uint8_t* sector);
 /// Moves all times in the sector by `ticks` of 90 kHz.
 void moveTimes(uint8_t* sector, int64_t ticks);
 
+/// Makes a pack that holds but an empty packet of private stream 1, with the number of its stream.
+void makeEmptyPack(uint8_t* sector, int32_t stream_id);
+
 /// For how many fields pictures are shown: two each, unless one of them is shown again.
 struct FieldCount {
   int64_t pictures = 0;

@@ -3,6 +3,7 @@
 #include <kestrel/LibMedia.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstddef>
 #include <span>
@@ -15,6 +16,9 @@ namespace {
 
 constexpr int32_t kNoSector = 0x7FFFFFFF;
 constexpr uint32_t kCellAddressBytes = 12;
+
+/// No disc has more; a chain that claims more is damaged.
+constexpr size_t kMostAngles = 9;
 
 using MediaList = std::vector<std::shared_ptr<LMDVDMedia>>;
 
@@ -44,8 +48,10 @@ std::vector<std::string> displayNames(const Attributes* attributes, size_t count
 }
 
 void addTrack(std::vector<LMDVDTrack>& tracks, uint32_t stream_id, uint16_t code) {
-  LMDVDTrack track{
-      static_cast<uint32_t>(tracks.size()), static_cast<int32_t>(stream_id), languageOf(code), {}};
+  LMDVDTrack track;
+  track.track = static_cast<uint32_t>(tracks.size());
+  track.stream_id = static_cast<int32_t>(stream_id);
+  track.language = languageOf(code);
   if (!track.language.empty()) track.name = LibMedia::displayStringForLanguage(track.language);
   tracks.push_back(std::move(track));
 }
@@ -65,6 +71,56 @@ uint32_t firstStreamId(unsigned format) {
   }
 }
 
+/// The codec of a disc's format of sound.
+std::string audioCodecOf(unsigned format) {
+  switch (format) {
+    case 0:
+      return "ac3";
+    case 2:  // MPEG-1, or its extension, whose decoders are the same
+    case 3:
+      return "mp2";
+    case 4:
+      return "pcm_dvd";
+    case 6:
+      return "dts";
+    default:
+      return {};
+  }
+}
+
+LMDVDTrackKind audioKindOf(unsigned code) {
+  using Kind = LMDVDTrackKind;
+  constexpr std::array<Kind, 5> kKinds{Kind::kUnspecified, Kind::kNormal, Kind::kVisuallyImpaired,
+                                       Kind::kCommentary, Kind::kAlternateCommentary};
+  return code < kKinds.size() ? kKinds[code] : Kind::kUnspecified;
+}
+
+LMDVDTrackKind subtitleKindOf(unsigned code) {
+  using Kind = LMDVDTrackKind;
+  constexpr auto kNone = Kind::kUnspecified;
+  constexpr std::array<Kind, 16> kKinds{
+      kNone, Kind::kNormal,   Kind::kLarge,         Kind::kChildren,
+      kNone, Kind::kCaptions, Kind::kLargeCaptions, Kind::kChildrensCaptions,
+      kNone, Kind::kForced,   kNone,                kNone,
+      kNone, Kind::kCommentary, Kind::kLargeCommentary, Kind::kChildrensCommentary};
+  return code < kKinds.size() ? kKinds[code] : kNone;
+}
+
+/// What a disc states of a sound track's format.
+void describe(LMDVDTrack& track, const audio_attr_t& attributes) {
+  constexpr unsigned kLinear = 4;
+  constexpr unsigned kSurroundMode = 2;
+  track.channels = attributes.channels + 1;
+  track.sample_rate = attributes.sample_frequency == 1 ? 96000 : 48000;
+  track.codec = audioCodecOf(attributes.audio_format);
+  if (attributes.audio_format == kLinear && attributes.quantization < 3)
+    track.bits = 16 + 4 * attributes.quantization;
+  // libdvdread takes the byte apart by the fields of karaoke alone: this one holds the bit.
+  track.isSurround = attributes.application_mode == kSurroundMode &&
+                     (attributes.app_info.karaoke.version & 2U) != 0;
+  track.kind = audioKindOf(attributes.code_extension);
+}
+
 size_t audioCount(const vtsi_mat_t& table) {
   return std::min<size_t>(table.nr_of_vts_audio_streams, std::size(table.vts_audio_attr));
 }
@@ -82,8 +138,7 @@ std::vector<LMDVDTrack> audioTracksOf(const vtsi_mat_t& table, const pgc_t& chai
     if (!(control & kIsThere)) continue;
     addTrack(tracks, firstStreamId(attributes.audio_format) + (control >> 8 & 7U),
              attributes.lang_code);
-    tracks.back().channels = attributes.channels + 1;
-    tracks.back().sample_rate = attributes.sample_frequency == 1 ? 96000 : 48000;
+    describe(tracks.back(), attributes);
   }
   return tracks;
 }
@@ -98,9 +153,11 @@ std::vector<LMDVDTrack> subtitleTracksOf(const vtsi_mat_t& table, const pgc_t& c
   std::vector<LMDVDTrack> tracks;
   for (size_t i = 0; i < subtitleCount(table); ++i) {
     const uint32_t control = chain.subp_control[i];
-    if (control & kIsThere)
-      addTrack(tracks, kFirstStreamId + (control >> shift & 0x1FU),
-               table.vts_subp_attr[i].lang_code);
+    const subp_attr_t& attributes = table.vts_subp_attr[i];
+    if (!(control & kIsThere)) continue;
+    addTrack(tracks, kFirstStreamId + (control >> shift & 0x1FU), attributes.lang_code);
+    tracks.back().codec = "dvd_subtitle";
+    tracks.back().kind = subtitleKindOf(attributes.code_extension);
   }
   return tracks;
 }
@@ -170,13 +227,50 @@ std::vector<LMDVDCell> cellsOf(const pgc_t& chain, const c_adt_t& table) {
   return cells;
 }
 
-/// The cells without those of further angles.
-std::vector<LMDVDCell> withoutFurtherAngles(const pgc_t& chain,
-                                            const std::vector<LMDVDCell>& cells) {
-  std::vector<LMDVDCell> left;
-  for (size_t c = 0; c < cells.size(); ++c)
-    if (!isFurtherAngle(chain.cell_playback[c])) left.push_back(cells[c]);
-  return left;
+/// The cells of each angle: of the cells that stand side by side for one stretch each takes its own.
+std::vector<std::vector<LMDVDCell>> anglesOf(const pgc_t& chain,
+                                             const std::vector<LMDVDCell>& cells) {
+  std::vector<std::vector<size_t>> stretches;
+  size_t angles = 1;
+  for (size_t c = 0; c < cells.size(); ++c) {
+    if (!isFurtherAngle(chain.cell_playback[c]))
+      stretches.push_back({c});
+    else if (!stretches.empty())
+      stretches.back().push_back(c);
+    if (!stretches.empty()) angles = std::max(angles, stretches.back().size());
+  }
+  angles = std::min(angles, kMostAngles);
+  std::vector<std::vector<LMDVDCell>> all(angles);
+  for (const auto& stretch : stretches)
+    for (size_t angle = 0; angle < angles; ++angle)
+      all[angle].push_back(cells[angle < stretch.size() ? stretch[angle] : stretch.front()]);
+  return all;
+}
+
+/// The pictures that a title set's attributes tell of.
+LMDVDVideo videoOf(const video_attr_t& attributes) {
+  constexpr std::array<const char*, 2> kCodecs{"mpeg1video", "mpeg2video"};
+  constexpr std::array<const char*, 2> kStandards{"NTSC", "PAL"};
+  constexpr std::array<int32_t, 4> kWidths{720, 704, 352, 352};
+  constexpr unsigned kHalfHeight = 3;
+  LMDVDVideo video;
+  if (attributes.mpeg_version < kCodecs.size()) video.codec = kCodecs[attributes.mpeg_version];
+  if (attributes.video_format < kStandards.size()) {
+    video.standard = kStandards[attributes.video_format];
+    video.width = kWidths[attributes.picture_size];
+    video.height = (attributes.video_format == 1 ? 576 : 480) /
+                   (attributes.picture_size == kHalfHeight ? 2 : 1);
+  }
+  if (attributes.display_aspect_ratio == 0) video.aspect = {4, 3};
+  if (attributes.display_aspect_ratio == 3) video.aspect = {16, 9};
+  const bool isWide = attributes.display_aspect_ratio == 3;
+  video.allowsPanScan = isWide && (attributes.permitted_df == 0 || attributes.permitted_df == 1);
+  video.allowsLetterbox = isWide && (attributes.permitted_df == 0 || attributes.permitted_df == 2);
+  video.isLetterboxed = !isWide && attributes.letterboxed != 0;
+  video.isFilm = attributes.video_format == 1 && attributes.film_mode != 0;
+  video.hasCaptions =
+      attributes.video_format == 0 && (attributes.line21_cc_1 != 0 || attributes.line21_cc_2 != 0);
+  return video;
 }
 
 /// Neighbouring cells of one VOB make one run.
@@ -223,11 +317,12 @@ std::shared_ptr<LMDVDTitle> readTitle(const vtsi_mat_t& table, const c_adt_t& ad
   title->setPalette(palette);
   const auto cells = cellsOf(chain, addresses);
   title->setMedias(runsOf(cells));
-  title->setCells(withoutFurtherAngles(chain, cells));
+  title->setCells(anglesOf(chain, cells));
   title->setChapters(chaptersOf(chain));
   title->setDuration(microsecondsOf(chain.playback_time));
   title->setAudioTracks(audioTracksOf(table, chain));
   title->setSubtitleTracks(subtitleTracksOf(table, chain));
+  title->setVideo(videoOf(table.vts_video_attr));
   return title;
 }
 

@@ -58,16 +58,13 @@ void takeClosedStandardFiles() {
   if (file > STDERR_FILENO) close(file);
 }
 
-/// Says how a title of a disc is chosen: not every verb can.
+/// Says how a title of a disc is chosen: by an option or, where there are several inputs, behind
+/// each one's name.
 int reportDisc(const Failure& failure, const Verb& verb) {
-  if (verb.hasOption("--title")) {
-    say(fmt::format("{} with --title N or --title main (see 'kestrel {} --help')",
-                    sentenceOf(failure), verb.name()));
-    return kWrongUsage;
-  }
-  say(sentenceOf(failure) +
-      " with 'kestrel convert --title', which makes a file of it; 'kestrel dvd' lists them");
-  return kFailed;
+  const char* const how = verb.hasOption("--title") ? "with --title N or --title main"
+                                                    : "by '#N' or '#main' behind its name";
+  say(fmt::format("{} {} (see 'kestrel {} --help')", sentenceOf(failure), how, verb.name()));
+  return kWrongUsage;
 }
 
 /// The sentence of a failure, behind the option that it is about where it does not name that
@@ -88,7 +85,7 @@ int report(const Failure& failure, const std::optional<Verb>& verb) {
     return status;
   }
   const bool lacksTitle = verb && failure.subject() == "title" &&
-                          !(verb->hasOption("--title") && verb->isGiven("--title"));
+                          sentenceOf(failure).ends_with("choose a title of it");
   if (lacksTitle) return reportDisc(failure, *verb);
   std::string help;
   if (failure.subject() == "effect") {

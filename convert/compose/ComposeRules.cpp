@@ -13,6 +13,7 @@ namespace kestrel {
 void require(const std::vector<Placement>& placements) {
   if (placements.empty()) refuse("placements", "there is no track");
   for (const Placement& placement : placements) {
+    requireTitle(placement.title);
     if (placement.track < 0)
       refuse("track", fmt::format("'{}' is no stream of '{}': they are numbers from 0",
                                   placement.track, placement.path));

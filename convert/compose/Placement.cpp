@@ -4,11 +4,15 @@
 #include <kestrel/KeyedUnarchiver.h>
 #include <kestrel/LMMovieCompositionTrack.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <string>
 #include <system_error>
+#include <utility>
 
+#include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
 #include "support/Words.h"
 
@@ -18,12 +22,15 @@ namespace {
 
 constexpr char kTracks[] = "tracks";
 constexpr char kStreams[] = "streams";
+constexpr char kTitles[] = "titles";
+constexpr char kAngles[] = "angles";
+constexpr int kNoTitle = 0;
 
-/// A stream's number as it is stored.
-int32_t trackIn(const CodedValue& value) {
+/// A number as it is stored, no less than `least`; `what` says whose it is.
+int32_t numberIn(const CodedValue& value, const char* what, int64_t least = 0) {
   const auto number = value.as<int64_t>();
-  if (number < 0 || number > std::numeric_limits<int32_t>::max())
-    throw ArchiveError("a stream's number is none");
+  if (number < least || number > std::numeric_limits<int32_t>::max())
+    throw ArchiveError(std::string(what) + "'s number is none");
   return static_cast<int32_t>(number);
 }
 
@@ -39,7 +46,7 @@ std::shared_ptr<CodedValue::Array> listIn(const CodedValue::Dictionary& dictiona
 
 void savePlacements(const std::vector<Placement>& placements, const std::string& path) {
   CodedValue::Array tracks;
-  CodedValue::Array streams;
+  CodedValue::Array streams, titles, angles;
   for (const Placement& placement : placements) {
     std::error_code ignored;
     const std::string place = std::filesystem::absolute(placement.path, ignored).string();
@@ -51,9 +58,13 @@ void savePlacements(const std::vector<Placement>& placements, const std::string&
     track->setRate(placement.rate);
     tracks.emplace_back(std::move(track));
     streams.emplace_back(placement.track);
+    titles.emplace_back(placement.title.value_or(kNoTitle));
+    angles.emplace_back(placement.angle);
   }
   Error error;
-  const CodedValue root = CodedValue::Dictionary{{kTracks, tracks}, {kStreams, streams}};
+  CodedValue::Dictionary root{{kTracks, tracks}, {kStreams, streams}};
+  if (std::ranges::any_of(placements, [](const Placement& placed) { return placed.title.has_value(); }))
+    root.insert({{kTitles, titles}, {kAngles, angles}});
   if (!KeyedArchiver::archiveRootObject(root, path, &error))
     throw Failure::output(path, "cannot write '" + path + "': " + error.message);
 }
@@ -64,14 +75,21 @@ std::vector<Placement> loadPlacements(const std::string& path) {
     const auto& dictionary = *root.as<std::shared_ptr<CodedValue::Dictionary>>();
     const auto tracks = listIn(dictionary, kTracks);
     const auto streams = listIn(dictionary, kStreams);
-    if (!tracks || (streams && streams->size() != tracks->size()))
+    const auto titles = listIn(dictionary, kTitles);
+    const auto angles = listIn(dictionary, kAngles);
+    const auto matches = [&](const auto& list) { return !list || list->size() == tracks->size(); };
+    if (!tracks || !matches(streams) || !matches(titles) || !matches(angles))
       throw ArchiveError("its lists do not match");
     std::vector<Placement> placements;
     for (size_t i = 0; i < tracks->size(); ++i) {
       const auto track = (*tracks)[i].object<LMMovieCompositionTrack>();
       if (!track) throw ArchiveError("a track is missing");
-      placements.push_back(
-          {track->path(), streams ? trackIn((*streams)[i]) : 0, track->position(), track->rate()});
+      Placement placement{track->path(), streams ? numberIn((*streams)[i], "a stream") : 0,
+                          track->position(), track->rate()};
+      const int title = titles ? numberIn((*titles)[i], "a title", kMainTitle) : kNoTitle;
+      if (title != kNoTitle) placement.title = title;
+      if (angles) placement.angle = numberIn((*angles)[i], "an angle", 1);
+      placements.push_back(std::move(placement));
     }
     return placements;
   } catch (const ArchiveError& problem) {

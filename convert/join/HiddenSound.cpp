@@ -19,9 +19,9 @@ constexpr int64_t kMostSeconds = 5;
 
 }  // namespace
 
-JoinedSound::Samples hiddenSound(const std::string& path, uint32_t stream,
+JoinedSound::Samples hiddenSound(const JoinInput& input, uint32_t stream,
                                  const LMFFAudioFormat& format, const Interrupt& interrupt) {
-  const auto source = openInput(path, std::nullopt, interrupt);
+  const auto source = openInput(input.path, input.title, interrupt, input.angle);
   AVFormatContext& context = *source->formatContext();
   const AVStream& sound = *context.streams[stream];
   CodecContextPtr decoder;

@@ -136,7 +136,7 @@ std::string whyUnused(const JoinPart& part, const JoinPart& first) {
   const bool isInFirst = part.video ? first.video.has_value() : !first.audios.empty();
   const std::string place = isInFirst
                                 ? "the output's container"
-                                : fmt::format("'{}', which sets the format,", first.input.path);
+                                : fmt::format("'{}', which sets the format,", nameOf(first.input));
   return fmt::format("it has no {}, and {} has no {}", other, place, own);
 }
 
@@ -162,7 +162,7 @@ void judgeEmptyParts(const std::vector<JoinPart>& parts, Report& report) {
 /// Whether the inputs were read to their ends.
 void judgeParts(Report& report, const std::vector<JoinPart>& parts) {
   for (const JoinPart& part : parts)
-    judgeInput(report, part.input.path, {*part.source, *part.outline, part.read, part.wanted},
+    judgeInput(report, nameOf(part.input), {*part.source, *part.outline, part.read, part.wanted},
                part.end);
   // What one of several inputs had and promised is nothing to say of the whole.
   report.reached = 0;
@@ -185,7 +185,7 @@ void requireSeveralReads(const std::vector<JoinPart>& parts) {
 void prepareEncoding(JoinPlan& plan) {
   for (JoinPart& part : plan.parts) {
     if (!part.subtitles.empty())
-      plan.leftOut.push_back(leftOutOf(part.input.path, part.subtitleTracks()));
+      plan.leftOut.push_back(leftOutOf(nameOf(part.input), part.subtitleTracks()));
     part.subtitles.clear();
     part.read = {};
     part.end = {};

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
 #include "convert/plan/ConversionPlanner.h"
@@ -181,7 +182,7 @@ std::string tableOf(const JoinPlan& plan, const std::vector<Problems>& problems,
   size_t nameWidth = 0;
   size_t streamWidth = 0;
   for (const JoinPart& part : plan.parts) {
-    nameWidth = std::max(nameWidth, printable(part.input.path).size());
+    nameWidth = std::max(nameWidth, printable(nameOf(part.input)).size());
     streamWidth = std::max(streamWidth, describe(part).size());
   }
   std::string table;
@@ -192,7 +193,7 @@ std::string tableOf(const JoinPlan& plan, const std::vector<Problems>& problems,
                                     ? "fits"
                                     : fmt::format("does not fit: {}", fmt::join(own, ", "));
     const std::string along = kept(plan.parts[i], places);
-    table += fmt::format("{:<{}}  {:<{}}  {}{}\n", printable(plan.parts[i].input.path), nameWidth,
+    table += fmt::format("{:<{}}  {:<{}}  {}{}\n", printable(nameOf(plan.parts[i].input)), nameWidth,
                          describe(plan.parts[i]), streamWidth, verdict,
                          along.empty() ? "" : "; kept: " + along);
   }
@@ -202,7 +203,7 @@ std::string tableOf(const JoinPlan& plan, const std::vector<Problems>& problems,
 JoinPart lookInto(const JoinInput& input, const Interrupt& interrupt) {
   JoinPart part;
   part.input = input;
-  part.source = openInput(input.path, std::nullopt, interrupt);
+  part.source = openInput(input.path, input.title, interrupt, input.angle);
   const AVFormatContext* context = part.source->formatContext();
   part.outline = outlineOf(*context);
   part.info = mediaInfoOf(*part.source);
@@ -215,6 +216,13 @@ JoinPart lookInto(const JoinInput& input, const Interrupt& interrupt) {
 }
 
 }  // namespace
+
+std::string nameOf(const JoinInput& input) {
+  if (!input.title) return input.path;
+  std::string name = input.path + "#";
+  name += *input.title == kMainTitle ? "main" : fmt::format("{}", *input.title);
+  return input.angle == 1 ? name : fmt::format("{}.{}", name, input.angle);
+}
 
 void JoinPart::release() const {
   const AVFormatContext* context = source->formatContext();
@@ -255,7 +263,7 @@ JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
       problems.back().both.push_back(fmt::format("it plays at {} times its speed", input.rate));
     picturesFit = picturesFit && problems.back().pictures.empty() && problems.back().both.empty();
     if (const auto own = problems.back().all(); !own.empty())
-      plan.reasons.push_back(fmt::format("'{}': {}", input.path, fmt::join(own, ", ")));
+      plan.reasons.push_back(fmt::format("'{}': {}", nameOf(input), fmt::join(own, ", ")));
   }
   const JoinPart& first = plan.parts.front();
   const Problems refusals = containerProblems(first, settings.output);
@@ -272,7 +280,7 @@ JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
   const Places places = placesIn(settings.output, first, isCopied);
   for (const JoinPart& part : plan.parts) {
     const auto tell = [&](const std::string& what) {
-      if (!what.empty()) plan.leftOut.push_back(leftOutOf(part.input.path, what));
+      if (!what.empty()) plan.leftOut.push_back(leftOutOf(nameOf(part.input), what));
     };
     tell(leftOut(part, places));
     if (part.video && (isCopied || plan.copiesPictures))

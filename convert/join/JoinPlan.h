@@ -18,6 +18,9 @@ namespace kestrel {
 
 class LMMediaSource;
 
+/// An input as its user names it: "film.mp4", or "DISC#3" for a title.
+std::string nameOf(const JoinInput& input);
+
 /// An input of a join and the streams of it that take part.
 struct JoinPart {
   JoinInput input;

@@ -20,6 +20,7 @@ constexpr double kSlowest = 0.01;
 constexpr double kFastest = 100;
 
 void requireInput(const JoinInput& input) {
+  requireTitle(input.title);
   if (!(input.rate >= kSlowest && input.rate <= kFastest))
     refuse("rate", fmt::format("'{}' is not a number from {} to {}, for '{}'", input.rate, kSlowest,
                                kFastest, input.path));

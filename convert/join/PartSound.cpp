@@ -22,7 +22,7 @@ PartSound::PartSound(const JoinPart& part, uint32_t stream, const LMFFAudioForma
       channels_(lm_get_channel_layout_nb_channels(format.channel_layout)) {
   movie_.setExportMovie(true);
   const Interrupt interrupt = part.source->interrupt();
-  movie_.openMedias(openInput(part.input.path, std::nullopt, interrupt)
+  movie_.openMedias(openInput(part.input.path, part.input.title, interrupt, part.input.angle)
                         ->createMediasWithStreams(IndexSet{stream}));
   for (const auto& media : movie_.audios()) {
     media->audioStream()->resample()->setOutFormat(format);
@@ -36,7 +36,7 @@ PartSound::PartSound(const JoinPart& part, uint32_t stream, const LMFFAudioForma
   reached_ = begin_;
   // Sound that begins less than 10 ms after the part begins with it.
   if (hasHidden && begin_ < format.sample_rate / 100)
-    hidden_ = hiddenSound(part.input.path, stream, format, interrupt);
+    hidden_ = hiddenSound(part.input, stream, format, interrupt);
   begin_ -= static_cast<int64_t>(hidden_.size()) / channels_;
   begin_ = std::llround(static_cast<double>(begin_) / rate_);
 }

@@ -48,7 +48,7 @@ class PartSound : public JoinSound::Part {
 
 /// What a container has of a sound track from before its start, decoded: files that were cut out of
 /// others without encoding begin with it. Empty for most.
-JoinedSound::Samples hiddenSound(const std::string& path, uint32_t stream,
+JoinedSound::Samples hiddenSound(const JoinInput& input, uint32_t stream,
                                  const LMFFAudioFormat& format, const Interrupt& interrupt);
 
 }  // namespace kestrel

@@ -134,6 +134,11 @@ int parseBits(std::string_view option, const std::string& text) {
   return parseWholeNumber(option, text, 8, 16);
 }
 
+int parseAngle(std::string_view option, const std::string& text) {
+  constexpr int kMostAngles = 9;  // of any disc
+  return parseWholeNumber(option, text, 1, kMostAngles);
+}
+
 int parsePasses(std::string_view option, const std::string& text) {
   return parseWholeNumber(option, text, 1, 2);
 }
@@ -327,6 +332,7 @@ constexpr Row<ConversionSettings> kRows[] = {
     {"duration", set<&C::duration, parseTime>, kText, kNothing, "end"},
     {"chapters", set<&C::chapters, parseChapters>, kText, kNothing, "end"},
     {"title", set<&C::title, parseTitle>},
+    {"angle", set<&C::angle, parseAngle>, kNumber},
     {"no-metadata", turn<&C::keepsMetadata, false>, kSwitch},
 };
 

@@ -7,9 +7,11 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <map>
 #include <numeric>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -313,6 +315,32 @@ std::optional<int> parseTitle(std::string_view option, std::string_view text) {
     throw Failure::settings(fmt::format("{}: '{}' is neither a number nor 'main'", option, text));
   // Below 0 the library means the main one; titles count from 1, so 0 is refused in its place.
   return std::max(number, 0);
+}
+
+TitledPath parseTitledPath(const std::string& text) {
+  const auto isThere = [](const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored);
+  };
+  const size_t mark = text.rfind('#');
+  if (mark == std::string::npos || isThere(text) || !isThere(text.substr(0, mark))) return {text};
+  const std::string_view choice = std::string_view(text).substr(mark + 1);
+  const size_t point = choice.find('.');
+  const auto number = [&](std::string_view digits) {
+    int value = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto [next, error] = std::from_chars(digits.data(), end, value);
+    if (error != std::errc{} || next != end || value < 1)
+      throw Failure::settings(fmt::format(
+          "'{}' is no title of '{}': it is a number from 1 or 'main', and '3.2' is an angle of one",
+          choice, text.substr(0, mark)));
+    return value;
+  };
+  TitledPath titled{text.substr(0, mark)};
+  const std::string_view title = choice.substr(0, point);
+  titled.title = title == "main" ? kMainTitle : number(title);
+  if (point != std::string_view::npos) titled.angle = number(choice.substr(point + 1));
+  return titled;
 }
 
 std::optional<int64_t> parseChannels(std::string_view option, const std::string& text) {

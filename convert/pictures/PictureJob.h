@@ -29,7 +29,10 @@ class PictureJob {
   PictureJob(const Settings& settings, const LookSettings& look, const Events& events)
       : path_(settings.input),
         zooms_(look.zoom.has_value()),
-        pictures_({.input = settings.input, .title = settings.title, .look = look},
+        pictures_({.input = settings.input,
+                   .title = settings.title,
+                   .angle = settings.angle,
+                   .look = look},
                   events.interrupt) {}
 
   Pictures& pictures() { return pictures_; }

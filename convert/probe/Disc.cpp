@@ -80,6 +80,7 @@ bool isImage(const fs::path& path) {
 bool isDisc(const std::string& path) {
   std::error_code error;
   if (fs::is_directory(path, error)) return isInFolder(path);
+  if (LMDVD::isNameOfInformation(path)) return fs::is_regular_file(path, error);
   const bool isReadable = fs::is_regular_file(path, error) || fs::is_block_file(path, error);
   if (!isReadable || !isImage(path)) return false;
   const auto disc = LMDVD::open(path);

@@ -46,6 +46,8 @@ DiscTitleInfo titleInfo(const std::shared_ptr<LMDVD>& disc, const DiscTitle& tit
           .duration = title.title->duration(),
           .chapters = chaptersOf(*title.title),
           .pictures = pictures,
+          .video = title.title->video(),
+          .angles = title.title->angles(),
           .standard = pictures ? standardOf(*pictures) : std::string(),
           .audio = title.title->audioTracks(),
           .subtitles = title.title->subtitleTracks(),

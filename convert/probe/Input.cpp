@@ -5,6 +5,7 @@
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMMediaSource.h>
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -65,6 +66,13 @@ void openSource(LMMediaSource& source, const std::string& path, const Interrupt&
 
 namespace {
 
+void requireAngle(const std::optional<int>& title, int angle) {
+  if (angle < 1)
+    throw Failure::settings(fmt::format("angle: '{}' is not a number from 1", angle), "angle");
+  if (angle > 1 && !title)
+    throw Failure::settings("angle: it does nothing without a title of a disc", "angle");
+}
+
 std::shared_ptr<LMMediaSource> openFile(const std::string& path, const Interrupt& interrupt) {
   if (const std::string problem = obviousProblem(path); !problem.empty())
     throw cannotOpen(path, problem);
@@ -76,7 +84,8 @@ std::shared_ptr<LMMediaSource> openFile(const std::string& path, const Interrupt
 }  // namespace
 
 std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<int> title,
-                                         const Interrupt& interrupt) {
+                                         const Interrupt& interrupt, int angle) {
+  requireAngle(title, angle);
   if (!title) {
     if (isDisc(path))
       throw Failure::settings(
@@ -85,7 +94,11 @@ std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<
   }
   const auto disc = openDisc(path);
   const DiscTitle chosen = chooseTitle(*disc, *title);
-  auto source = std::make_shared<DVDTitleSource>(disc, chosen.set, chosen.title);
+  if (const int angles = chosen.title->angles(); angle > angles)
+    throw Failure::settings(fmt::format("there is no angle {}: title {} has {}", angle,
+                                        chosen.number, angles == 1 ? "one" : fmt::format("{}", angles)),
+                            "angle");
+  auto source = std::make_shared<DVDTitleSource>(disc, chosen.set, chosen.title, angle);
   openSource(*source, path, interrupt);
   return source;
 }

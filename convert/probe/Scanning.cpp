@@ -132,8 +132,8 @@ Scanning measuredScanning(LMFFMovie& movie) {
 }
 
 Scanning readScanning(const std::string& path, std::optional<int> title,
-                      const Interrupt& interrupt) {
-  const auto source = openInput(path, title, interrupt);
+                      const Interrupt& interrupt, int angle) {
+  const auto source = openInput(path, title, interrupt, angle);
   const auto video = mainVideo(*source->formatContext());
   if (!video) return {};
   LMFFMovie movie;

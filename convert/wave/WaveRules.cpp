@@ -25,6 +25,7 @@ void require(const WaveformSettings& settings) {
 
 void require(const WaveformFileSettings& settings) {
   using Form = WaveformFileSettings::Form;
+  requireTitle(settings.title);
   requireOneOf("form", settings.form, {Form::kJson, Form::kData, Form::kPicture});
   if (settings.bits != 8 && settings.bits != 16)
     refuse("bits", fmt::format("'{}' is neither 8 nor 16", settings.bits));

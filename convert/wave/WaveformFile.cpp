@@ -84,7 +84,7 @@ auto unlessInterrupted(Work work, decltype(work()) answer) {
 }
 
 Report drawAndWrite(const WaveformFileSettings& settings, const Events& events) {
-  const auto source = openInput(settings.input, std::nullopt, events.interrupt);
+  const auto source = openInput(settings.input, settings.title, events.interrupt, settings.angle);
   OutputFile target(settings.output, settings.replaces, settings.input);
   WaveformSettings waveform = settings.waveform;
   const auto length = lengthOf(*source);
@@ -100,11 +100,11 @@ Report drawAndWrite(const WaveformFileSettings& settings, const Events& events) 
 }  // namespace
 
 DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& settings,
-                           const Events& events) {
+                           const Events& events, std::optional<int> title, int angle) {
   require(settings);
   return unlessInterrupted(
       [&] {
-        return draw(input, openInput(input, std::nullopt, events.interrupt), settings, events);
+        return draw(input, openInput(input, title, events.interrupt, angle), settings, events);
       },
       {{}, Report::interrupted()});
 }

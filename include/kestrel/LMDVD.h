@@ -41,6 +41,10 @@ class KESTREL_API LMDVD : public std::enable_shared_from_this<LMDVD> {
   /// are left out. If an information file is unreadable, its backup is used.
   static std::shared_ptr<LMDVD> open(const std::string& path);
 
+  /// Whether a path ends in the name of an information file or its backup ("VIDEO_TS.IFO",
+  /// "vts_01_0.bup"). To `open`, such a path stands for the folder that it is in.
+  static bool isNameOfInformation(const std::string& path);
+
   /// An unopened volume; use `open` instead.
   LMDVD();
   ~LMDVD();

@@ -25,8 +25,9 @@ namespace kestrel {
 /// volume take turns at reading.
 class KESTREL_API LMDVDTitleSource : public LMCustomSource {
  public:
+  /// `angle` counts from 1 to the title's `angles()`; what lies outside is brought inside.
   LMDVDTitleSource(std::shared_ptr<LMDVD> dvd, std::shared_ptr<LMDVDTitleSet> title_set,
-                   std::shared_ptr<LMDVDTitle> title);
+                   std::shared_ptr<LMDVDTitle> title, int32_t angle = 1);
   ~LMDVDTitleSource() override;
 
   std::shared_ptr<LMMediaSource> copy() const override;
@@ -34,9 +35,11 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   const std::shared_ptr<LMDVD>& dvd() const;
   const std::shared_ptr<LMDVDTitleSet>& title_set() const;
   const std::shared_ptr<LMDVDTitle>& title() const;
+  int32_t angle() const;
 
   /// Opens like the base class. Start, duration, chapters and frame rate are those of the title,
-  /// and sound and subpicture streams are tagged with their languages. NTSC film with repeated
+  /// and sound and subpicture streams are tagged with their languages and kinds. Subpicture
+  /// streams have their palette and frame size as extradata, as files with such streams do. NTSC film with repeated
   /// fields has 24000/1001 pictures per second. Scrambled titles are not opened.
   void open() override;
 

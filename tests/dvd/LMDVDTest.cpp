@@ -73,10 +73,10 @@ TEST(LMDVD, ListsTitleSetsAndTitles) {
 TEST(LMDVD, KnowsTheStreamsOfEverySoundFormatAndOfNarrowPictures) {
   const auto dvd = LMDVD::open(discFolder("formats").string());
   const auto& title = *dvd->title_sets()[0]->titles()[0];
-  EXPECT_THAT(title.audioTracks(), ElementsAre(LMDVDTrack{0, 0xA0, "en", english("en"), 2, 48000},
-                                               LMDVDTrack{1, 0x88, "fr", english("fr"), 2, 48000},
-                                               LMDVDTrack{2, 0x80, "de", english("de"), 2, 48000}));
-  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "nl", english("nl")}));
+  EXPECT_THAT(title.audioTracks(), ElementsAre(LMDVDTrack{0, 0xA0, "en", english("en"), 2, 48000, "pcm_dvd", 16},
+                          LMDVDTrack{1, 0x88, "fr", english("fr"), 2, 48000, "dts"},
+                          LMDVDTrack{2, 0x80, "de", english("de"), 2, 48000, "ac3"}));
+  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "nl", english("nl"), 0, 0, "dvd_subtitle"}));
 }
 
 /// Pictures of 4:3 have their subpictures' number in the highest byte of its word, others in the
@@ -283,12 +283,124 @@ TEST(LMDVD, ListsTheTracksOfEachTitle) {
   const auto dvd = LMDVD::open(discFolder("pal").string());
   const auto& title = *dvd->title_sets()[0]->titles()[0];
   EXPECT_THAT(title.audioTracks(),
-              ElementsAre(LMDVDTrack{0, 0x80, "en", english("en"), 2, 48000},
-                          LMDVDTrack{1, 0x81, "fr", english("fr"), 6, 48000},
-                          LMDVDTrack{2, 0x1C2, "de", english("de"), 2, 48000}));
-  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "en", english("en")},
-                                                  LMDVDTrack{1, 0x21, "fr", english("fr")}));
+              ElementsAre(LMDVDTrack{0, 0x80, "en", english("en"), 2, 48000, "ac3"},
+                          LMDVDTrack{1, 0x81, "fr", english("fr"), 6, 48000, "ac3"},
+                          LMDVDTrack{2, 0x1C2, "de", english("de"), 2, 48000, "mp2"}));
+  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "en", english("en"), 0, 0, "dvd_subtitle"},
+                          LMDVDTrack{1, 0x21, "fr", english("fr"), 0, 0, "dvd_subtitle"}));
   EXPECT_THAT(dvd->title_sets()[0]->titles()[1]->subtitleTracks(), IsEmpty());
+}
+
+// Of a title set, the attributes of the pictures stand at 0x200, those of its sound at 0x204, eight
+// bytes each, and of its subpictures at 0x256, six bytes each.
+constexpr size_t kPictureAttributes = 0x200;
+constexpr size_t kSoundAttributes = 0x204;
+constexpr size_t kSubpictureAttributes = 0x256;
+constexpr size_t kSoundKind = 5;
+constexpr size_t kSubpictureKind = 5;
+
+TEST(LMDVD, TellsForWhomTracksAre) {
+  using Kind = LMDVDTrackKind;
+  const DiscCopy disc("pal");
+  const auto kindsOf = [&](const std::vector<LMDVDTrack>& tracks) {
+    std::vector<Kind> kinds;
+    for (const auto& track : tracks) kinds.push_back(track.kind);
+    return kinds;
+  };
+  const auto kinds = [&](const std::string& sound, const std::string& subpictures) {
+    for (size_t i = 0; i < sound.size(); ++i)
+      disc.patchInformation("VTS_01_0", kSoundAttributes + 8 * i + kSoundKind, {sound[i]});
+    for (size_t i = 0; i < subpictures.size(); ++i)
+      disc.patchInformation("VTS_01_0", kSubpictureAttributes + 6 * i + kSubpictureKind,
+                            {subpictures[i]});
+    const auto dvd = LMDVD::open(disc.path().string());
+    const auto& title = *dvd->title_sets()[0]->titles()[0];
+    auto all = kindsOf(title.audioTracks());
+    for (const Kind kind : kindsOf(title.subtitleTracks())) all.push_back(kind);
+    return all;
+  };
+  EXPECT_THAT(kinds("\1\2\3", "\1\2"),
+              ElementsAre(Kind::kNormal, Kind::kVisuallyImpaired, Kind::kCommentary, Kind::kNormal,
+                          Kind::kLarge));
+  EXPECT_THAT(kinds("\4\5\x80", "\3\5"),
+              ElementsAre(Kind::kAlternateCommentary, Kind::kUnspecified, Kind::kUnspecified,
+                          Kind::kChildren, Kind::kCaptions));
+  EXPECT_THAT(kinds("", "\6\7"),
+              testing::Contains(Kind::kLargeCaptions).Times(1));
+  EXPECT_EQ(kinds("", "\x9\xD")[3], Kind::kForced);
+  EXPECT_EQ(kinds("", "\x9\xD")[4], Kind::kCommentary);
+  EXPECT_EQ(kinds("", "\xE\xF")[3], Kind::kLargeCommentary);
+  EXPECT_EQ(kinds("", "\xE\xF")[4], Kind::kChildrensCommentary);
+  EXPECT_EQ(kinds("", "\x4\x10")[3], Kind::kUnspecified);
+  EXPECT_EQ(kinds("", "\x4\x10")[4], Kind::kUnspecified);
+}
+
+TEST(LMDVD, TellsTheFormatOfSound) {
+  const DiscCopy disc("pal");
+  const auto first = [&](const std::string& attributes) {
+    disc.patchInformation("VTS_01_0", kSoundAttributes, attributes);
+    return LMDVD::open(disc.path().string())->title_sets()[0]->titles()[0]->audioTracks()[0];
+  };
+  // LPCM of 24 bits, 96 kHz, eight channels.
+  const LMDVDTrack linear = first("\x80\x97");
+  EXPECT_EQ(linear.codec, "pcm_dvd");
+  EXPECT_EQ(linear.bits, 24);
+  EXPECT_EQ(linear.sample_rate, 96000);
+  EXPECT_EQ(linear.channels, 8);
+  EXPECT_FALSE(linear.isSurround);
+  EXPECT_EQ(first("\x80\x40").bits, 20);
+  EXPECT_EQ(first("\xC0\x40").bits, 0);
+  EXPECT_EQ(first("\xC0\x40").codec, "dts");
+  EXPECT_EQ(first("\x40\x40").codec, "mp2");
+  disc.patchInformation("VTS_01_0", kSoundAttributes + 7, "\x08");
+  EXPECT_FALSE(first(std::string("\0\1", 2)).isSurround);
+  EXPECT_TRUE(first(std::string("\2\1", 2)).isSurround);
+}
+
+TEST(LMDVD, TellsHowPicturesAreMade) {
+  const DiscCopy disc("pal");
+  const auto video = [&](const std::string& attributes) {
+    disc.patchInformation("VTS_01_0", kPictureAttributes, attributes);
+    return LMDVD::open(disc.path().string())->title_sets()[0]->titles()[0]->video();
+  };
+  LMDVDVideo wanted{"mpeg2video", "PAL", 720, 576, {16, 9}};
+  wanted.allowsLetterbox = true;
+  EXPECT_EQ(video(std::string("\x5E\0", 2)), wanted);
+  wanted.allowsPanScan = true;
+  wanted.isFilm = true;
+  EXPECT_EQ(video("\x5C\x01"), wanted);
+  wanted = {"mpeg1video", "NTSC", 352, 240, {4, 3}};
+  wanted.isLetterboxed = true;
+  wanted.hasCaptions = true;
+  EXPECT_EQ(video("\x03\x8E"), wanted);
+}
+
+TEST(LMDVD, AngleTakesItsOwnCells) {
+  const auto dvd = LMDVD::open(discImage("angles").string());
+  const auto& title = *dvd->title_sets()[0]->titles()[0];
+  ASSERT_EQ(title.angles(), 2);
+  EXPECT_EQ(title.cells(2).size(), title.cells(1).size());
+  EXPECT_EQ(title.cells(2)[0], title.cells(1)[0]);
+  EXPECT_EQ(title.cells(2)[2], title.cells(1)[2]);
+  EXPECT_EQ(title.cells(2)[1].pieces.front().first, title.cells(1)[1].pieces.front().last + 1);
+  EXPECT_EQ(title.cells(9), title.cells(2));
+  const auto plain = LMDVD::open(discImage("pal").string());
+  EXPECT_EQ(plain->title_sets()[0]->titles()[0]->angles(), 1);
+}
+
+TEST(LMDVD, AnInformationFileStandsForItsFolder) {
+  const auto folder = discFolder("pal");
+  for (const char* name : {"VIDEO_TS.IFO", "VIDEO_TS.BUP", "VTS_02_0.IFO"}) {
+    const auto path = (folder / "VIDEO_TS" / name).string();
+    const auto dvd = LMDVD::open(path);
+    ASSERT_TRUE(dvd) << name;
+    EXPECT_EQ(dvd->path(), path);
+    EXPECT_EQ(dvd->volume(), LMDVD::open(folder.string())->volume());
+    EXPECT_THAT(dvd->numberedTitles(), SizeIs(4));
+  }
+  EXPECT_TRUE(LMDVD::isNameOfInformation("film/vts_99_0.bup"));
+  for (const char* other : {"VTS_01_1.VOB", "VTS_01_1.IFO", "VTS_1_0.IFO", "VIDEO_TS", "a.ifo"})
+    EXPECT_FALSE(LMDVD::isNameOfInformation(other)) << other;
 }
 
 TEST(LMDVD, CopiesThePalette) {

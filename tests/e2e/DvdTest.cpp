@@ -54,11 +54,17 @@ TEST(Dvd, ListsADiscAsJson) {
   EXPECT_EQ(first["height"], 576);
   EXPECT_EQ(first["standard"], "PAL");
   EXPECT_EQ(first["aspect"], "16:9");
-  EXPECT_EQ(first["audio"], json::parse(R"([{"track": 0, "language": "en", "name": "English"},
-                            {"track": 1, "language": "fr", "name": "French"},
-                            {"track": 2, "language": "de", "name": "German"}])"));
-  EXPECT_EQ(first["subtitles"], json::parse(R"([{"track": 0, "language": "en", "name": "English"},
-                            {"track": 1, "language": "fr", "name": "French"}])"));
+  EXPECT_EQ(first["codec"], "mpeg2video");
+  EXPECT_EQ(first["angles"], 1);
+  EXPECT_EQ(first["stated"], json::parse(R"({"width": 720, "height": 576, "standard": "PAL",
+      "aspect": "16:9", "letterboxed": false, "allows_letterbox": true, "allows_pan_scan": false,
+      "film": false, "captions": false})"));
+  EXPECT_EQ(first["audio"][1], json::parse(R"({"track": 1, "language": "fr", "name": "French",
+      "codec": "ac3", "kind": null, "channels": 6, "surround": false, "sample_rate": 48000,
+      "bits": null})"));
+  EXPECT_EQ(first["subtitles"], json::parse(R"([
+      {"track": 0, "language": "en", "name": "English", "codec": "dvd_subtitle", "kind": null},
+      {"track": 1, "language": "fr", "name": "French", "codec": "dvd_subtitle", "kind": null}])"));
   EXPECT_EQ(first["main"], true);
   EXPECT_EQ(first["main_reason"], "longest");
   EXPECT_EQ(first["same_as"], nullptr);
@@ -69,7 +75,9 @@ TEST(Dvd, ListsADiscAsJson) {
   EXPECT_EQ(last["title"], 4);
   EXPECT_EQ(last["title_set"], 2);
   EXPECT_EQ(last["aspect"], "4:3");
-  EXPECT_EQ(last["audio"], json::parse(R"([{"track": 0, "language": null, "name": null}])"));
+  EXPECT_EQ(last["audio"][0]["language"], nullptr);
+  EXPECT_EQ(last["audio"][0]["name"], nullptr);
+  EXPECT_EQ(last["audio"][0]["codec"], "mp2");
 }
 
 TEST(Dvd, AFolderAndItsVideoFolderAreTheSameDisc) {
@@ -77,6 +85,12 @@ TEST(Dvd, AFolderAndItsVideoFolderAreTheSameDisc) {
   EXPECT_EQ(folder["volume"], "disc");
   EXPECT_EQ(folder["titles"], dvdJson(discImage("pal"))["titles"]);
   EXPECT_EQ(folder["titles"], dvdJson(discFolder("pal") / "VIDEO_TS")["titles"]);
+  EXPECT_EQ(folder["titles"], dvdJson(discFolder("pal") / "VIDEO_TS" / "VIDEO_TS.IFO")["titles"]);
+  EXPECT_EQ(folder["titles"], dvdJson(discFolder("pal") / "VIDEO_TS" / "VTS_02_0.BUP")["titles"]);
+  const TempDir flat;  // without the folder's name
+  fs::copy(discFolder("pal") / "VIDEO_TS", flat / "film");
+  EXPECT_EQ(folder["titles"], dvdJson(flat / "film")["titles"]);
+  EXPECT_EQ(folder["titles"], dvdJson(flat / "film" / "VIDEO_TS.IFO")["titles"]);
 }
 
 TEST(Dvd, KnowsNtscFromItsPictures) {
@@ -139,10 +153,29 @@ TEST(Dvd, ListsADiscInWords) {
               HasSubstr("KESTREL_PAL: DVD-Video, all regions, 2 title sets, 4 titles\n"));
   EXPECT_THAT(result.out,
               HasSubstr("Title 1     0:08, 4 chapters, 720x576, PAL, 16:9, title set 1\n"
-                        "  sound     0 English (en), 1 French (fr), 2 German (de)\n"
-                        "  subtitles 0 English (en), 1 French (fr)\n"
+                        "  pictures  4:3 screens may show it with bars\n"
+                        "  sound     0 English (en), ac3, 2 channels, 48000 Hz\n"
+                        "            1 French (fr), ac3, 6 channels, 48000 Hz\n"
+                        "            2 German (de), mp2, 2 channels, 48000 Hz\n"
+                        "  subtitles 0 English (en)\n"
+                        "            1 French (fr)\n"
                         "  main      the main feature: longest\n"));
   EXPECT_THAT(result.out, HasSubstr("  same as   title 1\n"));
+}
+
+TEST(Dvd, TellsAnglesAndKindsInWords) {
+  EXPECT_THAT(dvd(discImage("angles")).out, HasSubstr("352x288, PAL, 4:3, 2 angles, title set 1\n"));
+  EXPECT_EQ(dvdJson(discImage("angles"))["titles"][0]["angles"], 2);
+  const DiscCopy disc("formats");
+  disc.patchInformation("VTS_01_0", 0x200, "\x50\x02");  // letterboxed pictures
+  disc.patchInformation("VTS_01_0", 0x204 + 8 * 2 + 5, "\3");
+  disc.patchInformation("VTS_01_0", 0x256 + 5, "\x9");
+  const std::string text = dvd(disc.path()).out;
+  EXPECT_THAT(text, HasSubstr("  pictures  letterboxed\n"
+                              "  sound     0 English (en), pcm_dvd, 2 channels, 48000 Hz, 16 bits\n"
+                              "            1 French (fr), dts, 2 channels, 48000 Hz\n"
+                              "            2 German (de), ac3, 2 channels, 48000 Hz, commentary\n"
+                              "  subtitles 0 Dutch (nl), forced\n"));
 }
 
 TEST(Dvd, NamesTheRegionsInWhichADiscPlays) {
@@ -185,12 +218,19 @@ TEST(Dvd, RefusesWhatIsNoDisc) {
 
 TEST(Dvd, OtherVerbsSayThatItIsADisc) {
   for (const auto& disc : {discFolder("pal"), discImage("pal")}) {
-    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "info", disc.string()}), 1,
-                                 "it is a DVD-Video disc"));
-    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "wave", disc.string(), "wave.png"}), 1,
-                                 "it is a DVD-Video disc"));
-    EXPECT_TRUE(endsWithSentence(run({kestrelBinary(), "thumb", disc.string(), "picture.png"}), 1,
-                                 "it is a DVD-Video disc"));
+    const auto refuses = [&](const Arguments& arguments, const std::string& how) {
+      return endsWithSentence(run(joined({kestrelBinary()}, arguments)), 2,
+                              "it is a DVD-Video disc; choose a title of it " + how);
+    };
+    const char* const kOption = "with --title N or --title main";
+    const char* const kMark = "by '#N' or '#main' behind its name";
+    EXPECT_TRUE(refuses({"info", disc.string()}, kOption));
+    EXPECT_TRUE(refuses({"wave", disc.string(), "wave.png"}, kOption));
+    EXPECT_TRUE(refuses({"thumb", disc.string(), "picture.png"}, kOption));
+    EXPECT_TRUE(refuses({"effects", "--preview", disc.string(), "picture.png"}, kOption));
+    EXPECT_TRUE(refuses({"play", disc.string()}, kOption));
+    EXPECT_TRUE(refuses({"join", disc.string(), "-o", "joined.mkv"}, kMark));
+    EXPECT_TRUE(refuses({"compose", disc.string() + ":1", "-o", "composed.mkv"}, kMark));
   }
 }
 

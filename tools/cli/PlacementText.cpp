@@ -46,6 +46,10 @@ Placement parsePlacement(const std::string& text) {
   } else {
     takeTrack(placement);
   }
+  const TitledPath titled = parseTitledPath(placement.path);
+  placement.path = titled.path;
+  placement.title = titled.title;
+  placement.angle = titled.angle;
   if (placement.path.empty()) throw wrongUsage("'" + text + "' names no file");
   return placement;
 }

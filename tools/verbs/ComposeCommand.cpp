@@ -42,7 +42,8 @@ void addComposeVerb(CommandLine& line) {
   verb.footer(
       "Each FILE[:TRACK][@POSITION] brings one stream, by its number in the file (default: 0),\n"
       "at a position in seconds or [hh:]mm:ss.mmm (default: 0). Packets are copied, nothing is\n"
-      "encoded anew.\n\n"
+      "encoded anew. DISC#3 is title 3 of a disc, DISC#main its main feature and DISC#3.2 the\n"
+      "second angle of title 3.\n\n"
       "Example:\n"
       "  kestrel demo bars.mp4 && kestrel compose -o late.mp4 bars.mp4:0 bars.mp4:1@0.5");
   auto arguments = std::make_shared<Arguments>();

@@ -270,6 +270,7 @@ void addOtherOptions(Verb verb) {
   verb.option("--duration", "how much to convert").type("TIME");
   verb.option("--chapters", "chapters to convert, counted from 1").type("A[-B]");
   verb.option("--title", "of a disc: a number (see 'kestrel dvd') or 'main'").type("N|main");
+  verb.option("--angle", "of a title that has several, counted from 1 (default: 1)").type("N");
   verb.flag("--no-metadata", "leave tags and chapters out");
 }
 

@@ -40,12 +40,33 @@ ordered_json orNull(const std::string& text) {
   return text.empty() ? ordered_json(nullptr) : ordered_json(text);
 }
 
-ordered_json tracks(const std::vector<LMDVDTrack>& tracks) {
+ordered_json orNull(int number) {
+  return number == 0 ? ordered_json(nullptr) : ordered_json(number);
+}
+
+ordered_json trackDocument(const LMDVDTrack& track) {
+  return {{"track", track.track},
+          {"language", orNull(track.language)},
+          {"name", orNull(track.name)},
+          {"codec", orNull(track.codec)},
+          {"kind", orNull(nameOf(track.kind))}};
+}
+
+ordered_json audioTracks(const std::vector<LMDVDTrack>& tracks) {
   auto all = ordered_json::array();
-  for (const auto& track : tracks)
-    all.push_back({{"track", track.track},
-                   {"language", orNull(track.language)},
-                   {"name", orNull(track.name)}});
+  for (const auto& track : tracks) {
+    all.push_back(trackDocument(track));
+    all.back().update({{"channels", track.channels},
+                       {"surround", track.isSurround},
+                       {"sample_rate", track.sample_rate},
+                       {"bits", orNull(track.bits)}});
+  }
+  return all;
+}
+
+ordered_json subtitleTracks(const std::vector<LMDVDTrack>& tracks) {
+  auto all = ordered_json::array();
+  for (const auto& track : tracks) all.push_back(trackDocument(track));
   return all;
 }
 
@@ -56,9 +77,36 @@ ordered_json chapters(const std::vector<ChapterInfo>& chapters) {
   return all;
 }
 
-/// "16:9"; "" where the pictures do not say.
-std::string aspectOf(const DVDPictureFacts& facts) {
-  return facts.aspect.num > 0 ? fmt::format("{}:{}", facts.aspect.num, facts.aspect.den) : "";
+/// "16:9"; "" where it is not known.
+std::string textOf(const Rational& aspect) {
+  return aspect.num > 0 ? fmt::format("{}:{}", aspect.num, aspect.den) : "";
+}
+
+/// What a disc states of a title's pictures.
+ordered_json stated(const LMDVDVideo& video) {
+  return {{"width", orNull(video.width)},
+          {"height", orNull(video.height)},
+          {"standard", orNull(video.standard)},
+          {"aspect", orNull(textOf(video.aspect))},
+          {"letterboxed", video.isLetterboxed},
+          {"allows_letterbox", video.allowsLetterbox},
+          {"allows_pan_scan", video.allowsPanScan},
+          {"film", video.isFilm},
+          {"captions", video.hasCaptions}};
+}
+
+/// Those of them in words that pictures do not tell themselves.
+std::vector<std::string> remarksOn(const LMDVDVideo& video) {
+  std::vector<std::string> remarks;
+  if (video.isLetterboxed) remarks.emplace_back("letterboxed");
+  if (video.allowsLetterbox || video.allowsPanScan)
+    remarks.push_back(fmt::format("4:3 screens may show it {}",
+                                  !video.allowsPanScan     ? "with bars"
+                                  : !video.allowsLetterbox ? "cut"
+                                                           : "with bars or cut"));
+  if (video.isFilm) remarks.emplace_back("film");
+  if (video.hasCaptions) remarks.emplace_back("closed captions");
+  return remarks;
 }
 
 ordered_json titleDocument(const DiscTitleInfo& title) {
@@ -70,9 +118,12 @@ ordered_json titleDocument(const DiscTitleInfo& title) {
           {"width", pictures ? ordered_json(pictures->width) : ordered_json(nullptr)},
           {"height", pictures ? ordered_json(pictures->height) : ordered_json(nullptr)},
           {"standard", orNull(title.standard)},
-          {"aspect", pictures ? orNull(aspectOf(*pictures)) : ordered_json(nullptr)},
-          {"audio", tracks(title.audio)},
-          {"subtitles", tracks(title.subtitles)},
+          {"aspect", pictures ? orNull(textOf(pictures->aspect)) : ordered_json(nullptr)},
+          {"codec", orNull(title.video.codec)},
+          {"stated", stated(title.video)},
+          {"angles", title.angles},
+          {"audio", audioTracks(title.audio)},
+          {"subtitles", subtitleTracks(title.subtitles)},
           {"main", !title.whyMain.empty()},
           {"main_reason", orNull(title.whyMain)},
           {"same_as", title.sameAs ? ordered_json(*title.sameAs) : ordered_json(nullptr)}};
@@ -97,15 +148,22 @@ std::string regions(int mask) {
   return fmt::format("region{} {}", allowed.size() > 1 ? "s" : "", fmt::join(allowed, ", "));
 }
 
-/// "0 English (en), 1 French (fr)".
-std::string trackList(const std::vector<LMDVDTrack>& tracks) {
-  std::vector<std::string> words;
-  for (const auto& track : tracks)
-    words.push_back(fmt::format("{} {}", track.track,
-                                track.name.empty() ? "unknown"
-                                                   : fmt::format("{} ({})", printable(track.name),
-                                                                 printable(track.language))));
-  return fmt::format("{}", fmt::join(words, ", "));
+/// "0 English (en), ac3, 6 channels, 48000 Hz, commentary".
+std::string trackText(const LMDVDTrack& track) {
+  std::string text = fmt::format("{} ", track.track);
+  text += track.name.empty()
+              ? "unknown"
+              : fmt::format("{} ({})", printable(track.name), printable(track.language));
+  if (track.channels > 0) {
+    text += fmt::format(", {}, {}, {} Hz", track.codec.empty() ? "unknown" : track.codec,
+                        track.channels == 1 ? "mono" : fmt::format("{} channels", track.channels),
+                        track.sample_rate);
+    if (track.bits > 0) text += fmt::format(", {} bits", track.bits);
+    if (track.isSurround) text += ", surround";
+  }
+  const std::string kind = nameOf(track.kind);
+  if (!kind.empty() && track.kind != LMDVDTrackKind::kNormal) text += ", " + kind;
+  return text;
 }
 
 std::string titleText(const DiscTitleInfo& title) {
@@ -118,14 +176,22 @@ std::string titleText(const DiscTitleInfo& title) {
   add(title.pictures ? fmt::format("{}x{}", title.pictures->width, title.pictures->height)
                      : "its pictures cannot be read");
   add(title.standard);
-  if (title.pictures) add(aspectOf(*title.pictures));
+  if (title.pictures) add(textOf(title.pictures->aspect));
+  if (title.angles > 1) add(fmt::format("{} angles", title.angles));
   add(fmt::format("title set {}", title.titleSet));
   text += "\n";
   const auto line = [&](std::string_view label, const std::string& value) {
     if (!value.empty()) text += fmt::format("  {:<10}{}\n", label, value);
   };
-  line("sound", trackList(title.audio));
-  line("subtitles", trackList(title.subtitles));
+  line("pictures", fmt::format("{}", fmt::join(remarksOn(title.video), ", ")));
+  const auto list = [&](const char* label, const std::vector<LMDVDTrack>& tracks) {
+    for (const auto& track : tracks) {
+      line(label, trackText(track));
+      label = "";
+    }
+  };
+  list("sound", title.audio);
+  list("subtitles", title.subtitles);
   if (!title.whyMain.empty()) line("main", "the main feature: " + title.whyMain);
   if (title.sameAs) line("same as", fmt::format("title {}", *title.sameAs));
   return text;
@@ -202,7 +268,7 @@ int list(const DvdSettings& settings) {
 void addDvdVerb(CommandLine& line) {
   const auto settings = std::make_shared<DvdSettings>();
   Verb verb = line.addVerb("dvd", "Tell what is on a DVD-Video disc");
-  verb.option("path", settings->input, "a folder with VIDEO_TS in it, an ISO image or a disc")
+  verb.option("path", settings->input, "a folder with VIDEO_TS in it, its VIDEO_TS.IFO, an ISO image or a disc")
       .required()
       .type("PATH");
   verb.flag("--json", settings->asJson, "print one JSON document");

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/cli/Text.h"
+#include "tools/cli/TitleOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/StandardOutput.h"
@@ -24,6 +25,7 @@ struct Typed {
   bool force = false;
   std::string time;
   std::string input;
+  TypedTitle title;
   std::string output;
 };
 
@@ -48,7 +50,10 @@ int listEffects(bool asJson) {
 
 int drawPreview(const Typed& typed) {
   EffectSheetSettings settings{
-      .input = typed.input, .output = typed.output, .replaces = typed.force};
+      .input = typed.input,
+      .title = typed.title.number(),
+      .angle = typed.title.angleNumber(),
+      .output = typed.output, .replaces = typed.force};
   if (!typed.time.empty()) settings.time = parseTime("--time", typed.time);
   try {
     return finish(writeEffectSheet(settings, {.interrupt = interrupted}));
@@ -60,6 +65,8 @@ int drawPreview(const Typed& typed) {
 int effects(const Typed& typed) {
   if (!typed.preview) {
     if (!typed.input.empty()) throw wrongUsage("a file is of use with --preview only");
+    if (!typed.title.title.empty() || typed.title.angle)
+      throw wrongUsage("a title is of use with --preview only");
     return listEffects(typed.json);
   }
   if (typed.json) throw wrongUsage("--json lists the effects: it makes no sense with --preview");
@@ -74,6 +81,7 @@ void addEffectsVerb(CommandLine& line) {
   Verb verb = line.addVerb("effects", "List the looks that pictures can be given");
   verb.flag("--json", typed->json, "print one JSON document");
   verb.flag("--preview", typed->preview, "draw a sheet of all of them on one picture of a movie");
+  addTitleOptions(verb, typed->title);
   verb.option("--time", typed->time, "which picture (default: the one in the middle)").type("TIME");
   verb.flag("--force", typed->force, "replace an existing target");
   verb.option("input", typed->input, "the movie to preview").type("FILE");

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/TitleOptions.h"
 #include "tools/terminal/ExitStatus.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
@@ -22,21 +23,24 @@ namespace {
 
 struct InfoSettings {
   std::vector<std::string> inputs;
+  TypedTitle title;
   bool asJson = false;
 };
 
 /// What the container says of a file and, where it can be read a second time, how its pictures were
 /// scanned.
-MediaInfo infoOf(const std::string& input) {
-  MediaInfo info = readMediaInfo(input, std::nullopt, interrupted);
-  if (info.mainVideo && std::filesystem::is_regular_file(input))
-    info.streams[*info.mainVideo].video.scanning = readScanning(input, std::nullopt, interrupted);
+MediaInfo infoOf(const InfoSettings& settings, const std::string& input) {
+  const auto title = settings.title.number();
+  const int angle = settings.title.angleNumber();
+  MediaInfo info = readMediaInfo(input, title, interrupted, angle);
+  if (info.mainVideo && (title || std::filesystem::is_regular_file(input)))
+    info.streams[*info.mainVideo].video.scanning = readScanning(input, title, interrupted, angle);
   return info;
 }
 
 int tellOne(const InfoSettings& settings) {
   const std::string& input = settings.inputs.front();
-  const MediaInfo info = infoOf(input);
+  const MediaInfo info = infoOf(settings, input);
   writeStandardOutput(settings.asJson ? printed(infoDocument(input, info)) : infoText(input, info));
   return kDone;
 }
@@ -48,7 +52,7 @@ int tellAll(const InfoSettings& settings) {
   bool isFirst = true;
   for (const std::string& input : settings.inputs) {
     try {
-      const MediaInfo info = infoOf(input);
+      const MediaInfo info = infoOf(settings, input);
       if (settings.asJson)
         documents.push_back(infoDocument(input, info));
       else
@@ -71,6 +75,7 @@ void addInfoVerb(CommandLine& line) {
   const auto settings = std::make_shared<InfoSettings>();
   Verb verb = line.addVerb("info", "Tell what is in media files");
   verb.option("input", settings->inputs, "the files to read").required().type("FILE…");
+  addTitleOptions(verb, settings->title);
   verb.flag("--json", settings->asJson, "print one JSON document, of several files an array");
   verb.footer("Example:\n  kestrel demo bars.mp4\n  kestrel info bars.mp4");
   verb.runs([settings] {

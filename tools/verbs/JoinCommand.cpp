@@ -51,7 +51,11 @@ JoinEncoding formatOf(const Arguments& arguments) {
 
 int runJoin(const Arguments& arguments, bool hasFormat) {
   JoinSettings settings;
-  for (const std::string& input : arguments.inputs) settings.inputs.push_back({input});
+  for (const std::string& input : arguments.inputs) {
+    const TitledPath titled = parseTitledPath(input);
+    settings.inputs.push_back(
+        {.path = titled.path, .title = titled.title, .angle = titled.angle});
+  }
   settings.output = arguments.output;
   settings.replaces = arguments.force;
   settings.reencode = parseReencode(arguments.reencode);
@@ -75,7 +79,8 @@ void addJoinVerb(CommandLine& line) {
   verb.footer(
       "Where all inputs fit the first one their packets are copied, where only the sound does\n"
       "not, those of the pictures; the rest is decoded and encoded anew, in the first one's\n"
-      "format unless options say another.\n\n"
+      "format unless options say another. DISC#3 is title 3 of a disc, DISC#main its main\n"
+      "feature and DISC#3.2 the second angle of title 3.\n\n"
       "Example:\n"
       "  kestrel demo bars.mp4 && kestrel join bars.mp4 bars.mp4 -o twice.mp4");
   auto arguments = std::make_shared<Arguments>();

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "tools/cli/Text.h"
+#include "tools/cli/TitleOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Keys.h"
 #include "tools/terminal/Outcome.h"
@@ -42,7 +43,7 @@ struct Typed {
   std::string input;
   std::string start;
   std::string audioTracks;
-  std::string title;
+  TypedTitle title;
   double rate = 1;
   double volume = 1;
   bool picture = false;
@@ -74,7 +75,8 @@ bool showsBlocks() {
 
 PlayerSettings settingsOf(const Typed& typed) {
   return {.input = typed.input,
-          .title = parseTitle("--title", typed.title),
+          .title = typed.title.number(),
+          .angle = typed.title.angleNumber(),
           .audioTracks = parseTrackChoice(typed.audioTracks),
           .withPictures = typed.picture};
 }
@@ -235,8 +237,7 @@ void addPlayVerb(CommandLine& line) {
   const auto typed = std::make_shared<Typed>();
   Verb verb = line.addVerb("play", "Play a movie's sound");
   verb.option("input", typed->input, "the movie to play").required().type("FILE");
-  verb.option("--title", typed->title, "of a disc: a number (see 'kestrel dvd') or 'main'")
-      .type("N");
+  addTitleOptions(verb, typed->title);
   verb.option("--start", typed->start, "where to begin (default: 0)").type("TIME");
   verb.option("--rate", typed->rate,
               "factor on the tempo, from 0.25 to 4; the pitch stays (default: 1)")

@@ -11,6 +11,7 @@
 
 #include "tools/cli/LookOptions.h"
 #include "tools/cli/Text.h"
+#include "tools/cli/TitleOptions.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/verbs/Verbs.h"
@@ -29,6 +30,7 @@ struct Typed {
   std::string size;
   std::string sheet;
   std::string every;
+  TypedTitle title;
   bool sprites = false;
   bool force = false;
 };
@@ -88,6 +90,8 @@ template <typename Settings>
 Settings settingsOf(const Typed& typed, const LookSettings& look) {
   Settings settings;
   settings.input = typed.input;
+  settings.title = typed.title.number();
+  settings.angle = typed.title.angleNumber();
   settings.output = typed.output;
   settings.replaces = typed.force;
   settings.look = look;
@@ -154,6 +158,7 @@ void addThumbVerb(CommandLine& line) {
   verb.option("--every", typed->every,
               "the step of --sprites (default: one that makes at most 100 pictures)")
       .type("TIME");
+  addTitleOptions(verb, typed->title);
   verb.flag("--force", typed->force, "replace an existing target");
   addLookOptions(verb);
   verb.footer(

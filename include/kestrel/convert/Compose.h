@@ -5,23 +5,27 @@
 #include <kestrel/convert/Report.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace kestrel {
 
-/// One stream of a file, placed on a time line.
+/// One stream of a file, or of a title of a disc, placed on a time line.
 struct Placement {
   std::string path = {};
   int32_t track = 0;    ///< the stream's index in the file
   double position = 0;  ///< seconds, from 0 up to a week
   double rate = 1;      ///< kept for other programs; packets are copied as they are
+  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
 
   bool operator==(const Placement&) const = default;
 };
 
 /// Stores placements in a file as a keyed archive: a dictionary with the tracks under "tracks" and
-/// the numbers of their streams under "streams". Throws `Failure` when it can't be written.
+/// the numbers of their streams under "streams"; where one is of a disc, titles and angles, with 0
+/// for no title, under "titles" and "angles". Throws `Failure` when it can't be written.
 KESTREL_API void savePlacements(const std::vector<Placement>& placements, const std::string& path);
 
 /// Reads such a file; one without "streams" has the first stream of each. Throws `Failure` for

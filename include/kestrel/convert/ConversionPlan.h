@@ -45,6 +45,7 @@ struct ConversionSettings {
 
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   /// Its extension chooses the container. "pipe:N" is written to the file descriptor N, from its
   /// first byte to its last: MPEG-4 in fragments, and nothing that has to go back.
   std::string output = {};

@@ -25,7 +25,8 @@ struct DiscTitle {
   std::string whyMain = {};        ///< why this is the main feature, "" where it is not
 };
 
-/// Whether a path is a disc: a folder or image that holds DVD-Video.
+/// Whether a path is a disc: a folder, image or drive that holds DVD-Video, or one of its
+/// information files (VIDEO_TS.IFO), which stands for its folder.
 KESTREL_API bool isDisc(const std::string& path);
 
 /// Opens a disc that has titles. Throws `Failure` with one sentence when that can't be done.

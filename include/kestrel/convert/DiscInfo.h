@@ -19,6 +19,8 @@ struct DiscTitleInfo {
   int64_t duration = 0;
   std::vector<ChapterInfo> chapters = {};              ///< their tags are empty
   std::optional<DVDPictureFacts> pictures = {};        ///< absent where they cannot be read
+  LMDVDVideo video = {};                               ///< as the disc states of them
+  int angles = 1;                                      ///< how many there are to choose from
   std::string standard = {};                           ///< "PAL", "NTSC", or "" for neither
   std::vector<LMDVDTrack> audio = {}, subtitles = {};  ///< as players count them
   std::string whyMain = {};        ///< why it is the main feature; "" where it is not

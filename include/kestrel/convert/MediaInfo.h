@@ -150,9 +150,9 @@ struct MediaInfo {
 /// What is in an opened source.
 KESTREL_API MediaInfo mediaInfoOf(const LMMediaSource& source);
 
-/// What is in a file, or in one title of a disc (a number from 1, or `kMainTitle`). Throws
-/// `Failure` for one that cannot be opened.
+/// What is in a file, or in one title of a disc (a number from 1, or `kMainTitle`) as one of its
+/// angles shows it (from 1). Throws `Failure` for one that cannot be opened.
 KESTREL_API MediaInfo readMediaInfo(const std::string& path, std::optional<int> title = {},
-                                    const Interrupt& interrupt = {});
+                                    const Interrupt& interrupt = {}, int angle = 1);
 
 }  // namespace kestrel

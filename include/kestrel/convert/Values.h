@@ -83,6 +83,19 @@ KESTREL_API TrackChoice parseTrackChoice(std::string_view text);
 /// A title of a disc: a number, or "main"; none for "".
 KESTREL_API std::optional<int> parseTitle(std::string_view option, std::string_view text);
 
+/// A file, or a title of a disc.
+struct TitledPath {
+  std::string path = {};
+  std::optional<int> title = {};
+  int angle = 1;
+
+  bool operator==(const TitledPath&) const = default;
+};
+
+/// "DISC#3", "DISC#main" or, for the second angle of title 3, "DISC#3.2". What is there under the
+/// whole text, or has no '#', is a path without a title.
+KESTREL_API TitledPath parseTitledPath(const std::string& text);
+
 /// A channel layout's name, such as "5.1", as its mask; none for "".
 KESTREL_API std::optional<int64_t> parseChannels(std::string_view option, const std::string& text);
 

@@ -5,6 +5,7 @@
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Report.h>
 
+#include <optional>
 #include <string>
 
 namespace kestrel {
@@ -15,11 +16,13 @@ struct DrawnWaveform {
   Report report = {};
 };
 
-/// Draws the outline of a file's sound. The settings' own `progress` and `interrupt` are not used:
+/// Draws the outline of the sound of a file, or of one title of a disc (a number from 1, or
+/// `kMainTitle`) as one of its angles, from 1, shows it. The settings' own `progress` and `interrupt` are not used:
 /// `events` has both. Throws `Failure` for what cannot be opened or drawn; where it is interrupted,
 /// the report says so and the waveform is empty.
 KESTREL_API DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& settings,
-                                       const Events& events = {});
+                                       const Events& events = {}, std::optional<int> title = {},
+                                       int angle = 1);
 
 /// A file of a waveform; `{}` beside the two names means the defaults.
 struct WaveformFileSettings {
@@ -30,6 +33,8 @@ struct WaveformFileSettings {
   };
 
   std::string input = {};
+  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   std::string output = {};
   bool replaces = false;  ///< an existing target may be replaced
   Form form = Form::kJson;
