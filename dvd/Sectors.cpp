@@ -116,8 +116,7 @@ void makeEmptyPack(uint8_t* sector, int32_t stream_id) {
   constexpr size_t kContent = 4;  // two bytes of flags, the length of what follows, the stream
   const std::array<uint8_t, kPacketHeader + kContent> packet{
       0, 0, 1, kPrivate1, 0, kContent, 0x80, 0, 0, static_cast<uint8_t>(stream_id)};
-  constexpr size_t kRest =
-      kSectorBytes - kPackHeader - kPacketHeader - kContent - kPacketHeader;
+  constexpr size_t kRest = kSectorBytes - kPackHeader - kPacketHeader - kContent - kPacketHeader;
   const std::array<uint8_t, kPacketHeader> padding{
       0, 0, 1, kPadding, static_cast<uint8_t>(kRest >> 8), static_cast<uint8_t>(kRest)};
   uint8_t* end = std::ranges::copy(kHeader, sector).out;

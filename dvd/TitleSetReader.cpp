@@ -98,11 +98,22 @@ LMDVDTrackKind audioKindOf(unsigned code) {
 LMDVDTrackKind subtitleKindOf(unsigned code) {
   using Kind = LMDVDTrackKind;
   constexpr auto kNone = Kind::kUnspecified;
-  constexpr std::array<Kind, 16> kKinds{
-      kNone, Kind::kNormal,   Kind::kLarge,         Kind::kChildren,
-      kNone, Kind::kCaptions, Kind::kLargeCaptions, Kind::kChildrensCaptions,
-      kNone, Kind::kForced,   kNone,                kNone,
-      kNone, Kind::kCommentary, Kind::kLargeCommentary, Kind::kChildrensCommentary};
+  constexpr std::array<Kind, 16> kKinds{kNone,
+                                        Kind::kNormal,
+                                        Kind::kLarge,
+                                        Kind::kChildren,
+                                        kNone,
+                                        Kind::kCaptions,
+                                        Kind::kLargeCaptions,
+                                        Kind::kChildrensCaptions,
+                                        kNone,
+                                        Kind::kForced,
+                                        kNone,
+                                        kNone,
+                                        kNone,
+                                        Kind::kCommentary,
+                                        Kind::kLargeCommentary,
+                                        Kind::kChildrensCommentary};
   return code < kKinds.size() ? kKinds[code] : kNone;
 }
 
@@ -227,7 +238,8 @@ std::vector<LMDVDCell> cellsOf(const pgc_t& chain, const c_adt_t& table) {
   return cells;
 }
 
-/// The cells of each angle: of the cells that stand side by side for one stretch each takes its own.
+/// The cells of each angle: of the cells that stand side by side for one stretch each takes its
+/// own.
 std::vector<std::vector<LMDVDCell>> anglesOf(const pgc_t& chain,
                                              const std::vector<LMDVDCell>& cells) {
   std::vector<std::vector<size_t>> stretches;

@@ -84,8 +84,8 @@ int report(const Failure& failure, const std::optional<Verb>& verb) {
     reportInterrupt();
     return status;
   }
-  const bool lacksTitle = verb && failure.subject() == "title" &&
-                          sentenceOf(failure).ends_with("choose a title of it");
+  const bool lacksTitle =
+      verb && failure.subject() == "title" && sentenceOf(failure).ends_with("choose a title of it");
   if (lacksTitle) return reportDisc(failure, *verb);
   std::string help;
   if (failure.subject() == "effect") {

@@ -63,7 +63,8 @@ void savePlacements(const std::vector<Placement>& placements, const std::string&
   }
   Error error;
   CodedValue::Dictionary root{{kTracks, tracks}, {kStreams, streams}};
-  if (std::ranges::any_of(placements, [](const Placement& placed) { return placed.title.has_value(); }))
+  if (std::ranges::any_of(placements,
+                          [](const Placement& placed) { return placed.title.has_value(); }))
     root.insert({{kTitles, titles}, {kAngles, angles}});
   if (!KeyedArchiver::archiveRootObject(root, path, &error))
     throw Failure::output(path, "cannot write '" + path + "': " + error.message);

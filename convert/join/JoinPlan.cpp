@@ -193,8 +193,8 @@ std::string tableOf(const JoinPlan& plan, const std::vector<Problems>& problems,
                                     ? "fits"
                                     : fmt::format("does not fit: {}", fmt::join(own, ", "));
     const std::string along = kept(plan.parts[i], places);
-    table += fmt::format("{:<{}}  {:<{}}  {}{}\n", printable(nameOf(plan.parts[i].input)), nameWidth,
-                         describe(plan.parts[i]), streamWidth, verdict,
+    table += fmt::format("{:<{}}  {:<{}}  {}{}\n", printable(nameOf(plan.parts[i].input)),
+                         nameWidth, describe(plan.parts[i]), streamWidth, verdict,
                          along.empty() ? "" : "; kept: " + along);
   }
   return table;

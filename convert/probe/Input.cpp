@@ -95,9 +95,10 @@ std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<
   const auto disc = openDisc(path);
   const DiscTitle chosen = chooseTitle(*disc, *title);
   if (const int angles = chosen.title->angles(); angle > angles)
-    throw Failure::settings(fmt::format("there is no angle {}: title {} has {}", angle,
-                                        chosen.number, angles == 1 ? "one" : fmt::format("{}", angles)),
-                            "angle");
+    throw Failure::settings(
+        fmt::format("there is no angle {}: title {} has {}", angle, chosen.number,
+                    angles == 1 ? "one" : fmt::format("{}", angles)),
+        "angle");
   auto source = std::make_shared<DVDTitleSource>(disc, chosen.set, chosen.title, angle);
   openSource(*source, path, interrupt);
   return source;

@@ -13,11 +13,12 @@ class LMFFMovie;
 class LMMediaSource;
 
 /// Opens a media file that has at least one stream or, where `title` says so (a number from 1, or
-/// `kMainTitle`), one title of a disc as one of its angles (from 1) shows it. The source keeps asking `interrupt` from then on, and
-/// whoever reads it asks by `isInterrupted`.
+/// `kMainTitle`), one title of a disc as one of its angles (from 1) shows it. The source keeps
+/// asking `interrupt` from then on, and whoever reads it asks by `isInterrupted`.
 ///
 /// Throws `Failure` with one sentence when that can't be done. A disc without a title, or with one
-/// that has no such angle, is a fault of the settings; what is no disc, a title being asked for, is a fault of the input.
+/// that has no such angle, is a fault of the settings; what is no disc, a title being asked for, is
+/// a fault of the input.
 std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<int> title,
                                          const Interrupt& interrupt, int angle = 1);
 

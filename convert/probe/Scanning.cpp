@@ -131,8 +131,8 @@ Scanning measuredScanning(LMFFMovie& movie) {
   return witness.result();
 }
 
-Scanning readScanning(const std::string& path, std::optional<int> title,
-                      const Interrupt& interrupt, int angle) {
+Scanning readScanning(const std::string& path, std::optional<int> title, const Interrupt& interrupt,
+                      int angle) {
   const auto source = openInput(path, title, interrupt, angle);
   const auto video = mainVideo(*source->formatContext());
   if (!video) return {};

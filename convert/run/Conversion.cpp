@@ -59,7 +59,8 @@ class Conversion::Work {
 
   ConversionPlan& plan(const Events& events) {
     if (source_) return plan_;
-    const auto source = openInput(settings_.input, settings_.title, events.interrupt, settings_.angle);
+    const auto source =
+        openInput(settings_.input, settings_.title, events.interrupt, settings_.angle);
     plan_ = planConversion(settings_, *source, measures(*source, events.interrupt));
     info_ = mediaInfoOf(*source);
     planLight(*source, events.interrupt);
@@ -105,7 +106,8 @@ class Conversion::Work {
     if (!source.isSeekable()) return {};
     const auto withMovie = [this, interrupt](auto look) {
       LMFFMovie movie;
-      movie.openMedias(openInput(settings_.input, settings_.title, interrupt, settings_.angle)->createMedias());
+      movie.openMedias(
+          openInput(settings_.input, settings_.title, interrupt, settings_.angle)->createMedias());
       return look(movie);
     };
     Measures measures;
@@ -132,7 +134,8 @@ class Conversion::Work {
 
   std::shared_ptr<LMFFImage> firstPicture(const Interrupt& interrupt) const {
     LMFFMovie movie;
-    movie.openMedias(openInput(settings_.input, settings_.title, interrupt, settings_.angle)->createMedias());
+    movie.openMedias(
+        openInput(settings_.input, settings_.title, interrupt, settings_.angle)->createMedias());
     return PictureReader(movie).frameAt(0);
   }
 

@@ -39,8 +39,8 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
 
   /// Opens like the base class. Start, duration, chapters and frame rate are those of the title,
   /// and sound and subpicture streams are tagged with their languages and kinds. Subpicture
-  /// streams have their palette and frame size as extradata, as files with such streams do. NTSC film with repeated
-  /// fields has 24000/1001 pictures per second. Scrambled titles are not opened.
+  /// streams have their palette and frame size as extradata, as files with such streams do. NTSC
+  /// film with repeated fields has 24000/1001 pictures per second. Scrambled titles are not opened.
   void open() override;
 
   /// The reason why the title cannot be read completely, as far as that can be told without reading

@@ -111,7 +111,7 @@ class HiddenSoundTest : public testing::Test {
 };
 
 TEST_F(HiddenSoundTest, IsWhatLiesBeforeTheStart) {
-  const auto hidden = hiddenSound(file_.string(), 0, kFormat, {});
+  const auto hidden = hiddenSound({.path = file_.string()}, 0, kFormat, {});
   EXPECT_EQ(hidden.size(), 2 * kShown);
   EXPECT_EQ(strayFrames(hidden, 0), 0);
 }
@@ -131,7 +131,7 @@ TEST_F(HiddenSoundTest, AndElseWithWhatIsHeard) {
 }
 
 TEST(HiddenSound, MostFilesHaveNone) {
-  EXPECT_TRUE(hiddenSound(fixture("chirp.nut").string(), 0, kFormat, {}).empty());
+  EXPECT_TRUE(hiddenSound({.path = fixture("chirp.nut").string()}, 0, kFormat, {}).empty());
 }
 
 }  // namespace

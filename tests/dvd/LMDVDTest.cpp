@@ -73,10 +73,12 @@ TEST(LMDVD, ListsTitleSetsAndTitles) {
 TEST(LMDVD, KnowsTheStreamsOfEverySoundFormatAndOfNarrowPictures) {
   const auto dvd = LMDVD::open(discFolder("formats").string());
   const auto& title = *dvd->title_sets()[0]->titles()[0];
-  EXPECT_THAT(title.audioTracks(), ElementsAre(LMDVDTrack{0, 0xA0, "en", english("en"), 2, 48000, "pcm_dvd", 16},
+  EXPECT_THAT(title.audioTracks(),
+              ElementsAre(LMDVDTrack{0, 0xA0, "en", english("en"), 2, 48000, "pcm_dvd", 16},
                           LMDVDTrack{1, 0x88, "fr", english("fr"), 2, 48000, "dts"},
                           LMDVDTrack{2, 0x80, "de", english("de"), 2, 48000, "ac3"}));
-  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "nl", english("nl"), 0, 0, "dvd_subtitle"}));
+  EXPECT_THAT(title.subtitleTracks(),
+              ElementsAre(LMDVDTrack{0, 0x20, "nl", english("nl"), 0, 0, "dvd_subtitle"}));
 }
 
 /// Pictures of 4:3 have their subpictures' number in the highest byte of its word, others in the
@@ -286,7 +288,8 @@ TEST(LMDVD, ListsTheTracksOfEachTitle) {
               ElementsAre(LMDVDTrack{0, 0x80, "en", english("en"), 2, 48000, "ac3"},
                           LMDVDTrack{1, 0x81, "fr", english("fr"), 6, 48000, "ac3"},
                           LMDVDTrack{2, 0x1C2, "de", english("de"), 2, 48000, "mp2"}));
-  EXPECT_THAT(title.subtitleTracks(), ElementsAre(LMDVDTrack{0, 0x20, "en", english("en"), 0, 0, "dvd_subtitle"},
+  EXPECT_THAT(title.subtitleTracks(),
+              ElementsAre(LMDVDTrack{0, 0x20, "en", english("en"), 0, 0, "dvd_subtitle"},
                           LMDVDTrack{1, 0x21, "fr", english("fr"), 0, 0, "dvd_subtitle"}));
   EXPECT_THAT(dvd->title_sets()[0]->titles()[1]->subtitleTracks(), IsEmpty());
 }
@@ -319,14 +322,12 @@ TEST(LMDVD, TellsForWhomTracksAre) {
     for (const Kind kind : kindsOf(title.subtitleTracks())) all.push_back(kind);
     return all;
   };
-  EXPECT_THAT(kinds("\1\2\3", "\1\2"),
-              ElementsAre(Kind::kNormal, Kind::kVisuallyImpaired, Kind::kCommentary, Kind::kNormal,
-                          Kind::kLarge));
+  EXPECT_THAT(kinds("\1\2\3", "\1\2"), ElementsAre(Kind::kNormal, Kind::kVisuallyImpaired,
+                                                   Kind::kCommentary, Kind::kNormal, Kind::kLarge));
   EXPECT_THAT(kinds("\4\5\x80", "\3\5"),
               ElementsAre(Kind::kAlternateCommentary, Kind::kUnspecified, Kind::kUnspecified,
                           Kind::kChildren, Kind::kCaptions));
-  EXPECT_THAT(kinds("", "\6\7"),
-              testing::Contains(Kind::kLargeCaptions).Times(1));
+  EXPECT_THAT(kinds("", "\6\7"), testing::Contains(Kind::kLargeCaptions).Times(1));
   EXPECT_EQ(kinds("", "\x9\xD")[3], Kind::kForced);
   EXPECT_EQ(kinds("", "\x9\xD")[4], Kind::kCommentary);
   EXPECT_EQ(kinds("", "\xE\xF")[3], Kind::kLargeCommentary);

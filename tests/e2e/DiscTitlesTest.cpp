@@ -31,19 +31,19 @@ Colour coloursOf(const std::string& bytes) {
 
 /// The mean colour of a picture or, at a time, of a movie.
 Colour colourOf(const fs::path& file, double time = 0) {
-  return coloursOf(ffmpeg({"-ss", std::to_string(time), "-i", file.string(), "-frames:v", "1",
-                           "-vf", "scale=1:1:flags=area", "-pix_fmt", "rgb24", "-f", "rawvideo",
-                           "-"}));
+  return coloursOf(
+      ffmpeg({"-ss", std::to_string(time), "-i", file.string(), "-frames:v", "1", "-vf",
+              "scale=1:1:flags=area", "-pix_fmt", "rgb24", "-f", "rawvideo", "-"}));
 }
 
 /// That of a rectangle of a subtitle track alone, over black.
 Colour subtitleColour(const fs::path& file, int track, double time, const std::string& crop) {
   return coloursOf(ffmpeg({"-f", "lavfi", "-i", "color=black:s=720x576:r=25:d=18,format=rgb24",
                            "-i", file.string(), "-filter_complex",
-                           "[0:v][1:s:" + std::to_string(track) + "]overlay=format=rgb,crop=" +
-                               crop + ",scale=1:1:flags=area",
-                           "-ss", std::to_string(time), "-frames:v", "1", "-pix_fmt", "rgb24",
-                           "-f", "rawvideo", "-"}));
+                           "[0:v][1:s:" + std::to_string(track) +
+                               "]overlay=format=rgb,crop=" + crop + ",scale=1:1:flags=area",
+                           "-ss", std::to_string(time), "-frames:v", "1", "-pix_fmt", "rgb24", "-f",
+                           "rawvideo", "-"}));
 }
 
 testing::AssertionResult isNear(const Colour& colour, const Colour& wanted, int tolerance = 16) {
@@ -80,9 +80,9 @@ TEST_F(DiscTitles, InfoTellsOfATitle) {
 
 TEST_F(DiscTitles, ThumbDrawsATitleAsAnAngleShowsIt) {
   const auto colourWith = [&](const Arguments& options) {
-    const RunResult drawn = kestrel(joined({"thumb", angles(), output("a.png").string(), "--force",
-                                            "--time", "3", "--title"},
-                                           options));
+    const RunResult drawn = kestrel(
+        joined({"thumb", angles(), output("a.png").string(), "--force", "--time", "3", "--title"},
+               options));
     EXPECT_EQ(drawn.status, 0) << drawn.err;
     return colourOf(output("a.png"));
   };
@@ -92,9 +92,8 @@ TEST_F(DiscTitles, ThumbDrawsATitleAsAnAngleShowsIt) {
 
 TEST_F(DiscTitles, WaveDrawsATitlesSound) {
   const auto file = output("late.json");
-  const RunResult drawn =
-      kestrel({"wave", discImage("late").string(), file.string(), "--title", "1",
-               "--points-per-second", "1"});
+  const RunResult drawn = kestrel({"wave", discImage("late").string(), file.string(), "--title",
+                                   "1", "--points-per-second", "1"});
   ASSERT_EQ(drawn.status, 0) << drawn.err;
   const json wave = json::parse(bytesOf(file));
   EXPECT_NEAR(wave["length"].get<double>(), 21, 1);
@@ -104,9 +103,8 @@ TEST_F(DiscTitles, WaveDrawsATitlesSound) {
 }
 
 TEST_F(DiscTitles, PlaysATitleAsAnAngleShowsIt) {
-  const RunResult played =
-      run({"env", "SDL_AUDIODRIVER=dummy", kestrelBinary(), "play", angles(), "--title", "1",
-           "--angle", "2", "--start", "5.8", "--no-input"});
+  const RunResult played = run({"env", "SDL_AUDIODRIVER=dummy", kestrelBinary(), "play", angles(),
+                                "--title", "1", "--angle", "2", "--start", "5.8", "--no-input"});
   EXPECT_EQ(played.status, 0) << played.err;
 }
 
@@ -131,8 +129,8 @@ TEST_F(DiscTitles, JoinEncodesTitlesThatDoNotFit) {
 
 TEST_F(DiscTitles, ComposeTakesTitlesAndStoresThem) {
   const auto stored = output("stored.plist").string();
-  const RunResult composed = kestrel({"compose", angles("#1.2:1"), "-o", output().string(),
-                                      "--save", stored});
+  const RunResult composed =
+      kestrel({"compose", angles("#1.2:1"), "-o", output().string(), "--save", stored});
   ASSERT_EQ(composed.status, 0) << composed.err;
   EXPECT_TRUE(isNear(colourOf(output(), 3), kYellow));
   const RunResult again =
@@ -143,8 +141,7 @@ TEST_F(DiscTitles, ComposeTakesTitlesAndStoresThem) {
 
 TEST_F(DiscTitles, AFileMayHaveAMarkInItsName) {
   fs::copy_file(fixture("av25.mp4"), folder_ / "av#1");
-  const RunResult result =
-      kestrel({"join", (folder_ / "av#1").string(), "-o", output().string()});
+  const RunResult result = kestrel({"join", (folder_ / "av#1").string(), "-o", output().string()});
   EXPECT_EQ(result.status, 0) << result.err;
 }
 
@@ -224,10 +221,10 @@ TEST_F(DiscTitles, SubpicturesThatBeginLateAreKept) {
 
 TEST_F(DiscTitles, KindsOfTracksAreKept) {
   const DiscCopy disc("pal");
-  disc.patchInformation("VTS_01_0", 0x204 + 8 + 5, "\2");       // for the visually impaired
-  disc.patchInformation("VTS_01_0", 0x204 + 8 * 2 + 5, "\3");   // comments
-  disc.patchInformation("VTS_01_0", 0x256 + 5, "\x9");          // forced
-  disc.patchInformation("VTS_01_0", 0x256 + 6 + 5, "\5");       // captions
+  disc.patchInformation("VTS_01_0", 0x204 + 8 + 5, "\2");      // for the visually impaired
+  disc.patchInformation("VTS_01_0", 0x204 + 8 * 2 + 5, "\3");  // comments
+  disc.patchInformation("VTS_01_0", 0x256 + 5, "\x9");         // forced
+  disc.patchInformation("VTS_01_0", 0x256 + 6 + 5, "\5");      // captions
   ASSERT_TRUE(converts(disc.path(), output(),
                        {"--title", "1", "--video-codec", "none", "--audio-codec", "copy"}));
   std::vector<std::string> marks;

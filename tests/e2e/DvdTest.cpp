@@ -164,7 +164,8 @@ TEST(Dvd, ListsADiscInWords) {
 }
 
 TEST(Dvd, TellsAnglesAndKindsInWords) {
-  EXPECT_THAT(dvd(discImage("angles")).out, HasSubstr("352x288, PAL, 4:3, 2 angles, title set 1\n"));
+  EXPECT_THAT(dvd(discImage("angles")).out,
+              HasSubstr("352x288, PAL, 4:3, 2 angles, title set 1\n"));
   EXPECT_EQ(dvdJson(discImage("angles"))["titles"][0]["angles"], 2);
   const DiscCopy disc("formats");
   disc.patchInformation("VTS_01_0", 0x200, "\x50\x02");  // letterboxed pictures

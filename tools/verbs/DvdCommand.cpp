@@ -84,14 +84,10 @@ std::string textOf(const Rational& aspect) {
 
 /// What a disc states of a title's pictures.
 ordered_json stated(const LMDVDVideo& video) {
-  return {{"width", orNull(video.width)},
-          {"height", orNull(video.height)},
-          {"standard", orNull(video.standard)},
-          {"aspect", orNull(textOf(video.aspect))},
-          {"letterboxed", video.isLetterboxed},
-          {"allows_letterbox", video.allowsLetterbox},
-          {"allows_pan_scan", video.allowsPanScan},
-          {"film", video.isFilm},
+  return {{"width", orNull(video.width)},           {"height", orNull(video.height)},
+          {"standard", orNull(video.standard)},     {"aspect", orNull(textOf(video.aspect))},
+          {"letterboxed", video.isLetterboxed},     {"allows_letterbox", video.allowsLetterbox},
+          {"allows_pan_scan", video.allowsPanScan}, {"film", video.isFilm},
           {"captions", video.hasCaptions}};
 }
 
@@ -100,10 +96,10 @@ std::vector<std::string> remarksOn(const LMDVDVideo& video) {
   std::vector<std::string> remarks;
   if (video.isLetterboxed) remarks.emplace_back("letterboxed");
   if (video.allowsLetterbox || video.allowsPanScan)
-    remarks.push_back(fmt::format("4:3 screens may show it {}",
-                                  !video.allowsPanScan     ? "with bars"
-                                  : !video.allowsLetterbox ? "cut"
-                                                           : "with bars or cut"));
+    remarks.push_back(fmt::format("4:3 screens may show it {}", !video.allowsPanScan ? "with bars"
+                                                                : !video.allowsLetterbox
+                                                                    ? "cut"
+                                                                    : "with bars or cut"));
   if (video.isFilm) remarks.emplace_back("film");
   if (video.hasCaptions) remarks.emplace_back("closed captions");
   return remarks;
@@ -268,7 +264,8 @@ int list(const DvdSettings& settings) {
 void addDvdVerb(CommandLine& line) {
   const auto settings = std::make_shared<DvdSettings>();
   Verb verb = line.addVerb("dvd", "Tell what is on a DVD-Video disc");
-  verb.option("path", settings->input, "a folder with VIDEO_TS in it, its VIDEO_TS.IFO, an ISO image or a disc")
+  verb.option("path", settings->input,
+              "a folder with VIDEO_TS in it, its VIDEO_TS.IFO, an ISO image or a disc")
       .required()
       .type("PATH");
   verb.flag("--json", settings->asJson, "print one JSON document");

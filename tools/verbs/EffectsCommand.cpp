@@ -49,11 +49,11 @@ int listEffects(bool asJson) {
 }
 
 int drawPreview(const Typed& typed) {
-  EffectSheetSettings settings{
-      .input = typed.input,
-      .title = typed.title.number(),
-      .angle = typed.title.angleNumber(),
-      .output = typed.output, .replaces = typed.force};
+  EffectSheetSettings settings{.input = typed.input,
+                               .title = typed.title.number(),
+                               .angle = typed.title.angleNumber(),
+                               .output = typed.output,
+                               .replaces = typed.force};
   if (!typed.time.empty()) settings.time = parseTime("--time", typed.time);
   try {
     return finish(writeEffectSheet(settings, {.interrupt = interrupted}));

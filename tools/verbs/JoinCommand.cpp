@@ -53,8 +53,7 @@ int runJoin(const Arguments& arguments, bool hasFormat) {
   JoinSettings settings;
   for (const std::string& input : arguments.inputs) {
     const TitledPath titled = parseTitledPath(input);
-    settings.inputs.push_back(
-        {.path = titled.path, .title = titled.title, .angle = titled.angle});
+    settings.inputs.push_back({.path = titled.path, .title = titled.title, .angle = titled.angle});
   }
   settings.output = arguments.output;
   settings.replaces = arguments.force;

@@ -14,9 +14,9 @@ namespace kestrel {
 /// One stream of a file, or of a title of a disc, placed on a time line.
 struct Placement {
   std::string path = {};
-  int32_t track = 0;    ///< the stream's index in the file
-  double position = 0;  ///< seconds, from 0 up to a week
-  double rate = 1;      ///< kept for other programs; packets are copied as they are
+  int32_t track = 0;              ///< the stream's index in the file
+  double position = 0;            ///< seconds, from 0 up to a week
+  double rate = 1;                ///< kept for other programs; packets are copied as they are
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
 

@@ -56,7 +56,7 @@ class KESTREL_API ContactSheet {
 struct ContactSheetSettings {
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
-  int angle = 1;  ///< of the title, from 1; above 1 it needs a title
+  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   std::string output = {};        ///< its name ends in .png, .jpg or .jpeg
   bool replaces = false;          ///< an existing target may be replaced
   LookSettings look = {};

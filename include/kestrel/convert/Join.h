@@ -15,8 +15,8 @@ namespace kestrel {
 /// One input of a join: a file, or a title of a disc.
 struct JoinInput {
   std::string path = {};
-  double position = -1;  ///< where it starts, seconds, up to a week; below 0: right behind
-  double rate = 1;       ///< how fast it plays, 0.01 to 100
+  double position = -1;           ///< where it starts, seconds, up to a week; below 0: right behind
+  double rate = 1;                ///< how fast it plays, 0.01 to 100
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
 };

@@ -21,7 +21,7 @@ class LMFFMovie;
 struct PlayerSettings {
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
-  int angle = 1;  ///< of the title, from 1; above 1 it needs a title
+  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   TrackChoice audioTracks = {};   ///< several are mixed
   bool withPictures = false;      ///< decode pictures, too; an input without any is refused
 };

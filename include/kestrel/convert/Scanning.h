@@ -27,8 +27,8 @@ struct Scanning {
 };
 
 /// Looks at a few dozen pictures from all over a file, or one title of a disc (a number from 1, or
-/// `kMainTitle`) as one of its angles, from 1, shows it. Where none can be looked at or nothing moves, the marks decide. Throws a
-/// `Failure` for what cannot be opened, and when interrupted.
+/// `kMainTitle`) as one of its angles, from 1, shows it. Where none can be looked at or nothing
+/// moves, the marks decide. Throws a `Failure` for what cannot be opened, and when interrupted.
 KESTREL_API Scanning readScanning(const std::string& path, std::optional<int> title = {},
                                   const Interrupt& interrupt = {}, int angle = 1);
 

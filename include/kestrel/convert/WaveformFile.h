@@ -17,9 +17,9 @@ struct DrawnWaveform {
 };
 
 /// Draws the outline of the sound of a file, or of one title of a disc (a number from 1, or
-/// `kMainTitle`) as one of its angles, from 1, shows it. The settings' own `progress` and `interrupt` are not used:
-/// `events` has both. Throws `Failure` for what cannot be opened or drawn; where it is interrupted,
-/// the report says so and the waveform is empty.
+/// `kMainTitle`) as one of its angles, from 1, shows it. The settings' own `progress` and
+/// `interrupt` are not used: `events` has both. Throws `Failure` for what cannot be opened or
+/// drawn; where it is interrupted, the report says so and the waveform is empty.
 KESTREL_API DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& settings,
                                        const Events& events = {}, std::optional<int> title = {},
                                        int angle = 1);
