@@ -18,6 +18,7 @@ namespace {
 // moments are woven.
 constexpr int16_t kStep = 10;           // of 255: so much a line differs from its neighbours
 constexpr int16_t kLeastRun = 6;        // lines one below the other, for noise has shorter combs
+constexpr double kLeastOverNoise = 2;   // times as many as across
 constexpr double kLeastMotion = 0.002;  // of the pixels
 constexpr double kLeastCombed = 0.003;  // of those that move
 
@@ -78,48 +79,72 @@ class Luma {
   std::vector<int16_t> pixels_;
 };
 
+/// Whether the middle one of five values in a row differs from those beside it, as they do from the
+/// outer ones.
+bool isTooth(int16_t outer, int16_t beside, int16_t here, int16_t beyond, int16_t outermost) {
+  const auto step = [](int16_t from, int16_t to) { return static_cast<int16_t>(to - from); };
+  const int16_t over = step(beside, here);
+  const int16_t under = step(beyond, here);
+  const int16_t upper = step(beside, outer);
+  const int16_t lower = step(beyond, outermost);
+  const bool isBrighter =
+      (over > kStep) & (under > kStep) & (upper > kStep / 2) & (lower > kStep / 2);
+  const bool isDarker =
+      (over < -kStep) & (under < -kStep) & (upper < -kStep / 2) & (lower < -kStep / 2);
+  return isBrighter | isDarker;
+}
+
+/// What is kept from line to line: for each column how many combed pixels end one below the other;
+/// and room for a line of what is combed across.
+struct Runs {
+  explicit Runs(int width) : down(static_cast<size_t>(width)), across(down.size()) {}
+
+  std::vector<int16_t> down;
+  std::vector<uint8_t> across;
+};
+
 /// One line: `rows` are those from two above it to two below, `before` the three around it in the
-/// other picture. `runs`: for each column, how many combed pixels end one below the other.
-void countLine(const int16_t* const* rows, const int16_t* const* before, std::vector<int16_t>& runs,
-               Combs& combs) {
-  const int16_t* const up = rows[0];
+/// other picture. All in 16 bits and without branches, so that eight or more pixels are looked at
+/// in one step.
+void countLine(const int16_t* const* rows, const int16_t* const* before, Runs& runs, Combs& combs) {
   const int16_t* const above = rows[1];
   const int16_t* const here = rows[2];
   const int16_t* const below = rows[3];
-  const int16_t* const down = rows[4];
-  // All in 16 bits, and no branches, so that eight or more pixels are looked at in one step.
-  int16_t* const run = runs.data();
-  const auto width = static_cast<int>(runs.size());
+  int16_t* const run = runs.down.data();
+  uint8_t* const across = runs.across.data();
+  const auto width = static_cast<int>(runs.down.size());
   int16_t combed = 0;
   int16_t moving = 0;
-  const auto step = [](int16_t from, int16_t to) { return static_cast<int16_t>(to - from); };
   const auto isFar = [&](int16_t a, int16_t b) {
-    const int16_t way = step(a, b);
+    const auto way = static_cast<int16_t>(a - b);
     return (way > kStep) | (way < -kStep);
   };
   for (int x = 0; x < width; ++x) {
-    const int16_t over = step(above[x], here[x]);
-    const int16_t under = step(below[x], here[x]);
-    const int16_t upper = step(above[x], up[x]);
-    const int16_t lower = step(below[x], down[x]);
     const bool moves = isFar(here[x], before[1][x]) | isFar(above[x], before[0][x]) |
                        isFar(below[x], before[2][x]);
-    const bool isBrighter =
-        (over > kStep) & (under > kStep) & (upper > kStep / 2) & (lower > kStep / 2);
-    const bool isDarker =
-        (over < -kStep) & (under < -kStep) & (upper < -kStep / 2) & (lower < -kStep / 2);
+    const bool isCombed = moves & isTooth(rows[0][x], above[x], here[x], below[x], rows[4][x]);
+    run[x] = isCombed ? static_cast<int16_t>(run[x] + 1) : int16_t{0};
+    across[x] = moves;
     moving = static_cast<int16_t>(moving + moves);
-    run[x] = moves & (isBrighter | isDarker) ? static_cast<int16_t>(run[x] + 1) : int16_t{0};
     combed = static_cast<int16_t>(combed + (run[x] >= kLeastRun));
   }
+  int16_t noise = 0;
+  for (int x = 2; x < width - 2; ++x)
+    across[x] &= isTooth(here[x - 2], here[x - 1], here[x], here[x + 1], here[x + 2]);
+  for (int x = 2; x < width - 2 - kLeastRun; ++x) {
+    uint8_t isRun = across[x];
+    for (int i = 1; i < kLeastRun; ++i) isRun &= across[x + i];
+    noise = static_cast<int16_t>(noise + isRun);
+  }
   combs.combed += combed;
+  combs.noise += noise;
   combs.moving += moving;
 }
 
 Combs count(const Luma& picture, const Luma& neighbor) {
   Combs combs;
   if (!picture.fits(neighbor)) return combs;
-  std::vector<int16_t> runs(static_cast<size_t>(picture.width()));
+  Runs runs(picture.width());
   for (int y = 2; y < picture.height() - 2; ++y) {
     const int16_t* rows[5];
     const int16_t* before[3];
@@ -138,7 +163,9 @@ bool Combs::canTell() const {
 }
 
 bool Combs::areSeen() const {
-  return canTell() && static_cast<double>(combed) > kLeastCombed * static_cast<double>(moving);
+  const auto count = static_cast<double>(combed);
+  return canTell() && count > kLeastCombed * static_cast<double>(moving) &&
+         count > kLeastOverNoise * static_cast<double>(noise);
 }
 
 Combs countCombs(const AVFrame& picture, const AVFrame& neighbor) {

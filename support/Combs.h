@@ -12,9 +12,11 @@ namespace kestrel {
 /// A camera that scans alternate lines at two times leaves combs where something moved: over ten
 /// lines and more, each differs from those above and below but not from those two away. Fine
 /// patterns that stand still look the same, and so only what moved between the two pictures
-/// counts. Numbers are pixels of those columns that were looked at.
+/// counts. Noise looks the same, too, but as often across: `noise` counts that, lines being
+/// columns. Numbers are pixels of those columns that were looked at.
 struct Combs {
   int64_t combed = 0;
+  int64_t noise = 0;
   int64_t moving = 0;
   int64_t pixels = 0;
 
