@@ -20,7 +20,8 @@ namespace kestrel {
 namespace {
 
 constexpr int kPlaces = 6;
-constexpr int kPictures = 30;  // of all places
+constexpr size_t kPictures = 30;  // of all places
+constexpr size_t kMoreInOne = 3;  // times as many where there is one place only
 
 /// Of a picture behind its decoding, pictures.
 constexpr int kLongestDelay = 8;
@@ -118,10 +119,12 @@ Scanning measuredScanning(LMFFMovie& movie) {
   LMFFMedia& media = *videos.front();
   Witness witness(*media.videoStream());
   const std::set<int64_t> places = placesIn(media);
+  const size_t each =
+      places.size() == 1 ? kMoreInOne * kPictures : kPictures / std::max<size_t>(places.size(), 1);
   for (const int64_t place : places) {
     media.seek(place);
     witness.jump();
-    for (size_t i = 0; i < kPictures / places.size() && !isInterrupted(media); ++i) {
+    for (size_t i = 0; i < each && !isInterrupted(media); ++i) {
       const LMFFMedia::Picture picture = media.nextPicture();
       if (!picture) break;
       witness.look(*picture.frame);
