@@ -38,7 +38,7 @@ class Witness {
  public:
   explicit Witness(const LMFFMediaStream& stream) {
     const AVFieldOrder order = stream.stream()->codecpar->field_order;
-    result_.isMarked = order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE;
+    isMarked_ = order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE;
     // Which field is shown first; the names of some orders begin with the one that is coded first.
     if (order == AV_FIELD_TT || order == AV_FIELD_BT) marked_ = 1;
     if (order == AV_FIELD_BB || order == AV_FIELD_TB) marked_ = -1;
@@ -46,7 +46,7 @@ class Witness {
 
   void look(const AVFrame& picture) {
     if (picture.interlaced_frame) {
-      result_.isMarked = true;
+      isMarked_ = true;
       marked_ += picture.top_field_first ? 1 : -1;
     }
     if (previous_) compare(*previous_, picture);
@@ -57,9 +57,11 @@ class Witness {
   void jump() { previous_.reset(); }
 
   Scanning result() const {
-    Scanning result = result_;
-    const double share =
-        result.pictures > 0 ? static_cast<double>(result.combed) / result.pictures : 0;
+    Scanning result;
+    result.isMarked = isMarked_;
+    result.pictures = pictures_;
+    result.combed = combed_;
+    const double share = pictures_ > 0 ? static_cast<double>(combed_) / pictures_ : 0;
     if (result.pictures < kFewest)
       result.scan = result.isMarked || share > kSome ? Scan::kInterlaced : Scan::kProgressive;
     else if (share > kSome)
@@ -77,13 +79,15 @@ class Witness {
       return;
     const Combs combs = countCombs(picture, next);
     if (!combs.canTell()) return;
-    ++result_.pictures;
+    ++pictures_;
     if (!combs.areSeen()) return;
-    ++result_.combed;
+    ++combed_;
     if (marked_ == 0) measured_ += topFieldFirst(picture, next);
   }
 
-  Scanning result_;
+  bool isMarked_ = false;
+  int pictures_ = 0;
+  int combed_ = 0;
   FramePtr previous_;
   int64_t marked_ = 0;    // pictures whose upper field is marked as first, less the others
   int64_t measured_ = 0;  // likewise, what the combs say
