@@ -175,14 +175,14 @@ Report writeContactSheet(const ContactSheetSettings& settings, const Events& eve
   // In a short movie neighbours are less than a second apart.
   const bool inTenths = length / count < 2 * kSecond;
   for (int64_t i = 0; i < count; ++i) {
-    const int64_t time = length * (2 * i + 1) / (2 * count);
+    const int64_t time = job.timeOf({length * i / count, length * (i + 1) / count}, settings.best);
     sheet.add(*job.pictures().pictureAt(time), timeText(time, inTenths));
     if (events.progress)
       events.progress({.time = lm_ff_time_to_double(time),
                        .duration = lm_ff_time_to_double(length),
                        .pictures = i + 1});
   }
-  return job.finish(file, *shownBy(sheet.surface()));
+  return job.finish(file, *shownBy(sheet.surface()), settings.quality);
 }
 
 }  // namespace kestrel

@@ -47,7 +47,7 @@ Report writeEffectSheet(const EffectSheetSettings& settings, const Events& event
     pictures.setEffect(name);
     sheet.add(*pictures.pictureAt(time), name);
   }
-  return job.finish(file, *shownBy(sheet.surface()));
+  return job.finish(file, *shownBy(sheet.surface()), settings.quality);
 }
 
 }  // namespace kestrel

@@ -7,12 +7,15 @@
 #include <filesystem>
 
 #include <kestrel/LMFFFormat.h>
+#include <kestrel/convert/BestPicture.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
 
 namespace kestrel {
 
 namespace {
+
+constexpr int kCandidatesOfSpan = 5;
 
 /// The largest size of the picture's shape that fits into the box.
 Size fitted(Size picture, const PictureBox& box) {
@@ -45,6 +48,12 @@ int64_t PictureJob::timeWithin(int64_t time) const {
   return time;
 }
 
+int64_t PictureJob::timeOf(const Span& span, bool best) {
+  if (!best) return span.start + (span.end - span.start) / 2;
+  return bestPictureTime(pictures_,
+                         {.from = span.start, .to = span.end, .candidates = kCandidatesOfSpan});
+}
+
 Size PictureJob::sizeFor(const PictureBox& asked, const PictureBox& usual) const {
   const Size own = pictures_.size();
   if (zooms_ && asked.width && asked.height)
@@ -60,8 +69,9 @@ Size PictureJob::setSize(const PictureBox& asked, const PictureBox& usual) {
   return size;
 }
 
-Report PictureJob::finish(OutputFile& file, const BitmapImage& picture) const {
-  writePicture(file, picture);
+Report PictureJob::finish(OutputFile& file, const BitmapImage& picture,
+                          std::optional<int> quality) const {
+  writePicture(file, picture, quality);
   file.commit();
   return pictures_.report();
 }

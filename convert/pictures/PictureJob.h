@@ -11,6 +11,7 @@
 #include <kestrel/convert/Thumbnail.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kestrel {
@@ -19,6 +20,7 @@ namespace kestrel {
 template <typename Settings>
 OutputFile claimedPicture(const Settings& settings) {
   pictureFormatOf(settings.output);
+  requirePictureQuality(settings.output, settings.quality);
   return {settings.output, settings.replaces, settings.input};
 }
 
@@ -46,12 +48,21 @@ class PictureJob {
   /// `time`, which may not lie behind the end.
   int64_t timeWithin(int64_t time) const;
 
+  struct Span {
+    int64_t start = 0;
+    int64_t end = 0;
+  };
+
+  /// The time of the picture that stands for a span: the middle, or where the best one is.
+  int64_t timeOf(const Span& span, bool best);
+
   /// The size that pictures get, which is set: what is asked for, or `usual`, but then no larger
   /// than they are.
   Size setSize(const PictureBox& asked, const PictureBox& usual);
 
   /// Writes the file and puts it into its place.
-  Report finish(OutputFile& file, const BitmapImage& picture) const;
+  Report finish(OutputFile& file, const BitmapImage& picture,
+                std::optional<int> quality = {}) const;
 
  private:
   Size sizeFor(const PictureBox& asked, const PictureBox& usual) const;

@@ -66,6 +66,7 @@ class Pictures::Input {
   std::optional<int64_t> duration() const;
   Rational frameRate() const;
   Size size() const { return size_; }
+  Size outputSize() const { return outputSize_; }
   void setOutputSize(Size size);
   void setEffect(const std::string& name);
   std::shared_ptr<const Image> imageAt(int64_t time);
@@ -177,6 +178,8 @@ std::optional<int64_t> Pictures::duration() const { return input_->duration(); }
 Rational Pictures::frameRate() const { return input_->frameRate(); }
 
 Size Pictures::size() const { return input_->size(); }
+
+Size Pictures::outputSize() const { return input_->outputSize(); }
 
 void Pictures::setEffect(const std::string& name) { input_->setEffect(name); }
 

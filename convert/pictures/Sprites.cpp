@@ -112,9 +112,9 @@ Report writeSprites(const SpritesSettings& settings, const Events& events) {
   if (!surface.data()) throw std::bad_alloc();
   int64_t count = 0;
   for (const auto& sprite : plan.sprites) {
-    const int64_t middle = sprite.start + (sprite.end - sprite.start) / 2;
+    const int64_t time = job.timeOf({sprite.start, sprite.end}, settings.best);
     const double bottom = surface.height() - sprite.y - plan.height;
-    surface.drawImage(*job.pictures().pictureAt(middle),
+    surface.drawImage(*job.pictures().pictureAt(time),
                       {{static_cast<double>(sprite.x), bottom}, size});
     if (events.progress)
       events.progress({.time = lm_ff_time_to_double(sprite.end),
@@ -122,7 +122,7 @@ Report writeSprites(const SpritesSettings& settings, const Events& events) {
                        .pictures = ++count});
   }
   text.write(spriteText(plan, sheet.filename().string()));
-  Report report = job.finish(file, *shownBy(surface));
+  Report report = job.finish(file, *shownBy(surface), settings.quality);
   text.commit();
   return report;
 }

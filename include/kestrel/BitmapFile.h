@@ -16,16 +16,26 @@ namespace kestrel {
 
 enum class PictureFormat {
   kPNG,   ///< lossless, with alpha; opaque pictures are stored without alpha
-  kJPEG,  ///< lossy, without alpha: transparent parts show as over black
+  kJPEG,  ///< lossy, without alpha: transparent parts show as over black; full-range BT.601 with
+          ///< chroma at full resolution
+  kWebP,  ///< lossy, with alpha, which is lossless; chroma at half resolution, as always in WebP
+  kAVIF,  ///< lossy, without alpha, like JPEG; AV1 of 8 bits, with chroma at full resolution
 };
 
-inline constexpr int kDefaultPictureQuality = 94;
+/// The quality that a format gets where none is asked for; nothing for PNG, which has none.
+KESTREL_API std::optional<int> usualQuality(PictureFormat format);
 
-/// Encodes a picture. `quality` is clamped to 1 to 100 and only affects JPEG, which is stored with
-/// chroma at full resolution, in full-range BT.601 as viewers expect. Nullopt if the picture
-/// exceeds the format's limits (65500 pixels per side for JPEG) or memory runs out.
-KESTREL_API std::optional<std::vector<uint8_t>> encodedBitmapImage(
-    const BitmapImage& image, PictureFormat format, int quality = kDefaultPictureQuality);
+/// Whether the installed libraries have the format's encoder; PNG's and JPEG's they always have.
+KESTREL_API bool canEncode(PictureFormat format);
+
+/// Encodes a picture. `quality` is clamped to 0 to 100 and does not affect PNG: of JPEG the
+/// percentage from which programs scale the usual tables, of WebP the encoder's own number, of AVIF
+/// a constant quality of 63 · (100 - quality) / 100 on AV1's scale. Nullopt if the picture exceeds
+/// the format's limits (per side 65500 pixels for JPEG, 16383 for WebP, 65536 for AVIF), if there
+/// is no encoder and if memory runs out.
+KESTREL_API std::optional<std::vector<uint8_t>> encodedBitmapImage(const BitmapImage& image,
+                                                                   PictureFormat format,
+                                                                   std::optional<int> quality = {});
 
 /// Decodes a PNG, JPEG, WebP, BMP, GIF (first picture only) or TIFF file, recognised by its
 /// content, into memory of its own. JPEG pictures are turned upright as their orientation tag says.

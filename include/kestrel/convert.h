@@ -3,6 +3,7 @@
 // Whole jobs: facts about inputs, conversions, joins, pictures of a time, playing.
 
 #include <kestrel/convert/Batch.h>
+#include <kestrel/convert/BestPicture.h>
 #include <kestrel/convert/Compose.h>
 #include <kestrel/convert/ContactSheet.h>
 #include <kestrel/convert/Conversion.h>

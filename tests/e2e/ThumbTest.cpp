@@ -108,6 +108,36 @@ TEST_F(Thumb, AJPEGLooksLikeThePNG) {
   }
 }
 
+TEST_F(Thumb, WebPAndAVIFTakeAQuality) {
+  const auto png = made("av25.mp4", "out.png", {"--time", "1.2"});
+  const auto webp = made("av25.mp4", "out.webp", {"--time", "1.2"});
+  EXPECT_EQ(streamOf(webp, "video").at("codec_name"), "webp");
+  EXPECT_GT(psnr(rgb(webp), rgb(png)), 28);
+  for (const std::string extension : {".jpg", ".webp", ".avif"}) {
+    const auto usual = made("av25.mp4", "usual" + extension, {"--time", "1.2"});
+    const auto small = made("av25.mp4", "small" + extension, {"--time", "1.2", "--quality", "20"});
+    EXPECT_LT(2 * fs::file_size(small), fs::file_size(usual)) << extension;
+  }
+}
+
+TEST_F(Thumb, TheBestPictureIsNotBlack) {
+  const auto lightOf = [&](const fs::path& picture) {
+    const std::string bytes = rgb(picture);
+    double sum = 0;
+    for (const char byte : bytes) sum += static_cast<unsigned char>(byte);
+    return sum / static_cast<double>(bytes.size());
+  };
+  const char* clip = "black-then-bars.mp4";
+  EXPECT_LT(lightOf(made(clip, "a.png", {"--time", "0.5"})), 2);
+  EXPECT_GT(lightOf(made(clip, "b.png", {"--time", "0.5", "--best"})), 50);
+  EXPECT_GT(lightOf(made(clip, "c.png", {"--best"})), 50);
+  // The middle of the one part of the movie is just light; of two the first is black all over.
+  const auto sprites = [&](const char* name, const Arguments& options) {
+    return lightOf(made(clip, name, joined({"--sprites", "--every", "1.6"}, options)));
+  };
+  EXPECT_GT(sprites("d.png", {"--best"}), 1.5 * sprites("e.png", {}));
+}
+
 TEST_F(Thumb, ColoursAreRight) {
   for (const char* name :
        {"bars-601.mp4", "bars-709.mp4", "bars-709-full.mp4", "bars-601-full.mp4",
@@ -212,6 +242,8 @@ TEST_F(Thumb, WrongUsageIsToldInOneSentence) {
       {{"out.png", "--time", "x%"}, "--time: 'x%'"},
       {{"out.png", "--time", "0:03"}, "behind the end"},
       {{"out.png", "--size", "wide"}, "--size: 'wide'"},
+      {{"out.png", "--quality", "90"}, "--quality: a PNG loses nothing"},
+      {{"out.webp", "--quality", "101"}, "--quality: '101'"},
       {{"out.png", "--sheet", "4"}, "--sheet: '4'"},
       {{"out.png", "--sheet", "0x5"}, "--sheet: '0x5'"},
       {{"out.png", "--sheet", "4x999"}, "--sheet: '4x999'"},

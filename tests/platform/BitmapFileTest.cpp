@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -133,25 +134,6 @@ TEST_F(BitmapFileTest, RowsWithSpaceBehindThemAreReadRight) {
   EXPECT_EQ(decodedByFFmpeg(*file, "a.png", "rgba"), packedRows(*part));
 }
 
-TEST_F(BitmapFileTest, JPEGKeepsColours) {
-  // Four quarters of 32 × 32.
-  const std::array<Pixel, 4> colors{
-      {{255, 0, 0, 255}, {0, 255, 0, 255}, {0, 0, 255, 255}, {250, 250, 250, 255}}};
-  Bytes pixels;
-  for (int y = 0; y < 64; ++y)
-    for (int x = 0; x < 64; ++x)
-      for (const int value : colors[static_cast<size_t>(y / 32 * 2 + x / 32)])
-        pixels.push_back(static_cast<uint8_t>(value));
-  const auto file = encodedBitmapImage(*pictureOf(64, 64, pixels), PictureFormat::kJPEG);
-  ASSERT_TRUE(file);
-  const auto seen = pictureOf(64, 64, decodedByFFmpeg(*file, "a.jpg", "rgba"));
-  for (int quarter = 0; quarter < 4; ++quarter)
-    EXPECT_LE(distance(at(*seen, 16 + quarter % 2 * 32, 16 + quarter / 2 * 32),
-                       colors[static_cast<size_t>(quarter)]),
-              3)
-        << quarter;
-}
-
 TEST_F(BitmapFileTest, JPEGSaysThatItsColoursAreTheUsualOnes) {
   const auto file =
       encodedBitmapImage(*pictureOf(16, 16, noise(16, 16, false)), PictureFormat::kJPEG);
@@ -161,6 +143,96 @@ TEST_F(BitmapFileTest, JPEGSaysThatItsColoursAreTheUsualOnes) {
   // The segment by which viewers know that the components are luma and chroma.
   const std::string text(file->begin(), file->end());
   EXPECT_EQ(text.substr(6, 5), std::string("JFIF\0", 5));
+}
+
+/// Four quarters of 32 × 32.
+const std::array<Pixel, 4> kQuarters{
+    {{255, 0, 0, 255}, {0, 255, 0, 255}, {0, 0, 255, 255}, {250, 250, 250, 255}}};
+
+Bytes quarters() {
+  Bytes pixels;
+  for (int y = 0; y < 64; ++y)
+    for (int x = 0; x < 64; ++x)
+      for (const int value : kQuarters[static_cast<size_t>(y / 32 * 2 + x / 32)])
+        pixels.push_back(static_cast<uint8_t>(value));
+  return pixels;
+}
+
+/// How far the middles of a picture's quarters are from their colours.
+int distanceOfQuarters(const BitmapImage& seen) {
+  int most = 0;
+  for (int quarter = 0; quarter < 4; ++quarter)
+    most = std::max(most, distance(at(seen, 16 + quarter % 2 * 32, 16 + quarter / 2 * 32),
+                                   kQuarters[static_cast<size_t>(quarter)]));
+  return most;
+}
+
+/// What an AVIF file holds as its one item, as a stream of AV1.
+Bytes streamIn(const Bytes& avif) {
+  const auto number = [&](size_t at) {
+    return size_t{avif[at]} << 24 | size_t{avif[at + 1]} << 16 | size_t{avif[at + 2]} << 8 |
+           avif[at + 3];
+  };
+  for (size_t at = 0; at + 8 <= avif.size(); at += number(at)) {
+    if (std::string(avif.begin() + static_cast<ptrdiff_t>(at) + 4,
+                    avif.begin() + static_cast<ptrdiff_t>(at) + 8) != "mdat")
+      continue;
+    Bytes stream{0x12, 0x00};  // a temporal delimiter, which files of one picture leave out
+    stream.insert(stream.end(), avif.begin() + static_cast<ptrdiff_t>(at) + 8,
+                  avif.begin() + static_cast<ptrdiff_t>(at + number(at)));
+    return stream;
+  }
+  return {};
+}
+
+TEST_F(BitmapFileTest, JPEGKeepsColours) {
+  const auto file = encodedBitmapImage(*pictureOf(64, 64, quarters()), PictureFormat::kJPEG);
+  ASSERT_TRUE(file);
+  EXPECT_LE(distanceOfQuarters(*pictureOf(64, 64, decodedByFFmpeg(*file, "a.jpg", "rgba"))), 3);
+}
+
+TEST_F(BitmapFileTest, WebPKeepsColoursAndAlpha) {
+  const auto file = encodedBitmapImage(*pictureOf(64, 64, quarters()), PictureFormat::kWebP);
+  ASSERT_TRUE(file);
+  EXPECT_EQ(probed(*file, "a.webp", "stream=codec_name,pix_fmt"), "webp\nyuv420p\n");
+  EXPECT_LE(distanceOfQuarters(*pictureOf(64, 64, decodedByFFmpeg(*file, "a.webp", "rgba"))), 6);
+  // Alpha is exact.
+  Bytes pixels = quarters();
+  for (size_t i = 3; i < pixels.size(); i += 4) pixels[i] = static_cast<uint8_t>(i % 251);
+  const auto clear = encodedBitmapImage(*pictureOf(64, 64, pixels), PictureFormat::kWebP);
+  ASSERT_TRUE(clear);
+  const Bytes seen = decodedByFFmpeg(*clear, "b.webp", "rgba");
+  ASSERT_EQ(seen.size(), pixels.size());
+  for (size_t i = 3; i < pixels.size(); i += 4) ASSERT_EQ(seen[i], pixels[i]);
+}
+
+TEST_F(BitmapFileTest, AVIFKeepsColoursAndSaysWhatTheyAre) {
+  const auto file = encodedBitmapImage(*pictureOf(64, 64, quarters()), PictureFormat::kAVIF);
+  ASSERT_TRUE(file);
+  const Bytes start(file->begin() + 4, file->begin() + 12);
+  EXPECT_EQ(std::string(start.begin(), start.end()), "ftypavif");
+  // Primaries of BT.709, sRGB's curve, BT.601's matrix, full range.
+  const Bytes colours{'n', 'c', 'l', 'x', 0, 1, 0, 13, 0, 5, 0x80};
+  EXPECT_FALSE(std::ranges::search(*file, colours).empty());
+  const Bytes stream = streamIn(*file);
+  EXPECT_EQ(probed(stream, "a.obu", "stream=codec_name,width,height,pix_fmt,color_range"),
+            "av1\n64\n64\nyuv444p\npc\n");
+  EXPECT_LE(distanceOfQuarters(*pictureOf(64, 64, decodedByFFmpeg(stream, "a.obu", "rgba"))), 6);
+}
+
+TEST_F(BitmapFileTest, LossyFormatsTakeAQuality) {
+  const auto picture = pictureOf(64, 64, noise(64, 64, false));
+  for (const auto format : {PictureFormat::kJPEG, PictureFormat::kWebP, PictureFormat::kAVIF}) {
+    const auto size = [&](std::optional<int> quality) {
+      return encodedBitmapImage(*picture, format, quality).value_or(Bytes{}).size();
+    };
+    EXPECT_LT(size(0), size(30));
+    EXPECT_LT(size(30), size(100));
+    EXPECT_EQ(size(usualQuality(format)), size({}));
+    EXPECT_EQ(size(-5), size(0));
+    EXPECT_EQ(size(400), size(100));
+  }
+  EXPECT_FALSE(usualQuality(PictureFormat::kPNG));
 }
 
 TEST_F(BitmapFileTest, JPEGShowsTransparencyOverBlack) {
@@ -201,19 +273,27 @@ TEST_F(BitmapFileTest, JPEGOfHighQualityIsCloseToThePicture) {
 }
 
 TEST_F(BitmapFileTest, APictureTooLargeForTheFormatHasNoFile) {
-  EXPECT_FALSE(encodedBitmapImage(*pictureOf(70000, 1, Bytes(70000 * 4)), PictureFormat::kJPEG));
+  const auto wide = pictureOf(70000, 1, Bytes(70000 * 4));
+  for (const auto format : {PictureFormat::kJPEG, PictureFormat::kWebP, PictureFormat::kAVIF})
+    EXPECT_FALSE(encodedBitmapImage(*wide, format));
 }
 
 TEST_F(BitmapFileTest, OnePixelIsAPicture) {
   const auto pixel = pictureOf(1, 1, {10, 200, 30, 255});
-  for (const auto format : {PictureFormat::kPNG, PictureFormat::kJPEG}) {
+  for (const auto format : {PictureFormat::kPNG, PictureFormat::kJPEG, PictureFormat::kWebP}) {
     const auto file = encodedBitmapImage(*pixel, format);
     ASSERT_TRUE(file);
     const auto seen = bitmapImageWithData(*file);
     ASSERT_TRUE(seen);
     EXPECT_EQ(std::pair(seen->width(), seen->height()), std::pair(1, 1));
-    EXPECT_LE(distance(at(*seen, 0, 0), {10, 200, 30, 255}), 3);
+    EXPECT_LE(distance(at(*seen, 0, 0), {10, 200, 30, 255}), 4);
   }
+  const auto file = encodedBitmapImage(*pixel, PictureFormat::kAVIF);
+  ASSERT_TRUE(file);
+  const Bytes stream = streamIn(*file);
+  EXPECT_LE(distance(at(*pictureOf(1, 1, decodedByFFmpeg(stream, "a.obu", "rgba")), 0, 0),
+                     {10, 200, 30, 255}),
+            4);
 }
 
 struct Lossless {

@@ -6,6 +6,7 @@
 
 #include <charconv>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -31,7 +32,9 @@ struct Typed {
   std::string sheet;
   std::string every;
   TypedTitle title;
+  std::optional<int> quality;
   bool sprites = false;
+  bool best = false;
   bool force = false;
 };
 
@@ -94,6 +97,8 @@ Settings settingsOf(const Typed& typed, const LookSettings& look) {
   settings.angle = typed.title.angleNumber();
   settings.output = typed.output;
   settings.replaces = typed.force;
+  settings.quality = typed.quality;
+  settings.best = typed.best;
   settings.look = look;
   if (!typed.size.empty()) settings.size = parseSize("--size", typed.size);
   return settings;
@@ -138,7 +143,7 @@ void addThumbVerb(CommandLine& line) {
   const auto typed = std::make_shared<Typed>();
   Verb verb = line.addVerb("thumb", "Draw a picture, or a sheet of many, of a movie");
   verb.option("input", typed->input, "the movie to read").required().type("FILE");
-  verb.option("output", typed->output, "the picture to write, .png or .jpg")
+  verb.option("output", typed->output, "the picture to write, .png, .jpg, .webp or .avif")
       .required()
       .type("FILE");
   verb.option("--time", typed->time,
@@ -158,6 +163,13 @@ void addThumbVerb(CommandLine& line) {
   verb.option("--every", typed->every,
               "the step of --sprites (default: one that makes at most 100 pictures)")
       .type("TIME");
+  verb.flag("--best", typed->best,
+            "the best picture around the time, or of the movie, or of each part of a sheet: no "
+            "black, blurred or changing one");
+  verb.option("--quality", typed->quality,
+              "of JPEG, WebP and AVIF (default: 94, 90 and 80); PNG loses nothing")
+      .type("N")
+      .within(0, 100);
   addTitleOptions(verb, typed->title);
   verb.flag("--force", typed->force, "replace an existing target");
   addLookOptions(verb);

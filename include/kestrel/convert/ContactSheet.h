@@ -54,12 +54,14 @@ class KESTREL_API ContactSheet {
 
 /// A contact sheet of a movie; `{}` beside the two names means four by five pictures.
 struct ContactSheetSettings {
-  std::string input = {};         ///< a file, or a disc (a folder or an image)
-  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
-  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
-  std::string output = {};        ///< its name ends in .png, .jpg or .jpeg
-  bool replaces = false;          ///< an existing target may be replaced
+  std::string input = {};           ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};    ///< of a disc: a number from 1, or `kMainTitle`
+  int angle = 1;                    ///< of the title, from 1; above 1 it needs a title
+  std::string output = {};          ///< its name ends in .png, .jpg, .webp or .avif
+  bool replaces = false;            ///< an existing target may be replaced
+  std::optional<int> quality = {};  ///< of the file, 0 to 100; absent: what is usual. Not of PNG
   LookSettings look = {};
+  bool best = false;     ///< of each one's span the picture that shows most, by `bestPictureTime`
   PictureBox size = {};  ///< of one picture; by default the sheet gets 1600 pixels wide at most
   int columns = 4;       ///< at least 1
   int rows = 5;          ///< at least 1

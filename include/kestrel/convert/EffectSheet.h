@@ -16,8 +16,9 @@ struct EffectSheetSettings {
   std::string input = {};            ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};     ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                     ///< of the title, from 1; above 1 it needs a title
-  std::string output = {};           ///< its name ends in .png, .jpg or .jpeg
+  std::string output = {};           ///< its name ends in .png, .jpg, .webp or .avif
   bool replaces = false;             ///< an existing target may be replaced
+  std::optional<int> quality = {};   ///< of the file, 0 to 100; absent: what is usual. Not of PNG
   std::optional<int64_t> time = {};  ///< microseconds from the movie's start
 };
 

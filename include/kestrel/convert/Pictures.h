@@ -57,6 +57,9 @@ class KESTREL_API Pictures {
   /// `{}` is their own. Throws a `Failure` for a side that is not above 0 and up to 32768.
   void setOutputSize(Size size);
 
+  /// The size in which they come out, whole pixels.
+  Size outputSize() const;
+
   /// Changes the look's named effect; "" is none. Throws a `Failure` for one that is not in the
   /// catalogue.
   void setEffect(const std::string& name);

@@ -46,13 +46,15 @@ KESTREL_API std::string spriteText(const SpritePlan& plan, const std::string& sh
 
 /// The sprites of a movie; `{}` beside the two names means the usual ones.
 struct SpritesSettings {
-  std::string input = {};         ///< a file, or a disc (a folder or an image)
-  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
-  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
-  std::string output = {};        ///< its name ends in .png, .jpg or .jpeg
-  bool replaces = false;          ///< existing targets may be replaced
+  std::string input = {};           ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};    ///< of a disc: a number from 1, or `kMainTitle`
+  int angle = 1;                    ///< of the title, from 1; above 1 it needs a title
+  std::string output = {};          ///< its name ends in .png, .jpg, .webp or .avif
+  bool replaces = false;            ///< existing targets may be replaced
+  std::optional<int> quality = {};  ///< of the file, 0 to 100; absent: what is usual. Not of PNG
   LookSettings look = {};
-  PictureBox size = {};               ///< of one picture; by default it fits into 160x90
+  bool best = false;     ///< of each one's span the picture that shows most, by `bestPictureTime`
+  PictureBox size = {};  ///< of one picture; by default it fits into 160x90
   std::optional<int64_t> every = {};  ///< their step, above 0; absent: the usual span
 };
 

@@ -15,16 +15,21 @@ namespace kestrel {
 /// Which picture of a movie goes into a file; `{}` beside the two names means that at a tenth of
 /// the length, as it is.
 struct ThumbnailSettings {
-  std::string input = {};         ///< a file, or a disc (a folder or an image)
-  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
-  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
-  std::string output = {};        ///< its name ends in .png, .jpg or .jpeg
-  bool replaces = false;          ///< an existing target may be replaced
+  std::string input = {};           ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};    ///< of a disc: a number from 1, or `kMainTitle`
+  int angle = 1;                    ///< of the title, from 1; above 1 it needs a title
+  std::string output = {};          ///< its name ends in .png, .jpg, .webp or .avif
+  bool replaces = false;            ///< an existing target may be replaced
+  std::optional<int> quality = {};  ///< of the file, 0 to 100; absent: what is usual. Not of PNG
   LookSettings look = {};
   PictureBox size = {};  ///< by default its own; where the look has a zoom, both sides are filled
 
   std::optional<int64_t> time = {};  ///< microseconds from the movie's start; or else
   std::optional<double> share = {};  ///< so much of the movie's length, 0 to 1
+
+  /// Within five seconds of the time, or anywhere where none is given, the picture that shows most:
+  /// no black, blurred or changing one, as `bestPictureTime` judges.
+  bool best = false;
 };
 
 /// Draws the picture that a player shows at a time into a file, which appears only when it is

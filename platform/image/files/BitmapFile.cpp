@@ -1,18 +1,14 @@
 #include <kestrel/BitmapFile.h>
-#include <kestrel/Image.h>
-#include <kestrel/ImageContext.h>
-#include <kestrel/YUVPicture.h>
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <new>
 #include <string_view>
 
 #include "platform/codec/Codec.h"
+#include "platform/image/files/PictureEncoders.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -31,135 +27,6 @@ constexpr int64_t kMostPixels = int64_t{1} << 26;
 constexpr int kLongestSide = 32768;
 constexpr size_t kMostBytes = size_t{1} << 29;
 constexpr int kBytesPerPixel = 4;
-
-// Writing.
-
-bool isOpaque(const BitmapImage& image) {
-  for (int y = 0; y < image.height(); ++y) {
-    const uint8_t* pixel = image.row(y);
-    uint8_t all = 255;
-    for (int x = 0; x < image.width(); ++x) all &= pixel[kBytesPerPixel * x + 3];
-    if (all != 255) return false;
-  }
-  return true;
-}
-
-/// A frame with memory for a picture; null where there is not enough.
-FramePtr makeFrame(const BitmapImage& image, AVPixelFormat format) {
-  FramePtr frame(av_frame_alloc());
-  if (!frame) return nullptr;
-  frame->format = format;
-  frame->width = image.width();
-  frame->height = image.height();
-  frame->sample_aspect_ratio = {1, 1};
-  frame->color_range = AVCOL_RANGE_JPEG;
-  if (av_frame_get_buffer(frame.get(), 0) < 0) return nullptr;
-  return frame;
-}
-
-/// The pixels as they are, without the alpha of an opaque picture.
-FramePtr exactFrame(const BitmapImage& image) {
-  const bool hasAlpha = !isOpaque(image);
-  auto frame = makeFrame(image, hasAlpha ? AV_PIX_FMT_RGBA : AV_PIX_FMT_RGB24);
-  if (!frame) return nullptr;
-  const auto width = static_cast<size_t>(image.width());
-  for (int y = 0; y < image.height(); ++y) {
-    const uint8_t* from = image.row(y);
-    uint8_t* to = frame->data[0] + static_cast<ptrdiff_t>(y) * frame->linesize[0];
-    if (hasAlpha) {
-      std::memcpy(to, from, width * kBytesPerPixel);
-      continue;
-    }
-    for (size_t x = 0; x < width; ++x, from += kBytesPerPixel, to += 3) {
-      to[0] = from[0];
-      to[1] = from[1];
-      to[2] = from[2];
-    }
-  }
-  return frame;
-}
-
-/// The picture over black, in planes as JPEG files hold them.
-FramePtr photoFrame(const BitmapImage& image) {
-  auto frame = makeFrame(image, AV_PIX_FMT_YUV444P);
-  const auto borrowed =
-      BitmapImage::borrowing(image.pixels(), image.width(), image.height(), image.bytesPerRow());
-  const auto recipe = Image::fromBitmap(borrowed);
-  if (!frame || !recipe) return nullptr;
-  frame->colorspace = AVCOL_SPC_BT470BG;
-  YUVTarget target;
-  target.format = {.width = image.width(),
-                   .height = image.height(),
-                   .chromaShiftX = 0,
-                   .chromaShiftY = 0,
-                   .kr = 0.299,
-                   .kb = 0.114,
-                   .fullRange = true};
-  for (size_t i = 0; i < target.planes.size(); ++i)
-    target.planes[i] = {frame->data[i], frame->linesize[i]};
-  if (!ImageContext().render(recipe, recipe->extent(), target)) return nullptr;
-  return frame;
-}
-
-/// The step of the encoder's tables, an eighth of which multiplies MPEG's default matrix, that
-/// stands for a quality as JPEG programs count it: a percentage of the usual tables, which are
-/// about twice as coarse.
-int quantizerOf(int quality) {
-  const double clamped = std::clamp(quality, 1, 100);
-  const double percent = clamped < 50 ? 5000 / clamped : 200 - 2 * clamped;
-  return std::clamp(static_cast<int>(std::lround(percent / 6.25)), 1, 31);
-}
-
-CodecContextPtr makeEncoder(AVCodecID codec, const AVFrame& frame) {
-  const AVCodec* encoder = avcodec_find_encoder(codec);
-  CodecContextPtr context(encoder ? avcodec_alloc_context3(encoder) : nullptr);
-  if (!context) return nullptr;
-  context->pix_fmt = static_cast<AVPixelFormat>(frame.format);
-  context->width = frame.width;
-  context->height = frame.height;
-  context->color_range = frame.color_range;
-  context->colorspace = frame.colorspace;
-  context->sample_aspect_ratio = frame.sample_aspect_ratio;
-  context->time_base = {1, 1};
-  context->flags |= AV_CODEC_FLAG_BITEXACT;  // no note of the encoder's version in the file
-  context->thread_count = 1;
-  return context;
-}
-
-std::optional<std::vector<uint8_t>> encode(AVCodecContext& context, const AVFrame& frame) {
-  std::vector<uint8_t> bytes;
-  const auto append = [&bytes](const PacketPtr& packet) {
-    bytes.insert(bytes.end(), packet->data, packet->data + packet->size);
-  };
-  if (openCodec(context, context.codec) < 0) return std::nullopt;
-  if (encodeFrame(context, &frame, append) < 0 || encodeFrame(context, nullptr, append) < 0)
-    return std::nullopt;
-  return bytes.empty() ? std::nullopt : std::optional(std::move(bytes));
-}
-
-std::optional<std::vector<uint8_t>> encodePNG(const BitmapImage& image) {
-  const auto frame = exactFrame(image);
-  const auto context = frame ? makeEncoder(AV_CODEC_ID_PNG, *frame) : nullptr;
-  if (!context) return std::nullopt;
-  // Rows told by how they differ from the one above shrink faster than plain ones, and to less;
-  // harder work would take twice the time for a tenth of the size.
-  context->compression_level = 3;
-  av_opt_set(context->priv_data, "pred", "up", 0);
-  return encode(*context, *frame);
-}
-
-std::optional<std::vector<uint8_t>> encodeJPEG(const BitmapImage& image, int quality) {
-  const auto frame = photoFrame(image);
-  const auto context = frame ? makeEncoder(AV_CODEC_ID_MJPEG, *frame) : nullptr;
-  if (!context) return std::nullopt;
-  context->flags |= AV_CODEC_FLAG_QSCALE;
-  context->qmin = 1;
-  context->global_quality = FF_QP2LAMBDA * quantizerOf(quality);
-  frame->quality = context->global_quality;
-  return encode(*context, *frame);
-}
-
-// Reading.
 
 AVCodecID codecOf(std::span<const uint8_t> data) {
   using namespace std::string_view_literals;
@@ -296,9 +163,48 @@ std::shared_ptr<const BitmapImage> turned(const std::shared_ptr<const BitmapImag
 
 }  // namespace
 
+std::optional<int> usualQuality(PictureFormat format) {
+  switch (format) {
+    case PictureFormat::kPNG:
+      break;
+    case PictureFormat::kJPEG:
+      return 94;
+    case PictureFormat::kWebP:
+      return 90;
+    case PictureFormat::kAVIF:
+      return 80;
+  }
+  return std::nullopt;
+}
+
+bool canEncode(PictureFormat format) {
+  switch (format) {
+    case PictureFormat::kPNG:
+    case PictureFormat::kJPEG:
+      break;
+    case PictureFormat::kWebP:
+      return canEncodeWebP();
+    case PictureFormat::kAVIF:
+      return canEncodeAVIF();
+  }
+  return true;
+}
+
 std::optional<std::vector<uint8_t>> encodedBitmapImage(const BitmapImage& image,
-                                                       PictureFormat format, int quality) {
-  return format == PictureFormat::kPNG ? encodePNG(image) : encodeJPEG(image, quality);
+                                                       PictureFormat format,
+                                                       std::optional<int> quality) {
+  const int clamped = std::clamp(quality.value_or(usualQuality(format).value_or(0)), 0, 100);
+  switch (format) {
+    case PictureFormat::kPNG:
+      return encodePNG(image);
+    case PictureFormat::kJPEG:
+      return encodeJPEG(image, clamped);
+    case PictureFormat::kWebP:
+      return encodeWebP(image, clamped);
+    case PictureFormat::kAVIF:
+      return encodeAVIF(image, clamped);
+  }
+  return std::nullopt;
 }
 
 std::shared_ptr<const BitmapImage> bitmapImageWithData(std::span<const uint8_t> data) {
