@@ -36,6 +36,10 @@ std::vector<Content> contentsOf(const std::filesystem::path& file);
 /// The same, with nothing decoded.
 std::vector<Content> packetsOf(const std::filesystem::path& file);
 
+/// Whether ffmpeg need be asked to copy streams into a file, by the container that its name stands
+/// for: false for one that refuses all codecs but its own, if one of these is none of them.
+bool mayHold(const std::filesystem::path& file, const std::vector<Content>& contents);
+
 /// Checksums of the pictures that a decoder makes of a file's packets from one on, as many as of
 /// its first ones.
 std::vector<uint32_t> shownFrom(const std::filesystem::path& file, size_t packet);
