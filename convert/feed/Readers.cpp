@@ -46,8 +46,8 @@ void prepare(const LMFFMovie::MediaList& medias, const PlannedStream& planned) {
     if (isCopied) read.stream->setEnable(true);
     const auto resample = isCopied ? nullptr : read.stream->resample();
     if (!resample) continue;
-    // In one channel, both sides at their full level would be louder than they were.
-    resample->setKeepsLevel(lm_get_channel_layout_nb_channels(planned.sound.channelLayout) > 1);
+    // What rises above full scale in the sum is limited on its way to the encoder.
+    resample->setKeepsLevel(true);
     resample->setPrecise(true);
     resample->setOutFormat(
         {lm_get_default_sample_fmt(), planned.sound.channelLayout, planned.sound.sampleRate});

@@ -96,6 +96,13 @@ AVCodecID orElse(const AVOutputFormat& format, AVCodecID own,
   return found == others.end() ? own : *found;
 }
 
+/// Whether everybody has come to store H.264 and AAC in a container whose muxer still proposes what
+/// it was made for.
+bool outlivedItsCodecs(const AVOutputFormat& format) {
+  static const std::set<std::string_view> kNames{"3gp", "3g2", "mpegts", "flv"};
+  return kNames.contains(format.name);
+}
+
 /// All names that a user might have meant.
 std::vector<std::string> namesOfEncoders(AVMediaType type) {
   std::set<std::string> names;
@@ -186,17 +193,15 @@ AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& pat
       kSoundNames, [&](const std::string& extension) { return name.ends_with(extension); });
   // Where a cover is all that a container has for pictures, it is for sound, too.
   if (isForSound || format.video_codec == AV_CODEC_ID_PNG) return AV_CODEC_ID_NONE;
-  // A phone's container of old, in which every player of today knows H.264.
-  const std::string_view container = format.name;
-  if (container == "3gp" || container == "3g2") return AV_CODEC_ID_H264;
+  if (outlivedItsCodecs(format) && avcodec_find_encoder(AV_CODEC_ID_H264)) return AV_CODEC_ID_H264;
   return orElse(format, format.video_codec, {AV_CODEC_ID_H264, AV_CODEC_ID_MPEG4});
 }
 
 AVCodecID defaultAudioCodec(const AVOutputFormat& format) {
   // More players know AAC in Matroska than the container's own choice.
   const bool isMatroska = std::string_view(format.name) == "matroska";
-  return isMatroska ? AV_CODEC_ID_AAC
-                    : orElse(format, format.audio_codec, {AV_CODEC_ID_AAC, AV_CODEC_ID_MP3});
+  if (isMatroska || outlivedItsCodecs(format)) return AV_CODEC_ID_AAC;
+  return orElse(format, format.audio_codec, {AV_CODEC_ID_AAC, AV_CODEC_ID_MP3});
 }
 
 bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {

@@ -46,10 +46,11 @@ class KESTREL_API LMFFAudioResample {
   LMFFAudioFormat outFormat() const;
   void setOutFormat(const LMFFAudioFormat& format);
 
-  /// If true, sound that is mixed into fewer channels keeps its level: the front channels as they
-  /// are, centre and surround 3 dB lower (Recommendation ITU-R BS.775), so that the sum may exceed
-  /// full scale where the samples are floats. By default all of it is turned down so that it
-  /// cannot. Read when the converter opens.
+  /// If true, sound that is mixed into fewer channels keeps its level (Recommendation ITU-R
+  /// BS.775): the front channels stay as they are, centre and surround become 3 dB lower; in one
+  /// channel the centre stays as it is, front sides become 3 dB and surround 6 dB lower. So the sum
+  /// may exceed full scale where the samples are floats. By default all of it is turned down so
+  /// that it cannot. Read when the converter opens.
   bool keepsLevel() const;
   void setKeepsLevel(bool keepsLevel);
 

@@ -85,7 +85,12 @@ TEST(ConversionPlanner, TheTargetsNameChoosesContainerAndCodecs) {
                          {"a.mkv", "matroska", "h264", "aac", 44100},
                          {"a.webm", "webm", "vp9", "opus", 48000},
                          {"a.avi", "avi", "mpeg4", "mp3", 44100},
-                         {"a.ts", "mpegts", "mpeg2video", "mp2", 44100},
+                         {"a.ts", "mpegts", "h264", "aac", 44100},
+                         {"a.m2ts", "mpegts", "h264", "aac", 44100},
+                         {"a.mts", "mpegts", "h264", "aac", 44100},
+                         {"a.flv", "flv", "h264", "aac", 44100},
+                         {"a.wmv", "asf", "msmpeg4v3", "wmav2", 44100},
+                         {"a.mpg", "mpeg", "mpeg1video", "mp2", 44100},
                          {"a.mxf", "mxf", "mpeg2video", "pcm_s16le", 48000},
                          {"a.m4a", "ipod", "", "aac", 44100},
                          {"a.m4r", "ipod", "", "aac", 44100},
@@ -316,7 +321,8 @@ TEST(ConversionPlanner, PicturesKeepTheirTimesWhereTheContainerCan) {
   EXPECT_TRUE(planOf("av-vfr.mp4", "a.mp4").keepsTimes);
   EXPECT_TRUE(planOf("av-vfr.mp4", "a.mkv").keepsTimes);
   EXPECT_FALSE(planOf("av-vfr.mp4", "a.avi").keepsTimes);
-  EXPECT_FALSE(planOf("av-vfr.mp4", "a.ts").keepsTimes);  // MPEG-2 has a few rates
+  EXPECT_TRUE(planOf("av-vfr.mp4", "a.ts").keepsTimes);
+  EXPECT_FALSE(planOf("av-vfr.mp4", "a.mpg").keepsTimes);  // MPEG-1 has a few rates
   ConversionSettings settings;
   settings.fps = Rational{25, 1};
   EXPECT_FALSE(planOf("av-vfr.mp4", "a.mp4", settings).keepsTimes);

@@ -129,14 +129,13 @@ TEST(Readers, CopiedStreamsAndTextKeepTheirPackets) {
 TEST(Readers, SoundIsResampledPreciselyAsPlanned) {
   const MediaList medias = readersOf(
       tracks(), {pictures(kEncode), sound(kEncode, 1, kStereo), sound(kEncode, 2, kMono)});
-  for (const auto& [index, layout, keepsLevel] :
-       {std::tuple{1U, kStereo, true}, {2U, kMono, false}}) {
+  for (const auto& [index, layout] : {std::pair{1U, kStereo}, {2U, kMono}}) {
     const ReadStream read = readerOf(medias, index);
     ASSERT_TRUE(read.stream);
     const auto resample = read.stream->resample();
     EXPECT_EQ(resample->outFormat(), (LMFFAudioFormat{lm_get_default_sample_fmt(), layout, 32000}));
     EXPECT_TRUE(resample->isPrecise());
-    EXPECT_EQ(resample->keepsLevel(), keepsLevel);
+    EXPECT_TRUE(resample->keepsLevel());
   }
 }
 
