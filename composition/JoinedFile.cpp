@@ -16,6 +16,7 @@
 #include "support/Containers.h"
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
+#include "support/copy/PacketTimes.h"
 
 namespace kestrel {
 
@@ -423,14 +424,7 @@ bool JoinedFile::copyPacket(AVPacket& packet, LMMovieCompositionTrack& track, La
       packet.pts = packet.dts;
   }
   const int64_t duration = packetDuration(packet, stream);
-  const auto move = [&](int64_t& time) {
-    if (time == AV_NOPTS_VALUE) return;
-    time =
-        av_rescale_q(time, stream.time_base, base) + av_rescale_q(lane.offset, kMicroseconds, base);
-  };
-  move(packet.pts);
-  move(packet.dts);
-  packet.duration = av_rescale_q(packet.duration, stream.time_base, base);
+  TimeShift(stream.time_base, base, lane.offset).apply(packet);
   if (lane.subtitles) {
     lane.subtitles->hold(packet);
     return true;

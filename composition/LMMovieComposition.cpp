@@ -14,6 +14,7 @@
 #include "composition/SharedInputs.h"
 #include "support/FFmpegError.h"
 #include "support/Guarded.h"
+#include "support/copy/PacketTimes.h"
 
 namespace kestrel {
 
@@ -26,10 +27,6 @@ constexpr double kLongestTime = 1e9;
 double shiftOf(const LMMovieCompositionTrack& track) {
   const double shift = track.position() - track.startTime();
   return std::isnan(shift) ? 0 : std::clamp(shift, -kLongestTime, kLongestTime);
-}
-
-int64_t moved(int64_t time, AVRational from, AVRational to, int64_t offset) {
-  return time == AV_NOPTS_VALUE ? time : av_rescale_q(time, from, to) + offset;
 }
 
 }  // namespace
@@ -97,19 +94,16 @@ bool LMMovieComposition::State::copySlice(LMMovieCompositionTrack& track, double
                                           int64_t& pictures) const {
   if (track.finished()) return false;
   const AVStream& stream = *track.avstream();
-  const AVRational outBase = file.timeBase(track.map());
-  const double shift = shiftOf(track);
-  const int64_t offset =
-      av_rescale_q(static_cast<int64_t>(1000000 * shift), kMicroseconds, outBase);
+  const double seconds = shiftOf(track);
+  const TimeShift shift(stream.time_base, file.timeBase(track.map()),
+                        static_cast<int64_t>(1000000 * seconds));
   const PacketPtr packet = makePacket();
   bool hasRead = false;
-  while (limit - shift > track.dts() && !isInterrupted() && inputs.read(track, *packet)) {
+  while (limit - seconds > track.dts() && !isInterrupted() && inputs.read(track, *packet)) {
     hasRead = true;
     if (packet->pts == AV_NOPTS_VALUE) log("AV_NOPTS_VALUE");
-    packet->pts = moved(packet->pts, stream.time_base, outBase, offset);
-    packet->dts = moved(packet->dts, stream.time_base, outBase, offset);
-    packet->duration =
-        keepsDurations ? av_rescale_q(packet->duration, stream.time_base, outBase) : 0;
+    shift.apply(*packet);
+    if (!keepsDurations) packet->duration = 0;
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) ++pictures;
     const bool isWritten = file.write(*packet, track.map());
     av_packet_unref(packet.get());

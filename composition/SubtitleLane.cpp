@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "support/copy/PacketTimes.h"
+
 extern "C" {
 #include <libavutil/mathematics.h>
 }
@@ -40,14 +42,10 @@ void SubtitleLane::beginInput(int64_t begin, int64_t likelyEnd) {
 
 /// Has a packet begin no earlier; false where nothing is left of it.
 bool SubtitleLane::beginLater(AVPacket& packet, int64_t begin) {
-  if (packet.pts >= begin) return true;
-  const bool isTimed = packet.duration > 0;
-  if (isTimed)
-    packet.duration = endOf(packet) - begin;
-  else
-    moved_ = std::max(begin, moved_ + 1);  // two of the same time would be taken for one
-  packet.pts = packet.dts = isTimed ? begin : moved_;
-  return !isTimed || packet.duration > 0;
+  if (packet.duration > 0 || packet.pts >= begin) return cutBefore(packet, begin);
+  moved_ = std::max(begin, moved_ + 1);  // two of the same time would be taken for one
+  packet.pts = packet.dts = moved_;
+  return true;
 }
 
 /// Has a packet end no later; false where nothing is left of it.

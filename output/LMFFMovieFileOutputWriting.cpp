@@ -28,11 +28,6 @@ FramePtr limitedCopy(const AVFrame& frame) {
   return copy;
 }
 
-/// The time of a copied packet in its stream: moved by `offset`.
-int64_t movedTime(int64_t time, AVRational from, AVRational to, int64_t offset) {
-  return av_sat_add64(av_rescale_q(time, from, to), offset);
-}
-
 /// How many units of `timeBase` make `duration`; 0 where that is no number.
 int64_t ticks(Rational duration, AVRational timeBase) {
   const int64_t count = av_rescale_q(1, toAV(duration), timeBase);
@@ -186,86 +181,24 @@ void LMFFMovieFileOutput::State::encodeConverted(StreamEncoder& encoder, int64_t
 
 // Copied packets.
 
-/// Stamps a packet that is decoded and not shown. It takes no part in counting and may lie before
-/// 0.
-void LMFFMovieFileOutput::State::restampHidden(AVPacket& packet, const LMFFImage& item,
-                                               const AVStream& stream) {
-  const AVRational from = toAV(item.time_base());
-  const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, stream.time_base);
-  for (int64_t* time : {&packet.dts, &packet.pts})
-    if (*time != AV_NOPTS_VALUE) *time = movedTime(*time, from, stream.time_base, offset);
-  packet.duration = av_rescale_q(packet.duration, from, stream.time_base);
-  packet.pos = -1;
-  // What is shown may then be decoded before time 0, too.
-  CopyClock& clock = copyClocks[&stream];
-  if (!clock.started && hidesFirstPictures(*muxer.context()->oformat)) {
-    clock.begin = INT64_MIN;
-    if (packet.dts != AV_NOPTS_VALUE) clock.time = packet.dts;
-  }
-  clock.started = true;
-}
-
-/// Stamps a subtitle, which may lie anywhere: nothing is counted, and what would be shown before 0
-/// is cut off. Answers whether anything is left.
-bool LMFFMovieFileOutput::State::restampText(AVPacket& packet, const LMFFImage& item,
-                                             const AVStream& stream) const {
-  const AVRational from = toAV(item.time_base());
-  const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, stream.time_base);
-  const int64_t shown = packet.pts == AV_NOPTS_VALUE ? packet.dts : packet.pts;
-  packet.pos = -1;
-  packet.duration = av_rescale_q(packet.duration, from, stream.time_base);
-  if (shown == AV_NOPTS_VALUE) return false;
-  packet.pts = movedTime(shown, from, stream.time_base, offset);
-  const int64_t early = std::max<int64_t>(-packet.pts, 0);
-  packet.pts += early;
-  packet.dts = packet.pts;
-  if (early == 0) return true;
-  packet.duration -= early;
-  return packet.duration > 0;
-}
-
 /// Copied sound may begin before 0, with its encoder's delay.
 void LMFFMovieFileOutput::State::beginCopies() {
   for (const auto& copy : copies) {
     const AVStream& stream = *copy->stream();
     if (stream.codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
     const int64_t begin = av_rescale_q(copiedSoundBegin, kMicroseconds, stream.time_base);
-    copyClocks[&stream] = {begin, begin, false};
+    copyClocks.try_emplace(&stream, AVMEDIA_TYPE_AUDIO, false, begin);
   }
 }
 
-// Answers whether the packet is to be written; its time stamps are the new ones in either case.
 bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item,
                                          const AVStream& stream) {
-  const AVMediaType type = stream.codecpar->codec_type;
-  if (type == AVMEDIA_TYPE_SUBTITLE) return restampText(packet, item, stream);
-  const bool isVideo = type == AVMEDIA_TYPE_VIDEO;
-  if (isVideo && (packet.flags & AV_PKT_FLAG_DISCARD) != 0) {
-    restampHidden(packet, item, stream);
-    return true;
-  }
-  CopyClock& clock = copyClocks[&stream];
-  const AVRational from = toAV(item.time_base());
-  const AVRational to = stream.time_base;
-  const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
-  const int64_t decoded = packet.dts == AV_NOPTS_VALUE
-                              ? INT64_MIN
-                              : std::max(movedTime(packet.dts, from, to, offset), clock.begin);
-  const bool isKept = isVideo || decoded >= clock.time;
-  if (isKept) clock.time = std::max(av_sat_add64(clock.time, 1), decoded);
-  packet.dts = clock.time;
-  if (packet.pts != AV_NOPTS_VALUE) {
-    const int64_t earliest = isVideo ? 0 : clock.begin;
-    packet.pts = std::max({movedTime(packet.pts, from, to, offset), packet.dts, earliest});
-  }
-  packet.duration = av_rescale_q(packet.duration, from, to);
-  packet.pos = -1;
-  if (isVideo && !clock.started) {
-    clock.started = true;
-    packet.pts = 0;
-    packet.dts = 0;
-  }
-  return isKept;
+  const auto clock = copyClocks
+                         .try_emplace(&stream, stream.codecpar->codec_type,
+                                      hidesFirstPictures(*muxer.context()->oformat))
+                         .first;
+  return clock->second.stamp(
+      packet, TimeShift(toAV(item.time_base()), stream.time_base, item.get_pkt_offset_time()));
 }
 
 void LMFFMovieFileOutput::State::muxReady(StreamCopier& copy) {
@@ -360,7 +293,7 @@ int64_t LMFFMovieFileOutput::State::microseconds(int64_t time, const AVStream* s
 
 int64_t LMFFMovieFileOutput::State::copiedTime(const AVStream* stream) const {
   const auto clock = copyClocks.find(stream);
-  return clock == copyClocks.end() ? 0 : clock->second.time;
+  return clock == copyClocks.end() ? 0 : clock->second.time();
 }
 
 int64_t LMFFMovieFileOutput::streamTime(const AVStream* stream) const {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/Guarded.h"
+#include "support/copy/CopyClock.h"
 #include "support/copy/Muxer.h"
 #include "support/copy/StreamCopier.h"
 #include "support/encode/SoundEncoder.h"
@@ -29,13 +30,6 @@ struct LMFFMovieFileOutput::State {
     SoundEncoder encoder;
 
     SoundQueue queue() const;
-  };
-
-  /// How far a copied stream has been written, in its time base.
-  struct CopyClock {
-    int64_t time = 0;   // of the latest packet that counts
-    int64_t begin = 0;  // earliest decoding time of pictures
-    bool started = false;
   };
 
   /// Null for null, for a copied stream, and if the encoder could not be opened.
@@ -71,9 +65,7 @@ struct LMFFMovieFileOutput::State {
                        const ConfigurationBlock& block);
   int64_t copiedTime(const AVStream* stream) const;
   void writeCovers();
-  void restampHidden(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
   void beginCopies();
-  bool restampText(AVPacket& packet, const LMFFImage& item, const AVStream& stream) const;
   bool restamp(AVPacket& packet, const LMFFImage& item, const AVStream& stream);
   void muxReady(StreamCopier& copy);
 

@@ -5,27 +5,13 @@
 
 #include "convert/probe/Input.h"
 #include "support/FFmpegOwners.h"
+#include "support/copy/PacketTimes.h"
 
 namespace kestrel {
 
 namespace {
 
 constexpr int32_t kBlockFrames = 4096;  // what one audio job carries at most
-
-/// Makes a sound packet follow on the one before. Where time stamps lie closer together than ticks
-/// of the output, or begin before it, several packets fall on one tick, and the output would drop
-/// all but one of them.
-void catchUp(const LMFFImage& item, const LMFFMovieFileOutput& output, const AVStream& stream) {
-  AVPacket& packet = *item.getPacket();
-  if (packet.dts == AV_NOPTS_VALUE) return;
-  const AVRational from = toAV(item.time_base());
-  const AVRational to = stream.time_base;
-  const int64_t written = output.streamTime(&stream);
-  const int64_t offset = av_rescale_q(item.get_pkt_offset_time(), kMicroseconds, to);
-  if (written <= av_rescale_q(packet.dts, from, to) + offset) return;
-  packet.dts = av_rescale_q_rnd(written - offset, to, from, AV_ROUND_UP);
-  if (packet.pts != AV_NOPTS_VALUE) packet.pts = std::max(packet.pts, packet.dts);
-}
 
 }  // namespace
 
@@ -223,8 +209,9 @@ Track::Job CopiedTrack::step() {
   waitsForKey_ = false;
   item->set_movie_real_start_time(span_.start);
   const bool isAudio = stream_->isAudio();
-  return [item = std::move(item), isAudio, stream = output_](LMFFMovieFileOutput& output) {
-    if (isAudio) catchUp(*item, output, *stream);
+  return [item = std::move(item), isAudio, base, stream = output_](LMFFMovieFileOutput& output) {
+    const TimeShift shift(base, stream->time_base, item->get_pkt_offset_time());
+    if (isAudio) followOn(*item->getPacket(), shift, output.streamTime(stream));
     output.writeRawPacket(item, stream);
   };
 }

@@ -7,6 +7,7 @@
 #include "support/Chapters.h"
 #include "support/DictionaryEntries.h"
 #include "support/LibraryLog.h"
+#include "support/copy/CodecTag.h"
 
 namespace kestrel {
 
@@ -43,16 +44,6 @@ std::string creationProblem(const std::string& path, const std::string& format) 
   const std::string extension = lowercaseExtension(path);
   if (extension.empty()) return "no extension that tells the container format";
   return "no container format is known by the extension '" + extension + "'";
-}
-
-/// The tag of HEVC whose parameter sets lie in the container alone: many players of MPEG-4 files
-/// take no other.
-constexpr uint32_t kHevcTag = MKTAG('h', 'v', 'c', '1');
-
-void chooseTag(const AVOutputFormat& format, AVCodecParameters& parameters) {
-  const bool isKnown = av_codec_get_id(format.codec_tag, kHevcTag) == AV_CODEC_ID_HEVC;
-  if (parameters.codec_id == AV_CODEC_ID_HEVC && parameters.codec_tag == 0 && isKnown)
-    parameters.codec_tag = kHevcTag;
 }
 
 /// Whether the library's queue does not wait for a stream's packets, which may lie far apart.
@@ -137,8 +128,10 @@ bool Muxer::openFile() {
 bool Muxer::writeHeader(const std::map<std::string, std::string>& options) {
   Dictionary dictionary;
   addEntries(options, dictionary.get());
-  for (unsigned i = 0; i < context_->nb_streams; i++)
-    chooseTag(*context_->oformat, *context_->streams[i]->codecpar);
+  for (unsigned i = 0; i < context_->nb_streams; i++) {
+    AVCodecParameters& codec = *context_->streams[i]->codecpar;
+    if (codec.codec_tag == 0) codec.codec_tag = codecTagFor(*context_->oformat, codec.codec_id, 0);
+  }
   allowDolbyVision(*context_);
   const LibraryLog log;
   const int result = avformat_write_header(context_.get(), dictionary.get());

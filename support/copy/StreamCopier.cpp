@@ -8,6 +8,7 @@
 #include "support/FFmpegError.h"
 #include "support/LibraryLog.h"
 #include "support/copy/CodecData.h"
+#include "support/copy/CodecTag.h"
 
 namespace kestrel {
 
@@ -19,10 +20,6 @@ constexpr int kAviTicks = 8;
 
 /// No pictures come faster; what claims so counts in other units.
 constexpr double kFastest = 240;
-
-/// The tag of HEVC that may have parameter sets among its pictures. There is another for those
-/// that have them in the container, as all do here, and many players take no other.
-constexpr uint32_t kLooseHevcTag = MKTAG('h', 'e', 'v', '1');
 
 bool hasLengths(const AVCodecParameters& parameters) {
   return parameters.extradata_size > 0 && parameters.extradata[0] == 1;
@@ -46,14 +43,6 @@ const char* filterFor(const AVCodecParameters& parameters, const AVOutputFormat&
     default:
       return nullptr;
   }
-}
-
-/// Whether a container takes a codec by a tag, or by none, without taking the tag for another's.
-bool understands(const AVOutputFormat& container, AVCodecID codec, uint32_t tag) {
-  if (!container.codec_tag) return true;
-  const AVCodecID meant = av_codec_get_id(container.codec_tag, tag);
-  const bool isNamed = av_codec_get_tag(container.codec_tag, codec) != 0;
-  return meant == codec || (meant == AV_CODEC_ID_NONE && !isNamed);
 }
 
 bool isRate(AVRational rate) { return rate.num > 0 && rate.den > 0 && av_q2d(rate) <= kFastest; }
@@ -137,8 +126,7 @@ void StreamCopier::describeSeveral() {
 
 void StreamCopier::settle() {
   AVCodecParameters& parameters = *output_.codecpar;
-  if (tag_ != kLooseHevcTag && understands(container_, parameters.codec_id, tag_))
-    parameters.codec_tag = tag_;
+  parameters.codec_tag = codecTagFor(container_, parameters.codec_id, tag_);
   if (parameters.codec_type == AVMEDIA_TYPE_VIDEO)
     output_.time_base = timeBaseFor(output_, container_);
 }
