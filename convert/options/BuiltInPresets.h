@@ -25,11 +25,11 @@ inline constexpr std::pair<std::string_view, std::string_view> kBuiltInPresets[]
     {"television", R"({
       "description": "for televisions and their boxes: up to 1920x1080, sound as it is mixed",
       "ext": "mp4", "video-codec": "h264", "size": "1080p", "no-upscale": true, "max-fps": "60",
-      "quality": 64, "compatible": true, "keyframes": 2, "deinterlace": "auto",
+      "quality": 64, "depth": 8, "chroma": "420", "keyframes": 2, "deinterlace": "auto",
       "audio-codec": "aac"})"},
     {"archive", R"({
       "description": "nothing is lost: FFV1 and FLAC with checksums, every stream kept",
-      "ext": "mkv", "video-codec": "ffv1", "keyframes": 0,
+      "ext": "mkv", "video-codec": "ffv1", "keyframes": 0, "deinterlace": "off",
       "video-option": ["level=3", "slices=12", "slicecrc=1"], "audio-codec": "flac"})"},
     {"editing", R"({
       "description": "for editing programs: ProRes, each picture by itself, and PCM",

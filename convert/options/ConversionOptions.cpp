@@ -405,6 +405,10 @@ bool displaces(const ConversionOption& strong, const ConversionOption& weak) {
   if (!facts.saysTheSame.empty() && factsOf(strong.name).saysTheSame == facts.saysTheSame)
     return true;
   if (strong.name == "chapters" && weak.name == "start") return true;
+  const auto isFormat = [](const std::string& name) { return name == "depth" || name == "chroma"; };
+  if ((isFormat(strong.name) && weak.name == "compatible") ||
+      (isFormat(weak.name) && strong.name == "compatible"))
+    return true;
   const bool isVideo = strong.name == "video-codec";
   if (!isVideo && strong.name != "audio-codec")
     return strong.name == "audio-tracks" && strong.value == "none" &&

@@ -12,6 +12,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "convert/plan/EncoderOptions.h"
 #include "convert/plan/EncoderParameters.h"
 #include "convert/probe/EncoderTable.h"
 #include "convert/probe/Light.h"
@@ -297,16 +298,17 @@ std::string pixelFormatFor(const std::string& encoder, const std::string& before
   auto formats = plainFormats(*codec);
   const auto keep = [&](const char* setting, const auto& wanted, auto fact, auto name) {
     if (!wanted) return;
-    std::set<std::string> others;
+    std::set<std::remove_cvref_t<decltype(*wanted)>> others;
     std::erase_if(formats, [&](AVPixelFormat format) {
       const auto found = fact(format);
-      if (found && found != wanted) others.insert(name(*found));
+      if (found && found != wanted) others.insert(*found);
       return found != wanted;
     });
-    if (formats.empty())
-      throw Failure::settings(fmt::format("{}: the encoder {} has no {}; it has {}", setting,
-                                          encoder, name(*wanted), fmt::join(others, ", ")),
-                              setting);
+    if (!formats.empty()) return;
+    std::vector<std::string> names;
+    for (const auto& other : others) names.push_back(name(other));
+    refuse(setting, fmt::format("the encoder {} has no {}; it has {}", encoder, name(*wanted),
+                                fmt::join(names, ", ")));
   };
   keep(
       "depth", wishes.depth, [](AVPixelFormat format) { return std::optional(depthOf(format)); },
@@ -336,6 +338,8 @@ void planEncoding(ConversionPlan& plan, const ConversionSettings& settings,
   // VP8's alpha is encoded beside the pictures, and would miss those that are never shown.
   if (plan.videoEncoder == "libvpx" && hasAlpha(plan.pixelFormat))
     plan.videoOptions["auto-alt-ref"] = "0";
+  requireEncoderOptions("videoOptions", *avcodec_find_encoder_by_name(plan.videoEncoder.c_str()),
+                        settings.videoOptions);
   addOptions(plan.videoOptions, plan.videoEncoder, settings.videoOptions);
 }
 

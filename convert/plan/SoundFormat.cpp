@@ -20,6 +20,8 @@ namespace {
 
 constexpr int32_t kUsualRate = 44100;
 constexpr int32_t kUsualBits = 16;
+constexpr int32_t kBitsOfFloats = 24;       // that count
+constexpr int32_t kBitsPerChannel = 96000;  // per second
 
 /// What a track's speakers may become, best first.
 std::vector<int64_t> layoutsLike(int64_t own, AVCodecID codec) {
@@ -36,6 +38,22 @@ std::vector<int64_t> layoutsLike(int64_t own, AVCodecID codec) {
   return layouts;
 }
 
+}  // namespace
+
+int SoundFormat::channels() const { return lm_get_channel_layout_nb_channels(layout); }
+
+int32_t usualBitrate(const SoundFormat& format) {
+  constexpr int32_t kStep = 8000;
+  constexpr int32_t kSteps[] = {8,  16,  24,  32,  40,  48,  56,  64, 80,
+                                96, 112, 128, 160, 192, 224, 256, 320};
+  const int32_t full = kBitsPerChannel * format.channels();
+  if (format.sampleRate >= kUsualRate) return full;
+  const auto wanted = static_cast<int32_t>(int64_t{full} * format.sampleRate / kUsualRate);
+  const auto distance = [wanted](int32_t step) { return std::abs(1000 * step - wanted); };
+  if (wanted > 1000 * std::ranges::max(kSteps)) return (wanted + kStep / 2) / kStep * kStep;
+  return 1000 * *std::ranges::min_element(kSteps, {}, distance);
+}
+
 bool isTaken(const SoundFormat& format, const AVCodec& encoder, const AVOutputFormat& container) {
   const MemoryOutputPtr context(avformat_alloc_context());
   AVStream* stream = context ? avformat_new_stream(context.get(), nullptr) : nullptr;
@@ -45,14 +63,10 @@ bool isTaken(const SoundFormat& format, const AVCodec& encoder, const AVOutputFo
   LMFFMovieFileOutputFormat asked;
   asked.sample_rate = format.sampleRate;
   asked.channel_layout = format.layout;
-  asked.audio_bitrate = 96000 * format.channels();
+  asked.audio_bitrate = usualBitrate(format);
   configureSound(asked, format.bits, *opened.context());
   return !opened.open({}) && containerRefusal(*stream, container.name).empty();
 }
-
-}  // namespace
-
-int SoundFormat::channels() const { return lm_get_channel_layout_nb_channels(layout); }
 
 bool isLossless(AVCodecID codec) {
   const AVCodecDescriptor* known = avcodec_descriptor_get(codec);
@@ -60,7 +74,10 @@ bool isLossless(AVCodecID codec) {
 }
 
 int32_t soundBits(const AVCodecParameters& sound) {
-  if (!isLossless(sound.codec_id)) return kUsualBits;
+  if (!isLossless(sound.codec_id)) {
+    const auto packed = av_get_packed_sample_fmt(static_cast<AVSampleFormat>(sound.format));
+    return packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL ? kBitsOfFloats : kUsualBits;
+  }
   for (const int bits : {sound.bits_per_raw_sample, av_get_bits_per_sample(sound.codec_id),
                          sound.bits_per_coded_sample})
     if (bits > 0) return bits;

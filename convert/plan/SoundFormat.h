@@ -26,7 +26,8 @@ struct SoundFormat {
 /// Whether a codec keeps every bit of its samples.
 bool isLossless(AVCodecID codec);
 
-/// How many bits a sample of a track has that mean something; 16 where its codec is not lossless.
+/// How many bits a sample of a track has that mean something. Codecs that lose some say nothing of
+/// that: 24 where they decode to floats, else 16.
 int32_t soundBits(const AVCodecParameters& sound);
 
 /// Its channels as a mask: those that it tells, else those that so many channels usually are.
@@ -34,6 +35,13 @@ int64_t layoutOf(const AVCodecParameters& sound);
 
 /// The most bits of a sample that an encoder keeps; 0 where that is not known.
 int32_t deepestOf(const AVCodec& encoder);
+
+/// The bits per second that an encoder gets which nobody told any: 96000 for each channel, less for
+/// rates below 44.1 kHz in proportion, in one of the steps that the MPEG codecs have.
+int32_t usualBitrate(const SoundFormat& format);
+
+/// Whether an encoder opens for a format, and the container takes what it makes.
+bool isTaken(const SoundFormat& format, const AVCodec& encoder, const AVOutputFormat& container);
 
 /// The rates that an encoder knows, the one nearest to `own` first; of one that knows any, `own`.
 std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder);

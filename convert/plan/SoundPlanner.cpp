@@ -11,10 +11,12 @@
 #include <utility>
 
 #include <kestrel/convert/Failure.h>
+#include "convert/plan/EncoderOptions.h"
 #include "convert/plan/PlannedStreams.h"
 #include "convert/plan/SoundFormat.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Streams.h"
+#include "convert/settings/Require.h"
 #include "support/EverydaySound.h"
 #include "support/encode/EncoderCompat.h"
 
@@ -29,10 +31,31 @@ namespace {
 
 using Kind = StreamInfo::Kind;
 
-constexpr int kBitsPerChannel = 96000;  // per second
 constexpr int32_t kEveryPlayersRate = 48000;
 constexpr int kEveryPlayersChannels = 2;
 constexpr int32_t kEveryPlayersBits = 16;
+constexpr int kMostChannels = 8;  // that have usual places
+
+/// "5.1"
+std::string layoutName(int64_t layout) {
+  AVChannelLayout channels{};
+  if (av_channel_layout_from_mask(&channels, static_cast<uint64_t>(layout)) < 0)
+    return "such sound";
+  char name[64]{};
+  av_channel_layout_describe(&channels, name, sizeof(name));
+  return name;
+}
+
+/// Those that an encoder knows, or where it knows any, those that people use; rising.
+std::vector<int32_t> ratesOf(const AVCodec& encoder) {
+  std::vector<int32_t> rates;
+  for (const int* known = encoder.supported_samplerates; known && *known; ++known)
+    rates.push_back(*known);
+  if (rates.empty())
+    rates = {8000, 11025, 16000, 22050, 24000, 32000, 44100, 48000, 88200, 96000, 192000};
+  std::ranges::sort(rates);
+  return rates;
+}
 
 class SoundPlanner {
  public:
@@ -185,14 +208,46 @@ class SoundPlanner {
     const AVCodec* const encoder = avcodec_find_encoder_by_name(choice.encoder.c_str());
     const SoundFormat like = soundFormatLike(own, *encoder, container_);
     const SoundFormat wanted = formatFor(like);
+    if (stream.action == StreamAction::kEncode) {
+      requireTaken(wanted, like, *encoder);
+      requireEncoderOptions("audioOptions", *encoder, settings_.audioOptions);
+    }
     stream.sound = {.codec = choice.codec, .encoder = choice.encoder, .bits = wanted.bits};
     stream.sound.sampleRate = wanted.sampleRate;
     stream.sound.channelLayout = wanted.layout;
-    stream.sound.bitrate = settings_.audioBitrate.value_or(kBitsPerChannel * wanted.channels());
+    stream.sound.bitrate = settings_.audioBitrate.value_or(usualBitrate(wanted));
     stream.sound.volume = settings_.volume;
     stream.sound.loudness = settings_.loudness;
     stream.sound.options = settings_.audioOptions;
     if (stream.action == StreamAction::kEncode) noteLosses(stream.losses, own, like, *encoder);
+  }
+
+  /// A rate or channels that are asked for are taken as they are or refused.
+  void requireTaken(const SoundFormat& wanted, const SoundFormat& like,
+                    const AVCodec& encoder) const {
+    const bool isLike = wanted.layout == like.layout && wanted.sampleRate == like.sampleRate;
+    if (isLike || isTaken(wanted, encoder, container_)) return;
+    const auto takes = [&](int32_t rate, int64_t layout) {
+      return isTaken({rate, layout, wanted.bits}, encoder, container_);
+    };
+    if (settings_.sampleRate && !takes(wanted.sampleRate, like.layout)) {
+      std::vector<int32_t> rates = ratesOf(encoder);
+      std::erase_if(rates, [&](int32_t rate) { return !takes(rate, like.layout); });
+      if (!rates.empty())
+        refuse("sampleRate",
+               fmt::format("{} has no {} Hz in {}, but {}", encoder.name, wanted.sampleRate,
+                           container_.name, fmt::join(rates, ", ")));
+    }
+    if (!settings_.channelLayout || takes(like.sampleRate, wanted.layout)) return;
+    std::vector<std::string> layouts;
+    for (int channels = 1; channels <= kMostChannels; ++channels)
+      if (const int64_t layout = lm_get_default_channel_layout(channels);
+          takes(like.sampleRate, layout))
+        layouts.push_back(layoutName(layout));
+    if (!layouts.empty())
+      refuse("channelLayout",
+             fmt::format("{} has no {} in {}, but {}", encoder.name, layoutName(wanted.layout),
+                         container_.name, fmt::join(layouts, ", ")));
   }
 
   /// Whether a track that is copied might be encoded as well.

@@ -101,6 +101,14 @@ TEST(ConversionOptions, ACodecWinsOverAnotherEncodersOwnOptions) {
             options({{"audio-tracks", "none"}}));
 }
 
+TEST(ConversionOptions, WhatEverythingPlaysAndAFormatDisplaceEachOther) {
+  EXPECT_EQ(withDefaults({{"depth", "10"}}, {{"compatible", "true"}}), options({{"depth", "10"}}));
+  EXPECT_EQ(withDefaults({{"compatible", "true"}}, {{"depth", "8"}, {"chroma", "420"}}),
+            options({{"compatible", "true"}}));
+  EXPECT_EQ(withDefaults({{"depth", "10"}}, {{"chroma", "420"}}),
+            options({{"chroma", "420"}, {"depth", "10"}}));
+}
+
 TEST(ConversionOptions, OfARepeatedOneTheKeysStandForThemselves) {
   EXPECT_EQ(
       withDefaults({{"video-option", "a=3"}}, {{"video-option", "a=1"}, {"video-option", "b=2"}}),

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <ostream>
+#include <tuple>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -32,6 +33,7 @@ struct Own {
   int rate = 44100;
   int64_t layout = kStereo;
   int bits = 0;
+  AVSampleFormat sample = AV_SAMPLE_FMT_NONE;
 };
 
 SoundFormat like(const Own& own, AVCodecID codec, const char* container = "matroska",
@@ -43,6 +45,7 @@ SoundFormat like(const Own& own, AVCodecID codec, const char* container = "matro
   stream->codecpar->codec_id = own.codec;
   stream->codecpar->sample_rate = own.rate;
   stream->codecpar->bits_per_raw_sample = own.bits;
+  stream->codecpar->format = own.sample;
   av_channel_layout_from_mask(&stream->codecpar->ch_layout, static_cast<uint64_t>(own.layout));
   if (!hasMask) stream->codecpar->ch_layout.order = AV_CHANNEL_ORDER_UNSPEC;
   return soundFormatLike(*stream, *avcodec_find_encoder(codec),
@@ -61,8 +64,12 @@ TEST(SoundFormat, LosslessTracksKeepTheirBits) {
     EXPECT_EQ(like({.codec = AV_CODEC_ID_FLAC, .bits = bits}, AV_CODEC_ID_FLAC),
               (SoundFormat{44100, kStereo, bits}));
   EXPECT_EQ(like({.codec = AV_CODEC_ID_PCM_S24LE}, AV_CODEC_ID_FLAC).bits, 24);
-  // Of sound that lost some there are as many as CDs have.
-  EXPECT_EQ(like({.codec = AV_CODEC_ID_AAC, .bits = 24}, AV_CODEC_ID_FLAC).bits, 16);
+}
+
+// Rounded to 16 bits, what was decoded to floats would lose once more.
+TEST(SoundFormat, WhatIsDecodedToFloatsHas24Bits) {
+  EXPECT_EQ(like({.sample = AV_SAMPLE_FMT_FLTP}, AV_CODEC_ID_FLAC).bits, 24);
+  EXPECT_EQ(like({.sample = AV_SAMPLE_FMT_S16P}, AV_CODEC_ID_FLAC).bits, 16);
 }
 
 TEST(SoundFormat, LossyCodecsHaveNoBits) {
@@ -100,6 +107,20 @@ TEST(SoundFormat, SurroundSpeakersOfAacAreAtTheBack) {
 TEST(SoundFormat, SpeakersThatNobodyNamesAreTheUsualOfTheirNumber) {
   EXPECT_EQ(like({.layout = kStereo}, AV_CODEC_ID_AAC, "mp4", false).layout, kStereo);
   EXPECT_EQ(like({.layout = kMono}, AV_CODEC_ID_AAC, "mp4", false).layout, kMono);
+}
+
+// 96000 a second for each channel at 44.1 kHz, a step of the MPEG codecs below.
+TEST(SoundFormat, LowRatesGetFewerBits) {
+  for (const auto& [rate, layout, bits] : {std::tuple{48000, kStereo, 192000},
+                                           {44100, kMono, 96000},
+                                           {96000, kStereo, 192000},
+                                           {44100, int64_t{AV_CH_LAYOUT_5POINT1}, 576000},
+                                           {32000, kStereo, 128000},  // 139319
+                                           {22050, kStereo, 96000},
+                                           {16000, kMono, 32000},    // 34830
+                                           {8000, kMono, 16000},     // 17415
+                                           {8000, kStereo, 32000}})  // 34830
+    EXPECT_EQ(usualBitrate({rate, layout, 0}), bits) << rate << " " << layout;
 }
 
 TEST(SoundFormat, ChannelsAreCounted) {

@@ -9,6 +9,7 @@
 
 #include "convert/plan/ConversionPlanner.h"
 #include "convert/plan/SettingsRules.h"
+#include "tests/convert/Failures.h"
 #include "tests/support/Fixture.h"
 
 extern "C" {
@@ -145,6 +146,31 @@ TEST(SoundPlanner, WhatEncodersHaveLessOfIsALoss) {
   EXPECT_THAT(soundsOf("pcm-5.1-48000-s16.wav", "a.mp3", {.channelLayout = kStereo}).at(0).losses,
               IsEmpty());
   EXPECT_THAT(soundsOf("pcm-stereo-48000-s24.wav", "a.flac").at(0).losses, IsEmpty());
+}
+
+/// The sentence that refuses settings for the fixture in a file of the name.
+std::string refusalOf(const std::string& output, const ConversionSettings& settings) {
+  const Failure failure = failureOf([&] { soundsOf("av25.mp4", output, settings); });
+  EXPECT_EQ(failure.kind(), Failure::Kind::kSettings) << failure.what();
+  return failure.what();
+}
+
+TEST(SoundPlanner, ARateThatTheEncoderDoesNotHaveIsRefusedWithThoseThatItHas) {
+  EXPECT_EQ(refusalOf("a.mp4", {.audioCodec = "opus", .sampleRate = 44100}),
+            "sampleRate: libopus has no 44100 Hz in mp4, but 8000, 12000, 16000, 24000, 48000");
+  EXPECT_EQ(refusalOf("a.flv", {.audioCodec = "mp3", .sampleRate = 16000}),
+            "sampleRate: libmp3lame has no 16000 Hz in flv, but 11025, 22050, 44100, 48000");
+  EXPECT_EQ(soundsOf("av25.mp4", "a.mp4", {.audioCodec = "opus", .sampleRate = 24000}).size(), 1U);
+}
+
+TEST(SoundPlanner, ChannelsThatTheEncoderDoesNotHaveAreRefusedWithThoseThatItHas) {
+  EXPECT_EQ(refusalOf("a.mp3", {.channelLayout = kSurround}),
+            "channelLayout: libmp3lame has no 5.1 in mp3, but mono, stereo");
+}
+
+TEST(SoundPlanner, AnEncodersOptionsAreThoseThatItHas) {
+  EXPECT_EQ(refusalOf("a.m4a", {.audioOptions = {{"aac_codr", "fast"}}}),
+            "audioOptions: the encoder aac has no option 'aac_codr'; did you mean 'aac_coder'?");
 }
 
 TEST(SoundPlanner, AMixKeepsRateAndChannelsOfItsFirstTrack) {

@@ -140,13 +140,9 @@ TEST_F(ConvertBadTarget, AContainerWhoseOnlyCodecCannotBeEncoded) {
 
 TEST_F(ConvertBadTarget, AnEncoderThatRefusesItsSettings) {
   const auto output = folder_ / "out.mp4";
-  for (const Arguments& options : {Arguments{"--sample-rate", "1234"},
-                                   {"--channels", "7.1(wide)", "--audio-codec", "mp3"},
-                                   {"--video-codec", "h263", "--size", "123x45"}}) {
-    SCOPED_TRACE(testing::PrintToString(options));
-    EXPECT_TRUE(endsWithSentence(convert(source_, output, options), kFailed, output.string()));
-    EXPECT_THAT(namesIn(folder_.path()), IsEmpty());
-  }
+  const Arguments options{"--video-codec", "h263", "--size", "123x45"};
+  EXPECT_TRUE(endsWithSentence(convert(source_, output, options), kFailed, output.string()));
+  EXPECT_THAT(namesIn(folder_.path()), IsEmpty());
 }
 
 /// What a shell script prints that runs in a file system of its own with a small disk at `disk`.

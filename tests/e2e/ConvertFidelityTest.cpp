@@ -192,7 +192,7 @@ TEST_F(ConvertFidelity, DepthAndChromaAreChosenOrRefused) {
            {{"--chroma", "444"}, "yuv444p"},
            {{"--video-codec", "libx265", "--depth", "12"}, "yuv420p12le"},
            {{"--video-codec", "libsvtav1", "--depth", "10"}, "yuv420p10le"},
-           {{"--depth", "12"}, "", "libx264 has no 12 bits; it has 10 bits, 8 bits"},
+           {{"--depth", "12"}, "", "libx264 has no 12 bits; it has 8 bits, 10 bits"},
            {{"--video-codec", "libsvtav1", "--chroma", "444"}, "", "has no 4:4:4; it has 4:2:0"},
            {{"--chroma", "411"}, "", "none of 420, 422 and 444"},
            {{"--depth", "7"}, "", "8 to 16"},

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 
@@ -167,15 +168,26 @@ TEST_F(ConvertOptions, FilesMayFollowAnEncodersOption) {
 TEST_F(ConvertOptions, UnknownEncoderOptionsFailByName) {
   for (const char* kind : {"--video-option", "--audio-option"}) {
     const auto result = convert(fixture("av25.mp4"), output_, {kind, "no_such_key=1"});
-    EXPECT_TRUE(endsWithSentence(result, 1, "no_such_key"));
+    EXPECT_TRUE(endsWithSentence(result, 2, std::string(kind) + ": the encoder "));
+    EXPECT_TRUE(endsWithSentence(result, 2, "has no option 'no_such_key'"));
     EXPECT_FALSE(std::filesystem::exists(output_));
   }
 }
 
-TEST_F(ConvertOptions, RefusedEncoderOptionsFailByName) {
-  const auto value = convert(fixture("av25.mp4"), output_, {"--video-option", "qp=many"});
-  EXPECT_TRUE(endsWithSentence(value, 1, "many"));
-  EXPECT_FALSE(std::filesystem::exists(output_));
+TEST_F(ConvertOptions, ValuesThatEncodersDoNotTakeAreWrongUsage) {
+  const auto refused = [&](const Arguments& options, const std::string& sentence) {
+    const auto result = convert(fixture("av25.mp4"), output_, options);
+    EXPECT_TRUE(endsWithSentence(result, 2, sentence));
+    EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
+    EXPECT_FALSE(std::filesystem::exists(output_));
+  };
+  refused({"--video-option", "qp=many"}, "'many' is no qp of the encoder libx264");
+  refused({"--video-option", "tune=foo"}, "--video-option: the encoder libx264 has no tune 'foo'");
+  refused({"--sample-rate", "1234"}, "--sample-rate: aac has no 1234 Hz in mp4, but 7350, 8000");
+  refused({"--audio-codec", "opus", "--sample-rate", "44100"},
+          "--sample-rate: libopus has no 44100 Hz in mp4, but 8000, 12000");
+  refused({"--audio-codec", "mp3", "--channels", "5.1"},
+          "--channels: libmp3lame has no 5.1 in mp4, but mono, stereo");
 }
 
 TEST_F(ConvertOptions, AnUnknownPresetFailsWithTheNearestOne) {

@@ -79,6 +79,22 @@ TEST_F(Presets, OfEveryKindMakeTheirFiles) {
   EXPECT_EQ(info["streams"][0]["nb_read_packets"], "30");  // 2 s at 15 a second
 }
 
+TEST_F(Presets, TheArchiveLosesNothing) {
+  convert("woven-marked.mpg", "kept", {"--preset", "archive"});
+  const auto hashes = [](const std::filesystem::path& file) {
+    return ffmpeg(
+        {"-i", file.string(), "-map", "0:v", "-fps_mode", "passthrough", "-f", "md5", "-"});
+  };
+  EXPECT_EQ(hashes(folder_ / "kept.mkv"), hashes(fixture("woven-marked.mpg")));
+  convert("audio-only.m4a", "sound", {"--preset", "archive"});
+  EXPECT_EQ(ffprobeJson(folder_ / "sound.mkv")["streams"][0]["bits_per_raw_sample"], "24");
+}
+
+TEST_F(Presets, ATelevisionGetsSurroundAsItIsMixed) {
+  convert("pcm-5.1-48000-s16.wav", "film", {"--preset", "television"});
+  EXPECT_EQ(ffprobeJson(folder_ / "film.mp4")["streams"][0]["channels"], 6);
+}
+
 TEST_F(Presets, ForChatsKeepALimitThatMayBeTyped) {
   convert("av25.mp4", "chat",
           {"--preset", "chat-10mb", "--size-limit", "40k", "--encoder-preset", "ultrafast"});

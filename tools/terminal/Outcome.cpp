@@ -16,6 +16,8 @@ std::string optionOf(const std::string& setting) {
   if (setting == "isCompatible") return "--compatible";
   if (setting == "position") return "the position";
   if (setting == "archive") return "--save";
+  if (setting == "videoOptions") return "--video-option";
+  if (setting == "audioOptions") return "--audio-option";
   if (setting == "extension") return "--ext";
   if (setting == "folder") return "--into";
   std::string option = "--";

@@ -246,7 +246,9 @@ void addAudioOptions(Verb verb) {
               "tracks to keep (default: all): numbers from 0, a language code, 'all' or 'none'")
       .type("0,2|LANG");
   verb.option("--mix", "tracks that become one, chosen likewise").type("0,2|all");
-  verb.option("--audio-bitrate", "bits per second (default: 96k for each channel)").type("RATE");
+  verb.option("--audio-bitrate",
+              "bits per second (default: 96k for each channel, less below 44.1 kHz)")
+      .type("RATE");
   verb.option("--sample-rate", "Hz (default: the track's own)").type("HZ").within(1000, 768000);
   verb.option("--channels", "layout: mono, stereo, 5.1 … (default: the track's own)")
       .type("LAYOUT");
