@@ -464,7 +464,7 @@ void LMDVDTitleSource::describeStreams() {
       av_dict_set(&stream.metadata, "language", threeLetters(track->language).c_str(), 0);
     stream.disposition |= dispositionOf(track->kind);
     if (type == AVMEDIA_TYPE_SUBTITLE)
-      setExtradata(*stream.codecpar, subpictureHeader(*palette(), width, height));
+      setExtradata(*stream.codecpar, subpictureHeader(*state_->title->palette(), width, height));
     if (type != AVMEDIA_TYPE_AUDIO || stream.codecpar->sample_rate > 0) continue;
     stream.codecpar->sample_rate = track->sample_rate;
     av_channel_layout_default(&stream.codecpar->ch_layout, track->channels);
@@ -499,10 +499,6 @@ std::string LMDVDTitleSource::name() const {
 }
 
 std::string LMDVDTitleSource::path() const { return state_->dvd ? state_->dvd->path() : ""; }
-
-const SubtitlePalette* LMDVDTitleSource::palette() const {
-  return state_->title ? state_->title->palette() : nullptr;
-}
 
 std::optional<std::vector<std::string>> LMDVDTitleSource::audioNames() const {
   return state_->title_set ? std::optional(state_->title_set->audioLanguages()) : std::nullopt;

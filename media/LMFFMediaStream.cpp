@@ -427,6 +427,8 @@ bool LMFFMediaStream::isDecoderFilling() const { return state_->decoder.isFillin
 
 int64_t LMFFMediaStream::decodeErrors() const { return state_->decoder.errors(); }
 
+int64_t LMFFMediaStream::mendedPictures() const { return state_->decoder.mended(); }
+
 int64_t LMFFMediaStream::audio_sync_frame() const { return state_->audio_sync_frame; }
 
 void LMFFMediaStream::setAudio_sync_frame(int64_t frame) { state_->audio_sync_frame = frame; }

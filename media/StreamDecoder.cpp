@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iterator>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "platform/codec/Codec.h"
@@ -97,6 +98,7 @@ bool StreamDecoder::open() {
   const int result = openCodec(*context_, codec);
   if (result < 0) makeContext();
   errors_ = 0;
+  mended_ = 0;
   hasSeenFirst_ = false;
   return result >= 0;
 }
@@ -111,10 +113,10 @@ void StreamDecoder::flush() {
   if (!isOpen()) return;
   if (!keepsPictures_ && context_->codec_id != AV_CODEC_ID_SVQ3)
     return avcodec_flush_buffers(context_.get());
-  const int64_t errors = errors_;
+  const auto counted = std::pair(errors_, mended_);
   close();
   open();
-  errors_ = errors;
+  std::tie(errors_, mended_) = counted;
 }
 
 void StreamDecoder::send(const AVPacket& packet) {
@@ -153,6 +155,8 @@ void StreamDecoder::submit(const AVPacket* packet) {
 void StreamDecoder::collect(FramePtr frame) {
   if (isStale(*frame)) return;
   ++received_;
+  if (!mayBeCut_ && (frame->decode_error_flags & FF_DECODE_ERROR_CONCEALMENT_ACTIVE) != 0)
+    ++mended_;
   mayBeCut_ = false;
   if (context_->codec_type == AVMEDIA_TYPE_VIDEO)
     addPicture(std::move(frame));
@@ -176,10 +180,10 @@ bool StreamDecoder::needsFirstPacket() const {
 void StreamDecoder::showFirstPacket(const AVPacket& packet) {
   if (!isOpen()) return;
   flush();
-  const int64_t errors = errors_;
+  const auto counted = std::pair(errors_, mended_);
   submit(&packet);
   flush();
-  errors_ = errors;
+  std::tie(errors_, mended_) = counted;
   hasSeenFirst_ = true;
 }
 

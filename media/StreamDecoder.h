@@ -61,6 +61,9 @@ class StreamDecoder {
 
   int64_t errors() const { return errors_; }
 
+  /// The number of pictures of which the decoder has made parts up, for those that are damaged.
+  int64_t mended() const { return mended_; }
+
   /// True if frames are missing only because the decoder holds some back for threading and
   /// reordering: it holds packets, but no more than that requires. A decoder that holds more cannot
   /// decode them.
@@ -105,6 +108,7 @@ class StreamDecoder {
   bool hasSeenFirst_ = false;  // the stream's first packet
   bool mayBeCut_ = false;      // the first packet, until a frame or an error came
   int64_t errors_ = 0;
+  int64_t mended_ = 0;
 };
 
 }  // namespace kestrel

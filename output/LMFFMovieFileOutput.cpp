@@ -129,6 +129,10 @@ int64_t LMFFMovieFileOutput::copiedSoundBegin() const { return state_->copiedSou
 
 void LMFFMovieFileOutput::setCopiedSoundBegin(int64_t time) { state_->copiedSoundBegin = time; }
 
+bool LMFFMovieFileOutput::keepsCopiedTimes() const { return state_->keepsCopiedTimes; }
+
+void LMFFMovieFileOutput::setKeepsCopiedTimes(bool keeps) { state_->keepsCopiedTimes = keeps; }
+
 LMFFMovieFileOutput::Entries LMFFMovieFileOutput::muxerOptions() const {
   return state_->muxerOptions;
 }

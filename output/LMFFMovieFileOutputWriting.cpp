@@ -193,10 +193,11 @@ void LMFFMovieFileOutput::State::beginCopies() {
 
 bool LMFFMovieFileOutput::State::restamp(AVPacket& packet, const LMFFImage& item,
                                          const AVStream& stream) {
-  const auto clock = copyClocks
-                         .try_emplace(&stream, stream.codecpar->codec_type,
-                                      hidesFirstPictures(*muxer.context()->oformat))
-                         .first;
+  const auto clock =
+      copyClocks
+          .try_emplace(&stream, stream.codecpar->codec_type,
+                       hidesFirstPictures(*muxer.context()->oformat), 0, keepsCopiedTimes)
+          .first;
   return clock->second.stamp(
       packet, TimeShift(toAV(item.time_base()), stream.time_base, item.get_pkt_offset_time()));
 }

@@ -88,6 +88,7 @@ struct LMFFMovieFileOutput::State {
   Entries audioOptions;
   int32_t audioBits = 0;
   int64_t copiedSoundBegin = 0;  // microseconds
+  bool keepsCopiedTimes = false;
   Entries muxerOptions;
   LMFFVideoColor outputColor;
   Entries metadata;

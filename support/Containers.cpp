@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <span>
 #include <string_view>
 
 extern "C" {
@@ -72,6 +73,16 @@ bool tellsStreamEndsFromZero(const AVFormatContext& input) {
 
 bool tellsEndFromZero(const AVFormatContext& input) {
   return tellsStreamEndsFromZero(input) || isOneOf(input, {"nut"});
+}
+
+bool isKnownEmpty(const AVStream& stream, const AVFormatContext& input) {
+  const auto* tag =
+      av_dict_get(stream.metadata, "NUMBER_OF_FRAMES", nullptr, AV_DICT_IGNORE_SUFFIX);
+  if (tag && std::string_view(tag->value) == "0") return true;
+  // Of files in fragments no stream has a number.
+  const std::span streams(input.streams, input.nb_streams);
+  return isMpeg4(input) && stream.nb_frames == 0 &&
+         std::ranges::any_of(streams, [](const AVStream* other) { return other->nb_frames > 0; });
 }
 
 std::optional<int64_t> taggedEnd(const AVStream& stream) {

@@ -55,6 +55,9 @@ bool tellsEndFromZero(const AVFormatContext& input);
 /// Whether the same holds of each stream's tagged or own length.
 bool tellsStreamEndsFromZero(const AVFormatContext& input);
 
+/// Whether the container tells that a stream has no packets.
+bool isKnownEmpty(const AVStream& stream, const AVFormatContext& input);
+
 /// The end of a stream by its tag, as Matroska files have, microseconds; none without one.
 std::optional<int64_t> taggedEnd(const AVStream& stream);
 

@@ -2,6 +2,7 @@
 
 #include <kestrel/LMFFFormat.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -22,14 +23,16 @@ class AudioFeed {
     std::shared_ptr<LMFFMediaStream> stream;
   };
 
-  /// The streams, one at least, are open and resampled to one format, interleaved float.
+  /// The streams, one at least, are open and resampled to one format, interleaved: several to
+  /// float, one to any.
   explicit AudioFeed(const std::vector<Input>& inputs);
 
   const LMFFAudioFormat& format() const { return format_; }
   int channels() const { return channels_; }
+  size_t frameBytes() const { return frameBytes_; }
 
-  /// Reads up to `frames` frames; fewer where it pleases, 0 at the end.
-  int32_t read(float* data, int32_t frames);
+  /// Reads up to `frames` frames of `format`; fewer where it pleases, 0 at the end.
+  int32_t read(void* data, int32_t frames);
 
   /// How many frames have been read and wait, of the stream that has the fewest.
   int32_t waitingFrames() const;
@@ -43,6 +46,7 @@ class AudioFeed {
  private:
   const LMFFAudioFormat format_;
   const int channels_;
+  const size_t frameBytes_;
   std::vector<StreamSound> sounds_;
   std::vector<float> scratch_;
 };

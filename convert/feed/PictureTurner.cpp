@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -19,13 +21,21 @@ namespace kestrel {
 
 namespace {
 
-/// The format in which a transparent picture is laid on black: one sample of each kind for every
-/// pixel, of no fewer bits than it has; "" for one that is not transparent.
-std::string flatteningFormat(AVPixelFormat format) {
+constexpr char kScaling[] = "flags=bicubic+accurate_rnd+full_chroma_int";
+
+bool isTransparent(AVPixelFormat format) {
+  return (av_pix_fmt_desc_get(format)->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
+}
+
+/// A format like another with one sample of each kind for every pixel, of no fewer bits than it
+/// has.
+std::string wholeFormat(AVPixelFormat format) {
   const AVPixFmtDescriptor& own = *av_pix_fmt_desc_get(format);
-  if ((own.flags & AV_PIX_FMT_FLAG_ALPHA) == 0) return "";
+  const bool isRgb = (own.flags & AV_PIX_FMT_FLAG_RGB) != 0;
+  const std::string alpha = isTransparent(format) ? "a" : "";
   const int depth = own.comp[0].depth;
-  const std::string name = own.flags & AV_PIX_FMT_FLAG_RGB ? "gbrap" : "yuva444p";
+  if (std::string_view(own.name).starts_with("yuvj")) return "yuvj444p";
+  const std::string name = isRgb ? "gbr" + alpha + "p" : "yuv" + alpha + "444p";
   if (depth <= 8) return name;
   return name + (depth <= 10 ? "10" : depth <= 12 ? "12" : "16");
 }
@@ -49,6 +59,19 @@ Place placeOfColor(const AVFrame& frame) {
   if (told == AVCHROMA_LOC_TOPLEFT || told == AVCHROMA_LOC_TOP) place.y = -0.5;
   if (told == AVCHROMA_LOC_BOTTOMLEFT || told == AVCHROMA_LOC_BOTTOM) place.y = 0.5;
   return place;
+}
+
+/// Gives every pixel samples of its own, from colour that lies at a place. The libraries, which are
+/// told 256ths of a pixel from the first one that shares a sample, would take it for the middle.
+std::vector<FilterChain::Filter> makingWhole(AVPixelFormat format, const Place& place) {
+  const AVPixFmtDescriptor& own = *av_pix_fmt_desc_get(format);
+  const auto position = [](double offset, int shift) {
+    return shift == 1 ? std::lround((offset + 0.5) * 256) : -513;  // -513: not told
+  };
+  return {{"scale",
+           fmt::format("in_h_chr_pos={}:in_v_chr_pos={}:{}", position(place.x, own.log2_chroma_w),
+                       position(place.y, own.log2_chroma_h), kScaling)},
+          {"format", "pix_fmts=" + wholeFormat(format)}};
 }
 
 /// Where they lie after a turn of whole planes.
@@ -100,23 +123,23 @@ void PictureTurner::build(const AVFrame& frame) {
   std::vector<FilterChain::Filter> filters{
       {"buffer",
        fmt::format("video_size={}x{}:pix_fmt={}:time_base=1/25", width_, height_, format_)}};
-  const std::string flat =
-      flattens_ ? flatteningFormat(static_cast<AVPixelFormat>(format_)) : std::string();
-  if (!flat.empty()) {
-    filters.push_back({"format", "pix_fmts=" + flat});
-    filters.push_back({"premultiply", "inplace=1"});
-  }
+  const auto format = static_cast<AVPixelFormat>(format_);
+  const Place before = placeOfColor(frame);
+  const bool flattens = flattens_ && isTransparent(format);
+  const bool turnsAside = turn_.quarters % 2 != 0 && !sharesSquares(frame);
+  if (flattens || turnsAside)
+    std::ranges::move(makingWhole(format, before), std::back_inserter(filters));
+  if (flattens) filters.push_back({"premultiply", "inplace=1"});
   if (turn_.mirrored != (turn_.quarters == 2)) filters.push_back({"hflip", ""});
   if (turn_.flipped != (turn_.quarters == 2)) filters.push_back({"vflip", ""});
   if (turn_.quarters == 1) filters.push_back({"transpose", "dir=cclock"});
   if (turn_.quarters == 3) filters.push_back({"transpose", "dir=clock"});
-  const Place before = placeOfColor(frame);
   const Place after = turned(before, turn_);
-  const bool sharesAlike = flat.empty() && (sharesSquares(frame) || turn_.quarters % 2 == 0);
-  if (sharesAlike && (before.x != after.x || before.y != after.y))
+  const bool keepsPlanes = !flattens && !turnsAside;
+  if (keepsPlanes && (before.x != after.x || before.y != after.y))
     filters.push_back(placing(before, after));
   filters.push_back({"buffersink", ""});
-  chain_ = FilterChain::make(filters, "flags=bicubic+accurate_rnd+full_chroma_int");
+  chain_ = FilterChain::make(filters, kScaling);
 }
 
 std::shared_ptr<LMFFImage> PictureTurner::make(const std::shared_ptr<LMFFImage>& frame) {

@@ -7,6 +7,12 @@
 
 #include <utility>
 
+#include "convert/plan/SoundFormat.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 namespace kestrel {
 
 namespace {
@@ -49,8 +55,8 @@ void prepare(const LMFFMovie::MediaList& medias, const PlannedStream& planned) {
     // What rises above full scale in the sum is limited on its way to the encoder.
     resample->setKeepsLevel(true);
     resample->setPrecise(true);
-    resample->setOutFormat(
-        {lm_get_default_sample_fmt(), planned.sound.channelLayout, planned.sound.sampleRate});
+    resample->setOutFormat({carriedSamples(*read.stream->stream()->codecpar, planned),
+                            planned.sound.channelLayout, planned.sound.sampleRate});
   }
 }
 

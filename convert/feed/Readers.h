@@ -21,8 +21,8 @@ struct ReadStream {
 /// otherwise subtitles come with the pictures and sound with the sound. Where the input's bytes
 /// come only once, one media has to do for all.
 ///
-/// The streams are open, and copied or resampled to interleaved float as the plan says. Empty where
-/// nothing of it can be read.
+/// The streams are open, and copied or resampled as the plan says, to interleaved samples that keep
+/// all their bits (`carriedSamples`). Empty where nothing of it can be read.
 LMFFMovie::MediaList openReaders(const std::shared_ptr<LMMediaSource>& source,
                                  const ConversionPlan& plan);
 

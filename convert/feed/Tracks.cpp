@@ -1,6 +1,7 @@
 #include "convert/feed/Tracks.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "convert/probe/Input.h"
@@ -12,6 +13,11 @@ namespace kestrel {
 namespace {
 
 constexpr int32_t kBlockFrames = 4096;  // what one audio job carries at most
+
+/// Has a subtitle end within a time, microseconds.
+void endSubtitle(AVPacket& packet, int64_t length, AVRational base) {
+  packet.duration = std::min(packet.duration, av_rescale_q(length, kMicroseconds, base));
+}
 
 }  // namespace
 
@@ -94,39 +100,48 @@ int64_t EncodedAudioTrack::end() const {
   return av_rescale_q(frames_, {1, feed_.format().sample_rate}, kMicroseconds);
 }
 
-Track::Job EncodedAudioTrack::writing(std::vector<float> samples) {
+Track::Job EncodedAudioTrack::writing(std::vector<std::byte> samples) {
   if (samples.empty()) return {};
-  if (meter_) meter_->take(samples);
-  const auto frames = static_cast<int32_t>(samples.size() / static_cast<size_t>(feed_.channels()));
-  return [samples = std::make_shared<std::vector<float>>(std::move(samples)), frames,
+  const auto frames = static_cast<int32_t>(samples.size() / feed_.frameBytes());
+  return [samples = std::make_shared<std::vector<std::byte>>(std::move(samples)), frames,
           stream = output_](LMFFMovieFileOutput& output) {
     output.writeSample(samples->data(), frames, stream);
   };
 }
 
+/// Writes samples as loud as they are to be.
+Track::Job EncodedAudioTrack::shaping(std::span<const float> samples) {
+  if (meter_) meter_->take(samples);
+  std::vector<std::byte> bytes(samples.size_bytes());
+  if (!bytes.empty()) std::memcpy(bytes.data(), samples.data(), bytes.size());
+  return writing(std::move(bytes));
+}
+
 Track::Job EncodedAudioTrack::step() {
   if (leader_ && leader_->time() == kEnded) feed_.readAlone();
-  const auto channels = static_cast<size_t>(feed_.channels());
-  std::vector<float> samples(kBlockFrames * channels);
+  std::vector<std::byte> block(kBlockFrames * feed_.frameBytes());
   int32_t count = 0;
   const int64_t left = stopFrame_ ? *stopFrame_ - frames_ : kBlockFrames;
   const auto wanted = static_cast<int32_t>(std::min<int64_t>(left, kBlockFrames));
   while (count < wanted && !ended_) {
     const int32_t got =
-        feed_.read(samples.data() + static_cast<size_t>(count) * channels, wanted - count);
+        feed_.read(block.data() + static_cast<size_t>(count) * feed_.frameBytes(), wanted - count);
     ended_ = got == 0;
     count += got;
   }
   frames_ += count;
   ended_ = ended_ || wanted <= 0;
-  samples.resize(static_cast<size_t>(count) * channels);
+  block.resize(static_cast<size_t>(count) * feed_.frameBytes());
+  if (volume_ == 1 && !limiter_ && !meter_) return writing(std::move(block));
+  std::vector<float> samples(block.size() / sizeof(float));
+  std::memcpy(samples.data(), block.data(), block.size());
   if (volume_ != 1)
     for (float& sample : samples) sample *= volume_;
-  return writing(limiter_ ? limiter_->process(samples) : std::move(samples));
+  return shaping(limiter_ ? limiter_->process(samples) : samples);
 }
 
 Track::Job EncodedAudioTrack::finish() {
-  Job rest = writing(limiter_ ? limiter_->finish() : std::vector<float>());
+  Job rest = shaping(limiter_ ? limiter_->finish() : std::vector<float>());
   if (told_) *told_ = {meter_->loudness(), limiter_ && limiter_->hasActed()};
   return [rest = std::move(rest), stream = output_](LMFFMovieFileOutput& output) {
     if (rest) rest(output);
@@ -198,6 +213,8 @@ Track::Job CopiedTrack::step() {
       end_ = std::max(end_, *span_.length());  // the input goes on
       return {};
     }
+    if (span_.end && stream_->isSubtitle())
+      endSubtitle(*item->getPacket(), *span_.end - time, base);
     time_ = std::max(time_, time - span_.start);
     if (check_ && !check_->takes(*packet)) return {};
     end_ = std::max(end_, time - span_.start + av_rescale_q(packet->duration, base, kMicroseconds));
@@ -207,6 +224,7 @@ Track::Job CopiedTrack::step() {
   // A picture can only be decoded from a key picture on.
   if (waitsForKey_ && !item->isKeyPacket()) return {};
   waitsForKey_ = false;
+  hasBrought_ = hasBrought_ || !stream_->isSubtitle() || end_ > 0 || packet->duration == 0;
   item->set_movie_real_start_time(span_.start);
   const bool isAudio = stream_->isAudio();
   return [item = std::move(item), isAudio, base, stream = output_](LMFFMovieFileOutput& output) {

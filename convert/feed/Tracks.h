@@ -6,12 +6,14 @@
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMFFMovieFileOutput.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <vector>
 
 #include "convert/feed/AudioFeed.h"
@@ -59,6 +61,9 @@ class Track {
 
   /// How many of the packets that it passes on it has left out, because they cannot be decoded.
   virtual int64_t refused() const { return 0; }
+
+  /// Whether it has passed anything on.
+  virtual bool hasBrought() const { return true; }
 
   /// What is left to do for the output once all tracks have ended.
   virtual Job finish() { return {}; }
@@ -117,8 +122,9 @@ class EncodedAudioTrack : public Track {
     HeardLevel* told = nullptr;  ///< is told at the end what came of it; null: nobody asks
   };
 
-  /// `output`: the stream that it is written to. `preroll`: how much of what is read lies before
-  /// the span, microseconds. `leader`: null where it reads for itself.
+  /// `feed`: of float, but where `level` changes nothing. `output`: the stream that it is written
+  /// to, in the feed's format. `preroll`: how much of what is read lies before the span,
+  /// microseconds. `leader`: null where it reads for itself.
   EncodedAudioTrack(AudioFeed feed, AVStream* output, const Span& span, int64_t preroll,
                     const Level& level, const Track* leader);
   int64_t time() const override;
@@ -128,7 +134,8 @@ class EncodedAudioTrack : public Track {
 
  private:
   int64_t framesIn(int64_t time) const;
-  Job writing(std::vector<float> samples);
+  Job writing(std::vector<std::byte> samples);
+  Job shaping(std::span<const float> samples);
 
   AudioFeed feed_;
   AVStream* const output_;
@@ -154,6 +161,7 @@ class CopiedTrack : public Track {
   Job step() override;
   int64_t end() const override;
   int64_t refused() const override { return check_ ? check_->refused() : 0; }
+  bool hasBrought() const override { return hasBrought_; }
 
  private:
   std::shared_ptr<LMFFImage> readPacket();
@@ -169,6 +177,7 @@ class CopiedTrack : public Track {
   const std::unique_ptr<SoundCheck> check_;
   bool waitsForKey_;
   bool ended_ = false;
+  bool hasBrought_ = false;
   int64_t time_ = 0;
   int64_t end_ = 0;
   std::set<int64_t> early_;  // places in the file of subtitles from before the start

@@ -256,7 +256,12 @@ class Planner {
         leaveOut(stream, "");
         continue;
       }
-      const AVCodecID codec = source_.formatContext()->streams[stream.index]->codecpar->codec_id;
+      const AVStream& own = *source_.formatContext()->streams[stream.index];
+      if (isKnownEmpty(own, *source_.formatContext())) {
+        leaveOut(stream, "it is empty");
+        continue;
+      }
+      const AVCodecID codec = own.codecpar->codec_id;
       const AVCodecDescriptor* known = avcodec_descriptor_get(codec);
       const bool isText = known && (known->props & AV_CODEC_PROP_TEXT_SUB);
       const AVCodecID form = isText ? textCodecOf(container_) : AV_CODEC_ID_NONE;

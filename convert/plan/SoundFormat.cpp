@@ -22,6 +22,30 @@ constexpr int32_t kUsualRate = 44100;
 constexpr int32_t kUsualBits = 16;
 constexpr int32_t kBitsOfFloats = 24;       // that count
 constexpr int32_t kBitsPerChannel = 96000;  // per second
+constexpr int kMostChannels = 8;
+
+constexpr uint64_t kSides = AV_CH_SIDE_LEFT | AV_CH_SIDE_RIGHT;
+constexpr uint64_t kBacks = AV_CH_BACK_LEFT | AV_CH_BACK_RIGHT;
+
+/// The same speakers but for one pair, told at the side or at the back; 0 where there is no such
+/// pair, or both.
+uint64_t withOtherPair(uint64_t speakers) {
+  const bool hasSides = (speakers & kSides) == kSides;
+  const bool hasBacks = (speakers & kBacks) == kBacks;
+  return hasSides == hasBacks ? 0 : speakers ^ kSides ^ kBacks;
+}
+
+/// Layouts in which all speakers have their place, and others are silent, the smallest first.
+std::vector<int64_t> layoutsAround(uint64_t speakers) {
+  std::vector<int64_t> layouts;
+  void* at = nullptr;
+  while (const AVChannelLayout* known = av_channel_layout_standard(&at))
+    if (const auto mask = static_cast<uint64_t>(layoutMask(*known));
+        mask != speakers && (mask & speakers) == speakers)
+      layouts.push_back(static_cast<int64_t>(mask));
+  std::ranges::stable_sort(layouts, {}, lm_get_channel_layout_nb_channels);
+  return layouts;
+}
 
 /// What a track's speakers may become, best first.
 std::vector<int64_t> layoutsLike(int64_t own, AVCodecID codec) {
@@ -33,6 +57,10 @@ std::vector<int64_t> layoutsLike(int64_t own, AVCodecID codec) {
   if (codec == AV_CODEC_ID_AAC && own == AV_CH_LAYOUT_5POINT0)
     layouts.push_back(AV_CH_LAYOUT_5POINT0_BACK);
   layouts.push_back(own);
+  if (const uint64_t other = withOtherPair(static_cast<uint64_t>(own)))
+    layouts.push_back(static_cast<int64_t>(other));
+  for (const int64_t wider : layoutsAround(static_cast<uint64_t>(own)))
+    if (lm_get_channel_layout_nb_channels(wider) <= kMostChannels) layouts.push_back(wider);
   for (int channels = lm_get_channel_layout_nb_channels(own); channels > 0; --channels)
     layouts.push_back(lm_get_default_channel_layout(channels));
   return layouts;
@@ -89,8 +117,22 @@ int64_t layoutOf(const AVCodecParameters& sound) {
   return mask != 0 ? mask : lm_get_default_channel_layout(sound.ch_layout.nb_channels);
 }
 
+int32_t carriedSamples(const AVCodecParameters& own, const PlannedStream& planned) {
+  const SoundEncoding& sound = planned.sound;
+  const auto packed = av_get_packed_sample_fmt(static_cast<AVSampleFormat>(own.format));
+  const bool isDeep = packed == AV_SAMPLE_FMT_DBL ||
+                      (packed == AV_SAMPLE_FMT_S32 && soundBits(own) > kBitsOfFloats);
+  const bool stays = planned.sources.size() == 1 && sound.bits > 0 && sound.volume == 1 &&
+                     !sound.loudness && sound.sampleRate == own.sample_rate &&
+                     sound.channelLayout == layoutOf(own);
+  return isDeep && stays ? packed : lm_get_default_sample_fmt();
+}
+
 int32_t deepestOf(const AVCodec& encoder) {
-  if (encoder.id == AV_CODEC_ID_FLAC || encoder.id == AV_CODEC_ID_ALAC) return 24;
+  if (encoder.id == AV_CODEC_ID_WAVPACK) return 32;
+  if (encoder.id == AV_CODEC_ID_FLAC || encoder.id == AV_CODEC_ID_ALAC ||
+      encoder.id == AV_CODEC_ID_TTA)
+    return 24;
   return av_get_exact_bits_per_sample(encoder.id);
 }
 

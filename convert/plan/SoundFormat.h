@@ -1,5 +1,7 @@
 #pragma once
 
+#include <kestrel/convert/ConversionPlan.h>
+
 #include <cstdint>
 #include <vector>
 
@@ -33,6 +35,11 @@ int32_t soundBits(const AVCodecParameters& sound);
 /// Its channels as a mask: those that it tells, else those that so many channels usually are.
 int64_t layoutOf(const AVCodecParameters& sound);
 
+/// The interleaved samples (an `AVSampleFormat`) in which a track goes from its decoder to its
+/// encoder: float, which keeps 24 bits and is what sound is shaped in, but for whole numbers of
+/// more bits and doubles that stay as they are.
+int32_t carriedSamples(const AVCodecParameters& own, const PlannedStream& planned);
+
 /// The most bits of a sample that an encoder keeps; 0 where that is not known.
 int32_t deepestOf(const AVCodec& encoder);
 
@@ -47,8 +54,9 @@ bool isTaken(const SoundFormat& format, const AVCodec& encoder, const AVOutputFo
 std::vector<int32_t> ratesLike(int32_t own, const AVCodec& encoder);
 
 /// The rate, layout and depth of a track of an input, as far as an encoder and the container take
-/// them: both are asked. Else the nearest rate, and the speakers that the most of
-/// fewer channels usually have.
+/// them: both are asked. Else the nearest rate; a pair of speakers at the side in place of one at
+/// the back, or the reverse; silent speakers beside them; the speakers that the most of fewer
+/// channels usually have.
 SoundFormat soundFormatLike(const AVStream& sound, const AVCodec& encoder,
                             const AVOutputFormat& container);
 

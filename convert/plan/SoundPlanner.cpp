@@ -290,10 +290,11 @@ class SoundPlanner {
     if ((!isBig && usual != AV_CODEC_ID_PCM_S16LE) || !isLossless(own.codecpar->codec_id))
       return usual;
     const auto packed = av_get_packed_sample_fmt(static_cast<AVSampleFormat>(own.codecpar->format));
-    const bool isFloat = packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL;
     const int bits = soundBits(*own.codecpar);
     AVCodecID deeper = usual;
-    if (isFloat)
+    if (packed == AV_SAMPLE_FMT_DBL)
+      deeper = isBig ? AV_CODEC_ID_PCM_F64BE : AV_CODEC_ID_PCM_F64LE;
+    else if (packed == AV_SAMPLE_FMT_FLT)
       deeper = isBig ? AV_CODEC_ID_PCM_F32BE : AV_CODEC_ID_PCM_F32LE;
     else if (bits > 24)
       deeper = isBig ? AV_CODEC_ID_PCM_S32BE : AV_CODEC_ID_PCM_S32LE;

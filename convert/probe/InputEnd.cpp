@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <vector>
 
 #include "convert/probe/Streams.h"
 #include "support/Containers.h"
@@ -88,12 +89,22 @@ bool othersReach(const InputPart& part, int64_t time) {
   return false;
 }
 
+std::string damageOf(const InputEnd& end) {
+  std::vector<std::string> parts;
+  if (end.refused > 0)
+    parts.push_back(fmt::format("{} of its packets could not be decoded", end.refused));
+  if (end.mended > 0)
+    parts.push_back(fmt::format("parts of {} of its pictures are made up", end.mended));
+  return fmt::format("{}", fmt::join(parts, ", "));
+}
+
 }  // namespace
 
 void InputEnd::add(const InputEnd& other) {
   reached = std::max(reached, other.reached);
   if (!error) error = other.error;
   refused += other.refused;
+  mended += other.mended;
 }
 
 InputEnd faultsOf(const LMFFMovie& movie) {
@@ -101,7 +112,10 @@ InputEnd faultsOf(const LMFFMovie& movie) {
   for (const auto& media : movie.medias()) {
     if (!end.error) end.error = media->source()->lastError();
     for (const auto& stream : media->streams())
-      if (stream->enable()) end.refused += stream->decodeErrors();
+      if (stream->enable()) {
+        end.refused += stream->decodeErrors();
+        end.mended += stream->mendedPictures();
+      }
   }
   return end;
 }
@@ -129,7 +143,7 @@ PromisedLength promisedLength(const AVFormatContext& input, const IndexSet& stre
 
 void judgeInput(Report& report, const std::string& path, int64_t promised, const InputEnd& end) {
   const bool endedEarly = promised - end.reached > kMissingTolerance;
-  if (!endedEarly && !end.error && end.refused == 0) return;
+  if (!endedEarly && !end.error && end.refused == 0 && end.mended == 0) return;
   std::string finding;
   if (endedEarly)
     finding =
@@ -138,7 +152,7 @@ void judgeInput(Report& report, const std::string& path, int64_t promised, const
   else if (end.error)
     finding = "was not read whole: " + end.error.message;
   else
-    finding = fmt::format("is damaged: {} of its packets could not be decoded", end.refused);
+    finding = "is damaged: " + damageOf(end);
   report.find(fmt::format("'{}' {}", path, finding));
 }
 

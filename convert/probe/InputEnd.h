@@ -21,6 +21,7 @@ struct InputEnd {
   int64_t reached = 0;  ///< microseconds after its start
   Error error;          ///< of reading
   int64_t refused = 0;  ///< packets that could not be decoded
+  int64_t mended = 0;   ///< pictures of which the decoder made parts up
 
   /// Takes in what another reader of the same input found.
   void add(const InputEnd& other);

@@ -1,5 +1,6 @@
 #include "convert/run/ConversionRun.h"
 
+#include <kestrel/LMFFAudioResample.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
@@ -172,13 +173,21 @@ class ConversionRun::Work {
     // From a later start on, packets that bring a delay are sound that was heard before.
     if (plan_.start == 0) output_.setCopiedSoundBegin(-kLongestDelay);
     const AVFormatContext& input = *source_->formatContext();
-    for (const PlannedStream& stream : plan_.streams)
+    for (PlannedStream& stream : plan_.streams)
       if (stream.isKept() && isWritten(stream)) {
-        outputs_.push_back({&stream, openPlannedStream(output_, plan_, stream, input)});
+        outputs_.push_back(
+            {&stream, openPlannedStream(output_, plan_, stream, input, samplesOf(stream))});
         if (!outputs_.back().stream) requireOutput(output_, settings_.output);
       }
     output_.startOutput();
     requireOutput(output_, settings_.output);
+  }
+
+  /// The samples in which a stream of sound comes from its reader.
+  int32_t samplesOf(const PlannedStream& stream) const {
+    const ReadStream read = readerOf(movie_.medias(), stream.sources.front());
+    const auto resample = read.stream ? read.stream->resample() : nullptr;
+    return resample ? resample->outFormat().sample_fmt : lm_get_default_sample_fmt();
   }
 
   bool isWritten(const PlannedStream& stream) const {
@@ -187,7 +196,7 @@ class ConversionRun::Work {
 
   /// A stream of the plan, and where it is written.
   struct Output {
-    const PlannedStream* planned;
+    PlannedStream* planned;
     AVStream* stream;
   };
 
@@ -268,6 +277,7 @@ class ConversionRun::Work {
           output.planned->kind == Kind::kAudio && output.planned->action == StreamAction::kEncode;
       const bool follows = leader != leaders.end() && (!isSound || media->hasVideo());
       tracks.push_back(makeTrack(output, span, preroll, follows ? leader->second : nullptr));
+      tracked_.push_back(output.planned);
       leaders.try_emplace(media.get(), tracks.back().get());
     }
     return tracks;
@@ -323,6 +333,9 @@ class ConversionRun::Work {
       inputEnd_ = std::max(inputEnd_, track->end());
       refused_ += track->refused();
     }
+    for (size_t i = 0; i < tracks.size(); ++i)
+      if (!tracks[i]->hasBrought())
+        tracked_[i]->losses.emplace_back("none were found in what was converted");
     for (const auto& track : tracks)
       if (Track::Job rest = track->finish())
         encoding.push([this, rest = std::move(rest)] { carryOut(rest); });
@@ -353,6 +366,7 @@ class ConversionRun::Work {
   LMFFMovie movie_;
   LMFFMovieFileOutput output_;
   std::vector<Output> outputs_;
+  std::vector<PlannedStream*> tracked_;                  // what each track is of
   std::map<const PlannedStream*, HeardLevel> loudness_;  // of sound whose loudness is set
   int64_t refused_ = 0;                                  // packets that copied tracks have left out
   int64_t inputEnd_ = 0;  // how much of the input there was, microseconds after the start

@@ -30,6 +30,7 @@ void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const 
   if (plan.hdr) addLight(options, plan.videoEncoder, *plan.hdr);
   output.setVideoOptions(options);
   output.setMuxerOptions(plan.muxerOptions);
+  output.setKeepsCopiedTimes(true);
   output.setInterrupt(interrupt);
 }
 
@@ -70,7 +71,8 @@ AVStream* openEncodedSound(LMFFMovieFileOutput& output, const SoundEncoding& sou
 }
 
 AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& plan,
-                            const PlannedStream& planned, const AVFormatContext& input) {
+                            const PlannedStream& planned, const AVFormatContext& input,
+                            int32_t sampleFormat) {
   const AVStream* const source = input.streams[planned.sources.front()];
   if (planned.isCover || planned.kind == Kind::kAttachment) return output.copyOutputStream(source);
   AVStream* stream = nullptr;
@@ -80,7 +82,7 @@ AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& p
     openPlannedPictures(output, plan);
     stream = output.videoStream();
   } else if (planned.kind == Kind::kAudio) {
-    stream = openEncodedSound(output, planned.sound);
+    stream = openEncodedSound(output, planned.sound, sampleFormat);
   } else {
     stream = output.convertSubtitleStream(source, planned.subtitleCodec);
   }

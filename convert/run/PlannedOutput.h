@@ -23,10 +23,10 @@ void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const 
 void openPlannedPictures(LMFFMovieFileOutput& output, const ConversionPlan& plan);
 
 /// Opens one stream that is kept, of those of `input`, with its tags and flags; null on failure,
-/// which the output tells. Sound is to be written as interleaved float of its encoding's rate and
-/// channels.
+/// which the output tells. Sound that is encoded comes as of `openEncodedSound`.
 AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& plan,
-                            const PlannedStream& planned, const AVFormatContext& input);
+                            const PlannedStream& planned, const AVFormatContext& input,
+                            int32_t sampleFormat = lm_get_default_sample_fmt());
 
 /// Opens sound that is encoded and comes in interleaved samples of `sampleFormat` (an
 /// `AVSampleFormat`), of its encoding's rate and channels; null on failure.

@@ -39,8 +39,9 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
 
   /// Opens like the base class. Start, duration, chapters and frame rate are those of the title,
   /// and sound and subpicture streams are tagged with their languages and kinds. Subpicture
-  /// streams have their palette and frame size as extradata, as files with such streams do. NTSC
-  /// film with repeated fields has 24000/1001 pictures per second. Scrambled titles are not opened.
+  /// streams have their palette and frame size as extradata, as files with such streams do, and
+  /// `palette` is null. NTSC film with repeated fields has 24000/1001 pictures per second.
+  /// Scrambled titles are not opened.
   void open() override;
 
   /// The reason why the title cannot be read completely, as far as that can be told without reading
@@ -50,7 +51,6 @@ class KESTREL_API LMDVDTitleSource : public LMCustomSource {
   bool isDVD() const override;
   std::string name() const override;
   std::string path() const override;
-  const SubtitlePalette* palette() const override;
   std::optional<std::vector<std::string>> audioNames() const override;
   std::optional<std::vector<std::string>> subtitleNames() const override;
   int64_t filesize() const override;

@@ -158,6 +158,10 @@ class KESTREL_API LMFFMediaStream {
   /// The number of packets refused by the decoder since `open`.
   int64_t decodeErrors() const;
 
+  /// The number of pictures since `open` of which the decoder has made parts up, because they were
+  /// damaged.
+  int64_t mendedPictures() const;
+
   // Sound.
 
   /// The audio clock: index of the next sample to be read, in `audioOutputTimebase`.

@@ -136,6 +136,12 @@ class KESTREL_API LMFFMovieFileOutput {
   int64_t copiedSoundBegin() const;
   void setCopiedSoundBegin(int64_t time);
 
+  /// Whether a copied picture right behind the first keeps its time. False by default: then it is
+  /// decoded two ticks after the first at the earliest, and those behind it follow, which is a
+  /// picture's time where a tick is one, as in AVI.
+  bool keepsCopiedTimes() const;
+  void setKeepsCopiedTimes(bool keeps);
+
   /// The short name of the container ("mp4", "matroska"; "null" writes no file) if the path's
   /// extension does not tell; "": use the extension.
   std::string formatName() const;

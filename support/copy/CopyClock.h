@@ -11,9 +11,14 @@ namespace kestrel {
 class CopyClock {
  public:
   /// `hidesFirst`: the container can hide pictures at the start of a stream. Sound may begin before
-  /// 0, with its encoder's delay, at `begin`.
-  explicit CopyClock(AVMediaType type, bool hidesFirst = false, int64_t begin = 0)
-      : type_(type), hidesFirst_(hidesFirst), time_(begin), begin_(begin) {}
+  /// 0, with its encoder's delay, at `begin`. `keepsTimes`: a picture may be decoded one tick after
+  /// the first, not two.
+  explicit CopyClock(AVMediaType type, bool hidesFirst = false, int64_t begin = 0,
+                     bool keepsTimes = false)
+      : type_(type),
+        hidesFirst_(hidesFirst),
+        time_(type == AVMEDIA_TYPE_VIDEO && keepsTimes ? begin - 1 : begin),
+        begin_(begin) {}
 
   /// The decoding time of the latest packet that counts.
   int64_t time() const { return time_; }

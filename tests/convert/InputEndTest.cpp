@@ -9,6 +9,7 @@
 #include <iterator>
 
 #include "tests/support/Fixture.h"
+#include "tests/support/ForcedCpuCount.h"
 #include "tests/support/TempDir.h"
 
 namespace kestrel::test {
@@ -54,6 +55,15 @@ TEST(InputEnd, DamageIsTold) {
               ElementsAre("'a.mp4' is damaged: 3 of its packets could not be decoded"));
 }
 
+TEST(InputEnd, PicturesThatTheDecoderMendedAreTold) {
+  EXPECT_THAT(judged(0, {.reached = 5000000, .error = {}, .refused = 0, .mended = 4}).findings,
+              ElementsAre("'a.mp4' is damaged: parts of 4 of its pictures are made up"));
+  EXPECT_THAT(
+      judged(0, {.reached = 5000000, .error = {}, .refused = 3, .mended = 4}).findings,
+      ElementsAre("'a.mp4' is damaged: 3 of its packets could not be decoded, parts of 4 of "
+                  "its pictures are made up"));
+}
+
 TEST(InputEnd, ReadersOfOneInputAreAddedUp) {
   InputEnd end{.reached = 2000000, .error = {}, .refused = 1};
   end.add({.reached = 1000000, .error = {-5, "first"}, .refused = 2});
@@ -94,6 +104,26 @@ TEST(InputEnd, PacketsThatCannotBeDecodedAreCounted) {
   }
   std::ofstream(file, std::ios::binary) << bytes;
   EXPECT_EQ(faultsIn(file).refused, 3);
+}
+
+// Twenty bytes at a time are wrong within pictures: the decoder goes on, and makes up what it lost.
+TEST(InputEnd, PicturesWithPartsMadeUpAreCountedWhateverTheThreads) {
+  const TempDir folder;
+  const auto file = folder / "damaged.avi";
+  std::ifstream whole(fixture("mpeg4.avi"), std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(whole), std::istreambuf_iterator<char>()};
+  for (const double share : {0.3, 0.5, 0.7}) {
+    const auto place = static_cast<size_t>(share * static_cast<double>(bytes.size()));
+    for (size_t i = place; i < place + 20; ++i) bytes[i] = static_cast<char>(~bytes[i]);
+  }
+  std::ofstream(file, std::ios::binary) << bytes;
+  for (const int count : {1, 2, 16}) {
+    const ForcedCpuCount forced(count);
+    const InputEnd end = faultsIn(file);
+    EXPECT_GE(end.mended, 1) << count;
+    EXPECT_LE(end.mended, 3) << count;
+    EXPECT_EQ(faultsIn(fixture("mpeg4.avi")).mended, 0) << count;
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <memory>
 #include <ostream>
 #include <tuple>
+#include <vector>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -121,6 +122,59 @@ TEST(SoundFormat, LowRatesGetFewerBits) {
                                            {8000, kMono, 16000},     // 17415
                                            {8000, kStereo, 32000}})  // 34830
     EXPECT_EQ(usualBitrate({rate, layout, 0}), bits) << rate << " " << layout;
+}
+
+// ALAC knows eight layouts: of those with speakers at the side none, and of four channels only
+// the one with a speaker in the middle behind.
+TEST(SoundFormat, SpeakersKeepTheirSoundWhereTheyGetOtherNames) {
+  const auto layoutIn = [](int64_t own) {
+    return like({.codec = AV_CODEC_ID_PCM_S24LE, .layout = own}, AV_CODEC_ID_ALAC).layout;
+  };
+  EXPECT_EQ(layoutIn(AV_CH_LAYOUT_5POINT1), AV_CH_LAYOUT_5POINT1_BACK);
+  EXPECT_EQ(layoutIn(AV_CH_LAYOUT_6POINT1), AV_CH_LAYOUT_6POINT1_BACK);
+  EXPECT_EQ(layoutIn(AV_CH_LAYOUT_QUAD), AV_CH_LAYOUT_5POINT0_BACK);
+  EXPECT_EQ(layoutIn(AV_CH_LAYOUT_7POINT1_WIDE_BACK), AV_CH_LAYOUT_7POINT1_WIDE_BACK);
+  EXPECT_EQ(layoutIn(AV_CH_LAYOUT_7POINT1), AV_CH_LAYOUT_5POINT1_BACK);  // has both pairs
+}
+
+/// The samples that a track of an input is carried in.
+int32_t carried(AVSampleFormat format, AVCodecID codec, const PlannedStream& planned) {
+  AVCodecParameters own{};
+  own.format = format;
+  own.codec_id = codec;
+  own.sample_rate = 48000;
+  av_channel_layout_from_mask(&own.ch_layout, kStereo);
+  return carriedSamples(own, planned);
+}
+
+TEST(SoundFormat, DeepSamplesThatNobodyChangesAreCarriedWhole) {
+  PlannedStream plain{.kind = StreamInfo::Kind::kAudio, .sources = {0}};
+  plain.sound.sampleRate = 48000;
+  plain.sound.channelLayout = kStereo;
+  plain.sound.bits = 32;
+  EXPECT_EQ(carried(AV_SAMPLE_FMT_S32, AV_CODEC_ID_PCM_S32LE, plain), AV_SAMPLE_FMT_S32);
+  EXPECT_EQ(carried(AV_SAMPLE_FMT_S32P, AV_CODEC_ID_PCM_S32LE, plain), AV_SAMPLE_FMT_S32);
+  EXPECT_EQ(carried(AV_SAMPLE_FMT_DBL, AV_CODEC_ID_PCM_F64LE, plain), AV_SAMPLE_FMT_DBL);
+  // Float keeps all of these.
+  EXPECT_EQ(carried(AV_SAMPLE_FMT_S32, AV_CODEC_ID_PCM_S24LE, plain), AV_SAMPLE_FMT_FLT);
+  EXPECT_EQ(carried(AV_SAMPLE_FMT_S16, AV_CODEC_ID_PCM_S16LE, plain), AV_SAMPLE_FMT_FLT);
+  EXPECT_EQ(carried(AV_SAMPLE_FMT_FLTP, AV_CODEC_ID_AAC, plain), AV_SAMPLE_FMT_FLT);
+}
+
+TEST(SoundFormat, SoundThatIsShapedIsCarriedAsFloat) {
+  PlannedStream plain{.kind = StreamInfo::Kind::kAudio, .sources = {0}};
+  plain.sound.sampleRate = 48000;
+  plain.sound.channelLayout = kStereo;
+  plain.sound.bits = 32;
+  std::vector<PlannedStream> shaped(6, plain);
+  shaped[0].sources = {0, 1};
+  shaped[1].sound.volume = 0.5;
+  shaped[2].sound.loudness = -16;
+  shaped[3].sound.sampleRate = 44100;
+  shaped[4].sound.channelLayout = kMono;
+  shaped[5].sound.bits = 0;
+  for (const PlannedStream& planned : shaped)
+    EXPECT_EQ(carried(AV_SAMPLE_FMT_S32, AV_CODEC_ID_PCM_S32LE, planned), AV_SAMPLE_FMT_FLT);
 }
 
 TEST(SoundFormat, ChannelsAreCounted) {

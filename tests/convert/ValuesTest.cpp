@@ -1,10 +1,15 @@
 #include <kestrel/convert/Values.h>
 
 #include <gtest/gtest.h>
+#include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
 
+#include <filesystem>
+#include <fstream>
 #include <initializer_list>
 #include <string>
+
+#include "tests/support/TempDir.h"
 
 namespace kestrel::test {
 namespace {
@@ -182,6 +187,41 @@ TEST(ParseIndexList, TakesNumbersBetweenCommas) {
 TEST(ParseIndexList, LeavesOtherTextToOthers) {
   for (const char* text : {"", "all", "eng", "0,", ",0", "0;1", "-1", "0 ,1", "99999999999"})
     EXPECT_FALSE(parseIndexList(text)) << text;
+}
+
+/// Files by whose names paths are told from titles.
+class ParseTitledPath : public testing::Test {
+ protected:
+  std::string made(const std::string& name) const {
+    std::ofstream(folder_ / name) << "x";
+    return (folder_ / name).string();
+  }
+
+  TempDir folder_;
+};
+
+TEST_F(ParseTitledPath, TakesATitleAndAnAngle) {
+  const std::string disc = made("disc");
+  EXPECT_EQ(parseTitledPath(disc + "#3"), (TitledPath{.path = disc, .title = 3, .angle = 1}));
+  EXPECT_EQ(parseTitledPath(disc + "#3.2"), (TitledPath{.path = disc, .title = 3, .angle = 2}));
+  EXPECT_EQ(parseTitledPath(disc + "#main"),
+            (TitledPath{.path = disc, .title = kMainTitle, .angle = 1}));
+  EXPECT_EQ(parseTitledPath(disc + "#main.4"),
+            (TitledPath{.path = disc, .title = kMainTitle, .angle = 4}));
+  const std::string marked = made("a#b");
+  EXPECT_EQ(parseTitledPath(marked + "#2"), (TitledPath{.path = marked, .title = 2, .angle = 1}));
+}
+
+TEST_F(ParseTitledPath, APathWithoutATitleIsAPath) {
+  for (const std::string& text : {std::string(), std::string("disc"), made("disc"), made("a#2"),
+                                  (folder_ / "missing#2").string()})
+    EXPECT_EQ(parseTitledPath(text), (TitledPath{.path = text, .title = {}, .angle = 1}));
+}
+
+TEST_F(ParseTitledPath, RefusesWhatIsNoTitle) {
+  const std::string disc = made("disc");
+  for (const char* title : {"#0", "#", "#-1", "#x", "#3.0", "#3.", "#.2", "#3.x", "#99999999999"})
+    EXPECT_THROW(parseTitledPath(disc + title), Failure) << title;
 }
 
 }  // namespace

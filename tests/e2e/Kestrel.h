@@ -45,7 +45,8 @@ inline bool tellsOfALoss(const std::string& line) {
   static const std::regex kLoss(
       "kestrel: left out of '.+': "
       "((pictures|sound|subtitles|cover|font|attachment|data) #[0-9]+( \\(.+\\))?: "
-      "(one video track is taken|it cannot be decoded|"
+      "(one video track is taken|it cannot be decoded|it is empty|"
+      "none were found in what was converted|"
       "[a-z0-9_]+ (has no place for (pictures|sound)|holds one sound track|cannot hold [a-z0-9_]+)|"
       "[0-9]+ (channels|Hz|bits) become [0-9]+: [a-z0-9_]+ has no more|"
       "only pictures, sound and subtitles are taken along|"

@@ -105,5 +105,23 @@ TEST(Containers, TheEndByItsTagIsInMicroseconds) {
   avformat_free_context(context);
 }
 
+TEST(Containers, StreamsWithoutPacketsAreKnownWhereTheyAreCounted) {
+  AVFormatContext* context = avformat_alloc_context();
+  AVStream& first = *avformat_new_stream(context, nullptr);
+  AVStream& second = *avformat_new_stream(context, nullptr);
+  context->iformat = av_find_input_format("mov");
+  EXPECT_FALSE(isKnownEmpty(second, *context));  // in fragments none is counted
+  first.nb_frames = 5;
+  EXPECT_FALSE(isKnownEmpty(first, *context));
+  EXPECT_TRUE(isKnownEmpty(second, *context));
+  context->iformat = av_find_input_format("matroska");
+  EXPECT_FALSE(isKnownEmpty(second, *context));
+  av_dict_set(&second.metadata, "NUMBER_OF_FRAMES-eng", "0", 0);
+  EXPECT_TRUE(isKnownEmpty(second, *context));
+  av_dict_set(&second.metadata, "NUMBER_OF_FRAMES-eng", "10", 0);
+  EXPECT_FALSE(isKnownEmpty(second, *context));
+  avformat_free_context(context);
+}
+
 }  // namespace
 }  // namespace kestrel::test

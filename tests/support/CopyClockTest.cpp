@@ -115,5 +115,19 @@ TEST(CopyClock, SubtitlesMayLieAnywhereAndAreCutAtZero) {
   EXPECT_EQ(clock.time(), 0);
 }
 
+// In AVI a tick is a picture's time: all pictures but the first would come one late.
+TEST(CopyClock, ThePictureBehindTheFirstMayKeepItsTime) {
+  for (const bool keeps : {false, true}) {
+    CopyClock clock(AVMEDIA_TYPE_VIDEO, false, 0, keeps);
+    const TimeShift none(kMilliseconds, kMilliseconds, 0);
+    for (const int64_t time : {0, 1, 2, 7}) {
+      const PacketPtr packet = packetAt(time, time);
+      EXPECT_TRUE(clock.stamp(*packet, none));
+      const bool isLate = !keeps && (time == 1 || time == 2);
+      EXPECT_EQ(timesOf(packet), Times(time + isLate, time + isLate));
+    }
+  }
+}
+
 }  // namespace
 }  // namespace kestrel

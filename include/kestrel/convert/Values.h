@@ -92,8 +92,8 @@ struct TitledPath {
   bool operator==(const TitledPath&) const = default;
 };
 
-/// "DISC#3", "DISC#main" or, for the second angle of title 3, "DISC#3.2". What is there under the
-/// whole text, or has no '#', is a path without a title.
+/// "DISC#3", "DISC#main" or, for the second angle of title 3, "DISC#3.2". It is a path without a
+/// title where there is a file under the whole text, or none under what stands before the last '#'.
 KESTREL_API TitledPath parseTitledPath(const std::string& text);
 
 /// A channel layout's name, such as "5.1", as its mask; none for "".
