@@ -93,10 +93,16 @@ Near misspelt(const std::string& wanted, const std::vector<std::string>& names) 
   return near;
 }
 
-/// Names that a short form stands for: its letters are in them in their order.
+/// Names that a short form stands for: they begin with it, or its letters are in them in their
+/// order.
 Near shortened(const std::string& wanted, const std::vector<std::string>& names) {
+  constexpr size_t kShortestBeginning = 3;
   constexpr std::ptrdiff_t kFewest = 4;  // fewer letters are in many names
   Near near;
+  for (const auto& name : names)
+    if (wanted.size() >= kShortestBeginning && lowerCased(name).starts_with(wanted))
+      near.emplace_back(name.size() - wanted.size(), name);
+  if (!near.empty()) return near;
   if (std::ranges::count_if(wanted, [](char c) { return c != '-'; }) < kFewest) return near;
   for (const auto& name : names) {
     size_t found = 0;

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "sources/AllowedProtocols.h"
 #include "sources/DemuxerReader.h"
 #include "sources/PipeReader.h"
 #include "sources/SourceSettings.h"
@@ -54,9 +55,9 @@ int askInterrupt(void* opaque) {
 std::string url(const LMMediaSource& source, const AVIOContext* io) {
   if (io && source.isDVD()) return "";
   const std::string path = source.path();
-  std::error_code ignored;
-  const bool looksLikeProtocol = path.find(':') != std::string::npos;
-  return !io && looksLikeProtocol && std::filesystem::exists(path, ignored) ? "file:" + path : path;
+  const bool looksLikeProtocol = path.find_first_of(":,") != std::string::npos;
+  const bool isFile = !io && looksLikeProtocol && protocolOf(path).empty();
+  return isFile && !path.starts_with("file:") ? "file:" + path : path;
 }
 
 /// Whether places all over an input can be looked at in no time.
@@ -95,6 +96,7 @@ struct LMMediaSource::State {
   std::string fullpath;
   std::string inputFormat;
   Options demuxerOptions;
+  Protocols protocols;
   Error lastError;
 };
 
@@ -192,11 +194,20 @@ void LMMediaSource::open() {
   demuxer->context->interrupt_callback = {askInterrupt, demuxer.get()};
 
   const std::string name = url(*this, demuxer->context->pb);
+  const Protocols allowed = protocols();
+  bool isMadeOfFiles = false;
   if (!demuxer->context->pb) {
+    const std::string protocol = protocolOf(path());
+    if (!isAllowed(protocol, allowed))
+      return setLastError(
+          engineError(AVERROR(EACCES), fmt::format("the protocol '{}' is not allowed", protocol)));
     demuxer->pipe =
         PipeReader::open(path(), [asked = demuxer.get()] { return askInterrupt(asked) != 0; });
     if (demuxer->pipe) demuxer->context->pb = demuxer->pipe->io();
+    isMadeOfFiles = !demuxer->pipe && readsFiles(protocol);
   }
+  demuxer->context->protocol_whitelist = av_strdup(whitelistOf(allowed, isMadeOfFiles).c_str());
+  if (!demuxer->context->protocol_whitelist) return setLastError(libraryError(AVERROR(ENOMEM)));
   Dictionary options;
   for (const auto& [key, value] : demuxerOptions())
     av_dict_set(options.get(), key.c_str(), value.c_str(), 0);
@@ -320,6 +331,16 @@ LMMediaSource::Options LMMediaSource::demuxerOptions() const {
 void LMMediaSource::setDemuxerOptions(Options options) {
   const std::lock_guard guard(state_->lock);
   state_->demuxerOptions = std::move(options);
+}
+
+Protocols LMMediaSource::protocols() const {
+  const std::lock_guard guard(state_->lock);
+  return state_->protocols;
+}
+
+void LMMediaSource::setProtocols(Protocols protocols) {
+  const std::lock_guard guard(state_->lock);
+  state_->protocols = std::move(protocols);
 }
 
 std::string LMMediaSource::fullpath() const {

@@ -9,6 +9,7 @@ inline void copySettings(const LMMediaSource& original, LMMediaSource& copy) {
   copy.setFullpath(original.fullpath());
   copy.setInputFormat(original.inputFormat());
   copy.setDemuxerOptions(original.demuxerOptions());
+  copy.setProtocols(original.protocols());
 }
 
 }  // namespace kestrel

@@ -73,7 +73,8 @@ std::string sentenceFor(const Failure& failure, const std::optional<Verb>& verb)
   const std::string sentence = sentenceOf(failure);
   if (failure.kind() != Failure::Kind::kSettings || failure.subject().empty()) return sentence;
   const std::string option = optionOf(failure.subject());
-  const bool isUnnamed = verb && verb->hasOption(option) && !sentence.starts_with(option + ":");
+  const bool isUnnamed =
+      verb && verb->hasOption(option) && sentence.find(option) == std::string::npos;
   return isUnnamed ? option + ": " + sentence : sentence;
 }
 
@@ -114,7 +115,7 @@ int main(int argc, char** argv) {
       {.program = "kestrel",
        .description = "Looks into media files and converts them.",
        .footer =
-           "'kestrel help VERB' explains a verb.\n\n"
+           "'kestrel help VERB' explains a verb, 'kestrel version' names the program's.\n\n"
            "Example:\n  kestrel demo bars.mp4\n  kestrel convert bars.mp4 small.mp4 --size 640x-",
        .version = versionText});
   try {

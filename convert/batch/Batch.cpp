@@ -18,6 +18,7 @@
 #include <kestrel/convert/Conversion.h>
 #include "convert/batch/BatchInputs.h"
 #include "convert/plan/SettingsRules.h"
+#include "convert/probe/StreamsLeftOut.h"
 #include "convert/settings/Require.h"
 
 namespace kestrel {
@@ -233,6 +234,35 @@ std::vector<BatchResult> Batch::run(const BatchEvents& events) const {
   return BatchRun(settings_, jobs_, events).run();
 }
 
+namespace {
+
+std::string keptBy(const ConversionPlan& plan) {
+  StreamsLeftOut kept;
+  for (const PlannedStream& stream : plan.streams) {
+    if (!stream.isKept()) continue;
+    switch (stream.kind) {
+      case StreamInfo::Kind::kVideo:
+        ++(stream.isCover ? kept.covers : kept.pictures);
+        break;
+      case StreamInfo::Kind::kAudio:
+        ++kept.sounds;
+        break;
+      case StreamInfo::Kind::kSubtitle:
+        ++kept.subtitles;
+        break;
+      case StreamInfo::Kind::kAttachment:
+        ++kept.attachments;
+        break;
+      case StreamInfo::Kind::kData:
+        ++kept.others;
+        break;
+    }
+  }
+  return kept.listed();
+}
+
+}  // namespace
+
 Report convertMeasured(const ConversionSettings& settings, Effort& effort, const Events& events) {
   using Clock = std::chrono::steady_clock;
   const auto begin = Clock::now();
@@ -243,10 +273,13 @@ Report convertMeasured(const ConversionSettings& settings, Effort& effort, const
     if (events.progress) events.progress(progress);
   };
   effort = {.bytesRead = fileSize(settings.input)};
-  Report report = Conversion(settings).run(measured);
+  Conversion conversion(settings);
+  Report report = conversion.run(measured);
   effort.elapsed = std::chrono::duration<double>(Clock::now() - begin).count();
-  if (report.outcome != Report::Outcome::kInterrupted)
+  if (report.outcome != Report::Outcome::kInterrupted) {
     effort.bytesWritten = fileSize(settings.output);
+    effort.kept = keptBy(conversion.plan());
+  }
   return report;
 }
 

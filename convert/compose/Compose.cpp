@@ -36,7 +36,7 @@ LMMovieComposition::TrackList openTracks(const std::vector<Placement>& placement
   LMMovieComposition::TrackList tracks;
   for (const Placement& placement : placements) {
     auto track = std::make_shared<LMMovieCompositionTrack>();
-    track->setSource(openInput(placement.path, placement.title, interrupt, placement.angle));
+    track->setSource(openInput(placement, interrupt));
     track->source()->fillInTimes();
     track->setTrack(placement.track);
     track->setPosition(placement.position);

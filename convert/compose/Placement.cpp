@@ -49,7 +49,9 @@ void savePlacements(const std::vector<Placement>& placements, const std::string&
   CodedValue::Array streams, titles, angles;
   for (const Placement& placement : placements) {
     std::error_code ignored;
-    const std::string place = std::filesystem::absolute(placement.path, ignored).string();
+    const std::string place = protocolOf(placement.path).empty()
+                                  ? std::filesystem::absolute(placement.path, ignored).string()
+                                  : placement.path;
     if (!isUtf8(place))  // its bytes would be lost
       throw Failure::output(path, "cannot store '" + place + "': its name is no UTF-8");
     auto track = std::make_shared<LMMovieCompositionTrack>();

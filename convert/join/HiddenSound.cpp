@@ -21,7 +21,7 @@ constexpr int64_t kMostSeconds = 5;
 
 JoinedSound::Samples hiddenSound(const JoinInput& input, uint32_t stream,
                                  const LMFFAudioFormat& format, const Interrupt& interrupt) {
-  const auto source = openInput(input.path, input.title, interrupt, input.angle);
+  const auto source = openInput(input, interrupt);
   AVFormatContext& context = *source->formatContext();
   const AVStream& sound = *context.streams[stream];
   CodecContextPtr decoder;

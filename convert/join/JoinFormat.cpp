@@ -25,6 +25,8 @@ ConversionSettings conversionLike(const JoinSettings& join) {
           .videoCodec = encoding.videoCodec,
           .width = encoding.width,
           .height = encoding.height,
+          .lines = encoding.lines,
+          .scale = encoding.scale,
           .fps = encoding.fps,
           .aspect = encoding.aspect,
           .crf = encoding.crf,

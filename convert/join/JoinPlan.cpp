@@ -203,7 +203,7 @@ std::string tableOf(const JoinPlan& plan, const std::vector<Problems>& problems,
 JoinPart lookInto(const JoinInput& input, const Interrupt& interrupt) {
   JoinPart part;
   part.input = input;
-  part.source = openInput(input.path, input.title, interrupt, input.angle);
+  part.source = openInput(input, interrupt);
   const AVFormatContext* context = part.source->formatContext();
   part.outline = outlineOf(*context);
   part.info = mediaInfoOf(*part.source);

@@ -22,8 +22,7 @@ PartSound::PartSound(const JoinPart& part, uint32_t stream, const LMFFAudioForma
       channels_(lm_get_channel_layout_nb_channels(format.channel_layout)) {
   movie_.setExportMovie(true);
   const Interrupt interrupt = part.source->interrupt();
-  movie_.openMedias(openInput(part.input.path, part.input.title, interrupt, part.input.angle)
-                        ->createMediasWithStreams(IndexSet{stream}));
+  movie_.openMedias(openInput(part.input, interrupt)->createMediasWithStreams(IndexSet{stream}));
   for (const auto& media : movie_.audios()) {
     media->audioStream()->resample()->setOutFormat(format);
     media->seek(0);

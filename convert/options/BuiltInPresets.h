@@ -36,9 +36,9 @@ inline constexpr std::pair<std::string_view, std::string_view> kBuiltInPresets[]
       "ext": "mov", "video-codec": "prores_ks", "video-option": ["profile=hq"],
       "audio-codec": "pcm_s24le"})"},
     {"disc-rip", R"({
-      "description": "a disc's main title with all sound tracks as they are, subtitles, chapters",
+      "description": "a disc's main title, or a file, with all sound as it is, subtitles, chapters",
       "ext": "mkv", "title": "main", "video-codec": "h264", "quality": 66, "deinterlace": "auto",
-      "audio-codec": "copy"})"},
+      "audio-copy": "all"})"},
     {"chat-10mb", R"({
       "description": "a file of 10 million bytes at most, for chats and mails",
       "ext": "mp4", "video-codec": "h264", "size": "720p", "no-upscale": true, "max-fps": "30",

@@ -232,8 +232,13 @@ std::vector<std::string> parseNames(std::string_view option, const std::string& 
   return names;
 }
 
+void addProtocols(ConversionSettings& settings, std::string_view option, const std::string& text) {
+  for (std::string& name : parseProtocols(option, text))
+    settings.protocols.push_back(std::move(name));
+}
+
 void setSize(ConversionSettings& settings, std::string_view option, const std::string& text) {
-  const PictureSize size = parsePictureSize(option, text);
+  const PictureBox size = parseSize(option, text);
   settings.width = size.width;
   settings.height = size.height;
   settings.lines = size.lines;
@@ -295,7 +300,7 @@ constexpr auto kNothing = Shapes::kNothing;
 
 constexpr Row<ConversionSettings> kRows[] = {
     {"format", set<&C::format, parseText>},
-    {"fragment", set<&C::fragment, parseAnyNumber>, kNumber},
+    {"fragment", set<&C::fragment, parseSeconds>, kNumber},
     {"video-codec", setCodec<&C::video, &C::videoCodec>},
     {"size", setSize, kText, kPictures},
     {"no-upscale", turn<&C::onlyShrinks>, kSwitch, kPictures},
@@ -308,7 +313,7 @@ constexpr Row<ConversionSettings> kRows[] = {
     {"size-limit", set<&C::sizeLimit, parseBytes>, kText, kPictures, "quality"},
     {"passes", set<&C::passes, parsePasses>, kNumber, kPictures},
     {"encoder-preset", set<&C::encoderPreset, parseText>, kText, kPictures, {}, true},
-    {"keyframes", set<&C::keyframes, parseAnyNumber>, kNumber, kPictures},
+    {"keyframes", set<&C::keyframes, parseSeconds>, kNumber, kPictures},
     {"compatible", turn<&C::isCompatible>, kSwitch, kPictures},
     {"depth", set<&C::depth, parseBits>, kNumber, kPictures},
     {"chroma", set<&C::chroma, parseChroma>, kText, kPictures},
@@ -327,11 +332,12 @@ constexpr Row<ConversionSettings> kRows[] = {
     {"audio-option", add<&C::audioOptions>, kList, kSound, {}, true},
     {"subtitles-keep", setSubtitles},
     {"no-attachments", turn<&C::keepsAttachments, false>, kSwitch},
-    {"start", set<&C::start, parseTime>, kText, kNothing, "start"},
-    {"end", set<&C::end, parseTime>, kText, kNothing, "end"},
-    {"duration", set<&C::duration, parseTime>, kText, kNothing, "end"},
+    {"start", set<&C::start, parseMoment>, kText, kNothing, "start"},
+    {"end", set<&C::end, parseMoment>, kText, kNothing, "end"},
+    {"duration", set<&C::duration, parseMoment>, kText, kNothing, "end"},
     {"chapters", set<&C::chapters, parseChapters>, kText, kNothing, "end"},
     {"title", set<&C::title, parseTitle>},
+    {"allow-protocol", addProtocols, kList},
     {"angle", set<&C::angle, parseAngle>, kNumber},
     {"no-metadata", turn<&C::keepsMetadata, false>, kSwitch},
 };

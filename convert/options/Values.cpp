@@ -17,6 +17,7 @@
 
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
 
 namespace kestrel {
 
@@ -135,7 +136,8 @@ std::optional<PictureBox> pictureBox(std::string_view text, int longest) {
   const auto width = sides.size() == 2 ? side(sides[0], longest) : std::nullopt;
   const auto height = sides.size() == 2 ? side(sides[1], longest) : std::nullopt;
   if (!width || !height || *width + *height == 0) return std::nullopt;
-  return PictureBox{*width > 0 ? width : std::nullopt, *height > 0 ? height : std::nullopt};
+  return PictureBox{.width = *width > 0 ? width : std::nullopt,
+                    .height = *height > 0 ? height : std::nullopt};
 }
 
 }  // namespace
@@ -146,13 +148,22 @@ int64_t parseTime(std::string_view option, std::string_view text) {
   return *time;
 }
 
-PictureBox parseSize(std::string_view option, std::string_view text) {
-  const auto size = pictureBox(text, kLongestSide);
-  if (!size) throw noSuchValue(option, text, "a size such as 1280x720 or 1280x-");
-  return *size;
+Moment parseMoment(std::string_view option, std::string_view text) {
+  if (text.ends_with('%')) {
+    const auto percent = decimalNumber(text.substr(0, text.size() - 1));
+    if (percent && *percent <= 100) return Moment::ofShare(*percent / 100);
+  } else if (const auto time = timeMicroseconds(text)) {
+    return *time;
+  }
+  throw noSuchValue(option, text, "a time such as 90.5, 1:30.500, 1m30s or 50%");
 }
 
-PictureSize parsePictureSize(std::string_view option, std::string_view text) {
+double parseSeconds(std::string_view option, std::string_view text) {
+  const auto time = timeMicroseconds(text);
+  return time ? static_cast<double>(*time) / kSecond : parseNumber(option, text);
+}
+
+PictureBox parseSize(std::string_view option, std::string_view text) {
   if (text.ends_with('p')) {
     const auto lines = wholeNumber(text.substr(0, text.size() - 1), kMostLines);
     if (lines && *lines >= 2) return {.lines = static_cast<int>(*lines)};
@@ -163,7 +174,7 @@ PictureSize parsePictureSize(std::string_view option, std::string_view text) {
   }
   const auto box = pictureBox(text, kLongestSide);
   if (!box) throw noSuchValue(option, text, "a size such as 1280x720, 1280x-, 720p or 50%");
-  return {.width = box->width, .height = box->height};
+  return *box;
 }
 
 PictureBox parseBothSides(std::string_view option, std::string_view text,
@@ -341,6 +352,18 @@ TitledPath parseTitledPath(const std::string& text) {
   titled.title = title == "main" ? kMainTitle : number(title);
   if (point != std::string_view::npos) titled.angle = number(choice.substr(point + 1));
   return titled;
+}
+
+Protocols parseProtocols(std::string_view option, std::string_view text) {
+  const Protocols known = knownProtocols();
+  Protocols names;
+  for (const std::string_view name : split(text, ',')) {
+    if (std::ranges::find(known, name) == known.end())
+      throw Failure::settings(
+          fmt::format("{}: there is no protocol '{}'{}", option, name, nearestNames(name, known)));
+    names.emplace_back(name);
+  }
+  return names;
 }
 
 std::optional<int64_t> parseChannels(std::string_view option, const std::string& text) {

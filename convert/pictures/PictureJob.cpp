@@ -10,6 +10,7 @@
 #include <kestrel/convert/BestPicture.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "convert/settings/Require.h"
 
 namespace kestrel {
 
@@ -26,6 +27,17 @@ Size fitted(Size picture, const PictureBox& box) {
   return {side(picture.width), side(picture.height)};
 }
 
+/// The sides that a box has for a picture.
+PictureBox boxOf(const PictureBox& asked, Size own) {
+  const auto whole = [](double side) { return std::max(static_cast<int>(std::lround(side)), 1); };
+  if (asked.scale)
+    return {.width = whole(own.width * *asked.scale), .height = whole(own.height * *asked.scale)};
+  if (!asked.lines) return asked;
+  const int longer = whole(*asked.lines * 16.0 / 9);
+  const bool isUpright = own.height > own.width;
+  return {.width = isUpright ? *asked.lines : longer, .height = isUpright ? longer : *asked.lines};
+}
+
 }  // namespace
 
 std::string PictureJob::name() const { return std::filesystem::path(path_).filename().string(); }
@@ -38,8 +50,9 @@ int64_t PictureJob::length() const {
   return *duration;
 }
 
-int64_t PictureJob::timeWithin(int64_t time) const {
+int64_t PictureJob::timeWithin(const Moment& moment) const {
   const auto duration = pictures_.duration();
+  const int64_t time = kestrel::timeOf("time", moment, duration, path_);
   if (duration && time > *duration)
     throw Failure::settings(fmt::format("time: '{}' lies behind the end of '{}', which is at {}",
                                         formatTime(lm_ff_time_to_double(time)), path_,
@@ -56,9 +69,10 @@ int64_t PictureJob::timeOf(const Span& span, bool best) {
 
 Size PictureJob::sizeFor(const PictureBox& asked, const PictureBox& usual) const {
   const Size own = pictures_.size();
-  if (zooms_ && asked.width && asked.height)
-    return {static_cast<double>(*asked.width), static_cast<double>(*asked.height)};
-  if (asked.width || asked.height) return fitted(own, asked);
+  const PictureBox box = boxOf(asked, own);
+  if (zooms_ && box.width && box.height)
+    return {static_cast<double>(*box.width), static_cast<double>(*box.height)};
+  if (box.width || box.height) return fitted(own, box);
   const Size size = fitted(own, usual);
   return size.width > own.width ? own : size;
 }

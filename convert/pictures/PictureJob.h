@@ -4,6 +4,7 @@
 #include <kestrel/Geometry.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/Moment.h>
 #include <kestrel/convert/OutputFile.h>
 #include <kestrel/convert/PictureFile.h>
 #include <kestrel/convert/Pictures.h>
@@ -34,6 +35,7 @@ class PictureJob {
         pictures_({.input = settings.input,
                    .title = settings.title,
                    .angle = settings.angle,
+                   .protocols = settings.protocols,
                    .look = look},
                   events.interrupt) {}
 
@@ -45,8 +47,8 @@ class PictureJob {
   /// How long the movie is; throws where that is not known.
   int64_t length() const;
 
-  /// `time`, which may not lie behind the end.
-  int64_t timeWithin(int64_t time) const;
+  /// The time that is meant, which may not lie behind the end.
+  int64_t timeWithin(const Moment& moment) const;
 
   struct Span {
     int64_t start = 0;

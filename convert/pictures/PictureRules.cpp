@@ -12,12 +12,16 @@ namespace {
 constexpr int kLongestDrawnSide = 32768;  // pixels
 
 void requireBox(const PictureBox& box) {
+  const int ways = (box.width || box.height) + box.lines.has_value() + box.scale.has_value();
+  if (ways > 1) refuse("size", "it is told in more than one way");
   for (const auto& side : {box.width, box.height})
     if (side) requireNumber("size", *side, 1, kLongestDrawnSide);
+  if (box.lines) requireNumber("size", *box.lines, 2, kLongestDrawnSide);
+  if (box.scale) requireNumber("size", *box.scale, 0.001, 100);
 }
 
-void requireTime(const std::optional<int64_t>& time) {
-  if (time && *time < 0) refuse("time", "the movie starts at 0");
+void requireTime(const std::optional<Moment>& time) {
+  if (time) requireMoment("time", *time);
 }
 
 }  // namespace
@@ -35,8 +39,6 @@ void require(const ThumbnailSettings& settings) {
   require(settings.look);
   requireBox(settings.size);
   requireTime(settings.time);
-  if (settings.time && settings.share) refuseBeside("share", "the time");
-  if (settings.share) requireNumber("share", *settings.share, 0, 1);
 }
 
 void require(const ContactSheetSettings& settings) {
@@ -51,7 +53,10 @@ void require(const SpritesSettings& settings) {
   requireTitle(settings.title);
   require(settings.look);
   requireBox(settings.size);
-  if (settings.every && *settings.every <= 0) refuse("every", "pictures must be some time apart");
+  if (!settings.every) return;
+  requireMoment("every", *settings.every);
+  if (*settings.every == 0 || settings.every->share == 0)
+    refuse("every", "pictures must be some time apart");
 }
 
 void require(const EffectSheetSettings& settings) {

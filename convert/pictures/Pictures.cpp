@@ -37,7 +37,7 @@ constexpr double kLongestSide = 32768;
 /// Where a cover is all that there is to see, the cover as an input of its own.
 std::shared_ptr<LMMediaSource> openPictures(const PicturesSettings& settings,
                                             const Interrupt& interrupt) {
-  auto source = openInput(settings.input, settings.title, interrupt, settings.angle);
+  auto source = openInput(settings, interrupt);
   const MediaInfo info = mediaInfoOf(*source);
   if (info.mainVideo || !info.cover) return source;
   const AVPacket& packet = source->formatContext()->streams[*info.cover]->attached_pic;

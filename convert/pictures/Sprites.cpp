@@ -106,7 +106,9 @@ Report writeSprites(const SpritesSettings& settings, const Events& events) {
   PictureJob job(settings, settings.look, events);
   const int64_t length = job.length();
   const Size size = job.setSize(settings.size, kUsualBox);
-  const SpritePlan plan = planSprites(length, settings.every.value_or(usualSpan(length)),
+  const int64_t step =
+      timeOf("every", settings.every.value_or(usualSpan(length)), length, settings.input);
+  const SpritePlan plan = planSprites(length, std::max<int64_t>(step, 1),
                                       static_cast<int>(size.width), static_cast<int>(size.height));
   BitmapContext surface(plan.columns * plan.width, plan.rows * plan.height);
   if (!surface.data()) throw std::bad_alloc();

@@ -1,11 +1,8 @@
 #include <kestrel/convert/Thumbnail.h>
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include <kestrel/convert/BestPicture.h>
-#include <kestrel/convert/Failure.h>
 #include "convert/pictures/PictureJob.h"
 #include "convert/pictures/PictureRules.h"
 
@@ -19,19 +16,13 @@ constexpr double kEnds = 0.05;         // of the length, where it is not looked 
 
 int64_t timeOf(const ThumbnailSettings& settings, PictureJob& job) {
   if (settings.time) return job.timeWithin(*settings.time);
-  const auto length = job.pictures().duration();
-  if (!length && settings.share)
-    throw Failure::settings(
-        fmt::format("share: how long '{}' is cannot be known: give a time", settings.input),
-        "share");
-  return static_cast<int64_t>(static_cast<double>(length.value_or(0)) *
-                              settings.share.value_or(kUsualShare));
+  return Moment::ofShare(kUsualShare).within(job.pictures().duration()).value_or(0);
 }
 
 /// Around a time that was given, else all over the movie but for its ends, where titles are.
 PictureSearch searchFor(const ThumbnailSettings& settings, PictureJob& job, int64_t time) {
   const auto length = job.pictures().duration();
-  if (settings.time || settings.share)
+  if (settings.time)
     return {.from = std::max<int64_t>(time - kReach, 0),
             .to = std::min(time + kReach, length.value_or(time + kReach)),
             .wanted = time};

@@ -310,16 +310,22 @@ class Planner {
   }
 
   void planSpan() {
-    plan_.start = settings_.start;
+    const auto length = input_.duration;
+    plan_.start = timeOf("start", settings_.start, length, settings_.input);
     // Pictures alone begin with the first of them, wherever the sound that stays behind began.
     if (pictures_ && plan_.pictures()->action == StreamAction::kEncode &&
         plan_.kept(Kind::kAudio).empty())
       plan_.start = std::max(plan_.start, beginOf(*pictures_, input_));
-    plan_.end = settings_.end;
+    if (settings_.end) {
+      plan_.end = timeOf("end", *settings_.end, length, settings_.input);
+      requireBefore(plan_.start, *plan_.end);
+    }
     if (settings_.chapters) planChapters(*settings_.chapters);
     constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
     if (settings_.duration)
-      plan_.end = plan_.start + std::min(*settings_.duration, kNever - plan_.start);
+      plan_.end =
+          plan_.start + std::min(timeOf("duration", *settings_.duration, length, settings_.input),
+                                 kNever - plan_.start);
   }
 
   /// The span of the chosen chapters.

@@ -33,10 +33,12 @@ void requireSpan(const ConversionSettings& s) {
                                      s.chapters->first, s.chapters->last));
   }
   if (s.end && s.duration) refuseBeside("end", "the duration");
-  if (s.start < 0) refuse("start", "the movie starts at 0");
-  if (s.start > kLatestTime) refuse("start", "no movie is so long");
-  if (s.end && *s.end <= s.start) refuse("start", "it must lie before the end");
-  if (s.duration && *s.duration <= 0) refuse("duration", "there is nothing to convert in no time");
+  requireMoment("start", s.start);
+  if (s.end && !s.end->share && !s.start.share) requireBefore(s.start.time, s.end->time);
+  whereGiven("end", s.end, requireMoment);
+  if (s.duration && s.duration->time <= 0 && s.duration->share.value_or(0) == 0)
+    refuse("duration", "there is nothing to convert in no time");
+  whereGiven("duration", s.duration, requireMoment);
 }
 
 /// One way of saying the size.
@@ -91,6 +93,10 @@ void requireSound(const ConversionSettings& s) {
 }
 
 }  // namespace
+
+void requireBefore(int64_t start, int64_t end) {
+  if (end <= start) refuse("start", "it must lie before the end");
+}
 
 void requireSense(const ConversionSettings& s, bool encodesPictures, bool encodesSound) {
   if (!encodesPictures)

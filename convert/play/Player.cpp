@@ -59,7 +59,7 @@ class Player::Playback {
  public:
   Playback(PlayerSettings settings, const Interrupt& interrupt)
       : settings_(std::move(settings)),
-        source_(openInput(settings_.input, settings_.title, interrupt, settings_.angle)),
+        source_(openInput(settings_, interrupt)),
         info_(mediaInfoOf(*source_)) {
     openMovie();
     if (movie_.duration() > 0 && movie_.duration() < LMFFMedia::kUnknownDuration)

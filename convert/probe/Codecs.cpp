@@ -127,13 +127,17 @@ CodecChoice choiceOf(AVCodecID codec) {
   return {codec, encoder ? encoder->name : ""};
 }
 
-CodecChoice codecByName(const std::string& name, AVMediaType type) {
+std::string codecNameOf(const std::string& name) {
   static const std::map<std::string, std::string> kAliases{
       {"h265", "hevc"}, {"x265", "hevc"}, {"x264", "h264"}, {"avc", "h264"}, {"mpeg-4", "mpeg4"}};
-  const std::string setting = type == AVMEDIA_TYPE_VIDEO ? "videoCodec" : "audioCodec";
   const std::string lowered = lowerCased(name);
   const auto alias = kAliases.find(lowered);
-  const std::string& wanted = alias == kAliases.end() ? lowered : alias->second;
+  return alias == kAliases.end() ? lowered : alias->second;
+}
+
+CodecChoice codecByName(const std::string& name, AVMediaType type) {
+  const std::string setting = type == AVMEDIA_TYPE_VIDEO ? "videoCodec" : "audioCodec";
+  const std::string wanted = codecNameOf(name);
   const AVCodecDescriptor* const known = avcodec_descriptor_get_by_name(wanted.c_str());
   const AVCodec* const encoder = known ? nullptr : avcodec_find_encoder_by_name(wanted.c_str());
   if (encoder && encoder->type == type) return {encoder->id, encoder->name};

@@ -29,6 +29,10 @@ struct CodecChoice {
 /// The best encoder of a codec.
 CodecChoice choiceOf(AVCodecID codec);
 
+/// The library's name of a codec that people call so: "hevc" for "H265" and "x265". Any other name
+/// in small letters.
+std::string codecNameOf(const std::string& name);
+
 /// What a user's name means: of a codec ("h264", "x265") its best encoder, of an encoder
 /// ("h264_nvenc", "libaom-av1") exactly that one. Throws unless it is of that type and there is an
 /// encoder.

@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include <kestrel/convert/Failure.h>
+#include "convert/probe/Codecs.h"
 #include "convert/probe/EncoderTable.h"
 #include "platform/codec/Codec.h"
 #include "support/FFmpegOwners.h"
@@ -148,7 +149,7 @@ EncoderInfo infoOf(const AVCodec& encoder) {
 }
 
 AVCodecID codecNamed(const std::string& name) {
-  const AVCodecDescriptor* known = avcodec_descriptor_get_by_name(name.c_str());
+  const AVCodecDescriptor* known = avcodec_descriptor_get_by_name(codecNameOf(name).c_str());
   const bool isCoded =
       known && (known->type == AVMEDIA_TYPE_VIDEO || known->type == AVMEDIA_TYPE_AUDIO);
   if (!isCoded)

@@ -15,6 +15,7 @@
 
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -73,10 +74,28 @@ void requireAngle(const std::optional<int>& title, int angle) {
     throw Failure::settings("angle: it does nothing without a title of a disc", "angle");
 }
 
-std::shared_ptr<LMMediaSource> openFile(const std::string& path, const Interrupt& interrupt) {
+void requireAllowed(const std::string& path, const Protocols& allowed) {
+  const Protocols known = knownProtocols();
+  for (const std::string& name : allowed)
+    if (std::ranges::find(known, name) == known.end())
+      throw Failure::settings(
+          fmt::format("protocols: there is no protocol '{}'{}", name, nearestNames(name, known)),
+          "protocols");
+  const std::string needed = protocolOf(path);
+  if (!needed.empty() && std::ranges::find(allowed, needed) == allowed.end())
+    throw Failure::settings(
+        fmt::format("cannot open '{}': it is no file, and the protocol '{}' is not allowed", path,
+                    needed),
+        "protocols");
+}
+
+std::shared_ptr<LMMediaSource> openFile(const std::string& path, const Interrupt& interrupt,
+                                        const Protocols& protocols) {
+  requireAllowed(path, protocols);
   if (const std::string problem = obviousProblem(path); !problem.empty())
     throw cannotOpen(path, problem);
   auto source = LMMediaSource::mediaWithPath(path);
+  source->setProtocols(protocols);
   openSource(*source, path, interrupt);
   return source;
 }
@@ -84,13 +103,14 @@ std::shared_ptr<LMMediaSource> openFile(const std::string& path, const Interrupt
 }  // namespace
 
 std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<int> title,
-                                         const Interrupt& interrupt, int angle) {
+                                         const Interrupt& interrupt, int angle,
+                                         const Protocols& protocols) {
   requireAngle(title, angle);
   if (!title) {
     if (isDisc(path))
       throw Failure::settings(
           "cannot open '" + path + "': it is a DVD-Video disc; choose a title of it", "title");
-    return openFile(path, interrupt);
+    return openFile(path, interrupt, protocols);
   }
   const auto disc = openDisc(path);
   const DiscTitle chosen = chooseTitle(*disc, *title);

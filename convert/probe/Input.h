@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
 
 #include <memory>
@@ -17,10 +18,24 @@ class LMMediaSource;
 /// asking `interrupt` from then on, and whoever reads it asks by `isInterrupted`.
 ///
 /// Throws `Failure` with one sentence when that can't be done. A disc without a title, or with one
-/// that has no such angle, is a fault of the settings; what is no disc, a title being asked for, is
-/// a fault of the input.
+/// that has no such angle, is a fault of the settings, and so is what is no file and
+/// needs a protocol that is not among `protocols`, with that subject; what is no disc, a title
+/// being asked for, is a fault of the input.
 std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<int> title,
-                                         const Interrupt& interrupt, int angle = 1);
+                                         const Interrupt& interrupt, int angle = 1,
+                                         const Protocols& protocols = {});
+
+/// The input of a job's settings.
+template <typename Settings>
+std::shared_ptr<LMMediaSource> openInput(const Settings& settings, const Interrupt& interrupt) {
+  const auto& path = [&]() -> const std::string& {
+    if constexpr (requires { settings.input; })
+      return settings.input;
+    else
+      return settings.path;
+  }();
+  return openInput(path, settings.title, interrupt, settings.angle, settings.protocols);
+}
 
 /// Throws a `Failure` for a path that is no file that can be read, or an empty one.
 void requireFile(const std::string& path);

@@ -220,8 +220,8 @@ MediaInfo mediaInfoOf(const LMMediaSource& source) {
 }
 
 MediaInfo readMediaInfo(const std::string& path, std::optional<int> title,
-                        const Interrupt& interrupt, int angle) {
-  return mediaInfoOf(*openInput(path, title, interrupt, angle));
+                        const Interrupt& interrupt, int angle, const Protocols& protocols) {
+  return mediaInfoOf(*openInput(path, title, interrupt, angle, protocols));
 }
 
 }  // namespace kestrel

@@ -139,8 +139,8 @@ Scanning measuredScanning(LMFFMovie& movie) {
 }
 
 Scanning readScanning(const std::string& path, std::optional<int> title, const Interrupt& interrupt,
-                      int angle) {
-  const auto source = openInput(path, title, interrupt, angle);
+                      int angle, const Protocols& protocols) {
+  const auto source = openInput(path, title, interrupt, angle, protocols);
   const auto video = mainVideo(*source->formatContext());
   if (!video) return {};
   LMFFMovie movie;

@@ -55,12 +55,13 @@ class Conversion::Work {
  public:
   explicit Work(ConversionSettings settings) : settings_(std::move(settings)) {
     require(settings_);
+    const bool wantsMain = settings_.title == kMainTitle;
+    if (settings_.suitsAnyInput && wantsMain && !isDisc(settings_.input)) settings_.title.reset();
   }
 
   ConversionPlan& plan(const Events& events) {
     if (source_) return plan_;
-    const auto source =
-        openInput(settings_.input, settings_.title, events.interrupt, settings_.angle);
+    const auto source = openInput(settings_, events.interrupt);
     plan_ = planConversion(settings_, *source, measures(*source, events.interrupt));
     info_ = mediaInfoOf(*source);
     planLight(*source, events.interrupt);
@@ -106,8 +107,7 @@ class Conversion::Work {
     if (!source.isSeekable()) return {};
     const auto withMovie = [this, interrupt](auto look) {
       LMFFMovie movie;
-      movie.openMedias(
-          openInput(settings_.input, settings_.title, interrupt, settings_.angle)->createMedias());
+      movie.openMedias(openInput(settings_, interrupt)->createMedias());
       return look(movie);
     };
     Measures measures;
@@ -134,8 +134,7 @@ class Conversion::Work {
 
   std::shared_ptr<LMFFImage> firstPicture(const Interrupt& interrupt) const {
     LMFFMovie movie;
-    movie.openMedias(
-        openInput(settings_.input, settings_.title, interrupt, settings_.angle)->createMedias());
+    movie.openMedias(openInput(settings_, interrupt)->createMedias());
     return PictureReader(movie).frameAt(0);
   }
 

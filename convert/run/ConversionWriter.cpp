@@ -33,6 +33,10 @@ constexpr double kMicrosecond = 1e-6;
 /// Below, encoders change nothing any more; bits per second.
 constexpr int kLeastRate = 1000;
 
+/// Of the work, what it is to listen to the sound before it is encoded: with pictures, and alone.
+constexpr double kMeasuring = 0.1;
+constexpr double kMeasuringAlone = 0.4;
+
 /// Of the work that is left, what a try is worth that others may follow.
 constexpr double kTryShare = 0.9;
 
@@ -86,7 +90,10 @@ void ConversionWriter::level() {
     throw Failure::input(
         settings_.input,
         fmt::format("cannot set the loudness of '{}': it can be read only once", settings_.input));
-  measured_ = measureLoudness(reader(events_), plan_, events_.interrupt);
+  const bool hasPictures = plan_.pictures() && plan_.pictures()->action == StreamAction::kEncode;
+  const double share = hasPictures ? kMeasuring : kMeasuringAlone;
+  measured_ = measureLoudness(reader(events_), plan_, seconds(), progress_.next(share));
+  left_ = 1 - share;
   for (const auto& [place, loudness] : measured_) {
     SoundEncoding& sound = plan_.streams[place].sound;
     if (loudness)
@@ -126,7 +133,7 @@ void ConversionWriter::learn(double share) {
   }
   ConversionPlan plan = plan_;
   setPass(plan, 1, log_ ? log_->path() : "");
-  ConversionRun& run = makeRun(Part::kFirstPass, plan, progress_.next(share));
+  ConversionRun& run = makeRun(Part::kFirstPass, plan, progress_.next(left_ * share));
   run.write(settings_.output);
   statistics_ = run.statistics();
   length_ = run.length();
@@ -136,7 +143,7 @@ void ConversionWriter::learn(double share) {
 void ConversionWriter::encode(const std::string& path, double share) {
   ConversionPlan plan = plan_;
   if (plan.passes == 2) setPass(plan, 2, log_ ? log_->path() : "");
-  ConversionRun& run = makeRun(Part::kAll, plan, progress_.next(share));
+  ConversionRun& run = makeRun(Part::kAll, plan, progress_.next(left_ * share));
   run.setStatistics(statistics_);
   run.write(path);
   length_ = run.length();

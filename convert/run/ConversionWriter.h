@@ -63,6 +63,7 @@ class ConversionWriter {
   ConversionPlan plan_;
   const Events& events_;
   SharedProgress progress_;
+  double left_ = 1;                   // of the work, for what comes after measuring
   std::optional<ScratchFolder> log_;  // of the encoder, between its passes
   std::string statistics_;
   std::map<size_t, std::optional<double>> measured_;  // by the place of the planned stream

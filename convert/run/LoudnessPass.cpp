@@ -83,15 +83,19 @@ std::vector<std::unique_ptr<Listener>> listenersOf(const LMFFMovie& movie,
 }
 
 /// Reads all of it, the one that is furthest behind first, so that little waits.
-void listen(const std::vector<std::unique_ptr<Listener>>& listeners, const Interrupt& interrupt) {
+void listen(const std::vector<std::unique_ptr<Listener>>& listeners, double seconds,
+            const Events& events) {
   const auto key = [](const auto& listener) {
     return listener->hasEnded ? std::numeric_limits<double>::infinity() : listener->time();
   };
   while (!listeners.empty()) {
-    if (interrupt && interrupt()) throw Failure::interrupted();
+    if (events.isInterrupted()) throw Failure::interrupted();
     Listener& behind = **std::ranges::min_element(listeners, {}, key);
     if (behind.hasEnded) return;
     behind.step();
+    if (events.progress)
+      events.progress({.time = seconds > 0 ? std::min(behind.time(), seconds) : behind.time(),
+                       .duration = seconds > 0 ? std::optional(seconds) : std::nullopt});
   }
 }
 
@@ -100,8 +104,8 @@ void listen(const std::vector<std::unique_ptr<Listener>>& listeners, const Inter
 bool setsLoudness(const ConversionPlan& plan) { return std::ranges::any_of(plan.streams, isSet); }
 
 std::map<size_t, std::optional<double>> measureLoudness(
-    const std::shared_ptr<LMMediaSource>& source, const ConversionPlan& plan,
-    const Interrupt& interrupt) {
+    const std::shared_ptr<LMMediaSource>& source, const ConversionPlan& plan, double seconds,
+    const Events& events) {
   ConversionPlan sounds = plan;
   for (PlannedStream& stream : sounds.streams)
     if (!isSet(stream)) stream.action = StreamAction::kNone;
@@ -117,7 +121,7 @@ std::map<size_t, std::optional<double>> measureLoudness(
       [&] {
         try {
           const auto listeners = listenersOf(movie, sounds, preroll);
-          listen(listeners, interrupt);
+          listen(listeners, seconds, events);
           for (const auto& listener : listeners)
             measured[listener->index] = listener->meter.loudness();
         } catch (...) {

@@ -173,4 +173,19 @@ void require(const LookSettings& look) {
   requireSubtitles(look);
 }
 
+void requireMoment(const std::string& setting, const Moment& moment) {
+  if (moment.share) requireNumber(setting, *moment.share, 0, 1);
+  if (moment.time < 0) refuse(setting, "the movie starts at 0");
+  if (moment.time > kLatestTime) refuse(setting, "no movie is so long");
+}
+
+int64_t timeOf(const std::string& setting, const Moment& moment, std::optional<int64_t> length,
+               const std::string& path) {
+  const auto time = moment.within(length);
+  if (!time)
+    refuse(setting,
+           fmt::format("how long '{}' is cannot be known: give a time in place of a share", path));
+  return *time;
+}
+
 }  // namespace kestrel

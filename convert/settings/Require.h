@@ -3,6 +3,7 @@
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/Moment.h>
 #include <kestrel/convert/TrackChoice.h>
 
 #include <fmt/format.h>
@@ -36,6 +37,13 @@ inline constexpr int64_t kLatestTime = int64_t{100'000} * 3600 * 1'000'000;
 inline constexpr double kFurthestPlace = 7 * 24 * 3600.0;
 
 void require(const LookSettings& look);
+
+/// From 0, or a share from 0 to 1.
+void requireMoment(const std::string& setting, const Moment& moment);
+
+/// The time that is meant in a movie so long, which `path` names.
+int64_t timeOf(const std::string& setting, const Moment& moment, std::optional<int64_t> length,
+               const std::string& path);
 
 /// A name of the catalogue, or "".
 void requireEffect(const std::string& effect);

@@ -84,7 +84,7 @@ auto unlessInterrupted(Work work, decltype(work()) answer) {
 }
 
 Report drawAndWrite(const WaveformFileSettings& settings, const Events& events) {
-  const auto source = openInput(settings.input, settings.title, events.interrupt, settings.angle);
+  const auto source = openInput(settings, events.interrupt);
   OutputFile target(settings.output, settings.replaces, settings.input);
   WaveformSettings waveform = settings.waveform;
   const auto length = lengthOf(*source);
@@ -100,11 +100,13 @@ Report drawAndWrite(const WaveformFileSettings& settings, const Events& events) 
 }  // namespace
 
 DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& settings,
-                           const Events& events, std::optional<int> title, int angle) {
+                           const Events& events, std::optional<int> title, int angle,
+                           const Protocols& protocols) {
   require(settings);
   return unlessInterrupted(
       [&] {
-        return draw(input, openInput(input, title, events.interrupt, angle), settings, events);
+        return draw(input, openInput(input, title, events.interrupt, angle, protocols), settings,
+                    events);
       },
       {{}, Report::interrupted()});
 }

@@ -3,6 +3,7 @@
 #include <kestrel/Error.h>
 #include <kestrel/Export.h>
 #include <kestrel/IndexSet.h>
+#include <kestrel/Protocols.h>
 
 #include <array>
 #include <cstdint>
@@ -47,7 +48,8 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   static std::shared_ptr<LMMediaSource> mediaWithPath(const std::string& path);
 
   /// An unopened source for the same input with its own position. The base class returns a plain
-  /// source and copies `fullpath`, `inputFormat` and `demuxerOptions`; subclasses override this.
+  /// source and copies `fullpath`, `inputFormat`, `demuxerOptions` and `protocols`; subclasses
+  /// override this.
   virtual std::shared_ptr<LMMediaSource> copy() const;
 
   /// A `copy` with the same interrupt that shares knowledge about the input: what one reader has
@@ -146,6 +148,11 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// are ignored.
   Options demuxerOptions() const;
   void setDemuxerOptions(Options options);
+
+  /// The protocols by which the input, and whatever it names itself, may be read beside files; by
+  /// default none. `open` refuses a path that needs another with `AVERROR(EACCES)`.
+  Protocols protocols() const;
+  void setProtocols(Protocols protocols);
 
   /// The path of the source; "" if it has none.
   std::string fullpath() const;

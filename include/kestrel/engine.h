@@ -32,6 +32,7 @@
 #include <kestrel/MovieAudioTaskExtractWave.h>
 #include <kestrel/MovieHelperTask.h>
 #include <kestrel/MovieLook.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/StreamFit.h>
 #include <kestrel/Version.h>
 #include <kestrel/VideoJoiner.h>

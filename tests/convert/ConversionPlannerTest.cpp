@@ -11,6 +11,7 @@
 #include <tuple>
 #include <vector>
 
+#include "tests/convert/Failures.h"
 #include "tests/support/Fixture.h"
 
 extern "C" {
@@ -478,6 +479,26 @@ TEST(ConversionPlanner, TheSpan) {
   plan = planOf("av-tags.mp4", "a.mp4", settings);
   EXPECT_EQ(plan.start, 0);
   EXPECT_EQ(plan.end, 800000);
+}
+
+TEST(ConversionPlanner, TheSpanInSharesOfTheLength) {
+  // Two seconds of pictures alone.
+  ConversionSettings settings;
+  settings.start = Moment::ofShare(0.25);
+  settings.end = Moment::ofShare(0.75);
+  ConversionPlan plan = planOf("still-bars.mp4", "a.mp4", settings);
+  EXPECT_EQ(plan.start, 500000);
+  EXPECT_EQ(plan.end, 1500000);
+  settings = {.start = 200000, .duration = Moment::ofShare(0.5)};
+  plan = planOf("still-bars.mp4", "a.mp4", settings);
+  EXPECT_EQ(plan.end, 1200000);
+  settings = {.start = Moment::ofShare(0.5), .end = 1000000};
+  EXPECT_EQ(failureOf([&] { planOf("still-bars.mp4", "a.mp4", settings); }).subject(), "start");
+  // Nothing is a share of what nobody knows.
+  settings = {.end = Moment::ofShare(0.5)};
+  const Failure unknown = failureOf([&] { planOf("av-live.mkv", "a.mp4", settings); });
+  EXPECT_EQ(unknown.subject(), "end");
+  EXPECT_THAT(unknown.what(), testing::HasSubstr("give a time in place of a share"));
 }
 
 // The encoder's delay of 1024 samples lies before the first picture.

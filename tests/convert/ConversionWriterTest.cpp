@@ -82,6 +82,14 @@ TEST_F(ConversionWriterTest, TwoPassesAreOneWayForWhoeverWatches) {
   EXPECT_GT(std::ranges::count_if(times_, [](double time) { return time > 1; }), 40);
 }
 
+TEST_F(ConversionWriterTest, MeasuringLoudnessIsTheFirstTenth) {
+  settings_.loudness = -20;
+  writer().write(settings_.output);
+  expectProgressOfOneRun();
+  EXPECT_GT(times_.back(), 1.9);
+  EXPECT_GT(std::ranges::count_if(times_, [](double time) { return time > 0 && time <= 0.2; }), 10);
+}
+
 TEST_F(ConversionWriterTest, ARateThatNoStepsReachIsRefusedBehindTheFirstPass) {
   settings_.videoBitrate = 20000;
   settings_.passes = 2;

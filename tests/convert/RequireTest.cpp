@@ -168,6 +168,9 @@ TEST(Require, OfAConversion) {
           {"start", [](auto& s) { s.start = INT64_MAX; }},
           {"start", [](auto& s) { s.start = 3 * kSecond, s.end = kSecond; }},
           {"duration", [](auto& s) { s.duration = -5; }},
+          {"duration", [](auto& s) { s.duration = Moment::ofShare(0); }},
+          {"start", [](auto& s) { s.start = Moment::ofShare(1.5); }},
+          {"end", [](auto& s) { s.end = Moment::ofShare(kNone); }},
           {"end", [](auto& s) { s.end = kSecond, s.duration = kSecond; }},
           {"chapters",
            [](auto& s) {
@@ -270,16 +273,19 @@ TEST(Require, OfAContactSheet) {
 
 TEST(Require, OfAThumbnail) {
   using Thumbnail = ThumbnailSettings;
-  expectRefused<Thumbnail>({}, {
-                                   {"title", [](Thumbnail& s) { s.title = -2; }},
-                                   {"hue", [](Thumbnail& s) { s.look.hue = 11; }},
-                                   {"size", [](Thumbnail& s) { s.size.width = 0; }},
-                                   {"size", [](Thumbnail& s) { s.size.height = 32769; }},
-                                   {"time", [](Thumbnail& s) { s.time = -1; }},
-                                   {"share", [](Thumbnail& s) { s.share = kNone; }},
-                                   {"share", [](Thumbnail& s) { s.share = 1.01; }},
-                                   {"share", [](Thumbnail& s) { s.share = 0.5, s.time = 1; }},
-                               });
+  expectRefused<Thumbnail>({},
+                           {
+                               {"title", [](Thumbnail& s) { s.title = -2; }},
+                               {"hue", [](Thumbnail& s) { s.look.hue = 11; }},
+                               {"size", [](Thumbnail& s) { s.size.width = 0; }},
+                               {"size", [](Thumbnail& s) { s.size.height = 32769; }},
+                               {"time", [](Thumbnail& s) { s.time = -1; }},
+                               {"time", [](Thumbnail& s) { s.time = Moment::ofShare(kNone); }},
+                               {"time", [](Thumbnail& s) { s.time = Moment::ofShare(1.01); }},
+                               {"size", [](Thumbnail& s) { s.size = {.lines = 1}; }},
+                               {"size", [](Thumbnail& s) { s.size = {.scale = 0}; }},
+                               {"size", [](Thumbnail& s) { s.size = {.width = 9, .scale = 1}; }},
+                           });
 }
 
 TEST(Require, OfSheets) {
@@ -330,7 +336,7 @@ TEST(Require, IsAskedByEveryJob) {
   EXPECT_EQ(refusalOf([&] { writeWaveform({.input = absent, .output = "a.json", .bits = 7}); }),
             "bits");
   EXPECT_EQ(refusalOf([&] { ContactSheet({.columns = 0}); }), "columns");
-  EXPECT_EQ(refusalOf([&] { writeThumbnail({.input = absent, .share = 2}); }), "share");
+  EXPECT_EQ(refusalOf([&] { writeThumbnail({.input = absent, .time = -2}); }), "time");
   EXPECT_EQ(refusalOf([&] { writeContactSheet({.input = absent, .rows = 0}); }), "rows");
   EXPECT_EQ(refusalOf([&] { writeSprites({.input = absent, .every = 0}); }), "every");
   EXPECT_EQ(refusalOf([&] { writeEffectSheet({.input = absent, .time = -1}); }), "time");

@@ -81,6 +81,8 @@ TEST(NearestNames, KnowShortForms) {
             "; did you mean '--video-codec'?");
   EXPECT_EQ(nearestNames("bitrate", {"video-bitrate", "audio-bitrate", "size"}),
             "; did you mean 'video-bitrate' or 'audio-bitrate'?");
+  EXPECT_EQ(nearestNames("web", {"phone", "web-1080p", "web-720p"}),
+            "; did you mean 'web-720p' or 'web-1080p'?");
   EXPECT_EQ(nearestNames("--vf", {"--video-filter"}), "");
 }
 

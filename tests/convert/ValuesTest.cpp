@@ -79,15 +79,45 @@ TEST(ParseTime, RefusesEverythingElse) {
                             "1:-5",    "0.-5"});
 }
 
+TEST(ParseMoment, TakesTimesAndShares) {
+  EXPECT_EQ(parseMoment("--start", "1:30.5"), Moment(90'500'000));
+  EXPECT_EQ(parseMoment("--start", "1m30s"), Moment(90'000'000));
+  EXPECT_EQ(parseMoment("--start", "50%"), Moment::ofShare(0.5));
+  EXPECT_EQ(parseMoment("--start", "12.5%"), Moment::ofShare(0.125));
+  expectRefused(parseMoment, {"", "%", "101%", "-1%", "x%", "1:30%", "noon", "nan%"});
+}
+
+TEST(ParseSeconds, TakesNumbersAndTimes) {
+  EXPECT_EQ(parseSeconds("--keyframes", "2.5"), 2.5);
+  EXPECT_EQ(parseSeconds("--keyframes", "1m30s"), 90);
+  EXPECT_EQ(parseSeconds("--keyframes", "500ms"), 0.5);
+  EXPECT_EQ(parseSeconds("--keyframes", "-1"), -1);  // out of a range that it does not know
+  expectRefused(parseSeconds, {"", "fast", "1:2:3:4", "1m30"});
+}
+
+TEST(Moment, IsATimeOrAShareOfALength) {
+  EXPECT_EQ(Moment(5).within({}), 5);
+  EXPECT_EQ(Moment::ofShare(0.25).within(8'000'000), 2'000'000);
+  EXPECT_EQ(Moment::ofShare(0.25).within({}), std::nullopt);
+}
+
 TEST(ParseSize, TakesBothSidesOrOne) {
   EXPECT_EQ(parseSize("--size", "1280x720"), (PictureBox{1280, 720}));
   EXPECT_EQ(parseSize("--size", "1280x-"), (PictureBox{1280, {}}));
   EXPECT_EQ(parseSize("--size", "-x720"), (PictureBox{{}, 720}));
 }
 
+TEST(ParseSize, TakesLinesAndShares) {
+  EXPECT_EQ(parseSize("--size", "1080p"), (PictureBox{.lines = 1080}));
+  EXPECT_EQ(parseSize("--size", "50%"), (PictureBox{.scale = 0.5}));
+}
+
 TEST(ParseSize, RefusesEverythingElse) {
-  expectRefused(parseSize, {"", "1280", "x", "-x-", "1280x", "x720", "0x0", "0x720", "-5x720",
-                            "1280X720", "1280x720x3", "1280 x 720", "1280.5x720", "70000x70000"});
+  expectRefused(parseSize,
+                {"",           "1280",        "x",      "-x-",      "1280x",      "x720",
+                 "0x0",        "0x720",       "-5x720", "1280X720", "1280x720x3", "1280 x 720",
+                 "1280.5x720", "70000x70000", "720",    "p",        "%",          "1p",
+                 "720i",       "-50%",        "0%",     "20000%",   "40000p"});
 }
 
 TEST(ParseBothSides, TakesNoOpenSideAndNamesTheExample) {
@@ -102,18 +132,6 @@ TEST(ParseBothSides, TakesNoOpenSideAndNamesTheExample) {
                 "--size: '" + std::string(text) + "' is not a size such as 1200x240");
     }
   }
-}
-
-TEST(ParsePictureSize, TakesSidesLinesAndShares) {
-  EXPECT_EQ(parsePictureSize("--size", "1280x720"), (PictureSize{.width = 1280, .height = 720}));
-  EXPECT_EQ(parsePictureSize("--size", "-x720"), (PictureSize{.height = 720}));
-  EXPECT_EQ(parsePictureSize("--size", "1080p"), (PictureSize{.lines = 1080}));
-  EXPECT_EQ(parsePictureSize("--size", "50%"), (PictureSize{.scale = 0.5}));
-}
-
-TEST(ParsePictureSize, RefusesEverythingElse) {
-  expectRefused(parsePictureSize,
-                {"", "720", "p", "%", "1p", "720i", "-50%", "0%", "20000%", "40000p", "1280"});
 }
 
 TEST(ParseNumber, IsWithinItsRange) {

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -164,6 +165,22 @@ TEST_F(ConvertMany, ADryRunTellsWhyATrackOfSoundIsCopied) {
   EXPECT_THAT(text, testing::ContainsRegex("#1 +audio +copy[^\n]*aac is usual in mp4"));
 }
 
+TEST_F(ConvertMany, EveryKeyOfADryRunIsInTheDocumentation) {
+  const fs::path root = fixture("metadata.txt").parent_path().parent_path().parent_path();
+  std::ifstream file(root / "docs" / "command-line.md");
+  std::string page{std::istreambuf_iterator<char>(file), {}};
+  page = page.substr(page.find("### A plan as JSON"));
+  page.resize(page.find("### Progress as JSON"));
+  const json plan =
+      json::parse(kestrel({"in/b.mkv", "o.mp4", "--channels", "mono", "--dry-run", "--json"}).out);
+  const auto expectNamed = [&](const json& object) {
+    for (const auto& [key, value] : object.items()) EXPECT_THAT(page, HasSubstr("`" + key + "`"));
+  };
+  expectNamed(plan);
+  for (const json& stream : plan["streams"]) expectNamed(stream);
+  EXPECT_GE(plan["streams"].size(), 4u);
+}
+
 TEST_F(ConvertMany, ADryRunTellsOfLossesLoudnessAndTheWayToASize) {
   ffmpeg({"-f", "lavfi", "-i", "anoisesrc=d=1", "-ac", "6", (folder_ / "in/six.wav").string()});
   const Arguments six{"in/six.wav", "six.mp3", "--loudness", "-16", "--dry-run"};
@@ -189,7 +206,9 @@ TEST_F(ConvertMany, ATerminalIsToldWhatAConversionTookUnlessQuiet) {
   const std::string output = (folder_ / "o.mkv").string();
   const Arguments command = joined({kestrelBinary(), "convert", input, output}, copy_);
   TerminalRun told(command);
-  told.waitFor("o.mkv': 0:0[12][.0-9]*, 50 pictures in .* of the source");
+  told.waitFor(
+      "o.mkv': 0:0[12][.0-9]*, 50 pictures in .* of the source; it has 1 video track, 1 sound "
+      "track");
   EXPECT_EQ(told.wait(), 0);
   TerminalRun quiet(joined(command, {"--quiet", "--force"}));
   EXPECT_EQ(quiet.wait(), 0);

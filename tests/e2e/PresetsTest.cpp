@@ -95,6 +95,15 @@ TEST_F(Presets, ATelevisionGetsSurroundAsItIsMixed) {
   EXPECT_EQ(ffprobeJson(folder_ / "film.mp4")["streams"][0]["channels"], 6);
 }
 
+TEST_F(Presets, ForDiscsTakeFilesToo) {
+  convert("av-copies.mkv", "ripped", {"--preset", "disc-rip", "--encoder-preset", "ultrafast"});
+  const auto own = ffprobeJson(fixture("av-copies.mkv"));
+  const auto info = ffprobeJson(folder_ / "ripped.mkv");
+  ASSERT_EQ(info["streams"].size(), own["streams"].size());
+  for (size_t i = 1; i < own["streams"].size(); ++i)
+    EXPECT_EQ(info["streams"][i]["codec_name"], own["streams"][i]["codec_name"]);
+}
+
 TEST_F(Presets, ForChatsKeepALimitThatMayBeTyped) {
   convert("av25.mp4", "chat",
           {"--preset", "chat-10mb", "--size-limit", "40k", "--encoder-preset", "ultrafast"});

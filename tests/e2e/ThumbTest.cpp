@@ -188,6 +188,14 @@ TEST_F(Thumb, FitsASizeAndKeepsItsShape) {
   EXPECT_EQ(size("640x-"), std::pair(640, 360));
 }
 
+TEST_F(Thumb, ASizeMayBeLinesOrAShare) {
+  EXPECT_EQ(sizeOf(made("av25.mp4", "a.png", {"--size", "90p"})), std::pair(160, 90));
+  EXPECT_EQ(sizeOf(made("av25.mp4", "b.png", {"--size", "50%"})), std::pair(160, 90));
+  // On its side for a picture that is higher than wide.
+  EXPECT_EQ(sizeOf(made("av25.mp4", "c.png", {"--rotate", "90", "--size", "90p"})),
+            std::pair(90, 160));
+}
+
 TEST_F(Thumb, AZoomFillsTheSizeWithBars) {
   const auto picture = made("av25.mp4", "out.png", {"--size", "100x100", "--zoom", "fit"});
   EXPECT_EQ(sizeOf(picture), std::pair(100, 100));

@@ -141,6 +141,7 @@ TEST(Usage, HelpMayComeFirst) {
   EXPECT_EQ(kestrel({"help", "convert"}).out, kestrel({"convert", "--help"}).out);
   EXPECT_EQ(kestrel({"help"}).out, kestrel({"--help"}).out);
   EXPECT_EQ(kestrel({"-V"}).out, kestrel({"--version"}).out);
+  EXPECT_EQ(kestrel({"version"}).out, kestrel({"--version"}).out);
 }
 
 TEST(Usage, AVerbIsNeeded) { EXPECT_TRUE(endsWithSentence(kestrel({}), 2, kVerbs)); }
@@ -163,6 +164,11 @@ TEST(Usage, WrongUsageIsToldInOneSentenceThatPointsToHelp) {
            {{"convrt", "a", "b"},
             "unknown verb 'convrt'; did you mean 'convert'? (see 'kestrel --help')"},
            {{"help", "inof"}, "unknown verb 'inof'; did you mean 'info'? (see 'kestrel --help')"},
+           {{"version", "b"}, "unknown argument 'b' (see 'kestrel --help')"},
+           {{"/dev/null"},
+            "'/dev/null' is a file, and a verb comes first, as in 'kestrel info /dev/null' (see "
+            "'kestrel "
+            "--help')"},
            {{"help", "info", "b"}, "unknown argument 'b' (see 'kestrel --help')"},
            {{"convert", "a", "b", "--vcodec", "h264"},
             "unknown option '--vcodec'; did you mean '--video-codec'? (see 'kestrel convert "

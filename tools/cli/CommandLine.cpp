@@ -5,9 +5,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "tools/terminal/Outcome.h"
@@ -19,8 +22,9 @@ namespace {
 /// option or a verb.
 constexpr char kPlain = '\x1F';
 
-/// What stands in a verb's place and asks for the help of the one behind it.
+/// What stands in a verb's place and asks for the help of the one behind it, or for the version.
 constexpr std::string_view kHelp = "help";
+constexpr std::string_view kVersion = "version";
 
 bool isPlain(std::string_view argument) { return argument.starts_with(kPlain); }
 
@@ -125,6 +129,10 @@ std::string sentence(const CLI::ParseError& error, const CLI::App& app) {
 void requireVerb(const CLI::App& app, const std::string& name) {
   const auto names = verbs(app);
   if (std::ranges::count(names, name) > 0) return;
+  std::error_code ignored;
+  if (std::filesystem::exists(name, ignored))
+    throw wrongUsage(fmt::format("'{0}' is a file, and a verb comes first, as in '{1} info {0}'",
+                                 name, app.get_name()));
   const std::string near = kestrel::nearestNames(name, names);
   throw wrongUsage(fmt::format("unknown verb '{}'{}", name,
                                near.empty() ? "; the verbs are " + verbList(app) : near));
@@ -287,6 +295,7 @@ Verb CommandLine::addVerb(const std::string& name, const std::string& descriptio
 
 Run CommandLine::read(int argc, char** argv) {
   if (argc > 1 && std::string_view(argv[1]) == kHelp) return readHelp(argc, argv);
+  if (argc > 1 && std::string_view(argv[1]) == kVersion) return readAs("--version", argc, argv);
   if (argc > 1 && argv[1][0] != '-') requireVerb(*app_, argv[1]);
   try {
     parse(*app_, argc, argv);
@@ -308,6 +317,13 @@ Run CommandLine::readHelp(int argc, char** argv) {
   std::vector<char*> arguments{argv[0]};
   if (argc > 2) arguments.push_back(argv[2]);
   arguments.push_back(flag.data());
+  return read(static_cast<int>(arguments.size()), arguments.data());
+}
+
+/// A word in a verb's place as the flag that it stands for.
+Run CommandLine::readAs(std::string flag, int argc, char** argv) {
+  if (argc > 2) throw wrongUsage(fmt::format("unknown argument '{}'", argv[2]));
+  std::array<char*, 2> arguments{argv[0], flag.data()};
   return read(static_cast<int>(arguments.size()), arguments.data());
 }
 

@@ -111,7 +111,8 @@ class CommandLine {
   Verb addVerb(const std::string& name, const std::string& description);
 
   /// Reads the arguments and answers what they ask for; nothing where that was help or the version,
-  /// which is printed; "help VERB" is "VERB --help". Throws the `Failure` of wrong usage.
+  /// which is printed; "help VERB" is "VERB --help", "version" is "--version". Throws the `Failure`
+  /// of wrong usage.
   Run read(int argc, char** argv);
 
   /// The verb that was named, once the arguments are read.
@@ -119,6 +120,7 @@ class CommandLine {
 
  private:
   Run readHelp(int argc, char** argv);
+  Run readAs(std::string flag, int argc, char** argv);
 
   const std::unique_ptr<CLI::App> app_;
   Run chosen_;

@@ -20,6 +20,7 @@ std::string optionOf(const std::string& setting) {
   if (setting == "audioOptions") return "--audio-option";
   if (setting == "extension") return "--ext";
   if (setting == "folder") return "--into";
+  if (setting == "protocols") return "--allow-protocol";
   std::string option = "--";
   for (const char letter : setting) {
     const auto byte = static_cast<unsigned char>(letter);
@@ -45,6 +46,8 @@ std::string sentenceOf(const Failure& failure) {
   if (failure.kind() == Failure::Kind::kExists) return sentence + "; --force replaces it";
   if (failure.kind() != Failure::Kind::kSettings || failure.subject().empty()) return sentence;
   const std::string prefix = failure.subject() + ":";
+  if (failure.subject() == "protocols" && !sentence.starts_with(prefix))
+    return sentence + "; --allow-protocol allows one";
   return sentence.starts_with(prefix)
              ? optionOf(failure.subject()) + sentence.substr(failure.subject().size())
              : sentence;

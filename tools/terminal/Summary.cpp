@@ -21,5 +21,6 @@ std::string effortText(const Effort& effort) {
   if (effort.bytesWritten) facts.push_back(formatByteCount(*effort.bytesWritten));
   if (const std::string share = shareText(effort); !share.empty())
     facts.push_back(share + " of the source");
-  return fmt::format("{}", fmt::join(facts, ", "));
+  const std::string kept = effort.kept.empty() ? "" : "; it has " + effort.kept;
+  return fmt::format("{}{}", fmt::join(facts, ", "), kept);
 }

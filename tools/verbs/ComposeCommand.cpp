@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/InputOptions.h"
 #include "tools/cli/PlacementText.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
@@ -17,6 +18,7 @@ struct Arguments {
   std::vector<std::string> tracks;
   std::string output, save, load;
   std::string progress = "bar";
+  TypedProtocols protocols;
   bool force = false;
 };
 
@@ -28,6 +30,7 @@ int run(const Arguments& arguments) {
   if (!arguments.load.empty()) settings.placements = loadPlacements(arguments.load);
   for (const std::string& text : arguments.tracks)
     settings.placements.push_back(parsePlacement(text));
+  for (Placement& placement : settings.placements) placement.protocols = arguments.protocols.list();
   if (settings.placements.empty()) throw wrongUsage("there is no track: name files or --load some");
   ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
   Events events = progress.events();
@@ -51,6 +54,7 @@ void addComposeVerb(CommandLine& line) {
   verb.option("-o,--output", arguments->output, "the file to write").type("FILE");
   verb.option("--save", arguments->save, "store the composition in a property list").type("FILE");
   verb.option("--load", arguments->load, "begin with a stored composition").type("FILE");
+  addProtocolOption(verb, arguments->protocols);
   verb.flag("--force", arguments->force, "replace an existing target");
   verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
       .type("STYLE");

@@ -11,6 +11,7 @@
 #include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/ConversionOptions.h>
 #include <kestrel/convert/Presets.h>
+#include "tools/cli/InputOptions.h"
 #include "tools/cli/LookOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
@@ -219,7 +220,7 @@ void addVideoOptions(Verb verb) {
           "1 or 2: how often the encoder goes through the pictures (default: 2 for a size limit)")
       .type("N");
   verb.option("--encoder-preset", "the encoder's preset (see 'kestrel encoders')").type("NAME");
-  verb.option("--keyframes", "seconds between key pictures (default: 10)").type("SECONDS");
+  verb.option("--keyframes", "the time between key pictures (default: 10s)").type("TIME");
   verb.flag("--compatible", "what every player plays: 8-bit 4:2:0 pictures, stereo sound");
   verb.option("--depth", "bits of a component: 8, 10 … (default: the source's)").type("BITS");
   verb.option("--chroma", "samples of colour: 420, 422 or 444 (default: the source's)")
@@ -267,12 +268,13 @@ void addOtherOptions(Verb verb) {
       .type("0,2|LANG");
   verb.flag("--no-attachments", "leave covers and fonts out");
   verb.group("Span and file");
-  verb.option("--start", "seconds, [hh:]mm:ss.mmm or 1m30s").type("TIME");
+  verb.option("--start", "seconds, [hh:]mm:ss.mmm, 1m30s, or 50% of the length").type("TIME");
   verb.option("--end", "where to stop, in the source's time").type("TIME");
   verb.option("--duration", "how much to convert").type("TIME");
   verb.option("--chapters", "chapters to convert, counted from 1").type("A[-B]");
   verb.option("--title", "of a disc: a number (see 'kestrel dvd') or 'main'").type("N|main");
   verb.option("--angle", "of a title that has several, counted from 1 (default: 1)").type("N");
+  verb.option("--allow-protocol", kProtocolHelp).type("NAME").repeatable();
   verb.flag("--no-metadata", "leave tags and chapters out");
 }
 
@@ -299,8 +301,8 @@ void addConvertVerb(CommandLine& line) {
   addOtherOptions(verb);
   verb.option("--format", "the container, where no extension tells it: mkv, ts, mp4, wav …")
       .type("NAME");
-  verb.option("--fragment", "MPEG-4 in fragments of so many seconds, each from a key picture on")
-      .type("SECONDS");
+  verb.option("--fragment", "MPEG-4 in fragments that last so long, each from a key picture on")
+      .type("TIME");
   verb.flag("--force", typed->force, "replace an existing target");
   verb.flag("--dry-run", typed->dryRun, "print what would become of each stream, write nothing");
   verb.flag("--json", typed->json, "print plans, or what became of many files, as one document");

@@ -8,8 +8,8 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "tools/cli/InputOptions.h"
 #include "tools/cli/Text.h"
-#include "tools/cli/TitleOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/StandardOutput.h"
@@ -25,7 +25,7 @@ struct Typed {
   bool force = false;
   std::string time;
   std::string input;
-  TypedTitle title;
+  TypedInput source;
   std::string output;
 };
 
@@ -50,11 +50,12 @@ int listEffects(bool asJson) {
 
 int drawPreview(const Typed& typed) {
   EffectSheetSettings settings{.input = typed.input,
-                               .title = typed.title.number(),
-                               .angle = typed.title.angleNumber(),
+                               .title = typed.source.number(),
+                               .angle = typed.source.angleNumber(),
+                               .protocols = typed.source.protocols.list(),
                                .output = typed.output,
                                .replaces = typed.force};
-  if (!typed.time.empty()) settings.time = parseTime("--time", typed.time);
+  if (!typed.time.empty()) settings.time = parseMoment("--time", typed.time);
   try {
     return finish(writeEffectSheet(settings, {.interrupt = interrupted}));
   } catch (const Failure& failure) {
@@ -65,7 +66,7 @@ int drawPreview(const Typed& typed) {
 int effects(const Typed& typed) {
   if (!typed.preview) {
     if (!typed.input.empty()) throw wrongUsage("a file is of use with --preview only");
-    if (!typed.title.title.empty() || typed.title.angle)
+    if (!typed.source.title.empty() || typed.source.angle)
       throw wrongUsage("a title is of use with --preview only");
     return listEffects(typed.json);
   }
@@ -81,7 +82,7 @@ void addEffectsVerb(CommandLine& line) {
   Verb verb = line.addVerb("effects", "List the looks that pictures can be given");
   verb.flag("--json", typed->json, "print one JSON document");
   verb.flag("--preview", typed->preview, "draw a sheet of all of them on one picture of a movie");
-  addTitleOptions(verb, typed->title);
+  addInputOptions(verb, typed->source);
   verb.option("--time", typed->time, "which picture (default: the one in the middle)").type("TIME");
   verb.flag("--force", typed->force, "replace an existing target");
   verb.option("input", typed->input, "the movie to preview").type("FILE");

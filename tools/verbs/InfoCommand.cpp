@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/cli/TitleOptions.h"
+#include "tools/cli/InputOptions.h"
 #include "tools/terminal/ExitStatus.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
@@ -23,18 +23,20 @@ namespace {
 
 struct InfoSettings {
   std::vector<std::string> inputs;
-  TypedTitle title;
+  TypedInput source;
   bool asJson = false;
 };
 
 /// What the container says of a file and, where it can be read a second time, how its pictures were
 /// scanned.
 MediaInfo infoOf(const InfoSettings& settings, const std::string& input) {
-  const auto title = settings.title.number();
-  const int angle = settings.title.angleNumber();
-  MediaInfo info = readMediaInfo(input, title, interrupted, angle);
+  const auto title = settings.source.number();
+  const int angle = settings.source.angleNumber();
+  const Protocols protocols = settings.source.protocols.list();
+  MediaInfo info = readMediaInfo(input, title, interrupted, angle, protocols);
   if (info.mainVideo && (title || std::filesystem::is_regular_file(input)))
-    info.streams[*info.mainVideo].video.scanning = readScanning(input, title, interrupted, angle);
+    info.streams[*info.mainVideo].video.scanning =
+        readScanning(input, title, interrupted, angle, protocols);
   return info;
 }
 
@@ -75,7 +77,7 @@ void addInfoVerb(CommandLine& line) {
   const auto settings = std::make_shared<InfoSettings>();
   Verb verb = line.addVerb("info", "Tell what is in media files");
   verb.option("input", settings->inputs, "the files to read").required().type("FILE…");
-  addTitleOptions(verb, settings->title);
+  addInputOptions(verb, settings->source);
   verb.flag("--json", settings->asJson, "print one JSON document, of several files an array");
   verb.footer("Example:\n  kestrel demo bars.mp4\n  kestrel info bars.mp4");
   verb.runs([settings] {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <kestrel/convert/Join.h>
+#include "tools/cli/InputOptions.h"
 #include "tools/cli/Text.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
@@ -21,6 +22,7 @@ struct Arguments {
   std::string reencode = "auto";
   std::string progress = "bar";
   JoinEncoding format;
+  TypedProtocols protocols;
   bool force = false;
 };
 
@@ -40,6 +42,8 @@ JoinEncoding formatOf(const Arguments& arguments) {
     const PictureBox size = parseSize("--size", arguments.size);
     format.width = size.width;
     format.height = size.height;
+    format.lines = size.lines;
+    format.scale = size.scale;
   }
   if (!arguments.fps.empty()) format.fps = parseRate("--fps", arguments.fps);
   if (!arguments.videoBitrate.empty())
@@ -53,7 +57,10 @@ int runJoin(const Arguments& arguments, bool hasFormat) {
   JoinSettings settings;
   for (const std::string& input : arguments.inputs) {
     const TitledPath titled = parseTitledPath(input);
-    settings.inputs.push_back({.path = titled.path, .title = titled.title, .angle = titled.angle});
+    settings.inputs.push_back({.path = titled.path,
+                               .title = titled.title,
+                               .angle = titled.angle,
+                               .protocols = arguments.protocols.list()});
   }
   settings.output = arguments.output;
   settings.replaces = arguments.force;
@@ -88,6 +95,7 @@ void addJoinVerb(CommandLine& line) {
   verb.option("--reencode", arguments->reencode,
               "auto (where inputs do not fit), never (fail then) or always")
       .type("WHEN");
+  addProtocolOption(verb, arguments->protocols);
   verb.flag("--force", arguments->force, "replace an existing target");
   verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
       .type("STYLE");
@@ -95,7 +103,7 @@ void addJoinVerb(CommandLine& line) {
   const std::vector<Option> formats{
       verb.option("--video-codec", arguments->format.videoCodec, "codec of the pictures")
           .type("NAME"),
-      verb.option("--size", arguments->size, "size in pixels").type("WxH"),
+      verb.option("--size", arguments->size, "size in pixels").type("WxH|720p|50%"),
       verb.option("--fps", arguments->fps, "pictures per second").type("N[/D]"),
       verb.option("--video-bitrate", arguments->videoBitrate, "bits per second").type("RATE"),
       verb.option("--crf", arguments->format.crf, "constant quality").type("N"),

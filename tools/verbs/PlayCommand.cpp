@@ -15,8 +15,8 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/cli/InputOptions.h"
 #include "tools/cli/Text.h"
-#include "tools/cli/TitleOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Keys.h"
 #include "tools/terminal/Outcome.h"
@@ -43,7 +43,7 @@ struct Typed {
   std::string input;
   std::string start;
   std::string audioTracks;
-  TypedTitle title;
+  TypedInput source;
   double rate = 1;
   double volume = 1;
   bool picture = false;
@@ -75,8 +75,9 @@ bool showsBlocks() {
 
 PlayerSettings settingsOf(const Typed& typed) {
   return {.input = typed.input,
-          .title = typed.title.number(),
-          .angle = typed.title.angleNumber(),
+          .title = typed.source.number(),
+          .angle = typed.source.angleNumber(),
+          .protocols = typed.source.protocols.list(),
           .audioTracks = parseTrackChoice(typed.audioTracks),
           .withPictures = typed.picture};
 }
@@ -95,7 +96,7 @@ class TerminalPlayer {
  public:
   explicit TerminalPlayer(const Typed& typed)
       : typed_(typed), volume_(typed.volume), player_(settingsOf(typed), interrupted) {
-    if (!typed.start.empty()) start_ = parseTime("--start", typed.start);
+    if (!typed.start.empty()) start_ = startOf(typed);
     if (player_.duration() && start_ > 0 && start_ >= *player_.duration())
       throw wrongUsage(fmt::format("the start lies behind the end of '{}'", typed.input));
   }
@@ -113,6 +114,15 @@ class TerminalPlayer {
   }
 
  private:
+  int64_t startOf(const Typed& typed) const {
+    const auto start = parseMoment("--start", typed.start).within(player_.duration());
+    if (!start)
+      throw wrongUsage(
+          fmt::format("--start: how long '{}' is cannot be known: give a time in place of a share",
+                      typed.input));
+    return *start;
+  }
+
   void requirePictureTerminal(const Terminal& terminal) const {
     if (!typed_.picture) return;
     if (!terminal.isStandardOutput() || !showsColors())
@@ -237,7 +247,7 @@ void addPlayVerb(CommandLine& line) {
   const auto typed = std::make_shared<Typed>();
   Verb verb = line.addVerb("play", "Play a movie's sound");
   verb.option("input", typed->input, "the movie to play").required().type("FILE");
-  addTitleOptions(verb, typed->title);
+  addInputOptions(verb, typed->source);
   verb.option("--start", typed->start, "where to begin (default: 0)").type("TIME");
   verb.option("--rate", typed->rate,
               "factor on the tempo, from 0.25 to 4; the pitch stays (default: 1)")

@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
+#include "tools/cli/InputOptions.h"
 #include "tools/cli/LookOptions.h"
 #include "tools/cli/Text.h"
-#include "tools/cli/TitleOptions.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/verbs/Verbs.h"
@@ -31,27 +31,12 @@ struct Typed {
   std::string size;
   std::string sheet;
   std::string every;
-  TypedTitle title;
+  TypedInput source;
   std::optional<int> quality;
   bool sprites = false;
   bool best = false;
   bool force = false;
 };
-
-/// "12.5", "1:02:03" or "50%".
-void parseMoment(const std::string& text, ThumbnailSettings& settings) {
-  if (text.empty()) return;
-  if (!text.ends_with('%')) {
-    settings.time = parseTime("--time", text);
-    return;
-  }
-  double percent = 0;
-  const char* end = text.data() + text.size() - 1;
-  const auto [read, error] = std::from_chars(text.data(), end, percent);
-  if (error != std::errc{} || read != end || !(percent >= 0 && percent <= 100))
-    throw wrongUsage(fmt::format("--time: '{}' is not a time such as 12.5, 1:02:03 or 50%", text));
-  settings.share = percent / 100;
-}
 
 struct Grid {
   int columns = 1;
@@ -93,8 +78,9 @@ template <typename Settings>
 Settings settingsOf(const Typed& typed, const LookSettings& look) {
   Settings settings;
   settings.input = typed.input;
-  settings.title = typed.title.number();
-  settings.angle = typed.title.angleNumber();
+  settings.title = typed.source.number();
+  settings.angle = typed.source.angleNumber();
+  settings.protocols = typed.source.protocols.list();
   settings.output = typed.output;
   settings.replaces = typed.force;
   settings.quality = typed.quality;
@@ -106,13 +92,10 @@ Settings settingsOf(const Typed& typed, const LookSettings& look) {
 
 int drawPicture(const Typed& typed, const LookSettings& look, const Events& events) {
   auto settings = settingsOf<ThumbnailSettings>(typed, look);
-  parseMoment(typed.time, settings);
+  if (!typed.time.empty()) settings.time = parseMoment("--time", typed.time);
   try {
     return finish(writeThumbnail(settings, events));
   } catch (const Failure& failure) {
-    if (failure.subject() == "share")
-      throw failed(
-          fmt::format("how long '{}' is cannot be known: give --time in seconds", typed.input));
     throw withTypedTime(failure, typed.time);
   }
 }
@@ -126,7 +109,7 @@ int run(const Typed& typed, const Verb& verb) {
   const Events events = progress.events();
   if (typed.sprites) {
     auto settings = settingsOf<SpritesSettings>(typed, look);
-    if (!typed.every.empty()) settings.every = parseTime("--every", typed.every);
+    if (!typed.every.empty()) settings.every = parseMoment("--every", typed.every);
     return finish(progress, writeSprites(settings, events));
   }
   if (typed.sheet.empty()) return drawPicture(typed, look, events);
@@ -153,7 +136,7 @@ void addThumbVerb(CommandLine& line) {
   verb.option("--size", typed->size,
               "the size to fit the picture, or each one of a sheet, into, in pixels "
               "(default: its own; a side '-' is free)")
-      .type("WxH");
+      .type("WxH|720p|50%");
   verb.option("--sheet", typed->sheet,
               "a contact sheet: so many columns by rows, from all over the movie")
       .type("4x5");
@@ -170,7 +153,7 @@ void addThumbVerb(CommandLine& line) {
               "of JPEG, WebP and AVIF (default: 94, 90 and 80); PNG loses nothing")
       .type("N")
       .within(0, 100);
-  addTitleOptions(verb, typed->title);
+  addInputOptions(verb, typed->source);
   verb.flag("--force", typed->force, "replace an existing target");
   addLookOptions(verb);
   verb.footer(

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/InputOptions.h"
 #include "tools/cli/Text.h"
-#include "tools/cli/TitleOptions.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/verbs/Verbs.h"
@@ -25,7 +25,7 @@ constexpr char kUsualSize[] = "1200x240";  // pixels
 
 struct Arguments {
   std::string input, output, tracks;
-  TypedTitle title;
+  TypedInput source;
   std::string size;
   std::string progress = "bar";
   double pointsPerSecond = 100;
@@ -62,8 +62,9 @@ int run(const Arguments& arguments) {
       parseBothSides("--size", arguments.size.empty() ? kUsualSize : arguments.size, kUsualSize);
   ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
   return finish(progress, writeWaveform({.input = arguments.input,
-                                         .title = arguments.title.number(),
-                                         .angle = arguments.title.angleNumber(),
+                                         .title = arguments.source.number(),
+                                         .angle = arguments.source.angleNumber(),
+                                         .protocols = arguments.source.protocols.list(),
                                          .output = arguments.output,
                                          .replaces = arguments.force,
                                          .form = form,
@@ -93,7 +94,7 @@ void addWaveVerb(CommandLine& line) {
   verb.option("--tracks", arguments->tracks,
               "sound tracks by number, from 0 (default: the one a player chooses)")
       .type("0,2");
-  addTitleOptions(verb, arguments->title);
+  addInputOptions(verb, arguments->source);
   verb.flag("--split-channels", arguments->splitChannels,
             "every channel by itself instead of their mean");
   verb.flag("--force", arguments->force, "replace an existing target");

@@ -46,6 +46,7 @@ struct Effort {
   int64_t pictures = 0;                      ///< of the result
   std::optional<int64_t> bytesRead = {};     ///< the input's size, of one that is a file
   std::optional<int64_t> bytesWritten = {};  ///< the result's, likewise
+  std::string kept = {};  ///< the result's streams: "1 video track, 2 sound tracks"
 };
 
 /// What became of a job.

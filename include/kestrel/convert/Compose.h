@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/Export.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Report.h>
 
@@ -19,6 +20,7 @@ struct Placement {
   double rate = 1;                ///< kept for other programs; packets are copied as they are
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};       ///< by which the input may be read where it is no file
 
   bool operator==(const Placement&) const = default;
 };

@@ -3,6 +3,7 @@
 #include <kestrel/BitmapContext.h>
 #include <kestrel/BitmapImage.h>
 #include <kestrel/Export.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/Report.h>
@@ -57,6 +58,7 @@ struct ContactSheetSettings {
   std::string input = {};           ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};    ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                    ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};         ///< by which the input may be read where it is no file
   std::string output = {};          ///< its name ends in .png, .jpg, .webp or .avif
   bool replaces = false;            ///< an existing target may be replaced
   std::optional<int> quality = {};  ///< of the file, 0 to 100; absent: what is usual. Not of PNG

@@ -4,8 +4,10 @@
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFVideoColor.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/MediaInfo.h>
+#include <kestrel/convert/Moment.h>
 #include <kestrel/convert/TrackChoice.h>
 
 #include <cstdint>
@@ -46,6 +48,7 @@ struct ConversionSettings {
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};       ///< by which the input may be read where it is no file
   /// Its extension chooses the container. "pipe:N" is written to the file descriptor N, from its
   /// first byte to its last: MPEG-4 in fragments, and nothing that has to go back.
   std::string output = {};
@@ -131,17 +134,18 @@ struct ConversionSettings {
   bool keepsSubtitles = true;
   bool keepsAttachments = true;  ///< covers, fonts
 
-  // Span; times are microseconds from the movie's start.
+  // Span; times count from the movie's start.
 
-  int64_t start = 0;                          ///< from 0, up to 100000 hours
-  std::optional<int64_t> end = {};            ///< behind the start; or else
-  std::optional<int64_t> duration = {};       ///< above 0
+  Moment start = 0;                           ///< from 0, up to 100000 hours
+  std::optional<Moment> end = {};             ///< behind the start; or else
+  std::optional<Moment> duration = {};        ///< above 0
   std::optional<ChapterRange> chapters = {};  ///< instead of start and end
 
   bool keepsMetadata = true;  ///< tags and chapters
 
   /// For settings that are not about one input, such as presets: what shapes pictures or sound is
-  /// passed over where an input has none, in place of being refused.
+  /// passed over where an input has none, and the main title where it is no disc, in place of being
+  /// refused.
   bool suitsAnyInput = false;
 };
 

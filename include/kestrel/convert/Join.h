@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/Export.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Report.h>
@@ -19,6 +20,7 @@ struct JoinInput {
   double rate = 1;                ///< how fast it plays, 0.01 to 100
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};       ///< by which the input may be read where it is no file
 };
 
 /// The format of what a join encodes anew; what is left open is the first input's. Each member
@@ -27,6 +29,8 @@ struct JoinEncoding {
   std::string videoCodec = {};
   std::optional<int> width = {};
   std::optional<int> height = {};
+  std::optional<int> lines = {};
+  std::optional<double> scale = {};
   std::optional<Rational> fps = {};
   std::optional<double> aspect = {};
   std::optional<int> videoBitrate = {};

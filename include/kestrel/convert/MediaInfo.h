@@ -3,6 +3,7 @@
 #include <kestrel/Export.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFVideoColor.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Scanning.h>
 
@@ -151,8 +152,10 @@ struct MediaInfo {
 KESTREL_API MediaInfo mediaInfoOf(const LMMediaSource& source);
 
 /// What is in a file, or in one title of a disc (a number from 1, or `kMainTitle`) as one of its
-/// angles shows it (from 1). Throws `Failure` for one that cannot be opened.
+/// angles shows it (from 1); `protocols` are those by which it may be read where it is no file.
+/// Throws `Failure` for one that cannot be opened.
 KESTREL_API MediaInfo readMediaInfo(const std::string& path, std::optional<int> title = {},
-                                    const Interrupt& interrupt = {}, int angle = 1);
+                                    const Interrupt& interrupt = {}, int angle = 1,
+                                    const Protocols& protocols = {});
 
 }  // namespace kestrel

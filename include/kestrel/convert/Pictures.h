@@ -6,6 +6,7 @@
 #include <kestrel/Image.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFMediaStream.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/Report.h>
@@ -22,6 +23,7 @@ struct PicturesSettings {
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};       ///< by which the input may be read where it is no file
   LookSettings look = {};
   Deinterlacing deinterlacing = Deinterlacing::kCombed;
 };

@@ -3,6 +3,7 @@
 #include <kestrel/Export.h>
 #include <kestrel/Geometry.h>
 #include <kestrel/Image.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Report.h>
 #include <kestrel/convert/TrackChoice.h>
@@ -22,6 +23,7 @@ struct PlayerSettings {
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};       ///< by which the input may be read where it is no file
   TrackChoice audioTracks = {};   ///< several are mixed
   bool withPictures = false;      ///< decode pictures, too; an input without any is refused
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/Export.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
 
 #include <optional>
@@ -30,6 +31,7 @@ struct Scanning {
 /// `kMainTitle`) as one of its angles, from 1, shows it. Where none can be looked at or nothing
 /// moves, the marks decide. Throws a `Failure` for what cannot be opened, and when interrupted.
 KESTREL_API Scanning readScanning(const std::string& path, std::optional<int> title = {},
-                                  const Interrupt& interrupt = {}, int angle = 1);
+                                  const Interrupt& interrupt = {}, int angle = 1,
+                                  const Protocols& protocols = {});
 
 }  // namespace kestrel

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <kestrel/Export.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/Moment.h>
 #include <kestrel/convert/Report.h>
 #include <kestrel/convert/Thumbnail.h>
 
@@ -49,13 +51,14 @@ struct SpritesSettings {
   std::string input = {};           ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};    ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                    ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};         ///< by which the input may be read where it is no file
   std::string output = {};          ///< its name ends in .png, .jpg, .webp or .avif
   bool replaces = false;            ///< existing targets may be replaced
   std::optional<int> quality = {};  ///< of the file, 0 to 100; absent: what is usual. Not of PNG
   LookSettings look = {};
   bool best = false;     ///< of each one's span the picture that shows most, by `bestPictureTime`
   PictureBox size = {};  ///< of one picture; by default it fits into 160x90
-  std::optional<int64_t> every = {};  ///< their step, above 0; absent: the usual span
+  std::optional<Moment> every = {};  ///< their step, above 0; absent: the usual span
 };
 
 /// Draws a movie's sprites into a file, and a WebVTT file beside it, of the same name but for

@@ -3,7 +3,9 @@
 #include <kestrel/Export.h>
 #include <kestrel/IndexSet.h>
 #include <kestrel/LMFFFormat.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/convert/ConversionPlan.h>
+#include <kestrel/convert/Moment.h>
 #include <kestrel/convert/PictureBox.h>
 #include <kestrel/convert/TrackChoice.h>
 
@@ -25,21 +27,15 @@ namespace kestrel {
 /// rounded.
 KESTREL_API int64_t parseTime(std::string_view option, std::string_view text);
 
-/// "1280x720", "1280x-" or "-x720": a side that is left open keeps the picture's shape.
+/// The same, or a share of the movie's length: "50%".
+KESTREL_API Moment parseMoment(std::string_view option, std::string_view text);
+
+/// A length of time in seconds: a number, or as of `parseTime`, "2" or "1m30s".
+KESTREL_API double parseSeconds(std::string_view option, std::string_view text);
+
+/// "1280x720", "1280x-" or "-x720" (a side that is left open keeps the picture's shape), "720p" or
+/// "50%".
 KESTREL_API PictureBox parseSize(std::string_view option, std::string_view text);
-
-/// The size of a conversion's pictures, in one of the ways that its settings know.
-struct PictureSize {
-  std::optional<int> width = {};
-  std::optional<int> height = {};
-  std::optional<int> lines = {};     ///< as `ConversionSettings::lines`
-  std::optional<double> scale = {};  ///< as `ConversionSettings::scale`
-
-  bool operator==(const PictureSize&) const = default;
-};
-
-/// "1280x720", "1280x-", "720p" or "50%".
-KESTREL_API PictureSize parsePictureSize(std::string_view option, std::string_view text);
 
 /// A box with both sides, which may be as long as they like. A refusal names `example`.
 KESTREL_API PictureBox parseBothSides(std::string_view option, std::string_view text,
@@ -95,6 +91,9 @@ struct TitledPath {
 /// "DISC#3", "DISC#main" or, for the second angle of title 3, "DISC#3.2". It is a path without a
 /// title where there is a file under the whole text, or none under what stands before the last '#'.
 KESTREL_API TitledPath parseTitledPath(const std::string& text);
+
+/// "https,concat": names of `knownProtocols`.
+KESTREL_API Protocols parseProtocols(std::string_view option, std::string_view text);
 
 /// A channel layout's name, such as "5.1", as its mask; none for "".
 KESTREL_API std::optional<int64_t> parseChannels(std::string_view option, const std::string& text);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/Export.h>
+#include <kestrel/Protocols.h>
 #include <kestrel/Waveform.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Report.h>
@@ -17,12 +18,13 @@ struct DrawnWaveform {
 };
 
 /// Draws the outline of the sound of a file, or of one title of a disc (a number from 1, or
-/// `kMainTitle`) as one of its angles, from 1, shows it. The settings' own `progress` and
-/// `interrupt` are not used: `events` has both. Throws `Failure` for what cannot be opened or
-/// drawn; where it is interrupted, the report says so and the waveform is empty.
+/// `kMainTitle`) as one of its angles, from 1, shows it; `protocols` are those by which an input
+/// may be read that is no file. The settings' own `progress` and `interrupt` are not used: `events`
+/// has both. Throws `Failure` for what cannot be opened or drawn; where it is interrupted, the
+/// report says so and the waveform is empty.
 KESTREL_API DrawnWaveform drawWaveform(const std::string& input, const WaveformSettings& settings,
                                        const Events& events = {}, std::optional<int> title = {},
-                                       int angle = 1);
+                                       int angle = 1, const Protocols& protocols = {});
 
 /// A file of a waveform; `{}` beside the two names means the defaults.
 struct WaveformFileSettings {
@@ -35,6 +37,7 @@ struct WaveformFileSettings {
   std::string input = {};
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};       ///< by which the input may be read where it is no file
   std::string output = {};
   bool replaces = false;  ///< an existing target may be replaced
   Form form = Form::kJson;
