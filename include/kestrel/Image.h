@@ -4,6 +4,7 @@
 #include <kestrel/Color.h>
 #include <kestrel/Export.h>
 #include <kestrel/Geometry.h>
+#include <kestrel/Scaler.h>
 #include <kestrel/YUVPicture.h>
 
 #include <memory>
@@ -25,10 +26,12 @@ struct ImageNode;
 /// extent may be empty or infinite.
 ///
 /// - Crop: pixels at a fractional edge are partly covered.
-/// - Transform: consecutive transforms are merged and resampled once. A pixel of the result is the
-///   average of the area it covers when shrinking, and bilinear when enlarging; whole shifts,
-///   mirroring and quarter turns keep pixels unchanged. Edge pixels are repeated outwards, so that
-///   nothing beyond the edge (not even what a crop removed) bleeds in and edges do not fade.
+/// - Transform: consecutive transforms are merged and resampled once, by Lanczos's curve of three
+///   lobes unless `resampledBy` says otherwise; under a map that turns by other than quarters a
+///   pixel is the average of the area it covers when shrinking, and bilinear when enlarging. Whole
+///   shifts, mirroring and quarter turns keep pixels unchanged. Edge pixels are repeated outwards,
+///   so that nothing beyond the edge (not even what a crop removed) bleeds in and edges do not
+///   fade.
 class KESTREL_API Image {
  public:
   /// The meaning of the fourth byte of a bitmap's pixels.
@@ -42,8 +45,9 @@ class KESTREL_API Image {
                                                  Alpha alpha = Alpha::kStraight);
 
   /// A picture in luma and chroma planes with its lower-left corner at the origin. Chroma is scaled
-  /// to the size of luma by linear interpolation. Null if `picture` has no luma, a side of 0 or
-  /// less, a bit depth outside of 8 to 16 or a chroma shift outside of 0 to 2.
+  /// to the size of luma: across by linear interpolation, down so that the mean of two rows is the
+  /// row of chroma that they share. Null if `picture` has no luma, a side of 0 or less, a bit depth
+  /// outside of 8 to 16 or a chroma shift outside of 0 to 2.
   static std::shared_ptr<const Image> fromPlanes(const YUVPicture& picture);
 
   /// A colour without bounds, its components clamped to 0 to 1.
@@ -58,6 +62,10 @@ class KESTREL_API Image {
   /// This picture mapped by `transform`. If the transform is not invertible or not finite, the
   /// result is transparent with an empty extent.
   std::shared_ptr<const Image> transformed(const AffineTransform& transform) const;
+
+  /// This picture, whose transforms, those before and those after, resample by `scaler`. Where it
+  /// is said several times, the last counts.
+  std::shared_ptr<const Image> resampledBy(const Scaler& scaler) const;
 
   /// This picture moved by `dx` to the right and `dy` upwards, in pixels.
   std::shared_ptr<const Image> translated(double dx, double dy) const;

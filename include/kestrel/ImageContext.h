@@ -41,8 +41,11 @@ class KESTREL_API ImageContext {
 
   /// The same into luma and chroma planes. The width and height of the target's format must be
   /// those of `integral(bounds)`. Transparency shows as black. Chroma is the average of the rows
-  /// that share it and, if columns share it, of the column it is sited with (½) and its neighbours
-  /// (¼ each). An image that consists only of planes of the same format keeps its samples.
+  /// that share it and, if two columns do, of the one it is sited with (¾), its neighbours (¼ each)
+  /// and theirs (-⅛ each): what `Image::fromPlanes` made of chroma of the same format becomes that
+  /// again. Where all that an image does to planes of the same depth, matrix and range is to crop,
+  /// scale or mirror them, each plane is scaled by itself, or copied. So it is outside of whatever
+  /// lies over such a picture, but for the samples of chroma that it touches.
   bool render(const std::shared_ptr<const Image>& image, const Rect& bounds,
               const YUVTarget& target) const;
 

@@ -9,12 +9,12 @@ namespace kestrel {
 
 /// The layout and meaning of the samples of a picture in luma and chroma planes.
 ///
-/// A chroma sample is sited with the left one of the luma samples that share it, and half way
-/// between the two rows that share it. With Y, Cb and Cr normalised (Y from 0 to 1, Cb and Cr from
-/// -½ to ½): R = Y + 2 (1 - kr) Cr, B = Y + 2 (1 - kb) Cb, and G from
-/// Y = kr R + (1 - kr - kb) G + kb B. In limited range at 8 bits, black is 16, white 235, and
-/// chroma 16 to 240 around 128; in full range 0, 255, and 0 to 255 around 128. At more bits these
-/// numbers are multiplied by 2^(bits - 8), except that full range reaches 2^bits - 1.
+/// A chroma sample lies among the luma samples that share it where `chromaX` and `chromaY` say: by
+/// default with the left one, half way between their rows. With Y, Cb and Cr normalised (Y from 0
+/// to 1, Cb and Cr from -½ to ½): R = Y + 2 (1 - kr) Cr, B = Y + 2 (1 - kb) Cb, and G from Y = kr R
+/// + (1 - kr - kb) G + kb B. In limited range at 8 bits, black is 16, white 235, and chroma 16 to
+/// 240 around 128; in full range 0, 255, and 0 to 255 around 128. At more bits these numbers are
+/// multiplied by 2^(bits - 8), except that full range reaches 2^bits - 1.
 struct YUVFormat {
   int width = 0;         ///< luma samples
   int height = 0;        ///< luma rows
@@ -25,6 +25,8 @@ struct YUVFormat {
   double kr = 0.2126;    ///< share of red in luma
   double kb = 0.0722;    ///< share of blue in luma
   bool fullRange = false;
+  double chromaX = 0;    ///< 0: with the left column of those that share it, 1: with the right one
+  double chromaY = 0.5;  ///< 0: with the upper row, 1: with the lower one
 
   bool operator==(const YUVFormat&) const = default;
 };

@@ -14,6 +14,7 @@
 #include <kestrel/Image.h>
 #include <kestrel/ImageContext.h>
 #include <kestrel/ParagraphStyle.h>
+#include <kestrel/Scaler.h>
 #include <kestrel/TextEncoding.h>
 #include <kestrel/Vector.h>
 #include <kestrel/YUVPicture.h>

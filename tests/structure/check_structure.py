@@ -30,7 +30,7 @@ ORDER = ["platform", "support", "frames", "sources", "effects", "audio", "media"
 
 # The folders of public headers that have no .cpp of their own.
 HOMES = {
-    "Vector.h": "platform/image/values",
+    "Vector.h": "platform/image/values", "Scaler.h": "platform/image/values",
     "YUVPicture.h": "platform/image/bitmap", "ParagraphStyle.h": "platform/text",
     "Error.h": "platform", "Export.h": "platform", "IndexSet.h": "platform",
     "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "MovieLook.h": "media",

@@ -35,6 +35,7 @@ HWY_INLINE V16 alphaOfPixels(V16 v) {
   return hn::BitCast(kD16, hn::TableLookupBytes(hn::BitCast(d8, v), hn::LoadDup128(d8, kIndices)));
 }
 
+/// Sources are loaded at twice their scale: a product with a weight is then at the scale itself.
 struct Samples8 {
   using Sample = uint8_t;
   static constexpr bool kHasFixedAlpha = false;
@@ -65,14 +66,14 @@ struct Straight8 : Samples8 {
 struct Samples16 {
   using Sample = int16_t;
   static constexpr bool kHasFixedAlpha = false;
-  static HWY_INLINE V16 load(const Sample* from) { return hn::LoadU(kD16, from); }
+  static HWY_INLINE V16 load(const Sample* from) { return hn::ShiftLeft<1>(hn::LoadU(kD16, from)); }
   static HWY_INLINE V16 finish(V16 v) { return v; }
 };
 
 /// One vector of the sum, from value `i` of each row on.
 template <typename Source, int kTaps>
 HWY_INLINE V16 sumAt(const typename Source::Sample* const* rows, const V16* weights, size_t i) {
-  if constexpr (kTaps == 1) return Source::finish(Source::load(rows[0] + i));
+  if constexpr (kTaps == 1) return Source::finish(hn::ShiftRight<1>(Source::load(rows[0] + i)));
   V16 sum = hn::MulFixedPoint15(Source::load(rows[0] + i), weights[0]);
   for (int t = 1; t < kTaps; ++t)
     sum = hn::Add(sum, hn::MulFixedPoint15(Source::load(rows[t] + i), weights[t]));
@@ -120,7 +121,7 @@ HWY_INLINE void addRow(const typename Source::Sample* row, int weight, size_t co
   const hn::Rebind<int16_t, decltype(kDF)> dHalf;
   const hn::Rebind<int32_t, decltype(kDF)> d32;
   const size_t lanes = hn::Lanes(kD16);
-  const auto share = hn::Set(kDF, static_cast<float>(weight) / kWeightOne);
+  const auto share = hn::Set(kDF, static_cast<float>(weight) / (2 * kWeightOne));
   for (size_t i = 0; i < count; i += lanes) {
     const V16 values = Source::load(row + i);
     const auto add = [&](auto half, float* to) HWY_ATTR {
@@ -143,7 +144,7 @@ void blendMany(const typename Source::Sample* const* rows, const int16_t* weight
   int16_t result[kChunk];
   for (size_t begin = 0; begin < values; begin += kChunk) {
     const size_t count = std::min(kChunk, values - begin);
-    std::fill_n(sums, kChunk, 0.5f);
+    std::fill_n(sums, kChunk, 0.0f);
     for (int t = 0; t < taps; ++t) {
       const Sample* row = rows[t] + begin;
       if (count < kChunk) {
@@ -155,9 +156,7 @@ void blendMany(const typename Source::Sample* const* rows, const int16_t* weight
       addRow<Source>(row, weights[t], count, sums);
     }
     for (size_t i = 0; i < count; i += hn::Lanes(kDF))
-      hn::StoreU(hn::DemoteTo(dHalf, hn::ConvertTo(hn::Rebind<int32_t, decltype(kDF)>(),
-                                                   hn::LoadU(kDF, sums + i))),
-                 dHalf, result + i);
+      hn::StoreU(hn::DemoteTo(dHalf, hn::NearestInt(hn::LoadU(kDF, sums + i))), dHalf, result + i);
     std::memcpy(out + begin, result, count * sizeof(int16_t));
     if constexpr (Source::kHasFixedAlpha) {
       for (size_t i = 3; i < count; i += 4) out[begin + i] = static_cast<int16_t>(kOne);
@@ -185,6 +184,10 @@ void blend(const typename Source::Sample* const* rows, const int16_t* weights, i
       return blendExactly<Source, 7>(rows, weights, values, out);
     case 8:
       return blendExactly<Source, 8>(rows, weights, values, out);
+    case 9:
+      return blendExactly<Source, 9>(rows, weights, values, out);
+    case 10:
+      return blendExactly<Source, 10>(rows, weights, values, out);
     default:
       return blendMany<Source>(rows, weights, taps, values, out);
   }
@@ -231,39 +234,43 @@ void joinRows(const int16_t* y, const int16_t* cb, const int16_t* cr, size_t pix
 /// Chroma of 8 bits for a vector of pixels: the first of them lies at sample `k`, or, where
 /// `kIsBetween`, halfway from there to the next.
 template <int kShift, bool kIsBetween>
-HWY_INLINE V16 mixedChroma(const uint8_t* const* rows, int part, size_t k) {
-  if constexpr (kShift == 0) {
-    const auto weigh = [k](const uint8_t* row, int weight) HWY_ATTR {
-      const auto samples = hn::LoadU(hn::Rebind<uint8_t, decltype(kD16)>(), row + k);
-      return hn::Mul(hn::PromoteTo(kD16, samples), hn::Set(kD16, static_cast<int16_t>(weight)));
+HWY_INLINE V16 mixedChroma(const uint8_t* const* rows, const int* eighths, size_t k) {
+  // The sums are in eighths, three bits below the scale.
+  const auto sumOf = [&](auto load) HWY_ATTR {
+    const auto weigh = [&](int row) HWY_ATTR {
+      return hn::Mul(load(rows[row]), hn::Set(kD16, static_cast<int16_t>(eighths[row])));
     };
-    return hn::ShiftLeft<4>(hn::Add(weigh(rows[0], 8 - part), weigh(rows[1], part)));
+    return hn::Add(weigh(1), hn::Add(weigh(0), weigh(2)));
+  };
+  if constexpr (kShift == 0) {
+    return hn::ShiftLeft<3>(sumOf([k](const uint8_t* row) HWY_ATTR {
+      return hn::PromoteTo(kD16, hn::LoadU(hn::Rebind<uint8_t, decltype(kD16)>(), row + k));
+    }));
   } else {
     // Each lane of 32 bits holds one sample, and at the end two pixels.
     const hn::RepartitionToWide<decltype(kD16)> d32;
-    const hn::Repartition<uint16_t, decltype(kD16)> du16;
     const auto mixedAt = [&](size_t at) HWY_ATTR {
-      const auto weigh = [at, d32](const uint8_t* row, int weight) HWY_ATTR {
-        const auto samples = hn::LoadU(hn::Rebind<uint8_t, decltype(d32)>(), row + at);
-        return hn::Mul(hn::BitCast(kD16, hn::PromoteTo(d32, samples)),
-                       hn::Set(kD16, static_cast<int16_t>(weight)));
-      };
-      return hn::ShiftLeft<4>(hn::Add(weigh(rows[0], 8 - part), weigh(rows[1], part)));
+      return sumOf([at, d32](const uint8_t* row) HWY_ATTR {
+        return hn::BitCast(
+            kD16, hn::PromoteTo(d32, hn::LoadU(hn::Rebind<uint8_t, decltype(d32)>(), row + at)));
+      });
     };
     const V16 here = mixedAt(k);
     const V16 next = mixedAt(k + 1);
-    const auto between =
-        hn::BitCast(d32, hn::AverageRound(hn::BitCast(du16, here), hn::BitCast(du16, next)));
-    const auto second = hn::ShiftLeft<16>(kIsBetween ? hn::BitCast(d32, next) : between);
-    return hn::BitCast(kD16, hn::Or(kIsBetween ? between : hn::BitCast(d32, here), second));
+    const auto between = hn::ShiftLeft<2>(hn::Add(here, next));
+    const auto whole = hn::ShiftLeft<3>(kIsBetween ? next : here);
+    const auto first = hn::BitCast(d32, kIsBetween ? between : whole);
+    const auto second = hn::BitCast(d32, kIsBetween ? whole : between);
+    return hn::BitCast(kD16,
+                       hn::Or(hn::And(first, hn::Set(d32, 0xFFFF)), hn::ShiftLeft<16>(second)));
   }
 }
 
 template <int kShift, bool kIsBetween>
 HWY_INLINE void join8(const uint8_t* y, const ChromaRows& chroma, size_t k, int16_t* out) {
-  hn::StoreInterleaved4(Samples8::load(y),
-                        mixedChroma<kShift, kIsBetween>(chroma.cb, chroma.part, k),
-                        mixedChroma<kShift, kIsBetween>(chroma.cr, chroma.part, k),
+  hn::StoreInterleaved4(hn::ShiftRight<1>(Samples8::load(y)),
+                        mixedChroma<kShift, kIsBetween>(chroma.cb, chroma.eighths, k),
+                        mixedChroma<kShift, kIsBetween>(chroma.cr, chroma.eighths, k),
                         hn::Set(kD16, static_cast<int16_t>(kOne)), kD16, out);
 }
 
@@ -284,20 +291,22 @@ void joinRowsBy(const uint8_t* y, const ChromaRows& chroma, size_t phase, size_t
 
   // A short row is done in memory of its own: nothing beyond it may be touched.
   constexpr size_t kMost = HWY_MAX_BYTES / sizeof(int16_t);
-  uint8_t samples[5][kMost + 2] = {};
-  std::memcpy(samples[4], y, pixels);
+  uint8_t samples[7][kMost + 2] = {};
+  std::memcpy(samples[6], y, pixels);
   const size_t first = phase >> kShift;
   const size_t used = ((phase + pixels - 1) >> kShift) + 1 + kShift - first;
-  ChromaRows copies{{samples[0], samples[1]}, {samples[2], samples[3]}, chroma.part};
-  for (size_t row = 0; row < 2; ++row) {
+  ChromaRows copies{{samples[0], samples[1], samples[2]},
+                    {samples[3], samples[4], samples[5]},
+                    {chroma.eighths[0], chroma.eighths[1], chroma.eighths[2]}};
+  for (size_t row = 0; row < 3; ++row) {
     std::memcpy(samples[row], chroma.cb[row] + first, used);
-    std::memcpy(samples[2 + row], chroma.cr[row] + first, used);
+    std::memcpy(samples[3 + row], chroma.cr[row] + first, used);
   }
   int16_t result[4 * kMost];
   if (kShift == 0 || phase % 2 == 0)
-    join8<kShift, false>(samples[4], copies, 0, result);
+    join8<kShift, false>(samples[6], copies, 0, result);
   else
-    join8<kShift, true>(samples[4], copies, 0, result);
+    join8<kShift, true>(samples[6], copies, 0, result);
   std::memcpy(out, result, 4 * pixels * sizeof(int16_t));
 }
 
@@ -337,21 +346,24 @@ void copyOpaqueRow(const uint8_t* row, size_t pixels, uint8_t* out) {
 
 /// Twice as many values by linear interpolation, an even number from an even phase on.
 void doubleRow(const int16_t* in, size_t inputs, int16_t* out) {
+  // What overshoots on either side has room: the mean is taken of numbers without a sign.
   const hn::Repartition<uint16_t, decltype(kD16)> du;
+  const auto sign = hn::Set(du, 0x8000);
   const size_t lanes = hn::Lanes(kD16);
   size_t i = 0;
   const auto twice = [&](size_t at) HWY_ATTR {
     const V16 here = hn::LoadU(kD16, in + at);
     const V16 next = hn::LoadU(kD16, in + at + 1);
-    const V16 between =
-        hn::BitCast(kD16, hn::AverageRound(hn::BitCast(du, here), hn::BitCast(du, next)));
+    const auto mean = hn::AverageRound(hn::Xor(hn::BitCast(du, here), sign),
+                                       hn::Xor(hn::BitCast(du, next), sign));
+    const V16 between = hn::BitCast(kD16, hn::Xor(mean, sign));
     hn::StoreInterleaved2(here, between, kD16, out + 2 * at);
   };
   for (; i + lanes <= inputs; i += lanes) twice(i);
   if (i < inputs && inputs >= lanes) return twice(inputs - lanes);
   for (; i < inputs; ++i) {
     out[2 * i] = in[i];
-    out[2 * i + 1] = static_cast<int16_t>((in[i] + in[i + 1] + 1) / 2);
+    out[2 * i + 1] = static_cast<int16_t>((in[i] + in[i + 1] + 1) >> 1);
   }
 }
 

@@ -7,18 +7,18 @@
 /// machine is chosen at run time.
 ///
 /// Pixels on the way from a source to a resampler are four `int16_t` (R, G, B, A, or Y, Cb, Cr, A)
-/// that are multiplied by alpha, 32640 standing for 1: eight bits and seven below. Resampled pixels
-/// are four floats, multiplied by alpha, 1 for 1. Rows never overlap unless it is said. Weights are
-/// `int16_t` that add up to 32768, none of them negative.
+/// that are multiplied by alpha, 16320 standing for 1: eight bits and six below, with room on both
+/// sides for what curves with negative lobes overshoot. Resampled pixels are four floats,
+/// multiplied by alpha, 1 for 1. Rows never overlap unless it is said. Weights are `int16_t` that
+/// add up to 16384; some may be negative.
 namespace kestrel::kernels {
 
-inline constexpr int kOne = 32640;
+inline constexpr int kOne = 16320;
 
-/// 1 in weights. It does not fit into one of them: a tap alone has `kWeightOne - 1`.
-inline constexpr int kWeightOne = 32768;
+/// 1 in weights.
+inline constexpr int kWeightOne = 16384;
 
-// From a source to 16 bits: `out` is the weighted sum of `taps` rows. One tap means a plain copy,
-// whatever its weight.
+// From a source to 16 bits: `out` is the weighted sum of `taps` rows. One tap means a plain copy.
 
 /// Rows of 8-bit R, G, B and a fourth byte that is taken for 255.
 void blendOpaque(const uint8_t* const* rows, const int16_t* weights, int taps, size_t pixels,
@@ -42,12 +42,12 @@ void blend8(const uint8_t* const* rows, const int16_t* weights, int taps, size_t
 void joinPlanes(const int16_t* y, const int16_t* cb, const int16_t* cr, int phase, int shift,
                 size_t pixels, int16_t* out);
 
-/// The same from rows of 8-bit samples, where chroma is mixed of two rows of which the second one
-/// counts `part` eighths. `shift` is 0 or 1.
+/// The same from rows of 8-bit samples, where chroma is mixed of three rows, each of which counts
+/// so many eighths. `shift` is 0 or 1.
 struct ChromaRows {
-  const uint8_t* cb[2];
-  const uint8_t* cr[2];
-  int part;
+  const uint8_t* cb[3];
+  const uint8_t* cr[3];
+  int eighths[3];
 };
 void joinPlanes8(const uint8_t* y, const ChromaRows& chroma, int phase, int shift, size_t pixels,
                  int16_t* out);
@@ -149,8 +149,8 @@ void coverLine(const CoverLine& line, size_t count, float* out);
 /// sums[i] += values[i]
 void addValues(float* sums, const float* values, size_t count);
 
-/// out[i] = `scale` × (values[2 i]/4 + values[2 i + 1]/2 + values[2 i + 2]/4); one more value than
-/// that is read.
+/// out[i] = `scale` × (6 values[2 i + 2] + 2 (values[2 i + 1] + values[2 i + 3]) - values[2 i] -
+/// values[2 i + 4]) / 8; one more value than that is read.
 void halveRow(const float* values, float scale, size_t count, float* out);
 
 /// Samples of 8 bits, clamped and rounded.

@@ -202,11 +202,14 @@ void addValuesNow(float* sums, const float* values, size_t count) {
 
 void halveRowNow(const float* values, float scale, size_t count, float* out) {
   forValues(count, [&](auto d, size_t i) HWY_ATTR {
-    auto before = hn::Zero(d), here = before, after = before, unused = before;
-    hn::LoadInterleaved2(d, values + 2 * i, before, here);
-    hn::LoadInterleaved2(d, values + 2 * i + 2, after, unused);
-    const auto sides = hn::Mul(hn::Add(before, after), hn::Set(d, 0.25f * scale));
-    hn::StoreU(hn::MulAdd(here, hn::Set(d, 0.5f * scale), sides), d, out + i);
+    auto farBefore = hn::Zero(d), before = farBefore, here = before, after = before;
+    auto farAfter = before, unused = before;
+    hn::LoadInterleaved2(d, values + 2 * i, farBefore, before);
+    hn::LoadInterleaved2(d, values + 2 * i + 2, here, after);
+    hn::LoadInterleaved2(d, values + 2 * i + 4, farAfter, unused);
+    const auto far = hn::Mul(hn::Add(farBefore, farAfter), hn::Set(d, -0.125f * scale));
+    const auto near = hn::MulAdd(hn::Add(before, after), hn::Set(d, 0.25f * scale), far);
+    hn::StoreU(hn::MulAdd(here, hn::Set(d, 0.75f * scale), near), d, out + i);
   });
 }
 

@@ -73,12 +73,16 @@ HWY_INLINE void storeFirst(VF pixels, float* out) {
 }
 
 /// What is done with the colours of resampled pixels.
-enum class Colors { kKept, kMapped, kMappedOpaque };
+enum class Colors { kKept, kLimited, kMapped, kMappedOpaque };
 
 /// The matrix times each pixel of the vector, and the limits.
 template <Colors kColors, typename D>
 HWY_INLINE hn::Vec<D> mapped(D d, hn::Vec<D> v, const float* matrix) {
   if constexpr (kColors == Colors::kKept) return v;
+  if constexpr (kColors == Colors::kLimited) {
+    const auto limited = hn::Min(v, hn::Set(d, 1.0f));
+    return hn::Max(hn::Min(limited, hn::Broadcast<3>(limited)), hn::Zero(d));
+  }
   constexpr bool kIsOpaque = kColors == Colors::kMappedOpaque;
   hn::Vec<D> sum = hn::LoadDup128(d, matrix + 12);
   if constexpr (!kIsOpaque) sum = hn::Mul(hn::Broadcast<3>(v), sum);
@@ -93,13 +97,17 @@ HWY_INLINE hn::Vec<D> mapped(D d, hn::Vec<D> v, const float* matrix) {
 /// Calls `run` with what there is to do with colours, as a type.
 template <typename Run>
 void withColors(const float* matrix, bool isOpaque, const Run& run) {
-  if (!matrix) return run(std::integral_constant<Colors, Colors::kKept>());
+  if (!matrix) return run(std::integral_constant<Colors, Colors::kLimited>());
   if (isOpaque) return run(std::integral_constant<Colors, Colors::kMappedOpaque>());
   run(std::integral_constant<Colors, Colors::kMapped>());
 }
 
 constexpr float kScale = 1.0f / kOne;
 constexpr float kWeightedScale = 1.0f / (static_cast<float>(kOne) * kWeightOne);
+
+/// 1 in the weights of lines, which are of 15 bits.
+constexpr int kLineOne = 32767;
+constexpr float kLineScale = 1.0f / (static_cast<float>(kOne) * 32768);
 
 /// `kPairs` is the number of pairs, or 0 for any.
 template <int kPairs, Colors kColors>
@@ -132,6 +140,10 @@ void resampleRowAny(const int16_t* row, const RowTaps& taps, size_t pixels, cons
       return resampleRowBy<1, kColors>(row, taps, pixels, matrix, out);
     case 2:
       return resampleRowBy<2, kColors>(row, taps, pixels, matrix, out);
+    case 3:
+      return resampleRowBy<3, kColors>(row, taps, pixels, matrix, out);
+    case 5:
+      return resampleRowBy<5, kColors>(row, taps, pixels, matrix, out);
     default:
       return resampleRowBy<0, kColors>(row, taps, pixels, matrix, out);
   }
@@ -214,7 +226,7 @@ struct Footprints {
     start_ = hn::Set(kLanesF, start - span / 2);
     low_ = hn::Set(kLanesF, low - span / 2);
     high_ = hn::Set(kLanesF, high - span / 2);
-    scale_ = hn::Set(kLanesF, static_cast<float>(kWeightOne - 1) / span);
+    scale_ = hn::Set(kLanesF, static_cast<float>(kLineOne) / span);
   }
 
   /// For the pixels whose numbers are `index`.
@@ -227,7 +239,7 @@ struct Footprints {
     const auto beyond = hn::Max(hn::Add(rest, past_), hn::Zero(kLanesF));
     first = hn::BitCast(kLanes32, hn::MulAdd(before, scale_, wholes));
     third = hn::BitCast(kLanes32, hn::MulAdd(beyond, scale_, wholes));
-    second = hn::Sub(hn::Set(kLanes32, kWeightOne - 1), hn::Add(first, third));
+    second = hn::Sub(hn::Set(kLanes32, kLineOne), hn::Add(first, third));
   }
 
   hn::Vec<decltype(kLanesF)> base;                   ///< the first neighbour
@@ -330,7 +342,7 @@ void resampleLineBy(const AffineLine& line, size_t pixels, const float* matrix,
   planLine(line, pixels, &plan);
   const int16_t* const tile = line.tile;
   const ptrdiff_t stride = 4 * line.rowStride;
-  const VF scale = hn::Set(kDF, kWeightedScale);
+  const VF scale = hn::Set(kDF, kLineScale);
   const auto at = [&](size_t i) HWY_ATTR {
     const VF pixel = hn::Mul(hn::ConvertTo(kDF, footprints<kWide>(tile, stride, plan, i)), scale);
     return mapped<kColors>(kDF, pixel, matrix);

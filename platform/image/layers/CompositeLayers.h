@@ -104,6 +104,10 @@ class OverLayer final : public Layer {
   void render(Worker& worker, const IntRect& rect, const Tile& out) const override;
   bool isOpaque(const IntRect& rect) const override;
   bool prefersBlocks() const override { return front_.prefersBlocks() || behind_.prefersBlocks(); }
+  void addParts(std::vector<const Layer*>& parts) const override {
+    behind_.addParts(parts);
+    front_.addParts(parts);
+  }
 
  private:
   const Layer& front_;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/image/layers/ScalePlanes.h"
+
 namespace kestrel {
 
 namespace {
@@ -21,6 +23,8 @@ Tile makeTile(Arena& arena, const IntRect& rect) {
   return {arena.array<float>(stride * static_cast<size_t>(rect.height())).data(),
           static_cast<ptrdiff_t>(stride)};
 }
+
+std::optional<PlainPlanes> Layer::plainPlanes() const { return std::nullopt; }
 
 void renderAnywhere(const Layer* layer, Worker& worker, const IntRect& rect, const Tile& out) {
   const IntRect inside = layer ? rect.intersect(layer->bounds()) : IntRect{};

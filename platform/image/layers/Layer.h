@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
+#include <vector>
 
 #include "platform/image/layers/Arena.h"
 #include "platform/image/values/IntRect.h"
@@ -27,6 +29,7 @@ struct Tile {
 Tile makeTile(Arena& arena, const IntRect& rect);
 
 class CopyLayer;
+struct PlainPlanes;
 
 /// Something that computes pixels of a plane: one stage of a plan, the stages it takes its input
 /// from included.
@@ -56,6 +59,14 @@ class Layer {
 
   /// This layer where all it does is to show pixels of a raster in their own colours, else null.
   virtual const CopyLayer* asPlainCopy() const { return nullptr; }
+
+  /// The planes whose samples it shows within its bounds, moved or scaled and in their own colours;
+  /// none for every other layer.
+  virtual std::optional<PlainPlanes> plainPlanes() const;
+
+  /// Appends the layers that this one lays over each other, the undermost first: pixels that those
+  /// above a layer do not cover are that layer's. By default itself.
+  virtual void addParts(std::vector<const Layer*>& parts) const { parts.push_back(this); }
 
  protected:
   ~Layer() = default;

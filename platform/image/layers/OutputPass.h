@@ -6,6 +6,7 @@
 
 #include "platform/image/layers/Arena.h"
 #include "platform/image/layers/Layer.h"
+#include "platform/image/layers/ScalePlanes.h"
 
 namespace kestrel {
 
@@ -17,8 +18,9 @@ const Pass* makeRgbaPass(Arena& arena, const Layer* layer, const IntRect& pictur
 /// True when `target` has its planes and a format that `makePlanesPass` writes.
 bool isWritable(const YUVTarget& target);
 
-/// The pass that writes the pixels of `picture`, over black, to planes.
-const Pass* makePlanesPass(Arena& arena, const Layer* layer, const IntRect& picture,
-                           const YUVTarget& target);
+/// Adds the passes that write the pixels of `picture`, over black, to planes. Where the layer shows
+/// planes of the same meaning in their own colours, samples are copied or scaled plane by plane.
+void addPlanesPasses(const PassMaker& maker, const Layer* layer, const IntRect& picture,
+                     const YUVTarget& target);
 
 }  // namespace kestrel

@@ -5,6 +5,7 @@
 
 #include "platform/image/kernels/Kernels.h"
 #include "platform/image/layers/OutputPass.h"
+#include "platform/image/layers/PartedPicture.h"
 #include "platform/image/layers/ResampleLayers.h"
 
 namespace kestrel {
@@ -33,11 +34,14 @@ std::array<float, 12> matrixToPlanes(const YUVFormat& format) {
 /// Writes pieces that begin at whole chroma samples.
 class PlanesPass final : public Pass {
  public:
-  PlanesPass(const Layer* layer, const IntRect& picture, const YUVTarget& target)
+  /// `part`, in pixels from the upper left one, begins and ends with whole chroma samples or with
+  /// the picture.
+  PlanesPass(const Layer* layer, const IntRect& picture, const IntRect& part,
+             const YUVTarget& target)
       : layer_(layer),
         picture_(picture),
         target_(target),
-        tiling_(layer, {0, 0, picture.width(), picture.height()}),
+        tiling_(layer, part),
         matrix_(matrixToPlanes(target.format)) {}
 
   int tasks() const override { return tiling_.count(); }
@@ -45,9 +49,12 @@ class PlanesPass final : public Pass {
 
  private:
   void writeRow(int plane, int row, int x, const float* values, int count) const;
-  /// `sums` are over `rows` rows, from the column left of the piece on.
+  /// `sums` are over `rows` rows, from `kReach` columns left of the piece on.
   void writeChroma(Worker& worker, int plane, int row, const IntRect& piece, const float* sums,
                    int rows) const;
+
+  /// So many columns beside its own count for a sample of chroma.
+  static constexpr int kReach = 2;
 
   const Layer* layer_;
   IntRect picture_;
@@ -61,18 +68,18 @@ void PlanesPass::run(Worker& worker, int task) const {
   const YUVFormat& format = target_.format;
   const IntRect piece = tiling_.piece(task);
   // Chroma looks at the columns beside the piece, too.
-  const int left = std::max(piece.x0 - 1, 0);
-  const int right = std::min(piece.x1 + 1, format.width);
+  const int left = std::max(piece.x0 - kReach, 0);
+  const int right = std::min(piece.x1 + kReach, format.width);
   const IntRect area{picture_.x0 + left, picture_.y1 - piece.y1, picture_.x0 + right,
                      picture_.y1 - piece.y0};
   const Tile tile = makeTile(worker.memory, area);
   renderAnywhere(layer_, worker, area, tile);
 
-  // Chroma lines begin with the column left of the piece and end with two right of it; at the ends
-  // of the picture the outermost column stands for those beyond.
+  // Chroma lines begin with the columns left of the piece and end with some right of it; at the
+  // ends of the picture the outermost column stands for those beyond.
   const auto width = static_cast<size_t>(area.width());
-  const size_t lead = left == piece.x0 ? 1 : 0;
-  const size_t length = width + 4;
+  const auto lead = static_cast<size_t>(kReach - (piece.x0 - left));
+  const size_t length = lead + width + 2 * kReach + 2;
   float* const luma = worker.memory.array<float>(width).data();
   float* lines[2];
   float* sums[2];
@@ -91,7 +98,7 @@ void PlanesPass::run(Worker& worker, int task) const {
     for (int c = 0; c < 2; ++c) {
       if (!isFirst) kernels::addValues(sums[c] + lead, lines[c], width);
       if (!isLast) continue;
-      if (lead > 0) sums[c][0] = sums[c][1];
+      std::fill_n(sums[c], lead, sums[c][lead]);
       std::fill(sums[c] + lead + width, sums[c] + length, sums[c][lead + width - 1]);
       writeChroma(worker, c + 1, row >> format.chromaShiftY, piece, sums[c], part + 1);
     }
@@ -111,7 +118,8 @@ void PlanesPass::writeChroma(Worker& worker, int plane, int row, const IntRect& 
   } else {
     for (size_t i = 0; i < count; ++i) {
       const float* const at = sums + (i << shift);
-      values[i] = scale * (shift == 0 ? at[1] : (at[0] + 2 * at[1] + at[2]) / 4);
+      const float here = at[kReach];
+      values[i] = scale * (shift == 0 ? here : (at[kReach - 1] + 2 * here + at[kReach + 1]) / 4);
     }
   }
   writeRow(plane, row, begin, values.data(), static_cast<int>(count));
@@ -137,65 +145,6 @@ void PlanesPass::writeRow(int plane, int row, int x, const float* values, int co
   }
 }
 
-/// A picture that is a part of planes of the same format: their samples as they are.
-class PlanesCopyPass final : public Pass {
- public:
-  /// The picture's upper left luma sample is (x, y) of `source`.
-  PlanesCopyPass(const YUVPicture& source, int x, int y, const YUVTarget& target)
-      : source_(source), x_(x), y_(y), target_(target) {}
-
-  int tasks() const override { return 3; }
-
-  void run(Worker& /*worker*/, int task) const override {
-    const auto plane = static_cast<size_t>(task);
-    const YUVFormat& format = target_.format;
-    const int shiftX = task == 0 ? 0 : format.chromaShiftX;
-    const int shiftY = task == 0 ? 0 : format.chromaShiftY;
-    const auto sizeOf = [](int luma, int shift) { return (luma + (1 << shift) - 1) >> shift; };
-    const int width = sizeOf(format.width, shiftX);
-    const int height = sizeOf(format.height, shiftY);
-    const auto& from = source_.planes[plane];
-    const auto& to = target_.planes[plane];
-    const ptrdiff_t bytes = format.bitDepth > 8 ? 2 : 1;
-    const bool isPacked = from.sampleStride == 1 && to.sampleStride == 1;
-    for (int row = 0; row < height; ++row) {
-      const uint8_t* in = from.data + (row + (y_ >> shiftY)) * from.bytesPerRow +
-                          (x_ >> shiftX) * bytes * from.sampleStride;
-      uint8_t* out = to.data + row * to.bytesPerRow;
-      if (isPacked) {
-        std::memcpy(out, in, static_cast<size_t>(width * bytes));
-        continue;
-      }
-      for (int i = 0; i < width;
-           ++i, in += bytes * from.sampleStride, out += bytes * to.sampleStride)
-        std::memcpy(out, in, static_cast<size_t>(bytes));
-    }
-  }
-
- private:
-  const YUVPicture& source_;
-  int x_;
-  int y_;
-  YUVTarget target_;
-};
-
-/// The copy that makes the whole picture; null where samples must be computed.
-const Pass* planCopy(Arena& arena, const Layer* layer, const IntRect& picture,
-                     const YUVTarget& target) {
-  const CopyLayer* copy = layer ? layer->asPlainCopy() : nullptr;
-  const YUVPicture* source = copy ? copy->source().planes() : nullptr;
-  if (!source || !source->planes[1].data || !source->planes[2].data) return nullptr;
-  if (!layer->bounds().contains(picture)) return nullptr;
-  YUVFormat format = source->format;
-  format.width = target.format.width;
-  format.height = target.format.height;
-  const int x = picture.x0 - copy->dx();
-  const int y = source->format.height - (picture.y1 - copy->dy());
-  const bool isAligned = x % (1 << format.chromaShiftX) == 0 && y % (1 << format.chromaShiftY) == 0;
-  if (format != target.format || !isAligned) return nullptr;
-  return arena.make<PlanesCopyPass>(*source, x, y, target);
-}
-
 }  // namespace
 
 bool isWritable(const YUVTarget& target) {
@@ -207,10 +156,13 @@ bool isWritable(const YUVTarget& target) {
          isShift(format.chromaShiftY);
 }
 
-const Pass* makePlanesPass(Arena& arena, const Layer* layer, const IntRect& picture,
-                           const YUVTarget& target) {
-  if (const Pass* copy = planCopy(arena, layer, picture, target)) return copy;
-  return arena.make<PlanesPass>(layer, picture, target);
+void addPlanesPasses(const PassMaker& maker, const Layer* layer, const IntRect& picture,
+                     const YUVTarget& target) {
+  const PartedPicture parted(layer, picture, target.format);
+  for (const auto& [planes, part] : parted.plain())
+    addScalePass(maker, planes, picture, part, target);
+  for (const IntRect& part : parted.mixed())
+    maker.passes.push_back(maker.arena.make<PlanesPass>(layer, picture, part, target));
 }
 
 }  // namespace kestrel

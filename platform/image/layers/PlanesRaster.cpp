@@ -12,7 +12,7 @@ namespace kestrel {
 namespace {
 
 /// Half of 2^bits, at the scale of 8 bits.
-constexpr int16_t kNeutralChroma = 128 << 7;
+constexpr int16_t kNeutralChroma = 128 << 6;
 
 int chromaSize(int luma, int shift) { return (luma + (1 << shift) - 1) >> shift; }
 
@@ -57,7 +57,7 @@ void PlanesRaster::blendRows(Worker& worker, int y, const int16_t* weights, int 
   widenRow(3, top, x0, x1, alpha);
   // Alpha is of full range, whose largest sample is less than the scale's 255 above 8 bits.
   const int bits = picture_.format.bitDepth;
-  const int most = bits > 8 ? ((1 << bits) - 1) << 15 >> bits : kernels::kOne;
+  const int most = bits > 8 ? ((1 << bits) - 1) << 14 >> bits : kernels::kOne;
   for (size_t i = 0; i < pixels; ++i, out += 4) {
     const int a = alpha[i] * kernels::kOne / most;
     for (int c = 0; c < 3; ++c)
@@ -67,11 +67,8 @@ void PlanesRaster::blendRows(Worker& worker, int y, const int16_t* weights, int 
 }
 
 void PlanesRaster::joinRow(Worker& worker, int row, int x0, int x1, int16_t* out) const {
-  // The chroma rows around it, and in how many eighths of the way to the second one it lies.
   const YUVFormat& format = picture_.format;
-  const int eighths = ((2 * row + 1) << 2 >> format.chromaShiftY) - 4;
-  const auto limited = [this](int at) { return std::clamp(at, 0, chromaHeight_ - 1); };
-  const int rows[2] = {limited(eighths >> 3), limited((eighths >> 3) + 1)};
+  const ChromaMix mix = chromaOf(row);
   // One chroma sample beyond the last, for the interpolation.
   const int left = x0 >> format.chromaShiftX;
   const int right = ((x1 - 1) >> format.chromaShiftX) + 1 + format.chromaShiftX;
@@ -84,9 +81,11 @@ void PlanesRaster::joinRow(Worker& worker, int row, int x0, int x1, int16_t* out
     copy[chromaWidth_ - left] = samples[chromaWidth_ - left - 1];
     return static_cast<const uint8_t*>(copy);
   };
-  const kernels::ChromaRows chroma{{samplesOf(1, rows[0]), samplesOf(1, rows[1])},
-                                   {samplesOf(2, rows[0]), samplesOf(2, rows[1])},
-                                   eighths & 7};
+  const auto& [rows, eighths] = mix;
+  const kernels::ChromaRows chroma{
+      {samplesOf(1, rows[0]), samplesOf(1, rows[1]), samplesOf(1, rows[2])},
+      {samplesOf(2, rows[0]), samplesOf(2, rows[1]), samplesOf(2, rows[2])},
+      {eighths[0], eighths[1], eighths[2]}};
   const auto& luma = picture_.planes[0];
   const uint8_t* const samples = luma.data + row * luma.bytesPerRow + x0;
   if (row >= kRowsAhead) {
@@ -132,7 +131,7 @@ void PlanesRaster::blendWithAlpha(Worker& worker, int y, const int16_t* weights,
   const ArenaScope scope(worker.memory);
   const size_t values = 4 * static_cast<size_t>(x1 - x0);
   const auto rows = worker.memory.array<const int16_t*>(static_cast<size_t>(count));
-  constexpr int16_t kWhole[1] = {kernels::kWeightOne - 1};
+  constexpr int16_t kWhole[1] = {kernels::kWeightOne};
   for (int i = 0; i < count; ++i) {
     int16_t* const row = worker.memory.array<int16_t>(values).data();
     blendRows(worker, y + i, kWhole, 1, x0, x1, row);
@@ -141,33 +140,40 @@ void PlanesRaster::blendWithAlpha(Worker& worker, int y, const int16_t* weights,
   kernels::blend16(rows.data(), weights, count, values, out);
 }
 
-PlanesRaster::Rows PlanesRaster::chromaRows(Worker& worker, const Rows& luma) const {
+PlanesRaster::ChromaMix PlanesRaster::chromaOf(int row) const {
+  const auto limited = [this](int at) { return std::clamp(at, 0, chromaHeight_ - 1); };
   const int shift = picture_.format.chromaShiftY;
-  if (shift == 0) return luma;
-  const int scale = 1 << shift;
-  const auto at = [&](int row) { return (row + 0.5) / scale - 0.5; };
-  const auto limited = [&](double row) {
-    return std::clamp(static_cast<int>(std::floor(row)), 0, chromaHeight_ - 1);
-  };
+  const int at = row >> shift;
+  if (shift == 1) {
+    // A slope between the neighbours, so that the mean of two rows is what they share. A last row
+    // that shares with none has all of it.
+    const int slope = row % 2 == 0 ? 1 : -1;
+    if (row == picture_.format.height - 1 && slope > 0) return {{at, at, at}, {0, 8, 0}};
+    return {{limited(at - 1), at, limited(at + 1)}, {slope, 8, -slope}};
+  }
+  const int eighths = ((2 * row + 1) << 2 >> shift) - 4;
+  const int first = eighths >> 3;
+  return {{limited(first), limited(first), limited(first + 1)},
+          {0, 8 - (eighths & 7), eighths & 7}};
+}
+
+PlanesRaster::Rows PlanesRaster::chromaRows(Worker& worker, const Rows& luma) const {
+  if (picture_.format.chromaShiftY == 0) return luma;
   const int count = static_cast<int>(luma.weights.size());
-  const int first = limited(at(luma.first));
-  const int last = limited(at(luma.first + count - 1) + 1);
-  const int rows = last - first + 1;
-  const auto shares = worker.memory.array<float>(static_cast<size_t>(rows));
-  std::fill(shares.begin(), shares.end(), 0.0f);
+  const ChromaMix top = chromaOf(luma.first);
+  const ChromaMix bottom = chromaOf(luma.first + count - 1);
+  const int first = top.rows[0];
+  const auto rows = static_cast<size_t>(std::max(bottom.rows[2], top.rows[2]) - first + 1);
+  const auto shares = worker.memory.array<int>(rows);
+  std::fill(shares.begin(), shares.end(), 0);
   for (int i = 0; i < count; ++i) {
-    const double position = at(luma.first + i);
-    const auto part = static_cast<float>(position - std::floor(position));
-    const auto weight =
-        count == 1 ? float{kernels::kWeightOne} : static_cast<float>(luma.weights[i]);
-    shares[static_cast<size_t>(limited(position) - first)] += weight * (1 - part);
-    shares[static_cast<size_t>(limited(position + 1) - first)] += weight * part;
+    const ChromaMix mix = chromaOf(luma.first + i);
+    const int weight = count == 1 ? kernels::kWeightOne : luma.weights[static_cast<size_t>(i)];
+    for (size_t r = 0; r < mix.rows.size(); ++r)
+      shares[static_cast<size_t>(mix.rows[r] - first)] += weight * mix.eighths[r];
   }
-  const auto weights = worker.memory.array<int16_t>(shares.size());
-  for (size_t i = 0; i < shares.size(); ++i) {
-    weights[i] =
-        static_cast<int16_t>(std::min<long>(std::lround(shares[i]), kernels::kWeightOne - 1));
-  }
+  const auto weights = worker.memory.array<int16_t>(rows);
+  for (size_t i = 0; i < rows; ++i) weights[i] = static_cast<int16_t>((shares[i] + 4) >> 3);
   return {first, weights};
 }
 
@@ -205,7 +211,7 @@ void PlanesRaster::widenRow(int plane, int row, int x0, int x1, int16_t* out) co
   const ptrdiff_t stride = source.sampleStride;
   const int bits = picture_.format.bitDepth;
   if (bits == 8) {
-    for (int x = x0; x < x1; ++x) out[x - x0] = static_cast<int16_t>(bytes[x * stride] << 7);
+    for (int x = x0; x < x1; ++x) out[x - x0] = static_cast<int16_t>(bytes[x * stride] << 6);
     return;
   }
   const int most = (1 << bits) - 1;
@@ -213,7 +219,7 @@ void PlanesRaster::widenRow(int plane, int row, int x0, int x1, int16_t* out) co
   for (int x = x0; x < x1; ++x) {
     uint16_t sample;
     std::memcpy(&sample, bytes + 2 * (x * stride), sizeof(sample));
-    out[x - x0] = static_cast<int16_t>(std::min(sample >> shift, most) << 15 >> bits);
+    out[x - x0] = static_cast<int16_t>(std::min(sample >> shift, most) << 14 >> bits);
   }
 }
 

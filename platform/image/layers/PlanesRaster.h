@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include <array>
+
 #include "platform/image/layers/Raster.h"
 
 namespace kestrel {
@@ -21,6 +23,11 @@ class PlanesRaster final : public Raster {
 
  private:
   struct Rows;
+  /// The chroma of a row of luma: three rows and what each counts in eighths.
+  struct ChromaMix {
+    std::array<int, 3> rows;
+    std::array<int, 3> eighths;
+  };
 
   /// The colours of one row, from planes of 8 bits whose chroma is at most halved across.
   void joinRow(Worker& worker, int row, int x0, int x1, int16_t* out) const;
@@ -30,6 +37,7 @@ class PlanesRaster final : public Raster {
   void blendPlane(Worker& worker, int plane, const Rows& rows, int x0, int x1, int16_t* out) const;
   void widenRow(int plane, int row, int x0, int x1, int16_t* out) const;
   void blendChroma(Worker& worker, int plane, const Rows& rows, int x0, int x1, int16_t* out) const;
+  ChromaMix chromaOf(int row) const;
   Rows chromaRows(Worker& worker, const Rows& luma) const;
 
   const YUVPicture& picture_;

@@ -10,7 +10,7 @@ namespace kestrel {
 
 namespace {
 
-constexpr int16_t kWhole[1] = {kernels::kWeightOne - 1};
+constexpr int16_t kWhole[1] = {kernels::kWeightOne};
 
 size_t lengthOf(int x0, int x1) { return static_cast<size_t>(x1 - x0); }
 
@@ -22,7 +22,7 @@ void splitEvenly(std::span<int16_t> weights) {
       return static_cast<int>(int64_t{kernels::kWeightOne} * n / count);
     };
     weights[static_cast<size_t>(i)] =
-        static_cast<int16_t>(std::min(upTo(i + 1) - upTo(i), kernels::kWeightOne - 1));
+        static_cast<int16_t>(std::min(upTo(i + 1) - upTo(i), kernels::kWeightOne));
   }
 }
 
@@ -156,7 +156,7 @@ void ReducedRaster::blendRows(Worker& worker, int y, const int16_t* weights, int
     int last = shares[static_cast<size_t>(rows - 1)];
     for (int i = rows; i < down_; ++i) last += shares[static_cast<size_t>(i)];
     shares[static_cast<size_t>(rows - 1)] =
-        static_cast<int16_t>(std::min(last, kernels::kWeightOne - 1));
+        static_cast<int16_t>(std::min(last, kernels::kWeightOne));
     source_.blendRows(worker, bottom, shares.data(), rows, left, right, row.data());
     const float share =
         static_cast<float>(weights[j - y]) / kernels::kWeightOne / static_cast<float>(across_);

@@ -2,12 +2,14 @@
 
 #include <kestrel/Geometry.h>
 
-#include <cstdint>
+#include <optional>
 #include <span>
 
 #include "platform/image/kernels/Kernels.h"
+#include "platform/image/layers/AxisTaps.h"
 #include "platform/image/layers/Layer.h"
 #include "platform/image/layers/Raster.h"
+#include "platform/image/layers/ScalePlanes.h"
 
 namespace kestrel {
 
@@ -19,14 +21,16 @@ using KernelMatrix = const float*;
 class CopyLayer final : public Layer {
  public:
   /// Pixel (x, y) of the result is (x - dx, y - dy) of the source, within `bounds`. `isPlain`
-  /// says that the matrix does no more than to bring the source to RGB.
+  /// says that the matrix does no more than to bring the source to RGB; `scaler` is for planes
+  /// whose samples lie elsewhere in the result.
   CopyLayer(const Raster& source, int dx, int dy, const IntRect& bounds, KernelMatrix matrix,
-            bool isPlain = false);
+            bool isPlain = false, const Scaler& scaler = {});
 
   void render(Worker& worker, const IntRect& rect, const Tile& out) const override;
   bool isOpaque(const IntRect& /*rect*/) const override { return source_.isOpaque(); }
   bool prefersBlocks() const override { return source_.prefersBlocks(); }
   const CopyLayer* asPlainCopy() const override { return isPlain_ ? this : nullptr; }
+  std::optional<PlainPlanes> plainPlanes() const override;
 
   const Raster& source() const { return source_; }
   int dx() const { return dx_; }
@@ -38,38 +42,35 @@ class CopyLayer final : public Layer {
   int dy_;
   KernelMatrix matrix_;
   bool isPlain_;
+  Scaler scaler_;
 };
-
-/// What each pixel of one direction is made of: weights of neighbouring samples.
-struct AxisTaps {
-  int begin = 0;                     ///< the pixel that the first entry stands for
-  std::span<const int32_t> first;    ///< the first sample of each
-  std::span<const int16_t> weights;  ///< `most` for each, beyond `count` zeros
-  std::span<const int16_t> count;    ///< how many samples each has
-  int most = 0;                      ///< the largest count
-};
-
-/// The taps of the pixels from `begin` to `end`: pixel p lies at `scale` × (p + ½) + `offset` in
-/// the source, of which the samples from `low` to `high` are used.
-AxisTaps makeAxisTaps(Arena& arena, double scale, double offset, int low, int high, int begin,
-                      int end);
 
 /// A raster scaled along both axes, mirrored or not.
 class ScaleLayer final : public Layer {
  public:
+  /// `planes`: where it does no more than to show planes, what it does to them; else null.
   ScaleLayer(Arena& arena, const Raster& source, const AxisTaps& across, const AxisTaps& down,
-             const IntRect& bounds, KernelMatrix matrix);
+             const IntRect& bounds, KernelMatrix matrix, const PlainPlanes* planes);
 
   void render(Worker& worker, const IntRect& rect, const Tile& out) const override;
   bool isOpaque(const IntRect& /*rect*/) const override { return source_.isOpaque(); }
   bool prefersBlocks() const override { return source_.prefersBlocks(); }
+  std::optional<PlainPlanes> plainPlanes() const override {
+    return planes_ ? std::optional(*planes_) : std::nullopt;
+  }
 
  private:
+  void limitRow(Worker& worker, const Raster& source, int y, const IntRect& used,
+                std::span<int16_t> row) const;
+  void limitPixels(const int16_t* row, const int32_t* first, size_t offset, size_t pixels,
+                   float* out) const;
+
   const Raster& source_;
-  AxisTaps across_;
-  AxisTaps down_;
+  const AxisTaps& across_;
+  const AxisTaps& down_;
   kernels::RowTaps rowTaps_;  ///< of the whole width
   KernelMatrix matrix_;
+  const PlainPlanes* planes_;
 };
 
 /// A raster under a map that keeps neither axis.

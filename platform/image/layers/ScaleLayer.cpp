@@ -5,80 +5,15 @@
 
 namespace kestrel {
 
-namespace {
-
-/// Weights in units of `kWeightOne`, the parts that get lost in rounding given to the largest one.
-/// Answers how many are left when those that came out as 0 at the end are dropped.
-int quantize(std::span<const double> exact, int16_t* weights) {
-  int sum = 0;
-  size_t largest = 0;
-  for (size_t i = 0; i < exact.size(); ++i) {
-    weights[i] = static_cast<int16_t>(
-        std::min<long>(std::lround(exact[i] * kernels::kWeightOne), kernels::kWeightOne - 1));
-    sum += weights[i];
-    if (weights[i] > weights[largest]) largest = i;
-  }
-  weights[largest] = static_cast<int16_t>(
-      std::min(weights[largest] + kernels::kWeightOne - sum, kernels::kWeightOne - 1));
-  size_t count = exact.size();
-  while (count > 1 && weights[count - 1] == 0) --count;
-  return static_cast<int>(count);
-}
-
-/// Below half a unit a weight is nothing.
-constexpr double kLeastWeight = 0.5 / kernels::kWeightOne;
-
-}  // namespace
-
-AxisTaps makeAxisTaps(Arena& arena, double scale, double offset, int low, int high, int begin,
-                      int end) {
-  const double span = std::max(1.0, std::abs(scale));
-  const auto most =
-      static_cast<size_t>(std::min<double>(std::ceil(span) + 2, static_cast<double>(high) - low));
-  const auto pixels = static_cast<size_t>(end - begin);
-  const auto first = arena.array<int32_t>(pixels);
-  const auto weights = arena.array<int16_t>(pixels * most);
-  const auto count = arena.array<int16_t>(pixels);
-  const auto exact = arena.array<double>(most);
-  AxisTaps taps{begin, first, weights, count, 0};
-  for (size_t i = 0; i < pixels; ++i) {
-    const double center = scale * (begin + static_cast<double>(i) + 0.5) + offset;
-    const double from = center - span / 2;
-    const double to = center + span / 2;
-    const auto share = [&](double k) {
-      return std::max(0.0, std::min(k + 1, to) - std::max(k, from)) / span;
-    };
-    double k = std::floor(from);
-    if (share(k) < kLeastWeight) ++k;
-    const auto start = static_cast<int>(std::clamp<double>(k, low, high - 1));
-    size_t used = 1;
-    exact[0] = 0;
-    for (; k < to; ++k) {
-      const double sample = std::clamp<double>(k, low, high - 1);
-      const auto index = static_cast<size_t>(sample - start);
-      if (index >= most) break;
-      if (index == used) exact[used++] = 0;
-      exact[index] += share(k);
-    }
-    first[i] = start;
-    int16_t* const out = weights.data() + i * most;
-    std::fill_n(out, most, int16_t{0});
-    count[i] = static_cast<int16_t>(quantize(exact.first(used), out));
-    taps.most = std::max<int>(taps.most, count[i]);
-  }
-  // Entries stay `most` apart as they were made; the widest of them decides how many are used.
-  if (static_cast<size_t>(taps.most) < most) {
-    for (size_t i = 1; i < pixels; ++i) {
-      std::copy_n(weights.data() + i * most, taps.most,
-                  weights.data() + i * static_cast<size_t>(taps.most));
-    }
-  }
-  return taps;
-}
-
 ScaleLayer::ScaleLayer(Arena& arena, const Raster& source, const AxisTaps& across,
-                       const AxisTaps& down, const IntRect& bounds, KernelMatrix matrix)
-    : Layer(bounds), source_(source), across_(across), down_(down), matrix_(matrix) {
+                       const AxisTaps& down, const IntRect& bounds, KernelMatrix matrix,
+                       const PlainPlanes* planes)
+    : Layer(bounds),
+      source_(source),
+      across_(across),
+      down_(down),
+      matrix_(matrix),
+      planes_(planes) {
   const size_t pixels = across.first.size();
   const int pairs = (across.most + 1) / 2;
   constexpr size_t kSpare = 4;
@@ -100,11 +35,12 @@ ScaleLayer::ScaleLayer(Arena& arena, const Raster& source, const AxisTaps& acros
 void ScaleLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {
   const ArenaScope scope(worker.memory);
   const auto samplesOf = [](const AxisTaps& taps, int begin, int end, int* low, int* high) {
-    const auto at = [&taps](int i) { return static_cast<size_t>(i - taps.begin); };
-    const size_t ends[] = {at(begin), at(end - 1)};
-    *low = std::min(taps.first[ends[0]], taps.first[ends[1]]);
-    *high = std::max(taps.first[ends[0]] + taps.count[ends[0]],
-                     taps.first[ends[1]] + taps.count[ends[1]]);
+    *low = taps.high;
+    *high = taps.low;
+    for (size_t i = taps.indexOf(begin); i < taps.indexOf(end); ++i) {
+      *low = std::min(*low, taps.first[i]);
+      *high = std::max(*high, taps.first[i] + taps.count[i]);
+    }
   };
   IntRect used;
   samplesOf(across_, rect.x0, rect.x1, &used.x0, &used.x1);
@@ -126,17 +62,77 @@ void ScaleLayer::render(Worker& worker, const IntRect& rect, const Tile& out) co
   taps.weights += 8 * offset;
 
   for (int y = rect.y0; y < rect.y1; ++y) {
-    const auto i = static_cast<size_t>(y - down_.begin);
-    source->blendRows(worker, down_.first[i],
-                      down_.weights.data() + i * static_cast<size_t>(down_.most), down_.count[i],
-                      used.x0, used.x1, row.data());
-    kernels::resampleRow(row.data(), taps, pixels, matrix_, out.row(y - rect.y0));
+    const size_t i = down_.indexOf(y);
+    source->blendRows(worker, down_.first[i], down_.weightsOf(y), down_.count[i], used.x0, used.x1,
+                      row.data());
+    float* const to = out.row(y - rect.y0);
+    if (down_.coreBegin.empty()) {
+      kernels::resampleRow(row.data(), taps, pixels, matrix_, to);
+      continue;
+    }
+    limitRow(worker, *source, y, used, row);
+    kernels::resampleRow(row.data(), taps, pixels, nullptr, to);
+    limitPixels(row.data(), taps.first, offset, pixels, to);
+    if (matrix_) kernels::mapPixels(to, pixels, matrix_);
   }
 }
 
+/// Limits a mixed row to the range of the rows nearest to it.
+void ScaleLayer::limitRow(Worker& worker, const Raster& source, int y, const IntRect& used,
+                          std::span<int16_t> row) const {
+  const ArenaScope scope(worker.memory);
+  const size_t i = down_.indexOf(y);
+  const size_t values = 4 * static_cast<size_t>(used.width());
+  const auto one = worker.memory.array<int16_t>(values);
+  const auto least = worker.memory.array<int16_t>(values);
+  const auto most = worker.memory.array<int16_t>(values);
+  constexpr int16_t kWhole[1] = {kernels::kWeightOne};
+  for (int t = down_.coreBegin[i]; t < down_.coreEnd[i]; ++t) {
+    source.blendRows(worker, down_.first[i] + t, kWhole, 1, used.x0, used.x1, one.data());
+    const bool isFirst = t == down_.coreBegin[i];
+    for (size_t v = 0; v < values; ++v) {
+      least[v] = isFirst ? one[v] : std::min(least[v], one[v]);
+      most[v] = isFirst ? one[v] : std::max(most[v], one[v]);
+    }
+  }
+  for (size_t v = 0; v < values; ++v) row[v] = std::clamp(row[v], least[v], most[v]);
+}
+
+/// Limits pixels to the range of those of the row nearest to them; `first` says where theirs begin.
+void ScaleLayer::limitPixels(const int16_t* row, const int32_t* first, size_t offset, size_t pixels,
+                             float* out) const {
+  for (size_t i = 0; i < pixels; ++i) {
+    for (size_t c = 0; c < 4; ++c) {
+      int16_t least = INT16_MAX;
+      int16_t most = INT16_MIN;
+      for (int t = across_.coreBegin[offset + i]; t < across_.coreEnd[offset + i]; ++t) {
+        const int16_t value = row[4 * (first[i] + t) + static_cast<ptrdiff_t>(c)];
+        least = std::min(least, value);
+        most = std::max(most, value);
+      }
+      constexpr float kScale = 1.0F / kernels::kOne;
+      float& value = out[4 * i + c];
+      value =
+          std::clamp(value, static_cast<float>(least) * kScale, static_cast<float>(most) * kScale);
+    }
+  }
+}
+
+std::optional<PlainPlanes> CopyLayer::plainPlanes() const {
+  if (!isPlain_ || !source_.planes()) return std::nullopt;
+  return PlainPlanes{source_.planes(), AffineTransform::translation(-dx_, -dy_), source_.bounds(),
+                     scaler_};
+}
+
 CopyLayer::CopyLayer(const Raster& source, int dx, int dy, const IntRect& bounds,
-                     KernelMatrix matrix, bool isPlain)
-    : Layer(bounds), source_(source), dx_(dx), dy_(dy), matrix_(matrix), isPlain_(isPlain) {}
+                     KernelMatrix matrix, bool isPlain, const Scaler& scaler)
+    : Layer(bounds),
+      source_(source),
+      dx_(dx),
+      dy_(dy),
+      matrix_(matrix),
+      isPlain_(isPlain),
+      scaler_(scaler) {}
 
 void CopyLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {
   const ArenaScope scope(worker.memory);

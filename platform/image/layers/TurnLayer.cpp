@@ -22,7 +22,7 @@ kernels::CoverLine::Axis coverAxis(double start, double step, double width, doub
 /// A pixel is made of none that lie farther from its place.
 constexpr int kMargin = 4;
 
-constexpr int16_t kWhole[1] = {kernels::kWeightOne - 1};
+constexpr int16_t kWhole[1] = {kernels::kWeightOne};
 
 /// Where a parallelogram meets the band from `low` to `high`; empty where it does not.
 struct Range {

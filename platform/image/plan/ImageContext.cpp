@@ -23,6 +23,7 @@ constexpr int kLargestSide = 32768;
 /// The memory that one picture at a time is made with.
 struct Workspace {
   Arena plan;
+  TapsStore taps;
   std::vector<const Pass*> passes;
   std::vector<Worker> workers;
 };
@@ -45,9 +46,9 @@ int threadsOfMachine() {
 }  // namespace
 
 struct ImageContext::State {
-  /// Runs the plan of `image` with the pass that `makeOutput` makes of its last layer at the end.
-  template <typename MakeOutput>
-  bool render(const Image* image, const IntRect& pixels, const MakeOutput& makeOutput) {
+  /// Runs the plan of `image`, at its end the passes that `addOutput` makes of its last layer.
+  template <typename AddOutput>
+  bool render(const Image* image, const IntRect& pixels, const AddOutput& addOutput) {
     std::unique_ptr<Workspace> workspace = take();
     bool isDone = true;
     try {
@@ -56,9 +57,10 @@ struct ImageContext::State {
         workspace->workers.resize(static_cast<size_t>(count));
       workspace->plan.reset();
       workspace->passes.clear();
-      Planner planner(workspace->plan, workspace->passes);
+      workspace->taps.beginPlan();
+      Planner planner(workspace->plan, workspace->taps, workspace->passes);
       const Layer* layer = image ? planner.plan(*image->node(), pixels) : nullptr;
-      planner.addPass(makeOutput(planner.arena(), layer));
+      addOutput({workspace->plan, workspace->taps, workspace->passes}, layer);
       for (const Pass* pass : workspace->passes)
         isDone = isDone && runPass(*pass, *workspace, count);
     } catch (const std::bad_alloc&) {
@@ -115,8 +117,8 @@ bool ImageContext::render(const std::shared_ptr<const Image>& image, const Rect&
                           uint8_t* pixels, int bytesPerRow) const {
   const IntRect picture = pictureOf(bounds);
   if (picture.isEmpty() || !pixels || bytesPerRow < picture.width() * 4) return false;
-  return state_->render(image.get(), picture, [&](Arena& arena, const Layer* layer) {
-    return makeRgbaPass(arena, layer, picture, pixels, bytesPerRow);
+  return state_->render(image.get(), picture, [&](const PassMaker& maker, const Layer* layer) {
+    maker.passes.push_back(makeRgbaPass(maker.arena, layer, picture, pixels, bytesPerRow));
   });
 }
 
@@ -126,8 +128,8 @@ bool ImageContext::render(const std::shared_ptr<const Image>& image, const Rect&
   if (picture.isEmpty() || !isWritable(target) || picture.width() != target.format.width ||
       picture.height() != target.format.height)
     return false;
-  return state_->render(image.get(), picture, [&](Arena& arena, const Layer* layer) {
-    return makePlanesPass(arena, layer, picture, target);
+  return state_->render(image.get(), picture, [&](const PassMaker& maker, const Layer* layer) {
+    addPlanesPasses(maker, layer, picture, target);
   });
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <tuple>
+#include <utility>
 
 #include "platform/image/kernels/Kernels.h"
 #include "platform/image/layers/CompositeLayers.h"
@@ -25,6 +27,28 @@ Color mapped(const Color& color, const ColorMatrix& matrix) {
     return clamped(row[0] * color.red + row[1] * color.green + row[2] * color.blue + row[3]);
   };
   return {channel(0), channel(1), channel(2), color.alpha};
+}
+
+/// `back`, which keeps axes and maps `from` nearly onto `to`, made to do so exactly: where edges
+/// were put on whole pixels, what lies between goes along. Without bounds there is nothing to go
+/// by.
+AffineTransform betweenRects(const AffineTransform& back, const Rect& from, const Rect& to) {
+  if (isInfinite(from) || isInfinite(to)) return back;
+  const bool isTurned = back.a == 0;
+  const double across = isTurned ? back.b : back.a;  // of x in the result
+  const double down = isTurned ? back.c : back.d;
+  const auto fitted = [](double factor, double low, double high, double toLow, double toHigh) {
+    const double scale = std::copysign((toHigh - toLow) / (high - low), factor);
+    return std::pair(scale, (factor < 0 ? toHigh : toLow) - scale * low);
+  };
+  AffineTransform result = back;
+  std::tie(isTurned ? result.b : result.a, isTurned ? result.ty : result.tx) =
+      fitted(across, from.minX(), from.maxX(), isTurned ? to.minY() : to.minX(),
+             isTurned ? to.maxY() : to.maxX());
+  std::tie(isTurned ? result.c : result.d, isTurned ? result.tx : result.ty) =
+      fitted(down, from.minY(), from.maxY(), isTurned ? to.minX() : to.minY(),
+             isTurned ? to.maxX() : to.maxY());
+  return result;
 }
 
 /// How many pixels a block of a reduction takes.
@@ -69,12 +93,15 @@ class BufferPass final : public Pass {
 }  // namespace
 
 Planner::Chain Planner::follow(const ImageNode& node) {
-  Chain chain{&node, Rect::infinite(), Rect::infinite(), {}, false, {}};
+  Chain chain{&node, Rect::infinite(), Rect::infinite(), {}, false, {}, {}};
   for (;;) {
     if (const auto* crop = as<CropNode>(chain.node)) {
       Rect& clip = chain.isMapped ? chain.source : chain.clip;
       clip = intersection(clip, crop->rect);
       chain.node = crop->input.get();
+    } else if (const auto* scaler = as<ScalerNode>(chain.node)) {
+      if (!chain.scaler) chain.scaler = scaler->scaler;
+      chain.node = scaler->input.get();
     } else if (const auto* color = as<ColorMatrixNode>(chain.node)) {
       chain.color = color->matrix.then(chain.color);
       chain.node = color->input.get();
@@ -117,8 +144,12 @@ const Layer* Planner::planSource(const Chain& chain, const IntRect& needed) {
   ColorMatrix color = chain.color;
   if (const auto* planes = as<PlanesNode>(chain.node))
     color = matrixOfPlanes(planes->picture.format).then(color);
-  const Sampling sampling{chain.source, chain.map, needed, kernelMatrix(color),
-                          chain.color.isIdentity()};
+  const Sampling sampling{chain.source,
+                          chain.map,
+                          needed,
+                          kernelMatrix(color),
+                          chain.color.isIdentity(),
+                          chain.scaler.value_or(Scaler{})};
   const Raster* raster = rasterOf(*chain.node, sampling);
   return raster ? sample(*raster, sampling) : nullptr;
 }
@@ -204,21 +235,26 @@ const Layer* Planner::sample(const Raster& raster, const Sampling& sampling) {
   if (resampling::isWholeShift(map)) {
     const auto* copy = arena_.make<CopyLayer>(raster, static_cast<int>(std::lround(map.tx)),
                                               static_cast<int>(std::lround(map.ty)), bounds,
-                                              sampling.matrix, sampling.isPlain);
+                                              sampling.matrix, sampling.isPlain, sampling.scaler);
     return cropped(copy, covered);
   }
+  const AffineTransform exact = betweenRects(*back, covered, sampling.clip);
   const bool isQuarterTurn = map.a == 0;
   const Raster* source = isQuarterTurn ? arena_.make<TransposedRaster>(raster) : &raster;
-  const AxisTaps across =
-      isQuarterTurn
-          ? makeAxisTaps(arena_, back->b, back->ty, pixels.y0, pixels.y1, bounds.x0, bounds.x1)
-          : makeAxisTaps(arena_, back->a, back->tx, pixels.x0, pixels.x1, bounds.x0, bounds.x1);
-  const AxisTaps down =
-      isQuarterTurn
-          ? makeAxisTaps(arena_, back->c, back->tx, pixels.x0, pixels.x1, bounds.y0, bounds.y1)
-          : makeAxisTaps(arena_, back->d, back->ty, pixels.y0, pixels.y1, bounds.y0, bounds.y1);
+  const IntRect used = isQuarterTurn ? IntRect{pixels.y0, pixels.x0, pixels.y1, pixels.x1} : pixels;
+  const AxisTaps& across =
+      taps_.tapsOf({sampling.scaler, isQuarterTurn ? exact.b : exact.a,
+                    isQuarterTurn ? exact.ty : exact.tx, used.x0, used.x1, bounds.x0, bounds.x1});
+  const AxisTaps& down =
+      taps_.tapsOf({sampling.scaler, isQuarterTurn ? exact.c : exact.d,
+                    isQuarterTurn ? exact.tx : exact.ty, used.y0, used.y1, bounds.y0, bounds.y1});
+  const bool isPlanes = sampling.isPlain && !isQuarterTurn && raster.planes();
+  const PlainPlanes* planes =
+      isPlanes
+          ? arena_.make<PlainPlanes>(PlainPlanes{raster.planes(), exact, pixels, sampling.scaler})
+          : nullptr;
   const auto* scaled =
-      arena_.make<ScaleLayer>(arena_, *source, across, down, bounds, sampling.matrix);
+      arena_.make<ScaleLayer>(arena_, *source, across, down, bounds, sampling.matrix, planes);
   return cropped(scaled, covered);
 }
 
@@ -257,7 +293,10 @@ const Raster* Planner::rasterOf(const ImageNode& node, const Sampling& sampling)
   const double footprintU = std::hypot(back->a, back->c);
   const double footprintV = std::hypot(back->b, back->d);
   const Rect used = back->apply(rectOf(sampling.needed));
-  const auto reachOf = [](double footprint) { return std::ceil(2 * std::max(1.0, footprint)) + 1; };
+  const auto reachOf = [&](double footprint) {
+    const double radius = std::max(2.0, resampling::radiusOf(sampling.scaler.resampling));
+    return std::ceil(radius * std::max(1.0, footprint)) + 1;
+  };
   const double reachU = reachOf(footprintU);
   const double reachV = reachOf(footprintV);
   const Rect reach{{used.minX() - reachU, used.minY() - reachV},

@@ -2,7 +2,7 @@
 
 #include <kestrel/Image.h>
 
-#include <span>
+#include <optional>
 #include <vector>
 
 #include "platform/image/layers/Arena.h"
@@ -23,7 +23,8 @@ namespace kestrel {
 /// are.
 class Planner {
  public:
-  Planner(Arena& arena, std::vector<const Pass*>& passes) : arena_(arena), passes_(passes) {}
+  Planner(Arena& arena, TapsStore& taps, std::vector<const Pass*>& passes)
+      : arena_(arena), taps_(taps), passes_(passes) {}
 
   Arena& arena() { return arena_; }
 
@@ -51,6 +52,7 @@ class Planner {
     AffineTransform map;             ///< from the node to the result
     bool isMapped = false;
     ColorMatrix color;
+    std::optional<Scaler> scaler;
   };
   /// What a resampling needs to know beside its source.
   struct Sampling {
@@ -59,6 +61,7 @@ class Planner {
     IntRect needed;       ///< pixels of the result
     KernelMatrix matrix;
     bool isPlain;  ///< no colour matrix but the source's own
+    Scaler scaler;
   };
 
   static Chain follow(const ImageNode& node);
@@ -76,6 +79,7 @@ class Planner {
   KernelMatrix kernelMatrix(const ColorMatrix& matrix);
 
   Arena& arena_;
+  TapsStore& taps_;
   std::vector<const Pass*>& passes_;
 };
 

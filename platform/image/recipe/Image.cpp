@@ -81,6 +81,10 @@ std::shared_ptr<const Image> Image::transformed(const AffineTransform& transform
   return fromNode(std::make_shared<TransformNode>(node_, resampling::cleaned(transform)));
 }
 
+std::shared_ptr<const Image> Image::resampledBy(const Scaler& scaler) const {
+  return fromNode(std::make_shared<ScalerNode>(node_, scaler));
+}
+
 std::shared_ptr<const Image> Image::translated(double dx, double dy) const {
   return transformed(AffineTransform::translation(dx, dy));
 }

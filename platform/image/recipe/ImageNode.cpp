@@ -28,6 +28,9 @@ CropNode::CropNode(NodePointer picture, const Rect& kept)
 TransformNode::TransformNode(NodePointer picture, const AffineTransform& map)
     : ImageNode(map.apply(picture->extent)), input(std::move(picture)), transform(map) {}
 
+ScalerNode::ScalerNode(NodePointer picture, const Scaler& how)
+    : ImageNode(picture->extent), input(std::move(picture)), scaler(how) {}
+
 ColorMatrixNode::ColorMatrixNode(NodePointer picture, const ColorMatrix& map)
     : ImageNode(picture->extent), input(std::move(picture)), matrix(map) {}
 

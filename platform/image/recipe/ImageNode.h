@@ -4,6 +4,7 @@
 #include <kestrel/Color.h>
 #include <kestrel/Geometry.h>
 #include <kestrel/Image.h>
+#include <kestrel/Scaler.h>
 #include <kestrel/YUVPicture.h>
 
 #include <memory>
@@ -65,6 +66,14 @@ struct TransformNode final : ImageNode {
 
   const NodePointer input;
   const AffineTransform transform;
+};
+
+/// How the run of transforms that it is part of resamples; of several the uppermost counts.
+struct ScalerNode final : ImageNode {
+  ScalerNode(NodePointer picture, const Scaler& how);
+
+  const NodePointer input;
+  const Scaler scaler;
 };
 
 /// Never directly over another colour matrix: the two are one.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace kestrel::resampling {
 
@@ -12,9 +13,56 @@ double snappedEdge(double edge) {
   return std::abs(edge - whole) < kEdgeTolerance ? whole : edge;
 }
 
+/// The cubic of Mitchell and Netravali, "Reconstruction Filters in Computer Graphics" (1988).
+double cubicAt(double b, double c, double t) {
+  if (t < 1)
+    return ((12 - 9 * b - 6 * c) * t * t * t + (-18 + 12 * b + 6 * c) * t * t + 6 - 2 * b) / 6;
+  if (t >= 2) return 0;
+  return ((-b - 6 * c) * t * t * t + (6 * b + 30 * c) * t * t + (-12 * b - 48 * c) * t + 8 * b +
+          24 * c) /
+         6;
+}
+
+double lanczosAt(double lobes, double t) {
+  if (t >= lobes) return 0;
+  if (t == 0) return 1;
+  const double p = std::numbers::pi * t;
+  return lobes * std::sin(p) * std::sin(p / lobes) / (p * p);
+}
+
 bool isWhole(double value) { return std::abs(value - std::round(value)) < kEdgeTolerance; }
 
 }  // namespace
+
+double curveAt(Resampling resampling, double t) {
+  const double distance = std::abs(t);
+  switch (resampling) {
+    case Resampling::kCatmullRom:
+      return cubicAt(0, 0.5, distance);
+    case Resampling::kMitchell:
+      return cubicAt(1.0 / 3, 1.0 / 3, distance);
+    case Resampling::kLanczos3:
+      return lanczosAt(3, distance);
+    default:
+      return std::max(0.0, 1 - distance);
+  }
+}
+
+double radiusOf(Resampling resampling) {
+  switch (resampling) {
+    case Resampling::kCatmullRom:
+    case Resampling::kMitchell:
+      return 2;
+    case Resampling::kLanczos3:
+      return 3;
+    default:
+      return 1;
+  }
+}
+
+bool isAreaMean(Resampling resampling, double footprint) {
+  return resampling == Resampling::kArea || footprint > kWidestCurve;
+}
 
 AffineTransform cleaned(const AffineTransform& map) {
   AffineTransform result = map;

@@ -39,7 +39,8 @@ class PlannerTest : public testing::Test {
 
   Arena arena_;
   std::vector<const Pass*> passes_;
-  Planner planner_{arena_, passes_};
+  TapsStore taps_;
+  Planner planner_{arena_, taps_, passes_};
   ImagePointer photo_ = Image::fromBitmap(test::noise(64, 48, 1), Image::Alpha::kOpaque);
   ImagePointer mark_ = Image::fromBitmap(test::noise(10, 8, 2, Image::Alpha::kStraight));
   ImagePointer black_ = Image::fromColor(Color::black());

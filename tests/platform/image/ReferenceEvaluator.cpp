@@ -7,6 +7,8 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <numbers>
+#include <optional>
 #include <stdexcept>
 #include <tuple>
 
@@ -79,6 +81,63 @@ struct Axis {
   std::vector<std::pair<int, double>> taps;
 };
 
+double curve(Resampling resampling, double t) {
+  const double d = std::abs(t);
+  const double pi = std::numbers::pi;
+  const auto cubic = [d](double b, double c) {
+    if (d >= 2) return 0.0;
+    const double p =
+        d < 1 ? (12 - 9 * b - 6 * c) * d * d * d + (-18 + 12 * b + 6 * c) * d * d + (6 - 2 * b)
+              : (-b - 6 * c) * d * d * d + (6 * b + 30 * c) * d * d + (-12 * b - 48 * c) * d +
+                    (8 * b + 24 * c);
+    return p / 6;
+  };
+  if (resampling == Resampling::kCatmullRom) return cubic(0, 0.5);
+  if (resampling == Resampling::kMitchell) return cubic(1.0 / 3, 1.0 / 3);
+  if (resampling == Resampling::kBilinear) return std::max(0.0, 1 - d);
+  if (d >= 3) return 0;
+  return d == 0 ? 1 : std::sin(pi * d) / (pi * d) * std::sin(pi * d / 3) / (pi * d / 3);
+}
+
+double radius(Resampling resampling) {
+  if (resampling == Resampling::kLanczos3) return 3;
+  return resampling == Resampling::kBilinear ? 1 : 2;
+}
+
+/// The taps of an upright map.
+Axis curveAxis(Resampling resampling, double center, double footprint, double low, double high) {
+  const double span = std::max(1.0, footprint);
+  const double reach = radius(resampling) * span;
+  Axis result;
+  double sum = 0;
+  for (double k = std::floor(center - reach) - 1; k <= center + reach + 1; ++k) {
+    const double weight = curve(resampling, (k + 0.5 - center) / span);
+    if (std::abs(k + 0.5 - center) >= reach) continue;
+    result.taps.emplace_back(static_cast<int>(std::clamp(k, std::floor(low), std::ceil(high) - 1)),
+                             weight);
+    sum += weight;
+  }
+  for (auto& [sample, weight] : result.taps) weight /= sum;
+  return result;
+}
+
+/// The map from `from` to `to` that `back`, which is upright, nearly is.
+AffineTransform between(AffineTransform back, const Rect& from, const Rect& to) {
+  if (isInfinite(from) || isInfinite(to)) return back;
+  const auto fit = [](double* scale, double* offset, double low, double high, double toLow,
+                      double toHigh) {
+    if (*scale < 0) std::swap(toLow, toHigh);
+    *scale = (toHigh - toLow) / (high - low);
+    *offset = toLow - *scale * low;
+  };
+  const bool isTurned = back.a == 0;
+  fit(isTurned ? &back.c : &back.a, &back.tx, isTurned ? from.minY() : from.minX(),
+      isTurned ? from.maxY() : from.maxX(), to.minX(), to.maxX());
+  fit(isTurned ? &back.b : &back.d, &back.ty, isTurned ? from.minX() : from.minY(),
+      isTurned ? from.maxX() : from.maxY(), to.minY(), to.maxY());
+  return back;
+}
+
 /// `clip` is in samples; with `block` above 1 the samples are means of that many.
 Axis axis(double center, double span, double low, double high, int block) {
   Axis result;
@@ -119,7 +178,7 @@ class Evaluator {
   Sample filtered(const FilterNode& node, int x, int y);
   Sample pixellated(const HexagonalPixellateNode& node, int x, int y);
   Sample resampled(const ImageNode& node, const Rect& clip, const AffineTransform& map,
-                   const ColorMatrix& color, int x, int y);
+                   const ColorMatrix& color, const Scaler& scaler, int x, int y);
 
   Cache cache_;
   Cache shown_;
@@ -160,15 +219,25 @@ Sample planesPixel(const PlanesNode& node, int x, int y) {
     const int height = (format.height + scaleY - 1) / scaleY;
     const double u = static_cast<double>(x) / scaleX;
     const double v = (row + 0.5) / scaleY - 0.5;
+    double weights[3] = {0, 1, 0};  // of the rows around `at`
+    const int at = row / scaleY;
+    const double apart = v - at;
+    if (scaleY == 2 && (row % 2 == 1 || row + 1 < format.height)) {
+      weights[0] = -apart / 2;
+      weights[2] = apart / 2;
+    } else if (scaleY == 4) {
+      weights[0] = std::max(0.0, -apart);
+      weights[1] = 1 - std::abs(apart);
+      weights[2] = std::max(0.0, apart);
+    }
     double sum = 0;
-    for (int j = 0; j < 2; ++j) {
+    for (int j = -1; j <= 1; ++j) {
       for (int i = 0; i < 2; ++i) {
         const double k = std::floor(u) + i;
-        const double l = std::floor(v) + j;
-        const double weight = (1 - std::abs(u - k)) * (1 - std::abs(v - l));
+        const double weight = (1 - std::abs(u - k)) * weights[j + 1];
         sum +=
             weight * planeSample(picture, plane, std::clamp<int>(static_cast<int>(k), 0, width - 1),
-                                 std::clamp<int>(static_cast<int>(l), 0, height - 1));
+                                 std::clamp(at + j, 0, height - 1));
       }
     }
     return format.fullRange ? (sum - 128 * levels) / most : (sum - 128 * levels) / (224 * levels);
@@ -345,14 +414,14 @@ Sample Evaluator::filtered(const FilterNode& node, int x, int y) {
 }
 
 Sample Evaluator::resampled(const ImageNode& node, const Rect& clip, const AffineTransform& map,
-                            const ColorMatrix& color, int x, int y) {
+                            const ColorMatrix& color, const Scaler& scaler, int x, int y) {
   if (isEmpty(clip)) return {};
-  const AffineTransform back = *map.invert();
+  const AffineTransform nearly = *map.invert();
+  const AffineTransform back =
+      isUpright(map) ? between(nearly, snapped(map.apply(clip)), clip) : nearly;
   const Point center = back.apply(Point{x + 0.5, y + 0.5});
   const double footprintU = std::hypot(back.a, back.c);
   const double footprintV = std::hypot(back.b, back.d);
-  const double spanU = std::max(1.0, footprintU);
-  const double spanV = std::max(1.0, footprintV);
   const auto block = [&](double span) {
     return !isUpright(map) && span > 2 ? static_cast<int>(std::ceil(span / 2)) : 1;
   };
@@ -371,8 +440,17 @@ Sample Evaluator::resampled(const ImageNode& node, const Rect& clip, const Affin
         overlap(clip.minY(), clip.maxY(), center.y - footprintV / 2, center.y + footprintV / 2) /
         footprintV;
   }
-  const Axis across = axis(center.x, spanU, clip.minX(), clip.maxX(), block(spanU));
-  const Axis down = axis(center.y, spanV, clip.minY(), clip.maxY(), block(spanV));
+  const auto along = [&](double at, double footprint, double low, double high) {
+    const double span = std::max(1.0, footprint);
+    const bool isCopy = isUpright(map) && std::abs(footprint - 1) < 1e-8 &&
+                        std::abs(at - 0.5 - std::round(at - 0.5)) < 1.0 / 1024;
+    const bool isArea = scaler.resampling == Resampling::kArea || footprint > 8;
+    if (isCopy) return axis(std::round(at - 0.5) + 0.5, 1, low, high, 1);
+    if (isArea || !isUpright(map)) return axis(at, span, low, high, block(span));
+    return curveAxis(scaler.resampling, at, footprint, low, high);
+  };
+  const Axis across = along(center.x, footprintU, clip.minX(), clip.maxX());
+  const Axis down = along(center.y, footprintV, clip.minY(), clip.maxY());
   Sample sum;
   for (const auto& [l, weightV] : down.taps) {
     for (const auto& [k, weightU] : across.taps)
@@ -388,11 +466,15 @@ Sample Evaluator::at(const ImageNode& top, int x, int y) {
   AffineTransform map;
   bool isMapped = false;
   ColorMatrix color;
+  std::optional<Scaler> scaler;
   for (;;) {
     if (const auto* crop = dynamic_cast<const CropNode*>(node)) {
       Rect& rect = isMapped ? inner : clip;
       rect = intersection(rect, crop->rect);
       node = crop->input.get();
+    } else if (const auto* how = dynamic_cast<const ScalerNode*>(node)) {
+      if (!scaler) scaler = how->scaler;
+      node = how->input.get();
     } else if (const auto* matrix = dynamic_cast<const ColorMatrixNode*>(node)) {
       color = matrix->matrix.then(color);
       node = matrix->input.get();
@@ -411,7 +493,9 @@ Sample Evaluator::at(const ImageNode& top, int x, int y) {
   }
   const double kept = share(snapped(clip), x, y);
   if (kept == 0) return {};
-  return resampled(*node, intersection(inner, node->extent), cleaned(map), color, x, y) * kept;
+  return resampled(*node, intersection(inner, node->extent), cleaned(map), color,
+                   scaler.value_or(Scaler{}), x, y) *
+         kept;
 }
 
 double stepsBetween(const Sample& expected, const uint8_t* pixel) {
