@@ -1,6 +1,7 @@
 #include <kestrel/BitmapContext.h>
 #include <kestrel/BitmapImage.h>
 #include <kestrel/Image.h>
+#include <kestrel/ImageContext.h>
 #include <kestrel/LMFFImageColorspaceConverter.h>
 
 extern "C" {
@@ -11,6 +12,7 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include "frames/DrawingSurface.h"
@@ -93,6 +95,19 @@ void fillBlack(AVFrame& frame) {
                       frame.color_range, frame.width, frame.height);
 }
 
+/// The picture of a frame that the caller keeps alive, where it is opaque and in colours.
+std::optional<YUVPicture> coloursOf(const AVFrame& frame) {
+  auto picture = yuvPictureOf(std::shared_ptr<const AVFrame>(std::shared_ptr<void>(), &frame));
+  if (!picture || !picture->planes[1].data || !picture->planes[2].data || picture->planes[3].data)
+    return std::nullopt;
+  return picture;
+}
+
+/// True when no sample of the one need change to be one of the other.
+bool meansTheSame(const YUVFormat& a, const YUVFormat& b) {
+  return a.kr == b.kr && a.kb == b.kb && a.bitDepth == b.bitDepth && a.fullRange == b.fullRange;
+}
+
 }  // namespace
 
 struct LMFFImageColorspaceConverter::State {
@@ -103,6 +118,8 @@ struct LMFFImageColorspaceConverter::State {
 
   PicturePool pool;
   PictureScaler scaler;
+  std::optional<Scaler> how;  ///< of pictures of another size
+  ImageContext renderer;
   FramePtr next = makeFrame();   ///< the picture in the making
   FramePtr bytes = makeFrame();  ///< shows the pixels of a buffer as a frame
 
@@ -111,6 +128,7 @@ struct LMFFImageColorspaceConverter::State {
   void convert(const AVFrame& source);
   bool convert(const Image& image);
   bool show(const AVFrame& source);
+  bool scalePlanes(const AVFrame& source);
   void publish();
 };
 
@@ -163,7 +181,20 @@ bool LMFFImageColorspaceConverter::State::show(const AVFrame& source) {
   if (source.buf[0] && hasAlignedRows(source) && isSamePicture(source, *next)) {
     return referTo(source, *next);
   }
-  return pool.allocate(*next) && scaler.scale(source, *next);
+  if (!pool.allocate(*next)) return false;
+  return (how && scalePlanes(source)) || scaler.scale(source, *next, how);
+}
+
+/// Scales the planes of `source` each by itself; false where that is not all there is to do.
+bool LMFFImageColorspaceConverter::State::scalePlanes(const AVFrame& source) {
+  next->chroma_location = source.chroma_location;
+  const auto from = coloursOf(source);
+  const auto to = yuvTargetOf(*next);
+  if (!from || !to || !meansTheSame(from->format, to->format)) return false;
+  const Rect bounds{{0, 0}, {1.0 * next->width, 1.0 * next->height}};
+  const auto image = Image::fromPlanes(*from)->resampledBy(*how)->scaled(
+      1.0 * next->width / source.width, 1.0 * next->height / source.height);
+  return renderer.render(image, bounds, *to);
 }
 
 void LMFFImageColorspaceConverter::State::publish() {
@@ -185,6 +216,12 @@ LMFFVideoColor LMFFImageColorspaceConverter::outputColor() const { return state_
 
 void LMFFImageColorspaceConverter::setOutputColor(const LMFFVideoColor& color) {
   state_->color.set(color);
+}
+
+std::optional<Scaler> LMFFImageColorspaceConverter::scaler() const { return state_->how; }
+
+void LMFFImageColorspaceConverter::setScaler(const std::optional<Scaler>& scaler) {
+  state_->how = scaler;
 }
 
 AVFrame* LMFFImageColorspaceConverter::outputFrame() const { return state_->output.get(); }

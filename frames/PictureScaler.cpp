@@ -22,6 +22,21 @@ constexpr int kNeutral = 1 << 16;  // contrast and saturation
 
 bool isRgb(int matrix) { return matrix == AVCOL_SPC_RGB; }
 
+int flagsOf(const std::optional<Scaler>& how) {
+  if (!how) return SWS_BILINEAR;
+  switch (how->resampling) {
+    case Resampling::kArea:
+      return SWS_AREA | SWS_ACCURATE_RND;
+    case Resampling::kBilinear:
+      return SWS_BILINEAR | SWS_ACCURATE_RND;
+    case Resampling::kCatmullRom:
+    case Resampling::kMitchell:
+      return SWS_BICUBIC | SWS_ACCURATE_RND;
+    default:
+      return SWS_LANCZOS | SWS_ACCURATE_RND;
+  }
+}
+
 void freeNothing(void*, uint8_t*) {}
 
 }  // namespace
@@ -60,14 +75,15 @@ bool PictureScaler::isFullYuv(const Side& side) {
   return !isRgb(side.matrix) && side.range == AVCOL_RANGE_JPEG;
 }
 
-SwsPtr PictureScaler::makeContext(const Side& source, const Side& target) {
+SwsPtr PictureScaler::makeContext(const Side& source, const Side& target,
+                                  const std::optional<Scaler>& how) {
   SwsPtr context(sws_alloc_context());
   if (!context) return nullptr;
   const bool changesMatrix = !isSameMatrix(source.matrix, target.matrix);
   const bool meetsRgb = isRgb(source.matrix) || isRgb(target.matrix);
   // The libraries' fast ways between YUV and RGB are off by a step or two; between two YUV matrices
   // they go by RGB as well.
-  const int flags = SWS_BILINEAR | (changesMatrix ? SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT : 0);
+  const int flags = flagsOf(how) | (changesMatrix ? SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT : 0);
   // Between two YUV matrices every thread would do the first half of the work for itself.
   const int64_t pixels =
       std::max(int64_t{source.width} * source.height, int64_t{target.width} * target.height);
@@ -107,13 +123,15 @@ bool PictureScaler::lend(const AVFrame& source) {
   return true;
 }
 
-bool PictureScaler::scale(const AVFrame& source, AVFrame& target) {
+bool PictureScaler::scale(const AVFrame& source, AVFrame& target,
+                          const std::optional<Scaler>& how) {
   const Side from = sideOf(source);
   const Side to = sideOf(target);
-  if (!context_ || from != source_ || to != target_) {
-    context_ = makeContext(from, to);
+  if (!context_ || from != source_ || to != target_ || how != how_) {
+    context_ = makeContext(from, to, how);
     source_ = from;
     target_ = to;
+    how_ = how;
   }
   return context_ && lend(source) && sws_scale_frame(context_.get(), &target, view_.get()) >= 0;
 }

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <kestrel/Scaler.h>
+
 #include <memory>
+#include <optional>
 
 #include "support/FFmpegOwners.h"
 
@@ -13,7 +16,8 @@ class PictureScaler {
   /// Scales and converts the whole of `source` into `target`, which has its format, size, buffers
   /// and colour tags. Both frames' tags are honoured; `source` need not be reference-counted. False
   /// when libswscale can't do that; `target` then holds nothing useful.
-  bool scale(const AVFrame& source, AVFrame& target);
+  /// Bilinearly, unless `how` names another curve.
+  bool scale(const AVFrame& source, AVFrame& target, const std::optional<Scaler>& how = {});
 
   /// True when the samples of a picture in the one matrix (`AVCOL_SPC_…`) mean the same in the
   /// other.
@@ -35,13 +39,15 @@ class PictureScaler {
 
   static Side sideOf(const AVFrame& frame);
   static bool isFullYuv(const Side& side);
-  static SwsPtr makeContext(const Side& source, const Side& target);
+  static SwsPtr makeContext(const Side& source, const Side& target,
+                            const std::optional<Scaler>& how);
 
   bool lend(const AVFrame& source);
 
   SwsPtr context_;
   Side source_;
   Side target_;
+  std::optional<Scaler> how_;
   uint8_t nothing_ = 0;  ///< what the buffer of `view_` points to
   FramePtr view_;        ///< lends the source's planes to libswscale
 };

@@ -62,6 +62,7 @@ std::shared_ptr<const Image> LMFFEffectVideoStream::currentEffectImage() const {
   const MovieLook settings = look();
   // The display shape is that of the whole picture's pixels, whatever the crop leaves of it.
   const Rect whole = picture->extent();
+  picture = picture->resampledBy(settings.scaler);
   picture = centred(picture->cropped(settings.cropRect), settings.cropRect);
   const Size display = displayVideoSize();
   if (!isEmpty(whole)) {

@@ -52,12 +52,32 @@ const AVPixFmtDescriptor* planesOf(int pixelFormat) {
   return isTaken ? format : nullptr;
 }
 
+/// Where a sample of chroma lies among those of luma, across and down: with the left one in the
+/// middle where nothing else is told, as MPEG-2 and its followers have it.
+std::pair<double, double> placeOfChroma(AVChromaLocation location) {
+  switch (location) {
+    case AVCHROMA_LOC_CENTER:
+      return {0.5, 0.5};
+    case AVCHROMA_LOC_TOPLEFT:
+      return {0, 0};
+    case AVCHROMA_LOC_TOP:
+      return {0.5, 0};
+    case AVCHROMA_LOC_BOTTOMLEFT:
+      return {0, 1};
+    case AVCHROMA_LOC_BOTTOM:
+      return {0.5, 1};
+    default:
+      return {0, 0.5};
+  }
+}
+
 std::optional<YUVFormat> formatOf(const AVFrame& frame) {
   const AVPixFmtDescriptor* planes = planesOf(frame.format);
   const int matrix = pictureMatrix(frame.colorspace, frame.format, frame.height);
   const AVLumaCoefficients* luma = av_csp_luma_coeffs_from_avcsp(static_cast<AVColorSpace>(matrix));
   if (!planes || !luma || !frame.data[0] || frame.width <= 0 || frame.height <= 0)
     return std::nullopt;
+  const auto [chromaX, chromaY] = placeOfChroma(frame.chroma_location);
   return YUVFormat{.width = frame.width,
                    .height = frame.height,
                    .chromaShiftX = planes->log2_chroma_w,
@@ -66,7 +86,9 @@ std::optional<YUVFormat> formatOf(const AVFrame& frame) {
                    .bitShift = planes->comp[0].shift,
                    .kr = av_q2d(luma->cr),
                    .kb = av_q2d(luma->cb),
-                   .fullRange = pictureRange(frame.color_range, frame.format) == AVCOL_RANGE_JPEG};
+                   .fullRange = pictureRange(frame.color_range, frame.format) == AVCOL_RANGE_JPEG,
+                   .chromaX = chromaX,
+                   .chromaY = chromaY};
 }
 
 template <typename Byte>

@@ -93,6 +93,7 @@ Look::Look(const LookSettings& settings, const VideoInfo& pictures,
   look_.brightness = settings.brightness;
   look_.contrast = settings.contrast;
   look_.hue = settings.hue;
+  look_.scaler = settings.scaler;
   if (!settings.effect.empty()) look_.effectName = settings.effect;
 
   pixelAspect_ = pixelAspectOf(pictures);
@@ -127,6 +128,7 @@ bool Look::isDrawn() const {
   MovieLook turned;
   turned.cropRect = look_.cropRect;
   turned.zoomType = look_.zoomType;
+  turned.scaler = look_.scaler;
   turned.rotate = look_.rotate;
   turned.hflip = look_.hflip;
   turned.vflip = look_.vflip;

@@ -112,6 +112,20 @@ Zoom parseZoom(std::string_view option, const std::string& text) {
                        {"fill-width", Zoom::kFillWidth}});
 }
 
+/// A curve, and ",limited" where nothing is to ring.
+Scaler parseScaler(std::string_view option, const std::string& text) {
+  constexpr std::string_view kLimited = ",limited";
+  const bool isLimited = text.ends_with(kLimited);
+  const std::string name = text.substr(0, text.size() - (isLimited ? kLimited.size() : 0));
+  return {choose<Resampling>(option, name,
+                             {{"lanczos3", Resampling::kLanczos3},
+                              {"catmull-rom", Resampling::kCatmullRom},
+                              {"mitchell", Resampling::kMitchell},
+                              {"bilinear", Resampling::kBilinear},
+                              {"area", Resampling::kArea}}),
+          isLimited};
+}
+
 double parseDisplayAspect(std::string_view option, const std::string& text) {
   return choose<double>(option, text, {{"source", 0}, {"4:3", 4 / 3.0}, {"16:9", 16 / 9.0}});
 }
@@ -346,6 +360,7 @@ constexpr Row<LookSettings> kLookRows[] = {
     {"crop", set<&L::crop, parseArea>, kText, kPictures, "crop"},
     {"auto-crop", turn<&L::autoCrop>, kSwitch, kPictures, "crop"},
     {"zoom", set<&L::zoom, parseZoom>, kText, kPictures},
+    {"scaler", set<&L::scaler, parseScaler>, kText, kPictures},
     {"display-aspect", set<&L::displayAspect, parseDisplayAspect>, kText, kPictures},
     {"rotate", set<&L::rotate, parseAnyNumber>, kNumber, kPictures},
     {"hflip", turn<&L::hflip>, kSwitch, kPictures},

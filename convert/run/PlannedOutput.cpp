@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <vector>
 
+#include <kestrel/LMFFImageColorspaceConverter.h>
 #include <kestrel/convert/Failure.h>
 #include "convert/feed/PictureFeed.h"
 #include "convert/plan/EncoderParameters.h"
@@ -24,6 +25,7 @@ void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const 
   output.setMovieFormat(plan.format);
   output.setOutputColor(plan.color);
   output.setVideoEncoderName(plan.videoEncoder);
+  if (const auto converter = output.videoConverter()) converter->setScaler(plan.look.scaler);
   if (plan.keepsTimes) output.setVideoTick(pictureTick(plan.rate()));
   output.setVideoPixelFormat(av_get_pix_fmt(plan.pixelFormat.c_str()));
   ConversionPlan::Options options = plan.videoOptions;

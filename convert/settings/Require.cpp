@@ -161,6 +161,9 @@ void require(const LookSettings& look) {
     requireOneOf(setting, zoom,
                  {Zoom::kStretch, Zoom::kFit, Zoom::k16To9, Zoom::k4To3, Zoom::kFillWidth});
   });
+  requireOneOf("scaler", look.scaler.resampling,
+               {Resampling::kArea, Resampling::kBilinear, Resampling::kCatmullRom,
+                Resampling::kMitchell, Resampling::kLanczos3});
   if (look.displayAspect != 0) requireAspect("displayAspect", look.displayAspect);
   if (!std::isfinite(look.rotate)) refuse("rotate", "the angle must be finite");
   for (const auto& [setting, value] : {std::pair{"saturation", look.saturation},

@@ -3,9 +3,11 @@
 #include <kestrel/Export.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFVideoColor.h>
+#include <kestrel/Scaler.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 struct AVFrame;
 
@@ -55,6 +57,12 @@ class KESTREL_API LMFFImageColorspaceConverter {
   /// depending on its own height. RGB output is always full range.
   LMFFVideoColor outputColor() const;
   void setOutputColor(const LMFFVideoColor& color);
+
+  /// How frames are brought to another size. Unless it is set, `convertFrame` scales bilinearly.
+  /// Where it is, frames in luma and chroma planes whose samples mean the same are scaled plane by
+  /// plane, as `Image` does it, and all others by libswscale with the nearest of its curves.
+  std::optional<Scaler> scaler() const;
+  void setScaler(const std::optional<Scaler>& scaler);
 
   /// The converter's output frame, owned by it. Its pixels are those of the last conversion and
   /// must not be modified. Size, format, pixels and colours are set; everything else, including

@@ -4,6 +4,7 @@
 #include <kestrel/Font.h>
 #include <kestrel/Geometry.h>
 #include <kestrel/Image.h>
+#include <kestrel/Scaler.h>
 
 #include <cstdint>
 #include <memory>
@@ -30,6 +31,7 @@ struct MovieLook {
   float contrast = 0.25F;                            ///< 0.25 changes nothing
   float hue = 0.5F;                                  ///< 0.5 changes nothing
   int32_t zoomType = 5;                              ///< see `LMFFMovie::zoomType`
+  Scaler scaler = {};                                ///< brings the pictures to their size
   std::optional<std::string> effectName = {};        ///< of the catalogue; nullopt: none
   std::shared_ptr<const Image> watermark = nullptr;  ///< drawn over every picture; null: none
 

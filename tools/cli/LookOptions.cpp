@@ -26,6 +26,11 @@ void addGeometry(Verb verb) {
               "or fill-width")
       .type("HOW")
       .notEmpty();
+  verb.option("--scaler",
+              "the curve that pixels of another size are mixed by: lanczos3, catmull-rom, "
+              "mitchell, bilinear or area; with ,limited no edge gets a rim")
+      .type("CURVE")
+      .notEmpty();
   verb.option("--display-aspect",
               "the shape that the source was meant to have: source, 4:3 or 16:9")
       .type("W:H")

@@ -2,6 +2,7 @@
 
 #include <kestrel/Color.h>
 #include <kestrel/Font.h>
+#include <kestrel/Scaler.h>
 #include <kestrel/convert/TrackChoice.h>
 
 #include <cstdint>
@@ -51,6 +52,7 @@ struct LookSettings {
   std::optional<Area> crop = {};  ///< before `rotate`, within the picture; not beside `autoCrop`
   bool autoCrop = false;          ///< leave black bars out
   std::optional<Zoom> zoom = {};
+  Scaler scaler = {};  ///< brings pictures to another size, whether anything else is done or not
   /// The width / height that the source was meant to have, 0.01 to 100; 0: its own.
   double displayAspect = 0;
   double rotate = 0;  ///< degrees clockwise, any finite number
