@@ -110,7 +110,11 @@ void planQuality(ConversionPlan& plan, const ConversionSettings& settings, const
               "crf: the encoder {} has none; it takes a quality from 0 to 100 or a bit rate",
               plan.videoEncoder),
           "crf");
-    requireNumber("crf", *settings.crf, scale->best, scale->worst);
+    if (*settings.crf < scale->best || *settings.crf > scale->worst)
+      throw Failure::settings(
+          fmt::format("crf: the encoder {} takes numbers from {} to {}, '{}' is none of them",
+                      plan.videoEncoder, scale->best, scale->worst, *settings.crf),
+          "crf");
     return setQuality(plan, *scale, *settings.crf);
   }
   if (settings.quality && !scale)

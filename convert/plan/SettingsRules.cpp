@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,7 +15,6 @@ namespace kestrel {
 
 namespace {
 
-constexpr double kWorstQuality = 63;    // of all encoders that know a constant quality
 constexpr double kLongestGroup = 3600;  // seconds
 constexpr double kShortestFragment = 0.1;
 constexpr int kMostLines = 36861;      // whose frame of 16:9 is 65531 pixels wide
@@ -61,7 +61,8 @@ void requireOneRate(const ConversionSettings& s) {
     refuseBeside("sizeLimit", s.videoBitrate ? "a bit rate" : "a quality");
   if (s.quality) requireNumber("quality", *s.quality, 0, 100);
   whereGiven("videoBitrate", s.videoBitrate, requireBitRate);
-  if (s.crf) requireNumber("crf", *s.crf, 0, kWorstQuality);
+  // Which numbers there are is the encoder's to say.
+  if (s.crf && !std::isfinite(*s.crf)) refuse("crf", "it must be finite");
   if (s.sizeLimit) requireNumber("sizeLimit", static_cast<double>(*s.sizeLimit), 1, kLargestFile);
   if (!s.passes) return;
   requireNumber("passes", *s.passes, 1, 2);
