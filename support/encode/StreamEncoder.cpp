@@ -133,7 +133,13 @@ bool StreamEncoder::encode(AVFrame& frame, int64_t duration, FirstError& errors,
     errors.note(error);
     return false;
   }
-  if (context_->codec_type == AVMEDIA_TYPE_AUDIO) frame.pts += context_->delay;
+  if (context_->codec_type == AVMEDIA_TYPE_AUDIO) {
+    frame.pts += context_->delay;
+  } else {
+    limitGroup(frame);
+    // Encoders of a constant quantiser ask each picture for it.
+    if (context_->flags & AV_CODEC_FLAG_QSCALE) frame.quality = context_->global_quality;
+  }
   if (duration > 0) durations_[frame.pts] = duration;
   const LibraryLog log;
   bool hasTaken = false;
@@ -168,6 +174,27 @@ void StreamEncoder::noteStatistics() {
   context_->stats_out[0] = '\0';
 }
 
+/// In ticks of the encoder's; 0: without end.
+int64_t StreamEncoder::longestGroup() const {
+  const AVRational rate = context_->framerate;
+  if (context_->gop_size <= 1 || rate.num <= 0 || rate.den <= 0) return 0;
+  return av_rescale_q(context_->gop_size, av_inv_q(rate), context_->time_base);
+}
+
+/// Encoders count pictures, not time: those that come slower than at the rate that the encoder was
+/// told would make a group longer than it is to be.
+void StreamEncoder::limitGroup(AVFrame& picture) {
+  const int64_t longest = longestGroup();
+  if (longest == 0) return;
+  const bool isLong = !group_.empty() && picture.pts - *group_.begin() >= longest;
+  // A group of many pictures the encoder ends by itself, perhaps already has.
+  if (isLong && std::cmp_less(group_.size(), context_->gop_size)) {
+    picture.pict_type = AV_PICTURE_TYPE_I;
+    group_.clear();
+  }
+  group_.insert(picture.pts);
+}
+
 /// Completes a packet of the encoder's and moves its times to the stream's time base.
 void StreamEncoder::stamp(AVPacket& packet) {
   if (const auto found = durations_.find(packet.pts); found != durations_.end()) {
@@ -176,6 +203,7 @@ void StreamEncoder::stamp(AVPacket& packet) {
   }
   // What should have been shown before this is decoded has been left out by the encoder.
   durations_.erase(durations_.begin(), durations_.lower_bound(packet.dts));
+  if (packet.flags & AV_PKT_FLAG_KEY) group_.erase(group_.begin(), group_.lower_bound(packet.pts));
   av_packet_rescale_ts(&packet, context_->time_base, stream_->time_base);
 }
 

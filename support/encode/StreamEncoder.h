@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 
 #include "platform/codec/Codec.h"
@@ -36,8 +37,9 @@ class StreamEncoder {
 
   /// Encodes a frame, stamped in the encoder's time base; for sound, its `pts` is increased by the
   /// encoder's `delay`. `duration` (0: unknown) is given to its packet if the encoder does not set
-  /// one. Returns true if a packet was handed over, stamped in the stream's time base; failures are
-  /// noted in `errors`.
+  /// one. A picture becomes a key picture where its group would last longer than a group's pictures
+  /// do at the encoder's rate, as far as the encoder can be told. Returns true if a packet was
+  /// handed over, stamped in the stream's time base; failures are noted in `errors`.
   bool encode(AVFrame& frame, int64_t duration, FirstError& errors, const PacketTaker& take);
 
   /// Hands over the next packet that is ready; false if there is none.
@@ -52,6 +54,8 @@ class StreamEncoder {
  private:
   Error openContext(const std::map<std::string, std::string>& options);
   void describeStream();
+  int64_t longestGroup() const;
+  void limitGroup(AVFrame& picture);
   void stamp(AVPacket& packet);
   void noteStatistics();
 
@@ -59,6 +63,7 @@ class StreamEncoder {
   CodecContextPtr context_;
   std::string statistics_;
   std::map<int64_t, int64_t> durations_;  // of pictures in the encoder, by time
+  std::set<int64_t> group_;               // times of pictures from the newest known key picture on
 };
 
 /// Configures an unopened audio encoder according to `format`. `bits`: significant bits of a sample

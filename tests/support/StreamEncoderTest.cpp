@@ -2,8 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <map>
+#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,11 +15,13 @@
 
 extern "C" {
 #include <libavutil/channel_layout.h>
+#include <libavutil/intreadwrite.h>
 }
 
 namespace kestrel::test {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 
 /// A stream of a container that is never written, and the encoder for it.
@@ -183,6 +188,62 @@ TEST(StreamEncoder, EachPacketLastsAsLongAsItsPicture) {
   EXPECT_EQ(stream.durations(), durations);
   ASSERT_EQ(stream.packets().size(), 6U);
   EXPECT_EQ(stream.packets()[1]->pts, 7);
+}
+
+/// When the key pictures of an encoder come that is given pictures at these times.
+std::vector<int64_t> keyTimes(Stream& stream, const std::vector<int64_t>& times) {
+  for (const int64_t time : times) stream.encode(*picture(time));
+  stream.finish();
+  std::vector<int64_t> keys;
+  for (const PacketPtr& packet : stream.packets())
+    if (packet->flags & AV_PKT_FLAG_KEY) keys.push_back(packet->pts);
+  return keys;
+}
+
+// Ten pictures last ten ticks at the encoder's rate. Where they come at every third tick only, a
+// group ends with the first picture that is ten ticks or more from its beginning. The second group
+// is the encoder's own choice, which lets a run of B-pictures end first.
+TEST(StreamEncoder, SlowPicturesMakeNoGroupLonger) {
+  std::vector<int64_t> times;
+  for (int64_t time = 0; time < 15; ++time) times.push_back(time);
+  for (int64_t time = 15; time < 60; time += 3) times.push_back(time);
+  Stream plain(AV_CODEC_ID_MPEG4);
+  EXPECT_FALSE(plain.withPictures()->open({{"g", "10"}}));
+  EXPECT_THAT(keyTimes(plain, times), ElementsAre(0, 10, 21, 33, 45, 57));
+  Stream reordered(AV_CODEC_ID_MPEG4);
+  EXPECT_FALSE(reordered.withPictures(2)->open({{"g", "10"}}));
+  EXPECT_THAT(keyTimes(reordered, times), ElementsAre(0, 12, 24, 36, 48));
+}
+
+// The encoder's own counting is enough there.
+TEST(StreamEncoder, SteadyPicturesKeepTheEncodersGroups) {
+  std::vector<int64_t> times(25);
+  std::iota(times.begin(), times.end(), 0);
+  Stream stream(AV_CODEC_ID_MPEG4);
+  EXPECT_FALSE(stream.withPictures()->open({{"g", "10"}}));
+  EXPECT_THAT(keyTimes(stream, times), ElementsAre(0, 10, 20));
+}
+
+// MPEG-4's header of an intra picture: its type (2 bits), no second gone by (1), a mark (1), its
+// time (5 for 25 ticks a second), a mark (1), that it is coded (1), a threshold (3), the quantiser
+// (5).
+TEST(StreamEncoder, TheQuantiserIsTheOneThatIsAskedFor) {
+  for (const int quantiser : {2, 4, 9, 31}) {
+    SCOPED_TRACE(quantiser);
+    Stream stream(AV_CODEC_ID_MPEG4);
+    EXPECT_FALSE(stream.withPictures()->open(
+        {{"flags", "+qscale"}, {"global_quality", std::to_string(quantiser * FF_QP2LAMBDA)}}));
+    stream.encode(*picture(0));
+    stream.finish();
+    ASSERT_EQ(stream.packets().size(), 1U);
+    AVPacket& packet = *stream.packets()[0];
+    constexpr uint8_t kPictureStart[] = {0, 0, 1, 0xb6};
+    uint8_t* const end = packet.data + packet.size;
+    uint8_t* const begin =
+        std::search(packet.data, end, std::begin(kPictureStart), std::end(kPictureStart));
+    ASSERT_GE(end - begin, 8);
+    EXPECT_EQ(AV_RB32(begin + 4) >> 13 & 31, static_cast<uint32_t>(quantiser));
+  }
 }
 
 TEST(StreamEncoder, EncodingSaysWhetherAPacketCame) {
