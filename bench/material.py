@@ -5,6 +5,8 @@ import mmap
 import os
 import re
 import shutil
+import subprocess
+import sys
 from pathlib import Path
 
 from measuring import Failure, ask, say
@@ -19,6 +21,13 @@ LONG_SECONDS = 7200
 
 LARGEST_DIFFERENCE = 0.01  # between the outputs' sizes, as a part of them
 SPARE_SOUND_PACKETS = 2  # of 1024 samples: programs cut the end of the sound differently
+
+
+def built_kestrel():
+    """The release build of these sources."""
+    if subprocess.run([ROOT / "scripts" / "kestrel", "--version"], stdout=sys.stderr).returncode:
+        raise Failure("kestrel does not build")
+    return ROOT / "build" / "release" / "tools" / "kestrel"
 
 
 def made(name, command, sources=()):
@@ -37,18 +46,57 @@ def made(name, command, sources=()):
     return target
 
 
-def clip():
-    """30 s of a film in 1080p, H.264 and AAC."""
+def shared(name):
+    """One of the real clips."""
     media = Path(os.environ.get("KESTREL_MEDIA_DIR", ROOT.parent / "shared" / "media"))
-    source = media / "bunny-720p24-vp8-vorbis.webm"
+    source = media / name
     if not source.exists():
         raise Failure(f"there is no {source}: KESTREL_MEDIA_DIR names the folder that has it")
+    return source
+
+
+def clip():
+    """30 s of a film in 1080p, H.264 and AAC."""
+    source = shared("bunny-720p24-vp8-vorbis.webm")
     command = [
         *("-i", source, "-t", CLIP_SECONDS, "-vf", "scale=1920:1080"),
         *("-c:v", "libx264", "-preset", "fast", "-crf", "18"),
         *("-c:a", "aac", "-b:a", "192k", "-ar", "44100", "-ac", "2", "-movflags", "+faststart"),
     ]
     return made("clip-1080p.mp4", command, [source])
+
+
+# A span of each real clip that pictures are judged by: animation, old film, a shaken camera, water,
+# a noisy tape, a dark film, lines and text.
+SPANS = {
+    "animation": ("bunny-720p24-vp8-vorbis.webm", 8),
+    "film": ("chaplin-360p25-h264-mp3.mp4", 3),
+    "camera": ("fire-720p-vfr-h264-aac.mp4", 0),
+    "water": ("phone-hlg-1080p30-hevc10-turned.mov", 0),
+    "tape": ("mpeg2-mp3.ts", 4),
+    "street": ("wmv8-wma2.wmv", 8),
+    "lines": ("theora-offset.ogv", 0),
+}
+SPAN_RATE = 25  # pictures a second, whatever the clip has: only the pictures matter
+
+
+def span(name, pictures, lines):
+    """The pictures of a span without any loss, 8-bit 4:2:0, at a constant rate and of at most so
+    many lines."""
+    file, start = SPANS[name]
+    source = shared(file)
+    # Colours are not told: none of the programs is to convert them.
+    graph = (
+        f"scale=-2:'trunc(min(ih,{lines})/2)*2':flags=area,setsar=1,format=yuv420p,"
+        f"setparams=color_primaries=unknown:color_trc=unknown:colorspace=unknown:range=tv,"
+        f"setpts=N/{SPAN_RATE}/TB"
+    )
+    command = [
+        *("-noautorotate", "-ss", start, "-i", source, "-map", "0:v:0", "-frames:v", pictures),
+        *("-vf", graph, "-r", SPAN_RATE, "-map_metadata", "-1"),
+        *("-c:v", "libx264", "-preset", "ultrafast", "-qp", "0", "-g", "1"),
+    ]
+    return made(f"span-{name}.mkv", command, [source])
 
 
 def sound():

@@ -25,6 +25,13 @@ def say(text):
         print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
 
 
+def describe_machine():
+    load = os.getloadavg()[0]
+    print(f"{os.cpu_count()} processors, load {load:.2f} before the first run")
+    if load > 0.5:
+        print("The machine has other work: these figures are not to be relied on.")
+
+
 def ask(*command):
     """What a command prints."""
     words = [str(word) for word in command]

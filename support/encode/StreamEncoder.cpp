@@ -186,13 +186,20 @@ int64_t StreamEncoder::longestGroup() const {
 void StreamEncoder::limitGroup(AVFrame& picture) {
   const int64_t longest = longestGroup();
   if (longest == 0) return;
-  const bool isLong = !group_.empty() && picture.pts - *group_.begin() >= longest;
-  // A group of many pictures the encoder ends by itself, perhaps already has.
-  if (isLong && std::cmp_less(group_.size(), context_->gop_size)) {
-    picture.pict_type = AV_PICTURE_TYPE_I;
-    group_.clear();
+  // Key pictures are known late. Until then groups are taken to be as long as the encoder lets them
+  // be by itself.
+  int64_t begin = picture.pts;
+  int pictures = 0;
+  for (const auto& [time, begins] : group_) {
+    if (begins || pictures % context_->gop_size == 0) {
+      begin = time;
+      pictures = 0;
+    }
+    ++pictures;
   }
-  group_.insert(picture.pts);
+  const bool begins = pictures < context_->gop_size && picture.pts - begin >= longest;
+  if (begins) picture.pict_type = AV_PICTURE_TYPE_I;
+  group_[picture.pts] = begins;
 }
 
 /// Completes a packet of the encoder's and moves its times to the stream's time base.

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 
 #include "platform/codec/Codec.h"
@@ -63,7 +62,9 @@ class StreamEncoder {
   CodecContextPtr context_;
   std::string statistics_;
   std::map<int64_t, int64_t> durations_;  // of pictures in the encoder, by time
-  std::set<int64_t> group_;               // times of pictures from the newest known key picture on
+  /// Pictures from the newest known key picture on, by time, and whether the encoder was told to
+  /// begin a group with them.
+  std::map<int64_t, bool> group_;
 };
 
 /// Configures an unopened audio encoder according to `format`. `bits`: significant bits of a sample

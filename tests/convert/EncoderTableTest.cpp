@@ -20,7 +20,7 @@ TEST(EncoderTable, QualityGoesStraightFromTheWorstThroughTheUsualToTheBest) {
     double at0, at30, at60, at80, at100;
   };
   for (const Row& row : {Row{"libx264", 51, 37, 23, 11.5, 0},
-                         {"libx265", 51, 38.5, 26, 13, 0},
+                         {"libx265", 51, 37.5, 24, 12, 0},
                          {"libsvtav1", 63, 49, 35, 18, 1},
                          {"libvpx-vp9", 63, 47.5, 32, 16, 0},
                          {"libvpx", 63, 36.5, 10, 7, 4},
