@@ -113,12 +113,25 @@ Near shortened(const std::string& wanted, const std::vector<std::string>& names)
   return near;
 }
 
+/// Names of several words whose first one is a letter away.
+Near misspeltBeginnings(const std::string& wanted, const std::vector<std::string>& names) {
+  constexpr size_t kFewest = 3;  // letters; another one makes much of a shorter word
+  Near near;
+  for (const auto& name : names) {
+    const std::string word = lowerCased(name.substr(0, name.find('-')));
+    const bool isPart = word.size() >= kFewest && word.size() < name.size();
+    if (isPart && editDistance(wanted, word) <= 1) near.emplace_back(1, name);
+  }
+  return near;
+}
+
 }  // namespace
 
 std::string nearestNames(std::string_view typed, const std::vector<std::string>& names) {
   const std::string wanted = lowerCased(typed);
   Near near = misspelt(wanted, names);
   if (near.empty()) near = shortened(wanted, names);
+  if (near.empty()) near = misspeltBeginnings(wanted, names);
   std::ranges::stable_sort(near, {}, &Near::value_type::first);
   near.resize(std::min(near.size(), kMostNames));
   std::string text;

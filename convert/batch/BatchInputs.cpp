@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 #include <string_view>
 #include <system_error>
 
@@ -26,6 +27,17 @@ bool isDisc(const fs::path& folder) {
     if (name == "video_ts" || name == "video_ts.ifo") return true;
   }
   return false;
+}
+
+/// Whether a file's name says that it is a movie or sound, so that one which cannot be read is
+/// missed. Programs' texts end in .ts as well.
+bool isNamedAsMovie(const fs::path& file) {
+  static const std::set<std::string> kExtensions{
+      ".mp4",  ".m4v", ".mov", ".mkv",  ".webm", ".avi", ".wmv", ".asf",  ".flv",  ".f4v", ".mpg",
+      ".mpeg", ".vob", ".mts", ".m2ts", ".3gp",  ".3g2", ".ogv", ".rm",   ".rmvb", ".mxf", ".divx",
+      ".mp3",  ".m4a", ".m4b", ".aac",  ".flac", ".wav", ".ogg", ".oga",  ".opus", ".wma", ".aif",
+      ".aiff", ".ac3", ".mka", ".dts",  ".wv",   ".ape", ".mp2", ".eac3", ".tta",  ".amr", ".caf"};
+  return kExtensions.contains(lowerCased(file.extension().string()));
 }
 
 /// Whether a file has pictures that move, or sound. Photos, texts and lists open, too.
@@ -76,7 +88,8 @@ class Finder {
     std::error_code ignored;
     if (!fs::is_directory(entry, ignored)) {
       const bool isFile = fs::is_regular_file(entry, ignored);
-      if (isFile && isMovie(entry.string(), interrupt_)) inputs_.push_back({entry.string(), below});
+      if (isFile && (isNamedAsMovie(entry) || isMovie(entry.string(), interrupt_)))
+        inputs_.push_back({entry.string(), below});
       return;
     }
     // Links would lead around in circles.

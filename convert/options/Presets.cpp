@@ -192,8 +192,12 @@ Preset readPreset(const std::string& name) {
   const auto& presets = builtInPresets();
   const auto preset = std::ranges::find(presets, name, &Preset::name);
   if (preset != presets.end()) return *preset;
+  const auto names = presetNames();
+  const std::string near = nearestNames(name, names);
   throw Failure::settings(
-      fmt::format("there is no preset '{}'{}", name, nearestNames(name, presetNames())), "preset");
+      fmt::format("there is no preset '{}'{}", name,
+                  near.empty() ? fmt::format("; there are {}", fmt::join(names, ", ")) : near),
+      "preset");
 }
 
 std::string presetText(const Preset& preset) {

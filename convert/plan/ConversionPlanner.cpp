@@ -241,6 +241,7 @@ class Planner {
   /// Subtitles go along as they are where the container holds them, or texts in its own form. What
   /// is drawn into the pictures is not lost.
   void planSubtitles() {
+    requireChosenSubtitles();
     const bool draws = encodes(Kind::kVideo) && settings_.look.subtitleTrack;
     const auto drawn =
         draws ? subtitleStreamOf(source_, *settings_.look.subtitleTrack) : std::nullopt;
@@ -275,6 +276,27 @@ class Planner {
         leaveOut(stream, fmt::format("{} cannot hold {}", container_.name, stream.codec));
       }
     }
+  }
+
+  /// One input of many may well lack what is chosen.
+  void requireChosenSubtitles() const {
+    if (!settings_.keepsSubtitles || settings_.suitsAnyInput) return;
+    const TrackChoice& choice = settings_.subtitleTracks;
+    std::vector<const StreamInfo*> tracks;
+    for (const StreamInfo& stream : input_.streams)
+      if (stream.kind == Kind::kSubtitle) tracks.push_back(&stream);
+    const auto isIn = [&](const StreamInfo* track) {
+      return isSameLanguage(track->language, choice.language);
+    };
+    if (choice.kind == TrackChoice::Kind::kLanguage && std::ranges::none_of(tracks, isIn))
+      throw Failure::settings(fmt::format("there is no subtitle track in '{}'", choice.language),
+                              "subtitleTracks");
+    if (choice.kind != TrackChoice::Kind::kNumbers) return;
+    for (const uint32_t number : choice.numbers)
+      if (number >= tracks.size())
+        throw Failure::settings(
+            fmt::format("there is no subtitle track {}: the input has {}", number, tracks.size()),
+            "subtitleTracks");
   }
 
   static bool isChosen(const TrackChoice& choice, uint32_t number, const StreamInfo& stream) {

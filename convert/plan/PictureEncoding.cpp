@@ -84,7 +84,7 @@ bool choosesRate(const ConversionSettings::Options& options) {
 /// and devices.
 bool takesBitrate(const std::string& name, const EncoderRow* row) {
   const AVCodec* const encoder = avcodec_find_encoder_by_name(name.c_str());
-  return row || (encoder && (encoder->capabilities & AV_CODEC_CAP_HARDWARE));
+  return row || (encoder && isOfDevice(*encoder));
 }
 
 void planPasses(ConversionPlan& plan, const ConversionSettings& settings, const EncoderRow* row) {

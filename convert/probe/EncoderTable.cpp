@@ -1,5 +1,7 @@
 #include "convert/probe/EncoderTable.h"
 
+#include "convert/probe/EncoderProbe.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -98,11 +100,33 @@ const EncoderRow* encoderRow(std::string_view name) {
   return found == std::end(kRows) ? nullptr : found;
 }
 
+bool isOfDevice(const AVCodec& encoder) {
+  return (encoder.capabilities & (AV_CODEC_CAP_HARDWARE | AV_CODEC_CAP_HYBRID)) != 0;
+}
+
+const AVCodec* firstUsable(const std::vector<const AVCodec*>& encoders,
+                           const std::function<bool(const AVCodec&)>& opens) {
+  const auto isReady = [](const AVCodec* encoder) {
+    return (encoder->capabilities & AV_CODEC_CAP_EXPERIMENTAL) == 0;
+  };
+  for (const AVCodec* encoder : encoders)
+    if (isReady(encoder) && !isOfDevice(*encoder)) return encoder;
+  for (const AVCodec* encoder : encoders)
+    if (isReady(encoder) && isOfDevice(*encoder) && opens(*encoder)) return encoder;
+  return nullptr;
+}
+
 const AVCodec* bestEncoder(AVCodecID codec) {
   if (const auto preferred = preferences().find(codec); preferred != preferences().end())
     for (const char* name : preferred->second)
       if (const AVCodec* encoder = avcodec_find_encoder_by_name(name)) return encoder;
-  return avcodec_find_encoder(codec);
+  std::vector<const AVCodec*> encoders;
+  void* position = nullptr;
+  while (const AVCodec* encoder = av_codec_iterate(&position))
+    if (av_codec_is_encoder(encoder) && encoder->id == codec) encoders.push_back(encoder);
+  const AVCodec* const usable =
+      firstUsable(encoders, [](const AVCodec& encoder) { return troubleOf(encoder).empty(); });
+  return usable ? usable : avcodec_find_encoder(codec);
 }
 
 double qualityAt(const QualityScale& scale, double quality) {

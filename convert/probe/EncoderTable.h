@@ -2,6 +2,7 @@
 
 #include <kestrel/convert/Encoders.h>
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -48,7 +49,16 @@ PassLog passLogOf(std::string_view encoder);
 /// Null for an encoder of which nothing is known.
 const EncoderRow* encoderRow(std::string_view name);
 
-/// The encoder that a conversion uses for a codec: the best of those that there are; null for none.
+/// Whether an encoder runs on a device, or may: a graphics card, a chip.
+bool isOfDevice(const AVCodec& encoder);
+
+/// The first of some encoders that is no experiment and is not bound to a device that does not
+/// open, those without a device before the others; null for none.
+const AVCodec* firstUsable(const std::vector<const AVCodec*>& encoders,
+                           const std::function<bool(const AVCodec&)>& opens);
+
+/// The encoder that a conversion uses for a codec: the best of those that work here, else the first
+/// that there is; null for none.
 const AVCodec* bestEncoder(AVCodecID codec);
 
 /// A place on one scale for all encoders, 0 (worst) to 100 (best), in an encoder's own numbers: its

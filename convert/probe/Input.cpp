@@ -16,6 +16,7 @@
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "support/Pipes.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -38,7 +39,7 @@ std::string obviousProblem(const std::string& path) {
 }
 
 Failure cannotOpen(const std::string& path, const std::string& why) {
-  return Failure::input(path, "cannot open '" + path + "': " + why);
+  return Failure::input(path, "cannot open " + shownName(path) + ": " + why);
 }
 
 std::string reason(const kestrel::Error& error) {

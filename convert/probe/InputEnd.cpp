@@ -15,6 +15,7 @@
 #include "convert/probe/Streams.h"
 #include "support/Containers.h"
 #include "support/FFmpegOwners.h"
+#include "support/Pipes.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -153,7 +154,7 @@ void judgeInput(Report& report, const std::string& path, int64_t promised, const
     finding = "was not read whole: " + end.error.message;
   else
     finding = "is damaged: " + damageOf(end);
-  report.find(fmt::format("'{}' {}", path, finding));
+  report.find(fmt::format("{} {}", shownName(path), finding));
 }
 
 void judgeInput(Report& report, const std::string& path, const InputPart& part,
@@ -179,8 +180,9 @@ void judgePackets(Report& report, const std::string& name, int64_t refused) {
 void tellOfEncoded(Report& report, const Events& events, int64_t pictures,
                    const std::string& path) {
   if (pictures == 0) return;
-  report.encoded.push_back(fmt::format(
-      "{} pictures of '{}' were encoded anew: they need others that are hidden", pictures, path));
+  report.encoded.push_back(
+      fmt::format("{} pictures of {} were encoded anew: they need others that are hidden", pictures,
+                  shownName(path)));
   if (events.note) events.note(report.encoded.back());
 }
 

@@ -2,6 +2,8 @@
 
 #include <kestrel/LibMedia.h>
 
+#include "convert/probe/Labels.h"
+
 extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/dict.h>
@@ -12,7 +14,7 @@ namespace kestrel {
 std::string languageOf(const AVStream& stream) {
   const AVDictionaryEntry* entry = av_dict_get(stream.metadata, "language", nullptr, 0);
   const std::string code = entry ? entry->value : "";
-  return code == "und" ? "" : code;
+  return code == "und" ? "" : languageOfQuickTime(code);
 }
 
 bool isSameLanguage(const std::string& code, const std::string& other) {

@@ -6,6 +6,7 @@
 
 #include "convert/probe/Streams.h"
 #include "support/Containers.h"
+#include "support/Pipes.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -67,7 +68,11 @@ std::string lostTurn(const AVStream& stream, const AVOutputFormat& container) {
 }
 
 std::string leftOutOf(const std::string& path, const std::string& what) {
-  return fmt::format("left out of '{}': {}", path, what);
+  return fmt::format("left out of {}: {}", shownName(path), what);
+}
+
+std::string lostIn(const std::string& path, const std::string& stream, const std::string& what) {
+  return fmt::format("lost in {} of {}: {}", stream, shownName(path), what);
 }
 
 }  // namespace kestrel

@@ -43,4 +43,7 @@ std::string lostTurn(const AVStream& stream, const AVOutputFormat& container);
 /// A sentence about what of an input is left out.
 std::string leftOutOf(const std::string& path, const std::string& what);
 
+/// A sentence about what a stream of an input, which goes along, loses.
+std::string lostIn(const std::string& path, const std::string& stream, const std::string& what);
+
 }  // namespace kestrel

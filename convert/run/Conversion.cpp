@@ -150,7 +150,7 @@ class Conversion::Work {
     std::optional<int64_t> wanted = plan.end;
     if (wanted) wanted = std::min(*wanted, promisedLength(input, streams).time);
     judgeInput(report, settings_.input, {*source_, input, streams, wanted}, run.inputEnd());
-    judgePackets(report, fmt::format("'{}'", settings_.input), run.refusedPackets());
+    judgePackets(report, shownName(settings_.input), run.refusedPackets());
     tellOfEncoded(report, events_, run.picturesEncodedToHide(), settings_.input);
     return report;
   }

@@ -9,6 +9,7 @@
 #include <kestrel/convert/Failure.h>
 #include "convert/feed/PictureFeed.h"
 #include "convert/plan/EncoderParameters.h"
+#include "convert/probe/Labels.h"
 #include "convert/probe/Light.h"
 
 extern "C" {
@@ -45,6 +46,17 @@ void openPlannedPictures(LMFFMovieFileOutput& output, const ConversionPlan& plan
 namespace {
 
 using Kind = StreamInfo::Kind;
+
+/// A stream's tags, the language by the code that the container knows.
+std::map<std::string, std::string> tagsIn(const ConversionPlan& plan, const PlannedStream& stream) {
+  auto tags = stream.tags;
+  const auto language = tags.find("language");
+  if (language == tags.end()) return tags;
+  const AVOutputFormat& container = *av_guess_format(plan.formatName.c_str(), nullptr, nullptr);
+  const std::string held = heldLanguage(container, language->second);
+  if (!held.empty()) language->second = held;
+  return tags;
+}
 
 /// The flags that players go by, of those that a plan names.
 int flagsOf(const std::vector<std::string>& names) {
@@ -88,7 +100,7 @@ AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& p
   } else {
     stream = output.convertSubtitleStream(source, planned.subtitleCodec);
   }
-  output.setStreamTags(stream, planned.tags);
+  output.setStreamTags(stream, tagsIn(plan, planned));
   output.setStreamDisposition(stream, flagsOf(planned.disposition));
   return stream;
 }

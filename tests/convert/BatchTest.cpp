@@ -61,14 +61,17 @@ TEST_F(BatchTest, OfAFolderTakesWhatOpensAsAMovieOrSound) {
   std::ofstream(folder_ / "in/notes.txt") << "nothing to see\n";
   std::ofstream(folder_ / "in/false.mp4") << "no movie\n";
   BatchSettings settings = this->settings();
+  // Whoever calls a file a movie misses it.
   EXPECT_THAT(Batch(settings).jobs(),
               ElementsAre(BatchJob{path("in/b.mp4"), path("out/b.mkv")},
+                          BatchJob{path("in/false.mp4"), path("out/false.mkv")},
                           BatchJob{path("in/no-extension"), path("out/no-extension.mkv")}));
   settings.recursive = true;
   settings.folder = path("in/out");
   EXPECT_THAT(Batch(settings).jobs(),
               ElementsAre(BatchJob{path("in/b.mp4"), path("in/out/b.mkv")},
                           BatchJob{path("in/deep/c.mp4"), path("in/out/deep/c.mkv")},
+                          BatchJob{path("in/false.mp4"), path("in/out/false.mkv")},
                           BatchJob{path("in/no-extension"), path("in/out/no-extension.mkv")}));
 }
 
@@ -107,6 +110,19 @@ TEST_F(BatchTest, WhatFailsLeavesTheOthersAlone) {
   ASSERT_TRUE(results[0].failure);
   EXPECT_THAT(results[0].failure->what(), HasSubstr("No such file"));
   EXPECT_EQ(results[1].outcome, Outcome::kDone);
+}
+
+TEST_F(BatchTest, AMovieOfAFolderThatCannotBeReadFails) {
+  put("av25.mp4", "in/a.mp4");
+  std::ofstream(folder_ / "in/false.MOV") << "no movie\n";
+  BatchSettings settings = this->settings();
+  settings.conversion.video = settings.conversion.audio = StreamAction::kCopy;
+  const auto results = Batch(settings).run();
+  ASSERT_EQ(results.size(), 2u);
+  EXPECT_EQ(results[0].outcome, Outcome::kDone);
+  EXPECT_EQ(results[1].outcome, Outcome::kFailed);
+  ASSERT_TRUE(results[1].failure);
+  EXPECT_THAT(results[1].failure->what(), HasSubstr("false.MOV"));
 }
 
 TEST_F(BatchTest, WhatIsThereIsRefusedOrSkipped) {

@@ -74,6 +74,34 @@ TEST(EncoderTable, TheBestEncoderIsTheFirstOfThoseThatThereAre) {
   EXPECT_EQ(bestEncoder(AV_CODEC_ID_INTERPLAY_VIDEO), nullptr);
 }
 
+/// Whether a library hands pictures to a device, which it names, is what counts.
+TEST(EncoderTable, WrappersOfDevicesAreOfDevices) {
+  int found = 0;
+  for (const char* name : {"hevc_qsv", "h264_nvenc", "h264_vaapi", "h264_v4l2m2m"})
+    if (const AVCodec* encoder = avcodec_find_encoder_by_name(name)) {
+      ++found;
+      EXPECT_TRUE(isOfDevice(*encoder)) << name;
+    }
+  if (found == 0) GTEST_SKIP() << "no encoder here is of a device";
+  for (const char* name : {"mpeg4", "aac", "flac"})
+    EXPECT_FALSE(isOfDevice(*avcodec_find_encoder_by_name(name))) << name;
+}
+
+TEST(EncoderTable, ADeviceIsUsedWhereItOpensAndNothingElseIsThere) {
+  AVCodec device{};
+  device.capabilities = AV_CODEC_CAP_HYBRID;
+  AVCodec experiment{};
+  experiment.capabilities = AV_CODEC_CAP_EXPERIMENTAL;
+  const AVCodec plain{};
+  const auto first = [](const std::vector<const AVCodec*>& encoders, bool opens) {
+    return firstUsable(encoders, [opens](const AVCodec&) { return opens; });
+  };
+  EXPECT_EQ(first({&device, &experiment, &plain}, true), &plain);
+  EXPECT_EQ(first({&device, &experiment}, true), &device);
+  EXPECT_EQ(first({&device, &experiment}, false), nullptr);
+  EXPECT_EQ(first({}, true), nullptr);
+}
+
 TEST(EncoderTable, PresetsAreNamesOrNumbers) {
   EXPECT_EQ(encoderRow("libx264")->presets().size(), 10U);
   EXPECT_EQ(encoderRow("libx264")->presets().front(), "ultrafast");

@@ -73,6 +73,7 @@ TEST_F(StreamsLeftOutTest, AreListedWithTheirNumbers) {
   EXPECT_EQ(counted(1, "cover"), "1 cover");
   EXPECT_EQ(counted(2, "cover"), "2 covers");
   EXPECT_EQ(leftOutOf("a.mkv", "1 cover"), "left out of 'a.mkv': 1 cover");
+  EXPECT_EQ(leftOutOf("/dev/stdin", "1 cover"), "left out of standard input: 1 cover");
 }
 
 TEST_F(StreamsLeftOutTest, ATurnIsLostOutsideOfMpeg4) {

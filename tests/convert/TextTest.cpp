@@ -87,6 +87,7 @@ TEST(NearestNames, KnowShortForms) {
 }
 
 TEST(NearestNames, WhatIsLikeNothingHasNone) {
+  EXPECT_EQ(nearestNames("webb", {"web-720p", "phone", "archive"}), "; did you mean 'web-720p'?");
   EXPECT_EQ(nearestNames("xyzzyplugh", {"fast", "slow"}), "");
   EXPECT_EQ(nearestNames("fast", {}), "");
 }

@@ -45,7 +45,16 @@ TEST(Encoders, WhatDoesNotWorkHereSaysWhy) {
         << encoder;
 }
 
+TEST(Encoders, AnEncoderIsListedByItsOwnName) {
+  const auto list = nlohmann::json::parse(encoders({"libx264", "--json"}).out).at("encoders");
+  ASSERT_EQ(list.size(), 1U);
+  EXPECT_EQ(list[0].at("name"), "libx264");
+}
+
 TEST(Encoders, AWordThatIsNoCodecIsWrongUsage) {
+  EXPECT_TRUE(endsWithSentence(encoders({"libx246"}), 2,
+                               "there is no codec or encoder 'libx246' of pictures or sound; did "
+                               "you mean 'libx264'"));
   EXPECT_TRUE(endsWithSentence(encoders({"h2645"}), 2, "h2645"));
   EXPECT_TRUE(endsWithSentence(encoders({"subrip"}), 2, "subrip"));
 }

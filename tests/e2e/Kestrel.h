@@ -43,21 +43,24 @@ inline RunResult convert(const std::filesystem::path& input, const std::filesyst
 /// Whether a line says of an input what of it is not in the result, and why.
 inline bool tellsOfALoss(const std::string& line) {
   static const std::regex kLoss(
-      "kestrel: left out of '.+': "
+      "kestrel: (left out of '.+': "
       "((pictures|sound|subtitles|cover|font|attachment|data) #[0-9]+( \\(.+\\))?: "
       "(one video track is taken|it cannot be decoded|it is empty|"
       "none were found in what was converted|"
       "[a-z0-9_]+ (has no place for (pictures|sound)|holds one sound track|cannot hold [a-z0-9_]+)|"
-      "[0-9]+ (channels|Hz|bits) become [0-9]+: [a-z0-9_]+ has no more|"
-      "only pictures, sound and subtitles are taken along|"
+      "only pictures, sound and subtitles are taken along)|"
+      "[0-9]+ chapters?: [a-z0-9_]+ cannot hold them|"
+      "((the (language [a-z]+|title|flag [a-z_]+) of (sound|subtitles) #[0-9]+|"
+      "the tags? [a-z_]+(, [a-z_]+)*)(, |: ))+[a-z0-9_]+ cannot hold (it|them)|"
+      "the turn of its pictures, which [a-z0-9_]+ cannot hold; encoding sets them upright)|"
+      "lost in (pictures|sound) #[0-9]+( \\(.+\\))? of '.+': "
+      "([0-9]+ (channels|Hz|bits) become [0-9]+: [a-z0-9_]+ has no more|"
       "[0-9]+ bits become [0-9]+, (in which looks are drawn|as [a-z0-9_-]+ takes them)|"
       "[0-9]+ bits of (PQ|HLG) become [0-9]+, which show steps: (looks are drawn in no more|"
       "depth 10 keeps them smooth|HEVC and AV1 take 10)|"
       "their (HDR10\\+|Dolby Vision), which [a-z0-9_-]+ does not write|"
       "4:[24]:[24] becomes 4:2:[02], as [a-z0-9_-]+ takes it|"
-      "they lie on black(, where looks are drawn|: [a-z0-9_-]+ knows no transparency here))|"
-      "[0-9]+ chapters?: [a-z0-9_]+ cannot hold them|"
-      "the turn of its pictures, which [a-z0-9_]+ cannot hold; encoding sets them upright)");
+      "they lie on black(, where looks are drawn|: [a-z0-9_-]+ knows no transparency here)))");
   return std::regex_match(line, kLoss);
 }
 

@@ -139,6 +139,12 @@ TEST_F(Presets, WhatIsWrongIsNamed) {
   EXPECT_TRUE(endsWithSentence(kestrel(joined(command, {"bad.json"})), 2,
                                "preset 'bad.json': fps: 'many' is not a frame rate"));
   EXPECT_TRUE(endsWithSentence(kestrel(joined(command, {"fone"})), 2, "there is no preset 'fone'"));
+  EXPECT_TRUE(
+      endsWithSentence(kestrel(joined(command, {"webb"})), 2,
+                       "there is no preset 'webb'; did you mean 'web-1080p' or 'web-720p'?"));
+  EXPECT_TRUE(
+      endsWithSentence(kestrel({"presets", "nothere"}), 2,
+                       "there is no preset 'nothere'; there are web-1080p, web-720p, phone"));
   EXPECT_TRUE(endsWithSentence(kestrel(joined(command, {"no/x.json"})), 1, "cannot open"));
   EXPECT_TRUE(endsWithSentence(kestrel({"presets", "webb-720p"}), 2, "did you mean 'web-720p'?"));
 }

@@ -98,7 +98,9 @@ struct Typed {
 void addEncodersVerb(CommandLine& line) {
   const auto typed = std::make_shared<Typed>();
   Verb verb = line.addVerb("encoders", "List the encoders that work on this machine");
-  verb.option("codec", typed->codec, "those of one codec, be they usable or not").type("CODEC");
+  verb.option("codec", typed->codec,
+              "those of one codec, or one by its name, be they usable or not")
+      .type("CODEC|ENCODER");
   verb.flag("--json", typed->json, "print one JSON document");
   verb.flag("--all", typed->all, "list those that do not work here, too, and why");
   verb.footer(

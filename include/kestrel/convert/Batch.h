@@ -87,11 +87,13 @@ struct BatchEvents {
 /// that runs and what was not begun. One thread at a time uses an object.
 class KESTREL_API Batch {
  public:
-  /// Finds the files and names the results; nothing is written. Of a folder each file is opened, to
-  /// see whether it is a movie or sound; `interrupt` is asked meanwhile. Throws a `Failure`: of the
-  /// settings for those that contradict each other, where two inputs would make the same result and
-  /// where there is nothing to convert; of the output where a result would replace an input; of the
-  /// kind `kExists` where a result is there already and is neither to be replaced nor skipped.
+  /// Finds the files and names the results; nothing is written. Of a folder each file whose name
+  /// does not say it is opened, to see whether it is a movie or sound; `interrupt` is asked
+  /// meanwhile. One that is named as a movie and cannot be read is a job, which fails. Throws a
+  /// `Failure`: of the settings for those that contradict each other, where two inputs would make
+  /// the same result and where there is nothing to convert; of the output where a result would
+  /// replace an input; of the kind `kExists` where a result is there already and is neither to be
+  /// replaced nor skipped.
   explicit Batch(BatchSettings settings, const Interrupt& interrupt = {});
 
   const std::vector<BatchJob>& jobs() const { return jobs_; }

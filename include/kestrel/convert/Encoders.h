@@ -39,10 +39,11 @@ struct EncoderInfo {
   bool isUsable() const { return trouble.empty(); }
 };
 
-/// The encoders of pictures and sound for a codec ("h264"), or all for "". Each is tried by
+/// The encoders of pictures and sound for a codec ("h264"), the one of a name ("libx264"), or all
+/// for "". Each is tried by
 /// encoding one picture or a moment of silence, so this may take seconds where there are many. The
 /// one that a conversion chooses for the codec comes first of its codec. Throws a `Failure` of the
-/// settings for a name that is no codec.
+/// settings for a name that is neither.
 KESTREL_API std::vector<EncoderInfo> readEncoders(const std::string& codec = {});
 
 }  // namespace kestrel

@@ -26,7 +26,8 @@ KESTREL_API std::string formatNumber(double number, int decimals);
 
 /// The names that a mistyped one may have meant, as a continuation of the sentence that refuses it:
 /// "; did you mean 'fast' or 'faster'?", "" where none is near. Case does not count. Where none is
-/// a few letters away, those count that it may be short for: "vcodec" for "video-codec".
+/// a few letters away, those count that it may be short for, "vcodec" for "video-codec", or else
+/// those whose first word it may be, "webb" for "web-720p".
 KESTREL_API std::string nearestNames(std::string_view typed, const std::vector<std::string>& names);
 
 /// Text from a file made fit for a terminal: bytes that are no UTF-8 become U+FFFD, control
