@@ -14,6 +14,7 @@
 #include "support/LibraryLog.h"
 #include "support/copy/Covers.h"
 #include "support/encode/EncoderCompat.h"
+#include "support/encode/KeyOrders.h"
 
 namespace kestrel {
 
@@ -179,6 +180,11 @@ std::function<bool()> LMFFMovieFileOutput::interrupt() const { return state_->in
 
 void LMFFMovieFileOutput::setInterrupt(std::function<bool()> interrupt) {
   state_->interrupt = std::move(interrupt);
+}
+
+void LMFFMovieFileOutput::setFragments(int64_t length, FragmentTaker take) {
+  state_->fragmentLength = length;
+  state_->fragmentTaker = std::move(take);
 }
 
 bool LMFFMovieFileOutput::isMovieOpen() const { return formatContext() != nullptr; }
@@ -396,6 +402,13 @@ bool LMFFMovieFileOutput::startOutput() {
   }
   state.applyTags();
   for (const auto& copy : state.copies) copy->settle();
+  if (state.fragmentTaker) {
+    const StreamEncoder* const pictures = state.encoderOf(state.videoStream);
+    if (pictures && takesKeyOrders(pictures->context()->codec->name))
+      state.keys.emplace(state.fragmentLength);
+    state.muxer.setFragments(
+        std::make_unique<FragmentWriter>(state.fragmentLength, state.fragmentTaker));
+  }
   if (!state.muxer.start(state.muxerOptions)) return false;
   state.beginCopies();
   state.writeCovers();

@@ -170,6 +170,12 @@ void LMFFMovieFileOutput::State::encodeConverted(StreamEncoder& encoder, int64_t
   const AVFrame* output = videoConverter->outputFrame();
   if (output->data[0] && !errors.succeeded(av_frame_ref(picture.get(), output))) return;
   clearPictureType(*picture);
+  const AVRational base = encoder.context()->time_base;
+  const auto toMicroseconds = [base](int64_t time) {
+    return av_rescale_q(time, base, kMicroseconds);
+  };
+  if (keys && keys->begins(toMicroseconds(videoTime), toMicroseconds(duration)))
+    picture->pict_type = AV_PICTURE_TYPE_I;
   picture->pts = videoTime;
   setFrameDuration(*picture, duration);
   videoTime = av_sat_add64(videoTime, duration);

@@ -96,6 +96,8 @@ struct LMFFMovieFileOutput::State {
   Entries audioMetadata;
   std::vector<Chapter> chapters;
   std::function<bool()> interrupt;
+  int64_t fragmentLength = 0;  // microseconds
+  FragmentTaker fragmentTaker;
 
   // The file.
   FirstError errors;
@@ -112,7 +114,8 @@ struct LMFFMovieFileOutput::State {
   std::deque<Sound> sounds;
 
   // Writing.
-  int64_t videoTime = 0;  // of encoded pictures
+  int64_t videoTime = 0;             // of encoded pictures
+  std::optional<FragmentGrid> keys;  // of encoded pictures that have to be key pictures
 
   // After `stopOutput`, what the streams had come to:
   int64_t audioEnd = 0;

@@ -40,6 +40,8 @@ bool describesStreams(const AVOutputFormat& container) {
   return isMpeg4(container) || isOneOf(container, {"f4v", "ismv", "matroska", "flv"});
 }
 
+bool isHls(const AVOutputFormat& container) { return isOneOf(container, {"hls"}); }
+
 bool isAvi(const AVOutputFormat& container) { return isOneOf(container, {"avi"}); }
 
 bool isOfStudios(const AVOutputFormat& container) {

@@ -21,6 +21,9 @@ bool isMpeg4(const AVOutputFormat& container);
 /// and HEVC follows its length, AAC has no headers. In all others units follow a start code.
 bool describesStreams(const AVOutputFormat& container);
 
+/// A playlist of segments, which players of the web fetch one by one.
+bool isHls(const AVOutputFormat& container);
+
 bool isAvi(const AVOutputFormat& container);
 
 /// Containers of studios: times count in pictures, and sound has 48000 Hz.

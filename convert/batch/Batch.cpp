@@ -17,6 +17,7 @@
 
 #include <kestrel/convert/Conversion.h>
 #include "convert/batch/BatchInputs.h"
+#include "convert/files/PlaylistTarget.h"
 #include "convert/plan/SettingsRules.h"
 #include "convert/probe/StreamsLeftOut.h"
 #include "convert/settings/Require.h"
@@ -115,6 +116,17 @@ std::optional<int64_t> fileSize(const std::string& path) {
   if (!fs::is_regular_file(path, error)) return std::nullopt;
   const auto size = fs::file_size(path, error);
   return error ? std::nullopt : std::optional(static_cast<int64_t>(size));
+}
+
+/// The size of a result, with what lies in the folder beside a playlist.
+std::optional<int64_t> sizeOfResult(const std::string& path) {
+  auto size = fileSize(path);
+  const fs::path folder = segmentFolderBeside(path);
+  std::error_code failed;
+  if (size && fs::path(path).extension() == ".m3u8" && fs::is_directory(folder, failed))
+    for (const auto& entry : fs::recursive_directory_iterator(folder, failed))
+      *size += fileSize(entry.path().string()).value_or(0);
+  return size;
 }
 
 /// One run over the jobs: threads take one after another.
@@ -277,7 +289,7 @@ Report convertMeasured(const ConversionSettings& settings, Effort& effort, const
   Report report = conversion.run(measured);
   effort.elapsed = std::chrono::duration<double>(Clock::now() - begin).count();
   if (report.outcome != Report::Outcome::kInterrupted) {
-    effort.bytesWritten = fileSize(settings.output);
+    effort.bytesWritten = sizeOfResult(settings.output);
     effort.kept = keptBy(conversion.plan());
   }
   return report;

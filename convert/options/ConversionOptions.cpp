@@ -251,6 +251,22 @@ void addProtocols(ConversionSettings& settings, std::string_view option, const s
     settings.protocols.push_back(std::move(name));
 }
 
+/// "1080,720p,480": how many lines each has.
+std::vector<int> parseLadder(std::string_view option, const std::string& text) {
+  std::vector<int> ladder;
+  for (std::string name : parseNames(option, text)) {
+    if (name.ends_with('p')) name.pop_back();
+    int lines = 0;
+    const char* const end = name.data() + name.size();
+    const auto [stop, failed] = std::from_chars(name.data(), end, lines);
+    if (failed != std::errc() || stop != end)
+      throw Failure::settings(
+          fmt::format("{}: '{}' is no list of heights such as 1080,720,480", option, text));
+    ladder.push_back(lines);
+  }
+  return ladder;
+}
+
 void setSize(ConversionSettings& settings, std::string_view option, const std::string& text) {
   const PictureBox size = parseSize(option, text);
   settings.width = size.width;
@@ -316,7 +332,8 @@ constexpr Row<ConversionSettings> kRows[] = {
     {"format", set<&C::format, parseText>},
     {"fragment", set<&C::fragment, parseSeconds>, kNumber},
     {"video-codec", setCodec<&C::video, &C::videoCodec>},
-    {"size", setSize, kText, kPictures},
+    {"size", setSize, kText, kPictures, "size"},
+    {"ladder", set<&C::ladder, parseLadder>, kText, kPictures, "size"},
     {"no-upscale", turn<&C::onlyShrinks>, kSwitch, kPictures},
     {"fps", set<&C::fps, parseRateOrSource>, kText, kPictures, "rate"},
     {"max-fps", set<&C::maxFps, parseRate>, kText, kPictures, "rate"},

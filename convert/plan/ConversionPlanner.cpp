@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -15,6 +14,8 @@
 #include <kestrel/convert/MediaInfo.h>
 #include "convert/look/Look.h"
 #include "convert/look/Overlay.h"
+#include "convert/plan/Fragments.h"
+#include "convert/plan/OutputShape.h"
 #include "convert/plan/PictureEncoding.h"
 #include "convert/plan/PlanRules.h"
 #include "convert/plan/PlannedStreams.h"
@@ -31,6 +32,7 @@
 #include "support/Pipes.h"
 #include "support/Words.h"
 #include "support/copy/Covers.h"
+#include "support/encode/KeyOrders.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -43,72 +45,6 @@ namespace kestrel {
 namespace {
 
 using Kind = StreamInfo::Kind;
-
-constexpr double kSquareTolerance = 0.01;  // pixels this close to square are square
-constexpr double kUsualFragment = 2;       // seconds, where there has to be some
-
-struct Shape {
-  int width = 0;
-  int height = 0;
-  double aspect = 0;  // display width / height
-};
-
-Shape shapeOf(const Look& look) {
-  const kestrel::Size size = look.size();
-  const double width = std::max(std::round(size.width), 1.0);
-  const double height = std::max(std::round(size.height), 1.0);
-  return {static_cast<int>(width), static_cast<int>(height), look.pixelAspect() * width / height};
-}
-
-int even(double size) { return std::max(2, static_cast<int>(std::lround(size / 2)) * 2); }
-
-/// The frame of 16:9 with so many lines, upright or on its side as the picture is, filled as far as
-/// the picture's shape goes.
-Shape withLines(int lines, double aspect) {
-  constexpr double kFrame = 16.0 / 9;
-  const double longer = lines * kFrame;
-  const double width =
-      aspect >= 1 ? std::min(longer, lines * aspect) : std::min<double>(lines, longer * aspect);
-  return {even(width), even(width / aspect), aspect};
-}
-
-/// Whether a picture of a size is larger than the source, or just as large, as it is seen.
-bool enlarges(const Shape& shape, const Shape& source) {
-  const double width = std::max<double>(source.width, source.height * source.aspect);
-  const double height = std::max<double>(source.height, source.width / source.aspect);
-  const bool isLarger = shape.width > width || shape.height > height;
-  return isLarger || (shape.width >= width && shape.height >= height);
-}
-
-/// The output's size and the display aspect to signal; 0 for square pixels.
-Shape outputShape(const ConversionSettings& settings, const Look& look, bool keepsOdd) {
-  const Shape source = shapeOf(look);
-  const int mask = keepsOdd ? ~0 : ~1;
-  const Shape own{std::max(source.width & mask, keepsOdd ? 1 : 2),
-                  std::max(source.height & mask, keepsOdd ? 1 : 2), source.aspect};
-  Shape shape = own;
-  if (settings.width && settings.height) {
-    shape.width = even(*settings.width);
-    shape.height = even(*settings.height);
-    if (look.isFitted()) shape.aspect = static_cast<double>(shape.width) / shape.height;
-  } else if (settings.width) {
-    shape.width = even(*settings.width);
-    shape.height = even(*settings.width / source.aspect);
-  } else if (settings.height) {
-    shape.height = even(*settings.height);
-    shape.width = even(*settings.height * source.aspect);
-  } else if (settings.lines) {
-    shape = withLines(*settings.lines, source.aspect);
-  } else if (settings.scale) {
-    shape.width = even(source.width * *settings.scale);
-    shape.height = even(source.height * *settings.scale);
-  }
-  if (settings.onlyShrinks && enlarges(shape, source)) shape = own;
-  if (settings.aspect) shape.aspect = *settings.aspect;
-  const double pixel = shape.aspect * shape.height / shape.width;
-  if (std::abs(pixel - 1) < kSquareTolerance) shape.aspect = 0;
-  return shape;
-}
 
 bool canSignalFullRange(AVCodecID codec) {
   return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC || codec == AV_CODEC_ID_VP9 ||
@@ -142,8 +78,9 @@ class Planner {
         measures_(measures),
         source_(source),
         input_(mediaInfoOf(source)),
-        container_(settings.format.empty() ? outputFormatFor(settings.output)
-                                           : outputFormatNamed(settings.format)) {}
+        named_(settings.format.empty() ? outputFormatFor(settings.output)
+                                       : outputFormatNamed(settings.format)),
+        container_(isHls(named_) ? outputFormatNamed("mp4") : named_) {}
 
   ConversionPlan plan() {
     plan_.format = lm_get_default_movie_file_ouput_format();
@@ -159,7 +96,7 @@ class Planner {
     planSpan();
     plan_.keepsMetadata = settings_.keepsMetadata;
     if (pictures_ && plan_.pictures()->action == StreamAction::kEncode) planVideo(*pictures_);
-    planMuxer();
+    planFragments(plan_, settings_, named_);
     requirePlan(plan_, source_, settings_.output);
     return plan_;
   }
@@ -265,15 +202,16 @@ class Planner {
       const AVCodecID codec = own.codecpar->codec_id;
       const AVCodecDescriptor* known = avcodec_descriptor_get(codec);
       const bool isText = known && (known->props & AV_CODEC_PROP_TEXT_SUB);
-      const AVCodecID form = isText ? textCodecOf(container_) : AV_CODEC_ID_NONE;
-      if (holdsSubtitles(container_, codec, settings_.output)) {
+      const AVOutputFormat& holder = isHls(named_) ? outputFormatNamed("vtt") : container_;
+      const AVCodecID form = isText ? textCodecOf(holder) : AV_CODEC_ID_NONE;
+      if (holdsSubtitles(holder, codec, settings_.output)) {
         plan_.streams.push_back(planned(stream, StreamAction::kCopy));
       } else if (form != AV_CODEC_ID_NONE && avcodec_find_decoder(codec) &&
                  avcodec_find_encoder(form)) {
         plan_.streams.push_back(planned(stream, StreamAction::kEncode));
         plan_.streams.back().subtitleCodec = form;
       } else {
-        leaveOut(stream, fmt::format("{} cannot hold {}", container_.name, stream.codec));
+        leaveOut(stream, fmt::format("{} cannot hold {}", named_.name, stream.codec));
       }
     }
   }
@@ -317,9 +255,9 @@ class Planner {
       const bool isAttachment = stream.kind == Kind::kAttachment;
       if (!stream.video.isCover && !isAttachment && stream.kind != Kind::kData) continue;
       if (isService(*context.streams[stream.index])) continue;
-      const bool isHeld = isAttachment
-                              ? holdsAttachments(container_)
-                              : stream.video.isCover && holdsCovers(container_) && !isFragmented();
+      const bool isHeld = isAttachment ? holdsAttachments(named_)
+                                       : stream.video.isCover && holdsCovers(named_) &&
+                                             !isFragmented(settings_, named_);
       if (!settings_.keepsAttachments)
         leaveOut(stream, "");
       else if (isHeld)
@@ -327,7 +265,7 @@ class Planner {
       else
         leaveOut(stream, stream.kind == Kind::kData
                              ? "only pictures, sound and subtitles are taken along"
-                             : fmt::format("{} cannot hold it", container_.name));
+                             : fmt::format("{} cannot hold it", named_.name));
     }
   }
 
@@ -382,7 +320,8 @@ class Planner {
     const Look look(settings_.look, video, measures_.picture);
     plan_.pixelFormat = pixelFormatFor(choice.encoder, formatBefore(video, look.isDrawn()),
                                        {settings_.isCompatible, settings_.depth, settings_.chroma});
-    const Shape shape = outputShape(settings_, look, keepsOddSides(choice.encoder));
+    const Ladder ladder = outputLadder(settings_, look, keepsOddSides(choice.encoder));
+    const Shape& shape = ladder.shapes.front();
     const Rational own = ownRate(video);
     const bool isLimited =
         settings_.maxFps &&
@@ -397,12 +336,18 @@ class Planner {
     plan_.format.aspect = static_cast<float>(shape.aspect);
     plan_.setRate({rate.num, rate.den});
     plan_.keepsTimes = !settings_.fps && !isLimited && holdsTimes(container_, choice.codec) &&
-                       av_cmp_q(rate, {own.num, own.den}) == 0;
+                       av_cmp_q(rate, {own.num, own.den}) == 0 &&
+                       (!isHls(named_) || takesKeyOrders(choice.encoder));
     plan_.color = outputColor(video.color, shape, choice.codec, plan_.pixelFormat);
     if (keepsLight(plan_) && video.hdr && isPossible(*video.hdr)) plan_.hdr = video.hdr;
+    planSegments(plan_, settings_, named_);
     planEncoding(plan_, settings_, container_);
+    planRungs(plan_, ladder.shapes);
     plan_.pictures()->losses = lossesOf(
         plan_, {settings_.isCompatible, settings_.depth, settings_.chroma}, video, look.isDrawn());
+    for (const int lines : ladder.tooLarge)
+      plan_.pictures()->losses.push_back(
+          fmt::format("{} lines of the ladder, which are more than they have", lines));
     if ((plan_.passes == 2 || plan_.sizeLimit) && !source_.isSeekable())
       refuse(plan_.sizeLimit ? "sizeLimit" : "passes",
              fmt::format("'{}' can be read only once", settings_.input));
@@ -436,50 +381,13 @@ class Planner {
     return plan_.treatment.separatesFields ? fromAV(av_mul_q(toAV(rate), {2, 1})) : rate;
   }
 
-  /// The index of fragments has no place for covers.
-  bool isFragmented() const {
-    return isMpeg4(container_) && (settings_.fragment || isPipe(settings_.output));
-  }
-
-  /// The index comes first, so that a player can start before the whole file is there.
-  void planMuxer() {
-    const bool isPiped = isPipe(settings_.output);
-    if (isPiped && goesBack(container_))
-      throw Failure::output(
-          settings_.output,
-          fmt::format("{} cannot be written to a pipe: parts of it are written last and stand "
-                      "first",
-                      container_.name));
-    if (settings_.fragment && !isMpeg4(container_))
-      throw Failure::settings(
-          fmt::format("fragment: {} has none, only MPEG-4 has", container_.name), "fragment");
-    if (!isMpeg4(container_)) return;
-    if (isFragmented())
-      planFragments(settings_.fragment.value_or(kUsualFragment));
-    else
-      plan_.muxerOptions["movflags"] = "+faststart";
-  }
-
-  /// The index waits for the first fragment, so that it can tell where each track begins.
-  /// Fragments begin at key pictures; of sound alone they have a length. A length that ends just
-  /// before a key picture, by rounding, must not wait for the next one.
-  void planFragments(double seconds) {
-    plan_.muxerOptions["movflags"] = "+frag_keyframe+delay_moov+default_base_moof";
-    const bool hasPictures = plan_.pictures() != nullptr;
-    plan_.muxerOptions[hasPictures ? "min_frag_duration" : "frag_duration"] =
-        std::to_string(std::llround(seconds * 1e6 * (hasPictures ? 0.98 : 1)));
-    if (!settings_.fragment || !hasPictures) return;
-    // Key pictures that an encoder sets at a change of scene put off those that fragments wait for.
-    if (plan_.pictures()->action == StreamAction::kEncode && plan_.videoEncoder == "libx264")
-      plan_.videoOptions.try_emplace("sc_threshold", "0");
-  }
-
   const ConversionSettings& settings_;
   const Measures& measures_;
   const LMMediaSource& source_;
   const MediaInfo input_;
   const StreamInfo* pictures_ = nullptr;  // that are kept
-  const AVOutputFormat& container_;
+  const AVOutputFormat& named_;           // what the result is called
+  const AVOutputFormat& container_;       // of its streams
   ConversionPlan plan_;
 };
 

@@ -18,6 +18,7 @@
 #include "convert/probe/Light.h"
 #include "convert/settings/Require.h"
 #include "support/encode/EncoderCompat.h"
+#include "support/encode/KeyOrders.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -33,17 +34,38 @@ constexpr double kUsualKeyframes = 10;  // seconds
 constexpr int kEightBits = 8;
 constexpr int kHdrBits = 10;  // in fewer, PQ and HLG show steps
 
-/// Bits per second that suit a picture's size and rate: 6 Mbit/s for 1080p30, less than
-/// proportionally less for smaller ones, twice that for codecs of the MPEG-2 generation.
-int bitrateFor(const LMFFMovieFileOutputFormat& format) {
+/// 6 Mbit/s for 1080p30, less than proportionally less for smaller ones, twice that for codecs of
+/// the MPEG-2 generation.
+double exactBitrate(const LMFFMovieFileOutputFormat& format) {
   const double pixels = static_cast<double>(format.width) * format.height;
   const double rate = static_cast<double>(format.framerate) / std::max(format.frameTime, 1);
   const double modern = 6e6 * std::pow(pixels / (1920.0 * 1080), 0.75) * std::sqrt(rate / 30);
   static const std::set<int> kModern{AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_VP8,
                                      AV_CODEC_ID_VP9, AV_CODEC_ID_AV1};
-  const double bits =
-      std::clamp(kModern.contains(format.video_codec) ? modern : 2 * modern, 200e3, 80e6);
-  return static_cast<int>(std::lround(bits / 1000)) * 1000;
+  return std::clamp(kModern.contains(format.video_codec) ? modern : 2 * modern, 200e3, 80e6);
+}
+
+int bitrateFor(const LMFFMovieFileOutputFormat& format) {
+  return static_cast<int>(std::lround(exactBitrate(format) / 1000)) * 1000;
+}
+
+/// Has key pictures come where they are counted or ordered alone, be the scene what it may, and
+/// nothing reach back beyond them.
+void closeGroups(ConversionPlan& plan) {
+  auto& options = plan.videoOptions;
+  const std::string& encoder = plan.videoEncoder;
+  if (encoder == "libx264") {
+    options["sc_threshold"] = "0";
+    options["forced-idr"] = "1";
+  } else if (encoder == "libx265") {
+    addParameter(options, encoder, "scenecut", "0");
+    addParameter(options, encoder, "open-gop", "0");
+    options["forced-idr"] = "1";
+  } else if (encoder.starts_with("libvpx") || encoder == "libaom-av1") {
+    options["keyint_min"] = options["g"];
+  } else if (encoder == "mpeg4" || encoder == "mpeg2video" || encoder == "mpeg1video") {
+    options["flags"] += "+cgop";
+  }
 }
 
 /// Whether players of such files want a bit rate that does not rise above what a disc can give.
@@ -322,6 +344,21 @@ std::string pixelFormatFor(const std::string& encoder, const std::string& before
   return bestOf(std::move(formats), own);
 }
 
+namespace {
+
+/// Seconds between key pictures where each piece begins with one. An encoder that is told where
+/// segments begin must not count itself to a picture close by.
+double keyframesIn(const ConversionPlan& plan, const ConversionSettings& settings) {
+  const double piece =
+      plan.segment ? static_cast<double>(*plan.segment) / 1e6 : settings.fragment.value_or(0);
+  if (settings.keyframes && *settings.keyframes < piece) return *settings.keyframes;
+  return plan.segment && takesKeyOrders(plan.videoEncoder) ? 2 * piece : piece;
+}
+
+}  // namespace
+
+double usualBitrate(const LMFFMovieFileOutputFormat& format) { return exactBitrate(format); }
+
 void planEncoding(ConversionPlan& plan, const ConversionSettings& settings,
                   const AVOutputFormat& container) {
   const EncoderRow* const row = encoderRow(plan.videoEncoder);
@@ -330,10 +367,13 @@ void planEncoding(ConversionPlan& plan, const ConversionSettings& settings,
   planQuality(plan, settings, row, container);
   planPreset(plan, settings.encoderPreset, row);
   const double rate = static_cast<double>(plan.format.framerate) / plan.format.frameTime;
-  const auto keyframes = settings.keyframes ? settings.keyframes : settings.fragment;
+  const bool isDivided = plan.segment || settings.fragment;
+  const auto keyframes =
+      isDivided ? std::optional(keyframesIn(plan, settings)) : settings.keyframes;
   if (keyframes || (takesLongGroups(plan.format.video_codec) && !needsBitrate(container)))
     plan.videoOptions["g"] =
         std::to_string(std::max(1L, std::lround(keyframes.value_or(kUsualKeyframes) * rate)));
+  if (isDivided) closeGroups(plan);
   // What loses nothing has a profile of its own.
   const auto crf = plan.videoOptions.find("crf");
   const bool isLossless = crf != plan.videoOptions.end() && crf->second == "0";

@@ -24,6 +24,9 @@ struct PixelWishes {
 void planEncoding(ConversionPlan& plan, const ConversionSettings& settings,
                   const AVOutputFormat& container);
 
+/// Bits per second that suit the size, rate and codec of pictures.
+double usualBitrate(const LMFFMovieFileOutputFormat& format);
+
 // Pixel formats are told by FFmpeg's names.
 
 /// The format that pictures have before they are encoded: the source's own, with the alpha that

@@ -5,11 +5,14 @@
 #include <fmt/format.h>
 
 #include <limits>
+#include <set>
+#include <utility>
 
 #include "convert/probe/Codecs.h"
 #include "convert/probe/EncoderTable.h"
 #include "convert/probe/Light.h"
 #include "convert/settings/Require.h"
+#include "support/Containers.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -29,6 +32,7 @@ class PlanRules {
       : plan_(plan), input_(input), output_(output), container_(container()) {}
 
   void check() const {
+    checkSegment();
     for (const PlannedStream& stream : plan_.streams)
       if (stream.isKept()) checkStream(stream);
     const auto pictures = plan_.kept(Kind::kVideo);
@@ -94,11 +98,37 @@ class PlanRules {
     checkPasses();
     if (format.aspect != 0)
       requireNumber("format.aspect", format.aspect, 0, std::numeric_limits<float>::max());
+    checkRungs();
     requireDeinterlacing("treatment.deinterlacing", plan_.treatment.deinterlacing);
     requireDenoising("treatment.denoising", plan_.treatment.denoising);
     require(plan_.look);
     if (plan_.picture) checkPicture(*plan_.picture, *stream.codecpar);
     if (plan_.hdr && !isPossible(*plan_.hdr)) refuse("hdr", "no display has such colours or light");
+  }
+
+  void checkSegment() const {
+    if (!plan_.segment) {
+      if (!plan_.rungs.empty()) refuse("rungs", "only HLS has several sizes");
+      return;
+    }
+    if (*plan_.segment < 1) refuse("segment", "a segment lasts longer");
+    if (!isMpeg4(container_)) refuse("formatName", "segments are MPEG-4");
+    if (plan_.sizeLimit)
+      refuse("sizeLimit", "hls is made of many files, and has no size to keep to");
+  }
+
+  void checkRungs() const {
+    std::set<std::pair<int32_t, int32_t>> sizes{{plan_.format.width, plan_.format.height}};
+    for (const PictureRung& rung : plan_.rungs) {
+      requireNumber("rungs.width", rung.width, 1, kMost);
+      requireNumber("rungs.height", rung.height, 1, kMost);
+      requireNumber("rungs.bitrate", rung.bitrate, 0, kMost);
+      if (rung.aspect != 0) requireAspect("rungs.aspect", rung.aspect);
+      if (!sizes.emplace(rung.width, rung.height).second)
+        refuse("rungs", fmt::format("{}x{} is there twice", rung.width, rung.height));
+    }
+    if (plan_.passes == 2 && !plan_.rungs.empty())
+      refuse("passes", "the sizes of a ladder are encoded together, in one pass");
   }
 
   void checkPasses() const {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,8 +49,14 @@ void requireSize(const ConversionSettings& s) {
   if (s.scale && (hasSides || s.lines)) refuseBeside("scale", "another size");
   if (s.lines) requireNumber("lines", *s.lines, 2, kMostLines);
   if (s.scale) requireNumber("scale", *s.scale, 0.001, 100);
-  if (s.onlyShrinks && !hasSides && !s.lines && !s.scale)
-    refuse("onlyShrinks", "it does nothing without a size");
+  const bool hasSize = hasSides || s.lines || s.scale;
+  if (!s.ladder.empty() && hasSize) refuseBeside("ladder", "a size");
+  std::set<int> rungs;
+  for (const int lines : s.ladder) {
+    requireNumber("ladder", lines, 2, kMostLines);
+    if (!rungs.insert(lines).second) refuse("ladder", fmt::format("{} is there twice", lines));
+  }
+  if (s.onlyShrinks && !hasSize) refuse("onlyShrinks", "it does nothing without a size");
 }
 
 /// How good the pictures are is said in one way.
@@ -110,6 +117,7 @@ void requireSense(const ConversionSettings& s, bool encodesPictures, bool encode
                  {"height", s.height.has_value()},
                  {"lines", s.lines.has_value()},
                  {"scale", s.scale.has_value()},
+                 {"ladder", !s.ladder.empty()},
                  {"onlyShrinks", s.onlyShrinks},
                  {"fps", s.fps.has_value()},
                  {"maxFps", s.maxFps.has_value()},

@@ -15,6 +15,7 @@
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
+#include "convert/files/PlaylistTarget.h"
 #include "convert/pictures/AutoCrop.h"
 #include "convert/pictures/PictureReader.h"
 #include "convert/plan/ConversionPlanner.h"
@@ -85,6 +86,7 @@ class Conversion::Work {
     plan(events_);
     requirePlan(plan_, *source_, settings_.output);
     source_->setInterrupt(events_.interrupt);
+    if (plan_.segment) return convertToSegments();
     const bool isPiped = isPipe(settings_.output);
     auto target = isPiped ? nullptr
                           : std::make_unique<OutputFile>(settings_.output, settings_.replaces,
@@ -97,6 +99,20 @@ class Conversion::Work {
       writer.write(isPiped ? settings_.output : target->path());
     if (events_.isInterrupted()) return Report::interrupted();
     if (target) target->commit();
+    return reportOf(writer);
+  }
+
+  Report convertToSegments() {
+    PlaylistTarget target(settings_.output, settings_.replaces, settings_.input);
+    hasRun_ = true;
+    ConversionWriter writer(settings_, source_, info_, plan_, events_);
+    writer.write(target.folder());
+    if (events_.isInterrupted()) return Report::interrupted();
+    target.commit(masterPlaylist(writer.last().renditions(), segmentFolderOf(settings_.output)));
+    return reportOf(writer);
+  }
+
+  Report reportOf(const ConversionWriter& writer) const {
     Report report = this->report(writer.last());
     report.loudness = writer.loudness();
     return report;

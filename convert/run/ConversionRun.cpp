@@ -26,6 +26,7 @@
 #include "convert/look/Look.h"
 #include "convert/plan/PictureEncoding.h"
 #include "convert/run/PlannedOutput.h"
+#include "convert/run/RunFiles.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -43,9 +44,6 @@ constexpr int64_t kSecond = 1000000;
 /// other, few enough that they cost no memory to speak of.
 constexpr size_t kMostJobs = 2;
 
-/// No encoder's delay is longer; microseconds.
-constexpr int64_t kLongestDelay = kSecond;
-
 /// A seek may land a few pictures late: it aims this much earlier and what is too early is dropped.
 constexpr int64_t kPreroll = kSecond / 2;
 
@@ -58,6 +56,13 @@ std::optional<double> knownLength(int64_t span) {
 bool isEncodedPictures(const PlannedStream& stream) {
   return stream.kind == Kind::kVideo && !stream.isCover && stream.action == StreamAction::kEncode;
 }
+
+/// A track, and the files that its pieces go to.
+struct FedTrack {
+  std::unique_ptr<Track> track;
+  const PlannedStream* planned;
+  std::vector<LMFFMovieFileOutput*> files;
+};
 
 /// A plan for one part of the work. In the first pass the sound stays part of the movie, which
 /// ends where it does, but is not read.
@@ -72,6 +77,7 @@ ConversionPlan partOf(ConversionPlan plan, ConversionRun::Part part) {
   }
   if (!isFirst) return plan;
   plan.formatName = "null";
+  plan.segment.reset();
   plan.muxerOptions.clear();
   plan.keepsMetadata = false;
   return plan;
@@ -90,7 +96,8 @@ class ConversionRun::Work {
         part_(part),
         events_(events) {}
 
-  LMFFMovieFileOutput& output() { return output_; }
+  RunFiles& files() { return files_; }
+  const std::vector<Rendition>& renditions() const { return renditions_; }
   const ConversionPlan& plan() const { return plan_; }
   int64_t length() const { return inputEnd_; }
 
@@ -113,8 +120,10 @@ class ConversionRun::Work {
     openMovie();
     openOutput(path);
     pump();
-    output_.stopOutput();
-    if (!events_.isInterrupted()) requireOutput(output_, settings_.output);
+    files_.stop();
+    if (events_.isInterrupted()) return;
+    files_.require(settings_.output);
+    if (plan_.segment) renditions_ = files_.writePlaylists(settings_.output);
   }
 
   InputEnd inputEnd() const {
@@ -165,22 +174,10 @@ class ConversionRun::Work {
   }
 
   void openOutput(const std::string& path) {
-    setUpOutput(output_, plan_, path, events_.interrupt);
-    if (plan_.keepsMetadata) {
-      output_.setMetadata(lastingTags(info_.tags));
-      output_.setChapters(chaptersOf(info_, plan_.start, plan_.end.value_or(INT64_MAX)));
-    }
-    // From a later start on, packets that bring a delay are sound that was heard before.
-    if (plan_.start == 0) output_.setCopiedSoundBegin(-kLongestDelay);
-    const AVFormatContext& input = *source_->formatContext();
-    for (PlannedStream& stream : plan_.streams)
-      if (stream.isKept() && isWritten(stream)) {
-        outputs_.push_back(
-            {&stream, openPlannedStream(output_, plan_, stream, input, samplesOf(stream))});
-        if (!outputs_.back().stream) requireOutput(output_, settings_.output);
-      }
-    output_.startOutput();
-    requireOutput(output_, settings_.output);
+    files_.open({plan_, info_, *source_->formatContext(), settings_.output, events_.interrupt,
+                 [this](const PlannedStream& stream) { return isWritten(stream); },
+                 [this](const PlannedStream& stream) { return samplesOf(stream); }},
+                path);
   }
 
   /// The samples in which a stream of sound comes from its reader.
@@ -194,17 +191,11 @@ class ConversionRun::Work {
     return part_ != Part::kFirstPass || isEncodedPictures(stream);
   }
 
-  /// A stream of the plan, and where it is written.
-  struct Output {
-    PlannedStream* planned;
-    AVStream* stream;
-  };
-
   /// What frames go through before they are encoded.
   PictureShaper makeShaper() {
     using Frame = std::shared_ptr<LMFFImage>;
     if (look_.isDrawn())
-      return [maker = std::make_shared<PictureMaker>(movie_, *output_.videoConverter())](
+      return [maker = std::make_shared<PictureMaker>(movie_, *files_.first().videoConverter())](
                  const Frame& frame, int64_t time) { return maker->make(frame, time); };
     const bool flattens = look_.isTransparent() && !hasAlpha(plan_.pixelFormat);
     if (look_.turn().isNone() && !flattens) return {};
@@ -212,8 +203,8 @@ class ConversionRun::Work {
                const Frame& frame, int64_t) { return turner->make(frame); };
   }
 
-  std::unique_ptr<Track> makeTrack(const Output& output, const Span& span, int64_t preroll,
-                                   const Track* leader) {
+  std::unique_ptr<Track> makeTrack(const RunFiles::Output& output, const Span& span,
+                                   int64_t preroll, const Track* leader) {
     const PlannedStream& planned = *output.planned;
     if (planned.kind == Kind::kVideo && planned.action == StreamAction::kEncode) {
       const bool drawsTexts = plan_.look.subtitleTrack || !plan_.look.subtitles.empty();
@@ -257,28 +248,28 @@ class ConversionRun::Work {
   /// The pictures' track comes first. In each media one track reads: that of the pictures or, where
   /// there are none, of the first sound that is encoded, else of the first stream. Sound that is
   /// encoded reads for itself but where it would read pictures.
-  std::vector<std::unique_ptr<Track>> makeTracks(int64_t preroll) {
+  std::vector<FedTrack> makeTracks(int64_t preroll) {
     const Span span{plan_.start, plan_.end};
-    std::vector<Output> wanted;
-    for (const Output& output : outputs_)
+    std::vector<RunFiles::Output> wanted;
+    for (const RunFiles::Output& output : files_.outputs())
       if (isTrack(*output.planned)) wanted.push_back(output);
-    std::ranges::stable_sort(wanted, {}, [](const Output& output) {
+    std::ranges::stable_sort(wanted, {}, [](const RunFiles::Output& output) {
       const PlannedStream& planned = *output.planned;
       if (planned.kind == Kind::kVideo) return 0;
       if (planned.kind == Kind::kAudio) return planned.action == StreamAction::kEncode ? 1 : 2;
       return 3;
     });
-    std::vector<std::unique_ptr<Track>> tracks;
+    std::vector<FedTrack> tracks;
     std::map<const LMFFMedia*, const Track*> leaders;
-    for (const Output& output : wanted) {
+    for (const RunFiles::Output& output : wanted) {
       const auto media = readerOf(movie_.medias(), output.planned->sources.front()).media;
       const auto leader = leaders.find(media.get());
       const bool isSound =
           output.planned->kind == Kind::kAudio && output.planned->action == StreamAction::kEncode;
       const bool follows = leader != leaders.end() && (!isSound || media->hasVideo());
-      tracks.push_back(makeTrack(output, span, preroll, follows ? leader->second : nullptr));
-      tracked_.push_back(output.planned);
-      leaders.try_emplace(media.get(), tracks.back().get());
+      tracks.push_back({makeTrack(output, span, preroll, follows ? leader->second : nullptr),
+                        output.planned, output.files});
+      leaders.try_emplace(media.get(), tracks.back().track.get());
     }
     return tracks;
   }
@@ -306,39 +297,40 @@ class ConversionRun::Work {
     if (failure) std::rethrow_exception(failure);
   }
 
-  void pumpTracks(const std::vector<std::unique_ptr<Track>>& tracks) {
+  void pumpTracks(const std::vector<FedTrack>& tracks) {
     const int64_t end = std::min(plan_.end.value_or(INT64_MAX), movie_.duration());
     Progress progress{.duration = knownLength(end - plan_.start)};
     JobQueue encoding(kMostJobs);
     const bool isEncoding = this->isEncoding();
     while (!events_.isInterrupted()) {
       const auto behind =
-          std::ranges::min_element(tracks, {}, [](const auto& track) { return track->time(); });
-      const int64_t time = (*behind)->time();
+          std::ranges::min_element(tracks, {}, [](const auto& fed) { return fed.track->time(); });
+      const int64_t time = behind->track->time();
       if (time == Track::kEnded) break;
       progress.time = lm_ff_time_to_double(time);
       if (events_.progress) events_.progress(progress);
-      Track::Job job = (*behind)->step();
+      Track::Job job = behind->track->step();
       if (!job) continue;
       if (plan_.pictures() && behind == tracks.begin()) ++progress.pictures;
       // A packet is written where it was read, while it is still in that core's cache.
       if (!isEncoding) {
-        carryOut(job);
+        carryOut(job, *behind);
         continue;
       }
-      encoding.push([this, job = std::move(job)] { carryOut(job); });
+      encoding.push([this, job = std::move(job), &fed = *behind] { carryOut(job, fed); });
     }
     if (events_.isInterrupted()) return;
-    for (const auto& track : tracks) {
-      inputEnd_ = std::max(inputEnd_, track->end());
-      refused_ += track->refused();
+    for (const FedTrack& fed : tracks) {
+      inputEnd_ = std::max(inputEnd_, fed.track->end());
+      refused_ += fed.track->refused();
     }
-    for (size_t i = 0; i < tracks.size(); ++i)
-      if (!tracks[i]->hasBrought())
-        tracked_[i]->losses.emplace_back("none were found in what was converted");
-    for (const auto& track : tracks)
-      if (Track::Job rest = track->finish())
-        encoding.push([this, rest = std::move(rest)] { carryOut(rest); });
+    for (PlannedStream& planned : plan_.streams)
+      for (const FedTrack& fed : tracks)
+        if (fed.planned == &planned && !fed.track->hasBrought())
+          planned.losses.emplace_back("none were found in what was converted");
+    for (const FedTrack& fed : tracks)
+      if (Track::Job rest = fed.track->finish())
+        encoding.push([this, rest = std::move(rest), &fed] { carryOut(rest, fed); });
     encoding.finish();
     if (inputEnd_ == 0)
       throw Failure::input(settings_.input,
@@ -351,9 +343,11 @@ class ConversionRun::Work {
     });
   }
 
-  void carryOut(const Track::Job& job) {
-    job(output_);
-    requireOutput(output_, settings_.output);
+  void carryOut(const Track::Job& job, const FedTrack& fed) {
+    for (LMFFMovieFileOutput* const file : fed.files) {
+      job(*file);
+      requireOutput(*file, settings_.output);
+    }
   }
 
   const ConversionSettings& settings_;
@@ -364,9 +358,8 @@ class ConversionRun::Work {
   const Events& events_;
   Look look_;
   LMFFMovie movie_;
-  LMFFMovieFileOutput output_;
-  std::vector<Output> outputs_;
-  std::vector<PlannedStream*> tracked_;                  // what each track is of
+  RunFiles files_;
+  std::vector<Rendition> renditions_;
   std::map<const PlannedStream*, HeardLevel> loudness_;  // of sound whose loudness is set
   int64_t refused_ = 0;                                  // packets that copied tracks have left out
   int64_t inputEnd_ = 0;  // how much of the input there was, microseconds after the start
@@ -381,10 +374,10 @@ ConversionRun::ConversionRun(const ConversionSettings& settings,
 ConversionRun::~ConversionRun() = default;
 
 void ConversionRun::setStatistics(const std::string& statistics) {
-  work_->output().setVideoStatistics(statistics);
+  work_->files().first().setVideoStatistics(statistics);
 }
 
-std::string ConversionRun::statistics() const { return work_->output().videoStatistics(); }
+std::string ConversionRun::statistics() const { return work_->files().first().videoStatistics(); }
 
 void ConversionRun::write(const std::string& path) { work_->write(path); }
 
@@ -394,12 +387,14 @@ const ConversionPlan& ConversionRun::plan() const { return work_->plan(); }
 
 InputEnd ConversionRun::inputEnd() const { return work_->inputEnd(); }
 
+const std::vector<Rendition>& ConversionRun::renditions() const { return work_->renditions(); }
+
 int64_t ConversionRun::length() const { return work_->length(); }
 
-int64_t ConversionRun::refusedPackets() const { return work_->output().refusedPackets(); }
+int64_t ConversionRun::refusedPackets() const { return work_->files().refusedPackets(); }
 
 int64_t ConversionRun::picturesEncodedToHide() const {
-  return work_->output().picturesEncodedToHide();
+  return work_->files().picturesEncodedToHide();
 }
 
 }  // namespace kestrel

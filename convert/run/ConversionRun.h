@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "convert/hls/Playlists.h"
 #include "convert/probe/InputEnd.h"
 
 namespace kestrel {
@@ -45,6 +46,9 @@ class ConversionRun {
 
   /// How the input ended; `reached` counts from its start.
   InputEnd inputEnd() const;
+
+  /// Of segments, whose path is a folder: what has been written there.
+  const std::vector<Rendition>& renditions() const;
 
   /// How long the result is, microseconds.
   int64_t length() const;

@@ -137,9 +137,10 @@ std::vector<std::string> leftOutBy(const ConversionPlan& plan, const MediaInfo& 
     for (const uint32_t index : stream.sources)
       tell(fmt::format("{}: {}", nameOf(info.streams[index]), stream.reason));
   }
-  if (plan.keepsMetadata && !info.chapters.empty() && !holdsChapters(container))
+  const bool losesChapters = plan.segment || !holdsChapters(container);
+  if (plan.keepsMetadata && !info.chapters.empty() && losesChapters)
     tell(fmt::format("{}: {} cannot hold them", counted(info.chapters.size(), "chapter"),
-                     plan.formatName));
+                     plan.segment ? "hls" : plan.formatName));
   tell(lostLabels(plan, info, container));
   const PlannedStream* const pictures = plan.pictures();
   if (pictures && pictures->action == StreamAction::kCopy)

@@ -2,6 +2,7 @@
 
 #include <kestrel/Error.h>
 #include <kestrel/Export.h>
+#include <kestrel/Fragment.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/LMFFVideoColor.h>
 
@@ -183,6 +184,15 @@ class KESTREL_API LMFFMovieFileOutput {
   /// Empty: never interrupt.
   std::function<bool()> interrupt() const;
   void setInterrupt(std::function<bool()> interrupt);
+
+  /// Hands the file out in fragments, on the thread that writes, in place of writing it to `path`:
+  /// for MPEG-4 with one stream. A fragment begins with the picture or packet of sound that lies
+  /// nearest to each multiple of `length` (microseconds, above 0): a picture that is encoded
+  /// becomes a key picture there, of copied ones the next key picture is taken. Outputs with one
+  /// `length` whose pictures have the same times so get fragments with the same times. (Encoders
+  /// that take no orders put key pictures where their options, such as "g", say.) Set before
+  /// `startOutput`.
+  void setFragments(int64_t length, FragmentTaker take);
 
   // State.
 

@@ -70,17 +70,6 @@ fs::path resolved(fs::path target) {
   return target.has_parent_path() ? target : fs::path(".") / target;
 }
 
-/// ".movie.partial-4711-0.mp4" beside "movie.mp4". The numbers tell processes, and files within
-/// one, apart.
-std::string partialBeside(const fs::path& target) {
-  static std::atomic<unsigned> counter{0};
-  const std::string end =
-      fmt::format(".partial-{}-{}{}", getpid(), counter++, target.extension().string());
-  std::string stem = fmt::format(".{}", target.stem().string());
-  stem.resize(std::min(stem.size(), kLongestName - std::min(kLongestName, end.size())));
-  return (target.parent_path() / (stem + end)).string();
-}
-
 /// Other users may make files in this folder.
 bool isShared(const fs::path& folder) {
   struct stat status {};
@@ -259,6 +248,15 @@ void AtomicFile::removeAll() {
   for (const std::string& path : registry.paths) fs::remove_all(path, ignored);
   registry.paths.clear();
   registry.isClosed = true;
+}
+
+std::string partialBeside(const fs::path& target) {
+  static std::atomic<unsigned> counter{0};
+  const std::string end =
+      fmt::format(".partial-{}-{}{}", getpid(), counter++, target.extension().string());
+  std::string stem = fmt::format(".{}", target.stem().string());
+  stem.resize(std::min(stem.size(), kLongestName - std::min(kLongestName, end.size())));
+  return (target.parent_path() / (stem + end)).string();
 }
 
 bool notePartial(const std::string& path) { return Registry::shared().add(path); }

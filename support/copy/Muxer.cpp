@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "support/Chapters.h"
+#include "support/Containers.h"
 #include "support/DictionaryEntries.h"
 #include "support/LibraryLog.h"
 #include "support/copy/CodecTag.h"
@@ -113,7 +114,16 @@ bool Muxer::start(const std::map<std::string, std::string>& options) {
   return true;
 }
 
+bool Muxer::openFragments() {
+  if (isMpeg4(*context_->oformat) && context_->nb_streams == 1)
+    return errors_.succeeded(fragments_->open(*context_));
+  errors_.note(
+      engineError(AVERROR(EINVAL), "only one stream of MPEG-4 is handed out in fragments"));
+  return false;
+}
+
 bool Muxer::openFile() {
+  if (fragments_) return openFragments();
   if (std::string_view(context_->oformat->name) == "null") return true;
   if (hasFlag(AVFMT_NOFILE)) {
     errors_.note(engineError(AVERROR(ENOSYS), std::string("the container format '") +
@@ -127,6 +137,7 @@ bool Muxer::openFile() {
 
 bool Muxer::writeHeader(const std::map<std::string, std::string>& options) {
   Dictionary dictionary;
+  if (fragments_) addEntries(FragmentWriter::options(), dictionary.get());
   addEntries(options, dictionary.get());
   for (unsigned i = 0; i < context_->nb_streams; i++) {
     AVCodecParameters& codec = *context_->streams[i]->codecpar;
@@ -171,10 +182,11 @@ void Muxer::write(AVPacket& packet, const AVStream& stream) {
     const int64_t time = packet.dts;
     packet.stream_index = stream.index;
     const LibraryLog log;
-    const int result = av_interleaved_write_frame(context_.get(), &packet);
+    const int result = fragments_ ? fragments_->write(packet)
+                                  : av_interleaved_write_frame(context_.get(), &packet);
     if (result < 0 && refusal_ == Refusal::kNone && isRefusal(result)) refusal_ = Refusal::kPacket;
     if (result < 0) errors_.note(explain(result, log));
-    limitQueue(time, stream);
+    if (!fragments_) limitQueue(time, stream);
   }
   av_packet_unref(&packet);
 }
@@ -199,7 +211,8 @@ void Muxer::limitQueue(int64_t dts, const AVStream& stream) {
 void Muxer::complete() {
   if (!isWriting()) return;
   phase_ = Phase::kEnded;
-  errors_.succeeded(av_interleaved_write_frame(context_.get(), nullptr));
+  errors_.succeeded(fragments_ ? fragments_->finish()
+                               : av_interleaved_write_frame(context_.get(), nullptr));
   const LibraryLog log;
   const int result = av_write_trailer(context_.get());
   if (result < 0) errors_.note(explain(result, log));
@@ -207,6 +220,7 @@ void Muxer::complete() {
 
 void Muxer::close() {
   phase_ = Phase::kEnded;
+  fragments_.reset();
   if (!context_ || hasFlag(AVFMT_NOFILE)) return;
   errors_.succeeded(avio_closep(&context_->pb));
 }

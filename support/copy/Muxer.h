@@ -3,11 +3,13 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "support/FirstError.h"
 #include "support/MuxingOwners.h"
+#include "support/copy/FragmentWriter.h"
 
 namespace kestrel {
 
@@ -39,6 +41,11 @@ class Muxer {
   /// True until `start` or `close` is called.
   bool isSettingUp() const { return phase_ == Phase::kSettingUp; }
 
+  /// Has the file, of one stream, handed out in fragments in place of being written.
+  void setFragments(std::unique_ptr<FragmentWriter> fragments) {
+    fragments_ = std::move(fragments);
+  }
+
   /// Opens the file and writes the header. On failure returns false; a second attempt is not
   /// possible.
   bool start(const std::map<std::string, std::string>& options);
@@ -63,6 +70,7 @@ class Muxer {
   enum class Phase { kSettingUp, kWriting, kEnded };
 
   bool openFile();
+  bool openFragments();
   bool writeHeader(const std::map<std::string, std::string>& options);
   bool isRefusal(int result) const;
   Error explain(int result, const LibraryLog& log) const;
@@ -72,6 +80,7 @@ class Muxer {
   FirstError& errors_;
   std::function<bool()> interrupt_;  // polled by the context, which it outlives
   OutputContextPtr context_;
+  std::unique_ptr<FragmentWriter> fragments_;  // what the context writes to, if there is one
   Phase phase_ = Phase::kSettingUp;
   Refusal refusal_ = Refusal::kNone;
   std::vector<int64_t> newest_;  // per stream, the latest packet's decoding time, µs

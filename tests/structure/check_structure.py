@@ -33,7 +33,7 @@ HOMES = {
     "Vector.h": "platform/image/values", "Scaler.h": "platform/image/values",
     "YUVPicture.h": "platform/image/bitmap", "ParagraphStyle.h": "platform/text",
     "Error.h": "platform", "Export.h": "platform", "IndexSet.h": "platform",
-    "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "MovieLook.h": "media",
+    "Fragment.h": "support", "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "MovieLook.h": "media",
     "LMDVDInternal.h": "dvd",
 }
 

@@ -204,6 +204,8 @@ void addVideoOptions(Verb verb) {
       .type("NAME");
   verb.option("--size", "size in pixels; a side '-' keeps the shape; 720p fits into 1280x720")
       .type("WxH|720p|50%");
+  verb.option("--ladder", "of HLS: the pictures in several sizes, each as --size 720p has it")
+      .type("1080,720,480");
   verb.flag("--no-upscale", "pictures that are smaller than the size keep their own");
   verb.option("--fps", "pictures per second (default: source, each picture at its own time)")
       .type("N[/D]");
@@ -301,7 +303,9 @@ void addConvertVerb(CommandLine& line) {
   addOtherOptions(verb);
   verb.option("--format", "the container, where no extension tells it: mkv, ts, mp4, wav …")
       .type("NAME");
-  verb.option("--fragment", "MPEG-4 in fragments that last so long, each from a key picture on")
+  verb.option("--fragment",
+              "MPEG-4 in fragments that last so long, each from a key picture on; HLS: segments "
+              "(default: 6)")
       .type("TIME");
   verb.flag("--force", typed->force, "replace an existing target");
   verb.flag("--dry-run", typed->dryRun, "print what would become of each stream, write nothing");

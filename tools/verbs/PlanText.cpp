@@ -59,6 +59,8 @@ Words pictureFacts(const ConversionPlan& plan) {
   const auto& format = plan.format;
   Words facts{encoderOf(plan.videoEncoder, format.video_codec),
               fmt::format("{}x{}", format.width, format.height)};
+  for (const PictureRung& rung : plan.rungs)
+    facts.push_back(fmt::format("{}x{}", rung.width, rung.height));
   const double rate = static_cast<double>(plan.rate().num) / plan.rate().den;
   facts.push_back(formatNumber(rate, 3) + (plan.keepsTimes ? " fps at their own times" : " fps"));
   if (!plan.pixelFormat.empty()) facts.push_back(plan.pixelFormat);
@@ -112,6 +114,10 @@ void addPictures(ordered_json& json, const ConversionPlan& plan) {
   json["codec"] = lm_get_codec_name_by_id(format.video_codec);
   json["width"] = format.width;
   json["height"] = format.height;
+  json["rungs"] = ordered_json::array();
+  for (const PictureRung& rung : plan.rungs)
+    json["rungs"].push_back(
+        {{"width", rung.width}, {"height", rung.height}, {"bit_rate", rung.bitrate}});
   json["frame_rate"] = fmt::format("{}/{}", plan.rate().num, plan.rate().den);
   json["keeps_times"] = plan.keepsTimes;
   json["pix_fmt"] = plan.pixelFormat;
@@ -156,6 +162,9 @@ std::string planText(const ConversionSettings& settings, const ConversionPlan& p
   if (plan.start > 0 || plan.end)
     text += fmt::format("  from {} to {}\n", timeText(plan.start),
                         plan.end ? timeText(*plan.end) : "the end");
+  if (plan.segment)
+    text += fmt::format("  HLS, in segments of {} s\n",
+                        formatNumber(static_cast<double>(*plan.segment) / 1e6, 3));
   if (plan.sizeLimit) text += fmt::format("  at most {}\n", formatByteCount(*plan.sizeLimit));
   for (const PlannedStream& stream : plan.streams)
     text += fmt::format("  {:<5} {:<10} {:<9}  {}\n", numbersOf(stream), kindName(stream),
@@ -170,9 +179,11 @@ ordered_json planDocument(const ConversionSettings& settings, const ConversionPl
                     {"start", static_cast<double>(plan.start) / 1e6},
                     {"end", nullptr},
                     {"size_limit", nullptr},
+                    {"segment", nullptr},
                     {"metadata", plan.keepsMetadata}};
   if (plan.end) json["end"] = static_cast<double>(*plan.end) / 1e6;
   if (plan.sizeLimit) json["size_limit"] = *plan.sizeLimit;
+  if (plan.segment) json["segment"] = static_cast<double>(*plan.segment) / 1e6;
   json["streams"] = ordered_json::array();
   for (const PlannedStream& stream : plan.streams)
     json["streams"].push_back(streamDocument(stream, plan));

@@ -51,10 +51,15 @@ struct ConversionSettings {
   Protocols protocols = {};       ///< by which the input may be read where it is no file
   /// Its extension chooses the container. "pipe:N" is written to the file descriptor N, from its
   /// first byte to its last: MPEG-4 in fragments, and nothing that has to go back.
+  ///
+  /// "movie.m3u8" is a presentation that players take in pieces (HLS, RFC 8216): that file names
+  /// what to choose from, and what it names lies in a folder beside it, "movie.segments". Pictures
+  /// and each sound are tracks of their own there, of MPEG-4 in segments, and subtitles WebVTT.
   std::string output = {};
   std::string format = {};  ///< the container in place of that: an extension, or FFmpeg's name
   /// Of MPEG-4: seconds from 0.1 to 3600 that a fragment lasts at least. Each begins with a key
-  /// picture, and can be played before the next is there. Absent: one index for all.
+  /// picture, and can be played before the next is there. Absent: one index for all. Of HLS: how
+  /// long a segment lasts, as far as whole pictures go; absent: 6.
   std::optional<double> fragment = {};
   bool replaces = false;  ///< an existing target may be replaced
 
@@ -74,6 +79,11 @@ struct ConversionSettings {
   /// picture fits into, on its side for one that is higher than wide.
   std::optional<int> lines = {};
   std::optional<double> scale = {};  ///< likewise: a factor on both sides, 0.001 to 100
+  /// Of HLS, in place of a size: the pictures in several, of so many lines each (as `lines`), in
+  /// any order, none twice; they are decoded once. Those that would be larger than the source are
+  /// left out; where all would, the source's own size stands for them. A bit rate is that of the
+  /// largest.
+  std::vector<int> ladder = {};
   bool onlyShrinks = false;  ///< a picture that is smaller than the size asked for keeps its own
   /// Pictures per second, up to 1000; absent: the source's, each at its own time where the
   /// container can.
@@ -185,6 +195,16 @@ struct PlannedStream {
   bool isKept() const { return action != StreamAction::kNone && action != StreamAction::kBurnIn; }
 };
 
+/// Another size in which the pictures of a plan are encoded.
+struct PictureRung {
+  int32_t width = 0;    ///< pixels
+  int32_t height = 0;   ///< pixels
+  double aspect = 0;    ///< display aspect; 0: square pixels
+  int32_t bitrate = 0;  ///< bits per second; 0: the options say it
+
+  bool operator==(const PictureRung&) const = default;
+};
+
 /// Everything about a conversion that can be said before the first packet is read: the streams,
 /// what becomes of each, and the output's parameters. All of it may be changed; `Conversion::run`
 /// goes by it alone, and refuses what cannot be.
@@ -212,10 +232,14 @@ struct KESTREL_API ConversionPlan {
   int passes = 1;                         ///< over the pictures, 1 or 2
   std::optional<int64_t> sizeLimit = {};  ///< bytes; sets the bit rate of `format` anew
   Options muxerOptions = {};
-  std::string formatName = {};      ///< the muxer's short name
-  int64_t start = 0;                ///< microseconds, from 0
-  std::optional<int64_t> end = {};  ///< microseconds, not before the start
-  bool keepsMetadata = true;        ///< tags and chapters
+  std::string formatName = {};  ///< the muxer's short name
+  /// Written as HLS, in segments of so many microseconds; `formatName` is then that of the
+  /// segments.
+  std::optional<int64_t> segment = {};
+  std::vector<PictureRung> rungs = {};  ///< of HLS: further sizes, beside the one of `format`
+  int64_t start = 0;                    ///< microseconds, from 0
+  std::optional<int64_t> end = {};      ///< microseconds, not before the start
+  bool keepsMetadata = true;            ///< tags and chapters
 
   /// The stream of pictures that is kept; null for none.
   PlannedStream* pictures();
