@@ -46,7 +46,7 @@ class LoudnessPassTest : public testing::Test {
     source->open();
     const ConversionPlan plan = planConversion(settings, *source);
     EXPECT_TRUE(setsLoudness(plan));
-    return measureLoudness(source, plan, interrupt);
+    return measureLoudness(source, plan, 0, {.interrupt = interrupt});
   }
 
   TempDir folder_;
