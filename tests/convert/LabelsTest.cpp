@@ -92,7 +92,8 @@ class LabelsLeftOut : public testing::Test {
   /// What ffprobe finds of the result's sound: "fra" or, with flags, "swe comment".
   Strings sounds(const std::string& name) const {
     Strings found;
-    for (const auto& stream : ffprobeJson(folder_ / name)["streams"]) {
+    const auto probed = ffprobeJson(folder_ / name);
+    for (const auto& stream : probed["streams"]) {
       if (stream["codec_type"] != "audio") continue;
       found.push_back(stream.contains("tags") ? stream["tags"].value("language", "") : "");
       if (stream["disposition"]["comment"] == 1) found.back() += " comment";
