@@ -151,9 +151,7 @@ PictureWorth worthOf(const BitmapImage& picture) {
   const Luma luma = lumaOf(picture);
   if (luma.values.empty()) return {};
   const double light = std::min(meanOf(luma) / kLit, 1.0);
-  return {.light = light * light,
-          .detail = entropyOf(luma) / 6,
-          .sharpness = 1 - blurOf(luma)};
+  return {.light = light * light, .detail = entropyOf(luma) / 6, .sharpness = 1 - blurOf(luma)};
 }
 
 double stillnessBetween(const BitmapImage& before, const BitmapImage& after) {
