@@ -1,7 +1,6 @@
 #include "convert/pictures/AutoCrop.h"
 
-#include <kestrel/ImageContext.h>
-#include <kestrel/LMFFEffectVideoStream.h>
+#include <kestrel/LMFFImageColorspaceConverter.h>
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMMediaSource.h>
@@ -64,14 +63,12 @@ enum Side : size_t { kTop, kBottom, kLeft, kRight };
 
 using Observations = std::array<Observation, 4>;
 
-Brightness brightnessOf(const Image& image, const uint8_t* rgba) {
-  Brightness result{static_cast<int>(image.extent().size.width),
-                    static_cast<int>(image.extent().size.height),
-                    {}};
-  result.pixels.resize(static_cast<size_t>(result.width) * static_cast<size_t>(result.height));
-  for (uint8_t& level : result.pixels) {
-    level = static_cast<uint8_t>((54 * rgba[0] + 183 * rgba[1] + 19 * rgba[2]) >> 8);
-    rgba += 4;
+/// Of a picture that is grey in full range.
+Brightness brightnessOf(const AVFrame& grey) {
+  Brightness result{grey.width, grey.height, {}};
+  for (int y = 0; y < grey.height; ++y) {
+    const uint8_t* row = grey.data[0] + static_cast<ptrdiff_t>(y) * grey.linesize[0];
+    result.pixels.insert(result.pixels.end(), row, row + grey.width);
   }
   return result;
 }
@@ -145,19 +142,19 @@ int commonBar(const std::vector<Observations>& pictures, Side side, int count) {
 /// Looks at pictures of a movie.
 class Samples {
  public:
-  explicit Samples(LMFFMovie& movie) : movie_(movie) {}
+  /// Luma alone: colours reach over the edge of a bar into its outermost lines.
+  Samples() { converter_.setOutputColor({.range = AVCOL_RANGE_JPEG}); }
 
-  void add(AVFrame* frame) {
-    const auto effects = movie_.videoEffectStream();
-    effects->writeFrame(frame);
-    const auto image = effects->currentCIImage();
-    const auto pixels = image ? context_.bitmapImage(image, image->extent()) : nullptr;
-    if (!pixels) return;
-    const bool isSameSize = pixels->width() == width_ && pixels->height() == height_;
+  void add(const AVFrame* frame) {
+    converter_.setOutputFormat({AV_PIX_FMT_GRAY8, frame->width, frame->height});
+    converter_.convertFrame(frame);
+    const AVFrame* grey = converter_.outputFrame();
+    if (!grey || !grey->data[0]) return;
+    const bool isSameSize = grey->width == width_ && grey->height == height_;
     if (!isSameSize) pictures_.clear();
-    width_ = pixels->width();
-    height_ = pixels->height();
-    const Brightness brightness = brightnessOf(*image, pixels->pixels());
+    width_ = grey->width;
+    height_ = grey->height;
+    const Brightness brightness = brightnessOf(*grey);
     Observations observations;
     for (const Side side : {kTop, kBottom, kLeft, kRight})
       observations[side] = observe(brightness, side);
@@ -179,8 +176,7 @@ class Samples {
   }
 
  private:
-  LMFFMovie& movie_;
-  ImageContext context_;
+  LMFFImageColorspaceConverter converter_;
   std::vector<Observations> pictures_;
   int width_ = 0;
   int height_ = 0;
@@ -221,11 +217,11 @@ std::optional<Area> withoutBars(LMFFMovie& movie) {
   for (int i = 0; i < kSamples; ++i) times.push_back(duration * (2 * i + 1) / (2 * kSamples));
 
   std::optional<Area> area;
-  Samples keyPictures(movie);
+  Samples keyPictures;
   if (sampleKeyPictures(times, media, keyPictures)) {
     area = keyPictures.area();
   } else {
-    Samples pictures(movie);
+    Samples pictures;
     PictureReader reader(movie);
     for (const int64_t time : times)
       if (const auto frame = reader.frameAt(media.movie_position() + time))

@@ -375,8 +375,13 @@ void planEncoding(ConversionPlan& plan, const ConversionSettings& settings,
         std::to_string(std::max(1L, std::lround(keyframes.value_or(kUsualKeyframes) * rate)));
   if (isDivided) closeGroups(plan);
   // What loses nothing has a profile of its own.
-  const auto crf = plan.videoOptions.find("crf");
-  const bool isLossless = crf != plan.videoOptions.end() && crf->second == "0";
+  const auto isZero = [](const std::map<std::string, std::string>& options, const char* name) {
+    const auto option = options.find(name);
+    return option != options.end() && option->second == "0";
+  };
+  const bool isLossless = isZero(plan.videoOptions, "crf") ||
+                          isZero(settings.videoOptions, "crf") ||
+                          isZero(settings.videoOptions, "qp");
   if (plan.videoEncoder == "libx264" && plan.pixelFormat == "yuv420p")
     plan.videoOptions["profile"] = isLossless ? "high444" : "high";
   // VP8's alpha is encoded beside the pictures, and would miss those that are never shown.

@@ -35,7 +35,7 @@ TEST_F(ConvertPipe, WritesWhatNeverGoesBack) {
     size_t streams;
   };
   for (const Row& row :
-       {Row{"mkv", "matroska,webm", "h264", 2}, Row{"ts", "mpegts", "mpeg2video", 2},
+       {Row{"mkv", "matroska,webm", "h264", 2}, Row{"ts", "mpegts", "h264", 2},
         Row{"mp4", "mov,mp4,m4a,3gp,3g2,mj2", "h264", 2}, Row{"wav", "wav", "pcm_s16le", 1},
         Row{"mp3", "mp3", "mp3", 1}, Row{"flac", "flac", "flac", 1}}) {
     SCOPED_TRACE(row.format);

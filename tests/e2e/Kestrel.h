@@ -43,7 +43,7 @@ inline RunResult convert(const std::filesystem::path& input, const std::filesyst
 /// Whether a line says of an input what of it is not in the result, and why.
 inline bool tellsOfALoss(const std::string& line) {
   static const std::regex kLoss(
-      "kestrel: (left out of '.+': "
+      "kestrel: (left out of ('.+'|standard input): "
       "((pictures|sound|subtitles|cover|font|attachment|data) #[0-9]+( \\(.+\\))?: "
       "(one video track is taken|it cannot be decoded|it is empty|"
       "none were found in what was converted|"
@@ -53,7 +53,7 @@ inline bool tellsOfALoss(const std::string& line) {
       "((the (language [a-z]+|title|flag [a-z_]+) of (sound|subtitles) #[0-9]+|"
       "the tags? [a-z_]+(, [a-z_]+)*)(, |: ))+[a-z0-9_]+ cannot hold (it|them)|"
       "the turn of its pictures, which [a-z0-9_]+ cannot hold; encoding sets them upright)|"
-      "lost in (pictures|sound) #[0-9]+( \\(.+\\))? of '.+': "
+      "lost in (pictures|sound) #[0-9]+( \\(.+\\))? of ('.+'|standard input): "
       "([0-9]+ (channels|Hz|bits) become [0-9]+: [a-z0-9_]+ has no more|"
       "[0-9]+ bits become [0-9]+, (in which looks are drawn|as [a-z0-9_-]+ takes them)|"
       "[0-9]+ bits of (PQ|HLG) become [0-9]+, which show steps: (looks are drawn in no more|"

@@ -79,7 +79,9 @@ TEST_P(LMFFEffectVideoStreamPlanes, ShowTheirColours) {
   stream->writeFrame(frame().get());
   const int worst = worstDifference(*stream.picture(),
                                     [](int x, int y) { return slopes(x, y, kWidth, kHeight); });
-  EXPECT_LE(worst, 2);
+  // Chroma is rounded to whole levels, of which one is up to 2.1 of blue, and brought up from its
+  // rounded neighbours.
+  EXPECT_LE(worst, 3);
 }
 
 TEST_P(LMFFEffectVideoStreamPlanes, ShowWhatTheirConversionShows) {

@@ -104,7 +104,7 @@ class OverLayer final : public Layer {
   void render(Worker& worker, const IntRect& rect, const Tile& out) const override;
   bool isOpaque(const IntRect& rect) const override;
   bool prefersBlocks() const override { return front_.prefersBlocks() || behind_.prefersBlocks(); }
-  void addParts(std::vector<const Layer*>& parts) const override {
+  void addParts(std::pmr::vector<const Layer*>& parts) const override {
     behind_.addParts(parts);
     front_.addParts(parts);
   }

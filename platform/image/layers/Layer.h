@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory_resource>
 #include <optional>
 #include <vector>
 
@@ -66,7 +67,7 @@ class Layer {
 
   /// Appends the layers that this one lays over each other, the undermost first: pixels that those
   /// above a layer do not cover are that layer's. By default itself.
-  virtual void addParts(std::vector<const Layer*>& parts) const { parts.push_back(this); }
+  virtual void addParts(std::pmr::vector<const Layer*>& parts) const { parts.push_back(this); }
 
  protected:
   ~Layer() = default;

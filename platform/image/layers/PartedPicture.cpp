@@ -7,7 +7,7 @@ namespace kestrel {
 namespace {
 
 /// What of `rect` lies outside of `hole`: up to four rectangles.
-void addRest(const IntRect& rect, const IntRect& hole, std::vector<IntRect>& rest) {
+void addRest(const IntRect& rect, const IntRect& hole, std::pmr::vector<IntRect>& rest) {
   const IntRect shared = rect.intersect(hole);
   const auto add = [&rest](const IntRect& part) {
     if (!part.isEmpty()) rest.push_back(part);
@@ -27,7 +27,7 @@ PartedPicture::PartedPicture(const Layer* layer, const IntRect& picture, const Y
   const IntRect all{0, 0, picture.width(), picture.height()};
   mixed_.push_back(all);
   if (!layer) return;
-  std::vector<const Layer*> parts;
+  std::pmr::vector<const Layer*> parts(&memory_);
   layer->addParts(parts);
   for (const Layer* part : parts) add(*part);
   if (std::ranges::count(mixed_, all) > 0) plain_.clear();
@@ -53,7 +53,7 @@ void PartedPicture::addMixed(const IntRect& rect) {
 }
 
 void PartedPicture::remove(const IntRect& rect) {
-  std::vector<IntRect> rest;
+  std::pmr::vector<IntRect> rest(&memory_);
   for (const IntRect& part : mixed_) addRest(part, rect, rest);
   mixed_ = std::move(rest);
 }

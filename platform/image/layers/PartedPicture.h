@@ -2,6 +2,9 @@
 
 #include <kestrel/YUVPicture.h>
 
+#include <array>
+#include <cstddef>
+#include <memory_resource>
 #include <vector>
 
 #include "platform/image/layers/Layer.h"
@@ -19,15 +22,17 @@ class PartedPicture {
  public:
   /// `layer`, which may be null, shows the pixels of `picture`, to be written in `format`.
   PartedPicture(const Layer* layer, const IntRect& picture, const YUVFormat& format);
+  PartedPicture(const PartedPicture&) = delete;
+  PartedPicture& operator=(const PartedPicture&) = delete;
 
   struct Plain {
     PlainPlanes planes;
     IntRect part;
   };
   /// To be written one after another: a later one may lie over others.
-  const std::vector<Plain>& plain() const { return plain_; }
+  const std::pmr::vector<Plain>& plain() const { return plain_; }
   /// To be written after those. They do not overlap.
-  const std::vector<IntRect>& mixed() const { return mixed_; }
+  const std::pmr::vector<IntRect>& mixed() const { return mixed_; }
 
  private:
   void add(const Layer& layer);
@@ -40,8 +45,11 @@ class PartedPicture {
 
   IntRect picture_;
   YUVFormat format_;
-  std::vector<Plain> plain_;
-  std::vector<IntRect> mixed_;
+  // Pictures have few parts: the first of them need no memory but the object's own.
+  alignas(std::max_align_t) std::array<std::byte, 4096> buffer_;
+  std::pmr::monotonic_buffer_resource memory_{buffer_.data(), buffer_.size()};
+  std::pmr::vector<Plain> plain_{&memory_};
+  std::pmr::vector<IntRect> mixed_{&memory_};
 };
 
 }  // namespace kestrel
