@@ -213,7 +213,7 @@ TEST_F(BitmapFileTest, AVIFKeepsColoursAndSaysWhatTheyAre) {
   EXPECT_EQ(std::string(start.begin(), start.end()), "ftypavif");
   // Primaries of BT.709, sRGB's curve, BT.601's matrix, full range.
   const Bytes colours{'n', 'c', 'l', 'x', 0, 1, 0, 13, 0, 5, 0x80};
-  EXPECT_FALSE(std::ranges::search(*file, colours).empty());
+  EXPECT_NE(std::search(file->begin(), file->end(), colours.begin(), colours.end()), file->end());
   const Bytes stream = streamIn(*file);
   EXPECT_EQ(probed(stream, "a.obu", "stream=codec_name,width,height,pix_fmt,color_range"),
             "av1\n64\n64\nyuv444p\npc\n");
