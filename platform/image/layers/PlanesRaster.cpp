@@ -163,7 +163,8 @@ PlanesRaster::Rows PlanesRaster::chromaRows(Worker& worker, const Rows& luma) co
   const ChromaMix top = chromaOf(luma.first);
   const ChromaMix bottom = chromaOf(luma.first + count - 1);
   const int first = top.rows[0];
-  const auto rows = static_cast<size_t>(std::max(bottom.rows[2], top.rows[2]) - first + 1);
+  const int lines = std::max(bottom.rows[2], top.rows[2]) - first + 1;
+  const auto rows = static_cast<size_t>(lines);
   const auto shares = worker.memory.array<int>(rows);
   std::fill(shares.begin(), shares.end(), 0);
   for (int i = 0; i < count; ++i) {
