@@ -251,9 +251,9 @@ TEST_F(HlsConversion, PicturesOfAnyTimesKeepThem) {
   const fs::path source = fixture("av-vfr.mp4");
   const auto timesOf = [](const fs::path& file) {
     Times times;
-    for (const auto& packet :
-         ffprobeJson(file, {"-select_streams", "v", "-show_entries", "packet=pts_time"})["packets"])
-      times.push_back(number(packet["pts_time"]));
+    const auto probed =
+        ffprobeJson(file, {"-select_streams", "v", "-show_entries", "packet=pts_time"});
+    for (const auto& packet : probed["packets"]) times.push_back(number(packet["pts_time"]));
     std::ranges::sort(times);
     return times;
   };
