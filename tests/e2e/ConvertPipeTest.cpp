@@ -100,8 +100,8 @@ TEST_F(ConvertPipe, FragmentsBeginAtKeyPictures) {
     keys += std::string(packet["flags"]).starts_with('K') ? 1 : 0;
   EXPECT_EQ(keys, 4);
   // The pictures' delay in the encoder moves them against the sound nowhere.
-  for (const auto& stream : ffprobeJson(folder_ / "parts.mp4")["streams"])
-    EXPECT_EQ(stream["start_time"], "0.000000");
+  const auto probed = ffprobeJson(folder_ / "parts.mp4");
+  for (const auto& stream : probed["streams"]) EXPECT_EQ(stream["start_time"], "0.000000");
   EXPECT_TRUE(endsWithSentence(convert(fixture("av25.mp4"), folder_ / "x.mkv", {"--fragment", "2"}),
                                2, "--fragment: matroska has none, only MPEG-4 has"));
 }
