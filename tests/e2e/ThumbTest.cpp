@@ -112,7 +112,10 @@ TEST_F(Thumb, WebPAndAVIFTakeAQuality) {
   const auto png = made("av25.mp4", "out.png", {"--time", "1.2"});
   const auto webp = made("av25.mp4", "out.webp", {"--time", "1.2"});
   EXPECT_EQ(streamOf(webp, "video").at("codec_name"), "webp");
-  EXPECT_GT(psnr(rgb(webp), rgb(png)), 27);  // chroma has half the samples
+  // Chroma has half the samples: no encoder of the format comes closer.
+  const auto best = folder_ / "best.webp";
+  ffmpeg({"-i", png.string(), "-c:v", "libwebp", "-quality", "100", best.string()});
+  EXPECT_GT(psnr(rgb(webp), rgb(png)), psnr(rgb(best), rgb(png)) - 0.1);
   for (const std::string extension : {".jpg", ".webp", ".avif"}) {
     const auto usual = made("av25.mp4", "usual" + extension, {"--time", "1.2"});
     const auto small = made("av25.mp4", "small" + extension, {"--time", "1.2", "--quality", "20"});
