@@ -10,6 +10,8 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET
 pkg_check_modules(AVFILTER REQUIRED libavfilter)
 # Text: layout, drawing, the installed fonts.
 pkg_check_modules(PANGO REQUIRED IMPORTED_TARGET pangocairo cairo fontconfig)
+# Subtitles with styles.
+pkg_check_modules(ASS REQUIRED IMPORTED_TARGET libass)
 # Display names of languages, scripts and encodings of text.
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 # Kernels for pictures, compiled for several instruction sets and chosen at run time.
@@ -28,7 +30,7 @@ find_package(nlohmann_json 3.11 REQUIRED)
 
 add_library(kestrel_foreign INTERFACE)
 target_link_libraries(kestrel_foreign INTERFACE
-  PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::DVDREAD
+  PkgConfig::FFMPEG PkgConfig::PANGO PkgConfig::ASS PkgConfig::ICU PkgConfig::HIGHWAY PkgConfig::DVDREAD
   PkgConfig::RUBBERBAND PkgConfig::EBUR128 PkgConfig::FMT nlohmann_json::nlohmann_json Threads::Threads ${CMAKE_DL_LIBS})
 target_include_directories(kestrel_foreign SYSTEM INTERFACE ${SDL_INCLUDE_DIRS} ${AVFILTER_INCLUDE_DIRS})
 

@@ -45,6 +45,7 @@ struct LMFFEffectVideoStream::State {
 
   // Subtitles of the current time.
   Guarded<std::shared_ptr<const Image>> mediaSubtitleImage;
+  Guarded<std::shared_ptr<const Image>> styledSubtitle;
   Guarded<std::shared_ptr<const Image>> subtitleImage;
   Guarded<std::optional<std::string>> subtitleImageString;
   Guarded<std::optional<std::string>> subtitleCurrentString;

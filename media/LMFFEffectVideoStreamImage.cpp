@@ -48,6 +48,10 @@ std::shared_ptr<const Image> onWholePixels(const std::shared_ptr<const Image>& i
   return image->translated(std::round(at.x) - at.x, std::round(at.y) - at.y);
 }
 
+Rect wholeOf(const LMFFVideoFormat& format) {
+  return {{0, 0}, {static_cast<double>(format.width), static_cast<double>(format.height)}};
+}
+
 float factor(double target, double size) {
   return static_cast<float>(target / std::max(static_cast<float>(size), 1.0F));
 }
@@ -59,29 +63,35 @@ std::shared_ptr<const Image> LMFFEffectVideoStream::currentEffectImage() const {
   if (const auto subtitle = mediaSubtitleImage()) picture = sourceOverImage(subtitle, picture);
   if (!picture) return nullptr;
 
+  picture = image(placed(picture), effectFilter());
+  picture = sourceOverImage(picture, imagewithColor(Color::black()));
+  if (const auto mark = watermark()) picture = sourceOverImage(mark, picture);
+  if (const auto styled = styledSubtitle())
+    picture = sourceOverImage(styled, picture);
+  else if (const auto subtitle = currentSubtitleImage())
+    picture = sourceOverImage(onWholePixels(subtitle), picture);
+  return picture ? picture->cropped(wholeOf(outputFormat())) : nullptr;
+}
+
+/// The picture where it lies in the output, before it is coloured and cut at the edges.
+std::shared_ptr<const Image> LMFFEffectVideoStream::placed(
+    const std::shared_ptr<const Image>& whole) const {
+  auto picture = whole;
   const MovieLook settings = look();
   // The display shape is that of the whole picture's pixels, whatever the crop leaves of it.
-  const Rect whole = picture->extent();
+  const Rect extent = picture->extent();
   picture = picture->resampledBy(settings.scaler);
   picture = centred(picture->cropped(settings.cropRect), settings.cropRect);
   const Size display = displayVideoSize();
-  if (!isEmpty(whole)) {
-    picture = picture->scaled(display.width / whole.size.width, display.height / whole.size.height);
+  if (!isEmpty(extent)) {
+    picture =
+        picture->scaled(display.width / extent.size.width, display.height / extent.size.height);
   }
   const double radians = static_cast<double>(settings.rotate) * std::numbers::pi / 180.0;
   picture = picture->transformed(
       AffineTransform::rotation(radians).scaled(settings.hflip ? -1 : 1, settings.vflip ? -1 : 1));
 
-  const LMFFVideoFormat format = outputFormat();
-  const Rect output{{0, 0},
-                    {static_cast<double>(format.width), static_cast<double>(format.height)}};
-  picture = image(picture, settings.zoomType, output);
-  picture = image(picture, effectFilter());
-  picture = sourceOverImage(picture, imagewithColor(Color::black()));
-  if (settings.watermark) picture = sourceOverImage(settings.watermark, picture);
-  if (const auto subtitle = currentSubtitleImage())
-    picture = sourceOverImage(onWholePixels(subtitle), picture);
-  return picture ? picture->cropped(output) : nullptr;
+  return image(picture, settings.zoomType, wholeOf(outputFormat()));
 }
 
 std::shared_ptr<const Image> LMFFEffectVideoStream::image(const std::shared_ptr<const Image>& image,

@@ -119,6 +119,14 @@ void LMFFEffectVideoStream::setMediaSubtitleImage(std::shared_ptr<const Image> i
   state_->mediaSubtitleImage.set(std::move(image));
 }
 
+std::shared_ptr<const Image> LMFFEffectVideoStream::styledSubtitle() const {
+  return state_->styledSubtitle.get();
+}
+
+void LMFFEffectVideoStream::setStyledSubtitle(std::shared_ptr<const Image> image) {
+  state_->styledSubtitle.set(std::move(image));
+}
+
 std::shared_ptr<const Image> LMFFEffectVideoStream::subtitleImage() const {
   return state_->subtitleImage.get();
 }

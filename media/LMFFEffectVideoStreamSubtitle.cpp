@@ -1,4 +1,6 @@
 #include <kestrel/LMFFEffectVideoStream.h>
+#include <kestrel/LMFFMedia.h>
+#include <kestrel/TextSubtitle.h>
 
 #include <algorithm>
 #include <utility>
@@ -51,6 +53,34 @@ std::shared_ptr<const Image> LMFFEffectVideoStream::currentSubtitleImage() const
   }
   state_->subtitleImage.set(image);
   return image;
+}
+
+void LMFFEffectVideoStream::showTexts(const std::shared_ptr<LMFFMedia>& media, int64_t time) {
+  TextSubtitle shown;
+  const MovieLook settings = look();
+  if (media && settings.subtitleStyles)
+    shown = media->textSubtitleAtTime(time, subtitleCanvas());
+  else if (media)
+    shown.markup = settings.subtitleMarkup ? media->subtitleMarkupAtTime(time)
+                                           : media->subtitleStringAtTime(time);
+  setStyledSubtitle(shown.image);
+  setSubtitleCurrentString(shown.markup);
+}
+
+/// The part of the output that the picture covers.
+SubtitleCanvas LMFFEffectVideoStream::subtitleCanvas() const {
+  const Size size = videoSize();
+  const LMFFVideoFormat output = outputFormat();
+  const auto picture = placed(Image::fromColor(Color::black())->cropped({{0, 0}, size}));
+  const Rect whole{{0, 0}, {static_cast<double>(output.width), static_cast<double>(output.height)}};
+  const Rect area = integral(intersection(picture ? picture->extent() : Rect{}, whole));
+  return {area,
+          size,
+          subtitleFont(),
+          subtitleColor(),
+          static_cast<double>(state_->setting(&MovieLook::subtitleOutline)),
+          static_cast<double>(state_->setting(&MovieLook::subtitleMargin)),
+          static_cast<double>(subtitlePosition())};
 }
 
 void LMFFEffectVideoStream::updateSubtitle() {

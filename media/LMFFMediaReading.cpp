@@ -4,6 +4,7 @@
 #include <kestrel/LMFFMedia.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
+#include <kestrel/TextSubtitle.h>
 
 #include <algorithm>
 #include <string_view>
@@ -234,6 +235,15 @@ std::optional<std::string> LMFFMedia::subtitleMarkupAtTime(int64_t time) {
   // Until one begins later, another that is shown may follow.
   readTexts(stream, target, [wanted](const AVFrame& text) { return text.pts < wanted; });
   return stream->subtitleMarkupAt(wanted);
+}
+
+TextSubtitle LMFFMedia::textSubtitleAtTime(int64_t time, const SubtitleCanvas& canvas) {
+  const auto stream = subtitleStream();
+  if (!stream) return {};
+  const int64_t target = start_time() + time;
+  const int64_t wanted = toStream(target, *stream);
+  readTexts(stream, target, [wanted](const AVFrame& text) { return text.pts <= wanted; });
+  return stream->textSubtitleAt(target, canvas);
 }
 
 void LMFFMedia::readAudioStream(const std::shared_ptr<LMFFMediaStream>& stream, float* data,

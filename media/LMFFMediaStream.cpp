@@ -15,8 +15,10 @@
 
 #include "media/StreamDecoder.h"
 #include "media/StreamTime.h"
+#include "media/StyledSubtitles.h"
 #include "media/SubtitleContent.h"
 #include "media/SubtitleHistory.h"
+#include "support/Entities.h"
 #include "support/FFmpegCompat.h"
 #include "support/Guarded.h"
 
@@ -26,6 +28,8 @@ namespace {
 
 /// What a bitmap subtitle decoder is told of its extra data's size, whatever the text's length.
 constexpr int kPaletteSize = 256;
+
+constexpr AVRational kMilliseconds{1, 1000};
 
 Rational positive(AVRational r) { return {r.num > 0 ? r.num : 1, r.den > 0 ? r.den : 1}; }
 
@@ -37,13 +41,6 @@ int64_t validChannelLayout(const AVCodecContext& context) {
   const int channels = context.ch_layout.nb_channels;
   const bool isValid = mask != 0 && lm_get_channel_layout_nb_channels(mask) == channels;
   return isValid ? mask : lm_get_default_channel_layout(channels);
-}
-
-/// The script header of a text subtitle decoder.
-std::string_view headerOf(const AVCodecContext& context) {
-  if (!context.subtitle_header || context.subtitle_header_size <= 0) return {};
-  return {reinterpret_cast<const char*>(context.subtitle_header),
-          static_cast<size_t>(context.subtitle_header_size)};
 }
 
 /// A rate in whole pictures per second, absent for an invalid one.
@@ -73,6 +70,7 @@ struct LMFFMediaStream::State {
   Guarded<std::optional<std::string>> subtitleString;
   SubtitleTexts texts;
   std::optional<SubtitleStyles> styles;  // of the decoder, once a text was there
+  std::optional<StyledSubtitles> drawn;  // once texts were to be drawn with their styles
   Guarded<std::shared_ptr<LMFFAudioResample>> resample;
   Guarded<std::deque<std::shared_ptr<LMFFImage>>> rawPackets;
   std::atomic<bool> hasPacket{false};  // whether that is empty, asked for every packet read
@@ -230,6 +228,7 @@ void LMFFMediaStream::close() {
   state_->earlierSubtitles.clear();
   state_->texts.clear();
   state_->styles.reset();
+  state_->drawn.reset();
   setSubtitleString(std::nullopt);
   state_->decoder.close();
 }
@@ -251,6 +250,7 @@ void LMFFMediaStream::seek(int64_t time) {
   setSubtitle(nullptr);
   state_->earlierSubtitles.clear();
   state_->texts.clear();
+  if (state_->drawn) state_->drawn->clear();
   setRawPackets({});
   setAudio_sync_frame(av_rescale_q(time, toAV(timebase()), toAV(audioOutputTimebase())));
   if (const auto resampler = resample()) resampler->close();
@@ -357,7 +357,6 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   avcodec_decode_subtitle2(decoder.context(), &content, &gotSubtitle, input.get());
   if (!gotSubtitle) return false;
 
-  constexpr AVRational kMilliseconds{1, 1000};
   const AVRational timebase = toAV(self.timebase());
   const int64_t start = content.pts == AV_NOPTS_VALUE
                             ? AV_NOPTS_VALUE
@@ -378,13 +377,15 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   }
   const LMFFVideoFormat format = media ? media->videoFormat() : LMFFVideoFormat{};
   const Size video{static_cast<double>(format.width), static_cast<double>(format.height)};
-  std::string markup;
+  SubtitleTexts::Text text;
   for (unsigned i = 0; i < content.num_rects; ++i) {
     const AVSubtitleRect& rect = *content.rects[i];
     if (rect.type == SUBTITLE_ASS && rect.ass && *rect.ass) {
-      if (!styles) styles = subtitleStylesOfHeader(headerOf(*decoder.context()));
+      const std::string line =
+          hasEntities(decoder.context()->codec_id) ? withEntitiesRead(rect.ass) : rect.ass;
+      if (!styles) styles = subtitleStylesOfHeader(subtitleHeaderOf(*decoder.context()));
       subtitleString.set(subtitleTextOfLine(rect.ass));
-      markup += (markup.empty() ? "" : "\n") + subtitleMarkupOfLine(rect.ass, *styles);
+      text.add(line, *styles);
     } else if (rect.type == SUBTITLE_BITMAP) {
       const AVCodecContext& context = *decoder.context();
       const Size canvas{static_cast<double>(context.width), static_cast<double>(context.height)};
@@ -395,7 +396,10 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   }
   avsubtitle_free(&content);
   store(std::move(frame));
-  if (!markup.empty()) texts.add(subtitleSpan(), std::move(markup));
+  if (!text.lines.empty()) {
+    text.span = subtitleSpan();
+    texts.add(std::move(text));
+  }
   return true;
 }
 
@@ -469,6 +473,25 @@ void LMFFMediaStream::setSubtitleString(std::optional<std::string> string) {
 std::optional<std::string> LMFFMediaStream::subtitleMarkupAt(int64_t time) {
   state_->texts.forgetBefore(time);
   return state_->texts.at(time);
+}
+
+TextSubtitle LMFFMediaStream::textSubtitleAt(int64_t time, const SubtitleCanvas& canvas) {
+  if (!isOpen()) return {};
+  const AVCodecContext& decoder = *codecContext();
+  const AVRational ticks = toAV(timebase());
+  const int64_t wanted = av_rescale_q_rnd(time, kMicroseconds, ticks, AV_ROUND_DOWN);
+  SubtitleTexts& texts = state_->texts;
+  std::optional<StyledSubtitles>& drawn = state_->drawn;
+  texts.forgetBefore(wanted);
+  if (!StyledSubtitles::areAlways(decoder) && !texts.areStyledAt(wanted))
+    return {texts.shownAt(wanted)};
+  if (!drawn) drawn.emplace(decoder, state_->container.get());
+  for (const auto& [span, markup, lines, isStyled] : texts.takeNew())
+    for (const std::string& line : lines)
+      drawn->add(line, av_rescale_q(span.start, ticks, kMilliseconds),
+                 av_rescale_q(span.duration, ticks, kMilliseconds));
+  return {std::nullopt,
+          drawn->at(av_rescale_q_rnd(time, kMicroseconds, kMilliseconds, AV_ROUND_DOWN), canvas)};
 }
 
 std::vector<std::shared_ptr<LMFFImage>> LMFFMediaStream::rawPackets() const {

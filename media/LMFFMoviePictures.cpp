@@ -104,14 +104,6 @@ void LMFFMovie::decodeImageAtTime(int64_t time,
   decodeImage([this, time, provider] { provideImage(time, provider.get()); }, wait);
 }
 
-std::optional<std::string> LMFFMovie::subtitleTextAtTime(int64_t time) const {
-  const auto media = subtitle();
-  if (!media) return std::nullopt;
-  const int64_t offset = time - media->movie_position();
-  return fullSubtitleText() ? media->subtitleMarkupAtTime(offset)
-                            : media->subtitleStringAtTime(offset);
-}
-
 void LMFFMovie::provideImage(int64_t time, LMFFMovieImageProvider* provider) {
   updateCurrentMedias();
   const auto stream = videoEffectStream();
@@ -120,7 +112,8 @@ void LMFFMovie::provideImage(int64_t time, LMFFMovieImageProvider* provider) {
   const int64_t offset = media ? time - media->movie_position() : time;
   const AVFrame* frame = media ? frameAtTime(*media, offset) : nullptr;
   stream->setMediaSubtitleImage(media ? media->subtitleAtTime(offset) : nullptr);
-  stream->setSubtitleCurrentString(subtitleTextAtTime(time));
+  const auto texts = subtitle();
+  stream->showTexts(texts, texts ? time - texts->movie_position() : time);
 
   const bool wantsData = provider && provider->movieFormatSize;
   LMFFEffectVideoStream::DataProvider dataProvider;

@@ -181,6 +181,12 @@ std::string subtitleTextOfLine(std::string_view line) {
   return text.append(rest);
 }
 
+std::string_view subtitleHeaderOf(const AVCodecContext& decoder) {
+  if (!decoder.subtitle_header || decoder.subtitle_header_size <= 0) return {};
+  return {reinterpret_cast<const char*>(decoder.subtitle_header),
+          static_cast<size_t>(decoder.subtitle_header_size)};
+}
+
 SubtitleStyles subtitleStylesOfHeader(std::string_view header) {
   constexpr std::array<std::string_view, 4> kColumns{"Bold", "Italic", "Underline", "StrikeOut"};
   SubtitleStyles styles;
@@ -205,6 +211,24 @@ SubtitleStyles subtitleStylesOfHeader(std::string_view header) {
     styles.insert_or_assign(std::string(values.front()), looks);
   }
   return styles;
+}
+
+bool isStyledLine(std::string_view line) {
+  std::string_view text = afterFields(line, kFieldsBeforeText);
+  for (size_t begin; (begin = text.find('{')) != std::string_view::npos;) {
+    const size_t end = std::min(text.find('}', begin), text.size());
+    std::string_view codes = text.substr(begin, end - begin);
+    text.remove_prefix(end);
+    for (size_t at; (at = codes.find('\\')) != std::string_view::npos;) {
+      codes.remove_prefix(at + 1);
+      const std::string_view code = codes.substr(0, codes.find('\\'));
+      const bool isMarkup = code.empty() || code == "r" ||
+                            (kLookNames.find(code.front()) != std::string_view::npos &&
+                             code.find_first_not_of("0123456789 ", 1) == std::string_view::npos);
+      if (!isMarkup) return true;
+    }
+  }
+  return false;
 }
 
 std::string subtitleMarkupOfLine(std::string_view line, const SubtitleStyles& styles) {

@@ -11,6 +11,7 @@
 
 #include <kestrel/LMMediaSource.h>
 
+struct AVCodecContext;
 struct AVSubtitleRect;
 
 namespace kestrel {
@@ -27,6 +28,12 @@ using SubtitleStyles = std::map<std::string, std::array<bool, 4>, std::less<>>;
 
 /// Parses the styles in an ASS script header, as provided by a decoder.
 SubtitleStyles subtitleStylesOfHeader(std::string_view header);
+
+/// The header of the script that a decoder of text makes of its stream; empty if there is none.
+std::string_view subtitleHeaderOf(const AVCodecContext& decoder);
+
+/// Whether a dialogue line has looks that its markup does not tell: places, colours, sizes, fonts.
+bool isStyledLine(std::string_view line);
 
 /// The complete text of an ASS dialogue line as markup: <b>, <i>, <u> and <s> for the formatting of
 /// its style and override codes, line feeds for its line breaks, and "&lt;", "&gt;" and "&amp;" for

@@ -2,13 +2,15 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "media/SubtitleContent.h"
 
 namespace kestrel {
-
-class Image;
 
 /// When a subtitle is shown, in ticks of its stream. `AV_NOPTS_VALUE` as `start` means never.
 struct SubtitleSpan {
@@ -17,6 +19,9 @@ struct SubtitleSpan {
 
   /// True strictly between start and end.
   bool contains(int64_t time) const;
+
+  /// True from the start on, before the end.
+  bool shows(int64_t time) const;
 };
 
 /// The replaced bitmap subtitles of a stream. Reading is ahead of display by what decoders hold
@@ -50,8 +55,18 @@ class SubtitleHistory {
 /// each other, several texts may be shown at the same time.
 class SubtitleTexts {
  public:
+  struct Text {
+    SubtitleSpan span;
+    std::string markup;
+    std::vector<std::string> lines;  ///< of dialogue, as the decoder answered them
+    bool isStyled = false;           ///< beyond what the markup tells
+
+    /// Adds a line that is shown at the same time.
+    void add(std::string line, const SubtitleStyles& styles);
+  };
+
   /// Keeps at most a thousand: drops the oldest beyond that.
-  void add(const SubtitleSpan& span, std::string markup);
+  void add(Text text);
 
   /// Drops texts that end before a time.
   void forgetBefore(int64_t time);
@@ -60,15 +75,23 @@ class SubtitleTexts {
   /// Identical texts (layers for a border or shadow) appear once.
   std::optional<std::string> at(int64_t time) const;
 
-  void clear() { texts_.clear(); }
+  /// The same where a text is shown from its start on.
+  std::optional<std::string> shownAt(int64_t time) const;
+
+  /// Whether one that is shown at a time, its start included, is styled.
+  bool areStyledAt(int64_t time) const;
+
+  /// Answers those that came since it was asked last.
+  std::vector<Text> takeNew();
+
+  void clear();
 
  private:
-  struct Text {
-    SubtitleSpan span;
-    std::string markup;
-  };
+  std::optional<std::string> markupOf(
+      const std::function<bool(const SubtitleSpan&)>& isShown) const;
 
   std::deque<Text> texts_;
+  size_t taken_ = 0;  // of these, the first so many
 };
 
 }  // namespace kestrel

@@ -68,7 +68,10 @@ void PictureMaker::addSubtitle(Parts& parts, int64_t time) {
   const auto video = movie_.currentVideoMedia();
   const auto own = movie_.subtitle();
   if (own && !hasBitmaps(*own)) {
-    parts.text = own->subtitleMarkupAtTime(time - own->movie_position());
+    const auto effects = movie_.videoEffectStream();
+    effects->showTexts(own, time - own->movie_position());
+    parts.text = effects->subtitleCurrentString();
+    parts.styledText = effects->styledSubtitle();
   } else if (own && video) {
     const int64_t ownTime = time - own->movie_position();
     // Bitmaps are placed from the top of their media's pictures; this media has none.
@@ -81,13 +84,12 @@ void PictureMaker::addSubtitle(Parts& parts, int64_t time) {
 
 std::shared_ptr<LMFFImage> PictureMaker::make(const std::shared_ptr<LMFFImage>& frame,
                                               int64_t time) {
-  Parts parts{frame, nullptr, std::nullopt};
+  Parts parts{.frame = frame};
   addSubtitle(parts, time);
   if (picture_ && parts == parts_) return picture_;
 
   const auto stream = movie_.videoEffectStream();
   stream->setMediaSubtitleImage(parts.bitmapSubtitle);
-  stream->setSubtitleCurrentString(parts.text);
   stream->writeFrame(frame->getFrame());
   converter_.convertImage(stream->currentEffectImage());
   picture_ = LMFFImage::imageWithFrame(av_frame_clone(converter_.outputFrame()), true);

@@ -28,8 +28,9 @@ class PictureMaker {
   /// What a picture is made of.
   struct Parts {
     std::shared_ptr<LMFFImage> frame;
-    std::shared_ptr<const Image> bitmapSubtitle;
-    std::optional<std::string> text;
+    std::shared_ptr<const Image> bitmapSubtitle = nullptr;
+    std::shared_ptr<const Image> styledText = nullptr;
+    std::optional<std::string> text = {};
 
     bool operator==(const Parts&) const = default;
   };

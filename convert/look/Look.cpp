@@ -146,6 +146,7 @@ void Look::apply(LMFFMovie& movie, Size output) const {
   MovieLook look = look_;
   if (settings_.watermark) look.watermark = loadWatermark(*settings_.watermark, output.height);
   look.subtitleMarkup = true;
+  look.subtitleStyles = !settings_.ignoreStyles;
   look.subtitleFont =
       settings_.subtitleFont.value_or(Font::systemFontOfSize(output.height * kDefaultFontSize));
   look.subtitleOutline = settings_.subtitleOutline.value_or(

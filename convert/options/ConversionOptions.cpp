@@ -390,6 +390,7 @@ constexpr Row<LookSettings> kLookRows[] = {
     {"watermark", set<&L::watermark, parseWatermark>, kText, kPictures},
     {"subtitles", set<&L::subtitles, parseText>, kText, kPictures, "subtitles"},
     {"subtitle-track", set<&L::subtitleTrack, parseTracks>, kText, kPictures, "subtitles"},
+    {"ignore-styles", turn<&L::ignoreStyles>, kSwitch, kPictures},
     {"subtitle-font", set<&L::subtitleFont, parseFont>, kText, kPictures},
     {"subtitle-color", set<&L::subtitleColor, parseColor>, kText, kPictures},
     {"subtitle-position", set<&L::subtitlePosition, parsePosition>, kNumber, kPictures},

@@ -58,8 +58,7 @@ std::shared_ptr<const Image> PictureReader::imageAt(int64_t time) {
   const int64_t wanted = meant(time);
   effects->setMediaSubtitleImage(media_->subtitleAtTime(wanted - media_->movie_position()));
   const auto text = movie_.subtitle();
-  effects->setSubtitleCurrentString(
-      text ? text->subtitleMarkupAtTime(wanted - text->movie_position()) : std::nullopt);
+  effects->showTexts(text, text ? wanted - text->movie_position() : wanted);
   effects->writeFrame(frame->getFrame());
   return effects->currentEffectImage();
 }

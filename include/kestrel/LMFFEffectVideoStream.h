@@ -23,6 +23,7 @@ namespace kestrel {
 
 class LMFFMedia;
 struct MovieLook;
+struct SubtitleCanvas;
 
 /// Turns a movie's decoded frames into pictures for display or encoding.
 ///
@@ -91,7 +92,8 @@ class KESTREL_API LMFFEffectVideoStream {
   /// frame. Steps: `mediaSubtitleImage` is drawn over the frame; `cropRect` is cut out and centred
   /// on the origin; the picture is scaled to the display aspect, mirrored, rotated by `rotate`,
   /// fitted by `zoomType`, passed through `effectFilter` and laid over black; `watermark` is drawn
-  /// over it without scaling, then `currentSubtitleImage`; everything is cropped to the output.
+  /// over it without scaling, then `styledSubtitle` or `currentSubtitleImage`; everything is
+  /// cropped to the output.
   std::shared_ptr<const Image> currentEffectImage() const;
 
   /// The picture stretched to a rectangle centred in `rect`. By `zoomType`: 1 `rect` itself; 2 and
@@ -155,6 +157,11 @@ class KESTREL_API LMFFEffectVideoStream {
   std::shared_ptr<const BitmapImage> subtitleImageWithAttributedString(
       const std::optional<AttributedString>& string) const;
 
+  /// Makes what `media` has at `time`, microseconds on the media's own time line, the text of the
+  /// current time: `subtitleCurrentString`, or `styledSubtitle` where the look asks for styles.
+  /// Null: no text. Reads the media forward.
+  void showTexts(const std::shared_ptr<LMFFMedia>& media, int64_t time);
+
   /// The current text as a picture in the output, centred, with its lower edge at
   /// `subtitlePosition` of the height. Null if there is no text. Drawn again only if the text
   /// differs from `subtitleImageString`.
@@ -214,6 +221,10 @@ class KESTREL_API LMFFEffectVideoStream {
 
   // Subtitles of the current time.
 
+  /// Texts drawn in their own styles, in pixels of the output. Drawn in place of
+  /// `currentSubtitleImage` unless null.
+  std::shared_ptr<const Image> styledSubtitle() const;
+  void setStyledSubtitle(std::shared_ptr<const Image> image);
   std::shared_ptr<const Image> mediaSubtitleImage() const;  ///< the media's own bitmap subtitle
   void setMediaSubtitleImage(std::shared_ptr<const Image> image);
   std::shared_ptr<const Image> subtitleImage() const;  ///< the text, as drawn
@@ -238,6 +249,9 @@ class KESTREL_API LMFFEffectVideoStream {
   void setSubtitleMarkup(bool markup);
 
  private:
+  std::shared_ptr<const Image> placed(const std::shared_ptr<const Image>& whole) const;
+  SubtitleCanvas subtitleCanvas() const;
+
   struct State;
   std::unique_ptr<State> state_;
 };

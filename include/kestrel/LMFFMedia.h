@@ -23,6 +23,8 @@ class LMFFImage;
 class LMFFMediaStream;
 class LMFFMovie;
 class LMMediaSource;
+struct SubtitleCanvas;
+struct TextSubtitle;
 
 /// An open input with a stream object for each container stream.
 ///
@@ -214,6 +216,10 @@ class KESTREL_API LMFFMedia {
   /// Reads up to the first text that begins later, so do not combine it with `subtitleStringAtTime`
   /// on the same media.
   std::optional<std::string> subtitleMarkupAtTime(int64_t time);
+
+  /// What the track of text shows at a time, see `LMFFMediaStream::textSubtitleAt`. Reads forward
+  /// like `subtitleMarkupAtTime`.
+  TextSubtitle textSubtitleAtTime(int64_t time, const SubtitleCanvas& canvas);
 
   /// Seeks to a time and calls `block` with the frame of `pictureAtTime`; without video it is not
   /// called.

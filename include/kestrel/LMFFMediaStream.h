@@ -21,6 +21,8 @@ class Image;
 class LMFFAudioResample;
 class LMFFImage;
 class LMFFMedia;
+struct SubtitleCanvas;
+struct TextSubtitle;
 
 /// Which pictures are deinterlaced.
 enum class Deinterlacing {
@@ -200,6 +202,13 @@ class KESTREL_API LMFFMediaStream {
   /// "&gt;" and "&amp;" for these characters. Times must not decrease until the next `seek`:
   /// subtitles that have ended are dropped. Only for the thread that reads the media.
   std::optional<std::string> subtitleMarkupAt(int64_t time);
+
+  /// What is shown at a time, microseconds of the container: each text from its start to before its
+  /// end. Those with styles (of a script, or by marks of places, colours, sizes and fonts) are
+  /// drawn on `canvas`, with the fonts that the container brings along, and plain ones that show
+  /// beside them, too. Otherwise like `subtitleMarkupAt`. A picture that does not change stays the
+  /// same object.
+  TextSubtitle textSubtitleAt(int64_t time, const SubtitleCanvas& canvas);
 
   // Stream copy.
 

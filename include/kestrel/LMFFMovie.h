@@ -332,7 +332,6 @@ class KESTREL_API LMFFMovie {
 
  private:
   AVFrame* frameAtTime(LMFFMedia& media, int64_t time) const;
-  std::optional<std::string> subtitleTextAtTime(int64_t time) const;
   void provideImage(int64_t time, LMFFMovieImageProvider* provider);
   void keepSoundGoing();
 

@@ -44,6 +44,10 @@ struct MovieLook {
   /// If true, "<b>", "<i>", "<u>" and "<s>" up to their closing tags mean bold, italic, underlined
   /// and struck through, and "&lt;", "&gt;", "&amp;" stand for the characters.
   bool subtitleMarkup = false;
+  /// If true, subtitles with styles of their own are drawn with them, in their places: scripts of
+  /// ASS and SSA, and texts with marks for places, colours, sizes or fonts. The settings here count
+  /// for what has no style. If false, all are drawn by these settings alone.
+  bool subtitleStyles = false;
   float subtitleOutline = 0;  ///< width of the black outline around the text, pixels
   float subtitleMargin = 0;   ///< on each side of the text, as a fraction of the output's width
 

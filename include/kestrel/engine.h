@@ -35,6 +35,7 @@
 #include <kestrel/MovieLook.h>
 #include <kestrel/Protocols.h>
 #include <kestrel/StreamFit.h>
+#include <kestrel/TextSubtitle.h>
 #include <kestrel/Version.h>
 #include <kestrel/VideoJoiner.h>
 #include <kestrel/VideoJoinerItem.h>

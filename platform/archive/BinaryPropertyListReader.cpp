@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "platform/archive/BinaryPropertyList.h"
-#include "platform/archive/Utf8.h"
+#include "platform/text/Utf8.h"
 
 namespace kestrel {
 

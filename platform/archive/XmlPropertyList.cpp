@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "platform/archive/BinaryPropertyList.h"
-#include "platform/archive/Utf8.h"
+#include "platform/text/Utf8.h"
 
 namespace kestrel {
 

@@ -16,6 +16,9 @@ struct GObjectDeleter {
 struct FontDescriptionDeleter {
   void operator()(PangoFontDescription* font) const { pango_font_description_free(font); }
 };
+struct FontMetricsDeleter {
+  void operator()(PangoFontMetrics* metrics) const { pango_font_metrics_unref(metrics); }
+};
 struct AttrListDeleter {
   void operator()(PangoAttrList* list) const { pango_attr_list_unref(list); }
 };
@@ -45,6 +48,7 @@ using FontMapPtr = std::unique_ptr<PangoFontMap, GObjectDeleter>;
 using PangoContextPtr = std::unique_ptr<PangoContext, GObjectDeleter>;
 using LayoutPtr = std::unique_ptr<PangoLayout, GObjectDeleter>;
 using FontDescriptionPtr = std::unique_ptr<PangoFontDescription, FontDescriptionDeleter>;
+using FontMetricsPtr = std::unique_ptr<PangoFontMetrics, FontMetricsDeleter>;
 using AttrListPtr = std::unique_ptr<PangoAttrList, AttrListDeleter>;
 using LayoutIterPtr = std::unique_ptr<PangoLayoutIter, LayoutIterDeleter>;
 using FontOptionsPtr = std::unique_ptr<cairo_font_options_t, FontOptionsDeleter>;

@@ -319,4 +319,16 @@ void TextLayout::draw(cairo_t* cairo) const {
             pango_cairo_show_layout_line);
 }
 
+double lineHeight(const Font& font) {
+  constexpr double kSize = 100;
+  Font measured = font;
+  measured.size = kSize;
+  const PangoContextPtr context = makeContext({});
+  const FontMetricsPtr metrics(
+      pango_context_get_metrics(context.get(), describe(measured).get(), nullptr));
+  const int height =
+      pango_font_metrics_get_ascent(metrics.get()) + pango_font_metrics_get_descent(metrics.get());
+  return height / (PANGO_SCALE * kSize);
+}
+
 }  // namespace kestrel

@@ -70,4 +70,7 @@ class TextLayout {
   std::vector<Line> lines_;
 };
 
+/// The height of a font's lines, from its highest to its lowest stroke, for each pixel of its size.
+double lineHeight(const Font& font);
+
 }  // namespace kestrel

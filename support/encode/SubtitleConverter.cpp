@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/codec/Codec.h"
+#include "support/Entities.h"
 #include "support/FFmpegError.h"
 
 namespace kestrel {
@@ -27,6 +28,17 @@ struct Subtitle : AVSubtitle {
   Subtitle(const Subtitle&) = delete;
   Subtitle& operator=(const Subtitle&) = delete;
 };
+
+void readEntities(AVSubtitle& subtitle) {
+  for (unsigned i = 0; i < subtitle.num_rects; ++i) {
+    char*& line = subtitle.rects[i]->ass;
+    if (!line) continue;
+    char* read = av_strdup(withEntitiesRead(line).c_str());
+    if (!read) return;
+    av_free(line);
+    line = read;
+  }
+}
 
 }  // namespace
 
@@ -69,6 +81,9 @@ PacketPtr SubtitleConverter::convert(const AVPacket& packet) {
     return nullptr;
   }
   if (!hasText || text.num_rects == 0) return nullptr;
+  // WebVTT has the same references.
+  if (hasEntities(decoder_->codec_id) && encoder_->codec_id != AV_CODEC_ID_WEBVTT)
+    readEntities(text);
   const int64_t start = input->pts + text.start_display_time;
   const bool hasEnd =
       text.end_display_time > text.start_display_time && text.end_display_time != UINT32_MAX;

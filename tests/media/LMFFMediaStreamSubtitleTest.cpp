@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <kestrel/Image.h>
+#include <kestrel/TextSubtitle.h>
 
 #include <array>
 #include <cmath>
@@ -103,6 +104,65 @@ TEST_F(LMFFMediaStreamText, MarkupOfBrokenCodesIsTheText) {
   EXPECT_EQ(marked("{\\i1 never closed"), "{\\i1 never closed");
   EXPECT_EQ(marked("a}b{}c{\\}d{\\i}e"), "a}bcde");
   EXPECT_EQ(marked("hard\\hspace\\"), "hard\u00A0space\\");
+}
+
+/// SubRip, in a time base of milliseconds.
+class LMFFMediaStreamStyledText : public testing::Test {
+ protected:
+  LMFFMediaStreamStyledText()
+      : stream_(openedStream(container_.addStream(AVMEDIA_TYPE_SUBTITLE, AV_CODEC_ID_SUBRIP))) {}
+
+  void add(const std::string& text, int64_t start, int64_t duration) {
+    EXPECT_TRUE(stream_->decodePacket(packetOf(text, start, duration).get()));
+  }
+
+  TextSubtitle at(int64_t inMilliseconds) {
+    return stream_->textSubtitleAt(milliseconds(inMilliseconds),
+                                   {.area = {{0, 0}, {200, 100}},
+                                    .picture = {200, 100},
+                                    .font = {.family = "DejaVu Sans", .size = 20}});
+  }
+
+  HandMadeContainer container_;
+  std::unique_ptr<LMFFMediaStream> stream_;
+};
+
+TEST_F(LMFFMediaStreamStyledText, PlainTextIsMarkupFromItsStartToBeforeItsEnd) {
+  add("<i>Hello</i>", 1000, 500);
+  const TextSubtitle shown{"<i>Hello</i>", nullptr};
+  EXPECT_EQ(at(999), TextSubtitle());
+  EXPECT_EQ(at(1000), shown);
+  EXPECT_EQ(at(1499), shown);
+  EXPECT_EQ(at(1500), TextSubtitle());
+}
+
+TEST_F(LMFFMediaStreamStyledText, TextWithAPlaceIsAPictureThere) {
+  add("{\\an8}Above", 1000, 500);
+  const TextSubtitle shown = at(1000);
+  EXPECT_EQ(shown.markup, std::nullopt);
+  ASSERT_TRUE(shown.image);
+  EXPECT_GT(shown.image->extent().origin.y, 50);
+  EXPECT_EQ(at(1400).image, shown.image);
+  EXPECT_EQ(at(1500), TextSubtitle());
+}
+
+TEST_F(LMFFMediaStreamStyledText, PlainTextBesideItIsDrawnToo) {
+  add("{\\an8}Above", 1000, 1000);
+  add("Below", 1500, 1000);
+  const Rect one = at(1400).image->extent();
+  const Rect both = at(1500).image->extent();
+  EXPECT_GT(one.origin.y, 50);
+  EXPECT_LT(both.origin.y, 50);
+  EXPECT_EQ(at(2000), (TextSubtitle{"Below", nullptr}));
+}
+
+TEST_F(LMFFMediaStreamStyledText, NothingIsLeftAfterASeek) {
+  add("{\\an8}Above", 1000, 500);
+  EXPECT_TRUE(at(1000).image);
+  stream_->seek(0);
+  EXPECT_EQ(at(1000), TextSubtitle());
+  add("{\\an8}Above", 1000, 500);
+  EXPECT_TRUE(at(1000).image);
 }
 
 TEST_F(LMFFMediaStreamText, FrameCarriesTimeAndLengthInTheStreamsTimeBase) {

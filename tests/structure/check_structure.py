@@ -34,6 +34,7 @@ HOMES = {
     "YUVPicture.h": "platform/image/bitmap", "ParagraphStyle.h": "platform/text",
     "Error.h": "platform", "Export.h": "platform", "IndexSet.h": "platform",
     "Fragment.h": "support", "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "MovieLook.h": "media",
+    "TextSubtitle.h": "media",
     "LMDVDInternal.h": "dvd",
 }
 

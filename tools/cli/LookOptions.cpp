@@ -14,7 +14,8 @@ namespace {
 
 /// The options that say how subtitles look.
 constexpr const char* kSubtitleStyle[] = {"--subtitle-font", "--subtitle-color",
-                                          "--subtitle-position", "--subtitle-outline"};
+                                          "--subtitle-position", "--subtitle-outline",
+                                          "--ignore-styles"};
 
 void addGeometry(Verb verb) {
   verb.option("--crop", "what to keep, in pixels from the upper left of the upright picture")
@@ -65,6 +66,7 @@ void addOverlays(Verb verb) {
   const auto add = [&](const char* name, const char* text, const char* type) {
     return verb.option(name, text).type(type).notEmpty();
   };
+  verb.flag("--ignore-styles", "draw all subtitles alike, whatever styles and places they name");
   add("--subtitle-font", "such as \"DejaVu Sans Bold 40\" (size in pixels)", "FONT");
   add("--subtitle-color", "a name or #RRGGBB (default: white)", "COLOUR");
   add("--subtitle-position",

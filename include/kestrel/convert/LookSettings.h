@@ -67,6 +67,9 @@ struct LookSettings {
   std::string subtitles = {};  ///< a file of subtitles to draw; "": none
   std::optional<TrackChoice> subtitleTrack =
       {};  ///< one of the input's own to draw, in place of a file
+  /// Draw all subtitles alike, whatever styles, places and colours they name.
+  bool ignoreStyles = false;
+  // How subtitles look that name no style of their own:
   std::optional<Font> subtitleFont = {};
   std::optional<Color> subtitleColor = {};
   std::optional<float> subtitleOutline = {};  ///< 0 to 100 pixels; absent: as suits the font

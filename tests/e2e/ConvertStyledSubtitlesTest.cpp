@@ -1,0 +1,192 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+
+#include "tests/e2e/Look.h"
+
+namespace kestrel::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kWidth = 320;
+constexpr int kHeight = 180;
+
+const char* const kScript =
+    "[Script Info]\nScriptType: v4.00+\nPlayResX: 320\nPlayResY: 180\n"
+    "ScaledBorderAndShadow: yes\n\n"
+    "[V4+ Styles]\nFormat: Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, "
+    "OutlineColour, BackColour, Bold, Italic, Underline, StrikeOut, ScaleX, ScaleY, Spacing, "
+    "Angle, BorderStyle, Outline, Shadow, Alignment, MarginL, MarginR, MarginV, Encoding\n"
+    "Style: Default,DejaVu Sans,20,&H00FFFFFF,&H000000FF,&H00000000,&H80000000,0,0,0,0,100,100,0,0,"
+    "1,2,1,2,10,10,10,1\n"
+    "Style: Top,FONT,18,&H00C0C0C0,&H000000FF,&H00404040,&H80000000,-1,0,0,0,100,100,0,0,"
+    "1,1,0,8,10,10,10,1\n\n"
+    "[Events]\nFormat: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n"
+    "Dialogue: 0,0:00:00.00,0:00:01.00,Default,,0,0,0,,Plain {\\i1}words{\\i0}, and a comma\n"
+    "Dialogue: 0,0:00:00.20,0:00:01.00,Top,,0,0,0,,At the top\n"
+    "Dialogue: 1,0:00:00.00,0:00:00.60,Default,,0,0,0,,{\\an5\\pos(160,90)\\frz20\\blur2}Turned\n"
+    "Dialogue: 0,0:00:00.00,0:00:01.00,Default,,0,0,0,,{\\an1\\pos(10,150)\\k40}Ka{\\k40}ra\n";
+
+class ConvertStyledSubtitles : public LookTest {
+ protected:
+  fs::path grey() { return made("grey.mkv", "color=0x808080:s=320x180:r=5:d=1"); }
+
+  fs::path written(const std::string& name, const std::string& text) {
+    std::ofstream(folder_ / name, std::ios::binary) << text;
+    return folder_ / name;
+  }
+
+  /// A script whose upper line is in the font of a family.
+  static std::string scriptWith(const std::string& family) {
+    std::string script = kScript;
+    return script.replace(script.find("FONT"), 4, family);
+  }
+
+  fs::path lossless(const fs::path& source, const Arguments& options, const std::string& name) {
+    const auto output = folder_ / name;
+    EXPECT_TRUE(converts(source, output, joined(options, {"--video-codec", "ffv1"})));
+    return output;
+  }
+
+  /// The rows of a picture that are brighter than its background, from the first to the last.
+  static std::pair<int, int> rowsWithText(const std::string& picture) {
+    std::pair<int, int> rows{kHeight, -1};
+    for (int i = 0; i < kWidth * kHeight; ++i)
+      if (static_cast<uint8_t>(picture[static_cast<size_t>(i)]) > 180)
+        rows = {std::min(rows.first, i / kWidth), i / kWidth};
+    return rows;
+  }
+};
+
+/// Whether ffmpeg's picture changes so little around a pixel that no edge is near.
+bool isFlat(const std::string& picture, int x, int y) {
+  int low = 255;
+  int high = 0;
+  for (int dy = -1; dy <= 1; ++dy)
+    for (int dx = -1; dx <= 1; ++dx) {
+      const int value =
+          static_cast<uint8_t>(picture[static_cast<size_t>((y + dy) * kWidth + x + dx)]);
+      low = std::min(low, value);
+      high = std::max(high, value);
+    }
+  return high - low <= 4;
+}
+
+TEST_F(ConvertStyledSubtitles, AScriptLooksAsFfmpegDrawsIt) {
+  const auto source = grey();
+  const auto script = written("script.ass", scriptWith("DejaVu Serif"));
+  const auto reference = folder_ / "reference.mkv";
+  ffmpeg(
+      {"-i", source.string(), "-vf", "ass=" + script.string(), "-c:v", "ffv1", reference.string()});
+  const auto ours =
+      greyPictures(lossless(source, {"--subtitles", script.string()}, "ours.mkv"), kWidth, kHeight);
+  const auto theirs = greyPictures(reference, kWidth, kHeight);
+  ASSERT_EQ(ours.size(), 5u);
+  ASSERT_EQ(theirs.size(), 5u);
+  for (size_t i = 0; i < ours.size(); ++i) {
+    int flat = 0;
+    int marked = 0;
+    int worst = 0;
+    int64_t sum = 0;
+    for (int y = 1; y < kHeight - 1; ++y)
+      for (int x = 1; x < kWidth - 1; ++x) {
+        const auto at = static_cast<size_t>(y * kWidth + x);
+        const int difference =
+            std::abs(static_cast<uint8_t>(ours[i][at]) - static_cast<uint8_t>(theirs[i][at]));
+        sum += difference;
+        if (std::abs(static_cast<uint8_t>(theirs[i][at]) - 128) > 40) ++marked;
+        if (!isFlat(theirs[i], x, y)) continue;
+        ++flat;
+        worst = std::max(worst, difference);
+      }
+    EXPECT_GT(marked, 2000) << i;  // there is something to compare
+    EXPECT_GT(flat, 40000) << i;
+    EXPECT_LE(worst, 2) << i;
+    EXPECT_LT(static_cast<double>(sum) / (kWidth * kHeight), 0.3) << i;
+  }
+}
+
+TEST_F(ConvertStyledSubtitles, TagsOfSubRipPlaceAndColourUnlessIgnored) {
+  const auto source = grey();
+  const auto text = written("text.srt",
+                            "1\n00:00:00,000 --> 00:00:00,500\nA plain one\n\n"
+                            "2\n00:00:00,500 --> 00:00:01,000\n{\\an8}At the top\n\n");
+  const auto styled =
+      greyPictures(lossless(source, {"--subtitles", text.string()}, "styled.mkv"), kWidth, kHeight);
+  const auto alike =
+      greyPictures(lossless(source, {"--subtitles", text.string(), "--ignore-styles"}, "alike.mkv"),
+                   kWidth, kHeight);
+  ASSERT_EQ(styled.size(), 5u);
+  EXPECT_TRUE(styled[0] == alike[0]);
+  EXPECT_LT(rowsWithText(styled[4]).second, kHeight / 4);
+  EXPECT_GT(rowsWithText(alike[4]).first, kHeight * 3 / 4);
+  // Both kinds are as large, and as far from their edge.
+  const auto [top, bottom] = rowsWithText(styled[4]);
+  const auto [upper, lower] = rowsWithText(alike[4]);
+  EXPECT_NEAR(bottom - top, lower - upper, 2);
+}
+
+TEST_F(ConvertStyledSubtitles, CharactersAreReadByName) {
+  const auto source = grey();
+  const auto named =
+      written("named.srt", "1\n00:00:00,000 --> 00:00:01,000\nTom &amp; J&eacute;r&#244;me\n\n");
+  const auto plain = written("plain.srt", "1\n00:00:00,000 --> 00:00:01,000\nTom & Jérôme\n\n");
+  EXPECT_TRUE(
+      greyPictures(lossless(source, {"--subtitles", named.string()}, "a.mkv"), kWidth, kHeight) ==
+      greyPictures(lossless(source, {"--subtitles", plain.string()}, "b.mkv"), kWidth, kHeight));
+  // Another form of text has the characters themselves.
+  const auto with = folder_ / "with.mkv";
+  ffmpeg({"-i", source.string(), "-i", named.string(), "-map", "0", "-map", "1", "-c", "copy",
+          with.string()});
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(with, output, {"--video-codec", "mpeg4"}));
+  EXPECT_NE(ffmpeg({"-i", output.string(), "-map", "0:s", "-f", "srt", "-"}).find("Tom & Jérôme"),
+            std::string::npos);
+}
+
+/// A font whose family has a name that no installed one has.
+std::string renamedFont(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  std::string bytes(std::istreambuf_iterator<char>(stream), {});
+  const std::string old = "DejaVu";
+  const std::string next = "Quirky";
+  const auto wide = [](const std::string& text) {
+    std::string result;
+    for (const char c : text) result += {'\0', c};
+    return result;
+  };
+  for (const auto& [from, to] : {std::pair{old, next}, {wide(old), wide(next)}})
+    for (size_t at = 0; (at = bytes.find(from, at)) != std::string::npos; at += to.size())
+      bytes.replace(at, from.size(), to);
+  return bytes;
+}
+
+TEST_F(ConvertStyledSubtitles, FontsThatComeAlongAreUsed) {
+  // The style that uses it is bold.
+  const fs::path font = "/usr/share/fonts/truetype/dejavu/DejaVuSansMono-Bold.ttf";
+  if (!fs::exists(font)) GTEST_SKIP() << "there is no " << font;
+  const auto source = grey();
+  const auto attached = written("quirky.ttf", renamedFont(font));
+  const auto pictures = [&](const std::string& family, bool isAttached) {
+    const auto script = written("script.ass", scriptWith(family));
+    const auto with = folder_ / "with.mkv";
+    Arguments arguments{"-y", "-i", source.string(), "-i", script.string(), "-map", "0", "-map",
+                        "1",  "-c", "copy"};
+    if (isAttached)
+      arguments = joined(arguments, {"-attach", attached.string(), "-metadata:s:t",
+                                     "mimetype=application/x-truetype-font"});
+    ffmpeg(joined(arguments, {with.string()}));
+    return greyPictures(lossless(with, {"--subtitle-track", "0", "--force"}, "out.mkv"), kWidth,
+                        kHeight);
+  };
+  const auto installed = pictures("DejaVu Sans Mono", false);
+  EXPECT_TRUE(pictures("Quirky Sans Mono", true) == installed);
+  EXPECT_FALSE(pictures("Quirky Sans Mono", false) == installed);
+}
+
+}  // namespace
+}  // namespace kestrel::test
