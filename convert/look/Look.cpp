@@ -7,6 +7,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include "convert/look/Overlay.h"
+#include "convert/settings/LookNumbers.h"
 
 namespace kestrel {
 
@@ -89,11 +90,8 @@ Look::Look(const LookSettings& settings, const VideoInfo& pictures,
       (changesSense ? -own.counterclockwise : own.counterclockwise) - settings.rotate, 360));
   look_.hflip = own.mirrored != settings.hflip;
   look_.vflip = settings.vflip;
-  look_.saturation = settings.saturation;
-  look_.brightness = settings.brightness;
-  look_.contrast = settings.contrast;
-  look_.hue = settings.hue;
   look_.scaler = settings.scaler;
+  for (const LookNumber& number : kLookNumbers) look_.*number.target = settings.*number.member;
   if (!settings.effect.empty()) look_.effectName = settings.effect;
 
   pixelAspect_ = pixelAspectOf(pictures);
@@ -132,6 +130,7 @@ bool Look::isDrawn() const {
   turned.rotate = look_.rotate;
   turned.hflip = look_.hflip;
   turned.vflip = look_.vflip;
+  turned.subtitlePosition = look_.subtitlePosition;  // of no meaning without subtitles
   const LookSettings& s = settings_;
   return look_ != turned || s.crop || s.autoCrop || s.zoom || s.watermark || !s.subtitles.empty() ||
          s.subtitleTrack;
@@ -153,7 +152,6 @@ void Look::apply(LMFFMovie& movie, Size output) const {
       static_cast<float>(look.subtitleFont->size * kDefaultOutline));
   look.subtitleMargin = kSubtitleMargin;
   look.subtitleColor = settings_.subtitleColor;
-  look.subtitlePosition = settings_.subtitlePosition;
   movie.setLook(look);
   movie.setOutputVideoSize(output);
   if (!settings_.subtitles.empty()) openSubtitles(movie, settings_.subtitles);

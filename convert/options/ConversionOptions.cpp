@@ -17,6 +17,7 @@
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
 #include <kestrel/convert/Values.h>
+#include "convert/settings/LookNumbers.h"
 
 namespace kestrel {
 
@@ -179,14 +180,8 @@ double parseAnyNumber(std::string_view option, const std::string& text) {
   return parseNumber(option, text);
 }
 
-/// On the scales of the look's colours, and others that people rarely leave.
-template <int high>
-float parseUpTo(std::string_view option, const std::string& text) {
-  return static_cast<float>(parseNumber(option, text, 0, high));
-}
-
-float parsePosition(std::string_view option, const std::string& text) {
-  return static_cast<float>(parseNumber(option, text, 0, 0.9));  // at 1 there is no room for a text
+float parseOutline(std::string_view option, const std::string& text) {
+  return static_cast<float>(parseNumber(option, text, 0, 100));
 }
 
 int parseSampleRate(std::string_view option, const std::string& text) {
@@ -373,7 +368,7 @@ constexpr Row<ConversionSettings> kRows[] = {
     {"no-metadata", turn<&C::keepsMetadata, false>, kSwitch},
 };
 
-constexpr Row<LookSettings> kLookRows[] = {
+constexpr auto kOtherLookRows = std::to_array<Row<LookSettings>>({
     {"crop", set<&L::crop, parseArea>, kText, kPictures, "crop"},
     {"auto-crop", turn<&L::autoCrop>, kSwitch, kPictures, "crop"},
     {"zoom", set<&L::zoom, parseZoom>, kText, kPictures},
@@ -382,10 +377,6 @@ constexpr Row<LookSettings> kLookRows[] = {
     {"rotate", set<&L::rotate, parseAnyNumber>, kNumber, kPictures},
     {"hflip", turn<&L::hflip>, kSwitch, kPictures},
     {"vflip", turn<&L::vflip>, kSwitch, kPictures},
-    {"saturation", set<&L::saturation, parseUpTo<10>>, kNumber, kPictures},
-    {"brightness", set<&L::brightness, parseUpTo<10>>, kNumber, kPictures},
-    {"contrast", set<&L::contrast, parseUpTo<10>>, kNumber, kPictures},
-    {"hue", set<&L::hue, parseUpTo<10>>, kNumber, kPictures},
     {"effect", set<&L::effect, parseText>, kText, kPictures},
     {"watermark", set<&L::watermark, parseWatermark>, kText, kPictures},
     {"subtitles", set<&L::subtitles, parseText>, kText, kPictures, "subtitles"},
@@ -393,9 +384,26 @@ constexpr Row<LookSettings> kLookRows[] = {
     {"ignore-styles", turn<&L::ignoreStyles>, kSwitch, kPictures},
     {"subtitle-font", set<&L::subtitleFont, parseFont>, kText, kPictures},
     {"subtitle-color", set<&L::subtitleColor, parseColor>, kText, kPictures},
-    {"subtitle-position", set<&L::subtitlePosition, parsePosition>, kNumber, kPictures},
-    {"subtitle-outline", set<&L::subtitleOutline, parseUpTo<100>>, kNumber, kPictures},
-};
+    {"subtitle-outline", set<&L::subtitleOutline, parseOutline>, kNumber, kPictures},
+});
+
+template <size_t number>
+void setNumber(LookSettings& look, std::string_view option, const std::string& text) {
+  constexpr LookNumber kFacts = kLookNumbers[number];
+  look.*kFacts.member = static_cast<float>(parseNumber(option, text, kFacts.low, kFacts.high));
+}
+
+/// The rows of numbers, behind the others.
+template <size_t... number>
+constexpr auto withNumbers(std::index_sequence<number...> /*all*/) {
+  std::array<Row<LookSettings>, kOtherLookRows.size() + sizeof...(number)> rows{};
+  const std::array numbers{
+      Row<LookSettings>{kLookNumbers[number].option, setNumber<number>, kNumber, kPictures}...};
+  std::ranges::copy(numbers, std::ranges::copy(kOtherLookRows, rows.begin()).out);
+  return rows;
+}
+
+constexpr auto kLookRows = withNumbers(std::make_index_sequence<kLookNumbers.size()>());
 
 template <typename Settings>
 const Row<Settings>* find(std::span<const Row<Settings>> rows, const std::string& name) {

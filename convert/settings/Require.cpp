@@ -13,6 +13,7 @@
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include "convert/settings/LookNumbers.h"
 
 namespace kestrel {
 
@@ -28,11 +29,9 @@ constexpr double kNarrowest = 0.01;  // width / height
 constexpr double kWidest = 100;
 constexpr int kLowestSampleRate = 1000;  // Hz
 constexpr int kHighestSampleRate = 768000;
-constexpr double kLoudest = 1000;  // 60 dB: more than any recording is too quiet by
-constexpr double kStrongestColor = 10;
-constexpr double kHighestSubtitles = 0.9;  // at 1 there is no room for a text
-constexpr double kWidestOutline = 100;     // pixels
-constexpr double kLargestFont = 10000;     // pixels
+constexpr double kLoudest = 1000;       // 60 dB: more than any recording is too quiet by
+constexpr double kWidestOutline = 100;  // pixels
+constexpr double kLargestFont = 10000;  // pixels
 constexpr double kLargestScale = 100;
 
 void requireWatermark(const Watermark& mark) {
@@ -50,7 +49,6 @@ void requireSubtitles(const LookSettings& look) {
   if (!look.subtitles.empty() && look.subtitleTrack)
     refuseBeside("subtitles", "a track of the input's own");
   if (look.subtitleTrack) requireChoice("subtitleTrack", *look.subtitleTrack);
-  requireNumber("subtitlePosition", look.subtitlePosition, 0, kHighestSubtitles);
   if (look.subtitleOutline)
     requireNumber("subtitleOutline", *look.subtitleOutline, 0, kWidestOutline);
   if (look.subtitleFont) requireNumber("subtitleFont", look.subtitleFont->size, 1, kLargestFont);
@@ -166,11 +164,8 @@ void require(const LookSettings& look) {
                 Resampling::kMitchell, Resampling::kLanczos3});
   if (look.displayAspect != 0) requireAspect("displayAspect", look.displayAspect);
   if (!std::isfinite(look.rotate)) refuse("rotate", "the angle must be finite");
-  for (const auto& [setting, value] : {std::pair{"saturation", look.saturation},
-                                       {"brightness", look.brightness},
-                                       {"contrast", look.contrast},
-                                       {"hue", look.hue}})
-    requireNumber(setting, value, 0, kStrongestColor);
+  for (const LookNumber& number : kLookNumbers)
+    requireNumber(number.setting, look.*number.member, number.low, number.high);
   requireEffect(look.effect);
   if (look.watermark) requireWatermark(*look.watermark);
   requireSubtitles(look);
