@@ -23,10 +23,7 @@ void endSubtitle(AVPacket& packet, int64_t length, AVRational base) {
 
 EncodedVideoTrack::EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate,
                                      PictureShaper shape)
-    : feed_(movie, span.start, rate),
-      shape_(std::move(shape)),
-      start_(span.start),
-      stop_(span.length()) {}
+    : feed_(movie, span.start, rate, std::move(shape)), stop_(span.length()) {}
 
 int64_t EncodedVideoTrack::time() const {
   // A picture that would show for less than half its time is left out, unless it is the only one.
@@ -40,11 +37,9 @@ int64_t EncodedVideoTrack::end() const {
 }
 
 Track::Job EncodedVideoTrack::step() {
-  const int64_t middle = start_ + feed_.time() + feed_.tickDuration() / 2;
   auto picture = feed_.next();
   ended_ = !picture;
   if (ended_) return {};
-  if (shape_) picture = shape_(picture, middle);
   return
       [picture = std::move(picture)](LMFFMovieFileOutput& output) { output.writeImage(picture); };
 }

@@ -20,8 +20,8 @@
 #include "convert/feed/LoudnessMeter.h"
 #include "convert/feed/PeakLimiter.h"
 #include "convert/feed/PictureFeed.h"
+#include "convert/feed/PictureShaper.h"
 #include "convert/feed/SoundCheck.h"
-#include "convert/feed/VideoFeed.h"
 
 namespace kestrel {
 
@@ -69,11 +69,6 @@ class Track {
   virtual Job finish() { return {}; }
 };
 
-/// Makes of a decoded frame, shown at a time (microseconds on the movie's time line), the picture
-/// that is encoded. Empty where frames go on as they are.
-using PictureShaper =
-    std::function<std::shared_ptr<LMFFImage>(const std::shared_ptr<LMFFImage>&, int64_t time)>;
-
 class EncodedVideoTrack : public Track {
  public:
   EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, PictureShaper shape);
@@ -82,9 +77,7 @@ class EncodedVideoTrack : public Track {
   int64_t end() const override;
 
  private:
-  VideoFeed feed_;
-  PictureShaper shape_;
-  const int64_t start_;
+  ShapedFeed feed_;
   const std::optional<int64_t> stop_;
   bool ended_ = false;
 };

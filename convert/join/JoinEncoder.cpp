@@ -18,8 +18,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include "convert/feed/JobQueue.h"
-#include "convert/feed/PictureMaker.h"
-#include "convert/feed/VideoFeed.h"
+#include "convert/feed/PictureShaper.h"
 #include "convert/join/JoinSounds.h"
 #include "convert/look/Look.h"
 #include "convert/probe/Codecs.h"
@@ -70,13 +69,12 @@ class PartPictures {
   /// The next picture, null when there is none any more.
   std::shared_ptr<LMFFImage> next() {
     if (!feed_) return nullptr;
-    const int64_t middle = feed_->time() + feed_->tickDuration() / 2;
     auto picture = feed_->next();
     if (!picture) {
       reached_ = feed_->time();
       feed_.reset();
     }
-    return picture && maker_ ? maker_->make(picture, middle) : picture;
+    return picture;
   }
 
   InputEnd inputEnd() const {
@@ -99,20 +97,17 @@ class PartPictures {
       settings.zoom = Zoom::kFit;
       look = Look(settings, video);
     }
-    if (!look.isPlain()) {
-      look.apply(movie_, size);
-      maker_ = std::make_unique<PictureMaker>(movie_, *output.videoConverter());
-    }
+    if (look.isDrawn()) look.apply(movie_, size);
     const AVRational ticks = av_mul_q({plan.format.framerate, plan.format.frameTime},
                                       av_inv_q(av_d2q(part.input.rate, kMostExactRate)));
-    feed_ = std::make_unique<VideoFeed>(movie_, start, Rational{ticks.num, ticks.den});
+    feed_ = std::make_unique<ShapedFeed>(movie_, start, Rational{ticks.num, ticks.den},
+                                         shaperOf(look, movie_, output, plan.pixelFormat));
   }
 
   static constexpr int kMostExactRate = 100000;
 
   LMFFMovie movie_;
-  std::unique_ptr<VideoFeed> feed_;
-  std::unique_ptr<PictureMaker> maker_;
+  std::unique_ptr<ShapedFeed> feed_;
   int64_t reached_ = 0;
 };
 

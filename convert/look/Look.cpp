@@ -117,8 +117,6 @@ Look::Look(const LookSettings& settings, const VideoInfo& pictures,
   }
 }
 
-bool Look::isPlain() const { return !isDrawn() && turn().isNone() && !isTransparent_; }
-
 bool Look::isDrawn() const {
   if (!isQuarterTurn(look_.rotate)) return true;
   // Drawing knows where samples of colour lie between pixels; a turn of whole planes keeps depth.

@@ -23,9 +23,6 @@ class Look {
   Look(const LookSettings& settings, const VideoInfo& pictures,
        const std::optional<Area>& picture = {});
 
-  /// Whether pictures may go to the output as they were decoded.
-  bool isPlain() const;
-
   /// Whether they are drawn, which is done in 8 bits. Others stay in their own format; deep or
   /// transparent ones also where they are turned by quarters, mirrored or laid on black.
   bool isDrawn() const;

@@ -19,12 +19,10 @@
 
 #include <kestrel/convert/Failure.h>
 #include "convert/feed/JobQueue.h"
-#include "convert/feed/PictureMaker.h"
-#include "convert/feed/PictureTurner.h"
+#include "convert/feed/PictureShaper.h"
 #include "convert/feed/Readers.h"
 #include "convert/feed/Tracks.h"
 #include "convert/look/Look.h"
-#include "convert/plan/PictureEncoding.h"
 #include "convert/run/PlannedOutput.h"
 #include "convert/run/RunFiles.h"
 
@@ -191,17 +189,7 @@ class ConversionRun::Work {
     return part_ != Part::kFirstPass || isEncodedPictures(stream);
   }
 
-  /// What frames go through before they are encoded.
-  PictureShaper makeShaper() {
-    using Frame = std::shared_ptr<LMFFImage>;
-    if (look_.isDrawn())
-      return [maker = std::make_shared<PictureMaker>(movie_, *files_.first().videoConverter())](
-                 const Frame& frame, int64_t time) { return maker->make(frame, time); };
-    const bool flattens = look_.isTransparent() && !hasAlpha(plan_.pixelFormat);
-    if (look_.turn().isNone() && !flattens) return {};
-    return [turner = std::make_shared<PictureTurner>(look_.turn(), flattens)](
-               const Frame& frame, int64_t) { return turner->make(frame); };
-  }
+  PictureShaper makeShaper() { return shaperOf(look_, movie_, files_.first(), plan_.pixelFormat); }
 
   std::unique_ptr<Track> makeTrack(const RunFiles::Output& output, const Span& span,
                                    int64_t preroll, const Track* leader) {
