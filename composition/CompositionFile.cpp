@@ -200,8 +200,7 @@ bool CompositionFile::storesOnlyOrder() const {
 
 /// Whether sound is played where it lies in the file.
 bool CompositionFile::placesByOrder() const {
-  static constexpr std::string_view kOfSamples[] = {"wav", "w64", "aiff", "au", "caf"};
-  return storesOnlyOrder() || std::ranges::count(kOfSamples, muxer_.context()->oformat->name) > 0;
+  return storesOnlyOrder() || placesSoundByOrder(*muxer_.context()->oformat);
 }
 
 /// Whether a packet lies where a container without times has it: behind the one before, the first

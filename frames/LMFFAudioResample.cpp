@@ -95,7 +95,7 @@ void setMonoToSidesMatrix(SwrContext* context, int64_t outLayout) {
   if ((outLayout & sides) != sides || (outLayout & AV_CH_FRONT_CENTER)) return;
   std::vector<double> matrix;
   for (int bit = 0; bit < 64; bit++) {
-    const int64_t channel = static_cast<int64_t>(uint64_t{1} << bit);
+    const auto channel = static_cast<int64_t>(uint64_t{1} << bit);
     if (outLayout & channel) matrix.push_back((sides & channel) ? 1.0 : 0.0);
   }
   swr_set_matrix(context, matrix.data(), 1);

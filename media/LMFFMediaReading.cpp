@@ -7,12 +7,12 @@
 #include <kestrel/TextSubtitle.h>
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 #include "media/LMFFMediaState.h"
 #include "media/StreamTime.h"
 #include "media/SubtitleHistory.h"
+#include "support/Containers.h"
 
 namespace kestrel {
 
@@ -38,10 +38,6 @@ constexpr int kMostPacketsForSubtitle = 20000;
 
 int64_t packetTime(const AVPacket& packet) {
   return packet.pts == AV_NOPTS_VALUE ? packet.dts : packet.pts;
-}
-
-bool isFormat(const AVFormatContext& context, std::string_view name) {
-  return context.iformat->name == name;
 }
 
 /// Whether a stream's first packet is not later than a time; of pictures, a key picture.
@@ -290,13 +286,13 @@ void LMFFMedia::seek(int64_t time) {
 
   // RealMedia's index is coarse: aim a tenth of a second earlier.
   const int64_t containerTarget =
-      isFormat(*context, "rm")
+      isRealMedia(*context)
           ? static_cast<int64_t>(static_cast<double>(target) - 0.1 * kMicroseconds.den)
           : clamped;
   // What comes only once is read from where it is; and a demuxer at its beginning has every packet
   // still to come, where seeking there would drop those that lie before the first key picture.
   // A picture file's demuxer gives nothing after a seek to its one picture.
-  const bool isFresh = !state_->hasRead && (time <= 0 || isFormat(*context, "image2"));
+  const bool isFresh = !state_->hasRead && (time <= 0 || isOfPictureFiles(*context));
   const auto input = source();
   const bool canSeek = input->isSeekable() && !isFresh;
   if (canSeek) showFirstPackets();
@@ -308,7 +304,7 @@ void LMFFMedia::seek(int64_t time) {
     else
       input->seekBackward(clamped);
   }
-  if (canSeek && isFormat(*context, "asf")) correctAsfSeek(target);
+  if (canSeek && isAsf(*context)) correctAsfSeek(target);
   // The queue of copied pictures holds the newest packet alone: from the start, keep the first.
   const auto hasFirstPicture = [this, time] {
     const auto stream = time <= 0 ? videoStream() : nullptr;
@@ -325,7 +321,7 @@ void LMFFMedia::seek(int64_t time) {
   // Decoders lag behind what they are given: go on until the picture itself is there.
   while (!hasPictureFor(time) && !isBeyond(target + kLookAhead) && forwardNextPacket()) {
   }
-  if (isFormat(*context, "mp3") && hasAudio())
+  if (isMp3(*context) && hasAudio())
     while (audioStream()->outputSamples() == 0 && forwardNextPacket()) {
     }
 }

@@ -2,11 +2,11 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <string_view>
 #include <thread>
 #include <utility>
 
 #include "sources/ClockSamples.h"
+#include "support/Containers.h"
 
 namespace kestrel {
 
@@ -25,7 +25,7 @@ void DemuxerReader::open(AVFormatContext* context, std::shared_ptr<SharedClock> 
   clock_ = std::move(clock);
   readMap_ = std::move(readMap);
   isSteady_ = !clock_;
-  tellsOrderAsTime_ = std::string_view(context->iformat->name) == "mxf";
+  tellsOrderAsTime_ = tellsOrderAsTime(*context);
 }
 
 void DemuxerReader::close() {

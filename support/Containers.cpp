@@ -57,6 +57,44 @@ bool takesLateChapters(const AVOutputFormat& container) {
   return isOneOf(container, {"mp4", "mov", "ipod", "matroska", "webm"});
 }
 
+bool isTransportStream(const AVOutputFormat& container) { return isOneOf(container, {kTransport}); }
+
+bool isMatroska(const AVOutputFormat& container) { return isOneOf(container, {"matroska"}); }
+
+bool isCaf(const AVOutputFormat& container) { return isOneOf(container, {"caf"}); }
+
+bool isRowOfPackets(const AVOutputFormat& container) { return isOneOf(container, {"wav", "w64"}); }
+
+bool placesSoundByOrder(const AVOutputFormat& container) {
+  return isOneOf(container, {"wav", "w64", "aiff", "au", "caf"});
+}
+
+bool holdsAnyTime(const AVOutputFormat& container) {
+  return isOneOf(container, {"mp4", "mov", "ipod", "matroska", "webm", kTransport, "flv", "nut"});
+}
+
+bool holdsOneSound(const AVOutputFormat& container) {
+  return isOneOf(container, {"wav",  "w64",  "mp3", "mp2",    "flac",  "adts", "ac3", "eac3",
+                             "aiff", "au",   "tta", "wv",     "amr",   "caf",  "flv", "opus",
+                             "oga",  "latm", "dts", "truehd", "spdif", "voc",  "mmf"});
+}
+
+bool holdsChapters(const AVOutputFormat& container) {
+  return takesLateChapters(container) ||
+         isOneOf(container,
+                 {"asf", "mp3", "nut", "ogg", "oga", "ogv", "opus", "spx", "aiff", "ffmetadata"});
+}
+
+bool holdsCovers(const AVOutputFormat& container) {
+  return isOneOf(container, {"mp4", "ipod", "mp3", "flac", "matroska"});
+}
+
+bool holdsAttachments(const AVOutputFormat& container) { return isMatroska(container); }
+
+bool outlivedItsCodecs(const AVOutputFormat& container) {
+  return isOneOf(container, {"3gp", "3g2", kTransport, "flv"});
+}
+
 bool isAvi(const AVFormatContext& input) { return isOneOf(input, {"avi"}); }
 
 bool isMpeg4(const AVFormatContext& input) { return isOneOf(input, {kMpeg4}); }
@@ -65,8 +103,18 @@ bool isBroadcast(const AVFormatContext& input) { return isOneOf(input, {kTranspo
 
 bool isTransportStream(const AVFormatContext& input) { return isOneOf(input, {kTransport}); }
 
+bool isAsf(const AVFormatContext& input) { return isOneOf(input, {"asf"}); }
+
+bool isMp3(const AVFormatContext& input) { return isOneOf(input, {"mp3"}); }
+
+bool isRealMedia(const AVFormatContext& input) { return isOneOf(input, {"rm"}); }
+
+bool isOfPictureFiles(const AVFormatContext& input) { return isOneOf(input, {"image2"}); }
+
+bool tellsOrderAsTime(const AVFormatContext& input) { return isOneOf(input, {"mxf"}); }
+
 bool leavesTimesOut(const AVFormatContext& input) {
-  return isBroadcast(input) || isOneOf(input, {"mxf"});
+  return isBroadcast(input) || tellsOrderAsTime(input);
 }
 
 bool tellsStreamEndsFromZero(const AVFormatContext& input) {

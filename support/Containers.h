@@ -37,6 +37,37 @@ bool goesBack(const AVOutputFormat& container);
 /// Others write them in their header, and some write that anew at the end, over what is behind it.
 bool takesLateChapters(const AVOutputFormat& container);
 
+bool isTransportStream(const AVOutputFormat& container);
+
+/// The one for pictures; its kin for sound alone and for the web have names of their own.
+bool isMatroska(const AVOutputFormat& container);
+
+bool isCaf(const AVOutputFormat& container);
+
+/// Whether packets lie there one behind the other without a word where each begins.
+bool isRowOfPackets(const AVOutputFormat& container);
+
+/// Whether sound is played where it lies in the file, whatever its time stamps are.
+bool placesSoundByOrder(const AVOutputFormat& container);
+
+/// Whether pictures may show at any time, not just at multiples of a frame's duration.
+bool holdsAnyTime(const AVOutputFormat& container);
+
+/// Whether it holds no more than one track of sound.
+bool holdsOneSound(const AVOutputFormat& container);
+
+bool holdsChapters(const AVOutputFormat& container);
+
+/// Whether a container stores a cover: a picture that belongs to the file, beside its streams.
+bool holdsCovers(const AVOutputFormat& container);
+
+/// Whether it stores attachments, such as fonts.
+bool holdsAttachments(const AVOutputFormat& container);
+
+/// Whether everybody has come to store H.264 and AAC in a container whose muxer still proposes what
+/// it was made for.
+bool outlivedItsCodecs(const AVOutputFormat& container);
+
 // Containers that are read.
 
 bool isAvi(const AVFormatContext& input);
@@ -48,6 +79,18 @@ bool isMpeg4(const AVFormatContext& input);
 bool isBroadcast(const AVFormatContext& input);
 
 bool isTransportStream(const AVFormatContext& input);
+
+bool isAsf(const AVFormatContext& input);
+
+bool isMp3(const AVFormatContext& input);
+
+bool isRealMedia(const AVFormatContext& input);
+
+/// Picture files, a single one among them.
+bool isOfPictureFiles(const AVFormatContext& input);
+
+/// Whether the demuxer may take times at which pictures are decoded for those at which they show.
+bool tellsOrderAsTime(const AVFormatContext& input);
 
 /// Whether packets leave out times that their neighbours tell.
 bool leavesTimesOut(const AVFormatContext& input);

@@ -31,7 +31,6 @@
 #include "support/FFmpegOwners.h"
 #include "support/Pipes.h"
 #include "support/Words.h"
-#include "support/copy/Covers.h"
 #include "support/encode/KeyOrders.h"
 
 extern "C" {

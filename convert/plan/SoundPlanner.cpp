@@ -17,6 +17,7 @@
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Streams.h"
 #include "convert/settings/Require.h"
+#include "support/Containers.h"
 #include "support/EverydaySound.h"
 #include "support/encode/EncoderCompat.h"
 

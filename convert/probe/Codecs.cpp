@@ -46,12 +46,6 @@ int answerOf(const AVOutputFormat& format, AVCodecID codec) {
 /// Whether a muxer says that it takes a codec, be it by a list of tags alone.
 bool isTold(const AVOutputFormat& format, AVCodecID codec) { return answerOf(format, codec) > 0; }
 
-/// Whether packets lie there one behind the other without a word where each begins.
-bool isRowOfPackets(const AVOutputFormat& format) {
-  const std::string_view name = format.name;
-  return name == "wav" || name == "w64";
-}
-
 /// Whether a muxer that takes a codec puts it where players will not find it.
 bool misplaces(const AVOutputFormat& format, AVCodecID codec) {
   // The muxer takes anything, but writes what is none of these as data without a name.
@@ -64,10 +58,9 @@ bool misplaces(const AVOutputFormat& format, AVCodecID codec) {
   // Their encoders' packets do not say where they begin.
   static const std::set<AVCodecID> kNeedFraming{AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS,
                                                 AV_CODEC_ID_SPEEX};
-  const std::string_view name = format.name;
-  if (name == "mpegts") return !kInTransportStream.contains(codec);
+  if (isTransportStream(format)) return !kInTransportStream.contains(codec);
   if (isRowOfPackets(format) && kNeedFraming.contains(codec)) return true;
-  return name == "caf" && codec == AV_CODEC_ID_AAC;  // has a tag for it all the same
+  return isCaf(format) && codec == AV_CODEC_ID_AAC;  // has a tag for it all the same
 }
 
 /// The same of a stream's own packets: those of AAC may begin with headers that tell their framing,
@@ -80,7 +73,7 @@ bool misplaces(const AVOutputFormat& format, const AVCodecParameters& parameters
 /// Whether a container has a place for a codec, one that players will find it in.
 bool holds(const AVOutputFormat& format, AVCodecID codec) {
   if (misplaces(format, codec)) return false;
-  if (std::string_view(format.name) == "mpegts") return true;
+  if (isTransportStream(format)) return true;
   return answerOf(format, codec) != 0;
 }
 
@@ -94,13 +87,6 @@ AVCodecID orElse(const AVOutputFormat& format, AVCodecID own,
            av_codec_get_tag(format.codec_tag, codec) != 0;
   });
   return found == others.end() ? own : *found;
-}
-
-/// Whether everybody has come to store H.264 and AAC in a container whose muxer still proposes what
-/// it was made for.
-bool outlivedItsCodecs(const AVOutputFormat& format) {
-  static const std::set<std::string_view> kNames{"3gp", "3g2", "mpegts", "flv"};
-  return kNames.contains(format.name);
 }
 
 /// All names that a user might have meant.
@@ -203,16 +189,14 @@ AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& pat
 
 AVCodecID defaultAudioCodec(const AVOutputFormat& format) {
   // More players know AAC in Matroska than the container's own choice.
-  const bool isMatroska = std::string_view(format.name) == "matroska";
-  if (isMatroska || outlivedItsCodecs(format)) return AV_CODEC_ID_AAC;
+  if (isMatroska(format) || outlivedItsCodecs(format)) return AV_CODEC_ID_AAC;
   return orElse(format, format.audio_codec, {AV_CODEC_ID_AAC, AV_CODEC_ID_MP3});
 }
 
 bool holdsSubtitles(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {
-  const std::string_view name = format.name;
   if (isAvi(format)) return false;
   // A codec that a muxer does not know of might keep it from writing at all.
-  if (name != "mpegts") return isTold(format, codec);
+  if (!isTransportStream(format)) return isTold(format, codec);
   // The muxer has names for these alone; one of them in its form for discs.
   const bool isForDiscs = lowerCased(path).ends_with(".m2ts");
   return codec == AV_CODEC_ID_DVB_SUBTITLE || codec == AV_CODEC_ID_DVB_TELETEXT ||
@@ -230,32 +214,16 @@ AVCodecID textCodecOf(const AVOutputFormat& format) {
 }
 
 bool holdsTimes(const AVOutputFormat& format, AVCodecID codec) {
-  static const std::set<std::string_view> kContainers{"mp4",  "mov",    "ipod", "matroska",
-                                                      "webm", "mpegts", "flv",  "nut"};
   static const std::set<AVCodecID> kCodecs{AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_VP8,
                                            AV_CODEC_ID_VP9,  AV_CODEC_ID_AV1,  AV_CODEC_ID_FFV1,
                                            AV_CODEC_ID_MJPEG};
-  return kContainers.contains(format.name) && kCodecs.contains(codec);
-}
-
-bool holdsOneSound(const AVOutputFormat& format) {
-  static const std::set<std::string_view> kNames{
-      "wav", "w64", "mp3", "mp2",  "flac", "adts", "ac3", "eac3",   "aiff",  "au",  "tta", "wv",
-      "amr", "caf", "flv", "opus", "oga",  "latm", "dts", "truehd", "spdif", "voc", "mmf"};
-  return kNames.contains(format.name);
-}
-
-bool holdsChapters(const AVOutputFormat& format) {
-  static const std::set<std::string_view> kNames{"asf", "mp3",  "nut", "ogg",  "oga",
-                                                 "ogv", "opus", "spx", "aiff", "ffmetadata"};
-  return takesLateChapters(format) || kNames.contains(format.name);
+  return holdsAnyTime(format) && kCodecs.contains(codec);
 }
 
 int onlySampleRate(const AVOutputFormat& format) { return isOfStudios(format) ? 48000 : 0; }
 
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec) {
-  return holds(format, codec) &&
-         (isTold(format, codec) || std::string_view(format.name) == "mpegts");
+  return holds(format, codec) && (isTold(format, codec) || isTransportStream(format));
 }
 
 void requireEncodable(const AVOutputFormat& format, AVCodecID codec, const std::string& path) {

@@ -67,11 +67,6 @@ AVCodecID textCodecOf(const AVOutputFormat& format);
 /// Whether pictures of a codec may come at any time in it, not only at a constant rate.
 bool holdsTimes(const AVOutputFormat& format, AVCodecID codec);
 
-/// Whether it holds no more than one track of sound.
-bool holdsOneSound(const AVOutputFormat& format);
-
-bool holdsChapters(const AVOutputFormat& format);
-
 /// Whether the container's muxer says that it takes a codec; where it says nothing, it may still
 /// refuse it when the file is begun.
 bool isKnownToHold(const AVOutputFormat& format, AVCodecID codec);

@@ -10,6 +10,7 @@
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Labels.h"
 #include "convert/probe/StreamsLeftOut.h"
+#include "support/Containers.h"
 #include "support/Words.h"
 
 extern "C" {

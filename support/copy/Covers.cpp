@@ -1,9 +1,9 @@
 #include "support/copy/Covers.h"
 
 #include <cstring>
-#include <initializer_list>
 #include <string>
-#include <string_view>
+
+#include "support/Containers.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -15,12 +15,6 @@ extern "C" {
 namespace kestrel {
 
 namespace {
-
-bool isOneOf(const AVOutputFormat& container, std::initializer_list<std::string_view> names) {
-  for (const std::string_view name : names)
-    if (name == container.name) return true;
-  return false;
-}
 
 /// The name that players look for, and the media type; "" for a codec of no usual picture file.
 struct CoverFile {
@@ -46,12 +40,6 @@ CoverFile coverFile(AVCodecID codec) {
 }
 
 }  // namespace
-
-bool holdsCovers(const AVOutputFormat& container) {
-  return isOneOf(container, {"mp4", "ipod", "mp3", "flac", "matroska"});
-}
-
-bool holdsAttachments(const AVOutputFormat& container) { return isOneOf(container, {"matroska"}); }
 
 bool attachCover(const AVStream& input, AVStream& output, const AVOutputFormat& container) {
   const AVPacket& picture = input.attached_pic;

@@ -5,12 +5,6 @@ struct AVStream;
 
 namespace kestrel {
 
-/// True if a container stores a cover: a picture that belongs to the file, beside its streams.
-bool holdsCovers(const AVOutputFormat& container);
-
-/// True if it stores attachments, such as fonts.
-bool holdsAttachments(const AVOutputFormat& container);
-
 /// Makes `output`, a new stream that was described like the cover `input`, an attachment that holds
 /// the picture, if that is the form in which its container stores covers. Returns false if the
 /// picture is to be written as a packet, or if memory runs out.

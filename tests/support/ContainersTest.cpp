@@ -62,6 +62,36 @@ TEST(Containers, OfStudios) {
     EXPECT_FALSE(isOfStudios(written(path))) << path;
 }
 
+TEST(Containers, ThatPlaySoundInItsOrder) {
+  for (const std::string path : {"a.wav", "a.w64"})
+    EXPECT_TRUE(isRowOfPackets(written(path)) && placesSoundByOrder(written(path))) << path;
+  for (const std::string path : {"a.aiff", "a.au", "a.caf"})
+    EXPECT_TRUE(!isRowOfPackets(written(path)) && placesSoundByOrder(written(path))) << path;
+  for (const std::string path : {"a.mp4", "a.mka", "a.ogg", "a.avi"})
+    EXPECT_FALSE(placesSoundByOrder(written(path))) << path;
+}
+
+TEST(Containers, ThatHoldOneSound) {
+  for (const std::string path : {"a.wav", "a.mp3", "a.flac", "a.aac", "a.ac3", "a.caf", "a.flv"})
+    EXPECT_TRUE(holdsOneSound(written(path))) << path;
+  for (const std::string path : {"a.mp4", "a.m4a", "a.mka", "a.ogg", "a.avi", "a.ts"})
+    EXPECT_FALSE(holdsOneSound(written(path))) << path;
+}
+
+TEST(Containers, WhosePicturesMayShowAtAnyTime) {
+  for (const std::string path : {"a.mp4", "a.mov", "a.mkv", "a.webm", "a.ts", "a.flv", "a.nut"})
+    EXPECT_TRUE(holdsAnyTime(written(path))) << path;
+  for (const std::string path : {"a.avi", "a.mxf", "a.mpg"})
+    EXPECT_FALSE(holdsAnyTime(written(path))) << path;
+}
+
+TEST(Containers, WhoseMuxersProposeOldCodecs) {
+  for (const std::string path : {"a.ts", "a.flv", "a.3gp", "a.3g2"})
+    EXPECT_TRUE(outlivedItsCodecs(written(path))) << path;
+  for (const std::string path : {"a.mp4", "a.avi", "a.mpg", "a.mkv"})
+    EXPECT_FALSE(outlivedItsCodecs(written(path))) << path;
+}
+
 TEST(Containers, ThatAreRead) {
   const Opened mp4("av25.mp4");
   const Opened avi("mpeg4.avi");

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "support/Containers.h"
 #include "tests/support/BareStreams.h"
 
 namespace kestrel::test {
