@@ -1,6 +1,6 @@
 #pragma once
 
-// Pictures: lazy images, filters, the renderer, bitmaps, picture files, text.
+// Pictures: lazy images, filters, the renderer, bitmaps, picture files, metrics, text.
 
 #include <kestrel/AttributedString.h>
 #include <kestrel/BitmapContext.h>
@@ -14,7 +14,9 @@
 #include <kestrel/Image.h>
 #include <kestrel/ImageContext.h>
 #include <kestrel/ParagraphStyle.h>
+#include <kestrel/PlaneMetrics.h>
 #include <kestrel/Scaler.h>
+#include <kestrel/Ssimulacra2.h>
 #include <kestrel/TextEncoding.h>
 #include <kestrel/Vector.h>
 #include <kestrel/YUVPicture.h>
