@@ -82,8 +82,11 @@ FilterValue ArrayFilter::valueForKey(std::string_view key) const {
 
 std::shared_ptr<const Image> ArrayFilter::outputImage() const {
   auto image = inputImage();
+  const FilterValue pixelSize = valueForKey(kInputPixelSizeKey);
   for (const auto& filter : filters()) {
     if (!filter) continue;
+    if (!std::holds_alternative<std::monostate>(pixelSize))
+      filter->setValue(pixelSize, kInputPixelSizeKey);
     filter->setValue(std::move(image), kCIInputImageKey);
     image = filter->outputImage();
   }

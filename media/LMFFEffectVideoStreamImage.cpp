@@ -16,6 +16,10 @@ using Filters = std::vector<std::shared_ptr<Filter>>;
 /// Below this a picture would be enlarged beyond any use, or its size divided by zero.
 constexpr float kLeastRatio = 0.001F;
 
+/// The shorter side, in pixels, of pictures on which the sizes of named effects are as the
+/// catalogue has them; in others they are in proportion.
+constexpr double kReferenceSide = 720;
+
 /// How many of `destination` make `source`, in single precision as the factors made of it are.
 float widthRatio(const Rect& source, const Rect& destination) {
   return static_cast<float>(source.size.width / destination.size.width);
@@ -164,7 +168,12 @@ Filters LMFFEffectVideoStream::effectFilter() const {
   const auto name = effectName();
   const auto effect = name ? EffectManager::filterWithName(*name) : EffectManager::Effect{};
   const auto* filter = std::get_if<std::shared_ptr<Filter>>(&effect);
-  if (filter && *filter) filters.push_back(*filter);
+  if (filter && *filter) {
+    const LMFFVideoFormat format = outputFormat();
+    const double side = std::min(format.width, format.height);
+    if (side > 0) (*filter)->setValue(side / kReferenceSide, kInputPixelSizeKey);
+    filters.push_back(*filter);
+  }
   return filters;
 }
 

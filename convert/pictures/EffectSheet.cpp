@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kColumns = 5;
 constexpr int kSheetWidth = 2000;  // pixels
-constexpr int kEffectWidth = 640;  // at which effects are applied: their sizes are in pixels
+constexpr int kMostWidth = 640;    // of a picture in it
 
 }  // namespace
 
@@ -29,7 +29,7 @@ Report writeEffectSheet(const EffectSheetSettings& settings, const Events& event
   Pictures& pictures = job.pictures();
   const int64_t time =
       settings.time ? job.timeWithin(*settings.time) : pictures.duration().value_or(0) / 2;
-  const Size size = job.setSize({}, {.width = kEffectWidth, .height = {}});
+  const Size size = job.setSize({}, {.width = kMostWidth, .height = {}});
 
   const auto names = EffectManager::allFilterNames();
   const int count = static_cast<int>(names.size()) + 1;

@@ -74,6 +74,9 @@ class Pictures::Input {
   Report report() const;
 
  private:
+  Size lookSize() const;
+  void applyLook();
+
   PicturesSettings settings_;
   std::shared_ptr<LMMediaSource> source_;
   StreamInfo pictures_;
@@ -119,14 +122,23 @@ void Pictures::Input::setOutputSize(Size size) {
                       wanted.width, wanted.height, kLongestSide),
           "size");
   outputSize_ = wholePixels(wanted);
-  look_.apply(movie_, outputSize_);
+  applyLook();
 }
+
+/// The size in which the look is applied: that of a conversion where there is a named effect, whose
+/// lines and grains shall look as they will there, else at once the size asked for.
+Size Pictures::Input::lookSize() const {
+  if (settings_.look.effect.empty() || settings_.look.zoom) return outputSize_;
+  return outputSize_.width < size_.width ? size_ : outputSize_;
+}
+
+void Pictures::Input::applyLook() { look_.apply(movie_, lookSize()); }
 
 void Pictures::Input::setEffect(const std::string& name) {
   requireEffect(name);
   settings_.look.effect = name;
   look_ = Look(settings_.look, pictures_.video, picture_);
-  look_.apply(movie_, outputSize_);
+  applyLook();
 }
 
 std::shared_ptr<const Image> Pictures::Input::imageAt(int64_t time) {
@@ -138,7 +150,10 @@ std::shared_ptr<const Image> Pictures::Input::imageAt(int64_t time) {
   if (!image)
     throw Failure::input(settings_.input,
                          fmt::format("nothing could be decoded from '{}'", settings_.input));
-  return image;
+  const Size drawn = lookSize();
+  if (drawn == outputSize_) return image;
+  return image->scaled(outputSize_.width / drawn.width, outputSize_.height / drawn.height)
+      ->cropped({{0, 0}, outputSize_});
 }
 
 std::shared_ptr<const BitmapImage> Pictures::Input::pictureAt(int64_t time) {

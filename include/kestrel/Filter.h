@@ -37,6 +37,9 @@ inline constexpr std::string_view kCIInputCenterKey = "inputCenter";
 inline constexpr std::string_view kCIInputWidthKey = "inputWidth";
 inline constexpr std::string_view kCIInputScaleKey = "inputScale";
 inline constexpr std::string_view kCIOutputImageKey = "outputImage";
+/// How many pixels make one of a filter's own (a number, 1 by default): places, radii and widths in
+/// pixels are multiplied by it, so that a look is the same in pictures of any size.
+inline constexpr std::string_view kInputPixelSizeKey = "inputPixelSize";
 
 /// Makes a picture from others, controlled by values stored under keys.
 ///

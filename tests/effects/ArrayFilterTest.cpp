@@ -11,9 +11,11 @@ using testing::ElementsAre;
 
 std::shared_ptr<Filter> invert() { return FilterRegistry::filterWithName("CIColorInvert"); }
 
-std::shared_ptr<Filter> exposure(double ev) {
-  auto filter = FilterRegistry::filterWithName("CIExposureAdjust");
-  filter->setValue(ev, kCIInputEVKey);
+/// Each colour times 2^`stops`.
+std::shared_ptr<Filter> doubled(double stops) {
+  auto filter = FilterRegistry::filterWithName("CIColorControls");
+  filter->setValue(std::exp2(stops), kCIInputContrastKey);
+  filter->setValue((std::exp2(stops) - 1) / 2, kCIInputBrightnessKey);
   return filter;
 }
 
@@ -54,9 +56,9 @@ TEST(ArrayFilter, WithoutFiltersAnswersItsInput) {
 TEST(ArrayFilter, RunsItsFiltersInTheirOrder) {
   ArrayFilter filter;
   filter.setInputImage(patch(0, 0, 4, 4, {0.25, 0.25, 0.25, 1}));
-  filter.setFilters({invert(), exposure(-1)});  // (1 - 0.25) / 2
+  filter.setFilters({invert(), doubled(-1)});  // (1 - 0.25) / 2
   EXPECT_NEAR(rgbaAt(*rendered(filter.outputImage()), 1, 1)[0], 0.375 * 255, 1);
-  filter.setFilters({exposure(-1), invert()});  // 1 - 0.25 / 2
+  filter.setFilters({doubled(-1), invert()});  // 1 - 0.25 / 2
   EXPECT_NEAR(rgbaAt(*rendered(filter.outputImage()), 1, 1)[0], 0.875 * 255, 1);
 }
 
@@ -83,13 +85,14 @@ TEST(ArrayFilter, OutputImageIsAKeyToo) {
 
 TEST(ArrayFilter, CopySharesNoFilter) {
   ArrayFilter filter;
-  filter.setFilters({exposure(1)});
+  filter.setFilters({doubled(1)});
   filter.setInputImage(patch(0, 0, 4, 4, {0.25, 0.25, 0.25, 1}));
   const auto copy = std::dynamic_pointer_cast<ArrayFilter>(filter.copy());
   ASSERT_TRUE(copy);
   ASSERT_EQ(copy->filters().size(), 1u);
   EXPECT_NE(copy->filters()[0], filter.filters()[0]);
-  copy->filters()[0]->setValue(0.0, kCIInputEVKey);
+  copy->filters()[0]->setValue(1.0, kCIInputContrastKey);
+  copy->filters()[0]->setValue(0.0, kCIInputBrightnessKey);
   EXPECT_NEAR(rgbaAt(*rendered(filter.outputImage()), 1, 1)[0], 0.5 * 255, 1);
   EXPECT_NEAR(rgbaAt(*rendered(copy->outputImage()), 1, 1)[0], 0.25 * 255, 1);
 }

@@ -18,7 +18,8 @@ class Bloom final : public OneImageFilter<Bloom> {
   }
 
   std::shared_ptr<const Image> apply(const std::shared_ptr<const Image>& input) const {
-    return makeGlow(input, GlowNode::Kind::kBloom, number(kCIInputRadiusKey, kDefaultRadius),
+    return makeGlow(input, GlowNode::Kind::kBloom,
+                    number(kCIInputRadiusKey, kDefaultRadius) * pixelSize(),
                     number(kCIInputIntensityKey, kDefaultIntensity));
   }
 };

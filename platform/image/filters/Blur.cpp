@@ -310,7 +310,7 @@ const Layer* makeLayer(Planner& planner, const BorderedLayer& picture, const Int
     const IntRect all = cellsAround(cells.picture(), side).grown(1);
     const auto* reduced =
         arena.make<ReducedLayer>(arena, cells, side, all.intersect(used[static_cast<size_t>(i)]));
-    cells = BorderedLayer(*computeFirst(planner, *reduced), all, picture.border());
+    cells = BorderedLayer(*computeFirst(planner, *reduced), all);
   }
   const auto* blurred = arena.make<DirectLayer>(arena, cells, wanted, rest);
   return arena.make<ExpandedLayer>(arena, *computeFirst(planner, *blurred), steps.total, needed,

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/image/filters/FilterNumbers.h"
+
 namespace kestrel {
 
 /// The part that is the same in every built-in filter: it is copied as what it is.
@@ -35,6 +37,9 @@ class OneImageFilter : public BuiltinFilter<Self> {
 
  protected:
   OneImageFilter(const OneImageFilter&) = default;
+
+  /// How many pixels of the picture one of the filter's own is.
+  double pixelSize() const { return limitedPixelSize(this->number(kInputPixelSizeKey, 1)); }
 };
 
 }  // namespace kestrel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrel/Filter.h>
 #include <kestrel/Vector.h>
 
 #include <algorithm>
@@ -19,6 +20,14 @@ inline Vector placeOf(const Vector& place, const Vector& fallback) {
   if (!isNumber) return fallback;
   const auto within = [](double v) { return std::clamp(v, -kFarthestPlace, kFarthestPlace); };
   return {within(place.x()), within(place.y()), within(place.z())};
+}
+
+/// `kInputPixelSizeKey` of a filter, within what pictures have.
+inline double limitedPixelSize(double size) { return std::clamp(size, 1e-3, 1e3); }
+
+/// `place` where a filter's own pixel takes `size` of the picture's.
+inline Vector scaledPlace(const Vector& place, double size) {
+  return placeOf({place.x() * size, place.y() * size, place.z() * size}, place);
 }
 
 }  // namespace kestrel

@@ -10,7 +10,6 @@ namespace kestrel {
 namespace {
 
 constexpr double kDefaultRadius = 10;
-constexpr double kExtentInRadii = 3;
 
 class GaussianBlur final : public OneImageFilter<GaussianBlur> {
  public:
@@ -19,28 +18,22 @@ class GaussianBlur final : public OneImageFilter<GaussianBlur> {
   }
 
   std::shared_ptr<const Image> apply(const std::shared_ptr<const Image>& input) const {
-    const double radius = std::min(number(kCIInputRadiusKey, kDefaultRadius), blur::kMostSigma);
+    const double radius =
+        std::min(number(kCIInputRadiusKey, kDefaultRadius) * pixelSize(), blur::kMostSigma);
     if (radius < blur::kLeastSigma || isEmpty(input->extent())) return input;
     return Image::fromNode(std::make_shared<GaussianBlurNode>(input->node(), radius));
   }
 };
 
-Rect grown(const Rect& rect, double margin) {
-  if (isInfinite(rect)) return rect;
-  return {{rect.minX() - margin, rect.minY() - margin},
-          {rect.size.width + 2 * margin, rect.size.height + 2 * margin}};
-}
-
 }  // namespace
 
 GaussianBlurNode::GaussianBlurNode(const NodePointer& picture, double standardDeviation)
-    : FilterNode(picture, grown(picture->extent, kExtentInRadii * standardDeviation)),
-      radius(standardDeviation) {}
+    : FilterNode(picture, integral(picture->extent)), radius(standardDeviation) {}
 
 const Layer* GaussianBlurNode::plan(Planner& planner, const IntRect& needed) const {
   const Layer* source = planner.plan(*input, blur::reachOf(needed, radius));
   if (!source) return nullptr;
-  const BorderedLayer picture(*source, pixelsOf(input->extent), Border::kTransparent);
+  const BorderedLayer picture(*source, pixelsOf(extent));
   return blur::makeLayer(planner, picture, needed, radius);
 }
 

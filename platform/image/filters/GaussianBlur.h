@@ -14,8 +14,9 @@ namespace kestrel {
 ///
 ///     Σ over i, j of w(i) w(j) × input(x + i, y + j),  w(d) = exp(-d²/(2 R²)) / Σ exp(-k²/(2 R²))
 ///
-/// Beyond the input everything is transparent; the extent grows by three radii on each side. A
-/// radius above 1024 counts as 1024, one below 0.2 changes nothing.
+/// Beyond the input (its extent rounded outwards to whole pixels) the pixels at its border repeat,
+/// so that borders stay where and as they are; the extent stays. A radius above 1024 counts as
+/// 1024, one below 0.2 changes nothing.
 std::shared_ptr<Filter> makeGaussianBlur(const std::string& name);
 
 struct GaussianBlurNode final : FilterNode {

@@ -18,7 +18,8 @@ class Gloom final : public OneImageFilter<Gloom> {
   }
 
   std::shared_ptr<const Image> apply(const std::shared_ptr<const Image>& input) const {
-    return makeGlow(input, GlowNode::Kind::kGloom, number(kCIInputRadiusKey, kDefaultRadius),
+    return makeGlow(input, GlowNode::Kind::kGloom,
+                    number(kCIInputRadiusKey, kDefaultRadius) * pixelSize(),
                     number(kCIInputIntensityKey, kDefaultIntensity));
   }
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/image/filters/Blur.h"
+#include "platform/image/filters/CurveLayer.h"
 #include "platform/image/kernels/FilterKernels.h"
 
 namespace kestrel {
@@ -11,7 +12,7 @@ namespace {
 
 class GlowLayer final : public Layer {
  public:
-  /// Both cover the bounds.
+  /// Both are light and cover the bounds.
   GlowLayer(const Layer& picture, const Layer& blurred, const IntRect& bounds, const GlowNode& node)
       : Layer(bounds),
         picture_(picture),
@@ -26,6 +27,9 @@ class GlowLayer final : public Layer {
     picture_.render(worker, rect, out);
     for (int y = 0; y < rect.height(); ++y)
       mix_(out.row(y), glow.row(y), static_cast<size_t>(rect.width()), intensity_);
+    const bool isOpaque = picture_.isOpaque(rect);
+    for (int y = 0; y < rect.height(); ++y)
+      kernels::mapCurve(out.row(y), static_cast<size_t>(rect.width()), valueCurve(), isOpaque);
   }
 
   bool isOpaque(const IntRect& rect) const override { return picture_.isOpaque(rect); }
@@ -55,7 +59,8 @@ const Layer* GlowNode::plan(Planner& planner, const IntRect& needed) const {
   if (shown.isEmpty()) return nullptr;
   // The picture is read twice.
   source = planner.computedOnce(source);
-  const BorderedLayer picture(*source, pixelsOf(extent), Border::kContinued);
+  source = planner.arena().make<CurveLayer>(*source, lightCurve());
+  const BorderedLayer picture(*source, pixelsOf(extent));
   const Layer* blurred = radius > 0 ? blur::makeLayer(planner, picture, shown, radius) : source;
   return planner.arena().make<GlowLayer>(*source, *blurred, shown, *this);
 }

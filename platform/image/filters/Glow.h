@@ -4,9 +4,10 @@
 
 namespace kestrel {
 
-/// A picture mixed with a blurred copy of itself. The blur is the one of `GaussianBlur.h`, except
-/// that beyond the input (its extent rounded outwards to whole pixels) the pixels at its border
-/// repeat, so that borders get neither darker nor lighter. Alpha and extent are the input's.
+/// A picture whose light is mixed with a blurred copy of it. The blur is the one of
+/// `GaussianBlur.h`, except that beyond the input (its extent rounded outwards to whole pixels) the
+/// pixels at its border repeat, so that borders get neither darker nor lighter. Alpha and extent
+/// are the input's.
 struct GlowNode final : FilterNode {
   enum class Kind { kBloom, kGloom };
 

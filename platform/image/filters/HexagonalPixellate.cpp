@@ -28,9 +28,10 @@ class HexagonalPixellate final : public OneImageFilter<HexagonalPixellate> {
   }
 
   std::shared_ptr<const Image> apply(const std::shared_ptr<const Image>& input) const {
-    const Vector center = placeOf(vector(kCIInputCenterKey, kDefaultCenter), kDefaultCenter);
+    const Vector center = scaledPlace(
+        placeOf(vector(kCIInputCenterKey, kDefaultCenter), kDefaultCenter), pixelSize());
     const double scale =
-        std::clamp(number(kCIInputScaleKey, kDefaultScale), kLeastScale, kMostScale);
+        std::clamp(number(kCIInputScaleKey, kDefaultScale) * pixelSize(), kLeastScale, kMostScale);
     return Image::fromNode(std::make_shared<HexagonalPixellateNode>(
         input->node(), Point{center.x(), center.y()}, scale));
   }

@@ -27,11 +27,12 @@ class LineScreenFilter final : public OneImageFilter<LineScreenFilter> {
   }
 
   std::shared_ptr<const Image> apply(const std::shared_ptr<const Image>& input) const {
-    const Vector center = placeOf(vector(kCIInputCenterKey, kDefaultCenter), kDefaultCenter);
+    const Vector center = scaledPlace(
+        placeOf(vector(kCIInputCenterKey, kDefaultCenter), kDefaultCenter), pixelSize());
     const LineScreen screen{
         {center.x(), center.y()},
         number(kCIInputAngleKey, 0),
-        std::clamp(number(kCIInputWidthKey, kDefaultWidth), 1e-3, kFarthestPlace),
+        std::clamp(number(kCIInputWidthKey, kDefaultWidth) * pixelSize(), 1e-3, kFarthestPlace),
         std::clamp(number(kCIInputSharpnessKey, kDefaultSharpness), 0.0, 1.0)};
     return Image::fromNode(std::make_shared<LineScreenNode>(input->node(), screen));
   }

@@ -13,6 +13,8 @@ namespace {
 
 constexpr double kDefaultSharpness = 0.4;
 constexpr double kMostSharpness = 100;
+/// Of the blur, in the filter's pixels.
+constexpr double kRadius = 1.69;
 
 class SharpenLuminance final : public OneImageFilter<SharpenLuminance> {
  public:
@@ -24,7 +26,8 @@ class SharpenLuminance final : public OneImageFilter<SharpenLuminance> {
     const double sharpness =
         std::clamp(number(kCIInputSharpnessKey, kDefaultSharpness), 0.0, kMostSharpness);
     if (sharpness == 0) return input;
-    return Image::fromNode(std::make_shared<SharpenLuminanceNode>(input->node(), sharpness));
+    return Image::fromNode(std::make_shared<SharpenLuminanceNode>(
+        input->node(), sharpness, std::min(kRadius * pixelSize(), blur::kMostSigma)));
   }
 };
 
@@ -141,16 +144,19 @@ class SharpenLayer final : public Layer {
 
 }  // namespace
 
-SharpenLuminanceNode::SharpenLuminanceNode(const NodePointer& picture, double strength)
-    : FilterNode(picture, integral(picture->extent)), sharpness(strength) {}
+SharpenLuminanceNode::SharpenLuminanceNode(const NodePointer& picture, double strength,
+                                           double standardDeviation)
+    : FilterNode(picture, integral(picture->extent)),
+      sharpness(strength),
+      radius(standardDeviation) {}
 
 const Layer* SharpenLuminanceNode::plan(Planner& planner, const IntRect& needed) const {
-  const Layer* source = planner.plan(*input, blur::reachOf(needed, kRadius));
+  const Layer* source = planner.plan(*input, blur::reachOf(needed, radius));
   if (!source) return nullptr;
   const IntRect shown = needed.intersect(source->bounds());
   if (shown.isEmpty()) return nullptr;
-  const BorderedLayer picture(*source, pixelsOf(extent), Border::kContinued);
-  const blur::Weights weights = blur::makeWeights(planner.arena(), kRadius);
+  const BorderedLayer picture(*source, pixelsOf(extent));
+  const blur::Weights weights = blur::makeWeights(planner.arena(), radius);
   return planner.arena().make<SharpenLayer>(picture, shown, weights, sharpness);
 }
 

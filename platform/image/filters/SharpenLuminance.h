@@ -20,13 +20,12 @@ namespace kestrel {
 std::shared_ptr<Filter> makeSharpenLuminance(const std::string& name);
 
 struct SharpenLuminanceNode final : FilterNode {
-  static constexpr double kRadius = 1.69;
-
-  SharpenLuminanceNode(const NodePointer& picture, double strength);
+  SharpenLuminanceNode(const NodePointer& picture, double strength, double standardDeviation);
 
   const Layer* plan(Planner& planner, const IntRect& needed) const override;
 
   const double sharpness;
+  const double radius;
 };
 
 }  // namespace kestrel

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "platform/image/filters/BuiltinFilter.h"
+#include "platform/image/filters/CurveLayer.h"
 #include "platform/image/filters/FilterNumbers.h"
 #include "platform/image/filters/PlaceLayer.h"
 #include "platform/image/kernels/FilterKernels.h"
@@ -29,8 +30,11 @@ class SpotLightFilter final : public OneImageFilter<SpotLightFilter> {
   }
 
   std::shared_ptr<const Image> apply(const std::shared_ptr<const Image>& input) const {
-    const Vector from = placeOf(vector(kInputLightPositionKey, kDefaultPosition), kDefaultPosition);
-    const Vector to = placeOf(vector(kInputLightPointsAtKey, kDefaultPointsAt), kDefaultPointsAt);
+    const auto place = [this](std::string_view key, const Vector& fallback) {
+      return scaledPlace(placeOf(vector(key, fallback), fallback), pixelSize());
+    };
+    const Vector from = place(kInputLightPositionKey, kDefaultPosition);
+    const Vector to = place(kInputLightPointsAtKey, kDefaultPointsAt);
     const Color color = this->color(kCIInputColorKey, Color::white());
     // What is not a number counts as 0.
     const auto part = [](double value) { return value > 0 ? std::min(value, 1.0) : 0; };
@@ -69,7 +73,9 @@ class SpotLightLayer final : public PlaceLayer {
     row.dx = static_cast<float>(x + 0.5 - light_.position[0]);
     row.along = static_cast<float>(dy * axis_[1] + dz * axis_[2]);
     row.across = static_cast<float>(dy * dy + dz * dz);
+    kernels::mapCurve(pixels, count, lightCurve(), false);
     kernels::lightPixels(pixels, count, row);
+    kernels::mapCurve(pixels, count, valueCurve(), false);
   }
 
   SpotLight light_;

@@ -35,8 +35,9 @@ struct SpotLight {
 ///     s      = (cosine - edge) / (1 - edge)       limited to 0 to 1
 ///     light  = s² (3 - 2 s) × b / (1 + k)         a wider beam is weaker
 ///
-/// each channel c becomes c × light × colour, at most 1. Outside of the cone it is dark. Alpha and
-/// extent stay.
+/// the light of each channel (see `Light.h`) becomes itself × light × colour, at most 1. Outside of
+/// the cone it is dark. Alpha and extent stay. Edge by a cubic: the smooth step of Ebert et al.,
+/// Texturing and Modeling (1994).
 std::shared_ptr<Filter> makeSpotLight(const std::string& name);
 
 struct SpotLightNode final : FilterNode {

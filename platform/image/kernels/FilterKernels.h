@@ -26,12 +26,28 @@ void reduceRow(const float* row, const float* weights, int taps, int side, size_
 void expandRow(const float* cells, const float* weights, int side, int phase, size_t pixels,
                float* out);
 
+// Curves.
+
+/// Steps of a curve from 0 to 1, between which it is straight; there is one point more than that,
+/// and one to spare.
+inline constexpr int kCurveSteps = 1024;
+inline constexpr size_t kCurvePoints = kCurveSteps + 2;
+
+/// What is made of colours that are not multiplied by alpha.
+struct Curve {
+  const float* points;
+  bool isOfRoot;  ///< point i stands for (i / kCurveSteps)²: steps are finer where it is dark
+};
+
+/// Looks up the colours, limited to 0 to 1, in place; alpha stays.
+void mapCurve(float* pixels, size_t count, const Curve& curve, bool isOpaque);
+
 // Mixing with a blurred copy, in place.
 
 /// c + intensity × blurred × (alpha - c); alpha stays.
 void bloomPixels(float* pixels, const float* blurred, size_t count, float intensity);
 
-/// c × (1 - intensity × (blurred alpha - blurred)); alpha stays.
+/// (c + intensity / 4 × (blurred - c)) / (1 + 2 × intensity × blurred), at most alpha, which stays.
 void gloomPixels(float* pixels, const float* blurred, size_t count, float intensity);
 
 // Sharpening.

@@ -1,4 +1,4 @@
-// The arithmetic of bloom, gloom, sharpening, light, line screen and mosaics.
+// The arithmetic of curves, bloom, gloom, sharpening, light, line screen and mosaics.
 
 #include "platform/image/kernels/KernelTargets.h"
 
@@ -92,11 +92,41 @@ void bloomPixelsNow(float* pixels, const float* blurred, size_t count, float int
 void gloomPixelsNow(float* pixels, const float* blurred, size_t count, float intensity) {
   forPixels(count, [&](auto d, size_t i) HWY_ATTR {
     const auto v = hn::LoadU(d, pixels + i);
-    const auto glow = hn::LoadU(d, blurred + i);
-    const auto shade = hn::Mul(hn::Sub(hn::Broadcast<3>(glow), glow), hn::Set(d, intensity));
-    // Alpha has no shade and stays.
-    hn::StoreU(hn::NegMulAdd(shade, v, v), d, pixels + i);
+    const auto around = hn::LoadU(d, blurred + i);
+    const auto veiled = hn::MulAdd(hn::Sub(around, v), hn::Set(d, intensity / 4), v);
+    const auto shade = hn::MulAdd(around, hn::Set(d, 2 * intensity), hn::Set(d, 1.0f));
+    const auto shaded = hn::Min(hn::Div(veiled, shade), hn::Broadcast<3>(v));
+    hn::StoreU(hn::IfThenElse(alphaLanes(d), v, shaded), d, pixels + i);
   });
+}
+
+template <bool kIsOpaque, bool kIsOfRoot>
+void mapCurveBy(float* pixels, size_t count, const float* points) {
+  forPixels(count, [&](auto d, size_t i) HWY_ATTR {
+    const hn::Rebind<int32_t, decltype(d)> d32;
+    const auto v = hn::LoadU(d, pixels + i);
+    const auto alpha = hn::Broadcast<3>(v);
+    auto at = v;
+    // Where there is no alpha there is no colour.
+    if constexpr (!kIsOpaque) at = hn::Div(v, hn::Max(alpha, hn::Set(d, 1e-9f)));
+    at = limited(d, at, hn::Set(d, 1.0f));
+    if constexpr (kIsOfRoot) at = hn::Sqrt(at);
+    at = hn::Mul(at, hn::Set(d, static_cast<float>(kCurveSteps)));
+    const auto step = hn::ConvertTo(d32, at);
+    const auto part = hn::Sub(at, hn::ConvertTo(d, step));
+    const auto low = hn::GatherIndex(d, points, step);
+    const auto high = hn::GatherIndex(d, points + 1, step);
+    auto mapped = hn::MulAdd(hn::Sub(high, low), part, low);
+    if constexpr (!kIsOpaque) mapped = hn::Mul(mapped, alpha);
+    hn::StoreU(hn::IfThenElse(alphaLanes(d), v, mapped), d, pixels + i);
+  });
+}
+
+void mapCurveNow(float* pixels, size_t count, const Curve& curve, bool isOpaque) {
+  if (curve.isOfRoot && isOpaque) return mapCurveBy<true, true>(pixels, count, curve.points);
+  if (curve.isOfRoot) return mapCurveBy<false, true>(pixels, count, curve.points);
+  if (isOpaque) return mapCurveBy<true, false>(pixels, count, curve.points);
+  mapCurveBy<false, false>(pixels, count, curve.points);
 }
 
 void takeLuminanceNow(const float* pixels, size_t count, float* luminance) {
@@ -236,6 +266,7 @@ namespace kestrel::kernels {
 
 HWY_EXPORT(bloomPixelsNow);
 HWY_EXPORT(gloomPixelsNow);
+HWY_EXPORT(mapCurveNow);
 HWY_EXPORT(takeLuminanceNow);
 HWY_EXPORT(takeLuminanceAndAlphaNow);
 HWY_EXPORT(takeEdgesNow);
@@ -251,6 +282,10 @@ void bloomPixels(float* pixels, const float* blurred, size_t count, float intens
 
 void gloomPixels(float* pixels, const float* blurred, size_t count, float intensity) {
   HWY_DYNAMIC_DISPATCH(gloomPixelsNow)(pixels, blurred, count, intensity);
+}
+
+void mapCurve(float* pixels, size_t count, const Curve& curve, bool isOpaque) {
+  HWY_DYNAMIC_DISPATCH(mapCurveNow)(pixels, count, curve, isOpaque);
 }
 
 void takeLuminance(const float* pixels, size_t count, float* luminance) {

@@ -28,17 +28,11 @@ IntRect BorderedLayer::nearest(const IntRect& rect) const {
 }
 
 bool BorderedLayer::isOpaque(const IntRect& rect) const {
-  if (border_ == Border::kTransparent && !picture_.contains(rect)) return false;
   const IntRect used = nearest(rect);
   return layer_->bounds().contains(used) && layer_->isOpaque(used);
 }
 
 void BorderedLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {
-  if (border_ == Border::kContinued) return renderContinued(worker, rect, out);
-  renderAnywhere(layer_, worker, rect, out);
-}
-
-void BorderedLayer::renderContinued(Worker& worker, const IntRect& rect, const Tile& out) const {
   const IntRect inside = nearest(rect);
   const auto width = static_cast<size_t>(rect.width());
   if (!rect.contains(inside)) {
@@ -47,7 +41,7 @@ void BorderedLayer::renderContinued(Worker& worker, const IntRect& rect, const T
     const IntRect both{std::min(rect.x0, inside.x0), std::min(rect.y0, inside.y0),
                        std::max(rect.x1, inside.x1), std::max(rect.y1, inside.y1)};
     const Tile tile = makeTile(worker.memory, both);
-    renderContinued(worker, both, tile);
+    render(worker, both, tile);
     const Tile part = tile.at(rect.x0 - both.x0, rect.y0 - both.y0);
     for (int y = 0; y < rect.height(); ++y) copyRow(part.row(y), width, out.row(y));
     return;

@@ -4,6 +4,8 @@
 
 #include <numbers>
 
+#include "tests/platform/image/FilterPictures.h"
+#include "tests/platform/image/ReferenceEvaluator.h"
 #include "tests/platform/image/TestPictures.h"
 
 namespace kestrel {
@@ -79,11 +81,33 @@ TEST(HueAdjustTest, HalfATurnReflectsAboutTheMean) {
             (Pixel{50, 110, 140, 255}));
 }
 
-TEST(ExposureAdjustTest, OneStopDoubles) {
-  EXPECT_EQ(applied("CIExposureAdjust", {20, 100, 200, 255}, {{kCIInputEVKey, 1.0}}),
-            (Pixel{40, 200, 255, 255}));
+TEST(ExposureAdjustTest, OneStopDownHalvesTheLight) {
+  // The light of 100 is 0.1274, half of it shows as 71.
   EXPECT_EQ(applied("CIExposureAdjust", {20, 100, 200, 255}, {{kCIInputEVKey, -1.0}}),
-            (Pixel{10, 50, 100, 255}));
+            (Pixel{11, 71, 146, 255}));
+}
+
+TEST(ExposureAdjustTest, MoreLightFollowsTheFilm) {
+  // Of 200, 0.5776: 1.4142 × 0.5776 / (1 + 0.4142 × 0.5776) = 0.6591, which shows as 212.
+  EXPECT_EQ(applied("CIExposureAdjust", {20, 100, 200, 255}, {{kCIInputEVKey, 1.0}}),
+            (Pixel{25, 115, 212, 255}));
+}
+
+TEST(ExposureAdjustTest, NothingBelowWhiteBecomesWhite) {
+  for (const double ev : {1.0, 2.5478, 3.0}) {
+    EXPECT_EQ(applied("CIExposureAdjust", {0, 250, 255, 255}, {{kCIInputEVKey, ev}})[0], 0);
+    EXPECT_LT(applied("CIExposureAdjust", {0, 250, 255, 255}, {{kCIInputEVKey, ev}})[1], 255);
+    EXPECT_EQ(applied("CIExposureAdjust", {0, 250, 255, 255}, {{kCIInputEVKey, ev}})[2], 255);
+  }
+}
+
+TEST(ExposureAdjustTest, IsTheFormulaWithAlpha) {
+  for (const double ev : {-2.0, 0.7, 3.0})
+    EXPECT_LE(test::largestError(test::filtered("CIExposureAdjust", test::seeThroughNoise(40, 30),
+                                                {{kCIInputEVKey, ev}}),
+                                 {{-1, -1}, {42, 32}}),
+              1.0)
+        << ev;
 }
 
 TEST(ColorInvertTest, IsTheNegative) {
@@ -115,8 +139,8 @@ TEST(ColorMonochromeTest, IsLuminanceTimesColor) {
 TEST(ColorFiltersTest, ValuesBetweenTwoFiltersAreNotClamped) {
   const auto bitmap = test::makeBitmap(1, 1, [](int, int) { return Pixel{200, 100, 50, 255}; });
   const auto brighter =
-      filtered("CIExposureAdjust", Image::fromBitmap(bitmap), {{kCIInputEVKey, 3.0}});
-  const auto image = filtered("CIExposureAdjust", brighter, {{kCIInputEVKey, -3.0}});
+      filtered("CIColorControls", Image::fromBitmap(bitmap), {{kCIInputContrastKey, 4.0}});
+  const auto image = filtered("CIColorControls", brighter, {{kCIInputContrastKey, 0.25}});
   EXPECT_EQ(test::pixelAt(*ImageContext().bitmapImage(image, image->extent()), 0, 0),
             (Pixel{200, 100, 50, 255}));
 }

@@ -49,8 +49,8 @@ TEST(HexagonalPixellateTest, HexagonsHaveTheirWidthAndHeight) {
     return x == 100 && y == 99 ? Pixel{255, 255, 255, 255} : Pixel{0, 0, 0, 255};
   });
   const ImagePointer picture =
-      filtered("CIExposureAdjust", mosaic(Image::fromBitmap(dot), {100.5, 100.5}, 20),
-               {{kCIInputEVKey, 11.0}});
+      filtered("CIColorControls", mosaic(Image::fromBitmap(dot), {100.5, 100.5}, 20),
+               {{kCIInputContrastKey, 3000.0}, {kCIInputBrightnessKey, 1499.0}});
   const auto isLit = [&](int x, int y) { return shownAt(picture, x, y)[0] == 255; };
   EXPECT_TRUE(isLit(100, 100));
   EXPECT_TRUE(isLit(100 + 17, 100 + 8));

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "platform/image/filters/ExposureAdjust.h"
 #include "platform/image/filters/GaussianBlur.h"
 #include "platform/image/filters/Glow.h"
 #include "platform/image/filters/HexagonalPixellate.h"
@@ -172,20 +173,39 @@ class Evaluator {
  private:
   Sample step(const ImageNode& node, int x, int y);
   Sample source(const ImageNode& node, int x, int y);
-  /// The Gaussian mean of what `node` shows about (x, y). With `isContinued` the pixels at the
+  /// The Gaussian mean of what `node` shows about (x, y). The pixels at the
   /// border of its extent repeat outside of it.
-  Sample blurred(const ImageNode& node, double deviation, bool isContinued, int x, int y);
+  Sample blurred(const ImageNode& node, double deviation, bool isLight, int x, int y);
   Sample filtered(const FilterNode& node, int x, int y);
   Sample pixellated(const HexagonalPixellateNode& node, int x, int y);
   Sample resampled(const ImageNode& node, const Rect& clip, const AffineTransform& map,
                    const ColorMatrix& color, const Scaler& scaler, int x, int y);
 
   Cache cache_;
-  Cache shown_;
+  std::map<std::tuple<const ImageNode*, bool, int, int>, Sample> shown_;
   std::map<std::tuple<const ImageNode*, double, bool, int, int>, Sample> acrossCache_;
   Cache hexagons_;
   std::map<double, std::vector<double>> gaussians_;
 };
+
+/// The curve of sRGB, IEC 61966-2-1.
+double linear(double value) {
+  return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+}
+
+double encoded(double light) {
+  return light <= 0.0031308 ? 12.92 * light : 1.055 * std::pow(light, 1 / 2.4) - 0.055;
+}
+
+/// `change` of each colour as it is without alpha.
+template <typename Change>
+Sample eachOf(const Sample& s, const Change& change) {
+  if (s.a <= 0) return s;
+  return {change(s.r / s.a) * s.a, change(s.g / s.a) * s.a, change(s.b / s.a) * s.a, s.a};
+}
+
+Sample toLight(const Sample& s) { return eachOf(s, linear); }
+Sample fromLight(const Sample& s) { return eachOf(s, encoded); }
 
 double luminance(const Sample& s) { return 0.2126 * s.r + 0.7152 * s.g + 0.0722 * s.b; }
 
@@ -281,8 +301,11 @@ Sample Evaluator::step(const ImageNode& node, int x, int y) {
   return at(node, x, y);
 }
 
-Sample Evaluator::blurred(const ImageNode& node, double deviation, bool isContinued, int x, int y) {
-  if (deviation == 0) return at(node, x, y);
+Sample Evaluator::blurred(const ImageNode& node, double deviation, bool isLight, int x, int y) {
+  if (deviation == 0) {
+    const Sample sample = clampedSample(at(node, x, y));
+    return isLight ? toLight(sample) : sample;
+  }
   const int reach = static_cast<int>(std::ceil(5 * deviation));
   std::vector<double>& weights = gaussians_[deviation];
   if (weights.empty()) {
@@ -296,19 +319,20 @@ Sample Evaluator::blurred(const ImageNode& node, double deviation, bool isContin
   const auto weight = [&](int d) { return weights[static_cast<size_t>(d + reach)]; };
   const Rect picture = integral(node.extent);
   const auto limited = [&](int place, double low, double high) {
-    return isContinued ? static_cast<int>(std::clamp<double>(place, low, high - 1)) : place;
+    return static_cast<int>(std::clamp<double>(place, low, high - 1));
   };
   const auto shown = [&](int column, int row) {
-    const auto key = std::make_tuple(&node, limited(column, picture.minX(), picture.maxX()),
-                                     limited(row, picture.minY(), picture.maxY()));
+    const auto key =
+        std::make_tuple(&node, isLight, limited(column, picture.minX(), picture.maxX()),
+                        limited(row, picture.minY(), picture.maxY()));
     const auto known = shown_.find(key);
     if (known != shown_.end()) return known->second;
-    return shown_[key] = at(node, std::get<1>(key), std::get<2>(key));
+    const Sample sample = at(node, std::get<2>(key), std::get<3>(key));
+    return shown_[key] = isLight ? toLight(clampedSample(sample)) : sample;
   };
   Sample sum;
   for (int dy = -reach; dy <= reach; ++dy) {
-    const auto [entry, isNew] =
-        acrossCache_.try_emplace({&node, deviation, isContinued, x, y + dy});
+    const auto [entry, isNew] = acrossCache_.try_emplace({&node, deviation, isLight, x, y + dy});
     if (isNew) {
       Sample across;
       for (int dx = -reach; dx <= reach; ++dx) across = across + shown(x + dx, y + dy) * weight(dx);
@@ -384,12 +408,22 @@ Sample screened(const LineScreen& lines, const Sample& s, int x, int y) {
   return {grey * s.a, grey * s.a, grey * s.a, s.a};
 }
 
+/// `s` and `mean` are light.
 Sample glowing(const GlowNode& glow, const Sample& s, const Sample& mean) {
   const double i = glow.intensity;
   const auto joined = [&](double c, double b) {
-    return glow.kind == GlowNode::Kind::kBloom ? c + i * b * (s.a - c) : c * (1 - i * (mean.a - b));
+    return glow.kind == GlowNode::Kind::kBloom
+               ? c + i * b * (s.a - c)
+               : std::min((c + i / 4 * (b - c)) / (1 + 2 * i * b), s.a);
   };
   return {joined(s.r, mean.r), joined(s.g, mean.g), joined(s.b, mean.b), s.a};
+}
+
+double exposed(double value, double stops) {
+  const double light = linear(value);
+  if (stops < 0) return encoded(light / std::pow(2.0, -stops));
+  const double more = std::pow(2.0, 0.5 * stops);
+  return encoded(more * light / (1 - light + more * light));
 }
 
 Sample Evaluator::filtered(const FilterNode& node, int x, int y) {
@@ -400,14 +434,17 @@ Sample Evaluator::filtered(const FilterNode& node, int x, int y) {
   const Sample s = at(*node.input, x, y);
   if (s.a == 0) return s;
   if (const auto* sharpen = dynamic_cast<const SharpenLuminanceNode*>(&node)) {
-    const Sample mean = blurred(*sharpen->input, 1.69, true, x, y);
+    const Sample mean = blurred(*sharpen->input, sharpen->radius, false, x, y);
     const double more = sharpen->sharpness * (luminance(s) - luminance(mean) / mean.a * s.a);
     return {s.r + more, s.g + more, s.b + more, s.a};
   }
   if (const auto* glow = dynamic_cast<const GlowNode*>(&node))
-    return glowing(*glow, s, blurred(*glow->input, glow->radius, true, x, y));
+    return fromLight(
+        glowing(*glow, toLight(clampedSample(s)), blurred(*glow->input, glow->radius, true, x, y)));
+  if (const auto* exposure = dynamic_cast<const ExposureNode*>(&node))
+    return eachOf(clampedSample(s), [&](double v) { return exposed(v, exposure->stops); });
   if (const auto* light = dynamic_cast<const SpotLightNode*>(&node))
-    return lit(light->light, s, x, y);
+    return fromLight(clampedSample(lit(light->light, toLight(clampedSample(s)), x, y)));
   if (const auto* lines = dynamic_cast<const LineScreenNode*>(&node))
     return screened(lines->screen, s, x, y);
   throw std::logic_error("the evaluator does not know this filter");
