@@ -2,6 +2,7 @@
 
 #include <kestrel/LMFFMediaStream.h>
 
+#include <deque>
 #include <optional>
 #include <vector>
 
@@ -11,7 +12,8 @@ namespace kestrel {
 
 /// Deinterlaces those pictures of a stream that its treatment names; the others pass untouched.
 /// Each stays one picture with its own time, or becomes two, one of each field. A picture comes out
-/// when the next one goes in, because the filter needs both neighbours.
+/// when the next one goes in, because the filter needs both neighbours, or up to three later where
+/// what follows decides whether it is interlaced.
 class Deinterlacer {
  public:
   /// `timebase` is that of the pictures' times.
@@ -26,10 +28,13 @@ class Deinterlacer {
   std::vector<FramePtr> finish();
 
  private:
-  bool isMeant(const AVFrame& picture, const AVFrame* neighbor) const;
-  std::vector<FramePtr> pushMarked(FramePtr picture, const AVFrame* neighbor);
+  bool isMarked(const AVFrame& picture) const;
+  void judge(FramePtr picture, bool isCombed, std::vector<FramePtr>& finished);
+  void letGo(bool isMeant, std::vector<FramePtr>& finished);
+  void pushMarked(FramePtr picture, bool isMeant, std::vector<FramePtr>& finished);
   std::vector<FramePtr> filtered(std::vector<FramePtr> pictures);
   std::vector<FramePtr> dated(std::vector<FramePtr> pictures, AVRational from) const;
+  std::vector<FramePtr> repeating(std::vector<FramePtr> pictures);
   void noteTicks(const AVFrame& picture);
 
   const PictureTreatment treatment_;
@@ -38,8 +43,13 @@ class Deinterlacer {
   std::optional<PictureFilter> filter_;  // from the first picture on that is deinterlaced
   bool repeatsFirst_ = false;            // the filter's first picture has come out before
   FramePtr first_;                       // waits for the next one to be compared with
-  FramePtr previous_;
-  int64_t end_ = AV_NOPTS_VALUE;  // of the last picture that was pushed
+  FramePtr last_;                        // that came in, where pictures are compared
+  std::vector<FramePtr> waiting_;        // without combs; what follows them decides
+  size_t run_ = 0;                       // deinterlaced before these, one after the other
+  int lingering_ = 0;                    // so many are deinterlaced without combs
+  FramePtr previous_;                    // that was passed on
+  std::deque<int64_t> repeated_;         // times of those that come twice and have yet to come out
+  int64_t end_ = AV_NOPTS_VALUE;         // of the last picture that was pushed
 };
 
 }  // namespace kestrel

@@ -38,8 +38,8 @@ enum class Denoising { kOff, kLight, kMedium, kStrong };
 /// What becomes of a stream's decoded pictures before anybody sees them.
 struct PictureTreatment {
   Deinterlacing deinterlacing = Deinterlacing::kOff;
-  /// Each field of a picture that is deinterlaced becomes a picture of its own: twice as many a
-  /// second, for smooth motion.
+  /// Each field of a picture that is deinterlaced becomes a picture of its own, and each other
+  /// picture comes twice: at a constant rate, twice as many a second, for smooth motion.
   bool separatesFields = false;
   /// Which field of a picture that is not marked as interlaced is the earlier one; absent: the
   /// upper.

@@ -28,7 +28,8 @@ FramePtr picture(int number, Kind kind, int ticks, bool isMarked = false) {
   for (int y = 0; y < kSide; ++y) {
     const int edge = 4 * number + (kind == Kind::kTwoMoments && y % 2 == 1 ? 2 : 0);
     uint8_t* line = frame->data[0] + ptrdiff_t{y} * frame->linesize[0];
-    std::memset(line, 40, kSide);
+    // Lines of their own, fainter than combs.
+    std::memset(line, 40 + 2 * ((7 * y + 13 * number) % 5), kSide);
     std::memset(line + edge, 200, 30);
   }
   frame->pts = int64_t{number} * ticks;
@@ -86,6 +87,23 @@ TEST(Deinterlacer, TouchesOnlyPicturesThatShowCombs) {
   }
 }
 
+// Where little moves, interlaced pictures show no combs; film with repeated fields has more than
+// two without any between those that show them.
+TEST(Deinterlacer, InterlacedPicturesWithoutCombsAreTreatedLikeThoseAroundThem) {
+  const PictureTreatment combed{.deinterlacing = Deinterlacing::kCombed};
+  const std::vector<Kind> gaps{kOne, kTwo, kOne, kTwo, kOne, kOne, kTwo};
+  EXPECT_THAT(untouched(deinterlaced(combed, gaps), gaps),
+              ElementsAre(true, false, false, false, false, false, false));
+  const std::vector<Kind> film{kTwo, kTwo, kOne, kOne, kOne, kTwo, kTwo, kOne, kOne, kOne};
+  EXPECT_THAT(untouched(deinterlaced(combed, film), film),
+              ElementsAre(false, false, true, true, true, false, false, true, true, true));
+  std::vector<Kind> shot{kTwo, kTwo, kTwo};
+  shot.insert(shot.end(), 14, kOne);
+  std::vector<bool> expected(15, false);
+  expected.insert(expected.end(), 2, true);
+  EXPECT_EQ(untouched(deinterlaced(combed, shot), shot), expected);
+}
+
 TEST(Deinterlacer, TheFirstPictureIsComparedWithTheNext) {
   const std::vector<Kind> kinds{kTwo, kTwo, kTwo};
   const auto pictures = deinterlaced({.deinterlacing = Deinterlacing::kCombed}, kinds);
@@ -119,10 +137,25 @@ TEST(Deinterlacer, FieldsBecomePicturesOfHalfTheLength) {
 TEST(Deinterlacer, FieldsGetFinerTicksWhereTheirPicturesLastOne) {
   const PictureTreatment fields{.deinterlacing = Deinterlacing::kCombed, .separatesFields = true};
   const auto pictures = deinterlaced(fields, {kOne, kOne, kTwo, kTwo}, 1);
-  EXPECT_THAT(timesOf(pictures), ElementsAre(0, 2, 4, 5, 6, 7));  // in fiftieths of a second
+  EXPECT_THAT(timesOf(pictures), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));  // in fiftieths of a second
   for (const auto& picture : pictures) EXPECT_EQ(av_cmp_q(picture->time_base, {1, 50}), 0);
-  EXPECT_EQ(frameDuration(*pictures[0]), 2);
+  EXPECT_EQ(frameDuration(*pictures[0]), 1);
   EXPECT_EQ(frameDuration(*pictures.back()), 1);
+}
+
+TEST(Deinterlacer, WhereFieldsBecomePicturesTheOthersComeTwice) {
+  const std::vector<Kind> kinds{kOne, kOne, kTwo, kTwo, kOne, kOne};
+  for (const auto which : {Deinterlacing::kCombed, Deinterlacing::kAuto}) {
+    const auto pictures =
+        deinterlaced({.deinterlacing = which, .separatesFields = true}, kinds, 40);
+    EXPECT_THAT(timesOf(pictures),
+                ElementsAre(0, 20, 40, 60, 80, 100, 120, 140, 160, 180, 200, 220));
+    for (const size_t number : {0U, 1U, 4U, 5U})
+      for (const size_t half : {0U, 1U})
+        EXPECT_EQ(bytesOf(*pictures.at(2 * number + half)),
+                  bytesOf(*picture(static_cast<int>(number), kinds[number], 40)))
+            << number;
+  }
 }
 
 TEST(Deinterlacer, TheEarlierFieldComesFirst) {
