@@ -14,6 +14,7 @@
 #include "support/LibraryLog.h"
 #include "support/copy/Covers.h"
 #include "support/encode/EncoderCompat.h"
+#include "support/encode/Fields.h"
 #include "support/encode/KeyOrders.h"
 
 namespace kestrel {
@@ -115,6 +116,12 @@ void LMFFMovieFileOutput::setVideoPixelFormat(int format) { state_->videoPixelFo
 Rational LMFFMovieFileOutput::videoTick() const { return state_->videoTick; }
 
 void LMFFMovieFileOutput::setVideoTick(Rational tick) { state_->videoTick = tick; }
+
+std::optional<bool> LMFFMovieFileOutput::topFieldFirst() const { return state_->topFieldFirst; }
+
+void LMFFMovieFileOutput::setTopFieldFirst(std::optional<bool> first) {
+  state_->topFieldFirst = first;
+}
 
 std::string LMFFMovieFileOutput::videoStatistics() const { return state_->videoStatistics; }
 
@@ -303,6 +310,7 @@ void LMFFMovieFileOutput::openVideo() {
     if (state.videoPixelFormat != AV_PIX_FMT_NONE)
       encoder->pix_fmt = static_cast<AVPixelFormat>(state.videoPixelFormat);
     configurePicture(format, state.outputColor, *stream, *encoder);
+    if (state.topFieldFirst) configureFields(*state.topFieldFirst, *encoder);
     if (!state.videoStatistics.empty()) encoder->stats_in = state.videoStatistics.data();
     if (state.videoTick.num > 0 && state.videoTick.den > 0) {
       encoder->time_base = toAV(state.videoTick);

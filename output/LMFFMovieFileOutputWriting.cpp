@@ -10,6 +10,7 @@
 #include "support/Containers.h"
 #include "support/FFmpegCompat.h"
 #include "support/encode/EncoderCompat.h"
+#include "support/encode/Fields.h"
 
 extern "C" {
 #include <libavutil/common.h>
@@ -170,6 +171,7 @@ void LMFFMovieFileOutput::State::encodeConverted(StreamEncoder& encoder, int64_t
   const AVFrame* output = videoConverter->outputFrame();
   if (output->data[0] && !errors.succeeded(av_frame_ref(picture.get(), output))) return;
   clearPictureType(*picture);
+  if (topFieldFirst) markFields(*picture, *topFieldFirst);
   const AVRational base = encoder.context()->time_base;
   const auto toMicroseconds = [base](int64_t time) {
     return av_rescale_q(time, base, kMicroseconds);

@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -83,6 +84,7 @@ struct LMFFMovieFileOutput::State {
   std::string audioEncoderName;
   int videoPixelFormat = AV_PIX_FMT_NONE;
   Rational videoTick = {0, 1};
+  std::optional<bool> topFieldFirst;
   Entries videoOptions;
   std::string videoStatistics;  // the encoder reads it as long as it is open
   Entries audioOptions;

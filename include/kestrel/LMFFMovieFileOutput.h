@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -119,6 +120,12 @@ class KESTREL_API LMFFMovieFileOutput {
   /// Unless it is above 0, that is `movieFrameDuration`.
   Rational videoTick() const;
   void setVideoTick(Rational tick);
+
+  /// For interlaced pictures, whether the upper field is the earlier one: they are coded as such
+  /// where the encoder can, and stream and pictures are marked. Absent, the default: pictures are
+  /// coded as progressive ones. Read by `openVideo`.
+  std::optional<bool> topFieldFirst() const;
+  void setTopFieldFirst(std::optional<bool> first);
 
   /// Of two passes over the pictures: what the encoder told in the first, to be had after
   /// `stopOutput`; set before `openVideo` of the second. "" where the encoder keeps it in a file.
