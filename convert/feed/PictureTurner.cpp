@@ -74,11 +74,22 @@ std::vector<FilterChain::Filter> makingWhole(AVPixelFormat format, const Place& 
           {"format", "pix_fmts=" + wholeFormat(format)}};
 }
 
+/// Where they lie in a picture that is mirrored. In one of an odd length the last sample has one
+/// pixel less, and the mirrored ones begin with it.
+double mirrored(double place, int pixels) { return pixels % 2 == 0 ? -place : -place - 1; }
+
 /// Where they lie after a turn of whole planes.
-Place turned(Place place, const Look::Turn& turn) {
-  if (turn.mirrored) place.x = -place.x;
-  if (turn.flipped) place.y = -place.y;
-  for (int i = 0; i < turn.quarters; ++i) place = {place.y, -place.x};
+Place turned(Place place, const AVFrame& frame, const Look::Turn& turn) {
+  const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
+  // Odd lengths matter where two pixels share a sample.
+  int width = format.log2_chroma_w == 1 ? frame.width : 2;
+  int height = format.log2_chroma_h == 1 ? frame.height : 2;
+  if (turn.mirrored) place.x = mirrored(place.x, width);
+  if (turn.flipped) place.y = mirrored(place.y, height);
+  for (int i = 0; i < turn.quarters; ++i) {
+    place = {place.y, mirrored(place.x, width)};
+    std::swap(width, height);
+  }
   return place;
 }
 
@@ -92,7 +103,7 @@ bool sharesSquares(const AVFrame& frame) {
 using Taps = std::array<int, 5>;
 constexpr int kTapsUnit = 128;
 
-/// Moves samples to a place within half a sample, by the cubic of Catmull and Rom.
+/// Moves samples by up to half their distance, by the cubic of Catmull and Rom.
 Taps tapsAt(double distance) {
   const double t = std::abs(distance);
   const auto part = [](double value) { return static_cast<int>(std::lround(value * kTapsUnit)); };
@@ -134,7 +145,7 @@ void PictureTurner::build(const AVFrame& frame) {
   if (turn_.flipped != (turn_.quarters == 2)) filters.push_back({"vflip", ""});
   if (turn_.quarters == 1) filters.push_back({"transpose", "dir=cclock"});
   if (turn_.quarters == 3) filters.push_back({"transpose", "dir=clock"});
-  const Place after = turned(before, turn_);
+  const Place after = turned(before, frame, turn_);
   const bool keepsPlanes = !flattens && !turnsAside;
   if (keepsPlanes && (before.x != after.x || before.y != after.y))
     filters.push_back(placing(before, after));

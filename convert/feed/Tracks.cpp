@@ -68,6 +68,25 @@ Track::Job TimedVideoTrack::step() {
   };
 }
 
+PacedVideoTrack::PacedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate,
+                                 PictureShaper shape)
+    : feed_(movie, span.start, span.end, rate), shape_(std::move(shape)), span_(span) {}
+
+int64_t PacedVideoTrack::end() const {
+  const auto length = span_.length();
+  return length ? std::min(feed_.time(), *length) : feed_.time();
+}
+
+Track::Job PacedVideoTrack::step() {
+  const int64_t middle = span_.start + feed_.time() + feed_.tickDuration() / 2;
+  auto picture = feed_.next();
+  ended_ = !picture;
+  if (ended_) return {};
+  if (shape_) picture = shape_(picture, middle);
+  return
+      [picture = std::move(picture)](LMFFMovieFileOutput& output) { output.writeImage(picture); };
+}
+
 EncodedAudioTrack::EncodedAudioTrack(AudioFeed feed, AVStream* output, const Span& span,
                                      int64_t preroll, const Level& level, const Track* leader)
     : feed_(std::move(feed)),

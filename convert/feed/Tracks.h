@@ -18,6 +18,7 @@
 
 #include "convert/feed/AudioFeed.h"
 #include "convert/feed/LoudnessMeter.h"
+#include "convert/feed/PacedFeed.h"
 #include "convert/feed/PeakLimiter.h"
 #include "convert/feed/PictureFeed.h"
 #include "convert/feed/PictureShaper.h"
@@ -97,6 +98,21 @@ class TimedVideoTrack : public Track {
   PictureShaper shape_;
   const Span span_;
   const Rational tick_;
+  bool ended_ = false;
+};
+
+/// Pictures at a constant rate, of which none is left out.
+class PacedVideoTrack : public Track {
+ public:
+  PacedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, PictureShaper shape);
+  int64_t time() const override { return ended_ ? kEnded : feed_.time(); }
+  Job step() override;
+  int64_t end() const override;
+
+ private:
+  PacedFeed feed_;
+  PictureShaper shape_;
+  const Span span_;
   bool ended_ = false;
 };
 

@@ -64,7 +64,7 @@ Area storedArea(const Area& upright, const Orientation& orientation, Size stored
 
 Look::Look(const LookSettings& settings, const VideoInfo& pictures,
            const std::optional<Area>& picture)
-    : settings_(settings), isDeep_(pictures.bitDepth > 8), isTransparent_(pictures.hasAlpha) {
+    : settings_(settings), isTransparent_(pictures.hasAlpha) {
   const Size source{static_cast<double>(pictures.width), static_cast<double>(pictures.height)};
   const Orientation& own = pictures.orientation;
   const bool liesOnItsSide = swapsSides(own.counterclockwise);
@@ -119,8 +119,6 @@ Look::Look(const LookSettings& settings, const VideoInfo& pictures,
 
 bool Look::isDrawn() const {
   if (!isQuarterTurn(look_.rotate)) return true;
-  // Drawing knows where samples of colour lie between pixels; a turn of whole planes keeps depth.
-  if (!isDeep_ && !isTransparent_ && !turn().isNone()) return true;
   MovieLook turned;
   turned.cropRect = look_.cropRect;
   turned.zoomType = look_.zoomType;

@@ -23,8 +23,8 @@ class Look {
   Look(const LookSettings& settings, const VideoInfo& pictures,
        const std::optional<Area>& picture = {});
 
-  /// Whether they are drawn, which is done in 8 bits. Others stay in their own format; deep or
-  /// transparent ones also where they are turned by quarters, mirrored or laid on black.
+  /// Whether they are drawn, which is done in 8 bits. Others stay in their own format, also where
+  /// they are turned by quarters, mirrored or laid on black.
   bool isDrawn() const;
 
   /// What is done to pictures that are not drawn, in this order.
@@ -62,7 +62,6 @@ class Look {
   Size size_;
   double pixelAspect_ = 1;
   bool isFitted_ = false;
-  bool isDeep_ = false;         // more than 8 bits
   bool isTransparent_ = false;  // the pictures may be; they lie on black
 };
 

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -14,6 +15,7 @@
 #include <kestrel/convert/MediaInfo.h>
 #include "convert/look/Look.h"
 #include "convert/look/Overlay.h"
+#include "convert/plan/ConstantRate.h"
 #include "convert/plan/Fragments.h"
 #include "convert/plan/OutputShape.h"
 #include "convert/plan/PictureEncoding.h"
@@ -31,6 +33,7 @@
 #include "support/FFmpegOwners.h"
 #include "support/Pipes.h"
 #include "support/Words.h"
+#include "support/encode/Fields.h"
 #include "support/encode/KeyOrders.h"
 
 extern "C" {
@@ -76,7 +79,7 @@ class Planner {
       : settings_(settings),
         measures_(measures),
         source_(source),
-        input_(mediaInfoOf(source)),
+        input_(measures.info ? *measures.info : mediaInfoOf(source)),
         named_(settings.format.empty() ? outputFormatFor(settings.output)
                                        : outputFormatNamed(settings.format)),
         container_(isHls(named_) ? outputFormatNamed("mp4") : named_) {}
@@ -314,7 +317,9 @@ class Planner {
     requireEncodable(container_, choice.codec, settings_.output);
     const VideoInfo& video = stream.video;
     plan_.look = settings_.look;
-    planTreatment();
+    plan_.orientation = video.orientation;
+    const Scanning scanning = measures_.scanning ? measures_.scanning() : Scanning{};
+    planTreatment(scanning);
     plan_.picture = measures_.picture;
     const Look look(settings_.look, video, measures_.picture);
     plan_.pixelFormat = pixelFormatFor(choice.encoder, formatBefore(video, look.isDrawn()),
@@ -322,9 +327,7 @@ class Planner {
     const Ladder ladder = outputLadder(settings_, look, keepsOddSides(choice.encoder));
     const Shape& shape = ladder.shapes.front();
     const Rational own = ownRate(video);
-    const bool isLimited =
-        settings_.maxFps &&
-        av_cmp_q({own.num, own.den}, {settings_.maxFps->num, settings_.maxFps->den}) > 0;
+    const bool isLimited = settings_.maxFps && comesFasterThan(*settings_.maxFps, video);
     const Rational wanted = settings_.fps.value_or(isLimited ? *settings_.maxFps : own);
     const AVRational rate = supportedRate({wanted.num, wanted.den},
                                           *avcodec_find_encoder_by_name(choice.encoder.c_str()));
@@ -337,16 +340,19 @@ class Planner {
     plan_.keepsTimes = !settings_.fps && !isLimited && holdsTimes(container_, choice.codec) &&
                        av_cmp_q(rate, {own.num, own.den}) == 0 &&
                        (!isHls(named_) || takesKeyOrders(choice.encoder));
+    if (!plan_.keepsTimes && !settings_.fps && !isLimited) planPace(own);
+    planFields(scanning, look, ladder);
     plan_.color = outputColor(video.color, shape, choice.codec, plan_.pixelFormat);
     if (keepsLight(plan_) && video.hdr && isPossible(*video.hdr)) plan_.hdr = video.hdr;
     planSegments(plan_, settings_, named_);
     planEncoding(plan_, settings_, container_);
     planRungs(plan_, ladder.shapes);
-    plan_.pictures()->losses = lossesOf(
-        plan_, {settings_.isCompatible, settings_.depth, settings_.chroma}, video, look.isDrawn());
+    auto& losses = plan_.pictures()->losses;
+    std::ranges::move(lossesOf(plan_, {settings_.isCompatible, settings_.depth, settings_.chroma},
+                               video, look.isDrawn()),
+                      std::back_inserter(losses));
     for (const int lines : ladder.tooLarge)
-      plan_.pictures()->losses.push_back(
-          fmt::format("{} lines of the ladder, which are more than they have", lines));
+      losses.push_back(fmt::format("{} lines of the ladder, which are more than they have", lines));
     if ((plan_.passes == 2 || plan_.sizeLimit) && !source_.isSeekable())
       refuse(plan_.sizeLimit ? "sizeLimit" : "passes",
              fmt::format("'{}' can be read only once", settings_.input));
@@ -354,24 +360,85 @@ class Planner {
 
   /// What the pictures need. Progressive ones are left alone, also where they are marked as
   /// interlaced; then each that shows combs is found on the way.
-  void planTreatment() {
+  /// Fields become pictures all over a movie that is interlaced.
+  void planTreatment(const Scanning& scanning) {
     PictureTreatment& treatment = plan_.treatment;
     treatment.denoising = settings_.denoising;
+    treatment.topFieldFirst = scanning.topFieldFirst;
     if (settings_.deinterlacing) {
       treatment.deinterlacing = *settings_.deinterlacing;
     } else if (!measures_.scanning) {
       treatment.deinterlacing = Deinterlacing::kAuto;
-    } else {
-      const Scanning scanning = measures_.scanning();
-      const auto usual = scanning.isMarked ? Deinterlacing::kAuto : Deinterlacing::kOn;
-      if (scanning.scan == Scan::kInterlaced)
-        treatment.deinterlacing = usual;
-      else if (scanning.scan == Scan::kMixed || scanning.isMarked)
-        treatment.deinterlacing = Deinterlacing::kCombed;
-      treatment.topFieldFirst = scanning.topFieldFirst;
+    } else if (scanning.scan == Scan::kInterlaced) {
+      const bool goesByMarks = scanning.isMarked && !settings_.separatesFields;
+      treatment.deinterlacing = goesByMarks ? Deinterlacing::kAuto : Deinterlacing::kOn;
+    } else if (scanning.scan == Scan::kMixed || scanning.isMarked) {
+      treatment.deinterlacing = Deinterlacing::kCombed;
     }
+    const bool hasFields =
+        settings_.deinterlacing || !measures_.scanning || scanning.scan != Scan::kProgressive;
     treatment.separatesFields =
-        settings_.separatesFields && treatment.deinterlacing != Deinterlacing::kOff;
+        settings_.separatesFields && hasFields && treatment.deinterlacing != Deinterlacing::kOff;
+  }
+
+  /// Pictures that stay interlaced are coded and marked so, as long as their lines stay lines.
+  void planFields(const Scanning& scanning, const Look& look, const Ladder& ladder) {
+    if (plan_.treatment.deinterlacing != Deinterlacing::kOff || scanning.scan == Scan::kProgressive)
+      return;
+    auto& losses = plan_.pictures()->losses;
+    const Look::Turn turn = look.turn();
+    const auto isScaled = [&](const Shape& shape) { return shape.height != look.size().height; };
+    if (look.isDrawn() || turn.quarters % 2 != 0 || std::ranges::any_of(ladder.shapes, isScaled)) {
+      losses.emplace_back("their fields run into each other, where interlaced ones are shaped");
+      return;
+    }
+    const bool isUpsideDown = turn.flipped != (turn.quarters == 2);
+    const bool swapsFields = isUpsideDown && plan_.format.height % 2 == 0;
+    plan_.topFieldFirst = scanning.topFieldFirst.value_or(true) != swapsFields;
+    if (!codesFields(plan_.videoEncoder, av_get_pix_fmt(plan_.pixelFormat.c_str()),
+                     plan_.format.height))
+      losses.push_back(fmt::format("they stay interlaced, and {} does not code their fields",
+                                   plan_.videoEncoder));
+  }
+
+  /// Whether any two pictures come faster than a limit.
+  bool comesFasterThan(Rational limit, const VideoInfo& video) {
+    if (av_cmp_q(toAV(ownRate(video)), toAV(limit)) > 0) return true;
+    return comeFasterThan(times(), limit);
+  }
+
+  /// When the pictures of the span are shown; empty where nobody knows.
+  const std::vector<int64_t>& times() {
+    if (!times_) {
+      times_ = measures_.times ? measures_.times() : std::vector<int64_t>();
+      const int64_t begin = input_.startTime.value_or(0);
+      if (plan_.end)
+        times_->erase(std::ranges::lower_bound(*times_, av_sat_add64(begin, *plan_.end)),
+                      times_->end());
+      // The first is the one that is seen where the span begins.
+      const auto later = std::ranges::upper_bound(*times_, av_sat_add64(begin, plan_.start));
+      if (later != times_->begin()) times_->erase(times_->begin(), later - 1);
+    }
+    return *times_;
+  }
+
+  /// A container of one rate gets one at which no picture is left out. Discs keep theirs.
+  void planPace(Rational own) {
+    if (settings_.title || plan_.treatment.separatesFields) return;
+    const size_t lost = picturesLostAt(times(), plan_.rate());
+    if (lost == 0) return;
+    const auto rate = rateForAll(times(), own, settings_.maxFps,
+                                 *avcodec_find_encoder_by_name(plan_.videoEncoder.c_str()));
+    if (rate) {
+      plan_.setRate(*rate);
+      plan_.keepsPictures = true;
+    }
+    const std::string perSecond =
+        fmt::format("{:.5g} a second", static_cast<double>(plan_.rate().num) / plan_.rate().den);
+    const std::string which = fmt::format("{} has one rate, {}", named_.name, perSecond);
+    plan_.pictures()->losses.push_back(
+        rate ? fmt::format("their uneven times: {}, at which none is left out", which)
+             : fmt::format("{} of {}: {}", lost, times().size(), which));
   }
 
   /// Pictures per second before any change of rate.
@@ -385,8 +452,9 @@ class Planner {
   const LMMediaSource& source_;
   const MediaInfo input_;
   const StreamInfo* pictures_ = nullptr;  // that are kept
-  const AVOutputFormat& named_;           // what the result is called
-  const AVOutputFormat& container_;       // of its streams
+  std::optional<std::vector<int64_t>> times_;
+  const AVOutputFormat& named_;      // what the result is called
+  const AVOutputFormat& container_;  // of its streams
   ConversionPlan plan_;
 };
 

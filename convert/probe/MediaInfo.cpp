@@ -7,6 +7,7 @@
 #include <array>
 #include <string_view>
 
+#include "convert/probe/Colors.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/Languages.h"
@@ -97,20 +98,6 @@ std::optional<Rational> trueRate(AVStream& stream) {
   return realFrameRate(stream);
 }
 
-void tellColor(VideoInfo& video, const AVCodecParameters& codec) {
-  video.color = resolvedVideoColor(
-      {codec.color_primaries, codec.color_trc, codec.color_space, codec.color_range}, codec.format,
-      codec.height);
-  if (codec.color_space != AVCOL_SPC_UNSPECIFIED)
-    video.colorSpace = orEmpty(av_color_space_name(codec.color_space));
-  if (codec.color_range != AVCOL_RANGE_UNSPECIFIED)
-    video.colorRange = orEmpty(av_color_range_name(codec.color_range));
-  if (codec.color_primaries != AVCOL_PRI_UNSPECIFIED)
-    video.colorPrimaries = orEmpty(av_color_primaries_name(codec.color_primaries));
-  if (codec.color_trc != AVCOL_TRC_UNSPECIFIED)
-    video.colorTransfer = orEmpty(av_color_transfer_name(codec.color_trc));
-}
-
 void tellShape(VideoInfo& video, AVStream& stream) {
   const AVCodecParameters& codec = *stream.codecpar;
   video.width = std::max(codec.width, 0);
@@ -141,7 +128,8 @@ VideoInfo videoInfo(AVStream& stream) {
   }
   tellShape(video, stream);
   video.orientation = orientationOf(stream);
-  tellColor(video, codec);
+  tellColors(video, {codec.color_primaries, codec.color_trc, codec.color_space, codec.color_range},
+             codec.format);
   video.hdr = lightOf(stream);
   return video;
 }
@@ -221,7 +209,10 @@ MediaInfo mediaInfoOf(const LMMediaSource& source) {
 
 MediaInfo readMediaInfo(const std::string& path, std::optional<int> title,
                         const Interrupt& interrupt, int angle, const Protocols& protocols) {
-  return mediaInfoOf(*openInput(path, title, interrupt, angle, protocols));
+  const auto source = openInput(path, title, interrupt, angle, protocols);
+  MediaInfo info = mediaInfoOf(*source);
+  learnColors(info, source);
+  return info;
 }
 
 }  // namespace kestrel

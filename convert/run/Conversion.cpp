@@ -17,15 +17,16 @@
 #include <kestrel/convert/OutputFile.h>
 #include "convert/files/PlaylistTarget.h"
 #include "convert/pictures/AutoCrop.h"
-#include "convert/pictures/PictureReader.h"
 #include "convert/plan/ConversionPlanner.h"
 #include "convert/plan/PictureEncoding.h"
 #include "convert/plan/PlanRules.h"
 #include "convert/plan/SettingsRules.h"
+#include "convert/probe/Colors.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/Light.h"
 #include "convert/probe/MeasuredScanning.h"
+#include "convert/probe/PictureTimes.h"
 #include "convert/run/ConversionRun.h"
 #include "convert/run/ConversionWriter.h"
 #include "convert/run/LeftOut.h"
@@ -63,8 +64,11 @@ class Conversion::Work {
   ConversionPlan& plan(const Events& events) {
     if (source_) return plan_;
     const auto source = openInput(settings_, events.interrupt);
-    plan_ = planConversion(settings_, *source, measures(*source, events.interrupt));
     info_ = mediaInfoOf(*source);
+    if (source->isSeekable() &&
+        settings_.video.value_or(StreamAction::kEncode) == StreamAction::kEncode)
+      learnColors(info_, openedAgain(events.interrupt));
+    plan_ = planConversion(settings_, *source, measures(*source, events.interrupt));
     planLight(*source, events.interrupt);
     source_ = source;
     return plan_;
@@ -120,15 +124,16 @@ class Conversion::Work {
 
   /// What pictures from all over the input tell; another reader looks at them. A pipe has one.
   Measures measures(const LMMediaSource& source, const Interrupt& interrupt) const {
-    if (!source.isSeekable()) return {};
+    if (!source.isSeekable()) return {.info = info_};
     const auto withMovie = [this, interrupt](auto look) {
       LMFFMovie movie;
-      movie.openMedias(openInput(settings_, interrupt)->createMedias());
+      movie.openMedias(openedAgain(interrupt)->createMedias());
       return look(movie);
     };
-    Measures measures;
+    Measures measures{.info = info_};
     if (settings_.look.autoCrop) measures.picture = withMovie(withoutBars);
     measures.scanning = [withMovie] { return withMovie(measuredScanning); };
+    measures.times = [this, interrupt] { return pictureTimes(*openedAgain(interrupt)); };
     return measures;
   }
 
@@ -139,7 +144,7 @@ class Conversion::Work {
     const uint32_t index = pictures->sources.front();
     std::shared_ptr<LMFFImage> first;
     if (isHdr(info_.streams[index].video.color) && source.isSeekable())
-      first = firstPicture(interrupt);
+      first = firstPicture(openedAgain(interrupt));
     const AVFrame* const frame = first ? first->getFrame() : nullptr;
     if (keepsLight(plan_) && !plan_.hdr && frame)
       if (const auto light = lightOf(*frame); light && isPossible(*light)) plan_.hdr = light;
@@ -148,10 +153,9 @@ class Conversion::Work {
           fmt::format("their {}, which {} does not write", name, plan_.videoEncoder));
   }
 
-  std::shared_ptr<LMFFImage> firstPicture(const Interrupt& interrupt) const {
-    LMFFMovie movie;
-    movie.openMedias(openInput(settings_, interrupt)->createMedias());
-    return PictureReader(movie).frameAt(0);
+  /// Another reader of the input.
+  std::shared_ptr<LMMediaSource> openedAgain(const Interrupt& interrupt) const {
+    return openInput(settings_, interrupt);
   }
 
   /// Whether the result is all that the input promised, and what is missing.

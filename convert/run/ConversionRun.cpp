@@ -164,7 +164,8 @@ class ConversionRun::Work {
 
   void applyLook() {
     if (!encodesPictures()) return;
-    const VideoInfo& video = info_.streams[plan_.pictures()->sources.front()].video;
+    VideoInfo video = info_.streams[plan_.pictures()->sources.front()].video;
+    video.orientation = plan_.orientation;
     look_ = Look(plan_.look, video, plan_.picture);
     if (!look_.isDrawn()) return;
     look_.apply(movie_, {static_cast<double>(plan_.format.width),
@@ -199,6 +200,8 @@ class ConversionRun::Work {
       if (plan_.keepsTimes)
         return std::make_unique<TimedVideoTrack>(movie_, span, plan_.rate(), drawsTexts,
                                                  makeShaper());
+      if (plan_.keepsPictures)
+        return std::make_unique<PacedVideoTrack>(movie_, span, plan_.rate(), makeShaper());
       return std::make_unique<EncodedVideoTrack>(movie_, span, plan_.rate(), makeShaper());
     }
     if (planned.kind == Kind::kAudio && planned.action == StreamAction::kEncode) {

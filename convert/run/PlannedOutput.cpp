@@ -27,6 +27,7 @@ void setUpOutput(LMFFMovieFileOutput& output, const ConversionPlan& plan, const 
   output.setOutputColor(plan.color);
   output.setVideoEncoderName(plan.videoEncoder);
   if (const auto converter = output.videoConverter()) converter->setScaler(plan.look.scaler);
+  output.setTopFieldFirst(plan.topFieldFirst);
   if (plan.keepsTimes) output.setVideoTick(pictureTick(plan.rate()));
   output.setVideoPixelFormat(av_get_pix_fmt(plan.pixelFormat.c_str()));
   ConversionPlan::Options options = plan.videoOptions;

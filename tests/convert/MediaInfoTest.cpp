@@ -84,10 +84,6 @@ void expectSamePictures(const VideoInfo& video, const json& probed) {
   EXPECT_EQ(video.pixelFormat, textOf(probed, "pix_fmt"));
   EXPECT_EQ(video.pixelAspect, fractionOf(probed, "sample_aspect_ratio"));
   EXPECT_EQ(video.displayAspect, fractionOf(probed, "display_aspect_ratio"));
-  EXPECT_EQ(video.colorSpace, textOf(probed, "color_space"));
-  EXPECT_EQ(video.colorRange, textOf(probed, "color_range"));
-  EXPECT_EQ(video.colorPrimaries, textOf(probed, "color_primaries"));
-  EXPECT_EQ(video.colorTransfer, textOf(probed, "color_transfer"));
   EXPECT_EQ(video.isCover, probed["disposition"]["attached_pic"] == 1);
   const std::string order = textOf(probed, "field_order");
   EXPECT_EQ(video.isInterlaced, !order.empty() && order != "progressive");
@@ -98,6 +94,29 @@ void expectSamePictures(const VideoInfo& video, const json& probed) {
   const double rotation = turn.is_null() ? 0 : turn["rotation"].get<double>();
   EXPECT_NEAR(std::remainder(video.orientation.counterclockwise - rotation, 360), 0, 0.5);
   expectSameLight(video, probed);
+}
+
+/// What the container does not tell of the main pictures' colours, the first of them may.
+void expectSameColors(const std::filesystem::path& file, const MediaInfo& info,
+                      const json& probed) {
+  for (const StreamInfo& stream : info.streams) {
+    if (stream.kind != StreamInfo::Kind::kVideo) continue;
+    SCOPED_TRACE(stream.index);
+    const json& container = probed["streams"][stream.index];
+    json pictures = json::array();
+    if (info.mainVideo == stream.index)
+      pictures = ffprobeJson(file, {"-select_streams", std::to_string(stream.index),
+                                    "-read_intervals", "%+#5", "-show_frames"})["frames"];
+    const json picture = pictures.empty() ? json() : pictures.front();
+    const auto told = [&](const char* key) {
+      const std::string text = textOf(container, key);
+      return text.empty() ? textOf(picture, key) : text;
+    };
+    EXPECT_EQ(stream.video.colorSpace, told("color_space"));
+    EXPECT_EQ(stream.video.colorRange, told("color_range"));
+    EXPECT_EQ(stream.video.colorPrimaries, told("color_primaries"));
+    EXPECT_EQ(stream.video.colorTransfer, told("color_transfer"));
+  }
 }
 
 void expectSameStream(const StreamInfo& stream, const json& probed) {
@@ -155,6 +174,7 @@ void expectAgreesWithFfprobe(const std::filesystem::path& file) {
   ASSERT_EQ(info.streams.size(), probed["streams"].size());
   for (size_t i = 0; i < info.streams.size(); ++i)
     expectSameStream(info.streams[i], probed["streams"][i]);
+  expectSameColors(file, info, probed);
 }
 
 TEST(MediaInfo, AgreesWithFfprobeOnEveryKindOfContainer) {

@@ -68,53 +68,89 @@ TEST_F(ConvertFidelity, WithoutALossyEncoderEverySampleStays) {
 
 // ffmpeg turns pictures by itself as their container says.
 TEST_F(ConvertFidelity, ATurnKeepsTheDepthAndEverySampleOfLight) {
-  const auto source = folder_ / "source.mov";
-  ffmpeg({"-f", "lavfi", "-i", "testsrc=s=66x48:r=25:d=0.2", "-vf", "format=yuv420p10le", "-c:v",
-          "libx265", "-preset", "ultrafast", "-x265-params", "lossless=1:log-level=none",
-          source.string()});
-  for (const char* turn : {"90", "180", "270"}) {
-    SCOPED_TRACE(turn);
-    const auto turned = folder_ / "turned.mov";
-    ffmpeg({"-i", source.string(), "-c", "copy", "-metadata:s:v:0", std::string("rotate=") + turn,
-            turned.string()});
-    ASSERT_TRUE(converts(turned, output_, {"--video-codec", "ffv1", "--force"}));
-    EXPECT_EQ(streamOf(output_, "video")["pix_fmt"], "yuv420p10le");
-    EXPECT_EQ(hashes(output_, "gray10le"), hashes(turned, "gray10le"));
+  struct Row {
+    const char* format;
+    const char* grey;
+  };
+  for (const Row& row : {Row{"yuv420p10le", "gray10le"}, Row{"yuv420p", "gray"}}) {
+    SCOPED_TRACE(row.format);
+    const auto source = folder_ / "source.mov";
+    ffmpeg({"-y", "-f", "lavfi", "-i", "testsrc=s=66x48:r=25:d=0.2", "-vf",
+            std::string("format=") + row.format, "-c:v", "libx265", "-preset", "ultrafast",
+            "-x265-params", "lossless=1:log-level=none", source.string()});
+    for (const char* turn : {"90", "180", "270"}) {
+      SCOPED_TRACE(turn);
+      const auto turned = folder_ / "turned.mov";
+      ffmpeg({"-y", "-i", source.string(), "-c", "copy", "-metadata:s:v:0",
+              std::string("rotate=") + turn, turned.string()});
+      ASSERT_TRUE(converts(turned, output_, {"--video-codec", "ffv1", "--force"}));
+      EXPECT_EQ(streamOf(output_, "video")["pix_fmt"], row.format);
+      EXPECT_EQ(hashes(output_, row.grey), hashes(turned, row.grey));
+    }
+    ASSERT_TRUE(converts(source, output_,
+                         {"--video-codec", "ffv1", "--force", "--hflip", "--rotate", "90"}));
+    const auto expected = folder_ / "expected.nut";
+    ffmpeg({"-y", "-i", source.string(), "-vf", "hflip,transpose=clock", "-c:v", "rawvideo",
+            expected.string()});
+    EXPECT_EQ(hashes(output_, row.grey), hashes(expected, row.grey));
   }
-  ASSERT_TRUE(
-      converts(source, output_, {"--video-codec", "ffv1", "--force", "--hflip", "--rotate", "90"}));
+}
+
+// In an odd width the last sample of colour stands for one column of pixels, the first of the
+// mirrored picture: all lie where they lay.
+TEST_F(ConvertFidelity, MirroredOddPicturesKeepEverySample) {
+  const auto source = clip("yuv420p");
+  ASSERT_TRUE(converts(source, output_, {"--video-codec", "ffv1", "--hflip"}));
   const auto expected = folder_ / "expected.nut";
-  ffmpeg({"-i", source.string(), "-vf", "hflip,transpose=clock", "-c:v", "rawvideo",
-          expected.string()});
-  EXPECT_EQ(hashes(output_, "gray10le"), hashes(expected, "gray10le"));
+  ffmpeg({"-i", source.string(), "-vf", "hflip", "-c:v", "rawvideo", expected.string()});
+  EXPECT_EQ(hashes(output_, "yuv420p"), hashes(expected, "yuv420p"));
+}
+
+// Of VP8 the pictures say that they are BT.601, and no container does.
+TEST_F(ConvertFidelity, ColoursThatOnlyPicturesTellStay) {
+  const auto source = folder_ / "source.webm";
+  ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=64x720:r=25:d=0.2", "-c:v", "libvpx", source.string()});
+  ASSERT_TRUE(converts(source, output_, {"--video-codec", "ffv1"}));
+  EXPECT_EQ(hashes(output_, "yuv420p"), hashes(source, "yuv420p"));
+  EXPECT_EQ(streamOf(output_, "video")["color_space"], "bt470bg");
+  const RunResult info = run({kestrelBinary(), "info", "--json", source.string()});
+  EXPECT_EQ(nlohmann::json::parse(info.out)["streams"][0]["color_space"], "bt470bg");
 }
 
 // Samples of colour lie at the left pixel of four, between the upper and the lower ones. Cb rises
-// by 4 from column to column of pixels, Cr from row to row; the nth lies at column 2n and row 2n +
+// by 2 from column to column of pixels, Cr from row to row; the nth lies at column 2n and row 2n +
 // 1/2.
 TEST_F(ConvertFidelity, ATurnKeepsColoursWithTheirPixels) {
   constexpr int kWidth = 64;
   constexpr int kHeight = 48;
-  const auto source = folder_ / "source.nut";
-  ffmpeg({"-f", "lavfi", "-i", "color=s=64x48:r=25:d=0.04,format=yuv420p10le", "-vf",
-          "geq=lum=500:cb='100+8*X':cr='102+8*Y'", "-c:v", "rawvideo", source.string()});
-  const auto expectPlane = [&](const char* plane, int width, auto expected) {
-    const std::string bytes = pictureBytes(output_, std::string("extractplanes=") + plane);
-    ASSERT_EQ(bytes.size(), kWidth * kHeight / 4 * 2U);
-    for (int y = 3; y < kWidth * kHeight / 4 / width - 3; ++y)
-      for (int x = 3; x < width - 3; ++x) {
-        const size_t at = static_cast<size_t>(2 * (y * width + x));
-        const int value = static_cast<uint8_t>(bytes[at]) | static_cast<uint8_t>(bytes[at + 1])
-                                                                << 8;
-        ASSERT_EQ(value, expected(x, y)) << plane << ' ' << x << ' ' << y;
-      }
+  struct Row {
+    const char* format;
+    size_t bytes;
   };
-  ASSERT_TRUE(converts(source, output_, {"--video-codec", "ffv1", "--hflip"}));
-  expectPlane("u", 32, [](int x, int) { return 100 + 4 * (kWidth - 1 - 2 * x); });
-  expectPlane("v", 32, [](int, int y) { return 102 + 8 * y; });
-  ASSERT_TRUE(converts(source, output_, {"--video-codec", "ffv1", "--rotate", "90", "--force"}));
-  expectPlane("u", 24, [](int, int y) { return 100 + 4 * 2 * y + 2; });
-  expectPlane("v", 24, [](int x, int) { return 100 + 4 * (kHeight - 1 - 2 * x); });
+  for (const Row& row : {Row{"yuv420p10le", 2}, Row{"yuv420p", 1}}) {
+    SCOPED_TRACE(row.format);
+    const auto source = folder_ / "source.nut";
+    ffmpeg({"-y", "-f", "lavfi", "-i",
+            std::string("color=s=64x48:r=25:d=0.04,format=") + row.format, "-vf",
+            "geq=lum=100:cb='50+4*X':cr='51+4*Y'", "-c:v", "rawvideo", source.string()});
+    const auto expectPlane = [&](const char* plane, int width, auto expected) {
+      const std::string bytes = pictureBytes(output_, std::string("extractplanes=") + plane);
+      ASSERT_EQ(bytes.size(), kWidth * kHeight / 4 * row.bytes);
+      for (int y = 3; y < kWidth * kHeight / 4 / width - 3; ++y)
+        for (int x = 3; x < width - 3; ++x) {
+          const size_t at = row.bytes * static_cast<size_t>(y * width + x);
+          int value = static_cast<uint8_t>(bytes[at]);
+          if (row.bytes == 2) value |= static_cast<uint8_t>(bytes[at + 1]) << 8;
+          ASSERT_EQ(value, expected(x, y)) << plane << ' ' << x << ' ' << y;
+        }
+    };
+    ASSERT_TRUE(converts(source, output_, {"--video-codec", "ffv1", "--hflip", "--force"}));
+    expectPlane("u", 32, [](int x, int) { return 50 + 2 * (kWidth - 1 - 2 * x); });
+    expectPlane("v", 32, [](int, int y) { return 51 + 4 * y; });
+    ASSERT_TRUE(converts(source, output_, {"--video-codec", "ffv1", "--rotate", "90", "--force"}));
+    expectPlane("u", 24, [](int, int y) { return 50 + 2 * 2 * y + 1; });
+    expectPlane("v", 24, [](int x, int) { return 50 + 2 * (kHeight - 1 - 2 * x); });
+  }
 }
 
 TEST_F(ConvertFidelity, AlphaStaysWhereTheEncoderHasIt) {

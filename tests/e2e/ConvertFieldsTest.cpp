@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <tuple>
 
 #include "tests/e2e/Decoded.h"
 #include "tests/e2e/Kestrel.h"
@@ -100,6 +101,95 @@ TEST_F(ConvertFields, FieldsOfPicturesThatLastOneTickHaveTimesOfTheirOwn) {
   ASSERT_EQ(times.size(), 100U);
   for (size_t i = 0; i < times.size(); ++i)
     EXPECT_NEAR(times[i], static_cast<double>(i) / 50, 0.0011) << i;
+}
+
+TEST_F(ConvertFields, OfFilmWithRepeatedFieldsTheRateDoublesEvenly) {
+  const fs::path file = converted("telecined.mkv", {"--deinterlace", "bob"});
+  const auto times = pictureTimes(file);
+  ASSERT_EQ(times.size(), 2 * pictureTimes(fixture("telecined.mkv")).size());
+  for (size_t i = 1; i < times.size(); ++i)
+    EXPECT_NEAR(times[i] - times[i - 1], 1001.0 / 60000, 0.0011) << i;
+}
+
+/// What ffprobe says of the fields of a file's first picture: "tff", "bff" or "progressive".
+std::string fieldsOf(const fs::path& file) {
+  const auto probed =
+      ffprobeJson(file, {"-select_streams", "v:0", "-read_intervals", "%+#1", "-show_frames",
+                         "-show_entries", "frame=interlaced_frame,top_field_first"});
+  const auto& picture = probed["frames"].at(0);
+  if (picture["interlaced_frame"] == 0) return "progressive";
+  return picture["top_field_first"] == 1 ? "tff" : "bff";
+}
+
+TEST_F(ConvertFields, WhatStaysInterlacedIsCodedAndMarkedSo) {
+  struct Row {
+    const char* codec;
+    const char* target;
+  };
+  int count = 0;
+  for (const Row& row : {Row{"h264", ".mp4"}, Row{"mpeg2video", ".mkv"}, Row{"mpeg4", ".mp4"},
+                         Row{"prores_ks", ".mov"}, Row{"ffv1", ".mkv"}})
+    for (const auto& [name, fields, order] :
+         {std::tuple{"woven-top.avi", "tff", "tt"}, std::tuple{"woven-bottom.mkv", "bff", "bb"}}) {
+      SCOPED_TRACE(std::string(row.codec) + " " + name);
+      const fs::path target = dir_.path() / ("kept" + std::to_string(++count) + row.target);
+      ASSERT_TRUE(converts(fixture(name), target,
+                           {"--video-codec", row.codec, "--duration", "0.2", "--audio-codec",
+                            "none", "--deinterlace", "off"}));
+      EXPECT_EQ(fieldsOf(target), fields);
+      if (std::string(row.target) != ".mp4") {
+        EXPECT_EQ(streamOf(target, "video")["field_order"], order);
+      }
+    }
+}
+
+TEST_F(ConvertFields, TurnedUpsideDownTheOtherFieldComesFirst) {
+  EXPECT_EQ(fieldsOf(converted("woven-bottom.mkv", {"--deinterlace", "off", "--vflip"})), "tff");
+}
+
+TEST_F(ConvertFields, FieldsThatAreNotKeptAreToldOf) {
+  const auto told = [&](const Arguments& options) {
+    const fs::path target = dir_.path() / ("told" + std::to_string(++count_) + ".mkv");
+    return run(joined({kestrelBinary(), "convert", fixture("woven-top.avi").string(),
+                       target.string(), "--duration", "0.1", "--deinterlace", "off"},
+                      options))
+        .err;
+  };
+  EXPECT_NE(told({"--video-codec", "vp8"}).find("libvpx does not code their fields"),
+            std::string::npos);
+  EXPECT_NE(told({"--video-codec", "ffv1", "--size", "160x120"}).find("fields run into each other"),
+            std::string::npos);
+  EXPECT_EQ(told({"--video-codec", "ffv1"}).find("field"), std::string::npos);
+}
+
+TEST_F(ConvertFields, AnArchiveKeepsThem) {
+  const fs::path target = dir_.path() / "archive.mkv";
+  ASSERT_TRUE(converts(fixture("woven-marked.mpg"), target, {"--preset", "archive"}));
+  EXPECT_EQ(pictureBytes(target, "format=yuv420p"),
+            pictureBytes(fixture("woven-marked.mpg"), "format=yuv420p"));
+}
+
+TEST_F(ConvertFields, ADryRunTellsWhatBecomesOfPictures) {
+  const auto planned = [&](const char* name, const Arguments& options) {
+    return run(joined({kestrelBinary(), "convert", fixture(name).string(), "none.mkv", "--dry-run"},
+                      options))
+        .out;
+  };
+  const std::string bob = planned("woven-top.avi", {"--deinterlace", "bob", "--denoise", "light",
+                                                    "--crop", "0,0,160x120", "--rotate", "90"});
+  for (const char* fact : {"all pictures deinterlaced", "a picture of each field",
+                           "light denoising", "cropped to 0,0,160x120", "90° turned"})
+    EXPECT_NE(bob.find(fact), std::string::npos) << fact << bob;
+  EXPECT_NE(
+      planned("woven-top.avi", {"--deinterlace", "off"}).find("interlaced, upper field first"),
+      std::string::npos);
+  EXPECT_NE(planned("av-rotated.mp4", {}).find("turned as its tags say"), std::string::npos);
+  const auto json =
+      nlohmann::json::parse(planned("woven-top.avi", {"--deinterlace", "bob", "--json"}));
+  const auto& treatment = json["streams"][0]["treatment"];
+  EXPECT_EQ(treatment["deinterlace"], "all");
+  EXPECT_EQ(treatment["separates_fields"], true);
+  EXPECT_EQ(treatment["denoise"], "off");
 }
 
 TEST_F(ConvertFields, ThumbnailsAreNotCombed) {

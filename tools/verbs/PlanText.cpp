@@ -6,6 +6,8 @@
 #include <kestrel/convert/Text.h>
 
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "tools/verbs/TimeText.h"
@@ -55,6 +57,81 @@ std::string encoderOf(const std::string& encoder, int codec) {
   return encoder.empty() ? lm_get_codec_name_by_id(codec) : encoder;
 }
 
+const char* nameOf(Deinterlacing deinterlacing) {
+  switch (deinterlacing) {
+    case Deinterlacing::kOff:
+      return "off";
+    case Deinterlacing::kAuto:
+      return "marked";
+    case Deinterlacing::kOn:
+      return "all";
+    default:
+      return "combed";
+  }
+}
+
+const char* nameOf(Denoising denoising) {
+  switch (denoising) {
+    case Denoising::kOff:
+      return "off";
+    case Denoising::kLight:
+      return "light";
+    case Denoising::kMedium:
+      return "medium";
+    default:
+      return "strong";
+  }
+}
+
+std::string textOf(const Area& area) {
+  return fmt::format("{},{},{}x{}", area.x, area.y, area.width, area.height);
+}
+
+/// Which part of the pictures is shown; absent: all of them.
+std::optional<Area> partOf(const ConversionPlan& plan) {
+  return plan.look.crop ? plan.look.crop : plan.picture;
+}
+
+/// What becomes of pictures before they are encoded.
+Words treatmentFacts(const ConversionPlan& plan) {
+  Words facts;
+  const PictureTreatment& treatment = plan.treatment;
+  if (treatment.deinterlacing != Deinterlacing::kOff)
+    facts.push_back(fmt::format("{} pictures deinterlaced", nameOf(treatment.deinterlacing)));
+  if (treatment.separatesFields) facts.emplace_back("a picture of each field");
+  if (plan.topFieldFirst)
+    facts.push_back(
+        fmt::format("interlaced, {} field first", *plan.topFieldFirst ? "upper" : "lower"));
+  if (treatment.denoising != Denoising::kOff)
+    facts.push_back(fmt::format("{} denoising", nameOf(treatment.denoising)));
+  if (const auto part = partOf(plan)) facts.push_back("cropped to " + textOf(*part));
+  const Orientation& upright = plan.orientation;
+  if (upright.mirrored) facts.emplace_back("mirrored as its tags say");
+  if (upright.counterclockwise != 0)
+    facts.push_back(formatNumber(-upright.counterclockwise, 1) + "° turned as its tags say");
+  if (plan.look.hflip) facts.emplace_back("mirrored");
+  if (plan.look.vflip) facts.emplace_back("upside down");
+  if (plan.look.rotate != 0) facts.push_back(formatNumber(plan.look.rotate, 1) + "° turned");
+  return facts;
+}
+
+ordered_json treatmentDocument(const ConversionPlan& plan) {
+  const PictureTreatment& treatment = plan.treatment;
+  ordered_json json{{"deinterlace", nameOf(treatment.deinterlacing)},
+                    {"separates_fields", treatment.separatesFields},
+                    {"top_field_first", nullptr},
+                    {"denoise", nameOf(treatment.denoising)},
+                    {"crop", nullptr},
+                    {"own_rotation", plan.orientation.counterclockwise},
+                    {"own_mirror", plan.orientation.mirrored},
+                    {"hflip", plan.look.hflip},
+                    {"vflip", plan.look.vflip},
+                    {"rotate", plan.look.rotate}};
+  if (plan.topFieldFirst) json["top_field_first"] = *plan.topFieldFirst;
+  if (const auto part = partOf(plan)) json["crop"] = textOf(*part);
+  return json;
+}
+
 Words pictureFacts(const ConversionPlan& plan) {
   const auto& format = plan.format;
   Words facts{encoderOf(plan.videoEncoder, format.video_codec),
@@ -64,6 +141,7 @@ Words pictureFacts(const ConversionPlan& plan) {
   const double rate = static_cast<double>(plan.rate().num) / plan.rate().den;
   facts.push_back(formatNumber(rate, 3) + (plan.keepsTimes ? " fps at their own times" : " fps"));
   if (!plan.pixelFormat.empty()) facts.push_back(plan.pixelFormat);
+  for (std::string& fact : treatmentFacts(plan)) facts.push_back(std::move(fact));
   // A limit on the file's size sets the bit rate only in the run.
   if (format.video_bitrate > 0 && !plan.sizeLimit)
     facts.push_back(formatBitRate(format.video_bitrate));
@@ -123,6 +201,7 @@ void addPictures(ordered_json& json, const ConversionPlan& plan) {
   json["pix_fmt"] = plan.pixelFormat;
   json["bit_rate"] = format.video_bitrate;
   json["passes"] = plan.passes;
+  json["treatment"] = treatmentDocument(plan);
   json["options"] = plan.videoOptions;
 }
 

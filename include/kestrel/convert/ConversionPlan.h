@@ -223,11 +223,18 @@ struct KESTREL_API ConversionPlan {
   /// Each picture keeps its own time, where those of the source do not come at `rate()`; else they
   /// are repeated or left out to keep that rate.
   bool keepsTimes = false;
+  /// Where pictures are brought to `rate()`, none of the source's is left out: one that falls
+  /// between two others is shown a picture's length late at most.
+  bool keepsPictures = false;
+  /// The pictures stay interlaced, are coded and marked so, and which field is the earlier one;
+  /// absent: they are progressive, as far as the plan knows.
+  std::optional<bool> topFieldFirst = {};
   VideoColor color = {};             ///< of the output's pictures
   std::optional<HdrInfo> hdr = {};   ///< the light of the output's pictures, where it is told
   LookSettings look = {};            ///< ends up in a picture of `format`'s size
   std::optional<Area> picture = {};  ///< between the black bars, where they are left out
   PictureTreatment treatment = {};   ///< before the look
+  Orientation orientation = {};      ///< how pictures are turned upright before the look's turn
   Options videoOptions = {};
   int passes = 1;                         ///< over the pictures, 1 or 2
   std::optional<int64_t> sizeLimit = {};  ///< bytes; sets the bit rate of `format` anew
@@ -249,12 +256,14 @@ struct KESTREL_API ConversionPlan {
   std::vector<PlannedStream*> kept(StreamInfo::Kind kind);
   std::vector<const PlannedStream*> kept(StreamInfo::Kind kind) const;
 
-  /// Pictures per second, which `format` has. A rate that is set is kept: `keepsTimes` ends.
+  /// Pictures per second, which `format` has. A rate that is set is kept: `keepsTimes` and
+  /// `keepsPictures` end.
   Rational rate() const { return {format.framerate, format.frameTime}; }
   void setRate(Rational rate) {
     format.framerate = rate.num;
     format.frameTime = rate.den;
     keepsTimes = false;
+    keepsPictures = false;
   }
 };
 

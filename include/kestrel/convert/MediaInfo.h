@@ -56,7 +56,8 @@ struct HdrInfo {
   std::optional<int> maxAverageLight = {};
 };
 
-/// What a container tells of a stream of pictures. Names are "" where it tells none.
+/// What a container tells of a stream of pictures. Names are "" where it tells none; of colours,
+/// where the first picture does not either, if it was looked at.
 struct VideoInfo {
   int width = 0;  ///< pixels as they are stored, before the turn; 0: unknown
   int height = 0;
@@ -148,12 +149,13 @@ struct MediaInfo {
   int64_t promisedLength = 0;
 };
 
-/// What is in an opened source.
+/// What is in an opened source, as its container tells it.
 KESTREL_API MediaInfo mediaInfoOf(const LMMediaSource& source);
 
 /// What is in a file, or in one title of a disc (a number from 1, or `kMainTitle`) as one of its
 /// angles shows it (from 1); `protocols` are those by which it may be read where it is no file.
-/// Throws `Failure` for one that cannot be opened.
+/// Where the container leaves colours open, one picture is decoded, which may tell them. Throws
+/// `Failure` for one that cannot be opened.
 KESTREL_API MediaInfo readMediaInfo(const std::string& path, std::optional<int> title = {},
                                     const Interrupt& interrupt = {}, int angle = 1,
                                     const Protocols& protocols = {});

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <kestrel/LMFFFormat.h>
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+struct AVCodec;
+
+namespace kestrel {
+
+/// What a constant rate makes of pictures that begin at `times`: microseconds, rising.
+
+/// How many pictures are left out where each tick of a rate shows the picture of its middle.
+size_t picturesLostAt(std::span<const int64_t> times, Rational rate);
+
+/// The lowest usual rate, `own` among them, at which each picture has a tick of its own and is
+/// shown less than a tick too early and no more than one too late; none up to 120 a second, or up
+/// to `most`. An encoder that has a list of rates gets one of these.
+std::optional<Rational> rateForAll(std::span<const int64_t> times, Rational own,
+                                   const std::optional<Rational>& most, const AVCodec& encoder);
+
+/// Whether two pictures follow each other sooner than a rate has it, but for what containers round.
+bool comeFasterThan(std::span<const int64_t> times, Rational rate);
+
+}  // namespace kestrel
