@@ -15,7 +15,8 @@ namespace {
 
 constexpr double kSameAngle = 1e-6;        // degrees
 constexpr double kDefaultFontSize = 0.06;  // of the output's height
-constexpr double kDefaultOutline = 0.05;   // of the font's size
+constexpr double kDefaultOutline = 0.07;   // of the font's size
+constexpr double kLeastOutline = 1.25;     // pixels; below that it is grey where it should be black
 constexpr float kSubtitleMargin = 0.05F;   // of the output's width
 
 /// The shape of a picture's pixels, width / height.
@@ -145,7 +146,7 @@ void Look::apply(LMFFMovie& movie, Size output) const {
   look.subtitleFont =
       settings_.subtitleFont.value_or(Font::systemFontOfSize(output.height * kDefaultFontSize));
   look.subtitleOutline = settings_.subtitleOutline.value_or(
-      static_cast<float>(look.subtitleFont->size * kDefaultOutline));
+      static_cast<float>(std::max(look.subtitleFont->size * kDefaultOutline, kLeastOutline)));
   look.subtitleMargin = kSubtitleMargin;
   look.subtitleColor = settings_.subtitleColor;
   movie.setLook(look);

@@ -23,6 +23,7 @@
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/Streams.h"
+#include "convert/settings/Require.h"
 #include "support/FFmpegCompat.h"
 
 extern "C" {
@@ -129,7 +130,7 @@ class Player::Playback {
 
   double displayAspect() const {
     if (!pictures_) return 0;
-    const Look look(LookSettings{}, *pictures_);
+    const Look look(settings_.look, *pictures_);
     return look.pixelAspect() * look.size().width / look.size().height;
   }
 
@@ -138,7 +139,7 @@ class Player::Playback {
     movie_.decodeImage(
         [this, size, draw = std::move(draw)]() mutable {
           const Drawing drawing(*this, std::move(draw));
-          if (!(size == pictureSize_)) Look(LookSettings{}, *pictures_).apply(movie_, size);
+          if (!(size == pictureSize_)) Look(settings_.look, *pictures_).apply(movie_, size);
           pictureSize_ = size;
           movie_.decodeImageAtTime(time(), provider_);
         },
@@ -191,6 +192,19 @@ class Player::Playback {
       throw Failure::input(
           settings_.input,
           fmt::format("cannot play '{}': none of its streams can be decoded", settings_.input));
+    openLook();
+  }
+
+  /// What cannot be drawn is refused here: later there is nobody to tell.
+  void openLook() {
+    require(settings_.look);
+    if (settings_.look.autoCrop)
+      throw Failure::settings("autoCrop: black bars are looked for before playing begins",
+                              "autoCrop");
+    if (!pictures_) return;
+    const Look look(settings_.look, *pictures_);
+    pictureSize_ = look.size();
+    look.apply(movie_, pictureSize_);
   }
 
   /// Has the decode queue find out whether the input has ended. Nobody waits for it: what is being

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -47,16 +48,46 @@ struct Box {
   }
 };
 
-Box boxOf(const ASS_Image& mask) {
-  return {mask.dst_x, mask.dst_y, mask.dst_x + mask.w, mask.dst_y + mask.h};
+/// A mask of one colour, and what it covers of the canvas.
+struct Layer {
+  const ASS_Image* mask;
+  Box box;
+};
+
+/// What a mask covers, within itself: libass leaves room around it.
+Box coveredBy(const ASS_Image& mask) {
+  Box box{mask.w, mask.h, 0, 0};
+  for (int y = 0; y < mask.h; ++y) {
+    const uint8_t* row = mask.bitmap + static_cast<ptrdiff_t>(y) * mask.stride;
+    const uint8_t* const end = row + mask.w;
+    const auto isCovered = [](uint8_t share) { return share != 0; };
+    const uint8_t* const first = std::find_if(row, end, isCovered);
+    if (first == end) continue;
+    const auto behind =
+        std::find_if(std::make_reverse_iterator(end), std::make_reverse_iterator(first), isCovered);
+    box =
+        box.with({static_cast<int>(first - row), y, static_cast<int>(behind.base() - row), y + 1});
+  }
+  return box;
 }
 
-/// The boxes that hold all masks and do not overlap.
-std::vector<Box> boxesOf(const ASS_Image* masks) {
-  std::vector<Box> boxes;
+std::vector<Layer> layersOf(const ASS_Image* masks) {
+  std::vector<Layer> layers;
   for (; masks; masks = masks->next) {
-    if (masks->w <= 0 || masks->h <= 0) continue;
-    Box box = boxOf(*masks);
+    const Box box = coveredBy(*masks);
+    if (box.left >= box.right) continue;
+    layers.push_back({masks,
+                      {masks->dst_x + box.left, masks->dst_y + box.top, masks->dst_x + box.right,
+                       masks->dst_y + box.bottom}});
+  }
+  return layers;
+}
+
+/// The boxes that hold all layers and do not overlap.
+std::vector<Box> boxesOf(const std::vector<Layer>& layers) {
+  std::vector<Box> boxes;
+  for (const Layer& layer : layers) {
+    Box box = layer.box;
     // A box that has grown may touch others.
     for (auto other = boxes.begin(); other != boxes.end();) {
       if (!box.touches(*other)) {
@@ -93,16 +124,18 @@ Pixel colorOf(const ASS_Image& mask) {
   return {part(24), part(16), part(8), 1 - part(0)};
 }
 
-void draw(const ASS_Image& mask, const Box& box, std::vector<Pixel>& pixels) {
+/// Lays a layer over the pixels of a box that holds it.
+void draw(const Layer& layer, const Box& box, std::vector<Pixel>& pixels) {
+  const ASS_Image& mask = *layer.mask;
   const Pixel color = colorOf(mask);
   const float step = color.alpha / 255;
   const auto width = static_cast<size_t>(box.right - box.left);
-  for (int y = 0; y < mask.h; ++y) {
-    const uint8_t* shares = mask.bitmap + static_cast<ptrdiff_t>(y) * mask.stride;
-    Pixel* row = pixels.data() + static_cast<size_t>(mask.dst_y + y - box.top) * width +
-                 (mask.dst_x - box.left);
-    for (int x = 0; x < mask.w; ++x)
-      if (shares[x] != 0) row[x].cover(color, static_cast<float>(shares[x]) * step);
+  for (int y = layer.box.top; y < layer.box.bottom; ++y) {
+    const uint8_t* shares = mask.bitmap + static_cast<ptrdiff_t>(y - mask.dst_y) * mask.stride;
+    Pixel* row = pixels.data() + static_cast<size_t>(y - box.top) * width;
+    for (int x = layer.box.left; x < layer.box.right; ++x)
+      if (const uint8_t share = shares[x - mask.dst_x]; share != 0)
+        row[x - box.left].cover(color, static_cast<float>(share) * step);
   }
 }
 
@@ -148,6 +181,9 @@ void restyle(ASS_Track& track, const SubtitleScript::Style& plain, int height) {
   style.OutlineColour = packed({0, 0, 0, plain.color.alpha});
   style.BackColour = style.OutlineColour;
   style.BorderStyle = 1;
+  // By the distances between the places of a script, whose pixels may be of any shape, outlines
+  // would be wider in one direction than in the other.
+  track.ScaledBorderAndShadow = 0;
   style.Outline = plain.outline * scale;
   style.Shadow = 0;
   style.Alignment = 2;
@@ -214,9 +250,15 @@ void SubtitleScript::State::useCanvas(const Canvas& wanted) {
   canvas = wanted;
   isNew = true;
   ass_set_frame_size(renderer.get(), wanted.width, wanted.height);
-  ass_set_storage_size(renderer.get(), static_cast<int>(wanted.picture.width),
-                       static_cast<int>(wanted.picture.height));
-  if (wanted.plain) restyle(*track, *wanted.plain, wanted.height);
+  Size picture = wanted.picture;
+  if (wanted.plain) {
+    restyle(*track, *wanted.plain, wanted.height);
+    // In pixels of this the outline is counted.
+    picture = {track->PlayResY * static_cast<double>(wanted.width) / std::max(wanted.height, 1),
+               static_cast<double>(track->PlayResY)};
+  }
+  ass_set_storage_size(renderer.get(), static_cast<int>(std::lround(picture.width)),
+                       static_cast<int>(std::lround(picture.height)));
 }
 
 std::optional<std::vector<SubtitleScript::Part>> SubtitleScript::partsAt(int64_t time,
@@ -229,12 +271,13 @@ std::optional<std::vector<SubtitleScript::Part>> SubtitleScript::partsAt(int64_t
   state_->isNew = false;
   std::vector<Part> parts;
   std::vector<Pixel> pixels;
-  for (const Box& box : boxesOf(masks)) {
+  const std::vector<Layer> layers = layersOf(masks);
+  for (const Box& box : boxesOf(layers)) {
     const int width = box.right - box.left;
     const int height = box.bottom - box.top;
     pixels.assign(static_cast<size_t>(width) * static_cast<size_t>(height), Pixel{});
-    for (const ASS_Image* mask = masks; mask; mask = mask->next)
-      if (mask->w > 0 && mask->h > 0 && box.touches(boxOf(*mask))) draw(*mask, box, pixels);
+    for (const Layer& layer : layers)
+      if (box.touches(layer.box)) draw(layer, box, pixels);
     parts.push_back(
         {bitmapOf(pixels, box),
          {static_cast<double>(box.left), static_cast<double>(canvas.height - box.bottom)}});

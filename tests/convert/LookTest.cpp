@@ -175,7 +175,7 @@ TEST(Look, ColoursEffectAndTextGoAlong) {
   EXPECT_EQ(told.subtitleColor, settings.subtitleColor);
   EXPECT_EQ(told.subtitlePosition, 0.5F);
   EXPECT_EQ(told.subtitleFont, settings.subtitleFont);
-  EXPECT_FLOAT_EQ(told.subtitleOutline, 1.5F);  // a twentieth of the font
+  EXPECT_FLOAT_EQ(told.subtitleOutline, 2.1F);  // 7 % of the font's size
   EXPECT_TRUE(told.subtitleMarkup);
 }
 
@@ -183,7 +183,8 @@ TEST(Look, TextSuitsTheOutput) {
   const MovieLook told = lookOf({}, pictures(), {1000, 500});
   ASSERT_TRUE(told.subtitleFont);
   EXPECT_DOUBLE_EQ(told.subtitleFont->size, 30);
-  EXPECT_FLOAT_EQ(told.subtitleOutline, 1.5F);
+  EXPECT_FLOAT_EQ(told.subtitleOutline, 2.1F);
+  EXPECT_FLOAT_EQ(lookOf({}, pictures(), {200, 100}).subtitleOutline, 1.25F);  // no less
   EXPECT_FLOAT_EQ(told.subtitleMargin, 0.05F);
 }
 

@@ -52,6 +52,12 @@ class ConvertStyledSubtitles : public LookTest {
     return output;
   }
 
+  fs::path drawnByFfmpeg(const fs::path& source, const std::string& filter) {
+    const auto output = folder_ / "reference.mkv";
+    ffmpeg({"-y", "-i", source.string(), "-vf", filter, "-c:v", "ffv1", output.string()});
+    return output;
+  }
+
   /// The rows of a picture that are brighter than its background, from the first to the last.
   static std::pair<int, int> rowsWithText(const std::string& picture) {
     std::pair<int, int> rows{kHeight, -1};
@@ -63,51 +69,166 @@ class ConvertStyledSubtitles : public LookTest {
 };
 
 /// Whether ffmpeg's picture changes so little around a pixel that no edge is near.
-bool isFlat(const std::string& picture, int x, int y) {
+bool isFlat(const std::string& picture, int width, int x, int y) {
   int low = 255;
   int high = 0;
   for (int dy = -1; dy <= 1; ++dy)
     for (int dx = -1; dx <= 1; ++dx) {
       const int value =
-          static_cast<uint8_t>(picture[static_cast<size_t>((y + dy) * kWidth + x + dx)]);
+          static_cast<uint8_t>(picture[static_cast<size_t>((y + dy) * width + x + dx)]);
       low = std::min(low, value);
       high = std::max(high, value);
     }
   return high - low <= 4;
 }
 
-TEST_F(ConvertStyledSubtitles, AScriptLooksAsFfmpegDrawsIt) {
-  const auto source = grey();
-  const auto script = written("script.ass", scriptWith("DejaVu Serif"));
-  const auto reference = folder_ / "reference.mkv";
-  ffmpeg(
-      {"-i", source.string(), "-vf", "ass=" + script.string(), "-c:v", "ffv1", reference.string()});
-  const auto ours =
-      greyPictures(lossless(source, {"--subtitles", script.string()}, "ours.mkv"), kWidth, kHeight);
-  const auto theirs = greyPictures(reference, kWidth, kHeight);
+/// Expects two planes to be the same but for antialiasing: within 2 where ffmpeg's is flat.
+void expectAlike(const std::string& ours, const std::string& theirs, int width = kWidth) {
+  ASSERT_EQ(ours.size(), theirs.size());
+  const int height = static_cast<int>(theirs.size()) / width;
+  int flat = 0;
+  int marked = 0;
+  int worst = 0;
+  for (int y = 1; y < height - 1; ++y)
+    for (int x = 1; x < width - 1; ++x) {
+      const auto at = static_cast<size_t>(y * width + x);
+      const int difference =
+          std::abs(static_cast<uint8_t>(ours[at]) - static_cast<uint8_t>(theirs[at]));
+      if (std::abs(static_cast<uint8_t>(theirs[at]) - 128) > 40) ++marked;
+      if (!isFlat(theirs, width, x, y)) continue;
+      ++flat;
+      worst = std::max(worst, difference);
+    }
+  EXPECT_GT(marked, width * height / 30);  // there is something to compare
+  EXPECT_GT(flat, width * height * 2 / 3);
+  EXPECT_LE(worst, 2);
+}
+
+double meanDifference(const std::string& a, const std::string& b) {
+  int64_t sum = 0;
+  for (size_t i = 0; i < a.size(); ++i)
+    sum += std::abs(static_cast<uint8_t>(a[i]) - static_cast<uint8_t>(b[i]));
+  return static_cast<double>(sum) / static_cast<double>(a.size());
+}
+
+void expectAlike(const std::vector<std::string>& ours, const std::vector<std::string>& theirs) {
   ASSERT_EQ(ours.size(), 5u);
   ASSERT_EQ(theirs.size(), 5u);
   for (size_t i = 0; i < ours.size(); ++i) {
-    int flat = 0;
-    int marked = 0;
-    int worst = 0;
-    int64_t sum = 0;
-    for (int y = 1; y < kHeight - 1; ++y)
-      for (int x = 1; x < kWidth - 1; ++x) {
-        const auto at = static_cast<size_t>(y * kWidth + x);
-        const int difference =
-            std::abs(static_cast<uint8_t>(ours[i][at]) - static_cast<uint8_t>(theirs[i][at]));
-        sum += difference;
-        if (std::abs(static_cast<uint8_t>(theirs[i][at]) - 128) > 40) ++marked;
-        if (!isFlat(theirs[i], x, y)) continue;
-        ++flat;
-        worst = std::max(worst, difference);
-      }
-    EXPECT_GT(marked, 2000) << i;  // there is something to compare
-    EXPECT_GT(flat, 40000) << i;
-    EXPECT_LE(worst, 2) << i;
-    EXPECT_LT(static_cast<double>(sum) / (kWidth * kHeight), 0.3) << i;
+    SCOPED_TRACE(i);
+    expectAlike(ours[i], theirs[i]);
   }
+}
+
+TEST_F(ConvertStyledSubtitles, AScriptLooksAsFfmpegDrawsIt) {
+  const auto source = grey();
+  const auto script = written("script.ass", scriptWith("DejaVu Serif"));
+  const auto ours =
+      greyPictures(lossless(source, {"--subtitles", script.string()}, "ours.mkv"), kWidth, kHeight);
+  const auto theirs =
+      greyPictures(drawnByFfmpeg(source, "ass=" + script.string()), kWidth, kHeight);
+  expectAlike(ours, theirs);
+  for (size_t i = 0; i < ours.size(); ++i) EXPECT_LT(meanDifference(ours[i], theirs[i]), 0.3) << i;
+}
+
+TEST_F(ConvertStyledSubtitles, ColoursAreThoseOfTheScript) {
+  const auto source = grey();
+  const std::string text = scriptWith("DejaVu Serif");
+  const std::string large = "{\\an5\\fs90\\b1\\bord6\\1c&H2060FF&\\3c&HA01000&\\1a&H40&}WORD";
+  const auto script = written(
+      "script.ass", text + "Dialogue: 2,0:00:00.00,0:00:01.00,Default,,0,0,0,," + large + "\n");
+  const auto reference = drawnByFfmpeg(source, "ass=" + script.string());
+  const auto ours = lossless(source, {"--subtitles", script.string()}, "ours.mkv");
+  for (const char* plane : {"y", "u", "v"}) {
+    SCOPED_TRACE(plane);
+    const auto planes = [&](const fs::path& file) {
+      return pictureBytes(file,
+                          std::string("select=eq(n\\,2),extractplanes=") + plane + ",format=gray");
+    };
+    expectAlike(planes(ours), planes(reference), *plane == 'y' ? kWidth : kWidth / 2);
+  }
+}
+
+/// The rectangle of all samples in which two planes differ, within some rows; nothing where they do
+/// not.
+struct Touched {
+  int left = kWidth;
+  int right = -1;
+  int top = kHeight;
+  int bottom = -1;
+
+  bool holds(int x, int y) const { return x >= left && x <= right && y >= top && y <= bottom; }
+};
+
+Touched touched(const std::string& before, const std::string& after, int width, int firstRow,
+                int endRow) {
+  Touched area;
+  for (int y = firstRow; y < endRow; ++y)
+    for (int x = 0; x < width; ++x) {
+      const auto at = static_cast<size_t>(y * width + x);
+      if (before[at] == after[at]) continue;
+      area = {std::min(area.left, x), std::max(area.right, x), std::min(area.top, y),
+              std::max(area.bottom, y)};
+    }
+  return area;
+}
+
+TEST_F(ConvertStyledSubtitles, PixelsBesideTheTextsStay) {
+  const auto source = made("pattern.mkv", "testsrc2=s=320x180:r=5:d=0.2,format=yuv420p");
+  std::string text = kScript;
+  text.resize(text.find("Dialogue:"));
+  const auto script =
+      written("two.ass", text +
+                             "Dialogue: 0,0:00:00.00,0:00:01.00,Default,,0,0,0,,Below\n"
+                             "Dialogue: 0,0:00:00.00,0:00:01.00,Default,,0,0,0,,{\\an8}Above\n");
+  const auto reference = drawnByFfmpeg(source, "ass=" + script.string());
+  const auto ours = lossless(source, {"--subtitles", script.string()}, "ours.mkv");
+  for (const auto& [plane, divisor] : {std::pair{"y", 1}, {"u", 2}, {"v", 2}}) {
+    SCOPED_TRACE(plane);
+    const int width = kWidth / divisor;
+    const int height = kHeight / divisor;
+    const auto planeOf = [&](const fs::path& file) {
+      return pictureBytes(file, std::string("extractplanes=") + plane + ",format=gray");
+    };
+    const std::string before = planeOf(source);
+    const std::string theirs = planeOf(reference);
+    const std::string drawn = planeOf(ours);
+    ASSERT_EQ(before.size(), static_cast<size_t>(width * height));
+    ASSERT_EQ(drawn.size(), before.size());
+    for (const int first : {0, height / 2}) {
+      const Touched visible = touched(before, theirs, width, first, first + height / 2);
+      const Touched changed = touched(before, drawn, width, first, first + height / 2);
+      ASSERT_GT(visible.right, visible.left);
+      // A block of chroma, and the faintest edge of the letters' shadows.
+      EXPECT_GE(changed.left, visible.left - 4);
+      EXPECT_LE(changed.right, visible.right + 4);
+      EXPECT_GE(changed.top, visible.top - 4);
+      EXPECT_LE(changed.bottom, visible.bottom + 4);
+      EXPECT_LT(changed.right - changed.left, width / 2);
+      EXPECT_LT(changed.bottom - changed.top, height / 4);
+    }
+  }
+}
+
+TEST_F(ConvertStyledSubtitles, ThumbnailsAndSheetsShowThemAsConversionsDo) {
+  const auto source = grey();
+  const auto script = written("script.ass", scriptWith("DejaVu Serif"));
+  const Arguments drawing{"--subtitles", script.string()};
+  const auto pictures = greyPictures(lossless(source, drawing, "ours.mkv"), kWidth, kHeight);
+  const auto thumb = [&](const std::string& name, const Arguments& options) {
+    const auto picture = folder_ / name;
+    EXPECT_EQ(
+        run(joined({kestrelBinary(), "thumb", source.string(), picture.string()}, options)).status,
+        0);
+    return pictureBytes(picture, "format=gray");
+  };
+  expectAlike(thumb("still.png", joined(drawing, {"--time", "0.5"})), pictures[2]);
+  const auto bright = [](const std::string& bytes) {
+    return std::ranges::count_if(bytes,
+                                 [](char value) { return static_cast<uint8_t>(value) > 200; });
+  };
+  EXPECT_GT(bright(thumb("sheet.png", joined(drawing, {"--sheet", "1x1"}))),
+            bright(thumb("plain.png", {"--sheet", "1x1"})) + 200);
 }
 
 TEST_F(ConvertStyledSubtitles, TagsOfSubRipPlaceAndColourUnlessIgnored) {
@@ -171,9 +292,9 @@ TEST_F(ConvertStyledSubtitles, FontsThatComeAlongAreUsed) {
   if (!fs::exists(font)) GTEST_SKIP() << "there is no " << font;
   const auto source = grey();
   const auto attached = written("quirky.ttf", renamedFont(font));
+  const auto with = folder_ / "with.mkv";
   const auto pictures = [&](const std::string& family, bool isAttached) {
     const auto script = written("script.ass", scriptWith(family));
-    const auto with = folder_ / "with.mkv";
     Arguments arguments{"-y", "-i", source.string(), "-i", script.string(), "-map", "0", "-map",
                         "1",  "-c", "copy"};
     if (isAttached)
@@ -184,7 +305,10 @@ TEST_F(ConvertStyledSubtitles, FontsThatComeAlongAreUsed) {
                         kHeight);
   };
   const auto installed = pictures("DejaVu Sans Mono", false);
-  EXPECT_TRUE(pictures("Quirky Sans Mono", true) == installed);
+  const auto ours = pictures("Quirky Sans Mono", true);
+  EXPECT_TRUE(ours == installed);
+  expectAlike(ours,
+              greyPictures(drawnByFfmpeg(with, "subtitles=" + with.string()), kWidth, kHeight));
   EXPECT_FALSE(pictures("Quirky Sans Mono", false) == installed);
 }
 

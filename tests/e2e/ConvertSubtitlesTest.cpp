@@ -47,6 +47,42 @@ TEST_F(ConvertSubtitles, CanBeReadOnWhite) {
   EXPECT_GT(darkest({"--subtitle-outline", "0"}), 240);
 }
 
+/// How often a row of green values goes from one side of a limit to the other and back.
+int runsBeyond(const Pixels& picture, int width, int y, bool isDark, int limit) {
+  int runs = 0;
+  bool was = false;
+  for (int x = 0; x < width; ++x) {
+    const int value = picture.at(x, y)[1];
+    const bool is = isDark ? value <= limit : value >= limit;
+    runs += is && !was ? 1 : 0;
+    was = is;
+  }
+  return runs;
+}
+
+TEST_F(ConvertSubtitles, StandOutFromWhiteAndFromBlack) {
+  // Beside white, grey of 118 has the contrast of 4.5 to 1 that WCAG 2.1 asks of text; beside black
+  // 117 has it.
+  constexpr int kEnough = 118;
+  const auto text = written("a.srt", std::string(kCue) + "H H H H\n");
+  for (const auto& [width, height] : {std::pair{320, 180}, {640, 360}, {1280, 720}}) {
+    SCOPED_TRACE(width);
+    const auto shown = [&](const std::string& color) {
+      const auto source = made("plain.mkv", "color=" + color + ":s=" + std::to_string(width) + "x" +
+                                                std::to_string(height) + ":r=2:d=2");
+      return Pixels(converted(source, {"--subtitles", text.string()}), 1.5, width);
+    };
+    const Pixels onWhite = shown("white");
+    const Pixels onBlack = shown("black");
+    // Through the letters' upper halves go two strokes each, with an edge at either side.
+    int y = 0;
+    while (y < height && onBlack.brightInRow(y) == 0) ++y;
+    y += height / 100;
+    EXPECT_EQ(runsBeyond(onWhite, width, y, true, kEnough), 16);
+    EXPECT_EQ(runsBeyond(onBlack, width, y, false, kEnough), 8);
+  }
+}
+
 TEST_F(ConvertSubtitles, KeepTheWholeSentence) {
   const auto part = written("part.srt", std::string(kCue) + " of course\n");
   const auto whole = written("whole.srt", std::string(kCue) + "Well, yes, of course\n");

@@ -59,10 +59,7 @@ void addOverlays(Verb verb) {
   verb.option("--watermark", "a picture laid over all, its upper left at X,Y")
       .type("FILE[:X,Y[,SCALE[,OPACITY]]]")
       .notEmpty();
-  verb.option("--subtitles", "a subtitle file to draw into the picture").type("FILE").notEmpty();
-  verb.option("--subtitle-track", "one of the input's own: a number from 0 or a language")
-      .type("N|LANG")
-      .notEmpty();
+  addSubtitleOptions(verb);
   const auto add = [&](const char* name, const char* text, const char* type) {
     return verb.option(name, text).type(type).notEmpty();
   };
@@ -78,6 +75,13 @@ void addOverlays(Verb verb) {
 }
 
 }  // namespace
+
+void addSubtitleOptions(Verb verb) {
+  verb.option("--subtitles", "a subtitle file to draw into the picture").type("FILE").notEmpty();
+  verb.option("--subtitle-track", "one of the input's own: a number from 0 or a language")
+      .type("N|LANG")
+      .notEmpty();
+}
 
 void addLookOptions(Verb verb) {
   verb.group("Look");

@@ -10,6 +10,9 @@
 /// Adds the options of the look to a verb.
 void addLookOptions(Verb verb);
 
+/// Adds of these the ones that choose which subtitles are drawn.
+void addSubtitleOptions(Verb verb);
+
 /// Refuses options that say how subtitles look where none are drawn.
 void requireSubtitles(const Verb& verb);
 

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "tools/cli/InputOptions.h"
+#include "tools/cli/LookOptions.h"
 #include "tools/cli/Text.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Keys.h"
@@ -48,6 +49,7 @@ struct Typed {
   double volume = 1;
   bool picture = false;
   bool noInput = false;
+  LookSettings look;
 };
 
 std::string_view fromEnvironment(const char* name) {
@@ -79,10 +81,14 @@ PlayerSettings settingsOf(const Typed& typed) {
           .angle = typed.source.angleNumber(),
           .protocols = typed.source.protocols.list(),
           .audioTracks = parseTrackChoice(typed.audioTracks),
-          .withPictures = typed.picture};
+          .withPictures = typed.picture,
+          .look = typed.look};
 }
 
-void requireSense(const Typed& typed) {
+void requireSense(const Typed& typed, const Verb& verb) {
+  for (const char* option : {"--subtitles", "--subtitle-track"})
+    if (verb.isGiven(option) && !typed.picture)
+      throw wrongUsage(fmt::format("{} needs --picture", option));
   if (!(typed.rate >= Player::kSlowest && typed.rate <= Player::kFastest))
     throw wrongUsage(fmt::format("--rate: '{}' is not a factor from {} to {}", typed.rate,
                                  Player::kSlowest, Player::kFastest));
@@ -258,6 +264,7 @@ void addPlayVerb(CommandLine& line) {
               "tracks to mix: numbers from 0, 'all', or a language code")
       .type("0,2|all|LANG");
   verb.flag("--picture", typed->picture, "show the pictures, too, in characters");
+  addSubtitleOptions(verb);
   verb.flag("--no-input", typed->noInput, "read no keys");
   verb.footer(
       "Keys:\n"
@@ -272,8 +279,9 @@ void addPlayVerb(CommandLine& line) {
       "  m               silent, and not\n"
       "  q               quit\n\n"
       "Example:\n  kestrel demo bars.mp4\n  kestrel play bars.mp4 --start 2 --rate 1.5");
-  verb.runs([typed] {
-    requireSense(*typed);
+  verb.runs([typed, verb] {
+    applyOptions(givenOptions(verb, lookOptionNames()), typed->look);
+    requireSense(*typed, verb);
     return TerminalPlayer(*typed).run();
   });
 }

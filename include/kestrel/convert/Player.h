@@ -5,6 +5,7 @@
 #include <kestrel/Image.h>
 #include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
+#include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/Report.h>
 #include <kestrel/convert/TrackChoice.h>
 
@@ -26,6 +27,7 @@ struct PlayerSettings {
   Protocols protocols = {};       ///< by which the input may be read where it is no file
   TrackChoice audioTracks = {};   ///< several are mixed
   bool withPictures = false;      ///< decode pictures, too; an input without any is refused
+  LookSettings look = {};         ///< of the pictures, subtitles included; `autoCrop` is refused
 };
 
 /// Plays a file's sound, and hands out the picture of the moment.
