@@ -39,6 +39,7 @@ Run chosenRun(CommandLine& line, int argc, char** argv) {
   addComposeVerb(line);
   addJoinVerb(line);
   addWaveVerb(line);
+  addCompareVerb(line);
   addDvdVerb(line);
   addPlayVerb(line);
   addEffectsVerb(line);

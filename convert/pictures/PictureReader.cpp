@@ -63,6 +63,25 @@ std::shared_ptr<const Image> PictureReader::imageAt(int64_t time) {
   return effects->currentEffectImage();
 }
 
+const HeldPicture& PictureReader::next() {
+  if (!stream_) return newest_;
+  leaveOut(false);
+  newest_.hold(media_->nextPicture(), *media_);
+  noteSent();
+  atEnd_ = media_->isAtEnd();
+  if (newest_ && atEnd_) end_ = newest_.end;
+  return newest_;
+}
+
+std::shared_ptr<const Image> PictureReader::drawn(const LMFFImage& frame) {
+  const auto effects = movie_.videoEffectStream();
+  if (!effects) return nullptr;
+  effects->setMediaSubtitleImage(nullptr);
+  effects->setSubtitleCurrentString(std::nullopt);
+  effects->writeFrame(frame.getFrame());
+  return effects->currentEffectImage();
+}
+
 /// Whether the way on from here to `wanted` is no longer than from the key picture before it.
 bool PictureReader::isNear(int64_t wanted) const {
   if (!newest_ || wanted < newest_.start) return false;

@@ -36,6 +36,13 @@ class PictureReader {
   /// movie's output. Valid until the next call.
   std::shared_ptr<const Image> imageAt(int64_t time);
 
+  /// The frame that follows the one answered last in order of display, at first the first one; none
+  /// behind the last one.
+  const HeldPicture& next();
+
+  /// A frame with the look that the movie has, without subtitles. Valid until the next call.
+  std::shared_ptr<const Image> drawn(const LMFFImage& frame);
+
   /// Where the last frame was found to end, when the input was read to its end.
   std::optional<int64_t> end() const { return end_; }
 

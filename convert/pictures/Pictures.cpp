@@ -71,6 +71,8 @@ class Pictures::Input {
   void setEffect(const std::string& name);
   std::shared_ptr<const Image> imageAt(int64_t time);
   std::shared_ptr<const BitmapImage> pictureAt(int64_t time);
+  std::optional<Shown> next();
+  std::shared_ptr<const BitmapImage> drawn(const Shown& shown);
   Report report() const;
 
  private:
@@ -162,6 +164,22 @@ std::shared_ptr<const BitmapImage> Pictures::Input::pictureAt(int64_t time) {
   return picture;
 }
 
+std::optional<Pictures::Shown> Pictures::Input::next() {
+  if (!reader_) reader_.emplace(movie_);
+  const HeldPicture& picture = reader_->next();
+  if (isInterrupted(movie_)) throw Failure::interrupted();
+  if (!picture) return std::nullopt;
+  lastAsked_ = std::max(lastAsked_, picture.start);
+  return Shown{picture.image, picture.start, picture.end};
+}
+
+std::shared_ptr<const BitmapImage> Pictures::Input::drawn(const Shown& shown) {
+  auto picture =
+      context_.bitmapImage(reader_ ? reader_->drawn(*shown.frame) : nullptr, {{0, 0}, outputSize_});
+  if (!picture) throw std::bad_alloc();
+  return picture;
+}
+
 Report Pictures::Input::report() const {
   Report report;
   if (!reader_) return report;
@@ -205,6 +223,12 @@ std::shared_ptr<const BitmapImage> Pictures::pictureAt(int64_t time) {
 }
 
 std::shared_ptr<const Image> Pictures::imageAt(int64_t time) { return input_->imageAt(time); }
+
+std::optional<Pictures::Shown> Pictures::next() { return input_->next(); }
+
+std::shared_ptr<const BitmapImage> Pictures::drawn(const Shown& shown) {
+  return input_->drawn(shown);
+}
 
 Report Pictures::report() const { return input_->report(); }
 

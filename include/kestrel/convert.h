@@ -4,6 +4,7 @@
 
 #include <kestrel/convert/Batch.h>
 #include <kestrel/convert/BestPicture.h>
+#include <kestrel/convert/Compare.h>
 #include <kestrel/convert/Compose.h>
 #include <kestrel/convert/ContactSheet.h>
 #include <kestrel/convert/Conversion.h>

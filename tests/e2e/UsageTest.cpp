@@ -127,15 +127,16 @@ class ExampleFolder {
 TEST(Usage, TheExampleOfEveryVerbWorks) {
   const ExampleFolder folder;
   // That of `play` needs a sound device, that of `dvd` a disc.
-  for (const std::string verb :
-       {"", "info", "convert", "thumb", "compose", "join", "wave", "effects", "presets"}) {
+  for (const std::string verb : {"", "info", "convert", "thumb", "compose", "join", "wave",
+                                 "compare", "effects", "presets"}) {
     SCOPED_TRACE("kestrel " + verb);
     folder.expectExampleWorks(verb);
   }
 }
 
 const char* const kVerbs =
-    "info, convert, thumb, compose, join, wave, dvd, play, effects, encoders, presets and demo";
+    "info, convert, thumb, compose, join, wave, compare, dvd, play, effects, encoders, presets and "
+    "demo";
 
 TEST(Usage, HelpMayComeFirst) {
   EXPECT_EQ(kestrel({"help", "convert"}).out, kestrel({"convert", "--help"}).out);

@@ -22,6 +22,9 @@ void addJoinVerb(CommandLine& line);
 /// The waveform of a file's sound.
 void addWaveVerb(CommandLine& line);
 
+/// How like its original a copy of a movie looks.
+void addCompareVerb(CommandLine& line);
+
 /// What is on a disc.
 void addDvdVerb(CommandLine& line);
 

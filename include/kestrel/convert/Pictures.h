@@ -5,6 +5,7 @@
 #include <kestrel/Geometry.h>
 #include <kestrel/Image.h>
 #include <kestrel/LMFFFormat.h>
+#include <kestrel/LMFFImage.h>
 #include <kestrel/LMFFMediaStream.h>
 #include <kestrel/Protocols.h>
 #include <kestrel/convert/Events.h>
@@ -73,6 +74,22 @@ class KESTREL_API Pictures {
 
   /// The same as a recipe to draw on with; valid until the next call.
   std::shared_ptr<const Image> imageAt(int64_t time);
+
+  /// A picture as it was decoded, and when it is shown: from `start` until `end`, microseconds from
+  /// the movie's start. It is valid as long as it is held.
+  struct Shown {
+    std::shared_ptr<LMFFImage> frame;
+    int64_t start = 0;
+    int64_t end = 0;
+  };
+
+  /// The picture that follows the one that was last asked for, in the order in which they are
+  /// shown, each once; at first the first one. Nothing behind the last one. Throws a `Failure` when
+  /// interrupted.
+  std::optional<Shown> next();
+
+  /// A decoded picture of this movie as pixels, with the look asked for and without subtitles.
+  std::shared_ptr<const BitmapImage> drawn(const Shown& shown);
 
   /// Whether the pictures asked for so far were there, or the input ended before them.
   Report report() const;

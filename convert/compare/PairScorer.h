@@ -1,0 +1,26 @@
+#pragma once
+
+#include <kestrel/convert/Compare.h>
+
+#include <memory>
+#include <vector>
+
+#include "convert/compare/PicturePairs.h"
+
+namespace kestrel {
+
+/// Scores pairs of pictures by one metric.
+class PairScorer {
+ public:
+  virtual ~PairScorer() = default;
+
+  virtual double score(const PicturePairs::Pair& pair) = 0;
+
+  /// What single components came to over all pairs so far, and all together.
+  virtual std::vector<ComponentScore> components() const { return {}; }
+};
+
+/// The scorer for a metric. The copy's pictures come out in the original's size afterwards.
+std::unique_ptr<PairScorer> makeScorer(PictureMetric metric, Pictures& original, Pictures& copy);
+
+}  // namespace kestrel
