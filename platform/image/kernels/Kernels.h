@@ -83,13 +83,15 @@ void widenRow(const int16_t* row, size_t pixels, const float* matrix, float* out
 /// The same from 8-bit pixels whose fourth byte is taken for 255.
 void widenOpaque(const uint8_t* row, size_t pixels, const float* matrix, float* out);
 
-/// A resampling along a line through a tile of pixels. Pixel i lies at (u + i du, v + i dv), where
-/// pixel (k, l) of the tile lies at (k, l); positions are first limited to the given ranges.
-/// `spanU` and `spanV` are the sides of the area that is averaged, 1 to 2. The tile reaches two
-/// pixels beyond the ranges.
+/// A resampling along a line through a tile of pixels, of four by four of them each. Pixel i lies
+/// at (u + (`index` + i) du, v + (`index` + i) dv) from pixel `origin` of the tile; positions are
+/// first limited to the given ranges. The weights are those of the spans, 1 to 2, as
+/// `platform/image/recipe/Resampling.h` has them. The tile reaches two pixels beyond the ranges.
 struct AffineLine {
   const int16_t* tile;
   ptrdiff_t rowStride;  ///< in pixels
+  int32_t origin;       ///< counted from the tile's first pixel; it may lie outside
+  float index;
   float u, v, du, dv;
   float minU, maxU, minV, maxV;
   float spanU, spanV;
@@ -133,7 +135,8 @@ void splitPlanes(const float* pixels, size_t count, const float* matrix, float* 
                  float* cr);
 
 /// How much of each pixel of a line is covered: the product of the shares in two directions. A
-/// share is the least of `low` + i `step`, `high` - i `step` and `most`, and not below 0.
+/// share is the least of `low` + (`index` + i) `step`, `high` - (`index` + i) `step` and `most`,
+/// and not below 0.
 struct CoverLine {
   struct Axis {
     float low;
@@ -143,6 +146,7 @@ struct CoverLine {
   };
   Axis u;
   Axis v;
+  float index;
 };
 void coverLine(const CoverLine& line, size_t count, float* out);
 

@@ -98,6 +98,13 @@ HWY_INLINE void storeBytes(D /*d*/, hn::Vec<hn::Rebind<uint32_t, D>> value, uint
   hn::StoreU(hn::U8FromU32(value), d8, out);
 }
 
+/// 255 v, rounded once.
+template <typename D>
+HWY_INLINE hn::Vec<D> wholeSteps(D d, hn::Vec<D> v) {
+  const auto wholes = hn::Set(d, kWholeNumbers);
+  return hn::Sub(hn::MulAdd(v, hn::Set(d, 255.0f), wholes), wholes);
+}
+
 /// Two vectors of pixels at a time.
 void packOpaque(const float* pixels, size_t count, uint8_t* out) {
   const hn::Rebind<int32_t, decltype(kManyPixels)> di;
@@ -126,9 +133,10 @@ void packOpaque(const float* pixels, size_t count, uint8_t* out) {
   size_t i = 0;
   for (; i + 2 * lanes <= values; i += 2 * lanes) pack(i);
   if (i < values && values >= 2 * lanes) return pack(values - 2 * lanes);
+  const hn::FixedTag<float, 1> dOne;
   for (; i < values; ++i) {
-    const float value = std::min(std::max(pixels[i] * 255, 0.0f), 255.0f);
-    out[i] = i % 4 == 3 ? 255 : static_cast<uint8_t>(std::nearbyint(value));
+    const float value = hn::GetLane(wholeSteps(dOne, hn::Set(dOne, pixels[i])));
+    out[i] = i % 4 == 3 ? 255 : static_cast<uint8_t>(std::clamp(value, 0.0f, 255.0f));
   }
 }
 
@@ -140,7 +148,10 @@ void packStraight(const float* pixels, size_t count, uint8_t* out) {
     // Below half a step of alpha there is no colour to tell.
     const auto isVisible = hn::Ge(hn::Mul(alpha, full), hn::Set(d, 0.5f));
     const auto color = hn::Div(hn::Mul(v, full), hn::Max(alpha, hn::Set(d, 1e-6f)));
-    const auto straight = hn::IfThenElse(alphaLanes(d), hn::Mul(v, full), color);
+    // What is opaque comes out as it does where all is.
+    const auto opaque = wholeSteps(d, v);
+    const auto colors = hn::IfThenElse(hn::Eq(alpha, hn::Set(d, 1.0f)), opaque, color);
+    const auto straight = hn::IfThenElse(alphaLanes(d), hn::Mul(v, full), colors);
     const auto value = hn::IfThenElseZero(isVisible, straight);
     storeBytes(d, rounded(d, hn::Min(hn::Max(value, hn::Zero(d)), full)), out + i);
   });
@@ -225,11 +236,11 @@ void coverLineNow(const CoverLine& line, size_t count, float* out) {
   };
   const hn::FixedTag<float, 1> dOne;
   const size_t lanes = hn::Lanes(kManyPixels);
-  auto index = hn::Iota(kManyPixels, 0.0f);
+  auto index = hn::Iota(kManyPixels, line.index);
   const auto step = hn::Set(kManyPixels, static_cast<float>(lanes));
   size_t i = 0;
   for (; i + lanes <= count; i += lanes, index = hn::Add(index, step)) cover(kManyPixels, index, i);
-  for (; i < count; ++i) cover(dOne, hn::Set(dOne, static_cast<float>(i)), i);
+  for (; i < count; ++i) cover(dOne, hn::Set(dOne, line.index + static_cast<float>(i)), i);
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ HWY_INLINE void storeFirst(VF pixels, float* out) {
 }
 
 /// What is done with the colours of resampled pixels.
-enum class Colors { kKept, kLimited, kMapped, kMappedOpaque };
+enum class Colors { kKept, kLimited, kLimitedOpaque, kMapped, kMappedOpaque };
 
 /// The matrix times each pixel of the vector, and the limits.
 template <Colors kColors, typename D>
@@ -82,6 +82,13 @@ HWY_INLINE hn::Vec<D> mapped(D d, hn::Vec<D> v, const float* matrix) {
   if constexpr (kColors == Colors::kLimited) {
     const auto limited = hn::Min(v, hn::Set(d, 1.0f));
     return hn::Max(hn::Min(limited, hn::Broadcast<3>(limited)), hn::Zero(d));
+  }
+  if constexpr (kColors == Colors::kLimitedOpaque) {
+    // Sums of rounded weights miss 1 by a little.
+    alignas(16) static constexpr float kAlpha[4] = {0, 0, 0, 1};
+    const auto limited = hn::Max(hn::Min(v, hn::Set(d, 1.0f)), hn::Zero(d));
+    const auto alpha = hn::LoadDup128(d, kAlpha);
+    return hn::IfThenElse(hn::Gt(alpha, hn::Zero(d)), alpha, limited);
   }
   constexpr bool kIsOpaque = kColors == Colors::kMappedOpaque;
   hn::Vec<D> sum = hn::LoadDup128(d, matrix + 12);
@@ -97,6 +104,7 @@ HWY_INLINE hn::Vec<D> mapped(D d, hn::Vec<D> v, const float* matrix) {
 /// Calls `run` with what there is to do with colours, as a type.
 template <typename Run>
 void withColors(const float* matrix, bool isOpaque, const Run& run) {
+  if (!matrix && isOpaque) return run(std::integral_constant<Colors, Colors::kLimitedOpaque>());
   if (!matrix) return run(std::integral_constant<Colors, Colors::kLimited>());
   if (isOpaque) return run(std::integral_constant<Colors, Colors::kMappedOpaque>());
   run(std::integral_constant<Colors, Colors::kMapped>());
@@ -107,7 +115,8 @@ constexpr float kWeightedScale = 1.0f / (static_cast<float>(kOne) * kWeightOne);
 
 /// 1 in the weights of lines, which are of 15 bits.
 constexpr int kLineOne = 32767;
-constexpr float kLineScale = 1.0f / (static_cast<float>(kOne) * 32768);
+constexpr float kLineScale =
+    static_cast<float>(32768.0 / (static_cast<double>(kOne) * kLineOne * kLineOne));
 
 /// `kPairs` is the number of pairs, or 0 for any.
 template <int kPairs, Colors kColors>
@@ -212,41 +221,63 @@ void mapPixelsNow(float* pixels, size_t count, const float* matrix) {
 struct LinePlan {
   alignas(64) int32_t offset[kMaxAffinePixels];
   alignas(64) int32_t across[2 * kMaxAffinePixels];  ///< four halves for each pixel
-  alignas(64) int32_t down[3][kMaxAffinePixels];     ///< in both halves the same
+  alignas(64) int32_t down[4][kMaxAffinePixels];     ///< in both halves the same
 };
 
 /// Added to a float this makes its last 16 bits the nearest whole number.
 constexpr float kWholeNumbers = 12582912.0f;
 
-/// Along one axis, the footprints of pixels on a line: three neighbours and their weights, for an
-/// area that begins `span` / 2 before the position. Pixel k reaches from k - 1/2 to k + 1/2.
+/// Along one axis, what pixels on a line are made of: four neighbours, the first of which lies 1 to
+/// 2 before the position, and their weights, cubics of the rest f of the position.
 struct Footprints {
   HWY_INLINE Footprints(float start, float step, float low, float high, float span)
-      : step_(hn::Set(kLanesF, step)), past_(hn::Set(kLanesF, span - 1.5f)) {
-    start_ = hn::Set(kLanesF, start - span / 2);
-    low_ = hn::Set(kLanesF, low - span / 2);
-    high_ = hn::Set(kLanesF, high - span / 2);
-    scale_ = hn::Set(kLanesF, static_cast<float>(kLineOne) / span);
+      : step_(hn::Set(kLanesF, step)) {
+    start_ = hn::Set(kLanesF, start);
+    low_ = hn::Set(kLanesF, low);
+    high_ = hn::Set(kLanesF, high);
+    const float b = span - 1;
+    const float c = (2 - span) / 2;
+    const auto part = [](float value) { return value * (static_cast<float>(kLineOne) / 6); };
+    outer_[0] = part(b);
+    outer_[1] = part(-3 * b - 6 * c);
+    outer_[2] = part(3 * b + 12 * c);
+    outer_[3] = part(-b - 6 * c);
+    inner_[0] = part(6 - 2 * b);
+    inner_[1] = part(-18 + 12 * b + 6 * c);
+    inner_[2] = part(12 - 9 * b - 6 * c);
   }
 
   /// For the pixels whose numbers are `index`.
   HWY_INLINE void at(hn::Vec<decltype(kLanesF)> index) {
     const auto wholes = hn::Set(kLanesF, kWholeNumbers);
-    const auto edge = hn::Min(hn::Max(hn::MulAdd(index, step_, start_), low_), high_);
-    base = hn::Sub(hn::Add(edge, wholes), wholes);
-    const auto rest = hn::Sub(edge, base);
-    const auto before = hn::Sub(hn::Set(kLanesF, 0.5f), rest);
-    const auto beyond = hn::Max(hn::Add(rest, past_), hn::Zero(kLanesF));
-    first = hn::BitCast(kLanes32, hn::MulAdd(before, scale_, wholes));
-    third = hn::BitCast(kLanes32, hn::MulAdd(beyond, scale_, wholes));
-    second = hn::Sub(hn::Set(kLanes32, kLineOne), hn::Add(first, third));
+    const auto place = hn::Min(hn::Max(hn::MulAdd(index, step_, start_), low_), high_);
+    base = hn::Floor(place);
+    const auto f = hn::Sub(place, base);
+    const auto rest = hn::Sub(hn::Set(kLanesF, 1.0f), f);
+    weights[0] = hn::BitCast(kLanes32, hn::Add(outer(f), wholes));
+    const auto second = hn::MulAdd(
+        hn::Mul(f, f), hn::MulAdd(f, hn::Set(kLanesF, inner_[2]), hn::Set(kLanesF, inner_[1])),
+        hn::Set(kLanesF, inner_[0]));
+    weights[1] = hn::BitCast(kLanes32, hn::Add(second, wholes));
+    weights[3] = hn::BitCast(kLanes32, hn::Add(outer(rest), wholes));
+    const auto others = hn::Add(hn::Add(weights[0], weights[1]), weights[3]);
+    weights[2] = hn::Sub(hn::Set(kLanes32, kLineOne), others);
   }
 
-  hn::Vec<decltype(kLanesF)> base;                   ///< the first neighbour
-  hn::Vec<decltype(kLanes32)> first, second, third;  ///< the lower halves are the weights
+  hn::Vec<decltype(kLanesF)> base;         ///< the second neighbour
+  hn::Vec<decltype(kLanes32)> weights[4];  ///< in the lower halves
 
  private:
-  hn::Vec<decltype(kLanesF)> start_, step_, low_, high_, past_, scale_;
+  /// At a distance of 1 + f.
+  HWY_INLINE hn::Vec<decltype(kLanesF)> outer(hn::Vec<decltype(kLanesF)> f) const {
+    auto sum = hn::MulAdd(f, hn::Set(kLanesF, outer_[3]), hn::Set(kLanesF, outer_[2]));
+    sum = hn::MulAdd(f, sum, hn::Set(kLanesF, outer_[1]));
+    return hn::MulAdd(f, sum, hn::Set(kLanesF, outer_[0]));
+  }
+
+  hn::Vec<decltype(kLanesF)> start_, step_, low_, high_;
+  float outer_[4];
+  float inner_[3];
 };
 
 void planLine(const AffineLine& line, size_t pixels, LinePlan* plan) {
@@ -258,24 +289,24 @@ void planLine(const AffineLine& line, size_t pixels, LinePlan* plan) {
   };
   const size_t lanes = hn::Lanes(kLanesF);
   const auto stride = hn::Set(kLanesF, static_cast<float>(line.rowStride));
-  auto index = hn::Iota(kLanesF, 0.0f);
+  const auto first = hn::Set(kLanes32, line.origin - 1 - static_cast<int32_t>(line.rowStride));
+  auto index = hn::Iota(kLanesF, line.index);
   const auto next = hn::Set(kLanesF, static_cast<float>(lanes));
   for (size_t i = 0; i < pixels; i += lanes, index = hn::Add(index, next)) {
     across.at(index);
     down.at(index);
     const auto offset = hn::MulAdd(down.base, stride, across.base);
-    hn::StoreU(hn::ConvertTo(kLanes32, offset), kLanes32, plan->offset + i);
-    hn::StoreInterleaved2(bothHalves(across.first, across.second), hn::And(across.third, lower),
-                          kLanes32, plan->across + 2 * i);
-    hn::StoreU(bothHalves(down.first, down.first), kLanes32, plan->down[0] + i);
-    hn::StoreU(bothHalves(down.second, down.second), kLanes32, plan->down[1] + i);
-    hn::StoreU(bothHalves(down.third, down.third), kLanes32, plan->down[2] + i);
+    hn::StoreU(hn::Add(hn::ConvertTo(kLanes32, offset), first), kLanes32, plan->offset + i);
+    hn::StoreInterleaved2(bothHalves(across.weights[0], across.weights[1]),
+                          bothHalves(across.weights[2], across.weights[3]), kLanes32,
+                          plan->across + 2 * i);
+    for (int r = 0; r < 4; ++r)
+      hn::StoreU(bothHalves(down.weights[r], down.weights[r]), kLanes32, plan->down[r] + i);
   }
 }
 
-/// Two neighbours of `kRows` rows from `first` on, the weights of the rows being those of pixel
-/// `i`, times their own two.
-template <int kRows>
+/// Two neighbours of four rows from `first` on, the weights of the rows being those of pixel `i`,
+/// times their own two.
 HWY_INLINE hn::Vec<decltype(kBlock32)> footprintPair(const int16_t* first, ptrdiff_t stride,
                                                      const LinePlan& plan, size_t i,
                                                      int32_t across) {
@@ -283,21 +314,15 @@ HWY_INLINE hn::Vec<decltype(kBlock32)> footprintPair(const int16_t* first, ptrdi
     return hn::MulFixedPoint15(hn::LoadU(kBlock16, first + r * stride),
                                hn::BitCast(kBlock16, hn::Set(kBlock32, plan.down[r][i])));
   };
-  auto column = hn::Add(row(0), row(1));
-  if constexpr (kRows == 3) column = hn::Add(column, row(2));
+  const auto column = hn::Add(hn::Add(row(0), row(1)), hn::Add(row(2), row(3)));
   const auto weights = hn::BitCast(kBlock16, hn::Set(kBlock32, across));
   return addPairs(kBlock32, pairUp(kBlock16, column), weights, hn::Zero(kBlock32));
 }
 
-/// The sums over the footprints, of two by two pixels or three by three, for the pixels of one
-/// vector from `i` on.
-template <bool kWide>
+/// The sums over four by four pixels, for the pixels of one vector from `i` on.
 HWY_INLINE V32 footprints(const int16_t* tile, ptrdiff_t stride, const LinePlan& plan, size_t i) {
   const auto firstOf = [&](size_t at) {
     return tile + 4 * static_cast<ptrdiff_t>(plan.offset[at]);
-  };
-  const auto narrow = [&](size_t at) HWY_ATTR {
-    return footprintPair<2>(firstOf(at), stride, plan, at, plan.across[2 * at]);
   };
 #if HWY_TARGET <= HWY_AVX2 && HWY_ARCH_X86
   // Rows of four pixels as one vector each.
@@ -313,29 +338,23 @@ HWY_INLINE V32 footprints(const int16_t* tile, ptrdiff_t stride, const LinePlan&
       return hn::MulFixedPoint15(hn::LoadU(kD16, first + r * stride),
                                  hn::BitCast(kD16, hn::Set(kD32, plan.down[r][at])));
     };
-    const V16 column = hn::Add(hn::Add(row(0), row(1)), row(2));
+    const V16 column = hn::Add(hn::Add(row(0), row(1)), hn::Add(row(2), row(3)));
     uint64_t four;
     __builtin_memcpy(&four, plan.across + 2 * at, sizeof(four));
     const auto weights =
         hn::TableLookupBytes(hn::BitCast(d8, hn::Set(d64, four)), hn::Load(d8, kSpread));
     return addPairs(kD32, pairUp(kD16, column), hn::BitCast(kD16, weights), hn::Zero(kD32));
   };
-  if constexpr (kWide) {
-    const V32 here = wide(i);
-    const V32 next = wide(i + 1);
-    return hn::Add(hn::ConcatLowerLower(kD32, next, here), hn::ConcatUpperUpper(kD32, next, here));
-  }
-  return hn::Combine(kD32, narrow(i + 1), narrow(i));
+  const V32 here = wide(i);
+  const V32 next = wide(i + 1);
+  return hn::Add(hn::ConcatLowerLower(kD32, next, here), hn::ConcatUpperUpper(kD32, next, here));
 #else
-  if constexpr (kWide) {
-    return hn::Add(footprintPair<3>(firstOf(i), stride, plan, i, plan.across[2 * i]),
-                   footprintPair<3>(firstOf(i) + 8, stride, plan, i, plan.across[2 * i + 1]));
-  }
-  return narrow(i);
+  return hn::Add(footprintPair(firstOf(i), stride, plan, i, plan.across[2 * i]),
+                 footprintPair(firstOf(i) + 8, stride, plan, i, plan.across[2 * i + 1]));
 #endif
 }
 
-template <bool kWide, Colors kColors>
+template <Colors kColors>
 void resampleLineBy(const AffineLine& line, size_t pixels, const float* matrix,
                     float* HWY_RESTRICT out) {
   LinePlan plan;
@@ -344,7 +363,7 @@ void resampleLineBy(const AffineLine& line, size_t pixels, const float* matrix,
   const ptrdiff_t stride = 4 * line.rowStride;
   const VF scale = hn::Set(kDF, kLineScale);
   const auto at = [&](size_t i) HWY_ATTR {
-    const VF pixel = hn::Mul(hn::ConvertTo(kDF, footprints<kWide>(tile, stride, plan, i)), scale);
+    const VF pixel = hn::Mul(hn::ConvertTo(kDF, footprints(tile, stride, plan, i)), scale);
     return mapped<kColors>(kDF, pixel, matrix);
   };
   const size_t step = pixelsPerVector();
@@ -355,11 +374,7 @@ void resampleLineBy(const AffineLine& line, size_t pixels, const float* matrix,
 
 void resampleLineNow(const AffineLine& line, size_t pixels, const float* matrix, float* out) {
   withColors(matrix, line.isOpaque, [&](auto colors) {
-    constexpr Colors kColors = decltype(colors)::value;
-    if (line.spanU > 1 || line.spanV > 1)
-      resampleLineBy<true, kColors>(line, pixels, matrix, out);
-    else
-      resampleLineBy<false, kColors>(line, pixels, matrix, out);
+    resampleLineBy<decltype(colors)::value>(line, pixels, matrix, out);
   });
 }
 

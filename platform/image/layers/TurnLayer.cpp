@@ -10,17 +10,26 @@ namespace kestrel {
 
 namespace {
 
+/// So much of a pixel may be missing for it to count as covered: single precision tells no more.
+constexpr double kCoverTolerance = 1e-4;
+
 /// The overlap of [p - width/2, p + width/2] and [low, high] as a share of `width`, for positions p
 /// from `start` on, `step` apart.
 kernels::CoverLine::Axis coverAxis(double start, double step, double width, double low,
                                    double high) {
-  return {static_cast<float>((start + width / 2 - low) / width),
-          static_cast<float>((high - start + width / 2) / width), static_cast<float>(step / width),
+  return {static_cast<float>((start + width / 2 - low) / width + kCoverTolerance),
+          static_cast<float>((high - start + width / 2) / width + kCoverTolerance),
+          static_cast<float>(step / width),
           static_cast<float>(std::min(1.0, (high - low) / width))};
 }
 
 /// A pixel is made of none that lie farther from its place.
 constexpr int kMargin = 4;
+
+/// Places are counted from the beginning of lines that lie the same whatever is asked for, so that
+/// rounding is the same, too.
+constexpr int kLineLength = static_cast<int>(kernels::kMaxAffinePixels);
+int lineOf(int x) { return x & ~(kLineLength - 1); }
 
 constexpr int16_t kWhole[1] = {kernels::kWeightOne};
 
@@ -71,12 +80,13 @@ bool TurnLayer::isOpaque(const IntRect& rect) const {
 
 void TurnLayer::render(Worker& worker, const IntRect& rect, const Tile& out) const {
   // The tile of the source that a block needs stays small whatever the caller asks for.
-  constexpr int kWidth = static_cast<int>(kernels::kMaxAffinePixels);
   constexpr int kHeight = 32;
   for (int y = rect.y0; y < rect.y1; y += kHeight) {
-    for (int x = rect.x0; x < rect.x1; x += kWidth) {
-      const IntRect block = IntRect{x, y, x + kWidth, y + kHeight}.intersect(rect);
-      renderBlock(worker, block, out.at(x - rect.x0, y - rect.y0));
+    for (int x = rect.x0; x < rect.x1;) {
+      const int end = std::min(lineOf(x) + kLineLength, rect.x1);
+      renderBlock(worker, {x, y, end, std::min(y + kHeight, rect.y1)},
+                  out.at(x - rect.x0, y - rect.y0));
+      x = end;
     }
   }
 }
@@ -115,22 +125,25 @@ void TurnLayer::renderBlock(Worker& worker, const IntRect& rect, const Tile& out
   line.rowStride = tile.width();
   line.du = static_cast<float>(map.a);
   line.dv = static_cast<float>(map.b);
-  line.minU = static_cast<float>(clip.x0 - 1 - tile.x0);
-  line.maxU = static_cast<float>(clip.x1 - tile.x0);
-  line.minV = static_cast<float>(clip.y0 - 1 - tile.y0);
-  line.maxV = static_cast<float>(clip.y1 - tile.y0);
+  line.index = static_cast<float>(rect.x0 - lineOf(rect.x0));
   // The clip may be far larger than the tile; rounding must not leave the tile either way.
-  line.minU = std::max(line.minU, 2.0f);
-  line.minV = std::max(line.minV, 2.0f);
-  line.maxU = std::min(line.maxU, static_cast<float>(tile.width() - kMargin));
-  line.maxV = std::min(line.maxV, static_cast<float>(tile.height() - kMargin));
+  const IntRect within{std::max(clip.x0 - 1, tile.x0 + 2), std::max(clip.y0 - 1, tile.y0 + 2),
+                       std::min(clip.x1, tile.x1 - kMargin), std::min(clip.y1, tile.y1 - kMargin)};
   line.spanU = static_cast<float>(source_.spanU);
   line.spanV = static_cast<float>(source_.spanV);
   line.isOpaque = source->isOpaque();
   for (int y = rect.y0; y < rect.y1; ++y) {
-    const Point start = map.apply(Point{rect.x0 + 0.5, y + 0.5});
-    line.u = static_cast<float>(start.x - 0.5 - tile.x0);
-    line.v = static_cast<float>(start.y - 0.5 - tile.y0);
+    // From the pixel of the source where the line begins, which may lie far outside of the tile.
+    const Point start = map.apply(Point{lineOf(rect.x0) + 0.5, y + 0.5});
+    const double column = std::floor(start.x - 0.5);
+    const double lineRow = std::floor(start.y - 0.5);
+    line.u = static_cast<float>(start.x - 0.5 - column);
+    line.v = static_cast<float>(start.y - 0.5 - lineRow);
+    line.minU = static_cast<float>(within.x0 - column);
+    line.maxU = static_cast<float>(within.x1 - column);
+    line.minV = static_cast<float>(within.y0 - lineRow);
+    line.maxV = static_cast<float>(within.y1 - lineRow);
+    line.origin = static_cast<int32_t>((lineRow - tile.y0) * tile.width() + column - tile.x0);
     float* const row = out.row(y - rect.y0);
     kernels::resampleLine(line, count, matrix_, row);
     if (isWhole || isInside({rect.x0, y, rect.x1, y + 1})) continue;
@@ -162,10 +175,11 @@ void TurnLayer::copyUsed(const Raster& source, Worker& worker, const IntRect& re
 }
 
 void TurnLayer::coverRow(int y, int x0, size_t count, float* covered) const {
-  const Point start = border_.toClip.apply(Point{x0 + 0.5, y + 0.5});
+  const Point start = border_.toClip.apply(Point{lineOf(x0) + 0.5, y + 0.5});
   const kernels::CoverLine line{
       coverAxis(start.x, border_.toClip.a, footprintU_, border_.clip.minX(), border_.clip.maxX()),
-      coverAxis(start.y, border_.toClip.b, footprintV_, border_.clip.minY(), border_.clip.maxY())};
+      coverAxis(start.y, border_.toClip.b, footprintV_, border_.clip.minY(), border_.clip.maxY()),
+      static_cast<float>(x0 - lineOf(x0))};
   kernels::coverLine(line, count, covered);
 }
 

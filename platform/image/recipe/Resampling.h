@@ -37,7 +37,10 @@
 ///    to end with a pixel does; the map is then the one from the clip to there.
 ///
 /// Where the map does not keep the axes, the source pixel from k to k + 1 has in step 2 the weight
-/// |[k, k + 1] ∩ [u - span/2, u + span/2]| / span. Where span exceeds 2 in u or v, step 2 takes
+/// T(k + ½ - u), with T the cubic of Mitchell and Netravali, which reaches two pixels to both
+/// sides, with B = span - 1 and C = (2 - span) / 2. They are on the line B + 2 C = 1 that the two
+/// recommend and go from Catmull and Rom's curve, where the picture does not shrink, to the
+/// B-spline, where it shrinks to half its size. Where span exceeds 2 in u or v, step 2 takes
 /// instead of the source its reduction: block i is the mean of the source pixels from i × n to
 /// i × n + n - 1, counted from the clip's lower left pixel (from 0 without bounds), with
 /// n = ⌈span / 2⌉ (n differs in u and v). Positions, spans and weights are then in units of blocks.

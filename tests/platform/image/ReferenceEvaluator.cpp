@@ -100,6 +100,19 @@ double curve(Resampling resampling, double t) {
   return d == 0 ? 1 : std::sin(pi * d) / (pi * d) * std::sin(pi * d / 3) / (pi * d / 3);
 }
 
+/// What maps that turn weigh their samples by: a cubic of two samples to both sides.
+double turnedCurve(double span, double t) {
+  const double d = std::abs(t);
+  const double b = span - 1;
+  const double c = 1 - span / 2;
+  if (d >= 2) return 0;
+  if (d >= 1)
+    return ((-b - 6 * c) * d * d * d + (6 * b + 30 * c) * d * d + (-12 * b - 48 * c) * d + 8 * b +
+            24 * c) /
+           6;
+  return ((12 - 9 * b - 6 * c) * d * d * d + (-18 + 12 * b + 6 * c) * d * d + 6 - 2 * b) / 6;
+}
+
 double radius(Resampling resampling) {
   if (resampling == Resampling::kLanczos3) return 3;
   return resampling == Resampling::kBilinear ? 1 : 2;
@@ -139,8 +152,9 @@ AffineTransform between(AffineTransform back, const Rect& from, const Rect& to) 
   return back;
 }
 
-/// `clip` is in samples; with `block` above 1 the samples are means of that many.
-Axis axis(double center, double span, double low, double high, int block) {
+/// The taps of an area or, with `isTurned`, of a map that turns. With `block` above 1 the samples
+/// are means of that many.
+Axis axis(double center, double span, double low, double high, int block, bool isTurned) {
   Axis result;
   const double first = std::floor(low);
   const double last = std::ceil(high) - 1;
@@ -149,9 +163,11 @@ Axis axis(double center, double span, double low, double high, int block) {
     center = (center - corner) / block;
     span = std::max(1.0, span / block);
   }
-  for (double k = std::floor(center - span / 2) - 1; k <= center + span / 2 + 1; ++k) {
-    const double weight = overlap(k, k + 1, center - span / 2, center + span / 2) / span;
-    if (weight <= 0) continue;
+  const double reach = isTurned ? 2 : span / 2;
+  for (double k = std::floor(center - reach) - 1; k <= center + reach + 1; ++k) {
+    const double weight = isTurned ? turnedCurve(span, k + 0.5 - center)
+                                   : overlap(k, k + 1, center - reach, center + reach) / span;
+    if (weight == 0) continue;
     if (block == 1) {
       result.taps.emplace_back(static_cast<int>(std::clamp(k, first, last)), weight);
       continue;
@@ -482,8 +498,8 @@ Sample Evaluator::resampled(const ImageNode& node, const Rect& clip, const Affin
     const bool isCopy = isUpright(map) && std::abs(footprint - 1) < 1e-8 &&
                         std::abs(at - 0.5 - std::round(at - 0.5)) < 1.0 / 1024;
     const bool isArea = scaler.resampling == Resampling::kArea || footprint > 8;
-    if (isCopy) return axis(std::round(at - 0.5) + 0.5, 1, low, high, 1);
-    if (isArea || !isUpright(map)) return axis(at, span, low, high, block(span));
+    if (isCopy) return axis(std::round(at - 0.5) + 0.5, 1, low, high, 1, false);
+    if (isArea || !isUpright(map)) return axis(at, span, low, high, block(span), !isUpright(map));
     return curveAxis(scaler.resampling, at, footprint, low, high);
   };
   const Axis across = along(center.x, footprintU, clip.minX(), clip.maxX());
