@@ -10,11 +10,11 @@
 #include <memory>
 
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/MediaInfo.h>
 #include "convert/feed/PictureMaker.h"
 #include "convert/feed/VideoFeed.h"
 #include "convert/look/Look.h"
 #include "convert/probe/Input.h"
-#include "convert/probe/Streams.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -52,7 +52,7 @@ void run(int count, char** arguments) {
   movie.openMedias(source->createMediasWithStreams(IndexSet{static_cast<uint32_t>(index)}));
   std::unique_ptr<PictureMaker> maker;
   if (count == 4) {
-    Look(settingsOf(arguments[2], arguments[3]), videoInfoOf(stream))
+    Look(settingsOf(arguments[2], arguments[3]), mediaInfoOf(*source).streams[static_cast<size_t>(index)].video)
         .apply(movie, {static_cast<double>(kOutput.width), static_cast<double>(kOutput.height)});
     LMFFImageColorspaceConverter converter;
     converter.setOutputFormat(kOutput);
