@@ -24,7 +24,7 @@ constexpr EncoderRow kRows[] = {
     {"libaom-av1", "crf", 0, 63, 32, "cpu-used", "6", 8, "row-mt=1"},
     {"librav1e", "qp", 0, 255, 100, "speed", "6", 10},
     {"libvpx-vp9", "crf", 0, 63, 32, "cpu-used", "2", 8, "row-mt=1:deadline=good"},
-    {"libvpx", "crf", 4, 63, 10, "cpu-used", "2", 16, "deadline=good"},
+    {"libvpx", "crf", 4, 63, 40, "cpu-used", "2", 16, "deadline=good"},
     {"mpeg4", "global_quality", 1, 31, 4},
     {"libxvid", "global_quality", 1, 31, 4},
     {"msmpeg4", "global_quality", 1, 31, 4},

@@ -23,7 +23,7 @@ TEST(EncoderTable, QualityGoesStraightFromTheWorstThroughTheUsualToTheBest) {
                          {"libx265", 51, 37.5, 24, 12, 0},
                          {"libsvtav1", 63, 49, 35, 18, 1},
                          {"libvpx-vp9", 63, 47.5, 32, 16, 0},
-                         {"libvpx", 63, 36.5, 10, 7, 4},
+                         {"libvpx", 63, 51.5, 40, 22, 4},
                          {"mpeg4", 31, 17.5, 4, 2.5, 1},
                          {"mjpeg", 31, 17, 3, 2, 1},
                          // More is better.
