@@ -341,12 +341,12 @@ class ConversionRun::Work {
     }
   }
 
-  const ConversionSettings& settings_;
+  const ConversionSettings settings_;
   const std::shared_ptr<LMMediaSource> source_;
-  const MediaInfo& info_;  // of the source
+  const MediaInfo info_;  // of the source
   ConversionPlan plan_;
   const Part part_;
-  const Events& events_;
+  const Events events_;
   Look look_;
   LMFFMovie movie_;
   RunFiles files_;
