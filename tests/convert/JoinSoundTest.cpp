@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <numeric>
 #include <vector>
+
+#include "tests/convert/CountedSamples.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -17,24 +18,9 @@ namespace kestrel::test {
 namespace {
 
 using testing::IsEmpty;
-using Samples = JoinSound::Samples;
 
 constexpr int32_t kRate = 1000;
 constexpr int64_t kOverhang = 100;  // a tenth of a second
-
-/// `first`, `first` + 1, …, `count` numbers.
-Samples counting(int first, int count) {
-  Samples samples(static_cast<size_t>(count));
-  std::iota(samples.begin(), samples.end(), first);
-  return samples;
-}
-
-Samples silence(int count) { return Samples(static_cast<size_t>(count)); }
-
-Samples operator+(Samples first, const Samples& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
 
 /// A part of one channel that hands out a list, seven samples at a time.
 class ListedPart : public JoinSound::Part {

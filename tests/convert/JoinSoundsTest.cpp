@@ -6,13 +6,13 @@
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
-#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "convert/join/JoinFormat.h"
+#include "tests/convert/CountedSamples.h"
 #include "tests/support/Peer.h"
 #include "tests/support/TempDir.h"
 
@@ -27,24 +27,9 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-using Samples = JoinedSound::Samples;
 
 constexpr int64_t kMono = 4;    // front centre
 constexpr int64_t kStereo = 3;  // front left and right
-
-/// `first`, `first` + 1, …, `count` numbers.
-Samples counting(int first, int count) {
-  Samples samples(static_cast<size_t>(count));
-  std::iota(samples.begin(), samples.end(), first);
-  return samples;
-}
-
-Samples silence(int count) { return Samples(static_cast<size_t>(count)); }
-
-Samples operator+(Samples first, const Samples& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
 
 /// Joins whose output counts in milliseconds. Samples are told in steps of 16 bits.
 class JoinSoundsTest : public testing::Test {

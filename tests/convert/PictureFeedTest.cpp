@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/Ffprobe.h"
+#include "tests/convert/ShownTimes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/ForcedCpuCount.h"
 
@@ -16,16 +16,6 @@ namespace kestrel::test {
 namespace {
 
 using Timed = PictureFeed::Timed;
-
-/// When each picture of a file is shown, seconds, by ffprobe.
-std::vector<double> shownTimes(const std::filesystem::path& file) {
-  const auto json = ffprobeJson(file, {"-select_streams", "v:0", "-show_frames", "-show_entries",
-                                       "frame=best_effort_timestamp_time"});
-  std::vector<double> times;
-  for (const auto& frame : json.at("frames"))
-    times.push_back(std::stod(frame.at("best_effort_timestamp_time").get<std::string>()));
-  return times;
-}
 
 class PictureFeedTest : public testing::Test {
  protected:

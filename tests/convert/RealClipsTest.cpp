@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/Ffprobe.h"
+#include "tests/convert/ShownTimes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/Peer.h"
 #include "tests/support/TempDir.h"
@@ -34,16 +34,6 @@ double meanDifference(const std::string& a, const std::string& b) {
   for (size_t i = 0; i < a.size(); ++i)
     sum += std::abs(static_cast<uint8_t>(a[i]) - static_cast<uint8_t>(b[i]));
   return sum / static_cast<double>(a.size());
-}
-
-/// When the pictures of a file are shown, seconds.
-std::vector<double> shownTimes(const std::filesystem::path& file) {
-  const auto json = ffprobeJson(file, {"-select_streams", "v:0", "-show_frames", "-show_entries",
-                                       "frame=best_effort_timestamp_time"});
-  std::vector<double> times;
-  for (const auto& frame : json.at("frames"))
-    times.push_back(std::stod(frame.at("best_effort_timestamp_time").get<std::string>()));
-  return times;
 }
 
 // A camera that was held upside down, and whose pictures come from 80 to 100 ms apart.

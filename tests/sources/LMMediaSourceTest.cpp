@@ -109,6 +109,8 @@ TEST(LMMediaSourceTest, NameIsTheLastComponentWithoutItsExtension) {
   EXPECT_EQ(LMMediaSource::mediaWithPath("film.part1.mkv")->name(), "film.part1");
   EXPECT_EQ(LMMediaSource::mediaWithPath("/films.d/film")->name(), "film");
   EXPECT_EQ(LMMediaSource::mediaWithPath("Größe.mp4")->name(), "Größe");
+  EXPECT_EQ(LMMediaSource::mediaWithPath("/films/A Film.mov/")->name(), "A Film");
+  EXPECT_EQ(LMMediaSource::mediaWithPath("/films/disc//")->name(), "disc");
 }
 
 TEST(LMMediaSourceTest, NameOfNoPathIsEmpty) { EXPECT_EQ(LMMediaSource().name(), ""); }
