@@ -9,8 +9,8 @@
 #include <memory>
 #include <set>
 
+#include "platform/codec/MemoryOutput.h"
 #include "support/LibraryLog.h"
-#include "support/MuxingOwners.h"
 #include "support/copy/CodecData.h"
 #include "support/copy/StreamCopier.h"
 

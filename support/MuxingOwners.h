@@ -28,21 +28,9 @@ struct OutputContextDeleter {
   }
 };
 
-/// Frees an output container that was begun in memory, if it was begun, and that memory.
-struct MemoryOutputDeleter {
-  void operator()(AVFormatContext* context) const {
-    uint8_t* memory = nullptr;
-    if (context->pb) avio_close_dyn_buf(context->pb, &memory);
-    context->pb = nullptr;
-    av_free(memory);
-    avformat_free_context(context);
-  }
-};
-
 using BitstreamFilterPtr = std::unique_ptr<AVBSFContext, BitstreamFilterDeleter>;
 using ParserPtr = std::unique_ptr<AVCodecParserContext, ParserDeleter>;
 using ParametersPtr = std::unique_ptr<AVCodecParameters, ParametersDeleter>;
 using OutputContextPtr = std::unique_ptr<AVFormatContext, OutputContextDeleter>;
-using MemoryOutputPtr = std::unique_ptr<AVFormatContext, MemoryOutputDeleter>;
 
 }  // namespace kestrel

@@ -21,6 +21,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/platform/image/SincScaled.h"
+
 extern "C" {
 #include <libswscale/swscale.h>
 }
@@ -77,41 +79,12 @@ double detail(double x, double y) {
   return 20 + 200 * (x < 700 ? rings : tile % 2 == 0 ? 0.3 * slow : 0.35 + 0.6 * slow);
 }
 
-double sinc12(double t) {
-  const double p = std::numbers::pi * t;
-  if (std::abs(t) >= 12) return 0;
-  return t == 0 ? 1 : 12 * std::sin(p) * std::sin(p / 12) / (p * p);
-}
-
-/// Along rows, which become columns: doing it twice scales both ways.
-std::vector<double> turned(const std::vector<double>& in, int width, int height, int wanted) {
-  std::vector<double> out(static_cast<size_t>(wanted) * static_cast<size_t>(height));
-  const double scale = 1.0 * width / wanted;
-  const double span = std::max(1.0, scale);
-  for (int i = 0; i < wanted; ++i) {
-    const double u = (i + 0.5) * scale;
-    std::vector<std::pair<int, double>> taps;
-    double sum = 0;
-    for (int k = static_cast<int>(u - 12 * span) - 1; k <= u + 12 * span + 1; ++k) {
-      taps.emplace_back(std::clamp(k, 0, width - 1), sinc12((k + 0.5 - u) / span));
-      sum += taps.back().second;
-    }
-    for (int y = 0; y < height; ++y) {
-      double value = 0;
-      for (const auto& [k, weight] : taps)
-        value += weight *
-                 in[static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(k)];
-      out[static_cast<size_t>(i) * static_cast<size_t>(height) + static_cast<size_t>(y)] =
-          value / sum;
-    }
-  }
-  return out;
-}
-
 double psnr(const Picture& source, const Picture& result) {
   const std::vector<double> luma(source.planes[0].begin(), source.planes[0].end());
-  const auto across = turned(luma, source.size.width, source.size.height, result.size.width);
-  const auto exact = turned(across, source.size.height, result.size.width, result.size.height);
+  const auto across =
+      test::sincScaled(luma, source.size.width, source.size.height, result.size.width);
+  const auto exact =
+      test::sincScaled(across, source.size.height, result.size.width, result.size.height);
   double sum = 0;
   for (size_t i = 0; i < exact.size(); ++i) {
     const double difference = result.planes[0][i] - std::clamp(exact[i], 0.0, 255.0);

@@ -14,9 +14,9 @@
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/MediaInfo.h>
 #include "convert/look/Look.h"
-#include "convert/look/Overlay.h"
 #include "convert/plan/ConstantRate.h"
 #include "convert/plan/Fragments.h"
+#include "convert/plan/OtherStreams.h"
 #include "convert/plan/OutputShape.h"
 #include "convert/plan/PictureEncoding.h"
 #include "convert/plan/PlanRules.h"
@@ -24,15 +24,11 @@
 #include "convert/plan/SettingsRules.h"
 #include "convert/plan/SoundPlanner.h"
 #include "convert/probe/Codecs.h"
-#include "convert/probe/Languages.h"
 #include "convert/probe/Light.h"
 #include "convert/probe/Streams.h"
-#include "convert/probe/StreamsLeftOut.h"
 #include "convert/settings/Require.h"
 #include "support/Containers.h"
 #include "support/FFmpegOwners.h"
-#include "support/Pipes.h"
-#include "support/Words.h"
 #include "support/encode/Fields.h"
 #include "support/encode/KeyOrders.h"
 
@@ -93,8 +89,8 @@ class Planner {
     const bool takesSound = mayEncodeSound(settings_) && !plan_.kept(Kind::kAudio).empty();
     if (!settings_.suitsAnyInput)
       requireSense(settings_, encodes(Kind::kVideo), encodes(Kind::kAudio) || takesSound);
-    planSubtitles();
-    planOthers();
+    add(planSubtitles(settings_, source_, input_, named_, container_, encodes(Kind::kVideo)));
+    add(planAttachments(settings_, source_, input_, named_));
     planSpan();
     plan_.keepsMetadata = settings_.keepsMetadata;
     if (pictures_ && plan_.pictures()->action == StreamAction::kEncode) planVideo(*pictures_);
@@ -152,9 +148,11 @@ class Planner {
 
   void planSounds() {
     const bool hasPictures = plan_.pictures() != nullptr;
-    for (PlannedStream& stream :
-         kestrel::planSounds(settings_, source_, input_, container_, hasPictures))
-      plan_.streams.push_back(std::move(stream));
+    add(kestrel::planSounds(settings_, source_, input_, container_, hasPictures));
+  }
+
+  void add(std::vector<PlannedStream> streams) {
+    std::ranges::move(streams, std::back_inserter(plan_.streams));
   }
 
   void requireSomething() const {
@@ -175,100 +173,6 @@ class Planner {
     const auto kept = plan_.kept(kind);
     return std::ranges::any_of(
         kept, [](const PlannedStream* stream) { return stream->action == StreamAction::kEncode; });
-  }
-
-  /// Subtitles go along as they are where the container holds them, or texts in its own form. What
-  /// is drawn into the pictures is not lost.
-  void planSubtitles() {
-    requireChosenSubtitles();
-    const bool draws = encodes(Kind::kVideo) && settings_.look.subtitleTrack;
-    const auto drawn =
-        draws ? subtitleStreamOf(source_, *settings_.look.subtitleTrack) : std::nullopt;
-    uint32_t track = 0;
-    for (const StreamInfo& stream : input_.streams) {
-      if (stream.kind != Kind::kSubtitle) continue;
-      const uint32_t number = track++;
-      if (drawn == stream.index) {
-        plan_.streams.push_back(planned(stream, StreamAction::kBurnIn));
-        continue;
-      }
-      if (!settings_.keepsSubtitles || !isChosen(settings_.subtitleTracks, number, stream)) {
-        leaveOut(stream, "");
-        continue;
-      }
-      const AVStream& own = *source_.formatContext()->streams[stream.index];
-      if (isKnownEmpty(own, *source_.formatContext())) {
-        leaveOut(stream, "it is empty");
-        continue;
-      }
-      const AVCodecID codec = own.codecpar->codec_id;
-      const AVCodecDescriptor* known = avcodec_descriptor_get(codec);
-      const bool isText = known && (known->props & AV_CODEC_PROP_TEXT_SUB);
-      const AVOutputFormat& holder = isHls(named_) ? outputFormatNamed("vtt") : container_;
-      const AVCodecID form = isText ? textCodecOf(holder) : AV_CODEC_ID_NONE;
-      if (holdsSubtitles(holder, codec, settings_.output)) {
-        plan_.streams.push_back(planned(stream, StreamAction::kCopy));
-      } else if (form != AV_CODEC_ID_NONE && avcodec_find_decoder(codec) &&
-                 avcodec_find_encoder(form)) {
-        plan_.streams.push_back(planned(stream, StreamAction::kEncode));
-        plan_.streams.back().subtitleCodec = form;
-      } else {
-        leaveOut(stream, fmt::format("{} cannot hold {}", named_.name, stream.codec));
-      }
-    }
-  }
-
-  /// One input of many may well lack what is chosen.
-  void requireChosenSubtitles() const {
-    if (!settings_.keepsSubtitles || settings_.suitsAnyInput) return;
-    const TrackChoice& choice = settings_.subtitleTracks;
-    std::vector<const StreamInfo*> tracks;
-    for (const StreamInfo& stream : input_.streams)
-      if (stream.kind == Kind::kSubtitle) tracks.push_back(&stream);
-    const auto isIn = [&](const StreamInfo* track) {
-      return isSameLanguage(track->language, choice.language);
-    };
-    if (choice.kind == TrackChoice::Kind::kLanguage && std::ranges::none_of(tracks, isIn))
-      throw Failure::settings(fmt::format("there is no subtitle track in '{}'", choice.language),
-                              "subtitleTracks");
-    if (choice.kind != TrackChoice::Kind::kNumbers) return;
-    for (const uint32_t number : choice.numbers)
-      if (number >= tracks.size())
-        throw Failure::settings(
-            fmt::format("there is no subtitle track {}: the input has {}", number, tracks.size()),
-            "subtitleTracks");
-  }
-
-  static bool isChosen(const TrackChoice& choice, uint32_t number, const StreamInfo& stream) {
-    switch (choice.kind) {
-      case TrackChoice::Kind::kNumbers:
-        return choice.numbers.contains(number);
-      case TrackChoice::Kind::kLanguage:
-        return isSameLanguage(stream.language, choice.language);
-      default:
-        return true;
-    }
-  }
-
-  /// Covers, attachments and data.
-  void planOthers() {
-    const AVFormatContext& context = *source_.formatContext();
-    for (const StreamInfo& stream : input_.streams) {
-      const bool isAttachment = stream.kind == Kind::kAttachment;
-      if (!stream.video.isCover && !isAttachment && stream.kind != Kind::kData) continue;
-      if (isService(*context.streams[stream.index])) continue;
-      const bool isHeld = isAttachment ? holdsAttachments(named_)
-                                       : stream.video.isCover && holdsCovers(named_) &&
-                                             !isFragmented(settings_, named_);
-      if (!settings_.keepsAttachments)
-        leaveOut(stream, "");
-      else if (isHeld)
-        plan_.streams.push_back(planned(stream, StreamAction::kCopy));
-      else
-        leaveOut(stream, stream.kind == Kind::kData
-                             ? "only pictures, sound and subtitles are taken along"
-                             : fmt::format("{} cannot hold it", named_.name));
-    }
   }
 
   void planSpan() {

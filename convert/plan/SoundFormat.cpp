@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "platform/codec/Codec.h"
+#include "platform/codec/MemoryOutput.h"
 #include "support/FFmpegCompat.h"
 #include "support/LibraryLog.h"
-#include "support/MuxingOwners.h"
 #include "support/encode/StreamEncoder.h"
 
 namespace kestrel {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tests/corpus/Clips.h"
 #include "tests/e2e/Kestrel.h"
 #include "tests/support/Ffprobe.h"
 #include "tests/support/FileBytes.h"
@@ -12,19 +13,6 @@ namespace kestrel::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// The names of the real clips; one empty name where there are none.
-std::vector<std::string> clipNames() {
-  static const std::set<std::string> kNotMovies{".md", ".srt"};
-  std::vector<std::string> names;
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(mediaFile(""), error))
-    if (!kNotMovies.contains(entry.path().extension().string()))
-      names.push_back(entry.path().filename().string());
-  std::ranges::sort(names);
-  if (names.empty()) names.emplace_back();
-  return names;
-}
 
 double secondsOf(const nlohmann::json& object) {
   return object.contains("duration") ? std::stod(object["duration"].get<std::string>()) : -1;

@@ -13,6 +13,7 @@
 #include <kestrel/convert/ConversionOptions.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Join.h>
+#include "tests/corpus/Clips.h"
 #include "tests/corpus/Content.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/Process.h"
@@ -34,16 +35,12 @@ constexpr char kNoClips[] = "real clips";
 
 /// Every codec that the real clips have, and some that need their tag or their container's help.
 std::vector<std::string> clips() {
-  static const std::set<std::string> kNotMovies{".md", ".srt"};
   std::vector<std::string> names{"prores-lt.mov",     "prores-proxy.mov", "prores-4444.mov",
                                  "dnxhr-sq.mov",      "cineform.mov",     "odd-size.mkv",
                                  "mpeg4-bframes.avi", "groups-h264.mp4"};
-  std::error_code error;
-  const size_t own = names.size();
-  for (const auto& entry : fs::directory_iterator(mediaFile(""), error))
-    if (!kNotMovies.contains(entry.path().extension().string()))
-      names.push_back(entry.path().filename().string());
-  if (names.size() == own) names.emplace_back(kNoClips);
+  const std::vector<std::string> real = realClips();
+  names.insert(names.end(), real.begin(), real.end());
+  if (real.empty()) names.emplace_back(kNoClips);
   std::ranges::sort(names);
   return names;
 }

@@ -16,6 +16,7 @@
 #include "platform/codec/Codec.h"
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegOwners.h"
+#include "tests/corpus/Clips.h"
 #include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
@@ -171,18 +172,6 @@ double unhiddenDelay(const std::string& codec, const std::string& container, dou
   static const std::map<std::string, double> kFrames{{"aac", 1.0}, {"mp3", 2.0}, {"mp2", 0.5}};
   const auto delay = kFrames.find(codec);
   return delay == kFrames.end() ? 0 : delay->second * frame;
-}
-
-std::vector<std::string> clips() {
-  static const std::set<std::string> kNotMovies{".md", ".srt"};
-  std::vector<std::string> names;
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(mediaFile(""), error))
-    if (!kNotMovies.contains(entry.path().extension().string()))
-      names.push_back(entry.path().filename().string());
-  std::ranges::sort(names);
-  if (names.empty()) names.emplace_back();
-  return names;
 }
 
 /// Every clip, in every container that people use.
@@ -363,7 +352,7 @@ TEST_P(StreamsCorpus, GoIntoEveryContainerAndWhatDoesNotIsNamed) {
   std::cout << table;
 }
 
-INSTANTIATE_TEST_SUITE_P(, StreamsCorpus, testing::ValuesIn(clips()), [](const auto& tested) {
+INSTANTIATE_TEST_SUITE_P(, StreamsCorpus, testing::ValuesIn(clipNames()), [](const auto& tested) {
   std::string name = tested.param.empty() ? "none" : tested.param;
   std::ranges::replace_if(
       name, [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; }, '_');

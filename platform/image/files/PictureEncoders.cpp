@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "platform/codec/Codec.h"
+#include "platform/codec/MemoryOutput.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -150,22 +151,10 @@ const AVCodec* avifEncoder() { return avcodec_find_encoder_by_name("libaom-av1")
 
 const AVOutputFormat* avifContainer() { return av_guess_format("avif", nullptr, nullptr); }
 
-/// Frees a container and the memory that it is written into.
-struct MemoryContainerDeleter {
-  void operator()(AVFormatContext* context) const {
-    uint8_t* memory = nullptr;
-    if (context->pb) avio_close_dyn_buf(context->pb, &memory);
-    context->pb = nullptr;
-    av_free(memory);
-    avformat_free_context(context);
-  }
-};
-using MemoryContainerPtr = std::unique_ptr<AVFormatContext, MemoryContainerDeleter>;
-
-MemoryContainerPtr makeContainer(const AVOutputFormat* format, const AVCodecContext& encoder) {
+MemoryOutputPtr makeContainer(const AVOutputFormat* format, const AVCodecContext& encoder) {
   AVFormatContext* made = nullptr;
   if (avformat_alloc_output_context2(&made, format, nullptr, nullptr) < 0) return nullptr;
-  MemoryContainerPtr container(made);
+  MemoryOutputPtr container(made);
   container->flags |= AVFMT_FLAG_BITEXACT;
   AVStream* stream = avformat_new_stream(made, nullptr);
   if (!stream || avcodec_parameters_from_context(stream->codecpar, &encoder) < 0) return nullptr;

@@ -17,17 +17,11 @@ namespace {
 using test::largestError;
 using test::makeBitmap;
 using test::noise;
+using test::over;
 using test::Pixel;
 using test::pixelAt;
 
 using ImagePointer = std::shared_ptr<const Image>;
-
-ImagePointer over(const ImagePointer& front, const ImagePointer& behind) {
-  const auto filter = FilterRegistry::filterWithName("CISourceOverCompositing");
-  filter->setValue(front, kCIInputImageKey);
-  filter->setValue(behind, kCIInputBackgroundImageKey);
-  return filter->outputImage();
-}
 
 std::shared_ptr<const BitmapImage> rendered(const ImagePointer& image, const Rect& rect) {
   return ImageContext().bitmapImage(image, rect);

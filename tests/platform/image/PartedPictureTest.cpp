@@ -1,7 +1,6 @@
 // What lies over a picture in planes changes only the samples that it touches.
 
 #include <gtest/gtest.h>
-#include <kestrel/FilterRegistry.h>
 #include <kestrel/ImageContext.h>
 
 #include <random>
@@ -13,16 +12,10 @@ namespace kestrel {
 namespace {
 
 using test::formatOf;
+using test::over;
 using test::Planes;
 
 using ImagePointer = std::shared_ptr<const Image>;
-
-ImagePointer over(const ImagePointer& front, const ImagePointer& behind) {
-  const auto filter = FilterRegistry::filterWithName("CISourceOverCompositing");
-  filter->setValue(front, kCIInputImageKey);
-  filter->setValue(behind, kCIInputBackgroundImageKey);
-  return filter->outputImage();
-}
 
 Rect boundsOf(const YUVFormat& format) {
   return {{0, 0}, {1.0 * format.width, 1.0 * format.height}};

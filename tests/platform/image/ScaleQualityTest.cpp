@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/platform/image/SincScaled.h"
 #include "tests/platform/image/TestPictures.h"
 
 extern "C" {
@@ -146,32 +147,6 @@ void scaleByLibrary(Grey& from, Grey& to) {
   sws_scale(context.get(), in, inStrides, 0, from.height, out, outStrides);
 }
 
-/// Columns become rows, scaled by a sinc of 12 lobes: doing it twice scales both ways.
-std::vector<double> sincScaled(const std::vector<double>& in, int width, int height, int wanted) {
-  std::vector<double> out;
-  const double scale = 1.0 * width / wanted;
-  const double span = std::max(1.0, scale);
-  for (int i = 0; i < wanted; ++i) {
-    const double u = (i + 0.5) * scale;
-    std::vector<std::pair<int, double>> taps;
-    double sum = 0;
-    for (int k = static_cast<int>(u - 12 * span) - 1; k <= u + 12 * span + 1; ++k) {
-      const double t = (k + 0.5 - u) / span;
-      if (std::abs(t) >= 12) continue;
-      const double p = std::numbers::pi * t;
-      const double weight = t == 0 ? 1 : 12 * std::sin(p) * std::sin(p / 12) / (p * p);
-      taps.emplace_back(std::clamp(k, 0, width - 1), weight);
-      sum += weight;
-    }
-    for (int y = 0; y < height; ++y) {
-      double value = 0;
-      for (const auto& [k, weight] : taps) value += weight * in[static_cast<size_t>(y * width + k)];
-      out.push_back(value / sum);
-    }
-  }
-  return out;
-}
-
 struct Sizes {
   const char* name;
   int width, height, toWidth, toHeight;
@@ -192,8 +167,8 @@ TEST_P(ScaleQualityPlanesTest, AreAsNearToASincAsTheLibrarysBest) {
   scaleByEngine(from_, ours_);
   scaleByLibrary(from_, theirs_);
   const std::vector<double> luma(from_.luma.begin(), from_.luma.end());
-  const auto across = sincScaled(luma, from_.width, from_.height, ours_.width);
-  const auto exact = sincScaled(across, from_.height, ours_.width, ours_.height);
+  const auto across = test::sincScaled(luma, from_.width, from_.height, ours_.width);
+  const auto exact = test::sincScaled(across, from_.height, ours_.width, ours_.height);
   const auto qualityOf = [&](const Grey& grey) {
     double sum = 0;
     for (size_t i = 0; i < exact.size(); ++i)

@@ -1,5 +1,7 @@
 #include "tests/platform/image/TestPictures.h"
 
+#include <kestrel/FilterRegistry.h>
+
 #include <algorithm>
 
 namespace kestrel::test {
@@ -38,6 +40,14 @@ std::shared_ptr<const BitmapImage> noise(int width, int height, uint32_t seed, I
 Pixel pixelAt(const BitmapImage& bitmap, int x, int y) {
   const uint8_t* p = bitmap.row(y) + 4 * x;
   return {p[0], p[1], p[2], p[3]};
+}
+
+std::shared_ptr<const Image> over(const std::shared_ptr<const Image>& front,
+                                  const std::shared_ptr<const Image>& behind) {
+  const auto filter = FilterRegistry::filterWithName("CISourceOverCompositing");
+  filter->setValue(front, kCIInputImageKey);
+  filter->setValue(behind, kCIInputBackgroundImageKey);
+  return filter->outputImage();
 }
 
 }  // namespace kestrel::test

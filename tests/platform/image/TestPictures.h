@@ -27,4 +27,8 @@ std::shared_ptr<const BitmapImage> noise(int width, int height, uint32_t seed,
 /// The pixel in column x of row y, counted from the top.
 Pixel pixelAt(const BitmapImage& bitmap, int x, int y);
 
+/// A picture drawn over another.
+std::shared_ptr<const Image> over(const std::shared_ptr<const Image>& front,
+                                  const std::shared_ptr<const Image>& behind);
+
 }  // namespace kestrel::test
