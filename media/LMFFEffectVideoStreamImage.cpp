@@ -18,7 +18,7 @@ constexpr float kLeastRatio = 0.001F;
 
 /// The shorter side, in pixels, of pictures on which the sizes of named effects are as the
 /// catalogue has them; in others they are in proportion.
-constexpr double kReferenceSide = 720;
+constexpr double kReferenceSide = 480;
 
 /// How many of `destination` make `source`, in single precision as the factors made of it are.
 float widthRatio(const Rect& source, const Rect& destination) {

@@ -1,7 +1,10 @@
 // Decodes the pictures of a clip and drops them, as they are or finished as `kestrel convert` makes
 // them; `bench/run picture` tells from the two what the work on pictures takes by itself.
 //
-//     kestrel_pictures CLIP [WATERMARK SUBTITLES]
+//     kestrel_pictures CLIP [WATERMARK [SUBTITLES]]
+//
+// With a watermark alone that is all there is to draw; with subtitles it is the look of `bench/run
+// look`.
 
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMMediaSource.h>
@@ -25,16 +28,16 @@ namespace {
 
 using namespace kestrel;
 
-constexpr LMFFVideoFormat kOutput{AV_PIX_FMT_YUV420P, 1280, 720};
+constexpr int32_t kFormat = AV_PIX_FMT_YUV420P;
 
-/// The look that `bench/run look` has.
 LookSettings settingsOf(const char* watermark, const char* subtitles) {
   LookSettings settings;
+  settings.watermark = Watermark{watermark, 40, 40};
+  if (!subtitles) return settings;
   settings.crop = Area{160, 90, 1600, 900};
   settings.rotate = 3;
   settings.saturation = 0.6F;
   settings.hue = 0.53F;
-  settings.watermark = Watermark{watermark, 40, 40};
   settings.subtitles = subtitles;
   settings.subtitleFont = Font{"DejaVu Sans", 40};
   return settings;
@@ -51,11 +54,15 @@ void run(int count, char** arguments) {
   movie.setExportMovie(true);
   movie.openMedias(source->createMediasWithStreams(IndexSet{static_cast<uint32_t>(index)}));
   std::unique_ptr<PictureMaker> maker;
-  if (count == 4) {
-    Look(settingsOf(arguments[2], arguments[3]), mediaInfoOf(*source).streams[static_cast<size_t>(index)].video)
-        .apply(movie, {static_cast<double>(kOutput.width), static_cast<double>(kOutput.height)});
+  if (count > 2) {
+    const VideoInfo facts = mediaInfoOf(*source).streams[static_cast<size_t>(index)].video;
+    const bool isSmall = count == 4;
+    const LMFFVideoFormat format{kFormat, isSmall ? 1280 : facts.width,
+                                 isSmall ? 720 : facts.height};
+    Look(settingsOf(arguments[2], arguments[3]), facts)
+        .apply(movie, {static_cast<double>(format.width), static_cast<double>(format.height)});
     LMFFImageColorspaceConverter converter;
-    converter.setOutputFormat(kOutput);
+    converter.setOutputFormat(format);
     maker = std::make_unique<PictureMaker>(movie, converter);
   }
   int64_t pictures = 0;
@@ -76,8 +83,8 @@ void run(int count, char** arguments) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count != 2 && count != 4) {
-    std::cerr << "usage: kestrel_pictures CLIP [WATERMARK SUBTITLES]\n";
+  if (count < 2 || count > 4) {
+    std::cerr << "usage: kestrel_pictures CLIP [WATERMARK [SUBTITLES]]\n";
     return 2;
   }
   try {

@@ -66,7 +66,7 @@ TEST_P(LooksOfClips, KeepTheirBrightnessAndCutNothingOff) {
   pictures.setOutputSize({320, std::round(320 * own.height / own.width)});
   const int64_t middle = pictures.duration().value_or(0) / 2;
   const BitmapPointer source = pictures.pictureAt(middle);
-  for (const char* const name : {"Exposure", "Blackout B&W", "Glow", "Gloom", "Bloom"}) {
+  for (const char* const name : {"Exposure", "Blackout B&W", "Glow", "Gloom"}) {
     pictures.setEffect(name);
     const Effect effect = between(*source, *pictures.pictureAt(middle));
     EXPECT_GE(effect.mean, 0.5) << name;
