@@ -403,7 +403,12 @@ bool LMFFMovieFileOutput::startOutput() {
     state.resample->convertFormat(audioInputFormat(), outputAudioFormat());
   }
   if (state.videoStream && state.videoConverter) {
-    state.videoConverter->setOutputFormat(outputVideoFormat());
+    LMFFVideoFormat format = outputVideoFormat();
+    if (format.pix_fmt == AV_PIX_FMT_PAL8) {
+      state.palettes.emplace();
+      format.pix_fmt = AV_PIX_FMT_RGB32;
+    }
+    state.videoConverter->setOutputFormat(format);
     if (state.outputColor != LMFFVideoColor{}) {
       state.videoConverter->setOutputColor(state.outputColor);
     }

@@ -166,10 +166,14 @@ void LMFFMovieFileOutput::writeImage(const std::shared_ptr<LMFFImage>& image, in
 /// Encodes the converter's picture, shown from `videoTime` on.
 void LMFFMovieFileOutput::State::encodeConverted(StreamEncoder& encoder, int64_t duration) {
   if (!videoConverter) return;
-  const FramePtr picture = makeFrame();
+  FramePtr picture = makeFrame();
   if (!picture) return;
   const AVFrame* output = videoConverter->outputFrame();
   if (output->data[0] && !errors.succeeded(av_frame_ref(picture.get(), output))) return;
+  if (palettes && picture->data[0] && picture->format == AV_PIX_FMT_RGB32) {
+    picture = palettes->reduced(*picture);
+    if (!picture) return errors.note(engineError(AVERROR(ENOMEM), "no memory for a picture"));
+  }
   clearPictureType(*picture);
   if (topFieldFirst) markFields(*picture, *topFieldFirst);
   const AVRational base = encoder.context()->time_base;

@@ -17,6 +17,7 @@
 #include "support/copy/CopyClock.h"
 #include "support/copy/Muxer.h"
 #include "support/copy/StreamCopier.h"
+#include "support/encode/Palette.h"
 #include "support/encode/SoundEncoder.h"
 #include "support/encode/SubtitleConverter.h"
 
@@ -116,8 +117,9 @@ struct LMFFMovieFileOutput::State {
   std::deque<Sound> sounds;
 
   // Writing.
-  int64_t videoTime = 0;             // of encoded pictures
-  std::optional<FragmentGrid> keys;  // of encoded pictures that have to be key pictures
+  int64_t videoTime = 0;                   // of encoded pictures
+  std::optional<PaletteReducer> palettes;  // where the encoder takes pictures with palettes
+  std::optional<FragmentGrid> keys;        // of encoded pictures that have to be key pictures
 
   // After `stopOutput`, what the streams had come to:
   int64_t audioEnd = 0;

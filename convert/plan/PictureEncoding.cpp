@@ -256,7 +256,7 @@ bool hasAlpha(const std::string& pixelFormat) {
 
 bool isRgb(const std::string& pixelFormat) {
   const AVPixFmtDescriptor* known = av_pix_fmt_desc_get(av_get_pix_fmt(pixelFormat.c_str()));
-  return known && (known->flags & AV_PIX_FMT_FLAG_RGB);
+  return known && (known->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL));
 }
 
 std::string formatBefore(const VideoInfo& source, bool isDrawn) {
@@ -305,6 +305,7 @@ std::vector<std::string> lossesOf(const ConversionPlan& plan, const PixelWishes&
     losses.push_back(fmt::format(
         "{} bits become {}, {}", depthOf(before), depth,
         isDrawn ? "in which looks are drawn" : "as " + plan.videoEncoder + " takes them"));
+  if (after == AV_PIX_FMT_PAL8) losses.emplace_back("a scene has 255 colours");
   const bool isRgbBefore = (av_pix_fmt_desc_get(before)->flags & AV_PIX_FMT_FLAG_RGB) != 0;
   const auto was = isRgbBefore ? std::optional(ChromaSampling::k444) : chromaOf(before);
   const auto is = chromaOf(after);
@@ -350,7 +351,11 @@ std::string pixelFormatFor(const std::string& encoder, const std::string& before
       [](int bits) { return fmt::format("{} bits", bits); });
   keep("chroma", wishes.chroma, chromaOf,
        [](ChromaSampling chroma) { return std::string(nameOf(chroma)); });
-  return bestOf(std::move(formats), own);
+  const bool hasPalettes = std::ranges::count(formats, AV_PIX_FMT_PAL8) > 0;
+  const std::string best = bestOf(std::move(formats), own);
+  // A palette made for the pictures shows more than a few fixed steps of red, green and blue.
+  const bool isCoarse = isRgb(best) && depthOf(av_get_pix_fmt(best.c_str())) < kEightBits;
+  return hasPalettes && isCoarse ? av_get_pix_fmt_name(AV_PIX_FMT_PAL8) : best;
 }
 
 namespace {

@@ -112,7 +112,8 @@ class KESTREL_API LMFFMovieFileOutput {
   void setAudioEncoderName(const std::string& name);
 
   /// The format (`AV_PIX_FMT_…`) in which `openVideo` encodes pictures; the encoder must accept it.
-  /// -1: the first in its list.
+  /// -1: the first in its list. `AV_PIX_FMT_PAL8`: each scene gets a palette of 255 colours of its
+  /// own, and what is less than half opaque becomes transparent.
   int videoPixelFormat() const;
   void setVideoPixelFormat(int format);
 
