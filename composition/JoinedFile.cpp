@@ -374,13 +374,20 @@ bool JoinedFile::writeSound(size_t track, const std::function<JoinedSound::Sampl
 }
 
 /// Copies a packet for each track that is of its stream.
-bool JoinedFile::copyToTracks(const AVPacket& packet, const TrackList& input) {
-  for (size_t i = 0; i < input.size(); ++i) {
-    LMMovieCompositionTrack& track = *input[i];
-    if (track.track() != packet.stream_index) continue;
-    const PacketPtr copy(av_packet_clone(&packet));
-    track.passPacket(packet);
-    if (!copy || !copyPacket(*copy, track, lanes_[i])) return false;
+bool JoinedFile::copyToTracks(AVPacket& packet, const TrackList& input) {
+  const auto next = [&](size_t from) {
+    while (from < input.size() && input[from]->track() != packet.stream_index) ++from;
+    return from;
+  };
+  for (size_t i = next(0); i < input.size();) {
+    const size_t track = i;
+    i = next(i + 1);
+    input[track]->passPacket(packet);
+    // The last one has no need of a copy.
+    const bool isLast = i == input.size();
+    const PacketPtr copy(isLast ? nullptr : av_packet_clone(&packet));
+    if (!isLast && !copy) return false;
+    if (!copyPacket(isLast ? packet : *copy, *input[track], lanes_[track])) return false;
   }
   return true;
 }

@@ -75,7 +75,7 @@ class JoinedFile {
   int64_t firstShown(LMMovieCompositionTrack& track);
   bool read(LMMovieCompositionTrack& track, AVPacket& packet);
   bool copyInput(const TrackList& input);
-  bool copyToTracks(const AVPacket& packet, const TrackList& input);
+  bool copyToTracks(AVPacket& packet, const TrackList& input);
   bool copyPacket(AVPacket& packet, LMMovieCompositionTrack& track, Lane& lane);
   bool beginsWell(const AVPacket& packet, const LMMovieCompositionTrack& track, const Lane& lane);
   static int64_t endOf(int64_t time, int64_t duration, Lane& lane);

@@ -1,6 +1,6 @@
 #pragma once
 
-// Pictures: lazy images, filters, the renderer, bitmaps, picture files, metrics, text.
+// Pictures: lazy images, filters, the renderer, bitmaps, files, metrics, text.
 
 #include <kestrel/AttributedString.h>
 #include <kestrel/BitmapContext.h>

@@ -8,7 +8,7 @@
 //   convert.h   Whole jobs: facts about inputs, conversions, joins, pictures of a time, playing.
 //   engine.h    What the jobs are made of: sources, movies, frames, effects, the file output.
 //   disc.h      Video discs: the volume, its titles, and titles as sources.
-//   image.h     Pictures: lazy images, filters, the renderer, bitmaps, picture files, metrics, text.
+//   image.h     Pictures: lazy images, filters, the renderer, bitmaps, files, metrics, text.
 //   platform.h  What systems offer: files, processes, archives, queues, sound devices.
 
 #include <kestrel/convert.h>

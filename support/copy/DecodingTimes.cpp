@@ -51,6 +51,7 @@ int64_t DecodingTimes::step() const {
 
 /// Lets go of what waits, evenly before `next`.
 void DecodingTimes::release(int64_t next) {
+  if (waiting_.empty()) return;  // as for all packets of most inputs
   int64_t time = next - static_cast<int64_t>(waiting_.size()) * step();
   for (PacketPtr& packet : std::exchange(waiting_, {})) {
     packet->dts = packet->pts == AV_NOPTS_VALUE ? time : std::min(time, packet->pts);

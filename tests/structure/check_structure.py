@@ -58,7 +58,7 @@ TIERS = {
                  ["support", "frames", "sources", "effects", "audio", "media", "output",
                   "composition", "waveform"]),
     "disc.h": ("Video discs: the volume, its titles, and titles as sources.", ["dvd"]),
-    "image.h": ("Pictures: lazy images, filters, the renderer, bitmaps, picture files, metrics, text.",
+    "image.h": ("Pictures: lazy images, filters, the renderer, bitmaps, files, metrics, text.",
                 ["platform/image", "platform/metrics", "platform/text"]),
     "platform.h": ("What systems offer: files, processes, archives, queues, sound devices.",
                    ["platform"]),
