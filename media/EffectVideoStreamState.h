@@ -2,6 +2,7 @@
 
 #include <kestrel/LMFFEffectVideoStream.h>
 #include <kestrel/MovieLook.h>
+#include <kestrel/ToneMapping.h>
 
 #include <memory>
 #include <optional>
@@ -22,11 +23,13 @@ struct LMFFEffectVideoStream::State {
   std::shared_ptr<AVFrame> imageFrame;
   bool isOpaque = false;  // every pixel of `imageFrame` is opaque
   std::shared_ptr<AVFrame> pending;
+  std::optional<HdrLight> light;  // of an HDR picture
 
   void convert(const AVFrame* frame);
   bool canWait(const std::shared_ptr<const AVFrame>& frame) const;
   void convertPending();
   bool isOutdated() const;
+  const AVStream* stream() const;
 
   template <typename Value>
   Value setting(Value MovieLook::*field) const {

@@ -1,5 +1,6 @@
 #include <kestrel/LMFFEffectVideoStream.h>
 #include <kestrel/LMFFMedia.h>
+#include <kestrel/LMFFMediaStream.h>
 
 #include <algorithm>
 #include <cstring>
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include "media/EffectVideoStreamState.h"
+#include "support/FrameLight.h"
 #include "support/FramePlanes.h"
 #include "support/PictureColor.h"
 
@@ -68,6 +70,13 @@ bool LMFFEffectVideoStream::State::canWait(const std::shared_ptr<const AVFrame>&
          Image::fromPlanes(yuvPictureOf(frame).value_or(YUVPicture{})) != nullptr;
 }
 
+/// The stream that the pictures are of; null where it is not known.
+const AVStream* LMFFEffectVideoStream::State::stream() const {
+  const auto source = media.get();
+  const auto pictures = source ? source->videoStream() : nullptr;
+  return pictures ? pictures->stream() : nullptr;
+}
+
 /// True when the converter is for another kind of pixels than the media's pictures turned out to
 /// have, or does nothing since the container did not tell enough of them.
 bool LMFFEffectVideoStream::State::isOutdated() const {
@@ -93,6 +102,7 @@ void LMFFEffectVideoStream::writeFrame(const AVFrame* frame, const DataProvider&
     input = FramePtr(av_frame_clone(frame));
   if (input) tagPictureColor(*input);  // what the frame says of its colours is honoured
   free_frame_image_buffer();
+  state.light = input ? hdrLightOf(*input, state.stream()) : std::nullopt;
   if (input && !dataProvider && state.canWait(input))
     state.pending = std::move(input);
   else

@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
+
+#include "media/EffectVideoStreamState.h"
 
 namespace kestrel {
 
@@ -64,16 +67,28 @@ float factor(double target, double size) {
 
 std::shared_ptr<const Image> LMFFEffectVideoStream::currentEffectImage() const {
   auto picture = currentCIImage();
-  if (const auto subtitle = mediaSubtitleImage()) picture = sourceOverImage(subtitle, picture);
+  const MovieLook settings = look();
+  // Mapping costs least where it comes last, but what is drawn lies over mapped pictures.
+  const std::optional<HdrLight>& light = state_->light;
+  auto toMap = settings.toneMaps ? light : std::nullopt;
+  const auto graphics = [&](const std::shared_ptr<const Image>& drawn) {
+    return light && !settings.toneMaps ? onHdr(drawn, *light) : drawn;
+  };
+  if (const auto subtitle = mediaSubtitleImage()) {
+    if (toMap) picture = toneMapped(picture, *std::exchange(toMap, std::nullopt));
+    picture = sourceOverImage(graphics(subtitle), picture);
+  }
   if (!picture) return nullptr;
 
-  picture = image(placed(picture), effectFilter());
+  picture = placed(picture);
+  if (toMap) picture = toneMapped(picture, *toMap);
+  picture = image(picture, effectFilter());
   picture = sourceOverImage(picture, imagewithColor(Color::black()));
-  if (const auto mark = watermark()) picture = sourceOverImage(mark, picture);
+  if (settings.watermark) picture = sourceOverImage(graphics(settings.watermark), picture);
   if (const auto styled = styledSubtitle())
-    picture = sourceOverImage(styled, picture);
+    picture = sourceOverImage(graphics(styled), picture);
   else if (const auto subtitle = currentSubtitleImage())
-    picture = sourceOverImage(onWholePixels(subtitle), picture);
+    picture = sourceOverImage(graphics(onWholePixels(subtitle)), picture);
   return picture ? picture->cropped(wholeOf(outputFormat())) : nullptr;
 }
 

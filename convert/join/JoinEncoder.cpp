@@ -23,6 +23,7 @@
 #include "convert/look/Look.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
+#include "convert/probe/Light.h"
 #include "convert/probe/Streams.h"
 #include "convert/run/PlannedOutput.h"
 
@@ -91,6 +92,7 @@ class PartPictures {
                     static_cast<double>(plan.format.height)};
     const double shape = plan.format.aspect > 0 ? plan.format.aspect : size.width / size.height;
     LookSettings settings;
+    settings.hdr = isHdr(plan.color) ? HdrHandling::kKeep : HdrHandling::kSdr;
     Look look(settings, video);
     const double own = look.pixelAspect() * look.size().width / look.size().height;
     if (std::abs(own / shape - 1) > kSameShape) {

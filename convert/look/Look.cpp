@@ -7,6 +7,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include "convert/look/Overlay.h"
+#include "convert/probe/Light.h"
 #include "convert/settings/LookNumbers.h"
 
 namespace kestrel {
@@ -65,7 +66,7 @@ Area storedArea(const Area& upright, const Orientation& orientation, Size stored
 
 Look::Look(const LookSettings& settings, const VideoInfo& pictures,
            const std::optional<Area>& picture)
-    : settings_(settings), isTransparent_(pictures.hasAlpha) {
+    : settings_(settings), isTransparent_(pictures.hasAlpha), isHdr_(isHdr(pictures.color)) {
   const Size source{static_cast<double>(pictures.width), static_cast<double>(pictures.height)};
   const Orientation& own = pictures.orientation;
   const bool liesOnItsSide = swapsSides(own.counterclockwise);
@@ -93,6 +94,7 @@ Look::Look(const LookSettings& settings, const VideoInfo& pictures,
   look_.vflip = settings.vflip;
   look_.scaler = settings.scaler;
   for (const LookNumber& number : kLookNumbers) look_.*number.target = settings.*number.member;
+  look_.toneMaps = settings.hdr != HdrHandling::kKeep;
   if (!settings.effect.empty()) look_.effectName = settings.effect;
 
   pixelAspect_ = pixelAspectOf(pictures);
@@ -119,11 +121,12 @@ Look::Look(const LookSettings& settings, const VideoInfo& pictures,
 }
 
 bool Look::isDrawn() const {
-  if (!isQuarterTurn(look_.rotate)) return true;
+  if (!isQuarterTurn(look_.rotate) || (isHdr_ && look_.toneMaps)) return true;
   MovieLook turned;
   turned.cropRect = look_.cropRect;
   turned.zoomType = look_.zoomType;
   turned.scaler = look_.scaler;
+  turned.toneMaps = look_.toneMaps;
   turned.rotate = look_.rotate;
   turned.hflip = look_.hflip;
   turned.vflip = look_.vflip;

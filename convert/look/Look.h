@@ -63,6 +63,7 @@ class Look {
   double pixelAspect_ = 1;
   bool isFitted_ = false;
   bool isTransparent_ = false;  // the pictures may be; they lie on black
+  bool isHdr_ = false;
 };
 
 }  // namespace kestrel

@@ -207,6 +207,7 @@ constexpr auto kOtherLookRows = std::to_array<Row<LookSettings>>({
     {"crop", set<&L::crop, parseArea>, kText, kPictures, "crop"},
     {"auto-crop", turn<&L::autoCrop>, kSwitch, kPictures, "crop"},
     {"zoom", set<&L::zoom, parseZoom>, kText, kPictures},
+    {"hdr", set<&L::hdr, parseHdr>, kText, kPictures},
     {"scaler", set<&L::scaler, parseScaler>, kText, kPictures},
     {"display-aspect", set<&L::displayAspect, parseDisplayAspect>, kText, kPictures},
     {"rotate", set<&L::rotate, parseAnyNumber>, kNumber, kPictures},

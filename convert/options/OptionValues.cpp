@@ -107,6 +107,11 @@ Zoom parseZoom(std::string_view option, const std::string& text) {
                        {"fill-width", Zoom::kFillWidth}});
 }
 
+HdrHandling parseHdr(std::string_view option, const std::string& text) {
+  return choose<HdrHandling>(option, text,
+                             {{"keep", HdrHandling::kKeep}, {"sdr", HdrHandling::kSdr}});
+}
+
 Scaler parseScaler(std::string_view option, const std::string& text) {
   constexpr std::string_view kLimited = ",limited";
   const bool isLimited = text.ends_with(kLimited);

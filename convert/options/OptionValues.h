@@ -30,6 +30,7 @@ Color parseColor(std::string_view option, const std::string& text);
 Font parseFont(std::string_view option, const std::string& text);
 Zoom parseZoom(std::string_view option, const std::string& text);
 
+HdrHandling parseHdr(std::string_view option, const std::string& text);
 /// A curve, and ",limited" where nothing is to ring.
 Scaler parseScaler(std::string_view option, const std::string& text);
 

@@ -225,9 +225,10 @@ class Planner {
     const Scanning scanning = measures_.scanning ? measures_.scanning() : Scanning{};
     planTreatment(scanning);
     plan_.picture = measures_.picture;
-    const Look look(settings_.look, video, measures_.picture);
-    plan_.pixelFormat = pixelFormatFor(choice.encoder, formatBefore(video, look.isDrawn()),
-                                       {settings_.isCompatible, settings_.depth, settings_.chroma});
+    if (isHdr(video.color)) plan_.look.hdr = hdrHandling(video, choice);
+    const Look look(plan_.look, video, measures_.picture);
+    plan_.pixelFormat =
+        pixelFormatFor(choice.encoder, formatBefore(video, look.isDrawn()), wishes());
     const Ladder ladder = outputLadder(settings_, look, keepsOddSides(choice.encoder));
     const Shape& shape = ladder.shapes.front();
     const Rational own = ownRate(video);
@@ -246,14 +247,15 @@ class Planner {
                        (!isHls(named_) || takesKeyOrders(choice.encoder));
     if (!plan_.keepsTimes && !settings_.fps && !isLimited) planPace(own);
     planFields(scanning, look, ladder);
-    plan_.color = outputColor(video.color, shape, choice.codec, plan_.pixelFormat);
+    const bool isMapped = isHdr(video.color) && plan_.look.hdr == HdrHandling::kSdr;
+    plan_.color =
+        outputColor(isMapped ? kBt709 : video.color, shape, choice.codec, plan_.pixelFormat);
     if (keepsLight(plan_) && video.hdr && isPossible(*video.hdr)) plan_.hdr = video.hdr;
     planSegments(plan_, settings_, named_);
     planEncoding(plan_, settings_, container_);
     planRungs(plan_, ladder.shapes);
     auto& losses = plan_.pictures()->losses;
-    std::ranges::move(lossesOf(plan_, {settings_.isCompatible, settings_.depth, settings_.chroma},
-                               video, look.isDrawn()),
+    std::ranges::move(lossesOf(plan_, wishes(), settings_.look.hdr, video, look.isDrawn()),
                       std::back_inserter(losses));
     for (const int lines : ladder.tooLarge)
       losses.push_back(fmt::format("{} lines of the ladder, which are more than they have", lines));
@@ -261,6 +263,19 @@ class Planner {
       refuse(plan_.sizeLimit ? "sizeLimit" : "passes",
              fmt::format("'{}' can be read only once", settings_.input));
   }
+
+  /// HDR pictures stay so where the encoder holds their fine steps.
+  HdrHandling hdrHandling(const VideoInfo& video, const CodecChoice& choice) const {
+    if (settings_.look.hdr) return *settings_.look.hdr;
+    LookSettings kept = settings_.look;
+    kept.hdr = HdrHandling::kKeep;
+    const bool isDrawn = Look(kept, video, measures_.picture).isDrawn();
+    const std::string format =
+        pixelFormatFor(choice.encoder, formatBefore(video, isDrawn), wishes());
+    return isFineForHdr(format) ? HdrHandling::kKeep : HdrHandling::kSdr;
+  }
+
+  PixelWishes wishes() const { return {settings_.isCompatible, settings_.depth, settings_.chroma}; }
 
   /// What the pictures need. Progressive ones are left alone, also where they are marked as
   /// interlaced; then each that shows combs is found on the way.

@@ -272,39 +272,56 @@ std::string formatBefore(const VideoInfo& source, bool isDrawn) {
   return av_get_pix_fmt_name(isDrawn ? withoutAlpha(own) : own);
 }
 
+bool isFineForHdr(const std::string& pixelFormat) {
+  const AVPixelFormat format = av_get_pix_fmt(pixelFormat.c_str());
+  return format != AV_PIX_FMT_NONE && depthOf(format) >= kHdrBits;
+}
+
 bool keepsLight(const ConversionPlan& plan) {
-  const AVPixelFormat format = av_get_pix_fmt(plan.pixelFormat.c_str());
-  return isHdr(plan.color) && format != AV_PIX_FMT_NONE && depthOf(format) >= kHdrBits;
+  return isHdr(plan.color) && isFineForHdr(plan.pixelFormat);
 }
 
 namespace {
 
-/// What helps where the fine steps of HDR pictures are lost.
-std::string remedyFor(const ConversionPlan& plan, bool isDrawn) {
-  if (isDrawn) return "looks are drawn in no more";
+/// What helps where HDR pictures lose their fine steps or their light.
+std::string remedyFor(const ConversionPlan& plan) {
   const auto formats = plainFormats(*avcodec_find_encoder_by_name(plan.videoEncoder.c_str()));
   const bool isPossible = std::ranges::any_of(
       formats, [](AVPixelFormat format) { return depthOf(format) >= kHdrBits; });
-  return isPossible ? "depth 10 keeps them smooth" : "HEVC and AV1 take 10";
+  return isPossible ? "depth 10 keeps them" : "HEVC and AV1 keep them";
+}
+
+/// What becomes of samples that are finer than those of the plan; "" where nobody minds.
+std::string lossOfDepth(const ConversionPlan& plan, const PixelWishes& wishes,
+                        const std::optional<HdrHandling>& hdr, const VideoInfo& source,
+                        AVPixelFormat before, bool isDrawn) {
+  const int from = depthOf(before);
+  const int to = isDrawn ? kEightBits : depthOf(av_get_pix_fmt(plan.pixelFormat.c_str()));
+  const char* const kind = source.color.transfer == AVCOL_TRC_SMPTE2084 ? "PQ" : "HLG";
+  if (isHdr(source.color) && !isHdr(plan.color))
+    return hdr ? ""
+               : fmt::format("{} becomes SDR, with {} bits for {}: {}", kind, to, from,
+                             remedyFor(plan));
+  if (to < kHdrBits && from >= kHdrBits && isHdr(plan.color))
+    return fmt::format("{} bits of {} become {}, which show steps: {}", from, kind, to,
+                       isDrawn ? "looks are drawn in no more" : remedyFor(plan));
+  if (to >= from || wishes.isCompatible || wishes.depth) return "";
+  return fmt::format(
+      "{} bits become {}, {}", from, to,
+      isDrawn ? "in which looks are drawn" : "as " + plan.videoEncoder + " takes them");
 }
 
 }  // namespace
 
 std::vector<std::string> lossesOf(const ConversionPlan& plan, const PixelWishes& wishes,
-                                  const VideoInfo& source, bool isDrawn) {
+                                  const std::optional<HdrHandling>& hdr, const VideoInfo& source,
+                                  bool isDrawn) {
   const AVPixelFormat before = av_get_pix_fmt(formatBefore(source, false).c_str());
   const AVPixelFormat after = av_get_pix_fmt(plan.pixelFormat.c_str());
   if (before == AV_PIX_FMT_NONE || after == AV_PIX_FMT_NONE) return {};
   std::vector<std::string> losses;
-  const int depth = isDrawn ? kEightBits : depthOf(after);
-  if (depth < kHdrBits && depthOf(before) >= kHdrBits && isHdr(plan.color))
-    losses.push_back(fmt::format("{} bits of {} become {}, which show steps: {}", depthOf(before),
-                                 plan.color.transfer == AVCOL_TRC_SMPTE2084 ? "PQ" : "HLG", depth,
-                                 remedyFor(plan, isDrawn)));
-  else if (depth < depthOf(before) && !wishes.isCompatible && !wishes.depth)
-    losses.push_back(fmt::format(
-        "{} bits become {}, {}", depthOf(before), depth,
-        isDrawn ? "in which looks are drawn" : "as " + plan.videoEncoder + " takes them"));
+  if (auto loss = lossOfDepth(plan, wishes, hdr, source, before, isDrawn); !loss.empty())
+    losses.push_back(std::move(loss));
   if (after == AV_PIX_FMT_PAL8) losses.emplace_back("a scene has 255 colours");
   const bool isRgbBefore = (av_pix_fmt_desc_get(before)->flags & AV_PIX_FMT_FLAG_RGB) != 0;
   const auto was = isRgbBefore ? std::optional(ChromaSampling::k444) : chromaOf(before);

@@ -42,6 +42,9 @@ std::string pixelFormatFor(const std::string& encoder, const std::string& before
 bool hasAlpha(const std::string& pixelFormat);
 bool isRgb(const std::string& pixelFormat);
 
+/// Whether the samples of a format are fine enough for HDR.
+bool isFineForHdr(const std::string& pixelFormat);
+
 /// Whether the planned pictures are HDR, of samples that are fine enough for it.
 bool keepsLight(const ConversionPlan& plan);
 
@@ -49,8 +52,10 @@ bool keepsLight(const ConversionPlan& plan);
 bool keepsOddSides(const std::string& encoder);
 
 /// What of the source's samples is lost on the way into a planned format without anybody having
-/// asked for it: depth, colour, transparency; a phrase each, as "10 bits become 8, …".
+/// asked for it: depth, colour, transparency; a phrase each, as "10 bits become 8, …". `hdr`: what
+/// was asked to become of HDR.
 std::vector<std::string> lossesOf(const ConversionPlan& plan, const PixelWishes& wishes,
-                                  const VideoInfo& source, bool isDrawn);
+                                  const std::optional<HdrHandling>& hdr, const VideoInfo& source,
+                                  bool isDrawn);
 
 }  // namespace kestrel

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "convert/probe/Streams.h"
+#include "support/StreamSideData.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

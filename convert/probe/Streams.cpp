@@ -15,6 +15,7 @@
 #include "convert/probe/Languages.h"
 #include "support/BestStream.h"
 #include "support/FFmpegOwners.h"
+#include "support/StreamSideData.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -102,19 +103,6 @@ bool hasAlpha(const AVStream& stream) {
   const AVDictionaryEntry* mode = av_dict_get(stream.metadata, "alpha_mode", nullptr, 0);
   return (description && (description->flags & AV_PIX_FMT_FLAG_ALPHA) != 0) ||
          (mode && std::string_view(mode->value) == "1");
-}
-
-std::span<const uint8_t> streamSideData(const AVStream& stream, int type) {
-  const auto kind = static_cast<AVPacketSideDataType>(type);
-#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 30, 100)
-  const AVPacketSideData* entry = av_packet_side_data_get(
-      stream.codecpar->coded_side_data, stream.codecpar->nb_coded_side_data, kind);
-  return entry ? std::span<const uint8_t>(entry->data, entry->size) : std::span<const uint8_t>();
-#else
-  size_t size = 0;
-  const uint8_t* data = av_stream_get_side_data(&stream, kind, &size);
-  return data ? std::span<const uint8_t>(data, size) : std::span<const uint8_t>();
-#endif
 }
 
 Rational realFrameRate(AVStream& stream) {

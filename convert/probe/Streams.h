@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <vector>
 
 struct AVFormatContext;
@@ -45,10 +44,6 @@ Orientation orientationOf(const AVStream& stream);
 /// Whether pictures may have an alpha: by their pixels or, where that lies beside the pictures as
 /// in WebM, by the stream's tags.
 bool hasAlpha(const AVStream& stream);
-
-/// What a container has beside a stream's packets, by its `AVPacketSideDataType`; empty where there
-/// is none. It belongs to the stream.
-std::span<const uint8_t> streamSideData(const AVStream& stream, int type);
 
 /// The container indexes of the sound that can be decoded. Sound alone of which no packet told a
 /// rate is none: its bytes are something else.

@@ -159,6 +159,9 @@ void require(const LookSettings& look) {
     requireOneOf(setting, zoom,
                  {Zoom::kStretch, Zoom::kFit, Zoom::k16To9, Zoom::k4To3, Zoom::kFillWidth});
   });
+  whereGiven("hdr", look.hdr, [](const std::string& setting, HdrHandling hdr) {
+    requireOneOf(setting, hdr, {HdrHandling::kKeep, HdrHandling::kSdr});
+  });
   requireOneOf("scaler", look.scaler.resampling,
                {Resampling::kArea, Resampling::kBilinear, Resampling::kCatmullRom,
                 Resampling::kMitchell, Resampling::kLanczos3});

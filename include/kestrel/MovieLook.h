@@ -25,13 +25,16 @@ struct MovieLook {
   Rect cropRect = {};  ///< the part of the source that is kept, pixels
   bool hflip = false;
   bool vflip = false;
-  float rotate = 0;                                  ///< degrees counter-clockwise, after mirroring
-  float saturation = 0.5F;                           ///< 0.5 changes nothing
-  float brightness = 0.5F;                           ///< 0.5 changes nothing
-  float contrast = 0.25F;                            ///< 0.25 changes nothing
-  float hue = 0.5F;                                  ///< 0.5 changes nothing
-  int32_t zoomType = 5;                              ///< see `LMFFMovie::zoomType`
-  Scaler scaler = {};                                ///< brings the pictures to their size
+  float rotate = 0;         ///< degrees counter-clockwise, after mirroring
+  float saturation = 0.5F;  ///< 0.5 changes nothing
+  float brightness = 0.5F;  ///< 0.5 changes nothing
+  float contrast = 0.25F;   ///< 0.25 changes nothing
+  float hue = 0.5F;         ///< 0.5 changes nothing
+  int32_t zoomType = 5;     ///< see `LMFFMovie::zoomType`
+  Scaler scaler = {};       ///< brings the pictures to their size
+  /// HDR pictures (PQ, HLG) are brought to SDR, as `kestrel::toneMapped` does it. Else they stay as
+  /// they are, and what is drawn over them has its white at `kGraphicsWhite`.
+  bool toneMaps = false;
   std::optional<std::string> effectName = {};        ///< of the catalogue; nullopt: none
   std::shared_ptr<const Image> watermark = nullptr;  ///< drawn over every picture; null: none
 

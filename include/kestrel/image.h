@@ -18,5 +18,6 @@
 #include <kestrel/Scaler.h>
 #include <kestrel/Ssimulacra2.h>
 #include <kestrel/TextEncoding.h>
+#include <kestrel/ToneMapping.h>
 #include <kestrel/Vector.h>
 #include <kestrel/YUVPicture.h>

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <iterator>
@@ -133,7 +134,7 @@ TEST_F(ConvertHdr, OrdinaryPicturesAreToldNoLight) {
 }
 
 // 10 bits of a code value are four times its 8.
-TEST_F(ConvertHdr, EightBitsOfPqStayPqAndAreTold) {
+TEST_F(ConvertHdr, EightBitsOfPqThatIsKeptStayPqAndAreTold) {
   struct Row {
     Arguments options;
     const char* sentence;
@@ -144,11 +145,12 @@ TEST_F(ConvertHdr, EightBitsOfPqStayPqAndAreTold) {
   for (const Row& row : std::vector<Row>{
            {{"--compatible", "--crf", "0"}, "10 bits of PQ become 8, which show steps: depth 10"},
            {{"--video-codec", "mpeg4", "--quality", "100"},
-            "which show steps: HEVC and AV1 take 10"},
+            "which show steps: HEVC and AV1 keep them"},
            {{"--crop", "0,0,128x96", "--depth", "8", "--crf", "0"},
             "which show steps: looks are drawn in no more"}}) {
     SCOPED_TRACE(testing::PrintToString(row.options));
-    const RunResult result = convert(source, output, joined({"--force"}, row.options));
+    const RunResult result =
+        convert(source, output, joined({"--force", "--hdr", "keep"}, row.options));
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.err, HasSubstr(row.sentence));
     EXPECT_EQ(std::ranges::count(result.err, '\n'), 1);
@@ -164,6 +166,41 @@ TEST_F(ConvertHdr, EightBitsOfPqStayPqAndAreTold) {
       sum += std::abs(static_cast<uint8_t>(after[i]) - deep / 4.0);
     }
     EXPECT_LT(sum / (128 * 96), 2);
+  }
+}
+
+TEST_F(ConvertHdr, WhereSamplesHaveEightBitsItBecomesSdrAndThatIsTold) {
+  struct Row {
+    Arguments options;
+    const char* sentence;  // "": it was asked for
+  };
+  for (const char* transfer : {"smpte2084", "arib-std-b67"}) {
+    const auto source = clip(transfer);
+    const auto output = folder_ / "out.mp4";
+    for (const Row& row : std::vector<Row>{
+             {{"--compatible"}, "becomes SDR, with 8 bits for 10: depth 10 keeps them"},
+             {{"--video-codec", "mpeg4"}, "becomes SDR, with 8 bits for 10: HEVC and AV1 keep"},
+             {{"--hdr", "sdr"}, ""}}) {
+      SCOPED_TRACE(transfer + testing::PrintToString(row.options));
+      const RunResult result = convert(source, output, joined({"--force"}, row.options));
+      EXPECT_EQ(result.status, 0) << result.err;
+      EXPECT_THAT(result.err, HasSubstr(row.sentence));
+      if (!*row.sentence) {
+        EXPECT_EQ(result.err, "");
+      }
+      auto video = streamOf(output, "video");
+      EXPECT_EQ(video["pix_fmt"], "yuv420p");
+      EXPECT_EQ(video["color_transfer"], "bt709");
+      EXPECT_EQ(video["color_primaries"], "bt709");
+      EXPECT_EQ(video["color_space"], "bt709");
+      EXPECT_TRUE(light(output, false).empty());
+      // Full white and PQ's brightest light or HLG's are the display's white, black is black.
+      const std::string luma = pictureBytes(output, "extractplanes=y");
+      const auto [least, most] =
+          std::ranges::minmax(luma, {}, [](char value) { return static_cast<uint8_t>(value); });
+      EXPECT_NEAR(static_cast<uint8_t>(least), 16, 6);
+      EXPECT_NEAR(static_cast<uint8_t>(most), 235, 8);
+    }
   }
 }
 

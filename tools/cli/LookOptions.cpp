@@ -32,6 +32,11 @@ void addGeometry(Verb verb) {
               "mitchell, bilinear or area; with ,limited no edge gets a rim")
       .type("CURVE")
       .notEmpty();
+  verb.option("--hdr",
+              "what becomes of HDR pictures: keep, or sdr (default: sdr in pictures and wherever "
+              "samples have 8 bits)")
+      .type("WHAT")
+      .notEmpty();
   verb.option("--display-aspect",
               "the shape that the source was meant to have: source, 4:3 or 16:9")
       .type("W:H")

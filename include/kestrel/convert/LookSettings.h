@@ -42,6 +42,12 @@ enum class Zoom : int32_t {
   kFillWidth = 6,
 };
 
+/// What becomes of HDR pictures (PQ and HLG).
+enum class HdrHandling {
+  kKeep,  ///< they stay so; what is drawn over them has its white at 203 candelas per square metre
+  kSdr,   ///< they are brought to BT.709, as `toneMapped` does it
+};
+
 /// How a movie's pictures are to look; `{}` leaves them as they are.
 ///
 /// The pictures are set upright first, as the input's tags say; all that is said here is of the
@@ -53,6 +59,9 @@ struct LookSettings {
   bool autoCrop = false;          ///< leave black bars out
   std::optional<Zoom> zoom = {};
   Scaler scaler = {};  ///< brings pictures to another size, whether anything else is done or not
+  /// Absent: they stay HDR in conversions whose encoder holds at least 10 bits of a component, and
+  /// become SDR everywhere else.
+  std::optional<HdrHandling> hdr = {};
   /// The width / height that the source was meant to have, 0.01 to 100; 0: its own.
   double displayAspect = 0;
   double rotate = 0;  ///< degrees clockwise, any finite number

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "platform/image/kernels/Kernels.h"
+#include "platform/image/kernels/TableKernels.h"
+#include "platform/image/layers/Dither.h"
 #include "platform/image/layers/ResampleLayers.h"
 
 namespace kestrel {
@@ -20,8 +22,8 @@ struct Picture {
 
 class RgbaPass final : public Pass {
  public:
-  RgbaPass(const Layer* layer, const Picture& picture)
-      : layer_(layer), picture_(picture), tiling_(layer, picture.bounds) {}
+  RgbaPass(const Layer* layer, const Picture& picture, bool isFine)
+      : layer_(layer), picture_(picture), isFine_(isFine), tiling_(layer, picture.bounds) {}
 
   int tasks() const override { return tiling_.count(); }
 
@@ -31,7 +33,12 @@ class RgbaPass final : public Pass {
     const Tile tile = makeTile(worker.memory, piece);
     renderAnywhere(layer_, worker, piece, tile);
     const bool isOpaque = layer_ && layer_->bounds().contains(piece) && layer_->isOpaque(piece);
+    const auto noise = worker.memory.array<float>(isFine_ ? static_cast<size_t>(piece.width()) : 0);
     for (int y = piece.y0; y < piece.y1; ++y) {
+      if (isFine_) {
+        fillNoise(piece.x0, y, kDitherReach / 255, noise);
+        kernels::addNoise(tile.row(y - piece.y0), noise.data(), noise.size());
+      }
       kernels::packRgba(tile.row(y - piece.y0), static_cast<size_t>(piece.width()), isOpaque,
                         picture_.rowAt(y) + 4 * ptrdiff_t{piece.x0 - picture_.bounds.x0});
     }
@@ -40,6 +47,7 @@ class RgbaPass final : public Pass {
  private:
   const Layer* layer_;
   Picture picture_;
+  bool isFine_;  ///< finer than 8 bits
   Tiling tiling_;
 };
 
@@ -67,14 +75,15 @@ class CopyPass final : public Pass {
 
 }  // namespace
 
-const Pass* makeRgbaPass(Arena& arena, const Layer* layer, const IntRect& picture, uint8_t* pixels,
-                         ptrdiff_t bytesPerRow) {
+const Pass* makeRgbaPass(const PassMaker& maker, const Layer* layer, const IntRect& picture,
+                         uint8_t* pixels, ptrdiff_t bytesPerRow) {
+  Arena& arena = maker.arena;
   const Picture target{picture, pixels, bytesPerRow};
   if (layer && layer->bounds().contains(picture)) {
     const CopyLayer* copy = layer->asPlainCopy();
     if (copy && copy->source().holdsBytes()) return arena.make<CopyPass>(*copy, target);
   }
-  return arena.make<RgbaPass>(layer, target);
+  return arena.make<RgbaPass>(layer, target, maker.depth > 8);
 }
 
 }  // namespace kestrel

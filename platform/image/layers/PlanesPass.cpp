@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "platform/image/kernels/Kernels.h"
+#include "platform/image/layers/Dither.h"
 #include "platform/image/layers/OutputPass.h"
 #include "platform/image/layers/PartedPicture.h"
 #include "platform/image/layers/ResampleLayers.h"
@@ -37,10 +38,11 @@ class PlanesPass final : public Pass {
   /// `part`, in pixels from the upper left one, begins and ends with whole chroma samples or with
   /// the picture.
   PlanesPass(const Layer* layer, const IntRect& picture, const IntRect& part,
-             const YUVTarget& target)
+             const YUVTarget& target, bool isFine)
       : layer_(layer),
         picture_(picture),
         target_(target),
+        isFine_(isFine),
         tiling_(layer, part),
         matrix_(matrixToPlanes(target.format)) {}
 
@@ -48,7 +50,8 @@ class PlanesPass final : public Pass {
   void run(Worker& worker, int task) const override;
 
  private:
-  void writeRow(int plane, int row, int x, const float* values, int count) const;
+  /// Adds noise to the values where they are finer than samples.
+  void writeRow(Worker& worker, int plane, int row, int x, std::span<float> values) const;
   /// `sums` are over `rows` rows, from `kReach` columns left of the piece on.
   void writeChroma(Worker& worker, int plane, int row, const IntRect& piece, const float* sums,
                    int rows) const;
@@ -59,6 +62,7 @@ class PlanesPass final : public Pass {
   const Layer* layer_;
   IntRect picture_;
   YUVTarget target_;
+  bool isFine_;    ///< finer than the target
   Tiling tiling_;  ///< rows counted from the top
   std::array<float, 12> matrix_;
 };
@@ -93,7 +97,8 @@ void PlanesPass::run(Worker& worker, int task) const {
     const bool isFirst = part == 0;
     kernels::splitPlanes(tile.row(piece.y1 - 1 - row), width, matrix_.data(), luma,
                          isFirst ? sums[0] + lead : lines[0], isFirst ? sums[1] + lead : lines[1]);
-    writeRow(0, row, piece.x0, luma + (piece.x0 - left), piece.width());
+    writeRow(worker, 0, row, piece.x0,
+             {luma + (piece.x0 - left), static_cast<size_t>(piece.width())});
     const bool isLast = part == shared - 1 || row == piece.y1 - 1;
     for (int c = 0; c < 2; ++c) {
       if (!isFirst) kernels::addValues(sums[c] + lead, lines[c], width);
@@ -122,20 +127,27 @@ void PlanesPass::writeChroma(Worker& worker, int plane, int row, const IntRect& 
       values[i] = scale * (shift == 0 ? here : (at[kReach - 1] + 2 * here + at[kReach + 1]) / 4);
     }
   }
-  writeRow(plane, row, begin, values.data(), static_cast<int>(count));
+  writeRow(worker, plane, row, begin, values);
 }
 
-void PlanesPass::writeRow(int plane, int row, int x, const float* values, int count) const {
+void PlanesPass::writeRow(Worker& worker, int plane, int row, int x,
+                          std::span<float> values) const {
+  if (isFine_) {
+    const ArenaScope scope(worker.memory);
+    const auto noise = worker.memory.array<float>(values.size());
+    fillNoise(x, row, kDitherReach, noise);
+    kernels::addValues(values.data(), noise.data(), noise.size());
+  }
   const auto& to = target_.planes[static_cast<size_t>(plane)];
   uint8_t* const bytes = to.data + row * to.bytesPerRow;
   const ptrdiff_t stride = to.sampleStride;
   const int bits = target_.format.bitDepth;
   if (bits == 8 && stride == 1)
-    return kernels::packSamples(values, static_cast<size_t>(count), bytes + x);
+    return kernels::packSamples(values.data(), values.size(), bytes + x);
   const auto most = static_cast<float>((1 << bits) - 1);
-  for (int i = 0; i < count; ++i) {
+  for (size_t i = 0; i < values.size(); ++i) {
     const auto sample = std::lround(std::clamp(values[i], 0.0f, most));
-    const ptrdiff_t at = (x + i) * stride;
+    const ptrdiff_t at = (x + static_cast<ptrdiff_t>(i)) * stride;
     if (bits == 8) {
       bytes[at] = static_cast<uint8_t>(sample);
     } else {
@@ -161,8 +173,9 @@ void addPlanesPasses(const PassMaker& maker, const Layer* layer, const IntRect& 
   const PartedPicture parted(layer, picture, target.format);
   for (const auto& [planes, part] : parted.plain())
     addScalePass(maker, planes, picture, part, target);
+  const bool isFine = maker.depth > target.format.bitDepth;
   for (const IntRect& part : parted.mixed())
-    maker.passes.push_back(maker.arena.make<PlanesPass>(layer, picture, part, target));
+    maker.passes.push_back(maker.arena.make<PlanesPass>(layer, picture, part, target, isFine));
 }
 
 }  // namespace kestrel

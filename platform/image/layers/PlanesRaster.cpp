@@ -217,6 +217,13 @@ void PlanesRaster::widenRow(int plane, int row, int x0, int x1, int16_t* out) co
   }
   const int most = (1 << bits) - 1;
   const int shift = picture_.format.bitShift;
+  if (stride == 1 && bits <= 14) {
+    const auto* const samples = reinterpret_cast<const uint16_t*>(bytes) + x0;
+    const int up = 14 - bits;
+    for (int i = 0; i < x1 - x0; ++i)
+      out[i] = static_cast<int16_t>(std::min(samples[i] >> shift, most) << up);
+    return;
+  }
   for (int x = x0; x < x1; ++x) {
     uint16_t sample;
     std::memcpy(&sample, bytes + 2 * (x * stride), sizeof(sample));

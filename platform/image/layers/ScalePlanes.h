@@ -26,6 +26,7 @@ struct PassMaker {
   Arena& arena;
   TapsStore& taps;
   std::vector<const Pass*>& passes;
+  int depth = 8;  ///< bits of the finest samples that the picture is made of
 };
 
 /// True when samples of `source` may be mixed to samples of `target` as they are: they have the

@@ -60,7 +60,7 @@ struct ImageContext::State {
       workspace->taps.beginPlan();
       Planner planner(workspace->plan, workspace->taps, workspace->passes);
       const Layer* layer = image ? planner.plan(*image->node(), pixels) : nullptr;
-      addOutput({workspace->plan, workspace->taps, workspace->passes}, layer);
+      addOutput({workspace->plan, workspace->taps, workspace->passes, planner.depth()}, layer);
       for (const Pass* pass : workspace->passes)
         isDone = isDone && runPass(*pass, *workspace, count);
     } catch (const std::bad_alloc&) {
@@ -118,7 +118,7 @@ bool ImageContext::render(const std::shared_ptr<const Image>& image, const Rect&
   const IntRect picture = pictureOf(bounds);
   if (picture.isEmpty() || !pixels || bytesPerRow < picture.width() * 4) return false;
   return state_->render(image.get(), picture, [&](const PassMaker& maker, const Layer* layer) {
-    maker.passes.push_back(makeRgbaPass(maker.arena, layer, picture, pixels, bytesPerRow));
+    maker.passes.push_back(makeRgbaPass(maker, layer, picture, pixels, bytesPerRow));
   });
 }
 

@@ -142,8 +142,10 @@ const Layer* Planner::planSource(const Chain& chain, const IntRect& needed) {
   if (!isRaster && resampling::isWholeShift(chain.map)) return planShifted(chain, needed);
 
   ColorMatrix color = chain.color;
-  if (const auto* planes = as<PlanesNode>(chain.node))
+  if (const auto* planes = as<PlanesNode>(chain.node)) {
+    noteDepth(planes->picture.format.bitDepth);
     color = matrixOfPlanes(planes->picture.format).then(color);
+  }
   const Sampling sampling{chain.source,
                           chain.map,
                           needed,

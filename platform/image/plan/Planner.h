@@ -2,6 +2,7 @@
 
 #include <kestrel/Image.h>
 
+#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -39,6 +40,11 @@ class Planner {
   /// A layer that shows the same, for those who read it more than once: what takes work is computed
   /// before the picture itself.
   const Layer* computedOnce(const Layer* layer);
+
+  /// Says that what is planned has samples of so many bits.
+  void noteDepth(int bits) { depth_ = std::max(depth_, bits); }
+  /// Bits of the finest samples that were planned, at least 8.
+  int depth() const { return depth_; }
 
   /// Appends work to be done before the picture itself, and after what was added before.
   void addPass(const Pass* pass) { passes_.push_back(pass); }
@@ -81,6 +87,7 @@ class Planner {
   Arena& arena_;
   TapsStore& taps_;
   std::vector<const Pass*>& passes_;
+  int depth_ = 8;
 };
 
 /// The colour matrix that brings Y, Cb and Cr as a raster holds them to red, green and blue.

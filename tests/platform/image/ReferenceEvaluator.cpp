@@ -19,6 +19,7 @@
 #include "platform/image/filters/LineScreen.h"
 #include "platform/image/filters/SharpenLuminance.h"
 #include "platform/image/filters/SpotLight.h"
+#include "platform/image/layers/Dither.h"
 #include "platform/image/recipe/ImageNode.h"
 
 namespace kestrel::test {
@@ -569,26 +570,31 @@ Sample evaluate(const Image& image, int x, int y) {
   return clampedSample(Evaluator().at(*image.node(), x, y));
 }
 
-double largestError(const Image& image, const Rect& bounds, const uint8_t* pixels,
-                    int bytesPerRow) {
+double largestError(const Image& image, const Rect& bounds, const uint8_t* pixels, int bytesPerRow,
+                    bool isFine) {
   const Rect whole = integral(bounds);
   Evaluator evaluator;
   double most = 0;
   for (int row = 0; row < static_cast<int>(whole.size.height); ++row) {
     for (int x = 0; x < static_cast<int>(whole.size.width); ++x) {
+      const int at = static_cast<int>(whole.minX()) + x;
+      const int up = static_cast<int>(whole.maxY()) - 1 - row;
+      const Sample exact = evaluator.at(*image.node(), at, up);
+      float noise = 0;
+      if (isFine) fillNoise(at, up, kDitherReach / 255, {&noise, 1});
+      const double shift = static_cast<double>(noise) * exact.a;
       const Sample expected =
-          clampedSample(evaluator.at(*image.node(), static_cast<int>(whole.minX()) + x,
-                                     static_cast<int>(whole.maxY()) - 1 - row));
+          clampedSample({exact.r + shift, exact.g + shift, exact.b + shift, exact.a});
       most = std::max(most, stepsBetween(expected, pixels + ptrdiff_t{row} * bytesPerRow + 4 * x));
     }
   }
   return most;
 }
 
-double largestError(const std::shared_ptr<const Image>& image, const Rect& bounds) {
+double largestError(const std::shared_ptr<const Image>& image, const Rect& bounds, bool isFine) {
   const auto bitmap = ImageContext().bitmapImage(image, bounds);
   if (!bitmap) return 255;
-  return largestError(*image, bounds, bitmap->pixels(), bitmap->bytesPerRow());
+  return largestError(*image, bounds, bitmap->pixels(), bitmap->bytesPerRow(), isFine);
 }
 
 }  // namespace kestrel::test

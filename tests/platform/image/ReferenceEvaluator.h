@@ -22,9 +22,13 @@ Sample evaluate(const Image& image, int x, int y);
 
 /// The largest difference, in steps of 1/255 of colours multiplied by alpha, between `pixels` (the
 /// pixels of `bounds`, the top row first, R, G, B, A not multiplied by alpha) and the recipe.
-double largestError(const Image& image, const Rect& bounds, const uint8_t* pixels, int bytesPerRow);
+/// `isFine`: it has more than 8 bits, and the pixels have the noise that hides their loss, which is
+/// no difference.
+double largestError(const Image& image, const Rect& bounds, const uint8_t* pixels, int bytesPerRow,
+                    bool isFine = false);
 
 /// The same for the engine's own rendering of the recipe.
-double largestError(const std::shared_ptr<const Image>& image, const Rect& bounds);
+double largestError(const std::shared_ptr<const Image>& image, const Rect& bounds,
+                    bool isFine = false);
 
 }  // namespace kestrel::test
