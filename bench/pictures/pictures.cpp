@@ -63,6 +63,11 @@ void run(int count, char** arguments) {
         .apply(movie, {static_cast<double>(format.width), static_cast<double>(format.height)});
     LMFFImageColorspaceConverter converter;
     converter.setOutputFormat(format);
+    const AVCodecParameters& coded = *stream.codecpar;
+    converter.setOutputColor({.primaries = coded.color_primaries,
+                              .transfer = coded.color_trc,
+                              .matrix = coded.color_space,
+                              .range = coded.color_range});
     maker = std::make_unique<PictureMaker>(movie, converter);
   }
   int64_t pictures = 0;
