@@ -14,11 +14,10 @@
 #include <utility>
 
 #include "media/StreamDecoder.h"
+#include "media/StreamTexts.h"
 #include "media/StreamTime.h"
-#include "media/StyledSubtitles.h"
 #include "media/SubtitleContent.h"
 #include "media/SubtitleHistory.h"
-#include "support/Entities.h"
 #include "support/FFmpegCompat.h"
 #include "support/Guarded.h"
 
@@ -68,9 +67,7 @@ struct LMFFMediaStream::State {
   Guarded<std::shared_ptr<const Image>> wholeSubtitle;
   SubtitleHistory earlierSubtitles;
   Guarded<std::optional<std::string>> subtitleString;
-  SubtitleTexts texts;
-  std::optional<SubtitleStyles> styles;  // of the decoder, once a text was there
-  std::optional<StyledSubtitles> drawn;  // once texts were to be drawn with their styles
+  StreamTexts texts;
   Guarded<std::shared_ptr<LMFFAudioResample>> resample;
   Guarded<std::deque<std::shared_ptr<LMFFImage>>> rawPackets;
   std::atomic<bool> hasPacket{false};  // whether that is empty, asked for every packet read
@@ -226,9 +223,7 @@ void LMFFMediaStream::close() {
   setResample(nullptr);
   setSubtitle(nullptr);
   state_->earlierSubtitles.clear();
-  state_->texts.clear();
-  state_->styles.reset();
-  state_->drawn.reset();
+  state_->texts = {};
   setSubtitleString(std::nullopt);
   state_->decoder.close();
 }
@@ -250,7 +245,6 @@ void LMFFMediaStream::seek(int64_t time) {
   setSubtitle(nullptr);
   state_->earlierSubtitles.clear();
   state_->texts.clear();
-  if (state_->drawn) state_->drawn->clear();
   setRawPackets({});
   setAudio_sync_frame(av_rescale_q(time, toAV(timebase()), toAV(audioOutputTimebase())));
   if (const auto resampler = resample()) resampler->close();
@@ -377,15 +371,12 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   }
   const LMFFVideoFormat format = media ? media->videoFormat() : LMFFVideoFormat{};
   const Size video{static_cast<double>(format.width), static_cast<double>(format.height)};
-  SubtitleTexts::Text text;
+  std::vector<std::string> lines;
   for (unsigned i = 0; i < content.num_rects; ++i) {
     const AVSubtitleRect& rect = *content.rects[i];
     if (rect.type == SUBTITLE_ASS && rect.ass && *rect.ass) {
-      const std::string line =
-          hasEntities(decoder.context()->codec_id) ? withEntitiesRead(rect.ass) : rect.ass;
-      if (!styles) styles = subtitleStylesOfHeader(subtitleHeaderOf(*decoder.context()));
       subtitleString.set(subtitleTextOfLine(rect.ass));
-      text.add(line, *styles);
+      lines.emplace_back(rect.ass);
     } else if (rect.type == SUBTITLE_BITMAP) {
       const AVCodecContext& context = *decoder.context();
       const Size canvas{static_cast<double>(context.width), static_cast<double>(context.height)};
@@ -396,10 +387,7 @@ bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const A
   }
   avsubtitle_free(&content);
   store(std::move(frame));
-  if (!text.lines.empty()) {
-    text.span = subtitleSpan();
-    texts.add(std::move(text));
-  }
+  if (!lines.empty()) texts.add(lines, subtitleSpan(), *decoder.context());
   return true;
 }
 
@@ -471,27 +459,12 @@ void LMFFMediaStream::setSubtitleString(std::optional<std::string> string) {
 }
 
 std::optional<std::string> LMFFMediaStream::subtitleMarkupAt(int64_t time) {
-  state_->texts.forgetBefore(time);
-  return state_->texts.at(time);
+  return state_->texts.markupAt(time);
 }
 
 TextSubtitle LMFFMediaStream::textSubtitleAt(int64_t time, const SubtitleCanvas& canvas) {
   if (!isOpen()) return {};
-  const AVCodecContext& decoder = *codecContext();
-  const AVRational ticks = toAV(timebase());
-  const int64_t wanted = av_rescale_q_rnd(time, kMicroseconds, ticks, AV_ROUND_DOWN);
-  SubtitleTexts& texts = state_->texts;
-  std::optional<StyledSubtitles>& drawn = state_->drawn;
-  texts.forgetBefore(wanted);
-  if (!StyledSubtitles::areAlways(decoder) && !texts.areStyledAt(wanted))
-    return {texts.shownAt(wanted)};
-  if (!drawn) drawn.emplace(decoder, state_->container.get());
-  for (const auto& [span, markup, lines, isStyled] : texts.takeNew())
-    for (const std::string& line : lines)
-      drawn->add(line, av_rescale_q(span.start, ticks, kMilliseconds),
-                 av_rescale_q(span.duration, ticks, kMilliseconds));
-  return {std::nullopt,
-          drawn->at(av_rescale_q_rnd(time, kMicroseconds, kMilliseconds, AV_ROUND_DOWN), canvas)};
+  return state_->texts.at(time, timebase(), {*codecContext(), state_->container.get()}, canvas);
 }
 
 std::vector<std::shared_ptr<LMFFImage>> LMFFMediaStream::rawPackets() const {
