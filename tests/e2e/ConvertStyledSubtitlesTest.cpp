@@ -131,6 +131,25 @@ TEST_F(ConvertStyledSubtitles, AScriptLooksAsFfmpegDrawsIt) {
   for (size_t i = 0; i < ours.size(); ++i) EXPECT_LT(meanDifference(ours[i], theirs[i]), 0.3) << i;
 }
 
+TEST_F(ConvertStyledSubtitles, SoDoesOneOfTheOlderForm) {
+  const auto source = grey();
+  const auto script =
+      written("script.ssa",
+              "[Script Info]\nScriptType: v4.00\nPlayResX: 320\nPlayResY: 180\n\n[V4 Styles]\n"
+              "Format: Name, Fontname, Fontsize, PrimaryColour, SecondaryColour, TertiaryColour, "
+              "BackColour, "
+              "Bold, Italic, BorderStyle, Outline, Shadow, Alignment, MarginL, MarginR, MarginV, "
+              "AlphaLevel, Encoding\n"
+              // 6 is the middle of the top there.
+              "Style: Default,DejaVu Sans,30,65535,255,0,0,-1,0,1,2,0,6,10,10,10,0,1\n\n[Events]\n"
+              "Format: Marked, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n"
+              "Dialogue: Marked=0,0:00:00.00,0:00:01.00,Default,,0000,0000,0000,,Yellow above\n");
+  const auto ours =
+      greyPictures(lossless(source, {"--subtitles", script.string()}, "ours.mkv"), kWidth, kHeight);
+  expectAlike(ours, greyPictures(drawnByFfmpeg(source, "ass=" + script.string()), kWidth, kHeight));
+  EXPECT_LT(rowsWithText(ours[0]).second, kHeight / 3);
+}
+
 TEST_F(ConvertStyledSubtitles, ColoursAreThoseOfTheScript) {
   const auto source = grey();
   const std::string text = scriptWith("DejaVu Serif");
