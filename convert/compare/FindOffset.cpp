@@ -93,7 +93,8 @@ Found bestOffset(const std::vector<Signature>& original, const std::vector<Signa
 class Signatures {
  public:
   Signatures(const std::string& input, const Protocols& protocols, const Interrupt& interrupt)
-      : pictures_({.input = input, .protocols = protocols}, interrupt) {
+      : pictures_({.input = input, .protocols = protocols, .deinterlacing = Deinterlacing::kOff},
+                  interrupt) {
     pictures_.setOutputSize(kSize);
   }
 

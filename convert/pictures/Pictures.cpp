@@ -90,6 +90,8 @@ class Pictures::Input {
   ImageContext context_;
   std::optional<PictureReader> reader_;
   int64_t lastAsked_ = 0;
+  std::shared_ptr<uint8_t[]> drawn_;
+  size_t drawnBytes_ = 0;
 };
 
 Pictures::Input::Input(const PicturesSettings& settings, const Interrupt& interrupt)
@@ -174,10 +176,16 @@ std::optional<Pictures::Shown> Pictures::Input::next() {
 }
 
 std::shared_ptr<const BitmapImage> Pictures::Input::drawn(const Shown& shown) {
-  auto picture =
-      context_.bitmapImage(reader_ ? reader_->drawn(*shown.frame) : nullptr, {{0, 0}, outputSize_});
-  if (!picture) throw std::bad_alloc();
-  return picture;
+  const auto image = reader_ ? reader_->drawn(*shown.frame) : nullptr;
+  const int width = static_cast<int>(outputSize_.width);
+  const int height = static_cast<int>(outputSize_.height);
+  const size_t bytes = 4 * static_cast<size_t>(width) * static_cast<size_t>(height);
+  // Memory that nobody holds any more is used again: the system takes long to hand out new pages.
+  if (drawn_.use_count() != 1 || drawnBytes_ != bytes)
+    drawn_ = std::make_shared_for_overwrite<uint8_t[]>(drawnBytes_ = bytes);
+  if (!context_.render(image, {{0, 0}, outputSize_}, drawn_.get(), 4 * width))
+    throw std::bad_alloc();
+  return BitmapImage::sharing(drawn_, width, height, 4 * width);
 }
 
 Report Pictures::Input::report() const {
