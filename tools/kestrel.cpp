@@ -40,6 +40,7 @@ Run chosenRun(CommandLine& line, int argc, char** argv) {
   addJoinVerb(line);
   addWaveVerb(line);
   addCompareVerb(line);
+  addScenesVerb(line);
   addDvdVerb(line);
   addPlayVerb(line);
   addEffectsVerb(line);

@@ -47,7 +47,13 @@ std::optional<PicturePairs::Pair> PicturePairs::next() {
     const auto distance = [&](const Pictures::Shown& shown) {
       return std::llabs(follower_.begin(shown) - time);
     };
-    while (following_ && distance(*following_) <= distance(*current_)) {
+    // Of two that are as near the one that no other picture met.
+    const auto isNearer = [&] {
+      const int64_t now = distance(*current_);
+      const int64_t then = distance(*following_);
+      return then < now || (then == now && wasPaired_);
+    };
+    while (following_ && isNearer()) {
       current_ = std::move(following_);
       following_ = follower_.next();
       wasPaired_ = false;

@@ -28,6 +28,7 @@
 #include <kestrel/convert/Presets.h>
 #include <kestrel/convert/Report.h>
 #include <kestrel/convert/Scanning.h>
+#include <kestrel/convert/Scenes.h>
 #include <kestrel/convert/Sprites.h>
 #include <kestrel/convert/Text.h>
 #include <kestrel/convert/Thumbnail.h>

@@ -25,6 +25,9 @@ void addWaveVerb(CommandLine& line);
 /// How like its original a copy of a movie looks.
 void addCompareVerb(CommandLine& line);
 
+/// A movie's scenes.
+void addScenesVerb(CommandLine& line);
+
 /// What is on a disc.
 void addDvdVerb(CommandLine& line);
 

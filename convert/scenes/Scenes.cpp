@@ -1,0 +1,139 @@
+#include <kestrel/convert/Scenes.h>
+
+#include <kestrel/LMFFFormat.h>
+#include <kestrel/convert/ContactSheet.h>
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/OutputFile.h>
+#include <kestrel/convert/PictureFile.h>
+#include <kestrel/convert/Pictures.h>
+#include <kestrel/convert/Text.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "convert/files/Surface.h"
+#include "convert/scenes/SceneFinder.h"
+#include "convert/settings/Require.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr int kMostColumns = 100;
+constexpr size_t kMostPictures = 400;
+constexpr int kSheetWidth = 1600;
+
+PicturesSettings picturesOf(const ScenesSettings& settings) {
+  return {.input = settings.input,
+          .title = settings.title,
+          .angle = settings.angle,
+          .protocols = settings.protocols,
+          .deinterlacing = Deinterlacing::kOff};
+}
+
+SmallPicture smallPicture(const BitmapImage& bitmap, int64_t time) {
+  SmallPicture picture{time, {}};
+  picture.luma.reserve(static_cast<size_t>(bitmap.width() * bitmap.height()));
+  for (int y = 0; y < bitmap.height(); ++y) {
+    const uint8_t* pixel = bitmap.row(y);
+    for (int x = 0; x < bitmap.width(); ++x, pixel += 4)
+      picture.luma.push_back(
+          static_cast<uint8_t>((2126 * pixel[0] + 7152 * pixel[1] + 722 * pixel[2]) / 10000));
+  }
+  return picture;
+}
+
+Scenes found(const ScenesSettings& settings, const Events& events) {
+  Pictures pictures(picturesOf(settings), events.interrupt);
+  pictures.setOutputSize({SmallPicture::kWidth, SmallPicture::kHeight});
+  const auto duration = pictures.duration();
+  SceneFinder finder;
+  std::optional<int64_t> start;
+  int64_t end = 0;
+  int64_t count = 0;
+  while (const auto shown = pictures.next()) {
+    if (!start) start = shown->start;
+    // Times that go back are damage.
+    if (shown->end <= end) continue;
+    end = shown->end;
+    finder.add(smallPicture(*pictures.drawn(*shown), shown->start));
+    if (events.progress)
+      events.progress(
+          {.time = lm_ff_time_to_double(shown->start),
+           .duration = duration ? std::optional(lm_ff_time_to_double(*duration)) : std::nullopt,
+           .pictures = ++count});
+  }
+  if (!start)
+    throw Failure::input(settings.input,
+                         fmt::format("nothing could be decoded from '{}'", settings.input));
+  Scenes result;
+  int64_t from = *start;
+  for (const int64_t boundary : finder.boundaries()) {
+    result.scenes.push_back({from, boundary});
+    from = boundary;
+  }
+  result.scenes.push_back({from, end});
+  result.report = pictures.report();
+  return result;
+}
+
+/// So many of a movie's scenes, from the first to the last.
+std::vector<Scene> someOf(const std::vector<Scene>& scenes, size_t most) {
+  if (scenes.size() <= most) return scenes;
+  std::vector<Scene> some;
+  for (size_t i = 0; i < most; ++i) some.push_back(scenes[i * (scenes.size() - 1) / (most - 1)]);
+  return some;
+}
+
+}  // namespace
+
+Scenes findScenes(const ScenesSettings& settings, const Events& events) {
+  try {
+    return found(settings, events);
+  } catch (const Failure& failure) {
+    if (failure.kind() != Failure::Kind::kInterrupted) throw;
+    return {{}, Report::interrupted()};
+  }
+}
+
+Report writeSceneSheet(const SceneSheetSettings& settings, const Scenes& scenes,
+                       const Events& events) {
+  requireNumber("columns", settings.columns, 1, kMostColumns);
+  if (scenes.scenes.empty()) refuse("scenes", "there is none to be drawn");
+  pictureFormatOf(settings.output);
+  OutputFile file(settings.output, settings.replaces, settings.movie.input);
+  try {
+    Pictures pictures(picturesOf(settings.movie), events.interrupt);
+    const auto shown = someOf(scenes.scenes, kMostPictures);
+    const int columns = std::min(settings.columns, static_cast<int>(shown.size()));
+    const int width = std::min(ContactSheet::pictureWidthFor(settings.columns, kSheetWidth),
+                               static_cast<int>(pictures.size().width));
+    const double scale = width / pictures.size().width;
+    const int height = std::max(static_cast<int>(std::lround(pictures.size().height * scale)), 1);
+    pictures.setOutputSize({static_cast<double>(width), static_cast<double>(height)});
+    const auto count = static_cast<int>(shown.size());
+    ContactSheet sheet({.columns = columns,
+                        .rows = (count + columns - 1) / columns,
+                        .pictureWidth = width,
+                        .pictureHeight = height,
+                        .title = std::filesystem::path(settings.movie.input).filename().string(),
+                        .facts = fmt::format("{} scenes", scenes.scenes.size())});
+    for (const Scene& scene : shown)
+      sheet.add(*pictures.pictureAt((scene.start + scene.end) / 2),
+                formatTime(std::round(lm_ff_time_to_double(scene.start) * 10) / 10));
+    writePicture(file, *shownBy(sheet.surface()));
+    file.commit();
+    return pictures.report();
+  } catch (const Failure& failure) {
+    if (failure.kind() != Failure::Kind::kInterrupted) throw;
+    return Report::interrupted();
+  }
+}
+
+}  // namespace kestrel

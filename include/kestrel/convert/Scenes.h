@@ -1,0 +1,56 @@
+#pragma once
+
+#include <kestrel/Export.h>
+#include <kestrel/Protocols.h>
+#include <kestrel/convert/Events.h>
+#include <kestrel/convert/Report.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kestrel {
+
+/// In which movie scenes are looked for; `{}` beside the input means a file.
+struct ScenesSettings {
+  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
+  int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
+  Protocols protocols = {};       ///< by which the input may be read where it is no file
+};
+
+/// A stretch of a movie between two cuts, dissolves or fades; microseconds from the movie's start.
+struct Scene {
+  int64_t start = 0;  ///< of its first picture; of a dissolve the middle
+  int64_t end = 0;    ///< where the next one starts, or the last picture ends
+
+  bool operator==(const Scene&) const = default;
+};
+
+/// A movie's scenes without gaps, in order, and whether the movie was whole.
+struct Scenes {
+  std::vector<Scene> scenes = {};
+  Report report = {};
+};
+
+/// Finds a movie's scenes by looking at all its pictures in small. Flashes are no cuts, and black
+/// between two scenes is one boundary. A movie that has pictures has one scene at least. Takes
+/// about 650 bytes of memory a picture. Throws a `Failure` for an input that has none.
+KESTREL_API Scenes findScenes(const ScenesSettings& settings, const Events& events = {});
+
+/// Where the contact sheet of a movie's scenes goes; `{}` beside the output means the usual size.
+struct SceneSheetSettings {
+  ScenesSettings movie = {};
+  std::string output = {};  ///< its name ends in .png, .jpg, .webp or .avif
+  bool replaces = false;    ///< an existing target may be replaced
+  int columns = 5;          ///< 1 to 100
+};
+
+/// Draws the picture in the middle of each scene, with the time at which the scene starts, onto one
+/// sheet; of more than 400 scenes as many as that, evenly chosen. The file appears only when it is
+/// whole.
+KESTREL_API Report writeSceneSheet(const SceneSheetSettings& settings, const Scenes& scenes,
+                                   const Events& events = {});
+
+}  // namespace kestrel
