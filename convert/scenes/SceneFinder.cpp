@@ -38,6 +38,8 @@ constexpr double kSpans[] = {0.4, 0.8, 1.2, 2.0};  // seconds
 constexpr double kLeastDifference = 12;
 constexpr double kOffLine = 0.2;  // of the difference that a picture may be off the mean
 constexpr double kMoved = 0.6;    // of the difference that no motion explains
+constexpr double kUnmoved =
+    0.45;  // of the difference that the motion of each step does not explain
 constexpr size_t kLeastPictures = 6;
 
 /// The spread of pictures of one colour.
@@ -166,6 +168,10 @@ double SceneFinder::gradualStrength(size_t from, size_t to) const {
   }
   if (worst > kOffLine * whole) return 0;
   if (change(first.picture.luma, last.picture.luma) < kMoved * whole) return 0;
+  // A camera that turns makes other pictures, too, but each of the one before.
+  double steps = 0;
+  for (size_t i = from + 1; i <= to; ++i) steps += pictures_[i].change;
+  if (steps < kUnmoved * whole) return 0;
   if (!isPlain(from) && !isPlain(to) && correlation(from, to) > kAlike) return 0;
   return whole - worst;
 }
@@ -187,7 +193,7 @@ bool SceneFinder::joinsScenes(const Boundary& fade, const std::vector<Boundary>&
   while (to + 1 < pictures_.size() && isPlain(to)) ++to;
   if (isPlain(from) || isPlain(to)) return false;
   return std::ranges::none_of(
-      others, [&](const Boundary& each) { return each.index >= from && each.index <= to; });
+      others, [&](const Boundary& each) { return each.from < to && each.to > from; });
 }
 
 std::vector<int64_t> SceneFinder::boundaries() const {

@@ -91,48 +91,49 @@ std::vector<Scene> someOf(const std::vector<Scene>& scenes, size_t most) {
   return some;
 }
 
+/// Draws a picture of each scene.
+void drawSheet(const ScenesSettings& settings, const std::vector<Scene>& scenes,
+               const Events& events, OutputFile& file) {
+  Pictures pictures(picturesOf(settings), events.interrupt);
+  const auto shown = someOf(scenes, kMostPictures);
+  const auto count = static_cast<int>(shown.size());
+  const int columns = std::min(settings.columns, count);
+  const Size whole = pictures.size();
+  const int width = std::min(ContactSheet::pictureWidthFor(settings.columns, kSheetWidth),
+                             static_cast<int>(whole.width));
+  const int height = std::max(static_cast<int>(std::lround(whole.height * width / whole.width)), 1);
+  pictures.setOutputSize({static_cast<double>(width), static_cast<double>(height)});
+  ContactSheet sheet({.columns = columns,
+                      .rows = (count + columns - 1) / columns,
+                      .pictureWidth = width,
+                      .pictureHeight = height,
+                      .title = std::filesystem::path(settings.input).filename().string(),
+                      .facts = fmt::format("{} scenes", scenes.size())});
+  for (const Scene& scene : shown)
+    sheet.add(*pictures.pictureAt((scene.start + scene.end) / 2),
+              formatTime(std::round(lm_ff_time_to_double(scene.start) * 10) / 10));
+  writePicture(file, *shownBy(sheet.surface()));
+}
+
 }  // namespace
 
 Scenes findScenes(const ScenesSettings& settings, const Events& events) {
+  requireNumber("columns", settings.columns, 1, kMostColumns);
+  std::optional<OutputFile> sheet;
+  if (!settings.sheet.empty()) {
+    pictureFormatOf(settings.sheet);
+    sheet.emplace(settings.sheet, settings.replaces, settings.input);
+  }
   try {
-    return found(settings, events);
+    Scenes scenes = found(settings, events);
+    if (sheet) {
+      drawSheet(settings, scenes.scenes, events, *sheet);
+      sheet->commit();
+    }
+    return scenes;
   } catch (const Failure& failure) {
     if (failure.kind() != Failure::Kind::kInterrupted) throw;
     return {{}, Report::interrupted()};
-  }
-}
-
-Report writeSceneSheet(const SceneSheetSettings& settings, const Scenes& scenes,
-                       const Events& events) {
-  requireNumber("columns", settings.columns, 1, kMostColumns);
-  if (scenes.scenes.empty()) refuse("scenes", "there is none to be drawn");
-  pictureFormatOf(settings.output);
-  OutputFile file(settings.output, settings.replaces, settings.movie.input);
-  try {
-    Pictures pictures(picturesOf(settings.movie), events.interrupt);
-    const auto shown = someOf(scenes.scenes, kMostPictures);
-    const int columns = std::min(settings.columns, static_cast<int>(shown.size()));
-    const int width = std::min(ContactSheet::pictureWidthFor(settings.columns, kSheetWidth),
-                               static_cast<int>(pictures.size().width));
-    const double scale = width / pictures.size().width;
-    const int height = std::max(static_cast<int>(std::lround(pictures.size().height * scale)), 1);
-    pictures.setOutputSize({static_cast<double>(width), static_cast<double>(height)});
-    const auto count = static_cast<int>(shown.size());
-    ContactSheet sheet({.columns = columns,
-                        .rows = (count + columns - 1) / columns,
-                        .pictureWidth = width,
-                        .pictureHeight = height,
-                        .title = std::filesystem::path(settings.movie.input).filename().string(),
-                        .facts = fmt::format("{} scenes", scenes.scenes.size())});
-    for (const Scene& scene : shown)
-      sheet.add(*pictures.pictureAt((scene.start + scene.end) / 2),
-                formatTime(std::round(lm_ff_time_to_double(scene.start) * 10) / 10));
-    writePicture(file, *shownBy(sheet.surface()));
-    file.commit();
-    return pictures.report();
-  } catch (const Failure& failure) {
-    if (failure.kind() != Failure::Kind::kInterrupted) throw;
-    return Report::interrupted();
   }
 }
 

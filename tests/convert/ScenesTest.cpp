@@ -138,10 +138,10 @@ TEST_F(MadeScenes, FlashesPansAndFadesAtTheEndsAreNone) {
 TEST(Scenes, SheetShowsOnePictureOfEach) {
   const TempDir folder;
   const std::string movie = fixture("black-then-bars.mp4").string();
-  const Scenes scenes = findScenes({.input = movie});
-  ASSERT_EQ(scenes.scenes.size(), 2U);
   const std::string sheet = (folder / "sheet.png").string();
-  EXPECT_TRUE(writeSceneSheet({.movie = {.input = movie}, .output = sheet}, scenes).isWhole());
+  const Scenes scenes = findScenes({.input = movie, .sheet = sheet});
+  ASSERT_EQ(scenes.scenes.size(), 2U);
+  EXPECT_TRUE(scenes.report.isWhole());
   const std::string bytes = readBytes(sheet);
   const auto picture =
       bitmapImageWithData({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
@@ -153,9 +153,9 @@ TEST(Scenes, WhatMakesNoSenseIsRefused) {
   const TempDir folder;
   EXPECT_THROW(findScenes({.input = (folder / "none.mp4").string()}), Failure);
   EXPECT_THROW(findScenes({.input = fixture("chirp.nut").string()}), Failure);
-  const std::string sheet = (folder / "sheet.png").string();
-  EXPECT_THROW(writeSceneSheet({.output = sheet}, {}), Failure);
-  EXPECT_THROW(writeSceneSheet({.output = sheet, .columns = 0}, {.scenes = {{0, 1}}}), Failure);
+  const std::string movie = fixture("black-then-bars.mp4").string();
+  EXPECT_THROW(findScenes({.input = movie, .sheet = (folder / "sheet.txt").string()}), Failure);
+  EXPECT_THROW(findScenes({.input = movie, .columns = 0}), Failure);
   EXPECT_THAT(namesIn(folder.path()), testing::IsEmpty());
 }
 

@@ -128,14 +128,15 @@ TEST(Usage, TheExampleOfEveryVerbWorks) {
   const ExampleFolder folder;
   // That of `play` needs a sound device, that of `dvd` a disc.
   for (const std::string verb : {"", "info", "convert", "thumb", "compose", "join", "wave",
-                                 "compare", "effects", "presets"}) {
+                                 "compare", "scenes", "effects", "presets"}) {
     SCOPED_TRACE("kestrel " + verb);
     folder.expectExampleWorks(verb);
   }
 }
 
 const char* const kVerbs =
-    "info, convert, thumb, compose, join, wave, compare, dvd, play, effects, encoders, presets and "
+    "info, convert, thumb, compose, join, wave, compare, scenes, dvd, play, effects, encoders, "
+    "presets and "
     "demo";
 
 TEST(Usage, HelpMayComeFirst) {

@@ -62,21 +62,20 @@ std::string textOf(const Scenes& scenes) {
 int run(const Arguments& arguments) {
   if (arguments.json && arguments.chapters)
     throw wrongUsage("--json and --chapters exclude each other");
-  const ScenesSettings settings{.input = arguments.input,
-                                .title = arguments.source.number(),
-                                .angle = arguments.source.angleNumber(),
-                                .protocols = arguments.source.protocols.list()};
   ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
-  const Scenes scenes = findScenes(settings, progress.events());
-  int status = finish(progress, scenes.report);
+  const Scenes scenes = findScenes({.input = arguments.input,
+                                    .title = arguments.source.number(),
+                                    .angle = arguments.source.angleNumber(),
+                                    .protocols = arguments.source.protocols.list(),
+                                    .sheet = arguments.sheet,
+                                    .replaces = arguments.force},
+                                   progress.events());
+  const int status = finish(progress, scenes.report);
   if (scenes.report.outcome == Report::Outcome::kInterrupted) return status;
   writeStandardOutput(arguments.json       ? jsonOf(scenes)
                       : arguments.chapters ? chaptersOf(scenes)
                                            : textOf(scenes));
-  if (arguments.sheet.empty()) return status;
-  const Report drawn = writeSceneSheet(
-      {.movie = settings, .output = arguments.sheet, .replaces = arguments.force}, scenes);
-  return status == kDone && !drawn.isWhole() ? finish(drawn) : status;
+  return status;
 }
 
 }  // namespace

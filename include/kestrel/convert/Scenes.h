@@ -18,6 +18,13 @@ struct ScenesSettings {
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   Protocols protocols = {};       ///< by which the input may be read where it is no file
+
+  /// Where a contact sheet is drawn of the picture in the middle of each scene, with the time at
+  /// which the scene starts; of more than 400 scenes as many as that, evenly chosen. Its name ends
+  /// in .png, .jpg, .webp or .avif; "" is nowhere.
+  std::string sheet = {};
+  int columns = 5;        ///< of the sheet, 1 to 100
+  bool replaces = false;  ///< an existing sheet may be replaced
 };
 
 /// A stretch of a movie between two cuts, dissolves or fades; microseconds from the movie's start.
@@ -38,19 +45,5 @@ struct Scenes {
 /// between two scenes is one boundary. A movie that has pictures has one scene at least. Takes
 /// about 650 bytes of memory a picture. Throws a `Failure` for an input that has none.
 KESTREL_API Scenes findScenes(const ScenesSettings& settings, const Events& events = {});
-
-/// Where the contact sheet of a movie's scenes goes; `{}` beside the output means the usual size.
-struct SceneSheetSettings {
-  ScenesSettings movie = {};
-  std::string output = {};  ///< its name ends in .png, .jpg, .webp or .avif
-  bool replaces = false;    ///< an existing target may be replaced
-  int columns = 5;          ///< 1 to 100
-};
-
-/// Draws the picture in the middle of each scene, with the time at which the scene starts, onto one
-/// sheet; of more than 400 scenes as many as that, evenly chosen. The file appears only when it is
-/// whole.
-KESTREL_API Report writeSceneSheet(const SceneSheetSettings& settings, const Scenes& scenes,
-                                   const Events& events = {});
 
 }  // namespace kestrel
