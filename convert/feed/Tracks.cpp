@@ -13,6 +13,7 @@ namespace kestrel {
 namespace {
 
 constexpr int32_t kBlockFrames = 4096;  // what one audio job carries at most
+constexpr int64_t kRounding = 1000;     // of times in containers that count milliseconds
 
 /// Has a subtitle end within a time, microseconds.
 void endSubtitle(AVPacket& packet, int64_t length, AVRational base) {
@@ -209,6 +210,15 @@ bool CopiedTrack::isRepeated(const AVPacket& packet) {
   return !early_.insert(packet.pos).second;
 }
 
+/// Times are rounded, by containers to milliseconds.
+bool CopiedTrack::isBeforeSpan(const LMFFImage& item) const {
+  const int64_t shown = item.getPacket()->pts;
+  if (shown == AV_NOPTS_VALUE) return false;
+  const int64_t time =
+      av_rescale_q(shown, toAV(item.time_base()), kMicroseconds) + item.get_pkt_offset_time();
+  return time + kRounding < span_.start;
+}
+
 Track::Job CopiedTrack::step() {
   auto item = readPacket();
   const AVPacket* packet = item ? item->getPacket() : nullptr;
@@ -235,8 +245,8 @@ Track::Job CopiedTrack::step() {
     if (time < span_.start && span_.start > 0 && stream_->isAudio()) return {};
   }
   if (isRepeated(*packet)) return {};
-  // A picture can only be decoded from a key picture on.
-  if (waitsForKey_ && !item->isKeyPacket()) return {};
+  // A picture can only be decoded from a key picture on. One before the span was read on the way.
+  if (waitsForKey_ && (!item->isKeyPacket() || isBeforeSpan(*item))) return {};
   waitsForKey_ = false;
   hasBrought_ = hasBrought_ || !stream_->isSubtitle() || end_ > 0 || packet->duration == 0;
   item->set_movie_real_start_time(span_.start);

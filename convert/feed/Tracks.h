@@ -176,6 +176,7 @@ class CopiedTrack : public Track {
   std::shared_ptr<LMFFImage> readPacket();
   bool isBeyondStop() const;
   bool isRepeated(const AVPacket& packet);
+  bool isBeforeSpan(const LMFFImage& item) const;
   bool waitsForLeader() const;
 
   const std::shared_ptr<LMFFMedia> media_;

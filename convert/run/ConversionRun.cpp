@@ -23,6 +23,7 @@
 #include "convert/feed/Readers.h"
 #include "convert/feed/Tracks.h"
 #include "convert/look/Look.h"
+#include "convert/probe/Streams.h"
 #include "convert/run/PlannedOutput.h"
 #include "convert/run/RunFiles.h"
 
@@ -269,6 +270,34 @@ class ConversionRun::Work {
     return !stream.isCover && stream.kind != Kind::kAttachment;
   }
 
+  /// Where pictures alone are wanted from where they begin: a container may tell a time behind the
+  /// first of them.
+  void beginWithFirstPicture() {
+    const bool isWanted =
+        encodesPictures() && plan_.kept(Kind::kAudio).empty() && plan_.start > 0 &&
+        plan_.start == beginOf(info_.streams[plan_.pictures()->sources.front()], info_);
+    if (!isWanted) return;
+    movie_.updateCurrentMedias();
+    const auto media = movie_.currentVideoMedia();
+    auto first = media ? media->currentPicture() : LMFFMedia::Picture{};
+    if (media && !first) first = media->nextPicture();
+    if (first)
+      plan_.start = std::clamp<int64_t>(first.start + media->movie_position(), 0, plan_.start);
+  }
+
+  /// Pictures that are copied begin with one that needs no other; a span without such a one has
+  /// none.
+  void requireKeyPicture(const FedTrack& fed) const {
+    const bool isCopy = fed.planned->kind == Kind::kVideo && !fed.planned->isCover &&
+                        fed.planned->action == StreamAction::kCopy;
+    if (!isCopy || fed.track->hasBrought() || plan_.start <= 0) return;
+    throw Failure::input(
+        settings_.input,
+        fmt::format("'{}' has no key picture within the span, with which copied pictures could "
+                    "begin: encode them, or start earlier",
+                    settings_.input));
+  }
+
   /// Reads and decodes on the movie's queue, in one piece of work there, so that no picture has to
   /// change threads on its way; encodes and writes on a thread of its own.
   void pump() {
@@ -279,6 +308,7 @@ class ConversionRun::Work {
     movie_.decodeImage(
         [&] {
           try {
+            beginWithFirstPicture();
             pumpTracks(makeTracks(preroll));
           } catch (...) {
             failure = std::current_exception();
@@ -312,6 +342,7 @@ class ConversionRun::Work {
     }
     if (events_.isInterrupted()) return;
     for (const FedTrack& fed : tracks) {
+      requireKeyPicture(fed);
       inputEnd_ = std::max(inputEnd_, fed.track->end());
       refused_ += fed.track->refused();
     }

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "tests/e2e/NumberedClip.h"
+#include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
 
@@ -248,6 +249,15 @@ TEST_F(ConvertCopyOne, AStartBeginsWithTheNextKeyPicture) {
   const auto ticks = tickTimes(output);
   ASSERT_EQ(ticks.size(), 3u);
   for (size_t i = 0; i < 3; ++i) EXPECT_NEAR(ticks[i], static_cast<double>(i) + 0.5, 0.04);
+}
+
+// numbered25.mp4 has a key picture every two seconds.
+TEST(ConvertCopySpan, WithoutAKeyPictureIsRefused) {
+  const TempDir folder;
+  const RunResult result = convert(fixture("numbered25.mp4"), folder / "out.mp4",
+                                   joined(kCopyBoth, {"--start", "2.2", "--duration", "1"}));
+  EXPECT_TRUE(endsWithSentence(result, 1, "no key picture within the span"));
+  EXPECT_THAT(namesIn(folder.path()), SizeIs(0));
 }
 
 }  // namespace

@@ -67,6 +67,29 @@ TEST_F(ConvertFidelity, WithoutALossyEncoderEverySampleStays) {
 }
 
 // ffmpeg turns pictures by itself as their container says.
+// The container tells a beginning that two pictures lie before.
+TEST_F(ConvertFidelity, WithoutSoundTheFirstPicturesStay) {
+  KESTREL_NEED_MEDIA("mpeg2-mp3.ts");
+  const auto source = mediaFile("mpeg2-mp3.ts");
+  const auto output = folder_ / "out.mkv";
+  ASSERT_EQ(convert(source, output,
+                    {"--video-codec", "rawvideo", "--audio-codec", "none", "--deinterlace", "off",
+                     "--duration", "1"})
+                .status,
+            0);
+  const auto firstHashes = [&](const std::filesystem::path& file) {
+    std::istringstream lines(
+        runPeer({"ffmpeg", "-v", "quiet", "-i", file.string(), "-map", "0:v", "-vsync",
+                 "passthrough", "-frames:v", "8", "-f", "framehash", "-"})
+            .out);
+    std::vector<std::string> hashes;
+    for (std::string line; std::getline(lines, line);)
+      if (!line.starts_with('#')) hashes.push_back(line.substr(line.rfind(' ')));
+    return hashes;
+  };
+  EXPECT_EQ(firstHashes(output), firstHashes(source));
+}
+
 TEST_F(ConvertFidelity, ATurnKeepsTheDepthAndEverySampleOfLight) {
   struct Row {
     const char* format;

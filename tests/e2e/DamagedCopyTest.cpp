@@ -109,7 +109,7 @@ TEST_F(DamagedMiddle, IsToldWhereverTheSpanBeginsBeforeIt) {
 }
 
 TEST_F(DamagedMiddle, IsNothingToASpanThatBeginsBehindIt) {
-  for (const char* codec : {"mpeg2video", "copy"}) EXPECT_EQ(from("4.5", codec).status, 0) << codec;
+  for (const char* codec : {"mpeg2video", "copy"}) EXPECT_EQ(from("4", codec).status, 0) << codec;
 }
 
 }  // namespace
