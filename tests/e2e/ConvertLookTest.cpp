@@ -291,13 +291,21 @@ TEST_F(ConvertLook, DeepSlopesHaveEveryStepOfEightBits) {
                          {"--hflip", "--crop", "0,0,1280x64", "--video-codec", "ffv1", "--force"}));
     const std::string luma = pictureBytes(output, "extractplanes=y");
     ASSERT_EQ(luma.size(), 1280u * 64);
-    for (size_t x = 0; x < 1280; ++x) {
-      const double exact = 16 + static_cast<double>(1279 - x) * 219 / 1279;
-      EXPECT_NEAR(static_cast<uint8_t>(luma[1280 * 30 + x]), exact, 1) << x;
+    // Levels between two of eight bits are mixed of both.
+    double furthest = 0;
+    for (size_t x = 0; x < 1280; x += 8) {
+      double sum = 0;
+      for (size_t y = 0; y < 64; ++y) {
+        for (size_t i = x; i < x + 8; ++i) {
+          const double exact = static_cast<double>(64 + (1279 - i) * 876 / 1279) / 4;
+          const double off = static_cast<uint8_t>(luma[1280 * y + i]) - exact;
+          EXPECT_LT(std::abs(off), 1.2) << i << ' ' << y;
+          sum += off;
+        }
+      }
+      furthest = std::max(furthest, std::abs(sum) / (8 * 64));
     }
-    std::string steps = luma.substr(1280 * 30, 1280);
-    steps.erase(std::unique(steps.begin(), steps.end()), steps.end());
-    EXPECT_EQ(steps.size(), 220u);  // each once, none twice
+    EXPECT_LT(furthest, 0.1);  // rounded to the nearest they are up to 0.3 off
   }
 }
 
