@@ -105,7 +105,8 @@ std::optional<YUVPicture> coloursOf(const AVFrame& frame) {
 
 /// True when no sample of the one need change to be one of the other.
 bool meansTheSame(const YUVFormat& a, const YUVFormat& b) {
-  return a.kr == b.kr && a.kb == b.kb && a.bitDepth == b.bitDepth && a.fullRange == b.fullRange;
+  return a.matrix == b.matrix && a.kr == b.kr && a.kb == b.kb && a.bitDepth == b.bitDepth &&
+         a.fullRange == b.fullRange;
 }
 
 }  // namespace

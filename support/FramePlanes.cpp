@@ -15,9 +15,9 @@ namespace kestrel {
 
 namespace {
 
-constexpr uint64_t kOtherThanPlanes = AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL |
-                                      AV_PIX_FMT_FLAG_BITSTREAM | AV_PIX_FMT_FLAG_HWACCEL |
-                                      AV_PIX_FMT_FLAG_BAYER | AV_PIX_FMT_FLAG_FLOAT;
+constexpr uint64_t kOtherThanPlanes = AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_BITSTREAM |
+                                      AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BAYER |
+                                      AV_PIX_FMT_FLAG_FLOAT;
 
 const AVPixFmtDescriptor* descriptorOf(int pixelFormat) {
   return av_pix_fmt_desc_get(static_cast<AVPixelFormat>(pixelFormat));
@@ -45,11 +45,30 @@ bool isPlanar(const AVPixFmtDescriptor& format) {
   return format.nb_components != 2 && luma.depth >= 8 && luma.depth <= 16;
 }
 
+bool isRgb(const AVPixFmtDescriptor& format) { return (format.flags & AV_PIX_FMT_FLAG_RGB) != 0; }
+
+/// RGB of more than 8 bits, in planes or in turns; with 8 it is a bitmap.
+bool isDeepRgb(const AVPixFmtDescriptor& format) {
+  const AVComponentDescriptor& first = format.comp[0];
+  for (int i = 1; i < format.nb_components; ++i)
+    if (format.comp[i].depth != first.depth || format.comp[i].shift != first.shift ||
+        format.comp[i].step != first.step)
+      return false;
+  return format.nb_components >= 3 && first.depth > 8 && first.depth <= 16 && first.step % 2 == 0;
+}
+
 const AVPixFmtDescriptor* planesOf(int pixelFormat) {
   const AVPixFmtDescriptor* format = descriptorOf(pixelFormat);
-  const bool isTaken = format && (format->flags & kOtherThanPlanes) == 0 && isPlanar(*format) &&
+  const bool isTaken = format && (format->flags & kOtherThanPlanes) == 0 &&
+                       (isRgb(*format) ? isDeepRgb(*format) : isPlanar(*format)) &&
                        isInMachineOrder(*format);
   return isTaken ? format : nullptr;
+}
+
+/// The component that a plane shows.
+int componentOf(const AVPixFmtDescriptor& format, size_t plane) {
+  constexpr int kOfRgb[] = {1, 2, 0, 3};
+  return isRgb(format) ? kOfRgb[plane] : static_cast<int>(plane);
 }
 
 /// Where a sample of chroma lies among those of luma, across and down: with the left one in the
@@ -74,7 +93,12 @@ std::pair<double, double> placeOfChroma(AVChromaLocation location) {
 std::optional<YUVFormat> formatOf(const AVFrame& frame) {
   const AVPixFmtDescriptor* planes = planesOf(frame.format);
   const int matrix = pictureMatrix(frame.colorspace, frame.format, frame.height);
-  const AVLumaCoefficients* luma = av_csp_luma_coeffs_from_avcsp(static_cast<AVColorSpace>(matrix));
+  const auto kind = matrix == AVCOL_SPC_RGB     ? YUVMatrix::kRgb
+                    : matrix == AVCOL_SPC_YCGCO ? YUVMatrix::kYCgCo
+                                                : YUVMatrix::kLuma;
+  // Those of other kinds are told in terms of BT.709, and do not count.
+  const AVLumaCoefficients* luma = av_csp_luma_coeffs_from_avcsp(
+      kind == YUVMatrix::kLuma ? static_cast<AVColorSpace>(matrix) : AVCOL_SPC_BT709);
   if (!planes || !luma || !frame.data[0] || frame.width <= 0 || frame.height <= 0)
     return std::nullopt;
   const auto [chromaX, chromaY] = placeOfChroma(frame.chroma_location);
@@ -88,12 +112,14 @@ std::optional<YUVFormat> formatOf(const AVFrame& frame) {
                    .kb = av_q2d(luma->cb),
                    .fullRange = pictureRange(frame.color_range, frame.format) == AVCOL_RANGE_JPEG,
                    .chromaX = chromaX,
-                   .chromaY = chromaY};
+                   .chromaY = chromaY,
+                   .matrix = kind};
 }
 
 template <typename Byte>
-YUVPlaneOf<Byte> planeOf(const AVFrame& frame, int index) {
-  const AVComponentDescriptor& component = descriptorOf(frame.format)->comp[index];
+YUVPlaneOf<Byte> planeOf(const AVFrame& frame, size_t plane) {
+  const AVPixFmtDescriptor& format = *descriptorOf(frame.format);
+  const AVComponentDescriptor& component = format.comp[componentOf(format, plane)];
   return {.data = frame.data[component.plane] + component.offset,
           .bytesPerRow = frame.linesize[component.plane],
           .sampleStride = component.step / bytesPerSample(component)};
@@ -107,8 +133,8 @@ std::optional<YUVPicture> yuvPictureOf(std::shared_ptr<const AVFrame> frame) {
   const auto format = frame ? formatOf(*frame) : std::nullopt;
   if (!format) return std::nullopt;
   YUVPicture picture{.format = *format, .planes = {}, .owner = nullptr};
-  for (int i = 0; i < descriptorOf(frame->format)->nb_components; ++i)
-    picture.planes[static_cast<size_t>(i)] = planeOf<const uint8_t>(*frame, i);
+  for (size_t i = 0; i < descriptorOf(frame->format)->nb_components; ++i)
+    picture.planes[i] = planeOf<const uint8_t>(*frame, i);
   picture.owner = std::move(frame);
   return picture;
 }
@@ -117,7 +143,7 @@ std::optional<YUVTarget> yuvTargetOf(AVFrame& frame) {
   const auto format = formatOf(frame);
   if (!format || descriptorOf(frame.format)->nb_components != 3) return std::nullopt;
   YUVTarget target{.format = *format, .planes = {}};
-  for (int i = 0; i < 3; ++i) target.planes[static_cast<size_t>(i)] = planeOf<uint8_t>(frame, i);
+  for (size_t i = 0; i < 3; ++i) target.planes[i] = planeOf<uint8_t>(frame, i);
   return target;
 }
 

@@ -23,8 +23,8 @@ class Look {
   Look(const LookSettings& settings, const VideoInfo& pictures,
        const std::optional<Area>& picture = {});
 
-  /// Whether they are drawn, which is done in 8 bits. Others stay in their own format, also where
-  /// they are turned by quarters, mirrored or laid on black.
+  /// Whether they are drawn, which mixes their samples anew. Others stay in their own format, also
+  /// where they are turned by quarters, mirrored or laid on black.
   bool isDrawn() const;
 
   /// What is done to pictures that are not drawn, in this order.

@@ -227,8 +227,9 @@ class Planner {
     plan_.picture = measures_.picture;
     if (isHdr(video.color)) plan_.look.hdr = hdrHandling(video, choice);
     const Look look(plan_.look, video, measures_.picture);
+    const bool isMapped = isHdr(video.color) && plan_.look.hdr == HdrHandling::kSdr;
     plan_.pixelFormat =
-        pixelFormatFor(choice.encoder, formatBefore(video, look.isDrawn()), wishes());
+        pixelFormatFor(choice.encoder, formatBefore(video, look.isDrawn(), isMapped), wishes());
     const Ladder ladder = outputLadder(settings_, look, keepsOddSides(choice.encoder));
     const Shape& shape = ladder.shapes.front();
     const Rational own = ownRate(video);
@@ -247,7 +248,6 @@ class Planner {
                        (!isHls(named_) || takesKeyOrders(choice.encoder));
     if (!plan_.keepsTimes && !settings_.fps && !isLimited) planPace(own);
     planFields(scanning, look, ladder);
-    const bool isMapped = isHdr(video.color) && plan_.look.hdr == HdrHandling::kSdr;
     plan_.color =
         outputColor(isMapped ? kBt709 : video.color, shape, choice.codec, plan_.pixelFormat);
     if (keepsLight(plan_) && video.hdr && isPossible(*video.hdr)) plan_.hdr = video.hdr;

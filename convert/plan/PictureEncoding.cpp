@@ -17,6 +17,7 @@
 #include "convert/probe/EncoderTable.h"
 #include "convert/probe/Light.h"
 #include "convert/settings/Require.h"
+#include "support/FramePlanes.h"
 #include "support/encode/EncoderCompat.h"
 #include "support/encode/KeyOrders.h"
 
@@ -229,6 +230,11 @@ const char* nameOf(ChromaSampling chroma) {
   return kNames[static_cast<size_t>(chroma)];
 }
 
+/// Whether looks are drawn in more than 8 bits into pictures of a format.
+bool isDrawnDeep(AVPixelFormat format) {
+  return isYuvPlanes(format) && av_pix_fmt_desc_get(format)->nb_components >= 3;
+}
+
 AVPixelFormat withoutAlpha(AVPixelFormat format) {
   std::string name = av_get_pix_fmt_name(format);
   if (name.starts_with("yuva")) name.erase(3, 1);
@@ -259,14 +265,15 @@ bool isRgb(const std::string& pixelFormat) {
   return known && (known->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL));
 }
 
-std::string formatBefore(const VideoInfo& source, bool isDrawn) {
+std::string formatBefore(const VideoInfo& source, bool isDrawn, bool isMapped) {
   AVPixelFormat own = av_get_pix_fmt(source.pixelFormat.c_str());
   if (own == AV_PIX_FMT_NONE) return {};
   const AVPixFmtDescriptor& known = *av_pix_fmt_desc_get(own);
   const bool isRgbOrGrey = (known.flags & AV_PIX_FMT_FLAG_RGB) || known.nb_components < 3;
   if (known.flags & AV_PIX_FMT_FLAG_PAL)
     own = AV_PIX_FMT_GBRAP;
-  else if (depthOf(own) <= kEightBits ? !isRgbOrGrey : isDrawn)
+  else if (depthOf(own) <= kEightBits ? !isRgbOrGrey
+                                      : isMapped || (isDrawn && !isDrawnDeep(withoutAlpha(own))))
     own = inEightBits(own);
   if (own == AV_PIX_FMT_YUV420P && source.hasAlpha) own = AV_PIX_FMT_YUVA420P;
   return av_get_pix_fmt_name(isDrawn ? withoutAlpha(own) : own);
@@ -296,19 +303,22 @@ std::string lossOfDepth(const ConversionPlan& plan, const PixelWishes& wishes,
                         const std::optional<HdrHandling>& hdr, const VideoInfo& source,
                         AVPixelFormat before, bool isDrawn) {
   const int from = depthOf(before);
-  const int to = isDrawn ? kEightBits : depthOf(av_get_pix_fmt(plan.pixelFormat.c_str()));
+  const bool isMapped = isHdr(source.color) && !isHdr(plan.color);
+  const int drawn = depthOf(av_get_pix_fmt(formatBefore(source, isDrawn, isMapped).c_str()));
+  const int encoded = depthOf(av_get_pix_fmt(plan.pixelFormat.c_str()));
+  const int to = std::min(drawn, encoded);
   const char* const kind = source.color.transfer == AVCOL_TRC_SMPTE2084 ? "PQ" : "HLG";
-  if (isHdr(source.color) && !isHdr(plan.color))
+  if (isMapped)
     return hdr ? ""
                : fmt::format("{} becomes SDR, with {} bits for {}: {}", kind, to, from,
                              remedyFor(plan));
   if (to < kHdrBits && from >= kHdrBits && isHdr(plan.color))
     return fmt::format("{} bits of {} become {}, which show steps: {}", from, kind, to,
-                       isDrawn ? "looks are drawn in no more" : remedyFor(plan));
+                       drawn < encoded ? "looks are drawn in no more" : remedyFor(plan));
   if (to >= from || wishes.isCompatible || wishes.depth) return "";
   return fmt::format(
       "{} bits become {}, {}", from, to,
-      isDrawn ? "in which looks are drawn" : "as " + plan.videoEncoder + " takes them");
+      drawn < from ? "in which looks are drawn" : "as " + plan.videoEncoder + " takes them");
 }
 
 }  // namespace

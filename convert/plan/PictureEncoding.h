@@ -30,8 +30,9 @@ double usualBitrate(const LMFFMovieFileOutputFormat& format);
 // Pixel formats are told by FFmpeg's names.
 
 /// The format that pictures have before they are encoded: the source's own, with the alpha that
-/// lies beside it, or that of pictures that are drawn, which are opaque and have 8 bits.
-std::string formatBefore(const VideoInfo& source, bool isDrawn);
+/// lies beside it, or that of pictures that are drawn, which are opaque: of 8 bits where `isMapped`
+/// says that HDR becomes SDR or where the source's samples lie in no planes, else of its own depth.
+std::string formatBefore(const VideoInfo& source, bool isDrawn, bool isMapped = false);
 
 /// The format of an encoder's list that loses least of the depth, chroma and alpha of another.
 /// Throws a `Failure` of the settings where the encoder has none that is wanted.

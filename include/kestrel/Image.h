@@ -45,9 +45,10 @@ class KESTREL_API Image {
                                                  Alpha alpha = Alpha::kStraight);
 
   /// A picture in luma and chroma planes with its lower-left corner at the origin. Chroma is scaled
-  /// to the size of luma: across by linear interpolation, down so that the mean of two rows is the
-  /// row of chroma that they share. Null if `picture` has no luma, a side of 0 or less, a bit depth
-  /// outside of 8 to 16 or a chroma shift outside of 0 to 2.
+  /// to the size of luma by linear interpolation from where its samples lie; where that is between
+  /// two rows, so that the mean of these is the row of chroma that they share. Null if `picture`
+  /// has no luma, a side of 0 or less, a bit depth outside of 8 to 16 or a chroma shift outside of
+  /// 0 to 2.
   static std::shared_ptr<const Image> fromPlanes(const YUVPicture& picture);
 
   /// A colour without bounds, its components clamped to 0 to 1.

@@ -7,6 +7,13 @@
 
 namespace kestrel {
 
+/// What the three components of a picture in planes are.
+enum class YUVMatrix {
+  kLuma,   ///< luma and two differences, by `YUVFormat::kr` and `kb`
+  kYCgCo,  ///< Y = (R + 2 G + B) / 4, Cg = G - Y and Co = (R - B) / 2, in place of Y, Cb and Cr
+  kRgb,    ///< green, blue and red themselves, each of luma's range
+};
+
 /// The layout and meaning of the samples of a picture in luma and chroma planes.
 ///
 /// A chroma sample lies among the luma samples that share it where `chromaX` and `chromaY` say: by
@@ -27,6 +34,7 @@ struct YUVFormat {
   bool fullRange = false;
   double chromaX = 0;    ///< 0: with the left column of those that share it, 1: with the right one
   double chromaY = 0.5;  ///< 0: with the upper row, 1: with the lower one
+  YUVMatrix matrix = YUVMatrix::kLuma;
 
   bool operator==(const YUVFormat&) const = default;
 };

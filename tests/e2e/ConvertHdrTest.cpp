@@ -147,7 +147,7 @@ TEST_F(ConvertHdr, EightBitsOfPqThatIsKeptStayPqAndAreTold) {
            {{"--video-codec", "mpeg4", "--quality", "100"},
             "which show steps: HEVC and AV1 keep them"},
            {{"--crop", "0,0,128x96", "--depth", "8", "--crf", "0"},
-            "which show steps: looks are drawn in no more"}}) {
+            "which show steps: depth 10 keeps them"}}) {
     SCOPED_TRACE(testing::PrintToString(row.options));
     const RunResult result =
         convert(source, output, joined({"--force", "--hdr", "keep"}, row.options));

@@ -108,6 +108,30 @@ TEST(FramePlanes, MatrixThatMixesNoColoursIsNone) {
   EXPECT_FALSE(yuvPictureOf(frame));
 }
 
+TEST(FramePlanes, YCgCoHasItsOwnMatrix) {
+  const auto frame = frameOf(AV_PIX_FMT_YUV444P);
+  frame->colorspace = AVCOL_SPC_YCGCO;
+  EXPECT_EQ(yuvPictureOf(frame)->format.matrix, YUVMatrix::kYCgCo);
+}
+
+TEST(FramePlanes, DeepRgbIsGreenBlueAndRed) {
+  const auto planar = frameOf(AV_PIX_FMT_GBRP12);
+  const auto picture = yuvPictureOf(planar);
+  ASSERT_TRUE(picture);
+  EXPECT_EQ(picture->format.matrix, YUVMatrix::kRgb);
+  EXPECT_EQ(picture->format.bitDepth, 12);
+  EXPECT_TRUE(picture->format.fullRange);
+  for (size_t p = 0; p < 3; ++p) EXPECT_EQ(picture->planes[p].data, planar->data[p]);
+  const auto packed = frameOf(AV_PIX_FMT_RGB48);
+  const auto target = yuvTargetOf(*packed);
+  ASSERT_TRUE(target);
+  EXPECT_EQ(target->planes[0].data, packed->data[0] + 2);
+  EXPECT_EQ(target->planes[1].data, packed->data[0] + 4);
+  EXPECT_EQ(target->planes[2].data, packed->data[0]);
+  EXPECT_EQ(target->planes[0].sampleStride, 3);
+  EXPECT_EQ(yuvPictureOf(frameOf(AV_PIX_FMT_RGBA64))->planes[3].sampleStride, 4);
+}
+
 TEST(FramePlanes, NothingIsNone) {
   EXPECT_FALSE(yuvPictureOf(nullptr));
   const std::shared_ptr<AVFrame> blank = makeFrame();

@@ -20,15 +20,28 @@ std::array<float, 12> matrixToPlanes(const YUVFormat& format) {
   const double lumaScale = format.fullRange ? most : 219 * levels;
   const double chromaScale = format.fullRange ? most : 224 * levels;
   const double black = format.fullRange ? 0 : 16 * levels;
-  const double luma[3] = {format.kr, 1 - format.kr - format.kb, format.kb};
   std::array<float, 12> matrix{};
+  if (format.matrix == YUVMatrix::kRgb) {
+    matrix[1] = matrix[6] = matrix[8] = static_cast<float>(lumaScale);
+    matrix[3] = matrix[7] = matrix[11] = static_cast<float>(black);
+    return matrix;
+  }
+  matrix[3] = static_cast<float>(black);
+  matrix[7] = matrix[11] = static_cast<float>(128 * levels);
+  if (format.matrix == YUVMatrix::kYCgCo) {
+    const double shares[3][3] = {{0.25, 0.5, 0.25}, {-0.25, 0.5, -0.25}, {0.5, 0, -0.5}};
+    for (size_t row = 0; row < 3; ++row)
+      for (size_t c = 0; c < 3; ++c)
+        matrix[4 * row + c] =
+            static_cast<float>(shares[row][c] * (row == 0 ? lumaScale : chromaScale));
+    return matrix;
+  }
+  const double luma[3] = {format.kr, 1 - format.kr - format.kb, format.kb};
   for (size_t c = 0; c < 3; ++c) {
     matrix[c] = static_cast<float>(luma[c] * lumaScale);
     matrix[4 + c] = static_cast<float>(((c == 2) - luma[c]) / (2 * (1 - format.kb)) * chromaScale);
     matrix[8 + c] = static_cast<float>(((c == 0) - luma[c]) / (2 * (1 - format.kr)) * chromaScale);
   }
-  matrix[3] = static_cast<float>(black);
-  matrix[7] = matrix[11] = static_cast<float>(128 * levels);
   return matrix;
 }
 

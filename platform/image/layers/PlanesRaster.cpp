@@ -16,12 +16,15 @@ constexpr int16_t kNeutralChroma = 128 << 6;
 
 int chromaSize(int luma, int shift) { return (luma + (1 << shift) - 1) >> shift; }
 
+/// Samples of chroma lie elsewhere than with the left ones of luma.
+bool isAside(const YUVFormat& format) { return format.chromaShiftX > 0 && format.chromaX != 0; }
+
 bool isJoinedAtOnce(const YUVPicture& picture) {
   const auto isPlain = [&](size_t plane) {
     return picture.planes[plane].data && picture.planes[plane].sampleStride == 1;
   };
-  return picture.format.bitDepth == 8 && picture.format.chromaShiftX <= 1 && isPlain(0) &&
-         isPlain(1) && isPlain(2);
+  return picture.format.bitDepth == 8 && picture.format.chromaShiftX <= 1 &&
+         !isAside(picture.format) && isPlain(0) && isPlain(1) && isPlain(2);
 }
 
 }  // namespace
@@ -110,7 +113,8 @@ void PlanesRaster::blendColors(Worker& worker, const Rows& luma, int x0, int x1,
 
   // One chroma sample beyond the last, for the interpolation.
   const int shift = picture_.format.chromaShiftX;
-  const int left = x0 >> shift;
+  const bool isSpread = isAside(picture_.format);
+  const int left = std::max((x0 >> shift) - (isSpread ? 1 : 0), 0);
   const int right = ((x1 - 1) >> shift) + 2;
   const bool isGrey = !picture_.planes[1].data || !picture_.planes[2].data;
   const Rows chroma = isGrey ? Rows{0, {}} : chromaRows(worker, luma);
@@ -122,7 +126,12 @@ void PlanesRaster::blendColors(Worker& worker, const Rows& luma, int x0, int x1,
       std::fill(samples.begin(), samples.end(), kNeutralChroma);
     else
       blendChroma(worker, c + 1, chroma, left, right, samples.data());
+    if (!isSpread || isGrey) continue;
+    components[c] = worker.memory.array<int16_t>(pixels + 1).data();
+    spreadChroma(samples.data(), left, x0, x1, components[c]);
   }
+  if (isSpread && !isGrey)
+    return kernels::joinPlanes(row, components[0], components[1], 0, 0, pixels, out);
   kernels::joinPlanes(row, components[0], components[1], x0 - (left << shift), shift, pixels, out);
 }
 
@@ -144,6 +153,13 @@ PlanesRaster::ChromaMix PlanesRaster::chromaOf(int row) const {
   const auto limited = [this](int at) { return std::clamp(at, 0, chromaHeight_ - 1); };
   const int shift = picture_.format.chromaShiftY;
   const int at = row >> shift;
+  if (shift == 1 && picture_.format.chromaY != 0.5) {
+    const bool isUpper = picture_.format.chromaY < 0.5;
+    const bool isThere = (row % 2 == 0) == isUpper;
+    const int mine = isThere ? 8 : 4;
+    return isUpper ? ChromaMix{{at, at, limited(at + 1)}, {0, mine, 8 - mine}}
+                   : ChromaMix{{limited(at - 1), at, at}, {8 - mine, mine, 0}};
+  }
   if (shift == 1) {
     // A slope between the neighbours, so that the mean of two rows is what they share. A last row
     // that shares with none has all of it.
@@ -155,6 +171,21 @@ PlanesRaster::ChromaMix PlanesRaster::chromaOf(int row) const {
   const int first = eighths >> 3;
   return {{limited(first), limited(first), limited(first + 1)},
           {0, 8 - (eighths & 7), eighths & 7}};
+}
+
+void PlanesRaster::spreadChroma(const int16_t* samples, int left, int x0, int x1,
+                                int16_t* out) const {
+  const YUVFormat& format = picture_.format;
+  const double place = format.chromaX * ((1 << format.chromaShiftX) - 1);
+  for (int x = x0; x <= x1; ++x) {
+    // One beyond the last is read, though it counts nothing.
+    const double at = std::ldexp(std::min(x, x1 - 1) - place, -format.chromaShiftX);
+    const double from = std::max(at, 0.0) - left;
+    const auto index = static_cast<size_t>(from);
+    const double share = from - static_cast<double>(index);
+    out[x - x0] = static_cast<int16_t>(
+        std::lround(samples[index] + share * (samples[index + 1] - samples[index])));
+  }
 }
 
 PlanesRaster::Rows PlanesRaster::chromaRows(Worker& worker, const Rows& luma) const {
@@ -240,15 +271,26 @@ ColorMatrix matrixOfPlanes(const YUVFormat& format) {
   const double lumaScale = format.fullRange ? fullScale : 255.0 / 219;
   const double chromaScale = format.fullRange ? fullScale : 255.0 / 224;
   const double neutral = 128 * step;
+  ColorMatrix matrix;
+  if (format.matrix == YUVMatrix::kRgb) {
+    matrix.m = {{{0, 0, lumaScale, -lumaScale * black},
+                 {lumaScale, 0, 0, -lumaScale * black},
+                 {0, lumaScale, 0, -lumaScale * black}}};
+    return matrix;
+  }
   const double kg = 1 - format.kr - format.kb;
   const double redOfCr = 2 * (1 - format.kr) * chromaScale;
   const double blueOfCb = 2 * (1 - format.kb) * chromaScale;
   const double greenOfCr = -redOfCr * format.kr / kg;
   const double greenOfCb = -blueOfCb * format.kb / kg;
-  ColorMatrix matrix;
   matrix.m = {{{lumaScale, 0, redOfCr, 0},
                {lumaScale, greenOfCb, greenOfCr, 0},
                {lumaScale, blueOfCb, 0, 0}}};
+  if (format.matrix == YUVMatrix::kYCgCo) {
+    const double part = chromaScale;
+    matrix.m = {
+        {{lumaScale, -part, part, 0}, {lumaScale, part, 0, 0}, {lumaScale, -part, -part, 0}}};
+  }
   for (auto& row : matrix.m) row[3] = -row[0] * black - (row[1] + row[2]) * neutral;
   return matrix;
 }

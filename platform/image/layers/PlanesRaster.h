@@ -11,8 +11,8 @@
 namespace kestrel {
 
 /// The pixels of a picture in planes: Y, Cb, Cr and alpha at the size of luma, chroma by linear
-/// interpolation. Samples of more than 8 bits are brought to the scale of 8 bits, so that 255 in
-/// the limited range is `kernels::kOne`, and so on.
+/// interpolation from where its samples lie. Samples of more than 8 bits are brought to the scale
+/// of 8 bits, so that 255 in the limited range is `kernels::kOne`, and so on.
 class PlanesRaster final : public Raster {
  public:
   explicit PlanesRaster(const YUVPicture& picture);
@@ -37,6 +37,8 @@ class PlanesRaster final : public Raster {
   void blendPlane(Worker& worker, int plane, const Rows& rows, int x0, int x1, int16_t* out) const;
   void widenRow(int plane, int row, int x0, int x1, int16_t* out) const;
   void blendChroma(Worker& worker, int plane, const Rows& rows, int x0, int x1, int16_t* out) const;
+  /// From samples of chroma, from `left` on, to one for each pixel from `x0` to `x1` and one more.
+  void spreadChroma(const int16_t* samples, int left, int x0, int x1, int16_t* out) const;
   ChromaMix chromaOf(int row) const;
   Rows chromaRows(Worker& worker, const Rows& luma) const;
 

@@ -256,8 +256,8 @@ Siting sitingDown(const YUVFormat& format, bool isChroma) {
 }  // namespace
 
 bool meansTheSame(const YUVFormat& source, const YUVFormat& target) {
-  return source.bitDepth == target.bitDepth && source.kr == target.kr && source.kb == target.kb &&
-         source.fullRange == target.fullRange;
+  return source.matrix == target.matrix && source.bitDepth == target.bitDepth &&
+         source.kr == target.kr && source.kb == target.kb && source.fullRange == target.fullRange;
 }
 
 void addScalePass(const PassMaker& maker, const PlainPlanes& planes, const IntRect& picture,

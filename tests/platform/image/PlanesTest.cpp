@@ -32,6 +32,12 @@ struct Layout {
   bool hasAlpha = false;
 };
 
+constexpr YUVFormat placed(YUVFormat format, double chromaX, double chromaY) {
+  format.chromaX = chromaX;
+  format.chromaY = chromaY;
+  return format;
+}
+
 const Layout kLayouts[] = {
     {"420", formatOf(38, 26, 1, 1)},
     {"420odd", formatOf(37, 25, 1, 1)},
@@ -44,6 +50,9 @@ const Layout kLayouts[] = {
     {"p010", formatOf(38, 26, 1, 1, 10, 6), true},
     {"444twelvefull", formatOf(37, 25, 0, 0, 12, 0, true)},
     {"444sixteen", formatOf(37, 25, 0, 0, 16)},
+    {"420centre", placed(formatOf(38, 26, 1, 1), 0.5, 0.5)},
+    {"420upperleft", placed(formatOf(37, 25, 1, 1, 10), 0, 0)},
+    {"420lower", placed(formatOf(38, 26, 1, 1), 0.5, 1)},
     {"420alpha", formatOf(37, 25, 1, 1), false, true},
     {"444tenalpha", formatOf(37, 25, 0, 0, 10), false, true},
     {"tiny", formatOf(1, 1, 1, 1)},

@@ -118,12 +118,18 @@ Sample planesPixel(const PlanesNode& node, int x, int y) {
     const int scaleY = 1 << format.chromaShiftY;
     const int width = (format.width + scaleX - 1) / scaleX;
     const int height = (format.height + scaleY - 1) / scaleY;
-    const double u = static_cast<double>(x) / scaleX;
+    const double u = std::max((x - format.chromaX * (scaleX - 1)) / scaleX, 0.0);
     const double v = (row + 0.5) / scaleY - 0.5;
     double weights[3] = {0, 1, 0};  // of the rows around `at`
     const int at = row / scaleY;
     const double apart = v - at;
-    if (scaleY == 2 && (row % 2 == 1 || row + 1 < format.height)) {
+    if (scaleY == 2 && format.chromaY != 0.5) {
+      // Half way between two where none lies in the row itself.
+      if ((row % 2 == 1) == (format.chromaY == 0)) {
+        weights[1] = 0.5;
+        weights[format.chromaY == 0 ? 2 : 0] = 0.5;
+      }
+    } else if (scaleY == 2 && (row % 2 == 1 || row + 1 < format.height)) {
       weights[0] = -apart / 2;
       weights[2] = apart / 2;
     } else if (scaleY == 4) {
