@@ -204,6 +204,93 @@ TEST_F(ConvertHdr, WhereSamplesHaveEightBitsItBecomesSdrAndThatIsTold) {
   }
 }
 
+/// HDR10+ as a stream of HEVC has it: a message before each picture, of SMPTE ST 2094-40 in a
+/// registered one of ITU-T T.35.
+class ConvertHdrPlus : public ConvertHdr {
+ protected:
+  static std::string message() {
+    std::string bits;
+    const auto add = [&](uint32_t value, int count) {
+      for (int bit = count - 1; bit >= 0; --bit) bits += (value >> bit & 1) ? '1' : '0';
+    };
+    add(0xB5, 8);  // a country, a provider, its code, the application and its version
+    add(0x003C, 16);
+    add(0x0001, 16);
+    add(4, 8);
+    add(1, 8);
+    add(1, 2);     // windows
+    add(400, 27);  // the display's luminance
+    add(0, 1);     // no actual luminance
+    for (int i = 0; i < 3; ++i) add(50001, 17);
+    add(10101, 17);  // the average of the brightest components
+    add(0, 4);       // no distribution
+    add(111, 10);    // bright pixels
+    add(0, 1);       // no actual luminance when mastered
+    add(0, 1);       // no curve
+    add(0, 1);       // no saturation
+    while (bits.size() % 8 != 0) bits += '0';
+    std::string bytes;
+    for (size_t at = 0; at < bits.size(); at += 8)
+      bytes += static_cast<char>(std::stoi(bits.substr(at, 8), nullptr, 2));
+    std::string unit{0x4E, 0x01, 0x04};  // before a picture, registered
+    unit += static_cast<char>(bytes.size());
+    unit += bytes;
+    std::string escaped{0, 0, 0, 1};
+    int zeros = 0;
+    for (const char byte : unit + '\x80') {
+      if (zeros == 2 && static_cast<uint8_t>(byte) <= 3) {
+        escaped += 3;
+        zeros = 0;
+      }
+      escaped += byte;
+      zeros = byte == 0 ? zeros + 1 : 0;
+    }
+    return escaped;
+  }
+
+  fs::path hdrPlus() const {
+    const auto bare = folder_ / "bare.hevc";
+    ffmpeg({"-i", clip().string(), "-c", "copy", bare.string()});
+    std::ifstream in(bare, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    std::string with;
+    for (size_t at = 0; at < bytes.size(); ++at) {
+      const bool begins = bytes.compare(at, 3, std::string("\0\0\1", 3)) == 0;
+      const int type = begins && at + 3 < bytes.size() ? bytes[at + 3] >> 1 & 63 : 63;
+      if (type < 32) with += message();  // a picture of one slice
+      with += bytes[at];
+    }
+    const auto file = folder_ / "plus.hevc";
+    std::ofstream(file, std::ios::binary) << with;
+    const auto contained = folder_ / "plus.mkv";
+    ffmpeg({"-i", file.string(), "-c", "copy", "-bsf:v", "setts=pts=N*40:dts=N*40",
+            contained.string()});
+    return contained;
+  }
+
+  static std::string firstPicture(const fs::path& file) {
+    return ffprobe({"-read_intervals", "%+#3", "-show_frames", file.string()});
+  }
+};
+
+TEST_F(ConvertHdrPlus, StaysWithCopiedPictures) {
+  const auto source = hdrPlus();
+  ASSERT_THAT(firstPicture(source), HasSubstr("HDR10+"));
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(source, output, {"--video-codec", "copy"}));
+  EXPECT_THAT(firstPicture(output), HasSubstr("HDR10+"));
+}
+
+TEST_F(ConvertHdrPlus, IsMissedWherePicturesAreEncodedAndTheRestStays) {
+  const auto output = folder_ / "out.mkv";
+  const RunResult result = convert(
+      hdrPlus(), output, {"--video-codec", "libx265", "--encoder-preset", "ultrafast", "--force"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err, HasSubstr("their HDR10+, which libx265 does not write"));
+  EXPECT_THAT(firstPicture(output), Not(HasSubstr("HDR10+")));
+  EXPECT_EQ(light(output, false), expected_);
+}
+
 /// Dolby Vision of profile 8.1, level 1, whose record takes the place of the mastering display's in
 /// an MPEG-4 file: both have 24 bytes.
 class ConvertDolbyVision : public ConvertHdr {

@@ -146,6 +146,27 @@ TEST_F(ConvertMany, ADryRunTellsWhatWouldBeDoneAndWritesNothing) {
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator()), 1);
 }
 
+TEST_F(ConvertMany, ADryRunGoesOnBehindWhatCannotBeRead) {
+  const Arguments files{"in/gone.mp4", "in/a.mp4", "--into", "x", "--dry-run"};
+  const RunResult text = kestrel(files);
+  EXPECT_EQ(text.status, 1);
+  EXPECT_THAT(text.err, HasSubstr("cannot open 'in/gone.mp4'"));
+  EXPECT_THAT(text.out, HasSubstr("in/a.mp4"));
+  const json plans = json::parse(kestrel(joined(files, {"--json"})).out);
+  ASSERT_EQ(plans.size(), 2u);
+  EXPECT_EQ(plans[0]["input"], "in/gone.mp4");
+  EXPECT_THAT(std::string(plans[0]["error"]), HasSubstr("No such file"));
+  EXPECT_EQ(plans[1]["output"], "x/a.mp4");
+  // Wrong usage is less bad than a failure, in any order.
+  for (const Arguments& both :
+       {Arguments{"in/b.mkv", "in/gone.mp4"}, {"in/gone.mp4", "in/b.mkv"}}) {
+    const RunResult result = kestrel(
+        joined(both, {"--into", "x", "--dry-run", "--crf", "99", "--video-codec", "libx264"}));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("--crf"));
+  }
+}
+
 TEST_F(ConvertMany, ADryRunTellsWhyATrackOfSoundIsCopied) {
   const auto reasons = [&](const Arguments& options) {
     const json plan =

@@ -82,6 +82,91 @@ TEST_F(ConvertMetadata, LanguagesAreKept) {
   }
 }
 
+/// What ffprobe tells of streams beside the pictures: languages and flags.
+std::vector<std::string> labels(const std::filesystem::path& file) {
+  std::vector<std::string> found;
+  const auto probed = ffprobeJson(file);
+  for (const auto& stream : probed["streams"]) {
+    if (stream["codec_type"] == "video") continue;
+    found.push_back(stream["tags"]["language"]);
+    for (const char* flag : {"default", "forced", "comment"})
+      if (stream["disposition"][flag] == 1) found.back() += std::string(" ") + flag;
+  }
+  return found;
+}
+
+// QuickTime writes languages by codes of its own, and has no place for two of the flags.
+TEST_F(ConvertMetadata, FlagsAndLanguagesAreKeptOrNamed) {
+  const auto source = folder_ / "source.mkv";
+  ffmpeg({"-f",
+          "lavfi",
+          "-i",
+          "testsrc2=s=64x48:r=25:d=1",
+          "-f",
+          "lavfi",
+          "-i",
+          "sine=d=1",
+          "-i",
+          fixture("subtitles.srt").string(),
+          "-map",
+          "0",
+          "-map",
+          "1",
+          "-map",
+          "1",
+          "-map",
+          "1",
+          "-map",
+          "2",
+          "-map",
+          "2",
+          "-c:v",
+          "libx264",
+          "-c:a",
+          "aac",
+          "-c:s",
+          "srt",
+          "-metadata:s:a:0",
+          "language=fre",
+          "-metadata:s:a:1",
+          "language=ger",
+          "-metadata:s:a:2",
+          "language=eng",
+          "-metadata:s:s:0",
+          "language=fre",
+          "-metadata:s:s:1",
+          "language=eng",
+          "-disposition:a:0",
+          "0",
+          "-disposition:a:1",
+          "default",
+          "-disposition:a:2",
+          "comment",
+          "-disposition:s:0",
+          "forced",
+          "-disposition:s:1",
+          "default",
+          source.string()});
+  const std::vector<std::string> all{"fre", "ger default", "eng comment", "fre forced",
+                                     "eng default"};
+  ASSERT_EQ(labels(source), all);
+  for (const char* name : {"out.mp4", "out.mkv", "out.mov"}) {
+    SCOPED_TRACE(name);
+    const RunResult result = run({kestrelBinary(), "convert", source.string(),
+                                  (folder_ / name).string(), "--video-codec", "copy"});
+    EXPECT_EQ(result.status, 0);
+    const bool isQuickTime = std::string_view(name).ends_with("mov");
+    EXPECT_EQ(result.err.find("the flag comment of sound #3, the flag forced of subtitles #4: mov "
+                              "cannot hold them") != std::string::npos,
+              isQuickTime)
+        << result.err;
+    EXPECT_EQ(labels(folder_ / name),
+              isQuickTime
+                  ? (std::vector<std::string>{"fra", "ger default", "eng", "fra", "eng default"})
+                  : all);
+  }
+}
+
 TEST_F(ConvertMetadata, NoMetadataLeavesAllOut) {
   for (const char* name : {"out.mp4", "out.mkv"}) {
     const auto output = folder_ / name;

@@ -59,6 +59,11 @@ inline bool tellsOfALoss(const std::string& line) {
       "[0-9]+ bits of (PQ|HLG) become [0-9]+, which show steps: (looks are drawn in no more|"
       "depth 10 keeps them smooth|HEVC and AV1 take 10)|"
       "their (HDR10\\+|Dolby Vision), which [a-z0-9_-]+ does not write|"
+      "their uneven times: [a-z0-9_]+ has one rate, [0-9.]+ a second, at which none is left out|"
+      "[0-9]+ of [0-9]+: [a-z0-9_]+ has one rate, [0-9.]+ a second|"
+      "they stay interlaced, and [a-z0-9_-]+ does not code their fields|"
+      "their fields run into each other, where interlaced ones are shaped|"
+      "a scene has 255 colours|"
       "4:[24]:[24] becomes 4:2:[02], as [a-z0-9_-]+ takes it|"
       "they lie on black(, where looks are drawn|: [a-z0-9_-]+ knows no transparency here)))");
   return std::regex_match(line, kLoss);

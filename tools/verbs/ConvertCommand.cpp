@@ -96,23 +96,34 @@ ProgressDisplay::Style styleOf(const Typed& typed) {
   return typed.quiet && isBar ? ProgressDisplay::Style::kNone : style;
 }
 
-/// Prints what would be done with each file.
+/// Prints what would be done with each file. Of many, one for which there is no plan leaves the
+/// others alone.
 int showPlans(const Typed& typed, const std::vector<ConversionSettings>& all) {
   auto documents = nlohmann::ordered_json::array();
   std::string text;
+  int status = kDone;
   for (const ConversionSettings& settings : all) {
-    Conversion conversion(settings);
-    const ConversionPlan& plan = conversion.plan({.interrupt = interrupted});
-    if (typed.json)
-      documents.push_back(planDocument(settings, plan));
-    else
-      text += planText(settings, plan);
+    try {
+      Conversion conversion(settings);
+      const ConversionPlan& plan = conversion.plan({.interrupt = interrupted});
+      if (typed.json)
+        documents.push_back(planDocument(settings, plan));
+      else
+        text += planText(settings, plan);
+    } catch (const Failure& failure) {
+      const ExitStatus failed = statusOf(failure);
+      if (typed.into.empty() || failed == kInterrupted) throw;
+      say(sentenceOf(failure));
+      documents.push_back(
+          {{"input", settings.input}, {"output", settings.output}, {"error", sentenceOf(failure)}});
+      if (status != kFailed) status = failed;
+    }
   }
   const auto& document = typed.into.empty() ? documents.front() : documents;
   if (typed.json)
     text = document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
   writeStandardOutput(text);
-  return kDone;
+  return status;
 }
 
 /// The form with --into.
