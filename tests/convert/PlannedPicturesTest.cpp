@@ -196,7 +196,7 @@ TEST(PlannedPictures, ThePixelFormatLosesLeastOfTheSource) {
   for (const Row& row : {Row{"libx264", "yuv420p", false, false, "yuv420p"},
                          {"libx264", "yuvj420p", false, false, "yuv420p"},
                          {"libx264", "yuv422p10le", false, false, "yuv422p10le"},
-                         {"libx264", "yuv422p10le", true, false, "yuv422p"},
+                         {"libx264", "yuv422p10le", true, false, "yuv422p10le"},
                          {"libx264", "yuv422p10le", false, true, "yuv420p"},
                          {"libx264", "yuva444p", false, false, "yuv444p"},
                          {"libx265", "yuv420p12le", false, false, "yuv420p12le"},
