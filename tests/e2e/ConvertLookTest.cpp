@@ -287,8 +287,9 @@ TEST_F(ConvertLook, DeepSlopesHaveEveryStepOfEightBits) {
                 ",geq=lum='64+X*876/1279':cb=512:cr=512",
             "-c:v", "ffv1", "-pix_fmt", format, source.string()});
     const auto output = folder_ / "out.mkv";
-    ASSERT_TRUE(converts(source, output,
-                         {"--hflip", "--crop", "0,0,1280x64", "--video-codec", "ffv1", "--force"}));
+    ASSERT_TRUE(converts(
+        source, output,
+        {"--hflip", "--crop", "0,0,1280x64", "--depth", "8", "--video-codec", "ffv1", "--force"}));
     const std::string luma = pictureBytes(output, "extractplanes=y");
     ASSERT_EQ(luma.size(), 1280u * 64);
     // Levels between two of eight bits are mixed of both.
