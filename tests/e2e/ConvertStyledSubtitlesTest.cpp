@@ -206,8 +206,8 @@ TEST_F(ConvertStyledSubtitles, PixelsBesideTheTextsStay) {
     SCOPED_TRACE(plane);
     const int width = kWidth / divisor;
     const int height = kHeight / divisor;
-    const auto planeOf = [&](const fs::path& file) {
-      return pictureBytes(file, std::string("extractplanes=") + plane + ",format=gray");
+    const auto planeOf = [&, name = plane](const fs::path& file) {
+      return pictureBytes(file, std::string("extractplanes=") + name + ",format=gray");
     };
     const std::string before = planeOf(source);
     const std::string theirs = planeOf(reference);

@@ -67,10 +67,10 @@ TEST_F(ConvertSubtitles, StandOutFromWhiteAndFromBlack) {
   const auto text = written("a.srt", std::string(kCue) + "H H H H\n");
   for (const auto& [width, height] : {std::pair{320, 180}, {640, 360}, {1280, 720}}) {
     SCOPED_TRACE(width);
-    const auto shown = [&](const std::string& color) {
-      const auto source = made("plain.mkv", "color=" + color + ":s=" + std::to_string(width) + "x" +
-                                                std::to_string(height) + ":r=2:d=2");
-      return Pixels(converted(source, {"--subtitles", text.string()}), 1.5, width);
+    const auto shown = [&, w = width, h = height](const std::string& color) {
+      const auto source = made("plain.mkv", "color=" + color + ":s=" + std::to_string(w) + "x" +
+                                                std::to_string(h) + ":r=2:d=2");
+      return Pixels(converted(source, {"--subtitles", text.string()}), 1.5, w);
     };
     const Pixels onWhite = shown("white");
     const Pixels onBlack = shown("black");
