@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kWidth = SmallPicture::kWidth;
 constexpr int kHeight = SmallPicture::kHeight;
-constexpr auto kPixels = static_cast<size_t>(kWidth * kHeight);
+constexpr size_t kPixels = size_t{kWidth} * kHeight;
 
 // Blocks that are looked for a little beside their place.
 constexpr int kBlockWidth = 8;
@@ -53,6 +53,8 @@ double difference(const std::vector<uint8_t>& one, const std::vector<uint8_t>& o
   return static_cast<double>(sum) / kPixels;
 }
 
+size_t placeOf(int x, int y) { return static_cast<size_t>(y) * kWidth + static_cast<size_t>(x); }
+
 int blockDifference(const std::vector<uint8_t>& one, const std::vector<uint8_t>& other, int left,
                     int top, int dx, int dy) {
   int sum = 0;
@@ -60,8 +62,7 @@ int blockDifference(const std::vector<uint8_t>& one, const std::vector<uint8_t>&
     const int row = std::clamp(y + dy, 0, kHeight - 1);
     for (int x = left; x < left + kBlockWidth; ++x) {
       const int column = std::clamp(x + dx, 0, kWidth - 1);
-      sum += std::abs(one[static_cast<size_t>(y * kWidth + x)] -
-                      other[static_cast<size_t>(row * kWidth + column)]);
+      sum += std::abs(one[placeOf(x, y)] - other[placeOf(column, row)]);
     }
   }
   return sum;

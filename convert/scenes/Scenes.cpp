@@ -39,7 +39,7 @@ PicturesSettings picturesOf(const ScenesSettings& settings) {
 
 SmallPicture smallPicture(const BitmapImage& bitmap, int64_t time) {
   SmallPicture picture{time, {}};
-  picture.luma.reserve(static_cast<size_t>(bitmap.width() * bitmap.height()));
+  picture.luma.reserve(static_cast<size_t>(bitmap.width()) * static_cast<size_t>(bitmap.height()));
   for (int y = 0; y < bitmap.height(); ++y) {
     const uint8_t* pixel = bitmap.row(y);
     for (int x = 0; x < bitmap.width(); ++x, pixel += 4)

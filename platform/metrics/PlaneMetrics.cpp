@@ -82,9 +82,8 @@ void sumBlocks(const PlaneView& one, const PlaneView& other, int blockRow,
 /// over a window; the quotient has the precision in which the metric is printed elsewhere.
 float similarity(const Sums& window, int bitDepth) {
   const double peak = (1 << bitDepth) - 1;
-  const auto c1 = static_cast<int64_t>(0.01 * 0.01 * peak * peak * kWindowSamples + 0.5);
-  const auto c2 =
-      static_cast<int64_t>(0.03 * 0.03 * peak * peak * kWindowSamples * (kWindowSamples - 1) + 0.5);
+  const auto c1 = std::llround(0.01 * 0.01 * peak * peak * kWindowSamples);
+  const auto c2 = std::llround(0.03 * 0.03 * peak * peak * kWindowSamples * (kWindowSamples - 1));
   const int64_t means = window.one * window.other;
   const int64_t meanSquares = window.one * window.one + window.other * window.other;
   const int64_t variances = window.squares * kWindowSamples - meanSquares;

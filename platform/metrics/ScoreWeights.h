@@ -43,7 +43,8 @@ inline constexpr std::array<double, 3 * kMostScales* kErrorNorms> kErrorWeights 
 
 /// The first of the weights of a channel at a scale, for pictures of so many scales.
 constexpr size_t firstWeight(int channel, int scale, int scales) {
-  return static_cast<size_t>((channel * scales + scale) * kErrorNorms);
+  const auto place = static_cast<size_t>(channel) * static_cast<size_t>(scales);
+  return (place + static_cast<size_t>(scale)) * kErrorNorms;
 }
 
 /// The score that a weighted sum of errors comes to, from the same source.

@@ -267,7 +267,7 @@ void Ssimulacra2::State::takeRow(Workbench& bench, int scale,
 void Ssimulacra2::State::measureRows(Workbench& bench, int scale, int y, int rows) {
   const auto [w, h] = sizes[static_cast<size_t>(scale)];
   const auto count = static_cast<size_t>(w);
-  for (int i = 0; i < rows; ++i) rowErrors[static_cast<size_t>(y + i)] = {};
+  for (int i = 0; i < rows; ++i) rowErrors[static_cast<size_t>(y) + static_cast<size_t>(i)] = {};
   for (int c = 0; c < 3; ++c) {
     const Needed need = needed(c, scale);
     if (!need.any()) continue;
@@ -289,7 +289,8 @@ void Ssimulacra2::State::measureRows(Workbench& bench, int scale, int y, int row
         kernels::blurDown(across[q].data(), kGauss, x, end, down[q].data());
       for (int i = 0; i < rows; ++i) {
         const auto at = static_cast<size_t>(i);
-        auto& errors = rowErrors[static_cast<size_t>(y + i)][static_cast<size_t>(c)];
+        auto& errors =
+            rowErrors[static_cast<size_t>(y) + static_cast<size_t>(i)][static_cast<size_t>(c)];
         const int slot = (y + i) % kRing;
         if (need.structure) {
           const auto sums =

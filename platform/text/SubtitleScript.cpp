@@ -144,7 +144,7 @@ std::shared_ptr<const BitmapImage> bitmapOf(const std::vector<Pixel>& pixels, co
   const int height = box.bottom - box.top;
   const std::shared_ptr<uint8_t[]> bytes(new uint8_t[pixels.size() * 4]);
   uint8_t* to = bytes.get();
-  const auto write = [&to](float value) { *to++ = static_cast<uint8_t>(value * 255 + 0.5F); };
+  const auto write = [&to](float value) { *to++ = static_cast<uint8_t>(std::lround(value * 255)); };
   for (const Pixel& pixel : pixels) {
     const float whole = pixel.alpha > 0 ? 1 / pixel.alpha : 0;
     write(std::min(pixel.red * whole, 1.0F));

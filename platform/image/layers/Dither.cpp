@@ -38,7 +38,7 @@ class VoidAndCluster {
       for (int x = 0; x < kSide; ++x) {
         const double dx = std::min(x, kSide - x);
         const double dy = std::min(y, kSide - y);
-        bell[static_cast<size_t>(y * kSide + x)] =
+        bell[static_cast<size_t>(y) * kSide + static_cast<size_t>(x)] =
             static_cast<float>(std::exp(-(dx * dx + dy * dy) / (2 * kSigma * kSigma)));
       }
     }
