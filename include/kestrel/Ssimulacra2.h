@@ -20,7 +20,7 @@ class BitmapImage;
 /// metric (github.com/cloudinary/ssimulacra2, version 2.1). Their program blurs by a recursive
 /// filter, whose rounding shows in its scores; this one adds up the same curve value by value.
 ///
-/// It keeps memory for pictures of one size, about 45 bytes a pixel. One thread at a time may use
+/// It keeps memory for pictures of one size, about 10 bytes a pixel and 1 more for each thread. One thread at a time may use
 /// it; it shares its work out to several. The score is the same with any number of them.
 class KESTREL_API Ssimulacra2 {
  public:

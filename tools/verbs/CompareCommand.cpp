@@ -116,8 +116,6 @@ int run(const Arguments& arguments) {
   if (arguments.pictures && !arguments.json)
     throw wrongUsage("--pictures does nothing without --json");
   ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
-  Events events = progress.events();
-  std::vector<std::string> notes;
   const Comparison comparison = compare({.original = arguments.original,
                                          .distorted = arguments.distorted,
                                          .protocols = arguments.protocols.list(),
@@ -127,7 +125,7 @@ int run(const Arguments& arguments) {
                                          .plot = arguments.plot,
                                          .worst = arguments.worst,
                                          .replaces = arguments.force},
-                                        events);
+                                        progress.events());
   const int status = finish(progress, comparison.report);
   if (comparison.report.outcome == Report::Outcome::kInterrupted) return status;
   if (arguments.json) {
