@@ -20,8 +20,9 @@ class BitmapImage;
 /// metric (github.com/cloudinary/ssimulacra2, version 2.1). Their program blurs by a recursive
 /// filter, whose rounding shows in its scores; this one adds up the same curve value by value.
 ///
-/// It keeps memory for pictures of one size, about 10 bytes a pixel and 1 more for each thread. One thread at a time may use
-/// it; it shares its work out to several. The score is the same with any number of them.
+/// It keeps memory for pictures of one size, about 10 bytes a pixel and 1 more for each thread. One
+/// thread at a time may use it; it shares its work out to several. The score is the same with any
+/// number of them.
 class KESTREL_API Ssimulacra2 {
  public:
   /// Writes row `y` of a picture, R, G and B in linear light with BT.709's primaries, 1 for white.
