@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <memory>
 #include <vector>
+
+#include "platform/image/kernels/CombKernels.h"
 
 extern "C" {
 #include <libavutil/frame.h>
@@ -16,13 +19,15 @@ namespace {
 // Tried out on progressive and interlaced clips, compressed well and badly. Of moving pixels, below
 // 0.1 % are combed in what cameras saw in one moment, 0.25 % in noise, and far more where two
 // moments are woven.
-constexpr int16_t kStep = 10;           // of 255: so much a line differs from its neighbours
-constexpr int16_t kLeastRun = 6;        // lines one below the other, for noise has shorter combs
+constexpr kernels::CombLimits kLimits = {
+    .step = 10,     // of 255
+    .leastRun = 6,  // noise has shorter combs
+};
 constexpr double kLeastOverNoise = 2;   // times as many as across
 constexpr double kLeastMotion = 0.002;  // of the pixels
 constexpr double kLeastCombed = 0.003;  // of those that move
 
-/// More columns tell no more. So few pixels of a line can be counted in 16 bits.
+/// More columns tell no more.
 constexpr int kMostColumns = 720;
 
 /// The brightness of a picture's middle columns, 0 to 255.
@@ -39,118 +44,73 @@ class Luma {
     const AVComponentDescriptor& part = format->comp[format->flags & AV_PIX_FMT_FLAG_RGB ? 1 : 0];
     width_ = std::min(picture.width, kMostColumns);
     height_ = picture.height;
-    pixels_.resize(static_cast<size_t>(width_) * static_cast<size_t>(height_));
+    pixels_ = std::make_unique_for_overwrite<uint8_t[]>(bytes());
     const int first = (picture.width - width_) / 2;
-    int16_t* to = pixels_.data();
-    for (int y = 0; y < height_; ++y, to += width_) {
+    for (int y = 0; y < height_; ++y) {
       const uint8_t* from = picture.data[part.plane] + ptrdiff_t{picture.linesize[part.plane]} * y +
                             part.offset + ptrdiff_t{first} * part.step;
+      uint8_t* to = pixels_.get() + stride() * y;
       read(from, part, to);
+      std::fill_n(to + width_, kernels::kCombPadding, uint8_t{0});
     }
   }
 
   /// Of two pictures: the upper field of the one, the lower field of the other.
-  Luma(const Luma& top, const Luma& bottom) : Luma(top) {
-    for (int y = 1; y < height_; y += 2)
-      std::copy_n(bottom.row(y), width_, pixels_.data() + ptrdiff_t{y} * width_);
+  Luma(const Luma& top, const Luma& bottom)
+      : width_(top.width_),
+        height_(top.height_),
+        pixels_(std::make_unique_for_overwrite<uint8_t[]>(bytes())) {
+    for (int y = 0; y < height_; ++y)
+      std::copy_n((y % 2 == 0 ? top : bottom).row(y), stride(), pixels_.get() + stride() * y);
   }
 
   int width() const { return width_; }
   int height() const { return height_; }
-  const int16_t* row(int y) const { return pixels_.data() + ptrdiff_t{y} * width_; }
+  const uint8_t* row(int y) const { return pixels_.get() + stride() * y; }
   bool fits(const Luma& other) const { return width_ == other.width_ && height_ == other.height_; }
 
  private:
-  void read(const uint8_t* from, const AVComponentDescriptor& part, int16_t* to) const {
+  ptrdiff_t stride() const { return ptrdiff_t{width_} + ptrdiff_t{kernels::kCombPadding}; }
+  size_t bytes() const { return static_cast<size_t>(stride()) * static_cast<size_t>(height_); }
+
+  void read(const uint8_t* from, const AVComponentDescriptor& part, uint8_t* to) const {
+    if (part.depth == 8 && part.step == 1) {
+      std::copy_n(from, width_, to);
+      return;
+    }
     if (part.depth <= 8) {
       const int shift = part.shift;
       const int scale = 8 - part.depth;
       for (int x = 0; x < width_; ++x, from += part.step)
-        to[x] = static_cast<int16_t>(((*from >> shift) << scale) & 255);
+        to[x] = static_cast<uint8_t>((*from >> shift) << scale);
       return;
     }
     const int shift = part.shift + part.depth - 8;
     for (int x = 0; x < width_; ++x, from += part.step)
-      to[x] = static_cast<int16_t>(((from[0] | from[1] << 8) >> shift) & 255);
+      to[x] = static_cast<uint8_t>((from[0] | from[1] << 8) >> shift);
   }
 
   int width_ = 0;
   int height_ = 0;
-  std::vector<int16_t> pixels_;
+  std::unique_ptr<uint8_t[]> pixels_;
 };
-
-/// Whether the middle one of five values in a row differs from those beside it, as they do from the
-/// outer ones.
-bool isTooth(int16_t outer, int16_t beside, int16_t here, int16_t beyond, int16_t outermost) {
-  const auto step = [](int16_t from, int16_t to) { return static_cast<int16_t>(to - from); };
-  const int16_t over = step(beside, here);
-  const int16_t under = step(beyond, here);
-  const int16_t upper = step(beside, outer);
-  const int16_t lower = step(beyond, outermost);
-  const bool isBrighter =
-      (over > kStep) & (under > kStep) & (upper > kStep / 2) & (lower > kStep / 2);
-  const bool isDarker =
-      (over < -kStep) & (under < -kStep) & (upper < -kStep / 2) & (lower < -kStep / 2);
-  return isBrighter | isDarker;
-}
-
-/// What is kept from line to line: for each column how many combed pixels end one below the other;
-/// and room for a line of what is combed across.
-struct Runs {
-  explicit Runs(int width) : down(static_cast<size_t>(width)), across(down.size()) {}
-
-  std::vector<int16_t> down;
-  std::vector<uint8_t> across;
-};
-
-/// One line: `rows` are those from two above it to two below, `before` the three around it in the
-/// other picture. All in 16 bits and without branches, so that eight or more pixels are looked at
-/// in one step.
-void countLine(const int16_t* const* rows, const int16_t* const* before, Runs& runs, Combs& combs) {
-  const int16_t* const above = rows[1];
-  const int16_t* const here = rows[2];
-  const int16_t* const below = rows[3];
-  int16_t* const run = runs.down.data();
-  uint8_t* const across = runs.across.data();
-  const auto width = static_cast<int>(runs.down.size());
-  int16_t combed = 0;
-  int16_t moving = 0;
-  const auto isFar = [&](int16_t a, int16_t b) {
-    const auto way = static_cast<int16_t>(a - b);
-    return (way > kStep) | (way < -kStep);
-  };
-  for (int x = 0; x < width; ++x) {
-    const bool moves = isFar(here[x], before[1][x]) | isFar(above[x], before[0][x]) |
-                       isFar(below[x], before[2][x]);
-    const bool isCombed = moves & isTooth(rows[0][x], above[x], here[x], below[x], rows[4][x]);
-    run[x] = isCombed ? static_cast<int16_t>(run[x] + 1) : int16_t{0};
-    across[x] = moves;
-    moving = static_cast<int16_t>(moving + moves);
-    combed = static_cast<int16_t>(combed + (run[x] >= kLeastRun));
-  }
-  int16_t noise = 0;
-  for (int x = 2; x < width - 2; ++x)
-    across[x] &= isTooth(here[x - 2], here[x - 1], here[x], here[x + 1], here[x + 2]);
-  for (int x = 2; x < width - 2 - kLeastRun; ++x) {
-    uint8_t isRun = across[x];
-    for (int i = 1; i < kLeastRun; ++i) isRun &= across[x + i];
-    noise = static_cast<int16_t>(noise + isRun);
-  }
-  combs.combed += combed;
-  combs.noise += noise;
-  combs.moving += moving;
-}
 
 Combs count(const Luma& picture, const Luma& neighbor) {
   Combs combs;
   if (!picture.fits(neighbor)) return combs;
-  Runs runs(picture.width());
+  const auto width = static_cast<size_t>(picture.width());
+  std::vector<uint8_t> runs(width + kernels::kCombPadding);
+  std::vector<uint8_t> across(runs.size());
   for (int y = 2; y < picture.height() - 2; ++y) {
-    const int16_t* rows[5];
-    const int16_t* before[3];
+    const uint8_t* rows[5];
+    const uint8_t* before[3];
     for (int i = 0; i < 5; ++i) rows[i] = picture.row(y + i - 2);
     for (int i = 0; i < 3; ++i) before[i] = neighbor.row(y + i - 1);
-    countLine(rows, before, runs, combs);
+    const kernels::CombCounts line =
+        kernels::countCombs(rows, before, width, kLimits, runs.data(), across.data());
+    combs.combed += static_cast<int64_t>(line.combed);
+    combs.noise += static_cast<int64_t>(line.noise);
+    combs.moving += static_cast<int64_t>(line.moving);
     combs.pixels += picture.width();
   }
   return combs;

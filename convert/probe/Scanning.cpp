@@ -20,7 +20,8 @@ namespace kestrel {
 namespace {
 
 constexpr int kPlaces = 6;
-constexpr size_t kPictures = 30;  // of all places
+constexpr size_t kGlance = 18;    // pictures of all places
+constexpr size_t kPictures = 30;  // the same, where that leaves doubts
 constexpr size_t kMoreInOne = 3;  // times as many where there is one place only
 
 /// Of a picture behind its decoding, pictures.
@@ -55,6 +56,12 @@ class Witness {
 
   /// What follows does not follow what was seen.
   void jump() { previous_.reset(); }
+
+  bool isMarked() const { return isMarked_; }
+
+  /// Whether nothing at all speaks for fields. Of repeated fields and of combs that come and go,
+  /// some lie within any few pictures in a row.
+  bool seesNone() const { return !isMarked_ && combed_ == 0 && pictures_ >= kFewest; }
 
   Scanning result() const {
     Scanning result;
@@ -102,10 +109,12 @@ std::set<int64_t> placesIn(const LMFFMedia& media) {
   const bool canSeek =
       media.source()->isSeekable() && duration > 0 && duration < LMFFMedia::kUnknownDuration;
   const bool isBroadcast = (media.formatContext()->iformat->flags & AVFMT_TS_DISCONT) != 0;
-  // An index counts in order of decoding, and pictures are shown later.
+  // An index counts in order of decoding, and pictures are shown later where that is another order.
+  // Half a picture more is within the key picture, however its time was rounded.
   AVStream& stream = *media.videoStream()->stream();
   const AVRational length = av_inv_q(toAV(realFrameRate(stream)));
-  const int64_t delay = av_rescale_q(kLongestDelay, length, kMicroseconds);
+  const int pictures = stream.codecpar->video_delay > 0 ? kLongestDelay : 0;
+  const int64_t delay = av_rescale_q(2 * pictures + 1, length, kMicroseconds) / 2;
   for (int i = 0; canSeek && i < kPlaces; ++i) {
     const int64_t time = duration * (2 * i + 1) / (2 * kPlaces);
     const auto key = keyTimeBefore(stream, media.start_time() + time);
@@ -115,16 +124,9 @@ std::set<int64_t> placesIn(const LMFFMedia& media) {
   return places;
 }
 
-}  // namespace
-
-Scanning measuredScanning(LMFFMovie& movie) {
-  const auto videos = movie.videos();
-  if (videos.empty()) return {};
-  LMFFMedia& media = *videos.front();
+/// What `each` pictures from every place say.
+Witness seen(LMFFMedia& media, const std::set<int64_t>& places, size_t each) {
   Witness witness(*media.videoStream());
-  const std::set<int64_t> places = placesIn(media);
-  const size_t each =
-      places.size() == 1 ? kMoreInOne * kPictures : kPictures / std::max<size_t>(places.size(), 1);
   for (const int64_t place : places) {
     media.seek(place);
     witness.jump();
@@ -135,7 +137,23 @@ Scanning measuredScanning(LMFFMovie& movie) {
     }
   }
   if (isInterrupted(media)) throw Failure::interrupted();
-  return witness.result();
+  return witness;
+}
+
+}  // namespace
+
+Scanning measuredScanning(LMFFMovie& movie) {
+  const auto videos = movie.videos();
+  if (videos.empty()) return {};
+  LMFFMedia& media = *videos.front();
+  const std::set<int64_t> places = placesIn(media);
+  const size_t count = std::max<size_t>(places.size(), 1);
+  // Few places may all lie in a part that is unlike the rest.
+  if (count > kPlaces / 2 && !Witness(*media.videoStream()).isMarked()) {
+    const Witness glance = seen(media, places, kGlance / count);
+    if (glance.seesNone()) return glance.result();
+  }
+  return seen(media, places, (count == 1 ? kMoreInOne : 1) * kPictures / count).result();
 }
 
 Scanning readScanning(const std::string& path, std::optional<int> title, const Interrupt& interrupt,
