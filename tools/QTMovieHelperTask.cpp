@@ -1,18 +1,15 @@
-#include <kestrel/LMFFMovie.h>
 #include <kestrel/Log.h>
 #include <kestrel/VideoJoiner.h>
 #include <kestrel/VideoJoinerItem.h>
 
-#include <csignal>
-#include <exception>
 #include <string>
 #include <string_view>
 
 #include <kestrel/convert/Join.h>
-#include "tools/terminal/ExitStatus.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
-#include "tools/terminal/Say.h"
+#include "tools/terminal/Output.h"
+#include "tools/terminal/Worker.h"
 
 // The program that `VideoJoiner` runs:
 //
@@ -38,19 +35,10 @@ int joinArchive(const std::string& archive) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);
   kestrel::setLogSink([](std::string_view line) { say(std::string(line)); });
-  kestrel::LMFFMovie::initialize();
-  try {
-    watchForInterrupt();
+  return runWorker([&] {
     if (argc != 3 || std::string_view(argv[1]) != "joiner")
       throw wrongUsage("usage: QTMovieHelperTask joiner ARCHIVE");
     return joinArchive(argv[2]);
-  } catch (const Failure& failure) {
-    say(failure.what());
-    return statusOf(failure);
-  } catch (const std::exception& error) {
-    say(error.what());
-    return kFailed;
-  }
+  });
 }

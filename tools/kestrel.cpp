@@ -16,7 +16,7 @@
 #include "tools/cli/CommandLine.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
-#include "tools/terminal/Say.h"
+#include "tools/terminal/Output.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <bit>
 #include <charconv>
 #include <filesystem>
 #include <random>
@@ -42,7 +43,36 @@ class ResultFile {
   std::string path_;
 };
 
+PropertyList floats(const std::vector<WaveformPoint>& points, float WaveformPoint::*value) {
+  PropertyList::Data data;
+  data.reserve(points.size() * sizeof(float));
+  for (const WaveformPoint& point : points) {
+    const auto bits = std::bit_cast<uint32_t>(point.*value);
+    for (int shift = 0; shift < 32; shift += 8) data.push_back(static_cast<uint8_t>(bits >> shift));
+  }
+  return data;
+}
+
 }  // namespace
+
+PropertyList samplePointsOf(Waveform waveform) {
+  PropertyList::Array sample;
+  for (std::vector<WaveformPoint>& points : waveform.channels) {
+    PropertyList::Dictionary channel;
+    channel["min"] = floats(points, &WaveformPoint::min);
+    channel["max"] = floats(points, &WaveformPoint::max);
+    channel["rms"] = floats(points, &WaveformPoint::rms);
+    sample.emplace_back(std::move(channel));
+    points = {};
+  }
+  PropertyList::Dictionary result;
+  result["sampleRate"] = waveform.sampleRate;
+  result["channels"] = static_cast<int64_t>(waveform.channels.size());
+  result["samplesPerPoint"] = waveform.samplesPerPoint;
+  result["pointsPerSecond"] = waveform.pointsPerSecond();
+  result[kSample] = std::move(sample);
+  return result;
+}
 
 struct MovieAudioTaskExtractWave::State {
   Guarded<std::shared_ptr<Task>> task;

@@ -6,9 +6,9 @@
 #include <utility>
 
 #include <kestrel/convert/Failure.h>
+#include "convert/look/LookTable.h"
 #include "convert/look/Overlay.h"
 #include "convert/probe/Light.h"
-#include "convert/settings/LookNumbers.h"
 
 namespace kestrel {
 
@@ -62,6 +62,13 @@ Area storedArea(const Area& upright, const Orientation& orientation, Size stored
   return area;
 }
 
+/// Sets what the movie takes as it is: of the pictures themselves, or of how subtitles look on
+/// them.
+void handOn(const LookSettings& settings, MovieLook& look, bool ofSubtitles) {
+  for (const LookRow& row : lookTable())
+    if (row.hand && row.option.info.stylesSubtitles == ofSubtitles) row.hand(settings, look);
+}
+
 }  // namespace
 
 Look::Look(const LookSettings& settings, const VideoInfo& pictures,
@@ -92,10 +99,7 @@ Look::Look(const LookSettings& settings, const VideoInfo& pictures,
       (changesSense ? -own.counterclockwise : own.counterclockwise) - settings.rotate, 360));
   look_.hflip = own.mirrored != settings.hflip;
   look_.vflip = settings.vflip;
-  look_.scaler = settings.scaler;
-  for (const LookNumber& number : kLookNumbers) look_.*number.target = settings.*number.member;
-  look_.toneMaps = settings.hdr != HdrHandling::kKeep;
-  if (!settings.effect.empty()) look_.effectName = settings.effect;
+  handOn(settings, look_, false);
 
   pixelAspect_ = pixelAspectOf(pictures);
   const bool isSquare = std::abs(pixelAspect_ - 1) < 1e-3;
@@ -130,7 +134,6 @@ bool Look::isDrawn() const {
   turned.rotate = look_.rotate;
   turned.hflip = look_.hflip;
   turned.vflip = look_.vflip;
-  turned.subtitlePosition = look_.subtitlePosition;  // of no meaning without subtitles
   const LookSettings& s = settings_;
   return look_ != turned || s.crop || s.autoCrop || s.zoom || s.watermark || !s.subtitles.empty() ||
          s.subtitleTrack;
@@ -144,14 +147,13 @@ Look::Turn Look::turn() const {
 void Look::apply(LMFFMovie& movie, Size output) const {
   MovieLook look = look_;
   if (settings_.watermark) look.watermark = loadWatermark(*settings_.watermark, output.height);
+  handOn(settings_, look, true);
   look.subtitleMarkup = true;
-  look.subtitleStyles = !settings_.ignoreStyles;
   look.subtitleFont =
       settings_.subtitleFont.value_or(Font::systemFontOfSize(output.height * kDefaultFontSize));
   look.subtitleOutline = settings_.subtitleOutline.value_or(
       static_cast<float>(std::max(look.subtitleFont->size * kDefaultOutline, kLeastOutline)));
   look.subtitleMargin = kSubtitleMargin;
-  look.subtitleColor = settings_.subtitleColor;
   movie.setLook(look);
   movie.setOutputVideoSize(output);
   if (!settings_.subtitles.empty()) openSubtitles(movie, settings_.subtitles);

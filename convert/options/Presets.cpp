@@ -66,9 +66,9 @@ class Reader {
   }
 
   void requireKey(const std::string& key) const {
-    auto names = conversionOptionNames();
+    std::vector<std::string> names{kDescription, kExtension};
+    for (const OptionInfo& info : knownConversionOptions()) names.push_back(info.name);
     if (std::ranges::count(names, key) > 0) return;
-    names.insert(names.end(), {kDescription, kExtension});
     throw refusal(where_, fmt::format("unknown key '{}'{}", key, nearestNames(key, names)));
   }
 

@@ -1,4 +1,5 @@
 #include "convert/pictures/PictureRules.h"
+#include "convert/look/LookTable.h"
 
 #include <cstdint>
 #include <utility>

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "convert/look/Look.h"
+#include "convert/look/LookTable.h"
 #include "convert/pictures/AutoCrop.h"
 #include "convert/pictures/PictureReader.h"
 #include "convert/probe/Input.h"

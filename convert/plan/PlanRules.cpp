@@ -1,4 +1,5 @@
 #include "convert/plan/PlanRules.h"
+#include "convert/look/LookTable.h"
 
 #include <kestrel/LMMediaSource.h>
 

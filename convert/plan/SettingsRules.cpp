@@ -1,4 +1,5 @@
 #include "convert/plan/SettingsRules.h"
+#include "convert/look/LookTable.h"
 
 #include <fmt/format.h>
 

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "convert/look/Look.h"
+#include "convert/look/LookTable.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputEnd.h"
 #include "convert/probe/Streams.h"

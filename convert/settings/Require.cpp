@@ -13,7 +13,6 @@
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
-#include "convert/settings/LookNumbers.h"
 
 namespace kestrel {
 
@@ -29,33 +28,7 @@ constexpr double kNarrowest = 0.01;  // width / height
 constexpr double kWidest = 100;
 constexpr int kLowestSampleRate = 1000;  // Hz
 constexpr int kHighestSampleRate = 768000;
-constexpr double kLoudest = 1000;       // 60 dB: more than any recording is too quiet by
-constexpr double kWidestOutline = 100;  // pixels
-constexpr double kLargestFont = 10000;  // pixels
-constexpr double kLargestScale = 100;
-
-void requireWatermark(const Watermark& mark) {
-  const bool isPlaced = std::isfinite(mark.x) && std::isfinite(mark.y);
-  const bool isPossible = isPlaced && mark.scale > 0 && mark.scale <= kLargestScale &&
-                          mark.opacity >= 0 && mark.opacity <= 1;
-  if (isPossible) return;
-  refuse("watermark",
-         fmt::format("'{}:{},{},{},{}' is not possible: a scale is above 0 and up to {}, an "
-                     "opacity from 0 to 1",
-                     mark.path, mark.x, mark.y, mark.scale, mark.opacity, kLargestScale));
-}
-
-void requireSubtitles(const LookSettings& look) {
-  if (!look.subtitles.empty() && look.subtitleTrack)
-    refuseBeside("subtitles", "a track of the input's own");
-  if (look.subtitleTrack) requireChoice("subtitleTrack", *look.subtitleTrack);
-  if (look.subtitleOutline)
-    requireNumber("subtitleOutline", *look.subtitleOutline, 0, kWidestOutline);
-  if (look.subtitleFont) requireNumber("subtitleFont", look.subtitleFont->size, 1, kLargestFont);
-  if (const auto& color = look.subtitleColor)
-    for (const double part : {color->red, color->green, color->blue, color->alpha})
-      requireNumber("subtitleColor", part, 0, 1);
-}
+constexpr double kLoudest = 1000;  // 60 dB: more than any recording is too quiet by
 
 }  // namespace
 
@@ -146,32 +119,6 @@ void requireVolume(const std::string& setting, double volume) {
 
 void requireLoudness(const std::string& setting, double lufs) {
   requireNumber(setting, lufs, kQuietestSound, kLoudestSound);
-}
-
-void require(const LookSettings& look) {
-  if (const auto& crop = look.crop) {
-    if (look.autoCrop) refuseBeside("crop", "leaving black bars out");
-    if (crop->x < 0 || crop->y < 0 || crop->width <= 0 || crop->height <= 0)
-      refuse("crop", fmt::format("'{},{},{}x{}' is not an area within the picture", crop->x,
-                                 crop->y, crop->width, crop->height));
-  }
-  whereGiven("zoom", look.zoom, [](const std::string& setting, Zoom zoom) {
-    requireOneOf(setting, zoom,
-                 {Zoom::kStretch, Zoom::kFit, Zoom::k16To9, Zoom::k4To3, Zoom::kFillWidth});
-  });
-  whereGiven("hdr", look.hdr, [](const std::string& setting, HdrHandling hdr) {
-    requireOneOf(setting, hdr, {HdrHandling::kKeep, HdrHandling::kSdr});
-  });
-  requireOneOf("scaler", look.scaler.resampling,
-               {Resampling::kArea, Resampling::kBilinear, Resampling::kCatmullRom,
-                Resampling::kMitchell, Resampling::kLanczos3});
-  if (look.displayAspect != 0) requireAspect("displayAspect", look.displayAspect);
-  if (!std::isfinite(look.rotate)) refuse("rotate", "the angle must be finite");
-  for (const LookNumber& number : kLookNumbers)
-    requireNumber(number.setting, look.*number.member, number.low, number.high);
-  requireEffect(look.effect);
-  if (look.watermark) requireWatermark(*look.watermark);
-  requireSubtitles(look);
 }
 
 void requireMoment(const std::string& setting, const Moment& moment) {

@@ -2,7 +2,6 @@
 
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/ConversionPlan.h>
-#include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/Moment.h>
 #include <kestrel/convert/TrackChoice.h>
 
@@ -35,8 +34,6 @@ inline constexpr int64_t kLatestTime = int64_t{100'000} * 3600 * 1'000'000;
 
 /// The furthest place on a time line that something is put at, seconds: nobody waits for longer.
 inline constexpr double kFurthestPlace = 7 * 24 * 3600.0;
-
-void require(const LookSettings& look);
 
 /// From 0, or a share from 0 to 1.
 void requireMoment(const std::string& setting, const Moment& moment);

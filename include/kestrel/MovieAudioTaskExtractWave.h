@@ -2,6 +2,7 @@
 
 #include <kestrel/Export.h>
 #include <kestrel/PropertyList.h>
+#include <kestrel/Waveform.h>
 
 #include <cstdint>
 #include <memory>
@@ -12,6 +13,12 @@
 namespace kestrel {
 
 class Task;
+
+/// An outline as `MovieAudioTaskExtractWave` hands it over: under "sample" a list with a dictionary
+/// for each channel, whose "min", "max" and "rms" are data of 32-bit floats, lowest byte first;
+/// beside it the numbers "sampleRate", "channels", "pointsPerSecond" and "samplesPerPoint". The
+/// waveform's points are let go one channel after the other: both at once would take much memory.
+KESTREL_API PropertyList samplePointsOf(Waveform waveform);
 
 /// Runs the program "SamplePointsTask" from the folder of the running program to compute the
 /// outline of a file's sound, and reads its result.

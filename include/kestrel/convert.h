@@ -20,6 +20,7 @@
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/Moment.h>
+#include <kestrel/convert/OptionInfo.h>
 #include <kestrel/convert/OutputFile.h>
 #include <kestrel/convert/PictureBox.h>
 #include <kestrel/convert/PictureFile.h>

@@ -18,6 +18,7 @@
 #include <kestrel/convert/Sprites.h>
 #include "convert/compose/ComposeRules.h"
 #include "convert/join/JoinRules.h"
+#include "convert/look/LookTable.h"
 #include "convert/pictures/PictureRules.h"
 #include "convert/plan/SettingsRules.h"
 #include "convert/wave/WaveRules.h"

@@ -11,6 +11,8 @@ Rules, by what a file includes:
   own headers, public headers, and of foreign libraries what speaks to a terminal;
 - a foreign library that FOREIGN names is seen only where that says;
 - codecs are opened, driven and closed in platform/codec/ only;
+- a setting of the look that the movie takes as it is touches four files: LookSettings.h, its row of
+  LookTable.cpp, MovieLook.h and the source that makes the picture of it;
 - no circles, down to the smallest folder: when a file of A includes one of B, none of B leads back;
 - a public header includes public headers of its own folder or of those before it and the standard
   library, so that a host needs no foreign header.
@@ -35,7 +37,7 @@ HOMES = {
     "Error.h": "platform", "Export.h": "platform", "IndexSet.h": "platform",
     "Fragment.h": "support", "LMFFVideoColor.h": "support", "LMFFMovieImageProvider.h": "media", "MovieLook.h": "media",
     "TextSubtitle.h": "media",
-    "LMDVDInternal.h": "dvd",
+    "LMDVDInternal.h": "dvd", "convert/OptionInfo.h": "convert/values",
 }
 
 # Private headers that a folder may include, beside its own.
@@ -48,6 +50,9 @@ FOREIGN = [
     (re.compile(r"lib(av|sw|postproc)\w*/"), lambda file: not file.startswith("tools/")),
     (re.compile(r"CLI/"), lambda file: file == "tools/cli/CommandLine.cpp"),
 ]
+
+# What is to be known of a setting of the look.
+LOOK_TABLE = "convert/look/LookTable.cpp"
 
 # The headers of the tiers, what they are for, and the folders whose headers they include. A folder
 # counts for the longest name that it begins with.
@@ -143,6 +148,33 @@ def codec_calls(tree):
                 continue
             for call in CODEC_CALL.findall(file.read_text(encoding="utf-8")):
                 yield f"{tree.name(file)}: avcodec_{call} is called by platform/codec/Codec.cpp only"
+
+
+HANDED_ON = re.compile(r"(?:hand|number)<&L::(\w+), &M::(\w+)>")
+
+# Where operations that hosts have always known get and set single settings of the look.
+ACCESSORS = {"include/kestrel/LMFFMovie.h", "include/kestrel/LMFFEffectVideoStream.h",
+             "media/LMFFMovieEffects.cpp", "media/LMFFEffectVideoStreamSettings.cpp"}
+
+
+def look_settings(tree):
+    """A setting of the look that is handed on as it is stands in its two records, in the table and
+    where the picture is made of it. The scaler is that of pictures without a look, too."""
+    table = tree.root / LOOK_TABLE
+    if not table.exists():
+        return
+    files = [*tree.public, *(f for folder in ("media", "convert", "tools")
+                             for f in tree.sources[folder])]
+    texts = {tree.name(f): f.read_text(encoding="utf-8") for f in files}
+    for names in HANDED_ON.findall(texts[LOOK_TABLE]):
+        if "scaler" in names:
+            continue
+        use = re.compile(rf"(?:[.>:]\s*|\")(?:{'|'.join(names)})\b(?!\()")
+        known = {"include/kestrel/MovieLook.h", "include/kestrel/convert/LookSettings.h", LOOK_TABLE}
+        others = {name for name, text in texts.items() if use.search(text)} - known - ACCESSORS
+        if len(others) > 1:
+            yield (f"{LOOK_TABLE}: {names[0]} touches {len(known) + len(others)} files, not 4: "
+                   + ", ".join(sorted(others)))
 
 
 def problem_of_include(tree, folder, system, name):
@@ -315,7 +347,7 @@ def prefixes(tree):
 def check(root):
     tree = Tree(root)
     rules = [direction_of_sources, foreign_headers, codec_calls, direction_of_public_headers,
-             circles, umbrella, marks, prefixes]
+             look_settings, circles, umbrella, marks, prefixes]
     return [problem for rule in rules for problem in rule(tree)]
 
 

@@ -135,6 +135,16 @@ class CheckStructureTest(unittest.TestCase):
         self.assertEqual(self.problems({"tools/cli/CommandLine.cpp": include}), [])
         self.assertRefused("tools/verbs/A.cpp", include, "CLI/CLI.hpp")
 
+    def test_a_setting_of_the_look_touches_four_files(self):
+        files = {"include/kestrel/MovieLook.h": "struct MovieLook {\n  float glow;\n};\n",
+                 "include/kestrel/convert/LookSettings.h": "struct LookSettings {\n  float glow;\n};\n",
+                 "convert/look/LookTable.cpp": "auto row = number<&L::glow, &M::glow>();\n",
+                 "media/Movie.cpp": SOUND["media/Movie.cpp"] + "float f() { return look.glow; }\n"}
+        self.assertEqual(self.problems(files), [])
+        files["tools/main.cpp"] = 'verb.option("glow");\n'
+        self.assertIn("glow touches 5 files, not 4: media/Movie.cpp, tools/main.cpp",
+                      self.problems(files)[0])
+
     def test_headers_of_the_own_folder_go_by_their_full_path(self):
         self.assertRefused("media/A.cpp", '#include "Clock.h"\n', "path")
         self.assertRefused("tools/A.cpp", '#include "Bar.h"\n', "path")

@@ -22,7 +22,7 @@ class CommandLineTest : public testing::Test {
     verb.flag("--twice", twice_, "two coats");
     verb.group("Paint");
     verb.option("--color", color_, "its colour").notEmpty();
-    verb.option("--gloss", gloss_, "from 0 to 1").between(0, 1);
+    verb.option("--gloss", gloss_, "from 0 to 1");
     verb.option("--coats", coats_, "how many").type("LAYERS").within(1, 9);
     verb.option("--extra", extras_, "what else").repeatable();
     verb.runs([this] { return 40 + static_cast<int>(extras_.size()); });
@@ -134,9 +134,6 @@ TEST_F(CommandLineTest, TellsWhatIsWrongInASentence) {
   EXPECT_EQ(refusal({"paint", "a", "--color", ""}), "--color: the value is empty");
   EXPECT_EQ(refusal({"paint", "a", "--color", "x", "--color", "y"}),
             "--color is given more than once");
-  EXPECT_EQ(refusal({"paint", "a", "--gloss", "2"}), "--gloss: '2' is not a number from 0 to 1");
-  EXPECT_EQ(refusal({"paint", "a", "--gloss", "nan"}),
-            "--gloss: 'nan' is not a number from 0 to 1");
   EXPECT_THAT(refusal({"paint", "a", "--coats", "12"}),
               HasSubstr("not a whole number from 1 to 9"));
 }

@@ -7,14 +7,13 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "tools/terminal/Outcome.h"
-#include "tools/terminal/StandardOutput.h"
+#include "tools/terminal/Output.h"
 
 namespace {
 
@@ -138,11 +137,12 @@ void requireVerb(const CLI::App& app, const std::string& name) {
                                near.empty() ? "; the verbs are " + verbList(app) : near));
 }
 
-bool isNumberBetween(std::string_view text, double low, double high) {
-  double number = 0;
+bool isWholeBetween(std::string_view text, int low, int high) {
+  if (text.starts_with('+')) text.remove_prefix(1);
+  int number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc{} && end == text.data() + text.size() && std::isfinite(number) &&
-         number >= low && number <= high;
+  return error == std::errc{} && end == text.data() + text.size() && number >= low &&
+         number <= high;
 }
 
 }  // namespace
@@ -163,22 +163,10 @@ Option& Option::notEmpty() {
   return *this;
 }
 
-Option& Option::between(double low, double high) {
-  option_->check(CLI::Validator(
-      [=](const std::string& text) {
-        return isNumberBetween(text, low, high)
-                   ? ""
-                   : fmt::format("'{}' is not a number from {} to {}", text, low, high);
-      },
-      ""));
-  return *this;
-}
-
 Option& Option::within(int low, int high) {
   option_->check(CLI::Validator(
       [=](const std::string& text) {
-        const bool isWhole = text.find_first_not_of("+-0123456789") == std::string::npos;
-        return isWhole && isNumberBetween(text, low, high)
+        return isWholeBetween(text, low, high)
                    ? ""
                    : fmt::format("'{}' is not a whole number from {} to {}", text, low, high);
       },

@@ -33,10 +33,8 @@ class Option {
   /// Refuses an empty value, such as that of a script's variable that is not set.
   Option& notEmpty();
 
-  /// Refuses what is no number from `low` to `high`.
-  Option& between(double low, double high);
-
-  /// The same for whole numbers; the help tells the range behind the option's text.
+  /// Refuses what is no whole number from `low` to `high`; the help tells the range behind the
+  /// option's text.
   Option& within(int low, int high);
 
   /// It may be given more than once, each time with one value.

@@ -10,7 +10,7 @@
 
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
-#include "tools/terminal/Say.h"
+#include "tools/terminal/Output.h"
 
 using namespace kestrel;
 

@@ -13,7 +13,7 @@
 #include <thread>
 
 #include <kestrel/AtomicFile.h>
-#include "tools/terminal/ExitStatus.h"
+#include "tools/terminal/Outcome.h"
 
 namespace {
 

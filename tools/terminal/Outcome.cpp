@@ -4,23 +4,27 @@
 
 #include <cctype>
 #include <cmath>
+#include <map>
 
-#include "tools/terminal/Say.h"
+#include "tools/terminal/Output.h"
 
 std::string optionOf(const std::string& setting) {
-  if (setting == "width" || setting == "height" || setting == "lines" || setting == "scale")
-    return "--size";
-  if (setting == "onlyShrinks") return "--no-upscale";
-  if (setting == "channelLayout") return "--channels";
-  if (setting == "mixesAudio") return "--mix";
-  if (setting == "isCompatible") return "--compatible";
-  if (setting == "position") return "the position";
-  if (setting == "archive") return "--save";
-  if (setting == "videoOptions") return "--video-option";
-  if (setting == "audioOptions") return "--audio-option";
-  if (setting == "extension") return "--ext";
-  if (setting == "folder") return "--into";
-  if (setting == "protocols") return "--allow-protocol";
+  static const std::map<std::string, std::string> kOthers{{"width", "--size"},
+                                                          {"height", "--size"},
+                                                          {"lines", "--size"},
+                                                          {"scale", "--size"},
+                                                          {"onlyShrinks", "--no-upscale"},
+                                                          {"channelLayout", "--channels"},
+                                                          {"mixesAudio", "--mix"},
+                                                          {"isCompatible", "--compatible"},
+                                                          {"position", "the position"},
+                                                          {"archive", "--save"},
+                                                          {"videoOptions", "--video-option"},
+                                                          {"audioOptions", "--audio-option"},
+                                                          {"extension", "--ext"},
+                                                          {"folder", "--into"},
+                                                          {"protocols", "--allow-protocol"}};
+  if (const auto other = kOthers.find(setting); other != kOthers.end()) return other->second;
   std::string option = "--";
   for (const char letter : setting) {
     const auto byte = static_cast<unsigned char>(letter);
@@ -51,6 +55,14 @@ std::string sentenceOf(const Failure& failure) {
   return sentence.starts_with(prefix)
              ? optionOf(failure.subject()) + sentence.substr(failure.subject().size())
              : sentence;
+}
+
+Failure withTypedTime(const Failure& failure, const std::string& typed) {
+  if (failure.subject() != "time") return failure;
+  // "time: '0:11' lies behind the end of …".
+  const std::string sentence = failure.what();
+  if (!sentence.starts_with("time: '")) return failure;
+  return wrongUsage(fmt::format("--time: '{}{}", typed, sentence.substr(sentence.find("' "))));
 }
 
 std::string sentenceOf(const kestrel::LoudnessChange& change) {

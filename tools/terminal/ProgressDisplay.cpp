@@ -144,13 +144,6 @@ void ProgressDisplay::clearBar() {
   isBarShown_ = false;
 }
 
-ProgressDisplay::Style parseProgressStyle(const std::string& option, const std::string& text) {
-  if (text == "bar") return ProgressDisplay::Style::kBar;
-  if (text == "json") return ProgressDisplay::Style::kJson;
-  if (text == "none") return ProgressDisplay::Style::kNone;
-  throw wrongUsage(option + ": '" + text + "' is none of bar, json and none");
-}
-
 int finish(ProgressDisplay& progress, const Report& report) {
   if (report.outcome != Report::Outcome::kInterrupted) progress.finish();
   return finish(report);

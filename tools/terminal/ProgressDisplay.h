@@ -73,9 +73,6 @@ ProgressDisplay::Style shownStyle(ProgressDisplay::Style wanted);
 /// How wide the terminal at standard error is, or is taken to be.
 int terminalColumns();
 
-/// "bar", "json" or "none"; throws the `Failure` of wrong usage for anything else.
-ProgressDisplay::Style parseProgressStyle(const std::string& option, const std::string& text);
-
 /// The work's end: its progress goes, and what `finish` says of a report is said. Answers the exit
 /// status.
 int finish(ProgressDisplay& progress, const kestrel::Report& report);

@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "tools/cli/InputOptions.h"
-#include "tools/cli/Text.h"
+#include "tools/cli/CommonOptions.h"
 #include "tools/terminal/Outcome.h"
+#include "tools/terminal/Output.h"
 #include "tools/terminal/ProgressDisplay.h"
-#include "tools/terminal/StandardOutput.h"
+#include "tools/verbs/Facts.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -30,7 +30,7 @@ struct Arguments {
   std::optional<double> atLeast;
   std::optional<int> every;
   std::string plot, worst;
-  std::string progress = "bar";
+  TypedProgress progress;
   bool json = false;
   bool pictures = false;
   bool force = false;
@@ -47,8 +47,6 @@ PictureMetric parseMetric(const std::string& text) {
   throw wrongUsage(fmt::format("--metric: '{}' is not ssimulacra2, ssim or psnr{}", text,
                                nearestNames(text, names)));
 }
-
-double seconds(int64_t time) { return static_cast<double>(time) / 1e6; }
 
 /// A score as a number of JSON, which has none for infinity.
 nlohmann::ordered_json number(double score) {
@@ -101,8 +99,8 @@ std::string textOf(const Comparison& comparison) {
                         shown(each.score));
   text += "worst:\n";
   for (const WorstSpan& span : comparison.worst)
-    text += fmt::format("  {} to {}  {}\n", formatTime(seconds(span.start)),
-                        formatTime(seconds(span.end)), shown(span.least));
+    text += fmt::format("  {} to {}  {}\n", timeText(span.start), timeText(span.end),
+                        shown(span.least));
   if (comparison.unpairedOriginals > 0)
     text += fmt::format("{} of {} pictures of the original have none in the copy\n",
                         comparison.unpairedOriginals, comparison.originalPictures);
@@ -115,7 +113,7 @@ std::string textOf(const Comparison& comparison) {
 int run(const Arguments& arguments) {
   if (arguments.pictures && !arguments.json)
     throw wrongUsage("--pictures does nothing without --json");
-  ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
+  ProgressDisplay progress(arguments.progress.style());
   const Comparison comparison = compare({.original = arguments.original,
                                          .distorted = arguments.distorted,
                                          .protocols = arguments.protocols.list(),
@@ -129,7 +127,7 @@ int run(const Arguments& arguments) {
   const int status = finish(progress, comparison.report);
   if (comparison.report.outcome == Report::Outcome::kInterrupted) return status;
   if (arguments.json) {
-    writeStandardOutput(documentOf(comparison, arguments.pictures).dump(2) + "\n");
+    writeDocument(documentOf(comparison, arguments.pictures));
   } else {
     for (const std::string& note : comparison.notes) writeStandardOutput(note + "\n");
     writeStandardOutput(textOf(comparison));
@@ -152,8 +150,7 @@ void addCompareVerb(CommandLine& line) {
   verb.option("original", arguments->original, "the movie as it was").required();
   verb.option("distorted", arguments->distorted, "the copy of it").required();
   verb.option("--metric", arguments->metric, "ssimulacra2 (default), ssim or psnr").type("NAME");
-  verb.option("--every", arguments->every, "compare only every so manieth pair (default: 1)")
-      .type("N");
+  verb.option("--every", arguments->every, "compare only every N-th pair (default: 1)").type("N");
   verb.option("--offset", arguments->offset,
               "by how much the copy's pictures come later, seconds (default: looked for)")
       .type("SECONDS");
@@ -169,7 +166,6 @@ void addCompareVerb(CommandLine& line) {
   verb.flag("--pictures", arguments->pictures, "with each pair's score in it");
   addProtocolOption(verb, arguments->protocols);
   verb.flag("--force", arguments->force, "replace existing files");
-  verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
-      .type("STYLE");
+  addProgressOption(verb, arguments->progress);
   verb.runs([arguments] { return run(*arguments); });
 }

@@ -3,11 +3,11 @@
 #include <string>
 #include <vector>
 
-#include "tools/cli/InputOptions.h"
-#include "tools/cli/PlacementText.h"
+#include <kestrel/convert/Compose.h>
+#include "tools/cli/CommonOptions.h"
 #include "tools/terminal/Outcome.h"
+#include "tools/terminal/Output.h"
 #include "tools/terminal/ProgressDisplay.h"
-#include "tools/terminal/Say.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -17,7 +17,7 @@ namespace {
 struct Arguments {
   std::vector<std::string> tracks;
   std::string output, save, load;
-  std::string progress = "bar";
+  TypedProgress progress;
   TypedProtocols protocols;
   bool force = false;
 };
@@ -32,7 +32,7 @@ int run(const Arguments& arguments) {
     settings.placements.push_back(parsePlacement(text));
   for (Placement& placement : settings.placements) placement.protocols = arguments.protocols.list();
   if (settings.placements.empty()) throw wrongUsage("there is no track: name files or --load some");
-  ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
+  ProgressDisplay progress(arguments.progress.style());
   Events events = progress.events();
   events.note = say;
   return finish(progress, compose(settings, events));
@@ -56,7 +56,6 @@ void addComposeVerb(CommandLine& line) {
   verb.option("--load", arguments->load, "begin with a stored composition").type("FILE");
   addProtocolOption(verb, arguments->protocols);
   verb.flag("--force", arguments->force, "replace an existing target");
-  verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
-      .type("STYLE");
+  addProgressOption(verb, arguments->progress);
   verb.runs([arguments] { return run(*arguments); });
 }

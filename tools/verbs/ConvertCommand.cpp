@@ -11,13 +11,12 @@
 #include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/ConversionOptions.h>
 #include <kestrel/convert/Presets.h>
-#include "tools/cli/InputOptions.h"
-#include "tools/cli/LookOptions.h"
+#include "tools/cli/CommonOptions.h"
+#include "tools/cli/KnownOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
+#include "tools/terminal/Output.h"
 #include "tools/terminal/ProgressDisplay.h"
-#include "tools/terminal/Say.h"
-#include "tools/terminal/StandardOutput.h"
 #include "tools/terminal/Summary.h"
 #include "tools/verbs/ConvertMany.h"
 #include "tools/verbs/PlanText.h"
@@ -32,7 +31,7 @@ struct Typed {
   std::vector<std::string> files;
   std::string preset, savedPreset, into, extension, name = BatchSettings().name;
   std::optional<int> jobs;
-  std::string progress = "bar";
+  TypedProgress progress;
   bool force = false;
   bool quiet = false;
   bool dryRun = false;
@@ -74,7 +73,7 @@ struct Request {
 
 Request requestOf(const Typed& typed, const Verb& verb) {
   Request request;
-  request.options = givenOptions(verb, conversionOptionNames());
+  request.options = givenOptions(verb, knownConversionOptions());
   requireEffect(verb, request.options);
   if (!typed.preset.empty()) request.preset = readPreset(typed.preset);
   return request;
@@ -91,7 +90,7 @@ int save(const Typed& typed, const Request& request) {
 }
 
 ProgressDisplay::Style styleOf(const Typed& typed) {
-  const auto style = parseProgressStyle("--progress", typed.progress);
+  const auto style = typed.progress.style();
   const bool isBar = style == ProgressDisplay::Style::kBar;
   return typed.quiet && isBar ? ProgressDisplay::Style::kNone : style;
 }
@@ -119,10 +118,10 @@ int showPlans(const Typed& typed, const std::vector<ConversionSettings>& all) {
       if (status != kFailed) status = failed;
     }
   }
-  const auto& document = typed.into.empty() ? documents.front() : documents;
   if (typed.json)
-    text = document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-  writeStandardOutput(text);
+    writeDocument(typed.into.empty() ? documents.front() : documents);
+  else
+    writeStandardOutput(text);
   return status;
 }
 
@@ -208,89 +207,6 @@ int run(const Typed& typed, const Verb& verb) {
   return runOne(typed, settings);
 }
 
-void addVideoOptions(Verb verb) {
-  verb.group("Picture");
-  verb.option("--video-codec",
-              "codec (h264, hevc, vp9, av1 …), encoder (libx264 …), 'copy' or 'none'")
-      .type("NAME");
-  verb.option("--size", "size in pixels; a side '-' keeps the shape; 720p fits into 1280x720")
-      .type("WxH|720p|50%");
-  verb.option("--ladder", "of HLS: the pictures in several sizes, each as --size 720p has it")
-      .type("1080,720,480");
-  verb.flag("--no-upscale", "pictures that are smaller than the size keep their own");
-  verb.option("--fps", "pictures per second (default: source, each picture at its own time)")
-      .type("N[/D]");
-  verb.option("--max-fps", "pictures per second at most").type("N[/D]");
-  verb.option("--aspect", "display aspect (default: the source's)").type("W:H");
-  verb.option("--quality",
-              "how good the pictures are, 0 to 100, alike for all encoders (default: 60)")
-      .type("N");
-  verb.option("--crf", "the same in the encoder's own numbers").type("N");
-  verb.option("--video-bitrate", "bits per second, in place of a quality").type("RATE");
-  verb.option("--size-limit", "the whole file's most bytes: 25M (25 million), 700Mi").type("SIZE");
-  verb.option(
-          "--passes",
-          "1 or 2: how often the encoder goes through the pictures (default: 2 for a size limit)")
-      .type("N");
-  verb.option("--encoder-preset", "the encoder's preset (see 'kestrel encoders')").type("NAME");
-  verb.option("--keyframes", "the time between key pictures (default: 10s)").type("TIME");
-  verb.flag("--compatible", "what every player plays: 8-bit 4:2:0 pictures, stereo sound");
-  verb.option("--depth", "bits of a component: 8, 10 … (default: the source's)").type("BITS");
-  verb.option("--chroma", "samples of colour: 420, 422 or 444 (default: the source's)")
-      .type("SAMPLES");
-  verb.option("--deinterlace",
-              "auto: where combs are found; on: all; off; bob: as auto, each field a picture "
-              "(default: auto)")
-      .type("WHEN");
-  verb.option("--denoise", "take noise away: light, medium or strong").type("STRENGTH");
-  verb.option("--video-option", "an option of the encoder's own").type("KEY=VALUE").repeatable();
-}
-
-void addAudioOptions(Verb verb) {
-  verb.group("Sound");
-  verb.option(
-          "--audio-codec",
-          "codec (aac, mp3, opus, flac …), 'copy', 'none' or 'auto' (default): copied where its "
-          "codec is usual in the container and nothing changes it")
-      .type("NAME");
-  verb.option("--audio-copy",
-              "codecs that are copied where the container holds them: names, 'pcm' or 'all'")
-      .type("ac3,dts");
-  verb.option("--audio-tracks",
-              "tracks to keep (default: all): numbers from 0, a language code, 'all' or 'none'")
-      .type("0,2|LANG");
-  verb.option("--mix", "tracks that become one, chosen likewise").type("0,2|all");
-  verb.option("--audio-bitrate",
-              "bits per second (default: 96k for each channel, less below 44.1 kHz)")
-      .type("RATE");
-  verb.option("--sample-rate", "Hz (default: the track's own)").type("HZ").within(1000, 768000);
-  verb.option("--channels", "layout: mono, stereo, 5.1 … (default: the track's own)")
-      .type("LAYOUT");
-  verb.option("--volume", "factor on the loudness (default: 1)").type("X");
-  verb.option("--loudness",
-              "how loud each track gets (EBU R 128): -23, -16 …; the input is read twice")
-      .type("LUFS");
-  verb.option("--audio-option", "an option of the encoder's own").type("KEY=VALUE").repeatable();
-}
-
-void addOtherOptions(Verb verb) {
-  verb.group("Other streams");
-  verb.option("--subtitles-keep",
-              "subtitles that go along (default: all the container holds): numbers from 0, a "
-              "language code, 'all' or 'none'")
-      .type("0,2|LANG");
-  verb.flag("--no-attachments", "leave covers and fonts out");
-  verb.group("Span and file");
-  verb.option("--start", "seconds, [hh:]mm:ss.mmm, 1m30s, or 50% of the length").type("TIME");
-  verb.option("--end", "where to stop, in the source's time").type("TIME");
-  verb.option("--duration", "how much to convert").type("TIME");
-  verb.option("--chapters", "chapters to convert, counted from 1").type("A[-B]");
-  verb.option("--title", "of a disc: a number (see 'kestrel dvd') or 'main'").type("N|main");
-  verb.option("--angle", "of a title that has several, counted from 1 (default: 1)").type("N");
-  verb.option("--allow-protocol", kProtocolHelp).type("NAME").repeatable();
-  verb.flag("--no-metadata", "leave tags and chapters out");
-}
-
 }  // namespace
 
 void addConvertVerb(CommandLine& line) {
@@ -308,21 +224,12 @@ void addConvertVerb(CommandLine& line) {
       .type("NAME|FILE");
   verb.option("--save-preset", typed->savedPreset, "keep these options as a preset of your own")
       .type("NAME");
-  addVideoOptions(verb);
-  addLookOptions(verb);
-  addAudioOptions(verb);
-  addOtherOptions(verb);
-  verb.option("--format", "the container, where no extension tells it: mkv, ts, mp4, wav …")
-      .type("NAME");
-  verb.option("--fragment",
-              "MPEG-4 in fragments that last so long, each from a key picture on; HLS: segments "
-              "(default: 6)")
-      .type("TIME");
+  addOptions(verb, knownConversionOptions(),
+             {"Picture", "Look", "Sound", "Other streams", "Span and file"});
   verb.flag("--force", typed->force, "replace an existing target");
   verb.flag("--dry-run", typed->dryRun, "print what would become of each stream, write nothing");
   verb.flag("--json", typed->json, "print plans, or what became of many files, as one document");
-  verb.option("--progress", typed->progress, "bar (on a terminal), json (a line each) or none")
-      .type("STYLE");
+  addProgressOption(verb, typed->progress);
   verb.flag("--quiet", typed->quiet, "say nothing but what is wrong");
   verb.group("Many files");
   verb.option("--into", typed->into, "convert each input, and the movies of folders, into a folder")

@@ -3,17 +3,15 @@
 #include <fmt/format.h>
 #include <kestrel/convert/Text.h>
 
-#include <algorithm>
-#include <array>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "tools/terminal/BatchDisplay.h"
-#include "tools/terminal/ExitStatus.h"
 #include "tools/terminal/Outcome.h"
-#include "tools/terminal/StandardOutput.h"
+#include "tools/terminal/Output.h"
 #include "tools/terminal/Summary.h"
+#include "tools/verbs/Facts.h"
 
 using namespace kestrel;
 using nlohmann::ordered_json;
@@ -40,14 +38,12 @@ bool hasResult(const BatchResult& result) {
   return result.outcome == Outcome::kDone || result.outcome == Outcome::kDoneInPart;
 }
 
-using Row = std::array<std::string, 6>;
-
-Row rowOf(const BatchResult& result) {
-  Row row{nameOf(result.outcome), printable(result.job.input)};
-  if (result.outcome == Outcome::kSkipped) row[2] = printable(result.job.output);
+std::vector<std::string> rowOf(const BatchResult& result) {
+  std::vector<std::string> row{nameOf(result.outcome), printable(result.job.input), "", "", "", ""};
+  if (result.outcome == Outcome::kSkipped || hasResult(result))
+    row[2] = printable(result.job.output);
   if (!hasResult(result)) return row;
   const Effort& effort = result.effort;
-  row[2] = printable(result.job.output);
   row[3] = fmt::format("{:.1f} s", effort.elapsed);
   if (effort.bytesWritten) row[4] = formatByteCount(*effort.bytesWritten);
   row[5] = shareText(effort);
@@ -55,20 +51,10 @@ Row rowOf(const BatchResult& result) {
 }
 
 std::string tableOf(const std::vector<BatchResult>& results) {
-  std::vector<Row> rows;
-  std::array<size_t, 6> width{};
+  std::vector<std::vector<std::string>> rows;
   for (const BatchResult& result : results) rows.push_back(rowOf(result));
-  for (const Row& row : rows)
-    for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
-  std::string text;
-  for (const Row& row : rows) {
-    std::string line = fmt::format("{:<{}}  {:<{}}  {:<{}}  {:>{}}  {:>{}}  {:>{}}", row[0],
-                                   width[0], row[1], width[1], row[2], width[2], row[3], width[3],
-                                   row[4], width[4], row[5], width[5]);
-    line.resize(line.find_last_not_of(' ') + 1);
-    text += line + "\n";
-  }
-  return text;
+  constexpr size_t kNumbers = 3;
+  return tableText(rows, kNumbers);
 }
 
 ordered_json documentOf(const BatchResult& result) {
@@ -81,8 +67,8 @@ ordered_json documentOf(const BatchResult& result) {
   json["elapsed"] = effort.elapsed;
   json["duration"] = effort.length;
   json["frames"] = effort.pictures;
-  json["source_size"] = effort.bytesRead ? ordered_json(*effort.bytesRead) : ordered_json();
-  json["size"] = effort.bytesWritten ? ordered_json(*effort.bytesWritten) : ordered_json();
+  json["source_size"] = orNull(effort.bytesRead);
+  json["size"] = orNull(effort.bytesWritten);
   return json;
 }
 
@@ -120,8 +106,7 @@ int convertMany(const Batch& batch, const ManySettings& settings) {
     ordered_json document;
     auto& list = document["files"] = ordered_json::array();
     for (const BatchResult& result : results) list.push_back(documentOf(result));
-    writeStandardOutput(document.dump(2, ' ', false, ordered_json::error_handler_t::replace) +
-                        "\n");
+    writeDocument(document);
   } else if (!settings.isQuiet) {
     writeStandardOutput(tableOf(results));
   }

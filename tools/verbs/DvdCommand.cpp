@@ -2,11 +2,11 @@
 #include <kestrel/LMDVDIO.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/Log.h>
+#include <kestrel/convert/Text.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -16,10 +16,9 @@
 
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/DiscInfo.h>
-#include "tools/cli/Text.h"
 #include "tools/terminal/Outcome.h"
-#include "tools/terminal/Say.h"
-#include "tools/terminal/StandardOutput.h"
+#include "tools/terminal/Output.h"
+#include "tools/verbs/Facts.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -33,16 +32,6 @@ struct DvdSettings {
   bool files = false;
   bool dump = false;
 };
-
-double seconds(int64_t time) { return std::round(lm_ff_time_to_double(time) * 1e6) / 1e6; }
-
-ordered_json orNull(const std::string& text) {
-  return text.empty() ? ordered_json(nullptr) : ordered_json(text);
-}
-
-ordered_json orNull(int number) {
-  return number == 0 ? ordered_json(nullptr) : ordered_json(number);
-}
 
 ordered_json trackDocument(const LMDVDTrack& track) {
   return {{"track", track.track},
@@ -59,7 +48,7 @@ ordered_json audioTracks(const std::vector<LMDVDTrack>& tracks) {
     all.back().update({{"channels", track.channels},
                        {"surround", track.isSurround},
                        {"sample_rate", track.sample_rate},
-                       {"bits", orNull(track.bits)}});
+                       {"bits", positiveOrNull(track.bits)}});
   }
   return all;
 }
@@ -84,7 +73,7 @@ std::string textOf(const Rational& aspect) {
 
 /// What a disc states of a title's pictures.
 ordered_json stated(const LMDVDVideo& video) {
-  return {{"width", orNull(video.width)},           {"height", orNull(video.height)},
+  return {{"width", positiveOrNull(video.width)},   {"height", positiveOrNull(video.height)},
           {"standard", orNull(video.standard)},     {"aspect", orNull(textOf(video.aspect))},
           {"letterboxed", video.isLetterboxed},     {"allows_letterbox", video.allowsLetterbox},
           {"allows_pan_scan", video.allowsPanScan}, {"film", video.isFilm},
@@ -122,7 +111,7 @@ ordered_json titleDocument(const DiscTitleInfo& title) {
           {"subtitles", subtitleTracks(title.subtitles)},
           {"main", !title.whyMain.empty()},
           {"main_reason", orNull(title.whyMain)},
-          {"same_as", title.sameAs ? ordered_json(*title.sameAs) : ordered_json(nullptr)}};
+          {"same_as", orNull(title.sameAs)}};
 }
 
 ordered_json discDocument(const DiscInfo& disc) {
@@ -164,7 +153,7 @@ std::string trackText(const LMDVDTrack& track) {
 
 std::string titleText(const DiscTitleInfo& title) {
   std::string text =
-      fmt::format("Title {:<6}{}, {} {}", title.number, formatTime(seconds(title.duration)),
+      fmt::format("Title {:<6}{}, {} {}", title.number, timeText(title.duration),
                   title.chapters.size(), title.chapters.size() == 1 ? "chapter" : "chapters");
   const auto add = [&](const std::string& fact) {
     if (!fact.empty()) text += ", " + fact;
@@ -202,10 +191,6 @@ std::string discText(const DiscInfo& disc) {
       disc.titleSets == 1 ? "set" : "sets", titles, titles == 1 ? "title" : "titles");
   for (const auto& title : disc.titles) text += "\n" + titleText(title);
   return text;
-}
-
-void writeDocument(const ordered_json& document) {
-  writeStandardOutput(document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n");
 }
 
 void listFiles(LMDVD& disc, bool asJson) {

@@ -1,18 +1,15 @@
 #include <kestrel/EffectManager.h>
 #include <kestrel/convert/EffectSheet.h>
+#include <kestrel/convert/Values.h>
 
-#include <fmt/format.h>
-
-#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "tools/cli/InputOptions.h"
-#include "tools/cli/Text.h"
+#include "tools/cli/CommonOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
-#include "tools/terminal/StandardOutput.h"
+#include "tools/terminal/Output.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -36,15 +33,12 @@ int listEffects(bool asJson) {
     auto& effects = document["effects"] = nlohmann::ordered_json::array();
     for (const auto& name : names)
       effects.push_back({{"name", name}, {"description", EffectManager::descriptionOf(name)}});
-    writeStandardOutput(document.dump(2) + "\n");
+    writeDocument(document);
     return kDone;
   }
-  size_t width = 0;
-  for (const auto& name : names) width = std::max(width, name.size());
-  std::string text;
-  for (const auto& name : names)
-    text += fmt::format("{:<{}}  {}\n", name, width, EffectManager::descriptionOf(name));
-  writeStandardOutput(text);
+  std::vector<std::vector<std::string>> rows;
+  for (const auto& name : names) rows.push_back({name, EffectManager::descriptionOf(name)});
+  writeStandardOutput(tableText(rows));
   return kDone;
 }
 

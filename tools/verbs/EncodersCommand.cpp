@@ -2,15 +2,13 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "tools/cli/Text.h"
-#include "tools/terminal/ExitStatus.h"
-#include "tools/terminal/StandardOutput.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/Output.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -70,20 +68,13 @@ int listEncoders(const std::string& codec, bool asJson, bool all) {
     nlohmann::ordered_json document;
     auto& list = document["encoders"] = nlohmann::ordered_json::array();
     for (const EncoderInfo& encoder : encoders) list.push_back(documentOf(encoder));
-    writeStandardOutput(document.dump(2) + "\n");
+    writeDocument(document);
     return kDone;
   }
-  size_t codecWidth = 0;
-  size_t nameWidth = 0;
-  for (const EncoderInfo& encoder : encoders) {
-    codecWidth = std::max(codecWidth, encoder.codec.size());
-    nameWidth = std::max(nameWidth, encoder.name.size());
-  }
-  std::string text;
+  std::vector<std::vector<std::string>> rows;
   for (const EncoderInfo& encoder : encoders)
-    text += fmt::format("{:<{}}  {:<{}}  {}\n", encoder.codec, codecWidth, encoder.name, nameWidth,
-                        lineOf(encoder));
-  writeStandardOutput(text);
+    rows.push_back({encoder.codec, encoder.name, lineOf(encoder)});
+  writeStandardOutput(tableText(rows));
   return kDone;
 }
 

@@ -7,13 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "tools/cli/InputOptions.h"
-#include "tools/terminal/ExitStatus.h"
+#include "tools/cli/CommonOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
-#include "tools/terminal/Say.h"
-#include "tools/terminal/StandardOutput.h"
-#include "tools/verbs/InfoDocument.h"
+#include "tools/terminal/Output.h"
 #include "tools/verbs/InfoText.h"
 #include "tools/verbs/Verbs.h"
 
@@ -43,7 +40,10 @@ MediaInfo infoOf(const InfoSettings& settings, const std::string& input) {
 int tellOne(const InfoSettings& settings) {
   const std::string& input = settings.inputs.front();
   const MediaInfo info = infoOf(settings, input);
-  writeStandardOutput(settings.asJson ? printed(infoDocument(input, info)) : infoText(input, info));
+  if (settings.asJson)
+    writeDocument(infoDocument(input, info));
+  else
+    writeStandardOutput(infoText(input, info));
   return kDone;
 }
 
@@ -67,7 +67,7 @@ int tellAll(const InfoSettings& settings) {
       status = kFailed;
     }
   }
-  if (settings.asJson) writeStandardOutput(printed(documents));
+  if (settings.asJson) writeDocument(documents);
   return status;
 }
 

@@ -1,4 +1,4 @@
-#include "tools/verbs/InfoDocument.h"
+#include "tools/verbs/InfoText.h"
 
 #include <fmt/format.h>
 
@@ -6,27 +6,12 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "tools/verbs/Facts.h"
+
 using namespace kestrel;
 using nlohmann::ordered_json;
 
 namespace {
-
-ordered_json orNull(const std::string& text) {
-  return text.empty() ? ordered_json(nullptr) : ordered_json(text);
-}
-
-template <typename Number>
-ordered_json orNull(const std::optional<Number>& number) {
-  return number ? ordered_json(*number) : ordered_json(nullptr);
-}
-
-ordered_json positiveOrNull(int number) {
-  return number > 0 ? ordered_json(number) : ordered_json(nullptr);
-}
-
-ordered_json seconds(const std::optional<int64_t>& time) {
-  return time ? ordered_json(static_cast<double>(*time) / 1e6) : ordered_json(nullptr);
-}
 
 ordered_json fraction(const std::optional<Rational>& value, char separator) {
   if (!value) return nullptr;
@@ -42,8 +27,8 @@ ordered_json tagsDocument(const Tags& tags) {
 ordered_json chaptersDocument(const std::vector<ChapterInfo>& chapters) {
   auto all = ordered_json::array();
   for (const ChapterInfo& chapter : chapters)
-    all.push_back({{"start", seconds(chapter.start)},
-                   {"end", seconds(chapter.end)},
+    all.push_back({{"start", secondsOrNull(chapter.start)},
+                   {"end", secondsOrNull(chapter.end)},
                    {"tags", tagsDocument(chapter.tags)}});
   return all;
 }
@@ -130,8 +115,8 @@ ordered_json streamDocument(const StreamInfo& stream) {
     json["height"] = positiveOrNull(stream.video.height);
   }
   json["bit_rate"] = orNull(stream.bitRate);
-  json["start_time"] = seconds(stream.startTime);
-  json["duration"] = seconds(stream.duration);
+  json["start_time"] = secondsOrNull(stream.startTime);
+  json["duration"] = secondsOrNull(stream.duration);
   json["disposition"] = stream.disposition;
   json["tags"] = tagsDocument(stream.tags);
   return json;
@@ -145,16 +130,12 @@ ordered_json infoDocument(const std::string& path, const MediaInfo& info) {
   json["format"] = orNull(info.format);
   json["format_long_name"] = orNull(info.formatLongName);
   json["size"] = orNull(info.size);
-  json["duration"] = seconds(info.duration);
-  json["start_time"] = seconds(info.startTime);
+  json["duration"] = secondsOrNull(info.duration);
+  json["start_time"] = secondsOrNull(info.startTime);
   json["bit_rate"] = orNull(info.bitRate);
   json["tags"] = tagsDocument(info.tags);
   json["chapters"] = chaptersDocument(info.chapters);
   json["streams"] = ordered_json::array();
   for (const StreamInfo& stream : info.streams) json["streams"].push_back(streamDocument(stream));
   return json;
-}
-
-std::string printed(const ordered_json& document) {
-  return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }

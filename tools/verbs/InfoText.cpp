@@ -15,7 +15,7 @@
 
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/Text.h>
-#include "tools/verbs/TimeText.h"
+#include "tools/verbs/Facts.h"
 
 using namespace kestrel;
 

@@ -5,11 +5,12 @@
 #include <vector>
 
 #include <kestrel/convert/Join.h>
-#include "tools/cli/InputOptions.h"
-#include "tools/cli/Text.h"
+#include <kestrel/convert/Text.h>
+#include <kestrel/convert/Values.h>
+#include "tools/cli/CommonOptions.h"
 #include "tools/terminal/Outcome.h"
+#include "tools/terminal/Output.h"
 #include "tools/terminal/ProgressDisplay.h"
-#include "tools/terminal/StandardOutput.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -20,7 +21,7 @@ struct Arguments {
   std::vector<std::string> inputs;
   std::string output, size, fps, videoBitrate, audioBitrate;
   std::string reencode = "auto";
-  std::string progress = "bar";
+  TypedProgress progress;
   JoinEncoding format;
   TypedProtocols protocols;
   bool force = false;
@@ -69,7 +70,7 @@ int runJoin(const Arguments& arguments, bool hasFormat) {
     throw wrongUsage("a format does nothing beside --reencode never");
   if (hasFormat) settings.reencode = JoinSettings::Reencode::kAlways;
   settings.format = formatOf(arguments);
-  ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
+  ProgressDisplay progress(arguments.progress.style());
   Events events = progress.events();
   events.table = writeStandardOutput;
   events.note = [](const std::string& sentence) {
@@ -97,8 +98,7 @@ void addJoinVerb(CommandLine& line) {
       .type("WHEN");
   addProtocolOption(verb, arguments->protocols);
   verb.flag("--force", arguments->force, "replace an existing target");
-  verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
-      .type("STYLE");
+  addProgressOption(verb, arguments->progress);
   verb.group("Format, encoded anew");
   const std::vector<Option> formats{
       verb.option("--video-codec", arguments->format.videoCodec, "codec of the pictures")

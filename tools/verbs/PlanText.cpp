@@ -1,7 +1,6 @@
 #include "tools/verbs/PlanText.h"
 
 #include <fmt/format.h>
-#include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/Text.h>
 
@@ -10,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/verbs/TimeText.h"
+#include "tools/verbs/Facts.h"
 
 using namespace kestrel;
 using nlohmann::ordered_json;
@@ -117,19 +116,17 @@ Words treatmentFacts(const ConversionPlan& plan) {
 
 ordered_json treatmentDocument(const ConversionPlan& plan) {
   const PictureTreatment& treatment = plan.treatment;
-  ordered_json json{{"deinterlace", nameOf(treatment.deinterlacing)},
-                    {"separates_fields", treatment.separatesFields},
-                    {"top_field_first", nullptr},
-                    {"denoise", nameOf(treatment.denoising)},
-                    {"crop", nullptr},
-                    {"own_rotation", plan.orientation.counterclockwise},
-                    {"own_mirror", plan.orientation.mirrored},
-                    {"hflip", plan.look.hflip},
-                    {"vflip", plan.look.vflip},
-                    {"rotate", plan.look.rotate}};
-  if (plan.topFieldFirst) json["top_field_first"] = *plan.topFieldFirst;
-  if (const auto part = partOf(plan)) json["crop"] = textOf(*part);
-  return json;
+  const auto part = partOf(plan);
+  return {{"deinterlace", nameOf(treatment.deinterlacing)},
+          {"separates_fields", treatment.separatesFields},
+          {"top_field_first", orNull(plan.topFieldFirst)},
+          {"denoise", nameOf(treatment.denoising)},
+          {"crop", orNull(part ? textOf(*part) : "")},
+          {"own_rotation", plan.orientation.counterclockwise},
+          {"own_mirror", plan.orientation.mirrored},
+          {"hflip", plan.look.hflip},
+          {"vflip", plan.look.vflip},
+          {"rotate", plan.look.rotate}};
 }
 
 Words pictureFacts(const ConversionPlan& plan) {
@@ -213,8 +210,7 @@ void addSound(ordered_json& json, const SoundEncoding& sound) {
   json["bits"] = sound.bits;
   json["bit_rate"] = sound.bitrate;
   json["volume"] = sound.volume;
-  json["loudness"] = nullptr;
-  if (sound.loudness) json["loudness"] = *sound.loudness;
+  json["loudness"] = orNull(sound.loudness);
   json["options"] = sound.options;
 }
 
@@ -222,9 +218,8 @@ ordered_json streamDocument(const PlannedStream& stream, const ConversionPlan& p
   ordered_json json{{"sources", stream.sources},
                     {"type", kindName(stream)},
                     {"action", actionName(stream)},
-                    {"reason", nullptr},
+                    {"reason", orNull(stream.reason)},
                     {"losses", stream.losses}};
-  if (!stream.reason.empty()) json["reason"] = stream.reason;
   if (isEncoded(stream, StreamInfo::Kind::kVideo)) addPictures(json, plan);
   if (isEncoded(stream, StreamInfo::Kind::kAudio)) addSound(json, stream.sound);
   if (isEncoded(stream, StreamInfo::Kind::kSubtitle))
@@ -242,8 +237,7 @@ std::string planText(const ConversionSettings& settings, const ConversionPlan& p
     text += fmt::format("  from {} to {}\n", timeText(plan.start),
                         plan.end ? timeText(*plan.end) : "the end");
   if (plan.segment)
-    text += fmt::format("  HLS, in segments of {} s\n",
-                        formatNumber(static_cast<double>(*plan.segment) / 1e6, 3));
+    text += fmt::format("  HLS, in segments of {} s\n", formatNumber(seconds(*plan.segment), 3));
   if (plan.sizeLimit) text += fmt::format("  at most {}\n", formatByteCount(*plan.sizeLimit));
   for (const PlannedStream& stream : plan.streams)
     text += fmt::format("  {:<5} {:<10} {:<9}  {}\n", numbersOf(stream), kindName(stream),
@@ -255,14 +249,11 @@ ordered_json planDocument(const ConversionSettings& settings, const ConversionPl
   ordered_json json{{"input", settings.input},
                     {"output", settings.output},
                     {"format", plan.formatName},
-                    {"start", static_cast<double>(plan.start) / 1e6},
-                    {"end", nullptr},
-                    {"size_limit", nullptr},
-                    {"segment", nullptr},
+                    {"start", seconds(plan.start)},
+                    {"end", secondsOrNull(plan.end)},
+                    {"size_limit", orNull(plan.sizeLimit)},
+                    {"segment", secondsOrNull(plan.segment)},
                     {"metadata", plan.keepsMetadata}};
-  if (plan.end) json["end"] = static_cast<double>(*plan.end) / 1e6;
-  if (plan.sizeLimit) json["size_limit"] = *plan.sizeLimit;
-  if (plan.segment) json["segment"] = static_cast<double>(*plan.segment) / 1e6;
   json["streams"] = ordered_json::array();
   for (const PlannedStream& stream : plan.streams)
     json["streams"].push_back(streamDocument(stream, plan));

@@ -1,6 +1,7 @@
 #include <kestrel/ImageContext.h>
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/Player.h>
+#include <kestrel/convert/Values.h>
 
 #include <fmt/format.h>
 
@@ -15,14 +16,13 @@
 #include <string_view>
 #include <utility>
 
-#include "tools/cli/InputOptions.h"
-#include "tools/cli/LookOptions.h"
-#include "tools/cli/Text.h"
+#include "tools/cli/CommonOptions.h"
+#include "tools/cli/KnownOptions.h"
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Keys.h"
 #include "tools/terminal/Outcome.h"
+#include "tools/terminal/Output.h"
 #include "tools/terminal/PlayLine.h"
-#include "tools/terminal/Say.h"
 #include "tools/terminal/Terminal.h"
 #include "tools/terminal/TerminalPicture.h"
 #include "tools/verbs/Verbs.h"
@@ -280,7 +280,7 @@ void addPlayVerb(CommandLine& line) {
       "  q               quit\n\n"
       "Example:\n  kestrel demo bars.mp4\n  kestrel play bars.mp4 --start 2 --rate 1.5");
   verb.runs([typed, verb] {
-    applyOptions(givenOptions(verb, lookOptionNames()), typed->look);
+    applyOptions(givenOptions(verb, knownLookOptions()), typed->look);
     requireSense(*typed, verb);
     return TerminalPlayer(*typed).run();
   });

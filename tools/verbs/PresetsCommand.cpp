@@ -1,16 +1,13 @@
 #include <kestrel/convert/Presets.h>
 #include <kestrel/convert/Text.h>
 
-#include <fmt/format.h>
-
-#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "tools/terminal/ExitStatus.h"
-#include "tools/terminal/StandardOutput.h"
+#include "tools/terminal/Outcome.h"
+#include "tools/terminal/Output.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -32,15 +29,13 @@ void listPresets(bool asJson) {
     ordered_json document{{"folder", presetFolder()}};
     auto& list = document["presets"] = ordered_json::array();
     for (const Preset& preset : presets) list.push_back(documentOf(preset));
-    return writeStandardOutput(document.dump(2) + "\n");
+    return writeDocument(document);
   }
-  size_t width = 0;
-  for (const Preset& preset : presets) width = std::max(width, preset.name.size());
-  std::string text;
+  std::vector<std::vector<std::string>> rows;
   for (const Preset& preset : presets)
-    text += fmt::format("{:<{}}  {:<4}  {}\n", printable(preset.name), width,
-                        printable(preset.extension), printable(preset.description));
-  writeStandardOutput(text);
+    rows.push_back(
+        {printable(preset.name), printable(preset.extension), printable(preset.description)});
+  writeStandardOutput(tableText(rows));
 }
 
 int run(const std::string& name, bool asJson) {
@@ -48,7 +43,10 @@ int run(const std::string& name, bool asJson) {
     listPresets(asJson);
   } else {
     const Preset preset = readPreset(name);
-    writeStandardOutput(asJson ? documentOf(preset).dump(2) + "\n" : presetText(preset));
+    if (asJson)
+      writeDocument(documentOf(preset));
+    else
+      writeStandardOutput(presetText(preset));
   }
   return kDone;
 }

@@ -8,10 +8,11 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tools/cli/InputOptions.h"
+#include "tools/cli/CommonOptions.h"
 #include "tools/terminal/Outcome.h"
+#include "tools/terminal/Output.h"
 #include "tools/terminal/ProgressDisplay.h"
-#include "tools/terminal/StandardOutput.h"
+#include "tools/verbs/Facts.h"
 #include "tools/verbs/Verbs.h"
 
 using namespace kestrel;
@@ -22,20 +23,18 @@ struct Arguments {
   std::string input;
   TypedInput source;
   std::string sheet;
-  std::string progress = "bar";
+  TypedProgress progress;
   bool json = false;
   bool chapters = false;
   bool force = false;
 };
 
-double seconds(int64_t time) { return static_cast<double>(time) / 1e6; }
-
-std::string jsonOf(const Scenes& scenes) {
+nlohmann::ordered_json documentOf(const Scenes& scenes) {
   nlohmann::ordered_json document;
   auto& list = document["scenes"] = nlohmann::ordered_json::array();
   for (const Scene& scene : scenes.scenes)
     list.push_back({{"start", seconds(scene.start)}, {"end", seconds(scene.end)}});
-  return document.dump(2) + "\n";
+  return document;
 }
 
 /// The simple form of chapters that Matroska's and MPEG-4's tools read.
@@ -54,15 +53,15 @@ std::string chaptersOf(const Scenes& scenes) {
 std::string textOf(const Scenes& scenes) {
   std::string text;
   for (const Scene& scene : scenes.scenes)
-    text += fmt::format("{:>10}  {:.2f} s\n", formatTime(seconds(scene.start)),
-                        seconds(scene.end - scene.start));
+    text +=
+        fmt::format("{:>10}  {:.2f} s\n", timeText(scene.start), seconds(scene.end - scene.start));
   return text;
 }
 
 int run(const Arguments& arguments) {
   if (arguments.json && arguments.chapters)
     throw wrongUsage("--json and --chapters exclude each other");
-  ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
+  ProgressDisplay progress(arguments.progress.style());
   const Scenes scenes = findScenes({.input = arguments.input,
                                     .title = arguments.source.number(),
                                     .angle = arguments.source.angleNumber(),
@@ -72,9 +71,10 @@ int run(const Arguments& arguments) {
                                    progress.events());
   const int status = finish(progress, scenes.report);
   if (scenes.report.outcome == Report::Outcome::kInterrupted) return status;
-  writeStandardOutput(arguments.json       ? jsonOf(scenes)
-                      : arguments.chapters ? chaptersOf(scenes)
-                                           : textOf(scenes));
+  if (arguments.json)
+    writeDocument(documentOf(scenes));
+  else
+    writeStandardOutput(arguments.chapters ? chaptersOf(scenes) : textOf(scenes));
   return status;
 }
 
@@ -94,7 +94,6 @@ void addScenesVerb(CommandLine& line) {
       .type("FILE");
   addInputOptions(verb, arguments->source);
   verb.flag("--force", arguments->force, "replace an existing file");
-  verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
-      .type("STYLE");
+  addProgressOption(verb, arguments->progress);
   verb.runs([arguments] { return run(*arguments); });
 }

@@ -1,6 +1,7 @@
 #include <kestrel/convert/ContactSheet.h>
 #include <kestrel/convert/Sprites.h>
 #include <kestrel/convert/Thumbnail.h>
+#include <kestrel/convert/Values.h>
 
 #include <fmt/format.h>
 
@@ -10,9 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "tools/cli/InputOptions.h"
-#include "tools/cli/LookOptions.h"
-#include "tools/cli/Text.h"
+#include "tools/cli/CommonOptions.h"
+#include "tools/cli/KnownOptions.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/verbs/Verbs.h"
@@ -102,7 +102,7 @@ int drawPicture(const Typed& typed, const LookSettings& look, const Events& even
 
 int run(const Typed& typed, const Verb& verb) {
   LookSettings look;
-  applyOptions(givenOptions(verb, lookOptionNames()), look);
+  applyOptions(givenOptions(verb, knownLookOptions()), look);
   requireSubtitles(verb);
   requireSense(typed);
   ProgressDisplay progress(ProgressDisplay::Style::kBar);

@@ -1,3 +1,4 @@
+#include <kestrel/convert/Values.h>
 #include <kestrel/convert/WaveformFile.h>
 
 #include <kestrel/LMMediaSource.h>
@@ -11,8 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/cli/InputOptions.h"
-#include "tools/cli/Text.h"
+#include "tools/cli/CommonOptions.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/ProgressDisplay.h"
 #include "tools/verbs/Verbs.h"
@@ -27,7 +27,7 @@ struct Arguments {
   std::string input, output, tracks;
   TypedInput source;
   std::string size;
-  std::string progress = "bar";
+  TypedProgress progress;
   double pointsPerSecond = 100;
   std::optional<int> bits;
   bool splitChannels = false;
@@ -60,7 +60,7 @@ int run(const Arguments& arguments) {
   requireMeaning(arguments, form);
   const PictureBox size =
       parseBothSides("--size", arguments.size.empty() ? kUsualSize : arguments.size, kUsualSize);
-  ProgressDisplay progress(parseProgressStyle("--progress", arguments.progress));
+  ProgressDisplay progress(arguments.progress.style());
   return finish(progress, writeWaveform({.input = arguments.input,
                                          .title = arguments.source.number(),
                                          .angle = arguments.source.angleNumber(),
@@ -98,7 +98,6 @@ void addWaveVerb(CommandLine& line) {
   verb.flag("--split-channels", arguments->splitChannels,
             "every channel by itself instead of their mean");
   verb.flag("--force", arguments->force, "replace an existing target");
-  verb.option("--progress", arguments->progress, "bar (on a terminal), json (a line each) or none")
-      .type("STYLE");
+  addProgressOption(verb, arguments->progress);
   verb.runs([arguments] { return run(*arguments); });
 }

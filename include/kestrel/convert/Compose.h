@@ -25,6 +25,12 @@ struct Placement {
   bool operator==(const Placement&) const = default;
 };
 
+/// A placement as people write it: "FILE[:TRACK][@POSITION]" or, of a disc,
+/// "DISC#TITLE[.ANGLE][:TRACK][@POSITION]"; the position is written like any time (`parseTime`). A
+/// text that names a file as a whole is that file. Throws a `Failure` of the settings for anything
+/// else.
+KESTREL_API Placement parsePlacement(const std::string& text);
+
 /// Stores placements in a file as a keyed archive: a dictionary with the tracks under "tracks" and
 /// the numbers of their streams under "streams"; where one is of a disc, titles and angles, with 0
 /// for no title, under "titles" and "angles". Throws `Failure` when it can't be written.
@@ -42,11 +48,11 @@ struct CompositionSettings {
   std::string archive = {};  ///< where the placements are stored, too, as `savePlacements` does
 };
 
-/// Puts streams of several files on one time line by copying their packets; nothing is encoded
-/// anew but pictures that need hidden ones, which `events.note` and `Report::encoded` tell. Throws
-/// `Failure` when it can't be done, also where the output is one of the files; output and archive
-/// appear only when they are whole, and no archive is stored of what could not be composed, or of
-/// files that cannot be opened. Blocks until it is done; several run side by side.
+/// Puts streams of several files on one time line by copying their packets. Only pictures that
+/// depend on hidden ones are encoded anew; `events.note` and `Report::encoded` tell of them. Throws
+/// a `Failure` when it can't be done, also where the output is one of the inputs. Output and
+/// archive appear only when they are whole; no archive is stored where composing failed or a file
+/// cannot be opened. Blocks until it is done; several run side by side.
 KESTREL_API Report compose(const CompositionSettings& settings, const Events& events = {});
 
 }  // namespace kestrel

@@ -3,9 +3,9 @@
 #include <kestrel/Export.h>
 #include <kestrel/convert/ConversionPlan.h>
 #include <kestrel/convert/LookSettings.h>
+#include <kestrel/convert/OptionInfo.h>
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kestrel {
@@ -23,20 +23,12 @@ struct ConversionOption {
 /// In the order in which they were written. An option that takes several values is there for each.
 using ConversionOptions = std::vector<ConversionOption>;
 
-/// How a value is written.
-enum class OptionForm {
-  kText,
-  kNumber,
-  kSwitch,
-  kList,  ///< several texts
-};
-
-/// The names of all options that say how a file is converted, the look's at the end. The input, the
-/// output, and whether that may be replaced are none of them.
-KESTREL_API std::vector<std::string> conversionOptionNames();
+/// All options that say how a file is converted, those of one heading together, the look's at the
+/// end. The input, the output, and whether that may be replaced are none of them.
+KESTREL_API std::vector<OptionInfo> knownConversionOptions();
 
 /// Those of the look alone.
-KESTREL_API std::vector<std::string> lookOptionNames();
+KESTREL_API std::vector<OptionInfo> knownLookOptions();
 
 /// How the value of an option is written. Throws as `applyOptions`.
 KESTREL_API OptionForm formOf(const std::string& name);

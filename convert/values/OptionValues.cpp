@@ -1,4 +1,4 @@
-#include "convert/options/OptionValues.h"
+#include "convert/values/OptionValues.h"
 
 #include <fmt/format.h>
 

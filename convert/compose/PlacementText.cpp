@@ -1,13 +1,13 @@
-#include "tools/cli/PlacementText.h"
+#include <kestrel/convert/Compose.h>
 
 #include <charconv>
 #include <filesystem>
 #include <system_error>
 
-#include "tools/cli/Text.h"
-#include "tools/terminal/Outcome.h"
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Values.h>
 
-using namespace kestrel;
+namespace kestrel {
 
 namespace {
 
@@ -26,7 +26,8 @@ void takeTrack(Placement& placement) {
   const auto [next, problem] = std::from_chars(text.data(), end, placement.track);
   const bool isNumber = problem == std::errc{} && next == end && placement.track >= 0;
   if (!isNumber && isFile(file))
-    throw wrongUsage("'" + text + "' is no stream of '" + file + "': they are numbers from 0");
+    throw Failure::settings("'" + text + "' is no stream of '" + file +
+                            "': they are numbers from 0");
   if (!isNumber) {
     placement.track = 0;
     return;
@@ -50,6 +51,8 @@ Placement parsePlacement(const std::string& text) {
   placement.path = titled.path;
   placement.title = titled.title;
   placement.angle = titled.angle;
-  if (placement.path.empty()) throw wrongUsage("'" + text + "' names no file");
+  if (placement.path.empty()) throw Failure::settings("'" + text + "' names no file");
   return placement;
 }
+
+}  // namespace kestrel

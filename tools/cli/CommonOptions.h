@@ -7,15 +7,20 @@
 #include <vector>
 
 #include "tools/cli/CommandLine.h"
+#include "tools/terminal/ProgressDisplay.h"
 
-/// What was typed of protocols by which inputs may be read that are no files.
+// What several verbs have options for: what was typed, and functions that add the options that fill
+// it.
+
+/// Protocols by which inputs may be read that are no files.
 struct TypedProtocols {
   std::vector<std::string> names;
 
   kestrel::Protocols list() const;  ///< as settings take it; throws `Failure` for an unknown one
 };
+void addProtocolOption(Verb& verb, TypedProtocols& typed);
 
-/// What was typed of an input beside its name: a title of a disc, and protocols.
+/// What is said of an input beside its name: a title of a disc, and protocols.
 struct TypedInput {
   std::string title;
   std::optional<int> angle;
@@ -24,11 +29,12 @@ struct TypedInput {
   std::optional<int> number() const;  ///< as settings take it; throws `Failure` for no title
   int angleNumber() const { return angle.value_or(1); }
 };
-
-/// Add the options that fill them.
-void addProtocolOption(Verb& verb, TypedProtocols& typed);
 void addInputOptions(Verb& verb, TypedInput& typed);
 
-/// What the help says of the option.
-inline constexpr char kProtocolHelp[] =
-    "read inputs that are no files, too: https, rtsp, concat …; several, or with commas";
+/// How progress is told.
+struct TypedProgress {
+  std::string text = "bar";
+
+  ProgressDisplay::Style style() const;  ///< throws `Failure` for none
+};
+void addProgressOption(Verb& verb, TypedProgress& typed);

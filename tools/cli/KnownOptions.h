@@ -7,7 +7,11 @@
 
 #include "tools/cli/CommandLine.h"
 
-/// Adds the options of the look to a verb.
+/// Adds those of the library's options that stand under one of these headings, in their order.
+void addOptions(Verb verb, const std::vector<kestrel::OptionInfo>& known,
+                const std::vector<std::string>& headings);
+
+/// Adds the options of the look.
 void addLookOptions(Verb verb);
 
 /// Adds of these the ones that choose which subtitles are drawn.
@@ -17,4 +21,5 @@ void addSubtitleOptions(Verb verb);
 void requireSubtitles(const Verb& verb);
 
 /// What was typed of the options `known`.
-kestrel::ConversionOptions givenOptions(const Verb& verb, const std::vector<std::string>& known);
+kestrel::ConversionOptions givenOptions(const Verb& verb,
+                                        const std::vector<kestrel::OptionInfo>& known);

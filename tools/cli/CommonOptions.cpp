@@ -1,0 +1,54 @@
+#include "tools/cli/CommonOptions.h"
+
+#include <kestrel/convert/ConversionOptions.h>
+#include <kestrel/convert/Values.h>
+
+#include <algorithm>
+
+#include "tools/terminal/Outcome.h"
+
+using namespace kestrel;
+
+namespace {
+
+/// Adds an option as the library tells of it, whose value goes to `value`.
+template <typename Value>
+Option addKnown(Verb& verb, const std::string& name, Value& value) {
+  const auto known = knownConversionOptions();
+  const auto option = std::ranges::find(known, name, &OptionInfo::name);
+  return verb.option("--" + name, value, option->text).type(option->value);
+}
+
+}  // namespace
+
+Protocols TypedProtocols::list() const {
+  Protocols list;
+  for (const std::string& typed : names)
+    for (std::string& name : parseProtocols("--allow-protocol", typed))
+      list.push_back(std::move(name));
+  return list;
+}
+
+void addProtocolOption(Verb& verb, TypedProtocols& typed) {
+  addKnown(verb, "allow-protocol", typed.names).repeatable();
+}
+
+std::optional<int> TypedInput::number() const { return parseTitle("--title", title); }
+
+void addInputOptions(Verb& verb, TypedInput& typed) {
+  addKnown(verb, "title", typed.title);
+  addKnown(verb, "angle", typed.angle);
+  addProtocolOption(verb, typed.protocols);
+}
+
+ProgressDisplay::Style TypedProgress::style() const {
+  if (text == "bar") return ProgressDisplay::Style::kBar;
+  if (text == "json") return ProgressDisplay::Style::kJson;
+  if (text == "none") return ProgressDisplay::Style::kNone;
+  throw wrongUsage("--progress: '" + text + "' is none of bar, json and none");
+}
+
+void addProgressOption(Verb& verb, TypedProgress& typed) {
+  verb.option("--progress", typed.text, "bar (on a terminal), json (a line each) or none")
+      .type("STYLE");
+}
