@@ -38,6 +38,7 @@ Run chosenRun(CommandLine& line, int argc, char** argv) {
   addThumbVerb(line);
   addComposeVerb(line);
   addJoinVerb(line);
+  addCutVerb(line);
   addWaveVerb(line);
   addCompareVerb(line);
   addScenesVerb(line);

@@ -10,6 +10,7 @@
 #include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/ConversionOptions.h>
 #include <kestrel/convert/ConversionPlan.h>
+#include <kestrel/convert/Cut.h>
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/DiscInfo.h>
 #include <kestrel/convert/EffectSheet.h>

@@ -140,9 +140,13 @@ std::vector<PictureUnits::Unit> PictureUnits::unitsOf(Unit data) const {
   return lengthSize_ > 0 ? afterLengths(data, lengthSize_) : afterStartCodes(data);
 }
 
+std::vector<PictureUnits::Unit> PictureUnits::unitsOf(const AVPacket& packet) const {
+  return unitsOf(bytesOf(packet));
+}
+
 bool PictureUnits::beginsAnew(const AVPacket& key) const {
   if (!hasUnits()) return true;
-  return std::ranges::any_of(unitsOf(bytesOf(key)), [&](Unit unit) {
+  return std::ranges::any_of(unitsOf(key), [&](Unit unit) {
     const int type = typeOf(unit);
     return parameters_.codec_id == AV_CODEC_ID_HEVC
                ? type >= kHevcFirstAnew && type <= kHevcLastAnew
@@ -153,7 +157,7 @@ bool PictureUnits::beginsAnew(const AVPacket& key) const {
 bool PictureUnits::isDisposable(const AVPacket& packet) const {
   // An encoder's word for it, which may be wrong where it names B pictures that others refer to.
   if (!hasUnits()) return (packet.flags & AV_PKT_FLAG_DISPOSABLE) != 0;
-  return std::ranges::all_of(unitsOf(bytesOf(packet)), [&](Unit unit) {
+  return std::ranges::all_of(unitsOf(packet), [&](Unit unit) {
     const int type = typeOf(unit);
     if (parameters_.codec_id == AV_CODEC_ID_HEVC)
       return type > kHevcLastPicture || (type <= kHevcLastLeaf && type % 2 == 0);

@@ -34,13 +34,16 @@ class PictureUnits {
   /// the meantime; false if memory runs out.
   bool prependCodecData(AVPacket& packet) const;
 
- private:
   using Unit = std::span<const uint8_t>;
 
+  /// The units of a packet, and the parameter sets of the codec data; views of their bytes.
+  std::vector<Unit> unitsOf(const AVPacket& packet) const;
+  std::vector<Unit> parameterSets() const;
+
+ private:
   bool hasUnits() const;
   int typeOf(Unit unit) const;
   std::vector<Unit> unitsOf(Unit data) const;
-  std::vector<Unit> parameterSets() const;
   std::vector<uint8_t> joined(const std::vector<Unit>& units) const;
 
   const AVCodecParameters& parameters_;

@@ -47,7 +47,6 @@ class StretchEncoder {
 
   bool openDecoder();
   bool openEncoder(const AVFrame& picture);
-  void configure(AVCodecContext& encoder, const AVFrame& picture) const;
   void decode(const AVPacket* packet);
   void encode(AVFrame* picture);
   void keep(PacketPtr packet);

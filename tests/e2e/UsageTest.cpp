@@ -127,7 +127,7 @@ class ExampleFolder {
 TEST(Usage, TheExampleOfEveryVerbWorks) {
   const ExampleFolder folder;
   // That of `play` needs a sound device, that of `dvd` a disc.
-  for (const std::string verb : {"", "info", "convert", "thumb", "compose", "join", "wave",
+  for (const std::string verb : {"", "info", "convert", "thumb", "compose", "join", "cut", "wave",
                                  "compare", "scenes", "effects", "presets"}) {
     SCOPED_TRACE("kestrel " + verb);
     folder.expectExampleWorks(verb);
@@ -135,7 +135,7 @@ TEST(Usage, TheExampleOfEveryVerbWorks) {
 }
 
 const char* const kVerbs =
-    "info, convert, thumb, compose, join, wave, compare, scenes, dvd, play, effects, encoders, "
+    "info, convert, thumb, compose, join, cut, wave, compare, scenes, dvd, play, effects, encoders, "
     "presets and "
     "demo";
 

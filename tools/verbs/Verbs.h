@@ -19,6 +19,9 @@ void addComposeVerb(CommandLine& line);
 /// Files one after the other.
 void addJoinVerb(CommandLine& line);
 
+/// A movie cut without encoding it.
+void addCutVerb(CommandLine& line);
+
 /// The waveform of a file's sound.
 void addWaveVerb(CommandLine& line);
 

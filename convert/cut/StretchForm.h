@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "convert/cut/PictureIndex.h"
+#include "support/FFmpegOwners.h"
+
+namespace kestrel {
+
+/// How pictures that are encoded become part of a stream that is copied: what the encoder is told,
+/// and what is done to its packets. An object serves one stream of one result.
+class StretchForm {
+ public:
+  virtual ~StretchForm() = default;
+
+  /// Whether copies may begin where pictures that are shown before are left out.
+  virtual bool startsOpen() const { return false; }
+
+  /// Decides how the encoder is told, and adds to the result's codec data what its packets need.
+  /// `steps`: how much finer than usual. Answers why it can't be done, "" where it can.
+  virtual std::string prepare(int steps, AVCodecParameters& output) = 0;
+
+  /// The encoder's options, and whether it codes fields, once prepared.
+  const std::map<std::string, std::string>& options() const { return options_; }
+  std::optional<bool> codesFields() const { return codesFields_; }
+
+  /// Whether parameter sets are to be kept out of the encoder's packets.
+  virtual bool setsApart() const { return false; }
+
+  /// Turns a packet of the encoder's into one of the stream's; false if memory runs out.
+  virtual bool adopt(AVPacket& packet) = 0;
+
+  /// Makes an encoder's last packet end a stretch, behind which a copy begins, and a copied packet
+  /// follow on a stretch.
+  virtual bool end(AVPacket& packet) { return packet.size >= 0; }
+  virtual bool resume(AVPacket& packet) { return packet.size >= 0; }
+
+ protected:
+  std::map<std::string, std::string> options_;
+  std::optional<bool> codesFields_;
+};
+
+/// The form of a stream; null, with the reason, where nothing encoded can stand among its pictures.
+std::unique_ptr<StretchForm> makeStretchForm(const AVStream& stream, const PictureIndex& index,
+                                             std::string& why);
+
+/// The form of a stream of which nothing is copied.
+std::unique_ptr<StretchForm> makeWholeForm(const AVStream& stream, bool setsApart);
+
+/// The first picture of a stream as far as it is told without decoding one.
+FramePtr describedPicture(const AVStream& stream);
+
+}  // namespace kestrel
