@@ -21,12 +21,29 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/kestrel"
   FILES_MATCHING PATTERN "*.h")
 
 if(TARGET kestrel)
-  root_from(way "${CMAKE_INSTALL_BINDIR}")
-  set(programs kestrel QTMovieHelperTask SamplePointsTask)
-  set_target_properties(${programs} PROPERTIES
-    INSTALL_RPATH "$ORIGIN/${way}/${CMAKE_INSTALL_LIBDIR}")
-  install(TARGETS ${programs} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  # install_programs(<folder> <target>...): they find the library from there.
+  function(install_programs folder)
+    root_from(way "${folder}")
+    set_target_properties(${ARGN} PROPERTIES INSTALL_RPATH "$ORIGIN/${way}/${CMAKE_INSTALL_LIBDIR}")
+    install(TARGETS ${ARGN} RUNTIME DESTINATION "${folder}")
+  endfunction()
+  install_programs("${CMAKE_INSTALL_BINDIR}" kestrel)
+  install_programs("${KESTREL_INSTALL_HELPERDIR}" QTMovieHelperTask SamplePointsTask)
+
+  # Where the shells look for completion below a prefix; systems differ about zsh.
+  set(KESTREL_INSTALL_ZSHDIR "${CMAKE_INSTALL_DATADIR}/zsh/site-functions" CACHE STRING
+    "Where completion for zsh is installed")
+  set(shell "${PROJECT_BINARY_DIR}/shell")
+  install(DIRECTORY "${shell}/" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1"
+    FILES_MATCHING PATTERN "*.1")
+  install(FILES "${shell}/kestrel.bash" RENAME kestrel
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
+  install(FILES "${shell}/_kestrel" DESTINATION "${KESTREL_INSTALL_ZSHDIR}")
+  install(FILES "${shell}/kestrel.fish"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 endif()
+install(FILES "${PROJECT_BINARY_DIR}/shell/libkestrelcode.3"
+  DESTINATION "${CMAKE_INSTALL_MANDIR}/man3")
 
 install(EXPORT KestrelCodeTargets NAMESPACE KestrelCode:: DESTINATION "${cmake_dir}")
 configure_package_config_file(

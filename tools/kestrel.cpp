@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/Log.h>
-#include <kestrel/Version.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -22,34 +21,6 @@
 using namespace kestrel;
 
 namespace {
-
-std::string versionText() {
-  std::string libraries;
-  for (const LibraryVersion& library : libraryVersions())
-    libraries +=
-        fmt::format("{}{} {}", libraries.empty() ? "" : ", ", library.name, library.version);
-  return fmt::format("kestrel {}\n{}\n", version(), libraries);
-}
-
-/// What the arguments ask for; nothing where that was help or the version.
-Run chosenRun(CommandLine& line, int argc, char** argv) {
-  addInfoVerb(line);
-  addConvertVerb(line);
-  addThumbVerb(line);
-  addComposeVerb(line);
-  addJoinVerb(line);
-  addCutVerb(line);
-  addWaveVerb(line);
-  addCompareVerb(line);
-  addScenesVerb(line);
-  addDvdVerb(line);
-  addPlayVerb(line);
-  addEffectsVerb(line);
-  addEncodersVerb(line);
-  addPresetsVerb(line);
-  addDemoVerb(line);
-  return line.read(argc, argv);
-}
 
 /// Where a standard file is closed, the next file opened would take its number, and messages would
 /// end up in it.
@@ -114,16 +85,11 @@ int main(int argc, char** argv) {
   // One of the encoders writes its settings to standard error, unless this asks for errors alone.
   setenv("SVT_LOG", "1", 0);
   LMFFMovie::initialize();
-  CommandLine line(
-      {.program = "kestrel",
-       .description = "Looks into media files and converts them.",
-       .footer =
-           "'kestrel help VERB' explains a verb, 'kestrel version' names the program's.\n\n"
-           "Example:\n  kestrel demo bars.mp4\n  kestrel convert bars.mp4 small.mp4 --size 640x-",
-       .version = versionText});
+  CommandLine line(aboutProgram());
   try {
     watchForInterrupt();
-    const Run run = chosenRun(line, argc, argv);
+    addVerbs(line);
+    const Run run = line.read(argc, argv);
     const int status = run ? run() : kDone;
     if (status == kInterrupted) reportInterrupt();
     return status;

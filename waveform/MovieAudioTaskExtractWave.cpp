@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/process/HelperPath.h"
 #include "support/Guarded.h"
 
 namespace kestrel {
@@ -90,7 +91,7 @@ std::optional<PropertyList> MovieAudioTaskExtractWave::samplePointsFromPath(
   std::vector<std::string> arguments{path, result.path()};
   if (medias) arguments.push_back(fmt::format("{}", fmt::join(*medias, "-")));
   const auto extractor = std::make_shared<Task>();
-  extractor->setLaunchPath(Bundle::mainBundle().siblingPath(kName));
+  extractor->setLaunchPath(helperPath(kName));
   extractor->setArguments(std::move(arguments));
   setTask(extractor);
   try {

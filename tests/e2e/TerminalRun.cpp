@@ -36,11 +36,15 @@ TerminalRun::TerminalRun(const std::vector<std::string>& arguments,
   std::vector<char*> variables;
   for (char** entry = environ; *entry; ++entry) {
     const std::string text = *entry;
-    const bool isReplaced = std::ranges::any_of(environment, [&](const std::string& own) {
-      return text.starts_with(own.substr(0, own.find('=') + 1));
-    });
+    const bool isReplaced =
+        text.starts_with("TERM=") || std::ranges::any_of(environment, [&](const std::string& own) {
+          return text.starts_with(own.substr(0, own.find('=') + 1));
+        });
     if (!isReplaced) variables.push_back(*entry);
   }
+  std::string capable = "TERM=xterm";  // whatever the tests themselves are run on
+  if (std::ranges::none_of(environment, [](const auto& own) { return own.starts_with("TERM="); }))
+    variables.push_back(capable.data());
   for (const auto& entry : environment) variables.push_back(const_cast<char*>(entry.c_str()));
   variables.push_back(nullptr);
   pid_ = fork();

@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/cli/HelpText.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/Output.h"
 
@@ -43,10 +44,13 @@ std::vector<std::string> marked(int argc, char** argv) {
   return arguments;
 }
 
+std::vector<const CLI::App*> shownVerbs(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App* verb) { return !verb->get_group().empty(); });
+}
+
 std::vector<std::string> verbs(const CLI::App& app) {
   std::vector<std::string> names;
-  for (const auto* verb : app.get_subcommands([](const CLI::App*) { return true; }))
-    names.push_back(verb->get_name());
+  for (const auto* verb : shownVerbs(app)) names.push_back(verb->get_name());
   return names;
 }
 
@@ -126,8 +130,9 @@ std::string sentence(const CLI::ParseError& error, const CLI::App& app) {
 
 /// Refuses a name that is no verb's, with what it may have meant.
 void requireVerb(const CLI::App& app, const std::string& name) {
+  const auto isNamed = [&](const CLI::App* verb) { return verb->get_name() == name; };
+  if (!app.get_subcommands(isNamed).empty()) return;
   const auto names = verbs(app);
-  if (std::ranges::count(names, name) > 0) return;
   std::error_code ignored;
   if (std::filesystem::exists(name, ignored))
     throw wrongUsage(fmt::format("'{0}' is a file, and a verb comes first, as in '{1} info {0}'",
@@ -135,6 +140,27 @@ void requireVerb(const CLI::App& app, const std::string& name) {
   const std::string near = kestrel::nearestNames(name, names);
   throw wrongUsage(fmt::format("unknown verb '{}'{}", name,
                                near.empty() ? "; the verbs are " + verbList(app) : near));
+}
+
+OptionDescription describe(const CLI::Option& option, const Choices& choices) {
+  OptionDescription description{.text = option.get_description(),
+                                .group = option.get_group(),
+                                .isRequired = option.get_required(),
+                                .choices = choices};
+  for (const std::string& name : option.get_snames()) description.names.push_back("-" + name);
+  for (const std::string& name : option.get_lnames()) description.names.push_back("--" + name);
+  if (description.names.empty()) description.label = option.get_name(true);
+  if (option.get_items_expected_max() == 0) return description;
+  description.value = option.get_type_name();
+  description.isRepeatable = option.get_items_expected_max() > 1 ||
+                             option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
+  // The parser's own words for types say nothing to users.
+  if (description.value == "TEXT") description.value = description.isArgument() ? "" : "VALUE";
+  const auto isCalled = [&](std::string_view name) { return description.value.starts_with(name); };
+  description.choices.files |=
+      isCalled("FILE") || isCalled("INPUT") || isCalled("PATH") || isCalled("NAME|FILE");
+  description.choices.folders |= isCalled("DIR");
+  return description;
 }
 
 bool isWholeBetween(std::string_view text, int low, int high) {
@@ -154,6 +180,21 @@ Option& Option::required() {
 
 Option& Option::type(const std::string& name) {
   option_->type_name(name);
+  return *this;
+}
+
+Option& Option::words(std::vector<std::string> words) {
+  choices_->words = std::move(words);
+  return *this;
+}
+
+Option& Option::asks(const std::string& question) {
+  choices_->question = question;
+  return *this;
+}
+
+Option& Option::offers(const Choices& choices) {
+  *choices_ = choices;
   return *this;
 }
 
@@ -197,6 +238,8 @@ CLI::Validator notPlain() {
 
 }  // namespace
 
+Option Verb::handle(CLI::Option& option) const { return {option, state_->choices[&option]}; }
+
 template <typename Value>
 Option Verb::option(const std::string& name, Value& value, const std::string& text) {
   CLI::Option* option = app_->add_option(name, value, text);
@@ -209,7 +252,7 @@ Option Verb::option(const std::string& name, Value& value, const std::string& te
           return std::string();
         },
         ""));
-  return Option(*option);
+  return handle(*option);
 }
 
 template Option Verb::option(const std::string&, std::string&, const std::string&);
@@ -223,15 +266,15 @@ template Option Verb::option(const std::string&, std::optional<double>&, const s
 Option Verb::option(const std::string& name, const std::string& text) {
   CLI::Option* const option = app_->add_option(name, CLI::callback_t(), text);
   option->check(notPlain());
-  return Option(*option);
+  return handle(*option);
 }
 
 Option Verb::flag(const std::string& name, const std::string& text) {
-  return Option(*app_->add_flag(name, text));
+  return handle(*app_->add_flag(name, text));
 }
 
 Option Verb::flag(const std::string& name, bool& value, const std::string& text) {
-  return Option(*app_->add_flag(name, value, text));
+  return handle(*app_->add_flag(name, value, text));
 }
 
 void Verb::group(const std::string& heading) { app_->option_defaults()->group(heading); }
@@ -239,7 +282,7 @@ void Verb::group(const std::string& heading) { app_->option_defaults()->group(he
 void Verb::footer(const std::string& text) { app_->footer(text); }
 
 void Verb::runs(Run run) {
-  app_->callback([chosen = chosen_, run = std::move(run)] { *chosen = run; });
+  app_->callback([state = state_, run = std::move(run)] { state->chosen = run; });
 }
 
 const std::string& Verb::name() const { return app_->get_name(); }
@@ -261,7 +304,7 @@ std::vector<Verb::Given> Verb::given() const {
 std::vector<Option> Verb::options() const {
   std::vector<Option> options;
   for (CLI::Option* option : app_->get_options([](const CLI::Option*) { return true; }))
-    options.emplace_back(*option);
+    options.push_back(handle(*option));
   return options;
 }
 
@@ -272,13 +315,49 @@ CommandLine::CommandLine(const About& about)
                          "name the version of the program and its libraries");
   app_->require_subcommand(1);
   app_->footer(about.footer);
-  app_->get_formatter()->label("SUBCOMMAND", "VERB");
 }
 
 CommandLine::~CommandLine() = default;
 
 Verb CommandLine::addVerb(const std::string& name, const std::string& description) {
-  return {*app_->add_subcommand(name, description)->group("Verbs"), chosen_};
+  return {*app_->add_subcommand(name, description)->group("Verbs"), state_};
+}
+
+Verb CommandLine::addHiddenVerb(const std::string& name) {
+  return {*app_->add_subcommand(name)->group(""), state_};
+}
+
+ProgramDescription CommandLine::describe() const {
+  const auto optionsOf = [this](const CLI::App& app) {
+    std::vector<OptionDescription> options;
+    for (const CLI::Option* option : app.get_options()) {
+      const auto choices = state_.choices.find(option);
+      options.push_back(
+          ::describe(*option, choices == state_.choices.end() ? Choices() : choices->second));
+    }
+    return options;
+  };
+  ProgramDescription program{.name = app_->get_name(),
+                             .text = app_->get_description(),
+                             .footer = app_->get_footer(),
+                             .options = optionsOf(*app_)};
+  for (const CLI::App* verb : shownVerbs(*app_))
+    program.verbs.push_back({.name = verb->get_name(),
+                             .text = verb->get_description(),
+                             .footer = verb->get_footer(),
+                             .options = optionsOf(*verb)});
+  return program;
+}
+
+/// The help of the verb that was named, or of the program.
+std::string CommandLine::help() const {
+  const ProgramDescription program = describe();
+  const auto named = app_->get_subcommands();
+  const auto verb =
+      std::ranges::find(program.verbs, named.empty() ? std::string() : named.front()->get_name(),
+                        &VerbDescription::name);
+  return verb == program.verbs.end() ? helpText(program, helpColumns())
+                                     : helpText(program, *verb, helpColumns());
 }
 
 Run CommandLine::read(int argc, char** argv) {
@@ -288,7 +367,7 @@ Run CommandLine::read(int argc, char** argv) {
   try {
     parse(*app_, argc, argv);
   } catch (const CLI::CallForHelp&) {
-    writeStandardOutput(app_->help());
+    writeStandardOutput(help());
     return {};
   } catch (const CLI::CallForVersion& version) {
     writeStandardOutput(version.what());
@@ -296,7 +375,7 @@ Run CommandLine::read(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     throw wrongUsage(sentence(error, *app_));
   }
-  return chosen_;
+  return state_.chosen;
 }
 
 Run CommandLine::readHelp(int argc, char** argv) {
@@ -318,5 +397,5 @@ Run CommandLine::readAs(std::string flag, int argc, char** argv) {
 std::optional<Verb> CommandLine::verb() {
   const auto chosen = app_->get_subcommands();
   if (chosen.empty()) return std::nullopt;
-  return Verb(*chosen.front(), chosen_);
+  return Verb(*chosen.front(), state_);
 }

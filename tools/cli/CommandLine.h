@@ -1,10 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "tools/cli/Description.h"
 
 namespace CLI {
 class App;
@@ -22,13 +25,20 @@ using Run = std::function<int()>;
 /// One option of a verb ("--size"), or one of its arguments, whose name has no dashes.
 class Option {
  public:
-  explicit Option(CLI::Option& option) : option_(&option) {}
+  Option(CLI::Option& option, Choices& choices) : option_(&option), choices_(&choices) {}
 
   /// Refuses a command line without it.
   Option& required();
 
-  /// What the help shows in the value's place.
+  /// What the help shows in the value's place. Shells offer files where its name begins with FILE,
+  /// INPUT or PATH, and folders where it begins with DIR.
   Option& type(const std::string& name);
+
+  /// What shells offer in the value's place.
+  Option& words(std::vector<std::string> words);
+  /// The same, by what `kestrel complete` answers to a question.
+  Option& asks(const std::string& question);
+  Option& offers(const Choices& choices);
 
   /// Refuses an empty value, such as that of a script's variable that is not set.
   Option& notEmpty();
@@ -46,11 +56,18 @@ class Option {
 
  private:
   CLI::Option* option_;
+  Choices* choices_;
+};
+
+/// What a command line keeps beside the parser.
+struct CommandLineState {
+  Run chosen;
+  std::map<const CLI::Option*, Choices> choices;
 };
 
 class Verb {
  public:
-  Verb(CLI::App& app, Run& chosen) : app_(&app), chosen_(&chosen) {}
+  Verb(CLI::App& app, CommandLineState& state) : app_(&app), state_(&state) {}
 
   /// Adds an option whose value goes to `value`, which lives as long as the command line: a text, a
   /// list of texts, a `float` or `double`, or an `int`, `float` or `double` that may be absent.
@@ -90,8 +107,10 @@ class Verb {
   std::vector<Option> options() const;
 
  private:
+  Option handle(CLI::Option& option) const;
+
   CLI::App* app_;
-  Run* chosen_;
+  CommandLineState* state_;
 };
 
 class CommandLine {
@@ -108,6 +127,12 @@ class CommandLine {
 
   Verb addVerb(const std::string& name, const std::string& description);
 
+  /// One that no help tells of.
+  Verb addHiddenVerb(const std::string& name);
+
+  /// All that help tells of.
+  ProgramDescription describe() const;
+
   /// Reads the arguments and answers what they ask for; nothing where that was help or the version,
   /// which is printed; "help VERB" is "VERB --help", "version" is "--version". Throws the `Failure`
   /// of wrong usage.
@@ -117,9 +142,10 @@ class CommandLine {
   std::optional<Verb> verb();
 
  private:
+  std::string help() const;
   Run readHelp(int argc, char** argv);
   Run readAs(std::string flag, int argc, char** argv);
 
   const std::unique_ptr<CLI::App> app_;
-  Run chosen_;
+  CommandLineState state_;
 };

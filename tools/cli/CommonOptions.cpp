@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "tools/cli/KnownOptions.h"
 #include "tools/terminal/Outcome.h"
 
 using namespace kestrel;
@@ -16,7 +17,7 @@ template <typename Value>
 Option addKnown(Verb& verb, const std::string& name, Value& value) {
   const auto known = knownConversionOptions();
   const auto option = std::ranges::find(known, name, &OptionInfo::name);
-  return verb.option("--" + name, value, option->text).type(option->value);
+  return verb.option("--" + name, value, option->text).type(option->value).offers(choicesOf(name));
 }
 
 }  // namespace
@@ -49,6 +50,8 @@ ProgressDisplay::Style TypedProgress::style() const {
 }
 
 void addProgressOption(Verb& verb, TypedProgress& typed) {
-  verb.option("--progress", typed.text, "bar (on a terminal), json (a line each) or none")
-      .type("STYLE");
+  verb.option("--progress", typed.text,
+              "bar (on a terminal; the default), json (a line each) or none")
+      .type("STYLE")
+      .words({"bar", "json", "none"});
 }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 
 #include "tools/terminal/Outcome.h"
 
@@ -10,17 +11,52 @@ using namespace kestrel;
 
 namespace {
 
+/// Of the library's options; of those that are not here nothing is known beside how a value looks.
+const std::map<std::string, Choices>& allChoices() {
+  static const std::map<std::string, Choices> kAll{
+      {"video-codec", {.question = "video-encoders"}},
+      {"audio-codec", {.question = "audio-encoders"}},
+      {"encoder-preset", {.question = "encoder-presets"}},
+      {"size", {.words = {"480p", "720p", "1080p", "1440p", "2160p", "50%"}}},
+      {"passes", {.words = {"1", "2"}}},
+      {"depth", {.words = {"8", "10", "12"}}},
+      {"chroma", {.words = {"420", "422", "444"}}},
+      {"deinterlace", {.words = {"auto", "on", "off", "bob"}}},
+      {"denoise", {.words = {"light", "medium", "strong"}}},
+      {"audio-tracks", {.words = {"all", "none"}, .question = "sound-tracks"}},
+      {"mix", {.words = {"all"}, .question = "sound-tracks"}},
+      {"channels", {.words = {"mono", "stereo", "5.1", "7.1"}}},
+      {"subtitles-keep", {.words = {"all", "none"}, .question = "subtitle-tracks"}},
+      {"title", {.question = "titles"}},
+      {"allow-protocol", {.words = {"https", "http", "rtsp", "concat", "file"}}},
+      {"format",
+       {.words = {"mp4", "mkv", "mov", "webm", "ts", "mxf", "wav", "flac", "mp3", "ogg"}}},
+      {"zoom", {.words = {"stretch", "fit", "16:9", "4:3", "fill-width"}}},
+      {"scaler", {.words = {"lanczos3", "catmull-rom", "mitchell", "bilinear", "area"}}},
+      {"hdr", {.words = {"keep", "sdr"}}},
+      {"display-aspect", {.words = {"source", "4:3", "16:9"}}},
+      {"effect", {.question = "effects"}},
+      {"subtitle-track", {.question = "subtitle-tracks"}},
+  };
+  return kAll;
+}
+
 void addOption(Verb verb, const OptionInfo& known) {
   const std::string name = "--" + known.name;
   if (known.form == OptionForm::kSwitch) {
     verb.flag(name, known.text);
     return;
   }
-  Option option = verb.option(name, known.text).type(known.value);
+  Option option = verb.option(name, known.text).type(known.value).offers(choicesOf(known.name));
   if (known.form == OptionForm::kList) option.repeatable();
 }
 
 }  // namespace
+
+Choices choicesOf(const std::string& name) {
+  const auto found = allChoices().find(name);
+  return found == allChoices().end() ? Choices() : found->second;
+}
 
 void addOptions(Verb verb, const std::vector<OptionInfo>& known,
                 const std::vector<std::string>& headings) {

@@ -7,6 +7,9 @@
 
 #include "tools/cli/CommandLine.h"
 
+/// What shells offer for the value of one of the library's options, by its name.
+Choices choicesOf(const std::string& name);
+
 /// Adds those of the library's options that stand under one of these headings, in their order.
 void addOptions(Verb verb, const std::vector<kestrel::OptionInfo>& known,
                 const std::vector<std::string>& headings);

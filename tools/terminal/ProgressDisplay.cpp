@@ -12,6 +12,7 @@
 #include <kestrel/convert/Text.h>
 #include "tools/terminal/Interrupt.h"
 #include "tools/terminal/Outcome.h"
+#include "tools/terminal/Terminal.h"
 
 using namespace kestrel;
 
@@ -35,7 +36,8 @@ void print(const std::string& text) {
 }  // namespace
 
 ProgressDisplay::Style shownStyle(ProgressDisplay::Style wanted) {
-  const bool isHidden = wanted == ProgressDisplay::Style::kBar && !isatty(STDERR_FILENO);
+  const bool isHidden =
+      wanted == ProgressDisplay::Style::kBar && (!isatty(STDERR_FILENO) || isDumbTerminal());
   return isHidden ? ProgressDisplay::Style::kNone : wanted;
 }
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <mutex>
 #include <thread>
 
@@ -92,8 +93,15 @@ void onStop(void (*action)(int)) {
 
 }  // namespace
 
+bool isDumbTerminal() {
+  const char* const name = std::getenv("TERM");
+  return name && std::string_view(name) == "dumb";
+}
+
 Terminal::Terminal(bool readsKeys) : wantsKeys_(readsKeys && isatty(STDIN_FILENO) != 0) {
-  if (isatty(STDOUT_FILENO)) {
+  if (isDumbTerminal()) {
+    output_ = -1;
+  } else if (isatty(STDOUT_FILENO)) {
     output_ = STDOUT_FILENO;
   } else if (isatty(STDERR_FILENO)) {
     output_ = STDERR_FILENO;

@@ -12,13 +12,16 @@ struct TerminalSize {
   bool operator==(const TerminalSize&) const = default;
 };
 
+/// Whether the environment says that the terminal knows no way to go back over what it shows.
+bool isDumbTerminal();
+
 /// The terminal that a player shows itself on and reads its keys from.
 ///
 /// While it lives, keys come at once and without being shown, and the cursor is hidden; afterwards,
 /// while a signal or a key has stopped the program, and when a signal ends it, the terminal is as
 /// it was. One at a time. In the background there are no keys and nothing is shown, until the
 /// program is in front again; without a terminal there are no keys, and where neither standard
-/// output nor standard error is one, nothing is shown.
+/// output nor standard error is one, or it is dumb, nothing is shown.
 class Terminal {
  public:
   explicit Terminal(bool readsKeys);

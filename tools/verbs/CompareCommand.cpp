@@ -147,9 +147,11 @@ void addCompareVerb(CommandLine& line) {
       "  kestrel demo bars.mp4 && kestrel convert bars.mp4 small.mp4 --quality 40 &&\n"
       "  kestrel compare bars.mp4 small.mp4 --plot scores.svg");
   auto arguments = std::make_shared<Arguments>();
-  verb.option("original", arguments->original, "the movie as it was").required();
-  verb.option("distorted", arguments->distorted, "the copy of it").required();
-  verb.option("--metric", arguments->metric, "ssimulacra2 (default), ssim or psnr").type("NAME");
+  verb.option("original", arguments->original, "the movie as it was").required().type("FILE");
+  verb.option("distorted", arguments->distorted, "the copy of it").required().type("FILE");
+  verb.option("--metric", arguments->metric, "ssimulacra2 (default), ssim or psnr")
+      .type("NAME")
+      .words({"ssimulacra2", "ssim", "psnr"});
   verb.option("--every", arguments->every, "compare only every N-th pair (default: 1)").type("N");
   verb.option("--offset", arguments->offset,
               "by how much the copy's pictures come later, seconds (default: looked for)")

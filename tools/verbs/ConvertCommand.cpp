@@ -221,7 +221,8 @@ void addConvertVerb(CommandLine& line) {
       .type("INPUT OUTPUT | INPUT… --into DIR");
   verb.option("--preset", typed->preset,
               "a preset (see 'kestrel presets') or its file; options that are given win")
-      .type("NAME|FILE");
+      .type("NAME|FILE")
+      .asks("presets");
   verb.option("--save-preset", typed->savedPreset, "keep these options as a preset of your own")
       .type("NAME");
   addOptions(verb, knownConversionOptions(),

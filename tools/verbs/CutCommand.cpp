@@ -120,15 +120,16 @@ void addCutVerb(CommandLine& line) {
       "Example:\n"
       "  kestrel demo bars.mp4 && kestrel cut bars.mp4 part.mp4 --keep 0.5-1.5,2-3.2");
   auto arguments = std::make_shared<Arguments>();
-  verb.option("input", arguments->input, "the movie to cut").required();
-  verb.option("output", arguments->output, "the file to write").required();
+  verb.option("input", arguments->input, "the movie to cut").required().type("FILE");
+  verb.option("output", arguments->output, "the file to write").required().type("FILE");
   verb.option("--keep", arguments->keep, "what stays; either side of a span may be left out")
       .type("A-B[,C-D...]")
       .notEmpty();
   verb.option("--drop", arguments->drop, "what goes").type("A-B[,C-D...]").notEmpty();
   verb.option("--accuracy", arguments->accuracy,
               "exact, or key: whole groups of pictures, so that none is encoded")
-      .type("HOW");
+      .type("HOW")
+      .words({"exact", "key"});
   verb.flag("--json", arguments->json, "print one JSON document");
   addProtocolOption(verb, arguments->protocols);
   verb.flag("--force", arguments->force, "replace an existing target");

@@ -91,7 +91,8 @@ void addEncodersVerb(CommandLine& line) {
   Verb verb = line.addVerb("encoders", "List the encoders that work on this machine");
   verb.option("codec", typed->codec,
               "those of one codec, or one by its name, be they usable or not")
-      .type("CODEC|ENCODER");
+      .type("CODEC|ENCODER")
+      .asks("encoders");
   verb.flag("--json", typed->json, "print one JSON document");
   verb.flag("--all", typed->all, "list those that do not work here, too, and why");
   verb.footer(

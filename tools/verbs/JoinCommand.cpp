@@ -8,6 +8,7 @@
 #include <kestrel/convert/Text.h>
 #include <kestrel/convert/Values.h>
 #include "tools/cli/CommonOptions.h"
+#include "tools/cli/KnownOptions.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/Output.h"
 #include "tools/terminal/ProgressDisplay.h"
@@ -91,23 +92,29 @@ void addJoinVerb(CommandLine& line) {
       "Example:\n"
       "  kestrel demo bars.mp4 && kestrel join bars.mp4 bars.mp4 -o twice.mp4");
   auto arguments = std::make_shared<Arguments>();
-  verb.option("inputs", arguments->inputs, "the files to join, in their order").required();
+  verb.option("inputs", arguments->inputs, "the files to join, in their order")
+      .required()
+      .type("FILE");
   verb.option("-o,--output", arguments->output, "the file to write").type("FILE").required();
   verb.option("--reencode", arguments->reencode,
-              "auto (where inputs do not fit), never (fail then) or always")
-      .type("WHEN");
+              "auto (where inputs do not fit; the default), never (fail then) or always")
+      .type("WHEN")
+      .words({"auto", "never", "always"});
   addProtocolOption(verb, arguments->protocols);
   verb.flag("--force", arguments->force, "replace an existing target");
   addProgressOption(verb, arguments->progress);
   verb.group("Format, encoded anew");
   const std::vector<Option> formats{
       verb.option("--video-codec", arguments->format.videoCodec, "codec of the pictures")
-          .type("NAME"),
+          .type("NAME")
+          .offers(choicesOf("video-codec")),
       verb.option("--size", arguments->size, "size in pixels").type("WxH|720p|50%"),
       verb.option("--fps", arguments->fps, "pictures per second").type("N[/D]"),
       verb.option("--video-bitrate", arguments->videoBitrate, "bits per second").type("RATE"),
       verb.option("--crf", arguments->format.crf, "constant quality").type("N"),
-      verb.option("--audio-codec", arguments->format.audioCodec, "codec of the sound").type("NAME"),
+      verb.option("--audio-codec", arguments->format.audioCodec, "codec of the sound")
+          .type("NAME")
+          .offers(choicesOf("audio-codec")),
       verb.option("--audio-bitrate", arguments->audioBitrate, "bits per second").type("RATE")};
   verb.runs([arguments, formats] {
     return runJoin(*arguments, std::ranges::any_of(formats, &Option::isGiven));

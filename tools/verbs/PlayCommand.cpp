@@ -262,7 +262,9 @@ void addPlayVerb(CommandLine& line) {
       .type("X");
   verb.option("--audio-tracks", typed->audioTracks,
               "tracks to mix: numbers from 0, 'all', or a language code")
-      .type("0,2|all|LANG");
+      .type("0,2|all|LANG")
+      .words({"all"})
+      .asks("sound-tracks");
   verb.flag("--picture", typed->picture, "show the pictures, too, in characters");
   addSubtitleOptions(verb);
   verb.flag("--no-input", typed->noInput, "read no keys");

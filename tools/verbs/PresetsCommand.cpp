@@ -61,7 +61,7 @@ struct Typed {
 void addPresetsVerb(CommandLine& line) {
   const auto typed = std::make_shared<Typed>();
   Verb verb = line.addVerb("presets", "List the presets of 'kestrel convert --preset'");
-  verb.option("name", typed->name, "what one of them sets").type("NAME|FILE");
+  verb.option("name", typed->name, "what one of them sets").type("NAME|FILE").asks("presets");
   verb.flag("--json", typed->json, "print one JSON document");
   verb.footer(
       "What is printed of one may be saved, changed, and given as a file.\n\n"

@@ -86,7 +86,7 @@ void addScenesVerb(CommandLine& line) {
       "Example:\n"
       "  kestrel demo bars.mp4 && kestrel scenes bars.mp4 --sheet scenes.jpg");
   auto arguments = std::make_shared<Arguments>();
-  verb.option("input", arguments->input, "the movie to look at").required();
+  verb.option("input", arguments->input, "the movie to look at").required().type("FILE");
   verb.flag("--json", arguments->json, "print one JSON document");
   verb.flag("--chapters", arguments->chapters,
             "print them as chapters, in the simple form that tools for Matroska read");

@@ -136,7 +136,8 @@ void addThumbVerb(CommandLine& line) {
   verb.option("--size", typed->size,
               "the size to fit the picture, or each one of a sheet, into, in pixels "
               "(default: its own; a side '-' is free)")
-      .type("WxH|720p|50%");
+      .type("WxH|720p|50%")
+      .words({"480p", "720p", "1080p", "50%"});
   verb.option("--sheet", typed->sheet,
               "a contact sheet: so many columns by rows, from all over the movie")
       .type("4x5");

@@ -2,7 +2,12 @@
 
 #include "tools/cli/CommandLine.h"
 
-/// The program's verbs. Each function adds one with its options and says what it does.
+/// The program, and its verbs. Each function adds one with its options and says what it does.
+
+CommandLine::About aboutProgram();
+
+/// All that follow.
+void addVerbs(CommandLine& line);
 
 /// What is in a media file, as text or as JSON.
 void addInfoVerb(CommandLine& line);
@@ -48,3 +53,7 @@ void addPresetsVerb(CommandLine& line);
 
 /// A short test movie, so that there is something to try the program on.
 void addDemoVerb(CommandLine& line);
+
+/// What completion in shells asks the program for: values that depend on the machine or on a file.
+/// `kestrel complete QUESTION -- WORD…`; no help tells of it.
+void addCompleteVerb(CommandLine& line);

@@ -84,16 +84,18 @@ void addWaveVerb(CommandLine& line) {
       "players of waveforms read, .png is a picture.\n\n"
       "Example:\n  kestrel demo bars.mp4 && kestrel wave bars.mp4 bars.png");
   auto arguments = std::make_shared<Arguments>();
-  verb.option("input", arguments->input, "the file to read").required();
-  verb.option("output", arguments->output, "the file to write").required();
+  verb.option("input", arguments->input, "the file to read").required().type("FILE");
+  verb.option("output", arguments->output, "the file to write").required().type("FILE");
   verb.option("--points-per-second", arguments->pointsPerSecond, "how fine it is (default: 100)")
       .type("N");
   verb.option("--size", arguments->size, "of a picture, in pixels (default: 1200x240)").type("WxH");
   verb.option("--bits", arguments->bits, "of a number in .json and .dat (default: 16)")
-      .type("8|16");
+      .type("8|16")
+      .words({"8", "16"});
   verb.option("--tracks", arguments->tracks,
               "sound tracks by number, from 0 (default: the one a player chooses)")
-      .type("0,2");
+      .type("0,2")
+      .asks("sound-tracks");
   addInputOptions(verb, arguments->source);
   verb.flag("--split-channels", arguments->splitChannels,
             "every channel by itself instead of their mean");
