@@ -13,7 +13,8 @@ Rules, by what a file includes:
 - codecs are opened, driven and closed in platform/codec/ only;
 - a setting of the look that the movie takes as it is touches four files: LookSettings.h, its row of
   LookTable.cpp, MovieLook.h and the source that makes the picture of it;
-- no circles, down to the smallest folder: when a file of A includes one of B, none of B leads back;
+- no circles, down to the smallest folder, those of tests/ included: when a file of A includes one
+  of B, none of B leads back;
 - a public header includes public headers of its own folder or of those before it and the standard
   library, so that a host needs no foreign header.
 
@@ -89,6 +90,7 @@ class Tree:
         for folder in ORDER:
             files = (self.root / folder).rglob("*")
             self.sources[folder] = sorted(f for f in files if f.suffix in (".h", ".cpp"))
+        self.tests = sorted(f for f in (self.root / "tests").rglob("*") if f.suffix in (".h", ".cpp"))
         self.homes = dict(HOMES)  # public header, as kestrel/... -> folder that implements it
         for folder, files in self.sources.items():
             below = "convert/" if folder == "convert" else ""
@@ -216,6 +218,7 @@ def folders_known(tree):
     known = collections.defaultdict(dict)
     files = [(tree.folder(f), f) for files in tree.sources.values() for f in files]
     files += [(tree.home(tree.public_name(f)), f) for f in tree.public]
+    files += [(tree.folder(f), f) for f in tree.tests]
     for folder, file in files:
         for system, name in includes(file):
             if name.startswith("kestrel/"):

@@ -107,6 +107,12 @@ class CheckStructureTest(unittest.TestCase):
                                                       "class KESTREL_API Queue {\n};\n"},
                           "platform/queue", "platform/files", "platform/queue")
 
+    def test_circle_between_folders_of_tests(self):
+        self.assertCircle({"tests/a/A.h": '#include "tests/b/B.h"\n',
+                           "tests/b/B.h": "#pragma once\n",
+                           "tests/b/B.cpp": '#include "tests/a/A.h"\n'},
+                          "tests/a", "tests/b", "tests/a")
+
     def test_longer_circle(self):
         self.assertCircle({"platform/a/A.h": '#include "platform/b/B.h"\n',
                            "platform/b/B.h": '#include "platform/c/C.h"\n',
