@@ -100,6 +100,7 @@ void AvcForm::configure() {
   const AvcSequence& to = move_.to;
   const bool hasStillFields = !to.framesOnly && !to.adaptsFields;
   codesFields_ = !to.framesOnly && to.adaptsFields;
+  options_["preset"] = "veryfast";
   options_["profile"] = nameOfProfile(to.profile);
   // Slices that are not coded arithmetically can be moved bit by bit.
   options_["x264-params"] = std::string("cabac=0:weightp=0:scenecut=0:ref=1:keyint=300") +

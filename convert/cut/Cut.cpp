@@ -14,6 +14,7 @@
 #include "convert/cut/CutRules.h"
 #include "convert/cut/CutWriter.h"
 #include "convert/files/SameFile.h"
+#include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/InputOutline.h"
 #include "convert/probe/Streams.h"
@@ -80,7 +81,8 @@ class Cutter {
           fmt::format("'{}' can't be cut without encoding: {}", job_.settings.input, why));
     if (job_.events.note) job_.events.note("encoding all pictures: " + why);
     report_.report.encoded.push_back("all pictures: " + why);
-    const auto whole = makeWholeForm(stream, true);
+    const bool setsApart = outputFormatFor(job_.settings.output).flags & AVFMT_GLOBALHEADER;
+    const auto whole = makeWholeForm(stream, setsApart);
     way = {.encodesAll = true, .why = why};
     std::string problem;
     if (tryCopying(way, whole.get(), problem)) return std::move(report_);
@@ -96,9 +98,8 @@ class Cutter {
     if (plan.pictures.empty())
       throw Failure::settings("no picture of the input lies in what is to stay", "keep");
     if (plan.encoded() > 0 && !form) return false;
-    StretchForm* const used = plan.encoded() > 0 ? form : nullptr;
     for (int steps = 0; steps <= FineCoding::kMostSteps; ++steps) {
-      const CutResult result = writeCut(job_, plan, used, steps, path_);
+      const CutResult result = writeCut(job_, plan, form, steps, path_);
       why = result.problem;
       if (!why.empty()) return false;
       const CutProof proof = proveCut(job_, plan, result.shown, path_);

@@ -62,6 +62,8 @@ class CutWriter {
 
   AVFormatContext& input() const { return *job_.outline; }
 
+  bool encodes() const { return form_ && plan_.encoded() > 0; }
+
   void requireNoError() const {
     if (job_.events.isInterrupted()) throw Failure::interrupted();
     if (!errors_.get()) return;
@@ -77,7 +79,7 @@ class CutWriter {
     described_.reset(avcodec_parameters_alloc());
     if (!described_ || avcodec_parameters_copy(described_.get(), stream.codecpar) < 0)
       throw std::bad_alloc();
-    if (form_) result_.problem = form_->prepare(steps_, *described_);
+    if (encodes()) result_.problem = form_->prepare(steps_, *described_);
     if (!result_.problem.empty()) return false;
     // The copier describes the output like the input: that has the output's codec data meanwhile.
     std::swap(*stream.codecpar, *described_);
@@ -149,6 +151,8 @@ class CutWriter {
     addEntries(lastingTags(job_.info.tags), &muxer_.context()->metadata);
     addChapters();
     pictures_->settle();
+    if (isMpeg4(*muxer_.context()->oformat) && encodes() && form_->tag() != 0)
+      pictures_->stream()->codecpar->codec_tag = form_->tag();
     std::map<std::string, std::string> options;
     // So that the end of edit lists is as exact as their beginning.
     if (isMpeg4(*muxer_.context()->oformat)) options["movie_timescale"] = "90000";

@@ -20,8 +20,8 @@ struct CutResult {
       {};  ///< of each planned picture: when it is shown, by the result's ticks
 };
 
-/// Writes the result of a cut. `form`: of what is encoded; null where nothing is. `steps`: how much
-/// finer than usual. Throws `Failure` when it can't be written.
+/// Writes the result of a cut. `form`: of what is encoded; null where that is not known and nothing
+/// is. `steps`: how much finer than usual. Throws `Failure` when it can't be written.
 CutResult writeCut(const CutJob& job, const PicturePlan& plan, StretchForm* form, int steps,
                    const std::string& path);
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "convert/cut/AvcForm.h"
+#include "convert/cut/InBandForm.h"
 #include "support/copy/FineEncoder.h"
 
 namespace kestrel {
@@ -51,6 +52,7 @@ std::unique_ptr<StretchForm> makeStretchForm(const AVStream& stream, const Pictu
   }
   if (stream.codecpar->codec_id == AV_CODEC_ID_H264)
     return std::make_unique<AvcForm>(stream, index);
+  if (InBandForm::takes(stream.codecpar->codec_id)) return std::make_unique<InBandForm>(stream);
   why = std::string("nothing can be encoded among copied pictures of ") +
         avcodec_get_name(stream.codecpar->codec_id);
   return nullptr;

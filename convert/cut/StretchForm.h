@@ -28,16 +28,19 @@ class StretchForm {
   const std::map<std::string, std::string>& options() const { return options_; }
   std::optional<bool> codesFields() const { return codesFields_; }
 
+  /// The codec's tag in MPEG-4 files once pictures are encoded; 0: as ever.
+  virtual uint32_t tag() const { return 0; }
+
   /// Whether parameter sets are to be kept out of the encoder's packets.
   virtual bool setsApart() const { return false; }
 
   /// Turns a packet of the encoder's into one of the stream's; false if memory runs out.
   virtual bool adopt(AVPacket& packet) = 0;
 
-  /// Makes an encoder's last packet end a stretch, behind which a copy begins, and a copied packet
-  /// follow on a stretch.
-  virtual bool end(AVPacket& packet) { return packet.size >= 0; }
+  /// Makes a copied packet the first behind what was encoded, and one of an open group the first
+  /// behind something else than what it followed in the input; false if memory runs out.
   virtual bool resume(AVPacket& packet) { return packet.size >= 0; }
+  virtual bool open(AVPacket& packet) { return packet.size >= 0; }
 
  protected:
   std::map<std::string, std::string> options_;

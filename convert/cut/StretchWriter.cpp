@@ -64,6 +64,9 @@ bool StretchWriter::take(const AVPacket& packet) {
   PacketPtr own(av_packet_clone(&packet));
   if (!own) throw std::bad_alloc();
   if (std::exchange(follows_, false) && form_ && !form_->resume(*own)) throw std::bad_alloc();
+  const bool opens = next_ > 0 && next_ == stretch->first && form_ &&
+                     job_.index.pictures[picture.index].entry == IndexedPicture::Entry::kOpen;
+  if (opens && !form_->open(*own)) throw std::bad_alloc();
   write(std::move(own), picture);
   ++next_;
   if (!isDone(window_)) encodeAhead();
@@ -86,15 +89,10 @@ void StretchWriter::encode(const PictureStretch& stretch) {
   source.seek(job_.index.entryBefore(first), first);
   CodecContextPtr encoder;
   size_t count = 0;
-  PacketPtr held;  // so that the last one is known
-  const auto put = [&](PacketPtr packet) {
-    if (held && count < stretch.count)
-      write(std::move(held), plan_.pictures[stretch.first + count++]);
-    held = std::move(packet);
-  };
   const auto adopt = [&](PacketPtr packet) {
     if (!form_->adopt(*packet)) throw std::bad_alloc();
-    put(std::move(packet));
+    if (count < stretch.count) write(std::move(packet), plan_.pictures[stretch.first + count]);
+    ++count;
   };
   for (size_t i = 0; i < stretch.count; ++i) {
     FramePtr picture = source.next();
@@ -120,8 +118,6 @@ void StretchWriter::encode(const PictureStretch& stretch) {
     if (job_.events.isInterrupted()) throw Failure::interrupted();
   }
   if (encodeFrame(*encoder, nullptr, adopt) < 0) problem_ = "the encoder failed";
-  if (held && !form_->end(*held)) throw std::bad_alloc();
-  put(nullptr);
   if (count != stretch.count) problem_ = "the encoder left pictures out";
 }
 

@@ -31,6 +31,7 @@ constexpr Choice kChoices[] = {
     {AV_CODEC_ID_MPEG4, "mpeg4", "", {}},
     {AV_CODEC_ID_VP8, "libvpx", "crf", {"6", "5", "4"}},
     {AV_CODEC_ID_VP9, "libvpx-vp9", "crf", {"12", "6", "2"}},
+    {AV_CODEC_ID_AV1, "libaom-av1", "crf", {"12", "6", "2"}},
 };
 
 /// Of codecs that have a fixed quantiser, the one whose errors nobody sees, and the least.

@@ -151,6 +151,25 @@ TEST_F(Cut, TakesEveryFormOfH264) {
   }
 }
 
+TEST_F(Cut, TakesCodecsThatBeginAnewWithKeyPictures) {
+  for (const char* input : {"cut-hevc.mp4", "cut-hevc10.mkv", "cut-hevc.ts", "cut-mpeg2.ts",
+                            "cut-mpeg2.mkv", "cut-vp9.webm", "cut-av1.mkv"}) {
+    SCOPED_TRACE(input);
+    const std::string extension = std::filesystem::path(input).extension().string();
+    const CutReport report = cutAndCompare(input, "out" + extension, {{0.5, 2.9}, {3.3, 4.4}});
+    EXPECT_GT(encodedPictures(report), 0);
+    EXPECT_LT(encodedPictures(report), 65);
+    EXPECT_THAT(report.report.encoded, IsEmpty());
+  }
+}
+
+// A copy may begin with a key picture to which others, that are shown before it, refer.
+TEST_F(Cut, OpenGroupsFollowOnEachOther) {
+  const CutReport report = cutAndCompare("cut-hevc.mp4", "out.mp4", {{1.2, 2.4}, {3.6, 6}});
+  EXPECT_EQ(report.stretches[0].isEncoded, false);
+  EXPECT_LE(encodedPictures(report), 4);
+}
+
 TEST_F(Cut, PicturesThatNeedNoOthersAreAllCopied) {
   const CutReport report = cutAndCompare("cut-intra.mov", "out.mov", {{0.5, 2.9}, {3.3, 4.4}});
   EXPECT_EQ(encodedPictures(report), 0);
@@ -303,7 +322,7 @@ TEST_F(Cut, RefusesWhatCannotBeMeant) {
 /// How many random cuts are made; each takes a fraction of a second.
 int randomCuts() {
   const char* const count = std::getenv("KESTREL_RANDOM_CUTS");
-  return count ? std::atoi(count) : 8;
+  return count ? std::atoi(count) : 16;
 }
 
 TEST_F(Cut, RandomCutsHoldExactlyWhatWasAskedFor) {
@@ -312,9 +331,12 @@ TEST_F(Cut, RandomCutsHoldExactlyWhatWasAskedFor) {
     const char* output;
   };
   constexpr Row kRows[] = {
-      {"cut.mp4", "out.mp4"},          {"cut.mp4", "out.mkv"}, {"cut10.mp4", "out.mov"},
-      {"cut-vfr.mkv", "out.mkv"},      {"cut.ts", "out.ts"},   {"cut-fields.mp4", "out.mp4"},
-      {"cut-baseline.mov", "out.mov"}, {"cut.ts", "out.mp4"}};
+      {"cut.mp4", "out.mp4"},          {"cut.mp4", "out.mkv"},       {"cut10.mp4", "out.mov"},
+      {"cut-vfr.mkv", "out.mkv"},      {"cut.ts", "out.ts"},         {"cut-fields.mp4", "out.mp4"},
+      {"cut-baseline.mov", "out.mov"}, {"cut.ts", "out.mp4"},        {"cut-hevc.mp4", "out.mp4"},
+      {"cut-hevc10.mkv", "out.mkv"},   {"cut-hevc.ts", "out.ts"},    {"cut-mpeg2.ts", "out.ts"},
+      {"cut-mpeg2.mkv", "out.mkv"},    {"cut-vp9.webm", "out.webm"}, {"cut-av1.mkv", "out.mkv"},
+      {"cut-av1.mkv", "out.mp4"}};
   std::mt19937 random(20);
   for (int i = 0; i < randomCuts(); ++i) {
     const Row& row = kRows[static_cast<size_t>(i) % std::size(kRows)];

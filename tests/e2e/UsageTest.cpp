@@ -135,7 +135,8 @@ TEST(Usage, TheExampleOfEveryVerbWorks) {
 }
 
 const char* const kVerbs =
-    "info, convert, thumb, compose, join, cut, wave, compare, scenes, dvd, play, effects, encoders, "
+    "info, convert, thumb, compose, join, cut, wave, compare, scenes, dvd, play, effects, "
+    "encoders, "
     "presets and "
     "demo";
 
