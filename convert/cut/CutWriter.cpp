@@ -108,7 +108,7 @@ class CutWriter {
     const AVStream& stream = *input().streams[info.index];
     std::string problem;
     const unsigned before = muxer_.context()->nb_streams;
-    if (info.kind == Kind::kAudio)
+    if (info.kind == Kind::kAudio && stream.codecpar->sample_rate > 0)
       openSound(stream);
     else if (info.kind == Kind::kSubtitle && isTaken(stream))
       openCopied(stream);
@@ -185,7 +185,7 @@ class CutWriter {
     reader->fillInTimes();
     const std::optional<size_t> first = stretches_->firstCopied(window);
     const int64_t start = microseconds(plan_.windows[window].start);
-    for (const int64_t lead : {kLead, kFarLead}) {
+    for (const int64_t lead : {texts_.empty() ? kLead : kFarLead, kFarLead}) {
       held_.clear();
       if (!reader->seekBackward(start - lead)) break;
       if (!first || standsBefore(*reader, *first)) return reader;

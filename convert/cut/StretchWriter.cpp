@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "convert/cut/DecodedPictures.h"
-#include "support/copy/FineEncoder.h"
 
 namespace kestrel {
 
@@ -83,6 +82,16 @@ void StretchWriter::encodeAhead() {
   }
 }
 
+FineCoding StretchWriter::coding() const {
+  const AVStream& stream = *job_.outline->streams[job_.video];
+  return {.parameters = *stream.codecpar,
+          .rate = stream.avg_frame_rate,
+          .steps = steps_,
+          .apart = form_->setsApart(),
+          .codesFields = form_->codesFields(),
+          .options = form_->options()};
+}
+
 void StretchWriter::encode(const PictureStretch& stretch) {
   DecodedPictures source(job_.reader(), job_.video);
   const int64_t first = plan_.pictures[stretch.first].source;
@@ -101,14 +110,7 @@ void StretchWriter::encode(const PictureStretch& stretch) {
       problem_ = "not all pictures could be decoded";
       return;
     }
-    if (!encoder && openFineEncoder(encoder,
-                                    {.parameters = *job_.outline->streams[job_.video]->codecpar,
-                                     .rate = job_.outline->streams[job_.video]->avg_frame_rate,
-                                     .steps = steps_,
-                                     .apart = form_->setsApart(),
-                                     .codesFields = form_->codesFields(),
-                                     .options = form_->options()},
-                                    *picture) < 0) {
+    if (!encoder && openFineEncoder(encoder, coding(), *picture) < 0) {
       problem_ = "the encoder refuses the pictures";
       return;
     }

@@ -11,6 +11,7 @@
 #include "convert/cut/CutPlan.h"
 #include "convert/cut/StretchForm.h"
 #include "platform/codec/Codec.h"
+#include "support/copy/FineEncoder.h"
 #include "support/copy/StreamCopier.h"
 
 namespace kestrel {
@@ -51,6 +52,7 @@ class StretchWriter {
 
  private:
   const PictureStretch* current() const;
+  FineCoding coding() const;
   void encodeAhead();
   void encode(const PictureStretch& stretch);
   void write(PacketPtr packet, const PlannedPicture& picture);
