@@ -75,7 +75,7 @@ class Cutter {
     CutWay way{.startsOpen = form && form->startsOpen(),
                .keepsGroups = job_.settings.accuracy == CutSettings::Accuracy::kKey};
     if (tryCopying(way, form.get(), why)) return std::move(report_);
-    if (way.keepsGroups || !canEncodeFinely(stream.codecpar->codec_id))
+    if (way.keepsGroups || !whyNeverEncoded(stream).empty())
       throw Failure::input(
           job_.settings.input,
           fmt::format("'{}' can't be cut without encoding: {}", job_.settings.input, why));

@@ -23,7 +23,12 @@ const Options& optionsFor(AVCodecID codec) {
                             {"deadline", "good"},
                             {"cpu-used", "4"},
                             {"row-mt", "1"}};
-  static const Options kVp8{{"lag-in-frames", "0"}, {"auto-alt-ref", "0"}, {"cpu-used", "2"}};
+  // Without a rate VP8's encoder keeps to a low one of its own.
+  static const Options kVp8{{"lag-in-frames", "0"},
+                            {"auto-alt-ref", "0"},
+                            {"deadline", "realtime"},
+                            {"cpu-used", "4"},
+                            {"b", "100000000"}};
   static const Options kAv1{
       {"usage", "realtime"}, {"cpu-used", "7"}, {"lag-in-frames", "0"}, {"row-mt", "1"}};
   switch (codec) {
@@ -86,10 +91,8 @@ InBandForm::InBandForm(const AVStream& stream) : stream_(stream), units_(*stream
 }
 
 bool InBandForm::takes(AVCodecID codec) {
-  const bool isKnown = codec == AV_CODEC_ID_HEVC || isMpegVideo(codec) ||
-                       codec == AV_CODEC_ID_VP8 || codec == AV_CODEC_ID_VP9 ||
-                       codec == AV_CODEC_ID_AV1;
-  return isKnown && canEncodeFinely(codec);
+  return codec == AV_CODEC_ID_HEVC || isMpegVideo(codec) || codec == AV_CODEC_ID_VP8 ||
+         codec == AV_CODEC_ID_VP9 || codec == AV_CODEC_ID_AV1;
 }
 
 bool InBandForm::startsOpen() const {

@@ -11,7 +11,7 @@ class InBandForm : public StretchForm {
  public:
   explicit InBandForm(const AVStream& stream);
 
-  /// Whether the form is known for a codec.
+  /// Whether the form is known for a codec that can be encoded.
   static bool takes(AVCodecID codec);
 
   bool startsOpen() const override;

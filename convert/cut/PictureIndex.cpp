@@ -45,7 +45,8 @@ class Indexer {
       if (!picture.isHidden) index_.shown.push_back(picture.shown);
     std::ranges::sort(index_.shown);
     const auto twice = std::ranges::adjacent_find(index_.shown);
-    if (twice != index_.shown.end()) index_.problem = "two pictures show at the same time";
+    if (twice != index_.shown.end() && index_.problem.empty())
+      index_.problem = "two pictures show at the same time";
     noteUsualDuration();
     refineEntries();
   }

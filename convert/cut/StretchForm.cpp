@@ -4,6 +4,7 @@
 
 #include "convert/cut/AvcForm.h"
 #include "convert/cut/InBandForm.h"
+#include "convert/probe/Streams.h"
 #include "support/copy/FineEncoder.h"
 
 namespace kestrel {
@@ -17,8 +18,6 @@ class WholeForm : public StretchForm {
   bool setsApart() const override { return setsApart_; }
 
   std::string prepare(int steps, AVCodecParameters& output) override {
-    if (!canEncodeFinely(stream_.codecpar->codec_id))
-      return std::string("there is no encoder of ") + avcodec_get_name(stream_.codecpar->codec_id);
     CodecContextPtr encoder;
     const int result = openFineEncoder(encoder,
                                        {.parameters = *stream_.codecpar,
@@ -44,12 +43,18 @@ class WholeForm : public StretchForm {
 
 }  // namespace
 
+std::string whyNeverEncoded(const AVStream& stream) {
+  const AVCodecID codec = stream.codecpar->codec_id;
+  if (!canEncodeFinely(codec))
+    return std::string("there is no encoder of ") + avcodec_get_name(codec);
+  const bool isVpx = codec == AV_CODEC_ID_VP8 || codec == AV_CODEC_ID_VP9;
+  return isVpx && hasAlpha(stream) ? "the alpha of its pictures lies beside them" : "";
+}
+
 std::unique_ptr<StretchForm> makeStretchForm(const AVStream& stream, const PictureIndex& index,
                                              std::string& why) {
-  if (!index.change.empty()) {
-    why = index.change;
-    return nullptr;
-  }
+  why = index.change.empty() ? whyNeverEncoded(stream) : index.change;
+  if (!why.empty()) return nullptr;
   if (stream.codecpar->codec_id == AV_CODEC_ID_H264)
     return std::make_unique<AvcForm>(stream, index);
   if (InBandForm::takes(stream.codecpar->codec_id)) return std::make_unique<InBandForm>(stream);

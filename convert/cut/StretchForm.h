@@ -47,6 +47,9 @@ class StretchForm {
   std::optional<bool> codesFields_;
 };
 
+/// Why pictures of a stream can't be encoded at all as they are; "" where they can.
+std::string whyNeverEncoded(const AVStream& stream);
+
 /// The form of a stream; null, with the reason, where nothing encoded can stand among its pictures.
 std::unique_ptr<StretchForm> makeStretchForm(const AVStream& stream, const PictureIndex& index,
                                              std::string& why);

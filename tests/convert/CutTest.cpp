@@ -182,6 +182,18 @@ TEST_F(Cut, WhatCannotBeMixedIsEncodedAndToldSo) {
   EXPECT_THAT(report.report.encoded[0], HasSubstr("all pictures: nothing can be encoded among"));
 }
 
+// An encoder would leave it out, and no decoder would tell.
+TEST_F(Cut, AlphaBesideThePicturesIsNeverLost) {
+  KESTREL_NEED_MEDIA("alpha-vp9-vorbis.webm");
+  CutSettings settings{.input = mediaFile("alpha-vp9-vorbis.webm").string(),
+                       .output = (folder_ / "out.webm").string(),
+                       .keep = {{us(1), us(2)}}};
+  EXPECT_THROW(cut(settings), Failure);
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+  settings.accuracy = CutSettings::Accuracy::kKey;
+  EXPECT_EQ(encodedPictures(cut(settings)), 0);
+}
+
 TEST_F(Cut, ByKeyPicturesNothingIsEncoded) {
   const auto result = folder_ / "out.mp4";
   const CutReport report = cut({.input = fixture("cut.mp4").string(),
