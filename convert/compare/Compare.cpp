@@ -2,6 +2,7 @@
 
 #include <kestrel/LMFFFormat.h>
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
 #include <kestrel/convert/PictureFile.h>
 #include <kestrel/convert/Pictures.h>
@@ -89,7 +90,9 @@ class Comparer {
     if (events_.note)
       for (const std::string& note : result.notes) events_.note(note);
     PicturePairs pairs(original_, copy_, static_cast<int64_t>(std::llround(offset * 1e6)));
-    const auto scorer = makeScorer(settings_.metric, original_, copy_);
+    const auto scorer = makeScorer(
+        settings_.metric, original_, copy_,
+        {videoOf(settings_.original).orientation, videoOf(settings_.distorted).orientation});
     for (int64_t i = 0; const auto pair = pairs.next(); ++i) {
       if (i % settings_.every != 0) continue;
       result.scores.push_back({pair->original.start, pair->copy.start, scorer->score(*pair)});
@@ -116,6 +119,11 @@ class Comparer {
 
  private:
   Pictures pictures(const std::string& input) const;
+
+  VideoInfo videoOf(const std::string& input) const {
+    const MediaInfo info = readMediaInfo(input, {}, events_.interrupt, 1, settings_.protocols);
+    return info.mainVideo ? info.streams[*info.mainVideo].video : VideoInfo{};
+  }
 
   void tell(const Comparison& result) const {
     if (!events_.progress) return;

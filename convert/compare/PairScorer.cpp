@@ -13,6 +13,8 @@
 #include <optional>
 #include <string>
 
+#include "convert/compare/LightRows.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
@@ -27,21 +29,35 @@ constexpr int kLeastSide = 8;
 
 class LooksScorer : public PairScorer {
  public:
-  LooksScorer(Pictures& original, Pictures& copy)
+  LooksScorer(Pictures& original, Pictures& copy, const PairOrientation& orientation)
       : original_(original),
         copy_(copy),
+        originalLight_(static_cast<int>(original.outputSize().width),
+                       static_cast<int>(original.outputSize().height), orientation.original),
+        copyLight_(static_cast<int>(original.outputSize().width),
+                   static_cast<int>(original.outputSize().height), orientation.copy),
         meter_(static_cast<int>(original.outputSize().width),
                static_cast<int>(original.outputSize().height)) {
     copy.setOutputSize(original.outputSize());
   }
 
   double score(const PicturePairs::Pair& pair) override {
-    return meter_.score(*original_.drawn(pair.original), *copy_.drawn(pair.copy));
+    const AVFrame& original = *pair.original.frame->getFrame();
+    const AVFrame& copy = *pair.copy.frame->getFrame();
+    if (!LightRows::canRead(original) || !LightRows::canRead(copy))
+      return meter_.score(*original_.drawn(pair.original), *copy_.drawn(pair.copy));
+    originalLight_.take(original);
+    copyLight_.take(copy);
+    return meter_.score(
+        [this](int y, const std::array<float*, 3>& rgb) { originalLight_.row(y, rgb); },
+        [this](int y, const std::array<float*, 3>& rgb) { copyLight_.row(y, rgb); });
   }
 
  private:
   Pictures& original_;
   Pictures& copy_;
+  LightRows originalLight_;
+  LightRows copyLight_;
   Ssimulacra2 meter_;
 };
 
@@ -193,7 +209,8 @@ class PsnrScorer : public PlanesScorer {
 
 }  // namespace
 
-std::unique_ptr<PairScorer> makeScorer(PictureMetric metric, Pictures& original, Pictures& copy) {
+std::unique_ptr<PairScorer> makeScorer(PictureMetric metric, Pictures& original, Pictures& copy,
+                                       const PairOrientation& orientation) {
   const Size size = original.outputSize();
   if (metric != PictureMetric::kPsnr && (size.width < kLeastSide || size.height < kLeastSide))
     throw Failure::settings(
@@ -207,7 +224,7 @@ std::unique_ptr<PairScorer> makeScorer(PictureMetric metric, Pictures& original,
     case PictureMetric::kSsimulacra2:
       break;
   }
-  return std::make_unique<LooksScorer>(original, copy);
+  return std::make_unique<LooksScorer>(original, copy, orientation);
 }
 
 }  // namespace kestrel

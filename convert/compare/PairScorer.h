@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/convert/Compare.h>
+#include <kestrel/convert/MediaInfo.h>
 
 #include <memory>
 #include <vector>
@@ -20,7 +21,15 @@ class PairScorer {
   virtual std::vector<ComponentScore> components() const { return {}; }
 };
 
-/// The scorer for a metric. The copy's pictures come out in the original's size afterwards.
-std::unique_ptr<PairScorer> makeScorer(PictureMetric metric, Pictures& original, Pictures& copy);
+/// How the pictures of two movies are turned upright.
+struct PairOrientation {
+  Orientation original = {};
+  Orientation copy = {};
+};
+
+/// The scorer for a metric. The copy's pictures come out in the original's size afterwards. By
+/// SSIMULACRA 2, pairs of HDR pictures are compared in their light, all others as sRGB.
+std::unique_ptr<PairScorer> makeScorer(PictureMetric metric, Pictures& original, Pictures& copy,
+                                       const PairOrientation& orientation = {});
 
 }  // namespace kestrel

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "convert/files/Surface.h"
+#include "convert/files/Svg.h"
 
 namespace kestrel {
 
@@ -30,15 +31,10 @@ constexpr int kTop = 44;
 constexpr int kBottom = 40;
 constexpr int kPlotWidth = kWidth - kLeft - kRight;
 constexpr int kPlotHeight = kHeight - kTop - kBottom;
-constexpr double kFontSize = 14;
 
-// Levels of red, green and blue, of 255.
-constexpr int kGround[] = {250, 250, 252};
-constexpr int kGrid[] = {218, 220, 226};
-constexpr int kText[] = {60, 64, 72};
-constexpr int kRange[] = {168, 200, 236};
-constexpr int kMean[] = {28, 94, 170};
-constexpr int kPercentile[] = {206, 84, 46};
+constexpr PlotColor kRange{168, 200, 236};
+constexpr PlotColor kMean{28, 94, 170};
+constexpr PlotColor kPercentile{206, 84, 46};
 
 /// The scores of the time that a column of the plot stands for.
 struct Column {
@@ -144,32 +140,12 @@ class Plot {
   double high_ = 1;
 };
 
-std::string colorText(const int (&color)[3]) {
-  return fmt::format("#{:02x}{:02x}{:02x}", color[0], color[1], color[2]);
-}
-
-std::string svgText(double x, double y, const char* anchor, const std::string& text) {
-  return fmt::format("<text x=\"{:.1f}\" y=\"{:.1f}\" text-anchor=\"{}\">{}</text>\n", x, y, anchor,
-                     text);
-}
-
-std::string svgLine(double x1, double y1, double x2, double y2, const int (&color)[3],
-                    const char* more = "") {
-  return fmt::format(
-      "<line x1=\"{:.1f}\" y1=\"{:.1f}\" x2=\"{:.1f}\" y2=\"{:.1f}\" stroke=\"{}\"{}/>\n", x1, y1,
-      x2, y2, colorText(color), more);
-}
-
 std::string svgOf(const Plot& plot) {
   constexpr double kFoot = kHeight - kBottom;
-  std::string svg = fmt::format(
-      "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
-      "viewBox=\"0 0 {0} {1}\" font-family=\"sans-serif\" font-size=\"{2}\" fill=\"{3}\">\n"
-      "<rect width=\"{0}\" height=\"{1}\" fill=\"{4}\"/>\n",
-      kWidth, kHeight, kFontSize, colorText(kText), colorText(kGround));
+  std::string svg = svgStart(kWidth, kHeight);
   svg += svgText(kLeft, kTop - 16, "start", plot.title());
   for (const auto& mark : plot.scoreMarks()) {
-    svg += svgLine(kLeft, kFoot - mark.place, kWidth - kRight, kFoot - mark.place, kGrid);
+    svg += svgLine(kLeft, kFoot - mark.place, kWidth - kRight, kFoot - mark.place, kPlotGrid);
     svg += svgText(kLeft - 8, kFoot - mark.place + 5, "end", mark.text);
   }
   for (const auto& mark : plot.timeMarks())
@@ -198,12 +174,12 @@ class Canvas {
  public:
   Canvas() : context_(kWidth, kHeight) {
     if (!context_.data()) throw std::bad_alloc();
-    fill(0, 0, kWidth, kHeight, kGround);
+    fill(0, 0, kWidth, kHeight, kPlotGround);
   }
 
-  void fill(double x, double y, double width, double height, const int (&color)[3]) {
-    context_.fillRect({{x, y}, {width, height}}, color[0] / 255.0, color[1] / 255.0,
-                      color[2] / 255.0);
+  void fill(double x, double y, double width, double height, const PlotColor& color) {
+    context_.fillRect({{x, y}, {width, height}}, color.red / 255.0, color.green / 255.0,
+                      color.blue / 255.0);
   }
 
   /// Within the plot, from left to right: a bar for each column.
@@ -219,10 +195,11 @@ class Canvas {
 
   void text(double x, double y, double width, TextAlignment alignment, const std::string& text) {
     const AttributedString string(
-        text, {.font = Font::systemFontOfSize(kFontSize),
-               .foregroundColor = {kText[0] / 255.0, kText[1] / 255.0, kText[2] / 255.0, 1},
+        text, {.font = Font::systemFontOfSize(kPlotFontSize),
+               .foregroundColor = {kPlotText.red / 255.0, kPlotText.green / 255.0,
+                                   kPlotText.blue / 255.0, 1},
                .paragraphStyle = {alignment, LineBreakMode::kByTruncatingTail}});
-    string.drawInRect({{x, y - kFontSize * 0.8}, {width, kFontSize * 1.6}}, context_);
+    string.drawInRect({{x, y - kPlotFontSize * 0.8}, {width, kPlotFontSize * 1.6}}, context_);
   }
 
   BitmapContext& context() { return context_; }
@@ -234,7 +211,7 @@ class Canvas {
 void draw(const Plot& plot, Canvas& canvas) {
   canvas.text(kLeft, kHeight - kTop + 20, kPlotWidth, TextAlignment::kLeft, plot.title());
   for (const auto& mark : plot.scoreMarks()) {
-    canvas.fill(kLeft, std::round(kBottom + mark.place), kPlotWidth, 1, kGrid);
+    canvas.fill(kLeft, std::round(kBottom + mark.place), kPlotWidth, 1, kPlotGrid);
     canvas.text(0, kBottom + mark.place, kLeft - 8, TextAlignment::kRight, mark.text);
   }
   for (const auto& mark : plot.timeMarks())

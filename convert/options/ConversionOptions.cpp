@@ -64,6 +64,9 @@ Facts factsOf(const std::string& name) {
   refuseName(name);
 }
 
+/// Options that say more about --target-quality, and nothing without it.
+constexpr std::string_view kOfTarget[] = {"per", "unless-smaller", "max-cost", "sample-report"};
+
 /// Whether `strong` leaves no room for `weak`.
 bool displaces(const ConversionOption& strong, const ConversionOption& weak) {
   const Facts facts = factsOf(weak.name);
@@ -73,6 +76,9 @@ bool displaces(const ConversionOption& strong, const ConversionOption& weak) {
   if (!facts.saysTheSame.empty() && factsOf(strong.name).saysTheSame == facts.saysTheSame)
     return true;
   if (strong.name == "chapters" && weak.name == "start") return true;
+  if (std::ranges::count(kOfTarget, weak.name) > 0 && strong.name != "target-quality" &&
+      factsOf(strong.name).saysTheSame == "quality")
+    return true;
   const auto isFormat = [](const std::string& name) { return name == "depth" || name == "chroma"; };
   if ((isFormat(strong.name) && weak.name == "compatible") ||
       (isFormat(weak.name) && strong.name == "compatible"))
@@ -108,6 +114,9 @@ void applyOptions(const ConversionOptions& options, ConversionSettings& settings
   };
   if (isGiven("audio-tracks") && isGiven("mix"))
     throw Failure::settings("--audio-tracks and --mix both choose the sound");
+  for (const std::string_view name : kOfTarget)
+    if (isGiven(name) && !isGiven("target-quality") && !settings.targetQuality)
+      throw Failure::settings(fmt::format("--{} does nothing without --target-quality", name));
   for (const ConversionOption& option : options) {
     if (const auto* row = rowOf(option.name))
       apply(*row, option, settings);

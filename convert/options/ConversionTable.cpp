@@ -97,6 +97,33 @@ void setDeinterlacing(ConversionSettings& settings, std::string_view option,
   settings.separatesFields = text == "bob";
 }
 
+TargetQuality& targetOf(ConversionSettings& settings) {
+  if (!settings.targetQuality) settings.targetQuality.emplace();
+  return *settings.targetQuality;
+}
+
+void setTarget(ConversionSettings& settings, std::string_view option, const std::string& text) {
+  targetOf(settings).score = parseTargetScore(option, text);
+}
+
+void setPer(ConversionSettings& settings, std::string_view option, const std::string& text) {
+  targetOf(settings).per = parsePer(option, text);
+}
+
+void setUnlessSmaller(ConversionSettings& settings, std::string_view option,
+                      const std::string& text) {
+  targetOf(settings).unlessSmaller = parseShare(option, text, 1);
+}
+
+void setMaxCost(ConversionSettings& settings, std::string_view option, const std::string& text) {
+  targetOf(settings).maxCost = parseShare(option, text, TargetQuality::kMostCost);
+}
+
+void setSampleReport(ConversionSettings& settings, std::string_view /*option*/,
+                     const std::string& text) {
+  targetOf(settings).report = text;
+}
+
 using C = ConversionSettings;
 using Rows = std::vector<OptionRow<C>>;
 constexpr auto kNumber = OptionForm::kNumber;
@@ -139,6 +166,21 @@ Rows pictureRows() {
           set<&C::videoBitrate, parseBitRate>, kPictures, "quality"),
       row({"size-limit", "SIZE", "the whole file's most bytes: 25M (25 million), 700Mi"},
           set<&C::sizeLimit, parseBytes>, kPictures, "quality"),
+      row({"target-quality", "NAME|N",
+           "how like the source they look: visually-lossless, high, good or a score (90, 80, 70), "
+           "found by trying and measured"},
+          setTarget, kPictures, "quality"),
+      row({"per", "WHAT", "with it: file (default), or scene: each gets what it needs"}, setPer,
+          kPictures),
+      row({"unless-smaller", "10%",
+           "with it: copy pictures where encoding does not save so much of the file"},
+          setUnlessSmaller, kPictures),
+      row({"max-cost", "N%",
+           "with it: how many pictures are tried and measured at most (default: 35%)"},
+          setMaxCost, kPictures),
+      row({"sample-report", "FILE.json",
+           "with it: write what was tried, and draw it beside, as .svg"},
+          setSampleReport, kPictures),
       row({"passes", "N",
            "1 or 2: how often the encoder goes through the pictures (default: 2 for a size limit)",
            kNumber},
@@ -225,6 +267,8 @@ Rows fileRows() {
            "read inputs that are no files, too: https, rtsp, concat …; several, or with commas",
            kList},
           addProtocols),
+      row({"chapters-from", "WHAT", "where chapters come from: input (default) or scenes"},
+          set<&C::chapterSource, parseChapterSource>),
       row({"no-metadata", "", "leave tags and chapters out", kSwitch},
           turn<&C::keepsMetadata, false>),
       row({"format", "NAME", "the container, where no extension tells it: mkv, ts, mp4, wav …"},

@@ -93,6 +93,9 @@ class Planner {
     add(planAttachments(settings_, source_, input_, named_));
     planSpan();
     plan_.keepsMetadata = settings_.keepsMetadata;
+    if (input_.mainVideo || !settings_.suitsAnyInput) plan_.chapterSource = settings_.chapterSource;
+    if (plan_.chapterSource == ChapterSource::kScenes && !source_.isSeekable())
+      refuse("chapterSource", fmt::format("'{}' can be read only once", settings_.input));
     if (pictures_ && plan_.pictures()->action == StreamAction::kEncode) planVideo(*pictures_);
     planFragments(plan_, settings_, named_);
     requirePlan(plan_, source_, settings_.output);
@@ -259,8 +262,11 @@ class Planner {
                       std::back_inserter(losses));
     for (const int lines : ladder.tooLarge)
       losses.push_back(fmt::format("{} lines of the ladder, which are more than they have", lines));
-    if ((plan_.passes == 2 || plan_.sizeLimit) && !source_.isSeekable())
-      refuse(plan_.sizeLimit ? "sizeLimit" : "passes",
+    const bool isTwice = plan_.passes == 2 || plan_.sizeLimit || plan_.targetQuality;
+    if (isTwice && !source_.isSeekable())
+      refuse(plan_.sizeLimit       ? "sizeLimit"
+             : plan_.targetQuality ? "targetQuality"
+                                   : "passes",
              fmt::format("'{}' can be read only once", settings_.input));
   }
 

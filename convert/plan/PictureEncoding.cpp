@@ -133,6 +133,16 @@ void planPasses(ConversionPlan& plan, const ConversionSettings& settings, const 
 void planQuality(ConversionPlan& plan, const ConversionSettings& settings, const EncoderRow* row,
                  const AVOutputFormat& container) {
   const auto scale = row ? row->quality() : std::nullopt;
+  if (settings.targetQuality) {
+    if (!row || row->scorePerStep == 0)
+      throw Failure::settings(
+          fmt::format("targetQuality: libx264, libx265, libsvtav1 and libvpx-vp9 can be told one, "
+                      "{} cannot",
+                      plan.videoEncoder),
+          "targetQuality");
+    plan.targetQuality = settings.targetQuality;
+    return setQuality(plan, *scale, scale->usual);
+  }
   if (settings.crf) {
     if (!scale || scale->option != "crf")
       throw Failure::settings(

@@ -116,6 +116,7 @@ class PlanRules {
     if (!isMpeg4(container_)) refuse("formatName", "segments are MPEG-4");
     if (plan_.sizeLimit)
       refuse("sizeLimit", "hls is made of many files, and has no size to keep to");
+    if (plan_.targetQuality) refuse("targetQuality", "hls is made of many files, none is measured");
   }
 
   void checkRungs() const {

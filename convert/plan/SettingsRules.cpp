@@ -67,6 +67,8 @@ void requireOneRate(const ConversionSettings& s) {
     refuseBeside("quality", s.crf ? "a constant rate factor" : "a bit rate");
   if (s.sizeLimit && (s.videoBitrate || s.crf || s.quality))
     refuseBeside("sizeLimit", s.videoBitrate ? "a bit rate" : "a quality");
+  const bool hasOther = s.videoBitrate || s.crf || s.quality || s.sizeLimit;
+  if (s.targetQuality && hasOther) refuseBeside("targetQuality", "a quality, bit rate or size");
   if (s.quality) requireNumber("quality", *s.quality, 0, 100);
   whereGiven("videoBitrate", s.videoBitrate, requireBitRate);
   // Which numbers there are is the encoder's to say.
@@ -76,6 +78,22 @@ void requireOneRate(const ConversionSettings& s) {
   requireNumber("passes", *s.passes, 1, 2);
   if (*s.passes == 2 && !s.videoBitrate && !s.sizeLimit)
     refuse("passes", "a second pass spreads a bit rate or a size limit; give one of them");
+}
+
+void requireTarget(const ConversionSettings& s) {
+  const TargetQuality& target = *s.targetQuality;
+  requireNumber("targetQuality", target.score, TargetQuality::kLeast, TargetQuality::kMost);
+  requireOneOf("per", target.per, {TargetQuality::Per::kFile, TargetQuality::Per::kScene});
+  if (target.unlessSmaller) requireNumber("unlessSmaller", *target.unlessSmaller, 0, 1);
+  requireNumber("maxCost", target.maxCost, 0, TargetQuality::kMostCost);
+  if (!target.report.empty() && !target.report.ends_with(".json"))
+    refuse("sampleReport", "its name ends in .json");
+  if (isPipe(s.output)) refuse("targetQuality", "what is in a pipe cannot be measured");
+  if (!s.ladder.empty()) refuseBeside("targetQuality", "a ladder");
+  // Samples are made without what is drawn over them, and with the pictures that there are.
+  if (!s.look.subtitles.empty() || s.look.subtitleTrack)
+    refuseBeside("targetQuality", "subtitles that are drawn");
+  if (s.separatesFields) refuseBeside("targetQuality", "a picture of each field");
 }
 
 void requireFormat(const ConversionSettings& s) {
@@ -125,6 +143,7 @@ void requireSense(const ConversionSettings& s, bool encodesPictures, bool encode
                  {"aspect", s.aspect.has_value()},
                  {"videoBitrate", s.videoBitrate.has_value()},
                  {"sizeLimit", s.sizeLimit.has_value()},
+                 {"targetQuality", s.targetQuality.has_value()},
                  {"passes", s.passes.has_value()},
                  {"depth", s.depth.has_value()},
                  {"chroma", s.chroma.has_value()},
@@ -170,6 +189,10 @@ void require(const ConversionSettings& s) {
   if (s.fps && s.maxFps) refuseBeside("maxFps", "a constant rate");
   whereGiven("aspect", s.aspect, requireAspect);
   requireOneRate(s);
+  if (s.targetQuality) requireTarget(s);
+  requireOneOf("chapterSource", s.chapterSource, {ChapterSource::kInput, ChapterSource::kScenes});
+  if (s.chapterSource == ChapterSource::kScenes && !s.keepsMetadata)
+    refuse("chapterSource", "chapters are left out with the tags");
   requireFormat(s);
   if (s.fragment) requireNumber("fragment", *s.fragment, kShortestFragment, kLongestGroup);
   if (s.sizeLimit && isPipe(s.output))

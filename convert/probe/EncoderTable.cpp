@@ -17,13 +17,13 @@ namespace {
 /// their source, that of libx264's own default, and the presets by bytes and CPU time; the figures
 /// are those of bench/quality, in bench/README.md.
 constexpr EncoderRow kRows[] = {
-    {"libx264", "crf", 0, 51, 23, "preset", "medium"},
+    {"libx264", "crf", 0, 51, 23, "preset", "medium", -1, {}, 2.2, true, true},
     {"libx264rgb", "crf", 0, 51, 23, "preset", "medium"},
-    {"libx265", "crf", 0, 51, 24, "preset", "medium"},
-    {"libsvtav1", "crf", 1, 63, 35, "preset", "7", 13},
+    {"libx265", "crf", 0, 51, 24, "preset", "medium", -1, {}, 2.0, true, true},
+    {"libsvtav1", "crf", 1, 63, 35, "preset", "7", 13, {}, 1.0},
     {"libaom-av1", "crf", 0, 63, 32, "cpu-used", "6", 8, "row-mt=1"},
     {"librav1e", "qp", 0, 255, 100, "speed", "6", 10},
-    {"libvpx-vp9", "crf", 0, 63, 32, "cpu-used", "2", 8, "row-mt=1:deadline=good"},
+    {"libvpx-vp9", "crf", 0, 63, 32, "cpu-used", "2", 8, "row-mt=1:deadline=good", 0.9},
     {"libvpx", "crf", 4, 63, 40, "cpu-used", "2", 16, "deadline=good"},
     {"mpeg4", "global_quality", 1, 31, 4},
     {"libxvid", "global_quality", 1, 31, 4},

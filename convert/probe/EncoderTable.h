@@ -31,6 +31,14 @@ struct EncoderRow {
   /// Other options that a conversion sets, "key=value" with colons between.
   std::string_view options = {};
 
+  /// How many points of SSIMULACRA 2 a step of its quality costs, about; 0: not known. What the
+  /// usual value comes to is `kUsualScore`.
+  double scorePerStep = 0;
+  bool hasFractions = false;  ///< of steps
+  bool hasZones = false;      ///< spans of pictures can have a quality of their own
+
+  static constexpr double kUsualScore = 72;
+
   std::optional<QualityScale> quality() const;
   std::vector<std::string> presets() const;
   std::map<std::string, std::string> otherOptions() const;

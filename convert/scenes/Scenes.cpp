@@ -19,6 +19,7 @@
 
 #include "convert/files/Surface.h"
 #include "convert/scenes/SceneFinder.h"
+#include "convert/scenes/ScenesWithin.h"
 #include "convert/settings/Require.h"
 
 namespace kestrel {
@@ -47,40 +48,6 @@ SmallPicture smallPicture(const BitmapImage& bitmap, int64_t time) {
           static_cast<uint8_t>((2126 * pixel[0] + 7152 * pixel[1] + 722 * pixel[2]) / 10000));
   }
   return picture;
-}
-
-Scenes found(const ScenesSettings& settings, const Events& events) {
-  Pictures pictures(picturesOf(settings), events.interrupt);
-  pictures.setOutputSize({SmallPicture::kWidth, SmallPicture::kHeight});
-  const auto duration = pictures.duration();
-  SceneFinder finder;
-  std::optional<int64_t> start;
-  int64_t end = 0;
-  int64_t count = 0;
-  while (const auto shown = pictures.next()) {
-    if (!start) start = shown->start;
-    // Times that go back are damage.
-    if (shown->end <= end) continue;
-    end = shown->end;
-    finder.add(smallPicture(*pictures.drawn(*shown), shown->start));
-    if (events.progress)
-      events.progress(
-          {.time = lm_ff_time_to_double(shown->start),
-           .duration = duration ? std::optional(lm_ff_time_to_double(*duration)) : std::nullopt,
-           .pictures = ++count});
-  }
-  if (!start)
-    throw Failure::input(settings.input,
-                         fmt::format("nothing could be decoded from '{}'", settings.input));
-  Scenes result;
-  int64_t from = *start;
-  for (const int64_t boundary : finder.boundaries()) {
-    result.scenes.push_back({from, boundary});
-    from = boundary;
-  }
-  result.scenes.push_back({from, end});
-  result.report = pictures.report();
-  return result;
 }
 
 /// So many of a movie's scenes, from the first to the last.
@@ -117,6 +84,46 @@ void drawSheet(const ScenesSettings& settings, const std::vector<Scene>& scenes,
 
 }  // namespace
 
+Scenes scenesWithin(const ScenesSettings& settings, int64_t from, std::optional<int64_t> to,
+                    const Events& events) {
+  Pictures pictures(picturesOf(settings), events.interrupt);
+  pictures.setOutputSize({SmallPicture::kWidth, SmallPicture::kHeight});
+  const auto duration = to ? to : pictures.duration();
+  SceneFinder finder;
+  std::optional<int64_t> start;
+  int64_t end = 0;
+  int64_t count = 0;
+  if (from > 0) {
+    start = end = from;
+    finder.add(smallPicture(*pictures.pictureAt(from), from));
+  }
+  while (const auto shown = pictures.next()) {
+    if (to && shown->start >= *to) break;
+    if (!start) start = shown->start;
+    // Times that go back are damage.
+    if (shown->end <= end) continue;
+    end = shown->end;
+    finder.add(smallPicture(*pictures.drawn(*shown), shown->start));
+    if (events.progress)
+      events.progress({.time = lm_ff_time_to_double(shown->start - from),
+                       .duration = duration ? std::optional(lm_ff_time_to_double(*duration - from))
+                                            : std::nullopt,
+                       .pictures = ++count});
+  }
+  if (!start)
+    throw Failure::input(settings.input,
+                         fmt::format("nothing could be decoded from '{}'", settings.input));
+  Scenes result;
+  int64_t first = *start;
+  for (const int64_t boundary : finder.boundaries()) {
+    result.scenes.push_back({first, boundary});
+    first = boundary;
+  }
+  result.scenes.push_back({first, to ? std::min(end, *to) : end});
+  result.report = pictures.report();
+  return result;
+}
+
 Scenes findScenes(const ScenesSettings& settings, const Events& events) {
   requireNumber("columns", settings.columns, 1, kMostColumns);
   std::optional<OutputFile> sheet;
@@ -125,7 +132,7 @@ Scenes findScenes(const ScenesSettings& settings, const Events& events) {
     sheet.emplace(settings.sheet, settings.replaces, settings.input);
   }
   try {
-    Scenes scenes = found(settings, events);
+    Scenes scenes = scenesWithin(settings, 0, std::nullopt, events);
     if (sheet) {
       drawSheet(settings, scenes.scenes, events, *sheet);
       sheet->commit();

@@ -10,6 +10,7 @@
 
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Text.h>
+#include <kestrel/convert/Values.h>
 
 namespace kestrel {
 
@@ -141,6 +142,31 @@ ChromaSampling parseChroma(std::string_view option, const std::string& text) {
   if (text == "422") return ChromaSampling::k422;
   if (text == "444") return ChromaSampling::k444;
   throw Failure::settings(fmt::format("{}: '{}' is none of 420, 422 and 444", option, text));
+}
+
+ChapterSource parseChapterSource(std::string_view option, const std::string& text) {
+  return choose<ChapterSource>(
+      option, text, {{"input", ChapterSource::kInput}, {"scenes", ChapterSource::kScenes}});
+}
+
+double parseTargetScore(std::string_view option, const std::string& text) {
+  if (text == "visually-lossless") return TargetQuality::kVisuallyLossless;
+  if (text == "high") return TargetQuality::kHigh;
+  if (text == "good") return TargetQuality::kGood;
+  if (text.find_first_not_of("0123456789.") != std::string::npos)
+    refuseValue(option, text, "visually-lossless, high, good or a score such as 85");
+  return parseNumber(option, text, TargetQuality::kLeast, TargetQuality::kMost);
+}
+
+TargetQuality::Per parsePer(std::string_view option, const std::string& text) {
+  return choose<TargetQuality::Per>(
+      option, text, {{"file", TargetQuality::Per::kFile}, {"scene", TargetQuality::Per::kScene}});
+}
+
+double parseShare(std::string_view option, const std::string& text, double most) {
+  if (!text.ends_with('%')) return parseNumber(option, text, 0, most);
+  return parseNumber(option, std::string_view(text).substr(0, text.size() - 1), 0, 100 * most) /
+         100;
 }
 
 std::pair<std::string, std::string> parseKeyValue(std::string_view option,

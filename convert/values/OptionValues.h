@@ -38,6 +38,16 @@ double parseDisplayAspect(std::string_view option, const std::string& text);
 Denoising parseDenoising(std::string_view option, const std::string& text);
 ChromaSampling parseChroma(std::string_view option, const std::string& text);
 
+ChapterSource parseChapterSource(std::string_view option, const std::string& text);
+
+/// "visually-lossless", "high", "good", or a score.
+double parseTargetScore(std::string_view option, const std::string& text);
+
+TargetQuality::Per parsePer(std::string_view option, const std::string& text);
+
+/// "10%" or "0.1", from 0 to `most`.
+double parseShare(std::string_view option, const std::string& text, double most);
+
 /// "KEY=VALUE".
 std::pair<std::string, std::string> parseKeyValue(std::string_view option, const std::string& text);
 

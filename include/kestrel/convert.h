@@ -4,6 +4,7 @@
 
 #include <kestrel/convert/Batch.h>
 #include <kestrel/convert/BestPicture.h>
+#include <kestrel/convert/Check.h>
 #include <kestrel/convert/Compare.h>
 #include <kestrel/convert/Compose.h>
 #include <kestrel/convert/ContactSheet.h>
@@ -32,6 +33,7 @@
 #include <kestrel/convert/Scanning.h>
 #include <kestrel/convert/Scenes.h>
 #include <kestrel/convert/Sprites.h>
+#include <kestrel/convert/TargetQuality.h>
 #include <kestrel/convert/Text.h>
 #include <kestrel/convert/Thumbnail.h>
 #include <kestrel/convert/TrackChoice.h>

@@ -14,6 +14,7 @@ std::string optionOf(const std::string& setting) {
                                                           {"lines", "--size"},
                                                           {"scale", "--size"},
                                                           {"onlyShrinks", "--no-upscale"},
+                                                          {"chapterSource", "--chapters-from"},
                                                           {"channelLayout", "--channels"},
                                                           {"mixesAudio", "--mix"},
                                                           {"isCompatible", "--compatible"},
@@ -75,10 +76,18 @@ std::string sentenceOf(const kestrel::LoudnessChange& change) {
                      change.isLimited ? "; its peaks are held at -1 dB" : "");
 }
 
+std::string sentenceOf(const kestrel::QualityReached& reached) {
+  const std::string remark = reached.remark.empty() ? "" : "; " + reached.remark;
+  if (reached.isCopied) return "the pictures are copied" + remark;
+  return fmt::format("quality {:.1f} of {:g}, measured in {} pictures, at crf {:.4g}{}",
+                     reached.percentile5, reached.target, reached.measured, reached.crf, remark);
+}
+
 int finish(const kestrel::Report& report) {
   if (report.outcome == kestrel::Report::Outcome::kInterrupted) return kInterrupted;
   for (const std::string& finding : report.findings) say(finding);
   for (const std::string& loss : report.leftOut) say(loss);
   for (const kestrel::LoudnessChange& change : report.loudness) say(sentenceOf(change));
+  if (report.quality) say(sentenceOf(*report.quality));
   return report.isWhole() ? kDone : kDoneInPart;
 }

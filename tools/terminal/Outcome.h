@@ -39,6 +39,9 @@ Failure withTypedTime(const Failure& failure, const std::string& typed);
 /// "sound track 0: -23.1 LUFS, turned up by 7.1 dB, now -16.0 LUFS".
 std::string sentenceOf(const kestrel::LoudnessChange& change);
 
+/// "quality 79.6 of 80, measured in 150 pictures, at crf 19.2".
+std::string sentenceOf(const kestrel::QualityReached& reached);
+
 /// Says on standard error what was wrong with the input and what of it is not in the result, and
-/// how loud its sound has become, a line each; answers the exit status.
+/// how loud its sound and how good its pictures have become, a line each; answers the exit status.
 int finish(const kestrel::Report& report);

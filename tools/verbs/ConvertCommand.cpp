@@ -136,6 +136,8 @@ int runMany(const Typed& typed, const Preset& preset, const ConversionSettings& 
                          .jobs = typed.jobs.value_or(1),
                          .conversion = conversion};
   if (typed.files.empty()) throw wrongUsage("input is required");
+  if (conversion.targetQuality && !conversion.targetQuality->report.empty())
+    throw wrongUsage("--sample-report is of one file");
   settings.conversion.replaces |= typed.dryRun;  // nothing will be
   const Batch batch(settings, interrupted);
   if (!typed.dryRun)
@@ -170,7 +172,10 @@ int runOne(const Typed& typed, ConversionSettings settings) {
   if (!typed.quiet) events.note = say;
   Effort effort;
   Report report = convertMeasured(settings, effort, events);
-  if (typed.quiet) report.leftOut.clear();
+  if (typed.quiet) {
+    report.leftOut.clear();
+    report.quality.reset();
+  }
   const int status = finish(progress, report);
   const bool isShown = !typed.quiet && status != kInterrupted &&
                        shownStyle(styleOf(typed)) == ProgressDisplay::Style::kBar;

@@ -63,6 +63,12 @@ ordered_json documentOf(const BatchResult& result) {
                     {"findings", result.report.findings}, {"left_out", result.report.leftOut}};
   if (result.failure) json["error"] = sentenceOf(*result.failure);
   if (!hasResult(result)) return json;
+  if (const auto& quality = result.report.quality)
+    json["quality"] = {{"target", quality->target},     {"percentile_5", quality->percentile5},
+                       {"mean", quality->mean},         {"least", quality->least},
+                       {"measured", quality->measured}, {"crf", quality->crf},
+                       {"encodes", quality->encodes},   {"copied", quality->isCopied},
+                       {"remark", quality->remark}};
   const Effort& effort = result.effort;
   json["elapsed"] = effort.elapsed;
   json["duration"] = effort.length;

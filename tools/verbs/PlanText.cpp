@@ -238,6 +238,9 @@ std::string planText(const ConversionSettings& settings, const ConversionPlan& p
                         plan.end ? timeText(*plan.end) : "the end");
   if (plan.segment)
     text += fmt::format("  HLS, in segments of {} s\n", formatNumber(seconds(*plan.segment), 3));
+  if (plan.targetQuality)
+    text += fmt::format("  quality {:g}, which sets crf anew\n", plan.targetQuality->score);
+  if (plan.chapterSource == ChapterSource::kScenes) text += "  chapters from scenes\n";
   if (plan.sizeLimit) text += fmt::format("  at most {}\n", formatByteCount(*plan.sizeLimit));
   for (const PlannedStream& stream : plan.streams)
     text += fmt::format("  {:<5} {:<10} {:<9}  {}\n", numbersOf(stream), kindName(stream),
@@ -246,14 +249,18 @@ std::string planText(const ConversionSettings& settings, const ConversionPlan& p
 }
 
 ordered_json planDocument(const ConversionSettings& settings, const ConversionPlan& plan) {
-  ordered_json json{{"input", settings.input},
-                    {"output", settings.output},
-                    {"format", plan.formatName},
-                    {"start", seconds(plan.start)},
-                    {"end", secondsOrNull(plan.end)},
-                    {"size_limit", orNull(plan.sizeLimit)},
-                    {"segment", secondsOrNull(plan.segment)},
-                    {"metadata", plan.keepsMetadata}};
+  ordered_json json{
+      {"input", settings.input},
+      {"output", settings.output},
+      {"format", plan.formatName},
+      {"start", seconds(plan.start)},
+      {"end", secondsOrNull(plan.end)},
+      {"size_limit", orNull(plan.sizeLimit)},
+      {"target_quality", nullptr},
+      {"chapters_from", plan.chapterSource == ChapterSource::kScenes ? "scenes" : "input"},
+      {"segment", secondsOrNull(plan.segment)},
+      {"metadata", plan.keepsMetadata}};
+  if (plan.targetQuality) json["target_quality"] = plan.targetQuality->score;
   json["streams"] = ordered_json::array();
   for (const PlannedStream& stream : plan.streams)
     json["streams"].push_back(streamDocument(stream, plan));

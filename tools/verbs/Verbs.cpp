@@ -38,6 +38,7 @@ void addVerbs(CommandLine& line) {
   addCutVerb(line);
   addWaveVerb(line);
   addCompareVerb(line);
+  addCheckVerb(line);
   addScenesVerb(line);
   addDvdVerb(line);
   addPlayVerb(line);

@@ -33,6 +33,9 @@ void addWaveVerb(CommandLine& line);
 /// How like its original a copy of a movie looks.
 void addCompareVerb(CommandLine& line);
 
+/// What is the matter with movies.
+void addCheckVerb(CommandLine& line);
+
 /// A movie's scenes.
 void addScenesVerb(CommandLine& line);
 

@@ -8,6 +8,7 @@
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/Moment.h>
+#include <kestrel/convert/TargetQuality.h>
 #include <kestrel/convert/TrackChoice.h>
 
 #include <cstdint>
@@ -32,6 +33,12 @@ struct ChapterRange {
   int last = 1;
 
   bool operator==(const ChapterRange&) const = default;
+};
+
+/// Where the chapters of a result come from.
+enum class ChapterSource {
+  kInput,   ///< those of the input
+  kScenes,  ///< one for each scene of its pictures, see `findScenes`: they are read once more
 };
 
 /// How many samples of colour a picture has: for each pixel one, for two side by side, or for four
@@ -98,6 +105,9 @@ struct ConversionSettings {
   /// The whole file's most bytes, from 1, in place of these: the pictures get the bit rate that
   /// comes to at least 95 % of it, unless their best quality needs less.
   std::optional<int64_t> sizeLimit = {};
+  /// How like their source they are to look, in place of all these; what comes of it is in
+  /// `Report::quality`. Of one file that can be read several times and is written to one.
+  std::optional<TargetQuality> targetQuality = {};
   /// How often the encoder goes through the pictures, 1 or 2, for a bit rate or a size limit.
   /// Absent: once, and twice for a size limit where the encoder can.
   std::optional<int> passes = {};
@@ -152,6 +162,7 @@ struct ConversionSettings {
   std::optional<ChapterRange> chapters = {};  ///< instead of start and end
 
   bool keepsMetadata = true;  ///< tags and chapters
+  ChapterSource chapterSource = ChapterSource::kInput;
 
   /// For settings that are not about one input, such as presets: what shapes pictures or sound is
   /// passed over where an input has none, and the main title where it is no disc, in place of being
@@ -236,8 +247,9 @@ struct KESTREL_API ConversionPlan {
   PictureTreatment treatment = {};   ///< before the look
   Orientation orientation = {};      ///< how pictures are turned upright before the look's turn
   Options videoOptions = {};
-  int passes = 1;                         ///< over the pictures, 1 or 2
-  std::optional<int64_t> sizeLimit = {};  ///< bytes; sets the bit rate of `format` anew
+  int passes = 1;                                   ///< over the pictures, 1 or 2
+  std::optional<int64_t> sizeLimit = {};            ///< bytes; sets the bit rate of `format` anew
+  std::optional<TargetQuality> targetQuality = {};  ///< sets the encoder's own quality anew
   Options muxerOptions = {};
   std::string formatName = {};  ///< the muxer's short name
   /// Written as HLS, in segments of so many microseconds; `formatName` is then that of the
@@ -247,6 +259,7 @@ struct KESTREL_API ConversionPlan {
   int64_t start = 0;                    ///< microseconds, from 0
   std::optional<int64_t> end = {};      ///< microseconds, not before the start
   bool keepsMetadata = true;            ///< tags and chapters
+  ChapterSource chapterSource = ChapterSource::kInput;
 
   /// The stream of pictures that is kept; null for none.
   PlannedStream* pictures();

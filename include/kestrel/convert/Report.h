@@ -18,6 +18,21 @@ struct LoudnessChange {
   bool isLimited = false;             ///< peaks were turned down to a true peak of -1 dB
 };
 
+/// What came of pictures that were to have a certain likeness to their source; scores of
+/// SSIMULACRA 2, measured in the result.
+struct QualityReached {
+  double target = 0;       ///< the 5th percentile that was asked for
+  double percentile5 = 0;  ///< the one that there is
+  double mean = 0;
+  double least = 0;
+  int64_t measured = 0;     ///< pictures of the result that were scored
+  double crf = 0;           ///< what the encoder was told; per scene the mean, by time
+  int probes = 0;           ///< how often samples were encoded
+  int encodes = 0;          ///< how often the whole was
+  bool isCopied = false;    ///< the source was small enough: its pictures were copied
+  std::string remark = {};  ///< why the target was missed, or why nothing was copied; or ""
+};
+
 /// What came of a piece of work that has not failed.
 struct Report {
   enum class Outcome {
@@ -42,6 +57,9 @@ struct Report {
 
   /// Of sound whose loudness was set; in the order of the result's tracks.
   std::vector<LoudnessChange> loudness = {};
+
+  /// Of pictures that were encoded to a quality.
+  std::optional<QualityReached> quality = {};
 
   bool isWhole() const { return outcome == Outcome::kDone; }
 

@@ -30,6 +30,9 @@
 #include "convert/run/ConversionRun.h"
 #include "convert/run/ConversionWriter.h"
 #include "convert/run/LeftOut.h"
+#include "convert/run/Passes.h"
+#include "convert/scenes/ScenesWithin.h"
+#include "convert/target/QualityWriter.h"
 #include "support/Pipes.h"
 
 extern "C" {
@@ -39,6 +42,9 @@ extern "C" {
 namespace kestrel {
 
 namespace {
+
+/// Of the work, what it is to look for scenes before pictures are encoded.
+constexpr double kSceneShare = 0.15;
 
 /// Says what of a disc was lost where it matters: another title may have been meant, for the disc's
 /// main one, or whatever had the number, may be among it.
@@ -96,7 +102,10 @@ class Conversion::Work {
                           : std::make_unique<OutputFile>(settings_.output, settings_.replaces,
                                                          settings_.input);
     hasRun_ = true;
-    ConversionWriter writer(settings_, source_, info_, plan_, events_);
+    SharedProgress stages(events_);
+    const Events& events = takeScenes(stages);
+    if (plan_.targetQuality) return convertToQuality(std::move(target), events);
+    ConversionWriter writer(settings_, source_, info_, plan_, events);
     if (plan_.sizeLimit)
       target = writer.writeWithin(*plan_.sizeLimit, std::move(target));
     else
@@ -106,10 +115,42 @@ class Conversion::Work {
     return reportOf(writer);
   }
 
+  Report convertToQuality(std::unique_ptr<OutputFile> target, const Events& events) {
+    QualityWriter writer(settings_, source_, info_, plan_, events);
+    target = writer.write(std::move(target));
+    if (events_.isInterrupted()) return Report::interrupted();
+    writer.commitReport();
+    target->commit();
+    Report report = reportOf(writer.last());
+    report.quality = writer.reached();
+    return report;
+  }
+
+  /// Has the scenes of what is converted stand for the input's chapters, where that is wanted.
+  /// Answers the events for what comes after it.
+  const Events& takeScenes(SharedProgress& stages) {
+    if (plan_.chapterSource != ChapterSource::kScenes) return events_;
+    const Scenes found = scenesWithin({.input = settings_.input,
+                                       .title = settings_.title,
+                                       .angle = settings_.angle,
+                                       .protocols = settings_.protocols},
+                                      plan_.start, plan_.end, stages.next(kSceneShare));
+    const int64_t begin = info_.startTime.value_or(0);
+    info_.chapters.clear();
+    for (const Scene& scene : found.scenes) {
+      const bool isFirst = info_.chapters.empty();
+      const std::string title = fmt::format("Scene {}", info_.chapters.size() + 1);
+      info_.chapters.push_back(
+          {begin + (isFirst ? plan_.start : scene.start), begin + scene.end, {{"title", title}}});
+    }
+    return stages.next(1 - kSceneShare);
+  }
+
   Report convertToSegments() {
     PlaylistTarget target(settings_.output, settings_.replaces, settings_.input);
     hasRun_ = true;
-    ConversionWriter writer(settings_, source_, info_, plan_, events_);
+    SharedProgress stages(events_);
+    ConversionWriter writer(settings_, source_, info_, plan_, takeScenes(stages));
     writer.write(target.folder());
     if (events_.isInterrupted()) return Report::interrupted();
     target.commit(masterPlaylist(writer.last().renditions(), segmentFolderOf(settings_.output)));
