@@ -36,4 +36,23 @@ LD_LIBRARY_PATH=$libdir "$temp/consumer"
 if [[ -x $prefix/bin/kestrel ]]; then
   echo "--- the installed command line"
   "$prefix/bin/kestrel" --version
+  # From another folder, without the library's being named: the tree knows its own parts.
+  (cd "$temp" && env -u LD_LIBRARY_PATH "$prefix/bin/kestrel" help join) >/dev/null
+  for helper in QTMovieHelperTask SamplePointsTask; do
+    [[ -x $prefix/libexec/kestrelcode/$helper ]] || fail "no $helper"
+    status=0
+    env -u LD_LIBRARY_PATH "$prefix/libexec/kestrelcode/$helper" >/dev/null 2>&1 || status=$?
+    [[ $status -eq 2 ]] || fail "$helper does not start: $status"
+  done
+  [[ -s $prefix/share/man/man1/kestrel.1 && -s $prefix/share/man/man1/kestrel-convert.1 ]] ||
+    fail "no manual pages"
+  [[ -s $prefix/share/man/man3/libkestrelcode.3 ]] || fail "no page of the library"
+  for file in bash-completion/completions/kestrel zsh/site-functions/_kestrel \
+    fish/vendor_completions.d/kestrel.fish; do
+    [[ -s $prefix/share/$file ]] || fail "no $file"
+  done
+
+  echo "--- an installed library finds its helpers for any program"
+  "$CXX" -std=c++20 "$here/consumer/helper.cpp" "${flags[@]}" -o "$temp/helper"
+  LD_LIBRARY_PATH=$libdir "$temp/helper" || fail "it does not"
 fi
