@@ -42,7 +42,6 @@ std::optional<Shares> sharesOf(const AVFrame& frame) {
 
 LightRows::LightRows(int width, int height, const Orientation& orientation)
     : width_(width),
-      height_(height),
       quarters_(static_cast<int>(std::lround(orientation.counterclockwise / 90)) & 3),
       isMirrored_(orientation.mirrored) {
   const bool isOnItsSide = quarters_ % 2 != 0;

@@ -35,7 +35,6 @@ class LightRows {
   void prepare(const HdrLight& light);
 
   const int width_;
-  const int height_;
   const int quarters_;  // counterclockwise
   const bool isMirrored_;
   LMFFImageColorspaceConverter converter_;
