@@ -35,8 +35,8 @@ struct TextRun {
   bool italic = false;
   bool underline = false;
   bool strikethrough = false;
-  std::optional<Color> color =
-      {};  ///< replaces the whole text's; where runs overlap, the later run's
+  /// Replaces the whole text's; where runs overlap, the later one's counts.
+  std::optional<Color> color = {};
 
   bool operator==(const TextRun&) const = default;
 };

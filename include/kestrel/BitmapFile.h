@@ -22,17 +22,17 @@ enum class PictureFormat {
   kAVIF,  ///< lossy, without alpha, like JPEG; AV1 of 8 bits, with chroma at full resolution
 };
 
-/// The quality that a format gets where none is asked for; nothing for PNG, which has none.
+/// The quality that a format gets if none is asked for; nullopt for PNG, which has none.
 KESTREL_API std::optional<int> usualQuality(PictureFormat format);
 
-/// Whether the installed libraries have the format's encoder; PNG's and JPEG's they always have.
+/// True if the installed libraries have an encoder for the format; for PNG and JPEG they always do.
 KESTREL_API bool canEncode(PictureFormat format);
 
-/// Encodes a picture. `quality` is clamped to 0 to 100 and does not affect PNG: of JPEG the
-/// percentage from which programs scale the usual tables, of WebP the encoder's own number, of AVIF
-/// a constant quality of 63 · (100 - quality) / 100 on AV1's scale. Nullopt if the picture exceeds
-/// the format's limits (per side 65500 pixels for JPEG, 16383 for WebP, 65536 for AVIF), if there
-/// is no encoder and if memory runs out.
+/// Encodes a picture. `quality` is clamped to 0 to 100 and does not affect PNG: for JPEG it is the
+/// percentage by which programs scale the usual tables, for WebP the encoder's own number, for AVIF
+/// it means a constant quality of 63 · (100 - quality) / 100 on AV1's scale. Nullopt if the picture
+/// exceeds the format's limits (per side 65500 pixels for JPEG, 16383 for WebP, 65536 for AVIF), if
+/// there is no encoder, or if memory runs out.
 KESTREL_API std::optional<std::vector<uint8_t>> encodedBitmapImage(const BitmapImage& image,
                                                                    PictureFormat format,
                                                                    std::optional<int> quality = {});

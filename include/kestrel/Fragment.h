@@ -7,8 +7,8 @@
 namespace kestrel {
 
 /// A piece of an MPEG-4 file that is handed out while it is written: first the head, which tells
-/// decoders of the stream, then the fragments. A player that has the head can begin with any of
-/// them.
+/// decoders about the stream, then the fragments. A player that has the head can start with any
+/// fragment.
 struct Fragment {
   std::span<const uint8_t> bytes = {};  ///< lent for the call that hands it out
   bool isHead = false;                  ///< the times of a head are 0

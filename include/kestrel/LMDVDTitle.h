@@ -65,8 +65,8 @@ KESTREL_API const char* nameOf(LMDVDTrackKind kind);
 /// A sound or subpicture track of a title.
 struct LMDVDTrack {
   uint32_t track = 0;  ///< index among the title's tracks of its kind, from 0
-  int32_t stream_id =
-      0;  ///< id of its container stream; the low four bits are the track's number in a movie
+  /// Id of its container stream; the low four bits are the track's number in a movie.
+  int32_t stream_id = 0;
   std::string language;     ///< two letters; "" if the disc does not state one
   std::string name;         ///< display name of the language; "" if unknown
   int32_t channels = 0;     ///< sound only, as stated on the disc

@@ -7,13 +7,13 @@
 
 namespace kestrel {
 
-/// Ways by which inputs may be read that are no files: names of FFmpeg's protocols, such as
-/// "https", "concat" or "rtsp". Files, pipes and sources of a program's own need none.
+/// How inputs that are not files may be read: names of FFmpeg's protocols, such as "https",
+/// "concat" or "rtsp". Files, pipes and a program's own sources need none.
 ///
-/// A name brings along what lies beneath it ("tls" and "tcp" of "https"). An input that is a file,
-/// or made of files ("concat", "subfile"), may name other files, as playlists do; one that comes
-/// from elsewhere may only where "file" is in the list. Whatever else an input names is read by
-/// protocols of the list alone.
+/// A name includes the protocols that it stands on (for "https", "tls" and "tcp"). An input that is
+/// a file, or made of files ("concat", "subfile"), may name other files, as playlists do; one that
+/// comes from elsewhere may only where "file" is in the list. Whatever else an input names is read
+/// by protocols of the list alone.
 using Protocols = std::vector<std::string>;
 
 /// The names that can be in such a list, in alphabetical order.

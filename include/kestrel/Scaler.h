@@ -2,10 +2,10 @@
 
 namespace kestrel {
 
-/// The curve by which pixels of another size are mixed of those of a picture.
+/// The curve that weighs a picture's pixels when it is brought to another size.
 ///
-/// Where the picture grows, the curve spans that many pixels of the source; where it shrinks, it is
-/// as much wider as the picture shrinks, so that nothing finer than the result's pixels is left to
+/// Where the picture grows, the curve spans that many pixels of the source; where it shrinks, the
+/// curve widens by the same factor, so that nothing finer than the result's pixels is left to
 /// alias. Below an eighth of the size every curve gives way to `kArea`.
 enum class Resampling {
   kArea,        ///< the mean of the area that a pixel covers; linear where the picture grows
@@ -18,8 +18,8 @@ enum class Resampling {
 /// How pictures are brought to another size.
 struct Scaler {
   Resampling resampling = Resampling::kLanczos3;
-  /// A pixel stays between the darkest and the brightest of the source's pixels that lie nearest
-  /// to it, so that no edge gets a rim.
+  /// Keeps each pixel between the darkest and the brightest of the source's pixels nearest to it,
+  /// so that no edge gets a rim.
   bool limited = false;
 
   bool operator==(const Scaler&) const = default;

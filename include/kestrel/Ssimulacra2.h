@@ -10,9 +10,9 @@ namespace kestrel {
 
 class BitmapImage;
 
-/// How like its original a picture looks: SSIMULACRA 2.1, a score that was fitted to what people
-/// answered. 100 is the same picture, 90 one that cannot be told apart, 70 of high quality, 50 of
-/// medium, 30 of low; there is no least score.
+/// How much a picture looks like its original: SSIMULACRA 2.1, a score that was fitted to the
+/// judgement of people. 100 means the same picture, 90 one that cannot be told apart, 70 high
+/// quality, 50 medium, 30 low; there is no lowest score.
 ///
 /// Both pictures are taken to linear light, from there to XYB, the colour space of JPEG XL, and
 /// compared at six sizes, each half of the one before: their structure, the edges that one has and
@@ -20,16 +20,16 @@ class BitmapImage;
 /// metric (github.com/cloudinary/ssimulacra2, version 2.1). Their program blurs by a recursive
 /// filter, whose rounding shows in its scores; this one adds up the same curve value by value.
 ///
-/// It keeps memory for pictures of one size, about 10 bytes a pixel and 1 more for each thread. One
-/// thread at a time may use it; it shares its work out to several. The score is the same with any
+/// It keeps memory for pictures of one size, about 10 bytes a pixel and 1 more for each thread. Use
+/// it from one thread at a time; it divides its work among several. The score is the same with any
 /// number of them.
 class KESTREL_API Ssimulacra2 {
  public:
   /// Writes row `y` of a picture, R, G and B in linear light with BT.709's primaries, 1 for white.
   using RowReader = std::function<void(int y, const std::array<float*, 3>& rgb)>;
 
-  /// For pictures of a size, of which both sides are at least 8; with so many threads, 0 for as
-  /// many as the machine runs at once. Throws std::invalid_argument for smaller ones.
+  /// For pictures of one size, at least 8 pixels a side; `threads`: how many to use, 0: as many as
+  /// the machine runs at once. Throws std::invalid_argument for smaller pictures.
   Ssimulacra2(int width, int height, int threads = 0);
   ~Ssimulacra2();
   Ssimulacra2(const Ssimulacra2&) = delete;

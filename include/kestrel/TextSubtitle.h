@@ -11,7 +11,7 @@
 
 namespace kestrel {
 
-/// What styled subtitles are drawn on, and how those look that name no style of their own.
+/// Where styled subtitles are drawn, and how those look that name no style of their own.
 struct SubtitleCanvas {
   /// Where the picture lies in the output, whole pixels, origin at the lower left. Places in the
   /// subtitles are places of the picture.

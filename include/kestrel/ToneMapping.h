@@ -27,8 +27,8 @@ struct HdrLight {
   bool operator==(const HdrLight&) const = default;
 };
 
-/// What white text and graphics, and the white of SDR pictures, have in HDR: candelas per square
-/// metre, as ITU-R BT.2408 recommends.
+/// How bright white text and graphics, and the white of SDR pictures, are in HDR: candelas per
+/// square metre, as ITU-R BT.2408 recommends.
 inline constexpr double kGraphicsWhite = 203;
 
 /// An HDR picture in SDR: BT.709 for displays of BT.1886, black for no light and white for
@@ -41,8 +41,8 @@ inline constexpr double kGraphicsWhite = 203;
 KESTREL_API std::shared_ptr<const Image> toneMapped(const std::shared_ptr<const Image>& picture,
                                                     const HdrLight& light);
 
-/// The opposite for what is drawn over HDR pictures: `graphics`, in SDR, in samples of theirs, its
-/// white at `kGraphicsWhite`. Null for null.
+/// The opposite, for what is drawn over HDR pictures: `graphics`, which is in SDR, in the samples
+/// of such pictures, its white at `kGraphicsWhite`. Null for null.
 KESTREL_API std::shared_ptr<const Image> onHdr(const std::shared_ptr<const Image>& graphics,
                                                const HdrLight& light);
 

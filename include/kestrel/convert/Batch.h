@@ -19,7 +19,7 @@ namespace kestrel {
 struct BatchSettings {
   /// Files, discs (folders and images), and folders, of which every movie and sound file is taken.
   std::vector<std::string> inputs = {};
-  bool recursive = false;   ///< of folders all that is below them; its place stays under `folder`
+  bool recursive = false;   ///< folders within folders, too; results keep their place in `folder`
   std::string folder = {};  ///< where the results go; it is made where it is missing
   std::string extension = {};  ///< of the results, "mkv"; "": each one's own
   /// What results are called: "{stem}" is the input's name without extension, "{ext}" the
@@ -27,7 +27,7 @@ struct BatchSettings {
   std::string name = "{stem}.{ext}";
   bool skipsExisting = false;  ///< an input whose result is there already is left alone
   int jobs = 1;                ///< how many run side by side, 1 to 64
-  /// How each is converted; its `input` and `output` do not count.
+  /// How each is converted; its `input` and `output` are ignored.
   ConversionSettings conversion = {};
 };
 
@@ -67,8 +67,8 @@ struct BatchResult {
 };
 
 /// What a host wants to be told and asked while a batch runs; each member may be empty. Jobs are
-/// numbered from 0, in their order. One call at a time, but for `interrupt`; what they throw ends
-/// the batch and arrives at the caller.
+/// numbered from 0, in their order. But for `interrupt`, no two are called at the same time. What
+/// they throw ends the batch and reaches the caller of `run`.
 struct BatchEvents {
   Interrupt interrupt = {};
   std::function<void(size_t job)> started = {};
@@ -83,13 +83,13 @@ struct BatchEvents {
 ///     for (const BatchResult& result : batch.run())
 ///       if (result.failure) std::cerr << result.failure->what() << '\n';
 ///
-/// A job that fails leaves the others alone. No result is ever half there: an interrupt ends all
-/// that runs and what was not begun. One thread at a time uses an object.
+/// A job that fails leaves the others alone. No result is ever half written: an interrupt ends the
+/// jobs that run, and no other is begun. Use an object from one thread at a time.
 class KESTREL_API Batch {
  public:
-  /// Finds the files and names the results; nothing is written. Of a folder each file whose name
-  /// does not say it is opened, to see whether it is a movie or sound; `interrupt` is asked
-  /// meanwhile. One that is named as a movie and cannot be read is a job, which fails. Throws a
+  /// Finds the files and names the results; nothing is written. A file of a folder whose name does
+  /// not tell what it is is opened to see whether it is a movie or sound; `interrupt` is polled
+  /// meanwhile. One that is named like a movie and cannot be read is a job that fails. Throws a
   /// `Failure`: of the settings for those that contradict each other, where two inputs would make
   /// the same result and where there is nothing to convert; of the output where a result would
   /// replace an input; of the kind `kExists` where a result is there already and is neither to be

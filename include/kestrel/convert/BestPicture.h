@@ -9,7 +9,7 @@
 
 namespace kestrel {
 
-/// What can be told of a picture without knowing what it shows; each is 0 to 1, and more is better.
+/// What can be said of a picture without knowing what it shows; each is 0 to 1, and more is better.
 struct PictureWorth {
   /// The square of the mean luma (of 0 to 255) over 32, at most 1: little where it is black.
   double light = 0;
@@ -47,8 +47,8 @@ struct PictureSearch {
   int candidates = 25;
 };
 
-/// The time, of those looked at, of the picture that is worth most; among equals the first, but for
-/// the one that is wanted. Each costs three pictures (before, at, after), which are looked at 480
+/// The time of the picture that is worth most among those looked at; of equal ones the wanted one,
+/// or else the first. Each costs three pictures (before, at, after), which are looked at 480
 /// pixels wide at most. Throws as `Pictures::pictureAt` does, and for a search out of range.
 KESTREL_API int64_t bestPictureTime(Pictures& pictures, const PictureSearch& search);
 

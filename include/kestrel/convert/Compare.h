@@ -26,17 +26,17 @@ struct CompareSettings {
   std::string distorted = {};  ///< a copy of it, as a converter made it
   Protocols protocols = {};    ///< by which either may be read where it is no file
   PictureMetric metric = PictureMetric::kSsimulacra2;
-  int every = 1;  ///< of the pairs only every so manieth is compared, from 1
+  int every = 1;  ///< only every n-th pair is compared; 1: all of them
 
   /// By how much the copy's pictures come later, seconds. Absent: it is looked for.
   std::optional<double> offset = {};
 
-  /// Where a curve of the scores over time is drawn: a name that ends in .svg or in that of a
-  /// picture file; "" is nowhere.
+  /// Where a curve of the scores over time is drawn: a name that ends in .svg or like that of a
+  /// picture file; "": nowhere.
   std::string plot = {};
 
-  /// Where the worst moments are shown, three at most, each as original, copy and what they differ
-  /// by, four times as strong: the name of a picture file; "" is nowhere.
+  /// Where the worst moments, three at most, are shown: each as the original, the copy, and their
+  /// difference made four times as strong. The name of a picture file; "": nowhere.
   std::string worst = {};
 
   bool replaces = false;  ///< existing files may be replaced by these two
@@ -57,7 +57,7 @@ struct WorstSpan {
   double least = 0;
 };
 
-/// What one component of all pictures came to, by SSIM or PSNR.
+/// The score of one component of all pictures, by SSIM or PSNR.
 struct ComponentScore {
   std::string name;  ///< "y", "u", "v", or "r", "g", "b", or "a"; "all" of all together
   double score = 0;  ///< of PSNR that of the mean squared error over all pictures
@@ -65,9 +65,9 @@ struct ComponentScore {
 
 /// What a comparison came to.
 struct Comparison {
-  /// Whether both movies were whole; what was wrong with either, and in `notes` what had to be done
-  /// to compare them: another size, rate, colour, an offset.
+  /// Whether both movies were whole, and what was wrong with either.
   Report report = {};
+  /// What had to be done to compare them (another size, rate, colour, an offset), a sentence each.
   std::vector<std::string> notes = {};
 
   PictureMetric metric = PictureMetric::kSsimulacra2;

@@ -63,8 +63,8 @@ struct ContactSheetSettings {
   bool replaces = false;            ///< an existing target may be replaced
   std::optional<int> quality = {};  ///< of the file, 0 to 100; absent: what is usual. Not of PNG
   LookSettings look = {};
-  bool best = false;     ///< of each one's span the picture that shows most, by `bestPictureTime`
-  PictureBox size = {};  ///< of one picture; by default the sheet gets 1600 pixels wide at most
+  bool best = false;     ///< from each part of the movie the best picture, by `bestPictureTime`
+  PictureBox size = {};  ///< of one picture; by default the sheet is at most 1600 pixels wide
   int columns = 4;       ///< at least 1
   int rows = 5;          ///< at least 1
 };

@@ -20,7 +20,7 @@ namespace kestrel {
 /// thrown as a `Failure`; what was wrong with an input of which there is a result all the same is
 /// in the report.
 ///
-/// One thread at a time uses an object; several objects work side by side. What the events
+/// Use an object from one thread at a time; several objects work side by side. What the events
 /// throw passes through `run` to the caller.
 class KESTREL_API Conversion {
  public:
@@ -31,16 +31,16 @@ class KESTREL_API Conversion {
   Conversion(const Conversion&) = delete;
   Conversion& operator=(const Conversion&) = delete;
 
-  /// What will be done, for a host to read and to change, any member of it, before `run`. The first
-  /// call opens the input; of the events it asks `interrupt`, and throws where that ends it.
+  /// What will be done. A host may read it and, before `run`, change any member of it. The first
+  /// call opens the input; of the events it polls `interrupt`, and throws where that ends it.
   ConversionPlan& plan(const Events& events = {});
 
   /// Does what the plan says. `events.progress` counts in the result's time and is called on the
   /// thread that decodes, not on the caller's, while `run` waits.
   ///
-  /// An object converts once: after a run that has begun to read, be it done, failed or
-  /// interrupted, a second one throws a `Failure` of the settings. Where the plan was refused, it
-  /// may be mended.
+  /// An object converts once: after a run that has begun to read, whether it was completed, failed
+  /// or was interrupted, a second one throws a `Failure` of the settings. A plan that was refused
+  /// may be corrected and run.
   Report run(const Events& events = {});
 
  private:

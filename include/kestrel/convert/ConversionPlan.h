@@ -24,7 +24,7 @@ enum class StreamAction {
   kNone,    ///< it is left out
   kEncode,  ///< it is decoded, shaped and encoded anew
   kCopy,    ///< its packets go along untouched
-  kBurnIn,  ///< of subtitles: they are drawn into the pictures, which `LookSettings` chooses
+  kBurnIn,  ///< subtitles only: they are drawn into the pictures, as `LookSettings` chooses
 };
 
 /// Chapters from one to another, counted from 1; both belong to it.
@@ -72,8 +72,8 @@ struct ConversionSettings {
 
   // Pictures.
 
-  std::optional<StreamAction> video =
-      {};                       ///< absent: encoded where the container has a place for it
+  /// Absent: encoded where the container has a place for it.
+  std::optional<StreamAction> video = {};
   std::string videoCodec = {};  ///< a codec's or encoder's name; "": the container's default
   LookSettings look = {};
   /// Absent: what the pictures need, by their marks and by what they show (`Scanning`).
@@ -188,10 +188,10 @@ struct PlannedStream {
   StreamInfo::Kind kind = StreamInfo::Kind::kData;
   StreamAction action = StreamAction::kNone;
   std::vector<uint32_t> sources = {};  ///< container indexes; of several sounds, the mix
-  /// Why it is left out, as "avi cannot hold it"; "" where nobody misses it. Of sound that is
-  /// copied though nobody asked for it: why.
+  /// Why it is left out, such as "avi cannot hold it"; "" where nobody would miss it. For sound
+  /// that is copied without having been asked for: why.
   std::string reason = {};
-  /// What of it encoder or container cannot keep, as "6 channels become 2: mp3 holds no more".
+  /// What encoder or container cannot keep of it: "6 channels become 2: mp3 holds no more".
   std::vector<std::string> losses = {};
   bool isCover = false;  ///< of pictures: one that belongs to the file
   /// Of sound that is copied: packets that cannot be decoded are left out and told of.
@@ -218,7 +218,7 @@ struct PictureRung {
 
 /// Everything about a conversion that can be said before the first packet is read: the streams,
 /// what becomes of each, and the output's parameters. All of it may be changed; `Conversion::run`
-/// goes by it alone, and refuses what cannot be.
+/// goes by it alone, and refuses what cannot be done.
 ///
 /// Streams are written in the order of `streams`. At most one of pictures that are no cover is
 /// kept; the members about pictures count where it is encoded. Sizes are 1 or more, bit rates 0 or
@@ -237,8 +237,8 @@ struct KESTREL_API ConversionPlan {
   /// Where pictures are brought to `rate()`, none of the source's is left out: one that falls
   /// between two others is shown a picture's length late at most.
   bool keepsPictures = false;
-  /// The pictures stay interlaced, are coded and marked so, and which field is the earlier one;
-  /// absent: they are progressive, as far as the plan knows.
+  /// Set where the pictures stay interlaced, and are coded and marked so: whether the upper field
+  /// is the earlier one. Absent: they are progressive, as far as the plan knows.
   std::optional<bool> topFieldFirst = {};
   VideoColor color = {};             ///< of the output's pictures
   std::optional<HdrInfo> hdr = {};   ///< the light of the output's pictures, where it is told
@@ -269,8 +269,8 @@ struct KESTREL_API ConversionPlan {
   std::vector<PlannedStream*> kept(StreamInfo::Kind kind);
   std::vector<const PlannedStream*> kept(StreamInfo::Kind kind) const;
 
-  /// Pictures per second, which `format` has. A rate that is set is kept: `keepsTimes` and
-  /// `keepsPictures` end.
+  /// Pictures per second, as in `format`. Setting a rate makes pictures keep to it: `keepsTimes`
+  /// and `keepsPictures` become false.
   Rational rate() const { return {format.framerate, format.frameTime}; }
   void setRate(Rational rate) {
     format.framerate = rate.num;

@@ -9,7 +9,7 @@
 
 namespace kestrel {
 
-/// How an encoder is told how good its pictures are to be, in its own numbers.
+/// The numbers in which an encoder takes the quality of its pictures.
 struct QualityScale {
   std::string option = {};  ///< the encoder's option, such as "crf"
   double best = 0;
@@ -40,10 +40,9 @@ struct EncoderInfo {
 };
 
 /// The encoders of pictures and sound for a codec ("h264"), the one of a name ("libx264"), or all
-/// for "". Each is tried by
-/// encoding one picture or a moment of silence, so this may take seconds where there are many. The
-/// one that a conversion chooses for the codec comes first of its codec. Throws a `Failure` of the
-/// settings for a name that is neither.
+/// of them for "". Each is tried by encoding one picture or a moment of silence, so this may take
+/// seconds where there are many. Of each codec, the one that a conversion chooses comes first.
+/// Throws a `Failure` of the settings for a name that is neither.
 KESTREL_API std::vector<EncoderInfo> readEncoders(const std::string& codec = {});
 
 }  // namespace kestrel

@@ -7,12 +7,12 @@
 
 namespace kestrel {
 
-/// A question that long waits ask often, from several threads: true ends the work soon. An empty
-/// function means: never.
+/// Polled often during long work, from several threads: returning true ends the work soon. An empty
+/// function never does.
 ///
-/// What answers a `Report` (`Conversion::run`, `join`, `compose` and the calls that write pictures
-/// or waveforms) then answers one that says `kInterrupted`; what answers anything else
-/// (`Conversion::plan`, `Pictures`, `Player`, `readMediaInfo`) throws a `Failure` that does.
+/// Calls that return a `Report`, or a record with one (`Conversion::run`, `join`, `compose`, those
+/// that write pictures or waveforms), then say in it `kInterrupted`; all others
+/// (`Conversion::plan`, `Pictures`, `Player`, `readMediaInfo`) throw a `Failure` of that kind.
 using Interrupt = std::function<bool()>;
 
 /// How far a piece of work is.
@@ -23,8 +23,8 @@ struct Progress {
 };
 
 /// What a host wants to be told and asked while something runs. Each member may be empty. What
-/// `progress`, `note` and `table` throw ends the work and arrives at the caller; `interrupt` is
-/// also asked from within libraries that know no exceptions, and throws none.
+/// `progress`, `note` and `table` throw ends the work and reaches the caller. `interrupt` must not
+/// throw: it is also called by libraries that know no exceptions.
 struct Events {
   Interrupt interrupt = {};
 
@@ -35,8 +35,9 @@ struct Events {
   /// Told of a decision that people may want to know about, in a sentence without a full stop.
   std::function<void(const std::string& sentence)> note = {};
 
-  /// Told by a join, before anything is written, what of its inputs fits and what does not: a line
-  /// for each, drawn up as a table for people.
+  /// Called once by a join, before anything is written, with a table to be shown to people: a line
+  /// of text for each input, which says where it starts and whether it fits the first one, or else
+  /// in what it differs.
   std::function<void(const std::string& table)> table = {};
 
   bool isInterrupted() const { return interrupt && interrupt(); }

@@ -51,9 +51,9 @@ enum class HdrHandling {
 /// How a movie's pictures are to look; `{}` leaves them as they are.
 ///
 /// The pictures are set upright first, as the input's tags say; all that is said here is of the
-/// upright picture, with the origin at its upper left, clockwise. (`LMFFMovie`, which carries it
-/// out, counts from the lower left and turns counter-clockwise.) Colours have the movie's own
-/// scales, whose defaults change nothing. What is out of range is refused.
+/// upright picture, with the origin at its upper left, and turns are clockwise. (`LMFFMovie`, which
+/// carries it out, counts from the lower left and turns counter-clockwise.) Colours have the
+/// movie's own scales, whose defaults change nothing. What is out of range is refused.
 struct LookSettings {
   std::optional<Area> crop = {};  ///< before `rotate`, within the picture; not beside `autoCrop`
   bool autoCrop = false;          ///< leave black bars out
@@ -74,8 +74,8 @@ struct LookSettings {
   std::string effect = {};  ///< a name of the catalogue (`EffectManager`); "": none
   std::optional<Watermark> watermark = {};
   std::string subtitles = {};  ///< a file of subtitles to draw; "": none
-  std::optional<TrackChoice> subtitleTrack =
-      {};  ///< one of the input's own to draw, in place of a file
+  /// One of the input's own tracks to draw, in place of a file.
+  std::optional<TrackChoice> subtitleTrack = {};
   /// Draw all subtitles alike, whatever styles, places and colours they name.
   bool ignoreStyles = false;
   // How subtitles look that name no style of their own:

@@ -20,7 +20,7 @@ class LMMediaSource;
 /// Tags in the order in which the container has them: name and value.
 using Tags = std::vector<std::pair<std::string, std::string>>;
 
-/// How a player turns pictures before it shows them: what phones note that were held sideways.
+/// How a player turns pictures before it shows them, as phones note it that were held sideways.
 struct Orientation {
   bool mirrored = false;        ///< left and right, before the turn
   double counterclockwise = 0;  ///< degrees, -180 to 180
@@ -56,8 +56,8 @@ struct HdrInfo {
   std::optional<int> maxAverageLight = {};
 };
 
-/// What a container tells of a stream of pictures. Names are "" where it tells none; of colours,
-/// where the first picture does not either, if it was looked at.
+/// What a container tells of a stream of pictures. Names are "" where it tells none; those of
+/// colours where the first picture, if it was looked at, tells none either.
 struct VideoInfo {
   int width = 0;  ///< pixels as they are stored, before the turn; 0: unknown
   int height = 0;
@@ -125,15 +125,15 @@ struct MediaInfo {
   std::string format = {};  ///< the demuxer's short name
   std::string formatLongName = {};
   std::optional<int64_t> size = {};  ///< bytes
-  std::optional<int64_t> duration =
-      {};  ///< microseconds, less what a container counts before its start
-  std::optional<int64_t> startTime =
-      {};  ///< microseconds in the container's time: when the input begins
+  /// Microseconds, counted from `startTime` even where the container counts from 0.
+  std::optional<int64_t> duration = {};
+  /// When the input begins: microseconds in the container's time.
+  std::optional<int64_t> startTime = {};
   std::optional<int64_t> bitRate = {};  ///< bits per second
   Tags tags = {};
   std::vector<ChapterInfo> chapters = {};
-  std::vector<StreamInfo> streams =
-      {};  ///< by their index; attachments have their names in their tags
+  /// By their index. Attachments have their names in their tags.
+  std::vector<StreamInfo> streams = {};
 
   /// The stream of pictures that a viewer sees, which is no cover; and the cover where there is
   /// one.

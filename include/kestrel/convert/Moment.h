@@ -28,7 +28,7 @@ struct Moment {
 
   bool operator==(const Moment&) const = default;
 
-  int64_t time;                      ///< microseconds; 0 beside
+  int64_t time;                      ///< microseconds; 0 beside a `share`
   std::optional<double> share = {};  ///< so much of the length, 0 to 1
 };
 

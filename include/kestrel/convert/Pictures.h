@@ -36,8 +36,8 @@ struct PicturesSettings {
 ///     Pictures pictures({.input = "clip.mov"});
 ///     auto picture = pictures.pictureAt(5'000'000);
 ///
-/// Times in rising order cost least. One thread at a time uses an object; several objects work side
-/// by side. Times are microseconds from the movie's start.
+/// Times in rising order cost least. Use an object from one thread at a time; several objects work
+/// side by side. Times are microseconds from the movie's start.
 class KESTREL_API Pictures {
  public:
   /// Opens the input. `interrupt` is asked from then on, also while pictures are read. Throws a

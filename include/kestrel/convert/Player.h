@@ -37,9 +37,9 @@ struct PlayerSettings {
 ///     while (!player.isAtEnd()) std::this_thread::sleep_for(50ms);
 ///     Report report = player.report();
 ///
-/// Nothing here waits for decoding except the constructor and `report`. One thread at a time uses
-/// an object; sound and decoding have threads of their own. Times are microseconds from the movie's
-/// start.
+/// Nothing here waits for decoding except the constructor and `report`. Use an object from one
+/// thread at a time; sound and decoding have threads of their own. Times are microseconds from the
+/// movie's start.
 class KESTREL_API Player {
  public:
   /// The range of the rate.

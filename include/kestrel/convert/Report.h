@@ -8,8 +8,7 @@
 
 namespace kestrel {
 
-/// What became of a sound track that was to have a certain loudness (EBU R 128, the integrated
-/// one).
+/// What became of a sound track for which a loudness was asked for (EBU R 128, integrated).
 struct LoudnessChange {
   uint32_t stream = 0;                ///< by its place among the sound tracks of the result, from 0
   std::optional<double> before = {};  ///< LUFS, mixed and resampled; absent: silence, left as it is

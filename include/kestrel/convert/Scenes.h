@@ -12,16 +12,16 @@
 
 namespace kestrel {
 
-/// In which movie scenes are looked for; `{}` beside the input means a file.
+/// Which movie is searched for scenes.
 struct ScenesSettings {
   std::string input = {};         ///< a file, or a disc (a folder or an image)
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   Protocols protocols = {};       ///< by which the input may be read where it is no file
 
-  /// Where a contact sheet is drawn of the picture in the middle of each scene, with the time at
-  /// which the scene starts; of more than 400 scenes as many as that, evenly chosen. Its name ends
-  /// in .png, .jpg, .webp or .avif; "" is nowhere.
+  /// Where a contact sheet is drawn, with the picture in the middle of each scene and the time at
+  /// which it starts; of more than 400 scenes as many as that, evenly chosen. The name ends in
+  /// .png, .jpg, .webp or .avif; "": nowhere.
   std::string sheet = {};
   int columns = 5;        ///< of the sheet, 1 to 100
   bool replaces = false;  ///< an existing sheet may be replaced

@@ -33,8 +33,8 @@ struct SpritePlan {
   int height = 0;
 };
 
-/// The span that gives a movie at most a hundred pictures, of those that people count in: 1, 2, 5,
-/// 10, 15, 20 or 30 seconds, or whole minutes. A second for a duration below 0.
+/// The shortest span that cuts a movie into at most a hundred, of those that people count in: 1, 2,
+/// 5, 10, 15, 20 or 30 seconds, or whole minutes. A second for a duration below 0.
 KESTREL_API int64_t usualSpan(int64_t duration);
 
 /// Cuts a movie of a duration (0 or more) into spans (above 0), with pictures of 1 to 16384 pixels
@@ -56,8 +56,8 @@ struct SpritesSettings {
   bool replaces = false;            ///< existing targets may be replaced
   std::optional<int> quality = {};  ///< of the file, 0 to 100; absent: what is usual. Not of PNG
   LookSettings look = {};
-  bool best = false;     ///< of each one's span the picture that shows most, by `bestPictureTime`
-  PictureBox size = {};  ///< of one picture; by default it fits into 160x90
+  bool best = false;                 ///< from each span the best picture, by `bestPictureTime`
+  PictureBox size = {};              ///< of one picture; by default it fits into 160x90
   std::optional<Moment> every = {};  ///< their step, above 0; absent: the usual span
 };
 
