@@ -241,9 +241,9 @@ TEST(TargetQualityOptions, SayWhatTheSettingsSay) {
                                 .unlessSmaller = 0.1,
                                 .maxCost = 0.2,
                                 .report = "x.json"}));
-  for (const auto& [name, value] :
-       {std::pair{"target-quality", "best"}, {"target-quality", "99"}, {"per", "scene"}})
-    EXPECT_EQ(failureOf([&] { settingsOf({{name, value}}); }).kind(), Failure::Kind::kSettings);
+  for (const ConversionOption& option :
+       {ConversionOption{"target-quality", "best"}, {"target-quality", "99"}, {"per", "scene"}})
+    EXPECT_EQ(failureOf([&] { settingsOf({option}); }).kind(), Failure::Kind::kSettings);
   // A number of the encoder's that was typed displaces all of a preset's.
   EXPECT_THAT(withDefaults({{"crf", "20"}}, {{"target-quality", "80"}, {"per", "scene"}}),
               ElementsAre(ConversionOption{"crf", "20"}));
