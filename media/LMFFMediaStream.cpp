@@ -58,7 +58,8 @@ struct LMFFMediaStream::State {
   StreamDecoder decoder;
   FramePtr currentFrame = makeFrame();
   bool enable = false;
-  bool isCopied = false;  // by itself, whatever the movie says
+  bool isCopied = false;     // by itself, whatever the movie says
+  bool keepsGroups = false;  // of copied pictures
   bool hasFrame = false;
   bool isFlushed = false;             // the resampler has given what it held at the input's end
   int64_t soundEnd = AV_NOPTS_VALUE;  // where the last decoded audio frame ends, in the time base
@@ -77,11 +78,16 @@ struct LMFFMediaStream::State {
     hasFrame = true;
   }
 
-  void queue(const AVPacket* packet, Rational timebase, bool keepOlder) {
+  void queue(const AVPacket* packet, Rational timebase, bool isPicture) {
     auto item = LMFFImage::imageWithPacket(packet);
     item->setTime_base(timebase);
     rawPackets.with([&](auto& packets) {
-      if (!keepOlder) packets.clear();
+      if (isPicture && !keepsGroups) packets.clear();
+      if (isPicture && item->isKeyPacket()) {
+        const auto key = std::find_if(packets.rbegin(), packets.rend(),
+                                      [](const auto& each) { return each->isKeyPacket(); });
+        if (key != packets.rend()) packets.erase(packets.begin(), std::prev(key.base()));
+      }
       packets.push_back(std::move(item));
       hasPacket = true;
     });
@@ -276,10 +282,12 @@ bool LMFFMediaStream::isCopied() const {
 
 void LMFFMediaStream::setCopied(bool copied) { state_->isCopied = copied; }
 
+void LMFFMediaStream::setKeepsGroups(bool keeps) { state_->keepsGroups = keeps; }
+
 bool LMFFMediaStream::decodePacket(const AVPacket* packet) {
   if (!packet || packet->size < 1) return false;
   if (isCopied()) {
-    state_->queue(packet, timebase(), !isVideo());
+    state_->queue(packet, timebase(), isVideo());
     return false;
   }
   if (isSubtitle()) return state_->decodeSubtitle(*this, packet);

@@ -57,6 +57,10 @@ bool takesLateChapters(const AVOutputFormat& container) {
   return isOneOf(container, {"mp4", "mov", "ipod", "matroska", "webm"});
 }
 
+bool takesLateCodecData(const AVOutputFormat& container) {
+  return isMpeg4(container) || isOneOf(container, {"matroska", "flac"});
+}
+
 bool isTransportStream(const AVOutputFormat& container) { return isOneOf(container, {kTransport}); }
 
 bool isMatroska(const AVOutputFormat& container) { return isOneOf(container, {"matroska"}); }

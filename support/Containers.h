@@ -37,6 +37,9 @@ bool goesBack(const AVOutputFormat& container);
 /// Others write them in their header, and some write that anew at the end, over what is behind it.
 bool takesLateChapters(const AVOutputFormat& container);
 
+/// The same of the codec data of lossless sound.
+bool takesLateCodecData(const AVOutputFormat& container);
+
 bool isTransportStream(const AVOutputFormat& container);
 
 /// The one for pictures; its kin for sound alone and for the web have names of their own.

@@ -165,15 +165,17 @@ Track::Job EncodedAudioTrack::finish() {
 }
 
 CopiedTrack::CopiedTrack(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
-                         AVStream* output, const Span& span, const Track* leader,
+                         AVStream* output, const Span& span, const Track* leader, bool hidesFirst,
                          std::unique_ptr<SoundCheck> check)
     : media_(std::move(media)),
       stream_(std::move(stream)),
       output_(output),
       leader_(leader),
       span_(span),
+      hidesFirst_(hidesFirst),
       check_(std::move(check)),
-      waitsForKey_(stream_->isVideo() && span.start > 0) {}
+      waitsForKey_(stream_->isVideo() && span.start > 0),
+      first_(span.start) {}
 
 bool CopiedTrack::waitsForLeader() const {
   return leader_ && leader_->time() != kEnded && !stream_->hasPacket();
@@ -210,14 +212,42 @@ bool CopiedTrack::isRepeated(const AVPacket& packet) {
   return !early_.insert(packet.pos).second;
 }
 
-/// Times are rounded, by containers to milliseconds.
-bool CopiedTrack::isBeforeSpan(const LMFFImage& item) const {
-  const int64_t shown = item.getPacket()->pts;
-  if (shown == AV_NOPTS_VALUE) return false;
-  const int64_t time =
-      av_rescale_q(shown, toAV(item.time_base()), kMicroseconds) + item.get_pkt_offset_time();
-  return time + kRounding < span_.start;
+/// Whether a packet of pictures goes on. Those before the start are hidden, but for the one that is
+/// still shown then; those that a first key picture within the span leads are left out. Times are
+/// rounded, by containers to milliseconds.
+bool CopiedTrack::beginsWith(LMFFImage& item) {
+  AVPacket& packet = *item.getPacket();
+  const bool isTold = packet.pts != AV_NOPTS_VALUE;
+  const AVRational base = toAV(item.time_base());
+  const int64_t shown = av_rescale_q(isTold ? packet.pts : packet.dts, base, kMicroseconds) +
+                        item.get_pkt_offset_time();
+  const auto isBefore = [&](int64_t time) {
+    return (isTold || packet.dts != AV_NOPTS_VALUE) && shown + kRounding < time;
+  };
+  const bool mayHide = isTold && hidesFirst_;
+  const bool mayBegin = item.isKeyPacket() && (mayHide || !isBefore(span_.start));
+  if (waitsForKey_ && mayBegin) {
+    waitsForKey_ = false;
+    hidesLead_ = isBefore(span_.start);
+    first_ = std::max(shown, span_.start);
+  }
+  if (waitsForKey_ || (isBefore(first_) && !(mayHide && hidesLead_))) {
+    hasSkipped_ = hasSkipped_ || !isBefore(span_.start);
+    return false;
+  }
+  const bool isHidden = (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
+  if (!isBefore(first_) || isHidden) return true;
+  const int64_t early = av_rescale_q_rnd(first_ - shown, kMicroseconds, base, AV_ROUND_UP);
+  if (early >= packet.duration - av_rescale_q(kRounding, kMicroseconds, base)) {
+    packet.flags |= AV_PKT_FLAG_DISCARD;
+  } else {
+    packet.pts += early;
+    packet.duration -= early;
+  }
+  return true;
 }
+
+int64_t CopiedTrack::missing() const { return hasSkipped_ ? first_ - span_.start : 0; }
 
 Track::Job CopiedTrack::step() {
   auto item = readPacket();
@@ -245,10 +275,10 @@ Track::Job CopiedTrack::step() {
     if (time < span_.start && span_.start > 0 && stream_->isAudio()) return {};
   }
   if (isRepeated(*packet)) return {};
-  // A picture can only be decoded from a key picture on. One before the span was read on the way.
-  if (waitsForKey_ && (!item->isKeyPacket() || isBeforeSpan(*item))) return {};
-  waitsForKey_ = false;
-  hasBrought_ = hasBrought_ || !stream_->isSubtitle() || end_ > 0 || packet->duration == 0;
+  if (stream_->isVideo() && span_.start > 0 && !beginsWith(*item)) return {};
+  isShown_ = !stream_->isVideo() || (packet->flags & AV_PKT_FLAG_DISCARD) == 0;
+  const bool isEmptyText = stream_->isSubtitle() && end_ == 0 && packet->duration != 0;
+  hasBrought_ = hasBrought_ || (isShown_ && !isEmptyText);
   item->set_movie_real_start_time(span_.start);
   const bool isAudio = stream_->isAudio();
   return [item = std::move(item), isAudio, base, stream = output_](LMFFMovieFileOutput& output) {

@@ -63,8 +63,15 @@ class Track {
   /// How many of the packets that it passes on it has left out, because they cannot be decoded.
   virtual int64_t refused() const { return 0; }
 
-  /// Whether it has passed anything on.
+  /// Whether it has passed anything on that is shown or heard.
   virtual bool hasBrought() const { return true; }
+
+  /// Whether the latest piece is shown or heard: others may need it only for themselves.
+  virtual bool isShown() const { return true; }
+
+  /// How long after the span's start it begins, microseconds, though the input has more from there
+  /// on.
+  virtual int64_t missing() const { return 0; }
 
   /// What is left to do for the output once all tracks have ended.
   virtual Job finish() { return {}; }
@@ -159,24 +166,30 @@ class EncodedAudioTrack : public Track {
 };
 
 /// A stream whose packets go on as they are, or subtitles that the output gives another form.
+///
+/// Pictures can be decoded from a key picture on only. They begin with the last one up to the
+/// span's start where the output hides what lies before it; elsewhere with the next one.
 class CopiedTrack : public Track {
  public:
-  /// `stream`, of `media`, is copied. `output`: the stream that it is written to. `check`: what
-  /// its packets have to pass; null for nothing.
+  /// `stream`, of `media`, is copied. `output`: the stream that it is written to. `hidesFirst`:
+  /// that can hide pictures before its start. `check`: what its packets have to pass; null for
+  /// nothing.
   CopiedTrack(std::shared_ptr<LMFFMedia> media, std::shared_ptr<LMFFMediaStream> stream,
-              AVStream* output, const Span& span, const Track* leader,
+              AVStream* output, const Span& span, const Track* leader, bool hidesFirst = false,
               std::unique_ptr<SoundCheck> check = nullptr);
   int64_t time() const override;
   Job step() override;
   int64_t end() const override;
   int64_t refused() const override { return check_ ? check_->refused() : 0; }
   bool hasBrought() const override { return hasBrought_; }
+  bool isShown() const override { return isShown_; }
+  int64_t missing() const override;
 
  private:
   std::shared_ptr<LMFFImage> readPacket();
   bool isBeyondStop() const;
   bool isRepeated(const AVPacket& packet);
-  bool isBeforeSpan(const LMFFImage& item) const;
+  bool beginsWith(LMFFImage& item);
   bool waitsForLeader() const;
 
   const std::shared_ptr<LMFFMedia> media_;
@@ -184,10 +197,15 @@ class CopiedTrack : public Track {
   AVStream* const output_;
   const Track* const leader_;
   const Span span_;
+  const bool hidesFirst_;
   const std::unique_ptr<SoundCheck> check_;
   bool waitsForKey_;
+  int64_t first_;            // when the first picture is shown, microseconds as of the span
+  bool hidesLead_ = false;   // it began before the span
+  bool hasSkipped_ = false;  // pictures of the span
   bool ended_ = false;
   bool hasBrought_ = false;
+  bool isShown_ = true;
   int64_t time_ = 0;
   int64_t end_ = 0;
   std::set<int64_t> early_;  // places in the file of subtitles from before the start

@@ -18,9 +18,14 @@
 #include "convert/join/JoinRules.h"
 #include "convert/join/JoinSounds.h"
 #include "convert/probe/Codecs.h"
+#include "convert/probe/Colors.h"
 #include "convert/probe/Input.h"
 #include "convert/probe/StreamsLeftOut.h"
 #include "support/FFmpegOwners.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
 
 namespace kestrel {
 
@@ -61,16 +66,44 @@ void say(const Events& events, const std::string& sentence) {
   if (events.note) events.note(sentence);
 }
 
+/// Has the report tell what encoding loses of the sound of the first input, which sets the format.
+void noteLosses(JoinPlan& plan, const std::vector<std::string>& losses) {
+  for (const std::string& loss : losses) {
+    std::string sentence = lostIn(nameOf(plan.parts.front().input), "sound", loss);
+    if (!std::ranges::count(plan.leftOut, sentence)) plan.leftOut.push_back(std::move(sentence));
+  }
+}
+
+bool isLossless(AVCodecID codec) {
+  const AVCodecDescriptor* const known = avcodec_descriptor_get(codec);
+  return known && (known->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
+         (known->props & AV_CODEC_PROP_LOSSY) == 0;
+}
+
+/// The format of what is encoded. Tells where that loses sound that nobody has asked to lose.
+JoinFormat encodedFormat(const JoinSettings& settings, JoinPlan& plan) {
+  JoinFormat format = formatOfJoin(settings, plan.parts.front(), plan.keepsCodecs);
+  if (!settings.format.audioCodec.empty()) return format;
+  for (const PlannedStream* sound : format.plan.kept(StreamInfo::Kind::kAudio)) {
+    const AVStream& own = *plan.parts.front().outline->streams[sound->sources.front()];
+    const auto codec = static_cast<AVCodecID>(sound->sound.codec);
+    if (isLossless(own.codecpar->codec_id) && !isLossless(codec))
+      noteLosses(plan,
+                 {fmt::format("{} becomes {}, which does not keep every sample",
+                              avcodec_get_name(own.codecpar->codec_id), avcodec_get_name(codec))});
+  }
+  return format;
+}
+
 /// What becomes of the inputs' packets.
 enum class Way { kCopy, kCopyPictures, kEncode };
 
 /// The sound that is encoded beside pictures that are copied.
-std::shared_ptr<JoinSounds> encodedSound(const JoinSettings& settings, JoinPlan& plan,
-                                         const Events& events) {
-  const JoinFormat format = formatOfJoin(settings, plan.parts.front(), plan.keepsCodecs);
+std::shared_ptr<JoinSounds> encodedSound(const JoinSettings& settings, JoinPlan& plan) {
+  const JoinFormat format = encodedFormat(settings, plan);
   auto sounds =
       std::make_shared<JoinSounds>(plan.parts, format.plan, Rational{1, AV_TIME_BASE}, true);
-  for (const std::string& change : sounds->changes()) say(events, change);
+  noteLosses(plan, sounds->changes());
   return sounds;
 }
 
@@ -181,9 +214,11 @@ void requireSeveralReads(const std::vector<JoinPart>& parts) {
   }
 }
 
-/// Undoes what a try to copy has done, and leaves out what can only be copied.
+/// Undoes what a try to copy has done, leaves out what can only be copied, and learns of colours
+/// what pictures tell alone.
 void prepareEncoding(JoinPlan& plan) {
   for (JoinPart& part : plan.parts) {
+    learnColors(part.info, openInput(part.input, part.source->interrupt()));
     if (!part.subtitles.empty())
       plan.leftOut.push_back(leftOutOf(nameOf(part.input), part.subtitleTracks()));
     part.subtitles.clear();
@@ -210,7 +245,7 @@ Error copy(const JoinSettings& settings, JoinPlan& plan, Way way, const std::str
     const std::string why = plan.reason();
     say(events, "copying pictures and encoding sound anew: " + why);
     report.encoded.push_back("sound: " + why);
-    sounds = encodedSound(settings, plan, events);
+    sounds = encodedSound(settings, plan);
   }
   return copyParts(settings, plan.parts, sounds, path, report, events);
 }
@@ -224,8 +259,9 @@ void encode(const JoinSettings& settings, JoinPlan& plan, const std::string& why
   report.encoded.push_back("pictures and sound: " + why);
   requireSeveralReads(plan.parts);
   prepareEncoding(plan);
-  encodeJoin(settings, plan.parts, formatOfJoin(settings, plan.parts.front(), plan.keepsCodecs),
-             expectedLength(plan.parts), path, events);
+  const auto losses = encodeJoin(settings, plan.parts, encodedFormat(settings, plan),
+                                 expectedLength(plan.parts), path, events);
+  noteLosses(plan, losses);
 }
 
 Report joinFiles(const JoinSettings& asked, const Events& events) {

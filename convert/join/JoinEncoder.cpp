@@ -126,9 +126,9 @@ class JoinEncoder {
         rate_(hasPictures_ ? plan_.rate() : kSoundAlone),
         sounds_(parts, plan_, Rational{rate_.den, rate_.num}, hasPictures_) {}
 
+  const std::vector<std::string>& losses() const { return sounds_.changes(); }
+
   void run(const std::string& path) {
-    for (const std::string& change : sounds_.changes())
-      if (events_.note) events_.note(change);
     openOutput(path);
     for (size_t i = 0; i < parts_.size() && !events_.isInterrupted(); ++i) writePart(i);
     if (events_.isInterrupted()) return;
@@ -318,10 +318,12 @@ class JoinEncoder {
 
 }  // namespace
 
-void encodeJoin(const JoinSettings& settings, std::vector<JoinPart>& parts,
-                const JoinFormat& format, double length, const std::string& path,
-                const Events& events) {
-  JoinEncoder(settings, parts, format, length, events).run(path);
+std::vector<std::string> encodeJoin(const JoinSettings& settings, std::vector<JoinPart>& parts,
+                                    const JoinFormat& format, double length,
+                                    const std::string& path, const Events& events) {
+  JoinEncoder encoder(settings, parts, format, length, events);
+  encoder.run(path);
+  return encoder.losses();
 }
 
 }  // namespace kestrel

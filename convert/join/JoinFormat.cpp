@@ -55,7 +55,7 @@ JoinFormat formatOfJoin(const JoinSettings& settings, const JoinPart& first, boo
   };
   if (first.video) own(format.videoCodec, *first.video);
   if (!first.audios.empty()) own(format.audioCodec, first.audios.front());
-  ConversionPlan plan = planConversion(format, OpenPart(first).source());
+  ConversionPlan plan = planConversion(format, OpenPart(first).source(), {.info = first.info});
   plan.keepsTimes = false;  // the parts follow each other at one rate
   return {std::move(format), std::move(plan)};
 }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <string_view>
 
 #include <kestrel/convert/Disc.h>
 #include <kestrel/convert/Failure.h>
@@ -30,6 +31,9 @@ extern "C" {
 namespace kestrel {
 
 namespace {
+
+/// How `streamDifferences` names what nothing continues.
+constexpr std::string_view kFramesThatEnd = "frames";
 
 std::string describe(const StreamInfo& stream) {
   const std::string codec = stream.codec.empty() ? "unknown codec" : stream.codec;
@@ -137,6 +141,8 @@ struct Problems {
 };
 
 std::string sentenceOf(const StreamDifference& difference) {
+  if (difference.property == kFramesThatEnd)
+    return "frames can't follow the short last one before them (encoded again, they lose nothing)";
   return fmt::format("{} {} instead of {}", difference.property, difference.second,
                      difference.first);
 }

@@ -39,11 +39,11 @@ std::vector<std::string> lossesOf(const AVStream& own, const JoinedSound::Track&
   std::vector<std::string> losses;
   const int channels = lm_get_channel_layout_nb_channels(track.format.channel_layout);
   if (own.codecpar->ch_layout.nb_channels > channels)
-    losses.push_back(fmt::format("{} channels of sound become {}",
-                                 own.codecpar->ch_layout.nb_channels, channels));
+    losses.push_back(
+        fmt::format("{} channels become {}", own.codecpar->ch_layout.nb_channels, channels));
   const int bits = significantBits(static_cast<AVSampleFormat>(own.codecpar->format), track.bits);
   const int kept = keptBits(static_cast<AVCodecID>(track.format.audio_codec));
-  if (bits > kept) losses.push_back(fmt::format("{} bits of sound become {}", bits, kept));
+  if (bits > kept) losses.push_back(fmt::format("{} bits become {}", bits, kept));
   return losses;
 }
 

@@ -23,9 +23,11 @@
 #include "convert/feed/Readers.h"
 #include "convert/feed/Tracks.h"
 #include "convert/look/Look.h"
+#include "convert/plan/Fragments.h"
 #include "convert/probe/Streams.h"
 #include "convert/run/PlannedOutput.h"
 #include "convert/run/RunFiles.h"
+#include "support/copy/StreamCopier.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -218,7 +220,14 @@ class ConversionRun::Work {
     const AVStream& input = *source_->formatContext()->streams[planned.sources.front()];
     auto check = planned.isChecked ? std::make_unique<SoundCheck>(input) : nullptr;
     return std::make_unique<CopiedTrack>(read.media, read.stream, output.stream, span, leader,
-                                         std::move(check));
+                                         hidesFirst(), std::move(check));
+  }
+
+  /// Whether the output can hide pictures before its start. In fragments, few players look for what
+  /// says so.
+  bool hidesFirst() const {
+    const AVOutputFormat& container = *av_guess_format(plan_.formatName.c_str(), nullptr, nullptr);
+    return hidesFirstPictures(container) && !plan_.segment && !isFragmented(settings_, container);
   }
 
   /// Sound that is mixed, from several tracks or into fewer channels, or amplified may rise above
@@ -302,6 +311,8 @@ class ConversionRun::Work {
   /// change threads on its way; encodes and writes on a thread of its own.
   void pump() {
     const int64_t preroll = std::min(kPreroll, plan_.start);
+    for (const auto& media : movie_.videos())
+      media->videoStream()->setKeepsGroups(plan_.start > 0 && hidesFirst());
     movie_.seek(plan_.start - preroll);
     movie_.flushOperation();
     std::exception_ptr failure;
@@ -332,7 +343,8 @@ class ConversionRun::Work {
       if (events_.progress) events_.progress(progress);
       Track::Job job = behind->track->step();
       if (!job) continue;
-      if (plan_.pictures() && behind == tracks.begin()) ++progress.pictures;
+      if (plan_.pictures() && behind == tracks.begin() && behind->track->isShown())
+        ++progress.pictures;
       // A packet is written where it was read, while it is still in that core's cache.
       if (!isEncoding) {
         carryOut(job, *behind);
@@ -348,8 +360,7 @@ class ConversionRun::Work {
     }
     for (PlannedStream& planned : plan_.streams)
       for (const FedTrack& fed : tracks)
-        if (fed.planned == &planned && !fed.track->hasBrought())
-          planned.losses.emplace_back("none were found in what was converted");
+        if (fed.planned == &planned) noteLosses(*fed.track, planned);
     for (const FedTrack& fed : tracks)
       if (Track::Job rest = fed.track->finish())
         encoding.push([this, rest = std::move(rest), &fed] { carryOut(rest, fed); });
@@ -357,6 +368,14 @@ class ConversionRun::Work {
     if (inputEnd_ == 0)
       throw Failure::input(settings_.input,
                            fmt::format("nothing could be decoded from '{}'", settings_.input));
+  }
+
+  void noteLosses(const Track& track, PlannedStream& planned) const {
+    if (!track.hasBrought()) planned.losses.emplace_back("none were found in what was converted");
+    if (track.missing() > 0)
+      planned.losses.push_back(
+          fmt::format("the first {:.3f} s, up to the key picture with which a copy into {} begins",
+                      lm_ff_time_to_double(track.missing()), plan_.formatName));
   }
 
   bool isEncoding() const {

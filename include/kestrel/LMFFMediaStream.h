@@ -217,6 +217,10 @@ class KESTREL_API LMFFMediaStream {
   bool isCopied() const;
   void setCopied(bool copied);
 
+  /// Of copied pictures only the newest packet waits in the queue; with this, those since the last
+  /// key picture but one wait: enough to decode the newest with. Off by default.
+  void setKeepsGroups(bool keeps);
+
   /// The undecoded packets that are waiting: of sound all, of pictures only the latest.
   std::vector<std::shared_ptr<LMFFImage>> rawPackets() const;
   void setRawPackets(std::vector<std::shared_ptr<LMFFImage>> packets);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "support/copy/FlacNumbers.h"
 #include "support/copy/PictureUnits.h"
 
 namespace kestrel {
@@ -13,7 +14,6 @@ using Bytes = std::span<const uint8_t>;
 
 // FLAC's stream info (RFC 9639, 8.2): two sizes of blocks, two of frames, then rate, channels and
 // depth, which end in the same bytes that the number of samples begins in, and a checksum.
-constexpr size_t kFlacInfo = 34;
 constexpr size_t kFlacFrames = 4;
 constexpr size_t kFlacFormat = 10;
 constexpr size_t kFlacLength = 13;
@@ -31,13 +31,6 @@ constexpr uint8_t kAacNothingMore[] = {0x56, 0xE5, 0x00};
 constexpr size_t kOpusRate = 12;
 constexpr size_t kOpusGain = 16;
 
-/// The place of FLAC's stream info: alone, or behind the mark and a header.
-size_t flacInfoIn(Bytes data) {
-  constexpr size_t kMarkAndHeader = 8;
-  const bool isMarked = data.size() >= kFlacInfo + kMarkAndHeader && data[0] == 'f';
-  return isMarked ? kMarkAndHeader : 0;
-}
-
 std::vector<uint8_t> copyOf(Bytes data) { return {data.begin(), data.end()}; }
 
 std::vector<uint8_t> without(Bytes data, size_t begin, size_t end) {
@@ -49,12 +42,11 @@ std::vector<uint8_t> without(Bytes data, size_t begin, size_t end) {
 }
 
 std::vector<uint8_t> flacFormat(Bytes data) {
-  const size_t info = flacInfoIn(data);
-  if (data.size() < info + kFlacInfo) return copyOf(data);
-  std::vector<uint8_t> format =
-      copyOf(data.subspan(info + kFlacFormat, kFlacLength - kFlacFormat + 1));
-  format.back() &= 0xF0U;
-  return format;
+  std::vector<uint8_t> copy = copyOf(data);
+  const std::span<uint8_t> info = flacInfoIn(copy);
+  if (info.empty()) return copy;
+  info[kFlacLength] &= 0xF0U;
+  return copyOf(info.subspan(kFlacFormat, kFlacLength - kFlacFormat + 1));
 }
 
 std::vector<uint8_t> aacFormat(Bytes data) {
@@ -97,11 +89,9 @@ std::vector<uint8_t> codecMeaningOf(const AVCodecParameters& parameters) {
 
 void widenCodecData(AVCodecParameters& parameters) {
   if (parameters.codec_id != AV_CODEC_ID_FLAC || parameters.extradata_size <= 0) return;
-  const std::span<uint8_t> data(parameters.extradata,
-                                static_cast<size_t>(parameters.extradata_size));
-  const size_t place = flacInfoIn(data);
-  if (data.size() < place + kFlacInfo) return;
-  const std::span<uint8_t> info = data.subspan(place, kFlacInfo);
+  const auto info =
+      flacInfoIn({parameters.extradata, static_cast<size_t>(parameters.extradata_size)});
+  if (info.empty()) return;
   static constexpr uint8_t kAnyBlocks[kFlacFrames] = {0, 16, 0xFF, 0xFF};
   std::ranges::copy(kAnyBlocks, info.begin());
   // 0 stands for unknown.

@@ -18,6 +18,11 @@ bool isHidden(const AVPacket& packet) { return (packet.flags & AV_PKT_FLAG_DISCA
 
 bool isKey(const AVPacket& packet) { return (packet.flags & AV_PKT_FLAG_KEY) != 0; }
 
+/// Whether a picture is decoded behind a key picture and shown before it.
+bool leads(const AVPacket& packet, const AVPacket& key) {
+  return packet.pts != AV_NOPTS_VALUE && key.pts != AV_NOPTS_VALUE && packet.pts < key.pts;
+}
+
 }  // namespace
 
 HiddenPictures::HiddenPictures(const AVCodecParameters& parameters, const AVStream& stream,
@@ -25,6 +30,8 @@ HiddenPictures::HiddenPictures(const AVCodecParameters& parameters, const AVStre
     : parameters_(parameters), stream_(stream), hidesFirst_(hidesFirst), units_(parameters) {}
 
 void HiddenPictures::beginInput(const AVStream& input) {
+  // What the input before has hidden is needed by none of this one's pictures.
+  finish();
   auto* stream = const_cast<AVStream*>(&input);
   const int count = avformat_index_get_entries_count(stream);
   mayHide_ = false;
@@ -34,6 +41,29 @@ void HiddenPictures::beginInput(const AVStream& input) {
 }
 
 void HiddenPictures::push(PacketPtr packet) {
+  if (!leading_.empty() && (isKey(*packet) || !leads(*packet, *leading_.front()))) endLeading();
+  hasHidden_ = hasHidden_ || isHidden(*packet);
+  const bool waits = isKey(*packet) && (mayHide_ || hasHidden_);
+  if (waits || !leading_.empty())
+    leading_.push_back(std::move(packet));
+  else
+    take(std::move(packet));
+}
+
+/// Goes on behind a key picture and those that are shown before it. Where none of these is shown,
+/// what follows needs nothing from before the key picture, nor any of them.
+void HiddenPictures::endLeading() {
+  if (leading_.empty()) return;
+  std::deque<PacketPtr> packets = std::exchange(leading_, {});
+  const auto behindKey = packets.begin() + 1;
+  const bool showsSome =
+      std::any_of(behindKey, packets.end(), [](const auto& packet) { return !isHidden(*packet); });
+  if (!showsSome) packets.erase(behindKey, packets.end());
+  if (!showsSome || units_.isKnownToBeginAnew(*packets.front())) held_.clear();
+  for (PacketPtr& packet : packets) take(std::move(packet));
+}
+
+void HiddenPictures::take(PacketPtr packet) {
   const bool endsStretch = stretch_ && isKey(*packet) && units_.beginsAnew(*packet);
   if (endsStretch) endStretch();
   if (stretch_)
@@ -45,6 +75,7 @@ void HiddenPictures::push(PacketPtr packet) {
 }
 
 void HiddenPictures::finish() {
+  endLeading();
   if (stretch_) endStretch();
   held_.clear();
 }
@@ -57,7 +88,6 @@ PacketPtr HiddenPictures::pop() {
 }
 
 void HiddenPictures::hold(PacketPtr packet) {
-  if (isKey(*packet) && units_.beginsAnew(*packet)) held_.clear();
   if (startShift_ && held_.empty() && !isKey(*packet) && fitsBeforeStart(*packet)) {
     packet->pts -= *startShift_;
     packet->dts -= *startShift_;
@@ -73,7 +103,6 @@ bool HiddenPictures::fitsBeforeStart(const AVPacket& packet) const {
 }
 
 void HiddenPictures::show(PacketPtr packet) {
-  if (isKey(*packet)) held_.clear();
   std::erase_if(held_, [&](const PacketPtr& held) { return units_.isDisposable(*held); });
   const bool isFirst = !std::exchange(hasShown_, true);
   if (!held_.empty() && !(isFirst && hidesFirst_ && moveBeforeStart(*packet))) {
@@ -117,7 +146,6 @@ void HiddenPictures::beginStretch() {
 
 void HiddenPictures::goOnStretch(PacketPtr packet) {
   if (error_) return;
-  if (!isHidden(*packet)) ++encoded_;
   stretch_->push(*packet);
   takeEncoded();
 }
@@ -134,6 +162,7 @@ void HiddenPictures::takeEncoded() {
   while (PacketPtr packet = stretch_->pop())
     if (units_.adopt(*packet)) {
       last_ = packet->dts;
+      ++encoded_;
       ready_.push_back(std::move(packet));
     }
 }
@@ -142,12 +171,10 @@ void HiddenPictures::deliver(PacketPtr packet) {
   last_ = packet->dts;
   if (isKey(*packet)) {
     group_.clear();
-    if (hasDelivered_) startShift_.reset();
     if (std::exchange(isChanged_, false)) units_.prependCodecData(*packet);
   }
   if (mayHide_)
     if (PacketPtr copy{av_packet_clone(packet.get())}) group_.push_back(std::move(copy));
-  hasDelivered_ = true;
   ready_.push_back(std::move(packet));
 }
 

@@ -42,6 +42,8 @@ class HiddenPictures {
   const Error& error() const { return error_; }
 
  private:
+  void endLeading();
+  void take(PacketPtr packet);
   void hold(PacketPtr packet);
   void show(PacketPtr packet);
   bool moveBeforeStart(const AVPacket& shown);
@@ -55,16 +57,17 @@ class HiddenPictures {
   const AVCodecParameters& parameters_;
   const AVStream& stream_;
   const bool hidesFirst_;
-  bool mayHide_ = false;  // the input has hidden pictures
+  bool mayHide_ = false;    // the input has hidden pictures
+  bool hasHidden_ = false;  // some have come
   PictureUnits units_;
-  std::deque<PacketPtr> held_;   // hidden ones since the last key frame
-  std::deque<PacketPtr> group_;  // packets delivered since the last key frame
+  std::deque<PacketPtr> leading_;  // a key picture, and those behind it that are shown before it
+  std::deque<PacketPtr> held_;     // hidden ones that the next visible one may need
+  std::deque<PacketPtr> group_;    // packets delivered since the last key frame
   std::optional<StretchEncoder> stretch_;
   bool isChanged_ = false;  // decoders have received codec data other than the stream's
   bool hasShown_ = false;
-  bool hasDelivered_ = false;
   int64_t last_ = INT64_MIN;           // decoding time of the last packet delivered
-  std::optional<int64_t> startShift_;  // offset of the hidden pictures of the first group
+  std::optional<int64_t> startShift_;  // offset of the pictures hidden at the start
   std::deque<PacketPtr> ready_;
   int64_t encoded_ = 0;
   Error error_;

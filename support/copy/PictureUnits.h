@@ -23,6 +23,9 @@ class PictureUnits {
   /// True if no picture after this key frame in the stream refers to one before it.
   bool beginsAnew(const AVPacket& key) const;
 
+  /// The same, but false where the codec does not tell.
+  bool isKnownToBeginAnew(const AVPacket& key) const { return hasUnits() && beginsAnew(key); }
+
   /// True if no other picture refers to this one.
   bool isDisposable(const AVPacket& packet) const;
 

@@ -122,6 +122,7 @@ void StreamCopier::describeSeveral() {
   const bool mayBePacked = output_.codecpar->codec_id == AV_CODEC_ID_MPEG4 && !filter_;
   if (mayBePacked) openFilter("mpeg4_unpack_bframes");
   widenCodecData(*output_.codecpar);
+  if (output_.codecpar->codec_id == AV_CODEC_ID_FLAC) flac_.emplace(*output_.codecpar);
 }
 
 void StreamCopier::settle() {
@@ -150,12 +151,13 @@ void StreamCopier::openFilter(const char* name) {
 }
 
 void StreamCopier::beginInput(const AVStream& input) {
-  // What is shown last need not wait for the next input, which may begin later.
-  if (display_) display_->finish();
-  takeDisplayed();
   // What is left of the input before belongs to none of the next one's packets.
   if (filter_) av_bsf_flush(filter_.get());
   if (hidden_) hidden_->beginInput(input);
+  takeShown();
+  // What is shown last need not wait for the next input, which may begin later.
+  if (display_) display_->finish();
+  takeDisplayed();
 }
 
 int StreamCopier::push(PacketPtr packet) {
@@ -171,7 +173,25 @@ int StreamCopier::finish() {
   takeShown();
   if (display_) display_->finish();
   takeDisplayed();
+  describeAll();
   return hasDelivered_ ? 0 : refusal_;
+}
+
+/// Gives a container that writes codec data last those of all that it has got, in a packet with
+/// nothing else in it.
+void StreamCopier::describeAll() {
+  const AVCodecParameters& parameters = *output_.codecpar;
+  const auto size = static_cast<size_t>(std::max(parameters.extradata_size, 0));
+  if (!flac_ || !hasDelivered_ || size == 0 || !takesLateCodecData(container_)) return;
+  PacketPtr packet = makePacket();
+  uint8_t* const data =
+      packet ? av_packet_new_side_data(packet.get(), AV_PKT_DATA_NEW_EXTRADATA, size) : nullptr;
+  if (!data) return;
+  std::copy_n(parameters.extradata, size, data);
+  const auto info = flacInfoIn({data, size});
+  if (!info.empty()) flac_->describe(info);
+  packet->pts = packet->dts = last_;
+  deliver(std::move(packet));
 }
 
 PacketPtr StreamCopier::pop() {
@@ -227,6 +247,7 @@ void StreamCopier::show(PacketPtr packet) {
   const bool isHidden = (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
   if (isHidden && hasShown_) return;
   hasShown_ = !isHidden;
+  if (flac_) flac_->take(*packet);
   display(std::move(packet));
 }
 

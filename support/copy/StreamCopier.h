@@ -8,6 +8,7 @@
 
 #include "support/copy/DecodingTimes.h"
 #include "support/copy/DisplayTimes.h"
+#include "support/copy/FlacNumbers.h"
 #include "support/copy/HiddenPictures.h"
 
 namespace kestrel {
@@ -27,7 +28,7 @@ class StreamCopier {
   const Error& error() const { return hidden_ && hidden_->error() ? hidden_->error() : error_; }
 
   /// Several inputs will follow each other: removes codec data that only describes the content of
-  /// the first.
+  /// the first. What describes all of them is given to the container at the end.
   void describeSeveral();
 
   /// Call just before the container's header is written, which may change the stream's time base.
@@ -67,6 +68,7 @@ class StreamCopier {
   void display(PacketPtr packet);
   void takeDisplayed();
   void deliver(PacketPtr packet);
+  void describeAll();
 
   AVStream& output_;
   const AVOutputFormat& container_;
@@ -75,6 +77,7 @@ class StreamCopier {
   BitstreamFilterPtr filter_;
   ParametersPtr parameters_;  // of the packets after the filter
   std::optional<HiddenPictures> hidden_;
+  std::optional<FlacNumbers> flac_;  // of FLAC that comes from several inputs
   bool hasShown_ = false;
   std::optional<DisplayTimes> display_;
   std::deque<PacketPtr> ready_;

@@ -20,8 +20,12 @@ bool StretchEncoder::succeeded(int result) {
 }
 
 bool StretchEncoder::openDecoder() {
-  return succeeded(
+  const bool isOpen = succeeded(
       kestrel::openDecoder(decoder_, parameters_, {.timebase = stream_.time_base, .threads = 0}));
+  // A stretch may begin with a key picture from which a decoder has to recover. Where the stretch
+  // ends before it has, it would take the rest for broken and give none of it.
+  if (isOpen) decoder_->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
+  return isOpen;
 }
 
 bool StretchEncoder::openEncoder(const AVFrame& picture) {

@@ -12,6 +12,7 @@
 #include <tuple>
 #include <vector>
 
+#include "tests/support/EditList.h"
 #include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/Peer.h"
@@ -163,6 +164,29 @@ TEST_F(CopiedStreams, EncodeWhatNeedsPicturesThatCannotBeHidden) {
   EXPECT_EQ(tallies[1].picturesEncodedToHide, 5);
 }
 
+// What an input hides at its end is nothing to the next one, even where that goes on as if it were.
+TEST_F(CopiedStreams, OfEditsOutOfOrderAreJoinedWithEveryPicture) {
+  constexpr int kTicks = 512;  // of a picture
+  for (const std::string clip : {"open-hevc.mp4", "open-h264.mp4"}) {
+    SCOPED_TRACE(clip);
+    const auto edited = folder_ / clip;
+    std::filesystem::copy_file(fixture(clip), edited);
+    setEdits(edited, {{600, 2 * kTicks + 23 * kTicks}, {480, 2 * kTicks}});
+    const auto all = pictures(fixture(clip));
+    std::vector<std::string> shown(all.begin() + 23, all.begin() + 38);
+    shown.insert(shown.end(), all.begin(), all.begin() + 12);
+    ASSERT_EQ(pictures(edited), shown);
+    join({edited, edited}, folder_ / "joined.mp4");
+    const auto joined = pictures(folder_ / "joined.mp4");
+    ASSERT_EQ(joined.size(), 2 * shown.size());
+    EXPECT_TRUE(std::equal(shown.begin(), shown.begin() + 12, joined.begin()));
+    const auto tallies = composition_.inputTallies();
+    ASSERT_EQ(tallies.size(), 2);
+    // Of what is encoded there is nothing but pictures that are shown.
+    EXPECT_LE(tallies[1].picturesEncodedToHide, static_cast<int64_t>(shown.size()));
+  }
+}
+
 TEST_F(CopiedStreams, TakeTheContainersPixelAspectWhereTheirOwnDiffers) {
   const auto wide = folder_ / "wide.mp4";
   ffmpeg(
@@ -173,19 +197,71 @@ TEST_F(CopiedStreams, TakeTheContainersPixelAspectWhereTheirOwnDiffers) {
     EXPECT_EQ(ffprobeJson(output)["streams"][0]["display_aspect_ratio"], "16:9");
 }
 
+/// The stream info of a file's FLAC, as RFC 9639 has it.
+std::string flacInfo(const std::filesystem::path& file) {
+  const RunResult result =
+      run({"ffprobe", "-v", "error", "-show_data", "-show_streams", "-of", "json", file.string()});
+  const auto stream = nlohmann::json::parse(result.out)["streams"][0];
+  std::istringstream lines(stream["extradata"].get<std::string>());
+  std::string bytes;
+  for (std::string line; std::getline(lines, line);)
+    if (line.size() > 10)
+      for (const char c : line.substr(10, 40))
+        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) bytes += c;
+  return bytes;
+}
+
 TEST_F(CopiedStreams, OfFlacHaveOneStreamInfo) {
+  for (const std::string depth : {"s16", "s32"}) {
+    std::vector<std::filesystem::path> inputs;
+    for (const std::string frequency : {"440", "880"}) {
+      inputs.push_back(folder_ / (depth + frequency + ".flac"));
+      ffmpeg({"-f", "lavfi", "-i", "sine=duration=0.7:frequency=" + frequency, "-sample_fmt", depth,
+              "-frame_size", frequency == "440" ? "1152" : "4608", inputs.back().string()});
+    }
+    // What the encoder makes of both sounds: as long, and of the same checksum.
+    const auto whole = folder_ / (depth + "whole.flac");
+    ffmpeg({"-i", inputs[0].string(), "-i", inputs[1].string(), "-filter_complex",
+            "concat=v=0:a=1:n=2", "-sample_fmt", depth, whole.string()});
+    const std::string info = flacInfo(whole);
+    ASSERT_EQ(info.size(), 2 * 34);
+    for (const std::string container : {"flac", "mkv", "ogg"}) {
+      SCOPED_TRACE(depth + " " + container);
+      const auto output = folder_ / ("joined." + container);
+      join(inputs, output);
+      EXPECT_EQ(sound({output}), sound(inputs));
+      if (container == "ogg") continue;  // its header is not written again
+      const std::string joined = flacInfo(output);
+      EXPECT_EQ(joined.substr(2 * 10), info.substr(2 * 10));
+      EXPECT_EQ(joined.substr(0, 8), "03961200");  // blocks of 918, at the seam, to 4608 samples
+    }
+  }
+}
+
+// The format's own decoder, which compares the checksum, and a reader that seeks by the numbers of
+// frames.
+TEST_F(CopiedStreams, OfFlacAreNumberedThroughout) {
   std::vector<std::filesystem::path> inputs;
-  for (const std::string frequency : {"440", "880"}) {
+  for (const std::string frequency : {"440", "880", "1760"}) {
     inputs.push_back(folder_ / (frequency + ".flac"));
-    ffmpeg({"-f", "lavfi", "-i", "sine=duration=0.7:frequency=" + frequency, "-frame_size",
-            frequency == "440" ? "1152" : "4608", inputs.back().string()});
+    ffmpeg(
+        {"-f", "lavfi", "-i", "sine=duration=20:frequency=" + frequency, inputs.back().string()});
   }
-  for (const std::string container : {"flac", "mkv", "ogg"}) {
-    SCOPED_TRACE(container);
-    const auto output = folder_ / ("joined." + container);
-    join(inputs, output);
-    EXPECT_EQ(sound({output}), sound(inputs));
+  const auto output = folder_ / "joined.flac";
+  join(inputs, output);
+  const auto probed = ffprobeJson(output, {"-show_packets"})["packets"];
+  int64_t next = 0;
+  for (const auto& packet : probed) {
+    EXPECT_EQ(packet["pts"].get<int64_t>(), next);
+    next += packet["duration"].get<int64_t>();
   }
+  EXPECT_EQ(next, 3 * 20 * 44100);
+  const auto heard = [](const std::filesystem::path& file, const std::string& from) {
+    return run({"ffmpeg", "-v", "error", "-ss", from, "-i", file.string(), "-t", "0.5", "-f", "md5",
+                "-"})
+        .out;
+  };
+  EXPECT_EQ(heard(output, "45"), heard(inputs[2], "5"));
 }
 
 TEST_F(CopiedStreams, OfOtherTimeBasesFollowEachOther) {

@@ -133,7 +133,7 @@ TEST_F(JoinSoundsTest, WhatIsLostIsToldOnce) {
   format.audioCodec = "pcm_u8";
   format.channelLayout = kMono;
   EXPECT_THAT(join({first()}, false, format).changes(),
-              ElementsAre("16 bits of sound become 8", "2 channels of sound become 1"));
+              ElementsAre("16 bits become 8", "2 channels become 1"));
   EXPECT_THAT(join({first()}, false).changes(), IsEmpty());
 }
 

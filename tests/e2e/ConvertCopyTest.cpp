@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "tests/e2e/NumberedClip.h"
@@ -235,8 +236,10 @@ TEST_F(ConvertCopyOne, SoundThatTellsItsFramingGoesIntoWaves) {
 TEST_F(ConvertCopyOne, AStartBeginsWithTheNextKeyPicture) {
   // Key pictures lie at 0 s, 2 s and 4 s.
   const auto source = fixture("numbered25.mp4");
-  const auto output = folder_ / "out.mp4";
-  ASSERT_TRUE(converts(source, output, joined(kCopyBoth, {"--start", "1.5"})));
+  const auto output = folder_ / "out.mkv";
+  const RunResult result = convert(source, output, joined(kCopyBoth, {"--start", "1.5"}));
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.err, testing::HasSubstr("the first 0.500 s, up to the key picture"));
   const auto pictures = shownPictures(output);
   ASSERT_EQ(pictures.size(), 75u);
   // The first one is shown at once; all others, and the sound, have their time from the start on.
@@ -251,10 +254,25 @@ TEST_F(ConvertCopyOne, AStartBeginsWithTheNextKeyPicture) {
   for (size_t i = 0; i < 3; ++i) EXPECT_NEAR(ticks[i], static_cast<double>(i) + 0.5, 0.04);
 }
 
+TEST_F(ConvertCopyOne, AStartBetweenKeyPicturesIsExactWhereOthersCanBeHidden) {
+  const auto output = folder_ / "out.mp4";
+  ASSERT_TRUE(converts(fixture("numbered25.mp4"), output, joined(kCopyBoth, {"--start", "1.5"})));
+  // Picture 37 is shown until 1.52 s.
+  const auto pictures = shownPictures(output);
+  ASSERT_EQ(pictures.size(), 88u);
+  for (size_t i = 0; i < pictures.size(); ++i) {
+    EXPECT_EQ(pictures[i].number, 37 + static_cast<int>(i));
+    EXPECT_NEAR(pictures[i].time, std::max(0.0, pictures[i].number / 25.0 - 1.5), 1e-3);
+  }
+  const auto ticks = tickTimes(output);
+  ASSERT_EQ(ticks.size(), 3u);
+  for (size_t i = 0; i < 3; ++i) EXPECT_NEAR(ticks[i], static_cast<double>(i) + 0.5, 0.01);
+}
+
 // numbered25.mp4 has a key picture every two seconds.
 TEST(ConvertCopySpan, WithoutAKeyPictureIsRefused) {
   const TempDir folder;
-  const RunResult result = convert(fixture("numbered25.mp4"), folder / "out.mp4",
+  const RunResult result = convert(fixture("numbered25.mp4"), folder / "out.mkv",
                                    joined(kCopyBoth, {"--start", "2.2", "--duration", "1"}));
   EXPECT_TRUE(endsWithSentence(result, 1, "no key picture within the span"));
   EXPECT_THAT(namesIn(folder.path()), SizeIs(0));
