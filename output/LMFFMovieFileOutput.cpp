@@ -133,6 +133,10 @@ int32_t LMFFMovieFileOutput::audioBits() const { return state_->audioBits; }
 
 void LMFFMovieFileOutput::setAudioBits(int32_t bits) { state_->audioBits = bits; }
 
+bool LMFFMovieFileOutput::keepsAudioFloats() const { return state_->keepsAudioFloats; }
+
+void LMFFMovieFileOutput::setKeepsAudioFloats(bool keeps) { state_->keepsAudioFloats = keeps; }
+
 int64_t LMFFMovieFileOutput::copiedSoundBegin() const { return state_->copiedSoundBegin; }
 
 void LMFFMovieFileOutput::setCopiedSoundBegin(int64_t time) { state_->copiedSoundBegin = time; }
@@ -283,10 +287,10 @@ void LMFFMovieFileOutput::openAudio() {
   const LMFFMovieFileOutputFormat format = movieFormat();
   const int codec = format.audio_codec ? format.audio_codec : formatContext()->oformat->audio_codec;
   State& state = *state_;
-  AVStream* const stream = state.openStream(state.audioEncoderName, codec, AVMEDIA_TYPE_AUDIO,
-                                            [&](AVStream*, AVCodecContext* encoder) {
-                                              configureSound(format, state.audioBits, *encoder);
-                                            });
+  AVStream* const stream = state.openStream(
+      state.audioEncoderName, codec, AVMEDIA_TYPE_AUDIO, [&](AVStream*, AVCodecContext* encoder) {
+        configureSound(format, state.audioBits, *encoder, state.keepsAudioFloats);
+      });
   // What is not the newest any more keeps the format of its samples, and has its own converter.
   if (State::Sound* before = state.soundOf(state.audioStream))
     before->resample = std::make_shared<LMFFAudioResample>();

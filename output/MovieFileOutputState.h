@@ -90,6 +90,7 @@ struct LMFFMovieFileOutput::State {
   std::string videoStatistics;  // the encoder reads it as long as it is open
   Entries audioOptions;
   int32_t audioBits = 0;
+  bool keepsAudioFloats = false;
   int64_t copiedSoundBegin = 0;  // microseconds
   bool keepsCopiedTimes = false;
   Entries muxerOptions;

@@ -30,6 +30,7 @@ void DemuxerReader::open(AVFormatContext* context, std::shared_ptr<SharedClock> 
 
 void DemuxerReader::close() {
   forget();
+  damage_ = {};
   context_ = nullptr;
   clock_.reset();
   readMap_ = nullptr;
@@ -44,6 +45,7 @@ void DemuxerReader::forget() {
   finder_.reset();
   courses_.clear();
   waiting_.clear();
+  damage_.jump();
   ending_ = 0;
 }
 
@@ -120,6 +122,7 @@ int DemuxerReader::demux(AVPacket& packet) {
   int64_t place = -1;
   for (int idle = 0; idle < kMostIdle; ++idle) {
     const int result = av_read_frame(context_, &packet);
+    if (result >= 0) damage_.take(packet, *context_->streams[packet.stream_index]);
     if (result >= 0 && tellsOrderAsTime_) forgetFalseTime(packet);
     if (result != AVERROR(EAGAIN)) {
       // Some demuxers take a failed read for the end.

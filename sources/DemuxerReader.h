@@ -6,6 +6,7 @@
 #include <set>
 
 #include "sources/ClockMap.h"
+#include "sources/PacketDamage.h"
 #include "support/Guarded.h"
 
 namespace kestrel {
@@ -49,6 +50,9 @@ class DemuxerReader {
   /// Moves to the first byte.
   int rewind();
 
+  /// How many of the packets of a stream that were read came damaged.
+  int64_t damaged(int stream) const { return damage_.of(stream); }
+
  private:
   /// The position of a stream in the map.
   struct Course {
@@ -77,6 +81,7 @@ class DemuxerReader {
   std::deque<PacketPtr> waiting_;  // packets held while a jump is uncertain
   bool tellsOrderAsTime_ = false;  // the demuxer may take decoding times for presentation times
   std::set<int> undated_;          // the streams for which it does
+  PacketDamage damage_;            // since it was opened
   int ending_ = 0;                 // the end or error, returned after the waiting packets
 };
 

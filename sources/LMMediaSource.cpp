@@ -371,6 +371,11 @@ bool LMMediaSource::rewind() {
   return demuxer && demuxer->reader.rewind() >= 0;
 }
 
+int64_t LMMediaSource::damagedPackets(int stream) const {
+  const auto demuxer = state_->currentDemuxer();
+  return demuxer ? demuxer->reader.damaged(stream) : 0;
+}
+
 Error LMMediaSource::lastError() const {
   const std::lock_guard guard(state_->lock);
   return state_->lastError;

@@ -290,6 +290,10 @@ Report convertMeasured(const ConversionSettings& settings, Effort& effort, const
   effort.elapsed = std::chrono::duration<double>(Clock::now() - begin).count();
   if (report.outcome != Report::Outcome::kInterrupted) {
     effort.bytesWritten = sizeOfResult(settings.output);
+    // Bytes of a part are no share of the whole.
+    const bool isWhole =
+        settings.start == Moment(0) && !settings.end && !settings.duration && !settings.chapters;
+    if (!isWhole) effort.bytesRead.reset();
     effort.kept = keptBy(conversion.plan());
   }
   return report;

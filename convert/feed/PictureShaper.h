@@ -36,6 +36,7 @@ class ShapedFeed {
 
   int64_t time() const { return feed_.time(); }
   int64_t tickDuration() const { return feed_.tickDuration(); }
+  PictureTally tally() const { return feed_.tally(); }
 
  private:
   VideoFeed feed_;

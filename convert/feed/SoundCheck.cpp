@@ -9,7 +9,7 @@ extern "C" {
 
 namespace kestrel {
 
-SoundCheck::SoundCheck(const AVStream& stream) {
+SoundCheck::SoundCheck(const AVStream& stream, bool beginsAnywhere) : mayBeCut_(beginsAnywhere) {
   const AVCodec* const decoder = avcodec_find_decoder(stream.codecpar->codec_id);
   if (!decoder) return;
   decoder_.reset(avcodec_alloc_context3(decoder));
@@ -30,7 +30,8 @@ bool SoundCheck::takes(const AVPacket& packet) {
   const int errors = decodePacket(*decoder_, &packet, [&](const FramePtr&) { isHeard = true; });
   // Some decoders only complain of what they cannot use. Without a complaint sound may come later.
   const bool isTaken = errors == 0 && (isHeard || log.isSilent());
-  if (!isTaken) ++refused_;
+  if (!isTaken && !mayBeCut_) ++refused_;
+  mayBeCut_ = false;
   return isTaken;
 }
 

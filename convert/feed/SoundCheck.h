@@ -14,8 +14,9 @@ namespace kestrel {
 /// Use from one thread.
 class SoundCheck {
  public:
-  /// `stream` is the input's. Where no decoder opens, every packet is taken.
-  explicit SoundCheck(const AVStream& stream);
+  /// `stream` is the input's. Where no decoder opens, every packet is taken. `beginsAnywhere`: the
+  /// first packet may have been cut off by whoever recorded it, which is no damage.
+  explicit SoundCheck(const AVStream& stream, bool beginsAnywhere = false);
 
   /// Whether the next packet can be decoded.
   bool takes(const AVPacket& packet);
@@ -25,6 +26,7 @@ class SoundCheck {
 
  private:
   CodecContextPtr decoder_;
+  bool mayBeCut_;
   int64_t refused_ = 0;
 };
 

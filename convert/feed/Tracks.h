@@ -63,6 +63,9 @@ class Track {
   /// How many of the packets that it passes on it has left out, because they cannot be decoded.
   virtual int64_t refused() const { return 0; }
 
+  /// What came of the pictures, where it brings these to a rate.
+  virtual PictureTally tally() const { return {}; }
+
   /// Whether it has passed anything on that is shown or heard.
   virtual bool hasBrought() const { return true; }
 
@@ -83,6 +86,7 @@ class EncodedVideoTrack : public Track {
   int64_t time() const override;
   Job step() override;
   int64_t end() const override;
+  PictureTally tally() const override { return feed_.tally(); }
 
  private:
   ShapedFeed feed_;

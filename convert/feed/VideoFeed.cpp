@@ -32,6 +32,26 @@ int64_t VideoFeed::ticks(int64_t count) const {
 
 int64_t VideoFeed::time() const { return ticks(tick_); }
 
+/// Reads to the picture that is shown at a time, and counts those that it leaves behind.
+LMFFMedia::Picture VideoFeed::readPictures(LMFFMedia& media, int64_t time) {
+  // What ends as the span begins belongs to what lies before.
+  const int64_t begin = start_ + (start_ > 0 ? ticks(1) / 4 : 0) - media.movie_position();
+  LMFFMedia::Picture picture = media.currentPicture();
+  bool isSeen = newest_ && shown_ == newest_.image;
+  while (!(picture && picture.lastsBeyond(time))) {
+    const bool isInSpan = picture && picture.end > begin;  // its frame goes with the next one
+    const LMFFMedia::Picture next = media.nextPicture();
+    if (!next) break;
+    if (isInSpan) {
+      ++tally_.all;
+      tally_.leftOut += isSeen ? 0 : 1;
+    }
+    picture = next;
+    isSeen = false;
+  }
+  return media.currentPicture();
+}
+
 /// Makes `newest_` the movie's picture for a time; false when the input ends before it.
 bool VideoFeed::readUpTo(int64_t time) {
   holdClock(movie_);
@@ -39,7 +59,7 @@ bool VideoFeed::readUpTo(int64_t time) {
   const auto media = movie_.currentVideoMedia();
   atEnd_ = !media;
   if (!media) return false;
-  const LMFFMedia::Picture picture = media->pictureAtTime(time - media->movie_position());
+  const LMFFMedia::Picture picture = readPictures(*media, time - media->movie_position());
   atEnd_ = media->isAtEnd();
   if (!picture) return false;
   newest_.hold(picture, *media);
@@ -62,13 +82,25 @@ void VideoFeed::findFirst() {
 /// Whether the input has one picture only, which is shown as long as its sound lasts.
 bool VideoFeed::isStill() const { return atEnd_ && newest_.start == anchor_; }
 
+PictureTally VideoFeed::tally() const {
+  PictureTally tally = tally_;
+  if (!newest_) return tally;
+  ++tally.all;
+  // The last picture may have been too short for a tick.
+  if (isOver_ && shown_ != newest_.image) ++tally.leftOut;
+  return tally;
+}
+
 std::shared_ptr<LMFFImage> VideoFeed::next() {
   if (!shown_) findFirst();
   if (!shown_) return nullptr;
   if (tick_ > anchorTick_) {
     const int64_t middle = anchor_ + ticks(2 * (tick_ - anchorTick_) + 1) / 2;
     const bool isOver = !readUpTo(middle);
-    if (isOver && !(isStill() && middle < movie_.duration())) return nullptr;
+    if (isOver && !(isStill() && middle < movie_.duration())) {
+      isOver_ = true;
+      return nullptr;
+    }
     // The last picture lasts as long as it says, but not beyond the movie.
     if (atEnd_ && middle >= std::max(newest_.start + ticks(1), movie_.duration())) return nullptr;
     if (newest_.beginsBy(middle)) shown_ = newest_.image;

@@ -11,6 +11,12 @@
 
 namespace kestrel {
 
+/// How many pictures there were, and how many of them nobody gets to see.
+struct PictureTally {
+  int64_t leftOut = 0;
+  int64_t all = 0;
+};
+
 /// A movie's pictures at a constant rate, from a time on.
 ///
 /// The grid of ticks is laid onto the first picture, and each tick asks for the picture in its
@@ -34,7 +40,11 @@ class VideoFeed {
   /// How long a tick lasts, microseconds.
   int64_t tickDuration() const { return ticks(1); }
 
+  /// What has come of the pictures that were read so far.
+  PictureTally tally() const;
+
  private:
+  LMFFMedia::Picture readPictures(LMFFMedia& media, int64_t time);
   bool readUpTo(int64_t time);
   void findFirst();
   bool isStill() const;
@@ -48,7 +58,9 @@ class VideoFeed {
   int64_t anchorTick_ = 0;  // that tick
   HeldPicture newest_;      // the movie is at
   std::shared_ptr<LMFFImage> shown_;
-  bool atEnd_ = false;  // the input has no picture after the newest
+  bool atEnd_ = false;   // the input has no picture after the newest
+  bool isOver_ = false;  // the newest one, too, has been shown, or is too short for that
+  PictureTally tally_;   // of what lies behind the newest
 };
 
 }  // namespace kestrel

@@ -1,5 +1,7 @@
 #include "convert/plan/ConstantRate.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -67,6 +69,14 @@ std::optional<Rational> rateForAll(std::span<const int64_t> times, Rational own,
   for (const Rational rate : rates)
     if (!(most && isLower(*most, rate)) && holdsAll(times, tickOf(rate))) return rate;
   return std::nullopt;
+}
+
+std::string oneRate(std::string_view container, Rational rate) {
+  return fmt::format("{} has one rate, {:.5g} a second", container, av_q2d(toAV(rate)));
+}
+
+std::string picturesLost(size_t lost, size_t all, std::string_view why) {
+  return fmt::format("{} of {}: {}", lost, all, why);
 }
 
 bool comeFasterThan(std::span<const int64_t> times, Rational rate) {

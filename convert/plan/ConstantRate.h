@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 
 struct AVCodec;
 
@@ -20,6 +22,12 @@ size_t picturesLostAt(std::span<const int64_t> times, Rational rate);
 /// to `most`. An encoder that has a list of rates gets one of these.
 std::optional<Rational> rateForAll(std::span<const int64_t> times, Rational own,
                                    const std::optional<Rational>& most, const AVCodec& encoder);
+
+/// "avi has one rate, 25 a second"
+std::string oneRate(std::string_view container, Rational rate);
+
+/// "2 of 354: " and why.
+std::string picturesLost(size_t lost, size_t all, std::string_view why);
 
 /// Whether two pictures follow each other sooner than a rate has it, but for what containers round.
 bool comeFasterThan(std::span<const int64_t> times, Rational rate);

@@ -358,12 +358,10 @@ class Planner {
       plan_.setRate(*rate);
       plan_.keepsPictures = true;
     }
-    const std::string perSecond =
-        fmt::format("{:.5g} a second", static_cast<double>(plan_.rate().num) / plan_.rate().den);
-    const std::string which = fmt::format("{} has one rate, {}", named_.name, perSecond);
     plan_.pictures()->losses.push_back(
-        rate ? fmt::format("their uneven times: {}, at which none is left out", which)
-             : fmt::format("{} of {}: {}", lost, times().size(), which));
+        rate ? fmt::format("their uneven times: {}, at which none is left out",
+                           oneRate(named_.name, plan_.rate()))
+             : picturesLost(lost, times().size(), oneRate(named_.name, plan_.rate())));
   }
 
   /// Pictures per second before any change of rate.

@@ -92,6 +92,8 @@ void setQuality(ConversionPlan& plan, const QualityScale& scale, double value) {
   if (scale.option == "global_quality") {
     plan.videoOptions["global_quality"] = std::to_string(std::lround(value * FF_QP2LAMBDA));
     plan.videoOptions["flags"] = "+qscale";
+    // Encoders use no finer step than 2 unless they are told to.
+    if (scale.best < scale.worst && value < 2) plan.videoOptions["qmin"] = "1";
     return;
   }
   plan.videoOptions[scale.option] = fmt::format("{:.4g}", value);
@@ -108,6 +110,12 @@ bool choosesRate(const ConversionSettings::Options& options) {
       "b", "qp", "cqp", "crf", "q", "global_quality", "qscale", "lossless"};
   return std::ranges::any_of(options,
                              [](const auto& option) { return kKeys.contains(option.first); });
+}
+
+/// Whether a codec's pictures have as many bytes as they need.
+bool losesNothing(int codec) {
+  const AVCodecDescriptor* const known = avcodec_descriptor_get(static_cast<AVCodecID>(codec));
+  return known && (known->props & AV_CODEC_PROP_LOSSLESS) && !(known->props & AV_CODEC_PROP_LOSSY);
 }
 
 /// Whether an encoder's bytes follow a bit rate: those do that are known to have a quality, too,
@@ -173,7 +181,8 @@ void planQuality(ConversionPlan& plan, const ConversionSettings& settings, const
     return;
   }
   if (settings.videoBitrate || !scale || (isUsual && needsBitrate(container))) {
-    plan.format.video_bitrate = settings.videoBitrate.value_or(bitrateFor(plan.format));
+    const int own = losesNothing(plan.format.video_codec) ? 0 : bitrateFor(plan.format);
+    plan.format.video_bitrate = settings.videoBitrate.value_or(own);
     return;
   }
   setQuality(plan, *scale, settings.quality ? qualityAt(*scale, *settings.quality) : scale->usual);

@@ -101,11 +101,13 @@ bool isLossless(AVCodecID codec) {
   return known && (known->props & AV_CODEC_PROP_LOSSLESS);
 }
 
+bool isFloatingPoint(const AVCodecParameters& sound) {
+  const auto packed = av_get_packed_sample_fmt(static_cast<AVSampleFormat>(sound.format));
+  return packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL;
+}
+
 int32_t soundBits(const AVCodecParameters& sound) {
-  if (!isLossless(sound.codec_id)) {
-    const auto packed = av_get_packed_sample_fmt(static_cast<AVSampleFormat>(sound.format));
-    return packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL ? kBitsOfFloats : kUsualBits;
-  }
+  if (!isLossless(sound.codec_id)) return isFloatingPoint(sound) ? kBitsOfFloats : kUsualBits;
   for (const int bits : {sound.bits_per_raw_sample, av_get_bits_per_sample(sound.codec_id),
                          sound.bits_per_coded_sample})
     if (bits > 0) return bits;

@@ -28,6 +28,9 @@ struct SoundFormat {
 /// Whether a codec keeps every bit of its samples.
 bool isLossless(AVCodecID codec);
 
+/// Whether a track's samples are floating point.
+bool isFloatingPoint(const AVCodecParameters& sound);
+
 /// How many bits a sample of a track has that mean something. Codecs that lose some say nothing of
 /// that: 24 where they decode to floats, else 16.
 int32_t soundBits(const AVCodecParameters& sound);

@@ -20,6 +20,7 @@
 #include "support/Containers.h"
 #include "support/EverydaySound.h"
 #include "support/encode/EncoderCompat.h"
+#include "support/encode/StreamEncoder.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -214,13 +215,17 @@ class SoundPlanner {
       requireEncoderOptions("audioOptions", *encoder, settings_.audioOptions);
     }
     stream.sound = {.codec = choice.codec, .encoder = choice.encoder, .bits = wanted.bits};
+    const AVSampleFormat floats = floatFormatOf(encoder);
+    stream.sound.isFloat = isLossless(encoder->id) && isFloatingPoint(*own.codecpar) &&
+                           floats != AV_SAMPLE_FMT_NONE && !settings_.isCompatible;
+    if (stream.sound.isFloat) stream.sound.bits = 8 * av_get_bytes_per_sample(floats);
     stream.sound.sampleRate = wanted.sampleRate;
     stream.sound.channelLayout = wanted.layout;
     stream.sound.bitrate = settings_.audioBitrate.value_or(usualBitrate(wanted));
     stream.sound.volume = settings_.volume;
     stream.sound.loudness = settings_.loudness;
     stream.sound.options = settings_.audioOptions;
-    if (stream.action == StreamAction::kEncode) noteLosses(stream.losses, own, like, *encoder);
+    if (stream.action == StreamAction::kEncode) noteLosses(stream, own, like, *encoder);
   }
 
   /// A rate or channels that are asked for are taken as they are or refused.
@@ -305,8 +310,9 @@ class SoundPlanner {
   }
 
   /// What nobody asked to lose.
-  void noteLosses(std::vector<std::string>& losses, const AVStream& own, const SoundFormat& like,
+  void noteLosses(PlannedStream& stream, const AVStream& own, const SoundFormat& like,
                   const AVCodec& encoder) const {
+    std::vector<std::string>& losses = stream.losses;
     const char* const codec = avcodec_get_name(encoder.id);
     const int channels = own.codecpar->ch_layout.nb_channels;
     if (!settings_.channelLayout && like.channels() < channels)
@@ -316,9 +322,13 @@ class SoundPlanner {
     if (!settings_.sampleRate && isSlower && onlySampleRate(container_) == 0)
       losses.push_back(fmt::format("{} Hz become {}: {} has no more", own.codecpar->sample_rate,
                                    like.sampleRate, codec));
-    const int depth = isLossless(own.codecpar->codec_id) ? soundBits(*own.codecpar) : 0;
+    if (!isLossless(own.codecpar->codec_id) || !isLossless(encoder.id)) return;
+    const int depth = soundBits(*own.codecpar);
     const int most = deepestOf(encoder);
-    if (isLossless(encoder.id) && most > 0 && depth > most)
+    if (isFloatingPoint(*own.codecpar) && !stream.sound.isFloat)
+      losses.push_back(fmt::format("floating point becomes {} bits: {} has none",
+                                   most > 0 ? std::min(depth, most) : depth, codec));
+    else if (most > 0 && depth > most)
       losses.push_back(fmt::format("{} bits become {}: {} has no more", depth, most, codec));
   }
 

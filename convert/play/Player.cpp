@@ -120,7 +120,7 @@ class Player::Playback {
     if (inputEnd && !played && end.refused > 0) return reportNothing();
     end.reached = played.value_or(end.reached);
     // After a seek, packets may need others that were not read.
-    if (hasSought) end.refused = end.mended = 0;
+    if (hasSought) end.refused = end.mended = end.incomplete = 0;
     // Where the end was not reached, nobody missed anything.
     const auto wanted = inputEnd ? std::nullopt : std::optional<int64_t>(0);
     Report report;

@@ -3,6 +3,7 @@
 #include "convert/probe/EncoderProbe.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 
 extern "C" {
@@ -20,7 +21,7 @@ constexpr EncoderRow kRows[] = {
     {"libx264", "crf", 0, 51, 23, "preset", "medium", -1, {}, 2.2, true, true},
     {"libx264rgb", "crf", 0, 51, 23, "preset", "medium"},
     {"libx265", "crf", 0, 51, 24, "preset", "medium", -1, {}, 2.0, true, true},
-    {"libsvtav1", "crf", 1, 63, 35, "preset", "7", 13, {}, 1.0},
+    {"libsvtav1", "crf", 1, 63, 35, "preset", "5", 13, {}, 1.0},
     {"libaom-av1", "crf", 0, 63, 32, "cpu-used", "6", 8, "row-mt=1"},
     {"librav1e", "qp", 0, 255, 100, "speed", "6", 10},
     {"libvpx-vp9", "crf", 0, 63, 32, "cpu-used", "2", 8, "row-mt=1:deadline=good", 0.9},
@@ -33,10 +34,13 @@ constexpr EncoderRow kRows[] = {
     {"mpeg1video", "global_quality", 1, 31, 4},
     {"wmv2", "global_quality", 1, 31, 4},
     {"wmv1", "global_quality", 1, 31, 4},
-    {"flv", "global_quality", 1, 31, 4},
+    {"flv", "global_quality", 1, 31, 3},
     {"mjpeg", "global_quality", 1, 31, 3},
-    {"libtheora", "global_quality", 10, 0, 7},
+    {"libtheora", "global_quality", 10, 0, 8},
 };
+
+/// By so many places of quality a quantiser is halved: as libx264's likeness rises.
+constexpr double kQualityToHalf = 10;
 
 constexpr std::string_view kPassesInMemory[] = {
     "libvpx",     "libvpx-vp9", "libaom-av1", "librav1e",  "libtheora", "libxvid", "mpeg1video",
@@ -130,6 +134,10 @@ const AVCodec* bestEncoder(AVCodecID codec) {
 }
 
 double qualityAt(const QualityScale& scale, double quality) {
+  // A step of a plain quantiser of half the size is as much likeness more, wherever it is halved.
+  if (quality >= kUsualQuality && scale.option == "global_quality" && scale.best < scale.worst)
+    return std::max(scale.best,
+                    scale.usual * std::exp2((kUsualQuality - quality) / kQualityToHalf));
   if (quality >= kUsualQuality)
     return scale.usual +
            (scale.best - scale.usual) * (quality - kUsualQuality) / (100 - kUsualQuality);

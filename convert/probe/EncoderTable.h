@@ -70,7 +70,8 @@ const AVCodec* firstUsable(const std::vector<const AVCodec*>& encoders,
 const AVCodec* bestEncoder(AVCodecID codec);
 
 /// A place on one scale for all encoders, 0 (worst) to 100 (best), in an encoder's own numbers: its
-/// usual value lies at `kUsualQuality`, between there and the ends it goes straight.
+/// usual value lies at `kUsualQuality`, and between there and the ends it goes straight, but for
+/// quantisers: above, these are halved by every ten places until they are at their best.
 double qualityAt(const QualityScale& scale, double quality);
 
 inline constexpr double kUsualQuality = 60;

@@ -94,6 +94,8 @@ std::string damageOf(const InputEnd& end) {
   std::vector<std::string> parts;
   if (end.refused > 0)
     parts.push_back(fmt::format("{} of its packets could not be decoded", end.refused));
+  if (end.incomplete > 0)
+    parts.push_back(fmt::format("{} of its packets came incomplete", end.incomplete));
   if (end.mended > 0)
     parts.push_back(fmt::format("parts of {} of its pictures are made up", end.mended));
   return fmt::format("{}", fmt::join(parts, ", "));
@@ -106,6 +108,7 @@ void InputEnd::add(const InputEnd& other) {
   if (!error) error = other.error;
   refused += other.refused;
   mended += other.mended;
+  incomplete += other.incomplete;
 }
 
 InputEnd faultsOf(const LMFFMovie& movie) {
@@ -116,6 +119,7 @@ InputEnd faultsOf(const LMFFMovie& movie) {
       if (stream->enable()) {
         end.refused += stream->decodeErrors();
         end.mended += stream->mendedPictures();
+        end.incomplete += media->source()->damagedPackets(stream->stream()->index);
       }
   }
   return end;
@@ -144,7 +148,8 @@ PromisedLength promisedLength(const AVFormatContext& input, const IndexSet& stre
 
 void judgeInput(Report& report, const std::string& path, int64_t promised, const InputEnd& end) {
   const bool endedEarly = promised - end.reached > kMissingTolerance;
-  if (!endedEarly && !end.error && end.refused == 0 && end.mended == 0) return;
+  const std::string damage = damageOf(end);
+  if (!endedEarly && !end.error && damage.empty()) return;
   std::string finding;
   if (endedEarly)
     finding =
@@ -153,7 +158,7 @@ void judgeInput(Report& report, const std::string& path, int64_t promised, const
   else if (end.error)
     finding = "was not read whole: " + end.error.message;
   else
-    finding = "is damaged: " + damageOf(end);
+    finding = "is damaged: " + damage;
   report.find(fmt::format("{} {}", shownName(path), finding));
 }
 

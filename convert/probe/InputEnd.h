@@ -18,10 +18,11 @@ class LMMediaSource;
 
 /// How far an input was read, and what was wrong with it.
 struct InputEnd {
-  int64_t reached = 0;  ///< microseconds after its start
-  Error error;          ///< of reading
-  int64_t refused = 0;  ///< packets that could not be decoded
-  int64_t mended = 0;   ///< pictures of which the decoder made parts up
+  int64_t reached = 0;     ///< microseconds after its start
+  Error error;             ///< of reading
+  int64_t refused = 0;     ///< packets that could not be decoded
+  int64_t mended = 0;      ///< pictures of which the decoder made parts up
+  int64_t incomplete = 0;  ///< packets of which parts were lost on the way, as the container tells
 
   /// Takes in what another reader of the same input found.
   void add(const InputEnd& other);

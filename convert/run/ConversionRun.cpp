@@ -23,6 +23,7 @@
 #include "convert/feed/Readers.h"
 #include "convert/feed/Tracks.h"
 #include "convert/look/Look.h"
+#include "convert/plan/ConstantRate.h"
 #include "convert/plan/Fragments.h"
 #include "convert/probe/Streams.h"
 #include "convert/run/PlannedOutput.h"
@@ -218,7 +219,8 @@ class ConversionRun::Work {
     }
     const ReadStream read = readerOf(movie_.medias(), planned.sources.front());
     const AVStream& input = *source_->formatContext()->streams[planned.sources.front()];
-    auto check = planned.isChecked ? std::make_unique<SoundCheck>(input) : nullptr;
+    const bool isBroadcast = (source_->formatContext()->iformat->flags & AVFMT_TS_DISCONT) != 0;
+    auto check = planned.isChecked ? std::make_unique<SoundCheck>(input, isBroadcast) : nullptr;
     return std::make_unique<CopiedTrack>(read.media, read.stream, output.stream, span, leader,
                                          hidesFirst(), std::move(check));
   }
@@ -360,7 +362,10 @@ class ConversionRun::Work {
     }
     for (PlannedStream& planned : plan_.streams)
       for (const FedTrack& fed : tracks)
-        if (fed.planned == &planned) noteLosses(*fed.track, planned);
+        if (fed.planned == &planned) {
+          noteLosses(*fed.track, planned);
+          noteLeftOut(planned, fed.track->tally());
+        }
     for (const FedTrack& fed : tracks)
       if (Track::Job rest = fed.track->finish())
         encoding.push([this, rest = std::move(rest), &fed] { carryOut(rest, fed); });
@@ -376,6 +381,14 @@ class ConversionRun::Work {
       planned.losses.push_back(
           fmt::format("the first {:.3f} s, up to the key picture with which a copy into {} begins",
                       lm_ff_time_to_double(track.missing()), plan_.formatName));
+  }
+
+  /// Whether pictures would fit into one rate nobody could tell before of what is read only once.
+  void noteLeftOut(PlannedStream& planned, const PictureTally& tally) const {
+    if (tally.leftOut == 0 || source_->isSeekable() || settings_.fps || settings_.maxFps) return;
+    planned.losses.push_back(
+        picturesLost(static_cast<size_t>(tally.leftOut), static_cast<size_t>(tally.all),
+                     oneRate(plan_.segment ? "hls" : plan_.formatName, plan_.rate())));
   }
 
   bool isEncoding() const {

@@ -79,6 +79,7 @@ AVStream* openEncodedSound(LMFFMovieFileOutput& output, const SoundEncoding& sou
   output.setMovieFormat(format);
   output.setAudioEncoderName(sound.encoder);
   output.setAudioBits(sound.bits);
+  output.setKeepsAudioFloats(sound.isFloat);
   output.setAudioOptions(sound.options);
   output.setAudioInputFormat({sampleFormat, sound.channelLayout, sound.sampleRate});
   output.openAudio();

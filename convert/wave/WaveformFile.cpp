@@ -57,6 +57,8 @@ DrawnWaveform draw(const std::string& path, const std::shared_ptr<LMMediaSource>
   AVFormatContext& facts = *source->formatContext();
   const auto chosen = soundTracks(facts, settings.tracks);
   const IndexSet streams(chosen.begin(), chosen.end());
+  for (const uint32_t index : streams)
+    end.incomplete += source->damagedPackets(static_cast<int>(index));
   judgeInput(drawn.report, path, {*source, facts, streams, {}}, end);
   return drawn;
 }

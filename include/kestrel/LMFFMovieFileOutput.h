@@ -139,6 +139,11 @@ class KESTREL_API LMFFMovieFileOutput {
   int32_t audioBits() const;
   void setAudioBits(int32_t bits);
 
+  /// Has `openAudio` use a floating-point format, where the encoder has one, in place of integers:
+  /// it knows no full scale at which sound is cut off. False by default.
+  bool keepsAudioFloats() const;
+  void setKeepsAudioFloats(bool keeps);
+
   /// The earliest decoding time of copied sound, microseconds; what is earlier is moved there. 0 by
   /// default. Sound whose first packets only hold its encoder's delay begins below 0: containers
   /// with edit lists hide that, others move all streams. Set before `startOutput`.

@@ -175,6 +175,11 @@ class KESTREL_API LMMediaSource : public std::enable_shared_from_this<LMMediaSou
   /// Seeks to the input's first byte; false if that is not possible.
   bool rewind();
 
+  /// How many of a stream's packets that were read since `open` came incomplete or with wrong
+  /// bytes, as the container tells; 0 while closed. Decoders may have made pictures of them all the
+  /// same.
+  int64_t damagedPackets(int stream) const;
+
   /// The error of the last `open`, or the error that ended reading early.
   Error lastError() const;
 

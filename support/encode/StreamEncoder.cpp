@@ -71,9 +71,25 @@ AVSampleFormat formatFor(int32_t bits, const AVCodec* codec) {
 
 }  // namespace
 
-void configureSound(const LMFFMovieFileOutputFormat& format, int32_t bits,
-                    AVCodecContext& encoder) {
-  encoder.sample_fmt = bits > 0 ? formatFor(bits, encoder.codec) : firstSampleFormat(encoder.codec);
+AVSampleFormat floatFormatOf(const AVCodec* codec) {
+  AVSampleFormat widest = AV_SAMPLE_FMT_NONE;
+  for (const AVSampleFormat format : acceptedFormats<AVSampleFormat>(codec)) {
+    const AVSampleFormat packed = av_get_packed_sample_fmt(format);
+    const bool isFloat = packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL;
+    if (isFloat && av_get_bytes_per_sample(format) > av_get_bytes_per_sample(widest))
+      widest = format;
+  }
+  return widest;
+}
+
+void configureSound(const LMFFMovieFileOutputFormat& format, int32_t bits, AVCodecContext& encoder,
+                    bool keepsFloats) {
+  const AVSampleFormat floats = floatFormatOf(encoder.codec);
+  if (keepsFloats && floats != AV_SAMPLE_FMT_NONE)
+    encoder.sample_fmt = floats;
+  else
+    encoder.sample_fmt =
+        bits > 0 ? formatFor(bits, encoder.codec) : firstSampleFormat(encoder.codec);
   const int size = 8 * av_get_bytes_per_sample(encoder.sample_fmt);
   if (bits > 0) encoder.bits_per_raw_sample = std::min(bits, size);
   encoder.bit_rate = format.audio_bitrate;

@@ -68,7 +68,12 @@ class StreamEncoder {
 };
 
 /// Configures an unopened audio encoder according to `format`. `bits`: significant bits of a sample
-/// for a lossless encoder; 0: the first sample format in its list.
-void configureSound(const LMFFMovieFileOutputFormat& format, int32_t bits, AVCodecContext& encoder);
+/// for a lossless encoder; 0: the first sample format in its list. `keepsFloats`: they are floating
+/// point, and stay so where the encoder can.
+void configureSound(const LMFFMovieFileOutputFormat& format, int32_t bits, AVCodecContext& encoder,
+                    bool keepsFloats = false);
+
+/// The widest floating-point format of an encoder of sound; `AV_SAMPLE_FMT_NONE` where it has none.
+AVSampleFormat floatFormatOf(const AVCodec* codec);
 
 }  // namespace kestrel

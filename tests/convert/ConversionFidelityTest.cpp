@@ -99,6 +99,21 @@ TEST_F(ConversionFidelity, DoublesStayToTheBit) {
               Contains(HasSubstr("64 bits become 32")));
 }
 
+// Three times full scale, where whole numbers end.
+TEST_F(ConversionFidelity, FloatsStayToTheBit) {
+  const auto source =
+      made("in.wav",
+           {"-f", "lavfi", "-i", "aevalsrc='3*random(0)|3*sin(t*7)':d=0.5", "-c:a", "pcm_f32le"});
+  const std::string samples = decoded(source, "f32le");
+  for (const char* name : {"out.wav", "out.wv"}) {
+    EXPECT_THAT(convert(source, folder_ / name, {.audio = StreamAction::kEncode}).leftOut,
+                IsEmpty());
+    EXPECT_TRUE(decoded(folder_ / name, "f32le") == samples) << name;
+  }
+  EXPECT_THAT(convert(source, folder_ / "out.flac").leftOut,
+              Contains(HasSubstr("floating point becomes 24 bits")));
+}
+
 /// One channel of interleaved samples of three bytes.
 std::string channelOf(const std::string& samples, size_t channel, size_t channels) {
   std::string one;

@@ -13,8 +13,9 @@ namespace kestrel::test {
 namespace {
 
 /// An encoder's number at a place on the scale for all, worked out by hand: the worst at 0, the
-/// usual at 60, the best at 100, straight in between.
-TEST(EncoderTable, QualityGoesStraightFromTheWorstThroughTheUsualToTheBest) {
+/// usual at 60, the best at 100, straight in between; above 60 quantisers are halved by every ten
+/// places, down to 1.
+TEST(EncoderTable, QualityGoesFromTheWorstThroughTheUsualToTheBest) {
   struct Row {
     const char* encoder;
     double at0, at30, at60, at80, at100;
@@ -24,10 +25,10 @@ TEST(EncoderTable, QualityGoesStraightFromTheWorstThroughTheUsualToTheBest) {
                          {"libsvtav1", 63, 49, 35, 18, 1},
                          {"libvpx-vp9", 63, 47.5, 32, 16, 0},
                          {"libvpx", 63, 51.5, 40, 22, 4},
-                         {"mpeg4", 31, 17.5, 4, 2.5, 1},
-                         {"mjpeg", 31, 17, 3, 2, 1},
+                         {"mpeg4", 31, 17.5, 4, 1, 1},
+                         {"mjpeg", 31, 17, 3, 1, 1},
                          // More is better.
-                         {"libtheora", 0, 3.5, 7, 8.5, 10}}) {
+                         {"libtheora", 0, 4, 8, 9, 10}}) {
     SCOPED_TRACE(row.encoder);
     const EncoderRow* const known = encoderRow(row.encoder);
     ASSERT_NE(known, nullptr);
@@ -39,6 +40,7 @@ TEST(EncoderTable, QualityGoesStraightFromTheWorstThroughTheUsualToTheBest) {
     EXPECT_DOUBLE_EQ(qualityAt(*scale, 80), row.at80);
     EXPECT_DOUBLE_EQ(qualityAt(*scale, 100), row.at100);
   }
+  EXPECT_DOUBLE_EQ(qualityAt(*encoderRow("mpeg4")->quality(), 70), 2);
 }
 
 /// For each codec its encoders from the best on: the first that this FFmpeg has is taken.

@@ -146,7 +146,8 @@ TEST(PlannedPictures, QualityIsTheRuleAndABitRateTheException) {
   EXPECT_THAT(plan.videoOptions, Not(Contains(Key("global_quality"))));
 }
 
-// 60 is each encoder's usual value; 80 lies half way from there to its best, 30 to its worst.
+// 60 is each encoder's usual value; 80 lies half way from there to its best, 30 to its worst, and
+// of quantisers 70 is half the usual one.
 TEST(PlannedPictures, OneScaleOfQualityForAllEncoders) {
   struct Row {
     const char* codec;
@@ -160,7 +161,9 @@ TEST(PlannedPictures, OneScaleOfQualityForAllEncoders) {
                          {"libx265", 100, "crf", "0"},
                          {"libx265", 0, "crf", "51"},
                          {"mpeg4", 60, "global_quality", "472"},  // 4 * 118
-                         {"mpeg4", 100, "global_quality", "118"}}) {
+                         {"mpeg4", 70, "global_quality", "236"},
+                         {"mpeg4", 100, "global_quality", "118"},
+                         {"mpeg4", 100, "qmin", "1"}}) {
     SCOPED_TRACE(row.codec);
     ConversionSettings settings;
     settings.videoCodec = row.codec;

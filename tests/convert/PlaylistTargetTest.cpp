@@ -1,11 +1,14 @@
 #include "convert/files/PlaylistTarget.h"
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tests/convert/Failures.h"
 #include "tests/support/FileBytes.h"
@@ -41,6 +44,24 @@ TEST_F(PlaylistTargetTest, AppearsWithItsFolder) {
   EXPECT_EQ(namesIn(place_.path()), (Names{"a.m3u8", "a.segments"}));
   EXPECT_EQ(namesIn(place_ / "a.segments"), Names{"one"});
   EXPECT_EQ(readBytes(path()), "#EXTM3U\na.segments/one\n");
+}
+
+// Whoever finds the playlist finds all that it names.
+TEST_F(PlaylistTargetTest, TheFolderAppearsBeforeThePlaylist) {
+  const int watch = inotify_init1(IN_NONBLOCK);
+  ASSERT_GE(inotify_add_watch(watch, place_.path().c_str(), IN_MOVED_TO | IN_CREATE), 0);
+  make("one", false);
+  std::vector<std::string> appeared;
+  alignas(inotify_event) char events[4096];
+  const ssize_t size = read(watch, events, sizeof(events));
+  close(watch);
+  for (ssize_t at = 0; at < size;) {
+    const auto* const event = reinterpret_cast<const inotify_event*>(events + at);
+    const std::string name = event->name;
+    if (name == "a.segments" || name == "a.m3u8") appeared.push_back(name);
+    at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+  }
+  EXPECT_EQ(appeared, (std::vector<std::string>{"a.segments", "a.m3u8"}));
 }
 
 TEST_F(PlaylistTargetTest, ReplacesAnOldOneWhole) {

@@ -66,6 +66,15 @@ TEST_F(SoundCheckTest, RefusesAndCountsWhatCannotBeDecoded) {
   EXPECT_EQ(check.refused(), 2);
 }
 
+// A broadcast is recorded from the midst of a packet on.
+TEST_F(SoundCheckTest, TheFirstPacketOfABroadcastMayBeCut) {
+  SoundCheck check(*sound_, true);
+  EXPECT_FALSE(check.takes(*damaged(*packets_[0])));
+  EXPECT_EQ(check.refused(), 0);
+  EXPECT_FALSE(check.takes(*damaged(*packets_[1])));
+  EXPECT_EQ(check.refused(), 1);
+}
+
 TEST_F(SoundCheckTest, WithoutADecoderEveryPacketIsTaken) {
   sound_->codecpar->codec_id = AV_CODEC_ID_NONE;
   SoundCheck check(*sound_);

@@ -151,6 +151,27 @@ TEST(SoundPlanner, WhatEncodersHaveLessOfIsALoss) {
   EXPECT_THAT(soundsOf("pcm-stereo-48000-s24.wav", "a.flac").at(0).losses, IsEmpty());
 }
 
+// WavPack has integers and floating-point numbers, FLAC integers of up to 24 bits.
+TEST(SoundPlanner, FloatingPointStaysSoOrIsALoss) {
+  const auto soundIn = [](const char* input, const char* codec) {
+    return soundsOf(input, "a.mka", {.audioCodec = codec}).at(0);
+  };
+  for (const char* input : {"pcm-7.1-48000-f32.wav", "av25.mp4"}) {
+    const PlannedStream kept = soundIn(input, "wavpack");
+    EXPECT_TRUE(kept.sound.isFloat) << input;
+    EXPECT_EQ(kept.sound.bits, 32) << input;
+    EXPECT_THAT(kept.losses, IsEmpty()) << input;
+  }
+  EXPECT_FALSE(soundIn("pcm-stereo-48000-s24.wav", "wavpack").sound.isFloat);
+  const PlannedStream whole = soundIn("pcm-7.1-48000-f32.wav", "flac");
+  EXPECT_FALSE(whole.sound.isFloat);
+  EXPECT_THAT(whole.losses, ElementsAre("floating point becomes 24 bits: flac has none"));
+  EXPECT_THAT(soundIn("pcm-7.1-48000-f32.wav", "pcm_s32le").losses,
+              ElementsAre("floating point becomes 32 bits: pcm_s32le has none"));
+  // What AAC decodes to was never exact.
+  EXPECT_THAT(soundIn("av25.mp4", "flac").losses, IsEmpty());
+}
+
 /// The sentence that refuses settings for the fixture in a file of the name.
 std::string refusalOf(const std::string& output, const ConversionSettings& settings) {
   const Failure failure = failureOf([&] { soundsOf("av25.mp4", output, settings); });

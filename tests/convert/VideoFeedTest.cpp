@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -153,6 +154,21 @@ TEST_F(VideoFeedTest, TellsWhereTheNextTickBegins) {
   feed_->next();
   feed_->next();
   EXPECT_EQ(feed_->time(), 100100);
+}
+
+// A picture that is shown is an object of its own; what becomes none is left out.
+TEST_F(VideoFeedTest, CountsThePicturesThatAreLeftOut) {
+  for (const char* name : {"numbered25.mp4", "numbered-vfr.mp4", "raw-vfr.mkv"})
+    for (const Rational rate : {Rational{25, 1}, {10, 1}, {7, 1}}) {
+      const auto pictures = timedPicturesOf(fixture(name));
+      open(name, 0, rate);
+      std::set<std::shared_ptr<LMFFImage>> shown;
+      while (auto picture = feed_->next()) shown.insert(std::move(picture));
+      const PictureTally tally = feed_->tally();
+      EXPECT_EQ(tally.all, static_cast<int64_t>(pictures.size())) << name;
+      EXPECT_EQ(tally.all - tally.leftOut, static_cast<int64_t>(shown.size())) << name;
+      movie_.close();
+    }
 }
 
 // A song's picture: one for as long as the sound lasts, which is four seconds.

@@ -231,6 +231,10 @@ TEST_F(ConvertMany, ATerminalIsToldWhatAConversionTookUnlessQuiet) {
       "o.mkv': 0:0[12][.0-9]*, 50 pictures in .* of the source; it has 1 video track, 1 sound "
       "track");
   EXPECT_EQ(told.wait(), 0);
+  // Bytes of a part are no share of the whole.
+  TerminalRun part(joined(command, {"--end", "1", "--force"}));
+  part.waitFor("o.mkv': 0:0[01][.0-9]*, [0-9]+ pictures in [^%]*; it has 1 video track");
+  EXPECT_EQ(part.wait(), 0);
   TerminalRun quiet(joined(command, {"--quiet", "--force"}));
   EXPECT_EQ(quiet.wait(), 0);
   EXPECT_EQ(quiet.output(), "");

@@ -71,6 +71,27 @@ TEST_F(ConvertPipe, AFileMayHaveAnotherFormatThanItsName) {
   EXPECT_EQ(ffprobeJson(folder_ / "movie.bin")["format"]["format_name"], "matroska,webm");
 }
 
+// Whether pictures fit into one rate is known only once they have gone through. These come five a
+// second for seven seconds, then 25 in one, of which a container of five shows the one in the
+// middle of each fifth, and the last.
+TEST_F(ConvertPipe, PicturesThatFindNoPlaceAreNamed) {
+  const auto uneven = (folder_ / "uneven.mkv").string();
+  ffmpeg({"-f", "lavfi", "-i", "testsrc=s=64x48:r=5:d=12", "-vf",
+          "settb=1/1000,setpts='if(lt(N,35),N*200,7000+(N-35)*40)'", "-vsync", "vfr",
+          "-enc_time_base", "1/1000", "-c:v", "ffv1", uneven});
+  const auto avi = [&](const std::string& options) {
+    return run({"bash", "-o", "pipefail", "-c",
+                "cat \"$1\" | \"$0\" convert - out.avi --force --video-codec ffv1" + options,
+                kestrelBinary(), uneven},
+               {.workingDirectory = folder_.path()});
+  };
+  const RunResult result = avi("");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err, HasSubstr(": 19 of 60: avi has one rate, 5 a second"));
+  // A rate that is asked for is no news.
+  EXPECT_EQ(avi(" --fps 5").err, "");
+}
+
 // The index of fragments has no place for it.
 TEST_F(ConvertPipe, ACoverDoesNotGoDownAPipeOfFragments) {
   const RunResult result = pipe("cover.m4a", "out", "--format mp4");

@@ -76,6 +76,25 @@ TEST(Usage, LibrariesThatFewNeedAreLoadedWhenTheyAre) {
   EXPECT_THAT(result.out, Not(HasSubstr("libSDL2")));
 }
 
+// Where nobody can read what it has to say, the program does and answers the same.
+TEST(Usage, StandardErrorMayBeFull) {
+  const auto status = [](const std::string& command) {
+    return run({"sh", "-c", "\"$0\" " + command + " 2>/dev/full", kestrelBinary(),
+                fixture("av25.mp4").string()})
+        .status;
+  };
+  EXPECT_EQ(status("info nothing.mp4"), 1);
+  EXPECT_EQ(status("convert \"$1\""), 2);
+  EXPECT_EQ(status("info \"$1\" nothing.mp4 >/dev/null"), 1);
+}
+
+// A reader that went away is no failure of the second file.
+TEST(Usage, AReaderThatLeavesEndsAListOfFilesInSilence) {
+  const RunResult result = run({"sh", "-c", "{ sleep 0.3; \"$0\" info \"$1\" \"$1\"; } | true",
+                                kestrelBinary(), fixture("av25.mp4").string()});
+  EXPECT_EQ(result.err, "");
+}
+
 TEST(Usage, HelpListsTheVerbs) {
   EXPECT_THAT(verbs(), testing::IsSupersetOf({"info", "convert", "thumb", "effects", "demo"}));
 }

@@ -335,5 +335,22 @@ TEST(StreamEncoder, SoundIsEncodedInTheSmallestFormThatKeepsItsBits) {
   }
 }
 
+TEST(StreamEncoder, FloatingPointStaysSoWhereTheEncoderHasIt) {
+  struct Row {
+    AVCodecID codec;
+    AVSampleFormat format;
+  };
+  for (const Row& row : {Row{AV_CODEC_ID_WAVPACK, AV_SAMPLE_FMT_FLTP},
+                         {AV_CODEC_ID_PCM_F64LE, AV_SAMPLE_FMT_DBL},
+                         {AV_CODEC_ID_FLAC, AV_SAMPLE_FMT_S32}}) {
+    Stream stream(row.codec);
+    LMFFMovieFileOutputFormat format;
+    format.sample_rate = 48000;
+    format.channel_layout = AV_CH_LAYOUT_STEREO;
+    configureSound(format, 24, stream.context(), true);
+    EXPECT_EQ(stream.context().sample_fmt, row.format);
+  }
+}
+
 }  // namespace
 }  // namespace kestrel::test

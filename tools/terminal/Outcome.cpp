@@ -17,6 +17,7 @@ std::string optionOf(const std::string& setting) {
                                                           {"chapterSource", "--chapters-from"},
                                                           {"channelLayout", "--channels"},
                                                           {"mixesAudio", "--mix"},
+                                                          {"subtitleTracks", "--subtitles-keep"},
                                                           {"isCompatible", "--compatible"},
                                                           {"position", "the position"},
                                                           {"archive", "--save"},

@@ -16,7 +16,9 @@ using namespace kestrel;
 void say(const std::string& sentence) {
   std::string line = printable(sentence);  // names of files may hold anything
   std::ranges::replace(line, '\n', ' ');
-  fmt::print(stderr, "{}: {}\n", program_invocation_short_name, line);
+  line = fmt::format("{}: {}\n", program_invocation_short_name, line);
+  // Where nobody can read it, there is nobody to tell.
+  std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 void writeStandardOutput(const std::string& text) {

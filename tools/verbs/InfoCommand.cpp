@@ -53,19 +53,21 @@ int tellAll(const InfoSettings& settings) {
   auto documents = nlohmann::ordered_json::array();
   bool isFirst = true;
   for (const std::string& input : settings.inputs) {
+    std::optional<MediaInfo> info;
     try {
-      const MediaInfo info = infoOf(settings, input);
-      if (settings.asJson)
-        documents.push_back(infoDocument(input, info));
-      else
-        writeStandardOutput((isFirst ? "" : "\n") + infoText(input, info));
-      isFirst = false;
+      info = infoOf(settings, input);
     } catch (const Failure& failure) {
       if (statusOf(failure) == kInterrupted) throw;
       say(sentenceOf(failure));
       documents.push_back({{"path", input}, {"error", sentenceOf(failure)}});
       status = kFailed;
+      continue;
     }
+    if (settings.asJson)
+      documents.push_back(infoDocument(input, *info));
+    else
+      writeStandardOutput((isFirst ? "" : "\n") + infoText(input, *info));
+    isFirst = false;
   }
   if (settings.asJson) writeDocument(documents);
   return status;

@@ -150,7 +150,8 @@ Words pictureFacts(const ConversionPlan& plan) {
 Words soundFacts(const SoundEncoding& sound) {
   Words facts{encoderOf(sound.encoder, sound.codec), fmt::format("{} Hz", sound.sampleRate),
               fmt::format("{} channels", lm_get_channel_layout_nb_channels(sound.channelLayout))};
-  if (sound.bits > 0) facts.push_back(fmt::format("{} bits", sound.bits));
+  if (sound.bits > 0)
+    facts.push_back(fmt::format("{} bits{}", sound.bits, sound.isFloat ? ", floating point" : ""));
   if (sound.bitrate > 0) facts.push_back(formatBitRate(sound.bitrate));
   if (sound.loudness) facts.push_back(formatNumber(*sound.loudness, 1) + " LUFS");
   if (!sound.loudness && sound.volume != 1)
@@ -208,6 +209,7 @@ void addSound(ordered_json& json, const SoundEncoding& sound) {
   json["sample_rate"] = sound.sampleRate;
   json["channels"] = lm_get_channel_layout_nb_channels(sound.channelLayout);
   json["bits"] = sound.bits;
+  json["floating_point"] = sound.isFloat;
   json["bit_rate"] = sound.bitrate;
   json["volume"] = sound.volume;
   json["loudness"] = orNull(sound.loudness);

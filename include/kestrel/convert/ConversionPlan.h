@@ -176,9 +176,10 @@ struct SoundEncoding {
   std::string encoder = {};   ///< by FFmpeg's name; "": the library's first for the codec
   int32_t sampleRate = 0;     ///< Hz, from 1
   int64_t channelLayout = 0;  ///< a mask
-  int32_t bits = 0;     ///< significant bits of a sample that a lossless codec keeps; 0: its usual
-  int32_t bitrate = 0;  ///< bits per second; 0: the options say it
-  double volume = 1;    ///< a factor
+  int32_t bits = 0;      ///< significant bits of a sample that a lossless codec keeps; 0: its usual
+  bool isFloat = false;  ///< samples stay floating point, which the encoder has
+  int32_t bitrate = 0;   ///< bits per second; 0: the options say it
+  double volume = 1;     ///< a factor
   std::optional<double> loudness = {};  ///< LUFS that the whole of it gets, in place of a volume
   std::map<std::string, std::string> options = {};  ///< the encoder's own
 };
