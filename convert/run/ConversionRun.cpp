@@ -362,10 +362,7 @@ class ConversionRun::Work {
     }
     for (PlannedStream& planned : plan_.streams)
       for (const FedTrack& fed : tracks)
-        if (fed.planned == &planned) {
-          noteLosses(*fed.track, planned);
-          noteLeftOut(planned, fed.track->tally());
-        }
+        if (fed.planned == &planned) noteLosses(*fed.track, planned);
     for (const FedTrack& fed : tracks)
       if (Track::Job rest = fed.track->finish())
         encoding.push([this, rest = std::move(rest), &fed] { carryOut(rest, fed); });
@@ -381,6 +378,7 @@ class ConversionRun::Work {
       planned.losses.push_back(
           fmt::format("the first {:.3f} s, up to the key picture with which a copy into {} begins",
                       lm_ff_time_to_double(track.missing()), plan_.formatName));
+    noteLeftOut(planned, track.tally());
   }
 
   /// Whether pictures would fit into one rate nobody could tell before of what is read only once.
