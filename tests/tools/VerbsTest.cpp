@@ -19,6 +19,7 @@ class VerbsTest : public testing::Test {
 
 TEST_F(VerbsTest, EveryWordThatShellsOfferForAConversionIsAValue) {
   const auto known = kestrel::knownConversionOptions();
+  const std::set<std::string> ofQuality{"per", "unless-smaller", "max-cost"};
   int count = 0;
   for (const VerbDescription& verb : line_.describe().verbs) {
     if (verb.name != "convert" && verb.name != "thumb") continue;
@@ -27,6 +28,7 @@ TEST_F(VerbsTest, EveryWordThatShellsOfferForAConversionIsAValue) {
       if (std::ranges::count(known, name, &kestrel::OptionInfo::name) == 0) continue;
       for (const std::string& word : option.choices.words) {
         kestrel::ConversionSettings settings;
+        if (ofQuality.contains(name)) settings.targetQuality.emplace();
         EXPECT_NO_THROW(kestrel::applyOptions({{name, word}}, settings)) << name << " " << word;
         ++count;
       }

@@ -24,8 +24,8 @@ _{0}_ask() {{
 
 )zsh";
 
-/// The ways to complete a value: a tag, a message and an action of _arguments. One behind a blank is
-/// called as it stands, without what says how matches are grouped.
+/// The ways to complete a value: a tag, a message and an action of _arguments. One behind a blank
+/// is called as it stands, without what says how matches are grouped.
 std::vector<std::string> actionsOf(const std::string& program, const Choices& choices) {
   std::vector<std::string> actions;
   if (!choices.words.empty())

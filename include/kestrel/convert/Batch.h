@@ -41,10 +41,11 @@ struct BatchJob {
 
 /// What a conversion took and gave.
 struct Effort {
-  double elapsed = 0;                        ///< seconds that it ran for
-  double length = 0;                         ///< seconds of the result
-  int64_t pictures = 0;                      ///< of the result
-  std::optional<int64_t> bytesRead = {};     ///< the input's size, of a file of which no span was chosen
+  double elapsed = 0;    ///< seconds that it ran for
+  double length = 0;     ///< seconds of the result
+  int64_t pictures = 0;  ///< of the result
+  std::optional<int64_t> bytesRead =
+      {};  ///< the input's size, of a file of which no span was chosen
   std::optional<int64_t> bytesWritten = {};  ///< the result's, likewise
   std::string kept = {};  ///< the result's streams: "1 video track, 2 sound tracks"
 };
