@@ -41,7 +41,7 @@ TEST_F(CutVerb, SpansMayLackASide) {
   const RunResult result = cut({"--keep", "-1.2,4.8-"});
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("copied 30 pictures"));
-  EXPECT_THAT(result.out, HasSubstr("proven at 1 seams"));
+  EXPECT_THAT(result.out, HasSubstr("proven at 1 seam: "));
 }
 
 TEST_F(CutVerb, RefusesWhatIsNoSpan) {

@@ -77,17 +77,22 @@ nlohmann::ordered_json documentOf(const CutReport& report) {
   return document;
 }
 
+std::string counted(int64_t count, const char* what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
 std::string textOf(const CutReport& report) {
   std::string text;
   for (const CutStretch& stretch : report.stretches) {
-    text += fmt::format("{:<6}{:>12} to {:<12}{} {} {}", stretch.kind, timeText(stretch.start),
+    text += fmt::format("{:<6}{:>12} to {:<12}{} {}", stretch.kind, timeText(stretch.start),
                         timeText(stretch.end), stretch.isEncoded ? "encoded" : "copied",
-                        stretch.packets, stretch.kind == "video" ? "pictures" : "packets");
+                        counted(stretch.packets, stretch.kind == "video" ? "picture" : "packet"));
     if (stretch.ssim) text += fmt::format(", SSIM {:.4f} at least", *stretch.ssim);
     text += stretch.why.empty() ? "\n" : fmt::format(": {}\n", stretch.why);
   }
-  return text + fmt::format("proven at {} seams: {} copied pictures equal, {} encoded ones alike\n",
-                            report.seams, report.equalPictures, report.alikePictures);
+  return text + fmt::format("proven at {}: {} copied equal, {} encoded alike\n",
+                            counted(report.seams, "seam"), counted(report.equalPictures, "picture"),
+                            counted(report.alikePictures, "picture"));
 }
 
 int run(const Arguments& arguments) {
