@@ -267,7 +267,8 @@ TEST_F(ConvertLook, MirrorsAndTurnsKeepChromaInItsPlace) {
     // The rim is continued by its outermost samples.
     for (int y = 2; y < 30; ++y) {
       for (int x = 2; x < 30; ++x) {
-        const int sample = static_cast<uint8_t>(blue[static_cast<size_t>(y * 32 + x)]);
+        const int sample =
+            static_cast<uint8_t>(blue[static_cast<size_t>(x) + 32 * static_cast<size_t>(y)]);
         const double error = sample - (66 + 2 * column(x, y));
         ASSERT_LE(std::abs(error), 2) << x << ',' << y;
         sum += error;
@@ -298,7 +299,8 @@ TEST_F(ConvertLook, DeepSlopesHaveEveryStepOfEightBits) {
       double sum = 0;
       for (size_t y = 0; y < 64; ++y) {
         for (size_t i = x; i < x + 8; ++i) {
-          const double exact = static_cast<double>(64 + (1279 - i) * 876 / 1279) / 4;
+          const size_t ofTenBits = 64 + (1279 - i) * 876 / 1279;
+          const double exact = static_cast<double>(ofTenBits) / 4;
           const double off = static_cast<uint8_t>(luma[1280 * y + i]) - exact;
           EXPECT_LT(std::abs(off), 1.2) << i << ' ' << y;
           sum += off;

@@ -95,10 +95,12 @@ Values titles(const Words& words) {
   const std::string input = inputAmong(words);
   if (input.empty() || !isDisc(input)) return {};
   Values values{{"main", "the main feature"}};
-  for (const DiscTitleInfo& title : readDiscInfo(input).titles)
+  for (const DiscTitleInfo& title : readDiscInfo(input).titles) {
+    const int64_t wholeSeconds = title.duration / 1'000'000;
     values.push_back(
-        {std::to_string(title.number), formatTime(static_cast<double>(title.duration / 1'000'000)) +
+        {std::to_string(title.number), formatTime(static_cast<double>(wholeSeconds)) +
                                            (title.whyMain.empty() ? "" : ", the main feature")});
+  }
   return values;
 }
 
