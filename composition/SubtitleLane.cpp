@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <string>
 #include <utility>
 
+#include "support/FFmpegBytes.h"
 #include "support/copy/PacketTimes.h"
 
 extern "C" {
@@ -85,14 +85,7 @@ bool SubtitleLane::renumber(AVPacket& packet) {
   highest_ = std::max(highest_, written);
   if (written == number) return true;
   const std::string renumbered = std::to_string(written) + std::string(rest, text + packet.size);
-  const PacketPtr copy = makePacket();
-  if (av_new_packet(copy.get(), static_cast<int>(renumbered.size())) < 0 ||
-      av_packet_copy_props(copy.get(), &packet) < 0)
-    return false;
-  std::memcpy(copy->data, renumbered.data(), renumbered.size());
-  av_packet_unref(&packet);
-  av_packet_move_ref(&packet, copy.get());
-  return true;
+  return setBytes(packet, {reinterpret_cast<const uint8_t*>(renumbered.data()), renumbered.size()});
 }
 
 PacketPtr SubtitleLane::take(int64_t reached) {

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "dvd/TitleSourceState.h"
+#include "support/FFmpegBytes.h"
 #include "support/FFmpegError.h"
 #include "support/FFmpegOwners.h"
 
@@ -45,13 +46,8 @@ std::string subpictureHeader(const SubtitlePalette& palette, int width, int heig
   return fmt::format("size: {}x{}\npalette: {}\n", width, height, fmt::join(colours, ", "));
 }
 
-void setExtradata(AVCodecParameters& parameters, const std::string& bytes) {
-  auto* data = static_cast<uint8_t*>(av_mallocz(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
-  if (!data) return;
-  std::ranges::copy(bytes, data);
-  av_freep(&parameters.extradata);
-  parameters.extradata = data;
-  parameters.extradata_size = static_cast<int>(bytes.size());
+void setHeader(AVCodecParameters& parameters, const std::string& text) {
+  setCodecData(parameters, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
 }
 
 /// How containers mark tracks of a kind.
@@ -204,7 +200,7 @@ void LMDVDTitleSource::describeStreams() {
       av_dict_set(&stream.metadata, "language", threeLetters(track->language).c_str(), 0);
     stream.disposition |= dispositionOf(track->kind);
     if (type == AVMEDIA_TYPE_SUBTITLE)
-      setExtradata(*stream.codecpar, subpictureHeader(*state_->title->palette(), width, height));
+      setHeader(*stream.codecpar, subpictureHeader(*state_->title->palette(), width, height));
     if (type != AVMEDIA_TYPE_AUDIO || stream.codecpar->sample_rate > 0) continue;
     stream.codecpar->sample_rate = track->sample_rate;
     av_channel_layout_default(&stream.codecpar->ch_layout, track->channels);

@@ -1,34 +1,13 @@
-#include <kestrel/Image.h>
-#include <kestrel/LMFFAudioResample.h>
-#include <kestrel/LMFFImage.h>
 #include <kestrel/LMFFMedia.h>
-#include <kestrel/LMFFMediaStream.h>
 #include <kestrel/LMFFMovie.h>
 #include <kestrel/LMMediaSource.h>
 #include <kestrel/LibMedia.h>
 
-#include <algorithm>
-#include <atomic>
-#include <deque>
-#include <limits>
-#include <utility>
-
-#include "media/StreamDecoder.h"
-#include "media/StreamTexts.h"
-#include "media/StreamTime.h"
-#include "media/SubtitleContent.h"
-#include "media/SubtitleHistory.h"
-#include "support/FFmpegCompat.h"
-#include "support/Guarded.h"
+#include "media/LMFFMediaStreamState.h"
 
 namespace kestrel {
 
 namespace {
-
-/// What a bitmap subtitle decoder is told of its extra data's size, whatever the text's length.
-constexpr int kPaletteSize = 256;
-
-constexpr AVRational kMilliseconds{1, 1000};
 
 Rational positive(AVRational r) { return {r.num > 0 ? r.num : 1, r.den > 0 ? r.den : 1}; }
 
@@ -50,55 +29,6 @@ std::optional<float> wholeRate(AVRational rate) {
 }
 
 }  // namespace
-
-struct LMFFMediaStream::State {
-  LMFFMedia* media = nullptr;
-  std::shared_ptr<AVFormatContext> container;  // which `stream` belongs to, where that is known
-  AVStream* stream = nullptr;
-  StreamDecoder decoder;
-  FramePtr currentFrame = makeFrame();
-  bool enable = false;
-  bool isCopied = false;     // by itself, whatever the movie says
-  bool keepsGroups = false;  // of copied pictures
-  bool hasFrame = false;
-  bool isFlushed = false;             // the resampler has given what it held at the input's end
-  int64_t soundEnd = AV_NOPTS_VALUE;  // where the last decoded audio frame ends, in the time base
-  int64_t audio_sync_frame = 0;
-  Guarded<std::shared_ptr<const Image>> subtitle;
-  Guarded<std::shared_ptr<const Image>> wholeSubtitle;
-  SubtitleHistory earlierSubtitles;
-  Guarded<std::optional<std::string>> subtitleString;
-  StreamTexts texts;
-  Guarded<std::shared_ptr<LMFFAudioResample>> resample;
-  Guarded<std::deque<std::shared_ptr<LMFFImage>>> rawPackets;
-  std::atomic<bool> hasPacket{false};  // whether that is empty, asked for every packet read
-
-  void store(FramePtr frame) {
-    currentFrame = std::move(frame);
-    hasFrame = true;
-  }
-
-  void queue(const AVPacket* packet, Rational timebase, bool isPicture) {
-    auto item = LMFFImage::imageWithPacket(packet);
-    item->setTime_base(timebase);
-    rawPackets.with([&](auto& packets) {
-      if (isPicture && !keepsGroups) packets.clear();
-      if (isPicture && item->isKeyPacket()) {
-        const auto key = std::find_if(packets.rbegin(), packets.rend(),
-                                      [](const auto& each) { return each->isKeyPacket(); });
-        if (key != packets.rend()) packets.erase(packets.begin(), std::prev(key.base()));
-      }
-      packets.push_back(std::move(item));
-      hasPacket = true;
-    });
-  }
-
-  bool storeSound(const LMFFMediaStream& self, FramePtr frame);
-  bool decodeSound(const LMFFMediaStream& self);
-  bool decodeSubtitle(const LMFFMediaStream& self, const AVPacket* packet);
-  SubtitleSpan subtitleSpan() const { return {currentFrame->pts, frameDuration(*currentFrame)}; }
-  void keepSubtitle(const LMFFMediaStream& self);
-};
 
 LMFFMediaStream::LMFFMediaStream() : state_(std::make_unique<State>()) {}
 
@@ -262,13 +192,6 @@ void LMFFMediaStream::showFirstPacket(const AVPacket* packet) {
   if (packet) state_->decoder.showFirstPacket(*packet);
 }
 
-void LMFFMediaStream::fillPalette(const SubtitlePalette& palette) {
-  const std::string text = subtitlePaletteText(palette);
-  std::vector<uint8_t> bytes(text.begin(), text.end());
-  bytes.resize(kPaletteSize + AV_INPUT_BUFFER_PADDING_SIZE);
-  state_->decoder.setExtradata(std::move(bytes), kPaletteSize);
-}
-
 void LMFFMediaStream::setTreatment(const PictureTreatment& treatment) {
   state_->decoder.setTreatment(treatment);
 }
@@ -351,72 +274,6 @@ bool LMFFMediaStream::State::storeSound(const LMFFMediaStream& self, FramePtr fr
   return true;
 }
 
-bool LMFFMediaStream::State::decodeSubtitle(const LMFFMediaStream& self, const AVPacket* packet) {
-  if (!decoder.isOpen()) return false;
-  AVSubtitle content{};
-  int gotSubtitle = 0;
-  const PacketPtr input(av_packet_clone(packet));
-  avcodec_decode_subtitle2(decoder.context(), &content, &gotSubtitle, input.get());
-  if (!gotSubtitle) return false;
-
-  const AVRational timebase = toAV(self.timebase());
-  const int64_t start = content.pts == AV_NOPTS_VALUE
-                            ? AV_NOPTS_VALUE
-                            : av_rescale_q(content.pts, kMicroseconds, timebase) +
-                                  av_rescale_q(content.start_display_time, kMilliseconds, timebase);
-  FramePtr frame = makeFrame();
-  frame->pts = start;
-  frame->pkt_dts = start;
-  // A bitmap that is told no end stays until the next one.
-  const bool isBitmap = content.num_rects > 0 && content.rects[0]->type == SUBTITLE_BITMAP;
-  const bool isOpenEnded = isBitmap && content.end_display_time == 0;
-  const int64_t end = isOpenEnded ? std::numeric_limits<uint32_t>::max() : content.end_display_time;
-  setFrameDuration(*frame, av_rescale_q(end - content.start_display_time, kMilliseconds, timebase));
-  keepSubtitle(self);
-  if (isBitmap || content.num_rects == 0) {  // an empty one ends the one before
-    subtitle.set(nullptr);
-    wholeSubtitle.set(nullptr);
-  }
-  const LMFFVideoFormat format = media ? media->videoFormat() : LMFFVideoFormat{};
-  const Size video{static_cast<double>(format.width), static_cast<double>(format.height)};
-  std::vector<std::string> lines;
-  for (unsigned i = 0; i < content.num_rects; ++i) {
-    const AVSubtitleRect& rect = *content.rects[i];
-    if (rect.type == SUBTITLE_ASS && rect.ass && *rect.ass) {
-      subtitleString.set(subtitleTextOfLine(rect.ass));
-      lines.emplace_back(rect.ass);
-    } else if (rect.type == SUBTITLE_BITMAP) {
-      const AVCodecContext& context = *decoder.context();
-      const Size canvas{static_cast<double>(context.width), static_cast<double>(context.height)};
-      subtitle.set(subtitleImageOfBitmap(rect, static_cast<int>(video.height)));
-      wholeSubtitle.set(
-          subtitleImageOver(subtitleImageOnVideo(rect, canvas, video), wholeSubtitle.get()));
-    }
-  }
-  avsubtitle_free(&content);
-  store(std::move(frame));
-  if (!lines.empty()) texts.add(lines, subtitleSpan(), *decoder.context());
-  return true;
-}
-
-/// Notes the current bitmap subtitle, or that there is none, before the next one replaces it, for
-/// as long as a picture of its time may still be shown.
-void LMFFMediaStream::State::keepSubtitle(const LMFFMediaStream& self) {
-  const auto pictures = media ? media->videoStream() : nullptr;
-  if (!pictures) return;
-  earlierSubtitles.add(subtitleSpan(), wholeSubtitle.get());
-  const AVFrame& picture = *pictures->frame();
-  if (picture.data[0])
-    earlierSubtitles.forgetBefore(
-        av_rescale_q(picture.pts, ticksOf(picture, *pictures), toAV(self.timebase())));
-}
-
-std::shared_ptr<const Image> LMFFMediaStream::subtitleAt(int64_t time) const {
-  const SubtitleSpan span = state_->subtitleSpan();
-  if (span.start == AV_NOPTS_VALUE || time <= span.start) return state_->earlierSubtitles.at(time);
-  return span.contains(time) ? state_->wholeSubtitle.get() : nullptr;
-}
-
 AVFrame* LMFFMediaStream::frame() const { return state_->currentFrame.get(); }
 
 bool LMFFMediaStream::hasFrame() const { return state_->hasFrame; }
@@ -449,30 +306,6 @@ std::shared_ptr<LMFFAudioResample> LMFFMediaStream::resample() const {
 
 void LMFFMediaStream::setResample(std::shared_ptr<LMFFAudioResample> resample) {
   state_->resample.set(std::move(resample));
-}
-
-std::shared_ptr<const Image> LMFFMediaStream::subtitle() const { return state_->subtitle.get(); }
-
-void LMFFMediaStream::setSubtitle(std::shared_ptr<const Image> subtitle) {
-  state_->wholeSubtitle.set(subtitle);
-  state_->subtitle.set(std::move(subtitle));
-}
-
-std::optional<std::string> LMFFMediaStream::subtitleString() const {
-  return state_->subtitleString.get();
-}
-
-void LMFFMediaStream::setSubtitleString(std::optional<std::string> string) {
-  state_->subtitleString.set(std::move(string));
-}
-
-std::optional<std::string> LMFFMediaStream::subtitleMarkupAt(int64_t time) {
-  return state_->texts.markupAt(time);
-}
-
-TextSubtitle LMFFMediaStream::textSubtitleAt(int64_t time, const SubtitleCanvas& canvas) {
-  if (!isOpen()) return {};
-  return state_->texts.at(time, timebase(), {*codecContext(), state_->container.get()}, canvas);
 }
 
 std::vector<std::shared_ptr<LMFFImage>> LMFFMediaStream::rawPackets() const {

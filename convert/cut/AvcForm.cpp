@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <utility>
 
+#include "support/FFmpegBytes.h"
 #include "support/FFmpegError.h"
 #include "support/copy/FineEncoder.h"
 
@@ -35,17 +35,6 @@ void append(std::vector<uint8_t>& data, Bytes unit) {
   static constexpr uint8_t kStart[] = {0, 0, 0, 1};
   data.insert(data.end(), std::begin(kStart), std::end(kStart));
   data.insert(data.end(), unit.begin(), unit.end());
-}
-
-/// Gives the parameters other codec data.
-bool setCodecData(AVCodecParameters& parameters, const std::vector<uint8_t>& data) {
-  auto* const bytes = static_cast<uint8_t*>(av_mallocz(data.size() + AV_INPUT_BUFFER_PADDING_SIZE));
-  if (!bytes) return false;
-  std::memcpy(bytes, data.data(), data.size());
-  av_freep(&parameters.extradata);
-  parameters.extradata = bytes;
-  parameters.extradata_size = static_cast<int>(data.size());
-  return true;
 }
 
 /// A configuration record (ISO/IEC 14496-15, 5.3.3.1) with one more picture parameter set.
@@ -186,14 +175,7 @@ bool AvcForm::adopt(AVPacket& packet) {
     append(data, moved(unit, move_, number_, kFirstRestart + restarts_ % 2));
   }
   ++number_;
-  const PacketPtr made = makePacket();
-  if (!made || av_new_packet(made.get(), static_cast<int>(data.size())) < 0 ||
-      av_packet_copy_props(made.get(), &packet) < 0)
-    return false;
-  std::memcpy(made->data, data.data(), data.size());
-  av_packet_unref(&packet);
-  av_packet_move_ref(&packet, made.get());
-  return units_.adopt(packet);
+  return setBytes(packet, data) && units_.adopt(packet);
 }
 
 }  // namespace kestrel

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <map>
 #include <span>
+#include <vector>
 
+#include "support/FFmpegBytes.h"
 #include "support/FFmpegError.h"
 #include "support/copy/FineEncoder.h"
 
@@ -50,18 +52,12 @@ bool isMpegVideo(AVCodecID codec) {
 }
 
 bool prepend(AVPacket& packet, Bytes before) {
-  const PacketPtr made = makePacket();
-  const auto own = static_cast<size_t>(packet.size);
-  if (!made || av_new_packet(made.get(), static_cast<int>(before.size() + own)) < 0 ||
-      av_packet_copy_props(made.get(), &packet) < 0)
-    return false;
-  std::copy_n(packet.data, own, std::copy(before.begin(), before.end(), made->data));
-  av_packet_unref(&packet);
-  av_packet_move_ref(&packet, made.get());
-  return true;
+  std::vector<uint8_t> data(before.begin(), before.end());
+  data.insert(data.end(), packet.data, packet.data + packet.size);
+  return setBytes(packet, data);
 }
 
-/// Whether a packet of AV1 (AV1 Bitstream & Decoding Process Specification, 5.3) has a unit with
+/// Whether a packet of AV1 (AOM's document of its bitstream, 5.3) has a unit with
 /// the parameters of a sequence among its first ones.
 bool hasSequence(Bytes data) {
   constexpr int kSequence = 1;

@@ -1,15 +1,14 @@
 #include "support/copy/Covers.h"
 
-#include <cstring>
 #include <string>
 
 #include "support/Containers.h"
+#include "support/FFmpegBytes.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/dict.h>
-#include <libavutil/mem.h>
 }
 
 namespace kestrel {
@@ -45,14 +44,8 @@ bool attachCover(const AVStream& input, AVStream& output, const AVOutputFormat& 
   const AVPacket& picture = input.attached_pic;
   const CoverFile file = coverFile(input.codecpar->codec_id);
   if (!holdsAttachments(container) || file.name.empty() || picture.size <= 0) return false;
-  const auto size = static_cast<size_t>(picture.size);
-  auto* const data = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
-  if (!data) return false;
-  std::memcpy(data, picture.data, size);
   AVCodecParameters& parameters = *output.codecpar;
-  av_freep(&parameters.extradata);
-  parameters.extradata = data;
-  parameters.extradata_size = picture.size;
+  if (!setCodecData(parameters, {picture.data, static_cast<size_t>(picture.size)})) return false;
   parameters.codec_type = AVMEDIA_TYPE_ATTACHMENT;
   output.disposition = 0;
   av_dict_set(&output.metadata, "filename", file.name.c_str(), 0);

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "platform/codec/Codec.h"
+#include "support/FFmpegBytes.h"
 
 extern "C" {
 #include <libavutil/crc.h>
@@ -113,17 +114,6 @@ std::vector<uint8_t> numbered(Bytes frame, const Header& header, int64_t number)
   return made;
 }
 
-bool setData(AVPacket& packet, const std::vector<uint8_t>& data) {
-  const PacketPtr made(av_packet_alloc());
-  if (!made || av_new_packet(made.get(), static_cast<int>(data.size())) < 0 ||
-      av_packet_copy_props(made.get(), &packet) < 0)
-    return false;
-  std::memcpy(made->data, data.data(), data.size());
-  av_packet_unref(&packet);
-  av_packet_move_ref(&packet, made.get());
-  return true;
-}
-
 /// The samples of a decoded frame as the checksum wants them: little-endian, in as few bytes as
 /// they need. Decoders put those of more than 16 bits at the top of 32.
 std::vector<uint8_t> samplesOf(const AVFrame& frame, int bits) {
@@ -170,7 +160,7 @@ void FlacNumbers::take(AVPacket& packet) {
   const auto header = headerOf(frame);
   if (!header) return;
   hear(packet, header->samples);
-  setData(packet, numbered(frame, *header, samples_));
+  setBytes(packet, numbered(frame, *header, samples_));
   measure(packet, header->samples);
 }
 

@@ -1,8 +1,9 @@
 #include "support/copy/PictureUnits.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
+
+#include "support/FFmpegBytes.h"
 
 namespace kestrel {
 
@@ -95,18 +96,6 @@ std::vector<Bytes> hevcSets(Bytes record) {
   return sets;
 }
 
-/// Gives a packet other bytes and leaves the rest of it.
-bool setData(AVPacket& packet, const std::vector<uint8_t>& data) {
-  const PacketPtr made(av_packet_alloc());
-  if (!made || av_new_packet(made.get(), static_cast<int>(data.size())) < 0 ||
-      av_packet_copy_props(made.get(), &packet) < 0)
-    return false;
-  std::memcpy(made->data, data.data(), data.size());
-  av_packet_unref(&packet);
-  av_packet_move_ref(&packet, made.get());
-  return true;
-}
-
 Bytes bytesOf(const AVPacket& packet) { return {packet.data, static_cast<size_t>(packet.size)}; }
 
 }  // namespace
@@ -178,7 +167,7 @@ std::vector<uint8_t> PictureUnits::joined(const std::vector<Unit>& units) const 
 
 bool PictureUnits::adopt(AVPacket& packet) const {
   if (lengthSize_ == 0) return true;
-  return setData(packet, joined(afterStartCodes(bytesOf(packet))));
+  return setBytes(packet, joined(afterStartCodes(bytesOf(packet))));
 }
 
 std::vector<PictureUnits::Unit> PictureUnits::parameterSets() const {
@@ -196,7 +185,7 @@ bool PictureUnits::prependCodecData(AVPacket& packet) const {
   if (data.empty()) return true;
   const Unit own = bytesOf(packet);
   data.insert(data.end(), own.begin(), own.end());
-  return setData(packet, data);
+  return setBytes(packet, data);
 }
 
 }  // namespace kestrel
