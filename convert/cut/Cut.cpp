@@ -78,7 +78,8 @@ class Cutter {
     if (way.keepsGroups || !whyNeverEncoded(stream).empty())
       throw Failure::input(
           job_.settings.input,
-          fmt::format("'{}' can't be cut without encoding: {}", job_.settings.input, why));
+          fmt::format("'{}' cannot be cut there: {}{}", job_.settings.input, why,
+                      way.keepsGroups ? "" : "; whole groups of them can be kept"));
     if (job_.events.note) job_.events.note("encoding all pictures: " + why);
     report_.report.encoded.push_back("all pictures: " + why);
     const bool setsApart = outputFormatFor(job_.settings.output).flags & AVFMT_GLOBALHEADER;

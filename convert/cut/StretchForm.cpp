@@ -46,7 +46,7 @@ class WholeForm : public StretchForm {
 std::string whyNeverEncoded(const AVStream& stream) {
   const AVCodecID codec = stream.codecpar->codec_id;
   if (!canEncodeFinely(codec))
-    return std::string("there is no encoder of ") + avcodec_get_name(codec);
+    return std::string("pictures of ") + avcodec_get_name(codec) + " are only copied";
   const bool isVpx = codec == AV_CODEC_ID_VP8 || codec == AV_CODEC_ID_VP9;
   return isVpx && hasAlpha(stream) ? "the alpha of its pictures lies beside them" : "";
 }

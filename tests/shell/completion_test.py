@@ -41,7 +41,7 @@ class Bash(Shell):
         return ["bash", "--norc", "--noprofile", "-i"]
 
     def setup(self):
-        return [f"source {self.library} 2>/dev/null; source '{FOLDER}/kestrel.bash'",
+        return [f"source {self.library}; source '{FOLDER}/kestrel.bash'",
                 f"cd '{self.folder}'; bind 'set show-all-if-ambiguous on'; "
                 "bind 'set page-completions off'; bind 'set completion-query-items 0'; "
                 "bind 'set enable-bracketed-paste off'; PS1='RE''ADY>'"]

@@ -54,34 +54,34 @@ std::string messageAndAction(const std::string& program, const std::string& labe
   return all;
 }
 
-/// The specification of an option, or of an argument, for _arguments.
-std::vector<std::string> specsOf(const std::string& program, const OptionDescription& option) {
+/// What _arguments is told of an option, or of an argument: a word for each of its names.
+std::vector<std::string> wordsOf(const std::string& program, const OptionDescription& option) {
   if (option.isArgument())
     return {(option.isRepeatable ? "*:" : ":") +
             messageAndAction(program, option.label, option.choices)};
-  std::vector<std::string> specs;
+  std::vector<std::string> words;
   for (const std::string& name : option.names) {
-    std::string spec;
+    std::string word;
     if (option.isRepeatable)
-      spec = "*";
+      word = "*";
     else if (option.names.size() > 1)
-      spec = fmt::format("({})", fmt::join(option.names, " "));
-    spec += name;
-    if (!option.value.empty()) spec += name.starts_with("--") ? "=" : "+";
-    spec += "[" + escaped(option.text, "[]\\:") + "]";
+      word = fmt::format("({})", fmt::join(option.names, " "));
+    word += name;
+    if (!option.value.empty()) word += name.starts_with("--") ? "=" : "+";
+    word += "[" + escaped(option.text, "[]\\:") + "]";
     if (!option.value.empty())
-      spec += ":" + messageAndAction(program, option.value, option.choices);
-    specs.push_back(spec);
+      word += ":" + messageAndAction(program, option.value, option.choices);
+    words.push_back(word);
   }
-  return specs;
+  return words;
 }
 
 std::string argumentsCall(const std::string& program, const std::vector<OptionDescription>& options,
                           const std::string& indent) {
   std::string call = "_arguments -S";
   for (const OptionDescription& option : options)
-    for (const std::string& spec : specsOf(program, option))
-      call += " \\\n" + indent + quotedForShell(spec);
+    for (const std::string& word : wordsOf(program, option))
+      call += " \\\n" + indent + quotedForShell(word);
   return call;
 }
 
