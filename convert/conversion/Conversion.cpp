@@ -166,14 +166,13 @@ class Conversion::Work {
   /// What pictures from all over the input tell; another reader looks at them. A pipe has one.
   Measures measures(const LMMediaSource& source, const Interrupt& interrupt) const {
     if (!source.isSeekable()) return {.info = info_};
-    const auto withMovie = [this, interrupt](auto look) {
+    Measures measures{.info = info_};
+    if (settings_.look.autoCrop) {
       LMFFMovie movie;
       movie.openMedias(openedAgain(interrupt)->createMedias());
-      return look(movie);
-    };
-    Measures measures{.info = info_};
-    if (settings_.look.autoCrop) measures.picture = withMovie(withoutBars);
-    measures.scanning = [withMovie] { return withMovie(measuredScanning); };
+      measures.picture = withoutBars(movie);
+    }
+    measures.scanning = [this, interrupt] { return measuredScanning(openedAgain(interrupt)); };
     measures.times = [this, interrupt] { return pictureTimes(*openedAgain(interrupt)); };
     return measures;
   }

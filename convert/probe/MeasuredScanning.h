@@ -2,13 +2,14 @@
 
 #include <kestrel/convert/Scanning.h>
 
+#include <memory>
+
 namespace kestrel {
 
-class LMFFMovie;
+class LMMediaSource;
 
-/// How the pictures of an opened movie were scanned. The movie is read from the first video media;
-/// where that stands afterwards is not said. Throws a `Failure` when the interrupt of what it reads
-/// says so.
-Scanning measuredScanning(LMFFMovie& movie);
+/// How the pictures of an opened input, of which nothing was read, were scanned. Where it is read
+/// from afterwards is not said. Throws a `Failure` when the input's interrupt says so.
+Scanning measuredScanning(const std::shared_ptr<LMMediaSource>& source);
 
 }  // namespace kestrel

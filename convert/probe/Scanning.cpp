@@ -9,7 +9,9 @@
 #include <set>
 
 #include <kestrel/convert/Failure.h>
+#include "convert/probe/Glance.h"
 #include "convert/probe/Input.h"
+#include "convert/probe/InputEnd.h"
 #include "convert/probe/MeasuredScanning.h"
 #include "convert/probe/Streams.h"
 #include "support/Combs.h"
@@ -20,8 +22,8 @@ namespace kestrel {
 namespace {
 
 constexpr int kPlaces = 6;
-constexpr size_t kGlance = 18;    // pictures of all places
-constexpr size_t kPictures = 30;  // the same, where that leaves doubts
+constexpr size_t kGlance = 12;    // pairs of pictures of all places
+constexpr size_t kPictures = 30;  // of all places, where that leaves doubts
 constexpr size_t kMoreInOne = 3;  // times as many where there is one place only
 
 /// Of a picture behind its decoding, pictures.
@@ -37,8 +39,8 @@ constexpr int kFewest = 4;
 /// Adds up what pictures say, one after the other.
 class Witness {
  public:
-  explicit Witness(const LMFFMediaStream& stream) {
-    const AVFieldOrder order = stream.stream()->codecpar->field_order;
+  explicit Witness(const AVStream& stream) {
+    const AVFieldOrder order = stream.codecpar->field_order;
     isMarked_ = order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE;
     // Which field is shown first; the names of some orders begin with the one that is coded first.
     if (order == AV_FIELD_TT || order == AV_FIELD_BT) marked_ = 1;
@@ -100,41 +102,65 @@ class Witness {
   int64_t measured_ = 0;  // likewise, what the combs say
 };
 
-/// Where to look. The way to any picture but a key picture is long, and so it is at those of the
-/// container's index; streams that are broadcast have none, and key pictures everywhere. Elsewhere
-/// only the beginning is near.
-std::set<int64_t> placesIn(const LMFFMedia& media) {
+/// Where to look, on the packets' clock. The way to any picture but a key picture is long, and so
+/// it is at those of the container's index; streams that are broadcast have none, and key pictures
+/// everywhere. Elsewhere only the beginning is near.
+std::set<int64_t> placesIn(const LMMediaSource& source, AVStream& stream) {
   std::set<int64_t> places;
-  const int64_t duration = media.duration();
-  const bool canSeek =
-      media.source()->isSeekable() && duration > 0 && duration < LMFFMedia::kUnknownDuration;
-  const bool isBroadcast = (media.formatContext()->iformat->flags & AVFMT_TS_DISCONT) != 0;
+  const AVFormatContext& input = *source.formatContext();
+  const int64_t begin = source.start_time();
+  const int64_t duration = promisedLength(input);
+  if (!source.isSeekable() || duration <= 0) return places;
+  const bool isBroadcast = (input.iformat->flags & AVFMT_TS_DISCONT) != 0;
   // An index counts in order of decoding, and pictures are shown later where that is another order.
   // Half a picture more is within the key picture, however its time was rounded.
-  AVStream& stream = *media.videoStream()->stream();
   const AVRational length = av_inv_q(toAV(realFrameRate(stream)));
   const int pictures = stream.codecpar->video_delay > 0 ? kLongestDelay : 0;
   const int64_t delay = av_rescale_q(2 * pictures + 1, length, kMicroseconds) / 2;
-  for (int i = 0; canSeek && i < kPlaces; ++i) {
-    const int64_t time = duration * (2 * i + 1) / (2 * kPlaces);
-    const auto key = keyTimeBefore(stream, media.start_time() + time);
-    const int64_t near = key ? *key + delay - media.start_time() : 0;
-    places.insert(isBroadcast ? time : std::max<int64_t>(near, 0));
+  for (int i = 0; i < kPlaces; ++i) {
+    const int64_t time = begin + duration * (2 * i + 1) / (2 * kPlaces);
+    const auto key = keyTimeBefore(stream, time);
+    places.insert(isBroadcast ? time : std::max(key ? *key + delay : begin, begin));
   }
   return places;
 }
 
-/// What `each` pictures from every place say.
-Witness seen(LMFFMedia& media, const std::set<int64_t>& places, size_t each) {
-  Witness witness(*media.videoStream());
+/// What pairs of pictures from every place say that cost little.
+Witness glanced(LMMediaSource& source, const AVStream& stream, const std::set<int64_t>& places) {
+  Witness witness(stream);
+  Glance glance(source, static_cast<uint32_t>(stream.index));
+  const size_t all = (places.size() == 1 ? kMoreInOne : 1) * kGlance;
+  const size_t pairs = (all + places.size() - 1) / places.size();
   for (const int64_t place : places) {
-    media.seek(place);
     witness.jump();
+    for (const FramePtr& picture : glance.from(place, pairs + 1)) witness.look(*picture);
+  }
+  if (isInterrupted(source)) throw Failure::interrupted();
+  return witness;
+}
+
+/// What pictures in a row say, from every place or, where there is none, from the beginning.
+Witness seen(const std::shared_ptr<LMMediaSource>& source, uint32_t video,
+             const std::set<int64_t>& places) {
+  LMFFMovie movie;
+  movie.openMedias(source->createMediasWithStreams(IndexSet{video}));
+  const auto videos = movie.videos();
+  LMFFMedia& media = *videos.front();
+  Witness witness(*media.videoStream()->stream());
+  const size_t count = std::max<size_t>(places.size(), 1);
+  const auto look = [&] {
+    const size_t each = (count == 1 ? kMoreInOne : 1) * kPictures / count;
     for (size_t i = 0; i < each && !isInterrupted(media); ++i) {
       const LMFFMedia::Picture picture = media.nextPicture();
       if (!picture) break;
       witness.look(*picture.frame);
     }
+  };
+  if (places.empty()) look();
+  for (const int64_t place : places) {
+    media.seek(place - media.start_time());
+    witness.jump();
+    look();
   }
   if (isInterrupted(media)) throw Failure::interrupted();
   return witness;
@@ -142,28 +168,24 @@ Witness seen(LMFFMedia& media, const std::set<int64_t>& places, size_t each) {
 
 }  // namespace
 
-Scanning measuredScanning(LMFFMovie& movie) {
-  const auto videos = movie.videos();
-  if (videos.empty()) return {};
-  LMFFMedia& media = *videos.front();
-  const std::set<int64_t> places = placesIn(media);
-  const size_t count = std::max<size_t>(places.size(), 1);
-  // Few places may all lie in a part that is unlike the rest.
-  if (count > kPlaces / 2 && !Witness(*media.videoStream()).isMarked()) {
-    const Witness glance = seen(media, places, kGlance / count);
+Scanning measuredScanning(const std::shared_ptr<LMMediaSource>& source) {
+  const auto video = mainVideo(*source->formatContext());
+  if (!video) return {};
+  AVStream& stream = *source->formatContext()->streams[*video];
+  const std::set<int64_t> places = placesIn(*source, stream);
+  if (!places.empty() && !Witness(stream).isMarked()) {
+    const Witness glance = glanced(*source, stream, places);
     if (glance.seesNone()) return glance.result();
+    // Medias tell what the demuxer was asked for by what they read themselves.
+    source->close();
+    source->open();
   }
-  return seen(media, places, (count == 1 ? kMoreInOne : 1) * kPictures / count).result();
+  return seen(source, *video, places).result();
 }
 
 Scanning readScanning(const std::string& path, std::optional<int> title, const Interrupt& interrupt,
                       int angle, const Protocols& protocols) {
-  const auto source = openInput(path, title, interrupt, angle, protocols);
-  const auto video = mainVideo(*source->formatContext());
-  if (!video) return {};
-  LMFFMovie movie;
-  movie.openMedias(source->createMediasWithStreams(IndexSet{*video}));
-  return measuredScanning(movie);
+  return measuredScanning(openInput(path, title, interrupt, angle, protocols));
 }
 
 }  // namespace kestrel
