@@ -45,11 +45,22 @@ void DemuxerReader::forget() {
   finder_.reset();
   courses_.clear();
   waiting_.clear();
+  givenBack_.clear();
   damage_.jump();
   ending_ = 0;
 }
 
+void DemuxerReader::putBack(std::deque<PacketPtr> packets) {
+  for (PacketPtr& packet : givenBack_) packets.push_back(std::move(packet));
+  givenBack_ = std::move(packets);
+}
+
 int DemuxerReader::read(AVPacket& packet) {
+  if (!givenBack_.empty()) {
+    av_packet_move_ref(&packet, givenBack_.front().get());
+    givenBack_.pop_front();
+    return 0;
+  }
   learn();
   while (!isSteady_ && !map_ && waiting_.empty() && ending_ == 0) watch();
   if (!waiting_.empty()) {

@@ -43,6 +43,10 @@ class DemuxerReader {
   /// Reads the next packet; returns 0 or an FFmpeg error code.
   int read(AVPacket& packet);
 
+  /// Takes packets back that were read last, in their order: they are the next to be read, as they
+  /// are.
+  void putBack(std::deque<PacketPtr> packets);
+
   /// Moves to the last known position from which `time` (microseconds, on the packets' clock) can
   /// be decoded.
   int seekBackward(int64_t time);
@@ -79,6 +83,7 @@ class DemuxerReader {
   std::map<int, Course> courses_;  // by stream
   int64_t position_ = 0;           // the position of the last seek
   std::deque<PacketPtr> waiting_;  // packets held while a jump is uncertain
+  std::deque<PacketPtr> givenBack_;
   bool tellsOrderAsTime_ = false;  // the demuxer may take decoding times for presentation times
   std::set<int> undated_;          // the streams for which it does
   PacketDamage damage_;            // since it was opened

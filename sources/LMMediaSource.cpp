@@ -12,6 +12,7 @@
 #include "sources/AllowedProtocols.h"
 #include "sources/DemuxerReader.h"
 #include "sources/PipeReader.h"
+#include "sources/PutBack.h"
 #include "sources/SourceSettings.h"
 #include "support/Containers.h"
 #include "support/FFmpegError.h"
@@ -359,6 +360,15 @@ bool LMMediaSource::readPacket(AVPacket* packet) {
   const int result = demuxer->reader.read(*packet);
   if (result < 0 && result != AVERROR_EOF) setLastError(libraryError(result));
   return result >= 0;
+}
+
+bool canPutBack(const AVFormatContext& context) {
+  return context.interrupt_callback.callback == askInterrupt;
+}
+
+void putBack(AVFormatContext& context, std::deque<PacketPtr> packets) {
+  if (canPutBack(context))
+    static_cast<Demuxer*>(context.interrupt_callback.opaque)->reader.putBack(std::move(packets));
 }
 
 bool LMMediaSource::seekBackward(int64_t time) {

@@ -71,9 +71,12 @@ class Conversion::Work {
     if (source_) return plan_;
     const auto source = openInput(settings_, events.interrupt);
     info_ = mediaInfoOf(*source);
-    if (source->isSeekable() &&
-        settings_.video.value_or(StreamAction::kEncode) == StreamAction::kEncode)
-      learnColors(info_, openedAgain(events.interrupt));
+    if (settings_.video.value_or(StreamAction::kEncode) == StreamAction::kEncode) {
+      if (source->isSeekable())
+        learnColors(info_, openedAgain(events.interrupt));
+      else
+        learnColorsOnTheWay(info_, *source);
+    }
     plan_ = planConversion(settings_, *source, measures(*source, events.interrupt));
     planLight(*source, events.interrupt);
     source_ = source;

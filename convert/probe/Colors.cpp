@@ -1,5 +1,6 @@
 #include "convert/probe/Colors.h"
 
+#include <kestrel/FirstFrame.h>
 #include <kestrel/IndexSet.h>
 #include <kestrel/LMFFImage.h>
 #include <kestrel/LMFFMedia.h>
@@ -55,6 +56,14 @@ void learnColors(MediaInfo& input, const std::shared_ptr<LMMediaSource>& source)
   VideoInfo& pictures = input.streams[*input.mainVideo].video;
   if (!isColorOpen(pictures)) return;
   if (const auto first = firstPicture(source)) learnColors(pictures, *first->getFrame());
+}
+
+void learnColorsOnTheWay(MediaInfo& input, LMMediaSource& source) {
+  if (!input.mainVideo) return;
+  VideoInfo& pictures = input.streams[*input.mainVideo].video;
+  if (!isColorOpen(pictures)) return;
+  if (const auto first = firstFrame(source, static_cast<int>(*input.mainVideo)))
+    learnColors(pictures, *first);
 }
 
 std::shared_ptr<LMFFImage> firstPicture(const std::shared_ptr<LMMediaSource>& source) {

@@ -24,6 +24,9 @@ void learnColors(VideoInfo& pictures, const AVFrame& picture);
 /// open. `source` is the input, not yet read from, and is read.
 void learnColors(MediaInfo& input, const std::shared_ptr<LMMediaSource>& source);
 
+/// The same of a source that can be read only once: it reads on as if nobody had looked.
+void learnColorsOnTheWay(MediaInfo& input, LMMediaSource& source);
+
 /// The first picture of a source that was not yet read from, in the order in which they are shown;
 /// null where none can be decoded.
 std::shared_ptr<LMFFImage> firstPicture(const std::shared_ptr<LMMediaSource>& source);

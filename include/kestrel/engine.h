@@ -6,6 +6,7 @@
 #include <kestrel/AudioTempo.h>
 #include <kestrel/CodingBase.h>
 #include <kestrel/EffectManager.h>
+#include <kestrel/FirstFrame.h>
 #include <kestrel/Fragment.h>
 #include <kestrel/LMAudioGraph.h>
 #include <kestrel/LMCustomSource.h>

@@ -138,6 +138,14 @@ TEST_F(ConvertFidelity, ColoursThatOnlyPicturesTellStay) {
   EXPECT_EQ(streamOf(output_, "video")["color_space"], "bt470bg");
   const RunResult info = run({kestrelBinary(), "info", "--json", source.string()});
   EXPECT_EQ(nlohmann::json::parse(info.out)["streams"][0]["color_space"], "bt470bg");
+
+  // What comes through a pipe can be looked at only on its way.
+  const RunResult piped =
+      run({"sh", "-c", "cat \"$1\" | \"$0\" convert - \"$2\" --video-codec ffv1 --force",
+           kestrelBinary(), source.string(), output_.string()});
+  EXPECT_EQ(piped.status, 0) << piped.err;
+  EXPECT_EQ(hashes(output_, "yuv420p"), hashes(source, "yuv420p"));
+  EXPECT_EQ(streamOf(output_, "video")["color_space"], "bt470bg");
 }
 
 // Samples of colour lie at the left pixel of four, between the upper and the lower ones. Cb rises
