@@ -10,7 +10,9 @@
 
 #include "tests/convert/ShownTimes.h"
 #include "tests/support/Fixture.h"
+#include "tests/support/ForcedCpuCount.h"
 #include "tests/support/Peer.h"
+#include "tests/support/Pictures.h"
 #include "tests/support/TempDir.h"
 
 namespace kestrel::test {
@@ -61,6 +63,28 @@ TEST(RealClips, ATurnedClipOfUnevenTimesComesOutUprightWithAllItsPictures) {
   ASSERT_EQ(stored.size(), pictures.size());
   EXPECT_LT(meanDifference(pictures, upright), 3);
   EXPECT_GT(meanDifference(pictures, stored), 10);
+}
+
+// Full chroma of an encoder whose number stands in the first packet alone: without it pictures are
+// green. 20 a second, so that the span's first one is the 160th.
+TEST(RealClips, ASpanThatBeginsFarBehindTheFirstPacketHasThePicturesOfTheClip) {
+  KESTREL_NEED_MEDIA("cockatoo-720p20-h264-mp3.mp4");
+  const auto clip = mediaFile("cockatoo-720p20-h264-mp3.mp4");
+  const auto sums = pictureSumsOf(clip);
+  ASSERT_GT(sums.size(), 163U);
+  const std::vector<uint32_t> expected(sums.begin() + 160, sums.begin() + 163);
+  const TempDir folder;
+  ConversionSettings settings{.input = clip.string(), .output = (folder / "out.mkv").string()};
+  settings.start = 8'000'000;
+  settings.duration = 150'000;
+  settings.videoCodec = "ffv1";
+  settings.audio = StreamAction::kNone;
+  for (const int count : {1, 2, 16}) {
+    const ForcedCpuCount forced(count);
+    Conversion(settings).run();
+    settings.replaces = true;
+    EXPECT_EQ(pictureSumsOf(settings.output), expected) << count << " processors";
+  }
 }
 
 }  // namespace

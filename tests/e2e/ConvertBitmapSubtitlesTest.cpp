@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 
 #include "tests/e2e/Decoded.h"
 #include "tests/support/Fixture.h"
@@ -25,26 +26,17 @@ class ConvertBitmapSubtitles : public testing::Test {
  protected:
   void SetUp() override { KESTREL_NEED_MEDIA(kBroadcast); }
 
+  static void TearDownTestSuite() { shared().reset(); }
+
   /// Pictures at 25 a second, with a key picture every two seconds.
-  fs::path movie() {
-    const auto file = folder_ / "movie.ts";
-    ffmpeg({"-f", "lavfi", "-i", "color=0x404870:s=720x576:r=25:d=33", "-i",
-            mediaFile(kBroadcast).string(), "-map", "0:v", "-map", "1:s", "-c:v", "mpeg2video",
-            "-g", "50", "-q:v", "2", "-c:s", "copy", file.string()});
-    return file;
-  }
+  static fs::path movie() { return inputs().movie; }
 
   /// One picture, with sound as long as the subtitles.
-  fs::path still() {
-    const auto picture = folder_ / "picture.mkv";
-    const auto file = folder_ / "still.mkv";
-    ffmpeg({"-f", "lavfi", "-i", "color=0x404870:s=720x576:r=25:d=0.04", "-c:v", "mpeg2video",
-            "-q:v", "2", picture.string()});
-    ffmpeg({"-i", picture.string(), "-i", mediaFile(kBroadcast).string(), "-f", "lavfi", "-i",
-            "anullsrc=d=33", "-map", "0:v", "-map", "1:s", "-map", "2:a", "-c", "copy", "-c:a",
-            "mp2", file.string()});
-    return file;
-  }
+  static fs::path still() { return inputs().still; }
+
+  /// Every picture of the movie's first 32 seconds, small, with the subtitles that ffmpeg's own
+  /// filter lays over it.
+  static const std::string& overlaid() { return inputs().overlaid; }
 
   fs::path converted(const fs::path& source, const Arguments& options = {}) {
     const auto output = folder_ / "out.mkv";
@@ -56,14 +48,7 @@ class ConvertBitmapSubtitles : public testing::Test {
     return output;
   }
 
-  /// Every picture of the first 32 seconds, small, with the subtitles that ffmpeg's own filter lays
-  /// over it.
-  static std::string overlaid(const fs::path& source) {
-    return ffmpeg({"-i", source.string(), "-t", "32", "-filter_complex",
-                   std::string("[0:v][0:s]overlay,") + kSmall, "-f", "rawvideo", "-"});
-  }
-
-  /// The same of a finished file.
+  /// The first 32 seconds of a finished file, small.
   static std::string shown(const fs::path& file) {
     return ffmpeg({"-i", file.string(), "-t", "32", "-vf", kSmall, "-f", "rawvideo", "-"});
   }
@@ -74,11 +59,44 @@ class ConvertBitmapSubtitles : public testing::Test {
   }
 
   TempDir folder_;
+
+ private:
+  /// What all tests read, made once.
+  struct Inputs {
+    Inputs() {
+      ffmpeg({"-f", "lavfi", "-i", "color=0x404870:s=720x576:r=25:d=33", "-i",
+              mediaFile(kBroadcast).string(), "-map", "0:v", "-map", "1:s", "-c:v", "mpeg2video",
+              "-g", "50", "-q:v", "2", "-c:s", "copy", movie.string()});
+      const auto picture = folder / "picture.mkv";
+      ffmpeg({"-f", "lavfi", "-i", "color=0x404870:s=720x576:r=25:d=0.04", "-c:v", "mpeg2video",
+              "-q:v", "2", picture.string()});
+      ffmpeg({"-i", picture.string(), "-i", mediaFile(kBroadcast).string(), "-f", "lavfi", "-i",
+              "anullsrc=d=33", "-map", "0:v", "-map", "1:s", "-map", "2:a", "-c", "copy", "-c:a",
+              "mp2", still.string()});
+      overlaid = ffmpeg({"-i", movie.string(), "-t", "32", "-filter_complex",
+                         std::string("[0:v][0:s]overlay,") + kSmall, "-f", "rawvideo", "-"});
+    }
+
+    TempDir folder;
+    const fs::path movie = folder / "movie.ts";
+    const fs::path still = folder / "still.mkv";
+    std::string overlaid;
+  };
+
+  static std::unique_ptr<Inputs>& shared() {
+    static std::unique_ptr<Inputs> inputs;
+    return inputs;
+  }
+
+  static const Inputs& inputs() {
+    if (!shared()) shared() = std::make_unique<Inputs>();
+    return *shared();
+  }
 };
 
 TEST_F(ConvertBitmapSubtitles, OfBroadcastsLieWhereFFmpegLaysThem) {
   const auto source = movie();
-  const std::string expected = overlaid(source);
+  const std::string& expected = overlaid();
   const std::string pictures = shown(converted(source));
   const std::string plain = at(expected, 0);
   ASSERT_EQ(pictures.size(), expected.size());
@@ -89,7 +107,7 @@ TEST_F(ConvertBitmapSubtitles, OfBroadcastsLieWhereFFmpegLaysThem) {
 }
 
 TEST_F(ConvertBitmapSubtitles, OverAStillEachShowsAtItsOwnTime) {
-  const std::string expected = overlaid(movie());
+  const std::string& expected = overlaid();
   const std::string pictures = shown(converted(still()));
   ASSERT_GT(pictures.size(), 30 * 25 * kPictureBytes);
   EXPECT_GT(psnr(at(pictures, 5), at(expected, 5)), 40);
@@ -99,7 +117,7 @@ TEST_F(ConvertBitmapSubtitles, OverAStillEachShowsAtItsOwnTime) {
 
 TEST_F(ConvertBitmapSubtitles, ThatBeganBeforeTheStartShowFromTheStart) {
   const auto source = movie();
-  const std::string expected = overlaid(source);
+  const std::string& expected = overlaid();
   for (const auto& input : {source, still()}) {
     for (const double time : {17.2, 21.4, 30.2}) {
       const auto output = converted(input, {"--start", std::to_string(time), "--duration", "0.04"});
@@ -119,7 +137,7 @@ TEST_F(ConvertBitmapSubtitles, OfADiscWithAStillConvertFromAnyStart) {
 
 TEST_F(ConvertBitmapSubtitles, ShowInSinglePictures) {
   const auto source = movie();
-  const std::string expected = overlaid(source);
+  const std::string& expected = overlaid();
   for (const auto& input : {source, still()}) {
     for (const double time : {5.0, 18.6, 25.2}) {
       const auto output = folder_ / "out.png";

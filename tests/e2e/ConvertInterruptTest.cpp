@@ -54,8 +54,8 @@ TEST_P(ConvertInterrupt, LeavesTheOldTargetAsItWas) {
 INSTANTIATE_TEST_SUITE_P(
     , ConvertInterrupt,
     testing::Values(Arguments{"--size", "1280x720", "--encoder-preset", "ultrafast"},
-                    Arguments{"--video-codec", "vp9", "--size", "640x360", "--video-option",
-                              "deadline=realtime", "--video-option", "cpu-used=8"}));
+                    Arguments{"--video-codec", "vp9", "--size", "320x180", "--video-option",
+                              "deadline=realtime", "--video-option", "cpu-used=6"}));
 
 }  // namespace
 }  // namespace kestrel::test
