@@ -86,11 +86,6 @@ bool hasBlocks(const AVCodecParameters& parameters) {
   return parameters.block_align > 0 && !kFindTheirOwn.contains(parameters.codec_id);
 }
 
-/// Whether nothing can continue a stream. The last frame of TTA is shorter than the others, and
-/// decoders know it by the length in the codec data alone: a short frame before the end is garbage
-/// to them in every container, and the muxer of TTA files refuses it.
-bool endsForGood(AVCodecID codec) { return codec == AV_CODEC_ID_TTA; }
-
 /// Adds a stream of pictures such as every container of its codec takes.
 const AVStream* addPictures(AVFormatContext& context, AVCodecID codec) {
   AVStream* stream = avformat_new_stream(&context, nullptr);
@@ -169,7 +164,7 @@ std::vector<StreamDifference> streamDifferences(const AVStream& first, const AVS
     if (hasBlocks(*first.codecpar) && hasBlocks(*second.codecpar))
       compare("block size", [](Stream, Parameters p) { return fmt::format("{}", p.block_align); });
   }
-  if (endsForGood(first.codecpar->codec_id)) {
+  if (!canBeContinued(*first.codecpar)) {
     differences.push_back({"frames", "none", "behind a short last one"});
     return differences;
   }

@@ -67,6 +67,8 @@ bool isMatroska(const AVOutputFormat& container) { return isOneOf(container, {"m
 
 bool isCaf(const AVOutputFormat& container) { return isOneOf(container, {"caf"}); }
 
+bool keepsTta(const AVOutputFormat& container) { return isOneOf(container, {"tta"}); }
+
 bool isRowOfPackets(const AVOutputFormat& container) { return isOneOf(container, {"wav", "w64"}); }
 
 bool placesSoundByOrder(const AVOutputFormat& container) {

@@ -47,6 +47,10 @@ bool isMatroska(const AVOutputFormat& container);
 
 bool isCaf(const AVOutputFormat& container);
 
+/// Whether a container tells how short the last frame of TTA is. Others count milliseconds, and
+/// decoders make nothing of that frame then.
+bool keepsTta(const AVOutputFormat& container);
+
 /// Whether packets lie there one behind the other without a word where each begins.
 bool isRowOfPackets(const AVOutputFormat& container);
 

@@ -6,6 +6,7 @@
 #include "convert/plan/ConversionPlanner.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Input.h"
+#include "support/Containers.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -13,6 +14,16 @@ extern "C" {
 }
 
 namespace kestrel {
+
+namespace {
+
+/// What sound of a codec is encoded in so that it stays as it is: only its own files keep the end
+/// of TTA.
+AVCodecID keptIn(const AVOutputFormat& container, AVCodecID codec) {
+  return codec == AV_CODEC_ID_TTA && !keepsTta(container) ? AV_CODEC_ID_FLAC : codec;
+}
+
+}  // namespace
 
 OpenPart::OpenPart(const JoinPart& part) : part_(part) {
   openSource(*part.source, part.input.path, part.source->interrupt());
@@ -45,7 +56,7 @@ JoinFormat formatOfJoin(const JoinSettings& settings, const JoinPart& first, boo
   ConversionSettings format = conversionLike(settings);
   const AVOutputFormat& container = outputFormatFor(settings.output);
   const auto own = [&](std::string& name, uint32_t stream) {
-    const AVCodecID codec = first.outline->streams[stream]->codecpar->codec_id;
+    const AVCodecID codec = keptIn(container, first.outline->streams[stream]->codecpar->codec_id);
     // A file of bare packets is one codec's alone.
     const bool isOthers =
         (container.flags & AVFMT_NOTIMESTAMPS) != 0 && codec != container.audio_codec;

@@ -21,6 +21,7 @@
 #include "convert/probe/StreamsLeftOut.h"
 #include "support/BestStream.h"
 #include "support/Containers.h"
+#include "support/copy/CodecData.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -172,6 +173,24 @@ Problems differences(const JoinPart& first, const JoinPart& part) {
   return problems;
 }
 
+/// What the part before leaves no place for, unless the first one does not either.
+void addEnds(const JoinPart& before, const JoinPart& part, Problems& problems) {
+  if (before.audios.size() != part.audios.size() || !problems.sound.empty()) return;
+  for (size_t i = 0; i < part.audios.size(); ++i)
+    for (const auto& each : streamDifferences(*before.outline->streams[before.audios[i]],
+                                              *part.outline->streams[part.audios[i]]))
+      if (each.property == kFramesThatEnd) problems.sound.push_back("sound " + sentenceOf(each));
+}
+
+/// Whether the end of a part's sound would be lost: other containers than its own tell how long TTA
+/// is to the millisecond, and decoders make nothing of the last frame then.
+bool losesEnd(const JoinPart& part, const std::string& output) {
+  return !keepsTta(outputFormatFor(output)) &&
+         std::ranges::any_of(part.audios, [&](uint32_t index) {
+           return !canBeContinued(*part.outline->streams[index]->codecpar);
+         });
+}
+
 /// Why the container cannot hold the packets of the first part.
 Problems containerProblems(const JoinPart& first, const std::string& output) {
   Problems problems;
@@ -265,6 +284,8 @@ JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
     plan.parts.push_back(lookInto(input, interrupt));
     problems.push_back(plan.parts.size() == 1 ? Problems{}
                                               : differences(plan.parts.front(), plan.parts.back()));
+    if (plan.parts.size() > 2)
+      addEnds(plan.parts[plan.parts.size() - 2], plan.parts.back(), problems.back());
     if (input.rate != 1)
       problems.back().both.push_back(fmt::format("it plays at {} times its speed", input.rate));
     picturesFit = picturesFit && problems.back().pictures.empty() && problems.back().both.empty();
@@ -277,6 +298,10 @@ JoinPlan planJoin(const JoinSettings& settings, const Interrupt& interrupt) {
     plan.reasons.push_back(all.front());
     plan.keepsCodecs = false;
   }
+  if (losesEnd(plan.parts.back(), settings.output))
+    plan.reasons.push_back(fmt::format("'{}': {} does not keep how short TTA's last frame is",
+                                       nameOf(plan.parts.back().input),
+                                       outputFormatFor(settings.output).name));
   const bool mayCopy = settings.reencode != JoinSettings::Reencode::kAlways;
   const bool isCopied = plan.reasons.empty() && mayCopy;
   plan.copiesPictures =

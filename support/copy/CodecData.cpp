@@ -31,6 +31,18 @@ constexpr uint8_t kAacNothingMore[] = {0x56, 0xE5, 0x00};
 constexpr size_t kOpusRate = 12;
 constexpr size_t kOpusGain = 16;
 
+/// TTA's header: its name, the form, channels and depth, two bytes each, then rate and number of
+/// samples, four bytes each, lowest byte first, and a checksum.
+constexpr size_t kTtaRate = 10;
+constexpr size_t kTtaLength = 14;
+constexpr size_t kTtaSize = 22;
+
+uint32_t numberAt(Bytes data, size_t place) {
+  uint32_t number = 0;
+  for (size_t i = 4; i-- > 0;) number = number << 8U | data[place + i];
+  return number;
+}
+
 std::vector<uint8_t> copyOf(Bytes data) { return {data.begin(), data.end()}; }
 
 std::vector<uint8_t> without(Bytes data, size_t begin, size_t end) {
@@ -79,12 +91,23 @@ std::vector<uint8_t> codecMeaningOf(const AVCodecParameters& parameters) {
       return aacFormat(data);
     case AV_CODEC_ID_OPUS:
       return without(data, kOpusRate, kOpusGain);
+    case AV_CODEC_ID_TTA:
+      return copyOf(data.first(std::min(data.size(), kTtaLength)));
     case AV_CODEC_ID_H264:
     case AV_CODEC_ID_HEVC:
       return PictureUnits(parameters).meaning();
     default:
       return copyOf(data);
   }
+}
+
+bool canBeContinued(const AVCodecParameters& parameters) {
+  if (parameters.codec_id != AV_CODEC_ID_TTA) return true;
+  const Bytes data = codecDataOf(parameters);
+  if (data.size() < kTtaSize) return false;
+  // 256 / 245 of a second, in whole samples.
+  const uint64_t frame = uint64_t{numberAt(data, kTtaRate)} * 256 / 245;
+  return frame > 0 && numberAt(data, kTtaLength) % frame == 0;
 }
 
 void widenCodecData(AVCodecParameters& parameters) {

@@ -55,12 +55,31 @@ TEST_F(StreamFitTest, EqualStreamsFit) {
   EXPECT_TRUE(streamDifferences(first_, second_).empty());
 }
 
-TEST_F(StreamFitTest, NothingContinuesTta) {
+/// The header of stereo TTA of 16 bits at 44100 Hz, whose frames have 46080 samples.
+std::string ttaHeader(uint32_t samples, const std::string& checksum) {
+  std::string header("TTA1\1\0\2\0\x10\0\x44\xAC\0\0", 14);
+  for (int shift = 0; shift < 32; shift += 8) header += static_cast<char>(samples >> shift);
+  return header + checksum;
+}
+
+TEST_F(StreamFitTest, OnlyWholeFramesOfTtaAreContinued) {
   for (AVStream* stream : {&first_, &second_}) {
     stream->codecpar->codec_type = AVMEDIA_TYPE_AUDIO;
     stream->codecpar->codec_id = AV_CODEC_ID_TTA;
-    setCodecData(*stream, "the same");
   }
+  setCodecData(second_, ttaHeader(1234, "abcd"));
+  for (const auto& [samples, expected] :
+       {std::pair{46080, ""}, {3 * 46080, ""}, {46079, "frames"}, {46081, "frames"}}) {
+    setCodecData(first_, ttaHeader(static_cast<uint32_t>(samples), "efgh"));
+    EXPECT_EQ(difference(), expected) << samples;
+    EXPECT_EQ(streamDifferences(first_, second_).empty(), std::string(expected).empty());
+  }
+  std::string mono = ttaHeader(1234, "abcd");
+  mono[6] = 1;
+  setCodecData(second_, mono);
+  setCodecData(first_, ttaHeader(46080, "efgh"));
+  EXPECT_EQ(difference(), "codec data");
+  setCodecData(first_, "no header");
   EXPECT_EQ(difference(), "frames");
 }
 

@@ -155,7 +155,44 @@ TEST_F(JoinSoundTest, SoundThatOutlastsThePicturesEndsWithItsLastSample) {
 }
 
 // Twice the same packets would lose what lies behind the first's short last frame.
-TEST_F(JoinSoundTest, TtaIsEncodedAnew) {
+TEST_F(JoinSoundTest, TtaThatEndsWithWholeFramesIsCopied) {
+  const auto make = [&](const std::string& name, int hertz, int count) {
+    ffmpeg({"-f", "lavfi", "-i",
+            "sine=frequency=" + std::to_string(hertz) + ":sample_rate=44100:duration=4", "-af",
+            "atrim=end_sample=" + std::to_string(count), "-c:a", "tta", (folder_ / name).string()});
+    return samples(folder_ / name);
+  };
+  constexpr int kFrame = 46080;
+  const auto one = make("one.tta", 440, kFrame);
+  const auto two = make("two.tta", 880, 2 * kFrame);
+  const auto rest = make("rest.tta", 660, 20001);
+  ASSERT_THAT(rest, SizeIs(20001));
+  std::vector<float> expected = one;
+  for (const auto* more : {&two, &one, &rest})
+    expected.insert(expected.end(), more->begin(), more->end());
+  const auto part = [&](const char* name) { return folder_ / name; };
+  RunResult result =
+      join({part("one.tta"), part("two.tta"), part("one.tta"), part("rest.tta")}, part("out.tta"));
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, Not(HasSubstr("encoding anew")));
+  EXPECT_TRUE(samples(part("out.tta")) == expected);
+  EXPECT_EQ(ffmpeg({"-xerror", "-err_detect", "crccheck+explode", "-i", part("out.tta").string(),
+                    "-f", "null", "-"}),
+            "");
+
+  // Matroska does not keep how short the last frame is, and nothing comes behind a short one.
+  expected = one;
+  expected.insert(expected.end(), rest.begin(), rest.end());
+  result = join({part("one.tta"), part("rest.tta")}, part("out.mka"));
+  EXPECT_THAT(result.out, HasSubstr("encoding anew"));
+  EXPECT_TRUE(samples(part("out.mka")) == expected);
+  expected.insert(expected.end(), one.begin(), one.end());
+  result = join({part("one.tta"), part("rest.tta"), part("one.tta")}, part("both.tta"));
+  EXPECT_THAT(result.out, HasSubstr("frames can't follow the short last one"));
+  EXPECT_TRUE(samples(part("both.tta")) == expected);
+}
+
+TEST_F(JoinSoundTest, TtaIsEncodedAnewBehindAShortFrame) {
   for (const auto& [name, source] :
        {std::pair{"low.tta", "sine=frequency=440:sample_rate=44100:duration=2"},
         {"high.tta", "sine=frequency=1000:sample_rate=44100:duration=1.5"}})
@@ -167,7 +204,7 @@ TEST_F(JoinSoundTest, TtaIsEncodedAnew) {
   std::vector<float> expected = low;
   expected.insert(expected.end(), low.begin(), low.end());
   expected.insert(expected.end(), high.begin(), high.end());
-  for (const std::string name : {"out.tta", "out.mka"}) {
+  for (const auto& [name, codec] : {std::pair{"out.tta", "tta"}, {"out.mka", "flac"}}) {
     const auto output = folder_ / name;
     const RunResult result =
         join({folder_ / "low.tta", folder_ / "low.tta", folder_ / "high.tta"}, output);
@@ -175,6 +212,7 @@ TEST_F(JoinSoundTest, TtaIsEncodedAnew) {
     EXPECT_THAT(result.out, HasSubstr("frames can't follow the short last one before them (encoded "
                                       "again, they lose nothing)"));
     EXPECT_TRUE(samples(output) == expected) << name;
+    EXPECT_EQ(streamOf(output, "audio")["codec_name"], codec);
   }
 }
 
