@@ -22,8 +22,8 @@ struct StreamDifference {
 /// pictures: codec, codec data, size, pixel format, aspect, colours and rotation; of sound: codec,
 /// codec data, sample format, rate and channels; of subtitles: codec, codec data and, for bitmaps,
 /// size. Codec data is compared by its meaning to a decoder, without what describes a single
-/// stream's content, such as its length. Time bases may differ. Nothing continues TTA whose last frame
-/// is shorter than the others, as that of nearly all files is ("frames").
+/// stream's content, such as its length. Time bases may differ. Nothing continues TTA whose last
+/// frame is shorter than the others, as that of nearly all files is ("frames").
 KESTREL_API std::vector<StreamDifference> streamDifferences(const AVStream& first,
                                                             const AVStream& second);
 
