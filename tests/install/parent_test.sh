@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Takes the sources at ROOT into another project by add_subdirectory, and looks at what that build
-# would do: the library, and nothing that is the other project's own business. (It is not built: that
-# would compile the whole library once more.)
+# does: the library, and nothing that is the other project's own business. One folder of the library
+# and the project's own program are compiled there. To compile all of it once more would take minutes,
+# so the program is linked, by that build's own command, with the library of BUILD_DIR in its place.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -20,6 +21,11 @@ if grep -E '(^|/)(kestrel|test_[a-z]+|fuzz_[a-z]+|kestrel_bench|QTMovieHelperTas
   fail "these targets are of no use to another project"
 fi
 ninja -n parent >/dev/null || fail "its program cannot be built"
+
+ninja kestrel_effects parent_objects >"$temp/log" || { cat "$temp/log"; fail "it does not compile"; }
+cp "$BUILD_DIR"/libkestrelcode.so* kestrel/
+ninja -t commands parent | tail -n 1 | bash >"$temp/log" || { cat "$temp/log"; fail "no link"; }
+[[ $(./parent) == 'stereo is 3' ]] || fail "its program does not run"
 
 if grep -n 'fuse-ld' build.ninja; then fail "a linker is chosen for the other project"; fi
 grep -qx 'CMAKE_BUILD_TYPE:STRING=' CMakeCache.txt || fail "a build type is chosen for it"
