@@ -9,10 +9,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <memory>
 #include <optional>
 #include <utility>
 
+#include "composition/InputTurn.h"
+#include "composition/TrackTimes.h"
 #include "support/Containers.h"
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
@@ -29,71 +30,7 @@ constexpr int64_t kOrdinaryOverhang = 100000;
 /// Positions beyond it are no times of a movie: about thirty years.
 constexpr double kLongestTime = 1e9;
 
-int64_t inMicroseconds(int64_t time, AVRational base) {
-  return av_rescale_q(time, base, kMicroseconds);
-}
-
-/// How long a picture or a packet of sound usually lasts, microseconds.
-int64_t usualDuration(const AVStream& stream) {
-  const AVRational rate = stream.avg_frame_rate;
-  if (rate.num > 0 && rate.den > 0) return av_rescale(1000000, rate.den, rate.num);
-  const AVCodecParameters& parameters = *stream.codecpar;
-  if (parameters.frame_size > 0 && parameters.sample_rate > 0)
-    return av_rescale(parameters.frame_size, 1000000, parameters.sample_rate);
-  return 25000;
-}
-
-/// How long after they are decoded pictures are shown that do not tell when, microseconds: as soon
-/// as a decoder can return them.
-int64_t displayDelay(const AVStream& stream) {
-  return std::max(stream.codecpar->video_delay, 0) * usualDuration(stream);
-}
-
-/// When a track begins by what the container says, microseconds.
-int64_t startOf(LMMovieCompositionTrack& track) {
-  const AVStream& stream = *track.avstream();
-  return stream.start_time != AV_NOPTS_VALUE ? inMicroseconds(stream.start_time, stream.time_base)
-                                             : track.source()->start_time();
-}
-
-/// When a track ends by what the container says, microseconds; INT64_MAX where it says nothing.
-int64_t statedEnd(const AVStream& stream) {
-  if (const auto end = taggedEnd(stream)) return *end;
-  const bool isStated = stream.duration != AV_NOPTS_VALUE && stream.start_time != AV_NOPTS_VALUE;
-  return isStated
-             ? inMicroseconds(av_sat_add64(stream.start_time, stream.duration), stream.time_base)
-             : INT64_MAX;
-}
-
 bool isHidden(const AVPacket& packet) { return (packet.flags & AV_PKT_FLAG_DISCARD) != 0; }
-
-/// An input while its turn is: opened for it, unless it was open before, and then closed after it.
-class OpenInput {
- public:
-  OpenInput(LMMediaSource& source, const std::function<bool()>& interrupt) {
-    source.setInterrupt(interrupt);
-    if (!source.isOpen()) opened_.reset(&source);
-    source.open();
-    source.fillInTimes();
-  }
-
- private:
-  struct Closer {
-    void operator()(LMMediaSource* source) const { source->close(); }
-  };
-
-  std::unique_ptr<LMMediaSource, Closer> opened_;
-};
-
-/// The tracks of each input.
-std::vector<JoinedFile::TrackList> inputsOf(const JoinedFile::TrackList& tracks) {
-  std::vector<JoinedFile::TrackList> inputs;
-  for (const auto& track : tracks) {
-    if (inputs.empty() || inputs.back().back()->source() != track->source()) inputs.emplace_back();
-    inputs.back().push_back(track);
-  }
-  return inputs;
-}
 
 }  // namespace
 
