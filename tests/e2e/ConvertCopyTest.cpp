@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
+#include <memory>
 
 #include "tests/e2e/NumberedClip.h"
 #include "tests/support/FileBytes.h"
@@ -27,12 +29,6 @@ size_t packetCount(const std::filesystem::path& file, const std::string& kind) {
   return packetHashes(file, kind).size();
 }
 
-/// Seconds from the first picture to the last.
-double shownSpan(const std::filesystem::path& file) {
-  const auto times = pictureTimes(file);
-  return times.back() - times.front();
-}
-
 struct CopyCase {
   std::string source;
   std::string target;    // extension
@@ -43,17 +39,43 @@ void PrintTo(const CopyCase& copied, std::ostream* stream) {
   *stream << copied.source << " to " << copied.target;
 }
 
+/// A copy, and when its pictures are shown.
+struct Copy {
+  explicit Copy(const CopyCase& wanted) : path(folder / ("out." + wanted.target)) {
+    isMade = converts(fixture(wanted.source), path, kCopyBoth);
+    if (isMade) times = pictureTimes(path);
+  }
+
+  TempDir folder;
+  std::filesystem::path path;
+  testing::AssertionResult isMade = testing::AssertionFailure();
+  std::vector<double> times;
+};
+
+/// Every test looks at the same copies, which are made once.
 class ConvertCopy : public testing::TestWithParam<CopyCase> {
  protected:
   void SetUp() override {
     source_ = fixture(GetParam().source);
-    output_ = folder_ / ("out." + GetParam().target);
-    ASSERT_TRUE(converts(source_, output_, kCopyBoth));
+    auto& copy = copies()[testing::PrintToString(GetParam())];
+    if (!copy) copy = std::make_unique<Copy>(GetParam());
+    ASSERT_TRUE(copy->isMade);
+    output_ = copy->path;
+    times_ = copy->times;
+    ASSERT_THAT(times_, SizeIs(125));
+  }
+
+  static void TearDownTestSuite() { copies().clear(); }
+
+  static std::map<std::string, std::unique_ptr<Copy>>& copies() {
+    static std::map<std::string, std::unique_ptr<Copy>> made;
+    return made;
   }
 
   TempDir folder_;
   std::filesystem::path source_;
   std::filesystem::path output_;
+  std::vector<double> times_;
 };
 
 TEST_P(ConvertCopy, EveryVideoPacketArrivesOnce) {
@@ -73,29 +95,26 @@ TEST_P(ConvertCopy, EverySoundPacketArrivesOnceByteForByte) {
 }
 
 TEST_P(ConvertCopy, BeginsAtZeroAndLastsAsLong) {
-  const auto times = pictureTimes(output_);
   // A transport stream's clock starts 1.4 s before the first picture. Where a container has no
   // times before 0, B-frames cost the time of two pictures first.
   const double begin = GetParam().target == "ts" ? 1.4 : 0;
-  EXPECT_GE(times.front(), begin);
-  EXPECT_LE(times.front(), begin + 0.081);
-  EXPECT_NEAR(shownSpan(output_), 124 / 25.0, 0.041);
+  EXPECT_GE(times_.front(), begin);
+  EXPECT_LE(times_.front(), begin + 0.081);
+  EXPECT_NEAR(times_.back() - times_.front(), 124 / 25.0, 0.041);
 }
 
 TEST_P(ConvertCopy, PicturesFollowOneAnotherEvenly) {
-  const auto times = pictureTimes(output_);
-  for (size_t i = 3; i + 1 < times.size(); ++i)
-    EXPECT_NEAR(times[i + 1] - times[i], 0.04, 0.0021) << "after picture " << i;
+  for (size_t i = 3; i + 1 < times_.size(); ++i)
+    EXPECT_NEAR(times_[i + 1] - times_[i], 0.04, 0.0021) << "after picture " << i;
 }
 
 TEST_P(ConvertCopy, KeepsSync) {
-  const auto times = pictureTimes(output_);
   const auto ticks = tickTimes(output_);
   ASSERT_EQ(ticks.size(), tickTimes(source_).size());
   // The last tick is heard at 4 s, when picture 100 is shown, the others each a second before.
   const size_t first = 5 - ticks.size();
   for (size_t i = 0; i < ticks.size(); ++i)
-    EXPECT_NEAR(ticks[i], times.at(25 * (first + i)), 0.04) << "tick " << first + i;
+    EXPECT_NEAR(ticks[i], times_.at(25 * (first + i)), 0.04) << "tick " << first + i;
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -54,14 +54,15 @@ TEST_F(ConvertRate, TwoPassesHitTheirRateAndLeaveNothingBehind) {
     std::string output;
     Arguments options = {};
   };
-  for (const Row& row : std::vector<Row>{{"libx264", "mp4", {"--encoder-preset", "veryfast"}},
-                                         {"libx265", "mp4", {"--encoder-preset", "ultrafast"}},
-                                         {"libvpx-vp9", "webm", {"--encoder-preset", "8"}},
-                                         {"libvpx", "webm", {"--encoder-preset", "8"}},
-                                         {"mpeg4", "avi"},
-                                         {"mpeg2video", "mpg"},
-                                         {"wmv2", "wmv"},
-                                         {"libtheora", "ogv"}}) {
+  for (const Row& row :
+       std::vector<Row>{{"libx264", "mp4", {"--encoder-preset", "veryfast"}},
+                        {"libx265", "mp4", {"--encoder-preset", "ultrafast"}},
+                        {"libvpx-vp9", "webm", {"--encoder-preset", "8", "--size", "160x90"}},
+                        {"libvpx", "webm", {"--encoder-preset", "8"}},
+                        {"mpeg4", "avi"},
+                        {"mpeg2video", "mpg"},
+                        {"wmv2", "wmv"},
+                        {"libtheora", "ogv"}}) {
     SCOPED_TRACE(row.encoder);
     const auto output = folder_ / (std::string("out.") + row.output);
     ASSERT_TRUE(makes(output, joined({"--video-codec", row.encoder, "--video-bitrate", "800k",
@@ -114,14 +115,14 @@ TEST_F(ConvertRate, AFileIsNeverLargerThanItsLimitNorMuchSmaller) {
     double bytes;
     Arguments options = {};
   };
-  for (const Row& row :
-       std::vector<Row>{{"libx264", "mp4", "200k", 200'000, {"--encoder-preset", "ultrafast"}},
-                        {"libx264", "mkv", "1Mi", 1'048'576, {"--encoder-preset", "ultrafast"}},
-                        {"libx264", "ts", "500K", 500'000, {"--encoder-preset", "ultrafast"}},
-                        {"libx265", "mp4", "300k", 300'000, {"--encoder-preset", "ultrafast"}},
-                        {"libvpx-vp9", "webm", "250k", 250'000, {"--encoder-preset", "8"}},
-                        {"libsvtav1", "mkv", "0.25M", 250'000, {"--encoder-preset", "12"}},
-                        {"mpeg4", "avi", "700k", 700'000}}) {
+  for (const Row& row : std::vector<Row>{
+           {"libx264", "mp4", "200k", 200'000, {"--encoder-preset", "ultrafast"}},
+           {"libx264", "mkv", "1Mi", 1'048'576, {"--encoder-preset", "ultrafast"}},
+           {"libx264", "ts", "500K", 500'000, {"--encoder-preset", "ultrafast"}},
+           {"libx265", "mp4", "300k", 300'000, {"--encoder-preset", "ultrafast"}},
+           {"libvpx-vp9", "webm", "250k", 250'000, {"--encoder-preset", "8", "--size", "160x90"}},
+           {"libsvtav1", "mkv", "0.25M", 250'000, {"--encoder-preset", "12"}},
+           {"mpeg4", "avi", "700k", 700'000}}) {
     SCOPED_TRACE(std::string(row.encoder) + " " + row.limit);
     const auto output = folder_ / (std::string("out.") + row.output);
     ASSERT_TRUE(makes(
