@@ -198,6 +198,10 @@ void LMFFMovieFileOutput::setFragments(int64_t length, FragmentTaker take) {
   state_->fragmentTaker = std::move(take);
 }
 
+void LMFFMovieFileOutput::setPacketTaker(MadePacketTaker take) {
+  state_->muxer.setTaker(std::move(take));
+}
+
 bool LMFFMovieFileOutput::isMovieOpen() const { return formatContext() != nullptr; }
 
 bool LMFFMovieFileOutput::isAudioOpen() const { return state_->audioStream != nullptr; }
@@ -359,6 +363,20 @@ AVStream* LMFFMovieFileOutput::copyOutputStream(const AVStream* stream) {
     state.copyVideo = true;
   }
   return copy;
+}
+
+AVStream* LMFFMovieFileOutput::addMadeStream(const AVStream& made) {
+  createMovieOutput();
+  AVStream* const stream = isMovieOpen() ? state_->muxer.addStream() : nullptr;
+  if (!stream) return nullptr;
+  if (!state_->errors.succeeded(avcodec_parameters_copy(stream->codecpar, made.codecpar)))
+    return nullptr;
+  copySideData(made, *stream);
+  stream->id = stream->index + 1;
+  stream->time_base = made.time_base;
+  stream->avg_frame_rate = made.avg_frame_rate;
+  stream->sample_aspect_ratio = made.sample_aspect_ratio;
+  return stream;
 }
 
 AVStream* LMFFMovieFileOutput::convertSubtitleStream(const AVStream* stream, int codec) {

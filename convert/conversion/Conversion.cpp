@@ -15,6 +15,7 @@
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/MediaInfo.h>
 #include <kestrel/convert/OutputFile.h>
+#include "convert/conversion/DividedConversion.h"
 #include "convert/files/PlaylistTarget.h"
 #include "convert/pictures/AutoCrop.h"
 #include "convert/plan/ConversionPlanner.h"
@@ -33,6 +34,7 @@
 #include "convert/run/Passes.h"
 #include "convert/scenes/ScenesWithin.h"
 #include "convert/target/QualityWriter.h"
+#include "platform/files/Sync.h"
 #include "support/Pipes.h"
 
 extern "C" {
@@ -83,8 +85,28 @@ class Conversion::Work {
     return plan_;
   }
 
-  Report run(const Events& events) {
+  /// What was measured of the input for the plan; set before, it is not measured again.
+  MeasuredInput& measured() { return measured_; }
+
+  const MediaInfo& info() const { return info_; }
+
+  std::shared_ptr<LMMediaSource> reader(const Interrupt& interrupt) const {
+    return openedAgain(interrupt);
+  }
+
+  /// Carries out one part of a planned conversion. Answers how the input ended for it.
+  InputEnd writePart(ConversionRun::Part part, RunDivision division, const Events& events) {
+    ConversionWriter writer(settings_, source_, info_, plan_, events, part, std::move(division));
+    writer.write(settings_.output);
+    if (events.isInterrupted()) throw Failure::interrupted();
+    InputEnd end = writer.last().inputEnd();
+    end.reached = writer.last().length();
+    return end;
+  }
+
+  Report run(const Events& events, RunDivision division = {}) {
     events_ = events;
+    division_ = std::move(division);
     try {
       return convert();
     } catch (const Failure& failure) {
@@ -108,6 +130,7 @@ class Conversion::Work {
     SharedProgress stages(events_);
     const Events& events = takeScenes(stages);
     if (plan_.targetQuality) return convertToQuality(std::move(target), events);
+    if (division_.made) return assemble(std::move(target), events);
     ConversionWriter writer(settings_, source_, info_, plan_, events);
     if (plan_.sizeLimit)
       target = writer.writeWithin(*plan_.sizeLimit, std::move(target));
@@ -116,6 +139,22 @@ class Conversion::Work {
     if (events_.isInterrupted()) return Report::interrupted();
     if (target) target->commit();
     return reportOf(writer);
+  }
+
+  /// Writes the whole of parts that have been made. It is on the disk before it has its name: the
+  /// parts may go then.
+  Report assemble(std::unique_ptr<OutputFile> target, const Events& events) {
+    ConversionRun run(settings_, source_, info_, plan_, ConversionRun::Part::kAll, events,
+                      division_);
+    if (division_.isOpen) division_.isOpen(target->path());
+    run.write(target->path());
+    if (events_.isInterrupted()) return Report::interrupted();
+    if (const kestrel::Error error = syncFile(target->path()))
+      throw Failure::output(settings_.output,
+                            fmt::format("cannot write '{}': {}", settings_.output, error.message));
+    if (division_.isWhole) division_.isWhole(target->path());
+    target->commit();
+    return report(run);
   }
 
   Report convertToQuality(std::unique_ptr<OutputFile> target, const Events& events) {
@@ -167,15 +206,18 @@ class Conversion::Work {
   }
 
   /// What pictures from all over the input tell; another reader looks at them. A pipe has one.
-  Measures measures(const LMMediaSource& source, const Interrupt& interrupt) const {
+  Measures measures(const LMMediaSource& source, const Interrupt& interrupt) {
     if (!source.isSeekable()) return {.info = info_};
-    Measures measures{.info = info_};
-    if (settings_.look.autoCrop) {
+    if (settings_.look.autoCrop && !measured_.picture) {
       LMFFMovie movie;
       movie.openMedias(openedAgain(interrupt)->createMedias());
-      measures.picture = withoutBars(movie);
+      measured_.picture = withoutBars(movie);
     }
-    measures.scanning = [this, interrupt] { return measuredScanning(openedAgain(interrupt)); };
+    Measures measures{.info = info_, .picture = measured_.picture};
+    measures.scanning = [this, interrupt] {
+      if (!measured_.scanning) measured_.scanning = measuredScanning(openedAgain(interrupt));
+      return *measured_.scanning;
+    };
     measures.times = [this, interrupt] { return pictureTimes(*openedAgain(interrupt)); };
     return measures;
   }
@@ -224,6 +266,8 @@ class Conversion::Work {
   ConversionPlan plan_;
   bool hasRun_ = false;
   Events events_;
+  MeasuredInput measured_;
+  RunDivision division_;
 };
 
 Conversion::Conversion(ConversionSettings settings)
@@ -234,5 +278,31 @@ Conversion::~Conversion() = default;
 ConversionPlan& Conversion::plan(const Events& events) { return work_->plan(events); }
 
 Report Conversion::run(const Events& events) { return work_->run(events); }
+
+DividedConversion::DividedConversion(ConversionSettings settings, MeasuredInput measured)
+    : conversion_(std::move(settings)) {
+  conversion_.work_->measured() = std::move(measured);
+}
+
+const ConversionPlan& DividedConversion::plan(const Events& events) {
+  return conversion_.plan(events);
+}
+
+const MediaInfo& DividedConversion::info() const { return conversion_.work_->info(); }
+
+const MeasuredInput& DividedConversion::measured() const { return conversion_.work_->measured(); }
+
+std::shared_ptr<LMMediaSource> DividedConversion::reader(const Interrupt& interrupt) const {
+  return conversion_.work_->reader(interrupt);
+}
+
+InputEnd DividedConversion::writePart(ConversionRun::Part part, RunDivision division,
+                                      const Events& events) {
+  return conversion_.work_->writePart(part, std::move(division), events);
+}
+
+Report DividedConversion::assemble(RunDivision division, const Events& events) {
+  return conversion_.work_->run(events, std::move(division));
+}
 
 }  // namespace kestrel

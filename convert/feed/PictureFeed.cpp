@@ -1,5 +1,10 @@
 #include "convert/feed/PictureFeed.h"
 
+#include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Text.h>
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <utility>
@@ -19,6 +24,14 @@ constexpr int64_t kRounding = 1100;
 constexpr int64_t kSuspicious = 10000000;
 constexpr int64_t kStepBack = 500000;
 
+/// Packets may tell other times than decoded pictures.
+Failure notAsPlanned(int64_t time) {
+  return Failure::input(
+      {}, fmt::format("the pictures at {} do not come when their packets say: they cannot be "
+                      "converted in parts",
+                      formatTime(static_cast<double>(time) / 1e6)));
+}
+
 }  // namespace
 
 Rational pictureTick(Rational rate) {
@@ -26,15 +39,40 @@ Rational pictureTick(Rational rate) {
   return {1, rate.num * std::max(parts, 1)};
 }
 
+int64_t pictureTickAfter(int64_t place, int64_t own, int64_t usual, Rational tick) {
+  const bool isUsual =
+      std::abs(own - place - usual) <= av_rescale_q(kRounding, kMicroseconds, toAV(tick));
+  return std::max(isUsual ? place + usual : own, place + 1);
+}
+
+std::vector<int64_t> pictureTicks(const std::vector<int64_t>& times, int64_t start, Rational rate,
+                                  bool repeats) {
+  const Rational tick = pictureTick(rate);
+  const int64_t usual = av_rescale_q(1, {rate.den, rate.num}, toAV(tick));
+  std::vector<int64_t> places;
+  int64_t place = 0;
+  for (const int64_t time : times) {
+    const int64_t own = av_rescale_q(time - start, kMicroseconds, toAV(tick));
+    const auto next = [&] { return pictureTickAfter(place, own, usual, tick); };
+    if (!places.empty()) {
+      while (repeats && next() - place > usual + usual / 2) place += usual;
+      place = next();
+    }
+    places.push_back(place);
+  }
+  return places;
+}
+
 PictureFeed::PictureFeed(LMFFMovie& movie, int64_t start, std::optional<int64_t> end, Rational rate,
-                         bool repeats)
+                         bool repeats, std::optional<PictureStretch> stretch)
     : movie_(movie),
       start_(start),
       stop_(end ? std::optional(av_rescale_q(*end - start, kMicroseconds, toAV(pictureTick(rate))))
                 : std::nullopt),
       tick_(pictureTick(rate)),
       usual_(av_rescale_q(1, {rate.den, rate.num}, toAV(tick_))),
-      repeats_(repeats) {}
+      repeats_(repeats),
+      stretch_(stretch) {}
 
 int64_t PictureFeed::ticksOf(int64_t time) const {
   return av_rescale_q(time, kMicroseconds, toAV(tick_));
@@ -53,6 +91,32 @@ void PictureFeed::findFirst() {
   HeldPicture first;
   first.hold(media->pictureAtTime(start_ + quarter - media->movie_position()), *media);
   if (first) waiting_.push_back({first, first.start});
+}
+
+/// The first picture of a stretch, which goes on where the one before it has ended.
+void PictureFeed::findStretch() {
+  isBegun_ = true;
+  isOnly_ = false;
+  place_ = stretch_->place;
+  movie_.updateCurrentMedias();
+  const auto media = movie_.currentVideoMedia();
+  HeldPicture first;
+  if (media)
+    first.hold(
+        media->pictureAtTime(stretch_->from + PictureStretch::kSame - media->movie_position()),
+        *media);
+  if (!first || std::abs(first.start - stretch_->from) > PictureStretch::kSame)
+    throw notAsPlanned(stretch_->from);
+  waiting_.push_back({first, first.start});
+}
+
+bool PictureFeed::isStretchOver() const {
+  if (!stretch_ || !stretch_->until) return false;
+  const bool isThere =
+      !waiting_.empty() && waiting_[0].start >= *stretch_->until - PictureStretch::kSame;
+  if (!isThere && !waiting_.empty()) return false;
+  if (!isThere || place_ != *stretch_->untilPlace) throw notAsPlanned(*stretch_->until);
+  return true;
 }
 
 /// False at the end of the input.
@@ -86,9 +150,7 @@ void PictureFeed::judgeGap() {
 /// Where a picture belongs that follows the first.
 int64_t PictureFeed::placeOf(int64_t start) const {
   const int64_t own = ticksOf(start - start_);
-  const int64_t usual = place_ + usual_;
-  const bool isUsual = std::abs(own - usual) <= ticksOf(kRounding);
-  return std::max(isUsual ? usual : own, place_ + 1);
+  return pictureTickAfter(place_, own, usual_, tick_);
 }
 
 int64_t PictureFeed::endOf(const Waiting& picture) const {
@@ -100,7 +162,9 @@ int64_t PictureFeed::endOf(const Waiting& picture) const {
 }
 
 std::optional<PictureFeed::Timed> PictureFeed::next() {
+  if (!isBegun_ && stretch_ && !stretch_->isFirst()) findStretch();
   if (!isBegun_) findFirst();
+  if (isStretchOver()) return std::nullopt;
   // A picture that would show for less than half its usual time is left out, but not the only one.
   const bool isPast = stop_ && place_ > 0 && place_ + usual_ / 2 > *stop_;
   if (waiting_.empty() || isPast) return std::nullopt;

@@ -28,13 +28,15 @@ PictureShaper shaperOf(const Look& look, LMFFMovie& movie, const LMFFMovieFileOu
 class ShapedFeed {
  public:
   /// As of `VideoFeed`.
-  ShapedFeed(LMFFMovie& movie, int64_t start, Rational rate, PictureShaper shape)
-      : feed_(movie, start, rate), start_(start), shape_(std::move(shape)) {}
+  ShapedFeed(LMFFMovie& movie, int64_t start, Rational rate, PictureShaper shape,
+             std::optional<PictureStretch> stretch = {})
+      : feed_(movie, start, rate, stretch), start_(start), shape_(std::move(shape)) {}
 
   /// The picture of the next tick, null at the end.
   std::shared_ptr<LMFFImage> next();
 
   int64_t time() const { return feed_.time(); }
+  int64_t tick() const { return feed_.tick(); }
   int64_t tickDuration() const { return feed_.tickDuration(); }
   PictureTally tally() const { return feed_.tally(); }
 

@@ -23,8 +23,10 @@ void endSubtitle(AVPacket& packet, int64_t length, AVRational base) {
 }  // namespace
 
 EncodedVideoTrack::EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate,
-                                     PictureShaper shape)
-    : feed_(movie, span.start, rate, std::move(shape)), stop_(span.length()) {}
+                                     PictureShaper shape, std::optional<PictureStretch> stretch)
+    : feed_(movie, span.start, rate, std::move(shape), stretch),
+      stop_(span.length()),
+      isStretch_(stretch.has_value()) {}
 
 int64_t EncodedVideoTrack::time() const {
   // A picture that would show for less than half its time is left out, unless it is the only one.
@@ -38,16 +40,21 @@ int64_t EncodedVideoTrack::end() const {
 }
 
 Track::Job EncodedVideoTrack::step() {
+  const int64_t tick = feed_.tick();
   auto picture = feed_.next();
   ended_ = !picture;
   if (ended_) return {};
+  if (isStretch_)
+    return [picture = std::move(picture), tick](LMFFMovieFileOutput& output) {
+      output.writeImage(picture, tick, 1);
+    };
   return
       [picture = std::move(picture)](LMFFMovieFileOutput& output) { output.writeImage(picture); };
 }
 
 TimedVideoTrack::TimedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, bool repeats,
-                                 PictureShaper shape)
-    : feed_(movie, span.start, span.end, rate, repeats),
+                                 PictureShaper shape, std::optional<PictureStretch> stretch)
+    : feed_(movie, span.start, span.end, rate, repeats, stretch),
       shape_(std::move(shape)),
       span_(span),
       tick_(pictureTick(rate)) {}

@@ -82,7 +82,9 @@ class Track {
 
 class EncodedVideoTrack : public Track {
  public:
-  EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, PictureShaper shape);
+  /// `stretch`: as of `VideoFeed`.
+  EncodedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, PictureShaper shape,
+                    std::optional<PictureStretch> stretch = {});
   int64_t time() const override;
   Job step() override;
   int64_t end() const override;
@@ -91,15 +93,16 @@ class EncodedVideoTrack : public Track {
  private:
   ShapedFeed feed_;
   const std::optional<int64_t> stop_;
+  const bool isStretch_;
   bool ended_ = false;
 };
 
 /// Pictures that keep their own times.
 class TimedVideoTrack : public Track {
  public:
-  /// `rate` and `repeats`: as of `PictureFeed`.
+  /// `rate`, `repeats` and `stretch`: as of `PictureFeed`.
   TimedVideoTrack(LMFFMovie& movie, const Span& span, Rational rate, bool repeats,
-                  PictureShaper shape);
+                  PictureShaper shape, std::optional<PictureStretch> stretch = {});
   int64_t time() const override { return ended_ ? kEnded : feed_.time(); }
   Job step() override;
   int64_t end() const override;

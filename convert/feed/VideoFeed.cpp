@@ -23,8 +23,11 @@ void holdClock(LMFFMovie& movie) {
 
 }  // namespace
 
-VideoFeed::VideoFeed(LMFFMovie& movie, int64_t start, Rational rate)
-    : movie_(movie), start_(start), rate_(rate) {}
+VideoFeed::VideoFeed(LMFFMovie& movie, int64_t start, Rational rate,
+                     std::optional<PictureStretch> stretch)
+    : movie_(movie), start_(start), rate_(rate), stretch_(stretch) {
+  if (stretch_) tick_ = stretch_->place;
+}
 
 int64_t VideoFeed::ticks(int64_t count) const {
   return av_rescale(count, int64_t{1000000} * rate_.den, rate_.num);
@@ -79,6 +82,14 @@ void VideoFeed::findFirst() {
   anchor_ = newest_.start;
 }
 
+/// Finds the picture of the tick before a stretch, which may last into it.
+void VideoFeed::findStretch() {
+  anchor_ = stretch_->anchor;
+  anchorTick_ = stretch_->anchorPlace;
+  readUpTo(anchor_ + ticks(2 * (tick_ - anchorTick_) - 1) / 2);
+  if (newest_) shown_ = newest_.image;
+}
+
 /// Whether the input has one picture only, which is shown as long as its sound lasts.
 bool VideoFeed::isStill() const { return atEnd_ && newest_.start == anchor_; }
 
@@ -92,6 +103,8 @@ PictureTally VideoFeed::tally() const {
 }
 
 std::shared_ptr<LMFFImage> VideoFeed::next() {
+  if (stretch_ && stretch_->untilPlace && tick_ >= *stretch_->untilPlace) return nullptr;
+  if (!shown_ && stretch_ && !stretch_->isFirst()) findStretch();
   if (!shown_) findFirst();
   if (!shown_) return nullptr;
   if (tick_ > anchorTick_) {

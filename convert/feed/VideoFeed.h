@@ -6,8 +6,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "convert/feed/HeldPicture.h"
+#include "convert/feed/PictureStretch.h"
 
 namespace kestrel {
 
@@ -27,8 +29,10 @@ struct PictureTally {
 /// It reads the movie's pictures on the movie's queue, or where nobody else uses that.
 class VideoFeed {
  public:
-  /// `start` in microseconds on the movie's time line; `rate` in pictures per second.
-  VideoFeed(LMFFMovie& movie, int64_t start, Rational rate);
+  /// `start` in microseconds on the movie's time line; `rate` in pictures per second. `stretch`:
+  /// the part of them that is wanted; absent: all.
+  VideoFeed(LMFFMovie& movie, int64_t start, Rational rate,
+            std::optional<PictureStretch> stretch = {});
 
   /// The picture of the next tick, null at the end. It stays valid as long as it is held; a
   /// repeated picture is the same object.
@@ -36,6 +40,9 @@ class VideoFeed {
 
   /// Where the next tick starts, microseconds after `start`.
   int64_t time() const;
+
+  /// Its number.
+  int64_t tick() const { return tick_; }
 
   /// How long a tick lasts, microseconds.
   int64_t tickDuration() const { return ticks(1); }
@@ -47,12 +54,14 @@ class VideoFeed {
   LMFFMedia::Picture readPictures(LMFFMedia& media, int64_t time);
   bool readUpTo(int64_t time);
   void findFirst();
+  void findStretch();
   bool isStill() const;
   int64_t ticks(int64_t count) const;
 
   LMFFMovie& movie_;
   const int64_t start_;
   const Rational rate_;
+  const std::optional<PictureStretch> stretch_;
   int64_t tick_ = 0;
   int64_t anchor_ = 0;      // the movie time of the tick that the first picture takes
   int64_t anchorTick_ = 0;  // that tick

@@ -26,8 +26,10 @@
 #include "convert/plan/ConstantRate.h"
 #include "convert/plan/Fragments.h"
 #include "convert/probe/Streams.h"
+#include "convert/run/MadeTrack.h"
 #include "convert/run/PlannedOutput.h"
 #include "convert/run/RunFiles.h"
+#include "convert/run/RunParts.h"
 #include "support/copy/StreamCopier.h"
 
 extern "C" {
@@ -55,10 +57,6 @@ std::optional<double> knownLength(int64_t span) {
                                                         : std::nullopt;
 }
 
-bool isEncodedPictures(const PlannedStream& stream) {
-  return stream.kind == Kind::kVideo && !stream.isCover && stream.action == StreamAction::kEncode;
-}
-
 /// A track, and the files that its pieces go to.
 struct FedTrack {
   std::unique_ptr<Track> track;
@@ -66,37 +64,22 @@ struct FedTrack {
   std::vector<LMFFMovieFileOutput*> files;
 };
 
-/// A plan for one part of the work. In the first pass the sound stays part of the movie, which
-/// ends where it does, but is not read.
-ConversionPlan partOf(ConversionPlan plan, ConversionRun::Part part) {
-  using Part = ConversionRun::Part;
-  const bool isFirst = part == Part::kFirstPass;
-  for (PlannedStream& stream : plan.streams) {
-    const bool isSound = stream.kind == Kind::kAudio;
-    const bool isLeftOut = part == Part::kRest ? isEncodedPictures(stream)
-                                               : isFirst && !isEncodedPictures(stream) && !isSound;
-    if (isLeftOut) stream.action = StreamAction::kNone;
-  }
-  if (!isFirst) return plan;
-  plan.formatName = "null";
-  plan.segment.reset();
-  plan.muxerOptions.clear();
-  plan.keepsMetadata = false;
-  return plan;
-}
-
 }  // namespace
 
 class ConversionRun::Work {
  public:
   Work(const ConversionSettings& settings, std::shared_ptr<LMMediaSource> source,
-       const MediaInfo& info, ConversionPlan plan, Part part, const Events& events)
+       const MediaInfo& info, ConversionPlan plan, Part part, const Events& events,
+       RunDivision division)
       : settings_(settings),
         source_(std::move(source)),
         info_(info),
         plan_(partOf(std::move(plan), part)),
         part_(part),
-        events_(events) {}
+        events_(events),
+        division_(std::move(division)) {
+    if (division_.start) plan_.start = *division_.start;
+  }
 
   RunFiles& files() { return files_; }
   const std::vector<Rendition>& renditions() const { return renditions_; }
@@ -130,6 +113,7 @@ class ConversionRun::Work {
 
   InputEnd inputEnd() const {
     InputEnd end = faultsOf(movie_);
+    if (division_.faults) end.add(division_.faults());
     end.reached = plan_.start + inputEnd_;
     end.refused += refused_;
     return end;
@@ -138,8 +122,10 @@ class ConversionRun::Work {
  private:
   void openMovie() {
     movie_.setExportMovie(true);
-    movie_.openMedias(openReaders(source_, plan_));
-    for (PlannedStream& stream : plan_.streams) leaveOutUnread(stream);
+    const ConversionPlan read = readPlan();
+    if (std::ranges::any_of(read.streams, isRead)) movie_.openMedias(openReaders(source_, read));
+    for (PlannedStream& stream : plan_.streams)
+      if (!isMade(stream)) leaveOutUnread(stream);
     if (plan_.kept(Kind::kVideo).empty() && plan_.kept(Kind::kAudio).empty())
       throw Failure::input(
           settings_.input,
@@ -150,6 +136,21 @@ class ConversionRun::Work {
       throw Failure::settings(fmt::format("the start lies behind the end of '{}'", settings_.input),
                               "start");
   }
+
+  /// Whether a stream's packets have been made before.
+  bool isMade(const PlannedStream& stream) const {
+    return division_.made && (isEncodedPictures(stream) || isEncodedSound(stream));
+  }
+
+  /// The plan of what is read of the input.
+  ConversionPlan readPlan() const {
+    ConversionPlan read = plan_;
+    for (PlannedStream& stream : read.streams)
+      if (isMade(stream)) stream.action = StreamAction::kNone;
+    return read;
+  }
+
+  static bool isRead(const PlannedStream& stream) { return stream.isKept() && isTrack(stream); }
 
   /// Leaves out what no decoder opens.
   void leaveOutUnread(PlannedStream& stream) const {
@@ -163,7 +164,8 @@ class ConversionRun::Work {
   }
 
   bool encodesPictures() const {
-    return plan_.pictures() && plan_.pictures()->action == StreamAction::kEncode;
+    return plan_.pictures() && plan_.pictures()->action == StreamAction::kEncode &&
+           !isMade(*plan_.pictures());
   }
 
   void applyLook() {
@@ -177,10 +179,29 @@ class ConversionRun::Work {
   }
 
   void openOutput(const std::string& path) {
-    files_.open({plan_, info_, *source_->formatContext(), settings_.output, events_.interrupt,
-                 [this](const PlannedStream& stream) { return isWritten(stream); },
-                 [this](const PlannedStream& stream) { return samplesOf(stream); }},
-                path);
+    files_.open(
+        {plan_, info_, *source_->formatContext(), settings_.output, events_.interrupt,
+         [this](const PlannedStream& stream) { return isWritten(stream); },
+         [this](const PlannedStream& stream) { return samplesOf(stream); },
+         [this](const PlannedStream& stream) { return makePackets(stream); }, division_.take},
+        path);
+    if (!division_.begin) return;
+    std::vector<RunDivision::Stream> streams;
+    for (const RunFiles::Output& output : files_.outputs())
+      streams.push_back({placeOf(*output.planned), output.stream});
+    division_.begin(streams);
+  }
+
+  size_t placeOf(const PlannedStream& stream) const {
+    return static_cast<size_t>(&stream - plan_.streams.data());
+  }
+
+  /// Has packets that were made before ready for their track; null for other streams.
+  const AVStream* makePackets(const PlannedStream& stream) {
+    if (!isMade(stream)) return nullptr;
+    auto& packets = made_[&stream];
+    packets = division_.made(placeOf(stream));
+    return &packets->stream();
   }
 
   /// The samples in which a stream of sound comes from its reader.
@@ -191,7 +212,7 @@ class ConversionRun::Work {
   }
 
   bool isWritten(const PlannedStream& stream) const {
-    return part_ != Part::kFirstPass || isEncodedPictures(stream);
+    return (part_ != Part::kFirstPass && part_ != Part::kPictures) || isEncodedPictures(stream);
   }
 
   PictureShaper makeShaper() { return shaperOf(look_, movie_, files_.first(), plan_.pixelFormat); }
@@ -199,14 +220,17 @@ class ConversionRun::Work {
   std::unique_ptr<Track> makeTrack(const RunFiles::Output& output, const Span& span,
                                    int64_t preroll, const Track* leader) {
     const PlannedStream& planned = *output.planned;
+    if (const auto made = made_.find(&planned); made != made_.end())
+      return std::make_unique<MadeTrack>(std::move(made->second), output.stream);
     if (planned.kind == Kind::kVideo && planned.action == StreamAction::kEncode) {
       const bool drawsTexts = plan_.look.subtitleTrack || !plan_.look.subtitles.empty();
       if (plan_.keepsTimes)
         return std::make_unique<TimedVideoTrack>(movie_, span, plan_.rate(), drawsTexts,
-                                                 makeShaper());
+                                                 makeShaper(), division_.stretch);
       if (plan_.keepsPictures)
         return std::make_unique<PacedVideoTrack>(movie_, span, plan_.rate(), makeShaper());
-      return std::make_unique<EncodedVideoTrack>(movie_, span, plan_.rate(), makeShaper());
+      return std::make_unique<EncodedVideoTrack>(movie_, span, plan_.rate(), makeShaper(),
+                                                 division_.stretch);
     }
     if (planned.kind == Kind::kAudio && planned.action == StreamAction::kEncode) {
       std::vector<AudioFeed::Input> inputs;
@@ -265,6 +289,10 @@ class ConversionRun::Work {
     std::vector<FedTrack> tracks;
     std::map<const LMFFMedia*, const Track*> leaders;
     for (const RunFiles::Output& output : wanted) {
+      if (made_.contains(output.planned)) {
+        tracks.push_back({makeTrack(output, span, preroll, nullptr), output.planned, output.files});
+        continue;
+      }
       const auto media = readerOf(movie_.medias(), output.planned->sources.front()).media;
       const auto leader = leaders.find(media.get());
       const bool isSound =
@@ -285,7 +313,8 @@ class ConversionRun::Work {
   /// first of them.
   void beginWithFirstPicture() {
     const bool isWanted =
-        encodesPictures() && plan_.kept(Kind::kAudio).empty() && plan_.start > 0 &&
+        encodesPictures() && !division_.start && plan_.kept(Kind::kAudio).empty() &&
+        plan_.start > 0 &&
         plan_.start == beginOf(info_.streams[plan_.pictures()->sources.front()], info_);
     if (!isWanted) return;
     movie_.updateCurrentMedias();
@@ -312,10 +341,11 @@ class ConversionRun::Work {
   /// Reads and decodes on the movie's queue, in one piece of work there, so that no picture has to
   /// change threads on its way; encodes and writes on a thread of its own.
   void pump() {
-    const int64_t preroll = std::min(kPreroll, plan_.start);
+    const PictureStretch stretch = division_.stretch.value_or(PictureStretch{.from = plan_.start});
+    const int64_t preroll = std::min(kPreroll + stretch.context, stretch.from);
     for (const auto& media : movie_.videos())
       media->videoStream()->setKeepsGroups(plan_.start > 0 && hidesFirst());
-    movie_.seek(plan_.start - preroll);
+    movie_.seek(stretch.from - preroll);
     movie_.flushOperation();
     std::exception_ptr failure;
     movie_.decodeImage(
@@ -413,15 +443,18 @@ class ConversionRun::Work {
   RunFiles files_;
   std::vector<Rendition> renditions_;
   std::map<const PlannedStream*, HeardLevel> loudness_;  // of sound whose loudness is set
-  int64_t refused_ = 0;                                  // packets that copied tracks have left out
+  const RunDivision division_;
+  std::map<const PlannedStream*, std::unique_ptr<MadePackets>> made_;
+  int64_t refused_ = 0;   // packets that copied tracks have left out
   int64_t inputEnd_ = 0;  // how much of the input there was, microseconds after the start
 };
 
 ConversionRun::ConversionRun(const ConversionSettings& settings,
                              std::shared_ptr<LMMediaSource> source, const MediaInfo& info,
-                             ConversionPlan plan, Part part, const Events& events)
-    : work_(std::make_unique<Work>(settings, std::move(source), info, std::move(plan), part,
-                                   events)) {}
+                             ConversionPlan plan, Part part, const Events& events,
+                             RunDivision division)
+    : work_(std::make_unique<Work>(settings, std::move(source), info, std::move(plan), part, events,
+                                   std::move(division))) {}
 
 ConversionRun::~ConversionRun() = default;
 

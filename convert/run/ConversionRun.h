@@ -11,6 +11,7 @@
 
 #include "convert/hls/Playlists.h"
 #include "convert/probe/InputEnd.h"
+#include "convert/run/RunDivision.h"
 
 namespace kestrel {
 
@@ -23,11 +24,14 @@ class ConversionRun {
     kAll,
     kFirstPass,  ///< the pictures alone go through the encoder, and nothing is written
     kRest,       ///< all but the pictures
+    kPictures,   ///< the pictures that are encoded
+    kSounds,     ///< the sound that is encoded
   };
 
   /// `source` is read by this run alone; `info` is of it. The settings name input and output.
   ConversionRun(const ConversionSettings& settings, std::shared_ptr<LMMediaSource> source,
-                const MediaInfo& info, ConversionPlan plan, Part part, const Events& events);
+                const MediaInfo& info, ConversionPlan plan, Part part, const Events& events,
+                RunDivision division = {});
   ~ConversionRun();
   ConversionRun(const ConversionRun&) = delete;
   ConversionRun& operator=(const ConversionRun&) = delete;

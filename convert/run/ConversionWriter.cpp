@@ -59,12 +59,15 @@ int64_t sizeOf(const std::string& path) {
 
 ConversionWriter::ConversionWriter(const ConversionSettings& settings,
                                    std::shared_ptr<LMMediaSource> source, const MediaInfo& info,
-                                   ConversionPlan plan, const Events& events)
+                                   ConversionPlan plan, const Events& events, Part part,
+                                   RunDivision division)
     : settings_(settings),
       source_(std::move(source)),
       info_(info),
       plan_(std::move(plan)),
       events_(events),
+      part_(part),
+      division_(std::move(division)),
       progress_(events_) {}
 
 ConversionWriter::~ConversionWriter() = default;
@@ -79,7 +82,8 @@ std::shared_ptr<LMMediaSource> ConversionWriter::reader(const Events& events) {
 
 ConversionRun& ConversionWriter::makeRun(Part part, const ConversionPlan& plan,
                                          const Events& events) {
-  run_ = std::make_unique<ConversionRun>(settings_, reader(events), info_, plan, part, events);
+  run_ = std::make_unique<ConversionRun>(settings_, reader(events), info_, plan, part, events,
+                                         part == part_ ? division_ : RunDivision{});
   return *run_;
 }
 
@@ -143,7 +147,7 @@ void ConversionWriter::learn(double share) {
 void ConversionWriter::encode(const std::string& path, double share) {
   ConversionPlan plan = plan_;
   if (plan.passes == 2) setPass(plan, 2, log_ ? log_->path() : "");
-  ConversionRun& run = makeRun(Part::kAll, plan, progress_.next(left_ * share));
+  ConversionRun& run = makeRun(part_, plan, progress_.next(left_ * share));
   run.setStatistics(statistics_);
   run.write(path);
   length_ = run.length();

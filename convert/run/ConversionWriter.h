@@ -21,12 +21,15 @@ namespace kestrel {
 /// Writes what a plan says in as many runs as that takes: one, two where the encoder goes through
 /// the pictures twice, and more where the file must not be larger than a limit.
 ///
+/// `part` and `division`: what of it the last run carries out, and how.
+///
 /// What is made on the way goes away with this object. All that is passed in lasts longer. Where an
 /// interrupt ends the work, the calls return and nothing that is written counts.
 class ConversionWriter {
  public:
   ConversionWriter(const ConversionSettings& settings, std::shared_ptr<LMMediaSource> source,
-                   const MediaInfo& info, ConversionPlan plan, const Events& events);
+                   const MediaInfo& info, ConversionPlan plan, const Events& events,
+                   ConversionRun::Part part = ConversionRun::Part::kAll, RunDivision division = {});
   ~ConversionWriter();
   ConversionWriter(const ConversionWriter&) = delete;
   ConversionWriter& operator=(const ConversionWriter&) = delete;
@@ -62,6 +65,8 @@ class ConversionWriter {
   const MediaInfo& info_;
   ConversionPlan plan_;
   const Events& events_;
+  const ConversionRun::Part part_;
+  const RunDivision division_;
   SharedProgress progress_;
   double left_ = 1;                   // of the work, for what comes after measuring
   std::optional<ScratchFolder> log_;  // of the encoder, between its passes

@@ -107,6 +107,14 @@ AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& p
   return stream;
 }
 
+AVStream* openMadeStream(LMFFMovieFileOutput& output, const ConversionPlan& plan,
+                         const PlannedStream& planned, const AVStream& made) {
+  AVStream* const stream = output.addMadeStream(made);
+  output.setStreamTags(stream, tagsIn(plan, planned));
+  output.setStreamDisposition(stream, flagsOf(planned.disposition));
+  return stream;
+}
+
 void requireOutput(const LMFFMovieFileOutput& output, const std::string& target) {
   if (const kestrel::Error error = output.lastError())
     throw output.interrupt() && output.interrupt()()

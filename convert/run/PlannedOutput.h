@@ -28,6 +28,10 @@ AVStream* openPlannedStream(LMFFMovieFileOutput& output, const ConversionPlan& p
                             const PlannedStream& planned, const AVFormatContext& input,
                             int32_t sampleFormat = lm_get_default_sample_fmt());
 
+/// Opens a stream whose packets have been made before.
+AVStream* openMadeStream(LMFFMovieFileOutput& output, const ConversionPlan& plan,
+                         const PlannedStream& planned, const AVStream& made);
+
 /// Opens sound that is encoded and comes in interleaved samples of `sampleFormat` (an
 /// `AVSampleFormat`), of its encoding's rate and channels; null on failure.
 AVStream* openEncodedSound(LMFFMovieFileOutput& output, const SoundEncoding& sound,

@@ -110,6 +110,7 @@ const std::vector<RunFiles::Output>& RunFiles::open(const Job& job, const std::s
 void RunFiles::openOne(const Job& job, const std::string& path) {
   LMFFMovieFileOutput& file = first();
   setUpOutput(file, job.plan, path, job.interrupt);
+  if (job.take) file.setPacketTaker(job.take);
   if (job.plan.keepsMetadata) {
     file.setMetadata(lastingTags(job.info.tags));
     file.setChapters(chaptersOf(job.info, job.plan.start, job.plan.end.value_or(INT64_MAX)));
@@ -118,8 +119,10 @@ void RunFiles::openOne(const Job& job, const std::string& path) {
   if (job.plan.start == 0) file.setCopiedSoundBegin(-kLongestDelay);
   for (const PlannedStream& planned : job.plan.streams)
     if (planned.isKept() && job.isWritten(planned)) {
+      const AVStream* const made = job.madeOf ? job.madeOf(planned) : nullptr;
       AVStream* const stream =
-          openPlannedStream(file, job.plan, planned, job.input, job.samplesOf(planned));
+          made ? openMadeStream(file, job.plan, planned, *made)
+               : openPlannedStream(file, job.plan, planned, job.input, job.samplesOf(planned));
       if (!stream) requireOutput(file, job.target);
       outputs_.push_back({&planned, stream, {&file}});
     }

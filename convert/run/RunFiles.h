@@ -34,6 +34,9 @@ class RunFiles {
     std::function<bool(const PlannedStream&)> isWritten;
     std::function<int32_t(const PlannedStream&)>
         samplesOf;  ///< in which sound that is encoded comes
+    /// What a stream is whose packets have been made before; null for others.
+    std::function<const AVStream*(const PlannedStream&)> madeOf = {};
+    LMFFMovieFileOutput::MadePacketTaker take = {};  ///< in place of a file, where there is one
   };
 
   /// A stream of the plan, and where it is written. Pictures go to several files alike.

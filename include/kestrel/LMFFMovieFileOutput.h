@@ -207,6 +207,13 @@ class KESTREL_API LMFFMovieFileOutput {
   /// `startOutput`.
   void setFragments(int64_t length, FragmentTaker take);
 
+  /// Is handed a packet, on the thread that writes.
+  using MadePacketTaker = std::function<void(const AVPacket& packet, const AVStream& stream)>;
+
+  /// Hands out what encoders make, for the container that is named, in place of writing it: no file
+  /// is made, and times count in the encoders' ticks. Set before `startOutput`.
+  void setPacketTaker(MadePacketTaker take);
+
   // State.
 
   /// True once the container has been created, also after `stopOutput`.
@@ -287,6 +294,11 @@ class KESTREL_API LMFFMovieFileOutput {
   AVStream* copyOutputStream(const AVStream* stream);
   void copyVideoMedia(const std::shared_ptr<LMFFMedia>& media);  ///< copies its `videoStream`
   void copyAudioMedia(const std::shared_ptr<LMFFMedia>& media);  ///< copies its `audioStream`
+
+  /// Adds a stream of packets that an encoder has made for a container of this kind, with its
+  /// parameters, rate and ticks; they go to `writePacket`. Returns the new stream, owned by the
+  /// container; null if it cannot be added.
+  AVStream* addMadeStream(const AVStream& made);
 
   /// Adds a stream of text subtitles with the encoder for `codec`, for the texts of `stream`, which
   /// are in another form: their packets go to `writeRawPacket`. Returns the new stream, owned by

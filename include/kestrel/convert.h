@@ -18,6 +18,7 @@
 #include <kestrel/convert/Encoders.h>
 #include <kestrel/convert/Events.h>
 #include <kestrel/convert/Failure.h>
+#include <kestrel/convert/Job.h>
 #include <kestrel/convert/Join.h>
 #include <kestrel/convert/LookSettings.h>
 #include <kestrel/convert/MediaInfo.h>

@@ -108,7 +108,7 @@ void Muxer::addChapter(int64_t start, int64_t end, const std::map<std::string, s
 
 bool Muxer::start(const std::map<std::string, std::string>& options) {
   phase_ = Phase::kEnded;
-  if (!openFile() || !writeHeader(options)) return false;
+  if (!take_ && (!openFile() || !writeHeader(options))) return false;
   phase_ = Phase::kWriting;
   newest_.assign(context_->nb_streams, AV_NOPTS_VALUE);
   return true;
@@ -178,7 +178,9 @@ Error Muxer::headerError(Error refusal) const {
 }
 
 void Muxer::write(AVPacket& packet, const AVStream& stream) {
-  if (isWriting()) {
+  if (isWriting() && take_) {
+    take_(packet, stream);
+  } else if (isWriting()) {
     const int64_t time = packet.dts;
     packet.stream_index = stream.index;
     const LibraryLog log;
@@ -211,6 +213,7 @@ void Muxer::limitQueue(int64_t dts, const AVStream& stream) {
 void Muxer::complete() {
   if (!isWriting()) return;
   phase_ = Phase::kEnded;
+  if (take_) return;
   errors_.succeeded(fragments_ ? fragments_->finish()
                                : av_interleaved_write_frame(context_.get(), nullptr));
   const LibraryLog log;

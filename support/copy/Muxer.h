@@ -46,6 +46,12 @@ class Muxer {
     fragments_ = std::move(fragments);
   }
 
+  /// Has packets handed out as they come, in place of being written: there is no file, and streams
+  /// keep the time bases that they have.
+  void setTaker(std::function<void(const AVPacket& packet, const AVStream& stream)> take) {
+    take_ = std::move(take);
+  }
+
   /// Opens the file and writes the header. On failure returns false; a second attempt is not
   /// possible.
   bool start(const std::map<std::string, std::string>& options);
@@ -80,6 +86,7 @@ class Muxer {
   FirstError& errors_;
   std::function<bool()> interrupt_;  // polled by the context, which it outlives
   OutputContextPtr context_;
+  std::function<void(const AVPacket&, const AVStream&)> take_;
   std::unique_ptr<FragmentWriter> fragments_;  // what the context writes to, if there is one
   Phase phase_ = Phase::kSettingUp;
   Refusal refusal_ = Refusal::kNone;

@@ -145,15 +145,16 @@ class ExampleFolder {
 TEST(Usage, TheExampleOfEveryVerbWorks) {
   const ExampleFolder folder;
   // That of `play` needs a sound device, that of `dvd` a disc.
-  for (const std::string verb : {"", "info", "convert", "thumb", "compose", "join", "cut", "wave",
-                                 "compare", "check", "scenes", "effects", "presets"}) {
+  for (const std::string verb : {"", "info", "convert", "job", "thumb", "compose", "join", "cut",
+                                 "wave", "compare", "check", "scenes", "effects", "presets"}) {
     SCOPED_TRACE("kestrel " + verb);
     folder.expectExampleWorks(verb);
   }
 }
 
 const char* const kVerbs =
-    "info, convert, thumb, compose, join, cut, wave, compare, check, scenes, dvd, play, effects, "
+    "info, convert, job, thumb, compose, join, cut, wave, compare, check, scenes, dvd, play, "
+    "effects, "
     "encoders, "
     "presets and "
     "demo";

@@ -10,6 +10,7 @@
 #include <kestrel/convert/Batch.h>
 #include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/ConversionOptions.h>
+#include <kestrel/convert/Job.h>
 #include <kestrel/convert/Presets.h>
 #include "tools/cli/CommonOptions.h"
 #include "tools/cli/KnownOptions.h"
@@ -38,6 +39,7 @@ struct Typed {
   bool json = false;
   bool skipExisting = false;
   bool recursive = false;
+  bool resume = false;
 };
 
 /// Refuses options that shape an encoded stream where it is copied or left out: they would do
@@ -154,9 +156,11 @@ int runMany(const Typed& typed, const Preset& preset, const ConversionSettings& 
 
 /// What makes sense for one file alone, or for many.
 void requireForm(const Typed& typed, const Verb& verb) {
+  if (!typed.into.empty() && typed.resume) throw wrongUsage("--resume is of one file");
   if (!typed.into.empty()) return;
-  for (const char* option : {"--ext", "--name", "--skip-existing", "--jobs", "--recursive"})
+  for (const char* option : {"--ext", "--name", "--skip-existing", "--recursive"})
     if (verb.isGiven(option)) throw wrongUsage(fmt::format("{} needs --into DIR", option));
+  if (typed.jobs && !typed.resume) throw wrongUsage("--jobs needs --into DIR or --resume");
   if (typed.json && !typed.dryRun) throw wrongUsage("--json needs --dry-run or --into DIR");
   if (typed.files.empty()) throw wrongUsage("input is required");
   if (typed.files.size() == 1) throw wrongUsage("output is required");
@@ -165,8 +169,24 @@ void requireForm(const Typed& typed, const Verb& verb) {
         fmt::format("'{}' is one file too many: several inputs need --into DIR", typed.files[2]));
 }
 
-int runOne(const Typed& typed, ConversionSettings settings) {
+int runInParts(const Typed& typed, const Request& request, const ConversionSettings& settings) {
+  ProgressDisplay progress(styleOf(typed));
+  Events events = progress.events();
+  if (!typed.quiet) events.note = say;
+  Report report =
+      convertResumably({.job = {.input = settings.input,
+                                .output = settings.output,
+                                .replaces = settings.replaces,
+                                .options = withDefaults(request.options, request.preset.options)},
+                        .workers = {.count = typed.jobs.value_or(0)}},
+                       events);
+  if (typed.quiet) report.leftOut.clear();
+  return finish(progress, report);
+}
+
+int runOne(const Typed& typed, const Request& request, ConversionSettings settings) {
   if (typed.dryRun) return showPlans(typed, {settings});
+  if (typed.resume) return runInParts(typed, request, settings);
   ProgressDisplay progress(styleOf(typed));
   Events events = progress.events();
   if (!typed.quiet) events.note = say;
@@ -209,7 +229,7 @@ int run(const Typed& typed, const Verb& verb) {
   settings.input = typed.files[0] == kStandard ? "/dev/stdin" : typed.files[0];
   settings.output = targetWith(typed.files[1], request.preset);
   if (typed.files[1] == kStandard) settings = onStandardOutput(settings, request.preset);
-  return runOne(typed, settings);
+  return runOne(typed, request, settings);
 }
 
 }  // namespace
@@ -233,6 +253,8 @@ void addConvertVerb(CommandLine& line) {
   addOptions(verb, knownConversionOptions(),
              {"Picture", "Look", "Sound", "Other streams", "Span and file"});
   verb.flag("--force", typed->force, "replace an existing target");
+  verb.flag("--resume", typed->resume,
+            "convert in parts beside the target, which another call takes up again");
   verb.flag("--dry-run", typed->dryRun, "print what would become of each stream, write nothing");
   verb.flag("--json", typed->json, "print plans, or what became of many files, as one document");
   addProgressOption(verb, typed->progress);
@@ -249,7 +271,8 @@ void addConvertVerb(CommandLine& line) {
       .type("PATTERN");
   verb.flag("--recursive", typed->recursive, "of folders take those in them, too");
   verb.flag("--skip-existing", typed->skipExisting, "leave inputs alone whose result is there");
-  verb.option("--jobs", typed->jobs, "how many run side by side (default: 1)")
+  verb.option("--jobs", typed->jobs,
+              "how many run side by side (default: 1); with --resume parts, one per processor")
       .type("N")
       .within(1, 64);
   verb.runs([typed, verb] { return run(*typed, verb); });

@@ -32,6 +32,7 @@ CommandLine::About aboutProgram() {
 void addVerbs(CommandLine& line) {
   addInfoVerb(line);
   addConvertVerb(line);
+  addJobVerb(line);
   addThumbVerb(line);
   addComposeVerb(line);
   addJoinVerb(line);

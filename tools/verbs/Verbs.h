@@ -15,6 +15,9 @@ void addInfoVerb(CommandLine& line);
 /// One movie or sound file into another.
 void addConvertVerb(CommandLine& line);
 
+/// A movie converted in parts.
+void addJobVerb(CommandLine& line);
+
 /// Single pictures of a movie: one, a contact sheet, or a sheet for web players.
 void addThumbVerb(CommandLine& line);
 

@@ -44,6 +44,7 @@ class KESTREL_API Conversion {
   Report run(const Events& events = {});
 
  private:
+  friend class DividedConversion;
   class Work;
   std::unique_ptr<Work> work_;
 };
