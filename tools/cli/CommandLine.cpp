@@ -13,36 +13,15 @@
 #include <utility>
 
 #include "tools/cli/HelpText.h"
+#include "tools/cli/PlainArguments.h"
 #include "tools/terminal/Outcome.h"
 #include "tools/terminal/Output.h"
 
 namespace {
 
-/// What the parser gets in front of each argument behind "--", so that it takes none of them for an
-/// option or a verb.
-constexpr char kPlain = '\x1F';
-
 /// What stands in a verb's place and asks for the help of the one behind it, or for the version.
 constexpr std::string_view kHelp = "help";
 constexpr std::string_view kVersion = "version";
-
-bool isPlain(std::string_view argument) { return argument.starts_with(kPlain); }
-
-std::string withoutMark(const std::string& argument) {
-  return isPlain(argument) ? argument.substr(1) : argument;
-}
-
-/// The arguments behind the program's name, last one first, as the parser takes them.
-std::vector<std::string> marked(int argc, char** argv) {
-  std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
-  const auto separator = std::ranges::find(arguments, "--");
-  if (separator != arguments.end() && separator != arguments.begin()) {
-    for (auto plain = separator + 1; plain != arguments.end(); ++plain) plain->insert(0, 1, kPlain);
-    arguments.erase(separator);
-  }
-  std::ranges::reverse(arguments);
-  return arguments;
-}
 
 std::vector<const CLI::App*> shownVerbs(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App* verb) { return !verb->get_group().empty(); });
