@@ -19,7 +19,7 @@
 #include "convert/files/PlaylistTarget.h"
 #include "convert/pictures/AutoCrop.h"
 #include "convert/plan/ConversionPlanner.h"
-#include "convert/plan/PictureEncoding.h"
+#include "convert/plan/PixelFormats.h"
 #include "convert/plan/PlanRules.h"
 #include "convert/plan/SettingsRules.h"
 #include "convert/probe/Colors.h"

@@ -2,7 +2,7 @@
 
 #include "convert/feed/PictureMaker.h"
 #include "convert/feed/PictureTurner.h"
-#include "convert/plan/PictureEncoding.h"
+#include "convert/plan/PixelFormats.h"
 
 namespace kestrel {
 

@@ -19,6 +19,7 @@
 #include "convert/plan/OtherStreams.h"
 #include "convert/plan/OutputShape.h"
 #include "convert/plan/PictureEncoding.h"
+#include "convert/plan/PixelFormats.h"
 #include "convert/plan/PlanRules.h"
 #include "convert/plan/PlannedStreams.h"
 #include "convert/plan/SettingsRules.h"

@@ -1,4 +1,4 @@
-#include "convert/plan/PictureEncoding.h"
+#include "convert/plan/PixelFormats.h"
 
 #include <gmock/gmock.h>
 
