@@ -4,8 +4,11 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/e2e/Kestrel.h"
+#include "tests/support/Ffprobe.h"
 #include "tests/support/FileBytes.h"
 #include "tests/support/Fixture.h"
 #include "tests/support/TempDir.h"
@@ -54,6 +57,27 @@ TEST(ConvertHls, IsPlayedByABrowser) {
     expectWhole(seen["video"], 0.002);
     expectWhole(seen["audio"], 0.03);
   }
+}
+
+TEST(ConvertHls, SubtitlesAreShownAtTheirTimes) {
+  const TempDir folder;
+  ASSERT_TRUE(converts(fixture("text.mkv"), folder / "out.m3u8", {"--fragment", "0.4"}));
+  const auto probed = ffprobeJson(folder / "out.segments/subtitles-1/playlist.m3u8",
+                                  {"-allowed_extensions", "ALL", "-show_packets"});
+  std::vector<std::pair<std::string, std::string>> packets;
+  for (const auto& packet : probed["packets"])
+    packets.emplace_back(packet["pts_time"], packet["duration_time"]);
+  const std::vector<std::pair<std::string, std::string>> expected{{"0.200000", "0.700000"},
+                                                                  {"1.100000", "0.700000"}};
+  EXPECT_EQ(packets, expected);
+  if (!hasBrowser()) GTEST_SKIP() << "no chromium";
+  const auto seen = played(folder.path(), "out.m3u8", 0);
+  SCOPED_TRACE(seen.dump());
+  EXPECT_TRUE(seen["errors"].empty());
+  const auto cues = nlohmann::json::parse(
+      R"([[0.2, 0.9, "First line"], [1.1, 1.8, "Second line\nwith a second row"]])");
+  EXPECT_EQ(seen["subtitles"]["cues"], cues);
+  EXPECT_EQ(seen["subtitles"]["shown"], cues);
 }
 
 TEST(ConvertHls, TheProgramTellsOfThePlan) {
