@@ -26,6 +26,7 @@
 #include "convert/plan/SoundPlanner.h"
 #include "convert/probe/Codecs.h"
 #include "convert/probe/Light.h"
+#include "convert/probe/MeasuredScanning.h"
 #include "convert/probe/Streams.h"
 #include "convert/settings/Require.h"
 #include "support/Containers.h"
@@ -143,11 +144,12 @@ class Planner {
     }
     if (action != StreamAction::kNone && input_.mainVideo)
       pictures_ = &input_.streams[*input_.mainVideo];
-    if (pictures_ && action == StreamAction::kEncode &&
-        (pictures_->video.width <= 0 || pictures_->video.height <= 0))
+    if (pictures_ && (pictures_->video.width <= 0 || pictures_->video.height <= 0))
       throw Failure::input(
           settings_.input,
-          fmt::format("cannot convert '{}': its video has no size", settings_.input));
+          fmt::format("cannot convert '{}': it promises pictures, and none of them "
+                      "were found",
+                      settings_.input));
   }
 
   void planSounds() {
@@ -226,7 +228,7 @@ class Planner {
     const VideoInfo& video = stream.video;
     plan_.look = settings_.look;
     plan_.orientation = video.orientation;
-    const Scanning scanning = measures_.scanning ? measures_.scanning() : Scanning{};
+    const Scanning scanning = scanningOf(stream);
     planTreatment(scanning);
     plan_.picture = measures_.picture;
     if (isHdr(video.color)) plan_.look.hdr = hdrHandling(video, choice);
@@ -269,6 +271,13 @@ class Planner {
              : plan_.targetQuality ? "targetQuality"
                                    : "passes",
              fmt::format("'{}' can be read only once", settings_.input));
+  }
+
+  /// Whoever wants pictures left alone wants none of them looked at.
+  Scanning scanningOf(const StreamInfo& stream) const {
+    if (settings_.deinterlacing == Deinterlacing::kOff)
+      return markedScanning(*source_.formatContext()->streams[stream.index]);
+    return measures_.scanning ? measures_.scanning() : Scanning{};
   }
 
   /// HDR pictures stay so where the encoder holds their fine steps.

@@ -168,6 +168,8 @@ Witness seen(const std::shared_ptr<LMMediaSource>& source, uint32_t video,
 
 }  // namespace
 
+Scanning markedScanning(const AVStream& stream) { return Witness(stream).result(); }
+
 Scanning measuredScanning(const std::shared_ptr<LMMediaSource>& source) {
   const auto video = mainVideo(*source->formatContext());
   if (!video) return {};

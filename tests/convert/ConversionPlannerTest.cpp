@@ -310,6 +310,20 @@ TEST(ConversionPlanner, ARateFactorBeyondTheEncodersRangeIsRefusedWithTheRange) 
   }
 }
 
+TEST(ConversionPlanner, PicturesThatAreLeftAloneAreNotLookedAt) {
+  ConversionSettings settings{.input = fixture("woven-marked.mpg").string(), .output = "a.mp4"};
+  settings.deinterlacing = Deinterlacing::kOff;
+  const auto source = LMMediaSource::mediaWithPath(settings.input);
+  source->open();
+  int looks = 0;
+  const auto plan = planConversion(settings, *source, {.scanning = [&] {
+                                     ++looks;
+                                     return Scanning{};
+                                   }});
+  EXPECT_EQ(looks, 0);
+  EXPECT_EQ(plan.topFieldFirst, true);  // as they are marked
+}
+
 TEST(ConversionPlanner, RefusesWhatCannotBeDone) {
   using enum Failure::Kind;
   ConversionSettings copies;

@@ -129,8 +129,8 @@ TEST_F(ConvertFields, WhatStaysInterlacedIsCodedAndMarkedSo) {
   int count = 0;
   for (const Row& row : {Row{"h264", ".mp4"}, Row{"mpeg2video", ".mkv"}, Row{"mpeg4", ".mp4"},
                          Row{"prores_ks", ".mov"}, Row{"ffv1", ".mkv"}})
-    for (const auto& [name, fields, order] :
-         {std::tuple{"woven-top.avi", "tff", "tt"}, std::tuple{"woven-bottom.mkv", "bff", "bb"}}) {
+    for (const auto& [name, fields, order] : {std::tuple{"woven-marked.mpg", "tff", "tt"},
+                                              std::tuple{"woven-marked-bottom.mpg", "bff", "bb"}}) {
       SCOPED_TRACE(std::string(row.codec) + " " + name);
       const fs::path target = dir_.path() / ("kept" + std::to_string(++count) + row.target);
       ASSERT_TRUE(converts(fixture(name), target,
@@ -144,13 +144,14 @@ TEST_F(ConvertFields, WhatStaysInterlacedIsCodedAndMarkedSo) {
 }
 
 TEST_F(ConvertFields, TurnedUpsideDownTheOtherFieldComesFirst) {
-  EXPECT_EQ(fieldsOf(converted("woven-bottom.mkv", {"--deinterlace", "off", "--vflip"})), "tff");
+  EXPECT_EQ(fieldsOf(converted("woven-marked-bottom.mpg", {"--deinterlace", "off", "--vflip"})),
+            "tff");
 }
 
 TEST_F(ConvertFields, FieldsThatAreNotKeptAreToldOf) {
   const auto told = [&](const Arguments& options) {
     const fs::path target = dir_.path() / ("told" + std::to_string(++count_) + ".mkv");
-    return run(joined({kestrelBinary(), "convert", fixture("woven-top.avi").string(),
+    return run(joined({kestrelBinary(), "convert", fixture("woven-marked.mpg").string(),
                        target.string(), "--duration", "0.1", "--deinterlace", "off"},
                       options))
         .err;
@@ -181,7 +182,7 @@ TEST_F(ConvertFields, ADryRunTellsWhatBecomesOfPictures) {
                            "light denoising", "cropped to 0,0,160x120", "90° turned"})
     EXPECT_NE(bob.find(fact), std::string::npos) << fact << bob;
   EXPECT_NE(
-      planned("woven-top.avi", {"--deinterlace", "off"}).find("interlaced, upper field first"),
+      planned("woven-marked.mpg", {"--deinterlace", "off"}).find("interlaced, upper field first"),
       std::string::npos);
   EXPECT_NE(planned("av-rotated.mp4", {}).find("turned as its tags say"), std::string::npos);
   const auto json =
