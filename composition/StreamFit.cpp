@@ -10,6 +10,7 @@
 #include <set>
 
 #include "platform/codec/MemoryOutput.h"
+#include "support/Containers.h"
 #include "support/LibraryLog.h"
 #include "support/copy/CodecData.h"
 #include "support/copy/StreamCopier.h"
@@ -117,6 +118,7 @@ std::string refusalOf(std::initializer_list<const AVStream*> streams,
     if (copier.error()) return copier.error().message;
     copier.settle();
   }
+  allowLosslessSound(*context);
   const LibraryLog log;
   const int answer = avformat_write_header(context.get(), nullptr);
   return answer < 0 ? log.explain(answer, format.name).message : std::string();

@@ -6,6 +6,7 @@
 #include <string_view>
 
 extern "C" {
+#include <libavcodec/avcodec.h>
 #include <libavutil/dict.h>
 #include <libavutil/parseutils.h>
 }
@@ -51,6 +52,15 @@ bool isOfStudios(const AVOutputFormat& container) {
 bool goesBack(const AVOutputFormat& container) {
   return isOneOf(container, {"avi", "mxf", "mxf_d10", "mxf_opatom", "gxf", "rm", "swf", "caf",
                              "w64", "aiff", "avm2", "f4v"});
+}
+
+void allowLosslessSound(AVFormatContext& output) {
+  const std::span streams(output.streams, output.nb_streams);
+  const bool hasAny = std::ranges::any_of(streams, [](const AVStream* stream) {
+    const AVCodecID codec = stream->codecpar->codec_id;
+    return codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_TRUEHD;
+  });
+  if (hasAny && isMpeg4(*output.oformat)) output.strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
 }
 
 bool takesLateChapters(const AVOutputFormat& container) {

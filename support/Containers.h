@@ -33,6 +33,10 @@ bool isOfStudios(const AVOutputFormat& container);
 /// MPEG-4 is none of them: it can be written in fragments.
 bool goesBack(const AVOutputFormat& container);
 
+/// Has the library write FLAC and TrueHD into MPEG-4, both of which have a standard for it, though
+/// the library calls that experimental. Call before the header is written.
+void allowLosslessSound(AVFormatContext& output);
+
 /// Whether a container that had no chapters when it was begun still takes some, up to its end.
 /// Others write them in their header, and some write that anew at the end, over what is behind it.
 bool takesLateChapters(const AVOutputFormat& container);

@@ -144,6 +144,7 @@ bool Muxer::writeHeader(const std::map<std::string, std::string>& options) {
     if (codec.codec_tag == 0) codec.codec_tag = codecTagFor(*context_->oformat, codec.codec_id, 0);
   }
   allowDolbyVision(*context_);
+  allowLosslessSound(*context_);
   const LibraryLog log;
   const int result = avformat_write_header(context_.get(), dictionary.get());
   if (result < 0) {

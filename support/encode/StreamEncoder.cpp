@@ -69,6 +69,17 @@ AVSampleFormat formatFor(int32_t bits, const AVCodec* codec) {
   return best == AV_SAMPLE_FMT_NONE ? firstSampleFormat(codec) : best;
 }
 
+/// So many samples in a frame of FLAC that the library's reader of files without a container finds
+/// it: it gives up on those of some 256 KiB, as the library's encoder makes of six channels at 192
+/// kHz.
+int flacFrameSize(const AVCodecContext& encoder) {
+  constexpr int kLongest = 16384;         // what the encoder takes for high rates, samples
+  constexpr int64_t kMostBytes = 200000;  // of a frame that is not compressed
+  const int64_t bytes = int64_t{kLongest} * encoder.ch_layout.nb_channels * 3;
+  const bool isLong = encoder.sample_rate > 100000 && bytes > kMostBytes;
+  return isLong ? kLongest / 2 : 0;
+}
+
 }  // namespace
 
 AVSampleFormat floatFormatOf(const AVCodec* codec) {
@@ -96,6 +107,7 @@ void configureSound(const LMFFMovieFileOutputFormat& format, int32_t bits, AVCod
   encoder.sample_rate = format.sample_rate;
   encoder.time_base = {1, format.sample_rate};
   av_channel_layout_from_mask(&encoder.ch_layout, static_cast<uint64_t>(format.channel_layout));
+  if (encoder.codec_id == AV_CODEC_ID_FLAC) encoder.frame_size = flacFrameSize(encoder);
 }
 
 StreamEncoder::StreamEncoder(AVStream* stream, const AVCodec* codec,

@@ -165,6 +165,23 @@ TEST_F(ConvertLevel, QuietSurroundFoldsDownAtItsFullLevel) {
   EXPECT_NEAR(toneAmplitude(left, 880, kRate), 0, 0.001);
 }
 
+// In the same way, surround speakers at the sides and behind, without those of low frequencies.
+TEST_F(ConvertLevel, SevenChannelsFoldDownAtTheirFullLevel) {
+  std::string expression = "'0.05*sin(2*PI*440*t)";
+  for (int i = 1; i < 8; ++i) expression += fmt::format("|0.05*sin(2*PI*{}*t)", 440 * (i + 1));
+  const auto source = sound("quiet.wav", expression + "'", "s=44100:c=7.1", {"-c:a", "pcm_f32le"});
+  const auto output = folder_ / "out.wav";
+  ASSERT_TRUE(converts(source, output, {"--channels", "stereo", "--audio-codec", "pcm_f32le"}));
+  constexpr double kLower = 0.7071;
+  // Front, centre, low frequencies, behind and at the sides.
+  const std::vector<double> left{1, 0, kLower, 0, kLower, 0, kLower, 0};
+  const std::vector<double> right{0, 1, kLower, 0, 0, kLower, 0, kLower};
+  for (int i = 0; i < 8; ++i) {
+    EXPECT_NEAR(toneAmplitude(channel(output, 0), 440 * (i + 1), kRate), 0.05 * left[i], 0.0005);
+    EXPECT_NEAR(toneAmplitude(channel(output, 1), 440 * (i + 1), kRate), 0.05 * right[i], 0.0005);
+  }
+}
+
 // The same Recommendation's one channel: the sides 3 dB lower, the centre as it is, surround 6 dB.
 TEST_F(ConvertLevel, EveryLayoutFoldsDownToMonoAtItsFullLevel) {
   for (const auto& [layout, channels] :

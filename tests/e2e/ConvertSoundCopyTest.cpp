@@ -113,20 +113,25 @@ TEST_F(ConvertSoundCopy, LosslessSoundOfAnyFormStaysBitExact) {
   for (const auto& [rate, layout, channels] : {std::tuple{48000, "stereo", 2},
                                                {96000, "5.1", 6},
                                                {192000, "stereo", 2},
-                                               {48000, "7.1", 8}}) {
+                                               {192000, "5.1", 6},
+                                               {48000, "7.1", 8},
+                                               {192000, "7.1", 8}}) {
     const auto input = folder_ / "in.flac";
+    // Noise, so that frames are as long as they get.
     std::string tones = "'0.3*sin(2*PI*441*t)+0.0000003*sin(2*PI*997*t)";
-    for (int i = 1; i < channels; ++i)
-      tones += "|0.2*sin(2*PI*" + std::to_string(300 + 97 * i) + "*t)";
+    for (int i = 1; i < channels; ++i) tones += "|random(" + std::to_string(i) + ")-0.5";
     ffmpeg({"-f", "lavfi", "-i",
-            "aevalsrc=" + tones + "':d=0.5:s=" + std::to_string(rate) + ":c=" + layout, "-c:a",
-            "flac", "-sample_fmt", "s32", "-bits_per_raw_sample", "24", input.string()});
+            "aevalsrc=" + tones + "':d=0.4:s=" + std::to_string(rate) + ":c=" + layout, "-c:a",
+            "flac", "-sample_fmt", "s32", "-bits_per_raw_sample", "24", "-frame_size", "4096",
+            input.string()});
     const auto hash = [](const std::filesystem::path& file) {
       return ffmpeg({"-i", file.string(), "-map", "0:a", "-c:a", "pcm_s32le", "-f", "md5", "-"});
     };
     for (const auto& [name, options] : {std::pair{"a.flac", Arguments{"--audio-codec", "flac"}},
                                         {"a.mkv", {"--audio-codec", "flac"}},
                                         {"b.mkv", {}},
+                                        {"a.mp4", {"--audio-codec", "flac"}},
+                                        {"b.mp4", {"--audio-codec", "copy"}},
                                         {"a.mov", {"--audio-codec", "alac"}},
                                         {"b.mov", {"--audio-codec", "pcm_s24le"}},
                                         {"a.wav", {}}}) {
