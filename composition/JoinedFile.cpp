@@ -269,7 +269,10 @@ bool JoinedFile::copyInput(const TrackList& input) {
     av_packet_unref(packet.get());
     if (!isFine) return false;
   }
-  for (const auto& track : input) track->setFinished(true);
+  for (const auto& track : input) {
+    track->setFinished(true);
+    track->countIncomplete(*track->source());
+  }
   return !sound_ || goOnWithSound();
 }
 

@@ -33,6 +33,7 @@ struct LMMovieCompositionTrack::State {
   bool finished = false;
   double dts = 0;
   double reached = 0;
+  int64_t incomplete = 0;
 };
 
 LMMovieCompositionTrack::LMMovieCompositionTrack() : state_(std::make_unique<State>()) {}
@@ -72,6 +73,12 @@ void LMMovieCompositionTrack::setFinished(bool finished) { state_->finished = fi
 double LMMovieCompositionTrack::dts() const { return state_->dts; }
 void LMMovieCompositionTrack::setDts(double seconds) { state_->dts = seconds; }
 double LMMovieCompositionTrack::reached() const { return state_->reached; }
+
+int64_t LMMovieCompositionTrack::incompletePackets() const { return state_->incomplete; }
+
+void LMMovieCompositionTrack::countIncomplete(const LMMediaSource& reader) {
+  state_->incomplete = reader.damagedPackets(state_->track);
+}
 
 void LMMovieCompositionTrack::open() {
   if (state_->source) state_->source->open();
@@ -130,6 +137,7 @@ bool LMMovieCompositionTrack::readFrame(AVPacket* packet) {
     return true;
   }
   state_->finished = true;
+  if (state_->source) countIncomplete(*state_->source);
   return false;
 }
 

@@ -45,6 +45,7 @@ bool SharedInputs::read(LMMovieCompositionTrack& track, AVPacket& packet) {
   while (lane.waiting.empty()) {
     if (lane.reader && readAhead(*lane.reader)) continue;
     track.setFinished(true);
+    if (lane.reader) track.countIncomplete(*lane.reader->from);
     return false;
   }
   av_packet_move_ref(&packet, lane.waiting.front().get());

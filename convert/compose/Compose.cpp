@@ -9,8 +9,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include <kestrel/convert/MediaInfo.h>
@@ -58,7 +60,19 @@ double lengthOf(const LMMovieCompositionTrack& track) {
   return lm_ff_time_to_double(mediaInfoOf(*track.source()).duration.value_or(0));
 }
 
-/// Whether the tracks were read to their ends.
+/// Tells of each file which of its packets, of all tracks taken from it, came incomplete.
+void judgeDamage(Report& report, const LMMovieComposition::TrackList& tracks) {
+  std::map<std::string, std::map<int32_t, int64_t>> counts;  // by file and stream
+  for (const auto& track : tracks)
+    counts[track->path()][track->track()] = track->incompletePackets();
+  for (const auto& [path, streams] : counts) {
+    InputEnd end;
+    for (const auto& [stream, count] : streams) end.incomplete += count;
+    judgeInput(report, path, 0, end);
+  }
+}
+
+/// Whether the tracks were read to their ends, and what was damaged.
 Report reportOn(const LMMovieComposition::TrackList& tracks) {
   Report report;
   for (const auto& track : tracks) {
@@ -66,8 +80,9 @@ Report reportOn(const LMMovieComposition::TrackList& tracks) {
     const LMMediaSource& source = *track->source();
     const IndexSet streams{static_cast<uint32_t>(track->track())};
     judgeInput(report, track->path(), {source, *source.formatContext(), streams, {}},
-               {reached, source.lastError(), 0});
+               {.reached = reached, .error = source.lastError()});
   }
+  judgeDamage(report, tracks);
   return report;
 }
 

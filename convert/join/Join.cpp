@@ -146,7 +146,9 @@ Error copyParts(const JoinSettings& settings, std::vector<JoinPart>& parts,
                           fmt::format("cannot write '{}': {}", settings.output, error.message));
   for (size_t i = 0; i < tracks.size(); ++i) {
     const auto reached = static_cast<int64_t>(tracks[i]->reached() * 1e6);
-    owners[i]->end.add({reached, tracks[i]->source()->lastError(), 0});
+    owners[i]->end.add({.reached = reached,
+                        .error = tracks[i]->source()->lastError(),
+                        .incomplete = tracks[i]->incompletePackets()});
     // Subtitles may last longer than what they belong to.
     const AVStream& stream = *owners[i]->outline->streams[tracks[i]->track()];
     if (stream.codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)

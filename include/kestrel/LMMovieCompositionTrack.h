@@ -64,6 +64,12 @@ class KESTREL_API LMMovieCompositionTrack : public Coding {
   /// The end of the packets read so far, in seconds after the input's start.
   double reached() const;
 
+  /// How many of its packets came incomplete, as the container tells; known when all are read.
+  int64_t incompletePackets() const;
+
+  /// Takes that over from `reader`, which has read this track's packets to their end.
+  void countIncomplete(const LMMediaSource& reader);
+
   // The input. Without an input or such a stream: 0, null, false.
 
   void open();

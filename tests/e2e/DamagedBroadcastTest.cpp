@@ -69,6 +69,27 @@ TEST_F(DamagedBroadcast, IsToldWhateverBecomesOfIt) {
   }
 }
 
+TEST_F(DamagedBroadcast, IsToldByJoinsAndCompositionsThatCopyIt) {
+  const fs::path file = whole();
+  const fs::path damaged = holed(file);
+  const std::string output = (folder_ / "out.mkv").string();
+  const auto joined = [&](const fs::path& second) {
+    return run({kestrelBinary(), "join", file.string(), second.string(), "-o", output, "--reencode",
+                "never", "--force"});
+  };
+  const auto composed = [&](const fs::path& input) {
+    return run({kestrelBinary(), "compose", "-o", output, input.string() + ":0",
+                input.string() + ":1", "--force"});
+  };
+  EXPECT_EQ(joined(file).status, 0);
+  EXPECT_EQ(composed(file).status, 0);
+  for (const RunResult& result : {joined(damaged), composed(damaged)}) {
+    EXPECT_EQ(result.status, 3) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("holed.ts' is damaged: 1 of its packets came incomplete"));
+    EXPECT_THAT(result.err, testing::Not(HasSubstr("libx265.ts'")));
+  }
+}
+
 // Their counters begin anew, and nothing is missing.
 TEST_F(DamagedBroadcast, RecordingsThatAreLaidEndToEndAreWhole) {
   const std::string bytes = readBytes(whole("libx264"));
