@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-#include <string_view>
 #include <utility>
 
 #include "support/Chapters.h"
@@ -16,6 +15,7 @@
 #include "support/DictionaryEntries.h"
 #include "support/FFmpegCompat.h"
 #include "support/FFmpegError.h"
+#include "support/LastingTags.h"
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -46,14 +46,11 @@ bool CompositionFile::refuse(std::string why, int code) {
 }
 
 void CompositionFile::setTags(const AVFormatContext& input) {
-  // What the old container says of itself is not true of the new one.
-  static constexpr std::string_view kOfContainer[] = {"major_brand", "minor_version",
-                                                      "compatible_brands", "encoder"};
+  std::vector<std::pair<std::string, std::string>> tags;
   const AVDictionaryEntry* entry = nullptr;
-  AVFormatContext* context = muxer_.context();
-  while (context && (entry = av_dict_get(input.metadata, "", entry, AV_DICT_IGNORE_SUFFIX)))
-    if (!std::ranges::count(kOfContainer, entry->key))
-      av_dict_set(&context->metadata, entry->key, entry->value, 0);
+  while ((entry = av_dict_get(input.metadata, "", entry, AV_DICT_IGNORE_SUFFIX)))
+    tags.emplace_back(entry->key, entry->value);
+  if (muxer_.context()) addEntries(lastingTags(tags), &muxer_.context()->metadata);
 }
 
 void CompositionFile::addChapter(const AVChapter& input, int64_t start, int64_t end) {

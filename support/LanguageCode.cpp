@@ -37,4 +37,9 @@ std::string shortLanguageCode(const std::string& code) {
   return isCode ? std::string(language.data(), static_cast<size_t>(length)) : std::string();
 }
 
+std::string longLanguageCode(const std::string& code) {
+  if (code.size() == 3) return code;
+  return uloc_getISO3Language(lowerCased(code).c_str());
+}
+
 }  // namespace kestrel

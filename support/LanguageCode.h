@@ -8,4 +8,8 @@ namespace kestrel {
 /// for "fra" and "fre"; three letters where there are no two. "" for what is no code of a language.
 std::string shortLanguageCode(const std::string& code);
 
+/// The code of three letters, as most containers hold it (ISO 639-2): "eng" for "en-GB". One of
+/// three letters stays as it is. "" for what is no code of a language.
+std::string longLanguageCode(const std::string& code);
+
 }  // namespace kestrel

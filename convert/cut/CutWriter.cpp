@@ -20,6 +20,7 @@
 #include "convert/run/PlannedOutput.h"
 #include "support/Containers.h"
 #include "support/DictionaryEntries.h"
+#include "support/LastingTags.h"
 #include "support/copy/PacketTimes.h"
 #include "support/copy/StreamCopier.h"
 

@@ -26,6 +26,7 @@
 #include "convert/probe/Light.h"
 #include "convert/probe/Streams.h"
 #include "convert/run/PlannedOutput.h"
+#include "support/LastingTags.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

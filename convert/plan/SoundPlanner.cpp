@@ -112,7 +112,8 @@ class SoundPlanner {
 
   /// The sound tracks that are wanted, as users count them, and the others' reason.
   std::vector<uint32_t> wantedSounds() {
-    const IndexSet chosen = chosenAudios(settings_.audioTracks, source_);
+    const IndexSet chosen = chosenAudios(settings_.audioTracks, source_,
+                                         settings_.mixesAudio ? "mixesAudio" : "audioTracks");
     const bool takesOne = holdsOneSound(container_) && !settings_.mixesAudio;
     const bool isChoice = settings_.audioTracks != TrackChoice::all();
     if (takesOne && chosen.size() > 1 && isChoice)
@@ -135,7 +136,11 @@ class SoundPlanner {
 
   /// `isOnly`: without it there would be no sound, and nobody would know why.
   void copySound(const StreamInfo& stream, bool isOnly) {
-    const std::string refusal = isOnly ? "" : refusalOf(container_, streamAt(stream.index));
+    const AVStream& own = streamAt(stream.index);
+    const bool isFound = own.codecpar->sample_rate > 0;
+    const std::string refusal = !isFound ? "none of it was found"
+                                : isOnly ? ""
+                                         : refusalOf(container_, own);
     if (refusal.empty())
       streams_.push_back(planned(stream, StreamAction::kCopy));
     else

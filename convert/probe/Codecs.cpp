@@ -70,9 +70,16 @@ bool misplaces(const AVOutputFormat& format, const AVCodecParameters& parameters
   return !(hasHeaders && isRowOfPackets(format)) && misplaces(format, parameters.codec_id);
 }
 
+/// Whether a container is one of sound alone, which has room for covers at most.
+bool isForSound(const AVOutputFormat& format) {
+  return format.audio_codec != AV_CODEC_ID_NONE &&
+         (format.video_codec == AV_CODEC_ID_NONE || format.video_codec == AV_CODEC_ID_PNG);
+}
+
 /// Whether a container has a place for a codec, one that players will find it in.
 bool holds(const AVOutputFormat& format, AVCodecID codec) {
   if (misplaces(format, codec)) return false;
+  if (isForSound(format) && avcodec_get_type(codec) == AVMEDIA_TYPE_VIDEO) return false;
   if (isTransportStream(format)) return true;
   return answerOf(format, codec) != 0;
 }
@@ -179,10 +186,9 @@ const AVOutputFormat& outputFormatNamed(const std::string& name) {
 AVCodecID defaultVideoCodec(const AVOutputFormat& format, const std::string& path) {
   static const std::vector<std::string> kSoundNames{".m4a", ".m4b", ".m4r", ".oga", ".mka", ".wma"};
   const std::string name = lowerCased(path);
-  const bool isForSound = std::ranges::any_of(
+  const bool isNamedForSound = std::ranges::any_of(
       kSoundNames, [&](const std::string& extension) { return name.ends_with(extension); });
-  // Where a cover is all that a container has for pictures, it is for sound, too.
-  if (isForSound || format.video_codec == AV_CODEC_ID_PNG) return AV_CODEC_ID_NONE;
+  if (isNamedForSound || isForSound(format)) return AV_CODEC_ID_NONE;
   if (outlivedItsCodecs(format) && avcodec_find_encoder(AV_CODEC_ID_H264)) return AV_CODEC_ID_H264;
   return orElse(format, format.video_codec, {AV_CODEC_ID_H264, AV_CODEC_ID_MPEG4});
 }

@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "support/LanguageCode.h"
 #include "support/Words.h"
 
 extern "C" {
@@ -71,8 +72,11 @@ std::optional<bool> isIn(const Table& table, const AVOutputFormat& container,
 std::string heldLanguage(const AVOutputFormat& container, const std::string& code) {
   static const Names kWithout{"avi", "flv",  "mpeg", "vob", "dvd",  "vcd",  "svcd", "mxf",
                               "mp3", "flac", "wav",  "w64", "aiff", "adts", "ac3"};
+  static const Names kOfThreeLetters{"mp4", "mov", "ipod", "3gp", "3g2", "mpegts", "asf"};
   if (kWithout.contains(container.name)) return {};
-  return std::string_view(container.name) == "mov" ? inQuickTime(code) : code;
+  if (!kOfThreeLetters.contains(container.name)) return code;
+  const std::string known = longLanguageCode(code);
+  return std::string_view(container.name) == "mov" ? inQuickTime(known) : known;
 }
 
 std::string languageOfQuickTime(const std::string& name) {
@@ -91,6 +95,8 @@ bool holdsFlag(const AVOutputFormat& container, std::string_view flag) {
                               "captions", "descriptions", "dub"}},
                             {"mov", {"default"}},
                             {"ipod", {"default"}},
+                            {"3gp", {"default"}},
+                            {"3g2", {"default"}},
                             {"mpegts", {"hearing_impaired", "visual_impaired"}},
                             {"avi", {}},
                             {"flv", {}},
@@ -115,25 +121,39 @@ bool holdsTitles(const AVOutputFormat& container) {
 }
 
 bool holdsTag(const AVOutputFormat& container, std::string_view tag) {
-  static const Names kKnown{"title",       "artist",  "album",    "album_artist",
-                            "date",        "genre",   "composer", "copyright",
-                            "description", "comment", "track",    "location"};
-  static const Names kOfRiff{"title", "artist", "album",     "date",
-                             "genre", "track",  "copyright", "comment"};
-  static const Table kTags{
-      {"mp4", kKnown},
-      {"ipod", kKnown},
-      {"mov", {"title", "artist", "album", "date", "genre", "copyright", "comment", "location"}},
-      {"avi", kOfRiff},
-      {"wav", kOfRiff},
-      {"aiff", {"title", "copyright", "comment"}},
-      {"mpegts", {}},
-      {"mpeg", {}},
-      {"vob", {}},
-      {"dvd", {}},
-      {"vcd", {}},
-      {"svcd", {}},
-      {"mxf", {}}};
+  static const Names kKnown{
+      "title",      "artist",        "album",        "album_artist", "author",    "performer",
+      "conductor",  "composer",      "director",     "producer",     "publisher", "date",
+      "genre",      "copyright",     "description",  "synopsis",     "comment",   "keywords",
+      "lyrics",     "track",         "disc",         "grouping",     "show",      "network",
+      "episode_id", "season_number", "episode_sort", "location",     "language",  "rating",
+      "make",       "model"};
+  static const Names kOfMpeg4{
+      "title",      "artist",        "album",        "album_artist", "composer", "date",
+      "genre",      "copyright",     "description",  "synopsis",     "comment",  "keywords",
+      "lyrics",     "track",         "disc",         "grouping",     "show",     "network",
+      "episode_id", "season_number", "episode_sort", "location"};
+  static const Names kOfPhones{"title", "artist",    "author",  "album",   "date",
+                               "genre", "copyright", "comment", "location"};
+  static const Names kOfRiff{"title", "artist",    "album",   "date",    "genre",
+                             "track", "copyright", "comment", "language"};
+  static const Table kTags{{"mp4", kOfMpeg4},
+                           {"ipod", kOfMpeg4},
+                           {"mov",
+                            {"title", "artist", "author", "album", "date", "genre", "copyright",
+                             "comment", "location", "make", "model"}},
+                           {"3gp", kOfPhones},
+                           {"3g2", kOfPhones},
+                           {"avi", kOfRiff},
+                           {"wav", kOfRiff},
+                           {"aiff", {"title", "author", "copyright", "comment"}},
+                           {"mpegts", {}},
+                           {"mpeg", {}},
+                           {"vob", {}},
+                           {"dvd", {}},
+                           {"vcd", {}},
+                           {"svcd", {}},
+                           {"mxf", {}}};
   const std::string lowered = lowerCased(tag);
   return !kKnown.contains(lowered) || isIn(kTags, container, lowered).value_or(true);
 }

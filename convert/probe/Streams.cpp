@@ -151,7 +151,8 @@ std::vector<std::optional<uint32_t>> audioTracksOf(const LMMediaSource& source) 
   return indexes;
 }
 
-IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source) {
+IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source,
+                      const std::string& setting) {
   const AVFormatContext& input = *source.formatContext();
   const auto tracks = audioTracksOf(source);
   const auto firstWhere = [&](auto isWanted) {
@@ -175,7 +176,7 @@ IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source) {
       if (number >= tracks.size())
         throw Failure::settings(
             fmt::format("there is no audio track {}: the input has {}", number, tracks.size()),
-            "audioTracks");
+            setting);
       if (!tracks[number])
         throw Failure::input(source.path(),
                              fmt::format("audio track {} is not in the title's VOBs", number));
@@ -187,7 +188,7 @@ IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source) {
       [&](const AVStream& stream) { return isSameLanguage(languageOf(stream), wanted.language); });
   if (chosen.empty())
     throw Failure::settings(fmt::format("there is no audio track in '{}'", wanted.language),
-                            "audioTracks");
+                            setting);
   return chosen;
 }
 

@@ -54,7 +54,8 @@ IndexSet decodableAudios(const AVFormatContext& input);
 std::vector<std::optional<uint32_t>> audioTracksOf(const LMMediaSource& source);
 
 /// The container indexes of the audio streams that `wanted` names, in the order in which users
-/// count them. Throws `Failure` for one that is not there.
-IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source);
+/// count them. Throws `Failure`, of the setting that chose, for one that is not there.
+IndexSet chosenAudios(const TrackChoice& wanted, const LMMediaSource& source,
+                      const std::string& setting = "audioTracks");
 
 }  // namespace kestrel

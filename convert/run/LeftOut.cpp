@@ -11,6 +11,7 @@
 #include "convert/probe/Labels.h"
 #include "convert/probe/StreamsLeftOut.h"
 #include "support/Containers.h"
+#include "support/LastingTags.h"
 #include "support/Words.h"
 
 extern "C" {
@@ -67,7 +68,7 @@ std::string nameOf(const StreamInfo& stream) {
 }
 
 /// What is written on a stream that is kept and the container has no place for. That the first of a
-/// kind is the default need not be written, and nobody chooses among pictures.
+/// kind is the default need not be written, and nobody chooses among pictures by flags.
 void addLostLabels(std::vector<std::string>& lost, const PlannedStream& stream,
                    const ConversionPlan& plan, const StreamInfo& own,
                    const AVOutputFormat& container) {
@@ -75,13 +76,17 @@ void addLostLabels(std::vector<std::string>& lost, const PlannedStream& stream,
     const auto found = stream.tags.find(name);
     return found == stream.tags.end() ? std::string() : found->second;
   };
-  if (stream.kind != Kind::kAudio && stream.kind != Kind::kSubtitle) return;
+  const bool isChosen = stream.kind == Kind::kAudio || stream.kind == Kind::kSubtitle;
+  if (!isChosen && (stream.kind != Kind::kVideo || stream.isCover)) return;
+  // Transport streams have languages of what people choose.
+  const bool hasLanguage = isChosen || !isTransportStream(container);
   if (const std::string code = tag("language");
-      !code.empty() && heldLanguage(container, code).empty())
+      !code.empty() && (!hasLanguage || heldLanguage(container, code).empty()))
     lost.push_back(fmt::format("the language {} of {}", code, numberOf(own)));
   if (!tag("title").empty() && !holdsTitles(container))
     lost.push_back(fmt::format("the title of {}", numberOf(own)));
   for (const std::string& flag : stream.disposition) {
+    if (!isChosen) break;
     const bool isSaid = flag == "default" && plan.kept(stream.kind).front() == &stream;
     if (!isSaid && !holdsFlag(container, flag))
       lost.push_back(fmt::format("the flag {} of {}", flag, numberOf(own)));
@@ -98,7 +103,9 @@ std::string lostLabels(const ConversionPlan& plan, const MediaInfo& info,
   std::vector<std::string> tags;
   if (plan.keepsMetadata)
     for (const auto& [name, value] : info.tags)
-      if (!value.empty() && !holdsTag(container, name)) tags.push_back(lowerCased(name));
+      if (const std::string known = commonTagName(name);
+          !value.empty() && !holdsTag(container, known))
+        tags.push_back(lowerCased(known));
   if (!tags.empty())
     lost.push_back(fmt::format("the tag{} {}", tags.size() == 1 ? "" : "s", fmt::join(tags, ", ")));
   if (lost.empty()) return {};

@@ -11,6 +11,7 @@
 #include "convert/plan/EncoderParameters.h"
 #include "convert/probe/Labels.h"
 #include "convert/probe/Light.h"
+#include "support/LastingTags.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -120,16 +121,6 @@ void requireOutput(const LMFFMovieFileOutput& output, const std::string& target)
     throw output.interrupt() && output.interrupt()()
         ? Failure::interrupted()
         : Failure::output(target, fmt::format("cannot write '{}': {}", target, error.message));
-}
-
-std::map<std::string, std::string> lastingTags(const Tags& tags) {
-  // What the old container says of itself is not true of the new one.
-  static const std::vector<std::string> kOfContainer{"major_brand", "minor_version",
-                                                     "compatible_brands", "encoder"};
-  std::map<std::string, std::string> lasting;
-  for (const auto& [name, value] : tags)
-    if (!std::ranges::count(kOfContainer, name)) lasting[name] = value;
-  return lasting;
 }
 
 std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const MediaInfo& input, int64_t start,

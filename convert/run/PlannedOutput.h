@@ -40,9 +40,6 @@ AVStream* openEncodedSound(LMFFMovieFileOutput& output, const SoundEncoding& sou
 /// Throws `Failure`, which names `target`, when the output has failed.
 void requireOutput(const LMFFMovieFileOutput& output, const std::string& target);
 
-/// The tags of an input that are true of another file, too.
-std::map<std::string, std::string> lastingTags(const Tags& tags);
-
 /// The chapters of an input between two of its times (microseconds after its start), counted from
 /// the first of these.
 std::vector<LMFFMovieFileOutput::Chapter> chaptersOf(const MediaInfo& input, int64_t start,

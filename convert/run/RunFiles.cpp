@@ -12,6 +12,7 @@
 #include <kestrel/convert/Failure.h>
 #include "convert/run/PlannedOutput.h"
 #include "support/LanguageCode.h"
+#include "support/LastingTags.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

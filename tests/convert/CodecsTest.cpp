@@ -65,6 +65,14 @@ TEST(Codecs, WavHoldsNoPacketsThatNeedFraming) {
   EXPECT_FALSE(isRefused("a.caf", AV_CODEC_ID_ALAC));
 }
 
+// What they have room for are covers.
+TEST(Codecs, ContainersOfSoundHoldNoPictures) {
+  for (const std::string path : {"a.mp3", "a.flac", "a.wav", "a.aiff", "a.opus", "a.ac3", "a.wv"})
+    for (const AVCodecID codec : {AV_CODEC_ID_H264, AV_CODEC_ID_VP9, AV_CODEC_ID_MJPEG})
+      EXPECT_TRUE(isRefused(path, codec)) << path << codec;
+  EXPECT_FALSE(isRefused("a.mp4", AV_CODEC_ID_H264));
+}
+
 // The muxer of .mka has no tag for it, and writes it.
 TEST(Codecs, SoundThatMatroskaHoldsGoesIntoBothItsFiles) {
   for (const std::string path : {"a.mkv", "a.mka"})

@@ -39,6 +39,9 @@ TEST(Labels, OfTwoCodesForALanguageQuickTimeGetsTheOneThatItKnows) {
   EXPECT_EQ(held("a.mp4", "afr"), "afr");
   EXPECT_EQ(held("a.mkv", "fre"), "fre");
   EXPECT_EQ(held("a.avi", "fre"), "");
+  EXPECT_EQ(held("a.mp4", "en-GB"), "eng");  // three letters are all it has
+  EXPECT_EQ(held("a.mov", "sv"), "sve");
+  EXPECT_EQ(held("a.mkv", "en-GB"), "en-GB");
   EXPECT_EQ(languageOfQuickTime("sve"), "swe");
   EXPECT_EQ(languageOfQuickTime("fra"), "fra");
 }
@@ -136,6 +139,50 @@ TEST_F(LabelsLeftOut, WhatAviAndTransportStreamsDoNotHoldIsNamedInOneLine) {
   EXPECT_THAT(sounds("out.ts"), ElementsAre("fre", "swe"));
   EXPECT_THAT(leftOut("out.ts", {.video = StreamAction::kCopy, .keepsMetadata = false}),
               ElementsAre(prefix_ + "the flag comment of sound #2: mpegts cannot hold it"));
+}
+
+/// Tags that a film of Matroska may have beside those of the class, with the pictures' language.
+TEST_F(LabelsLeftOut, WhateverPeopleCallATagIsNamed) {
+  const std::string film = folder_ / "film.mkv";
+  ASSERT_EQ(run({"ffmpeg", "-v", "error", "-i", input_, "-map", "0:v", "-c", "copy", "-metadata",
+                 "director=Dora", "-metadata", "synopsis=Long", "-metadata", "year=1999",
+                 "-metadata:s:v", "language=ger", film})
+                .status,
+            0);
+  const auto leftOutOf = [&](const char* name) {
+    return Conversion({.input = film,
+                       .output = folder_ / name,
+                       .replaces = true,
+                       .video = StreamAction::kCopy})
+        .run()
+        .leftOut;
+  };
+  const std::string prefix = "left out of '" + film + "': ";
+  EXPECT_THAT(leftOutOf("out.mp4"), ElementsAre(prefix + "the tag director: mp4 cannot hold it"));
+  EXPECT_THAT(leftOutOf("out.ts"),
+              ElementsAre(prefix + "the language ger of pictures #0, the tags title, synopsis, "
+                                   "artist, composer, director: mpegts cannot hold them"));
+}
+
+TEST_F(LabelsLeftOut, WherePhonesWereGoesAlong) {
+  const std::string phone = folder_ / "phone.mov";
+  ASSERT_EQ(run({"ffmpeg", "-v", "error", "-i", fixture("video-only.mp4").string(), "-c", "copy",
+                 "-map_metadata", "-1", "-movflags", "use_metadata_tags", "-metadata",
+                 "com.apple.quicktime.location.ISO6709=+48.1374+011.5755/", "-metadata",
+                 "com.apple.quicktime.model=Nine", phone})
+                .status,
+            0);
+  const auto placeIn = [&](const char* name) {
+    const Report report =
+        Conversion({.input = phone, .output = folder_ / name, .video = StreamAction::kCopy}).run();
+    const auto tags = ffprobeJson(folder_ / name)["format"]["tags"];
+    return std::pair{tags.value("location", tags.value("LOCATION", "")), report.leftOut};
+  };
+  EXPECT_EQ(placeIn("out.mov"), (std::pair{std::string("+48.1374+011.5755/"), Strings{}}));
+  EXPECT_EQ(placeIn("out.mkv"), (std::pair{std::string("+48.1374+011.5755/"), Strings{}}));
+  EXPECT_EQ(placeIn("out.mp4"),
+            (std::pair{std::string("+48.1374+011.5755/"),
+                       Strings{"left out of '" + phone + "': the tag model: mp4 cannot hold it"}}));
 }
 
 TEST_F(LabelsLeftOut, LossesHaveAVerbOfTheirOwn) {

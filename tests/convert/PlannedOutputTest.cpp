@@ -66,14 +66,6 @@ TEST_F(PlannedOutput, ChaptersOutsideTheSpanAreLeftOut) {
   EXPECT_TRUE(chapters(2000000, 3000000).empty());
 }
 
-TEST_F(PlannedOutput, TagsAreKeptButForWhatTheContainerSaysOfItself) {
-  const kestrel::Tags tags{
-      {"title", "A"},           {"comment", "of an encoder"},      {"major_brand", "isom"},
-      {"minor_version", "512"}, {"compatible_brands", "isomiso2"}, {"encoder", "somebody's"}};
-  EXPECT_EQ(lastingTags(tags), (Tags{{"title", "A"}, {"comment", "of an encoder"}}));
-  EXPECT_EQ(lastingTags({}), Tags());
-}
-
 TEST_F(PlannedOutput, ALanguageIsATag) {
   StreamInfo stream;
   EXPECT_EQ(languageTag(stream), Tags());

@@ -135,6 +135,17 @@ TEST_F(ConvertBitmapSubtitles, OfADiscWithAStillConvertFromAnyStart) {
                  {"--subtitle-track", "1", "--start", start, "--duration", "0.5", "--force"}));
 }
 
+// Its pictures and its sound are promised, and the file has not a packet of them.
+TEST_F(ConvertBitmapSubtitles, WithoutThePicturesOfTheirBroadcastSayWhatIsMissing) {
+  const auto source = mediaFile(kBroadcast);
+  const auto output = folder_ / "out.mkv";
+  for (const char* codec : {"h264", "copy"})
+    EXPECT_TRUE(endsWithSentence(convert(source, output, {"--video-codec", codec}), 1,
+                                 "it promises pictures, and none of them were found"));
+  const auto sound = convert(source, output, {"--video-codec", "none", "--audio-codec", "copy"});
+  EXPECT_TRUE(endsWithSentence(sound, 1, "has no stream that goes into"));
+}
+
 TEST_F(ConvertBitmapSubtitles, ShowInSinglePictures) {
   const auto source = movie();
   const std::string& expected = overlaid();

@@ -132,6 +132,15 @@ TEST_F(ConvertTracks, OneThatIsNotThereIsWrongUsage) {
   }
 }
 
+TEST_F(ConvertTracks, OneOfAMixThatIsNotThereIsTheMixsFault) {
+  const auto mixed = [&](const char* tracks) {
+    return convert(fixture("av-tracks.mkv"), folder_ / "out.wav", {"--mix", tracks});
+  };
+  EXPECT_TRUE(
+      endsWithSentence(mixed("0,5"), 2, "--mix: there is no audio track 5: the input has 2"));
+  EXPECT_TRUE(endsWithSentence(mixed("deu"), 2, "--mix: there is no audio track in 'deu'"));
+}
+
 TEST_F(ConvertTracks, OfAnInputWithoutSoundNoneIsThereButAllAre) {
   const auto silent = fixture("video-only.mp4");
   const Arguments copy{"--video-codec", "copy"};

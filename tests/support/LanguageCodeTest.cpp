@@ -6,6 +6,13 @@ namespace kestrel::test {
 namespace {
 
 // ISO 639: two letters where there are any, whichever of the longer codes is given.
+TEST(LanguageCode, HasThreeLettersWhereContainersTakeNoOthers) {
+  EXPECT_EQ(longLanguageCode("en-GB"), "eng");
+  EXPECT_EQ(longLanguageCode("fr"), "fra");
+  EXPECT_EQ(longLanguageCode("fre"), "fre");
+  EXPECT_EQ(longLanguageCode("no language"), "");
+}
+
 TEST(LanguageCode, IsTheShortestThereIs) {
   EXPECT_EQ(shortLanguageCode("fr"), "fr");
   EXPECT_EQ(shortLanguageCode("fra"), "fr");
