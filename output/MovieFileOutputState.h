@@ -137,4 +137,7 @@ struct LMFFMovieFileOutput::State {
   }
 };
 
+/// In which a stream's encoder takes sound.
+LMFFAudioFormat formatOf(const AVStream& sound);
+
 }  // namespace kestrel
