@@ -38,6 +38,12 @@ FilterRow colorControls(float saturation, float brightness, float contrast) {
            {kCIInputContrastKey, contrast}}};
 }
 
+/// The same without cutting shadows off.
+FilterRow withShadows(FilterRow controls, float slope) {
+  controls.settings.push_back({"inputShadowSlope", slope});
+  return controls;
+}
+
 FilterRow monochrome(double red, double green, double blue) {
   return {"CIColorMonochrome",
           {{kCIInputColorKey, Color{red, green, blue, 1}}, {kCIInputIntensityKey, 1.0F}}};
@@ -95,7 +101,7 @@ std::vector<EffectRow> catalogue() {
       {"Monochrome", "shades of violet", {monochrome(132 / 255.0, 97 / 255.0, 0.6)}},
       {"Glow",
        "soft light around what is bright, strong contrast",
-       {glow("CIGloom", 30.0F), colorControls(1.0F, 0.25F, 2.2F)}},
+       {glow("CIGloom", 30.0F), withShadows(colorControls(1.0F, 0.25F, 2.2F), 0.6F)}},
       {"Gloom", "bright places lose their shine", {glow("CIGloom", 30.0F)}},
       {"Bloom", "bright places shine over their edges", {glow("CIBloom", 40.0F)}},
       {"Pixellate",

@@ -55,9 +55,10 @@ BitmapContext* DrawingSurface::share() {
   return context();
 }
 
-bool DrawingSurface::drawInto(AVFrame& frame, const Image& image) {
+bool DrawingSurface::drawInto(AVFrame& frame, const Image& image, bool byFields) {
   const bool isSameSize = frame.width == width() && frame.height == height();
-  const auto target = yuvTargetOf(frame);
+  auto target = yuvTargetOf(frame);
+  if (target) target->format.byFields = byFields && target->format.chromaShiftY == 1;
   if (isShared_ || !context_ || !isSameSize || !target) return false;
   const Rect bounds = boundsOf(width(), height());
   std::shared_ptr<const AVFrame> drawn = FramePtr(av_frame_clone(&frame));

@@ -33,8 +33,8 @@ class DrawingSurface {
 
   /// Draws `image` over what the surface shows, stretched over all of it, into `frame`, which has
   /// the context's size. False, and the surface as it was, when the frame's pixel format or the
-  /// context being shared does not allow that.
-  bool drawInto(AVFrame& frame, const Image& image);
+  /// context being shared does not allow that. `byFields` says how chroma of 4:2:0 is made.
+  bool drawInto(AVFrame& frame, const Image& image, bool byFields = false);
 
   /// Draws `image` over what `context` shows, stretched over all of it.
   void draw(const Image& image, BitmapContext& context) const;

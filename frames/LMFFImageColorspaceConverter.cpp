@@ -16,6 +16,7 @@ extern "C" {
 #include <utility>
 
 #include "frames/DrawingSurface.h"
+#include "frames/DrawnFormat.h"
 #include "frames/PicturePool.h"
 #include "frames/PictureScaler.h"
 #include "support/FFmpegOwners.h"
@@ -118,8 +119,11 @@ struct LMFFImageColorspaceConverter::State {
   DrawingSurface surface;
 
   PicturePool pool;
+  PicturePool drawnPool;  ///< of pictures that are drawn in another form
   PictureScaler scaler;
   std::optional<Scaler> how;  ///< of pictures of another size
+  AVChromaLocation drawnChroma = AVCHROMA_LOC_UNSPECIFIED;
+  bool drawsByFields = false;
   ImageContext renderer;
   FramePtr next = makeFrame();   ///< the picture in the making
   FramePtr bytes = makeFrame();  ///< shows the pixels of a buffer as a frame
@@ -128,6 +132,7 @@ struct LMFFImageColorspaceConverter::State {
   bool prepare(const AVFrame& source);
   void convert(const AVFrame& source);
   bool convert(const Image& image);
+  bool drawAs(int form, const Image& image);
   bool show(const AVFrame& source);
   bool scalePlanes(const AVFrame& source);
   void publish();
@@ -158,18 +163,31 @@ void LMFFImageColorspaceConverter::State::convert(const AVFrame& source) {
   }
 }
 
-/// Draws an image, which counts as RGB, right into the output's planes; false when these are not of
-/// the kind, or not of the size that is wanted now.
+/// Draws an image, which counts as RGB, right into the output's planes, or into others of the same
+/// depth; false when there are none, or the output is not of the size that is wanted now.
 bool LMFFImageColorspaceConverter::State::convert(const Image& image) {
   const FramePtr rgb = makeFrame();
   rgb->format = AV_PIX_FMT_RGBA;
   const LMFFVideoFormat now = format.get();
-  if (!prepare(*rgb) || next->width != now.width || next->height != now.height ||
-      !isYuvPlanes(next->format) || !pool.allocate(*next) || !surface.drawInto(*next, image)) {
+  if (!prepare(*rgb) || next->width != now.width || next->height != now.height) return false;
+  const int form = drawnFormat(next->format);
+  if (form == AV_PIX_FMT_NONE || !pool.allocate(*next)) return false;
+  next->chroma_location = drawnChroma;
+  if (form != next->format ? !drawAs(form, image) : !surface.drawInto(*next, image, drawsByFields))
     return false;
-  }
   publish();
   return true;
+}
+
+/// Draws an image in planes of another form and brings them to that of `next`.
+bool LMFFImageColorspaceConverter::State::drawAs(int form, const Image& image) {
+  const FramePtr drawn = makeFrame();
+  if (av_frame_copy_props(drawn.get(), next.get()) < 0) return false;
+  drawn->format = form;
+  drawn->width = next->width;
+  drawn->height = next->height;
+  return drawnPool.allocate(*drawn) && surface.drawInto(*drawn, image, drawsByFields) &&
+         scaler.scale(*drawn, *next);
 }
 
 /// Gives `next` the pixels of `source`.
@@ -223,6 +241,11 @@ std::optional<Scaler> LMFFImageColorspaceConverter::scaler() const { return stat
 
 void LMFFImageColorspaceConverter::setScaler(const std::optional<Scaler>& scaler) {
   state_->how = scaler;
+}
+
+void LMFFImageColorspaceConverter::setChromaPlace(int32_t location, bool byFields) {
+  state_->drawnChroma = static_cast<AVChromaLocation>(location);
+  state_->drawsByFields = byFields;
 }
 
 AVFrame* LMFFImageColorspaceConverter::outputFrame() const { return state_->output.get(); }

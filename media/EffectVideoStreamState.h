@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrel/ImageContext.h>
 #include <kestrel/LMFFEffectVideoStream.h>
 #include <kestrel/MovieLook.h>
 #include <kestrel/ToneMapping.h>
@@ -25,7 +26,10 @@ struct LMFFEffectVideoStream::State {
   std::shared_ptr<AVFrame> pending;
   std::optional<HdrLight> light;  // of an HDR picture
 
-  void convert(const AVFrame* frame);
+  ImageContext renderer;
+
+  void convert(const std::shared_ptr<const AVFrame>& frame);
+  FramePtr drawn(const std::shared_ptr<const AVFrame>& frame) const;
   bool canWait(const std::shared_ptr<const AVFrame>& frame) const;
   void convertPending();
   bool isOutdated() const;

@@ -55,11 +55,25 @@ void LMFFEffectVideoStream::updateConverter() {
 }
 
 /// A frame that is refused shows as an empty picture.
-void LMFFEffectVideoStream::State::convert(const AVFrame* frame) {
+void LMFFEffectVideoStream::State::convert(const std::shared_ptr<const AVFrame>& frame) {
   imageFrame.reset();
   if (!frame || !converter) return;
   isOpaque = !hasAlpha(frame->format);
-  imageFrame = converter->convert(*frame);
+  imageFrame = canWait(frame) ? drawn(frame) : converter->convert(*frame);
+}
+
+/// The bytes of a picture that could wait: those that the image engine makes of it, so that it
+/// looks the same to the bit whether somebody asked for them or not. Null without memory.
+FramePtr LMFFEffectVideoStream::State::drawn(const std::shared_ptr<const AVFrame>& frame) const {
+  FramePtr bytes = makeFrame();
+  bytes->format = AV_PIX_FMT_RGBA;
+  bytes->width = frame->width;
+  bytes->height = frame->height;
+  const Rect bounds{{0, 0}, {1.0 * frame->width, 1.0 * frame->height}};
+  const auto image = Image::fromPlanes(yuvPictureOf(frame).value_or(YUVPicture{}));
+  const bool isDrawn = av_frame_get_buffer(bytes.get(), 0) >= 0 &&
+                       renderer.render(image, bounds, bytes->data[0], bytes->linesize[0]);
+  return isDrawn ? std::move(bytes) : nullptr;
 }
 
 /// True when the image engine can do without the converter, which would not change more than the
@@ -89,7 +103,7 @@ bool LMFFEffectVideoStream::State::isOutdated() const {
 }
 
 void LMFFEffectVideoStream::State::convertPending() {
-  if (const auto frame = std::exchange(pending, nullptr)) convert(frame.get());
+  if (const auto frame = std::exchange(pending, nullptr)) convert(frame);
 }
 
 void LMFFEffectVideoStream::writeFrame(const AVFrame* frame) { writeFrame(frame, {}); }
@@ -106,7 +120,7 @@ void LMFFEffectVideoStream::writeFrame(const AVFrame* frame, const DataProvider&
   if (input && !dataProvider && state.canWait(input))
     state.pending = std::move(input);
   else
-    state.convert(input.get());
+    state.convert(input);
 
   const AVFrame* image = state.imageFrame.get();
   const auto size =

@@ -90,12 +90,25 @@ std::pair<double, double> placeOfChroma(AVChromaLocation location) {
   }
 }
 
+YUVMatrix kindOf(int matrix, int transfer) {
+  switch (matrix) {
+    case AVCOL_SPC_RGB:
+      return YUVMatrix::kRgb;
+    case AVCOL_SPC_YCGCO:
+      return YUVMatrix::kYCgCo;
+    case AVCOL_SPC_BT2020_CL:
+      return YUVMatrix::kConstantLuminance;
+    case AVCOL_SPC_ICTCP:
+      return transfer == AVCOL_TRC_ARIB_STD_B67 ? YUVMatrix::kICtCpOfHlg : YUVMatrix::kICtCpOfPq;
+    default:
+      return YUVMatrix::kLuma;
+  }
+}
+
 std::optional<YUVFormat> formatOf(const AVFrame& frame) {
   const AVPixFmtDescriptor* planes = planesOf(frame.format);
   const int matrix = pictureMatrix(frame.colorspace, frame.format, frame.height);
-  const auto kind = matrix == AVCOL_SPC_RGB     ? YUVMatrix::kRgb
-                    : matrix == AVCOL_SPC_YCGCO ? YUVMatrix::kYCgCo
-                                                : YUVMatrix::kLuma;
+  const YUVMatrix kind = kindOf(matrix, frame.color_trc);
   // Those of other kinds are told in terms of BT.709, and do not count.
   const AVLumaCoefficients* luma = av_csp_luma_coeffs_from_avcsp(
       kind == YUVMatrix::kLuma ? static_cast<AVColorSpace>(matrix) : AVCOL_SPC_BT709);
@@ -113,7 +126,8 @@ std::optional<YUVFormat> formatOf(const AVFrame& frame) {
                    .fullRange = pictureRange(frame.color_range, frame.format) == AVCOL_RANGE_JPEG,
                    .chromaX = chromaX,
                    .chromaY = chromaY,
-                   .matrix = kind};
+                   .matrix = kind,
+                   .byFields = frame.interlaced_frame && planes->log2_chroma_h == 1};
 }
 
 template <typename Byte>

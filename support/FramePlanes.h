@@ -14,8 +14,9 @@ namespace kestrel {
 ///
 /// It has one for 8 to 16 bits of luma with chroma in planes of its own or taking turns in one, for
 /// grey, for RGB of more than 8 bits, and for a fourth plane of alpha; matrix and range are the
-/// frame's, as `PictureColor.h` resolves them. Nothing for every other pixel format, for a matrix
-/// that is no mix of red, green and blue, and for a frame without pixels.
+/// frame's, as `PictureColor.h` resolves them, and chroma of an interlaced frame is by fields.
+/// Nothing for every other pixel format, for a matrix that is no mix of red, green and blue, and
+/// for a frame without pixels.
 
 /// To read `frame`, which the picture then owns.
 std::optional<YUVPicture> yuvPictureOf(std::shared_ptr<const AVFrame> frame);

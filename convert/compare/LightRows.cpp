@@ -17,7 +17,6 @@ namespace kestrel {
 namespace {
 
 constexpr int kCurve = 4096;
-constexpr double kHlgPeak = 1000;
 constexpr double kHlgGamma = 1.2;  // BT.2100, table 5
 constexpr float kMiddle = 32768;
 

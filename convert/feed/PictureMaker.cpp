@@ -90,7 +90,11 @@ std::shared_ptr<LMFFImage> PictureMaker::make(const std::shared_ptr<LMFFImage>& 
 
   const auto stream = movie_.videoEffectStream();
   stream->setMediaSubtitleImage(parts.bitmapSubtitle);
-  stream->writeFrame(frame->getFrame());
+  const AVFrame& source = *frame->getFrame();
+  converter_.setChromaPlace(
+      source.chroma_location,
+      source.interlaced_frame && source.height == converter_.outputFormat().height);
+  stream->writeFrame(&source);
   converter_.convertImage(stream->currentEffectImage());
   picture_ = LMFFImage::imageWithFrame(av_frame_clone(converter_.outputFrame()), true);
   parts_ = std::move(parts);

@@ -15,6 +15,7 @@
 #include <kestrel/convert/MediaInfo.h>
 #include "convert/look/Look.h"
 #include "convert/plan/ConstantRate.h"
+#include "convert/plan/EncoderParameters.h"
 #include "convert/plan/Fragments.h"
 #include "convert/plan/OtherStreams.h"
 #include "convert/plan/OutputShape.h"
@@ -259,6 +260,8 @@ class Planner {
     if (keepsLight(plan_) && video.hdr && isPossible(*video.hdr)) plan_.hdr = video.hdr;
     planSegments(plan_, settings_, named_);
     planEncoding(plan_, settings_, container_);
+    keepChromaPlace(plan_.videoOptions, *source_.formatContext()->streams[stream.index]->codecpar,
+                    plan_.pixelFormat);
     planRungs(plan_, ladder.shapes);
     auto& losses = plan_.pictures()->losses;
     std::ranges::move(lossesOf(plan_, wishes(), settings_.look.hdr, video, look.isDrawn()),

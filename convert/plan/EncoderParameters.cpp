@@ -4,6 +4,11 @@
 
 #include <cmath>
 
+extern "C" {
+#include <libavcodec/codec_par.h>
+#include <libavutil/pixdesc.h>
+}
+
 namespace kestrel {
 
 namespace {
@@ -77,6 +82,19 @@ void addLight(std::map<std::string, std::string>& options, std::string_view enco
   if (light.maxContentLight || light.maxAverageLight)
     add(isX265 ? "max-cll" : "content-light",
         fmt::format("{},{}", light.maxContentLight.value_or(0), light.maxAverageLight.value_or(0)));
+}
+
+void keepChromaPlace(std::map<std::string, std::string>& options, const AVCodecParameters& source,
+                     const std::string& pixelFormat) {
+  const AVChromaLocation place = source.chroma_location;
+  if (place == AVCHROMA_LOC_UNSPECIFIED || place == AVCHROMA_LOC_LEFT) return;
+  const auto isShared = [](AVPixelFormat format) {
+    const AVPixFmtDescriptor* samples = av_pix_fmt_desc_get(format);
+    return samples && samples->log2_chroma_w == 1 && samples->log2_chroma_h == 1;
+  };
+  if (isShared(static_cast<AVPixelFormat>(source.format)) &&
+      isShared(av_get_pix_fmt(pixelFormat.c_str())))
+    options.emplace("chroma_sample_location", std::to_string(place));
 }
 
 void addOptions(std::map<std::string, std::string>& options, std::string_view encoder,

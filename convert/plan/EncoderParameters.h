@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+struct AVCodecParameters;
+
 namespace kestrel {
 
 /// Options that encoders take in a list of their own, within one of FFmpeg's: "crf=20:aq-mode=3" in
@@ -22,6 +24,11 @@ void addParameter(std::map<std::string, std::string>& options, std::string_view 
 /// what the list tells already.
 void addLight(std::map<std::string, std::string>& options, std::string_view encoder,
               const HdrInfo& light);
+
+/// Has an encoder of `pixelFormat` told where samples of chroma lie, of 4:2:0 as in `source`, where
+/// that is not the usual place: with the left sample of luma, half way between rows.
+void keepChromaPlace(std::map<std::string, std::string>& options, const AVCodecParameters& source,
+                     const std::string& pixelFormat);
 
 /// Adds options that a host gave to those that are planned: they replace them, but a list goes on
 /// with theirs, whose last word counts.

@@ -64,6 +64,11 @@ class KESTREL_API LMFFImageColorspaceConverter {
   std::optional<Scaler> scaler() const;
   void setScaler(const std::optional<Scaler>& scaler);
 
+  /// Where chroma of pictures that are drawn right into planes lies, `AVCHROMA_LOC_…` (0: with the
+  /// left sample of luma, half way between rows), and whether it is by fields: as in the frames
+  /// that they are made of, so that what is not drawn on stays as it is.
+  void setChromaPlace(int32_t location, bool byFields);
+
   /// The converter's output frame, owned by it. Its pixels are those of the last conversion and
   /// must not be modified. Size, format, pixels and colours are set; everything else, including
   /// time stamps, is as in a new frame.

@@ -13,7 +13,7 @@ struct HdrLight {
   /// The curve from samples to light, of ITU-R BT.2100.
   enum class Transfer {
     kPq,   ///< up to 10000 candelas per square metre, as the numbers say
-    kHlg,  ///< as on a display of 1000, its system gamma included
+    kHlg,  ///< its system gamma included; of graphics as on a display of 1000
   };
   /// The lights that red, green and blue stand for; white is D65 in all of them.
   enum class Primaries { kRec2020, kDisplayP3, kRec709 };
@@ -35,9 +35,10 @@ inline constexpr double kGraphicsWhite = 203;
 /// `kGraphicsWhite`.
 ///
 /// What is brighter is compressed as in ITU-R BT.2390: light below a knee stays as it is, the
-/// brightest becomes white. Colours that BT.709 lacks lose chroma but keep hue and intensity, and
-/// those close to its border make room for them. Samples are looked up in a table that the process
-/// keeps, with a mean error below one step of 8 bits. Null for null.
+/// brightest becomes white; HLG is first shown as on a display of 400, by its system gamma. Colours
+/// that BT.709 lacks lose chroma but keep hue and intensity, and those close to its border make
+/// room for them. Samples are looked up in a table that the process keeps, with a mean error below
+/// one step of 8 bits. Null for null.
 KESTREL_API std::shared_ptr<const Image> toneMapped(const std::shared_ptr<const Image>& picture,
                                                     const HdrLight& light);
 

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 
@@ -58,7 +59,8 @@ Effect between(const BitmapImage& source, const BitmapImage& shown) {
 class LooksOfClips : public testing::TestWithParam<const char*> {};
 
 // Animation, old film, plans on a desk, a garden, a room by day and by night, people, a grey sea,
-// colour bars, black and white squares.
+// colour bars, black and white squares, and what is dark: a bird's cage, a stage, HDR, a film at
+// night.
 TEST_P(LooksOfClips, KeepTheirBrightnessAndCutNothingOff) {
   KESTREL_NEED_MEDIA(GetParam());
   Pictures pictures({.input = mediaFile(GetParam()).string()});
@@ -76,31 +78,37 @@ TEST_P(LooksOfClips, KeepTheirBrightnessAndCutNothingOff) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(OfAllKinds, LooksOfClips,
-                         testing::Values("bunny-720p24-vp8-vorbis.webm",
-                                         "chaplin-360p25-h264-mp3.mp4",
-                                         "interlaced-360p25-h264-paff.mp4",
-                                         "interlaced-480-mpeg2.mpg", "mpeg2-mp3.ts",
-                                         "fire-720p-vfr-h264-aac.mp4", "wmv8-wma2.wmv",
-                                         "phone-hlg-1080p30-hevc10-turned.mov",
-                                         "smpte-1080p-h264-aac.mp4", "edit-list-three.mov"));
+INSTANTIATE_TEST_SUITE_P(
+    OfAllKinds, LooksOfClips,
+    testing::Values("bunny-720p24-vp8-vorbis.webm", "chaplin-360p25-h264-mp3.mp4",
+                    "interlaced-360p25-h264-paff.mp4", "interlaced-480-mpeg2.mpg", "mpeg2-mp3.ts",
+                    "fire-720p-vfr-h264-aac.mp4", "wmv8-wma2.wmv",
+                    "phone-hlg-1080p30-hevc10-turned.mov", "smpte-1080p-h264-aac.mp4",
+                    "edit-list-three.mov", "cockatoo-720p20-h264-mp3.mp4", "real-rv20.rm",
+                    "discontinuity-h264-nellymoser.flv", "hdr10-720p60-prores.mxf",
+                    "three-subtitles-h264-dts.mkv", "mpeg4-four-mono-tracks.mxf"));
 
 /// The first pictures of a clip of 320x180, converted without loss in this width.
-fs::path converted(const TempDir& folder, const std::string& effect, int width) {
+fs::path converted(const TempDir& folder, const std::string& effect, int width,
+                   const std::string& subtitles = {}) {
   ConversionSettings settings{.input = fixture("av25.mp4").string(),
                               .output = (folder / (std::to_string(width) + ".mkv")).string()};
   settings.width = width;
   settings.videoCodec = "ffv1";
   settings.end = Moment{80'000};
   settings.look.effect = effect;
+  settings.look.subtitles = subtitles;
   settings.replaces = true;
   EXPECT_TRUE(Conversion(settings).run().isWhole());
   return settings.output;
 }
 
-BitmapPointer firstPicture(const fs::path& file, const std::string& effect = {}) {
+BitmapPointer firstPicture(const fs::path& file, const std::string& effect = {},
+                           const std::string& subtitles = {}) {
   // Fine lines are no combs.
-  Pictures pictures({.input = file.string(), .deinterlacing = Deinterlacing::kOff});
+  Pictures pictures({.input = file.string(),
+                     .look = {.subtitles = subtitles},
+                     .deinterlacing = Deinterlacing::kOff});
   if (!effect.empty()) pictures.setEffect(effect);
   pictures.setOutputSize({160, 90});
   return pictures.pictureAt(0);
@@ -119,6 +127,19 @@ TEST(EffectPictures, ASmallPictureIsTheConvertedOneScaledDown) {
     const auto small = firstPicture(fixture("av25.mp4"), name);
     const auto whole = firstPicture(converted(folder, name, 320));
     EXPECT_LE(meanDifference(*small, *whole), 1) << name;
+  }
+}
+
+TEST(EffectPictures, SubtitlesAreScaledDownWithThePicture) {
+  const TempDir folder;
+  const std::string subtitles = (folder / "text.srt").string();
+  std::ofstream(subtitles)
+      << "1\n00:00:00,000 --> 00:00:09,000\nLarge enough\nto be seen\nin every look\n";
+  for (const auto& name : EffectManager::allFilterNames()) {
+    const auto small = firstPicture(fixture("av25.mp4"), name, subtitles);
+    const auto whole = firstPicture(converted(folder, name, 320, subtitles));
+    EXPECT_LE(meanDifference(*small, *whole), 1) << name;
+    EXPECT_GT(meanDifference(*small, *firstPicture(fixture("av25.mp4"), name)), 1) << name;
   }
 }
 

@@ -134,6 +134,22 @@ TEST_F(ConvertColorOf, ACopyKeepsItsTags) {
   EXPECT_EQ(streamOf(output, "video")["color_range"], "pc");
 }
 
+TEST_F(ConvertColorOf, ThePlaceOfChromaIsToldAsItIs) {
+  for (const char* const place : {"topleft", "center", "left"}) {
+    const auto source = folder_ / "source.mkv";
+    ffmpeg({"-y", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=25:duration=0.2", "-pix_fmt",
+            "yuv420p", "-c:v", "libx264", "-chroma_sample_location", place, source.string()});
+    for (const char* const encoder : {"libx264", "libx265"}) {
+      const auto output = folder_ / "out.mkv";
+      for (const Arguments& look : {Arguments{}, Arguments{"--saturation", "0.6"}}) {
+        ASSERT_TRUE(converts(source, output, joined({"--force", "--video-codec", encoder}, look)));
+        EXPECT_EQ(streamOf(output, "video").value("chroma_location", "left"), place)
+            << encoder << ' ' << look.size();
+      }
+    }
+  }
+}
+
 TEST_F(ConvertColorOf, EveryRowAndColumnSurvivesAnOddSize) {
   // 4:2:0 needs even sides: a picture of 321 × 181 loses its last column and row, and nothing else.
   const auto source = folder_ / "odd.mkv";

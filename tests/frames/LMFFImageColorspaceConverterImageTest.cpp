@@ -255,6 +255,48 @@ TEST(LMFFImageColorspaceConverterImage, NoImageConvertsWhatTheContextShows) {
   EXPECT_EQ(converter.color(), (Triple{0, 0, 0}));
 }
 
+// Red is 32787 of 65535, which 8 bits would make 128 × 257 = 32896.
+TEST(LMFFImageColorspaceConverterImage, DeepOutputsKeepTheirDepth) {
+  const struct {
+    AVPixelFormat format;
+    int values;  // of a pixel
+    bool isBig;
+  } rows[] = {{AV_PIX_FMT_RGB48LE, 3, false},  {AV_PIX_FMT_RGB48BE, 3, true},
+              {AV_PIX_FMT_RGBA64LE, 4, false}, {AV_PIX_FMT_RGBA64BE, 4, true},
+              {AV_PIX_FMT_GRAY16LE, 1, false}, {AV_PIX_FMT_GRAY16BE, 1, true}};
+  for (const auto& row : rows) {
+    SizedConverter converter(row.format, 16, 8);
+    const double grey = 32787.0 / 65535;
+    converter.convertImage(Image::fromColor({grey, grey, grey, 1}));
+    const uint8_t* const pixel = converter.output().data[0] + ptrdiff_t{2} * row.values;
+    for (int i = 0; i < std::min(row.values, 3); ++i) {
+      const int first = pixel[2 * i];
+      const int second = pixel[2 * i + 1];
+      EXPECT_NEAR(row.isBig ? 256 * first + second : first + 256 * second, 32787, 2)
+          << av_get_pix_fmt_name(row.format) << ' ' << i;
+    }
+  }
+}
+
+// A red edge between the first and the second column: by Rec. 601, left of the edge Cr is 240,
+// right of it 128. With the left column a sample is (6 x 240 + 2 (240 + 128) - 240 - 128) / 8, and
+// in the middle (3 (240 + 128) - 240 - 128) / 4.
+TEST(LMFFImageColorspaceConverterImage, ChromaLiesWhereItIsAskedFor) {
+  const auto edge = bitmap(8, 8, [](int x, int) {
+    return x < 1 ? std::array{255, 0, 0, 255} : std::array{0, 0, 0, 255};
+  });
+  const auto firstCr = [&](AVChromaLocation place) {
+    SizedConverter converter(AV_PIX_FMT_YUV420P, 8, 8);
+    converter.setChromaPlace(place, false);
+    converter.convertImage(Image::fromBitmap(edge, Image::Alpha::kOpaque));
+    EXPECT_EQ(converter.output().chroma_location, place);
+    return converter.output().data[2][0];
+  };
+  EXPECT_NEAR(firstCr(AVCHROMA_LOC_LEFT), 226, 1);
+  EXPECT_NEAR(firstCr(AVCHROMA_LOC_TOPLEFT), 226, 1);
+  EXPECT_NEAR(firstCr(AVCHROMA_LOC_CENTER), 184, 1);
+}
+
 // The output as a bitmap.
 
 TEST(LMFFImageColorspaceConverterImage, EmptyOutputIsNoBitmap) {

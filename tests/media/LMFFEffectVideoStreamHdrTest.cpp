@@ -47,13 +47,15 @@ class EffectStreamHdrTest : public testing::Test {
   EffectStream stream_;
 };
 
-// 0.75 of HLG is 203 candelas per square metre, which BT.2390 brings to 158 below a peak of 1000:
-// 255 (158 / 203)^(1 / 2.4) = 230.
+// 0.75 of HLG is 101.5 candelas per square metre on a display of 400, below BT.2390's knee, and 0.9
+// is 228.6, above it, of which it makes 191.6: 255 (191.6 / 203)^(1 / 2.4) = 249.
 TEST_F(EffectStreamHdrTest, PicturesAreMappedWhereTheLookSaysSo) {
   stream_->writeFrame(hlgFrame(0.75).get());
   EXPECT_NEAR(grey(), 0.75 * 255, 1);
   mapTones();
-  EXPECT_NEAR(grey(), 230, 1);
+  EXPECT_NEAR(grey(), 191, 1);
+  stream_->writeFrame(hlgFrame(0.9).get());
+  EXPECT_NEAR(grey(), 249, 1);
 }
 
 TEST_F(EffectStreamHdrTest, SdrStaysAsItIs) {
@@ -71,7 +73,7 @@ TEST_F(EffectStreamHdrTest, GraphicsLieOverMappedPicturesAsTheyAre) {
   stream_->writeFrame(hlgFrame(0.3).get());
   EXPECT_EQ(grey(1, 14), 255);
   EXPECT_EQ(grey(14, 14), 255);
-  EXPECT_NEAR(grey(), 86, 1);
+  EXPECT_NEAR(grey(), 75, 1);
 }
 
 // 75 % of HLG, as ITU-R BT.2408 has it.

@@ -116,6 +116,17 @@ TEST_P(LMFFEffectVideoStreamPlanes, ShowWhatTheirConversionShows) {
   EXPECT_LE(worstDifference(*planes, *converted), 2);
 }
 
+TEST_P(LMFFEffectVideoStreamPlanes, AreTheSameToTheBitInAProvidersBuffer) {
+  EffectStream stream(kWidth, kHeight, GetParam().format);
+  stream->writeFrame(frame().get());
+  const auto own = stream.picture();
+  stream->writeFrame(frame().get(), [](int32_t size) {
+    return std::make_shared<std::vector<uint8_t>>(static_cast<size_t>(size));
+  });
+  ASSERT_TRUE(stream->dataBuffer());
+  EXPECT_EQ(worstDifference(*own, *stream.picture()), 0);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Formats, LMFFEffectVideoStreamPlanes,
     testing::Values(

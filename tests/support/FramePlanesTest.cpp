@@ -104,8 +104,29 @@ TEST(FramePlanes, OtherFormatsAreNot) {
 
 TEST(FramePlanes, MatrixThatMixesNoColoursIsNone) {
   const auto frame = frameOf(AV_PIX_FMT_YUV444P);
-  frame->colorspace = AVCOL_SPC_ICTCP;
+  frame->colorspace = AVCOL_SPC_SMPTE2085;
   EXPECT_FALSE(yuvPictureOf(frame));
+}
+
+TEST(FramePlanes, ComponentsOfLightAndOfConesHaveTheirOwnKinds) {
+  const auto frame = frameOf(AV_PIX_FMT_YUV420P10);
+  frame->colorspace = AVCOL_SPC_BT2020_CL;
+  EXPECT_EQ(yuvPictureOf(frame)->format.matrix, YUVMatrix::kConstantLuminance);
+  frame->colorspace = AVCOL_SPC_ICTCP;
+  frame->color_trc = AVCOL_TRC_SMPTE2084;
+  EXPECT_EQ(yuvPictureOf(frame)->format.matrix, YUVMatrix::kICtCpOfPq);
+  frame->color_trc = AVCOL_TRC_ARIB_STD_B67;
+  EXPECT_EQ(yuvTargetOf(*frame)->format.matrix, YUVMatrix::kICtCpOfHlg);
+}
+
+TEST(FramePlanes, ChromaOfInterlacedFramesIsByFieldsWhereRowsShareIt) {
+  const auto frame = frameOf(AV_PIX_FMT_YUV420P);
+  EXPECT_FALSE(yuvPictureOf(frame)->format.byFields);
+  frame->interlaced_frame = 1;
+  EXPECT_TRUE(yuvPictureOf(frame)->format.byFields);
+  const auto full = frameOf(AV_PIX_FMT_YUV422P);
+  full->interlaced_frame = 1;
+  EXPECT_FALSE(yuvPictureOf(full)->format.byFields);
 }
 
 TEST(FramePlanes, YCgCoHasItsOwnMatrix) {

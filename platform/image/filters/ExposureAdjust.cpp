@@ -34,10 +34,10 @@ ExposureNode::ExposureNode(const NodePointer& picture, double ev)
     : FilterNode(picture, integral(picture->extent)), stops(ev) {}
 
 double ExposureNode::valueFor(double value) const {
-  const double light = lightOf(value);
-  if (stops < 0) return valueOf(light * std::exp2(stops));
+  if (stops < 0) return valueOf(lightOf(value) * std::exp2(stops));
+  const double light = std::pow(value, kDisplayGamma);
   const double gain = std::exp2(kSlope * stops);
-  return valueOf(gain * light / (1 + (gain - 1) * light));
+  return std::pow(gain * light / (1 + (gain - 1) * light), 1 / kDisplayGamma);
 }
 
 const Layer* ExposureNode::plan(Planner& planner, const IntRect& needed) const {

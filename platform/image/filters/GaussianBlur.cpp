@@ -33,6 +33,7 @@ GaussianBlurNode::GaussianBlurNode(const NodePointer& picture, double standardDe
 const Layer* GaussianBlurNode::plan(Planner& planner, const IntRect& needed) const {
   const Layer* source = planner.plan(*input, blur::reachOf(needed, radius));
   if (!source) return nullptr;
+  planner.noteGradients();
   const BorderedLayer picture(*source, pixelsOf(extent));
   return blur::makeLayer(planner, picture, needed, radius);
 }

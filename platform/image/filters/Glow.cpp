@@ -57,6 +57,7 @@ const Layer* GlowNode::plan(Planner& planner, const IntRect& needed) const {
   if (!source) return nullptr;
   const IntRect shown = needed.intersect(source->bounds());
   if (shown.isEmpty()) return nullptr;
+  planner.noteGradients();
   // The picture is read twice.
   source = planner.computedOnce(source);
   source = planner.arena().make<CurveLayer>(*source, lightCurve());

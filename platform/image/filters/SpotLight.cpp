@@ -92,6 +92,7 @@ SpotLightNode::SpotLightNode(const NodePointer& picture, const SpotLight& lamp)
 
 const Layer* SpotLightNode::plan(Planner& planner, const IntRect& needed) const {
   const Layer* source = planner.plan(*input, needed);
+  planner.noteGradients();
   return source ? planner.arena().make<SpotLightLayer>(*source, light) : nullptr;
 }
 

@@ -51,11 +51,12 @@ ColorTable::ColorTable(double most, const Mapping& mapping)
     : colors_(size_t{4} * kSide * kSide * kSide), most_(most) {
   const auto sampleOf = [most](int i) { return most * i / (kSide - 1); };
   WorkerPool::shared().run(kSide, threadsOfMachine(), [&](int red, int /*worker*/) {
-    uint16_t* color = colors_.data() + ptrdiff_t{4} * red * kSide * kSide;
+    int16_t* color = colors_.data() + ptrdiff_t{4} * red * kSide * kSide;
     for (int green = 0; green < kSide; ++green) {
       for (int blue = 0; blue < kSide; ++blue) {
         for (const double value : mapping({sampleOf(red), sampleOf(green), sampleOf(blue)}))
-          *color++ = static_cast<uint16_t>(std::lround(std::clamp(value, 0.0, 1.0) * 65535));
+          *color++ = static_cast<int16_t>(
+              std::lround(std::clamp(value, 0.0, 1.0) * kernels::ColorCube::kOne));
         ++color;
       }
     }
@@ -70,8 +71,9 @@ std::shared_ptr<const ColorTable> tableToSdr(const HdrLight& light) {
   static Tables tables;
   return tables.of(light, [](const HdrLight& wanted) {
     const SdrMapping mapping(wanted);
-    return ColorTable(mapping.mostSample(),
-                      [&](const Triple& samples) { return mapping(lightOf(samples, wanted)); });
+    return ColorTable(mapping.mostSample(), [&](const Triple& samples) {
+      return mapping(lightOf(samples, wanted, kDimHlgPeak));
+    });
   });
 }
 

@@ -24,7 +24,7 @@ class ColorTable {
  private:
   static constexpr int kSide = 65;
 
-  std::vector<uint16_t> colors_;
+  std::vector<int16_t> colors_;
   double most_;
 };
 

@@ -2,36 +2,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <vector>
 
 namespace kestrel {
 
 namespace {
 
-// ITU-R BT.2100, table 4.
-constexpr double kM1 = 2610.0 / 16384;
-constexpr double kM2 = 2523.0 / 4096 * 128;
-constexpr double kC1 = 3424.0 / 4096;
-constexpr double kC2 = 2413.0 / 4096 * 32;
-constexpr double kC3 = 2392.0 / 4096 * 32;
-constexpr double kMostLight = 10000;
+constexpr double kUnknownPeak = 1000;
 
-// Table 5: the curve, its luminance, and the display that it is made for.
-constexpr double kHlgA = 0.17883277;
-constexpr double kHlgB = 1 - 4 * kHlgA;
-const double kHlgC = 0.5 - kHlgA * std::log(4 * kHlgA);
-constexpr double kHlgPeak = 1000;
+// ITU-R BT.2100, table 5: luminance in HLG, and its gamma.
 constexpr double kHlgGamma = 1.2;
 constexpr Triple kHlgLuminance = {0.2627, 0.6780, 0.0593};
-
-// From light of BT.2020 to that of cones, and from these, in PQ, to intensity and chroma (BT.2100,
-// table 7).
-constexpr Matrix3 kCones = {{{1688.0 / 4096, 2146.0 / 4096, 262.0 / 4096},
-                             {683.0 / 4096, 2951.0 / 4096, 462.0 / 4096},
-                             {99.0 / 4096, 309.0 / 4096, 3688.0 / 4096}}};
-constexpr Matrix3 kIntensity = {{{0.5, 0.5, 0},
-                                 {6610.0 / 4096, -13613.0 / 4096, 7003.0 / 4096},
-                                 {17933.0 / 4096, -17390.0 / 4096, -543.0 / 4096}}};
 
 constexpr double kDisplayGamma = 2.4;  // BT.1886 where black is no light
 
@@ -72,53 +52,8 @@ Matrix3 toXyz(HdrLight::Primaries primaries) {
   return matrix;
 }
 
-double hlgScene(double sample) {
-  return sample <= 0.5 ? sample * sample / 3 : (std::exp((sample - kHlgC) / kHlgA) + kHlgB) / 12;
-}
-
-double hlgSample(double scene) {
-  return scene <= 1.0 / 12 ? std::sqrt(3 * scene) : kHlgA * std::log(12 * scene - kHlgB) + kHlgC;
-}
-
 double hlgLuminance(const Triple& rgb) {
   return kHlgLuminance[0] * rgb[0] + kHlgLuminance[1] * rgb[1] + kHlgLuminance[2] * rgb[2];
-}
-
-template <typename Function>
-Triple each(const Triple& values, const Function& function) {
-  return {function(values[0]), function(values[1]), function(values[2])};
-}
-
-/// A function from 0 to 1, between samples of it: a table of colours asks for millions of values.
-class Sampled {
- public:
-  template <typename Function>
-  explicit Sampled(const Function& function) {
-    for (int i = 0; i <= kSteps + 1; ++i) values_.push_back(function(1.0 * i / kSteps));
-  }
-
-  double operator()(double value) const {
-    const double at = std::clamp(value, 0.0, 1.0) * kSteps;
-    const auto index = static_cast<size_t>(at);
-    return values_[index] +
-           (at - static_cast<double>(index)) * (values_[index + 1] - values_[index]);
-  }
-
- private:
-  static constexpr int kSteps = 4096;
-
-  std::vector<double> values_;
-};
-
-double quickLightOfPq(double sample) {
-  static const Sampled table(lightOfPq);
-  return table(sample);
-}
-
-/// Samples lie closer where there is less light, as the curve is steeper there.
-double quickPqOfLight(double light) {
-  static const Sampled table([](double root) { return pqOfLight(kMostLight * std::pow(root, 4)); });
-  return table(std::sqrt(std::sqrt(std::max(light, 0.0) / kMostLight)));
 }
 
 double quickSdrOfLight(double light) {
@@ -133,51 +68,15 @@ const Matrix3& fromIntensity() {
 
 }  // namespace
 
-Triple operator*(const Matrix3& matrix, const Triple& values) {
-  Triple result{};
-  for (size_t i = 0; i < 3; ++i)
-    for (size_t j = 0; j < 3; ++j) result[i] += matrix[i][j] * values[j];
-  return result;
-}
-
-Matrix3 operator*(const Matrix3& a, const Matrix3& b) {
-  Matrix3 result{};
-  for (size_t i = 0; i < 3; ++i)
-    for (size_t j = 0; j < 3; ++j)
-      for (size_t k = 0; k < 3; ++k) result[i][j] += a[i][k] * b[k][j];
-  return result;
-}
-
-Matrix3 inverse(const Matrix3& m) {
-  const auto minor = [&](size_t i, size_t j) {
-    const size_t a = (i + 1) % 3, b = (i + 2) % 3, c = (j + 1) % 3, d = (j + 2) % 3;
-    return m[a][c] * m[b][d] - m[a][d] * m[b][c];
-  };
-  const double whole = m[0][0] * minor(0, 0) + m[0][1] * minor(0, 1) + m[0][2] * minor(0, 2);
-  Matrix3 result{};
-  for (size_t i = 0; i < 3; ++i)
-    for (size_t j = 0; j < 3; ++j) result[i][j] = minor(j, i) / whole;
-  return result;
-}
-
-double lightOfPq(double sample) {
-  const double power = std::pow(std::max(sample, 0.0), 1 / kM2);
-  return kMostLight * std::pow(std::max(power - kC1, 0.0) / (kC2 - kC3 * power), 1 / kM1);
-}
-
-double pqOfLight(double light) {
-  const double power = std::pow(std::clamp(light / kMostLight, 0.0, 1.0), kM1);
-  return std::pow((kC1 + kC2 * power) / (1 + kC3 * power), kM2);
-}
-
 Matrix3 betweenPrimaries(HdrLight::Primaries from, HdrLight::Primaries to) {
   return inverse(toXyz(to)) * toXyz(from);
 }
 
-Triple lightOf(const Triple& samples, const HdrLight& light) {
+Triple lightOf(const Triple& samples, const HdrLight& light, double hlgPeak) {
   if (light.transfer == HdrLight::Transfer::kPq) return each(samples, quickLightOfPq);
-  const Triple scene = each(samples, hlgScene);
-  const double gain = kHlgPeak * std::pow(hlgLuminance(scene), kHlgGamma - 1);
+  const Triple scene = each(samples, sceneOfHlg);
+  const double gamma = kHlgGamma + 0.42 * std::log10(hlgPeak / kHlgPeak);
+  const double gain = hlgPeak * std::pow(hlgLuminance(scene), gamma - 1);
   return each(scene, [&](double part) { return gain * part; });
 }
 
@@ -187,7 +86,7 @@ Triple samplesOf(const Triple& displayed, const HdrLight& light) {
   const double luminance = hlgLuminance(seen) / kHlgPeak;
   if (luminance <= 0) return {};
   const double gain = std::pow(luminance, (1 - kHlgGamma) / kHlgGamma) / kHlgPeak;
-  return each(seen, [&](double part) { return std::min(hlgSample(gain * part), 1.0); });
+  return each(seen, [&](double part) { return std::min(hlgOfScene(gain * part), 1.0); });
 }
 
 SdrMapping::SdrMapping(const HdrLight& light)
@@ -198,9 +97,8 @@ SdrMapping::SdrMapping(const HdrLight& light)
   for (auto& row : toDisplay_)
     for (double& part : row) part /= kGraphicsWhite;
   const bool isPq = light.transfer == HdrLight::Transfer::kPq;
-  const double peak = isPq && std::isfinite(light.peak)
-                          ? std::clamp(light.peak, kGraphicsWhite, kMostLight)
-                          : kHlgPeak;
+  const double told = std::isfinite(light.peak) ? light.peak : kUnknownPeak;
+  const double peak = isPq ? std::clamp(told, kGraphicsWhite, kMostLightOfPq) : kDimHlgPeak;
   sourcePeak_ = pqOfLight(peak);
   mostSample_ = isPq ? sourcePeak_ : 1;
 }

@@ -2,31 +2,24 @@
 
 #include <kestrel/ToneMapping.h>
 
-#include <array>
-
-#include "platform/image/values/ColorMatrix.h"
+#include "platform/image/values/HdrCurves.h"
 
 namespace kestrel {
-
-/// Red, green and blue, or another three components.
-using Triple = std::array<double, 3>;
-using Matrix3 = std::array<Triple, 3>;
-
-Triple operator*(const Matrix3& matrix, const Triple& values);
-Matrix3 operator*(const Matrix3& a, const Matrix3& b);
-Matrix3 inverse(const Matrix3& matrix);
-
-/// The samples of one PQ component, 0 to 1, and the light that they stand for, candelas per square
-/// metre (ITU-R BT.2100, table 4).
-double lightOfPq(double sample);
-double pqOfLight(double light);
 
 /// From red, green and blue of some primaries to those of others, as light.
 Matrix3 betweenPrimaries(HdrLight::Primaries from, HdrLight::Primaries to);
 
-/// Samples of an HDR picture, 0 to 1, and the light of its own primaries on a display, candelas per
-/// square metre: PQ as it is, HLG with the gamma that BT.2100 (table 5) has for 1000.
-Triple lightOf(const Triple& samples, const HdrLight& light);
+/// The displays, by their brightest light, that HLG is told in, and the dimmest for which BT.2100
+/// has a gamma: the one next to SDR, which leaves least to be compressed.
+inline constexpr double kHlgPeak = 1000;
+inline constexpr double kDimHlgPeak = 400;
+
+/// The light, candelas per square metre and of its own primaries, that the samples of an HDR
+/// picture, 0 to 1, have on a display: PQ as it is, HLG with the gamma that BT.2100 (table 5) has
+/// for one of `hlgPeak`, 1.2 + 0.42 log10(hlgPeak / 1000).
+Triple lightOf(const Triple& samples, const HdrLight& light, double hlgPeak = kHlgPeak);
+
+/// The samples for light of graphics: PQ as it is, HLG for a display of 1000, as BT.2408 tells it.
 Triple samplesOf(const Triple& displayed, const HdrLight& light);
 
 /// Makes SDR samples of HDR light, as `toneMapped` says it, one colour at a time.

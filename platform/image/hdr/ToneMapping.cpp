@@ -31,7 +31,7 @@ class TableLayer final : public Layer {
 };
 
 struct TableNode final : FilterNode {
-  static constexpr int kDepth = 16;  // of a table's colours
+  static constexpr int kDepth = 15;  // of a table's colours
 
   TableNode(const NodePointer& picture, std::shared_ptr<const ColorTable> colors)
       : FilterNode(picture, integral(picture->extent)), table(std::move(colors)) {}

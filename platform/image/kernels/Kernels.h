@@ -36,6 +36,10 @@ void blend16(const int16_t* const* rows, const int16_t* weights, int taps, size_
 void blend8(const uint8_t* const* rows, const int16_t* weights, int taps, size_t values,
             int16_t* out);
 
+/// Samples of one component of up to 14 bits, which stand `shift` bits too high and are limited to
+/// `most`, moved up by `up` bits.
+void widenSamples(const uint16_t* samples, int shift, int most, int up, size_t count, int16_t* out);
+
 /// Joins three components to pixels with alpha 1. `y` has a value for each pixel; pixel i has the
 /// chroma that lies at `phase` + i in units of luma, where chroma sample k lies at k × 2^shift, by
 /// linear interpolation between `cb[k]` and `cb[k + 1]`; so chroma must reach one sample further.

@@ -76,6 +76,21 @@ void keepInsideNow(float* pixels, const float* mask, size_t count) {
   });
 }
 
+void widenSamplesNow(const uint16_t* samples, int shift, int most, int up, size_t count,
+                     int16_t* out) {
+  const hn::ScalableTag<uint16_t> d;
+  const hn::Rebind<int16_t, decltype(d)> d16;
+  const auto last = hn::Set(d, static_cast<uint16_t>(most));
+  const size_t lanes = hn::Lanes(d);
+  size_t i = 0;
+  for (; i + lanes <= count; i += lanes) {
+    const auto sample = hn::Min(hn::ShiftRightSame(hn::LoadU(d, samples + i), shift), last);
+    hn::StoreU(hn::BitCast(d16, hn::ShiftLeftSame(sample, up)), d16, out + i);
+  }
+  for (; i < count; ++i)
+    out[i] = static_cast<int16_t>((samples[i] >> shift < most ? samples[i] >> shift : most) << up);
+}
+
 void fillPixelsNow(float* pixels, size_t count, const float* color) {
   forPixels(count, [&](auto d, size_t i)
                        HWY_ATTR { hn::StoreU(hn::LoadDup128(d, color), d, pixels + i); });
@@ -255,6 +270,7 @@ HWY_EXPORT(layOverNow);
 HWY_EXPORT(layOverColorNow);
 HWY_EXPORT(keepInsideNow);
 HWY_EXPORT(fillPixelsNow);
+HWY_EXPORT(widenSamplesNow);
 HWY_EXPORT(packRgbaNow);
 HWY_EXPORT(pack16Now);
 HWY_EXPORT(splitPlanesNow);
@@ -293,6 +309,11 @@ void layOverColor(float* pixels, size_t count, const float* color) {
 
 void keepInside(float* pixels, const float* mask, size_t count) {
   HWY_DYNAMIC_DISPATCH(keepInsideNow)(pixels, mask, count);
+}
+
+void widenSamples(const uint16_t* samples, int shift, int most, int up, size_t count,
+                  int16_t* out) {
+  HWY_DYNAMIC_DISPATCH(widenSamplesNow)(samples, shift, most, up, count, out);
 }
 
 void fillPixels(float* pixels, size_t count, const float* color) {

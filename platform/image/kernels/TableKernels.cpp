@@ -19,15 +19,19 @@ const hn::ScalableTag<float> kMany;
 const hn::FixedTag<float, 4> kPixel;
 
 /// What some pixels are mixed of: from the first corner of each the way to two others and the last,
-/// and what each of the four counts.
+/// and what each of the four counts, the first two and the last two in the halves of a number.
 struct Corners {
   static constexpr size_t kMost = HWY_MAX_BYTES / sizeof(float);
   HWY_ALIGN int32_t first[kMost];
   HWY_ALIGN int32_t second[kMost];
   HWY_ALIGN int32_t third[kMost];
-  HWY_ALIGN float weights[4][kMost];
+  HWY_ALIGN int32_t near[kMost];
+  HWY_ALIGN int32_t far[kMost];
   HWY_ALIGN float alpha[kMost];
 };
+
+/// 1 in what a corner counts.
+constexpr int kWhole = 1 << 14;
 
 template <typename D>
 HWY_INLINE void findCorners(D d, const float* pixels, const ColorCube& cube, bool isOpaque,
@@ -72,29 +76,46 @@ HWY_INLINE void findCorners(D d, const float* pixels, const ColorCube& cube, boo
   hn::Store(first, di, out.first);
   hn::Store(hn::Add(first, pick(most)), di, out.second);
   hn::Store(hn::Add(first, hn::Sub(sum, pick(least))), di, out.third);
-  hn::Store(hn::Sub(hn::Set(d, 1.0f), most), d, out.weights[0]);
-  hn::Store(hn::Sub(most, middle), d, out.weights[1]);
-  hn::Store(hn::Sub(middle, least), d, out.weights[2]);
-  hn::Store(least, d, out.weights[3]);
+  // Rounded before they are subtracted, so that the four make a whole.
+  const auto rounded = [&](hn::Vec<D> value) HWY_ATTR {
+    return hn::NearestInt(hn::Mul(value, hn::Set(d, static_cast<float>(kWhole))));
+  };
+  const auto ofFirst = rounded(most);
+  const auto ofSecond = rounded(middle);
+  const auto ofLast = rounded(least);
+  const auto joined = [&](hn::Vec<decltype(di)> low, hn::Vec<decltype(di)> high)
+                          HWY_ATTR { return hn::Or(low, hn::ShiftLeft<16>(high)); };
+  hn::Store(joined(hn::Sub(hn::Set(di, kWhole), ofFirst), hn::Sub(ofFirst, ofSecond)), di,
+            out.near);
+  hn::Store(joined(hn::Sub(ofSecond, ofLast), ofLast), di, out.far);
   hn::Store(a, d, out.alpha);
 }
 
-HWY_INLINE hn::Vec<decltype(kPixel)> colorAt(const uint16_t* colors, int32_t at) {
-  const hn::Rebind<uint16_t, decltype(kPixel)> d16;
-  const hn::Rebind<int32_t, decltype(kPixel)> d32;
-  return hn::ConvertTo(kPixel, hn::PromoteTo(d32, hn::LoadU(d16, colors + at)));
+/// Two colours, their values in turn.
+HWY_INLINE hn::Vec<hn::FixedTag<int16_t, 8>> colorsAt(const int16_t* first, const int16_t* second) {
+  const hn::FixedTag<int16_t, 4> half;
+  const hn::FixedTag<int16_t, 8> whole;
+  return hn::InterleaveLower(whole, hn::ZeroExtendVector(whole, hn::LoadU(half, first)),
+                             hn::ZeroExtendVector(whole, hn::LoadU(half, second)));
 }
 
 HWY_INLINE void mixCorners(const ColorCube& cube, const Corners& at, size_t count, float* pixels) {
+  const hn::FixedTag<int32_t, 4> d32;
+  const hn::FixedTag<int16_t, 8> d16;
   const int32_t opposite = 4 * (cube.side * cube.side + cube.side + 1);
+  constexpr float kScale = 1.0f / (static_cast<float>(kWhole) * ColorCube::kOne);
+  const int16_t* const colors = cube.colors;
   for (size_t i = 0; i < count; ++i, pixels += 4) {
-    const auto weight = [&](size_t corner)
-                            HWY_ATTR { return hn::Set(kPixel, at.weights[corner][i]); };
-    auto color = hn::Mul(colorAt(cube.colors, at.first[i]), weight(0));
-    color = hn::MulAdd(colorAt(cube.colors, at.second[i]), weight(1), color);
-    color = hn::MulAdd(colorAt(cube.colors, at.third[i]), weight(2), color);
-    color = hn::MulAdd(colorAt(cube.colors, at.first[i] + opposite), weight(3), color);
-    hn::StoreU(hn::Mul(color, hn::Set(kPixel, at.alpha[i] * (1.0f / 65535))), kPixel, pixels);
+    const int32_t first = at.first[i];
+    const auto near = colorsAt(colors + first, colors + at.second[i]);
+    const auto far = colorsAt(colors + at.third[i], colors + first + opposite);
+    auto odd = hn::Zero(d32);
+    auto sum = hn::ReorderWidenMulAccumulate(d32, near, hn::BitCast(d16, hn::Set(d32, at.near[i])),
+                                             hn::Zero(d32), odd);
+    sum = hn::ReorderWidenMulAccumulate(d32, far, hn::BitCast(d16, hn::Set(d32, at.far[i])), sum,
+                                        odd);
+    const auto color = hn::ConvertTo(kPixel, hn::RearrangeToOddPlusEven(sum, odd));
+    hn::StoreU(hn::Mul(color, hn::Set(kPixel, at.alpha[i] * kScale)), kPixel, pixels);
     pixels[3] = at.alpha[i];
   }
 }

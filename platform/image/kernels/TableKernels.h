@@ -6,9 +6,11 @@
 namespace kestrel::kernels {
 
 /// Colours at the corners of cubes: `side`³ of them, blue running fastest, four values each (red,
-/// green, blue and one without meaning), 65535 for 1.
+/// green, blue and one without meaning), `kOne` for 1 and none below 0.
 struct ColorCube {
-  const uint16_t* colors;
+  static constexpr int kOne = 32767;
+
+  const int16_t* colors;
   int side;     ///< 2 to 128
   float scale;  ///< from a sample to its place, which is limited to 0 to `side` - 1
 };

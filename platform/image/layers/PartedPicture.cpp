@@ -71,7 +71,7 @@ IntRect PartedPicture::grown(const IntRect& part) const {
     return std::min(((at + (1 << shift) - 1) >> shift) << shift, most);
   };
   const int x = format_.chromaShiftX;
-  const int y = format_.chromaShiftY;
+  const int y = format_.chromaShiftY + (format_.byFields ? 1 : 0);
   return {down(part.x0, x), down(part.y0, y), up(part.x1, x, picture_.width()),
           up(part.y1, y, picture_.height())};
 }
@@ -82,7 +82,7 @@ IntRect PartedPicture::shrunk(const IntRect& part) const {
     return at == most ? most : at >> shift << shift;
   };
   const int x = format_.chromaShiftX;
-  const int y = format_.chromaShiftY;
+  const int y = format_.chromaShiftY + (format_.byFields ? 1 : 0);
   const IntRect result{up(part.x0, x), up(part.y0, y), down(part.x1, x, picture_.width()),
                        down(part.y1, y, picture_.height())};
   return result.isEmpty() ? IntRect{} : result;

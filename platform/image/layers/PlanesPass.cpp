@@ -3,11 +3,14 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/image/kernels/FilterKernels.h"
 #include "platform/image/kernels/Kernels.h"
 #include "platform/image/layers/Dither.h"
 #include "platform/image/layers/OutputPass.h"
 #include "platform/image/layers/PartedPicture.h"
+#include "platform/image/layers/PlanesRaster.h"
 #include "platform/image/layers/ResampleLayers.h"
+#include "platform/image/recipe/Components.h"
 
 namespace kestrel {
 
@@ -36,6 +39,12 @@ std::array<float, 12> matrixToPlanes(const YUVFormat& format) {
             static_cast<float>(shares[row][c] * (row == 0 ? lumaScale : chromaScale));
     return matrix;
   }
+  if (isCurved(format.matrix)) {
+    matrix[0] = static_cast<float>(lumaScale);
+    matrix[5] = matrix[10] = static_cast<float>(chromaScale);
+    matrix[7] = matrix[11] = static_cast<float>(128 * levels - chromaScale / 2);
+    return matrix;
+  }
   const double luma[3] = {format.kr, 1 - format.kr - format.kb, format.kb};
   for (size_t c = 0; c < 3; ++c) {
     matrix[c] = static_cast<float>(luma[c] * lumaScale);
@@ -43,6 +52,40 @@ std::array<float, 12> matrixToPlanes(const YUVFormat& format) {
     matrix[8 + c] = static_cast<float>(((c == 0) - luma[c]) / (2 * (1 - format.kr)) * chromaScale);
   }
   return matrix;
+}
+
+/// The rows of luma that a row of chroma is made of: from `first` on, each `step` below the one
+/// before, and what each counts. Rows beyond the picture are those at its border.
+struct RowMix {
+  int first;
+  int step;
+  std::array<float, 5> weights;
+  int count;
+};
+
+/// The opposite of how `PlanesRaster` gives rows of luma their chroma: of what it made of samples
+/// come these samples.
+RowMix mixOf(const YUVFormat& format, int row) {
+  if (format.chromaShiftY == 1 && format.byFields) {
+    const int field = row % 2;
+    const int first = 2 * (row - field) + field;
+    const auto place = static_cast<float>(fieldPlace(format, field));
+    if (first + 2 >= format.height) return {first, 2, {1}, 1};
+    return {first, 2, {1 - place, place}, 2};
+  }
+  if (format.chromaShiftY == 1 && format.chromaY != 0.5) {
+    const int mine = 2 * row + (format.chromaY > 0.5 ? 1 : 0);
+    return {mine - 2, 1, {-0.125f, 0.25f, 0.75f, 0.25f, -0.125f}, 5};
+  }
+  const int first = row << format.chromaShiftY;
+  const int count = std::min(1 << format.chromaShiftY, format.height - first);
+  const float share = 1.0f / static_cast<float>(count);
+  return {first, 1, {share, share, share, share}, count};
+}
+
+/// How many rows beside its own count for a sample of chroma.
+int rowReach(const YUVFormat& format) {
+  return format.chromaShiftY == 1 && !format.byFields && format.chromaY != 0.5 ? 2 : 0;
 }
 
 /// Writes pieces that begin at whole chroma samples.
@@ -65,9 +108,9 @@ class PlanesPass final : public Pass {
  private:
   /// Adds noise to the values where they are finer than samples.
   void writeRow(Worker& worker, int plane, int row, int x, std::span<float> values) const;
-  /// `sums` are over `rows` rows, from `kReach` columns left of the piece on.
-  void writeChroma(Worker& worker, int plane, int row, const IntRect& piece, const float* sums,
-                   int rows) const;
+  /// `mixed` is over the rows that count, from `kReach` columns left of the piece on.
+  void writeChroma(Worker& worker, int plane, int row, const IntRect& piece,
+                   const float* mixed) const;
 
   /// So many columns beside its own count for a sample of chroma.
   static constexpr int kReach = 2;
@@ -84,60 +127,74 @@ void PlanesPass::run(Worker& worker, int task) const {
   const ArenaScope scope(worker.memory);
   const YUVFormat& format = target_.format;
   const IntRect piece = tiling_.piece(task);
-  // Chroma looks at the columns beside the piece, too.
+  // Chroma looks at the columns and rows beside the piece, too.
+  const int reach = rowReach(format);
   const int left = std::max(piece.x0 - kReach, 0);
   const int right = std::min(piece.x1 + kReach, format.width);
-  const IntRect area{picture_.x0 + left, picture_.y1 - piece.y1, picture_.x0 + right,
-                     picture_.y1 - piece.y0};
+  const int top = std::max(piece.y0 - reach, 0);
+  const int bottom = std::min(piece.y1 + reach, format.height);
+  const IntRect area{picture_.x0 + left, picture_.y1 - bottom, picture_.x0 + right,
+                     picture_.y1 - top};
   const Tile tile = makeTile(worker.memory, area);
   renderAnywhere(layer_, worker, area, tile);
 
-  // Chroma lines begin with the columns left of the piece and end with some right of it; at the
-  // ends of the picture the outermost column stands for those beyond.
   const auto width = static_cast<size_t>(area.width());
-  const auto lead = static_cast<size_t>(kReach - (piece.x0 - left));
-  const size_t length = lead + width + 2 * kReach + 2;
   float* const luma = worker.memory.array<float>(width).data();
-  float* lines[2];
-  float* sums[2];
-  for (int c = 0; c < 2; ++c) {
-    lines[c] = worker.memory.array<float>(width).data();
-    sums[c] = worker.memory.array<float>(length).data();
-  }
-  const int shared = 1 << format.chromaShiftY;
-  for (int row = piece.y0; row < piece.y1; ++row) {
-    const int part = row % shared;
-    const bool isFirst = part == 0;
-    kernels::splitPlanes(tile.row(piece.y1 - 1 - row), width, matrix_.data(), luma,
-                         isFirst ? sums[0] + lead : lines[0], isFirst ? sums[1] + lead : lines[1]);
+  std::array<float*, 2> chroma;  // rows from `top` on
+  for (float*& rows : chroma)
+    rows = worker.memory.array<float>(width * static_cast<size_t>(bottom - top)).data();
+  for (int row = top; row < bottom; ++row) {
+    float* const pixels = tile.row(bottom - 1 - row);
+    const size_t at = width * static_cast<size_t>(row - top);
+    if (isCurved(format.matrix)) colorsToComponents(format.matrix, pixels, width);
+    kernels::splitPlanes(pixels, width, matrix_.data(), luma, chroma[0] + at, chroma[1] + at);
+    if (row < piece.y0 || row >= piece.y1) continue;
     writeRow(worker, 0, row, piece.x0,
              {luma + (piece.x0 - left), static_cast<size_t>(piece.width())});
-    const bool isLast = part == shared - 1 || row == piece.y1 - 1;
-    for (int c = 0; c < 2; ++c) {
-      if (!isFirst) kernels::addValues(sums[c] + lead, lines[c], width);
-      if (!isLast) continue;
-      std::fill_n(sums[c], lead, sums[c][lead]);
-      std::fill(sums[c] + lead + width, sums[c] + length, sums[c][lead + width - 1]);
-      writeChroma(worker, c + 1, row >> format.chromaShiftY, piece, sums[c], part + 1);
+  }
+
+  // Chroma lines begin with the columns left of the piece and end with some right of it; at the
+  // ends of the picture the outermost column stands for those beyond.
+  const auto lead = static_cast<size_t>(kReach - (piece.x0 - left));
+  const size_t length = lead + width + 2 * kReach + 2;
+  float* const mixed = worker.memory.array<float>(length).data();
+  const int shift = format.chromaShiftY;
+  const int end = (piece.y1 + (1 << shift) - 1) >> shift;
+  for (int row = piece.y0 >> shift; row < end; ++row) {
+    const RowMix mix = mixOf(format, row);
+    std::array<const float*, 5> rows{};
+    for (size_t c = 0; c < chroma.size(); ++c) {
+      for (int i = 0; i < mix.count; ++i) {
+        const int from = std::clamp(mix.first + i * mix.step, top, bottom - 1);
+        rows[static_cast<size_t>(i)] = chroma[c] + width * static_cast<size_t>(from - top);
+      }
+      kernels::sumRows(rows.data(), mix.weights.data(), mix.count, width, mixed + lead);
+      std::fill_n(mixed, lead, mixed[lead]);
+      std::fill(mixed + lead + width, mixed + length, mixed[lead + width - 1]);
+      writeChroma(worker, static_cast<int>(c) + 1, row, piece, mixed);
     }
   }
 }
 
 void PlanesPass::writeChroma(Worker& worker, int plane, int row, const IntRect& piece,
-                             const float* sums, int rows) const {
+                             const float* mixed) const {
   const ArenaScope scope(worker.memory);
-  const int shift = target_.format.chromaShiftX;
+  const YUVFormat& format = target_.format;
+  const int shift = format.chromaShiftX;
   const int begin = piece.x0 >> shift;
   const auto count = static_cast<size_t>(((piece.x1 + (1 << shift) - 1) >> shift) - begin);
   const auto values = worker.memory.array<float>(count);
-  const float scale = 1.0f / static_cast<float>(rows);
-  if (shift == 1) {
-    kernels::halveRow(sums, scale, count, values.data());
+  if (shift == 1 && format.chromaX == 0) {
+    kernels::halveRow(mixed, 1, count, values.data());
   } else {
     for (size_t i = 0; i < count; ++i) {
-      const float* const at = sums + (i << shift);
-      const float here = at[kReach];
-      values[i] = scale * (shift == 0 ? here : (at[kReach - 1] + 2 * here + at[kReach + 1]) / 4);
+      const float* const at = mixed + (i << shift) + kReach;
+      if (shift == 0)
+        values[i] = at[0];
+      else if (shift == 1)
+        values[i] = (3 * (at[0] + at[1]) - at[-1] - at[2]) / 4;
+      else
+        values[i] = (at[-1] + 2 * at[0] + at[1]) / 4;
     }
   }
   writeRow(worker, plane, row, begin, values);
@@ -186,7 +243,8 @@ void addPlanesPasses(const PassMaker& maker, const Layer* layer, const IntRect& 
   const PartedPicture parted(layer, picture, target.format);
   for (const auto& [planes, part] : parted.plain())
     addScalePass(maker, planes, picture, part, target);
-  const bool isFine = maker.depth > target.format.bitDepth;
+  const bool isFine =
+      maker.depth > target.format.bitDepth || (maker.hasGradients && target.format.bitDepth == 8);
   for (const IntRect& part : parted.mixed())
     maker.passes.push_back(maker.arena.make<PlanesPass>(layer, picture, part, target, isFine));
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "platform/image/kernels/Kernels.h"
+#include "platform/image/recipe/Components.h"
 #include "platform/image/values/ColorMatrix.h"
 
 namespace kestrel {
@@ -24,7 +25,8 @@ bool isJoinedAtOnce(const YUVPicture& picture) {
     return picture.planes[plane].data && picture.planes[plane].sampleStride == 1;
   };
   return picture.format.bitDepth == 8 && picture.format.chromaShiftX <= 1 &&
-         !isAside(picture.format) && isPlain(0) && isPlain(1) && isPlain(2);
+         !picture.format.byFields && !isAside(picture.format) && isPlain(0) && isPlain(1) &&
+         isPlain(2);
 }
 
 }  // namespace
@@ -84,11 +86,11 @@ void PlanesRaster::joinRow(Worker& worker, int row, int x0, int x1, int16_t* out
     copy[chromaWidth_ - left] = samples[chromaWidth_ - left - 1];
     return static_cast<const uint8_t*>(copy);
   };
-  const auto& [rows, eighths] = mix;
+  const auto& [rows, shares] = mix;
   const kernels::ChromaRows chroma{
       {samplesOf(1, rows[0]), samplesOf(1, rows[1]), samplesOf(1, rows[2])},
       {samplesOf(2, rows[0]), samplesOf(2, rows[1]), samplesOf(2, rows[2])},
-      {eighths[0], eighths[1], eighths[2]}};
+      {shares[0] / 2, shares[1] / 2, shares[2] / 2}};
   const auto& luma = picture_.planes[0];
   const uint8_t* const samples = luma.data + row * luma.bytesPerRow + x0;
   if (row >= kRowsAhead) {
@@ -153,24 +155,43 @@ PlanesRaster::ChromaMix PlanesRaster::chromaOf(int row) const {
   const auto limited = [this](int at) { return std::clamp(at, 0, chromaHeight_ - 1); };
   const int shift = picture_.format.chromaShiftY;
   const int at = row >> shift;
+  if (shift == 1 && picture_.format.byFields) return chromaOfField(row);
   if (shift == 1 && picture_.format.chromaY != 0.5) {
     const bool isUpper = picture_.format.chromaY < 0.5;
     const bool isThere = (row % 2 == 0) == isUpper;
-    const int mine = isThere ? 8 : 4;
-    return isUpper ? ChromaMix{{at, at, limited(at + 1)}, {0, mine, 8 - mine}}
-                   : ChromaMix{{limited(at - 1), at, at}, {8 - mine, mine, 0}};
+    const int mine = isThere ? 16 : 8;
+    return isUpper ? ChromaMix{{at, at, limited(at + 1)}, {0, mine, 16 - mine}}
+                   : ChromaMix{{limited(at - 1), at, at}, {16 - mine, mine, 0}};
   }
   if (shift == 1) {
     // A slope between the neighbours, so that the mean of two rows is what they share. A last row
     // that shares with none has all of it.
-    const int slope = row % 2 == 0 ? 1 : -1;
-    if (row == picture_.format.height - 1 && slope > 0) return {{at, at, at}, {0, 8, 0}};
-    return {{limited(at - 1), at, limited(at + 1)}, {slope, 8, -slope}};
+    const int slope = row % 2 == 0 ? 2 : -2;
+    if (row == picture_.format.height - 1 && slope > 0) return {{at, at, at}, {0, 16, 0}};
+    return {{limited(at - 1), at, limited(at + 1)}, {slope, 16, -slope}};
   }
-  const int eighths = ((2 * row + 1) << 2 >> shift) - 4;
-  const int first = eighths >> 3;
+  const int sixteenths = ((2 * row + 1) << 3 >> shift) - 8;
+  const int first = sixteenths >> 4;
   return {{limited(first), limited(first), limited(first + 1)},
-          {0, 8 - (eighths & 7), eighths & 7}};
+          {0, 16 - (sixteenths & 15), sixteenths & 15}};
+}
+
+/// A slope between the neighbours of the same field, by how far each of the two rows lies from what
+/// they share: so the mean, weighted as `fieldPlace` says it, is that.
+PlanesRaster::ChromaMix PlanesRaster::chromaOfField(int row) const {
+  const int field = row % 2;
+  const int line = row / 2;
+  const int lines = (picture_.format.height - field + 1) / 2;
+  const int samples = std::max((chromaHeight_ - field + 1) / 2, 1);
+  const auto rowOf = [&](int sample) {
+    return std::min(2 * std::clamp(sample, 0, samples - 1) + field, chromaHeight_ - 1);
+  };
+  const int at = rowOf(line / 2);
+  const bool isFirst = line % 2 == 0;
+  if (isFirst && line + 1 == lines) return {{at, at, at}, {0, 16, 0}};
+  const double place = fieldPlace(picture_.format, field);
+  const auto slope = static_cast<int>(std::lround(4 * (isFirst ? place : place - 1)));
+  return {{rowOf(line / 2 - 1), at, rowOf(line / 2 + 1)}, {slope, 16, -slope}};
 }
 
 void PlanesRaster::spreadChroma(const int16_t* samples, int left, int x0, int x1,
@@ -191,21 +212,24 @@ void PlanesRaster::spreadChroma(const int16_t* samples, int left, int x0, int x1
 PlanesRaster::Rows PlanesRaster::chromaRows(Worker& worker, const Rows& luma) const {
   if (picture_.format.chromaShiftY == 0) return luma;
   const int count = static_cast<int>(luma.weights.size());
-  const ChromaMix top = chromaOf(luma.first);
-  const ChromaMix bottom = chromaOf(luma.first + count - 1);
-  const int first = top.rows[0];
-  const int lines = std::max(bottom.rows[2], top.rows[2]) - first + 1;
-  const auto rows = static_cast<size_t>(lines);
+  int first = chromaHeight_;
+  int last = 0;
+  for (int i = 0; i < count; ++i) {
+    const ChromaMix mix = chromaOf(luma.first + i);
+    first = std::min(first, mix.rows[0]);
+    last = std::max(last, mix.rows[2]);
+  }
+  const auto rows = static_cast<size_t>(last - first + 1);
   const auto shares = worker.memory.array<int>(rows);
   std::fill(shares.begin(), shares.end(), 0);
   for (int i = 0; i < count; ++i) {
     const ChromaMix mix = chromaOf(luma.first + i);
     const int weight = count == 1 ? kernels::kWeightOne : luma.weights[static_cast<size_t>(i)];
     for (size_t r = 0; r < mix.rows.size(); ++r)
-      shares[static_cast<size_t>(mix.rows[r] - first)] += weight * mix.eighths[r];
+      shares[static_cast<size_t>(mix.rows[r] - first)] += weight * mix.shares[r];
   }
   const auto weights = worker.memory.array<int16_t>(rows);
-  for (size_t i = 0; i < rows; ++i) weights[i] = static_cast<int16_t>((shares[i] + 4) >> 3);
+  for (size_t i = 0; i < rows; ++i) weights[i] = static_cast<int16_t>((shares[i] + 8) >> 4);
   return {first, weights};
 }
 
@@ -250,16 +274,18 @@ void PlanesRaster::widenRow(int plane, int row, int x0, int x1, int16_t* out) co
   const int shift = picture_.format.bitShift;
   if (stride == 1 && bits <= 14) {
     const auto* const samples = reinterpret_cast<const uint16_t*>(bytes) + x0;
-    const int up = 14 - bits;
-    for (int i = 0; i < x1 - x0; ++i)
-      out[i] = static_cast<int16_t>(std::min(samples[i] >> shift, most) << up);
-    return;
+    return kernels::widenSamples(samples, shift, most, 14 - bits, static_cast<size_t>(x1 - x0),
+                                 out);
   }
   for (int x = x0; x < x1; ++x) {
     uint16_t sample;
     std::memcpy(&sample, bytes + 2 * (x * stride), sizeof(sample));
     out[x - x0] = static_cast<int16_t>(std::min(sample >> shift, most) << 14 >> bits);
   }
+}
+
+double fieldPlace(const YUVFormat& format, int field) {
+  return format.chromaY == 0.5 ? 0.25 + 0.5 * field : format.chromaY;
 }
 
 ColorMatrix matrixOfPlanes(const YUVFormat& format) {
@@ -276,6 +302,13 @@ ColorMatrix matrixOfPlanes(const YUVFormat& format) {
     matrix.m = {{{0, 0, lumaScale, -lumaScale * black},
                  {lumaScale, 0, 0, -lumaScale * black},
                  {0, lumaScale, 0, -lumaScale * black}}};
+    return matrix;
+  }
+  if (isCurved(format.matrix)) {
+    const double half = 0.5 - chromaScale * neutral;
+    matrix.m = {{{lumaScale, 0, 0, -lumaScale * black},
+                 {0, chromaScale, 0, half},
+                 {0, 0, chromaScale, half}}};
     return matrix;
   }
   const double kg = 1 - format.kr - format.kb;

@@ -26,7 +26,8 @@ struct PassMaker {
   Arena& arena;
   TapsStore& taps;
   std::vector<const Pass*>& passes;
-  int depth = 8;  ///< bits of the finest samples that the picture is made of
+  int depth = 8;              ///< bits of the finest samples that the picture is made of
+  bool hasGradients = false;  ///< that filters compute
 };
 
 /// True when samples of `source` may be mixed to samples of `target` as they are: they have the

@@ -60,7 +60,9 @@ struct ImageContext::State {
       workspace->taps.beginPlan();
       Planner planner(workspace->plan, workspace->taps, workspace->passes);
       const Layer* layer = image ? planner.plan(*image->node(), pixels) : nullptr;
-      addOutput({workspace->plan, workspace->taps, workspace->passes, planner.depth()}, layer);
+      addOutput({workspace->plan, workspace->taps, workspace->passes, planner.depth(),
+                 planner.hasGradients()},
+                layer);
       for (const Pass* pass : workspace->passes)
         isDone = isDone && runPass(*pass, *workspace, count);
     } catch (const std::bad_alloc&) {

@@ -8,6 +8,7 @@
 #include "platform/image/kernels/Kernels.h"
 #include "platform/image/layers/CompositeLayers.h"
 #include "platform/image/layers/PlanesRaster.h"
+#include "platform/image/recipe/Components.h"
 #include "platform/image/recipe/Resampling.h"
 
 namespace kestrel {
@@ -90,6 +91,29 @@ class BufferPass final : public Pass {
   int16_t* pixels_;
 };
 
+/// Colours of what a layer shows as components of a curved matrix.
+class ComponentsLayer final : public Layer {
+ public:
+  ComponentsLayer(const Layer& input, YUVMatrix matrix, bool isPlain)
+      : Layer(input.bounds()), input_(input), matrix_(matrix), isPlain_(isPlain) {}
+
+  void render(Worker& worker, const IntRect& rect, const Tile& out) const override {
+    input_.render(worker, rect, out);
+    for (int y = 0; y < rect.height(); ++y)
+      componentsToColors(matrix_, out.row(y), static_cast<size_t>(rect.width()));
+  }
+  bool isOpaque(const IntRect& rect) const override { return input_.isOpaque(rect); }
+  bool prefersBlocks() const override { return input_.prefersBlocks(); }
+  std::optional<PlainPlanes> plainPlanes() const override {
+    return isPlain_ ? input_.plainPlanes() : std::nullopt;
+  }
+
+ private:
+  const Layer& input_;
+  YUVMatrix matrix_;
+  bool isPlain_;
+};
+
 }  // namespace
 
 Planner::Chain Planner::follow(const ImageNode& node) {
@@ -142,8 +166,11 @@ const Layer* Planner::planSource(const Chain& chain, const IntRect& needed) {
   if (!isRaster && resampling::isWholeShift(chain.map)) return planShifted(chain, needed);
 
   ColorMatrix color = chain.color;
-  if (const auto* planes = as<PlanesNode>(chain.node)) {
+  const auto* const planes = as<PlanesNode>(chain.node);
+  const bool isOfComponents = planes && isCurved(planes->picture.format.matrix);
+  if (planes) {
     noteDepth(planes->picture.format.bitDepth);
+    if (isOfComponents) color = {};
     color = matrixOfPlanes(planes->picture.format).then(color);
   }
   const Sampling sampling{chain.source,
@@ -153,7 +180,12 @@ const Layer* Planner::planSource(const Chain& chain, const IntRect& needed) {
                           chain.color.isIdentity(),
                           chain.scaler.value_or(Scaler{})};
   const Raster* raster = rasterOf(*chain.node, sampling);
-  return raster ? sample(*raster, sampling) : nullptr;
+  const Layer* layer = raster ? sample(*raster, sampling) : nullptr;
+  if (!layer || !isOfComponents) return layer;
+  layer =
+      arena_.make<ComponentsLayer>(*layer, planes->picture.format.matrix, chain.color.isIdentity());
+  const KernelMatrix matrix = kernelMatrix(chain.color);
+  return matrix ? arena_.make<MatrixLayer>(*layer, matrix) : layer;
 }
 
 const Layer* Planner::planColor(const Chain& chain, const IntRect& needed) {

@@ -46,6 +46,10 @@ class Planner {
   /// Bits of the finest samples that were planned, at least 8.
   int depth() const { return depth_; }
 
+  /// Says that slow gradients are computed, which would show steps in planes of 8 bits.
+  void noteGradients() { hasGradients_ = true; }
+  bool hasGradients() const { return hasGradients_; }
+
   /// Appends work to be done before the picture itself, and after what was added before.
   void addPass(const Pass* pass) { passes_.push_back(pass); }
 
@@ -88,6 +92,7 @@ class Planner {
   TapsStore& taps_;
   std::vector<const Pass*>& passes_;
   int depth_ = 8;
+  bool hasGradients_ = false;
 };
 
 /// The colour matrix that brings Y, Cb and Cr as a raster holds them to red, green and blue.

@@ -4,6 +4,7 @@
 
 #include <numbers>
 
+#include "platform/image/filters/ColorControls.h"
 #include "tests/platform/image/FilterPictures.h"
 #include "tests/platform/image/ReferenceEvaluator.h"
 #include "tests/platform/image/TestPictures.h"
@@ -62,6 +63,23 @@ TEST(ColorControlsTest, SaturationComesBeforeContrastAndBrightness) {
       (Pixel{138, 138, 138, 255}));
 }
 
+TEST(ColorControlsTest, ShadowsWithASlopeAreNotCutOff) {
+  // The line 2.2 c - 0.35 and the parabola 1.8286 c² + 0.6 c touch at 0.4375. Of 20, 0.0784:
+  // 0.0583; of 100, 0.3922: 0.5165; of 150, 0.5882: 0.9441.
+  EXPECT_EQ(
+      applied(
+          "CIColorControls", {20, 100, 150, 255},
+          {{kCIInputBrightnessKey, 0.25}, {kCIInputContrastKey, 2.2}, {kInputShadowSlopeKey, 0.6}}),
+      (Pixel{15, 132, 241, 255}));
+  for (const double slope : {0.3, 0.6, 1.4})
+    EXPECT_LE(test::largestError(
+                  test::filtered("CIColorControls", test::seeThroughNoise(40, 30),
+                                 {{kCIInputContrastKey, 1.8}, {kInputShadowSlopeKey, slope}}),
+                  {{-1, -1}, {42, 32}}),
+              1.0)
+        << slope;
+}
+
 TEST(HueAdjustTest, ThirdOfATurnMovesRedToGreen) {
   EXPECT_EQ(
       applied("CIHueAdjust", {200, 10, 60, 255}, {{kCIInputAngleKey, 2 * std::numbers::pi / 3}}),
@@ -88,9 +106,19 @@ TEST(ExposureAdjustTest, OneStopDownHalvesTheLight) {
 }
 
 TEST(ExposureAdjustTest, MoreLightFollowsTheFilm) {
-  // Of 200, 0.5776: 1.4142 × 0.5776 / (1 + 0.4142 × 0.5776) = 0.6591, which shows as 212.
+  // Of 200, 0.5583: 1.4142 × 0.5583 / (1 + 0.4142 × 0.5583) = 0.6412, which shows as 212.
   EXPECT_EQ(applied("CIExposureAdjust", {20, 100, 200, 255}, {{kCIInputEVKey, 1.0}}),
-            (Pixel{25, 115, 212, 255}));
+            (Pixel{23, 113, 212, 255}));
+}
+
+TEST(ExposureAdjustTest, ShadowsAreLiftedNoFurtherThanMidtones) {
+  // 2^(3 / 2 / 2.4) = 1.542
+  for (const int shadow : {4, 10, 20, 40}) {
+    const auto value = static_cast<uint8_t>(shadow);
+    EXPECT_NEAR(applied("CIExposureAdjust", {value, 0, 0, 255}, {{kCIInputEVKey, 3.0}})[0],
+                shadow * 1.542, 0.51 + 0.01 * shadow)
+        << shadow;
+  }
 }
 
 TEST(ExposureAdjustTest, NothingBelowWhiteBecomesWhite) {

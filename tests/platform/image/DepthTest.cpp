@@ -107,6 +107,23 @@ TEST_P(DepthTest, WhatChangesNothingIsACopy) {
 INSTANTIATE_TEST_SUITE_P(Kinds, DepthTest, testing::ValuesIn(kKinds),
                          [](const auto& kind) { return kind.param.name; });
 
+TEST(DepthTest, SixteenBitsOfRgbKeepAllOfThemThroughColours) {
+  YUVFormat format = formatOf(60, 20, 0, 0, 16, 0, true);
+  format.matrix = YUVMatrix::kRgb;
+  Planes source(format);
+  source.fillWithNoise(11);
+  // So little that nothing changes.
+  const auto exposure = FilterRegistry::filterWithName("CIExposureAdjust");
+  exposure->setValue(1e-9, kCIInputEVKey);
+  exposure->setValue(Image::fromPlanes(source.picture()), kCIInputImageKey);
+  Planes target(format);
+  ASSERT_TRUE(ImageContext().render(exposure->outputImage(), {{0, 0}, {60, 20}}, target.target()));
+  for (size_t p = 0; p < 3; ++p)
+    for (int row = 0; row < 20; ++row)
+      for (int x = 0; x < 60; ++x)
+        ASSERT_NEAR(target.get(p, x, row), source.get(p, x, row), 1) << p << ' ' << x << ' ' << row;
+}
+
 /// A grey of 12 bits in 4:4:4, full range.
 Planes greyOf(int sample) {
   Planes planes(formatOf(64, 64, 0, 0, 12, 0, true));
@@ -175,6 +192,27 @@ TEST(DitherTest, PicturesOf8BitsGetNone) {
     for (int x = 0; x < 32; ++x) ASSERT_EQ(plain.get(0, x, row), source.get(0, x, row));
 }
 
+// A blurred edge of 8 bits: the mean of 8 x 8 samples says more than a sample can.
+TEST(DitherTest, GradientsThatFiltersMakeShowNoSteps) {
+  Planes source(formatOf(256, 64, 1, 1));
+  source.fill(0, [](int x, int) { return x < 128 ? 110 : 118; });
+  for (size_t p = 1; p < 3; ++p) source.fill(p, [](int, int) { return 128; });
+  const auto blur = FilterRegistry::filterWithName("CIGaussianBlur");
+  blur->setValue(40.0, kCIInputRadiusKey);
+  blur->setValue(Image::fromPlanes(source.picture()), kCIInputImageKey);
+  Planes shown(formatOf(256, 64, 1, 1));
+  ASSERT_TRUE(ImageContext().render(blur->outputImage(), {{0, 0}, {256, 64}}, shown.target()));
+  for (int begin = 32; begin < 216; begin += 8) {
+    double exact = 0;
+    double mean = 0;
+    for (int x = begin; x < begin + 8; ++x) {
+      exact += (114 + 4 * std::erf((x + 0.5 - 128) / (40 * std::sqrt(2.0)))) / 8;
+      for (int row = 24; row < 32; ++row) mean += shown.get(0, x, row) / 64.0;
+    }
+    EXPECT_NEAR(mean, exact, 0.15) << begin;
+  }
+}
+
 TEST(DitherTest, IsTheSameForAnyThreads) {
   Planes source(formatOf(300, 200, 1, 1, 10));
   source.fillWithNoise(9);
@@ -222,6 +260,33 @@ TEST(MatrixTest, YCgCoIsMixedAsItsStandardSays) {
                             {Color{0, 0, 1, 1}, {283, 288, 64}},
                             {Color{1, 1, 1, 1}, {940, 512, 512}},
                             {Color{0.2, 0.4, 0.8, 1}, {458, 467, 243}}});
+}
+
+// ITU-R BT.2020, table 4, worked out by hand in the limited range of 10 bits. Red has the luma
+// 4.5 light or 1.0993 light^0.45 - 0.0993 of 0.2627: 0.5032; Cb = -0.5032 / 1.9404 and
+// Cr = (1 - 0.5032) / 0.9936.
+TEST(MatrixTest, ConstantLuminanceIsMixedOfLight) {
+  YUVFormat format = formatOf(2, 2, 0, 0, 10);
+  format.matrix = YUVMatrix::kConstantLuminance;
+  expectComponents(format, {{Color{1, 0, 0, 1}, {505, 280, 960}},
+                            {Color{1, 1, 1, 1}, {940, 512, 512}},
+                            {Color{0, 0, 0, 1}, {64, 512, 512}},
+                            {Color{0.5, 0.5, 0.5, 1}, {502, 512, 512}}});
+}
+
+// ITU-R BT.2100, table 7. Red of PQ at its brightest, 10000: cones 4121, 1667 and 242, in PQ
+// 0.9058, 0.8076 and 0.5990: I 0.8567, Ct -0.1982, Cp 0.4575. In HLG 0.8352, 0.6565 and 0.2693:
+// 0.7458, -0.2049 and 0.4416.
+TEST(MatrixTest, IctcpIsMixedOfCones) {
+  YUVFormat format = formatOf(2, 2, 0, 0, 10);
+  format.matrix = YUVMatrix::kICtCpOfPq;
+  expectComponents(format, {{Color{1, 0, 0, 1}, {814, 334, 922}},
+                            {Color{1, 1, 1, 1}, {940, 512, 512}},
+                            {Color{0.5, 0.5, 0.5, 1}, {502, 512, 512}}});
+  format.matrix = YUVMatrix::kICtCpOfHlg;
+  expectComponents(format, {{Color{1, 0, 0, 1}, {717, 328, 908}},
+                            {Color{1, 1, 1, 1}, {940, 512, 512}},
+                            {Color{0.5, 0.5, 0.5, 1}, {502, 512, 512}}});
 }
 
 TEST(MatrixTest, RgbIsGreenBlueAndRed) {

@@ -132,8 +132,9 @@ Colour sdrOfPq(const Colour& samples, double peak) {
 Colour sdrOfHlg(const Colour& samples) {
   Colour light{hlgScene(samples[0]), hlgScene(samples[1]), hlgScene(samples[2])};
   const double luminance = 0.2627 * light[0] + 0.6780 * light[1] + 0.0593 * light[2];
-  for (double& part : light) part *= 1000 * std::pow(luminance, 0.2);
-  return sdrOfLight(light, 1000);
+  // On a display of 400, whose gamma is 1.2 + 0.42 log10(400 / 1000).
+  for (double& part : light) part *= 400 * std::pow(luminance, 0.2 - 0.42 * 0.39794);
+  return sdrOfLight(light, 400);
 }
 
 Colour labOf(const Colour& sdr) {

@@ -297,6 +297,21 @@ TEST(PlaneScaleLookTest, WhatChangesNothingChangesNoSample) {
   EXPECT_EQ(rendered(image->scaled(60.0 / 90, 40.0 / 62), to, 3), plain);
 }
 
+// Chroma of 4:2:0 lies with the left one of two columns. Of a mirrored picture that is the other
+// one: sample k of 32 is what column 63 - 2 k shows, half way between two samples of the source.
+TEST(PlaneScaleLookTest, MirroredChromaIsWhatItsColumnsShow) {
+  const auto colour = [](int x) { return 128 + 60 * std::sin(0.2 * x); };
+  Planes source(formatOf(64, 16, 1, 1));
+  source.fill(0, [](int, int) { return 128; });
+  for (size_t p = 1; p < 3; ++p)
+    source.fill(p, [&](int x, int) { return static_cast<int>(std::lround(colour(2 * x))); });
+  Planes mirrored(formatOf(64, 16, 1, 1));
+  ASSERT_TRUE(
+      ImageContext().render(Image::fromPlanes(source.picture())->scaled(-1, 1)->translated(64, 0),
+                            {{0, 0}, {64, 16}}, mirrored.target()));
+  for (int x = 4; x < 28; ++x) EXPECT_NEAR(mirrored.get(1, x, 4), colour(63 - 2 * x), 1) << x;
+}
+
 TEST(PlaneScaleLookTest, MirroredTwiceIsThePicture) {
   Planes source(formatOf(90, 62, 1, 1));
   source.fillWithNoise(3);

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 #include "tests/platform/image/ReferenceEvaluator.h"
 #include "tests/platform/image/TestPictures.h"
@@ -38,6 +40,11 @@ constexpr YUVFormat placed(YUVFormat format, double chromaX, double chromaY) {
   return format;
 }
 
+constexpr YUVFormat byFields(YUVFormat format) {
+  format.byFields = true;
+  return format;
+}
+
 const Layout kLayouts[] = {
     {"420", formatOf(38, 26, 1, 1)},
     {"420odd", formatOf(37, 25, 1, 1)},
@@ -53,10 +60,42 @@ const Layout kLayouts[] = {
     {"420centre", placed(formatOf(38, 26, 1, 1), 0.5, 0.5)},
     {"420upperleft", placed(formatOf(37, 25, 1, 1, 10), 0, 0)},
     {"420lower", placed(formatOf(38, 26, 1, 1), 0.5, 1)},
+    {"420fields", byFields(formatOf(38, 26, 1, 1))},
+    {"420fieldsten", byFields(formatOf(37, 24, 1, 1, 10))},
     {"420alpha", formatOf(37, 25, 1, 1), false, true},
     {"444tenalpha", formatOf(37, 25, 0, 0, 10), false, true},
     {"tiny", formatOf(1, 1, 1, 1)},
 };
+
+/// The rows of luma that a row of chroma is made of, and what each counts.
+std::vector<std::pair<int, double>> rowsOf(const YUVFormat& format, int row) {
+  if (format.byFields && format.chromaShiftY == 1) {
+    const int field = row % 2;
+    const int first = (row - field) * 2 + field;
+    return field == 0 ? std::vector<std::pair<int, double>>{{first, 0.75}, {first + 2, 0.25}}
+                      : std::vector<std::pair<int, double>>{{first, 0.25}, {first + 2, 0.75}};
+  }
+  if (format.chromaShiftY == 1 && format.chromaY != 0.5) {
+    const int at = 2 * row + (format.chromaY == 0 ? 0 : 1);
+    return {{at - 2, -0.125}, {at - 1, 0.25}, {at, 0.75}, {at + 1, 0.25}, {at + 2, -0.125}};
+  }
+  std::vector<std::pair<int, double>> rows;
+  const int first = row << format.chromaShiftY;
+  for (int r = first; r < std::min(first + (1 << format.chromaShiftY), format.height); ++r)
+    rows.emplace_back(r, 1);
+  return rows;
+}
+
+/// A sample of chroma of those of a row of luma.
+template <typename At>
+double acrossOf(const YUVFormat& format, int x, const At& at) {
+  const int first = x << format.chromaShiftX;
+  if (format.chromaShiftX == 0) return at(first);
+  if (format.chromaShiftX == 2) return (2 * at(first) + at(first - 1) + at(first + 1)) / 4;
+  if (format.chromaX == 0.5)
+    return (3 * (at(first) + at(first + 1)) - at(first - 1) - at(first + 2)) / 4;
+  return (6 * at(first) + 2 * (at(first - 1) + at(first + 1)) - at(first - 2) - at(first + 2)) / 8;
+}
 
 class PlanesLayoutTest : public testing::TestWithParam<Layout> {
  protected:
@@ -110,20 +149,48 @@ TEST_P(PlanesLayoutTest, IsWrittenByTheFormula) {
   for (int c = 1; c <= 2; ++c) {
     for (int row = 0; row < chromaHeight(format); ++row) {
       for (int x = 0; x < chromaWidth(format); ++x) {
-        const int first = row << format.chromaShiftY;
-        const int last = std::min(first + (1 << format.chromaShiftY), format.height);
-        const int at = x << format.chromaShiftX;
         double sum = 0;
-        for (int r = first; r < last; ++r) {
-          const double here = component(c, at, r);
-          const auto sides = [&](int apart) {
-            return component(c, at - apart, r) + component(c, at + apart, r);
-          };
-          sum += format.chromaShiftX == 0   ? here
-                 : format.chromaShiftX == 1 ? (6 * here + 2 * sides(1) - sides(2)) / 8
-                                            : (2 * here + sides(1)) / 4;
+        double whole = 0;
+        for (const auto& [r, share] : rowsOf(format, row)) {
+          if (format.byFields && r >= format.height) continue;
+          const int inside = std::clamp(r, 0, format.height - 1);
+          const auto at = [&](int column) { return component(c, column, inside); };
+          sum += share * acrossOf(format, x, at);
+          whole += share;
         }
-        expectNear(static_cast<size_t>(c), x, row, sum / (last - first));
+        expectNear(static_cast<size_t>(c), x, row, sum / whole);
+      }
+    }
+  }
+}
+
+/// What was made of samples of chroma gives these samples again.
+TEST_P(PlanesLayoutTest, ChromaUpAndDownLosesNothing) {
+  if (GetParam().hasAlpha || GetParam().format.chromaShiftX > 1) GTEST_SKIP() << "not promised";
+  const YUVFormat& format = GetParam().format;
+  const Rect bounds{{0, 0},
+                    {static_cast<double>(format.width), static_cast<double>(format.height)}};
+  // A filter in between keeps the planes from being copied.
+  const auto exposure = FilterRegistry::filterWithName("CIExposureAdjust");
+  exposure->setValue(1e-9, kCIInputEVKey);
+  exposure->setValue(Image::fromPlanes(planes_.picture()), kCIInputImageKey);
+  Planes gentle(format);
+  // Colours that RGB has.
+  for (size_t p = 0; p < 3; ++p)
+    planes_.fill(p, [&](int x, int row) {
+      const int levels = 1 << (format.bitDepth - 8);
+      return levels * (p == 0 ? 100 + (x * 7 + row * 3) % 40 : 118 + (x * 5 + row * 11) % 20);
+    });
+  ASSERT_TRUE(ImageContext().render(exposure->outputImage(), bounds, gentle.target()));
+  const int step = std::max(1, 1 << std::max(format.bitDepth - 11, 0));
+  for (size_t p = 1; p < 3; ++p) {
+    for (int row = 0; row < chromaHeight(format); ++row) {
+      for (int x = 0; x < chromaWidth(format); ++x) {
+        // A lower place has no row above that tells of the first one.
+        if (format.chromaY == 1 && format.height % 2 != 0 && row + 1 == chromaHeight(format))
+          continue;
+        ASSERT_NEAR(gentle.get(p, x, row), planes_.get(p, x, row), step)
+            << "plane " << p << " at " << x << " " << row;
       }
     }
   }

@@ -3,6 +3,7 @@
 #include <kestrel/ImageContext.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -11,6 +12,7 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "platform/image/filters/ColorControls.h"
 #include "platform/image/filters/ExposureAdjust.h"
 #include "platform/image/filters/GaussianBlur.h"
 #include "platform/image/filters/Glow.h"
@@ -137,6 +139,23 @@ Sample planesPixel(const PlanesNode& node, int x, int y) {
       weights[1] = 1 - std::abs(apart);
       weights[2] = std::max(0.0, apart);
     }
+    // The rows of chroma around, of one field where they are by fields.
+    std::array<int, 3> rows{};
+    for (int j = -1; j <= 1; ++j)
+      rows[static_cast<size_t>(j + 1)] = std::clamp(at + j, 0, height - 1);
+    if (format.byFields) {
+      const int field = row % 2;
+      const int pair = row / 4;
+      const int last = (height - 1 - field) / 2;
+      for (int j = -1; j <= 1; ++j)
+        rows[static_cast<size_t>(j + 1)] = 2 * std::clamp(pair + j, 0, last) + field;
+      // A quarter of the way below the upper row of the pair, or above the lower one.
+      const double own = (row / 2) % 2 - (field == 0 ? 0.25 : 0.75);
+      const bool isAlone = (row / 2) % 2 == 0 && row + 2 >= format.height;
+      weights[0] = isAlone ? 0 : -own / 4;
+      weights[1] = 1;
+      weights[2] = -weights[0];
+    }
     double sum = 0;
     for (int j = -1; j <= 1; ++j) {
       for (int i = 0; i < 2; ++i) {
@@ -144,7 +163,7 @@ Sample planesPixel(const PlanesNode& node, int x, int y) {
         const double weight = (1 - std::abs(u - k)) * weights[j + 1];
         sum +=
             weight * planeSample(picture, plane, std::clamp<int>(static_cast<int>(k), 0, width - 1),
-                                 std::clamp(at + j, 0, height - 1));
+                                 rows[static_cast<size_t>(j + 1)]);
       }
     }
     return format.fullRange ? (sum - 128 * levels) / most : (sum - 128 * levels) / (224 * levels);
@@ -307,10 +326,19 @@ Sample glowing(const GlowNode& glow, const Sample& s, const Sample& mean) {
 }
 
 double exposed(double value, double stops) {
-  const double light = linear(value);
-  if (stops < 0) return encoded(light / std::pow(2.0, -stops));
+  if (stops < 0) return encoded(linear(value) / std::pow(2.0, -stops));
+  const double light = std::pow(value, 2.4);
   const double more = std::pow(2.0, 0.5 * stops);
-  return encoded(more * light / (1 - light + more * light));
+  return std::pow(more * light / (1 - light + more * light), 1 / 2.4);
+}
+
+/// A line whose lower part is a parabola from black on, solved for where both touch.
+double withSoftShadows(double value, const SoftContrastNode& node) {
+  const double bend = std::pow(node.contrast - node.slope, 2) / (-4 * node.offset);
+  const double curve = bend * value * value + node.slope * value;
+  const double line = node.contrast * value + node.offset;
+  const bool isBefore = 2 * bend * value + node.slope < node.contrast;
+  return std::clamp(isBefore ? curve : line, 0.0, 1.0);
 }
 
 Sample Evaluator::filtered(const FilterNode& node, int x, int y) {
@@ -330,6 +358,8 @@ Sample Evaluator::filtered(const FilterNode& node, int x, int y) {
         glowing(*glow, toLight(clampedSample(s)), blurred(*glow->input, glow->radius, true, x, y)));
   if (const auto* exposure = dynamic_cast<const ExposureNode*>(&node))
     return eachOf(clampedSample(s), [&](double v) { return exposed(v, exposure->stops); });
+  if (const auto* contrast = dynamic_cast<const SoftContrastNode*>(&node))
+    return eachOf(clampedSample(s), [&](double v) { return withSoftShadows(v, *contrast); });
   if (const auto* light = dynamic_cast<const SpotLightNode*>(&node))
     return fromLight(clampedSample(lit(light->light, toLight(clampedSample(s)), x, y)));
   if (const auto* lines = dynamic_cast<const LineScreenNode*>(&node))

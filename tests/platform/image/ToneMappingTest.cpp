@@ -49,14 +49,14 @@ TEST(ToneMappingTest, TheModelsDifferenceIsTheOneThatIsPublished) {
     EXPECT_NEAR(test::ciede2000(pair.a, pair.b), pair.difference, 1e-4);
 }
 
-// Worked out by hand: signals 0.3 and 0.5 of HLG are 15.0 and 50.7 candelas per square metre, below
-// the knee, which lies at 91: 255 (15.0 / 203)^(1 / 2.4). 0.75 is 203, above it. The brightest
-// light is white.
+// Worked out by hand: on a display of 400, signals 0.3, 0.5 and 0.75 of HLG are 10.7, 30.7 and 101
+// candelas per square metre, below the knee, which lies at 144: 255 (10.7 / 203)^(1 / 2.4). 0.75
+// shows as 0.75 of SDR, for which HLG was made. The brightest light is white.
 TEST(ToneMappingTest, GreysOfHlgHaveTheLightOfTheirDisplay) {
   EXPECT_EQ(sdrOfGrey(0, kHlg), 0);
-  EXPECT_NEAR(sdrOfGrey(0.3, kHlg), 86, 1);
-  EXPECT_NEAR(sdrOfGrey(0.5, kHlg), 143, 1);
-  EXPECT_NEAR(sdrOfGrey(0.75, kHlg), 230, 1);
+  EXPECT_NEAR(sdrOfGrey(0.3, kHlg), 75, 1);
+  EXPECT_NEAR(sdrOfGrey(0.5, kHlg), 116, 1);
+  EXPECT_NEAR(sdrOfGrey(0.75, kHlg), 191, 1);
   EXPECT_EQ(sdrOfGrey(1, kHlg), 255);
 }
 
@@ -115,7 +115,7 @@ TEST(ToneMappingTest, APictureIsTheSameForAnyThreadsAndAsAPartOfAnother) {
 TEST(ToneMappingTest, TransparentPicturesKeepTheirAlpha) {
   const auto grey = Image::fromColor({0.5, 0.5, 0.5, 0.5});
   const auto picture = ImageContext().bitmapImage(toneMapped(grey, kHlg), {{0, 0}, {1, 1}});
-  EXPECT_NEAR(picture->row(0)[0], 143, 2);
+  EXPECT_NEAR(picture->row(0)[0], 116, 2);
   EXPECT_EQ(picture->row(0)[3], 128);
 }
 
