@@ -18,6 +18,7 @@
 #include "convert/conversion/DividedConversion.h"
 #include "convert/job/JobFolder.h"
 #include "convert/job/JobPlan.h"
+#include "convert/job/JobStand.h"
 #include "convert/job/PacketFile.h"
 #include "convert/job/PartPackets.h"
 
@@ -74,25 +75,6 @@ JobPart standOf(const JobFolder& folder, const PlannedPart& part) {
     stand.worker = claim->worker;
   }
   return stand;
-}
-
-std::string spanText(const JobPart& part) {
-  return part.name == kSoundPart ? std::string("the sound")
-                                 : fmt::format("the pictures from {} to {}", formatTime(part.start),
-                                               formatTime(part.end));
-}
-
-/// Throws for parts that nobody has made.
-void requireParts(const JobStatus& status) {
-  for (const JobPart& part : status.poison())
-    throw Failure::input(
-        status.input, fmt::format("{} of '{}' could not be converted: {}", spanText(part),
-                                  status.input, part.problems.empty() ? "" : part.problems.back()));
-  const auto missing = std::ranges::count_if(
-      status.parts, [](const JobPart& part) { return part.state != JobPart::State::kDone; });
-  if (missing > 0)
-    throw Failure::input(status.input, fmt::format("{} of {} parts are still to be made", missing,
-                                                   status.parts.size()));
 }
 
 void makePart(const JobFolder& folder, const JobPlan& plan, const PlannedPart& part,
@@ -158,19 +140,6 @@ void attempt(const JobFolder& folder, const JobPlan& plan, const PlannedPart& pa
 
 }  // namespace
 
-bool JobStatus::isWorkedOff() const {
-  return std::ranges::all_of(parts, [](const JobPart& part) {
-    return part.state == JobPart::State::kDone || part.state == JobPart::State::kPoison;
-  });
-}
-
-std::vector<JobPart> JobStatus::poison() const {
-  std::vector<JobPart> found;
-  std::ranges::copy_if(parts, std::back_inserter(found),
-                       [](const JobPart& part) { return part.state == JobPart::State::kPoison; });
-  return found;
-}
-
 JobStatus jobStatus(const std::string& path) {
   const JobFolder folder(path);
   const JobPlan plan = readJobPlan(path);
@@ -200,6 +169,7 @@ JobStatus workJob(const std::string& path, const JobWorker& worker, const Events
     bool isWaiting = false;
     bool hasMade = false;
     for (const PlannedPart& part : plan.parts) {
+      if (worker.number && &part - plan.parts.data() + 1 != *worker.number) continue;
       if (events.isInterrupted()) throw Failure::interrupted();
       if (folder.isDone(part.name) || folder.isPoison(part.name)) continue;
       const auto claim = folder.claim(part.name, nameOf(worker), worker.lease);
@@ -230,7 +200,7 @@ Report assembleJob(const std::string& path, const Events& events) {
     folder.markAssembled();
     return {};
   }
-  requireParts(jobStatus(path));
+  requireMade(jobStatus(path));
   folder.removeTargets();
   DividedConversion conversion(settingsOf(plan), plan.measured);
   const ConversionPlan& conversionPlan = conversion.plan(events);

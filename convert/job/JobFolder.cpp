@@ -169,6 +169,12 @@ void JobFolder::writeOnce(const std::string& name, const std::string& text) cons
     throw Failure(Failure::Kind::kExists, fmt::format("'{}' has a job already", path_), path_);
 }
 
+void JobFolder::replace(const std::string& name, const std::string& text) const {
+  const std::string partial = in("partial/" + uniqueName());
+  write(partial, text);
+  if (std::rename(partial.c_str(), in(name).c_str()) != 0) fail(in(name));
+}
+
 bool JobFolder::isDone(const std::string& part) const {
   return access(partPath(part).c_str(), F_OK) == 0;
 }

@@ -51,6 +51,9 @@ class JobFolder {
   /// Removes it, where there is one. Whenever that ends, it is known to the last what was done.
   void remove() const;
 
+  /// Writes a file in place of an older one; it appears whole.
+  void replace(const std::string& name, const std::string& text) const;
+
   bool isDone(const std::string& part) const;
   bool isAssembled() const;
   void markAssembled() const { writeOnce("assembled", "\n"); }

@@ -13,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include "convert/job/JobStand.h"
+
 namespace kestrel {
 
 namespace {
@@ -49,18 +51,6 @@ std::optional<JobFailure> makeElsewhere(const std::string& program, const std::s
                         status == kSignalled + SIGINT};
 }
 
-void tell(const JobStatus& status, const Events& events) {
-  Progress progress{.duration = 0.0};
-  for (const JobPart& part : status.parts) {
-    const double length = part.end - part.start;
-    const bool isPictures = part.name != "sound" || status.parts.size() == 1;
-    if (!isPictures) continue;
-    *progress.duration += length;
-    if (part.state == JobPart::State::kDone) progress.time += length;
-  }
-  events.progress(progress);
-}
-
 }  // namespace
 
 JobStatus workJobLocally(const std::string& folder, const LocalWorkers& workers,
@@ -92,7 +82,7 @@ JobStatus workJobLocally(const std::string& folder, const LocalWorkers& workers,
       --running;
     });
   while (running > 0) {
-    if (events.progress) tell(jobStatus(folder), events);
+    if (events.progress) events.progress(progressOf(jobStatus(folder)));
     for (auto left = kTelling; running > 0 && left > kPoll; left -= kPoll)
       std::this_thread::sleep_for(kPoll);
   }

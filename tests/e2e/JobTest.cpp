@@ -93,5 +93,21 @@ TEST_F(JobCommandTest, NothingIsLostByBeingKilled) {
   EXPECT_THAT(result.out, HasSubstr("all alike"));
 }
 
+TEST_F(JobCommandTest, SlurmsNodesMakeTheSameFile) {
+  const RunResult result = run({"bash", fixture("slurm.sh").string(), kestrelBinary(), input_});
+  if (result.status == 77) GTEST_SKIP() << "no Slurm: " << result.out;
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  EXPECT_THAT(result.out, HasSubstr("all alike"));
+}
+
+TEST_F(JobCommandTest, WithoutSlurmThatIsTold) {
+  plan();
+  const RunResult result = run({kestrelBinary(), "job", "submit", "job"},
+                               {.workingDirectory = dir_.path(), .environment = {"PATH=/nowhere"}});
+  EXPECT_TRUE(endsWithSentence(result, 1, "there is no Slurm here: 'sbatch' is missing"));
+  EXPECT_TRUE(endsWithSentence(job({"follow", "job"}), 2, "was not submitted to Slurm"));
+  EXPECT_TRUE(endsWithSentence(job({"cancel", "job"}), 2, "was not submitted to Slurm"));
+}
+
 }  // namespace
 }  // namespace kestrel::test

@@ -49,6 +49,16 @@ ProgressDisplay::Style TypedProgress::style() const {
   throw wrongUsage("--progress: '" + text + "' is none of bar, json and none");
 }
 
+void addSlurmOptions(Verb& verb, TypedSlurm& typed, const std::string& of) {
+  verb.option("--partition", typed.partition, of + "Slurm's partition").type("NAME").notEmpty();
+  verb.option("--array-limit", typed.arrayLimit, of + "how many parts are made at once at most")
+      .type("N")
+      .within(1, 1000000);
+  verb.option("--time", typed.time, of + "the longest that a part may take, such as 1:30:00")
+      .type("TIME")
+      .notEmpty();
+}
+
 void addProgressOption(Verb& verb, TypedProgress& typed) {
   verb.option("--progress", typed.text,
               "bar (on a terminal; the default), json (a line each) or none")

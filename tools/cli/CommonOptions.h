@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrel/Protocols.h>
+#include <kestrel/convert/Job.h>
 
 #include <optional>
 #include <string>
@@ -30,6 +31,18 @@ struct TypedInput {
   int angleNumber() const { return angle.value_or(1); }
 };
 void addInputOptions(Verb& verb, TypedInput& typed);
+
+/// How a job goes to Slurm.
+struct TypedSlurm {
+  std::string partition, time;
+  std::optional<int> arrayLimit;
+
+  kestrel::SlurmSettings settings() const {
+    return {.partition = partition, .arrayLimit = arrayLimit, .time = time};
+  }
+};
+/// `of`: what the options' texts begin with.
+void addSlurmOptions(Verb& verb, TypedSlurm& typed, const std::string& of);
 
 /// How progress is told.
 struct TypedProgress {

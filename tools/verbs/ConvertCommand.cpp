@@ -40,6 +40,8 @@ struct Typed {
   bool skipExisting = false;
   bool recursive = false;
   bool resume = false;
+  bool slurm = false;
+  TypedSlurm onSlurm;
 };
 
 /// Refuses options that shape an encoded stream where it is copied or left out: they would do
@@ -156,7 +158,11 @@ int runMany(const Typed& typed, const Preset& preset, const ConversionSettings& 
 
 /// What makes sense for one file alone, or for many.
 void requireForm(const Typed& typed, const Verb& verb) {
-  if (!typed.into.empty() && typed.resume) throw wrongUsage("--resume is of one file");
+  if (!typed.into.empty() && (typed.resume || typed.slurm))
+    throw wrongUsage(fmt::format("{} is of one file", typed.resume ? "--resume" : "--slurm"));
+  for (const char* option : {"--partition", "--array-limit", "--time"})
+    if (verb.isGiven(option) && !typed.slurm)
+      throw wrongUsage(fmt::format("{} needs --slurm", option));
   if (!typed.into.empty()) return;
   for (const char* option : {"--ext", "--name", "--skip-existing", "--recursive"})
     if (verb.isGiven(option)) throw wrongUsage(fmt::format("{} needs --into DIR", option));
@@ -173,20 +179,21 @@ int runInParts(const Typed& typed, const Request& request, const ConversionSetti
   ProgressDisplay progress(styleOf(typed));
   Events events = progress.events();
   if (!typed.quiet) events.note = say;
+  const JobSettings job{.input = settings.input,
+                        .output = settings.output,
+                        .replaces = settings.replaces,
+                        .options = withDefaults(request.options, request.preset.options)};
   Report report =
-      convertResumably({.job = {.input = settings.input,
-                                .output = settings.output,
-                                .replaces = settings.replaces,
-                                .options = withDefaults(request.options, request.preset.options)},
-                        .workers = {.count = typed.jobs.value_or(0)}},
-                       events);
+      typed.slurm
+          ? convertOnSlurm(job, typed.onSlurm.settings(), events)
+          : convertResumably({.job = job, .workers = {.count = typed.jobs.value_or(0)}}, events);
   if (typed.quiet) report.leftOut.clear();
   return finish(progress, report);
 }
 
 int runOne(const Typed& typed, const Request& request, ConversionSettings settings) {
   if (typed.dryRun) return showPlans(typed, {settings});
-  if (typed.resume) return runInParts(typed, request, settings);
+  if (typed.resume || typed.slurm) return runInParts(typed, request, settings);
   ProgressDisplay progress(styleOf(typed));
   Events events = progress.events();
   if (!typed.quiet) events.note = say;
@@ -255,6 +262,8 @@ void addConvertVerb(CommandLine& line) {
   verb.flag("--force", typed->force, "replace an existing target");
   verb.flag("--resume", typed->resume,
             "convert in parts beside the target, which another call takes up again");
+  verb.flag("--slurm", typed->slurm, "have Slurm's nodes convert it in parts, and wait for them");
+  addSlurmOptions(verb, typed->onSlurm, "with --slurm: ");
   verb.flag("--dry-run", typed->dryRun, "print what would become of each stream, write nothing");
   verb.flag("--json", typed->json, "print plans, or what became of many files, as one document");
   addProgressOption(verb, typed->progress);

@@ -33,7 +33,8 @@ struct Typed {
   std::string subject;  // the input to plan, or the folder of the job
   std::string output, folder, worker, part;
   std::optional<double> stretch, lease;
-  std::optional<int> jobs, threads;
+  std::optional<int> jobs, threads, number;
+  TypedSlurm slurm;
   TypedProgress progress;
   bool force = false;
   bool json = false;
@@ -110,7 +111,7 @@ int work(const Typed& typed) {
   ProgressDisplay progress(typed.progress.style());
   if (typed.jobs)
     return outcomeOf(workJobLocally(typed.subject, {.count = *typed.jobs}, progress.events()));
-  JobWorker worker{.name = typed.worker};
+  JobWorker worker{.name = typed.worker, .number = typed.number};
   if (typed.lease) worker.lease = *typed.lease;
   return outcomeOf(workJob(typed.subject, worker, {.interrupt = interrupted}));
 }
@@ -136,6 +137,13 @@ int assemble(const Typed& typed) {
   return finish(progress, assembleJob(typed.subject, events));
 }
 
+int follow(const Typed& typed) {
+  ProgressDisplay progress(typed.progress.style());
+  followJob(typed.subject, progress.events());
+  progress.finish();
+  return kDone;
+}
+
 int run(const Typed& typed, const Verb& verb) {
   if (typed.action == "plan") return plan(typed, verb);
   if (!givenOptions(verb, knownConversionOptions()).empty())
@@ -143,7 +151,12 @@ int run(const Typed& typed, const Verb& verb) {
   if (typed.action == "work") return work(typed);
   if (typed.action == "assemble") return assemble(typed);
   if (typed.action == "status") return show(typed);
-  throw wrongUsage(fmt::format("'{}' is none of plan, work, assemble, status", typed.action));
+  if (typed.action == "submit") submitJob(typed.subject, typed.slurm.settings());
+  if (typed.action == "cancel") cancelJob(typed.subject);
+  if (typed.action == "follow") return follow(typed);
+  if (typed.action == "submit" || typed.action == "cancel") return kDone;
+  throw wrongUsage(fmt::format(
+      "'{}' is none of plan, work, assemble, status, submit, follow, cancel", typed.action));
 }
 
 }  // namespace
@@ -159,8 +172,8 @@ void addJobVerb(CommandLine& line) {
   auto typed = std::make_shared<Typed>();
   verb.option("action", typed->action, "what to do")
       .required()
-      .type("plan|work|assemble|status")
-      .words({"plan", "work", "assemble", "status"});
+      .type("plan|work|assemble|status|submit|follow|cancel")
+      .words({"plan", "work", "assemble", "status", "submit", "follow", "cancel"});
   verb.option("subject", typed->subject, "the file to convert or, but for 'plan', the job")
       .required()
       .type("INPUT|JOB");
@@ -178,11 +191,15 @@ void addJobVerb(CommandLine& line) {
       .within(1, 64);
   verb.option("--part", typed->part, "work: make this part alone, which was claimed before")
       .type("NAME");
+  verb.option("--number", typed->number, "work: make this part alone, by its place in the plan")
+      .type("N")
+      .within(1, 1000000);
   verb.option("--lease", typed->lease,
               "work: seconds for which a worker that is not heard of keeps its part (default: 60)")
       .type("SECONDS");
   verb.flag("--json", typed->json, "status: print one JSON document");
   verb.flag("--watch", typed->watch, "status: go on until all parts are made");
+  addSlurmOptions(verb, typed->slurm, "submit: ");
   addProgressOption(verb, typed->progress);
   addOptions(verb, knownConversionOptions(),
              {"Picture", "Look", "Sound", "Other streams", "Span and file"});

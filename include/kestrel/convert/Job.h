@@ -88,6 +88,7 @@ struct JobWorker {
   /// Has a claimed part made elsewhere, such as by a process of its own that calls `makeJobPart`;
   /// answers why there was none where nobody could note that in the job. Empty: it is made here.
   std::function<std::optional<JobFailure>(const std::string& part)> makePart = {};
+  std::optional<int> number = {};  ///< it makes this part alone, from 1 in the plan's order
   /// How long a worker that is not heard of keeps its part; seconds, from 1. One of the same
   /// machine whose process is gone loses it at once.
   double lease = 60;
@@ -140,6 +141,32 @@ struct ResumableConversion {
 /// there. Interrupted, it answers so. Throws a `Failure` as the calls that it is made of.
 KESTREL_API Report convertResumably(const ResumableConversion& conversion,
                                     const Events& events = {});
+
+/// How a job goes to Slurm, which must see the job's folder and the input under the same names on
+/// all nodes.
+struct SlurmSettings {
+  std::string partition = {};          ///< "": Slurm's default
+  std::optional<int> arrayLimit = {};  ///< how many parts are made at once at most, from 1
+  std::string time = {};               ///< the longest that a part may take, as Slurm writes it
+  std::string program = {};            ///< as of `LocalWorkers`
+};
+
+/// Submits a job: an array with an element for each part, and what puts the parts together once
+/// these have ended. Needs nobody from then on. Throws a `Failure` where there is no Slurm and for
+/// what it refuses.
+KESTREL_API void submitJob(const std::string& folder, const SlurmSettings& settings = {});
+
+/// Waits until a job that was submitted is put together. Throws a `Failure` where Slurm has ended
+/// without that, and when interrupted: the job goes on.
+KESTREL_API JobStatus followJob(const std::string& folder, const Events& events = {});
+
+/// Has Slurm end what was submitted. What was made stays.
+KESTREL_API void cancelJob(const std::string& folder);
+
+/// A conversion as a job of Slurm's, from its plan to its target. A call for one that was submitted
+/// before follows that; one that was cancelled, or has failed, is submitted again.
+KESTREL_API Report convertOnSlurm(const JobSettings& job, const SlurmSettings& settings = {},
+                                  const Events& events = {});
 
 /// How a job stands. Throws a `Failure` for a folder without a job.
 KESTREL_API JobStatus jobStatus(const std::string& folder);
