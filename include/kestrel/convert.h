@@ -33,6 +33,7 @@
 #include <kestrel/convert/Report.h>
 #include <kestrel/convert/Scanning.h>
 #include <kestrel/convert/Scenes.h>
+#include <kestrel/convert/Sound.h>
 #include <kestrel/convert/Sprites.h>
 #include <kestrel/convert/TargetQuality.h>
 #include <kestrel/convert/Text.h>
