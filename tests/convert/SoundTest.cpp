@@ -79,7 +79,8 @@ TEST(Sound, OfACodecWithMemoryIsTheSameAfterASeek) {
   const std::vector<float> later = rest(sound);
   const auto expected = std::span(all).subspan(2 * 44100);
   ASSERT_EQ(later.size(), expected.size());
-  EXPECT_LT(greatestDifference(later, expected), 1e-4);
+  // Its decoder makes up noise, from numbers that depend on all before.
+  EXPECT_LT(greatestDifference(later, expected), 1e-3);
 }
 
 TEST(Sound, ComesInTheRateAndTheChannelsAskedFor) {
