@@ -14,7 +14,7 @@ function(root_from variable folder)
 endfunction()
 
 install(TARGETS kestrelcode EXPORT KestrelCodeTargets
-  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT library
   INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/kestrel"
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
@@ -44,6 +44,19 @@ if(TARGET kestrel)
 endif()
 install(FILES "${PROJECT_BINARY_DIR}/shell/libkestrelcode.3"
   DESTINATION "${CMAKE_INSTALL_MANDIR}/man3")
+
+if(TARGET kestrel_python)
+  # Where Debian's Python looks below /usr; elsewhere PYTHONPATH names it.
+  set(KESTREL_INSTALL_PYTHONDIR "lib/python3/dist-packages" CACHE STRING
+    "Where the Python package is installed")
+  set(package "${KESTREL_INSTALL_PYTHONDIR}/kestrel")
+  root_from(way "${package}")
+  set_target_properties(kestrel_python PROPERTIES
+    INSTALL_RPATH "$ORIGIN/${way}/${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS kestrel_python LIBRARY DESTINATION "${package}" COMPONENT python)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/python/kestrel/" DESTINATION "${package}"
+    COMPONENT python PATTERN "__pycache__" EXCLUDE)
+endif()
 
 install(EXPORT KestrelCodeTargets NAMESPACE KestrelCode:: DESTINATION "${cmake_dir}")
 configure_package_config_file(

@@ -173,6 +173,7 @@ class Conversion::Work {
   const Events& takeScenes(SharedProgress& stages) {
     if (plan_.chapterSource != ChapterSource::kScenes) return events_;
     const Scenes found = scenesWithin({.input = settings_.input,
+                                       .source = settings_.source,
                                        .title = settings_.title,
                                        .angle = settings_.angle,
                                        .protocols = settings_.protocols},

@@ -224,7 +224,7 @@ std::optional<Area> withoutBars(LMFFMovie& movie) {
     Samples pictures;
     PictureReader reader(movie);
     for (const int64_t time : times)
-      if (const auto frame = reader.frameAt(media.movie_position() + time))
+      if (const auto frame = reader.frameAt(media.movie_position() + time).image)
         pictures.add(frame->getFrame());
     area = pictures.area();
   }

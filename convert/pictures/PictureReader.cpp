@@ -36,22 +36,22 @@ PictureReader::PictureReader(LMFFMovie& movie) : movie_(movie) {
 
 PictureReader::~PictureReader() { leaveOut(false); }
 
-std::shared_ptr<LMFFImage> PictureReader::frameAt(int64_t time) {
-  if (!stream_) return nullptr;
+const HeldPicture& PictureReader::frameAt(int64_t time) {
+  if (!stream_) return newest_;
   const int64_t wanted = meant(time);
   const bool isThere =
       newest_ && newest_.start <= wanted && (atEnd_ || newest_.lastsBeyond(wanted));
-  if (isThere) return newest_.image;
+  if (isThere) return newest_;
   if (!isNear(wanted)) seek(wanted, canLeaveOut_);
   if (!readUpTo(wanted, canLeaveOut_)) {
     seek(wanted, false);
     readUpTo(wanted, false);
   }
-  return newest_.image;
+  return newest_;
 }
 
 std::shared_ptr<const Image> PictureReader::imageAt(int64_t time) {
-  const auto frame = frameAt(time);
+  const auto frame = frameAt(time).image;
   const auto effects = movie_.videoEffectStream();
   if (!frame || !effects) return nullptr;
   // A subtitle that begins at this very time is shown, too.

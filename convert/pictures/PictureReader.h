@@ -28,9 +28,9 @@ class PictureReader {
   PictureReader& operator=(const PictureReader&) = delete;
 
   /// The frame shown at a time; the first or the last one for times before or behind all others.
-  /// Null when none could be decoded. One that ends within a quarter of its time gives way to the
+  /// None when none could be decoded. One that ends within a quarter of its time gives way to the
   /// next, so that a time in rounded seconds hits the picture that was meant.
-  std::shared_ptr<LMFFImage> frameAt(int64_t time);
+  const HeldPicture& frameAt(int64_t time);
 
   /// The same with the look that the movie has and the subtitles of that time, in the size of the
   /// movie's output. Valid until the next call.

@@ -72,6 +72,7 @@ class Pictures::Input {
   void setEffect(const std::string& name);
   std::shared_ptr<const Image> imageAt(int64_t time);
   std::shared_ptr<const BitmapImage> pictureAt(int64_t time);
+  Shown shownAt(int64_t time);
   std::optional<Shown> next();
   std::shared_ptr<const BitmapImage> drawn(const Shown& shown);
   Report report() const;
@@ -79,6 +80,8 @@ class Pictures::Input {
  private:
   Size lookSize() const;
   void applyLook();
+  template <typename Ask>
+  auto asked(int64_t time, Ask ask);
 
   PicturesSettings settings_;
   std::shared_ptr<LMMediaSource> source_;
@@ -146,15 +149,29 @@ void Pictures::Input::setEffect(const std::string& name) {
   applyLook();
 }
 
-std::shared_ptr<const Image> Pictures::Input::imageAt(int64_t time) {
+/// What the reader answers for a time, if it answers anything.
+template <typename Ask>
+auto Pictures::Input::asked(int64_t time, Ask ask) {
   time = std::max<int64_t>(time, 0);
   if (!reader_) reader_.emplace(movie_);
   lastAsked_ = std::max(lastAsked_, time);
-  auto image = reader_->imageAt(time);
+  auto answer = ask(*reader_, time);
   if (isInterrupted(movie_)) throw Failure::interrupted();
-  if (!image)
+  if (!answer)
     throw Failure::input(settings_.input,
                          fmt::format("nothing could be decoded from '{}'", settings_.input));
+  return answer;
+}
+
+Pictures::Shown Pictures::Input::shownAt(int64_t time) {
+  const HeldPicture picture =
+      asked(time, [](PictureReader& reader, int64_t wanted) { return reader.frameAt(wanted); });
+  return {picture.image, picture.start, picture.end};
+}
+
+std::shared_ptr<const Image> Pictures::Input::imageAt(int64_t time) {
+  auto image =
+      asked(time, [](PictureReader& reader, int64_t wanted) { return reader.imageAt(wanted); });
   const Size drawn = lookSize();
   if (drawn == outputSize_) return image;
   return image->scaled(outputSize_.width / drawn.width, outputSize_.height / drawn.height)
@@ -232,6 +249,8 @@ std::shared_ptr<const BitmapImage> Pictures::pictureAt(int64_t time) {
 }
 
 std::shared_ptr<const Image> Pictures::imageAt(int64_t time) { return input_->imageAt(time); }
+
+Pictures::Shown Pictures::shownAt(int64_t time) { return input_->shownAt(time); }
 
 std::optional<Pictures::Shown> Pictures::next() { return input_->next(); }
 

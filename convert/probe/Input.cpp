@@ -125,6 +125,15 @@ std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<
   return source;
 }
 
+std::shared_ptr<LMMediaSource> openCopy(const LMMediaSource& source, const std::string& name,
+                                        std::optional<int> title, const Interrupt& interrupt) {
+  if (title) throw Failure::settings("title: a source of the program's own has none", "title");
+  const auto copy = source.copy();
+  if (!copy) throw cannotOpen(name, "its source has no copy");
+  openSource(*copy, name, interrupt);
+  return copy;
+}
+
 bool isInterrupted(const LMMediaSource& source) {
   const Interrupt interrupt = source.interrupt();
   return interrupt && interrupt();

@@ -25,9 +25,17 @@ std::shared_ptr<LMMediaSource> openInput(const std::string& path, std::optional<
                                          const Interrupt& interrupt, int angle = 1,
                                          const Protocols& protocols = {});
 
+/// A copy of the program's own source, which people know as `name`, opened. It has no titles, and
+/// needs no protocols.
+std::shared_ptr<LMMediaSource> openCopy(const LMMediaSource& source, const std::string& name,
+                                        std::optional<int> title, const Interrupt& interrupt);
+
 /// The input of a job's settings.
 template <typename Settings>
 std::shared_ptr<LMMediaSource> openInput(const Settings& settings, const Interrupt& interrupt) {
+  if constexpr (requires { settings.source; })
+    if (settings.source)
+      return openCopy(*settings.source, settings.input, settings.title, interrupt);
   const auto& path = [&]() -> const std::string& {
     if constexpr (requires { settings.input; })
       return settings.input;

@@ -32,6 +32,7 @@ constexpr int kSheetWidth = 1600;
 
 PicturesSettings picturesOf(const ScenesSettings& settings) {
   return {.input = settings.input,
+          .source = settings.source,
           .title = settings.title,
           .angle = settings.angle,
           .protocols = settings.protocols,

@@ -114,6 +114,7 @@ int64_t QualityWriter::pictures() const {
 
 void QualityWriter::findScenes() {
   scenes_ = scenesWithin({.input = settings_.input,
+                          .source = settings_.source,
                           .title = settings_.title,
                           .angle = settings_.angle,
                           .protocols = settings_.protocols},
@@ -198,6 +199,7 @@ bool QualityWriter::isPlain() const {
 std::vector<LikenessAt> QualityWriter::scoresOf(const std::string& path, const Events& events) {
   if (!isPlain()) return reel_->compare(path, events);
   Pictures original({.input = settings_.input,
+                     .source = settings_.source,
                      .title = settings_.title,
                      .angle = settings_.angle,
                      .protocols = settings_.protocols,

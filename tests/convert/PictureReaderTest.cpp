@@ -44,7 +44,7 @@ class NumberedMovie {
 
   /// The number of the picture at a time in seconds; -1 without one.
   int numberAt(double seconds) {
-    const auto image = reader_->frameAt(std::llround(seconds * 1e6));
+    const auto image = reader_->frameAt(std::llround(seconds * 1e6)).image;
     if (!image) return -1;
     const AVFrame& frame = *image->getFrame();
     const uint8_t* row = frame.data[0] + frame.height / 2 * frame.linesize[0];
@@ -149,8 +149,8 @@ TEST(PictureReader, BeforeTheFirstPictureTheFirstOneStands) {
 
 TEST(PictureReader, AskedTwiceAnswersTheSamePicture) {
   NumberedMovie movie("numbered25.mp4");
-  const auto first = movie.reader().frameAt(1'005'000);
-  EXPECT_EQ(movie.reader().frameAt(1'025'000), first);
+  const auto first = movie.reader().frameAt(1'005'000).image;
+  EXPECT_EQ(movie.reader().frameAt(1'025'000).image, first);
 }
 
 TEST(PictureReader, LeavesTheDecoderAsItWas) {
@@ -171,7 +171,7 @@ TEST(PictureReader, LeavesTheDecoderAsItWas) {
 TEST(PictureReader, WithoutPicturesThereIsNone) {
   LMFFMovie movie;
   PictureReader reader(movie);
-  EXPECT_EQ(reader.frameAt(0), nullptr);
+  EXPECT_EQ(reader.frameAt(0).image, nullptr);
   EXPECT_EQ(reader.imageAt(0), nullptr);
 }
 

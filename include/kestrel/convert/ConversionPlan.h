@@ -13,11 +13,14 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace kestrel {
+
+class LMMediaSource;
 
 /// What becomes of a stream.
 enum class StreamAction {
@@ -52,7 +55,10 @@ enum class ChromaSampling { k444, k422, k420 };
 struct ConversionSettings {
   using Options = std::map<std::string, std::string>;
 
-  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::string input = {};  ///< a file, or a disc (a folder or an image)
+  /// The program's own bytes in place of a file; `input` is then what people call them. It is not
+  /// opened itself: each reader gets a copy (`LMMediaSource::copy`).
+  std::shared_ptr<LMMediaSource> source = {};
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   Protocols protocols = {};       ///< by which the input may be read where it is no file

@@ -19,9 +19,14 @@
 
 namespace kestrel {
 
+class LMMediaSource;
+
 /// Which pictures are to be had; `{}` beside the input means as they are.
 struct PicturesSettings {
-  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::string input = {};  ///< a file, or a disc (a folder or an image)
+  /// The program's own bytes in place of a file; `input` is then what people call them. It is not
+  /// opened itself: each reader gets a copy (`LMMediaSource::copy`).
+  std::shared_ptr<LMMediaSource> source = {};
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   Protocols protocols = {};       ///< by which the input may be read where it is no file
@@ -82,6 +87,9 @@ class KESTREL_API Pictures {
     int64_t start = 0;
     int64_t end = 0;
   };
+
+  /// The picture shown at a time, as it was decoded; throws as `pictureAt` does.
+  Shown shownAt(int64_t time);
 
   /// The picture that follows the one that was last asked for, in the order in which they are
   /// shown, each once; at first the first one. Nothing behind the last one. Throws a `Failure` when

@@ -6,15 +6,21 @@
 #include <kestrel/convert/Report.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace kestrel {
 
+class LMMediaSource;
+
 /// Which movie is searched for scenes.
 struct ScenesSettings {
-  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::string input = {};  ///< a file, or a disc (a folder or an image)
+  /// The program's own bytes in place of a file; `input` is then what people call them. It is not
+  /// opened itself: each reader gets a copy (`LMMediaSource::copy`).
+  std::shared_ptr<LMMediaSource> source = {};
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   Protocols protocols = {};       ///< by which the input may be read where it is no file

@@ -13,9 +13,14 @@
 
 namespace kestrel {
 
+class LMMediaSource;
+
 /// Which sound is to be had; `{}` beside the input means the usual track as it is.
 struct SoundSettings {
-  std::string input = {};         ///< a file, or a disc (a folder or an image)
+  std::string input = {};  ///< a file, or a disc (a folder or an image)
+  /// The program's own bytes in place of a file; `input` is then what people call them. It is not
+  /// opened itself: each reader gets a copy (`LMMediaSource::copy`).
+  std::shared_ptr<LMMediaSource> source = {};
   std::optional<int> title = {};  ///< of a disc: a number from 1, or `kMainTitle`
   int angle = 1;                  ///< of the title, from 1; above 1 it needs a title
   Protocols protocols = {};       ///< by which the input may be read where it is no file

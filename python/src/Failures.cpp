@@ -1,0 +1,42 @@
+#include <kestrel/convert/Failure.h>
+
+#include "Bindings.h"
+
+namespace kestrel::python {
+
+namespace {
+
+const char* classOf(Failure::Kind kind) {
+  switch (kind) {
+    case Failure::Kind::kSettings:
+      return "SettingsError";
+    case Failure::Kind::kInput:
+      return "InputError";
+    case Failure::Kind::kOutput:
+      return "OutputError";
+    case Failure::Kind::kExists:
+      return "ExistsError";
+    case Failure::Kind::kInterrupted:
+      return "Interrupted";
+  }
+  return "Error";
+}
+
+}  // namespace
+
+void bindFailures(py::module_&) {
+  py::register_exception_translator([](std::exception_ptr thrown) {
+    try {
+      if (thrown) std::rethrow_exception(thrown);
+    } catch (const Failure& failure) {
+      // A signal that interrupted it has its own exception set already.
+      if (PyErr_Occurred()) return;
+      const py::object type =
+          py::module_::import("kestrel._failures").attr(classOf(failure.kind()));
+      const py::object value = type(failure.what(), failure.subject());
+      PyErr_SetObject(type.ptr(), value.ptr());
+    }
+  });
+}
+
+}  // namespace kestrel::python

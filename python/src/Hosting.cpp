@@ -1,0 +1,192 @@
+#include "Hosting.h"
+
+#include <kestrel/LMCustomSource.h>
+#include <kestrel/MemorySource.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+namespace kestrel::python {
+
+namespace {
+
+constexpr auto kPause = std::chrono::milliseconds(50);
+
+/// Bytes of a Python object with `read` and `seek`. Readers of one object take turns.
+class FileSource : public LMCustomSource {
+ public:
+  struct File {
+    explicit File(py::object opened) : object(std::move(opened)) {}
+    ~File() {
+      const py::gil_scoped_acquire acquired;
+      object = py::object();
+    }
+
+    py::object object;
+    std::mutex turn;
+    int64_t size = 0;
+    std::exception_ptr failure;  // what reading raised first
+  };
+
+  explicit FileSource(std::shared_ptr<File> file) : file_(std::move(file)) {}
+
+  std::shared_ptr<LMMediaSource> copy() const override {
+    return std::make_shared<FileSource>(file_);
+  }
+  int64_t filesize() const override { return file_->size; }
+
+  int32_t read(uint8_t* buffer, int32_t size) override {
+    const std::lock_guard turn(file_->turn);
+    const py::gil_scoped_acquire acquired;
+    try {
+      file_->object.attr("seek")(read_offset());
+      const py::object read = file_->object.attr("read")(size);
+      const std::string_view bytes = py::cast<std::string_view>(read);
+      std::copy_n(bytes.begin(), bytes.size(), buffer);
+      return static_cast<int32_t>(bytes.size());
+    } catch (py::error_already_set& raised) {
+      raised.discard_as_unraisable("reading a movie");
+      constexpr int32_t kInputOutput = -5;
+      return kInputOutput;
+    }
+  }
+
+ private:
+  const std::shared_ptr<File> file_;
+};
+
+}  // namespace
+
+std::string pathOf(const py::object& path) {
+  return py::cast<std::string>(py::module_::import("os").attr("fspath")(path));
+}
+
+InputSource inputOf(const py::object& input) {
+  if (py::isinstance<py::bytes>(input) || py::isinstance<py::bytearray>(input)) {
+    const py::bytes held = py::reinterpret_steal<py::bytes>(PyBytes_FromObject(input.ptr()));
+    const std::string_view bytes = held;
+    return {"bytes", std::make_shared<MemorySource>(
+                         std::make_shared<const std::vector<uint8_t>>(bytes.begin(), bytes.end()))};
+  }
+  if (!py::hasattr(input, "read") || !py::hasattr(input, "seek")) return {pathOf(input), nullptr};
+  const auto file = std::make_shared<FileSource::File>(input);
+  constexpr int kFromEnd = 2;
+  file->size = py::cast<int64_t>(input.attr("seek")(0, kFromEnd));
+  const py::object name = py::getattr(input, "name", py::str("file"));
+  return {py::isinstance<py::str>(name) ? py::cast<std::string>(name) : "file",
+          std::make_shared<FileSource>(file)};
+}
+
+void serve(const py::object& progress, const py::object& note,
+           const std::function<void(const Events&)>& work) {
+  std::mutex lock;
+  std::condition_variable news;
+  std::optional<Progress> latest;
+  std::deque<std::string> notes;
+  bool isDone = false;
+  std::exception_ptr failure;
+  std::atomic<bool> isStopped = false;
+
+  Events events;
+  events.interrupt = [&] { return isStopped.load(); };
+  events.progress = [&](const Progress& done) {
+    const std::lock_guard guard(lock);
+    latest = done;
+  };
+  events.note = [&](const std::string& sentence) {
+    const std::lock_guard guard(lock);
+    notes.push_back(sentence);
+  };
+  std::thread worker([&] {
+    try {
+      work(events);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    const std::lock_guard guard(lock);
+    isDone = true;
+    news.notify_all();
+  });
+  const auto join = [&] {
+    const py::gil_scoped_release released;
+    worker.join();
+  };
+
+  try {
+    for (bool isLast = false; !isLast;) {
+      std::optional<Progress> reached;
+      std::deque<std::string> sentences;
+      {
+        const py::gil_scoped_release released;
+        std::unique_lock guard(lock);
+        news.wait_for(guard, kPause, [&] { return isDone; });
+        isLast = isDone;
+        reached = std::exchange(latest, std::nullopt);
+        sentences.swap(notes);
+      }
+      if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+      if (!note.is_none())
+        for (const std::string& sentence : sentences) note(sentence);
+      if (!progress.is_none() && reached) progress(*reached);
+    }
+  } catch (...) {
+    isStopped = true;
+    join();
+    throw;
+  }
+  join();
+  if (failure) std::rethrow_exception(failure);
+}
+
+Interrupt signals() {
+  // Taking Python's lock costs more than asking is worth each time.
+  auto next = std::make_shared<std::atomic<std::chrono::steady_clock::time_point>>();
+  return [next] {
+    const auto now = std::chrono::steady_clock::now();
+    if (now < next->load()) return false;
+    *next = now + kPause;
+    const py::gil_scoped_acquire acquired;
+    return PyErr_Occurred() || PyErr_CheckSignals() != 0;
+  };
+}
+
+std::vector<NamedValue> namedValues(const py::kwargs& options) {
+  const auto text = [](const py::handle& value) -> std::string {
+    if (py::isinstance<py::bool_>(value)) return py::cast<bool>(value) ? "true" : "false";
+    return py::cast<std::string>(py::str(value));
+  };
+  const auto sides = [&](const py::sequence& sequence, size_t first) {
+    return text(sequence[first]) + "x" + text(sequence[first + 1]);
+  };
+  std::vector<NamedValue> values;
+  for (const auto& [key, value] : options) {
+    if (value.is_none()) continue;
+    NamedValue named{py::cast<std::string>(key), {}};
+    std::replace(named.name.begin(), named.name.end(), '_', '-');
+    if (!py::isinstance<py::list>(value) && !py::isinstance<py::tuple>(value)) {
+      named.values.push_back(text(value));
+    } else {
+      const auto sequence = py::reinterpret_borrow<py::sequence>(value);
+      if (named.name == "size" && sequence.size() == 2) {
+        named.values.push_back(sides(sequence, 0));
+      } else if (named.name == "crop" && sequence.size() == 4) {
+        named.values.push_back(text(sequence[0]) + "," + text(sequence[1]) + "," +
+                               sides(sequence, 2));
+      } else {
+        for (const auto& entry : sequence) named.values.push_back(text(entry));
+      }
+    }
+    values.push_back(std::move(named));
+  }
+  return values;
+}
+
+}  // namespace kestrel::python
