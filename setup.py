@@ -23,6 +23,8 @@ class CMakeBuild(build_ext):
         configure += ["-DKESTREL_BUILD_TOOLS=OFF", f"-DKESTREL_PYTHON={sys.executable}"]
         # The library lies beside the module, which looks for it there.
         configure += ["-DKESTREL_INSTALL_PYTHONDIR=.", "-DCMAKE_INSTALL_LIBDIR=kestrel"]
+        # One file: what a wheel keeps of links are copies.
+        configure += ["-DCMAKE_PLATFORM_NO_VERSIONED_SONAME=ON"]
         subprocess.run(configure, check=True)
         subprocess.run(["cmake", "--build", folder, "--target", "kestrel_python"], check=True)
         for part in ("library", "python"):

@@ -21,7 +21,7 @@ namespace kestrel::test {
 namespace {
 
 std::shared_ptr<LMMediaSource> inMemory(const std::string& path) {
-  const auto bytes = fileBytes(path);
+  const auto bytes = readBytes(path);
   return std::make_shared<MemorySource>(
       std::make_shared<const std::vector<uint8_t>>(bytes.begin(), bytes.end()));
 }
