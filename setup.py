@@ -1,6 +1,7 @@
 """Has `pip install .` build the Python module, with the engine inside the package."""
 
 import os
+import shlex
 import subprocess
 import sys
 from pathlib import Path
@@ -25,6 +26,7 @@ class CMakeBuild(build_ext):
         configure += ["-DKESTREL_INSTALL_PYTHONDIR=.", "-DCMAKE_INSTALL_LIBDIR=kestrel"]
         # One file: what a wheel keeps of links are copies.
         configure += ["-DCMAKE_PLATFORM_NO_VERSIONED_SONAME=ON"]
+        configure += shlex.split(os.environ.get("KESTREL_CMAKE_OPTIONS", ""))
         subprocess.run(configure, check=True)
         subprocess.run(["cmake", "--build", folder, "--target", "kestrel_python"], check=True)
         for part in ("library", "python"):

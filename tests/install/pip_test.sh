@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # `pip install .` puts module and library into an environment, where programs import them.
-#   ROOT: the sources; PYTHON: the interpreter; BUILD_FOLDER: where it may build.
+#   ROOT: the sources; PYTHON: the interpreter; BUILD_FOLDER: where it may build;
+#   KESTREL_CMAKE_OPTIONS: what makes its compiler calls those of the build, so that they are cached.
 set -euo pipefail
 
-if ! "$PYTHON" -c 'import ensurepip, pip, setuptools' 2>/dev/null; then
-  echo "skipped: python3-pip, python3-venv and python3-setuptools are not all there"
+if ! "$PYTHON" -c 'from importlib.util import find_spec
+assert all(map(find_spec, ("venv", "pip", "setuptools")))' 2>/dev/null; then
+  echo "skipped: venv, pip and setuptools are not all there"
   exit 77
 fi
 place=$(mktemp -d)
