@@ -58,8 +58,6 @@ struct JobPart {
   double end = 0;
   std::string worker = {};                 ///< that makes it, or has made it
   std::vector<std::string> problems = {};  ///< why it has failed, each time
-  int64_t pictures = 0;                    ///< of one that is done
-  double seconds = 0;                      ///< that it took, likewise
 };
 
 /// How a job stands.
