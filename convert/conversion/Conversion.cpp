@@ -216,7 +216,8 @@ class Conversion::Work {
     }
     Measures measures{.info = info_, .picture = measured_.picture};
     measures.scanning = [this, interrupt] {
-      if (!measured_.scanning) measured_.scanning = measuredScanning(openedAgain(interrupt));
+      if (!measured_.scanning)
+        measured_.scanning = measuredScanning([&] { return openedAgain(interrupt); });
       return *measured_.scanning;
     };
     measures.times = [this, interrupt] { return pictureTimes(*openedAgain(interrupt)); };

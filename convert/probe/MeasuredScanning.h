@@ -2,6 +2,7 @@
 
 #include <kestrel/convert/Scanning.h>
 
+#include <functional>
 #include <memory>
 
 struct AVStream;
@@ -13,8 +14,11 @@ class LMMediaSource;
 /// What a stream's marks say of its pictures, none of which is looked at.
 Scanning markedScanning(const AVStream& stream);
 
-/// How the pictures of an opened input, of which nothing was read, were scanned. Where it is read
-/// from afterwards is not said. Throws a `Failure` when the input's interrupt says so.
-Scanning measuredScanning(const std::shared_ptr<LMMediaSource>& source);
+/// Opens a reader of the input.
+using Reader = std::function<std::shared_ptr<LMMediaSource>()>;
+
+/// How an input's pictures were scanned. An input that can be read only once is opened once. Throws
+/// a `Failure` when its interrupt says so.
+Scanning measuredScanning(const Reader& open);
 
 }  // namespace kestrel

@@ -140,13 +140,15 @@ Witness glanced(LMMediaSource& source, const AVStream& stream, const std::set<in
 }
 
 /// What pictures in a row say, from every place or, where there is none, from the beginning.
-Witness seen(const std::shared_ptr<LMMediaSource>& source, uint32_t video,
-             const std::set<int64_t>& places) {
+Scanning seen(LMMediaSource& source, const std::set<int64_t>& places) {
+  const auto video = mainVideo(*source.formatContext());
+  if (!video) return {};
+  Witness witness(*source.formatContext()->streams[*video]);
   LMFFMovie movie;
-  movie.openMedias(source->createMediasWithStreams(IndexSet{video}));
+  movie.openMedias(source.createMediasWithStreams(IndexSet{*video}));
   const auto videos = movie.videos();
+  if (videos.empty()) return witness.result();  // there is no decoder
   LMFFMedia& media = *videos.front();
-  Witness witness(*media.videoStream()->stream());
   const size_t count = std::max<size_t>(places.size(), 1);
   const auto look = [&] {
     const size_t each = (count == 1 ? kMoreInOne : 1) * kPictures / count;
@@ -163,31 +165,29 @@ Witness seen(const std::shared_ptr<LMMediaSource>& source, uint32_t video,
     look();
   }
   if (isInterrupted(media)) throw Failure::interrupted();
-  return witness;
+  return witness.result();
 }
 
 }  // namespace
 
 Scanning markedScanning(const AVStream& stream) { return Witness(stream).result(); }
 
-Scanning measuredScanning(const std::shared_ptr<LMMediaSource>& source) {
+Scanning measuredScanning(const Reader& open) {
+  auto source = open();
   const auto video = mainVideo(*source->formatContext());
   if (!video) return {};
   AVStream& stream = *source->formatContext()->streams[*video];
   const std::set<int64_t> places = placesIn(*source, stream);
-  if (!places.empty() && !Witness(stream).isMarked()) {
-    const Witness glance = glanced(*source, stream, places);
-    if (glance.seesNone()) return glance.result();
-    // Medias tell what the demuxer was asked for by what they read themselves.
-    source->close();
-    source->open();
-  }
-  return seen(source, *video, places).result();
+  if (places.empty() || Witness(stream).isMarked()) return seen(*source, places);
+  const Witness glance = glanced(*source, stream, places);
+  if (glance.seesNone()) return glance.result();
+  // Medias tell what the demuxer was asked for by what they read themselves.
+  return seen(*open(), places);
 }
 
 Scanning readScanning(const std::string& path, std::optional<int> title, const Interrupt& interrupt,
                       int angle, const Protocols& protocols) {
-  return measuredScanning(openInput(path, title, interrupt, angle, protocols));
+  return measuredScanning([&] { return openInput(path, title, interrupt, angle, protocols); });
 }
 
 }  // namespace kestrel

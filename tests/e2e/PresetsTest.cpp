@@ -155,9 +155,10 @@ TEST_F(Presets, KnowEveryOptionThatShapesAConversion) {
   std::istringstream lines(help);
   Arguments options{"convert"};
   const std::vector<std::string> ofTheRun{
-      "--help",  "--preset",  "--save-preset",   "--progress", "--force",
-      "--quiet", "--dry-run", "--json",          "--into",     "--ext",
-      "--name",  "--jobs",    "--skip-existing", "--recursive"};
+      "--help",  "--preset",    "--save-preset",   "--progress",  "--force",
+      "--quiet", "--dry-run",   "--json",          "--into",      "--ext",
+      "--name",  "--jobs",      "--skip-existing", "--recursive", "--resume",
+      "--slurm", "--partition", "--array-limit",   "--time"};
   int count = 0;
   for (std::string line; std::getline(lines, line);) {
     const size_t begin = line.find("--");

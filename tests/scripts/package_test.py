@@ -28,13 +28,13 @@ class Package(unittest.TestCase):
         self.assertIn(f"\n -- {maintainer[1]}  ", said)
         self.assertLessEqual(max(map(len, said.splitlines())), 100)
 
-    def test_setup_knows_what_the_packages_are_built_with(self):
+    def test_the_scripts_know_what_the_packages_are_built_with(self):
         control = (DEBIAN / "control").read_text()
         needs = re.search(r"^Build-Depends:\n((?: .*\n)*)", control, re.MULTILINE)[1]
-        setup = (ROOT / "scripts/setup").read_text()
+        scripts = [(ROOT / "scripts" / name).read_text() for name in ("setup", "package")]
         for package in re.findall(r"^ ([a-z0-9.+-]+)", needs, re.MULTILINE):
             if package != "debhelper-compat":
-                self.assertRegex(setup, rf"(?m)(?<![\w-]){re.escape(package)}(?![\w-])")
+                self.assertRegex("\n".join(scripts), rf"(?m)(?<![\w-]){re.escape(package)}(?![\w-])")
 
     def test_every_package_has_its_files(self):
         packages = re.findall(r"^Package: (\S+)$", (DEBIAN / "control").read_text(), re.MULTILINE)
