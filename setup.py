@@ -16,8 +16,7 @@ class CMakeBuild(build_ext):
     """Builds with CMake what lies in python/, and installs it into the package's own folder."""
 
     def build_extension(self, extension):
-        # In the project's own folder, so that the next build is quick.
-        folder = Path(os.environ.get("KESTREL_BUILD_FOLDER", ROOT / "build" / "pip"))
+        folder = ROOT / "build" / "pip"
         package = Path(self.get_ext_fullpath(extension.name)).resolve().parent
         configure = ["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja"]
         configure += ["-DCMAKE_BUILD_TYPE=Release", "-DKESTREL_BUILD_TESTS=OFF"]

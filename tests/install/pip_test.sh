@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # `pip install .` puts module and library into an environment, where programs import them.
-#   ROOT: the sources; PYTHON: the interpreter; BUILD_FOLDER: where it may build;
+#   ROOT: the sources; PYTHON: the interpreter;
 #   KESTREL_CMAKE_OPTIONS: what makes its compiler calls those of the build, so that they are cached.
 set -euo pipefail
 
@@ -19,7 +19,7 @@ git -C "$ROOT" ls-files -z --cached --others --exclude-standard |
   tar -C "$place/sources" -xf -
 "$PYTHON" -m venv --system-site-packages --without-pip "$place/environment"
 cd "$place"
-KESTREL_BUILD_FOLDER=$BUILD_FOLDER "$PYTHON" -m pip --python "$place/environment/bin/python" install \
+"$PYTHON" -m pip --python "$place/environment/bin/python" install \
   --quiet --no-build-isolation --no-deps --no-index "$place/sources" >"$place/log" 2>&1 || {
   tail -n 40 "$place/log" >&2
   exit 1
