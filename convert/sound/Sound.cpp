@@ -86,6 +86,8 @@ Sound::Input::Input(const SoundSettings& settings, const Interrupt& interrupt)
   if (inputs.empty())
     throw Failure::input(path_, fmt::format("the sound of '{}' cannot be decoded", path_));
   const AVCodecParameters& first = *inputs.front().stream->stream()->codecpar;
+  if (first.sample_rate < 1 || layoutOf(first) == 0)
+    throw Failure::input(path_, fmt::format("the sound of '{}' cannot be decoded", path_));
   format_.sample_rate = settings.sampleRate.value_or(first.sample_rate);
   format_.channel_layout = settings.channelLayout.value_or(layoutOf(first));
   for (const auto& input : inputs) {

@@ -3,10 +3,31 @@
 #include <kestrel/BitmapFile.h>
 #include <kestrel/BitmapImage.h>
 
+#include <exception>
 #include <new>
 #include <optional>
 
 namespace kestrel::python {
+
+namespace {
+
+extern "C" int guardedBuffer(PyObject* object, Py_buffer* view, int flags) {
+  try {
+    return py::detail::pybind11_getbuffer(object, view, flags);
+  } catch (py::error_already_set& raised) {
+    raised.restore();
+  } catch (const std::exception& failure) {
+    PyErr_SetString(PyExc_BufferError, failure.what());
+  }
+  if (view) view->obj = nullptr;
+  return -1;
+}
+
+}  // namespace
+
+void guardBuffer(py::handle type) {
+  reinterpret_cast<PyTypeObject*>(type.ptr())->tp_as_buffer->bf_getbuffer = &guardedBuffer;
+}
 
 py::bytes pngOf(const uint8_t* pixels, int width, int height, int bytesPerRow) {
   std::optional<std::vector<uint8_t>> png;

@@ -36,6 +36,9 @@ struct Plane {
   }
 };
 
+/// Has what goes wrong while a class's buffer is made raised: pybind11 lets it end the program.
+void guardBuffer(py::handle type);
+
 /// A PNG file of 8-bit pixels: R, G, B, A.
 py::bytes pngOf(const uint8_t* pixels, int width, int height, int bytesPerRow);
 

@@ -1,6 +1,7 @@
 #include <kestrel/convert/Failure.h>
 
 #include "Bindings.h"
+#include "Hosting.h"
 
 namespace kestrel::python {
 
@@ -29,11 +30,9 @@ void bindFailures(py::module_&) {
     try {
       if (thrown) std::rethrow_exception(thrown);
     } catch (const Failure& failure) {
-      // A signal that interrupted it has its own exception set already.
-      if (PyErr_Occurred()) return;
       const py::object type =
           py::module_::import("kestrel._failures").attr(classOf(failure.kind()));
-      const py::object value = type(failure.what(), failure.subject());
+      const py::object value = type(textOf(failure.what()), textOf(failure.subject()));
       PyErr_SetObject(type.ptr(), value.ptr());
     }
   });

@@ -49,11 +49,18 @@ class FileSource : public LMCustomSource {
     try {
       file_->object.attr("seek")(read_offset());
       const py::object read = file_->object.attr("read")(size);
-      const std::string_view bytes = py::cast<std::string_view>(read);
+      const py::bytes held = py::isinstance<py::bytes>(read)
+                                 ? py::reinterpret_borrow<py::bytes>(read)
+                                 : py::reinterpret_steal<py::bytes>(PyBytes_FromObject(read.ptr()));
+      if (!held) throw py::error_already_set();
+      const std::string_view bytes = held;
+      if (bytes.size() > static_cast<size_t>(size))
+        throw py::value_error("read() has answered more bytes than it was asked for");
       std::copy_n(bytes.begin(), bytes.size(), buffer);
       return static_cast<int32_t>(bytes.size());
-    } catch (py::error_already_set& raised) {
-      raised.discard_as_unraisable("reading a movie");
+    } catch (...) {
+      // It cannot pass through the demuxer: whoever asked it raises this.
+      if (!file_->failure) file_->failure = std::current_exception();
       constexpr int32_t kInputOutput = -5;
       return kInputOutput;
     }
@@ -66,48 +73,39 @@ class FileSource : public LMCustomSource {
 }  // namespace
 
 std::string pathOf(const py::object& path) {
-  return py::cast<std::string>(py::module_::import("os").attr("fspath")(path));
+  const py::object named = py::module_::import("os").attr("fspath")(path);
+  if (py::isinstance<py::bytes>(path)) throw py::type_error("a path is not of bytes");
+  return py::cast<std::string>(py::module_::import("os").attr("fsencode")(named));
 }
 
 InputSource inputOf(const py::object& input) {
   if (py::isinstance<py::bytes>(input) || py::isinstance<py::bytearray>(input)) {
     const py::bytes held = py::reinterpret_steal<py::bytes>(PyBytes_FromObject(input.ptr()));
     const std::string_view bytes = held;
-    return {"bytes", std::make_shared<MemorySource>(
-                         std::make_shared<const std::vector<uint8_t>>(bytes.begin(), bytes.end()))};
+    return {.name = "bytes",
+            .source = std::make_shared<MemorySource>(
+                std::make_shared<const std::vector<uint8_t>>(bytes.begin(), bytes.end()))};
   }
-  if (!py::hasattr(input, "read") || !py::hasattr(input, "seek")) return {pathOf(input), nullptr};
+  if (!py::hasattr(input, "read") || !py::hasattr(input, "seek")) return {.name = pathOf(input)};
   const auto file = std::make_shared<FileSource::File>(input);
   constexpr int kFromEnd = 2;
   file->size = py::cast<int64_t>(input.attr("seek")(0, kFromEnd));
   const py::object name = py::getattr(input, "name", py::str("file"));
-  return {py::isinstance<py::str>(name) ? py::cast<std::string>(name) : "file",
-          std::make_shared<FileSource>(file)};
+  return {.name = py::isinstance<py::str>(name) ? py::cast<std::string>(name) : "file",
+          .source = std::make_shared<FileSource>(file),
+          .check = [file] {
+            if (file->failure) std::rethrow_exception(std::exchange(file->failure, nullptr));
+          }};
 }
 
-void serve(const py::object& progress, const py::object& note,
-           const std::function<void(const Events&)>& work) {
+void Attendant::attend(const std::function<void()>& work, const std::function<void()>& look) const {
   std::mutex lock;
   std::condition_variable news;
-  std::optional<Progress> latest;
-  std::deque<std::string> notes;
   bool isDone = false;
   std::exception_ptr failure;
-  std::atomic<bool> isStopped = false;
-
-  Events events;
-  events.interrupt = [&] { return isStopped.load(); };
-  events.progress = [&](const Progress& done) {
-    const std::lock_guard guard(lock);
-    latest = done;
-  };
-  events.note = [&](const std::string& sentence) {
-    const std::lock_guard guard(lock);
-    notes.push_back(sentence);
-  };
   std::thread worker([&] {
     try {
-      work(events);
+      work();
     } catch (...) {
       failure = std::current_exception();
     }
@@ -119,43 +117,68 @@ void serve(const py::object& progress, const py::object& note,
     const py::gil_scoped_release released;
     worker.join();
   };
-
   try {
     for (bool isLast = false; !isLast;) {
-      std::optional<Progress> reached;
-      std::deque<std::string> sentences;
       {
         const py::gil_scoped_release released;
         std::unique_lock guard(lock);
-        news.wait_for(guard, kPause, [&] { return isDone; });
-        isLast = isDone;
-        reached = std::exchange(latest, std::nullopt);
-        sentences.swap(notes);
+        isLast = news.wait_for(guard, kPause, [&] { return isDone; });
       }
       if (PyErr_CheckSignals() != 0) throw py::error_already_set();
-      if (!note.is_none())
-        for (const std::string& sentence : sentences) note(sentence);
-      if (!progress.is_none() && reached) progress(*reached);
+      look();
     }
   } catch (...) {
-    isStopped = true;
+    *isStopped_ = true;
     join();
+    *isStopped_ = false;
     throw;
   }
   join();
   if (failure) std::rethrow_exception(failure);
 }
 
-Interrupt signals() {
-  // Taking Python's lock costs more than asking is worth each time.
-  auto next = std::make_shared<std::atomic<std::chrono::steady_clock::time_point>>();
-  return [next] {
-    const auto now = std::chrono::steady_clock::now();
-    if (now < next->load()) return false;
-    *next = now + kPause;
-    const py::gil_scoped_acquire acquired;
-    return PyErr_Occurred() || PyErr_CheckSignals() != 0;
+void serve(const py::object& progress, const py::object& note,
+           const std::function<void(const Events&)>& work) {
+  const Attendant attendant;
+  std::mutex lock;
+  std::optional<Progress> latest;
+  std::deque<std::string> notes;
+  Events events;
+  events.interrupt = attendant.interrupt();
+  events.progress = [&](const Progress& done) {
+    const std::lock_guard guard(lock);
+    latest = done;
   };
+  events.note = [&](const std::string& sentence) {
+    const std::lock_guard guard(lock);
+    notes.push_back(sentence);
+  };
+  attendant.attend([&] { work(events); },
+                   [&] {
+                     std::optional<Progress> reached;
+                     std::deque<std::string> sentences;
+                     {
+                       const std::lock_guard guard(lock);
+                       reached = std::exchange(latest, std::nullopt);
+                       sentences.swap(notes);
+                     }
+                     if (!note.is_none())
+                       for (const std::string& sentence : sentences) note(textOf(sentence));
+                     if (!progress.is_none() && reached) progress(*reached);
+                   });
+}
+
+py::str textOf(const std::string& bytes) {
+  PyObject* const text =
+      PyUnicode_DecodeUTF8(bytes.data(), static_cast<Py_ssize_t>(bytes.size()), "replace");
+  if (!text) throw py::error_already_set();
+  return py::reinterpret_steal<py::str>(text);
+}
+
+py::list textsOf(const std::vector<std::string>& texts) {
+  py::list list;
+  for (const std::string& text : texts) list.append(textOf(text));
+  return list;
 }
 
 std::vector<NamedValue> namedValues(const py::kwargs& options) {

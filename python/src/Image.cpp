@@ -58,6 +58,7 @@ ImageObject imageOf(const py::buffer_info& info) {
   const auto pixels = std::make_shared<uint8_t[]>(4 * width * height);
   const auto* const from = static_cast<const uint8_t*>(info.ptr);
   const ptrdiff_t next = info.ndim == 3 ? info.strides[2] : 0;
+  const py::gil_scoped_release released;
   for (size_t y = 0; y < height; ++y) {
     uint8_t* to = pixels.get() + 4 * width * y;
     for (size_t x = 0; x < width; ++x, to += 4) {
@@ -105,8 +106,8 @@ ImageObject imageFrom(const py::object& input) {
 }
 
 ImageObject cropped(const ImageObject& image, int x, int y, int width, int height) {
-  if (x < 0 || y < 0 || width < 1 || height < 1 || x + width > image.width ||
-      y + height > image.height)
+  if (x < 0 || y < 0 || width < 1 || height < 1 || int64_t{x} + width > image.width ||
+      int64_t{y} + height > image.height)
     throw Failure::settings("crop: the area does not lie within the picture", "crop");
   const double bottom = image.height - y - height;
   const Rect area{{static_cast<double>(x), bottom},

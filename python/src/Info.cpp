@@ -3,6 +3,7 @@
 #include <pybind11/stl.h>
 
 #include "Bindings.h"
+#include "Hosting.h"
 #include "Times.h"
 
 namespace kestrel::python {
@@ -18,7 +19,7 @@ py::object fraction(const Rate& rate) {
 
 py::dict dictOf(const Tags& tags) {
   py::dict result;
-  for (const auto& [name, value] : tags) result[py::str(name)] = value;
+  for (const auto& [name, value] : tags) result[textOf(name)] = textOf(value);
   return result;
 }
 

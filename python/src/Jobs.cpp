@@ -49,8 +49,15 @@ Report convert(const py::object& input, const py::object& output, bool replace,
   ConversionSettings settings{
       .input = source.name, .source = source.source, .output = pathOf(output), .replaces = replace};
   applyOptions(optionsOf(options), settings);
-  return served(progress, note,
-                [&](const Events& events) { return Conversion(settings).run(events); });
+  try {
+    Report report = served(progress, note,
+                           [&](const Events& events) { return Conversion(settings).run(events); });
+    source.check();
+    return report;
+  } catch (const Failure&) {
+    source.check();
+    throw;
+  }
 }
 
 using Span = std::pair<double, std::optional<double>>;

@@ -9,12 +9,13 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -23,11 +24,13 @@
 #include "PictureObject.h"
 #include "Times.h"
 
+extern "C" {
+#include <libavutil/mathematics.h>
+}
+
 namespace kestrel::python {
 
 namespace {
-
-using Sides = std::optional<std::pair<int, int>>;
 
 /// How sound is to come.
 struct SoundForm {
@@ -85,79 +88,113 @@ std::shared_ptr<std::vector<float>> readFrames(Sound& sound, int64_t frames) {
 }
 
 int64_t framesBetween(double start, const std::optional<double>& end, int rate) {
+  start = std::max(start, 0.0);
   if (!end) return std::numeric_limits<int64_t>::max() / 64;
-  return std::max<int64_t>(std::llround(*end * rate) - std::llround(start * rate), 0);
+  return std::max<int64_t>(av_rescale(microseconds(*end), rate, 1000000) -
+                               av_rescale(microseconds(start), rate, 1000000),
+                           0);
 }
 
-/// A movie's pictures one after the other, from a reader of their own.
-class PictureIterator {
+/// A reader of sound that threads take turns with. Nothing here is to be called with Python's lock
+/// held.
+class SoundReading {
  public:
-  PictureIterator(std::shared_ptr<PictureReading> reading, double start, std::optional<double> end,
-                  std::optional<double> step)
-      : reading_(std::move(reading)),
-        time_(microseconds(start)),
-        end_(end ? microseconds(*end) : std::numeric_limits<int64_t>::max()) {
-    if (step && !(*step > 0)) throw py::value_error("step: it has to be above 0");
-    if (step) step_ = *step;
-    start_ = start;
+  SoundReading(const SoundSettings& settings, const Interrupt& interrupt) {
+    sound_.emplace(settings, interrupt);
   }
 
-  std::optional<PictureObject> next() {
-    if (isOver_) return std::nullopt;
-    auto picture = step_ ? atStep() : following();
-    isOver_ = !picture;
-    return picture;
+  Samples between(double start, const std::optional<double>& end) {
+    const std::lock_guard guard(turn_);
+    Sound& sound = opened();
+    sound.seek(microseconds(start));
+    return samplesOf(readFrames(sound, framesBetween(start, end, sound.sampleRate())), sound);
+  }
+
+  void seek(double start) {
+    const std::lock_guard guard(turn_);
+    opened().seek(microseconds(start));
+  }
+
+  int sampleRate() {
+    const std::lock_guard guard(turn_);
+    return opened().sampleRate();
+  }
+
+  /// What comes next, up to so many frames.
+  Samples next(int64_t frames) {
+    const std::lock_guard guard(turn_);
+    return samplesOf(readFrames(opened(), frames), opened());
+  }
+
+  void close() {
+    const std::lock_guard guard(turn_);
+    sound_.reset();
   }
 
  private:
-  std::optional<PictureObject> following() {
-    const bool isFirst = count_++ == 0;
-    auto shown = isFirst ? std::optional(reading_->shownAt(time_)) : reading_->next();
-    if (!shown || shown->start >= end_ || (isFirst && time_ >= shown->end)) return std::nullopt;
-    return reading_->object(*shown);
+  Sound& opened() {
+    if (!sound_) throw py::value_error("the movie is closed");
+    return *sound_;
   }
 
-  std::optional<PictureObject> atStep() {
-    const int64_t time = microseconds(start_ + static_cast<double>(count_++) * *step_);
-    if (time >= end_) return std::nullopt;
-    const auto shown = reading_->shownAt(time);
-    if (time >= shown.end) return std::nullopt;
-    return reading_->object(shown);
-  }
-
-  std::shared_ptr<PictureReading> reading_;
-  int64_t time_;
-  int64_t end_;
-  double start_ = 0;
-  std::optional<double> step_;
-  int64_t count_ = 0;
-  bool isOver_ = false;
+  std::mutex turn_;
+  std::optional<Sound> sound_;
 };
 
-/// A movie's sound in blocks.
-class SoundIterator {
+/// What is given out one after the other, to one thread at a time.
+template <typename Item>
+class Sequence {
  public:
-  SoundIterator(const SoundSettings& settings, double length, double start,
-                const std::optional<double>& end)
-      : sound_(settings, signals()) {
-    if (!(length > 0)) throw py::value_error("length: it has to be above 0");
-    sound_.seek(microseconds(start));
-    block_ = std::max<int64_t>(std::llround(length * sound_.sampleRate()), 1);
-    left_ = framesBetween(start, end, sound_.sampleRate());
-  }
+  using Next = std::function<std::optional<Item>()>;
 
-  std::optional<Samples> next() {
-    auto values = readFrames(sound_, std::min(block_, left_));
-    if (values->empty()) return std::nullopt;
-    left_ -= static_cast<int64_t>(values->size()) / sound_.channels();
-    return samplesOf(std::move(values), sound_);
+  Sequence(Attendant attendant, std::function<void()> check, Next next)
+      : attendant_(std::move(attendant)), check_(std::move(check)), next_(std::move(next)) {}
+
+  Item next() {
+    auto item = attendant_([this] {
+      const std::lock_guard guard(turn_);
+      return next_();
+    });
+    check_();
+    if (!item) throw py::stop_iteration();
+    return std::move(*item);
   }
 
  private:
-  Sound sound_;
-  int64_t block_ = 0;
-  int64_t left_ = 0;
+  const Attendant attendant_;
+  const std::function<void()> check_;
+  std::mutex turn_;
+  const Next next_;
 };
+
+using PictureSequence = Sequence<PictureObject>;
+using SampleSequence = Sequence<Samples>;
+
+/// Each picture that begins before `end`, from the one shown at `start`.
+PictureSequence::Next everyPicture(std::shared_ptr<PictureReading> reading, int64_t start,
+                                   int64_t end, const Sides& size) {
+  return [reading = std::move(reading), start, end, size,
+          isBegun = false]() mutable -> std::optional<PictureObject> {
+    const bool isFirst = !std::exchange(isBegun, true);
+    auto picture = isFirst ? std::optional(reading->at(start, size)) : reading->next(size);
+    const bool isOver =
+        picture && (picture->shown().start >= end || (isFirst && start >= picture->shown().end));
+    if (isOver) end = 0;
+    return isOver ? std::nullopt : picture;
+  };
+}
+
+/// The picture shown at `start` and each `step` seconds later.
+PictureSequence::Next steppedPictures(std::shared_ptr<PictureReading> reading, double start,
+                                      int64_t end, double step, const Sides& size) {
+  return [reading = std::move(reading), start, end, step, size,
+          count = int64_t{0}]() mutable -> std::optional<PictureObject> {
+    const int64_t time = microseconds(start + static_cast<double>(count++) * step);
+    if (time >= end) return std::nullopt;
+    auto picture = reading->at(time, size);
+    return time < picture.shown().end ? std::optional(std::move(picture)) : std::nullopt;
+  };
+}
 
 /// An opened movie. Its reader of pictures and that of sound are opened when first asked for.
 class Movie {
@@ -168,15 +205,12 @@ class Movie {
         angle_(angle),
         protocols_(std::move(protocols)),
         deinterlacing_(deinterlace ? Deinterlacing::kCombed : Deinterlacing::kOff) {
-    const InputSource source = inputOf(input);
-    name_ = source.name;
-    source_ = source.source;
+    input_ = inputOf(input);
     ConversionOptions options;
     for (const NamedValue& named : namedValues(look))
       for (const std::string& value : named.values) options.push_back({named.name, value});
     applyOptions(options, look_);
-    const py::gil_scoped_release released;
-    info_ = readInfo();
+    info_ = asked([this] { return readInfo(); });
   }
 
   const MediaInfo& info() const { return info_; }
@@ -184,83 +218,99 @@ class Movie {
   std::optional<double> duration() {
     if (info_.duration) return seconds(*info_.duration);
     if (!info_.mainVideo) return std::nullopt;
-    const py::gil_scoped_release released;
-    return seconds(reading()->duration());
+    return seconds(asked([this] { return pictureReading()->duration(); }));
   }
 
   std::pair<int, int> size() {
-    const py::gil_scoped_release released;
-    const Size size = reading()->size();
+    const Size size = asked([this] { return pictureReading()->size(); });
     return {static_cast<int>(size.width), static_cast<int>(size.height)};
   }
 
   PictureObject picture(double time, const Sides& size) {
-    const py::gil_scoped_release released;
-    const auto reading = this->reading();
-    reading->setSize(size);
-    return reading->object(reading->shownAt(microseconds(time)));
+    return asked([&] { return pictureReading()->at(microseconds(time), size); });
   }
 
-  PictureIterator pictures(double start, std::optional<double> end, std::optional<double> step,
-                           const Sides& size) {
-    const py::gil_scoped_release released;
-    auto reading = openReading();
-    reading->setSize(size);
-    return {std::move(reading), start, end, step};
+  std::unique_ptr<PictureSequence> pictures(double start, std::optional<double> end,
+                                            std::optional<double> step, const Sides& size) {
+    if (step && !(*step > 0)) throw py::value_error("step: it has to be above 0");
+    const int64_t first = microseconds(start);
+    const int64_t last = end ? microseconds(*end) : std::numeric_limits<int64_t>::max();
+    const Attendant attendant;
+    auto reading = asked([&] { return openPictures(attendant.interrupt()); });
+    return std::make_unique<PictureSequence>(
+        attendant, input_.check,
+        step ? steppedPictures(std::move(reading), start, last, *step, size)
+             : everyPicture(std::move(reading), first, last, size));
   }
 
   Samples sound(double start, std::optional<double> end, std::optional<int> sampleRate,
                 const py::object& channels, const std::string& tracks) {
     const SoundForm form = soundForm(sampleRate, channels, tracks);
-    const py::gil_scoped_release released;
-    const std::lock_guard guard(turn_);
-    requireOpen();
-    if (!sound_ || soundForm_ != form) {
-      sound_.emplace(soundSettings(form), signals());
-      soundForm_ = form;
-    }
-    sound_->seek(microseconds(start));
-    return samplesOf(readFrames(*sound_, framesBetween(start, end, sound_->sampleRate())), *sound_);
+    return asked([&] { return soundReading(form)->between(start, end); });
   }
 
-  std::unique_ptr<SoundIterator> soundBlocks(double length, double start, std::optional<double> end,
-                                             std::optional<int> sampleRate,
-                                             const py::object& channels,
-                                             const std::string& tracks) {
+  std::unique_ptr<SampleSequence> soundBlocks(double length, double start,
+                                              std::optional<double> end,
+                                              std::optional<int> sampleRate,
+                                              const py::object& channels,
+                                              const std::string& tracks) {
+    if (!(length > 0)) throw py::value_error("length: it has to be above 0");
     const SoundForm form = soundForm(sampleRate, channels, tracks);
-    const py::gil_scoped_release released;
-    {
-      const std::lock_guard guard(turn_);
-      requireOpen();
-    }
-    return std::make_unique<SoundIterator>(soundSettings(form), length, start, end);
+    const Attendant attendant;
+    auto reading = asked([&] {
+      auto opened = openSound(form, attendant.interrupt());
+      opened->seek(start);
+      return opened;
+    });
+    const int rate = asked([&] { return reading->sampleRate(); });
+    const int64_t block = std::max<int64_t>(av_rescale(microseconds(length), rate, 1000000), 1);
+    return std::make_unique<SampleSequence>(
+        attendant, input_.check,
+        [reading, block,
+         left = framesBetween(start, end, rate)]() mutable -> std::optional<Samples> {
+          auto samples = reading->next(std::min(block, left));
+          left -= samples.plane.shape[0];
+          return samples.plane.shape[0] > 0 ? std::optional(std::move(samples)) : std::nullopt;
+        });
   }
 
   void close() {
     const py::gil_scoped_release released;
     const std::lock_guard guard(turn_);
     isClosed_ = true;
-    for (const auto& reading : readings_)
-      if (const auto held = reading.lock()) held->close();
-    readings_.clear();
-    reading_.reset();
+    for (const auto& close : closers_) close();
+    closers_.clear();
+    pictures_.reset();
     sound_.reset();
-    source_.reset();
+    input_.source.reset();
   }
 
-  const std::string& name() const { return name_; }
+  const std::string& name() const { return input_.name; }
 
  private:
-  MediaInfo readInfo() const {
-    if (!source_) return readMediaInfo(name_, title_, signals(), angle_, protocols_);
-    const auto copy = source_->copy();
-    copy->setInterrupt(signals());
-    copy->open();
-    if (!copy->isOpen()) {
-      // The same sentence as of a file.
-      Sound({.input = name_, .source = source_}, signals());
-      throw Failure::input(name_, "cannot open '" + name_ + "'");
+  /// What work answers that is done without Python's lock. What a file of Python has raised counts
+  /// for more than what came of that.
+  template <typename Work>
+  std::invoke_result_t<Work> asked(Work work) {
+    try {
+      auto answer = attendant_(work);
+      input_.check();
+      return answer;
+    } catch (const Failure&) {
+      input_.check();
+      throw;
     }
+  }
+
+  MediaInfo readInfo() const {
+    if (!input_.source)
+      return readMediaInfo(input_.name, title_, attendant_.interrupt(), angle_, protocols_);
+    const auto copy = input_.source->copy();
+    copy->setInterrupt(attendant_.interrupt());
+    copy->open();
+    if (!copy->isOpen())
+      throw Failure::input(input_.name,
+                           "cannot open '" + input_.name + "': " + copy->lastError().message);
     return mediaInfoOf(*copy);
   }
 
@@ -268,57 +318,79 @@ class Movie {
     if (isClosed_) throw py::value_error("the movie is closed");
   }
 
-  std::shared_ptr<PictureReading> openReading() {
+  std::shared_ptr<PictureReading> pictureReading() {
     const std::lock_guard guard(turn_);
-    return openReadingHere();
-  }
-
-  std::shared_ptr<PictureReading> reading() {
-    const std::lock_guard guard(turn_);
-    if (!reading_) reading_ = openReadingHere();
-    return reading_;
-  }
-
-  std::shared_ptr<PictureReading> openReadingHere() {
     requireOpen();
-    auto reading =
-        std::make_shared<PictureReading>(PicturesSettings{.input = name_,
-                                                          .source = source_,
-                                                          .title = title_,
-                                                          .angle = angle_,
-                                                          .protocols = protocols_,
-                                                          .look = look_,
-                                                          .deinterlacing = deinterlacing_});
-    std::erase_if(readings_, [](const auto& held) { return held.expired(); });
-    readings_.push_back(reading);
+    if (!pictures_) pictures_ = openPicturesHere(attendant_.interrupt());
+    return pictures_;
+  }
+
+  std::shared_ptr<PictureReading> openPictures(const Interrupt& interrupt) {
+    const std::lock_guard guard(turn_);
+    requireOpen();
+    return openPicturesHere(interrupt);
+  }
+
+  std::shared_ptr<PictureReading> openPicturesHere(const Interrupt& interrupt) {
+    return kept(std::make_shared<PictureReading>(PicturesSettings{.input = input_.name,
+                                                                  .source = input_.source,
+                                                                  .title = title_,
+                                                                  .angle = angle_,
+                                                                  .protocols = protocols_,
+                                                                  .look = look_,
+                                                                  .deinterlacing = deinterlacing_},
+                                                 interrupt));
+  }
+
+  std::shared_ptr<SoundReading> soundReading(const SoundForm& form) {
+    const std::lock_guard guard(turn_);
+    requireOpen();
+    if (!sound_ || !(soundForm_ == form)) sound_ = openSoundHere(form, attendant_.interrupt());
+    soundForm_ = form;
+    return sound_;
+  }
+
+  std::shared_ptr<SoundReading> openSound(const SoundForm& form, const Interrupt& interrupt) {
+    const std::lock_guard guard(turn_);
+    requireOpen();
+    return openSoundHere(form, interrupt);
+  }
+
+  std::shared_ptr<SoundReading> openSoundHere(const SoundForm& form, const Interrupt& interrupt) {
+    return kept(std::make_shared<SoundReading>(SoundSettings{.input = input_.name,
+                                                             .source = input_.source,
+                                                             .title = title_,
+                                                             .angle = angle_,
+                                                             .protocols = protocols_,
+                                                             .audioTracks = form.tracks,
+                                                             .sampleRate = form.sampleRate,
+                                                             .channelLayout = form.layout},
+                                               interrupt));
+  }
+
+  /// Notes that closing the movie closes a reader, if that is still there.
+  template <typename Reading>
+  std::shared_ptr<Reading> kept(std::shared_ptr<Reading> reading) {
+    closers_.push_back([held = std::weak_ptr<Reading>(reading)] {
+      if (const auto open = held.lock()) open->close();
+    });
     return reading;
   }
 
-  SoundSettings soundSettings(const SoundForm& form) const {
-    return {.input = name_,
-            .source = source_,
-            .title = title_,
-            .angle = angle_,
-            .protocols = protocols_,
-            .audioTracks = form.tracks,
-            .sampleRate = form.sampleRate,
-            .channelLayout = form.layout};
-  }
-
-  std::string name_;
-  std::shared_ptr<LMMediaSource> source_;
+  InputSource input_;
   std::optional<int> title_;
   int angle_;
   Protocols protocols_;
   Deinterlacing deinterlacing_;
   LookSettings look_;
   MediaInfo info_;
+  const Attendant attendant_;
 
   std::mutex turn_;  // for what follows
   bool isClosed_ = false;
-  std::shared_ptr<PictureReading> reading_;
-  std::vector<std::weak_ptr<PictureReading>> readings_;
-  std::optional<Sound> sound_;
+  std::vector<std::function<void()>> closers_;
+  std::shared_ptr<PictureReading> pictures_;
+  std::shared_ptr<SoundReading> sound_;
   SoundForm soundForm_;
 };
 
@@ -330,16 +402,6 @@ std::string describe(const Movie& movie) {
       text += " " + std::to_string(stream.video.width) + "x" + std::to_string(stream.video.height);
   }
   return text + ">";
-}
-
-template <typename Iterator>
-auto nextOf(Iterator& iterator) {
-  auto next = [&] {
-    const py::gil_scoped_release released;
-    return iterator.next();
-  }();
-  if (!next) throw py::stop_iteration();
-  return std::move(*next);
 }
 
 }  // namespace
@@ -362,12 +424,12 @@ void bindMovie(py::module_& module) {
                std::to_string(samples.sampleRate) + " Hz>";
       });
 
-  py::class_<PictureIterator>(module, "PictureIterator", "A movie's pictures in order.")
-      .def("__iter__", [](PictureIterator& pictures) -> PictureIterator& { return pictures; })
-      .def("__next__", &nextOf<PictureIterator>);
-  py::class_<SoundIterator>(module, "SoundIterator", "A movie's sound in blocks.")
-      .def("__iter__", [](SoundIterator& blocks) -> SoundIterator& { return blocks; })
-      .def("__next__", &nextOf<SoundIterator>);
+  py::class_<PictureSequence>(module, "PictureIterator", "A movie's pictures in order.")
+      .def("__iter__", [](PictureSequence& pictures) -> PictureSequence& { return pictures; })
+      .def("__next__", &PictureSequence::next);
+  py::class_<SampleSequence>(module, "SoundIterator", "A movie's sound in blocks.")
+      .def("__iter__", [](SampleSequence& blocks) -> SampleSequence& { return blocks; })
+      .def("__next__", &SampleSequence::next);
 
   py::class_<Movie>(module, "Movie", R"(A movie or sound file, to look at and to listen to.
 
@@ -399,7 +461,8 @@ from the movie's start. Threads may share a movie; they take turns.)")
            py::arg("end") = py::none(), py::kw_only(), py::arg("sample_rate") = py::none(),
            py::arg("channels") = py::none(), py::arg("tracks") = "",
            "The same in blocks of `length` seconds.")
-      .def("close", &Movie::close, "Closes its files; what it gave out stays.")
+      .def("close", &Movie::close,
+           "Closes its files; what was looked at stays, and decoded samples do.")
       .def("__enter__", [](Movie& movie) -> Movie& { return movie; })
       .def("__exit__", [](Movie& movie, const py::args&) { movie.close(); })
       .def("__repr__", &describe);

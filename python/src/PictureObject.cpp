@@ -20,15 +20,21 @@ extern "C" {
 
 namespace kestrel::python {
 
-PictureReading::PictureReading(const PicturesSettings& settings)
+PictureReading::PictureReading(const PicturesSettings& settings, const Interrupt& interrupt)
     : hasSubtitles_(!settings.look.subtitles.empty() || settings.look.subtitleTrack) {
-  pictures_.emplace(settings, signals());
-  size_ = pictures_->size();
+  pictures_.emplace(settings, interrupt);
 }
 
 Pictures& PictureReading::opened() {
   if (!pictures_) throw py::value_error("the movie is closed");
   return *pictures_;
+}
+
+void PictureReading::setSize(const Sides& size) {
+  const Size wanted =
+      size ? Size{static_cast<double>(size->first), static_cast<double>(size->second)}
+           : opened().size();
+  if (!(opened().outputSize() == wanted)) opened().setOutputSize(wanted);
 }
 
 std::optional<int64_t> PictureReading::duration() {
@@ -41,39 +47,44 @@ Size PictureReading::size() {
   return opened().size();
 }
 
-void PictureReading::setSize(const std::optional<std::pair<int, int>>& size) {
+PictureObject PictureReading::at(int64_t time, const Sides& size) {
   const std::lock_guard guard(turn_);
-  opened().setOutputSize(
-      size ? Size{static_cast<double>(size->first), static_cast<double>(size->second)} : Size{});
-  size_ = opened().outputSize();
+  setSize(size);
+  return object(opened().shownAt(time));
 }
 
-Pictures::Shown PictureReading::shownAt(int64_t time) {
+std::optional<PictureObject> PictureReading::next(const Sides& size) {
   const std::lock_guard guard(turn_);
-  return opened().shownAt(time);
+  setSize(size);
+  const auto shown = opened().next();
+  return shown ? std::optional(object(*shown)) : std::nullopt;
 }
 
-std::optional<Pictures::Shown> PictureReading::next() {
-  const std::lock_guard guard(turn_);
-  return opened().next();
-}
-
+/// Subtitles are drawn at once, as they are read with the pictures.
 PictureObject PictureReading::object(const Pictures::Shown& shown) {
-  PictureObject picture(shared_from_this(), shown, size_);
-  if (hasSubtitles_) picture.bitmap();
-  return picture;
+  return {shared_from_this(), shown, opened().outputSize(),
+          hasSubtitles_ ? pixels(shown) : nullptr};
+}
+
+std::shared_ptr<const BitmapImage> PictureReading::pixels(const Pictures::Shown& shown) {
+  return hasSubtitles_ ? opened().pictureAt(shown.start) : opened().drawn(shown);
 }
 
 std::shared_ptr<const BitmapImage> PictureReading::drawn(const Pictures::Shown& shown, Size size) {
   const std::lock_guard guard(turn_);
-  Pictures& pictures = opened();
-  if (!(pictures.outputSize() == size)) pictures.setOutputSize(size);
-  return hasSubtitles_ ? pictures.pictureAt(shown.start) : pictures.drawn(shown);
+  if (!(opened().outputSize() == size)) opened().setOutputSize(size);
+  return pixels(shown);
 }
 
 void PictureReading::close() {
   const std::lock_guard guard(turn_);
   pictures_.reset();
+}
+
+PictureObject::PictureObject(std::shared_ptr<PictureReading> reading, Pictures::Shown shown,
+                             Size size, std::shared_ptr<const BitmapImage> bitmap)
+    : reading_(std::move(reading)), shown_(std::move(shown)), size_(size) {
+  if (bitmap) std::call_once(drawing_->once, [&] { drawing_->bitmap = std::move(bitmap); });
 }
 
 const std::shared_ptr<const BitmapImage>& PictureObject::bitmap() const {
@@ -160,10 +171,10 @@ py::object toPil(const PictureObject& picture) {
 }  // namespace
 
 void bindPicture(py::module_& module) {
-  py::class_<PictureObject>(
+  py::class_<PictureObject> type(
       module, "Picture", py::buffer_protocol(),
-      "A picture of a movie. `numpy.asarray` sees its pixels: height by width by R, G, B, 8 bits.")
-      .def_buffer([](const PictureObject& picture) { return pixels(picture, 3).buffer(); })
+      "A picture of a movie. `numpy.asarray` sees its pixels: height by width by R, G, B, 8 bits.");
+  type.def_buffer([](const PictureObject& picture) { return pixels(picture, 3).buffer(); })
       .def_property_readonly(
           "time", [](const PictureObject& picture) { return seconds(picture.shown().start); },
           "When it is shown, seconds from the movie's start.")
@@ -193,6 +204,14 @@ void bindPicture(py::module_& module) {
           "How the decoded samples lie, such as 'yuv420p10le'.")
       .def_property_readonly("planes", &planesOf,
                              "The decoded samples, 8 or 16 bits wide, before turn and look.")
+      .def(
+          "__array__",
+          [](const PictureObject& picture, const py::args& types, const py::kwargs& options) {
+            // NumPy takes the buffer, and asks for this where that has failed: it raises why.
+            return py::module_::import("numpy").attr("array")(pixels(picture, 3), *types,
+                                                              **options);
+          },
+          "For NumPy.")
       .def("to_pil", &toPil, "The same as an image of PIL.")
       .def(
           "save",
@@ -214,6 +233,7 @@ void bindPicture(py::module_& module) {
                std::to_string(static_cast<int>(picture.size().height)) + " at " +
                std::to_string(seconds(picture.shown().start)) + " s>";
       });
+  guardBuffer(type);
 }
 
 }  // namespace kestrel::python

@@ -16,43 +16,46 @@ namespace kestrel::python {
 
 class PictureObject;
 
+/// Width and height, pixels; none are a picture's own.
+using Sides = std::optional<std::pair<int, int>>;
+
 /// A reader of pictures that threads take turns with, and that can be closed while its pictures are
 /// held. Nothing here is to be called with Python's lock held.
 class PictureReading : public std::enable_shared_from_this<PictureReading> {
  public:
-  explicit PictureReading(const PicturesSettings& settings);
+  PictureReading(const PicturesSettings& settings, const Interrupt& interrupt);
 
   std::optional<int64_t> duration();
   Size size();
 
-  /// The size of the pictures that come from now on; none is their own.
-  void setSize(const std::optional<std::pair<int, int>>& size);
+  /// The picture shown at a time.
+  PictureObject at(int64_t time, const Sides& size);
 
-  Pictures::Shown shownAt(int64_t time);
-  std::optional<Pictures::Shown> next();
+  /// The one that follows the one that was last asked for.
+  std::optional<PictureObject> next(const Sides& size);
 
-  /// What Python holds of a picture. Subtitles are drawn at once, as they are read with it.
-  PictureObject object(const Pictures::Shown& shown);
-
-  /// The pixels of a picture in a size.
+  /// The pixels of a picture.
   std::shared_ptr<const BitmapImage> drawn(const Pictures::Shown& shown, Size size);
 
   void close();
 
  private:
   Pictures& opened();
+  void setSize(const Sides& size);
+  PictureObject object(const Pictures::Shown& shown);
+  std::shared_ptr<const BitmapImage> pixels(const Pictures::Shown& shown);
 
   std::mutex turn_;
-  bool hasSubtitles_;
+  const bool hasSubtitles_;
   std::optional<Pictures> pictures_;
-  Size size_;
 };
 
 /// A picture of a movie, drawn when it is looked at.
 class PictureObject {
  public:
-  PictureObject(std::shared_ptr<PictureReading> reading, Pictures::Shown shown, Size size)
-      : reading_(std::move(reading)), shown_(std::move(shown)), size_(size) {}
+  /// `bitmap`: where it is drawn already.
+  PictureObject(std::shared_ptr<PictureReading> reading, Pictures::Shown shown, Size size,
+                std::shared_ptr<const BitmapImage> bitmap = nullptr);
 
   const Pictures::Shown& shown() const { return shown_; }
   Size size() const { return size_; }

@@ -7,6 +7,7 @@
 #include <kestrel/convert/Events.h>
 
 #include "Bindings.h"
+#include "Hosting.h"
 #include "Times.h"
 
 namespace kestrel::python {
@@ -67,9 +68,15 @@ void bindReport(py::module_& module) {
       .def_property_readonly(
           "promised", [](const Report& report) { return seconds(report.promised); },
           "Where it had promised to end, seconds; None: nowhere.")
-      .def_readonly("findings", &Report::findings, "What was wrong with the input, sentences.")
-      .def_readonly("left_out", &Report::leftOut, "What of it is not in the result, sentences.")
-      .def_readonly("encoded", &Report::encoded, "What was encoded in place of copied, and why.")
+      .def_property_readonly(
+          "findings", [](const Report& report) { return textsOf(report.findings); },
+          "What was wrong with the input, sentences.")
+      .def_property_readonly(
+          "left_out", [](const Report& report) { return textsOf(report.leftOut); },
+          "What of it is not in the result, sentences.")
+      .def_property_readonly(
+          "encoded", [](const Report& report) { return textsOf(report.encoded); },
+          "What was encoded in place of copied, and why.")
       .def_readonly("loudness", &Report::loudness)
       .def_readonly("quality", &Report::quality)
       .def("__bool__", &Report::isWhole)
@@ -110,7 +117,9 @@ void bindReport(py::module_& module) {
 
   py::class_<Comparison>(module, "Comparison", "What a comparison came to.")
       .def_readonly("report", &Comparison::report)
-      .def_readonly("notes", &Comparison::notes, "What had to be done to compare, sentences.")
+      .def_property_readonly(
+          "notes", [](const Comparison& compared) { return textsOf(compared.notes); },
+          "What had to be done to compare, sentences.")
       .def_readonly("offset", &Comparison::offset, "How much later the copy is, seconds.")
       .def_readonly("scores", &Comparison::scores)
       .def_readonly("worst", &Comparison::worst)

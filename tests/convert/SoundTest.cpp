@@ -123,6 +123,11 @@ TEST(Sound, RefusesWhatItCannotGive) {
   EXPECT_EQ(failure({.input = wave, .audioTracks = TrackChoice::of({1})}).subject(), "audioTracks");
 }
 
+TEST(Sound, OfATrackThatNoPacketToldAnythingOfIsNone) {
+  KESTREL_NEED_MEDIA("dvb-subtitles.ts");
+  EXPECT_THROW(Sound({.input = mediaFile("dvb-subtitles.ts").string()}), Failure);
+}
+
 TEST(Sound, EndsWhenItIsInterrupted) {
   bool isInterrupted = false;
   Sound sound({.input = fixture("minutes.wav").string()}, [&] { return isInterrupted; });

@@ -3,7 +3,7 @@
 import gc
 import io
 import os
-import sys
+import signal
 import threading
 import unittest
 from fractions import Fraction
@@ -162,17 +162,51 @@ class Inputs(unittest.TestCase):
                     self.assertTrue(numpy.array_equal(movie.picture(1.2), expected))
                     self.assertTrue(numpy.array_equal(movie.sound(), sound))
 
-    def test_a_file_that_fails_is_told(self):
+    def test_what_a_file_raises_is_raised(self):
         class Broken(io.BytesIO):
-            def read(self, size=-1):
-                raise RuntimeError("no")
+            fails = True
 
-        with self.assertRaises(kestrel.InputError):
-            sys.unraisablehook, hook = lambda raised: None, sys.unraisablehook
-            try:
-                kestrel.Movie(Broken(bytes(1000)))
-            finally:
-                sys.unraisablehook = hook
+            def read(self, size=-1):
+                if self.fails:
+                    raise RuntimeError("no")
+                return super().read(size)
+
+        broken = Broken(material.movie().read_bytes())
+        with self.assertRaisesRegex(RuntimeError, "^no$"):
+            kestrel.Movie(broken)
+        with self.assertRaisesRegex(RuntimeError, "^no$"):
+            kestrel.convert(broken, material.FOLDER / "broken.mkv")
+        broken.fails = False
+        with kestrel.Movie(broken) as movie:
+            movie.picture(0)
+            broken.fails = True
+            with self.assertRaisesRegex(RuntimeError, "^no$"):
+                movie.sound()
+
+    def test_a_file_that_answers_too_much_does_no_harm(self):
+        class Talkative(io.BytesIO):
+            def read(self, size=-1):
+                return super().read(size) + bytes(1_000_000)
+
+        with self.assertRaisesRegex(ValueError, "more bytes"):
+            kestrel.Movie(Talkative(material.movie().read_bytes()))
+
+    def test_times_are_numbers(self):
+        with kestrel.Movie(material.movie()) as movie:
+            for wrong in (float("nan"), float("inf")):
+                with self.assertRaises(ValueError):
+                    movie.picture(wrong)
+                with self.assertRaises(ValueError):
+                    movie.sound(0, wrong)
+            self.assertEqual(len(movie.sound(-1, 0.5)), 24000)
+
+    def test_text_may_be_any_bytes(self):
+        path = material.FOLDER / "latin.avi"
+        material.movie("tagged.avi", "-c:v", "mpeg4", "-an", "-metadata", "title=XXcafeXX")
+        data = (material.FOLDER / "tagged.avi").read_bytes().replace(b"XXcafeXX", b"XXcaf\xe9XX")
+        path.write_bytes(data)
+        with kestrel.Movie(path) as movie:
+            self.assertIn("XXcaf", movie.info.tags["title"])
 
 
 class Lifetimes(unittest.TestCase):
@@ -184,13 +218,19 @@ class Lifetimes(unittest.TestCase):
         drawn, later = next(pictures), next(pictures)
         pixels = numpy.asarray(drawn)
         movie.sound(0, 0.1)
+        blocks = movie.sound_blocks(0.1)
+        next(blocks)
         self.assertGreater(open_files(), before)
         movie.close()
         self.assertEqual(open_files(), before)
         self.assertEqual(pixels.shape, (120, 160, 3))
         self.assertEqual(numpy.asarray(later.planes[0]).shape, (120, 160))
+        with self.assertRaises(BufferError):
+            memoryview(later)
         for ask in (
             lambda: next(pictures),
+            lambda: next(blocks),
+            lambda: numpy.asarray(later),
             lambda: movie.picture(0),
             lambda: movie.sound(),
             lambda: later.to_pil(),
@@ -241,12 +281,60 @@ class Lifetimes(unittest.TestCase):
                     if not numpy.array_equal(shared.picture(at / 25), expected[at]):
                         wrong.append(number)
 
-            threads = [threading.Thread(target=read, args=(number,)) for number in range(10)]
-            for thread in threads:
-                thread.start()
-            for thread in threads:
-                thread.join()
+            self.run_together([lambda number=number: read(number) for number in range(10)])
             self.assertEqual(wrong, [])
+
+    def test_threads_share_iterators_and_sizes(self):
+        with kestrel.Movie(material.movie()) as movie:
+            times, frames, wrong = [], [], []
+            pictures, blocks = movie.pictures(), movie.sound_blocks(0.01)
+
+            def take():
+                for picture in pictures:
+                    times.append(round(picture.time * 25))
+                for block in blocks:
+                    frames.append(len(block))
+
+            def draw(width):
+                for number in range(20):
+                    picture = movie.picture(number / 25, size=(width, 30))
+                    if numpy.asarray(picture).shape != (30, width, 3):
+                        wrong.append(width)
+
+            self.run_together([take] * 3 + [lambda width=width: draw(width) for width in (40, 60)])
+            self.assertEqual(sorted(times), list(range(50)))
+            self.assertEqual(sum(frames), len(movie.sound()))
+            self.assertEqual(wrong, [])
+
+    def run_together(self, jobs):
+        threads = [threading.Thread(target=job) for job in jobs]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+
+    def test_a_signals_handler_ends_the_work_and_may_use_the_movie(self):
+        class Enough(Exception):
+            pass
+
+        # Longer than it takes to notice a signal.
+        path = material.movie("long.mkv", "-vf", "loop=60:50", "-c:v", "mpeg4", "-g", "3000", "-an")
+        with kestrel.Movie(path) as movie:
+
+            def handle(number, frame):
+                self.assertEqual(movie.size, (160, 120))
+                raise Enough
+
+            before = signal.signal(signal.SIGALRM, handle)
+            signal.setitimer(signal.ITIMER_REAL, 0.1)
+            try:
+                with self.assertRaises(Enough):
+                    while True:
+                        for _ in movie.pictures():
+                            pass
+            finally:
+                signal.signal(signal.SIGALRM, before)
+            self.assertAlmostEqual(movie.picture(1).time, 1, places=2)
 
 
 if __name__ == "__main__":

@@ -55,7 +55,8 @@ class KESTREL_API Sound {
   /// How long the movie is; nothing where that is not known.
   std::optional<int64_t> duration() const;
 
-  /// Has reading go on with the sample that is heard at a time, before 0 the first one.
+  /// Has reading go on with the sample that is heard at a time, before 0 the first one. It is found
+  /// as exactly as the container tells times: to the sample in most, to a millisecond in others.
   void seek(int64_t time);
 
   /// Reads the next `frames` frames, interleaved, full scale being 1; fewer only at the end. Throws
