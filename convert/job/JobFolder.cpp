@@ -19,6 +19,7 @@
 #include <sstream>
 #include <utility>
 
+#include "convert/job/JobFiles.h"
 #include "platform/files/Sync.h"
 
 namespace kestrel {
@@ -66,12 +67,6 @@ json jsonOf(const PartClaim& claim) {
           {"host", claim.host},
           {"process", claim.process},
           {"started", claim.started}};
-}
-
-/// None of a file that is gone or says nothing.
-json read(const std::string& path) {
-  std::ifstream file(path);
-  return file ? json::parse(file, nullptr, false) : json();
 }
 
 PartClaim claimIn(const json& document) {
@@ -136,27 +131,40 @@ PartClaim JobFolder::ownClaim(const std::string& worker) const {
           .started = startOf(getpid())};
 }
 
+bool JobFolder::isOwn() const {
+  return isJobPlan(planPath()) || std::ranges::all_of(entriesOf(path_), isLeftOver);
+}
+
+void JobFolder::requireOwn() const {
+  if (!isOwn())
+    throw Failure::output(path_, fmt::format("'{}' is not empty and holds no job", path_));
+}
+
 void JobFolder::remove() const {
+  if (!isOwn()) return;
   std::error_code failed;
-  if (!fs::exists(planPath()) && !fs::exists(in("whole"))) {
-    fs::remove(path_, failed);  // where it is empty
-    return;
+  for (const char* name : kJobFolders) {
+    for (const auto& entry : entriesOf(in(name))) fs::remove(entry.path(), failed);
+    fs::remove(in(name), failed);
   }
-  for (const char* name : {"parts", "claims", "problems", "partial", "assembled", "plan.json"})
-    fs::remove_all(in(name), failed);
-  fs::remove_all(path_, failed);
+  for (const auto& entry : entriesOf(path_))
+    if (isJobNote(entry.path().filename().string())) unlink(entry.path().c_str());
+  unlink(planPath().c_str());
+  unlink(in("whole").c_str());
+  rmdir(path_.c_str());
 }
 
 void JobFolder::begin() const {
+  requireOwn();
+  if (!isJobPlan(planPath())) unlink(in("whole").c_str());
   std::error_code failed;
-  if (!fs::exists(planPath()))
-    for (const char* name : {"parts", "claims", "problems", "partial", "whole", "assembled"})
-      fs::remove_all(in(name), failed);
-  for (const char* name : {"", "parts", "claims", "problems", "partial"}) {
-    fs::create_directories(in(name), failed);
+  const auto make = [&](const std::string& path) {
+    fs::create_directories(path, failed);
     if (failed)
-      throw Failure::output(path_, fmt::format("cannot make '{}': {}", in(name), failed.message()));
-  }
+      throw Failure::output(path_, fmt::format("cannot make '{}': {}", path, failed.message()));
+  };
+  make(path_);
+  for (const char* name : kJobFolders) make(in(name));
 }
 
 void JobFolder::writeOnce(const std::string& name, const std::string& text) const {
@@ -180,6 +188,10 @@ bool JobFolder::isDone(const std::string& part) const {
 }
 
 bool JobFolder::isAssembled() const { return access(in("assembled").c_str(), F_OK) == 0; }
+
+void JobFolder::unmarkAssembled() const {
+  if (unlink(in("assembled").c_str()) != 0 && errno != ENOENT) fail(in("assembled"));
+}
 
 std::string JobFolder::partialPath(const std::string& part) const {
   return in(fmt::format("partial/{}.{}", part, uniqueName()));
@@ -209,7 +221,7 @@ bool JobFolder::isStale(const std::string& path, const PartClaim& claim, double 
 }
 
 std::optional<PartClaim> JobFolder::claimOf(const std::string& part) const {
-  const json document = read(in("claims/" + part));
+  const json document = readDocument(in("claims/" + part));
   if (!document.is_object()) return std::nullopt;
   return claimIn(document);
 }
@@ -223,7 +235,7 @@ std::optional<PartClaim> JobFolder::claim(const std::string& part, const std::st
     // back.
     const std::string aside = in("partial/stale-" + uniqueName());
     if (std::rename(path.c_str(), aside.c_str()) != 0) return std::nullopt;
-    const json moved = read(aside);
+    const json moved = readDocument(aside);
     const bool isOther = !moved.is_object() || claimIn(moved).token != other->token;
     if (isOther) linked(aside, path);
     unlink(aside.c_str());
@@ -248,7 +260,17 @@ void JobFolder::release(const std::string& part, const PartClaim& own) const {
   if (now && now->token == own.token) unlink(in("claims/" + part).c_str());
 }
 
-void JobFolder::addProblem(const std::string& part, const PartProblem& problem) const {
+bool JobFolder::addProblem(const std::string& part, const PartProblem& problem) {
+  try {
+    writeProblem(part, problem);
+    return true;
+  } catch (const Failure&) {
+    unwritten_[part].push_back(problem);
+    return false;
+  }
+}
+
+void JobFolder::writeProblem(const std::string& part, const PartProblem& problem) const {
   const json document{{"sentence", problem.sentence}, {"killed", problem.wasKilled}};
   const std::string partial = in("partial/problem-" + uniqueName());
   write(partial, document.dump(-1, ' ', false, json::error_handler_t::replace));
@@ -265,8 +287,10 @@ std::vector<PartProblem> JobFolder::problemsOf(const std::string& part) const {
   std::ranges::sort(names);
   std::vector<PartProblem> problems;
   for (const std::string& name : names)
-    if (const json document = read(name); document.is_object())
+    if (const json document = readDocument(name); document.is_object())
       problems.push_back({document.value("sentence", ""), document.value("killed", false)});
+  if (const auto own = unwritten_.find(part); own != unwritten_.end())
+    problems.insert(problems.end(), own->second.begin(), own->second.end());
   return problems;
 }
 
@@ -274,6 +298,11 @@ bool JobFolder::isPoison(const std::string& part) const {
   const auto problems = problemsOf(part);
   const auto kills = std::ranges::count(problems, true, &PartProblem::wasKilled);
   return std::ssize(problems) - kills >= kMostFaults || kills >= kMostKills;
+}
+
+void JobFolder::moveAside(const std::string& part) const {
+  const std::string aside = in(fmt::format("partial/damaged-{}-{}", part, uniqueName()));
+  if (std::rename(partPath(part).c_str(), aside.c_str()) != 0) fail(aside);
 }
 
 void JobFolder::noteTarget(const std::string& partial) const {
@@ -287,7 +316,7 @@ void JobFolder::removeTargets() const {
   for (const auto& entry : fs::directory_iterator(in("partial"), failed))
     if (entry.path().filename().string().starts_with("target-")) notes.push_back(entry.path());
   for (const fs::path& note : notes) {
-    const json document = read(note.string());
+    const json document = readDocument(note.string());
     if (!document.is_object()) continue;
     const PartClaim claim = claimIn(document.value("claim", json::object()));
     if (claim.host != hostName() || startOf(claim.process) == claim.started) continue;
@@ -305,9 +334,9 @@ void JobFolder::noteWhole(const std::string& partial) const {
 }
 
 bool JobFolder::isWhole(const std::string& target) const {
-  const json document = read(in("whole"));
+  const json document = readDocument(in("whole"));
   struct stat found {};
-  return document.is_object() && stat(target.c_str(), &found) == 0 &&
+  return isTargetNote(document) && stat(target.c_str(), &found) == 0 &&
          document.value("file", ino_t{0}) == found.st_ino &&
          document.value("size", off_t{-1}) == found.st_size;
 }

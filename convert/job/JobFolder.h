@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -42,13 +43,17 @@ class JobFolder {
   std::string planPath() const { return in("plan.json"); }
   std::string partPath(const std::string& part) const { return in("parts/" + part + ".packets"); }
 
-  /// Makes the folders; what another job has left in them, whose plan is gone, goes.
+  /// Throws where the folder is not empty and what lies in it is no job's.
+  void requireOwn() const;
+
+  /// Makes the folders, in one that is empty, holds a job or what the removal of one has left.
   void begin() const;
 
   /// Writes a file that does not exist yet; it appears whole.
   void writeOnce(const std::string& name, const std::string& text) const;
 
-  /// Removes it, where there is one. Whenever that ends, it is known to the last what was done.
+  /// Removes what a job makes, where there is one, and the folder unless something else lies in it.
+  /// Whenever that ends, it is known to the last what was done.
   void remove() const;
 
   /// Writes a file in place of an older one; it appears whole.
@@ -57,6 +62,7 @@ class JobFolder {
   bool isDone(const std::string& part) const;
   bool isAssembled() const;
   void markAssembled() const { writeOnce("assembled", "\n"); }
+  void unmarkAssembled() const;
 
   /// Where a part is written until it is whole: another place in each call.
   std::string partialPath(const std::string& part) const;
@@ -73,9 +79,13 @@ class JobFolder {
   void renew(const std::string& part, const PartClaim& own) const;
   void release(const std::string& part, const PartClaim& own) const;
 
-  void addProblem(const std::string& part, const PartProblem& problem) const;
+  /// False where it cannot be written: then this object alone knows of it.
+  bool addProblem(const std::string& part, const PartProblem& problem);
   std::vector<PartProblem> problemsOf(const std::string& part) const;
   bool isPoison(const std::string& part) const;
+
+  /// Takes a part away that is damaged: it is to be made again. What it was stays in `partial`.
+  void moveAside(const std::string& part) const;
 
   // Of the target, while it is written beside where it will be:
 
@@ -93,12 +103,15 @@ class JobFolder {
 
  private:
   std::string in(const std::string& name) const { return path_ + "/" + name; }
+  bool isOwn() const;
+  void writeProblem(const std::string& part, const PartProblem& problem) const;
   std::string uniqueName() const;
   PartClaim ownClaim(const std::string& worker) const;
   int64_t now() const;
   bool isStale(const std::string& path, const PartClaim& claim, double lease) const;
 
   std::string path_;
+  std::map<std::string, std::vector<PartProblem>> unwritten_ = {};
 };
 
 }  // namespace kestrel

@@ -48,6 +48,29 @@ bool encodesSound(const ConversionPlan& plan) {
   });
 }
 
+/// How many of a value's characters name a file that is read; 0 of a value that names none. A file
+/// may be followed by how it is laid on.
+size_t fileLength(const OptionInfo& info, const std::string& value) {
+  if (info.value == "FILE") return value.size();
+  if (info.value.starts_with("FILE[:")) return std::min(value.find(':'), value.size());
+  return 0;
+}
+
+/// Has options mean the same files wherever a worker runs; answers these.
+std::vector<std::string> makeAbsolute(ConversionOptions& options) {
+  const std::vector<OptionInfo> known = knownConversionOptions();
+  std::vector<std::string> files;
+  for (ConversionOption& option : options) {
+    const auto info = std::ranges::find(known, option.name, &OptionInfo::name);
+    const size_t length = info == known.end() ? 0 : fileLength(*info, option.value);
+    const std::string path = option.value.substr(0, length);
+    if (path.empty() || !fs::is_regular_file(path)) continue;
+    files.push_back(fs::absolute(path).string());
+    option.value = files.back() + option.value.substr(length);
+  }
+  return files;
+}
+
 /// What of a job its settings alone decide.
 JobPlan begun(const JobSettings& settings) {
   if (settings.input.empty()) throw Failure::settings("input: the name is empty", "input");
@@ -67,14 +90,7 @@ JobPlan begun(const JobSettings& settings) {
                .threads = settings.threads,
                .versions = ownVersions()};
   plan.files[plan.input] = fingerprintOf(plan.input);
-  for (ConversionOption& option : plan.options) {
-    // A file may be followed by how it is laid on.
-    const size_t end = std::min(option.value.find(':'), option.value.size());
-    const std::string path = option.value.substr(0, end);
-    if (path.empty() || !fs::is_regular_file(path)) continue;
-    option.value = fs::absolute(path).string() + option.value.substr(end);
-    plan.files[fs::absolute(path).string()] = fingerprintOf(path);
-  }
+  for (const std::string& path : makeAbsolute(plan.options)) plan.files[path] = fingerprintOf(path);
   return plan;
 }
 
@@ -99,6 +115,7 @@ void tellSpans(JobPlan& plan, int64_t end) {
 
 void planJob(const JobSettings& settings, const Events& events) {
   JobPlan job = begun(settings);
+  JobFolder(settings.folder).requireOwn();  // before anything is measured
   if (!settings.replaces && fs::exists(settings.output))
     throw Failure(Failure::Kind::kExists, fmt::format("'{}' exists", settings.output),
                   settings.output);

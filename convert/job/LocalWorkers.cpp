@@ -1,4 +1,3 @@
-#include <kestrel/Bundle.h>
 #include <kestrel/Task.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Job.h>
@@ -45,10 +44,22 @@ std::optional<JobFailure> makeElsewhere(const std::string& program, const std::s
     std::this_thread::sleep_for(kPoll);
   }
   const int status = task.terminationStatus();
-  if (status <= kSignalled || isEnded) return std::nullopt;
+  if (status == 0 || isEnded) return std::nullopt;
+  if (status <= kSignalled)
+    return JobFailure{fmt::format("its process ended with status {}", status)};
   return JobFailure{fmt::format("its process was ended by signal {}", status - kSignalled),
                     status == kSignalled + SIGKILL || status == kSignalled + SIGTERM ||
                         status == kSignalled + SIGINT};
+}
+
+/// A job's status with what each worker alone knows: problems that could not be noted.
+JobStatus inAll(JobStatus status, const std::vector<JobStatus>& statuses) {
+  for (const JobStatus& other : statuses)
+    for (size_t i = 0; i < status.parts.size(); ++i)
+      if (status.parts[i].state != JobPart::State::kDone &&
+          other.parts[i].state == JobPart::State::kPoison)
+        status.parts[i] = other.parts[i];
+  return status;
 }
 
 }  // namespace
@@ -59,24 +70,23 @@ JobStatus workJobLocally(const std::string& folder, const LocalWorkers& workers,
                         ? workers.count
                         : std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 64);
   if (count < 1 || count > 64) throw Failure::settings("count: from 1 to 64 workers", "jobs");
-  const std::string program =
-      workers.program.empty() ? Bundle::mainBundle().executablePath() : workers.program;
   std::atomic<bool> hasFailed = false;
   std::vector<std::exception_ptr> failures(static_cast<size_t>(count));
+  std::vector<JobStatus> statuses(failures.size());
   std::atomic<int> running = count;
   const Events own{.interrupt = [&] { return hasFailed || events.isInterrupted(); }};
+  JobWorker worker;
+  if (!workers.program.empty())
+    worker.makePart = [&](const std::string& part) {
+      return makeElsewhere(workers.program, folder, part, own.interrupt);
+    };
   std::vector<std::jthread> threads;
-  for (std::exception_ptr& failure : failures)
-    threads.emplace_back([&] {
+  for (size_t i = 0; i < failures.size(); ++i)
+    threads.emplace_back([&, i] {
       try {
-        workJob(folder,
-                {.makePart =
-                     [&](const std::string& part) {
-                       return makeElsewhere(program, folder, part, own.interrupt);
-                     }},
-                own);
+        statuses[i] = workJob(folder, worker, own);
       } catch (...) {
-        failure = std::current_exception();
+        failures[i] = std::current_exception();
         hasFailed = true;
       }
       --running;
@@ -90,7 +100,7 @@ JobStatus workJobLocally(const std::string& folder, const LocalWorkers& workers,
   if (events.isInterrupted()) throw Failure::interrupted();
   for (const std::exception_ptr& failure : failures)
     if (failure) std::rethrow_exception(failure);
-  return jobStatus(folder);
+  return inAll(jobStatus(folder), statuses);
 }
 
 }  // namespace kestrel

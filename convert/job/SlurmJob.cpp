@@ -1,4 +1,3 @@
-#include <kestrel/Bundle.h>
 #include <kestrel/convert/Failure.h>
 #include <kestrel/convert/Job.h>
 
@@ -15,7 +14,7 @@
 
 #include "convert/job/JobFolder.h"
 #include "convert/job/JobStand.h"
-#include "platform/process/ProgramOutput.h"
+#include "convert/job/SlurmQueue.h"
 
 namespace kestrel {
 
@@ -36,17 +35,6 @@ std::string quoted(const std::string& text) {
   return word + "'";
 }
 
-/// What one of Slurm's programs answers; throws a `Failure` for what it complains of.
-std::string answerOf(const std::vector<std::string>& command) {
-  const ProgramOutput output = runProgram(command);
-  if (output.status == 0) return output.out;
-  const std::string why = output.err.substr(0, output.err.find('\n'));
-  throw Failure::output(
-      command.front(), output.status == ProgramOutput::kNotThere
-                           ? fmt::format("there is no Slurm here: '{}' is missing", command.front())
-                           : fmt::format("'{}' failed: {}", command.front(), why));
-}
-
 /// "4711", or "4711;cluster".
 std::string idIn(const std::string& answer) {
   const std::string id = answer.substr(0, answer.find_first_of(";\n"));
@@ -62,62 +50,50 @@ std::vector<std::string> idsOf(const std::string& folder) {
   return ids;
 }
 
-std::string joined(const std::vector<std::string>& ids) {
-  std::string text;
-  for (const std::string& id : ids) text += (text.empty() ? "" : ",") + id;
-  return text;
-}
-
-/// Whether any of what was submitted waits or runs. What Slurm has forgotten does not.
-bool isQueued(const std::vector<std::string>& ids) {
-  const ProgramOutput output =
-      runProgram({"squeue", "--noheader", "--format=%T", "--jobs=" + joined(ids)});
-  if (output.status == ProgramOutput::kNotThere) answerOf({"squeue", "--version"});
-  if (output.status != 0) return output.err.find("Invalid job id") == std::string::npos;
-  return !output.out.empty();
-}
-
 }  // namespace
 
 void submitJob(const std::string& folder, const SlurmSettings& settings) {
+  if (settings.program.empty())
+    throw Failure::settings("program: what makes a part on Slurm's nodes has no name", "program");
   const JobStatus status = jobStatus(folder);
+  const JobFolder job(folder);
+  if (!job.isWhole(status.output)) job.unmarkAssembled();  // the target was taken away since
   const std::string path = fs::absolute(folder).string();
-  const std::string program =
-      quoted(settings.program.empty() ? Bundle::mainBundle().executablePath() : settings.program);
+  const std::string program = quoted(settings.program);
   std::vector<std::string> common{"sbatch",     "--parsable",         "--requeue",
                                   "--ntasks=1", "--open-mode=append", "--chdir=" + path};
   if (!settings.partition.empty()) common.push_back("--partition=" + settings.partition);
   if (!settings.time.empty()) common.push_back("--time=" + settings.time);
+  std::vector<std::string> ids;
   const auto submit = [&](std::vector<std::string> more, const std::string& what) {
     std::vector<std::string> command = common;
     command.insert(command.end(), more.begin(), more.end());
     command.push_back("--wrap=exec " + program + " job " + what);
-    return idIn(answerOf(command));
+    ids.push_back(idIn(slurmAnswer(command)));
+    job.replace(kNote, joinedIds(ids) + "\n");  // at once: it can be followed and cancelled
   };
-  std::vector<std::string> ids;
   std::vector<std::string> last{"--job-name=kestrel-assemble",
                                 "--output=" + path + "/assemble.log"};
   if (!status.parts.empty()) {
     const std::string limit =
         settings.arrayLimit ? fmt::format("%{}", *settings.arrayLimit) : std::string();
-    ids.push_back(submit({fmt::format("--array=1-{}{}", status.parts.size(), limit),
-                          "--job-name=kestrel-work", "--output=" + path + "/work-%a.log"},
-                         "work " + quoted(path) + " --number \"$SLURM_ARRAY_TASK_ID\""));
+    submit({fmt::format("--array=1-{}{}", status.parts.size(), limit), "--job-name=kestrel-work",
+            "--output=" + path + "/work-%a.log"},
+           "work " + quoted(path) + " --number \"$SLURM_ARRAY_TASK_ID\"");
     last.push_back("--dependency=afterany:" + ids.front());
   }
-  ids.push_back(submit(last, "assemble " + quoted(path)));
-  const JobFolder job(folder);
-  job.replace(kNote, joined(ids) + "\n");
+  submit(last, "assemble " + quoted(path));
 }
 
 JobStatus followJob(const std::string& folder, const Events& events) {
   const std::vector<std::string> ids = idsOf(folder);
   if (ids.empty())
     throw Failure::settings(fmt::format("'{}' was not submitted to Slurm", folder), "job");
+  SlurmQueue queue(ids);
   while (true) {
     if (events.isInterrupted()) throw Failure::interrupted();
     // Asked before it is looked at what there is: what ends in between has left its result.
-    const bool isOver = !isQueued(ids);
+    const bool isOver = !queue.isBusy();
     const JobStatus status = jobStatus(folder);
     if (events.progress) events.progress(progressOf(status));
     if (status.isAssembled) return status;
@@ -140,7 +116,7 @@ void cancelJob(const std::string& folder) {
   for (const std::string& id : idsOf(folder)) command.push_back(id);
   if (command.size() == 1)
     throw Failure::settings(fmt::format("'{}' was not submitted to Slurm", folder), "job");
-  answerOf(command);
+  slurmAnswer(command);
 }
 
 Report convertOnSlurm(const JobSettings& wanted, const SlurmSettings& settings,
@@ -152,10 +128,12 @@ Report convertOnSlurm(const JobSettings& wanted, const SlurmSettings& settings,
       removeJob(job.folder);
       planJob(job, events);
     }
-    const auto ids = idsOf(job.folder);
-    const bool isThere = jobStatus(job.folder).isAssembled || (!ids.empty() && isQueued(ids));
-    if (!isThere) submitJob(job.folder, settings);
-    followJob(job.folder, events);
+    const JobFolder folder(job.folder);
+    if (!folder.isAssembled() || !folder.isWhole(job.output)) {
+      const auto ids = idsOf(job.folder);
+      if (ids.empty() || !SlurmQueue(ids).isBusy()) submitJob(job.folder, settings);
+      followJob(job.folder, events);
+    }
     removeJob(job.folder);
     return {};
   } catch (const Failure& failure) {

@@ -24,6 +24,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr double kLease = 60;
+constexpr const char* kPlan = R"({"format": 1, "id": "1", "parts": []})";
 
 class JobFolderTest : public testing::Test {
  protected:
@@ -46,7 +47,7 @@ class JobFolderTest : public testing::Test {
   }
 
   const TempDir dir_;
-  const JobFolder folder_{dir_.path().string()};
+  JobFolder folder_{dir_.path().string()};
 };
 
 TEST_F(JobFolderTest, OneOfManyGetsAClaim) {
@@ -124,9 +125,58 @@ TEST_F(JobFolderTest, NothingButJobsIsRemoved) {
   writeBytes(other / "mine.txt", "x");
   JobFolder(other.path().string()).remove();
   EXPECT_TRUE(fs::exists(other / "mine.txt"));
-  folder_.writeOnce("plan.json", "{}");
+  JobFolder((other / "mine.txt").string()).remove();
+  EXPECT_TRUE(fs::exists(other / "mine.txt"));
+  folder_.writeOnce("plan.json", kPlan);
+  writeBytes(dir_ / "parts/0001.packets", "x");
+  writeBytes(dir_ / "work-3.log", "x");
   folder_.remove();
   EXPECT_FALSE(fs::exists(dir_.path()));
+}
+
+TEST_F(JobFolderTest, AFolderWithAnythingElseIsRefusedAndKept) {
+  for (const char* name :
+       {"parts/mine.mov", "whole/mine.mov", "partial/mine.mov", "whole", "plan.json", "mine.txt"}) {
+    const TempDir other;
+    fs::create_directories((other / name).parent_path());
+    writeBytes(other / name, "{}");
+    const JobFolder folder(other.path().string());
+    EXPECT_THAT(failureOf([&] { folder.begin(); }).what(),
+                testing::EndsWith("is not empty and holds no job"))
+        << name;
+    folder.remove();
+    EXPECT_EQ(readBytes(other / name), "{}");
+    EXPECT_THAT(namesIn(other.path()), SizeIs(1)) << "nothing was made beside " << name;
+  }
+}
+
+TEST_F(JobFolderTest, WhatWasPutIntoAJobStays) {
+  folder_.writeOnce("plan.json", kPlan);
+  writeBytes(dir_ / "mine.log", "x");
+  fs::create_directories(dir_ / "parts/mine");
+  writeBytes(dir_ / "parts/mine/mine.mov", "x");
+  folder_.remove();
+  EXPECT_THAT(namesIn(dir_.path()), testing::UnorderedElementsAre("mine.log", "parts"));
+  EXPECT_TRUE(fs::exists(dir_ / "parts/mine/mine.mov"));
+}
+
+TEST_F(JobFolderTest, WhatAnEndedRemovalHasLeftIsTakenOver) {
+  writeBytes(dir_ / "partial/4711-0-00c0ffee", "{");  // a plan that never got its name
+  writeBytes(dir_ / "a.partial", "movie");
+  folder_.noteWhole((dir_ / "a.partial").string());
+  fs::remove(dir_ / "a.partial");
+  folder_.begin();
+  EXPECT_FALSE(fs::exists(dir_ / "whole"));
+  folder_.remove();
+  EXPECT_FALSE(fs::exists(dir_.path()));
+}
+
+TEST_F(JobFolderTest, AProblemThatCannotBeWrittenIsRemembered) {
+  fs::remove(dir_ / "problems");
+  writeBytes(dir_ / "problems", "no folder");
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(folder_.addProblem("0001", {"it does not work"}));
+  EXPECT_TRUE(folder_.isPoison("0001"));
+  EXPECT_THAT(folder_.problemsOf("0001"), SizeIs(3));
 }
 
 }  // namespace

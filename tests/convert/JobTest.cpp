@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -157,15 +158,93 @@ TEST_F(JobTest, WhatIsMissingIsMadeAndWhatIsDamagedIsFound) {
   std::string damaged = bytes;
   damaged[damaged.size() / 2] ^= 1;
   writeBytes(part, damaged);
-  EXPECT_THAT(failureOf([&] { assembleJob(settings_.folder); }).what(), HasSubstr("0002.packets"));
+  EXPECT_THAT(failureOf([&] { assembleJob(settings_.folder); }).what(),
+              HasSubstr("damaged parts are to be made again: '0002'"));
   EXPECT_FALSE(fs::exists(settings_.output));
-  fs::remove(part);
+  EXPECT_FALSE(fs::exists(part));
   EXPECT_THAT(failureOf([&] { assembleJob(settings_.folder); }).what(),
               HasSubstr("1 of 5 parts are still to be made"));
   workJob(settings_.folder);
   EXPECT_EQ(readBytes(part).size() > 0, true);
   EXPECT_TRUE(assembleJob(settings_.folder).isWhole());
   EXPECT_TRUE(jobStatus(settings_.folder).isAssembled);
+}
+
+TEST_F(JobTest, AResumedConversionMendsWhatIsDamaged) {
+  planJob(settings_);
+  workJob(settings_.folder);
+  const fs::path part = dir_ / "job/parts/0003.packets";
+  std::string bytes = readBytes(part);
+  bytes.replace(bytes.find("\"places\""), 8, "\"plazes\"");
+  writeBytes(part, bytes);
+  std::vector<std::string> notes;
+  const Report report =
+      convertResumably({.job = settings_, .workers = {.count = 1}},
+                       {.note = [&](const std::string& note) { notes.push_back(note); }});
+  EXPECT_TRUE(report.isWhole());
+  EXPECT_THAT(notes, testing::Contains(HasSubstr("made again: '0003'")));
+  EXPECT_FALSE(fs::exists(settings_.folder));
+  EXPECT_EQ(contentOf(settings_.output), contentOf(whole()));
+}
+
+TEST_F(JobTest, WithoutAProgramThisProcessMakesTheParts) {
+  planJob(settings_);
+  const JobStatus status = workJobLocally(settings_.folder, {.count = 2});
+  for (const JobPart& part : status.parts) EXPECT_EQ(part.state, JobPart::State::kDone);
+}
+
+TEST_F(JobTest, AProgramThatMakesNothingIsAFault) {
+  settings_.stretch = 100;
+  planJob(settings_);
+  const auto poison = [&](const std::string& program) {
+    return workJobLocally(settings_.folder, {.count = 1, .program = program}).poison();
+  };
+  auto parts = poison("/bin/false");
+  ASSERT_THAT(parts, SizeIs(1));
+  EXPECT_THAT(parts[0].problems, testing::ElementsAre("its process ended with status 1",
+                                                      "its process ended with status 1",
+                                                      "its process ended with status 1"));
+  fs::remove_all(dir_ / "job/problems");
+  fs::create_directory(dir_ / "job/problems");
+  EXPECT_THAT(poison("/bin/true"), SizeIs(1));
+  // Where nothing can be noted, each worker knows by itself when to end.
+  fs::remove_all(dir_ / "job/problems");
+  writeBytes(dir_ / "job/problems", "no folder");
+  parts = poison("/bin/false");
+  ASSERT_THAT(parts, SizeIs(1));
+  EXPECT_THAT(parts[0].problems, SizeIs(3));
+}
+
+TEST_F(JobTest, WhateverAPartThrowsIsNoted) {
+  planJob(settings_);
+  makeJobPart(settings_.folder, "0002", "\xff");  // no text, which JSON could hold
+  EXPECT_THAT(jobStatus(settings_.folder).parts[1].problems, SizeIs(1));
+  // But not what the host throws.
+  const Events events{.progress = [](const Progress&) { throw std::runtime_error("enough"); }};
+  EXPECT_THROW(makeJobPart(settings_.folder, "0003", "", events), std::runtime_error);
+  EXPECT_THAT(jobStatus(settings_.folder).parts[2].problems, IsEmpty());
+}
+
+TEST_F(JobTest, NumbersAreNoFiles) {
+  const fs::path before = fs::current_path();
+  fs::current_path(dir_.path());
+  writeBytes(dir_ / "30", "no number");
+  fs::copy(fixture("subtitles.srt"), dir_ / "a.srt");
+  settings_.options = {{"video-codec", "libx264"}, {"crf", "30"}, {"subtitles", "a.srt"}};
+  EXPECT_NO_THROW(planJob(settings_));
+  fs::current_path(before);
+  const std::string plan = readBytes(dir_ / "job/plan.json");
+  EXPECT_THAT(plan, HasSubstr(fs::absolute(dir_ / "a.srt").string()));
+  EXPECT_THAT(plan, testing::Not(HasSubstr((dir_ / "30").string())));
+}
+
+TEST_F(JobTest, AFolderOfSomethingElseIsKept) {
+  fs::create_directories(dir_ / "job/parts");
+  writeBytes(dir_ / "job/parts/mine.mov", "mine");
+  EXPECT_EQ(failureOf([&] { planJob(settings_); }).kind(), Failure::Kind::kOutput);
+  EXPECT_THAT(failureOf([&] { convertResumably({.job = settings_}); }).what(),
+              HasSubstr("holds no job"));
+  EXPECT_EQ(readBytes(dir_ / "job/parts/mine.mov"), "mine");
 }
 
 TEST_F(JobTest, APoisonedPartIsNamedByItsSpan) {

@@ -1,5 +1,6 @@
 #include "tools/cli/CommonOptions.h"
 
+#include <kestrel/Bundle.h>
 #include <kestrel/convert/ConversionOptions.h>
 #include <kestrel/convert/Values.h>
 
@@ -47,6 +48,13 @@ ProgressDisplay::Style TypedProgress::style() const {
   if (text == "json") return ProgressDisplay::Style::kJson;
   if (text == "none") return ProgressDisplay::Style::kNone;
   throw wrongUsage("--progress: '" + text + "' is none of bar, json and none");
+}
+
+SlurmSettings TypedSlurm::settings() const {
+  return {.partition = partition,
+          .arrayLimit = arrayLimit,
+          .time = time,
+          .program = Bundle::mainBundle().executablePath()};
 }
 
 void addSlurmOptions(Verb& verb, TypedSlurm& typed, const std::string& of) {

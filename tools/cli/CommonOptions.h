@@ -37,9 +37,7 @@ struct TypedSlurm {
   std::string partition, time;
   std::optional<int> arrayLimit;
 
-  kestrel::SlurmSettings settings() const {
-    return {.partition = partition, .arrayLimit = arrayLimit, .time = time};
-  }
+  kestrel::SlurmSettings settings() const;  ///< parts are made by the running program
 };
 /// `of`: what the options' texts begin with.
 void addSlurmOptions(Verb& verb, TypedSlurm& typed, const std::string& of);

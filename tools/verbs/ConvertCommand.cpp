@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <kestrel/Bundle.h>
 #include <kestrel/convert/Batch.h>
 #include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/ConversionOptions.h>
@@ -183,10 +184,10 @@ int runInParts(const Typed& typed, const Request& request, const ConversionSetti
                         .output = settings.output,
                         .replaces = settings.replaces,
                         .options = withDefaults(request.options, request.preset.options)};
-  Report report =
-      typed.slurm
-          ? convertOnSlurm(job, typed.onSlurm.settings(), events)
-          : convertResumably({.job = job, .workers = {.count = typed.jobs.value_or(0)}}, events);
+  const LocalWorkers workers{.count = typed.jobs.value_or(0),
+                             .program = Bundle::mainBundle().executablePath()};
+  Report report = typed.slurm ? convertOnSlurm(job, typed.onSlurm.settings(), events)
+                              : convertResumably({.job = job, .workers = workers}, events);
   if (typed.quiet) report.leftOut.clear();
   return finish(progress, report);
 }

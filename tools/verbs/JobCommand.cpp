@@ -1,3 +1,4 @@
+#include <kestrel/Bundle.h>
 #include <kestrel/convert/ConversionOptions.h>
 #include <kestrel/convert/Job.h>
 #include <kestrel/convert/Text.h>
@@ -110,7 +111,9 @@ int work(const Typed& typed) {
   }
   ProgressDisplay progress(typed.progress.style());
   if (typed.jobs)
-    return outcomeOf(workJobLocally(typed.subject, {.count = *typed.jobs}, progress.events()));
+    return outcomeOf(workJobLocally(
+        typed.subject, {.count = *typed.jobs, .program = Bundle::mainBundle().executablePath()},
+        progress.events()));
   JobWorker worker{.name = typed.worker, .number = typed.number};
   if (typed.lease) worker.lease = *typed.lease;
   return outcomeOf(workJob(typed.subject, worker, {.interrupt = interrupted}));

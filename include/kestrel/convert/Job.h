@@ -31,7 +31,7 @@ namespace kestrel {
 
 /// What a job is to do.
 struct JobSettings {
-  std::string folder = {};  ///< is made, or empty
+  std::string folder = {};  ///< is made, or empty: one with anything else in it is refused
   std::string input = {};   ///< a file
   std::string output = {};  ///< a file; its folder is there when the parts are put together
   bool replaces = false;    ///< an existing target may be replaced
@@ -84,7 +84,8 @@ struct JobFailure {
 struct JobWorker {
   std::string name = {};  ///< for people; "": machine and process
   /// Has a claimed part made elsewhere, such as by a process of its own that calls `makeJobPart`;
-  /// answers why there was none where nobody could note that in the job. Empty: it is made here.
+  /// answers why there was none where nobody could note that in the job. A part that is neither
+  /// made nor has a reason noted counts as failed, too. Empty: it is made here.
   std::function<std::optional<JobFailure>(const std::string& part)> makePart = {};
   std::optional<int> number = {};  ///< it makes this part alone, from 1 in the plan's order
   /// How long a worker that is not heard of keeps its part; seconds, from 1. One of the same
@@ -102,13 +103,14 @@ KESTREL_API void planJob(const JobSettings& settings, const Events& events = {})
 KESTREL_API bool isPlanned(const JobSettings& settings);
 
 /// Makes parts of a job until none is left that is not made or poison. A part that has failed three
-/// times, here or elsewhere, is poison. Answers how the job stands. Throws a `Failure` for an
+/// times, here or elsewhere, is poison. Answers how the job stands, with failures that could not be
+/// noted in it: nobody else knows of them. Throws a `Failure` for an
 /// input, a version or a setting that is not the planned one, and when interrupted.
 KESTREL_API JobStatus workJob(const std::string& folder, const JobWorker& worker = {},
                               const Events& events = {});
 
-/// Makes one part, which somebody has claimed for it, and notes in the job why that fails. What is
-/// there already is not made again.
+/// Makes one part, which somebody has claimed for it, and notes in the job why that fails; throws
+/// that as a `Failure` where it cannot be noted. What is there already is not made again.
 KESTREL_API void makeJobPart(const std::string& folder, const std::string& part,
                              const std::string& worker = {}, const Events& events = {});
 
@@ -116,17 +118,19 @@ KESTREL_API void makeJobPart(const std::string& folder, const std::string& part,
 struct LocalWorkers {
   int count = 0;  ///< how many parts are made side by side, 1 to 64; 0: one for each processor
   /// What makes a part, in a process of its own: a program that is called as `kestrel` is, with
-  /// "job work FOLDER --part NAME". "": the running one.
+  /// "job work FOLDER --part NAME". "": this process makes them itself, on threads, and what ends
+  /// it ends all.
   std::string program = {};
 };
 
-/// Makes the parts of a job here, each in a process of its own. Progress is told of whole parts. As
-/// `workJob` otherwise.
+/// Makes the parts of a job here, each in a process of its own or all in this one. Progress is told
+/// of whole parts. As `workJob` otherwise.
 KESTREL_API JobStatus workJobLocally(const std::string& folder, const LocalWorkers& workers = {},
                                      const Events& events = {});
 
 /// Puts the parts of a job together. Throws a `Failure` where some are missing: it names the spans
-/// of those that are poison.
+/// of those that are poison. Parts that are damaged are moved away, which the failure tells: work
+/// on the job makes them again.
 KESTREL_API Report assembleJob(const std::string& folder, const Events& events = {});
 
 /// A conversion as a job, from its plan to its target, by workers on this machine.
@@ -146,7 +150,8 @@ struct SlurmSettings {
   std::string partition = {};          ///< "": Slurm's default
   std::optional<int> arrayLimit = {};  ///< how many parts are made at once at most, from 1
   std::string time = {};               ///< the longest that a part may take, as Slurm writes it
-  std::string program = {};            ///< as of `LocalWorkers`
+  /// As of `LocalWorkers`, under that name on all nodes; not "".
+  std::string program = {};
 };
 
 /// Submits a job: an array with an element for each part, and what puts the parts together once
@@ -169,7 +174,8 @@ KESTREL_API Report convertOnSlurm(const JobSettings& job, const SlurmSettings& s
 /// How a job stands. Throws a `Failure` for a folder without a job.
 KESTREL_API JobStatus jobStatus(const std::string& folder);
 
-/// Removes a job with all that was made for it. Leaves alone what is no job.
+/// Removes a job with all that was made for it. Leaves alone what is no job, also within its
+/// folder.
 KESTREL_API void removeJob(const std::string& folder);
 
 /// Where `kestrel convert --resume` keeps the job of a target: beside it, under a name that says
