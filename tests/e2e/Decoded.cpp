@@ -1,4 +1,5 @@
 #include "tests/e2e/Decoded.h"
+#include "tests/support/Hash.h"
 
 #include <cmath>
 #include <cstring>
@@ -70,6 +71,10 @@ std::string pictureBytes(const fs::path& file, const std::string& filter) {
   // Every picture as it comes, without a look at its time.
   return ffmpeg({"-i", file.string(), "-map", "0:v:0", "-vf", filter, "-vsync", "drop", "-f",
                  "rawvideo", "-"});
+}
+
+uint64_t pictureHash(const fs::path& file, const std::string& filter) {
+  return hash(pictureBytes(file, filter));
 }
 
 std::vector<std::string> greyPictures(const fs::path& file, int width, int height) {

@@ -28,6 +28,9 @@ nlohmann::json streamOf(const std::filesystem::path& file, const std::string& ty
 /// Bytes of every decoded picture, after `filter` (which ends in a pixel format).
 std::string pictureBytes(const std::filesystem::path& file, const std::string& filter);
 
+/// A hash of these bytes, which a failed test can print.
+uint64_t pictureHash(const std::filesystem::path& file, const std::string& filter);
+
 /// Pictures as grey values, one string of `width` × `height` bytes each.
 std::vector<std::string> greyPictures(const std::filesystem::path& file, int width, int height);
 
