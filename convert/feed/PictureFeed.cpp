@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "convert/feed/Rounding.h"
 #include "support/FFmpegOwners.h"
 
 namespace kestrel {
@@ -80,16 +81,17 @@ int64_t PictureFeed::ticksOf(int64_t time) const {
 
 int64_t PictureFeed::time() const { return av_rescale_q(place_, toAV(tick_), kMicroseconds); }
 
-/// A picture that ends within a quarter of its usual time gives way to the next, so that a start
-/// given in rounded seconds hits the picture that was meant. The beginning has no rounding.
+/// A picture that ends within what a start is rounded by gives way to the next, which was meant.
+/// The beginning has no rounding.
 void PictureFeed::findFirst() {
   isBegun_ = true;
   movie_.updateCurrentMedias();
   const auto media = movie_.currentVideoMedia();
   if (!media) return;
-  const int64_t quarter = start_ > 0 ? av_rescale_q(usual_, toAV(tick_), kMicroseconds) / 4 : 0;
+  const int64_t rounding =
+      start_ > 0 ? roundingOf(av_rescale_q(usual_, toAV(tick_), kMicroseconds)) : 0;
   HeldPicture first;
-  first.hold(media->pictureAtTime(start_ + quarter - media->movie_position()), *media);
+  first.hold(media->pictureAtTime(start_ + rounding - media->movie_position()), *media);
   if (first) waiting_.push_back({first, first.start});
 }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "convert/feed/PictureFeed.h"
+#include "convert/feed/Rounding.h"
 #include "convert/probe/Streams.h"
 #include "support/FFmpegOwners.h"
 
@@ -72,8 +73,8 @@ std::vector<PictureStretch> timedStretches(const StretchPlan& wanted) {
   const ConversionPlan& plan = wanted.plan;
   const Rational tick = pictureTick(plan.rate());
   const int64_t usual = av_rescale_q(1, {plan.rate().den, plan.rate().num}, kMicroseconds);
-  const auto pictures =
-      shownFrom(wanted.pictures, wanted.start + (wanted.start > 0 ? usual / 4 : 0), plan.end);
+  const auto pictures = shownFrom(
+      wanted.pictures, wanted.start + (wanted.start > 0 ? roundingOf(usual) : 0), plan.end);
   if (pictures.empty()) return {{.from = wanted.start}};
   std::vector<int64_t> times;
   for (const TimedPicture& picture : pictures) times.push_back(picture.time);

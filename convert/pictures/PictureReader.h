@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "convert/feed/HeldPicture.h"
+#include "convert/feed/Rounding.h"
 
 namespace kestrel {
 
@@ -28,8 +29,8 @@ class PictureReader {
   PictureReader& operator=(const PictureReader&) = delete;
 
   /// The frame shown at a time; the first or the last one for times before or behind all others.
-  /// None when none could be decoded. One that ends within a quarter of its time gives way to the
-  /// next, so that a time in rounded seconds hits the picture that was meant.
+  /// None when none could be decoded. One that ends within a millisecond gives way to the next,
+  /// so that a time in rounded milliseconds hits the picture that was meant.
   const HeldPicture& frameAt(int64_t time);
 
   /// The same with the look that the movie has and the subtitles of that time, in the size of the
@@ -51,7 +52,7 @@ class PictureReader {
   int64_t refused() const;
 
  private:
-  int64_t meant(int64_t time) const { return time + frameDuration_ / 4; }
+  int64_t meant(int64_t time) const { return time + roundingOf(frameDuration_); }
   bool isNear(int64_t wanted) const;
   std::optional<int64_t> keyBefore(int64_t wanted) const;
   int64_t timeOffset() const;

@@ -8,10 +8,6 @@
 
 #include "support/FFmpegOwners.h"
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
-
 namespace kestrel {
 
 namespace {
@@ -37,12 +33,6 @@ bool holdsAll(std::span<const int64_t> times, double tick) {
   return true;
 }
 
-bool isKnownTo(const AVCodec& encoder, Rational rate) {
-  const AVRational* known = encoder.supported_framerates;
-  while (known && known->num > 0 && av_cmp_q(*known, toAV(rate)) != 0) ++known;
-  return !known || known->num > 0;
-}
-
 }  // namespace
 
 size_t picturesLostAt(std::span<const int64_t> times, Rational rate) {
@@ -60,10 +50,11 @@ size_t picturesLostAt(std::span<const int64_t> times, Rational rate) {
 }
 
 std::optional<Rational> rateForAll(std::span<const int64_t> times, Rational own,
-                                   const std::optional<Rational>& most, const AVCodec& encoder) {
+                                   const std::optional<Rational>& most,
+                                   const PictureRates& possible) {
   std::vector<Rational> rates(std::begin(kUsualRates), std::end(kUsualRates));
   rates.push_back(own);
-  std::erase_if(rates, [&](Rational rate) { return !isKnownTo(encoder, rate); });
+  std::erase_if(rates, [&](Rational rate) { return !possible.contains(rate); });
   const auto isLower = [](Rational a, Rational b) { return av_cmp_q(toAV(a), toAV(b)) < 0; };
   std::ranges::sort(rates, isLower);
   for (const Rational rate : rates)

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-struct AVCodec;
+#include "convert/plan/PictureRates.h"
 
 namespace kestrel {
 
@@ -19,9 +19,10 @@ size_t picturesLostAt(std::span<const int64_t> times, Rational rate);
 
 /// The lowest usual rate, `own` among them, at which each picture has a tick of its own and is
 /// shown less than a tick too early and no more than one too late; none up to 120 a second, or up
-/// to `most`. An encoder that has a list of rates gets one of these.
+/// to `most`.
 std::optional<Rational> rateForAll(std::span<const int64_t> times, Rational own,
-                                   const std::optional<Rational>& most, const AVCodec& encoder);
+                                   const std::optional<Rational>& most,
+                                   const PictureRates& possible);
 
 /// "avi has one rate, 25 a second"
 std::string oneRate(std::string_view container, Rational rate);

@@ -20,6 +20,7 @@
 #include "convert/plan/OtherStreams.h"
 #include "convert/plan/OutputShape.h"
 #include "convert/plan/PictureEncoding.h"
+#include "convert/plan/PictureRates.h"
 #include "convert/plan/PixelFormats.h"
 #include "convert/plan/PlanRules.h"
 #include "convert/plan/PlannedStreams.h"
@@ -64,12 +65,6 @@ VideoColor outputColor(VideoColor color, const Shape& shape, AVCodecID codec,
   if (!canSignalFullRange(codec)) color.range = AVCOL_RANGE_MPEG;
   if (codec == AV_CODEC_ID_MJPEG) color.range = AVCOL_RANGE_JPEG;
   return color;
-}
-
-/// The nearest rate that a codec with a fixed list of rates knows.
-AVRational supportedRate(AVRational rate, const AVCodec& encoder) {
-  if (!encoder.supported_framerates) return rate;
-  return encoder.supported_framerates[av_find_nearest_q_idx(rate, encoder.supported_framerates)];
 }
 
 class Planner {
@@ -134,7 +129,8 @@ class Planner {
       if (stream.kind != Kind::kVideo || stream.video.isCover) continue;
       if (settings_.video == StreamAction::kNone)
         leaveOut(stream, "");
-      else if (!input_.mainVideo)
+      else if (!input_.mainVideo ||
+               (action == StreamAction::kEncode && !canDecode(*input_.mainVideo)))
         leaveOut(stream, "it cannot be decoded");
       else if (input_.mainVideo != stream.index)
         leaveOut(stream, "one video track is taken");
@@ -143,14 +139,17 @@ class Planner {
       else
         plan_.streams.push_back(planned(stream, action));
     }
-    if (action != StreamAction::kNone && input_.mainVideo)
-      pictures_ = &input_.streams[*input_.mainVideo];
+    if (plan_.pictures()) pictures_ = &input_.streams[*input_.mainVideo];
     if (pictures_ && (pictures_->video.width <= 0 || pictures_->video.height <= 0))
       throw Failure::input(
           settings_.input,
           fmt::format("cannot convert '{}': it promises pictures, and none of them "
                       "were found",
                       settings_.input));
+  }
+
+  bool canDecode(uint32_t index) const {
+    return avcodec_find_decoder(source_.formatContext()->streams[index]->codecpar->codec_id);
   }
 
   void planSounds() {
@@ -165,7 +164,8 @@ class Planner {
   void requireSomething() const {
     const bool hasSound = std::ranges::any_of(input_.audioTracks,
                                               [](const auto& track) { return track.has_value(); });
-    if (!input_.mainVideo && !hasSound)
+    const bool hasPictures = input_.mainVideo && (plan_.pictures() || canDecode(*input_.mainVideo));
+    if (!hasPictures && !hasSound)
       throw Failure::input(
           settings_.input,
           fmt::format("'{}' has no picture and no sound that can be decoded", settings_.input));
@@ -241,19 +241,20 @@ class Planner {
     const Shape& shape = ladder.shapes.front();
     const Rational own = ownRate(video);
     const bool isLimited = settings_.maxFps && comesFasterThan(*settings_.maxFps, video);
-    const Rational wanted = settings_.fps.value_or(isLimited ? *settings_.maxFps : own);
-    const AVRational rate = supportedRate({wanted.num, wanted.den},
-                                          *avcodec_find_encoder_by_name(choice.encoder.c_str()));
+    const PictureRates rates(*avcodec_find_encoder_by_name(choice.encoder.c_str()), container_);
+    const Rational rate = settings_.fps ? rates.asked(*settings_.fps)
+                          : isLimited   ? rates.limited(*settings_.maxFps)
+                                        : rates.nearest(own);
     plan_.format.video_codec = choice.codec;
     plan_.videoEncoder = choice.encoder;
     plan_.format.width = shape.width;
     plan_.format.height = shape.height;
     plan_.format.aspect = static_cast<float>(shape.aspect);
-    plan_.setRate({rate.num, rate.den});
+    plan_.setRate(rate);
     plan_.keepsTimes = !settings_.fps && !isLimited && holdsTimes(container_, choice.codec) &&
-                       av_cmp_q(rate, {own.num, own.den}) == 0 &&
+                       av_cmp_q(toAV(rate), toAV(own)) == 0 &&
                        (!isHls(named_) || takesKeyOrders(choice.encoder));
-    if (!plan_.keepsTimes && !settings_.fps && !isLimited) planPace(own);
+    if (!plan_.keepsTimes && !settings_.fps && !isLimited) planPace(own, rates);
     planFields(scanning, look, ladder);
     plan_.color =
         outputColor(isMapped ? kBt709 : video.color, shape, choice.codec, plan_.pixelFormat);
@@ -361,12 +362,11 @@ class Planner {
   }
 
   /// A container of one rate gets one at which no picture is left out. Discs keep theirs.
-  void planPace(Rational own) {
+  void planPace(Rational own, const PictureRates& rates) {
     if (settings_.title || plan_.treatment.separatesFields) return;
     const size_t lost = picturesLostAt(times(), plan_.rate());
     if (lost == 0) return;
-    const auto rate = rateForAll(times(), own, settings_.maxFps,
-                                 *avcodec_find_encoder_by_name(plan_.videoEncoder.c_str()));
+    const auto rate = rateForAll(times(), own, settings_.maxFps, rates);
     if (rate) {
       plan_.setRate(*rate);
       plan_.keepsPictures = true;

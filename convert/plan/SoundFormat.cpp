@@ -151,12 +151,16 @@ SoundFormat soundFormatLike(const AVStream& sound, const AVCodec& encoder,
                             const AVOutputFormat& container) {
   const AVCodecParameters& own = *sound.codecpar;
   const AVCodecID codec = encoder.id;
-  SoundFormat format{own.sample_rate, layoutOf(own), isLossless(codec) ? soundBits(own) : 0};
-  for (const int64_t layout : layoutsLike(format.layout, codec))
-    for (const int32_t rate : ratesLike(own.sample_rate, encoder))
-      if (const SoundFormat like{rate, layout, format.bits}; isTaken(like, encoder, container))
+  const SoundFormat usual{kUsualRate, lm_get_default_channel_layout(2),
+                          isLossless(codec) ? soundBits(own) : 0};
+  // Nothing is known of a track whose first packets lie behind what opening reads.
+  const int64_t ownLayout = layoutOf(own) > 0 ? layoutOf(own) : usual.layout;
+  const int32_t ownRate = own.sample_rate > 0 ? own.sample_rate : usual.sampleRate;
+  for (const int64_t layout : layoutsLike(ownLayout, codec))
+    for (const int32_t rate : ratesLike(ownRate, encoder))
+      if (const SoundFormat like{rate, layout, usual.bits}; isTaken(like, encoder, container))
         return like;
-  return {kUsualRate, lm_get_default_channel_layout(2), format.bits};
+  return usual;
 }
 
 }  // namespace kestrel

@@ -156,9 +156,12 @@ class ConversionRun::Work {
   void leaveOutUnread(PlannedStream& stream) const {
     const bool isRead = stream.kind == Kind::kVideo || stream.kind == Kind::kAudio;
     if (!stream.isKept() || stream.isCover || !isRead) return;
-    std::erase_if(stream.sources,
-                  [&](uint32_t index) { return !readerOf(movie_.medias(), index).stream; });
-    if (!stream.sources.empty()) return;
+    std::vector<uint32_t> read = stream.sources;
+    std::erase_if(read, [&](uint32_t index) { return !readerOf(movie_.medias(), index).stream; });
+    if (!read.empty()) {
+      stream.sources = std::move(read);
+      return;
+    }
     stream.action = StreamAction::kNone;
     stream.reason = "it cannot be decoded";
   }

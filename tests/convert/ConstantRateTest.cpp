@@ -6,6 +6,7 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
 }
 
 namespace kestrel::test {
@@ -28,7 +29,9 @@ std::vector<int64_t> pairs(int count) {
   return times;
 }
 
-const AVCodec& encoder(const char* name) { return *avcodec_find_encoder_by_name(name); }
+PictureRates ratesOf(const char* encoder, const char* container = "matroska") {
+  return {*avcodec_find_encoder_by_name(encoder), *av_guess_format(container, nullptr, nullptr)};
+}
 
 TEST(ConstantRate, PicturesBetweenTheMiddlesOfTicksAreLost) {
   EXPECT_EQ(picturesLostAt(evenTimes(50, 40000), {25, 1}), 0U);
@@ -46,13 +49,16 @@ TEST(ConstantRate, TimesInWholeMillisecondsLoseNone) {
 
 // 20 pictures in 0.82 seconds are 24.4 a second: 24 would fall behind.
 TEST(ConstantRate, TheLowestAtWhichEveryPictureHasATick) {
-  EXPECT_EQ(rateForAll(pairs(200), {15, 1}, {}, encoder("mpeg4")), (Rational{25, 1}));
-  EXPECT_EQ(rateForAll(pairs(200), {15, 1}, Rational{20, 1}, encoder("mpeg4")), std::nullopt);
-  EXPECT_EQ(rateForAll(evenTimes(200, 1000), {25, 1}, {}, encoder("mpeg4")), std::nullopt);
-  EXPECT_EQ(rateForAll(evenTimes(200, 71429), {14, 1}, {}, encoder("mpeg4")), (Rational{14, 1}));
+  EXPECT_EQ(rateForAll(pairs(200), {15, 1}, {}, ratesOf("mpeg4")), (Rational{25, 1}));
+  EXPECT_EQ(rateForAll(pairs(200), {15, 1}, Rational{20, 1}, ratesOf("mpeg4")), std::nullopt);
+  EXPECT_EQ(rateForAll(evenTimes(200, 1000), {25, 1}, {}, ratesOf("mpeg4")), std::nullopt);
+  EXPECT_EQ(rateForAll(evenTimes(200, 71429), {14, 1}, {}, ratesOf("mpeg4")), (Rational{14, 1}));
   // MPEG-2 does not know 14.
-  EXPECT_EQ(rateForAll(evenTimes(200, 71429), {14, 1}, {}, encoder("mpeg2video")),
+  EXPECT_EQ(rateForAll(evenTimes(200, 71429), {14, 1}, {}, ratesOf("mpeg2video")),
             (Rational{15, 1}));
+  // MPEG-1 begins with 24000/1001.
+  EXPECT_EQ(rateForAll(evenTimes(200, 100000), {10, 1}, {}, ratesOf("mpeg1video", "mpeg")),
+            (Rational{24000, 1001}));
 }
 
 TEST(ConstantRate, GapsTellHowFastPicturesCome) {

@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <kestrel/convert/Compose.h>
+#include <kestrel/convert/Conversion.h>
 #include <kestrel/convert/Join.h>
 
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -57,6 +59,39 @@ TEST_F(LeftOut, OfACompositionIsATurnThatItsContainerCannotHold) {
               ElementsAre("left out of '" + clip +
                           "': the turn of its pictures, which matroska cannot hold; encoding "
                           "sets them upright"));
+}
+
+/// Pictures and sound in Matroska, of which bytes are replaced so far behind where `place` begins.
+void makeSpoilt(const std::string& file, const char* codec, const std::string& place, size_t behind,
+                const std::string& bytes) {
+  const RunResult made =
+      run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc=s=64x48:d=0.4", "-f", "lavfi",
+           "-i", "sine=d=0.4", "-c:v", codec, "-level", "3", "-c:a", "flac", file});
+  ASSERT_EQ(made.status, 0) << made.err;
+  std::ifstream in(file, std::ios::binary);
+  std::string all{std::istreambuf_iterator<char>(in), {}};
+  const size_t at = all.find(place);
+  ASSERT_NE(at, std::string::npos);
+  all.replace(at + behind, bytes.size(), bytes);
+  std::ofstream(file, std::ios::binary) << all;
+}
+
+TEST_F(LeftOut, OfAConversionArePicturesThatNobodyCanDecode) {
+  const std::string unknown = folder_ / "unknown.mkv";
+  makeSpoilt(unknown, "mpeg4", "V_MPEG4/ISO/ASP", 2, "QQQQQ");
+  // There is a decoder, which does not open: the head of the pictures is damaged.
+  const std::string damaged = folder_ / "damaged.mkv";
+  makeSpoilt(damaged, "ffv1", "FFV1", 24, "QQQQQ");
+  for (const std::string& input : {unknown, damaged}) {
+    SCOPED_TRACE(input);
+    ConversionSettings settings;
+    settings.input = input;
+    settings.output = folder_ / "out.mp4";
+    settings.replaces = true;
+    EXPECT_THAT(Conversion(settings).run().leftOut,
+                ElementsAre(testing::MatchesRegex(
+                    "left out of '.*': pictures #0.*: it cannot be decoded")));
+  }
 }
 
 TEST_F(LeftOut, OfAJoinMayBeAttachments) {

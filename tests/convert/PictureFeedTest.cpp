@@ -83,6 +83,20 @@ TEST_F(PictureFeedTest, ASpanIsCutAtBothEnds) {
   EXPECT_EQ(pictures.back().time, 24 * 400);
 }
 
+TEST_F(PictureFeedTest, ASpanBeginsWithThePictureShownThere) {
+  for (const auto& [name, rate] : {std::pair<const char*, Rational>{"slow2.mp4", {2, 1}},
+                                   {"slow5.mkv", {5, 1}},
+                                   {"slow0.2.mp4", {1, 5}}}) {
+    const auto times = shownTimes(fixture(name));
+    ASSERT_GE(times.size(), 2U);
+    const double rest = (times[1] - times[0]) / 10;  // of the first picture
+    const auto pictures = read(name, rate, std::llround((times[1] - rest) * 1e6));
+    ASSERT_GE(pictures.size(), 2U) << name;
+    const Rational tick = pictureTick(rate);
+    EXPECT_NEAR(static_cast<double>(pictures[1].time) * tick.num / tick.den, rest, 0.0012) << name;
+  }
+}
+
 TEST_F(PictureFeedTest, OneThatLastsLongComesAgainWhereThatIsAskedFor) {
   const auto once = read("slow0.2.mp4", {25, 1});
   const auto repeated = read("slow0.2.mp4", {25, 1}, 0, {}, true);

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/convert/ShownTimes.h"
 #include "tests/support/Ffprobe.h"
 #include "tests/support/Fixture.h"
 
@@ -52,6 +53,11 @@ class NumberedMovie {
     for (int bit = 0; bit < kBits; ++bit)
       if (row[frame.width / kBits * bit + frame.width / kBits / 2] > 127) number |= 1 << bit;
     return number;
+  }
+
+  /// When the picture of a time begins; seconds.
+  double beginAt(double seconds) {
+    return static_cast<double>(reader_->frameAt(std::llround(seconds * 1e6)).start) / 1e6;
   }
 
   LMFFMovie& movie() { return movie_; }
@@ -126,11 +132,33 @@ TEST(PictureReader, OfPicturesAtAnyTimesTheOneShownLastCounts) {
   ASSERT_GT(numbers.size(), 50u);
   NumberedMovie movie("numbered-vfr.mp4");
   for (int tick = 0; tick < 299; tick += 3) {
-    // In the middle of a tick, far from where the next picture begins.
+    // Shortly before a tick ends, where the next picture may begin.
     const int shown = *std::prev(std::ranges::upper_bound(numbers, tick));
-    EXPECT_EQ(movie.numberAt((tick + 0.4) / 50), shown) << tick;
+    EXPECT_EQ(movie.numberAt((tick + 0.9) / 50), shown) << tick;
   }
 }
+
+class SlowClips : public testing::TestWithParam<const char*> {};
+
+TEST_P(SlowClips, ShowAPictureUntilItEnds) {
+  const auto begins = shownTimes(fixture(GetParam()));
+  ASSERT_GE(begins.size(), 2U);
+  NumberedMovie movie(GetParam());
+  for (size_t i = 0; i + 1 < begins.size(); ++i) {
+    const double length = begins[i + 1] - begins[i];
+    for (const double time : {begins[i] + 0.9 * length, begins[i + 1] - 0.002})
+      EXPECT_NEAR(movie.beginAt(time), begins[i], 0.001) << time;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(PictureReader, SlowClips,
+                         testing::Values("slow2.mp4", "slow5.mkv", "slow0.2.mp4"),
+                         [](const auto& instance) {
+                           std::string name = instance.param;
+                           std::ranges::replace_if(
+                               name, [](char c) { return !std::isalnum(c); }, '_');
+                           return name;
+                         });
 
 TEST(PictureReader, BehindTheEndTheLastPictureStays) {
   NumberedMovie movie("numbered25-one-key.mp4");

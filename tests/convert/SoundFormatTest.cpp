@@ -60,6 +60,17 @@ TEST(SoundFormat, WhatEncoderAndContainerTakeStays) {
                 (SoundFormat{rate, layout, 0}));
 }
 
+// The first packets of a track may lie behind what opening reads.
+TEST(SoundFormat, OfWhatTellsNothingIsTheUsualOne) {
+  for (const auto& [codec, container] : {std::pair{AV_CODEC_ID_PCM_S16LE, "wav"},
+                                         {AV_CODEC_ID_AAC, "mp4"},
+                                         {AV_CODEC_ID_FLAC, "flac"}}) {
+    const SoundFormat usual = like({.rate = 0, .layout = 0}, codec, container);
+    EXPECT_EQ(usual.layout, kStereo) << container;
+    EXPECT_EQ(usual.sampleRate, 44100) << container;
+  }
+}
+
 TEST(SoundFormat, LosslessTracksKeepTheirBits) {
   for (const int bits : {16, 24})
     EXPECT_EQ(like({.codec = AV_CODEC_ID_FLAC, .bits = bits}, AV_CODEC_ID_FLAC),

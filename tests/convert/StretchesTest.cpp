@@ -52,6 +52,15 @@ TEST(Stretches, BeginWithTheNearestKeyPictures) {
   EXPECT_FALSE(stretches[3].until);
 }
 
+// Two pictures a second, from 1.4 s: the one that began at 1 s is shown there.
+TEST(Stretches, CountFromThePictureShownAtTheStart) {
+  std::vector<TimedPicture> all;
+  for (int i = 0; i < 10; ++i) all.push_back({int64_t{500'000} * i, true});
+  const ConversionPlan plan = planAt(2, true);
+  EXPECT_THAT(beginsOf(planStretches({plan, 1'400'000, all, 1'500'000})),
+              ElementsAre(1'400'000, 2'500'000));
+}
+
 TEST(Stretches, LongGroupsAreDivided) {
   const auto all = pictures(250, [](int i) { return i == 0; });
   const ConversionPlan plan = planAt(25, true);

@@ -120,9 +120,9 @@ TEST_F(TracksTest, PicturesOfTheirOwnTimesAreThoseOfTheSpan) {
                         {200, {}, {0, 40, 200, 240, 600}, 640},
                         // Within one, it stands in from the start on.
                         {100, {}, {0, 100, 140, 300, 340, 700}, 740},
-                        // It gives way where it would end within a quarter of its usual time.
-                        {191, {}, {0, 49, 209, 249, 609}, 649},
-                        {189, {}, {0, 11, 51, 211, 251, 611}, 651},
+                        // It gives way where it would end within a millisecond.
+                        {199, {}, {0, 40, 201, 241, 601}, 641},
+                        {198, {}, {0, 2, 42, 202, 242, 602}, 642},
                         // At the end the last one is cut short.
                         {0, 600, {0, 40, 80, 200, 240, 400, 440}, 600},
                         {100, 300, {0, 100, 140}, 200},

@@ -410,10 +410,10 @@ std::vector<int> numbersOnSheet(const fs::path& file, int columns) {
 }
 
 TEST_F(Thumb, ASheetShowsPicturesFromAllOverTheMovie) {
-  // The middles of six equal parts of five seconds: 0.417 s is in picture 10, and so on; 3.75 s is
-  // so near to the beginning of picture 94 that this one counts.
+  // The middles of six equal parts of five seconds: 0.417 s is in picture 10, and so on; 2.917 s is
+  // in picture 72, which lasts until 2.92 s.
   const auto sheet = made("numbered25.mp4", "sheet.png", {"--sheet", "2x3"});
-  EXPECT_EQ(numbersOnSheet(sheet, 2), (std::vector<int>{10, 31, 52, 73, 94, 114}));
+  EXPECT_EQ(numbersOnSheet(sheet, 2), (std::vector<int>{10, 31, 52, 72, 93, 114}));
 }
 
 TEST_F(Thumb, ASheetMayBeAJPEGAndItsPicturesSmaller) {
