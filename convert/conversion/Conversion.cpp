@@ -281,9 +281,9 @@ ConversionPlan& Conversion::plan(const Events& events) { return work_->plan(even
 
 Report Conversion::run(const Events& events) { return work_->run(events); }
 
-DividedConversion::DividedConversion(ConversionSettings settings, MeasuredInput measured)
+DividedConversion::DividedConversion(ConversionSettings settings, const MeasuredInput& measured)
     : conversion_(std::move(settings)) {
-  conversion_.work_->measured() = std::move(measured);
+  conversion_.work_->measured() = measured;
 }
 
 const ConversionPlan& DividedConversion::plan(const Events& events) {

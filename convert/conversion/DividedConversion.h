@@ -25,7 +25,7 @@ struct MeasuredInput {
 class DividedConversion {
  public:
   /// `measured`: what another one has measured of the same input. Throws as `Conversion`.
-  explicit DividedConversion(ConversionSettings settings, MeasuredInput measured = {});
+  explicit DividedConversion(ConversionSettings settings, const MeasuredInput& measured = {});
 
   /// As of `Conversion`. All that follows needs it.
   const ConversionPlan& plan(const Events& events);

@@ -220,7 +220,7 @@ JobPlan readJobPlan(const std::string& folder) {
   }
 }
 
-void writeJobPlan(const std::string& folder, JobPlan plan) {
+void writeJobPlan(const std::string& folder, const JobPlan& plan) {
   json document = documentOf(plan);
   document["id"] = idOf(document);
   JobFolder(folder).writeOnce("plan.json", document.dump(2) + "\n");

@@ -59,7 +59,7 @@ nlohmann::json ownVersions();
 
 /// Reads and writes `plan.json`. Both throw `Failure`. A folder gets one plan.
 JobPlan readJobPlan(const std::string& folder);
-void writeJobPlan(const std::string& folder, JobPlan plan);
+void writeJobPlan(const std::string& folder, const JobPlan& plan);
 
 /// Throws a `Failure` where this program, the input or another file that is read is not the planned
 /// one.
