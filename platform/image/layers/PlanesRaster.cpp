@@ -219,7 +219,8 @@ PlanesRaster::Rows PlanesRaster::chromaRows(Worker& worker, const Rows& luma) co
     first = std::min(first, mix.rows[0]);
     last = std::max(last, mix.rows[2]);
   }
-  const auto rows = static_cast<size_t>(last - first + 1);
+  const int mixed = last - first + 1;
+  const auto rows = static_cast<size_t>(mixed);
   const auto shares = worker.memory.array<int>(rows);
   std::fill(shares.begin(), shares.end(), 0);
   for (int i = 0; i < count; ++i) {
