@@ -1,5 +1,8 @@
 #include <kestrel/convert/Failure.h>
 
+#include <exception>
+#include <utility>
+
 #include "Bindings.h"
 #include "Hosting.h"
 
@@ -28,7 +31,7 @@ const char* classOf(Failure::Kind kind) {
 void bindFailures(py::module_&) {
   py::register_exception_translator([](std::exception_ptr thrown) {
     try {
-      if (thrown) std::rethrow_exception(thrown);
+      if (thrown) std::rethrow_exception(std::move(thrown));
     } catch (const Failure& failure) {
       const py::object type =
           py::module_::import("kestrel._failures").attr(classOf(failure.kind()));
