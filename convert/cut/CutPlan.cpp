@@ -97,7 +97,7 @@ class SpanPlanner {
   }
 
   void copy(size_t entry, size_t end) {
-    PictureStretch stretch{.window = window_, .first = plan_.pictures.size()};
+    PictureRun stretch{.window = window_, .first = plan_.pictures.size()};
     for (size_t i = entry; i < end; ++i)
       if (!leads(i, entry)) add(i);
     copied_ = plan_.pictures.size() - stretch.first;
@@ -107,10 +107,10 @@ class SpanPlanner {
 
   /// Encodes what is not yet planned and shown before a time.
   void encode(int64_t before, std::string why) {
-    PictureStretch stretch{.isEncoded = true,
-                           .window = window_,
-                           .first = plan_.pictures.size(),
-                           .why = std::move(why)};
+    PictureRun stretch{.isEncoded = true,
+                       .window = window_,
+                       .first = plan_.pictures.size(),
+                       .why = std::move(why)};
     std::vector<size_t> encoded;
     for (const size_t i : asked_)
       if (pictures_[i].shown >= handled_ && pictures_[i].shown < before) encoded.push_back(i);
@@ -209,14 +209,14 @@ void stamp(PicturePlan& plan) {
 
 }  // namespace
 
-const PictureStretch& PicturePlan::stretchOf(size_t picture) const {
-  const auto behind = std::ranges::upper_bound(stretches, picture, {}, &PictureStretch::first);
+const PictureRun& PicturePlan::stretchOf(size_t picture) const {
+  const auto behind = std::ranges::upper_bound(stretches, picture, {}, &PictureRun::first);
   return *(behind - 1);
 }
 
 int64_t PicturePlan::encoded() const {
   int64_t count = 0;
-  for (const PictureStretch& stretch : stretches)
+  for (const PictureRun& stretch : stretches)
     if (stretch.isEncoded) count += static_cast<int64_t>(stretch.count);
   return count;
 }

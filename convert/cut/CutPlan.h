@@ -22,7 +22,7 @@ struct CutWindow {
 };
 
 /// Pictures one behind the other that become part of the result in the same way.
-struct PictureStretch {
+struct PictureRun {
   bool isEncoded = false;
   size_t window = 0;
   size_t first = 0;  ///< of the planned pictures
@@ -41,11 +41,11 @@ struct PlannedPicture {
 /// The pictures of the result, in the order of decoding.
 struct PicturePlan {
   std::vector<CutWindow> windows = {};
-  std::vector<PictureStretch> stretches = {};
+  std::vector<PictureRun> stretches = {};
   std::vector<PlannedPicture> pictures = {};
 
   /// The stretch of a picture.
-  const PictureStretch& stretchOf(size_t picture) const;
+  const PictureRun& stretchOf(size_t picture) const;
   int64_t encoded() const;
 };
 

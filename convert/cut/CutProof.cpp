@@ -74,10 +74,10 @@ class Prover {
 
   const PlannedPicture& at(size_t place) const { return plan_.pictures[order_[place]]; }
 
-  const PictureStretch& stretchAt(size_t place) const { return plan_.stretchOf(order_[place]); }
+  const PictureRun& stretchAt(size_t place) const { return plan_.stretchOf(order_[place]); }
 
   bool isEntry(size_t place) const {
-    const PictureStretch& stretch = stretchAt(place);
+    const PictureRun& stretch = stretchAt(place);
     if (stretch.isEncoded) return order_[place] == stretch.first;
     return job_.index.pictures[at(place).index].entry != Entry::kNone;
   }
@@ -86,7 +86,7 @@ class Prover {
   std::vector<Range> ranges() {
     std::vector<Range> found{around(0, 1)};
     for (size_t i = 0; i < order_.size(); ++i) {
-      const PictureStretch& stretch = stretchAt(i);
+      const PictureRun& stretch = stretchAt(i);
       const bool isSeam = i > 0 && &stretchAt(i - 1) != &stretch;
       proof_.seams += isSeam ? 1 : 0;
       if (isSeam || stretch.isEncoded) found.push_back(around(i, i + 1));

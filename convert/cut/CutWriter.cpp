@@ -300,13 +300,13 @@ class CutWriter {
     muxer_.close();
     requireNoError();
     result_.problem = stretches_->problem();
-    for (const PictureStretch& stretch : plan_.stretches) tell(stretch);
+    for (const PictureRun& stretch : plan_.stretches) tell(stretch);
     for (auto& [index, sound] : sounds_)
       for (CutStretch& stretch : sound->stretches())
         result_.stretches.push_back(std::move(stretch));
   }
 
-  void tell(const PictureStretch& stretch) {
+  void tell(const PictureRun& stretch) {
     int64_t start = INT64_MAX;
     int64_t end = INT64_MIN;
     for (size_t i = 0; i < stretch.count; ++i) {

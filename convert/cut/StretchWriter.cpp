@@ -22,7 +22,7 @@ StretchWriter::StretchWriter(const CutJob& job, const PicturePlan& plan, Stretch
     places_.emplace(job.index.pictures[i].shown, i);
 }
 
-const PictureStretch* StretchWriter::current() const {
+const PictureRun* StretchWriter::current() const {
   return next_ < plan_.pictures.size() ? &plan_.stretchOf(next_) : nullptr;
 }
 
@@ -39,7 +39,7 @@ std::optional<size_t> StretchWriter::placeOf(int64_t time) const {
 }
 
 std::optional<size_t> StretchWriter::firstCopied(size_t window) const {
-  for (const PictureStretch& stretch : plan_.stretches)
+  for (const PictureRun& stretch : plan_.stretches)
     if (stretch.window == window && !stretch.isEncoded) return plan_.pictures[stretch.first].index;
   return std::nullopt;
 }
@@ -56,7 +56,7 @@ int64_t StretchWriter::outputTime(int64_t ticks) const {
 }
 
 bool StretchWriter::take(const AVPacket& packet) {
-  const PictureStretch* stretch = current();
+  const PictureRun* stretch = current();
   if (!stretch || stretch->isEncoded || stretch->window != window_) return false;
   const PlannedPicture& picture = plan_.pictures[next_];
   if (packet.pts != picture.source) return false;
@@ -75,7 +75,7 @@ bool StretchWriter::take(const AVPacket& packet) {
 /// Makes what is encoded and comes next in the same window.
 void StretchWriter::encodeAhead() {
   while (!isDone(window_) && current()->isEncoded) {
-    const PictureStretch& stretch = *current();
+    const PictureRun& stretch = *current();
     encode(stretch);
     next_ = stretch.first + stretch.count;
     follows_ = true;
@@ -92,7 +92,7 @@ FineCoding StretchWriter::coding() const {
           .options = form_->options()};
 }
 
-void StretchWriter::encode(const PictureStretch& stretch) {
+void StretchWriter::encode(const PictureRun& stretch) {
   DecodedPictures source(job_.reader(), job_.video);
   const int64_t first = plan_.pictures[stretch.first].source;
   source.seek(job_.index.entryBefore(first), first);

@@ -51,10 +51,10 @@ class StretchWriter {
   const std::string& problem() const { return problem_; }
 
  private:
-  const PictureStretch* current() const;
+  const PictureRun* current() const;
   FineCoding coding() const;
   void encodeAhead();
-  void encode(const PictureStretch& stretch);
+  void encode(const PictureRun& stretch);
   void write(PacketPtr packet, const PlannedPicture& picture);
 
   const CutJob& job_;

@@ -36,7 +36,7 @@ PictureIndex indexOf(const std::string& text) {
 /// decoding.
 std::vector<std::string> stretches(const PicturePlan& plan) {
   std::vector<std::string> texts;
-  for (const PictureStretch& stretch : plan.stretches) {
+  for (const PictureRun& stretch : plan.stretches) {
     std::string text = stretch.isEncoded ? "E" : "C";
     for (size_t i = 0; i < stretch.count; ++i)
       text += ' ' + std::to_string(plan.pictures[stretch.first + i].source);
